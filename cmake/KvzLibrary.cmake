@@ -1,0 +1,60 @@
+# SPDX-License-Identifier: MIT
+# What all libraries, programs and tests of this project share.
+
+find_program(KVZ_CCACHE ccache)
+if(KVZ_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${KVZ_CCACHE}")
+endif()
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+# An installed program finds the libraries beside it wherever the prefix lies.
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+
+add_library(KvzBuildOptions INTERFACE)
+target_compile_options(KvzBuildOptions INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+    -Wno-unused-parameter $<$<BOOL:${KVZ_WARNINGS_AS_ERRORS}>:-Werror>)
+target_compile_definitions(KvzBuildOptions INTERFACE QT_DISABLE_DEPRECATED_BEFORE=0x050C00 QT_NO_KEYWORDS
+    QT_NO_CAST_TO_ASCII)
+if(KVZ_SANITIZE)
+    target_compile_options(KvzBuildOptions INTERFACE -fsanitize=address,undefined -fno-omit-frame-pointer
+        -fno-sanitize-recover=undefined)
+    target_link_options(KvzBuildOptions INTERFACE -fsanitize=address,undefined)
+endif()
+
+# kvz_add_library(NAME SOURCES ... HEADERS ... PUBLIC ... PRIVATE ...)
+# Adds the shared library libKvzNAME, known to users as Kvz::NAME, and installs it as the component NAME.
+# HEADERS are public headers relative to include/.
+function(kvz_add_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;HEADERS;PUBLIC;PRIVATE" ${ARGN})
+    set(target Kvz${name})
+    list(TRANSFORM ARG_HEADERS PREPEND "${PROJECT_SOURCE_DIR}/include/" OUTPUT_VARIABLE header_files)
+    add_library(${target} SHARED ${ARG_SOURCES} ${header_files})
+    add_library(Kvz::${name} ALIAS ${target})
+    string(TOUPPER ${name} upper)
+    target_compile_definitions(${target} PRIVATE KVZ_${upper}_LIBRARY)
+    target_include_directories(${target} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/Kvz>)
+    target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}/src")
+    target_link_libraries(${target} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE} $<BUILD_INTERFACE:KvzBuildOptions>)
+    target_compile_features(${target} PUBLIC cxx_std_17)
+    set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+        EXPORT_NAME ${name} AUTOMOC ON AUTORCC ON)
+    install(TARGETS ${target} EXPORT Kvz${name}Targets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${name})
+    foreach(header IN LISTS ARG_HEADERS)
+        get_filename_component(folder "${header}" DIRECTORY)
+        install(FILES "${PROJECT_SOURCE_DIR}/include/${header}"
+            DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/Kvz/${folder}" COMPONENT ${name})
+    endforeach()
+    install(EXPORT Kvz${name}Targets NAMESPACE Kvz::
+        DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/Kvz" COMPONENT ${name})
+    set_property(GLOBAL APPEND PROPERTY KVZ_COMPONENTS ${name})
+endfunction()

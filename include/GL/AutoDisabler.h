@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <GL/Export.h>
+
+namespace Velmora::Kvz {
+
+/// Disables a GL capability, such as GL_DEPTH_TEST, for a scope. At its end the capability is as it was found.
+class KVZ_GL_EXPORT AutoDisabler
+{
+public:
+    explicit AutoDisabler(unsigned int capability);
+    ~AutoDisabler();
+
+private:
+    Q_DISABLE_COPY(AutoDisabler)
+
+    unsigned int m_capability;
+    bool m_wasEnabled;
+};
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <GL/Export.h>
+
+namespace Velmora::Kvz {
+
+/// Enables a GL capability, such as GL_BLEND, for a scope. At its end the capability is as it was found.
+class KVZ_GL_EXPORT AutoEnabler
+{
+public:
+    explicit AutoEnabler(unsigned int capability);
+    ~AutoEnabler();
+
+private:
+    Q_DISABLE_COPY(AutoEnabler)
+
+    unsigned int m_capability;
+    bool m_wasEnabled;
+};
+
+} // namespace Velmora::Kvz

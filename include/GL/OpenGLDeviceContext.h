@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <GL/BufferObject.h>
+#include <GL/DrawBuffers.h>
+#include <GL/VertexArrayObject.h>
+
+#include <QtCore/QSharedPointer>
+
+#include <memory>
+
+namespace Velmora::Kvz {
+
+class ContextIdentity;
+class TextureManager;
+
+/// The device behind an OpenGL context: it makes buffers, vertex arrays and the ready drawables.
+///
+/// A context is known by what is current: a QOpenGLContext, or else the native EGL or GLX context.
+class KVZ_GL_EXPORT OpenGLDeviceContext
+{
+public:
+    /// The device of the current context; null when none is current. Fetch it at each use.
+    static QSharedPointer<OpenGLDeviceContext> current();
+
+    OpenGLDeviceContext();
+    virtual ~OpenGLDeviceContext();
+
+    virtual QSharedPointer<BufferObject> createBufferObject();
+    virtual QSharedPointer<DrawBuffers> createDrawBuffers();
+    /// A quad over clip space with `va_Vertex` from -1 to 1 and `va_TexCoord` from 0 to 1, y upwards: two triangles. Each
+    /// call gives a vertex array of its own, over shared buffers, with both arrays enabled.
+    virtual QSharedPointer<DrawBuffers> createScreenQuad();
+    /// As createScreenQuad().
+    virtual QSharedPointer<DrawBuffers> createScreenQuad2();
+    virtual QSharedPointer<VertexArrayObject> createVertexArrayObject();
+
+    /// Says that the current native context shares objects with `other`, an EGL or GLX context that has been current
+    /// before. Call it before anything of this library is used in the current context. Contexts of Qt need no such call.
+    static void shareObjectsWith(void *other);
+    /// Says that the current context is about to be destroyed. Its objects that are deleted later drop their names. Call
+    /// it with the context current, so that a later context under the same handle never finds old objects. Contexts of Qt
+    /// need no such call.
+    static void announceContextEnd();
+    /// The native handle or QOpenGLContext that is current, as the key by which contexts are told apart; null when none
+    /// is.
+    static void *currentHandle();
+
+    /// Frees the shared buffers and caches of this device; what was handed out lives on.
+    void releaseResources();
+
+private:
+    Q_DISABLE_COPY(OpenGLDeviceContext)
+    friend class TextureUnitAllocator;
+    friend class BlitFramebuffers;
+
+    struct Private;
+    std::unique_ptr<Private> d;
+};
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <GL/Bindable.h>
+#include <GL/BufferObject.h>
+#include <GL/GLObject.h>
+
+#include <QtCore/QSharedPointer>
+#include <QtCore/QString>
+#include <QtCore/QVarLengthArray>
+#include <QtCore/QVector>
+
+namespace Velmora::Kvz {
+
+class ShaderProgram;
+
+/// A GL vertex array and the buffers behind its attributes.
+class KVZ_GL_EXPORT VertexArrayObject : public Bindable
+{
+public:
+    VertexArrayObject();
+    /// Deletes the GL vertex array, or drops its name when its context is not current.
+    ~VertexArrayObject() override;
+
+    void bind() override;
+    void unbind() override;
+
+    /// Registers a buffer as the attribute `name`, tightly packed, with so many components of a type such as GL_FLOAT for
+    /// each vertex. A name that is registered already gets the new buffer. Null is ignored.
+    void upload(const QString &name, const QSharedPointer<BufferObject> &buffer, int components, unsigned int type);
+    /// The buffer under a name, or null.
+    QSharedPointer<BufferObject> bo(const QString &name) const;
+    /// Points and enables the arrays that the program's active attributes read; this object must be bound and the program
+    /// linked. Arrays that are enabled stay so. An attribute without a buffer keeps its constant value.
+    void enableShaderProgramArrays(const ShaderProgram *program);
+
+    /// The GL name; made now if there is none yet and a context is current, else 0.
+    unsigned int getVAO() const;
+
+private:
+    struct Array
+    {
+        QString name;
+        QSharedPointer<BufferObject> buffer;
+        int components;
+        unsigned int type;
+    };
+
+    mutable unsigned int m_name = 0;
+    mutable GLObject m_owner;
+    QVector<Array> m_arrays;
+    QVarLengthArray<int, 4> m_saved;
+};
+
+} // namespace Velmora::Kvz

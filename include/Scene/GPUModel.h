@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <GL/Bindable.h>
+#include <GL/Export.h>
+#include <Scene/WindingType.h>
+
+#include <QtCore/QMetaType>
+#include <QtCore/QPair>
+#include <QtCore/QSharedPointer>
+#include <QtCore/QVector>
+#include <QtGui/QMatrix4x4>
+#include <QtGui/QVector3D>
+
+#include <memory>
+
+namespace Velmora::Kvz {
+
+class DrawBuffers;
+class ShaderProgram;
+class TextureManager;
+
+/// A model on the GPU: items that each draw a part of one shared geometry with their own matrix and material.
+///
+/// GPUModelBuilder makes it. Item i is draw number i: its indirect command, its row of object data and its row of material
+/// data. Items are selected by their 64-bit feature word: an item takes part when the word, masked with `drawFlagsMask`,
+/// equals `drawFlagsValue`, so (0, 0) selects all.
+///
+/// Culling marks belong to the model: every pass that draws it sees them, in the order of the chain.
+class KVZ_GL_EXPORT GPUModel
+{
+public:
+    /// Feature bits of an item.
+    enum : quint64 {
+        DoubleSided = 0x1000000000000000, ///< Drawn without face culling by the shadow passes.
+        NoShadowA = 0x4000000000000000, ///< Either of these two keeps an item out of the shadow passes.
+        NoShadowB = 0x8000000000000000
+    };
+    /// Feature bits of a model, for hasFeatureFlags().
+    enum : quint64 { HasSceneBounds = 8 };
+
+    ~GPUModel();
+
+    /// Draws the selected items with the bound program, materials and their textures bound. `winding` says which winding
+    /// is the front; an item whose matrix mirrors has it turned round. `ignoreCulling` draws culled items too. A null
+    /// program draws nothing.
+    void draw(ShaderProgram *program, const quint64 &drawFlagsValue, const quint64 &drawFlagsMask,
+        const WindingType &winding, bool ignoreCulling);
+    /// The same, with the manager's material textures, or none for a null manager.
+    void draw(ShaderProgram *program, TextureManager *manager, const quint64 &drawFlagsValue,
+        const quint64 &drawFlagsMask);
+    /// Whether no item is selected. Culling has no say in it.
+    bool isDrawEmpty(quint64 drawFlagsValue, quint64 drawFlagsMask) const;
+
+    /// Whether the model has all these flags.
+    bool hasFeatureFlags(quint64 flags) const;
+    /// Minimum and maximum corner of all items in world space. Zeros for a model with no items.
+    QPair<QVector3D, QVector3D> sceneBounds() const;
+
+    int itemCount() const;
+    quint64 itemFeatureFlags(int item) const;
+    QMatrix4x4 modelMatrix(int item) const;
+    QMatrix4x4 previousModelMatrix(int item) const;
+    /// World-space bounds of an item.
+    QPair<QVector3D, QVector3D> itemBounds(int item) const;
+    /// Moves an item. Bounds follow, and its row is uploaded before the next draw. The previous matrix stays until
+    /// advanceFrame(). An item out of range and a matrix that is not finite are refused with one log line.
+    void setModelMatrix(int item, const QMatrix4x4 &matrix);
+    /// Makes the present matrices the previous ones: once a frame, when the frame is done.
+    void advanceFrame();
+
+    /// The geometry of all items; null for an index other than 0 and for a model with no geometry.
+    DrawBuffers *drawBuffers(int index) const;
+    /// Rows of object data, bindable to their fixed unit; null for an index other than 0.
+    Bindable *objectData(int index) const;
+    /// Rows of material data, bindable to their fixed unit; null for an index other than 0.
+    Bindable *materialData(int index) const;
+
+    /// Marks the items whose world-space bounds lie wholly outside the frustum as not drawn. A matrix that is not finite
+    /// marks nothing.
+    void frustumCull(const QMatrix4x4 &viewProjection);
+    /// Marks the items that the occlusion queries of earlier frames found hidden as not drawn. Their boxes are tested
+    /// again while the model is drawn, so an item comes back at the latest one frame after it becomes visible.
+    void visibilityCull();
+    /// Makes all items drawable again.
+    void resetCulling();
+    /// Whether an item is marked as not drawn.
+    bool isCulled(int item) const;
+    /// Items marked as not drawn.
+    int culledCount() const;
+
+private:
+    friend class GPUModelBuilder;
+    GPUModel();
+    Q_DISABLE_COPY(GPUModel)
+
+    struct Private;
+    std::unique_ptr<Private> d;
+};
+
+} // namespace Velmora::Kvz
+
+Q_DECLARE_METATYPE(Velmora::Kvz::GPUModel *)

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <GL/Export.h>
+#include <GL/BufferTexture.h>
+
+#include <QtGui/QMatrix4x4>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+#include <QtCore/QVariant>
+#include <QtCore/QVector>
+
+#include <memory>
+
+namespace Velmora::Kvz {
+
+class InstanceDataPlan;
+class ShaderProgram;
+class TextureManager;
+
+/// Rows of a host for one plan. While bound they stand in the place of the model's own rows for that plan: the item with
+/// draw number i reads row i. An item past the last row reads zeros.
+class KVZ_GL_EXPORT InstanceDataCollection : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// `plan` names a plan of the registry; an unknown one is logged and makes every operation do nothing.
+    explicit InstanceDataCollection(const QString &plan, QObject *parent = nullptr);
+    ~InstanceDataCollection() override;
+
+    QString planName() const;
+    int rowCount() const;
+    /// Grows with zero rows or cuts.
+    void setRowCount(int count);
+    /// Sets one value of a row by the name of its getter; the rows are uploaded at the next bind(). False, with one log
+    /// line, for a row out of range, an unknown getter or a value that does not convert.
+    bool setValue(int row, const QString &getter, const QVariant &value);
+    /// Sets the model matrix of a row, its normal matrix with it where the plan has one, and leaves the previous model
+    /// matrix alone.
+    bool setModelMatrix(int row, const QMatrix4x4 &matrix);
+
+    /// Binds the rows to their fixed unit. `program` and `manager` can be null.
+    void bind(ShaderProgram *program, TextureManager *manager);
+    void unbind(ShaderProgram *program, TextureManager *manager);
+
+    /// Whether a collection for the plan is bound in the current context.
+    static bool isBound(const QString &plan);
+
+private:
+    const InstanceDataPlan *m_plan;
+    QVector<float> m_rows;
+    bool m_dirty = true;
+    std::unique_ptr<BufferTexture> m_texture;
+};
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <GL/Export.h>
+#include <GL/Texture.h>
+
+#include <QtCore/QMetaType>
+#include <QtCore/QObject>
+#include <QtCore/QPair>
+#include <QtCore/QVariant>
+#include <QtCore/QVector>
+#include <QtGui/QMatrix4x4>
+#include <QtGui/QVector3D>
+
+namespace Velmora::Kvz {
+
+/// A light that casts shadows. Positions and directions are in world space. ShadowMapManager::Light is this class.
+class KVZ_GL_EXPORT ShadowMapLight : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(Type type MEMBER type)
+    Q_PROPERTY(QVector3D position MEMBER position)
+    Q_PROPERTY(QVector3D direction MEMBER direction)
+    Q_PROPERTY(float coneAngle MEMBER coneAngle)
+    Q_PROPERTY(float range MEMBER range)
+    Q_PROPERTY(int cascades MEMBER cascades)
+    Q_PROPERTY(float depthBias MEMBER depthBias)
+
+public:
+    enum Type { Directional, Spot, Point };
+    Q_ENUM(Type)
+
+    explicit ShadowMapLight(QObject *parent = nullptr);
+
+    Type type = Directional;
+    QVector3D position; ///< Of spot and point lights.
+    QVector3D direction {0, -1, 0}; ///< Where the light goes, of directional and spot lights. Any length above 0.
+    float coneAngle = 60; ///< Of spot lights: full opening angle in degrees, above 0 and below 180.
+    float range = 100; ///< Of spot and point lights: distance beyond which nothing is lit, above 0.
+    int cascades = 3; ///< Of directional lights with a camera: layers along the view, from 1 up.
+    float depthBias = 0.0005f; ///< Added to the depths of every layer, in normalised device units (-1 to 1).
+};
+
+/// What the shadow passes need and publish. ShadowMapManager::RenderData is this class.
+class KVZ_GL_EXPORT ShadowMapRenderData : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// World space to the clip space of a layer; column-major, as glUniformMatrix4fv takes it without transposing.
+    struct Transform
+    {
+        float matrix[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    };
+    /// One light, or what of it lies in consecutive layers.
+    struct ProjectorInfo
+    {
+        int layerCount = 0;
+        int firstLayer = 0;
+    };
+
+    explicit ShadowMapRenderData(QObject *parent = nullptr);
+    ~ShadowMapRenderData() override;
+
+    int layerCount = 0; ///< Layers that the shadow array needs.
+    QVector<Transform> transforms; ///< One for each layer.
+    QVector<ProjectorInfo> projectors; ///< One for each light, in the order of the light list.
+    QVector<float> depthBiases; ///< One for each layer, in normalised device units.
+
+    /// The array that holds the finished maps: not owned, null until a shadow pass sets it.
+    void setProjectionTexture(Texture *texture);
+    Texture *projectionTexture() const;
+
+private:
+    Texture *m_projectionTexture = nullptr;
+};
+
+/// Turns lights into the layers of a shadow map array.
+class KVZ_GL_EXPORT ShadowMapManager
+{
+public:
+    using Light = ShadowMapLight;
+    using RenderData = ShadowMapRenderData;
+
+    /// Fills layer count, transforms, projectors and biases of `data` from `lights`, a QVariantList of `Light*` or
+    /// `QObject*`; a single one of these counts as a list of one. Other elements and null pointers are left out.
+    ///
+    /// Directional: cascades fitted to the camera's frustum and to the scene's bounds; without a camera, one layer over the
+    /// bounds; without bounds either, one layer over the cube from -1 to 1. Spot: one layer. Point: six layers, in the
+    /// order of cube map faces (+X, -X, +Y, -Y, +Z, -Z). `projection`, `camera` (world to camera) and `bounds` (minimum and
+    /// maximum corner in world space) can be null. Lights with a zero direction, range or cone fall back to the defaults of
+    /// those members.
+    static void processLights(const QVariant &lights, RenderData &data, const QMatrix4x4 *projection,
+        const QMatrix4x4 *camera, const QPair<QVector3D, QVector3D> *bounds);
+};
+
+} // namespace Velmora::Kvz
+
+Q_DECLARE_METATYPE(Velmora::Kvz::ShadowMapManager::RenderData *)
+Q_DECLARE_METATYPE(Velmora::Kvz::ShadowMapManager::Light *)
