@@ -17,6 +17,8 @@ public:
     /// `sampler` is the name in GLSL, reserved through FixedTextureUnits; `internalFormat` is what a texel holds, such as
     /// GL_RGBA32F or GL_R32UI.
     BufferTexture(const QString &sampler, unsigned int internalFormat);
+    /// The content of another under one more sampler: what either uploads, both show.
+    BufferTexture(const QString &sampler, const BufferTexture &content);
     ~BufferTexture() override;
 
     /// Replaces the content. An empty content is kept as one zero texel, so that it can be bound.
@@ -34,11 +36,16 @@ public:
     static int maximumTexels();
 
 private:
+    struct Content
+    {
+        unsigned int internalFormat = 0;
+        BufferObject buffer;
+        Texture texture;
+        bool attached = false;
+    };
+
     QString m_sampler;
-    unsigned int m_internalFormat;
-    BufferObject m_buffer;
-    Texture m_texture;
-    bool m_attached = false;
+    QSharedPointer<Content> m_content;
     QVarLengthArray<int, 2> m_saved;
 };
 

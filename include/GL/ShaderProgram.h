@@ -62,6 +62,8 @@ public:
     /// The GL location for direct glUniform calls, -1 when there is none. From now on setUniform() on this name always
     /// sends.
     int getUniformLocation(const QString &name) const;
+    /// The location of an active vertex attribute, -1 when the linked program reads none of that name.
+    int attributeLocation(const QString &name) const;
     /// The GL name; 0 before compile().
     unsigned int programID() const;
     /// Whether the linked program has a tessellation stage, so that triangles go out as patches.
@@ -107,6 +109,7 @@ private:
     bool m_linked = false;
     bool m_tessellation = false;
     mutable QHash<QString, Uniform> m_uniforms;
+    QHash<QString, int> m_attributes;
     QVarLengthArray<int, 4> m_saved;
 };
 

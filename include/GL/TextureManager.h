@@ -75,8 +75,8 @@ public:
     virtual void unbindTextures(ShaderProgram *program);
 
     /// Stores the image of a material and returns the handle by which `managedTexture` samples it. Row 0 of the texture
-    /// is the image's bottom row; repeat wrap, mip levels, trilinear filter. Equal images share one handle, and each call
-    /// counts: pair it with releaseManagedTexture(). 0, which samples white, for a null image.
+    /// is the image's bottom row; repeat wrap, mip levels, trilinear filter. Copies of one QImage share one handle, and each
+    /// call counts: pair it with releaseManagedTexture(). 0, which samples white, for a null image.
     int addManagedTexture(const QImage &image);
     /// Gives a handle back. 0 and unknown handles are ignored.
     void releaseManagedTexture(int handle);

@@ -33,6 +33,9 @@ public:
     /// Points and enables the arrays that the program's active attributes read; this object must be bound and the program
     /// linked. Arrays that are enabled stay so. An attribute without a buffer keeps its constant value.
     void enableShaderProgramArrays(const ShaderProgram *program);
+    /// Points and enables the arrays of standard attributes, whose location is the same in every program; this object must
+    /// be bound.
+    void enableStandardArrays();
 
     /// The GL name; made now if there is none yet and a context is current, else 0.
     unsigned int getVAO() const;
@@ -45,6 +48,8 @@ private:
         int components;
         unsigned int type;
     };
+
+    static void enableArray(const Array &array, int location);
 
     mutable unsigned int m_name = 0;
     mutable GLObject m_owner;

@@ -58,6 +58,7 @@ public:
     QPair<QVector3D, QVector3D> sceneBounds() const;
 
     int itemCount() const;
+    // What is asked of an item out of range is 0, the identity or zeros.
     quint64 itemFeatureFlags(int item) const;
     QMatrix4x4 modelMatrix(int item) const;
     QMatrix4x4 previousModelMatrix(int item) const;
@@ -93,6 +94,8 @@ private:
     friend class GPUModelBuilder;
     GPUModel();
     Q_DISABLE_COPY(GPUModel)
+
+    bool hasItem(int item) const;
 
     struct Private;
     std::unique_ptr<Private> d;

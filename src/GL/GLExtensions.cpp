@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#include <GL/GLExtensions.h>
+
+#include <GL/OpenGLDeviceContext.h>
+
+#include <QtCore/QByteArray>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+bool hasGLExtension(const char *name)
+{
+    if (!name || !*name || !OpenGLDeviceContext::currentHandle())
+        return false;
+    const QByteArray prefix("GL_");
+    QByteArray fullName(name);
+    if (!fullName.startsWith(prefix))
+        fullName.prepend(prefix);
+    return epoxy_has_gl_extension(fullName.constData());
+}
+
+} // namespace Velmora::Kvz

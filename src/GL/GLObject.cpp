@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+#include <GL/GLObject.h>
+
+#include "ContextRegistry.h"
+
+namespace Velmora::Kvz {
+
+GLObject::GLObject(Sharing sharing) : m_sharing(sharing) {}
+
+GLObject::~GLObject() = default;
+
+void GLObject::claim()
+{
+    if (const QSharedPointer<ContextRecord> record = ContextRegistry::current())
+        m_identity = m_sharing == Sharing::ShareGroup ? record->group->identity : record->identity;
+}
+
+bool GLObject::isKnownToCurrentContext() const
+{
+    const QSharedPointer<ContextIdentity> identity = m_identity.toStrongRef();
+    if (!identity)
+        return false;
+    const QSharedPointer<ContextRecord> record = ContextRegistry::current();
+    return record && identity == (m_sharing == Sharing::ShareGroup ? record->group->identity : record->identity);
+}
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: MIT
+#include <GL/VertexArrayObject.h>
+
+#include "GLNames.h"
+#include "StandardAttributes.h"
+
+#include <GL/OpenGLDeviceContext.h>
+#include <GL/ShaderProgram.h>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+VertexArrayObject::VertexArrayObject() : m_owner(GLObject::Sharing::OneContext) {}
+
+VertexArrayObject::~VertexArrayObject()
+{
+    if (!m_name)
+        return;
+    if (m_owner.isKnownToCurrentContext())
+        glDeleteVertexArrays(1, &m_name);
+    --liveNames().vertexArrays;
+}
+
+void VertexArrayObject::bind()
+{
+    GLint previous = 0;
+    glGetIntegerv(GL_VERTEX_ARRAY_BINDING, &previous);
+    m_saved.append(previous);
+    glBindVertexArray(getVAO());
+}
+
+void VertexArrayObject::unbind()
+{
+    const int previous = m_saved.isEmpty() ? 0 : m_saved.last();
+    if (!m_saved.isEmpty())
+        m_saved.removeLast();
+    glBindVertexArray(GLuint(previous));
+}
+
+void VertexArrayObject::upload(
+    const QString &name, const QSharedPointer<BufferObject> &buffer, int components, unsigned int type)
+{
+    if (!buffer)
+        return;
+    for (Array &array : m_arrays) {
+        if (array.name == name) {
+            array = {name, buffer, components, type};
+            return;
+        }
+    }
+    m_arrays.append({name, buffer, components, type});
+}
+
+QSharedPointer<BufferObject> VertexArrayObject::bo(const QString &name) const
+{
+    for (const Array &array : m_arrays) {
+        if (array.name == name)
+            return array.buffer;
+    }
+    return {};
+}
+
+void VertexArrayObject::enableArray(const Array &array, int location)
+{
+    GLint previous = 0;
+    glGetIntegerv(GL_ARRAY_BUFFER_BINDING, &previous);
+    glBindBuffer(GL_ARRAY_BUFFER, array.buffer->getBO());
+    glVertexAttribPointer(GLuint(location), array.components, array.type, GL_FALSE, 0, nullptr);
+    glEnableVertexAttribArray(GLuint(location));
+    glBindBuffer(GL_ARRAY_BUFFER, GLuint(previous));
+}
+
+void VertexArrayObject::enableStandardArrays()
+{
+    for (const Array &array : qAsConst(m_arrays)) {
+        const int location = standardAttributeLocation(array.name);
+        if (location >= 0)
+            enableArray(array, location);
+    }
+}
+
+void VertexArrayObject::enableShaderProgramArrays(const ShaderProgram *program)
+{
+    if (!program || !program->isLinked())
+        return;
+    for (const Array &array : qAsConst(m_arrays)) {
+        const int location = program->attributeLocation(array.name);
+        if (location >= 0)
+            enableArray(array, location);
+    }
+}
+
+unsigned int VertexArrayObject::getVAO() const
+{
+    if (!m_name && OpenGLDeviceContext::currentHandle()) {
+        glGenVertexArrays(1, &m_name);
+        m_owner.claim();
+        ++liveNames().vertexArrays;
+    }
+    return m_name;
+}
+
+} // namespace Velmora::Kvz

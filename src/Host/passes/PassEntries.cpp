@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: MIT
+#include <Host/passes/PassEntries.h>
+
+namespace Velmora::Kvz::PassEntries {
+
+namespace {
+
+/// How images of a kind are usually shown, and what their numbers are.
+void setUsualTraits(TextureTraits *traits, TextureKind kind)
+{
+    traits->kind = kind;
+    traits->colourSpace = ColourSpace::Data;
+    switch (kind) {
+    case TextureKind::Any:
+    case TextureKind::Colour:
+    case TextureKind::Diffuse:
+    case TextureKind::Specular:
+    case TextureKind::Luminance:
+    case TextureKind::Overlay:
+        traits->colourSpace = ColourSpace::Linear;
+        traits->display = TextureDisplay::Colour;
+        break;
+    case TextureKind::Depth:
+        traits->display = TextureDisplay::Depth;
+        break;
+    case TextureKind::Normal:
+        traits->display = TextureDisplay::Normal;
+        break;
+    case TextureKind::TexCoord:
+        traits->display = TextureDisplay::TexCoord;
+        break;
+    case TextureKind::Id:
+        traits->display = TextureDisplay::Id;
+        break;
+    case TextureKind::Positions:
+        traits->display = TextureDisplay::Positions;
+        break;
+    case TextureKind::Obscurance:
+        traits->display = TextureDisplay::Scalar;
+        break;
+    case TextureKind::Velocity:
+        traits->display = TextureDisplay::Colour;
+        break;
+    case TextureKind::Stencil:
+    case TextureKind::Environment:
+    case TextureKind::NodeList:
+        traits->display = TextureDisplay::Hidden;
+        break;
+    }
+}
+
+} // namespace
+
+InputInfo input(
+    const char *name, ValueType type, const QVariant &defaultValue, const char *description, const char *whenNull)
+{
+    InputInfo info;
+    info.name = QString::fromUtf8(name);
+    info.type = type;
+    info.description = QString::fromUtf8(description);
+    info.defaultValue = defaultValue;
+    info.whenNull = QString::fromUtf8(whenNull);
+    return info;
+}
+
+InputInfo textureInput(const char *name, TextureKind kind, const char *description, const char *whenNull)
+{
+    InputInfo info = input(name, ValueType::Texture, QVariant(), description, whenNull);
+    setUsualTraits(&info.texture, kind);
+    return info;
+}
+
+InputInfo requiredTextureInput(const char *name, TextureKind kind, const char *description)
+{
+    InputInfo info = textureInput(name, kind, description, "the pass must not run");
+    info.required = true;
+    return info;
+}
+
+InputInfo viewportInput()
+{
+    return input("Kvz_QRect_Viewport", ValueType::Rect, QVariant(), "Target rectangle in pixels.", "size 0 by 0");
+}
+
+InputInfo projectionInput()
+{
+    return input("Kvz_QMatrix4x4_ProjectionMatrix", ValueType::Matrix4x4, QVariant(), "Camera to clip space.",
+        "the identity");
+}
+
+InputInfo cameraInput()
+{
+    return input(
+        "Kvz_QMatrix4x4_CameraMatrix", ValueType::Matrix4x4, QVariant(), "World to camera space.", "the identity");
+}
+
+OutputInfo output(const char *name, ValueType type, const char *description)
+{
+    OutputInfo info;
+    info.name = QString::fromUtf8(name);
+    info.type = type;
+    info.description = QString::fromUtf8(description);
+    return info;
+}
+
+OutputInfo textureOutput(const char *name, TextureKind kind, unsigned int internalFormat, const char *description)
+{
+    OutputInfo info = output(name, ValueType::Texture, description);
+    setUsualTraits(&info.texture, kind);
+    info.texture.internalFormat = internalFormat;
+    return info;
+}
+
+OutputInfo pooledOutput(const char *name, TextureKind kind, unsigned int internalFormat, const char *description)
+{
+    OutputInfo info = textureOutput(name, kind, internalFormat, description);
+    info.pooled = true;
+    return info;
+}
+
+OptionInfo option(const char *name, ValueType type, const QVariant &defaultValue, const char *description)
+{
+    OptionInfo info;
+    info.name = QString::fromUtf8(name);
+    info.type = type;
+    info.defaultValue = defaultValue;
+    info.description = QString::fromUtf8(description);
+    return info;
+}
+
+UseRule warnWhenOpen(const char *port, const char *expected, const char *consequence, const char *remedy)
+{
+    const QString name = QString::fromUtf8(port);
+    return {name, QString::fromUtf8(expected), QString::fromUtf8(consequence), QString::fromUtf8(remedy),
+        [name](const PassUse &use) { return !use.isFed(name); }};
+}
+
+} // namespace Velmora::Kvz::PassEntries

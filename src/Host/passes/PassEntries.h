@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <Host/PassRegistry.h>
+
+#include <QtGui/QColor>
+
+namespace Velmora::Kvz::PassEntries {
+
+/// \name Entries of the registry
+/// One function for each pass class, in a file named after the class.
+/// @{
+PassInfo blendRenderPass();
+PassInfo deferredRenderPass();
+PassInfo gBufferRenderPass();
+PassInfo gradientRenderPass();
+PassInfo modelDeferredPass();
+PassInfo modelRenderPass();
+PassInfo primitiveBuilderRenderPass();
+PassInfo textureToScreenRenderPass();
+/// @}
+
+inline constexpr PassInfo (*all[])() = {
+    blendRenderPass,
+    deferredRenderPass,
+    gBufferRenderPass,
+    gradientRenderPass,
+    modelDeferredPass,
+    modelRenderPass,
+    primitiveBuilderRenderPass,
+    textureToScreenRenderPass,
+};
+
+/// \name Words that entries are written in
+/// @{
+
+/// An input of any type with its default.
+InputInfo input(const char *name, ValueType type, const QVariant &defaultValue, const char *description,
+    const char *whenNull);
+/// An image input.
+InputInfo textureInput(const char *name, TextureKind kind, const char *description, const char *whenNull);
+/// The same, for a pass that must not run without the image.
+InputInfo requiredTextureInput(const char *name, TextureKind kind, const char *description);
+InputInfo viewportInput();
+InputInfo projectionInput();
+InputInfo cameraInput();
+
+/// An output that holds no image.
+OutputInfo output(const char *name, ValueType type, const char *description);
+/// An image that the pass owns.
+OutputInfo textureOutput(const char *name, TextureKind kind, unsigned int internalFormat, const char *description);
+/// A temporary image from the pool.
+OutputInfo pooledOutput(const char *name, TextureKind kind, unsigned int internalFormat, const char *description);
+
+OptionInfo option(const char *name, ValueType type, const QVariant &defaultValue, const char *description);
+
+/// A rule that warns of an input that nothing feeds.
+UseRule warnWhenOpen(const char *port, const char *expected, const char *consequence, const char *remedy);
+
+/// A factory for a class whose constructor takes nothing.
+template<typename Pass>
+std::unique_ptr<RenderPass> construct(const PassOptions &)
+{
+    return std::make_unique<Pass>();
+}
+/// @}
+
+} // namespace Velmora::Kvz::PassEntries

@@ -1,0 +1,306 @@
+// SPDX-License-Identifier: MIT
+#include <Scene/GPUModelBuilder.h>
+
+#include "GPUModelPrivate.h"
+
+#include <Core/Log.h>
+#include <GL/AutoBinder.h>
+#include <GL/OpenGLDeviceContext.h>
+#include <GL/TextureManager.h>
+#include <Scene/InstanceDataRegistry.h>
+
+#include <epoxy/gl.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+/// A row of material data, as the plan "OBJMaterial" reads it.
+struct MaterialRow
+{
+    float kd[3];
+    float d;
+    float ks[3];
+    float ns;
+    float mapKd;
+    float mapKs;
+    float unused[2];
+};
+
+static_assert(sizeof(QVector3D) == 3 * sizeof(float) && sizeof(QVector2D) == 2 * sizeof(float),
+    "vertex arrays are uploaded as they are");
+
+int refuse(const QString &what, const QString &reason)
+{
+    KVZ_WARNING(QStringLiteral("%1 is refused: %2").arg(what, reason));
+    return -1;
+}
+
+template<typename Vector>
+int firstNotFinite(const QVector<Vector> &vectors)
+{
+    const auto found
+        = std::find_if(vectors.begin(), vectors.end(), [](const Vector &vector) { return !allFinite(vector); });
+    return found == vectors.end() ? -1 : int(found - vectors.begin());
+}
+
+/// What makes a mesh unfit; empty when nothing does.
+QString flawOf(const MeshData &mesh)
+{
+    const int vertexCount = mesh.positions.size();
+    const int cornerCount = mesh.indices.isEmpty() ? vertexCount : mesh.indices.size();
+    if (cornerCount == 0)
+        return QStringLiteral("it has no triangles");
+    if (cornerCount % 3 != 0) {
+        return QStringLiteral("%1 %2 are no whole number of triangles")
+            .arg(cornerCount)
+            .arg(mesh.indices.isEmpty() ? QStringLiteral("positions without indices") : QStringLiteral("indices"));
+    }
+    if (!mesh.normals.isEmpty() && mesh.normals.size() != vertexCount)
+        return QStringLiteral("it has %1 normals for %2 positions").arg(mesh.normals.size()).arg(vertexCount);
+    if (!mesh.texCoords.isEmpty() && mesh.texCoords.size() != vertexCount) {
+        return QStringLiteral("it has %1 texture coordinates for %2 positions")
+            .arg(mesh.texCoords.size())
+            .arg(vertexCount);
+    }
+    for (int i = 0; i < mesh.indices.size(); ++i) {
+        if (mesh.indices[i] >= quint32(vertexCount)) {
+            return QStringLiteral("index %1 is %2, past the last of %3 positions")
+                .arg(i)
+                .arg(mesh.indices[i])
+                .arg(vertexCount);
+        }
+    }
+    const int position = firstNotFinite(mesh.positions);
+    if (position >= 0)
+        return QStringLiteral("position %1 is not finite").arg(position);
+    const int normal = firstNotFinite(mesh.normals);
+    if (normal >= 0)
+        return QStringLiteral("normal %1 is not finite").arg(normal);
+    const int texCoord = firstNotFinite(mesh.texCoords);
+    if (texCoord >= 0)
+        return QStringLiteral("texture coordinate %1 is not finite").arg(texCoord);
+    return {};
+}
+
+QString flawOf(const MaterialData &material)
+{
+    if (!allFinite(material.kd))
+        return QStringLiteral("kd is not finite");
+    if (!allFinite(material.ks))
+        return QStringLiteral("ks is not finite");
+    if (!std::isfinite(material.ns))
+        return QStringLiteral("ns is not finite");
+    if (!std::isfinite(material.d))
+        return QStringLiteral("d is not finite");
+    return {};
+}
+
+/// Where the meshes of a model lie in its buffers. Meshes that no item draws take no room.
+struct Layout
+{
+    struct Place
+    {
+        bool isUsed = false;
+        qint64 firstVertex = 0;
+        qint64 firstIndex = 0;
+        qint64 indexCount = 0;
+    };
+
+    QVector<Place> places; ///< By mesh.
+    qint64 vertexCount = 0;
+    qint64 indexCount = 0;
+    bool isIndexed = false; ///< Meshes without indices get some when another has them.
+};
+
+/// One vertex array of all used meshes, one after the other; arrays that a mesh lacks are zeros.
+template<typename Vector>
+QSharedPointer<BufferObject> createVertexBuffer(
+    const Layout &layout, const QVector<MeshData> &meshes, QVector<Vector> MeshData::*array)
+{
+    const auto buffer = QSharedPointer<BufferObject>::create();
+    buffer->uploadBytes(nullptr, long(layout.vertexCount) * long(sizeof(Vector)), GL_STATIC_DRAW);
+    for (int i = 0; i < meshes.size(); ++i) {
+        if (!layout.places[i].isUsed)
+            continue;
+        QVector<Vector> vectors = meshes[i].*array;
+        vectors.resize(meshes[i].positions.size());
+        buffer->uploadRange(vectors.constData(), long(layout.places[i].firstVertex) * long(sizeof(Vector)),
+            vectors.size() * long(sizeof(Vector)));
+    }
+    return buffer;
+}
+
+QSharedPointer<BufferObject> createIndexBuffer(const Layout &layout, const QVector<MeshData> &meshes)
+{
+    std::vector<quint32> indices;
+    indices.reserve(size_t(layout.indexCount));
+    for (int i = 0; i < meshes.size(); ++i) {
+        const Layout::Place &place = layout.places[i];
+        if (!place.isUsed)
+            continue;
+        for (qint64 k = 0; k < place.indexCount; ++k) {
+            const quint32 index = meshes[i].indices.isEmpty() ? quint32(k) : meshes[i].indices[int(k)];
+            indices.push_back(quint32(place.firstVertex) + index);
+        }
+    }
+    const auto buffer = QSharedPointer<BufferObject>::create();
+    buffer->setTarget(GL_ELEMENT_ARRAY_BUFFER);
+    buffer->uploadGLuintData(indices.data(), int(indices.size()), GL_STATIC_DRAW);
+    return buffer;
+}
+
+QSharedPointer<DrawBuffers> createGeometry(const Layout &layout, const QVector<MeshData> &meshes)
+{
+    const QSharedPointer<OpenGLDeviceContext> device = OpenGLDeviceContext::current();
+    const QSharedPointer<VertexArrayObject> vao = device->createVertexArrayObject();
+    vao->upload(QStringLiteral("va_Vertex"), createVertexBuffer(layout, meshes, &MeshData::positions), 3, GL_FLOAT);
+    vao->upload(QStringLiteral("va_Normal"), createVertexBuffer(layout, meshes, &MeshData::normals), 3, GL_FLOAT);
+    vao->upload(QStringLiteral("va_TexCoord"), createVertexBuffer(layout, meshes, &MeshData::texCoords), 2, GL_FLOAT);
+    {
+        AutoBinder binder(vao);
+        vao->enableStandardArrays();
+    }
+    const QSharedPointer<DrawBuffers> geometry = device->createDrawBuffers();
+    geometry->setVAO(vao);
+    geometry->setPrimitiveType(GL_TRIANGLES);
+    geometry->setVertexCount(unsigned(layout.vertexCount));
+    if (layout.isIndexed)
+        geometry->setIndexedDraw(createIndexBuffer(layout, meshes), int(layout.indexCount), GL_UNSIGNED_INT);
+    return geometry;
+}
+
+Layout layOut(const QVector<MeshData> &meshes, const std::vector<bool> &isUsed)
+{
+    Layout layout;
+    layout.places.resize(meshes.size());
+    for (int i = 0; i < meshes.size(); ++i) {
+        if (!isUsed[size_t(i)])
+            continue;
+        const MeshData &mesh = meshes[i];
+        layout.isIndexed |= !mesh.indices.isEmpty();
+        const qint64 count = mesh.indices.isEmpty() ? mesh.positions.size() : mesh.indices.size();
+        layout.places[i] = {true, layout.vertexCount, layout.indexCount, count};
+        layout.vertexCount += mesh.positions.size();
+        layout.indexCount += count;
+    }
+    return layout;
+}
+
+} // namespace
+
+int GPUModelBuilder::addMesh(const MeshData &mesh)
+{
+    const QString flaw = flawOf(mesh);
+    if (!flaw.isEmpty())
+        return refuse(QStringLiteral("Mesh %1").arg(m_meshes.size()), flaw);
+    m_meshes.append(mesh);
+    return m_meshes.size() - 1;
+}
+
+int GPUModelBuilder::addMaterial(const MaterialData &material)
+{
+    const QString flaw = flawOf(material);
+    if (!flaw.isEmpty())
+        return refuse(QStringLiteral("Material %1").arg(m_materials.size()), flaw);
+    m_materials.append(material);
+    return m_materials.size() - 1;
+}
+
+int GPUModelBuilder::addItem(int mesh, int material, const QMatrix4x4 &modelMatrix, quint64 featureFlags)
+{
+    const QString what = QStringLiteral("Item %1").arg(m_items.size());
+    if (mesh < 0 || mesh >= m_meshes.size())
+        return refuse(what, QStringLiteral("there is no mesh %1; %2 were added").arg(mesh).arg(m_meshes.size()));
+    if (material < 0 || material >= m_materials.size()) {
+        return refuse(
+            what, QStringLiteral("there is no material %1; %2 were added").arg(material).arg(m_materials.size()));
+    }
+    if (!allFinite(modelMatrix))
+        return refuse(what, QStringLiteral("its matrix is not finite"));
+    m_items.append({mesh, material, modelMatrix, featureFlags});
+    return m_items.size() - 1;
+}
+
+QSharedPointer<GPUModel> GPUModelBuilder::build() const
+{
+    if (!OpenGLDeviceContext::current()) {
+        KVZ_WARNING(QStringLiteral("A model cannot be built: no OpenGL context is current"));
+        return {};
+    }
+    const InstanceDataRegistry &registry = InstanceDataRegistry::Instance();
+    const int texelsPerItem = std::max({registry.getPlan(QStringLiteral("InstanceInfo")).stride(),
+        registry.getPlan(QStringLiteral("OBJMaterial")).stride(),
+        int(sizeof(DrawElementsIndirectCommand) / sizeof(quint32))});
+    const int itemLimit = BufferTexture::maximumTexels() / texelsPerItem;
+    if (m_items.size() > itemLimit) {
+        KVZ_WARNING(QStringLiteral("A model of %1 items cannot be built: this driver's buffer textures hold the data of %2")
+                        .arg(m_items.size())
+                        .arg(itemLimit));
+        return {};
+    }
+
+    std::vector<bool> isMeshUsed(size_t(m_meshes.size()));
+    std::vector<bool> isMaterialUsed(size_t(m_materials.size()));
+    for (const Item &item : m_items) {
+        isMeshUsed[size_t(item.mesh)] = true;
+        isMaterialUsed[size_t(item.material)] = true;
+    }
+    const Layout layout = layOut(m_meshes, isMeshUsed);
+    constexpr qint64 countLimit = std::numeric_limits<int>::max();
+    if (layout.vertexCount > countLimit || layout.indexCount > countLimit) {
+        KVZ_WARNING(QStringLiteral("A model of %1 vertices and %2 indices cannot be built: OpenGL draws at most %3 of each")
+                        .arg(layout.vertexCount)
+                        .arg(layout.indexCount)
+                        .arg(countLimit));
+        return {};
+    }
+
+    const QSharedPointer<GPUModel> model(new GPUModel);
+    GPUModel::Private &data = *model->d;
+    data.owner.claim();
+
+    std::vector<MaterialRow> materials(size_t(m_materials.size()));
+    for (int i = 0; i < m_materials.size(); ++i) {
+        if (!isMaterialUsed[size_t(i)])
+            continue;
+        const MaterialData &material = m_materials[i];
+        TextureManager *const manager = TextureManager::Instance();
+        const int mapKd = manager->addManagedTexture(material.mapKd);
+        const int mapKs = manager->addManagedTexture(material.mapKs);
+        data.textureHandles.insert(data.textureHandles.end(), {mapKd, mapKs});
+        materials[size_t(i)] = {{material.kd.x(), material.kd.y(), material.kd.z()}, material.d,
+            {material.ks.x(), material.ks.y(), material.ks.z()}, material.ns, float(mapKd), float(mapKs), {}};
+    }
+
+    std::vector<Bounds> meshBounds(size_t(m_meshes.size()));
+    for (int i = 0; i < m_meshes.size(); ++i) {
+        for (const QVector3D &position : m_meshes[i].positions)
+            meshBounds[size_t(i)].include(position);
+    }
+
+    std::vector<MaterialRow> materialRows;
+    materialRows.reserve(size_t(m_items.size()));
+    QVector<DrawElementsIndirectCommand> commands;
+    commands.reserve(m_items.size());
+    for (const Item &item : m_items) {
+        const Layout::Place &place = layout.places[item.mesh];
+        const GPUModel::Private::Range range {
+            quint32(layout.isIndexed ? place.firstIndex : place.firstVertex), quint32(place.indexCount)};
+        data.addItem(range, meshBounds[size_t(item.mesh)], item.modelMatrix, item.featureFlags);
+        materialRows.push_back(materials[size_t(item.material)]);
+        commands.append({range.count, 1, range.first, 0, 0});
+    }
+    data.finish();
+    data.materialRows.upload(materialRows.data(), long(materialRows.size() * sizeof(MaterialRow)));
+    if (!m_items.isEmpty()) {
+        data.geometry = createGeometry(layout, m_meshes);
+        data.geometry->setDrawElementsIndirectCommands(commands.constData(), commands.size());
+    }
+    return model;
+}
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "ObjectRows.h"
+#include "OcclusionQueries.h"
+#include "SceneMath.h"
+
+#include <GL/BufferTexture.h>
+#include <GL/DrawBuffers.h>
+#include <GL/GLObject.h>
+#include <Scene/GPUModel.h>
+
+#include <memory>
+#include <vector>
+
+namespace Velmora::Kvz {
+
+/// What a model holds. The vectors "by item" are parallel and keep what a draw reads of each item close together.
+struct GPUModel::Private
+{
+    /// A part of the index buffer, or of the vertices of a model without indices.
+    struct Range
+    {
+        quint32 first;
+        quint32 count;
+    };
+    /// Whether culling lets an item be drawn.
+    enum class Mark : quint8 {
+        Drawn,
+        Undecided, ///< Drawn on condition of its occlusion query.
+        Culled
+    };
+
+    Private();
+    ~Private();
+
+    /// Adds an item; finish() ends the list.
+    void addItem(const Range &range, const Bounds &meshBounds, const QMatrix4x4 &matrix, quint64 featureFlags);
+    void finish();
+    void setMatrix(int item, const QMatrix4x4 &matrix);
+    int itemCount() const { return int(ranges.size()); }
+    bool isSelected(size_t item, quint64 value, quint64 mask) const { return (featureFlags[item] & mask) == value; }
+
+    void draw(ShaderProgram *program, TextureManager *manager, quint64 value, quint64 mask, WindingType winding,
+        bool ignoreCulling);
+    void drawItems(const ShaderProgram *program, quint64 value, quint64 mask, WindingType winding, bool ignoreCulling,
+        bool readQueries) const;
+
+    // By item.
+    std::vector<quint64> featureFlags;
+    std::vector<Range> ranges;
+    std::vector<Mark> marks;
+    std::vector<quint8> isMirrored; ///< Its matrix turns windings round.
+    std::vector<Bounds> bounds; ///< In world space.
+    std::vector<Bounds> meshBounds; ///< In model space.
+
+    std::vector<quint64> distinctFlags; ///< Each word of featureFlags once.
+    Bounds sceneBounds;
+    bool areSceneBoundsStale = true;
+
+    QSharedPointer<DrawBuffers> geometry; ///< Null without items.
+    ObjectRows objectRows;
+    BufferTexture materialRows;
+    std::unique_ptr<OcclusionQueries> queries;
+
+    std::vector<int> textureHandles; ///< Of the texture manager of `owner`.
+    GLObject owner;
+};
+
+} // namespace Velmora::Kvz

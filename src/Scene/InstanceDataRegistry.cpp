@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+#include <Scene/InstanceDataRegistry.h>
+
+#include <Core/Log.h>
+#include <GL/FixedTextureUnits.h>
+
+#include <QtCore/QRegularExpression>
+#include <QtCore/QSet>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+using Type = InstanceDataPlan::Type;
+
+QVector<InstanceDataPlan::Field> objectFields()
+{
+    return {
+        {QStringLiteral("getModelMatrix"), Type::Mat4},
+        {QStringLiteral("getModelNormalMatrix"), Type::Mat4},
+        {QStringLiteral("getPreviousModelMatrix"), Type::Mat4},
+    };
+}
+
+QVector<InstanceDataPlan::Field> materialFields()
+{
+    return {
+        {QStringLiteral("getKd"), Type::Vec3},
+        {QStringLiteral("getD"), Type::Float},
+        {QStringLiteral("getKs"), Type::Vec3},
+        {QStringLiteral("getNs"), Type::Float},
+        {QStringLiteral("getMap_Kd"), Type::Int},
+        {QStringLiteral("getMap_Ks"), Type::Int},
+    };
+}
+
+/// Whether a name can stand in GLSL.
+bool isIdentifier(const QString &name)
+{
+    static const QRegularExpression identifier(QStringLiteral("^(?!gl_)(?!.*__)[A-Za-z_][A-Za-z0-9_]*$"));
+    return identifier.match(name).hasMatch();
+}
+
+/// What makes a plan unsound; empty when nothing does.
+QString flawOf(const InstanceDataPlan &plan)
+{
+    if (!isIdentifier(plan.name()))
+        return QStringLiteral("its name is no identifier of GLSL");
+    if (plan.fields().isEmpty())
+        return QStringLiteral("it has no fields");
+    QSet<QString> getters;
+    const QVector<InstanceDataPlan::Field> fields = plan.fields();
+    for (const InstanceDataPlan::Field &field : fields) {
+        if (!isIdentifier(field.getter))
+            return QStringLiteral("its getter '%1' is no identifier of GLSL").arg(field.getter);
+        if (getters.contains(field.getter))
+            return QStringLiteral("its getter '%1' comes twice").arg(field.getter);
+        getters.insert(field.getter);
+    }
+    return {};
+}
+
+} // namespace
+
+InstanceDataRegistry::InstanceDataRegistry()
+{
+    addPlan(InstanceDataPlan(QStringLiteral("InstanceInfo"), objectFields()));
+    addPlan(InstanceDataPlan(QStringLiteral("OBJMaterial"), materialFields()));
+    addPlan(InstanceDataPlan(QStringLiteral("TavoInstance"), objectFields()));
+}
+
+InstanceDataRegistry &InstanceDataRegistry::Instance()
+{
+    static InstanceDataRegistry registry;
+    return registry;
+}
+
+const InstanceDataPlan &InstanceDataRegistry::getPlan(const QString &name) const
+{
+    static const InstanceDataPlan empty {QString(), {}};
+    const auto plan = m_plans.constFind(name);
+    if (plan != m_plans.constEnd())
+        return **plan;
+    KVZ_WARNING(QStringLiteral("There is no instance data plan '%1'; known plans: %2")
+                    .arg(name, planNames().join(QStringLiteral(", "))));
+    return empty;
+}
+
+bool InstanceDataRegistry::hasPlan(const QString &name) const
+{
+    return m_plans.contains(name);
+}
+
+QStringList InstanceDataRegistry::planNames() const
+{
+    return m_plans.keys();
+}
+
+bool InstanceDataRegistry::addPlan(const InstanceDataPlan &plan)
+{
+    const QString flaw = hasPlan(plan.name()) ? QStringLiteral("the name is taken") : flawOf(plan);
+    if (!flaw.isEmpty()) {
+        KVZ_WARNING(QStringLiteral("Instance data plan '%1' is refused: %2").arg(plan.name(), flaw));
+        return false;
+    }
+    m_plans.insert(plan.name(), QSharedPointer<InstanceDataPlan>::create(plan));
+    FixedTextureUnits::reserve(plan.samplerName());
+    return true;
+}
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,318 @@
+// SPDX-License-Identifier: MIT
+#include "OcclusionQueries.h"
+
+#include <GL/AutoBinder.h>
+#include <GL/AutoDisabler.h>
+#include <GL/AutoEnabler.h>
+#include <GL/GLExtensions.h>
+#include <GL/OpenGLDeviceContext.h>
+#include <GL/ShaderProgram.h>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+/// Visible items that are tested in a round; hidden ones all are, so that none comes back late.
+constexpr int visibleTestsPerRound = 4096;
+
+/// How far a box stands out from its item, as a part of its diagonal: an item must never hide its own box.
+constexpr float boxMargin = 0.01f;
+
+const QString projectionUniform = QStringLiteral("u_ProjectionMatrix");
+const QString cameraUniform = QStringLiteral("u_CameraMatrix");
+
+// The bits of a vertex number choose the corner.
+const QString boxVertexSource = QStringLiteral(R"(#version 150
+uniform mat4 u_ProjectionMatrix;
+uniform mat4 u_CameraMatrix;
+uniform vec3 u_Box[2];
+
+void main()
+{
+    vec3 corner = vec3(gl_VertexID & 1, (gl_VertexID >> 1) & 1, gl_VertexID >> 2);
+    gl_Position = u_ProjectionMatrix * u_CameraMatrix * vec4(mix(u_Box[0], u_Box[1], corner), 1.0);
+}
+)");
+
+const QString boxFragmentSource = QStringLiteral(R"(#version 150
+out vec4 out_FragColor;
+
+void main()
+{
+    out_FragColor = vec4(1.0);
+}
+)");
+
+constexpr unsigned int boxIndices[] = {
+    0, 2, 1, 1, 2, 3, // z minimum
+    4, 5, 6, 5, 7, 6, // z maximum
+    0, 1, 4, 1, 5, 4, // y minimum
+    2, 6, 3, 3, 6, 7, // y maximum
+    0, 4, 2, 2, 4, 6, // x minimum
+    1, 3, 5, 3, 7, 5, // x maximum
+};
+constexpr int boxIndexCount = sizeof(boxIndices) / sizeof(boxIndices[0]);
+
+GLint integerState(GLenum name)
+{
+    GLint value = 0;
+    glGetIntegerv(name, &value);
+    return value;
+}
+
+/// The depth comparison for boxes under a comparison for items: equal depths show. GL_NEVER where the comparison in force
+/// says nothing of what lies in front.
+GLenum boxDepthFunction()
+{
+    switch (integerState(GL_DEPTH_FUNC)) {
+    case GL_LESS:
+    case GL_LEQUAL:
+        return GL_LEQUAL;
+    case GL_GREATER:
+    case GL_GEQUAL:
+        return GL_GEQUAL;
+    default:
+        return GL_NEVER;
+    }
+}
+
+GLint attachmentParameter(GLenum attachment, GLenum parameter)
+{
+    GLint value = 0;
+    glGetFramebufferAttachmentParameteriv(GL_DRAW_FRAMEBUFFER, attachment, parameter, &value);
+    return value;
+}
+
+bool hasDepthBuffer()
+{
+    const bool isOwn = integerState(GL_DRAW_FRAMEBUFFER_BINDING) != 0;
+    return attachmentParameter(isOwn ? GL_DEPTH_ATTACHMENT : GL_DEPTH, GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE) != GL_NONE;
+}
+
+bool hasIntegerTarget()
+{
+    const int count = integerState(GL_MAX_DRAW_BUFFERS);
+    for (int i = 0; i < count; ++i) {
+        const GLenum attachment = GLenum(integerState(GL_DRAW_BUFFER0 + GLenum(i)));
+        if (attachment < GL_COLOR_ATTACHMENT0 || attachment > GL_COLOR_ATTACHMENT31
+            || attachmentParameter(attachment, GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE) == GL_NONE)
+            continue;
+        const GLint type = attachmentParameter(attachment, GL_FRAMEBUFFER_ATTACHMENT_COMPONENT_TYPE);
+        if (type == GL_INT || type == GL_UNSIGNED_INT)
+            return true;
+    }
+    return false;
+}
+
+/// Whether samples that pass tell what shows.
+bool canTest(GLenum queryTarget)
+{
+    GLint activeQuery = 0;
+    glGetQueryiv(queryTarget, GL_CURRENT_QUERY, &activeQuery);
+    return activeQuery == 0 && glIsEnabled(GL_DEPTH_TEST) && boxDepthFunction() != GL_NEVER
+        && !glIsEnabled(GL_RASTERIZER_DISCARD) && hasDepthBuffer() && !hasIntegerTarget();
+}
+
+/// The matrix that a program holds.
+QMatrix4x4 matrixUniform(const ShaderProgram *program, const QString &name)
+{
+    QMatrix4x4 matrix;
+    glGetUniformfv(program->programID(), program->getUniformLocation(name), matrix.data());
+    return matrix;
+}
+
+/// Keeps colour and depth as they are while boxes are drawn, for a scope.
+class BoxDrawingState
+{
+public:
+    BoxDrawingState() :
+        m_culling(GL_CULL_FACE),
+        m_stencil(GL_STENCIL_TEST),
+        m_offset(GL_POLYGON_OFFSET_FILL),
+        m_colorMasks(size_t(integerState(GL_MAX_DRAW_BUFFERS))),
+        m_depthFunction(integerState(GL_DEPTH_FUNC))
+    {
+        for (size_t i = 0; i < m_colorMasks.size(); ++i)
+            glGetBooleani_v(GL_COLOR_WRITEMASK, GLuint(i), m_colorMasks[i].data());
+        glGetBooleanv(GL_DEPTH_WRITEMASK, &m_depthMask);
+        glGetIntegerv(GL_POLYGON_MODE, m_polygonMode);
+        glGetFloatv(GL_POLYGON_OFFSET_FACTOR, &m_offsetFactor);
+        glGetFloatv(GL_POLYGON_OFFSET_UNITS, &m_offsetUnits);
+
+        const GLenum function = boxDepthFunction();
+        const float towardsViewer = function == GL_GEQUAL ? 1.0f : -1.0f;
+        glColorMask(GL_FALSE, GL_FALSE, GL_FALSE, GL_FALSE);
+        glDepthMask(GL_FALSE);
+        glDepthFunc(function);
+        glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
+        glPolygonOffset(towardsViewer, towardsViewer);
+    }
+
+    ~BoxDrawingState()
+    {
+        for (size_t i = 0; i < m_colorMasks.size(); ++i) {
+            const std::array<GLboolean, 4> &mask = m_colorMasks[i];
+            glColorMaski(GLuint(i), mask[0], mask[1], mask[2], mask[3]);
+        }
+        glDepthMask(m_depthMask);
+        glDepthFunc(GLenum(m_depthFunction));
+        glPolygonMode(GL_FRONT_AND_BACK, GLenum(m_polygonMode[0]));
+        glPolygonOffset(m_offsetFactor, m_offsetUnits);
+    }
+
+private:
+    Q_DISABLE_COPY(BoxDrawingState)
+
+    AutoDisabler m_culling;
+    AutoDisabler m_stencil;
+    AutoEnabler m_offset;
+    std::vector<std::array<GLboolean, 4>> m_colorMasks;
+    GLint m_depthFunction;
+    GLboolean m_depthMask = GL_TRUE;
+    GLint m_polygonMode[2] = {GL_FILL, GL_FILL};
+    float m_offsetFactor = 0;
+    float m_offsetUnits = 0;
+};
+
+} // namespace
+
+OcclusionQueries::OcclusionQueries(int itemCount) :
+    m_items(size_t(itemCount)),
+    m_owner(GLObject::Sharing::OneContext)
+{
+}
+
+OcclusionQueries::~OcclusionQueries()
+{
+    if (!m_owner.isKnownToCurrentContext())
+        return;
+    for (const Item &item : m_items) {
+        if (item.query)
+            glDeleteQueries(1, &item.query);
+    }
+}
+
+void OcclusionQueries::collect(const std::function<void(int, Verdict)> &report)
+{
+    const bool isKnown = m_owner.isKnownToCurrentContext();
+    for (size_t i = 0; i < m_items.size(); ++i) {
+        Item &item = m_items[i];
+        if (item.isPending && isKnown) {
+            GLuint isAvailable = GL_FALSE;
+            glGetQueryObjectuiv(item.query, GL_QUERY_RESULT_AVAILABLE, &isAvailable);
+            if (isAvailable) {
+                GLuint samples = 0;
+                glGetQueryObjectuiv(item.query, GL_QUERY_RESULT, &samples);
+                item.wasHidden = samples == 0;
+                item.isPending = false;
+            }
+        }
+        const bool wasTested = isKnown && item.round == m_round && m_round != 0;
+        Verdict verdict = Verdict::Visible;
+        if (wasTested && item.wasHidden)
+            verdict = item.isPending ? Verdict::Undecided : Verdict::Hidden;
+        report(int(i), verdict);
+    }
+    ++m_round;
+    m_running = true;
+    if (!m_items.empty())
+        m_firstVisibleTested = (m_firstVisibleTested + visibleTestsPerRound) % int(m_items.size());
+}
+
+void OcclusionQueries::stop()
+{
+    m_running = false;
+}
+
+bool OcclusionQueries::isRunning() const
+{
+    return m_running;
+}
+
+unsigned int OcclusionQueries::query(int item) const
+{
+    return m_owner.isKnownToCurrentContext() ? m_items[size_t(item)].query : 0;
+}
+
+bool OcclusionQueries::isDue(int item) const
+{
+    const Item &state = m_items[size_t(item)];
+    if (state.round == m_round)
+        return false;
+    if (state.wasHidden)
+        return true;
+    if (state.isPending)
+        return false;
+    const int count = int(m_items.size());
+    return (item - m_firstVisibleTested + count) % count < visibleTestsPerRound;
+}
+
+void OcclusionQueries::test(
+    const ShaderProgram *program, const std::vector<Bounds> &bounds, const std::function<bool(int)> &takesPart)
+{
+    if (!m_running || !program->hasUniform(projectionUniform) || !program->hasUniform(cameraUniform))
+        return;
+    createResources();
+    if (!m_owner.isKnownToCurrentContext() || !m_program->isLinked() || !canTest(m_queryTarget))
+        return;
+
+    const QMatrix4x4 projection = matrixUniform(program, projectionUniform);
+    const QMatrix4x4 camera = matrixUniform(program, cameraUniform);
+    const Frustum frustum(projection * camera);
+    const Frustum::Side nearSide = boxDepthFunction() == GL_GEQUAL ? Frustum::Back : Frustum::Front;
+
+    BoxDrawingState state;
+    AutoBinder programBinder(m_program.get());
+    m_program->setUniform(projectionUniform, projection);
+    m_program->setUniform(cameraUniform, camera);
+    AutoBinder vaoBinder(&m_vao);
+    for (size_t i = 0; i < m_items.size(); ++i) {
+        if (!isDue(int(i)) || !takesPart(int(i)))
+            continue;
+        const Bounds &item = bounds[i];
+        const Bounds box = item.grown(boxMargin * (item.maximum() - item.minimum()).length());
+        // A box that the viewer stands in shows from inside, where the near plane has cut its faces away. One out of sight
+        // has no say on the day it comes into sight.
+        if (frustum.isCutBy(nearSide, box) || frustum.isOutside(box))
+            m_items[i].wasHidden = false;
+        else
+            drawBox(m_items[i], box);
+    }
+}
+
+void OcclusionQueries::drawBox(Item &item, const Bounds &bounds)
+{
+    if (!item.query)
+        glGenQueries(1, &item.query);
+    glUniform3fv(m_boxLocation, 2, bounds.corners.data());
+    glBeginQuery(m_queryTarget, item.query);
+    glDrawElements(GL_TRIANGLES, boxIndexCount, GL_UNSIGNED_INT, nullptr);
+    glEndQuery(m_queryTarget);
+    item.round = m_round;
+    item.isPending = true;
+}
+
+void OcclusionQueries::createResources()
+{
+    if (m_program)
+        return;
+    m_owner.claim();
+    m_queryTarget = hasGLExtension("GL_ARB_occlusion_query2") ? GL_ANY_SAMPLES_PASSED : GL_SAMPLES_PASSED;
+
+    m_program = std::make_unique<ShaderProgram>();
+    m_program->setFragDataLocations({QStringLiteral("out_FragColor")});
+    m_program->addShader(GL_VERTEX_SHADER, boxVertexSource, QString());
+    m_program->addShader(GL_FRAGMENT_SHADER, boxFragmentSource, QString());
+    m_program->compile();
+    m_program->link();
+    m_boxLocation = m_program->getUniformLocation(QStringLiteral("u_Box[0]"));
+
+    m_indices.setTarget(GL_ELEMENT_ARRAY_BUFFER);
+    m_indices.uploadGLuintData(boxIndices, boxIndexCount, GL_STATIC_DRAW);
+    AutoBinder vaoBinder(&m_vao);
+    glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, m_indices.getBO());
+}
+
+} // namespace Velmora::Kvz

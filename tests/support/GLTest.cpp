@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+#include "GLTest.h"
+
+#include <GL/OpenGLDeviceContext.h>
+
+#include <epoxy/gl.h>
+
+#include <ostream>
+
+namespace Velmora::Kvz {
+
+HeadlessContext &GLTest::context()
+{
+    static std::unique_ptr<HeadlessContext> context;
+    if (!context) {
+        QString error;
+        context = HeadlessContext::create(&error);
+        if (!context) {
+            std::fprintf(stderr, "no OpenGL context: %s\n", qPrintable(error));
+            std::abort();
+        }
+        // While the libraries that it needs are still loaded.
+        std::atexit([] { context.reset(); });
+    }
+    return *context;
+}
+
+void GLTest::SetUp()
+{
+    context().makeCurrent();
+    log.clear();
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    glUseProgram(0);
+    glBindVertexArray(0);
+    glActiveTexture(GL_TEXTURE0);
+    for (GLenum capability : {GL_DEPTH_TEST, GL_STENCIL_TEST, GL_BLEND, GL_CULL_FACE, GL_SCISSOR_TEST, GL_DEPTH_CLAMP,
+             GL_FRAMEBUFFER_SRGB})
+        glDisable(capability);
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+    glDepthMask(GL_TRUE);
+    glStencilMask(0xff);
+    glDepthFunc(GL_LESS);
+    glBlendEquation(GL_FUNC_ADD);
+    glBlendFunc(GL_ONE, GL_ZERO);
+    glCullFace(GL_BACK);
+    glFrontFace(GL_CCW);
+    glClearColor(0, 0, 0, 0);
+    glClearDepth(1);
+    glClearStencil(0);
+}
+
+void GLTest::TearDown()
+{
+    context().makeCurrent();
+    const GLenum error = glGetError();
+    EXPECT_EQ(error, GLenum(GL_NO_ERROR)) << "the test left a GL error";
+    for (const LogCapture::Message &message : log.messages()) {
+        if (message.type == QtWarningMsg || message.type == QtCriticalMsg)
+            ADD_FAILURE() << "a log line that the test did not expect: " << qPrintable(message.text);
+    }
+}
+
+QVector<unsigned int> GLTest::takeGLErrors()
+{
+    QVector<unsigned int> errors;
+    for (GLenum error = glGetError(); error != GL_NO_ERROR && errors.size() < 64; error = glGetError())
+        errors.append(error);
+    log.takeCategory(QStringLiteral("kvz.gl"));
+    return errors;
+}
+
+int glInteger(unsigned int name)
+{
+    GLint value[4] = {};
+    glGetIntegerv(name, value);
+    return value[0];
+}
+
+bool glFlag(unsigned int name)
+{
+    return glIsEnabled(name) == GL_TRUE;
+}
+
+} // namespace Velmora::Kvz
+
+void PrintTo(const QString &text, std::ostream *stream)
+{
+    *stream << '"' << qPrintable(text) << '"';
+}

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Image.h"
+#include "LogCapture.h"
+
+#include <Host/HeadlessContext.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace Velmora::Kvz {
+
+/// A test with a current OpenGL context, the same one for all tests of the process. A machine that gives none fails.
+///
+/// A test fails when it leaves a GL error, or a warning or critical log line that it did not take from `log`.
+class GLTest : public ::testing::Test
+{
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    static HeadlessContext &context();
+
+    /// The GL errors that the test expects to have caused: the codes, which leave GL and the log.
+    QVector<unsigned int> takeGLErrors();
+
+    LogCapture log;
+};
+
+/// One value of GL's state.
+int glInteger(unsigned int name);
+bool glFlag(unsigned int name);
+
+} // namespace Velmora::Kvz
+
+/// So that gtest prints texts and lists of them.
+void PrintTo(const QString &text, std::ostream *stream);

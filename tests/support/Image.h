@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <GL/Texture.h>
+
+#include <QtCore/QString>
+#include <QtCore/QVector>
+#include <QtGui/QVector4D>
+
+#include <memory>
+
+namespace Velmora::Kvz {
+
+/// Texels as floats, rows from the bottom up as GL has them.
+struct Image
+{
+    int width = 0;
+    int height = 0;
+    int channels = 4;
+    QVector<float> data;
+
+    Image() = default;
+    Image(int imageWidth, int imageHeight, int imageChannels = 4);
+
+    float *at(int x, int y) { return data.data() + (y * width + x) * channels; }
+    const float *at(int x, int y) const { return data.constData() + (y * width + x) * channels; }
+    /// A texel of an image of four channels.
+    QVector4D pixel(int x, int y) const;
+    void setPixel(int x, int y, const QVector4D &value);
+};
+
+/// Reads level 0 of a single-sampled 2D texture as it lies: colour as four floats, depth (of depth and stencil too) as one.
+/// Integer formats are read as integers and converted.
+Image readTexture(const Texture *texture);
+/// Reads one layer of an array texture.
+Image readLayer(const Texture *texture, int layer);
+/// Reads a rectangle of the bound read framebuffer's colour.
+Image readFramebuffer(int x, int y, int width, int height);
+/// Reads the stencil of a depth-stencil texture.
+QVector<int> readStencil(Texture *texture);
+
+/// A texture with the image as content, nearest filters, clamped. `internalFormat` is a sized colour or depth format.
+std::unique_ptr<Texture> makeTexture(const Image &image, int internalFormat);
+/// A multisampled texture, every sample with the image's texel.
+std::unique_ptr<Texture> makeMultisampleTexture(const Image &image, int internalFormat, int samples);
+
+/// The largest absolute difference of two images of the same shape; a large number when the shapes differ.
+double maximumDifference(const Image &a, const Image &b);
+
+/// Saves the image, values from 0 to 1, for a person to look at: under the folder that KVZ_TEST_IMAGES names, nowhere when
+/// it is not set.
+void saveForViewing(const Image &image, const QString &name);
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+#include <QtCore/QVector>
+
+namespace Velmora::Kvz {
+
+/// Takes every message of Qt's logger while it lives, and prints none.
+class LogCapture
+{
+public:
+    struct Message
+    {
+        QtMsgType type;
+        QString category;
+        QString text;
+        QString file; ///< From the message context; empty when the context has none.
+    };
+
+    LogCapture();
+    ~LogCapture();
+
+    /// All messages since the start or the last take.
+    const QVector<Message> &messages() const { return m_messages; }
+    /// The texts of one type, which leave the capture.
+    QStringList takeDebug() { return take(QtDebugMsg); }
+    QStringList takeWarnings() { return take(QtWarningMsg); }
+    QStringList takeCriticals() { return take(QtCriticalMsg); }
+    /// The texts of one category, of any type, which leave the capture.
+    QStringList takeCategory(const QString &category);
+    void clear() { m_messages.clear(); }
+
+private:
+    Q_DISABLE_COPY(LogCapture)
+    QStringList take(QtMsgType type);
+    static void handle(QtMsgType type, const QMessageLogContext &context, const QString &text);
+
+    QVector<Message> m_messages;
+    LogCapture *m_previous;
+    QtMessageHandler m_previousHandler;
+};
+
+} // namespace Velmora::Kvz
