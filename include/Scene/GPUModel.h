@@ -47,8 +47,8 @@ public:
     void draw(ShaderProgram *program, const quint64 &drawFlagsValue, const quint64 &drawFlagsMask,
         const WindingType &winding, bool ignoreCulling);
     /// The same, with the manager's material textures, or none for a null manager.
-    void draw(ShaderProgram *program, TextureManager *manager, const quint64 &drawFlagsValue,
-        const quint64 &drawFlagsMask);
+    void draw(
+        ShaderProgram *program, TextureManager *manager, const quint64 &drawFlagsValue, const quint64 &drawFlagsMask);
     /// Whether no item is selected. Culling has no say in it.
     bool isDrawEmpty(quint64 drawFlagsValue, quint64 drawFlagsMask) const;
 

@@ -26,7 +26,7 @@ struct MeshData
 /// A material with the meaning that MTL files give to these values.
 struct MaterialData
 {
-    QVector3D kd {0.8f, 0.8f, 0.8f}; ///< Diffuse colour, linear, 0 to 1; multiplied with mapKd.
+    QVector3D kd{0.8f, 0.8f, 0.8f}; ///< Diffuse colour, linear, 0 to 1; multiplied with mapKd.
     QVector3D ks; ///< Specular colour, 0 to 1; multiplied with mapKs.
     float ns = 32; ///< Specular exponent, from 0 up.
     float d = 1; ///< Opacity: 0 transparent, 1 opaque.

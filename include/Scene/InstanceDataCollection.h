@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <GL/Export.h>
 #include <GL/BufferTexture.h>
+#include <GL/Export.h>
 
-#include <QtGui/QMatrix4x4>
 #include <QtCore/QObject>
 #include <QtCore/QString>
 #include <QtCore/QVariant>
 #include <QtCore/QVector>
+#include <QtGui/QMatrix4x4>
 
 #include <memory>
 

@@ -34,7 +34,7 @@ public:
 
     Type type = Directional;
     QVector3D position; ///< Of spot and point lights.
-    QVector3D direction {0, -1, 0}; ///< Where the light goes, of directional and spot lights. Any length above 0.
+    QVector3D direction{0, -1, 0}; ///< Where the light goes, of directional and spot lights. Any length above 0.
     float coneAngle = 60; ///< Of spot lights: full opening angle in degrees, above 0 and below 180.
     float range = 100; ///< Of spot and point lights: distance beyond which nothing is lit, above 0.
     int cascades = 3; ///< Of directional lights with a camera: layers along the view, from 1 up.
@@ -48,6 +48,10 @@ class KVZ_GL_EXPORT ShadowMapRenderData : public QObject
 
 public:
     /// World space to the clip space of a layer; column-major, as glUniformMatrix4fv takes it without transposing.
+    ///
+    /// The lit depths map to the far half of clip space: in normalised device coordinates z runs from 0 where the light
+    /// begins to 1 where it ends, so z after the division is itself a depth from 0 to 1. What lies at z of 0 or below is no
+    /// caster. Depths of directional lights are linear.
     struct Transform
     {
         float matrix[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
@@ -85,11 +89,18 @@ public:
     /// Fills layer count, transforms, projectors and biases of `data` from `lights`, a QVariantList of `Light*` or
     /// `QObject*`; a single one of these counts as a list of one. Other elements and null pointers are left out.
     ///
-    /// Directional: cascades fitted to the camera's frustum and to the scene's bounds; without a camera, one layer over the
-    /// bounds; without bounds either, one layer over the cube from -1 to 1. Spot: one layer. Point: six layers, in the
-    /// order of cube map faces (+X, -X, +Y, -Y, +Z, -Z). `projection`, `camera` (world to camera) and `bounds` (minimum and
-    /// maximum corner in world space) can be null. Lights with a zero direction, range or cone fall back to the defaults of
-    /// those members.
+    /// Directional: as many layers as it has cascades. They share out the camera's view between its near and far plane, or
+    /// the part of it that the scene lies in, near slices being shorter; each is a square around the sphere about its
+    /// slice, moved in whole texels of a map of 512 by 512 (and so of 1024, 2048, …). All reach through the depths of the
+    /// whole bounds, so that casters outside the view are in; without bounds, through those of the camera's frustum.
+    /// Without a camera, or with matrices that span no volume: one layer over the bounds; without bounds either, one layer
+    /// over the cube from -1 to 1. Spot: one layer, square around the cone. Point: six layers, laid out and in the order of
+    /// cube map faces (+X, -X, +Y, -Y, +Z, -Z). Spot and point lights light the distances along their axis from a hundredth
+    /// of the range to the range.
+    ///
+    /// `projection`, `camera` (world to camera) and `bounds` (minimum and maximum corner in world space) can be null; bounds
+    /// that are not finite count as null. Lights with a direction, range or cone that is zero or senseless fall back to the
+    /// defaults of those members.
     static void processLights(const QVariant &lights, RenderData &data, const QMatrix4x4 *projection,
         const QMatrix4x4 *camera, const QPair<QVector3D, QVector3D> *bounds);
 };

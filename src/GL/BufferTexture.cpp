@@ -7,18 +7,18 @@
 
 namespace Velmora::Kvz {
 
-BufferTexture::BufferTexture(const QString &sampler, unsigned int internalFormat) :
-    m_sampler(sampler),
-    m_content(QSharedPointer<Content>::create())
+BufferTexture::BufferTexture(const QString &sampler, unsigned int internalFormat)
+    : m_sampler(sampler),
+      m_content(QSharedPointer<Content>::create())
 {
     FixedTextureUnits::reserve(sampler);
     m_content->internalFormat = internalFormat;
     m_content->texture.setTarget(GL_TEXTURE_BUFFER);
 }
 
-BufferTexture::BufferTexture(const QString &sampler, const BufferTexture &content) :
-    m_sampler(sampler),
-    m_content(content.m_content)
+BufferTexture::BufferTexture(const QString &sampler, const BufferTexture &content)
+    : m_sampler(sampler),
+      m_content(content.m_content)
 {
     FixedTextureUnits::reserve(sampler);
 }

@@ -59,11 +59,10 @@ GLenum primitivesFor(const ShaderProgram *program)
 
 } // namespace
 
-GPUModel::Private::Private() :
-    materialRows(InstanceDataRegistry::Instance().getPlan(materialPlan).samplerName(), GL_RGBA32F),
-    owner(GLObject::Sharing::ShareGroup)
-{
-}
+GPUModel::Private::Private()
+    : materialRows(InstanceDataRegistry::Instance().getPlan(materialPlan).samplerName(), GL_RGBA32F),
+      owner(GLObject::Sharing::ShareGroup)
+{ }
 
 GPUModel::Private::~Private()
 {
@@ -121,11 +120,10 @@ void GPUModel::Private::draw(ShaderProgram *program, TextureManager *manager, qu
         manager->unbindTextures(program);
 
     // The boxes know the model's own matrices only.
-    const bool areMatricesOwn
-        = !InstanceDataCollection::isBound(instanceInfoPlan) && !InstanceDataCollection::isBound(tavoInstancePlan);
+    const bool areMatricesOwn =
+        !InstanceDataCollection::isBound(instanceInfoPlan) && !InstanceDataCollection::isBound(tavoInstancePlan);
     if (manager && areMatricesOwn && queries->isRunning()) {
-        queries->test(
-            program, bounds, [&](int item) { return isSelected(size_t(item), value, mask); });
+        queries->test(program, bounds, [&](int item) { return isSelected(size_t(item), value, mask); });
     }
 }
 
@@ -154,8 +152,7 @@ void GPUModel::Private::drawItems(const ShaderProgram *program, quint64 value, q
         const Range &range = ranges[item];
         if (isIndexed) {
             const quintptr offset = quintptr(range.first) * sizeof(quint32);
-            glDrawElements(
-                primitives, GLsizei(range.count), GL_UNSIGNED_INT, reinterpret_cast<const void *>(offset));
+            glDrawElements(primitives, GLsizei(range.count), GL_UNSIGNED_INT, reinterpret_cast<const void *>(offset));
         } else {
             glDrawArrays(primitives, GLint(range.first), GLsizei(range.count));
         }
@@ -164,7 +161,9 @@ void GPUModel::Private::drawItems(const ShaderProgram *program, quint64 value, q
     }
 }
 
-GPUModel::GPUModel() : d(std::make_unique<Private>()) {}
+GPUModel::GPUModel()
+    : d(std::make_unique<Private>())
+{ }
 
 GPUModel::~GPUModel() = default;
 

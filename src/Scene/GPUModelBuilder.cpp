@@ -39,11 +39,10 @@ int refuse(const QString &what, const QString &reason)
     return -1;
 }
 
-template<typename Vector>
-int firstNotFinite(const QVector<Vector> &vectors)
+template <typename Vector> int firstNotFinite(const QVector<Vector> &vectors)
 {
-    const auto found
-        = std::find_if(vectors.begin(), vectors.end(), [](const Vector &vector) { return !allFinite(vector); });
+    const auto found =
+        std::find_if(vectors.begin(), vectors.end(), [](const Vector &vector) { return !allFinite(vector); });
     return found == vectors.end() ? -1 : int(found - vectors.begin());
 }
 
@@ -117,7 +116,7 @@ struct Layout
 };
 
 /// One vertex array of all used meshes, one after the other; arrays that a mesh lacks are zeros.
-template<typename Vector>
+template <typename Vector>
 QSharedPointer<BufferObject> createVertexBuffer(
     const Layout &layout, const QVector<MeshData> &meshes, QVector<Vector> MeshData::*array)
 {
@@ -237,9 +236,10 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
         int(sizeof(DrawElementsIndirectCommand) / sizeof(quint32))});
     const int itemLimit = BufferTexture::maximumTexels() / texelsPerItem;
     if (m_items.size() > itemLimit) {
-        KVZ_WARNING(QStringLiteral("A model of %1 items cannot be built: this driver's buffer textures hold the data of %2")
-                        .arg(m_items.size())
-                        .arg(itemLimit));
+        KVZ_WARNING(
+            QStringLiteral("A model of %1 items cannot be built: this driver's buffer textures hold the data of %2")
+                .arg(m_items.size())
+                .arg(itemLimit));
         return {};
     }
 
@@ -252,10 +252,11 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
     const Layout layout = layOut(m_meshes, isMeshUsed);
     constexpr qint64 countLimit = std::numeric_limits<int>::max();
     if (layout.vertexCount > countLimit || layout.indexCount > countLimit) {
-        KVZ_WARNING(QStringLiteral("A model of %1 vertices and %2 indices cannot be built: OpenGL draws at most %3 of each")
-                        .arg(layout.vertexCount)
-                        .arg(layout.indexCount)
-                        .arg(countLimit));
+        KVZ_WARNING(
+            QStringLiteral("A model of %1 vertices and %2 indices cannot be built: OpenGL draws at most %3 of each")
+                .arg(layout.vertexCount)
+                .arg(layout.indexCount)
+                .arg(countLimit));
         return {};
     }
 
@@ -288,7 +289,7 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
     commands.reserve(m_items.size());
     for (const Item &item : m_items) {
         const Layout::Place &place = layout.places[item.mesh];
-        const GPUModel::Private::Range range {
+        const GPUModel::Private::Range range{
             quint32(layout.isIndexed ? place.firstIndex : place.firstVertex), quint32(place.indexCount)};
         data.addItem(range, meshBounds[size_t(item.mesh)], item.modelMatrix, item.featureFlags);
         materialRows.push_back(materials[size_t(item.material)]);

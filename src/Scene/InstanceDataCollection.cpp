@@ -33,18 +33,17 @@ std::vector<Binding> &bindings()
 
 } // namespace
 
-InstanceDataCollection::InstanceDataCollection(const QString &plan, QObject *parent) :
-    QObject(parent),
-    m_plan(&InstanceDataRegistry::Instance().getPlan(plan)),
-    m_texture(m_plan->stride() > 0 ? std::make_unique<BufferTexture>(m_plan->samplerName(), GL_RGBA32F) : nullptr)
-{
-}
+InstanceDataCollection::InstanceDataCollection(const QString &plan, QObject *parent)
+    : QObject(parent),
+      m_plan(&InstanceDataRegistry::Instance().getPlan(plan)),
+      m_texture(m_plan->stride() > 0 ? std::make_unique<BufferTexture>(m_plan->samplerName(), GL_RGBA32F) : nullptr)
+{ }
 
 InstanceDataCollection::~InstanceDataCollection()
 {
     std::vector<Binding> &all = bindings();
-    all.erase(std::remove_if(
-                  all.begin(), all.end(), [this](const Binding &binding) { return binding.collection == this; }),
+    all.erase(
+        std::remove_if(all.begin(), all.end(), [this](const Binding &binding) { return binding.collection == this; }),
         all.end());
 }
 
@@ -83,10 +82,9 @@ bool InstanceDataCollection::setValue(int row, const QString &getter, const QVar
                         .arg(getter)
                         .arg(row)
                         .arg(planName(),
-                            m_plan->offset(getter) < 0
-                                ? QStringLiteral("the plan has no such getter")
-                                : QStringLiteral("a value of type '%1' does not convert")
-                                      .arg(QLatin1String(value.typeName()))));
+                            m_plan->offset(getter) < 0 ? QStringLiteral("the plan has no such getter")
+                                                       : QStringLiteral("a value of type '%1' does not convert")
+                                                             .arg(QLatin1String(value.typeName()))));
         return false;
     }
     m_dirty = true;
@@ -97,8 +95,7 @@ bool InstanceDataCollection::setModelMatrix(int row, const QMatrix4x4 &matrix)
 {
     if (!setValue(row, modelMatrixGetter, matrix))
         return false;
-    return m_plan->offset(normalMatrixGetter) < 0
-        || setValue(row, normalMatrixGetter, matrix.inverted().transposed());
+    return m_plan->offset(normalMatrixGetter) < 0 || setValue(row, normalMatrixGetter, matrix.inverted().transposed());
 }
 
 void InstanceDataCollection::bind(ShaderProgram *program, TextureManager *manager)
@@ -121,9 +118,8 @@ void InstanceDataCollection::unbind(ShaderProgram *program, TextureManager *mana
     Q_UNUSED(manager)
     const void *const context = OpenGLDeviceContext::currentHandle();
     std::vector<Binding> &all = bindings();
-    const auto latest = std::find_if(all.rbegin(), all.rend(), [&](const Binding &binding) {
-        return binding.collection == this && binding.context == context;
-    });
+    const auto latest = std::find_if(all.rbegin(), all.rend(),
+        [&](const Binding &binding) { return binding.collection == this && binding.context == context; });
     if (latest == all.rend())
         return;
     all.erase(std::next(latest).base());

@@ -66,16 +66,14 @@ QString readExpression(Type type, int offset, const QString &texel)
         return QStringLiteral("mat4(%1, %2, %3, %4)")
             .arg(texelAt(first), texelAt(first + 1), texelAt(first + 2), texelAt(first + 3));
     }
-    const QString components
-        = QStringLiteral("xyzw").mid(offset % floatsPerTexel, floatCount(type));
+    const QString components = QStringLiteral("xyzw").mid(offset % floatsPerTexel, floatCount(type));
     const QString value = QStringLiteral("%1.%2").arg(texelAt(first), components);
     // Integers lie in the row as numbers, exact below 2^24.
     return type == Type::Int ? QStringLiteral("int(%1)").arg(value) : value;
 }
 
 /// The value as a T; false when it does not convert.
-template<typename T>
-bool convert(const QVariant &value, T &result)
+template <typename T> bool convert(const QVariant &value, T &result)
 {
     QVariant converted = value;
     if (!converted.convert(qMetaTypeId<T>()))
@@ -86,7 +84,9 @@ bool convert(const QVariant &value, T &result)
 
 } // namespace
 
-InstanceDataPlan::InstanceDataPlan(const QString &name, const QVector<Field> &fields) : m_name(name), m_fields(fields)
+InstanceDataPlan::InstanceDataPlan(const QString &name, const QVector<Field> &fields)
+    : m_name(name),
+      m_fields(fields)
 {
     int next = 0;
     for (const Field &field : fields) {

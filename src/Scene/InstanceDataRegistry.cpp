@@ -77,7 +77,7 @@ InstanceDataRegistry &InstanceDataRegistry::Instance()
 
 const InstanceDataPlan &InstanceDataRegistry::getPlan(const QString &name) const
 {
-    static const InstanceDataPlan empty {QString(), {}};
+    static const InstanceDataPlan empty{QString(), {}};
     const auto plan = m_plans.constFind(name);
     if (plan != m_plans.constEnd())
         return **plan;

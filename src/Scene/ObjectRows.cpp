@@ -32,11 +32,10 @@ QMatrix4x4 load(const float *columns)
 
 } // namespace
 
-ObjectRows::ObjectRows() :
-    m_instanceInfo(samplerOf("InstanceInfo"), GL_RGBA32F),
-    m_tavoInstance(samplerOf("TavoInstance"), m_instanceInfo)
-{
-}
+ObjectRows::ObjectRows()
+    : m_instanceInfo(samplerOf("InstanceInfo"), GL_RGBA32F),
+      m_tavoInstance(samplerOf("TavoInstance"), m_instanceInfo)
+{ }
 
 void ObjectRows::append(const QMatrix4x4 &model)
 {
@@ -100,8 +99,8 @@ void ObjectRows::upload()
             auto last = first;
             while (std::next(last) != m_stale.end() && *std::next(last) - *last <= gapWorthSending)
                 ++last;
-            m_instanceInfo.uploadRange(&m_rows[size_t(*first)], *first * long(sizeof(Row)),
-                (*last - *first + 1) * long(sizeof(Row)));
+            m_instanceInfo.uploadRange(
+                &m_rows[size_t(*first)], *first * long(sizeof(Row)), (*last - *first + 1) * long(sizeof(Row)));
             first = std::next(last);
         }
     }

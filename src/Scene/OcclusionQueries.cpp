@@ -88,7 +88,8 @@ GLint attachmentParameter(GLenum attachment, GLenum parameter)
 bool hasDepthBuffer()
 {
     const bool isOwn = integerState(GL_DRAW_FRAMEBUFFER_BINDING) != 0;
-    return attachmentParameter(isOwn ? GL_DEPTH_ATTACHMENT : GL_DEPTH, GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE) != GL_NONE;
+    return attachmentParameter(isOwn ? GL_DEPTH_ATTACHMENT : GL_DEPTH, GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE)
+        != GL_NONE;
 }
 
 bool hasIntegerTarget()
@@ -127,12 +128,12 @@ QMatrix4x4 matrixUniform(const ShaderProgram *program, const QString &name)
 class BoxDrawingState
 {
 public:
-    BoxDrawingState() :
-        m_culling(GL_CULL_FACE),
-        m_stencil(GL_STENCIL_TEST),
-        m_offset(GL_POLYGON_OFFSET_FILL),
-        m_colorMasks(size_t(integerState(GL_MAX_DRAW_BUFFERS))),
-        m_depthFunction(integerState(GL_DEPTH_FUNC))
+    BoxDrawingState()
+        : m_culling(GL_CULL_FACE),
+          m_stencil(GL_STENCIL_TEST),
+          m_offset(GL_POLYGON_OFFSET_FILL),
+          m_colorMasks(size_t(integerState(GL_MAX_DRAW_BUFFERS))),
+          m_depthFunction(integerState(GL_DEPTH_FUNC))
     {
         for (size_t i = 0; i < m_colorMasks.size(); ++i)
             glGetBooleani_v(GL_COLOR_WRITEMASK, GLuint(i), m_colorMasks[i].data());
@@ -178,11 +179,10 @@ private:
 
 } // namespace
 
-OcclusionQueries::OcclusionQueries(int itemCount) :
-    m_items(size_t(itemCount)),
-    m_owner(GLObject::Sharing::OneContext)
-{
-}
+OcclusionQueries::OcclusionQueries(int itemCount)
+    : m_items(size_t(itemCount)),
+      m_owner(GLObject::Sharing::OneContext)
+{ }
 
 OcclusionQueries::~OcclusionQueries()
 {

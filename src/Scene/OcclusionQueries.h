@@ -49,7 +49,8 @@ public:
     /// or depth buffer, into integer targets, or with a program that lacks these matrices.
     ///
     /// `takesPart` says which items the draw selected.
-    void test(const ShaderProgram *program, const std::vector<Bounds> &bounds, const std::function<bool(int)> &takesPart);
+    void test(
+        const ShaderProgram *program, const std::vector<Bounds> &bounds, const std::function<bool(int)> &takesPart);
 
 private:
     struct Item

@@ -125,12 +125,13 @@ private:
     /// A plane, and where in Bounds::corners the coordinates of the corners furthest in and furthest out stand.
     struct Plane
     {
-        std::array<float, 4> factors {};
-        std::array<size_t, 3> innermost {};
-        std::array<size_t, 3> outermost {};
+        std::array<float, 4> factors{};
+        std::array<size_t, 3> innermost{};
+        std::array<size_t, 3> outermost{};
 
         Plane() = default;
-        explicit Plane(const QVector4D &plane) : factors {plane.x(), plane.y(), plane.z(), plane.w()}
+        explicit Plane(const QVector4D &plane)
+            : factors{plane.x(), plane.y(), plane.z(), plane.w()}
         {
             for (size_t axis = 0; axis < 3; ++axis) {
                 innermost[axis] = factors[axis] < 0 ? axis : axis + 3;

@@ -121,8 +121,9 @@ TEST_F(GradientRenderPassTest, publishesNullWithoutAViewport)
     ASSERT_TRUE(pass.output(0).isValid());
     EXPECT_EQ(pass.output(0).userType(), qMetaTypeId<Texture *>());
     EXPECT_EQ(frame(), nullptr);
-    // There is nothing to draw into, so the draw fails.
+    // There is nothing to draw into, so the draw fails; the driver says so, and no GL error is left behind.
     EXPECT_EQ(pass.errorCode(), 4294967295u);
+    EXPECT_FALSE(log.takeCategory(QStringLiteral("kvz.gl")).isEmpty());
 }
 
 TEST_F(GradientRenderPassTest, followsTheViewportsSize)
@@ -142,6 +143,7 @@ TEST_F(GradientRenderPassTest, followsTheViewportsSize)
     ASSERT_NE(frame(), nullptr);
     EXPECT_EQ(frame()->width(0), 0);
     EXPECT_EQ(pass.errorCode(), 4294967295u);
+    EXPECT_FALSE(log.takeCategory(QStringLiteral("kvz.gl")).isEmpty());
 }
 
 TEST_F(GradientRenderPassTest, leavesTheStateThatItSets)

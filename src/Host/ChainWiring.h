@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <Host/ChainDescription.h>
+#include <Host/PassRegistry.h>
+
+#include <QtCore/QSet>
+#include <QtCore/QVector>
+
+namespace Velmora::Kvz {
+
+/// Where an input takes its value, with all names resolved.
+struct WiredInput
+{
+    enum class Source { Default, Value, Output, Previous, FrameValue };
+
+    Source source = Source::Default;
+    bool isExplicit = false; ///< By a connection that the chain names.
+    int pass = -1; ///< Of Output and Previous.
+    int output = -1; ///< Of Output and Previous.
+    QString frameValue; ///< Of FrameValue: the name.
+};
+
+struct WiredPass
+{
+    const PassInfo *info = nullptr; ///< Null for an unknown class.
+    bool enabled = true;
+    QVector<WiredInput> inputs; ///< Parallel to the inputs of the class.
+};
+
+/// Which input takes what, for a set of enabled passes.
+using ChainWiring = QVector<WiredPass>;
+
+/// Resolves the wiring of a chain. `frameValues` names the values that the frame has. What does not exist resolves to the
+/// default; validateChain() says why.
+ChainWiring wireChain(const ChainDescription &chain, const PassRegistry &registry, const QSet<QString> &frameValues);
+
+} // namespace Velmora::Kvz
