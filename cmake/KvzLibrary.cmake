@@ -57,4 +57,5 @@ function(kvz_add_library name)
     install(EXPORT Kvz${name}Targets NAMESPACE Kvz::
         DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/Kvz" COMPONENT ${name})
     set_property(GLOBAL APPEND PROPERTY KVZ_COMPONENTS ${name})
+    set_property(GLOBAL APPEND PROPERTY KVZ_PUBLIC_HEADERS ${ARG_HEADERS})
 endfunction()

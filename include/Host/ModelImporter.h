@@ -38,14 +38,12 @@ struct KVZ_HOST_EXPORT ImportedScene
     QSharedPointer<GPUModel> build() const;
 };
 
-/// Reads a model file: OBJ with MTL, glTF and GLB, PLY, STL, 3DS and whatever else assimp knows. Needs no OpenGL
-/// context.
+/// Reads a model file: OBJ with MTL, glTF and GLB, PLY, STL, 3DS and whatever else assimp knows. Needs no context.
 ///
 /// What a file leaves out is made:
 /// - Normals are smooth, but edges sharper than 80 degrees stay hard.
-/// - Texture coordinates are a box projection: each triangle along the axis that it faces most, the whole mesh's
-/// largest
-///   extent being one texture wide.
+/// - Texture coordinates are a box projection: each triangle along the axis that it faces most, one texture to the
+///   largest extent of the mesh.
 /// - Meshes without a material are light grey with a soft highlight.
 ///
 /// Nodes become items: a mesh with two parents is one mesh and two items. Points, lines, cameras, lights, vertex
@@ -63,8 +61,7 @@ struct KVZ_HOST_EXPORT ImportedScene
 ///
 /// False, with `scene` untouched and one line in `error` that names the file, when there is nothing to draw: no such
 /// file, a directory, an unknown type, a damaged or truncated file, no triangles, an index past the end of its mesh, a
-/// position or matrix that is not finite. One import at a
-/// time: the log of assimp is one for all threads.
+/// position or matrix that is not finite. One import at a time: all threads share the log of assimp.
 KVZ_HOST_EXPORT bool importModel(const QString &file, ImportedScene *scene, QString *error);
 
 } // namespace Velmora::Kvz

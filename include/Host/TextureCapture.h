@@ -18,6 +18,6 @@ class Texture;
 /// Null for a null texture, `TextureDisplay::Hidden`, an empty texture, and a target that is neither 2D nor 2D
 /// multisampled. Needs a current context; bindings come back as they were.
 KVZ_HOST_EXPORT QImage captureTexture(
-    const Texture *texture, TextureDisplay display, const QMatrix4x4 &projection = QMatrix4x4());
+    Texture *texture, TextureDisplay display, const QMatrix4x4 &projection = QMatrix4x4());
 
 } // namespace Velmora::Kvz

@@ -104,7 +104,7 @@ public:
     Validator(const ChainDescription &chain, const PassRegistry &registry, const QStringList &frameValues)
         : m_chain(chain)
         , m_registry(registry)
-        , m_frameValues(frameValues.begin(), frameValues.end())
+        , m_frameValues(setOf(frameValues))
         , m_wiring(wireChain(chain, registry, m_frameValues))
         , m_wiringOfAll(wireChain(allEnabled(chain), registry, m_frameValues))
     {
@@ -138,6 +138,14 @@ public:
     }
 
 private:
+    static QSet<QString> setOf(const QStringList &names)
+    {
+        QSet<QString> set;
+        for (const QString &name : names)
+            set.insert(name);
+        return set;
+    }
+
     static ChainDescription allEnabled(ChainDescription chain)
     {
         for (ChainPass &pass : chain.passes)
@@ -311,7 +319,8 @@ private:
         for (int i = 0; i < pass.inputs.size(); ++i) {
             const InputInfo &input = pass.info->inputs[i];
             const WiredInput &wired = pass.inputs[i];
-            if (input.required && !use.isFed(input.name) && !input.defaultValue.isValid())
+            const bool hasDefault = wired.source == Source::Default && input.defaultValue.isValid();
+            if (input.required && !hasDefault && !use.isFed(input.name))
                 reportMissing(index, i);
             if (wired.source == Source::Output && input.type == ValueType::Texture
                 && outputOf(wired).type == ValueType::Texture)
@@ -502,7 +511,7 @@ private:
 
     static QStringList sorted(const QSet<QString> &names)
     {
-        QStringList list(names.begin(), names.end());
+        QStringList list = names.values();
         list.sort();
         return list;
     }

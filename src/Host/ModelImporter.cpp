@@ -186,6 +186,9 @@ QString SceneReader::findProblem(const aiScene *source)
         for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
             const aiFace &face = mesh.mFaces[f];
             hasTriangles |= face.mNumIndices >= 3;
+            if (face.mNumIndices == 0)
+                return QStringLiteral("%1: face %2 has no corners; is the file truncated?")
+                    .arg(meshName(mesh), QString::number(f));
             for (unsigned i = 0; i < face.mNumIndices; ++i) {
                 if (face.mIndices[i] >= mesh.mNumVertices)
                     return QStringLiteral("%1: face %2 has index %3, past the end of %4 vertices")
@@ -525,6 +528,18 @@ MeshData SceneReader::readMesh(const aiMesh &source)
     return mesh;
 }
 
+/// Whether a file is PLY with the end of its header cut off: assimp 5.2 never comes back from one.
+bool isCutPly(QFile *file)
+{
+    if (file->peek(3) != "ply")
+        return false;
+    while (!file->atEnd()) {
+        if (file->readLine(4096).startsWith("end_header"))
+            return false;
+    }
+    return true;
+}
+
 /// Why assimp gave no scene, in one line.
 QString loaderReason(const Assimp::Importer &importer, const QString &file)
 {
@@ -563,10 +578,12 @@ bool importModel(const QString &file, ImportedScene *scene, QString *error)
         return refuse(QStringLiteral("is a directory, not a model file"));
     if (!info.exists())
         return refuse(QStringLiteral("no such file"));
-    QFile readable(file);
-    if (!readable.open(QIODevice::ReadOnly))
-        return refuse(readable.errorString());
-    readable.close();
+    QFile content(file);
+    if (!content.open(QIODevice::ReadOnly))
+        return refuse(content.errorString());
+    if (isCutPly(&content))
+        return refuse(QStringLiteral("damaged or truncated: its header has no end"));
+    content.close();
 
     LoaderLog log;
     Assimp::Importer importer;

@@ -1,0 +1,271 @@
+// SPDX-License-Identifier: MIT
+#include "DrawRecorder.h"
+
+#include <cstring>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+/// The loader's pointers, which stand in for the driver's functions while a recorder listens.
+struct EntryPoints
+{
+    decltype(epoxy_glDrawArrays) drawArrays;
+    decltype(epoxy_glDrawElements) drawElements;
+    decltype(epoxy_glClear) clear;
+    decltype(epoxy_glBlitFramebuffer) blit;
+    decltype(epoxy_glUniform1ui) uniformUInt;
+};
+
+EntryPoints driver;
+DrawRecorder *listener = nullptr;
+
+struct SamplerKind
+{
+    GLenum sampler;
+    GLenum target;
+    GLenum binding;
+};
+
+constexpr SamplerKind samplerKinds[] = {
+    {GL_SAMPLER_2D, GL_TEXTURE_2D, GL_TEXTURE_BINDING_2D},
+    {GL_SAMPLER_2D_ARRAY, GL_TEXTURE_2D_ARRAY, GL_TEXTURE_BINDING_2D_ARRAY},
+    {GL_SAMPLER_CUBE, GL_TEXTURE_CUBE_MAP, GL_TEXTURE_BINDING_CUBE_MAP},
+    {GL_SAMPLER_BUFFER, GL_TEXTURE_BUFFER, GL_TEXTURE_BINDING_BUFFER},
+    {GL_UNSIGNED_INT_SAMPLER_BUFFER, GL_TEXTURE_BUFFER, GL_TEXTURE_BINDING_BUFFER},
+    {GL_UNSIGNED_INT_SAMPLER_2D, GL_TEXTURE_2D, GL_TEXTURE_BINDING_2D},
+    {GL_INT_SAMPLER_2D, GL_TEXTURE_2D, GL_TEXTURE_BINDING_2D},
+    {GL_SAMPLER_2D_MULTISAMPLE, GL_TEXTURE_2D_MULTISAMPLE, GL_TEXTURE_BINDING_2D_MULTISAMPLE},
+};
+
+GLint integer(GLenum name)
+{
+    GLint value[4] = {};
+    glGetIntegerv(name, value);
+    return value[0];
+}
+
+void setEnabled(GLenum capability, bool enabled)
+{
+    (enabled ? glEnable : glDisable)(capability);
+}
+
+} // namespace
+
+DrawRecorder::DrawRecorder() = default;
+
+DrawRecorder::~DrawRecorder()
+{
+    glDeleteFramebuffers(GLsizei(m_framebuffers.size()), m_framebuffers.data());
+}
+
+void DrawRecorder::begin()
+{
+    // The first call of each resolves the loader's pointer; asking for its address is not enough.
+    driver = {epoxy_glDrawArrays, epoxy_glDrawElements, epoxy_glClear, epoxy_glBlitFramebuffer, epoxy_glUniform1ui};
+    listener = this;
+    epoxy_glDrawArrays = onDrawArrays;
+    epoxy_glDrawElements = onDrawElements;
+    epoxy_glClear = onClear;
+    epoxy_glBlitFramebuffer = onBlit;
+    epoxy_glUniform1ui = onUniformUInt;
+}
+
+void DrawRecorder::end()
+{
+    epoxy_glDrawArrays = driver.drawArrays;
+    epoxy_glDrawElements = driver.drawElements;
+    epoxy_glClear = driver.clear;
+    epoxy_glBlitFramebuffer = driver.blit;
+    epoxy_glUniform1ui = driver.uniformUInt;
+    listener = nullptr;
+}
+
+GLuint DrawRecorder::copyFramebuffer(GLenum binding)
+{
+    const bool draw = binding == GL_DRAW_FRAMEBUFFER_BINDING;
+    const GLenum target = draw ? GL_DRAW_FRAMEBUFFER : GL_READ_FRAMEBUFFER;
+    const auto found = GLuint(integer(binding));
+    if (found == 0)
+        return 0;
+    struct Attached
+    {
+        GLenum point;
+        GLuint name;
+    };
+    std::vector<Attached> attached;
+    std::vector<GLenum> buffers;
+    for (GLenum point : {GL_COLOR_ATTACHMENT0, GL_COLOR_ATTACHMENT1, GL_COLOR_ATTACHMENT2, GL_COLOR_ATTACHMENT3,
+             GL_DEPTH_ATTACHMENT, GL_STENCIL_ATTACHMENT}) {
+        GLint type = GL_NONE;
+        glGetFramebufferAttachmentParameteriv(target, point, GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE, &type);
+        if (type != GL_TEXTURE)
+            continue;
+        GLint name = 0;
+        glGetFramebufferAttachmentParameteriv(target, point, GL_FRAMEBUFFER_ATTACHMENT_OBJECT_NAME, &name);
+        attached.push_back({point, GLuint(name)});
+        if (point != GL_DEPTH_ATTACHMENT && point != GL_STENCIL_ATTACHMENT)
+            buffers.push_back(point);
+    }
+    GLuint copy = 0;
+    glGenFramebuffers(1, &copy);
+    m_framebuffers.push_back(copy);
+    glBindFramebuffer(target, copy);
+    for (const Attached &attachment : attached)
+        glFramebufferTexture(target, attachment.point, attachment.name, 0);
+    if (draw)
+        glDrawBuffers(GLsizei(buffers.size()), buffers.data());
+    glBindFramebuffer(target, found);
+    return copy;
+}
+
+int DrawRecorder::recordState()
+{
+    State state;
+    state.program = GLuint(integer(GL_CURRENT_PROGRAM));
+    state.vertexArray = GLuint(integer(GL_VERTEX_ARRAY_BINDING));
+    glGetIntegerv(GL_VIEWPORT, state.viewport.data());
+    glGetFloatv(GL_COLOR_CLEAR_VALUE, state.clearColor.data());
+    state.depthTest = glIsEnabled(GL_DEPTH_TEST);
+    state.blend = glIsEnabled(GL_BLEND);
+    state.cullFace = glIsEnabled(GL_CULL_FACE);
+    state.blendSource = integer(GL_BLEND_SRC_RGB);
+    state.blendDestination = integer(GL_BLEND_DST_RGB);
+    state.drawFramebuffer = copyFramebuffer(GL_DRAW_FRAMEBUFFER_BINDING);
+    state.readFramebuffer = copyFramebuffer(GL_READ_FRAMEBUFFER_BINDING);
+    if (state.program) {
+        const GLint active = integer(GL_ACTIVE_TEXTURE);
+        GLint uniforms = 0;
+        glGetProgramiv(state.program, GL_ACTIVE_UNIFORMS, &uniforms);
+        for (GLint i = 0; i < uniforms; ++i) {
+            char name[256];
+            GLint size = 0;
+            GLenum type = 0;
+            glGetActiveUniform(state.program, GLuint(i), sizeof(name), nullptr, &size, &type, name);
+            for (const SamplerKind &kind : samplerKinds) {
+                if (kind.sampler != type)
+                    continue;
+                GLint unit = 0;
+                glGetUniformiv(state.program, glGetUniformLocation(state.program, name), &unit);
+                glActiveTexture(GL_TEXTURE0 + GLenum(unit));
+                state.textures.push_back({GLuint(unit), kind.target, GLuint(integer(kind.binding))});
+            }
+        }
+        glActiveTexture(GLenum(active));
+    }
+    m_states.push_back(state);
+    return int(m_states.size()) - 1;
+}
+
+void DrawRecorder::onDrawArrays(GLenum mode, GLint first, GLsizei count)
+{
+    Command command {Command::DrawArrays, listener->recordState()};
+    command.mode = mode;
+    command.first = first;
+    command.count = count;
+    listener->m_commands.push_back(command);
+    driver.drawArrays(mode, first, count);
+}
+
+void DrawRecorder::onDrawElements(GLenum mode, GLsizei count, GLenum type, const void *indices)
+{
+    // A model's items share all state, so a draw right behind another's uniform keeps the state of that one.
+    const bool follows = listener->m_commands.size() > 1 && listener->m_commands.back().kind == Command::UniformUInt
+        && listener->m_commands[listener->m_commands.size() - 2].kind == Command::DrawElements;
+    Command command {Command::DrawElements, follows ? -1 : listener->recordState()};
+    command.mode = mode;
+    command.count = count;
+    command.type = type;
+    command.indices = indices;
+    listener->m_commands.push_back(command);
+    driver.drawElements(mode, count, type, indices);
+}
+
+void DrawRecorder::onClear(GLbitfield mask)
+{
+    Command command {Command::Clear, listener->recordState()};
+    command.mask = mask;
+    listener->m_commands.push_back(command);
+    driver.clear(mask);
+}
+
+void DrawRecorder::onBlit(GLint sx0, GLint sy0, GLint sx1, GLint sy1, GLint dx0, GLint dy0, GLint dx1, GLint dy1,
+    GLbitfield mask, GLenum filter)
+{
+    Command command {Command::Blit, listener->recordState()};
+    command.rectangles = {sx0, sy0, sx1, sy1, dx0, dy0, dx1, dy1};
+    command.mask = mask;
+    command.filter = filter;
+    listener->m_commands.push_back(command);
+    driver.blit(sx0, sy0, sx1, sy1, dx0, dy0, dx1, dy1, mask, filter);
+}
+
+void DrawRecorder::onUniformUInt(GLint location, GLuint value)
+{
+    Command command {Command::UniformUInt, listener->m_commands.empty() ? listener->recordState() : -1};
+    command.location = location;
+    command.value = value;
+    listener->m_commands.push_back(command);
+    driver.uniformUInt(location, value);
+}
+
+void DrawRecorder::apply(const State &state, const State *before) const
+{
+    const auto differs = [&](auto member) { return !before || (before->*member) != (state.*member); };
+    if (differs(&State::drawFramebuffer))
+        glBindFramebuffer(GL_DRAW_FRAMEBUFFER, state.drawFramebuffer);
+    if (differs(&State::readFramebuffer))
+        glBindFramebuffer(GL_READ_FRAMEBUFFER, state.readFramebuffer);
+    if (differs(&State::program))
+        glUseProgram(state.program);
+    if (differs(&State::vertexArray))
+        glBindVertexArray(state.vertexArray);
+    if (differs(&State::viewport))
+        glViewport(state.viewport[0], state.viewport[1], state.viewport[2], state.viewport[3]);
+    if (differs(&State::clearColor))
+        glClearColor(state.clearColor[0], state.clearColor[1], state.clearColor[2], state.clearColor[3]);
+    if (differs(&State::depthTest))
+        setEnabled(GL_DEPTH_TEST, state.depthTest);
+    if (differs(&State::cullFace))
+        setEnabled(GL_CULL_FACE, state.cullFace);
+    if (differs(&State::blend))
+        setEnabled(GL_BLEND, state.blend);
+    if (differs(&State::blendSource) || differs(&State::blendDestination))
+        glBlendFunc(GLenum(state.blendSource), GLenum(state.blendDestination));
+    for (const TextureBinding &texture : state.textures) {
+        glActiveTexture(GL_TEXTURE0 + texture.unit);
+        glBindTexture(texture.target, texture.name);
+    }
+}
+
+void DrawRecorder::replay() const
+{
+    const State *before = nullptr;
+    for (const Command &command : m_commands) {
+        if (command.state >= 0) {
+            const State *const state = &m_states[size_t(command.state)];
+            apply(*state, before);
+            before = state;
+        }
+        const std::array<GLint, 8> &r = command.rectangles;
+        switch (command.kind) {
+        case Command::DrawArrays:
+            glDrawArrays(command.mode, command.first, command.count);
+            break;
+        case Command::DrawElements:
+            glDrawElements(command.mode, command.count, command.type, command.indices);
+            break;
+        case Command::Clear:
+            glClear(command.mask);
+            break;
+        case Command::Blit:
+            glBlitFramebuffer(r[0], r[1], r[2], r[3], r[4], r[5], r[6], r[7], command.mask, command.filter);
+            break;
+        case Command::UniformUInt:
+            glUniform1ui(command.location, command.value);
+            break;
+        }
+    }
+}
+
+} // namespace Velmora::Kvz

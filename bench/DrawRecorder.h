@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <epoxy/gl.h>
+
+#include <array>
+#include <vector>
+
+namespace Velmora::Kvz {
+
+/// Records the draws, clears and blits that are issued while it listens, with the state that they depend on, and issues
+/// them again through raw GL with nothing around them: the floor that a pass is measured against.
+///
+/// Targets are attached to framebuffers of the recorder's own, so the replay also works for textures that the pass has
+/// given back to the pool. They must not be deleted while the recorder is used.
+class DrawRecorder
+{
+public:
+    DrawRecorder();
+    ~DrawRecorder();
+    DrawRecorder(const DrawRecorder &) = delete;
+    DrawRecorder &operator=(const DrawRecorder &) = delete;
+
+    /// Begins to listen. Only one recorder listens at a time.
+    void begin();
+    void end();
+    /// Issues all that was recorded: what changes from one call to the next is set, nothing else.
+    void replay() const;
+    /// How many draws, clears and blits were recorded.
+    int commandCount() const { return int(m_commands.size()); }
+
+private:
+    struct TextureBinding
+    {
+        GLuint unit;
+        GLenum target;
+        GLuint name;
+    };
+    struct State
+    {
+        GLuint drawFramebuffer = 0;
+        GLuint readFramebuffer = 0;
+        GLuint program = 0;
+        GLuint vertexArray = 0;
+        std::array<GLint, 4> viewport {};
+        std::array<GLfloat, 4> clearColor {};
+        bool depthTest = false;
+        bool blend = false;
+        bool cullFace = false;
+        GLint blendSource = GL_ONE;
+        GLint blendDestination = GL_ZERO;
+        std::vector<TextureBinding> textures;
+    };
+    struct Command
+    {
+        enum Kind { DrawArrays, DrawElements, Clear, Blit, UniformUInt } kind;
+        int state; ///< Index; -1 for the state of the command before.
+        GLenum mode = 0;
+        GLint first = 0;
+        GLsizei count = 0;
+        GLenum type = 0;
+        const void *indices = nullptr;
+        GLbitfield mask = 0;
+        std::array<GLint, 8> rectangles {};
+        GLenum filter = 0;
+        GLint location = 0;
+        GLuint value = 0;
+    };
+
+    static void onDrawArrays(GLenum mode, GLint first, GLsizei count);
+    static void onDrawElements(GLenum mode, GLsizei count, GLenum type, const void *indices);
+    static void onClear(GLbitfield mask);
+    static void onBlit(GLint sx0, GLint sy0, GLint sx1, GLint sy1, GLint dx0, GLint dy0, GLint dx1, GLint dy1,
+        GLbitfield mask, GLenum filter);
+    static void onUniformUInt(GLint location, GLuint value);
+
+    int recordState();
+    GLuint copyFramebuffer(GLenum binding);
+    void apply(const State &state, const State *before) const;
+
+    std::vector<State> m_states;
+    std::vector<Command> m_commands;
+    std::vector<GLuint> m_framebuffers;
+};
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+// What an item of a model costs the host's thread.
+#include <GL/AutoBinder.h>
+#include <RenderPasses/ModelRenderPass.h>
+#include <Scene/GPUModelBuilder.h>
+
+#include <QtCore/QRect>
+#include <QtGui/QMatrix4x4>
+
+#include <benchmark/benchmark.h>
+
+#include <epoxy/gl.h>
+
+#include <chrono>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+QSharedPointer<GPUModel> createTriangles(int count)
+{
+    GPUModelBuilder builder;
+    MeshData mesh;
+    mesh.positions = {QVector3D(-1, -1, 0), QVector3D(1, -1, 0), QVector3D(0, 1, 0)};
+    mesh.normals = {QVector3D(0, 0, 1), QVector3D(0, 0, 1), QVector3D(0, 0, 1)};
+    mesh.indices = {0, 1, 2};
+    const int triangle = builder.addMesh(mesh);
+    const int material = builder.addMaterial({});
+    for (int i = 0; i < count; ++i) {
+        QMatrix4x4 matrix;
+        matrix.translate(float(i % 331) / 165.0f - 1.0f, float(i / 331) / 165.0f - 1.0f, 0);
+        matrix.scale(0.002f);
+        builder.addItem(triangle, material, matrix);
+    }
+    return builder.build();
+}
+
+/// Seconds that the host's thread spends in `work`.
+template<typename Work>
+double seconds(Work work)
+{
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+void drawItems(benchmark::State &state)
+{
+    const int items = int(state.range(0));
+    const QSharedPointer<GPUModel> model = createTriangles(items);
+    ModelRenderPass pass;
+    pass.setInput(0, QRect(0, 0, 64, 64));
+    pass.setInput(3, QVariant::fromValue(model.data()));
+    pass.start(nullptr);
+    glFinish();
+    double total = 0;
+    for (auto _ : state) {
+        const double frame = seconds([&pass] { pass.start(nullptr); });
+        glFinish();
+        state.SetIterationTime(frame);
+        total += frame;
+    }
+    state.counters["us_per_item"] = total * 1e6 / double(state.iterations()) / items;
+}
+
+void frustumCull(benchmark::State &state)
+{
+    const int items = int(state.range(0));
+    const QSharedPointer<GPUModel> model = createTriangles(items);
+    QMatrix4x4 viewProjection;
+    viewProjection.ortho(0, 1, 0, 1, -1, 1);
+    for (auto _ : state) {
+        model->resetCulling();
+        model->frustumCull(viewProjection);
+    }
+    state.counters["culled"] = double(model->culledCount()) / items;
+    state.counters["ns_per_item"] = benchmark::Counter(
+        double(items) * 1e-9, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+} // namespace
+
+BENCHMARK(drawItems)->Arg(1000)->Arg(100000)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
+BENCHMARK(frustumCull)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: MIT
+// Each pass beside the same draws in raw GL.
+#include "Comparison.h"
+
+#include <GL/FramebufferObject.h>
+#include <GL/TextureManager.h>
+#include <RenderPasses/BlendRenderPass.h>
+#include <RenderPasses/DeferredRenderPass.h>
+#include <RenderPasses/GBufferRenderPass.h>
+#include <RenderPasses/GradientRenderPass.h>
+#include <RenderPasses/ModelDeferredPass.h>
+#include <RenderPasses/ModelRenderPass.h>
+#include <RenderPasses/PrimitiveBuilderRenderPass.h>
+#include <RenderPasses/TextureToScreenRenderPass.h>
+#include <Scene/GPUModelBuilder.h>
+
+#include <QtCore/QRect>
+#include <QtGui/QColor>
+#include <QtGui/QMatrix4x4>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+/// A frame's size and camera: the first two arguments of a benchmark are width and height.
+struct View
+{
+    QRect viewport;
+    QMatrix4x4 projection;
+    QMatrix4x4 camera;
+
+    explicit View(const benchmark::State &state) : viewport(0, 0, int(state.range(0)), int(state.range(1)))
+    {
+        projection.perspective(45.0f, float(viewport.width()) / float(viewport.height()), 0.1f, 100.0f);
+        camera.lookAt(QVector3D(3, 2, 4), QVector3D(), QVector3D(0, 1, 0));
+    }
+};
+
+void set(RenderPass &pass, const char *port, const QVariant &value)
+{
+    pass.setInput(pass.findInput(QString::fromLatin1(port)), value);
+}
+
+void setView(RenderPass &pass, const View &view)
+{
+    set(pass, "Kvz_QRect_Viewport", view.viewport);
+    set(pass, "Kvz_QMatrix4x4_ProjectionMatrix", view.projection);
+    set(pass, "Kvz_QMatrix4x4_CameraMatrix", view.camera);
+}
+
+QVariant output(const RenderPass &pass, const char *port)
+{
+    return pass.output(pass.findOutput(QString::fromLatin1(port)));
+}
+
+/// What RenderChain would set before each pass, as far as these passes look at it.
+void setBaseline(const View &view)
+{
+    glViewport(0, 0, view.viewport.width(), view.viewport.height());
+    glDisable(GL_DEPTH_TEST);
+    glDisable(GL_BLEND);
+    glDisable(GL_CULL_FACE);
+}
+
+QSharedPointer<GPUModel> createModel()
+{
+    GPUModelBuilder builder;
+    const int material = builder.addMaterial({});
+    MeshData mesh;
+    constexpr int steps = 64;
+    for (int row = 0; row <= steps; ++row) {
+        for (int column = 0; column <= steps; ++column) {
+            const float x = 2.0f * float(column) / steps - 1.0f;
+            const float z = 2.0f * float(row) / steps - 1.0f;
+            mesh.positions.append(QVector3D(x, 0.3f * x * z, z));
+            mesh.normals.append(QVector3D(-0.3f * z, 1.0f, -0.3f * x).normalized());
+            mesh.texCoords.append(QVector2D(x, z));
+        }
+    }
+    for (quint32 row = 0; row < steps; ++row) {
+        for (quint32 column = 0; column < steps; ++column) {
+            const quint32 corner = row * (steps + 1) + column;
+            mesh.indices << corner << corner + steps + 1 << corner + 1;
+            mesh.indices << corner + 1 << corner + steps + 1 << corner + steps + 2;
+        }
+    }
+    builder.addItem(builder.addMesh(mesh), material);
+    return builder.build();
+}
+
+void gradient(benchmark::State &state)
+{
+    const View view(state);
+    GradientRenderPass pass;
+    set(pass, "Kvz_QRect_Viewport", view.viewport);
+    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+}
+
+void blend(benchmark::State &state)
+{
+    const View view(state);
+    GradientRenderPass source;
+    GradientRenderPass destination;
+    for (GradientRenderPass *pass : {&source, &destination}) {
+        set(*pass, "Kvz_QRect_Viewport", view.viewport);
+        pass->start(nullptr);
+    }
+    BlendRenderPass pass(BlendRenderPass::SrcOver);
+    set(pass, "Kvz_QRect_Viewport", view.viewport);
+    set(pass, "Kvz_KvzTexture*_FrameA", source.output(0));
+    set(pass, "Kvz_KvzTexture*_FrameB", destination.output(0));
+    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+}
+
+void present(benchmark::State &state, bool superSampling)
+{
+    const View view(state);
+    GradientRenderPass source;
+    set(source, "Kvz_QRect_Viewport", view.viewport);
+    source.start(nullptr);
+    Texture *const screen = TextureManager::Instance()->tempTexture(
+        TextureFormat::LowDynamicRange, view.viewport.width(), view.viewport.height(), 1, 1);
+    TextureToScreenRenderPass pass;
+    set(pass, "Kvz_QRect_Viewport", view.viewport);
+    set(pass, "Kvz_KvzTexture*_Texture", source.output(0));
+    set(pass, "Kvz_KvzTexture*_TextureOut", QVariant::fromValue(screen));
+    set(pass, "Kvz_Bool_EnableSuperSampling", superSampling);
+    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    TextureManager::Instance()->releaseTempTextureRef(screen, 1);
+}
+
+void presentByBlit(benchmark::State &state)
+{
+    present(state, false);
+}
+
+void presentByDraw(benchmark::State &state)
+{
+    present(state, true);
+}
+
+void geometryBuffer(benchmark::State &state)
+{
+    const View view(state);
+    PrimitiveBuilderRenderPass primitives;
+    for (int i = 0; i < 8; ++i)
+        primitives.addCube(0.7f, QVector3D(float(i % 2), float(i / 2 % 2), float(i / 4)));
+    primitives.start(nullptr);
+    GBufferRenderPass pass;
+    setView(pass, view);
+    set(pass, "Kvz_KvzDrawBuffers*_Geometry", primitives.output(0));
+    compareWithFloor(state, [&] {
+        setBaseline(view);
+        pass.start(nullptr);
+    });
+}
+
+void deferred(benchmark::State &state)
+{
+    const View view(state);
+    PrimitiveBuilderRenderPass primitives;
+    primitives.addCube(2, QVector3D());
+    primitives.start(nullptr);
+    GBufferRenderPass buffer;
+    setView(buffer, view);
+    set(buffer, "Kvz_KvzDrawBuffers*_Geometry", primitives.output(0));
+    buffer.start(nullptr);
+    DeferredRenderPass pass;
+    setView(pass, view);
+    for (const char *port : {"Kvz_KvzTexture*_Normal", "Kvz_KvzTexture*_TexCoord", "Kvz_KvzTexture*_Depth"})
+        set(pass, port, output(buffer, port));
+    setBaseline(view);
+    compareWithFloor(state, [&] { pass.start(nullptr); });
+}
+
+void modelBuffer(benchmark::State &state)
+{
+    const View view(state);
+    const QSharedPointer<GPUModel> model = createModel();
+    ModelRenderPass pass;
+    setView(pass, view);
+    set(pass, "Kvz_KvzGPUModel*_Geometry", QVariant::fromValue(model.data()));
+    compareWithFloor(state, [&] {
+        setBaseline(view);
+        pass.start(nullptr);
+    });
+}
+
+void modelDeferred(benchmark::State &state)
+{
+    const View view(state);
+    const QSharedPointer<GPUModel> model = createModel();
+    ModelRenderPass buffer;
+    setView(buffer, view);
+    set(buffer, "Kvz_KvzGPUModel*_Geometry", QVariant::fromValue(model.data()));
+    buffer.start(nullptr);
+    ModelDeferredPass pass;
+    setView(pass, view);
+    for (const char *port :
+        {"Kvz_KvzTexture*_Diffuse", "Kvz_KvzTexture*_Specular", "Kvz_KvzTexture*_Normal", "Kvz_KvzTexture*_Depth"})
+        set(pass, port, output(buffer, port));
+    setBaseline(view);
+    compareWithFloor(state, [&] { pass.start(nullptr); });
+}
+
+/// Large, where the draws themselves must count, and tiny, where what stands around them does.
+void sizes(benchmark::internal::Benchmark *benchmark)
+{
+    benchmark->Args({1280, 720})->Args({16, 16})->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
+}
+
+} // namespace
+
+BENCHMARK(gradient)->Apply(sizes);
+BENCHMARK(blend)->Apply(sizes);
+BENCHMARK(presentByBlit)->Apply(sizes);
+BENCHMARK(presentByDraw)->Apply(sizes);
+BENCHMARK(geometryBuffer)->Apply(sizes);
+BENCHMARK(deferred)->Apply(sizes);
+BENCHMARK(modelBuffer)->Apply(sizes);
+BENCHMARK(modelDeferred)->Apply(sizes);
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+#include <Host/HeadlessContext.h>
+
+#include <QtGui/QGuiApplication>
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+
+int main(int argc, char **argv)
+{
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    benchmark::Initialize(&argc, argv);
+    QGuiApplication application(argc, argv);
+    QString error;
+    Velmora::Kvz::HeadlessContext::Options options;
+    options.debug = false;
+    const auto context = Velmora::Kvz::HeadlessContext::create(options, &error);
+    if (!context) {
+        std::fprintf(stderr, "kvz-bench: %s\n", qPrintable(error));
+        return 1;
+    }
+    benchmark::AddCustomContext("renderer", qPrintable(context->renderer()));
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}

@@ -1,0 +1,209 @@
+// SPDX-License-Identifier: MIT
+#include <Host/TextureCapture.h>
+
+#include <GL/AutoBinder.h>
+#include <GL/BlitTexture.h>
+#include <GL/InternalFormat.h>
+#include <GL/Texture.h>
+#include <GL/TextureManager.h>
+
+#include <QtCore/QVector>
+#include <QtGui/QColor>
+
+#include <epoxy/gl.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+/// Texels as floats, four for each, bottom row first.
+struct Texels
+{
+    int width = 0;
+    int height = 0;
+    QVector<float> data;
+};
+
+/// Lets pixels be read into memory without padding, for a scope.
+class PackState
+{
+public:
+    PackState()
+    {
+        glGetIntegerv(GL_PACK_ALIGNMENT, &m_alignment);
+        glGetIntegerv(GL_PACK_ROW_LENGTH, &m_rowLength);
+        glGetIntegerv(GL_PIXEL_PACK_BUFFER_BINDING, &m_buffer);
+        glPixelStorei(GL_PACK_ALIGNMENT, 4);
+        glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+        glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
+    }
+    ~PackState()
+    {
+        glPixelStorei(GL_PACK_ALIGNMENT, m_alignment);
+        glPixelStorei(GL_PACK_ROW_LENGTH, m_rowLength);
+        glBindBuffer(GL_PIXEL_PACK_BUFFER, GLuint(m_buffer));
+    }
+
+private:
+    Q_DISABLE_COPY(PackState)
+
+    int m_alignment = 0;
+    int m_rowLength = 0;
+    int m_buffer = 0;
+};
+
+/// Reads texels with one channel into the red of four.
+template<typename Number>
+void readChannel(GLenum format, GLenum type, Texels *texels)
+{
+    QVector<Number> numbers(texels->width * texels->height);
+    glGetTexImage(GL_TEXTURE_2D, 0, format, type, numbers.data());
+    for (int i = 0; i < numbers.size(); ++i)
+        texels->data[4 * i] = float(numbers[i]);
+}
+
+Texels readTexels(Texture *texture)
+{
+    Texels texels {texture->width(0), texture->height(0), {}};
+    texels.data.resize(4 * texels.width * texels.height);
+    const AutoBinder binder(texture);
+    const PackState pack;
+    const auto internalFormat = unsigned(texture->internalFormat(0));
+    const GLenum format = formatFromInternalFormat(internalFormat);
+    if (isDepthFormat(internalFormat))
+        readChannel<float>(GL_DEPTH_COMPONENT, GL_FLOAT, &texels);
+    else if (format == GL_RED_INTEGER)
+        readChannel<quint32>(GL_RED_INTEGER, GL_UNSIGNED_INT, &texels);
+    else
+        glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_FLOAT, texels.data.data());
+    return texels;
+}
+
+Texels readResolvedTexels(Texture *texture)
+{
+    const bool isDepth = isDepthFormat(unsigned(texture->internalFormat(0)));
+    const TextureFormat format = isDepth ? TextureFormat::DepthStencil : TextureFormat::HighDynamicRange;
+    // Depth is resolved between equal formats only.
+    if (isDepth && unsigned(texture->internalFormat(0)) != internalFormatOf(format))
+        return {};
+    TextureManager *manager = TextureManager::Instance();
+    Texture *resolved = manager->tempTexture(format, texture->width(0), texture->height(0), 1, 1);
+    BlitTexture(texture, resolved, format, texture->width(0), texture->height(0));
+    const Texels texels = readTexels(resolved);
+    manager->releaseTempTextureRef(resolved, 1);
+    return texels;
+}
+
+float fraction(float value)
+{
+    return value - std::floor(value);
+}
+
+int toByte(float value)
+{
+    return value >= 1 ? 255 : value > 0 ? int(value * 255 + 0.5f) : 0; // NaN gives 0
+}
+
+QRgb rgb(float red, float green, float blue, float alpha = 1)
+{
+    return qRgba(toByte(red), toByte(green), toByte(blue), toByte(alpha));
+}
+
+/// A colour that neighbouring numbers do not share.
+QRgb idColor(float id)
+{
+    const auto number = std::isfinite(id) ? std::lround(id) : 0;
+    if (number == 0)
+        return qRgb(0, 0, 0);
+    const double hue = std::fmod(number * 0.6180339887498949, 1.0);
+    return QColor::fromHsvF(std::abs(hue), number % 2 ? 0.75 : 0.5, 0.95).rgb();
+}
+
+/// Distance from the camera plane of a depth from 0 to 1.
+float distanceOf(float depth, const QMatrix4x4 &projection)
+{
+    if (projection.isIdentity())
+        return depth;
+    const float z = 2 * depth - 1;
+    return -(projection(2, 3) - z * projection(3, 3)) / (z * projection(3, 2) - projection(2, 2));
+}
+
+/// Turns depths into greys: 1 for the nearest, 0.2 for the farthest, 0 for nothing.
+void showDepth(Texels *texels, const QMatrix4x4 &projection)
+{
+    float nearest = INFINITY;
+    float farthest = -INFINITY;
+    for (int i = 0; i < texels->data.size(); i += 4) {
+        float &depth = texels->data[i];
+        if (!(depth < 1)) {
+            depth = NAN;
+            continue;
+        }
+        depth = distanceOf(depth, projection);
+        nearest = std::min(nearest, depth);
+        farthest = std::max(farthest, depth);
+    }
+    const float range = std::max(farthest - nearest, 1e-6f);
+    for (int i = 0; i < texels->data.size(); i += 4)
+        texels->data[i] = 1 - 0.8f * (texels->data[i] - nearest) / range;
+}
+
+QRgb shown(const float *texel, TextureDisplay display)
+{
+    switch (display) {
+    case TextureDisplay::Colour:
+        return rgb(texel[0], texel[1], texel[2], texel[3]);
+    case TextureDisplay::Normal:
+        if (texel[0] == 0 && texel[1] == 0 && texel[2] == 0)
+            return qRgb(0, 0, 0);
+        return rgb(texel[0] / 2 + 0.5f, texel[1] / 2 + 0.5f, texel[2] / 2 + 0.5f);
+    case TextureDisplay::TexCoord:
+        return rgb(fraction(texel[0]), fraction(texel[1]), 0);
+    case TextureDisplay::Positions:
+        return rgb(fraction(texel[0]), fraction(texel[1]), fraction(texel[2]));
+    case TextureDisplay::Id:
+        return idColor(texel[0]);
+    case TextureDisplay::Depth:
+    case TextureDisplay::Scalar:
+        return rgb(texel[0], texel[0], texel[0]);
+    case TextureDisplay::Hidden:
+        break;
+    }
+    return 0;
+}
+
+} // namespace
+
+QImage captureTexture(Texture *texture, TextureDisplay display, const QMatrix4x4 &projection)
+{
+    if (!texture || display == TextureDisplay::Hidden || texture->width(0) < 1 || texture->height(0) < 1)
+        return QImage();
+    Texels texels;
+    if (texture->target() == GL_TEXTURE_2D)
+        texels = readTexels(texture);
+    else if (texture->target() == GL_TEXTURE_2D_MULTISAMPLE)
+        texels = readResolvedTexels(texture);
+    if (texels.data.isEmpty())
+        return QImage();
+    if (display == TextureDisplay::Depth)
+        showDepth(&texels, projection);
+
+    QImage image(texels.width, texels.height, QImage::Format_RGBA8888);
+    for (int y = 0; y < texels.height; ++y) {
+        const float *texel = texels.data.constData() + 4 * texels.width * (texels.height - 1 - y);
+        uchar *pixel = image.scanLine(y);
+        for (int x = 0; x < texels.width; ++x, texel += 4, pixel += 4) {
+            const QRgb color = shown(texel, display);
+            pixel[0] = uchar(qRed(color));
+            pixel[1] = uchar(qGreen(color));
+            pixel[2] = uchar(qBlue(color));
+            pixel[3] = uchar(qAlpha(color));
+        }
+    }
+    return image;
+}
+
+} // namespace Velmora::Kvz
