@@ -8,6 +8,7 @@
 #include <QtCore/QMap>
 #include <QtCore/QObject>
 #include <QtCore/QPointer>
+#include <QtCore/QSize>
 #include <QtCore/QVarLengthArray>
 
 namespace Velmora::Kvz {
@@ -47,7 +48,8 @@ public:
     /// Detaches and returns what was attached, or null. The framebuffer need not be bound.
     Texture *detach(unsigned int attachment);
     void detachAll();
-    /// Enables the colour attachments as draw buffers, in attachment order; the framebuffer must be bound.
+    /// Enables the colour attachments as draw buffers, in attachment order, and reads from the first; the framebuffer must
+    /// be bound. One of the host keeps the draw and read buffers that the host gave it.
     void setDrawBuffers();
 
     /// The GL name; made now if there is none yet and a context is current, else 0.
@@ -59,10 +61,11 @@ private:
         QPointer<Texture> texture;
         unsigned int point; ///< Where GL has it.
     };
-    struct SavedBinding
+    struct Binding
     {
-        int read;
-        int draw;
+        int previousRead;
+        int previousDraw;
+        QSize viewport; ///< What the next setDrawBuffers() sets; not valid for nothing.
     };
 
     enum class Kind { Level, Layer, Layers };
@@ -72,10 +75,7 @@ private:
     mutable GLObject m_owner;
     bool m_wrapped = false;
     QMap<unsigned int, Attachment> m_attachments;
-    QVarLengthArray<SavedBinding, 2> m_saved;
-    bool m_viewportPending = false;
-    int m_pendingWidth = 0;
-    int m_pendingHeight = 0;
+    QVarLengthArray<Binding, 2> m_bindings;
 };
 
 } // namespace Velmora::Kvz

@@ -29,7 +29,8 @@ public:
     /// `stage` is a shader type such as GL_VERTEX_SHADER; `name` stands for the source in messages, and when it is a path
     /// its folder is searched by `#include`. A missing file, a cycle and an unknown plan give one log line each, with
     /// file and line, and the directive's line stays empty. `processor` can be null.
-    ShaderPreprocessor(unsigned int stage, const QString &source, const QString &name, const GLSLMacroProcessor *processor);
+    ShaderPreprocessor(
+        unsigned int stage, const QString &source, const QString &name, const GLSLMacroProcessor *processor);
 
     /// The text for the driver.
     QString text() const;
@@ -48,7 +49,7 @@ public:
     static QString findFile(const QString &file, const GLSLMacroProcessor *processor);
 
 private:
-    void expand(const QString &source, const QString &file);
+    void expand(const QStringList &lines, int first, const QString &file);
     void expandInclude(const QString &name, const QString &file, int line);
     void expandInstanceData(const QString &name, const QString &file, int line);
     void emitLine(const QString &text, const QString &file, int line);

@@ -13,7 +13,7 @@
 namespace Velmora::Kvz {
 
 /// An output of a pass in a chain, written "pass.port".
-struct ChainOutput
+struct KVZ_HOST_EXPORT ChainOutput
 {
     QString pass; ///< Name of the pass in its chain.
     QString port; ///< Exact port name.
@@ -24,7 +24,7 @@ struct ChainOutput
 };
 
 /// Where an input takes its value by an explicit connection.
-struct ChainSource
+struct KVZ_HOST_EXPORT ChainSource
 {
     enum class Kind {
         Output, ///< An output of an earlier pass: "pass.port".
@@ -52,7 +52,7 @@ struct ChainSource
 };
 
 /// A pass in a chain.
-struct ChainPass
+struct KVZ_HOST_EXPORT ChainPass
 {
     QString name; ///< Unique in the chain; neither "." nor ":" in it.
     QString className; ///< As PassRegistry knows it.

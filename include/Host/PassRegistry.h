@@ -59,7 +59,8 @@ enum class ColourSpace {
 struct TextureTraits
 {
     TextureKind kind = TextureKind::Any;
-    unsigned int internalFormat = 0; ///< GL internal format of an output; 0 where it follows an input or does not matter.
+    unsigned int internalFormat =
+        0; ///< GL internal format of an output; 0 where it follows an input or does not matter.
     ColourSpace colourSpace = ColourSpace::Linear;
     TextureDisplay display = TextureDisplay::Colour;
 };
@@ -138,10 +139,10 @@ Q_DECLARE_FLAGS(PassTraits, PassTrait)
 Q_DECLARE_OPERATORS_FOR_FLAGS(PassTraits)
 
 /// What a rule of use may ask about a pass in its chain.
-class PassUse
+class KVZ_HOST_EXPORT PassUse
 {
 public:
-    virtual ~PassUse() = default;
+    virtual ~PassUse();
     /// Whether a connection, a value, an earlier pass or the frame feeds an input.
     virtual bool isFed(const QString &input) const = 0;
     /// The value of an input as far as it is known before the frame: what was set, else the default.

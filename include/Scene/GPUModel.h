@@ -26,6 +26,8 @@ class TextureManager;
 /// data. Items are selected by their 64-bit feature word: an item takes part when the word, masked with `drawFlagsMask`,
 /// equals `drawFlagsValue`, so (0, 0) selects all.
 ///
+/// What is asked of an item out of range is 0, the identity matrix or zeros.
+///
 /// Culling marks belong to the model: every pass that draws it sees them, in the order of the chain.
 class KVZ_GL_EXPORT GPUModel
 {
@@ -41,9 +43,10 @@ public:
 
     ~GPUModel();
 
-    /// Draws the selected items with the bound program, materials and their textures bound. `winding` says which winding
-    /// is the front; an item whose matrix mirrors has it turned round. `ignoreCulling` draws culled items too. A null
-    /// program draws nothing.
+    /// Draws the selected items with the program, which is bound for the draw, their rows, and the textures of materials.
+    /// Rows of a bound InstanceDataCollection go before the model's own. `winding` says which winding is the front; an item
+    /// whose matrix mirrors has it turned round. `ignoreCulling` draws culled items too. Bindings and GL_FRONT_FACE come
+    /// back. A program that is null or not linked, and an incomplete framebuffer, draw nothing.
     void draw(ShaderProgram *program, const quint64 &drawFlagsValue, const quint64 &drawFlagsMask,
         const WindingType &winding, bool ignoreCulling);
     /// The same, with the manager's material textures, or none for a null manager.
@@ -58,7 +61,6 @@ public:
     QPair<QVector3D, QVector3D> sceneBounds() const;
 
     int itemCount() const;
-    // What is asked of an item out of range is 0, the identity or zeros.
     quint64 itemFeatureFlags(int item) const;
     QMatrix4x4 modelMatrix(int item) const;
     QMatrix4x4 previousModelMatrix(int item) const;
@@ -70,7 +72,8 @@ public:
     /// Makes the present matrices the previous ones: once a frame, when the frame is done.
     void advanceFrame();
 
-    /// The geometry of all items; null for an index other than 0 and for a model with no geometry.
+    /// The geometry of all items; null for an index other than 0 and for a model with no geometry. Command i is item i's; its
+    /// `firstIndex` counts vertices where the model has no indices.
     DrawBuffers *drawBuffers(int index) const;
     /// Rows of object data, bindable to their fixed unit; null for an index other than 0.
     Bindable *objectData(int index) const;
@@ -80,8 +83,12 @@ public:
     /// Marks the items whose world-space bounds lie wholly outside the frustum as not drawn. A matrix that is not finite
     /// marks nothing.
     void frustumCull(const QMatrix4x4 &viewProjection);
-    /// Marks the items that the occlusion queries of earlier frames found hidden as not drawn. Their boxes are tested
-    /// again while the model is drawn, so an item comes back at the latest one frame after it becomes visible.
+    /// Marks the items that the occlusion queries of the frame before found hidden as not drawn, and has the next draws
+    /// test each item's box once more, so that an item comes back at the latest one frame after it becomes visible. Results
+    /// that have not arrived are not waited for: the driver then decides by the query, and the item bears no mark.
+    ///
+    /// Draws with a manager test, after their items, with the u_ProjectionMatrix and u_CameraMatrix of their program.
+    /// resetCulling() ends the testing. Without it, and without this call, draws make no queries.
     void visibilityCull();
     /// Makes all items drawable again.
     void resetCulling();

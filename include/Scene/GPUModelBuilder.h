@@ -49,8 +49,9 @@ public:
     /// Adds an item and returns its number, its draw number. Refused: an unknown mesh or material, a matrix that is not
     /// finite.
     int addItem(int mesh, int material, const QMatrix4x4 &modelMatrix = QMatrix4x4(), quint64 featureFlags = 0);
-    /// The model; needs a current context. A builder without items gives a model that draws nothing. Null, with one log
-    /// line, without a context and for more items than the driver's buffer textures hold.
+    /// The model; needs a current context. Meshes and materials that no item uses take no room in it. A builder without
+    /// items gives a model that draws nothing. Null, with one log line, without a context and for more items than the
+    /// driver's buffer textures hold.
     QSharedPointer<GPUModel> build() const;
 
 private:

@@ -3,13 +3,16 @@
 
 namespace Velmora::Kvz {
 
-AutoBinder::AutoBinder(Bindable *object) : m_object(object)
+AutoBinder::AutoBinder(Bindable *object)
+    : m_object(object)
 {
     if (m_object)
         m_object->bind();
 }
 
-AutoBinder::AutoBinder(const QSharedPointer<Bindable> &object) : m_keepAlive(object), m_object(object.data())
+AutoBinder::AutoBinder(const QSharedPointer<Bindable> &object)
+    : m_keepAlive(object),
+      m_object(object.data())
 {
     if (m_object)
         m_object->bind();

@@ -6,26 +6,40 @@
 
 namespace Velmora::Kvz {
 
-AutoEnabler::AutoEnabler(unsigned int capability) : m_capability(capability), m_wasEnabled(glIsEnabled(capability))
+namespace {
+
+void setEnabled(GLenum capability, bool enabled)
+{
+    if (enabled)
+        glEnable(capability);
+    else
+        glDisable(capability);
+}
+
+} // namespace
+
+AutoEnabler::AutoEnabler(unsigned int capability)
+    : m_capability(capability),
+      m_wasEnabled(glIsEnabled(capability))
 {
     glEnable(m_capability);
 }
 
 AutoEnabler::~AutoEnabler()
 {
-    if (!m_wasEnabled)
-        glDisable(m_capability);
+    setEnabled(m_capability, m_wasEnabled);
 }
 
-AutoDisabler::AutoDisabler(unsigned int capability) : m_capability(capability), m_wasEnabled(glIsEnabled(capability))
+AutoDisabler::AutoDisabler(unsigned int capability)
+    : m_capability(capability),
+      m_wasEnabled(glIsEnabled(capability))
 {
     glDisable(m_capability);
 }
 
 AutoDisabler::~AutoDisabler()
 {
-    if (m_wasEnabled)
-        glEnable(m_capability);
+    setEnabled(m_capability, m_wasEnabled);
 }
 
 } // namespace Velmora::Kvz

@@ -2,6 +2,7 @@
 #include <GL/BlitTexture.h>
 
 #include "DeviceState.h"
+#include "UnpackState.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/AutoDisabler.h>
@@ -61,6 +62,7 @@ Texture *resolveTarget(BlitResources &resources, const Texture *source)
         resources.resolvedFormat = format;
         resources.resolvedWidth = width;
         resources.resolvedHeight = height;
+        UnpackState unpack;
         AutoBinder binder(resources.resolved.get());
         glTexImage2D(GL_TEXTURE_2D, 0, format, width, height, 0, formatFromInternalFormat(GLenum(format)),
             typeFromInternalFormat(GLenum(format)), nullptr);
@@ -84,8 +86,11 @@ void BlitTexture(const Texture *source, const Texture *destination, TextureForma
     if (!source || !destination || width < 1 || height < 1 || !OpenGLDeviceContext::currentHandle())
         return;
     const bool depth = isDepthFormat(internalFormatOf(format));
-    const bool stencil = depth && hasStencil(GLenum(source->internalFormat(0)));
-    const GLenum attachment = !depth ? GL_COLOR_ATTACHMENT0 : stencil ? GL_DEPTH_STENCIL_ATTACHMENT : GL_DEPTH_ATTACHMENT;
+    const bool stencil =
+        depth && hasStencil(GLenum(source->internalFormat(0))) && hasStencil(GLenum(destination->internalFormat(0)));
+    const GLenum attachment = !depth ? GL_COLOR_ATTACHMENT0
+        : stencil                    ? GL_DEPTH_STENCIL_ATTACHMENT
+                                     : GL_DEPTH_ATTACHMENT;
     const GLbitfield mask = !depth ? GL_COLOR_BUFFER_BIT
         : stencil                  ? GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT
                                    : GL_DEPTH_BUFFER_BIT;
@@ -105,8 +110,8 @@ void BlitTexture(const Texture *source, const Texture *destination, TextureForma
         from = resolved;
     }
     BlitBinding binding(resources, from, destination, attachment);
-    glBlitFramebuffer(0, 0, sourceWidth, sourceHeight, 0, 0, width, height, mask,
-        sameSize || depth ? GL_NEAREST : GL_LINEAR);
+    glBlitFramebuffer(
+        0, 0, sourceWidth, sourceHeight, 0, 0, width, height, mask, sameSize || depth ? GL_NEAREST : GL_LINEAR);
 }
 
 } // namespace Velmora::Kvz

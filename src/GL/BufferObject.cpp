@@ -55,7 +55,11 @@ GLint boundAt(GLenum target)
 class TransferBinding
 {
 public:
-    explicit TransferBinding(GLuint name) : m_previous(boundAt(GL_ARRAY_BUFFER)) { glBindBuffer(GL_ARRAY_BUFFER, name); }
+    explicit TransferBinding(GLuint name)
+        : m_previous(boundAt(GL_ARRAY_BUFFER))
+    {
+        glBindBuffer(GL_ARRAY_BUFFER, name);
+    }
     ~TransferBinding() { glBindBuffer(GL_ARRAY_BUFFER, GLuint(m_previous)); }
 
 private:
@@ -63,14 +67,21 @@ private:
     GLint m_previous;
 };
 
+/// Bytes behind GL_ARRAY_BUFFER, also where a direct glBufferData made them.
+GLint storedBytes()
+{
+    GLint bytes = 0;
+    glGetBufferParameteriv(GL_ARRAY_BUFFER, GL_BUFFER_SIZE, &bytes);
+    return bytes;
+}
+
 } // namespace
 
-BufferObject::BufferObject(QObject *parent) :
-    QObject(parent),
-    m_owner(GLObject::Sharing::ShareGroup),
-    m_target(GL_ARRAY_BUFFER)
-{
-}
+BufferObject::BufferObject(QObject *parent)
+    : QObject(parent),
+      m_owner(GLObject::Sharing::ShareGroup),
+      m_target(GL_ARRAY_BUFFER)
+{ }
 
 BufferObject::~BufferObject()
 {
@@ -131,10 +142,7 @@ void BufferObject::uploadRange(const void *data, long offset, long size)
 void *BufferObject::map(unsigned int access)
 {
     TransferBinding binding(getBO());
-    // The storage may have been made by a direct glBufferData.
-    GLint bytes = 0;
-    glGetBufferParameteriv(GL_ARRAY_BUFFER, GL_BUFFER_SIZE, &bytes);
-    return bytes > 0 ? glMapBuffer(GL_ARRAY_BUFFER, access) : nullptr;
+    return storedBytes() > 0 ? glMapBuffer(GL_ARRAY_BUFFER, access) : nullptr;
 }
 
 bool BufferObject::unmap()
@@ -146,9 +154,12 @@ bool BufferObject::unmap()
 void BufferObject::setIndexedTarget(unsigned int target, unsigned int index, long offset, long size)
 {
     m_target = target;
-    if (m_size < offset + size) {
-        const std::vector<char> zeros(size_t(offset + size));
-        uploadBytes(zeros.data(), offset + size, GL_DYNAMIC_DRAW);
+    {
+        TransferBinding binding(getBO());
+        if (storedBytes() < offset + size) {
+            const std::vector<char> zeros(size_t(offset + size));
+            uploadBytes(zeros.data(), offset + size, GL_DYNAMIC_DRAW);
+        }
     }
     const GLint previous = boundAt(target);
     glBindBufferRange(target, index, getBO(), offset, size);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "ContextRegistry.h"
 
+#include "TessellationPrograms.h"
+
 #include <QtCore/QHash>
 #include <QtCore/QMutex>
 #include <QtGui/QOpenGLContext>
@@ -15,7 +17,10 @@ namespace {
 class NativeLookup
 {
 public:
-    NativeLookup(const char *library, const char *function) : m_library(library), m_function(function) {}
+    NativeLookup(const char *library, const char *function)
+        : m_library(library),
+          m_function(function)
+    { }
 
     void *currentContext()
     {
@@ -110,6 +115,11 @@ ShareGroup::~ShareGroup()
 ContextRecord::~ContextRecord()
 {
     device.clear();
+}
+
+QSet<unsigned int> &TessellationPrograms::current()
+{
+    return ContextRegistry::current()->group->tessellationPrograms;
 }
 
 void *ContextRegistry::currentHandle()

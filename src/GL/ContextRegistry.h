@@ -4,6 +4,7 @@
 #include <GL/OpenGLDeviceContext.h>
 #include <GL/TextureManager.h>
 
+#include <QtCore/QSet>
 #include <QtCore/QSharedPointer>
 
 #include <memory>
@@ -15,14 +16,14 @@ namespace Velmora::Kvz {
 /// One OpenGL context, or one group of contexts that share objects. GL objects hold a weak pointer to the one that knows
 /// their name: it is gone once the context is.
 class ContextIdentity
-{
-};
+{ };
 
 /// Contexts that share objects, and what is theirs together.
 struct ShareGroup
 {
     QSharedPointer<ContextIdentity> identity = QSharedPointer<ContextIdentity>::create();
     std::unique_ptr<TextureManager> textureManager;
+    QSet<unsigned int> tessellationPrograms;
 
     ~ShareGroup();
 };

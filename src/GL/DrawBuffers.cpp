@@ -12,6 +12,8 @@
 
 #include <epoxy/gl.h>
 
+#include <algorithm>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -44,7 +46,10 @@ GLuint drawableProgram()
 
 } // namespace
 
-DrawBuffers::DrawBuffers(QObject *parent) : QObject(parent), m_primitiveType(GL_TRIANGLES) {}
+DrawBuffers::DrawBuffers(QObject *parent)
+    : QObject(parent),
+      m_primitiveType(GL_TRIANGLES)
+{ }
 
 DrawBuffers::~DrawBuffers() = default;
 
@@ -142,7 +147,7 @@ bool DrawBuffers::draw()
         return true;
     reportEarlierErrors();
     GLenum primitives = m_primitiveType;
-    if (primitives == GL_TRIANGLES && tessellationPrograms().contains(program)) {
+    if (primitives == GL_TRIANGLES && TessellationPrograms::current().contains(program)) {
         glPatchParameteri(GL_PATCH_VERTICES, 3);
         primitives = GL_PATCHES;
     }

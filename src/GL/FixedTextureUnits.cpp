@@ -12,8 +12,8 @@ namespace {
 
 QStringList &reserved()
 {
-    static QStringList *const names = new QStringList(QStringList(ManagedTextures::samplers())
-        << QStringLiteral("kvz_DrawCommands"));
+    static QStringList *const names =
+        new QStringList(QStringList(ManagedTextures::samplers()) << QStringLiteral("kvz_DrawCommands"));
     return *names;
 }
 

@@ -21,7 +21,10 @@ bool isLayered(GLenum target)
 
 } // namespace
 
-FramebufferObject::FramebufferObject(QObject *parent) : QObject(parent), m_owner(GLObject::Sharing::OneContext) {}
+FramebufferObject::FramebufferObject(QObject *parent)
+    : QObject(parent),
+      m_owner(GLObject::Sharing::OneContext)
+{ }
 
 FramebufferObject::~FramebufferObject()
 {
@@ -37,37 +40,34 @@ FramebufferObject *FramebufferObject::wrap(unsigned int name, QObject *parent)
     auto *framebuffer = new FramebufferObject(parent);
     framebuffer->m_wrapped = true;
     framebuffer->m_name = name;
+    framebuffer->m_owner.claim();
     return framebuffer;
 }
 
 void FramebufferObject::bind()
 {
-    SavedBinding saved;
-    glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING, &saved.read);
-    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &saved.draw);
-    m_saved.append(saved);
+    Binding binding{0, 0, QSize()};
+    glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING, &binding.previousRead);
+    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &binding.previousDraw);
+    m_bindings.append(binding);
     glBindFramebuffer(GL_FRAMEBUFFER, getFBO());
-    m_viewportPending = false;
 }
 
 void FramebufferObject::unbind()
 {
-    const SavedBinding saved = m_saved.isEmpty() ? SavedBinding {0, 0} : m_saved.last();
-    if (!m_saved.isEmpty())
-        m_saved.removeLast();
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, GLuint(saved.read));
-    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, GLuint(saved.draw));
-    m_viewportPending = false;
+    const Binding binding = m_bindings.isEmpty() ? Binding{0, 0, QSize()} : m_bindings.last();
+    if (!m_bindings.isEmpty())
+        m_bindings.removeLast();
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, GLuint(binding.previousRead));
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, GLuint(binding.previousDraw));
 }
 
 void FramebufferObject::attach(Texture *texture, unsigned int attachment, int level)
 {
     attachAs(Kind::Level, texture, attachment, 0, level);
-    if (texture && attachment == GL_COLOR_ATTACHMENT0 && !m_saved.isEmpty()) {
-        m_viewportPending = true;
-        m_pendingWidth = texture->width(level);
-        m_pendingHeight = texture->height(level);
-    }
+    if (texture && attachment == GL_COLOR_ATTACHMENT0 && this->attachment(attachment) == texture
+        && !m_bindings.isEmpty())
+        m_bindings.last().viewport = QSize(texture->width(level), texture->height(level));
 }
 
 void FramebufferObject::attach3D(Texture *texture, unsigned int attachment, int layer, int level)
@@ -128,7 +128,7 @@ Texture *FramebufferObject::detach(unsigned int attachment)
     const GLenum point = found->point;
     m_attachments.erase(found);
     // With no context, or a foreign one, there is nothing to tell GL.
-    if (m_name && (m_wrapped || m_owner.isKnownToCurrentContext())) {
+    if (m_name && m_owner.isKnownToCurrentContext()) {
         GLint bound = 0;
         glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &bound);
         if (GLuint(bound) != m_name)
@@ -157,13 +157,16 @@ void FramebufferObject::setDrawBuffers()
     }
     if (count == 0)
         buffers[count++] = GL_NONE;
-    if (m_wrapped && m_name == 0)
-        return; // A window's draw buffer stays as the host left it.
-    if (!m_wrapped)
+    if (!m_wrapped) {
         glDrawBuffers(count, buffers);
-    if (m_viewportPending)
-        glViewport(0, 0, m_pendingWidth, m_pendingHeight);
-    m_viewportPending = false;
+        // Before OpenGL 4.1 a framebuffer that reads from a colour it lacks is incomplete.
+        glReadBuffer(buffers[0]);
+    }
+    if (m_bindings.isEmpty() || !m_bindings.last().viewport.isValid())
+        return;
+    QSize &viewport = m_bindings.last().viewport;
+    glViewport(0, 0, viewport.width(), viewport.height());
+    viewport = QSize();
 }
 
 unsigned int FramebufferObject::getFBO() const

@@ -5,7 +5,9 @@
 
 namespace Velmora::Kvz {
 
-GLObject::GLObject(Sharing sharing) : m_sharing(sharing) {}
+GLObject::GLObject(Sharing sharing)
+    : m_sharing(sharing)
+{ }
 
 GLObject::~GLObject() = default;
 

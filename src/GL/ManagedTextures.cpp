@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "ManagedTextures.h"
 
+#include "UnpackState.h"
+
 #include <Core/Log.h>
 #include <GL/AutoBinder.h>
 #include <GL/FixedTextureUnits.h>
@@ -29,11 +31,13 @@ double distance(const QSize &a, const QSize &b)
 
 std::unique_ptr<Texture> createArray(const QSize &size, int layers)
 {
-    auto texture = std::make_unique<Texture>(GL_TEXTURE_2D_ARRAY, GL_RGBA8, size.width(), size.height(), layers, nullptr);
+    auto texture =
+        std::make_unique<Texture>(GL_TEXTURE_2D_ARRAY, GL_RGBA8, size.width(), size.height(), layers, nullptr);
+    UnpackState unpack;
     AutoBinder binder(texture.get());
     for (int level = 0; level < mipLevels(size); ++level) {
-        glTexImage3D(GL_TEXTURE_2D_ARRAY, level, GL_RGBA8, qMax(1, size.width() >> level), qMax(1, size.height() >> level),
-            layers, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+        glTexImage3D(GL_TEXTURE_2D_ARRAY, level, GL_RGBA8, qMax(1, size.width() >> level),
+            qMax(1, size.height() >> level), layers, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
     }
     glTexParameteri(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
     glTexParameteri(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
@@ -80,6 +84,15 @@ int ManagedTextures::add(const QImage &image)
                         .arg(int(arrayCount)));
     }
     const int layer = chooseLayer(array);
+    if (layer < 0) {
+        KVZ_WARNING(
+            QStringLiteral("A material image of %1 by %2 finds no place and shows as white: this driver keeps %3 "
+                           "images of one size; merge some")
+                .arg(image.width())
+                .arg(image.height())
+                .arg(array.capacity));
+        return 0;
+    }
     store(array, layer, image);
     array.layers[layer] = {image.cacheKey(), 1};
     const int handle = 1 + arrayIndex + arrayCount * layer;
@@ -172,8 +185,13 @@ int ManagedTextures::chooseLayer(Array &array)
         if (array.layers[i].users == 0)
             return i;
     }
-    if (array.layers.size() == array.capacity)
-        grow(array, qMax(1, array.capacity * 2));
+    if (array.layers.size() == array.capacity) {
+        GLint limit = 0;
+        glGetIntegerv(GL_MAX_ARRAY_TEXTURE_LAYERS, &limit);
+        if (array.capacity >= limit)
+            return -1;
+        grow(array, qBound(1, array.capacity * 2, limit));
+    }
     array.layers.append(Layer());
     return array.layers.size() - 1;
 }
@@ -198,23 +216,13 @@ void ManagedTextures::grow(Array &array, int capacity)
 
 void ManagedTextures::store(Array &array, int layer, const QImage &image)
 {
-    QImage rows = image.size() == array.size
-        ? image
-        : image.scaled(array.size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    QImage rows =
+        image.size() == array.size ? image : image.scaled(array.size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
     rows = rows.convertToFormat(QImage::Format_RGBA8888).mirrored();
-    GLint alignment = 4;
-    GLint unpackBuffer = 0;
-    glGetIntegerv(GL_UNPACK_ALIGNMENT, &alignment);
-    glGetIntegerv(GL_PIXEL_UNPACK_BUFFER_BINDING, &unpackBuffer);
-    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
-    {
-        AutoBinder binder(array.texture.get());
-        glTexSubImage3D(GL_TEXTURE_2D_ARRAY, 0, 0, 0, layer, array.size.width(), array.size.height(), 1, GL_RGBA,
-            GL_UNSIGNED_BYTE, rows.constBits());
-    }
-    glPixelStorei(GL_UNPACK_ALIGNMENT, alignment);
-    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, GLuint(unpackBuffer));
+    UnpackState unpack;
+    AutoBinder binder(array.texture.get());
+    glTexSubImage3D(GL_TEXTURE_2D_ARRAY, 0, 0, 0, layer, array.size.width(), array.size.height(), 1, GL_RGBA,
+        GL_UNSIGNED_BYTE, rows.constBits());
     array.mipMapsStale = true;
 }
 
@@ -225,6 +233,7 @@ unsigned int ManagedTextures::nameFor(int array)
     // Every sampler of a linked program needs a texture that fits it, also those that no handle leads to.
     if (!m_white) {
         m_white = createArray(QSize(1, 1), 1);
+        UnpackState unpack;
         AutoBinder binder(m_white.get());
         glTexSubImage3D(GL_TEXTURE_2D_ARRAY, 0, 0, 0, 0, 1, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, whiteTexel);
     }

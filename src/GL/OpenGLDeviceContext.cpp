@@ -25,7 +25,9 @@ QSharedPointer<BufferObject> createStaticBuffer(const float *data, int count)
 
 } // namespace
 
-OpenGLDeviceContext::OpenGLDeviceContext() : d(std::make_unique<Private>()) {}
+OpenGLDeviceContext::OpenGLDeviceContext()
+    : d(std::make_unique<Private>())
+{ }
 
 OpenGLDeviceContext::~OpenGLDeviceContext() = default;
 

@@ -83,8 +83,8 @@ bool isPath(const QString &name)
 } // namespace
 
 ShaderPreprocessor::ShaderPreprocessor(
-    unsigned int stage, const QString &source, const QString &name, const GLSLMacroProcessor *processor) :
-    m_processor(processor)
+    unsigned int stage, const QString &source, const QString &name, const GLSLMacroProcessor *processor)
+    : m_processor(processor)
 {
     // The version stays first, the macros come behind it; without a version line they come first.
     const QStringList lines = source.split(QLatin1Char('\n'));
@@ -106,30 +106,25 @@ ShaderPreprocessor::ShaderPreprocessor(
         for (const QPair<QString, QString> &define : defines)
             emitLine(QStringLiteral("#define %1 %2").arg(define.first, define.second), QString(), 0);
     }
-    QString rest;
-    for (int i = 0; i < lines.size(); ++i)
-        rest += (i <= versionLine ? QString() : lines[i]) + (i + 1 < lines.size() ? QStringLiteral("\n") : QString());
     m_includeStack.append(name);
-    expand(rest, name);
+    expand(lines, versionLine + 1, name);
     m_includeStack.removeLast();
 }
 
-void ShaderPreprocessor::expand(const QString &source, const QString &file)
+/// The lines from `first` on; those before it are out already.
+void ShaderPreprocessor::expand(const QStringList &lines, int first, const QString &file)
 {
     static const QRegularExpression directive(
         QStringLiteral("^\\s*#\\s*(include|instancedata|version)\\b\\s*(?:[\"<]([^\">]*)[\">])?"));
     CommentTracker comments;
-    const QStringList lines = source.split(QLatin1Char('\n'));
     const bool isRoot = m_includeStack.size() == 1;
-    bool started = !isRoot; // The lines before and with the version of the root source are out already.
     for (int i = 0; i < lines.size(); ++i) {
-        const QString &line = lines[i];
-        if (!started && line.isEmpty())
+        const QString code = comments.strip(lines[i]);
+        if (i < first)
             continue;
-        started = true;
-        const QRegularExpressionMatch match = directive.match(comments.strip(line));
+        const QRegularExpressionMatch match = directive.match(code);
         if (!match.hasMatch()) {
-            emitLine(line, file, i + 1);
+            emitLine(lines[i], file, i + 1);
             continue;
         }
         // The directive's own line stays, empty, so that text and origins run in step.
@@ -171,7 +166,7 @@ void ShaderPreprocessor::expandInclude(const QString &name, const QString &file,
     }
     m_included.append(path);
     m_includeStack.append(path);
-    expand(text, path);
+    expand(text.split(QLatin1Char('\n')), 0, path);
     m_includeStack.removeLast();
 }
 
@@ -215,25 +210,26 @@ QStringList ShaderPreprocessor::errors() const
 QString ShaderPreprocessor::mapLog(const QString &driverLog) const
 {
     // Source string and line, as the three families of drivers write them.
-    static const QRegularExpression place(QStringLiteral("^(ERROR: |WARNING: )?0[:(](\\d+)(?:\\((\\d+)\\))?\\)?\\s?:?\\s?"));
+    static const QRegularExpression place(
+        QStringLiteral("^(ERROR: |WARNING: )?0[:(](\\d+)(?:\\((\\d+)\\))?\\)?\\s?:?\\s?"));
     QStringList mapped;
     const QStringList lines = driverLog.split(QLatin1Char('\n'));
     for (const QString &line : lines) {
         const QRegularExpressionMatch match = place.match(line);
-        const Origin where = match.hasMatch() ? origin(match.captured(2).toInt()) : Origin {QString(), 0};
+        const Origin where = match.hasMatch() ? origin(match.captured(2).toInt()) : Origin{QString(), 0};
         if (where.line == 0)
             mapped.append(line);
         else
-            mapped.append(QStringLiteral("%1%2:%3: %4")
-                              .arg(match.captured(1), where.file, QString::number(where.line),
-                                  line.mid(match.capturedEnd())));
+            mapped.append(
+                QStringLiteral("%1%2:%3: %4")
+                    .arg(match.captured(1), where.file, QString::number(where.line), line.mid(match.capturedEnd())));
     }
     return mapped.join(QLatin1Char('\n'));
 }
 
 ShaderPreprocessor::Origin ShaderPreprocessor::origin(int line) const
 {
-    return line >= 1 && line <= m_origins.size() ? m_origins[line - 1] : Origin {QString(), 0};
+    return line >= 1 && line <= m_origins.size() ? m_origins[line - 1] : Origin{QString(), 0};
 }
 
 QStringList ShaderPreprocessor::includedFiles() const
@@ -247,7 +243,7 @@ QString ShaderPreprocessor::findFile(const QString &file, const GLSLMacroProcess
         return QString();
     if (isPath(file))
         return QFileInfo(file).isFile() ? file : QString();
-    QStringList folders {shaderFolder};
+    QStringList folders{shaderFolder};
     if (processor)
         folders += processor->includePaths();
     for (const QString &folder : qAsConst(folders)) {

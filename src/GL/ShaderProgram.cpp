@@ -164,13 +164,10 @@ int numbersOf(const QVariant &value, int wanted, double *numbers)
 
 } // namespace
 
-QSet<unsigned int> &tessellationPrograms()
-{
-    static QSet<unsigned int> *const names = new QSet<unsigned int>;
-    return *names;
-}
-
-ShaderProgram::ShaderProgram(QObject *parent) : QObject(parent), m_owner(GLObject::Sharing::ShareGroup) {}
+ShaderProgram::ShaderProgram(QObject *parent)
+    : QObject(parent),
+      m_owner(GLObject::Sharing::ShareGroup)
+{ }
 
 ShaderProgram::~ShaderProgram()
 {
@@ -181,9 +178,10 @@ void ShaderProgram::deleteProgram()
 {
     if (!m_name)
         return;
-    if (m_owner.isKnownToCurrentContext())
+    if (m_owner.isKnownToCurrentContext()) {
         glDeleteProgram(m_name);
-    tessellationPrograms().remove(m_name);
+        TessellationPrograms::current().remove(m_name);
+    }
     --liveNames().programs;
     m_name = 0;
 }
@@ -291,7 +289,7 @@ bool ShaderProgram::link()
     if (!m_linked)
         return false;
     if (hasTessellation())
-        tessellationPrograms().insert(m_name);
+        TessellationPrograms::current().insert(m_name);
     readUniforms();
     assignFixedUnits();
     return true;
@@ -412,8 +410,10 @@ void ShaderProgram::send(Uniform &uniform, const void *data, int bytes, int elem
     const auto *const raw = static_cast<const char *>(data);
     if (uniform.cached && uniform.value.size() == bytes && std::equal(raw, raw + bytes, uniform.value.constData()))
         return;
-    // While a binder holds the program it is current; otherwise it is bound for this call.
-    AutoBinder binder(m_saved.isEmpty() ? this : nullptr);
+    // A binder of another program may lie inside this one's, so ask.
+    GLint current = 0;
+    glGetIntegerv(GL_CURRENT_PROGRAM, &current);
+    AutoBinder binder(GLuint(current) == m_name ? nullptr : this);
     const auto *const floats = static_cast<const GLfloat *>(data);
     const auto *const ints = static_cast<const GLint *>(data);
     const auto *const uints = static_cast<const GLuint *>(data);
@@ -475,8 +475,13 @@ int ShaderProgram::getUniformLocation(const QString &name) const
         uniform->cached = false;
         return uniform->location;
     }
-    // Elements of arrays and members of structures beyond the first are not listed by name.
-    return m_linked ? glGetUniformLocation(m_name, name.toUtf8().constData()) : -1;
+    // Elements of arrays beyond the first are not listed by name.
+    const int element = name.endsWith(QLatin1Char(']')) ? name.lastIndexOf(QLatin1Char('[')) : -1;
+    Uniform *const array = element < 0 ? nullptr : const_cast<ShaderProgram *>(this)->findUniform(name.left(element));
+    if (!array)
+        return -1;
+    array->cached = false;
+    return glGetUniformLocation(m_name, name.toUtf8().constData());
 }
 
 int ShaderProgram::attributeLocation(const QString &name) const
@@ -491,9 +496,8 @@ unsigned int ShaderProgram::programID() const
 
 bool ShaderProgram::hasTessellation() const
 {
-    return std::any_of(m_units.begin(), m_units.end(), [](const Unit &unit) {
-        return unit.type == GL_TESS_EVALUATION_SHADER;
-    });
+    return std::any_of(
+        m_units.begin(), m_units.end(), [](const Unit &unit) { return unit.type == GL_TESS_EVALUATION_SHADER; });
 }
 
 void ShaderProgram::bind()

@@ -18,10 +18,14 @@ GLenum bindingQuery(GLenum target)
         return GL_TEXTURE_BINDING_1D;
     case GL_TEXTURE_3D:
         return GL_TEXTURE_BINDING_3D;
+    case GL_TEXTURE_1D_ARRAY:
+        return GL_TEXTURE_BINDING_1D_ARRAY;
     case GL_TEXTURE_2D_ARRAY:
         return GL_TEXTURE_BINDING_2D_ARRAY;
     case GL_TEXTURE_CUBE_MAP:
         return GL_TEXTURE_BINDING_CUBE_MAP;
+    case GL_TEXTURE_CUBE_MAP_ARRAY:
+        return GL_TEXTURE_BINDING_CUBE_MAP_ARRAY;
     case GL_TEXTURE_BUFFER:
         return GL_TEXTURE_BINDING_BUFFER;
     case GL_TEXTURE_2D_MULTISAMPLE:
@@ -42,31 +46,43 @@ GLint boundAt(GLenum target)
     return name;
 }
 
-} // namespace
-
-Texture::Texture(QObject *parent) :
-    QObject(parent),
-    m_target(GL_TEXTURE_2D),
-    m_owner(GLObject::Sharing::ShareGroup)
+/// Whether GL may be asked for a level at all.
+bool canHaveLevel(GLenum target, int level)
 {
+    if (level == 0)
+        return target != GL_TEXTURE_BUFFER;
+    const bool hasOneLevel = target == GL_TEXTURE_BUFFER || target == GL_TEXTURE_RECTANGLE
+        || target == GL_TEXTURE_2D_MULTISAMPLE || target == GL_TEXTURE_2D_MULTISAMPLE_ARRAY;
+    GLint maximumSize = 0;
+    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &maximumSize);
+    return !hasOneLevel && level > 0 && level < 31 && 1 << level <= maximumSize;
 }
 
-Texture::Texture(unsigned int target, int internalFormat, int width, int height, int depth, QObject *parent) :
-    QObject(parent),
-    m_target(target),
-    m_owner(GLObject::Sharing::ShareGroup)
+} // namespace
+
+Texture::Texture(QObject *parent)
+    : QObject(parent),
+      m_target(GL_TEXTURE_2D),
+      m_owner(GLObject::Sharing::ShareGroup)
+{ }
+
+Texture::Texture(unsigned int target, int internalFormat, int width, int height, int depth, QObject *parent)
+    : QObject(parent),
+      m_target(target),
+      m_owner(GLObject::Sharing::ShareGroup)
 {
     setSize(0, internalFormat, width, height, depth);
 }
 
 Texture::~Texture()
 {
-    if (m_unit)
-        TextureUnitAllocator::release(m_unit);
     if (!m_name)
         return;
-    if (m_owner.isKnownToCurrentContext())
+    if (m_owner.isKnownToCurrentContext()) {
         glDeleteTextures(1, &m_name);
+        if (m_unit)
+            TextureUnitAllocator::release(m_unit);
+    }
     --liveNames().textures;
 }
 
@@ -117,7 +133,7 @@ unsigned int Texture::textureID() const
 
 int Texture::levelParameter(int level, unsigned int parameter) const
 {
-    if (!m_name || m_target == GL_TEXTURE_BUFFER || !m_owner.isKnownToCurrentContext())
+    if (!m_name || !m_owner.isKnownToCurrentContext() || !canHaveLevel(m_target, level))
         return 0;
     const GLenum target = m_target == GL_TEXTURE_CUBE_MAP ? GL_TEXTURE_CUBE_MAP_POSITIVE_X : m_target;
     const GLint previous = boundAt(m_target);

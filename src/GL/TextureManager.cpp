@@ -3,6 +3,7 @@
 
 #include "ContextRegistry.h"
 #include "ManagedTextures.h"
+#include "UnpackState.h"
 
 #include <Core/Log.h>
 #include <GL/AutoBinder.h>
@@ -18,29 +19,6 @@
 namespace Velmora::Kvz {
 
 namespace {
-
-/// Pixel transfer from client memory, whatever the caller left set.
-class UnpackState
-{
-public:
-    UnpackState()
-    {
-        glGetIntegerv(GL_UNPACK_ALIGNMENT, &m_alignment);
-        glGetIntegerv(GL_PIXEL_UNPACK_BUFFER_BINDING, &m_buffer);
-        glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
-        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
-    }
-    ~UnpackState()
-    {
-        glPixelStorei(GL_UNPACK_ALIGNMENT, m_alignment);
-        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, GLuint(m_buffer));
-    }
-
-private:
-    Q_DISABLE_COPY(UnpackState)
-    GLint m_alignment = 4;
-    GLint m_buffer = 0;
-};
 
 void setFilterAndWrap(GLenum target, GLint minFilter, GLint magFilter, GLint wrap)
 {
@@ -69,10 +47,24 @@ void allocate(Texture *texture, GLenum internalFormat, int width, int height, in
     }
 }
 
+/// Whether level 0 of a texture is stored as given.
+bool hasStorage(Texture *texture, GLenum internalFormat, int width, int height)
+{
+    AutoBinder binder(texture);
+    const auto parameter = [texture](GLenum name) {
+        GLint value = 0;
+        glGetTexLevelParameteriv(texture->target(), 0, name, &value);
+        return value;
+    };
+    return parameter(GL_TEXTURE_WIDTH) == width && parameter(GL_TEXTURE_HEIGHT) == height
+        && GLenum(parameter(GL_TEXTURE_INTERNAL_FORMAT)) == internalFormat;
+}
+
 int supportedSamples(GLenum internalFormat, int samples)
 {
     GLint maximum = 1;
-    glGetIntegerv(isDepthFormat(internalFormat) ? GL_MAX_DEPTH_TEXTURE_SAMPLES : GL_MAX_COLOR_TEXTURE_SAMPLES, &maximum);
+    glGetIntegerv(
+        isDepthFormat(internalFormat) ? GL_MAX_DEPTH_TEXTURE_SAMPLES : GL_MAX_COLOR_TEXTURE_SAMPLES, &maximum);
     return qBound(1, samples, qMax(1, maximum));
 }
 
@@ -126,7 +118,7 @@ Texture *TextureManager::tempTexture(TextureFormat format, int width, int height
             || entry.depth != depth || entry.samples != samples)
             continue;
         // A pass may have given a placeholder of one texel other storage.
-        if (width == 1 && height == 1 && (entry.texture->width(0) != 1 || entry.texture->height(0) != 1))
+        if (width == 1 && height == 1 && !hasStorage(entry.texture.get(), internalFormat, width, height))
             allocate(entry.texture.get(), internalFormat, width, height, depth, samples);
         entry.references = 1;
         entry.holder = m_holderLabel;
@@ -134,8 +126,8 @@ Texture *TextureManager::tempTexture(TextureFormat format, int width, int height
     }
 
     const GLenum target = samples > 1 ? GL_TEXTURE_2D_MULTISAMPLE : depth > 1 ? GL_TEXTURE_2D_ARRAY : GL_TEXTURE_2D;
-    auto texture = std::make_unique<Texture>(
-        target, int(internalFormat), width, height, depth > 1 ? depth : 0, nullptr);
+    auto texture =
+        std::make_unique<Texture>(target, int(internalFormat), width, height, depth > 1 ? depth : 0, nullptr);
     allocate(texture.get(), internalFormat, width, height, depth, samples);
     if (target != GL_TEXTURE_2D_MULTISAMPLE) {
         AutoBinder binder(texture.get());
@@ -224,8 +216,8 @@ Texture *TextureManager::loadTexture(const QString &path, const TextureLoadOptio
     if (image.width() > limit || image.height() > limit)
         image = image.scaled(limit, limit, Qt::KeepAspectRatio, Qt::SmoothTransformation);
 
-    auto texture = std::make_unique<Texture>(
-        GL_TEXTURE_2D, int(internalFormat), image.width(), image.height(), 0, nullptr);
+    auto texture =
+        std::make_unique<Texture>(GL_TEXTURE_2D, int(internalFormat), image.width(), image.height(), 0, nullptr);
     const QVector<float> channels = channelsOf(image, options);
     UnpackState unpack;
     AutoBinder binder(texture.get());

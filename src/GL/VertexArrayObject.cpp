@@ -11,7 +11,9 @@
 
 namespace Velmora::Kvz {
 
-VertexArrayObject::VertexArrayObject() : m_owner(GLObject::Sharing::OneContext) {}
+VertexArrayObject::VertexArrayObject()
+    : m_owner(GLObject::Sharing::OneContext)
+{ }
 
 VertexArrayObject::~VertexArrayObject()
 {

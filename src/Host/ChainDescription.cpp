@@ -8,6 +8,8 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
+#include <algorithm>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -30,13 +32,20 @@ bool splitOutput(const QString &text, QString *pass, QString *port)
 QString typeOf(const QJsonValue &value)
 {
     switch (value.type()) {
-    case QJsonValue::Null: return QStringLiteral("null");
-    case QJsonValue::Bool: return QStringLiteral("true or false");
-    case QJsonValue::Double: return QStringLiteral("a number");
-    case QJsonValue::String: return QStringLiteral("a text");
-    case QJsonValue::Array: return QStringLiteral("a list");
-    case QJsonValue::Object: return QStringLiteral("an object");
-    case QJsonValue::Undefined: break;
+    case QJsonValue::Null:
+        return QStringLiteral("null");
+    case QJsonValue::Bool:
+        return QStringLiteral("true or false");
+    case QJsonValue::Double:
+        return QStringLiteral("a number");
+    case QJsonValue::String:
+        return QStringLiteral("a text");
+    case QJsonValue::Array:
+        return QStringLiteral("a list");
+    case QJsonValue::Object:
+        return QStringLiteral("an object");
+    case QJsonValue::Undefined:
+        break;
     }
     return QStringLiteral("nothing");
 }
@@ -80,7 +89,7 @@ public:
     }
 
     /// The text members of an object, each handed to `take`, which says whether the text is good.
-    template<typename Take>
+    template <typename Take>
     void texts(const QJsonObject &object, const char *key, const QString &place, const QString &expected, Take take)
     {
         const QJsonObject entries = members(object, key, place);
@@ -118,7 +127,8 @@ ChainPass readPass(const QJsonObject &object, const QString &place, Reader *read
     ChainPass pass;
     pass.className = reader->text(object, "class", place);
     if (pass.className.isEmpty())
-        reader->fail(place + QStringLiteral(".class"), QStringLiteral("the name of a pass class"), QStringLiteral("nothing"));
+        reader->fail(
+            place + QStringLiteral(".class"), QStringLiteral("the name of a pass class"), QStringLiteral("nothing"));
     pass.name = reader->text(object, "name", place);
     if (!object.contains(QLatin1String("name")))
         pass.name = pass.className;
@@ -143,7 +153,8 @@ ChainPass readPass(const QJsonObject &object, const QString &place, Reader *read
 
 QString syntaxError(const QByteArray &json, const QJsonParseError &problem)
 {
-    const QByteArray before = json.left(problem.offset);
+    // The parser stands behind the character that it stumbled over.
+    const QByteArray before = json.left(std::max(0, problem.offset - 1));
     const int line = before.count('\n') + 1;
     const int column = QString::fromUtf8(before.mid(before.lastIndexOf('\n') + 1)).size() + 1;
     return QStringLiteral("line %1, column %2: not JSON: %3").arg(line).arg(column).arg(problem.errorString());
@@ -191,10 +202,14 @@ ChainSource ChainSource::none()
 QString ChainSource::toString() const
 {
     switch (kind) {
-    case Kind::Output: return pass + QLatin1Char('.') + port;
-    case Kind::Previous: return previousPrefix + pass + QLatin1Char('.') + port;
-    case Kind::FrameValue: return framePrefix + port;
-    case Kind::None: break;
+    case Kind::Output:
+        return pass + QLatin1Char('.') + port;
+    case Kind::Previous:
+        return previousPrefix + pass + QLatin1Char('.') + port;
+    case Kind::FrameValue:
+        return framePrefix + port;
+    case Kind::None:
+        break;
     }
     return nonePrefix;
 }
@@ -282,13 +297,14 @@ bool ChainDescription::fromJson(const QByteArray &json, ChainDescription *chain,
             read.passes.append(readPass(elements[i].toObject(), place, &reader));
     }
 
-    reader.texts(object, "exports", QString(), QStringLiteral("\"pass.port\""), [&](const QString &name, const QString &text) {
-        ChainSource source;
-        if (!ChainSource::fromString(text, &source) || source.kind != ChainSource::Kind::Output)
-            return false;
-        read.exports.insert(name, {source.pass, source.port});
-        return true;
-    });
+    reader.texts(
+        object, "exports", QString(), QStringLiteral("\"pass.port\""), [&](const QString &name, const QString &text) {
+            ChainSource source;
+            if (!ChainSource::fromString(text, &source) || source.kind != ChainSource::Kind::Output)
+                return false;
+            read.exports.insert(name, {source.pass, source.port});
+            return true;
+        });
 
     if (reader.failed()) {
         *error = reader.error();
@@ -302,7 +318,7 @@ QByteArray ChainDescription::toJson() const
 {
     QJsonArray elements;
     for (const ChainPass &pass : passes) {
-        QJsonObject element {{QStringLiteral("name"), pass.name}, {QStringLiteral("class"), pass.className}};
+        QJsonObject element{{QStringLiteral("name"), pass.name}, {QStringLiteral("class"), pass.className}};
         if (!pass.enabled)
             element.insert(QStringLiteral("enabled"), false);
         if (const QJsonObject options = toObject(pass.options); !options.isEmpty())
@@ -316,7 +332,7 @@ QByteArray ChainDescription::toJson() const
             element.insert(QStringLiteral("connections"), connections);
         elements.append(element);
     }
-    QJsonObject object {{QStringLiteral("passes"), elements}};
+    QJsonObject object{{QStringLiteral("passes"), elements}};
     if (!name.isEmpty())
         object.insert(QStringLiteral("name"), name);
     if (!description.isEmpty())

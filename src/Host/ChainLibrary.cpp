@@ -43,8 +43,8 @@ bool loadChain(const QString &nameOrFile, ChainDescription *chain, QString *erro
     const QStringList ready = readyChainNames();
     const bool isPath = nameOrFile.endsWith(suffix) || nameOrFile.contains(QLatin1Char('/'));
     if (!isPath && !ready.contains(nameOrFile)) {
-        return fail(error,
-            QStringLiteral("no chain named \"%1\"; %2").arg(nameOrFile, nearestNamesHint(nameOrFile, ready)));
+        return fail(
+            error, QStringLiteral("no chain named \"%1\"; %2").arg(nameOrFile, nearestNamesHint(nameOrFile, ready)));
     }
 
     QFile file(isPath ? nameOrFile : folder + QLatin1Char('/') + nameOrFile + suffix);

@@ -25,11 +25,10 @@ class Use : public PassUse
 {
 public:
     Use(const ChainPass &pass, const WiredPass &wired)
-        : m_pass(pass)
-        , m_wired(wired)
-        , m_options(resolveOptions(*wired.info, pass.options))
-    {
-    }
+        : m_pass(pass),
+          m_wired(wired),
+          m_options(resolveOptions(*wired.info, pass.options))
+    { }
 
     bool isFed(const QString &input) const override
     {
@@ -102,13 +101,12 @@ class Validator
 {
 public:
     Validator(const ChainDescription &chain, const PassRegistry &registry, const QStringList &frameValues)
-        : m_chain(chain)
-        , m_registry(registry)
-        , m_frameValues(setOf(frameValues))
-        , m_wiring(wireChain(chain, registry, m_frameValues))
-        , m_wiringOfAll(wireChain(allEnabled(chain), registry, m_frameValues))
-    {
-    }
+        : m_chain(chain),
+          m_registry(registry),
+          m_frameValues(setOf(frameValues)),
+          m_wiring(wireChain(chain, registry, m_frameValues)),
+          m_wiringOfAll(wireChain(allEnabled(chain), registry, m_frameValues))
+    { }
 
     QVector<ChainFinding> run()
     {
@@ -118,8 +116,8 @@ public:
             checkName(i);
             if (!m_wiring[i].info) {
                 const QString &name = m_chain.passes[i].className;
-                report(Severity::Error, Code::UnknownClass, m_chain.passes[i].name, {}, "a known pass class", quoted(name),
-                    nearestNamesHint(name, m_registry.classNames()));
+                report(Severity::Error, Code::UnknownClass, m_chain.passes[i].name, {}, "a known pass class",
+                    quoted(name), nearestNamesHint(name, m_registry.classNames()));
                 continue;
             }
             checkOptions(i);
@@ -176,11 +174,23 @@ private:
         report(severity, code, pass, port, expected, QString::fromUtf8(actual), remedy);
     }
 
+    /// Whether a port or option has a finding already, which is then the cause of what else is wrong with it.
+    bool hasFinding(int index, const QString &port) const
+    {
+        return std::any_of(m_findings.begin(), m_findings.end(), [&](const ChainFinding &finding) {
+            return finding.pass == passName(index)
+                && (finding.port == port || finding.port.startsWith(port + QLatin1Char('[')));
+        });
+    }
+
     QString passName(int index) const { return m_chain.passes[index].name; }
-    const OutputInfo &outputOf(const WiredInput &input) const { return m_wiring[input.pass].info->outputs[input.output]; }
+    const OutputInfo &outputOf(const WiredInput &input) const
+    {
+        return m_wiring[input.pass].info->outputs[input.output];
+    }
     QString sourceText(const WiredInput &input) const
     {
-        return quoted(ChainOutput {passName(input.pass), outputOf(input).name}.toString());
+        return quoted(ChainOutput{passName(input.pass), outputOf(input).name}.toString());
     }
 
     void checkName(int index)
@@ -191,7 +201,8 @@ private:
                 "rename the pass");
         } else if (m_chain.findPass(name) != index) {
             report(Severity::Error, Code::DuplicatePass, name, {}, "a name of its own",
-                QStringLiteral("the name of pass %1").arg(m_chain.findPass(name) + 1), "give each pass its own \"name\"");
+                QStringLiteral("the name of pass %1").arg(m_chain.findPass(name) + 1),
+                "give each pass its own \"name\"");
         }
     }
 
@@ -266,7 +277,7 @@ private:
         if (!output)
             return;
         const int producer = m_chain.findPass(source.pass);
-        const QString text = quoted(ChainOutput {source.pass, source.port}.toString());
+        const QString text = quoted(ChainOutput{source.pass, source.port}.toString());
         if (!canFeed(output->type, input.type)) {
             report(Severity::Error, Code::TypeMismatch, pass, input.name, typeName(input.type),
                 QStringLiteral("%1 from %2").arg(typeName(output->type), text),
@@ -305,8 +316,9 @@ private:
             return nullptr;
         const int output = info->findOutput(wanted.port);
         if (output < 0) {
-            report(Severity::Error, Code::UnknownPort, pass, port, QStringLiteral("an output of %1").arg(info->className),
-                quoted(wanted.port), nearestNamesHint(wanted.port, info->outputNames()));
+            report(Severity::Error, Code::UnknownPort, pass, port,
+                QStringLiteral("an output of %1").arg(info->className), quoted(wanted.port),
+                nearestNamesHint(wanted.port, info->outputNames()));
             return nullptr;
         }
         return &info->outputs[output];
@@ -320,7 +332,7 @@ private:
             const InputInfo &input = pass.info->inputs[i];
             const WiredInput &wired = pass.inputs[i];
             const bool hasDefault = wired.source == Source::Default && input.defaultValue.isValid();
-            if (input.required && !hasDefault && !use.isFed(input.name))
+            if (input.required && !hasDefault && !use.isFed(input.name) && !hasFinding(index, input.name))
                 reportMissing(index, i);
             if (wired.source == Source::Output && input.type == ValueType::Texture
                 && outputOf(wired).type == ValueType::Texture)
@@ -343,11 +355,11 @@ private:
             if (m_registry.find(name)->findOutput(port) >= 0)
                 producers.append(name);
         }
-        report(Severity::Error, Code::MissingInput, passName(index), port, "a value", QStringLiteral("nothing feeds it"),
-            producers.isEmpty()
-                ? QStringLiteral("connect an output")
-                : QStringLiteral("put one of these before it, or connect an output: %1")
-                      .arg(producers.join(QStringLiteral(", "))));
+        report(Severity::Error, Code::MissingInput, passName(index), port, "a value",
+            QStringLiteral("nothing feeds it"),
+            producers.isEmpty() ? QStringLiteral("connect an output")
+                                : QStringLiteral("put one of these before it, or connect an output: %1")
+                                      .arg(producers.join(QStringLiteral(", "))));
     }
 
     void checkImage(int index, const InputInfo &input, const WiredInput &wired)
@@ -364,11 +376,13 @@ private:
                 "connect the depth output of a geometry pass");
         } else if (input.needsStencil && given.internalFormat && !hasStencil(given.internalFormat)) {
             report(Severity::Error, Code::MissingStencil, pass, input.name, "depth with stencil",
-                QStringLiteral("%1 from %2, with which every stencil test passes").arg(formatName(given.internalFormat), source),
+                QStringLiteral("%1 from %2, with which every stencil test passes")
+                    .arg(formatName(given.internalFormat), source),
                 "connect a depth image with stencil, or \"none\"");
         } else if (wanted.kind != TextureKind::Any && wanted.kind != given.kind) {
             report(Severity::Warning, Code::KindMismatch, pass, input.name, toString(wanted.kind),
-                QStringLiteral("%1 from %2").arg(toString(given.kind), source), QStringLiteral("connect another output"));
+                QStringLiteral("%1 from %2").arg(toString(given.kind), source),
+                QStringLiteral("connect another output"));
         }
 
         if (input.multisampling == Multisampling::Refused && samplesOf(wired) > 1) {
@@ -423,7 +437,8 @@ private:
     {
         const WiredInput origin = originOf(wired);
         if (outputOf(origin).keptByProducer) {
-            report(Severity::Warning, Code::SharedDrawTarget, passName(painter), input.name, "an image that it may draw into",
+            report(Severity::Warning, Code::SharedDrawTarget, passName(painter), input.name,
+                "an image that it may draw into",
                 QStringLiteral("%1, which its pass keeps for later frames").arg(sourceText(origin)),
                 "put a pass between that makes a copy");
         }
@@ -451,7 +466,7 @@ private:
     {
         const Use use(m_chain.passes[index], m_wiring[index]);
         for (const UseRule &rule : m_wiring[index].info->rules) {
-            if (rule.broken(use)) {
+            if (!hasFinding(index, rule.port) && rule.broken(use)) {
                 report(Severity::Warning, Code::UnusableConfiguration, passName(index), rule.port, rule.expected,
                     rule.actual, rule.remedy);
             }
@@ -480,7 +495,8 @@ private:
             const int other = rule.blamesLater ? lastEarlier : firstLater;
             report(Severity::Warning, Code::RoleOrder, passName(blamed), {}, rule.expected,
                 QStringLiteral("it stands %1 pass %2")
-                    .arg(rule.blamesLater ? QStringLiteral("before") : QStringLiteral("behind"), quoted(passName(other))),
+                    .arg(rule.blamesLater ? QStringLiteral("before") : QStringLiteral("behind"),
+                        quoted(passName(other))),
                 rule.remedy);
         }
 
@@ -567,8 +583,8 @@ QVector<ChainFinding> validateChainOnDriver(const ChainDescription &chain, const
                     missing.append(extension);
             }
             if (!missing.isEmpty()) {
-                findings.append({need.vital ? Severity::Error : Severity::Warning, Code::MissingDriverFeature, pass.name,
-                    QString(), need.extensions.join(QStringLiteral(", ")),
+                findings.append({need.vital ? Severity::Error : Severity::Warning, Code::MissingDriverFeature,
+                    pass.name, QString(), need.extensions.join(QStringLiteral(", ")),
                     QStringLiteral("no %1").arg(missing.join(QStringLiteral(", "))), need.without});
             }
         }

@@ -150,8 +150,7 @@ bool toRects(const QVariant &value, QVariant *result)
     return true;
 }
 
-template<typename T>
-bool isObject(const QVariant &value)
+template <typename T> bool isObject(const QVariant &value)
 {
     if (value.userType() == qMetaTypeId<T *>())
         return true;
@@ -161,10 +160,21 @@ bool isObject(const QVariant &value)
     return !object || qobject_cast<const T *>(object);
 }
 
-template<typename T>
-bool isObjectOrList(const QVariant &value)
+template <typename T> bool isObjectOrList(const QVariant &value)
 {
     return isObject<T>(value) || value.userType() == QMetaType::QVariantList;
+}
+
+/// The number with the fewest digits that gives the same float, instead of all digits of its double.
+double shortest(float value)
+{
+    double number = value;
+    for (int digits = 6; digits <= 9; ++digits) {
+        number = QString::number(double(value), 'g', digits).toDouble();
+        if (float(number) == value)
+            break;
+    }
+    return number;
 }
 
 QJsonArray jsonNumbers(std::initializer_list<double> numbers)
@@ -193,27 +203,48 @@ QJsonValue colorToJson(const QColor &color)
 QString typeName(ValueType type)
 {
     switch (type) {
-    case ValueType::Bool: return QStringLiteral("bool");
-    case ValueType::Int: return QStringLiteral("int");
-    case ValueType::Float: return QStringLiteral("float");
-    case ValueType::String: return QStringLiteral("QString");
-    case ValueType::Color: return QStringLiteral("QColor");
-    case ValueType::Rect: return QStringLiteral("QRect");
-    case ValueType::Rects: return QStringLiteral("QRect or list of QRect");
-    case ValueType::Size: return QStringLiteral("QSize");
-    case ValueType::Vector2D: return QStringLiteral("QVector2D");
-    case ValueType::Vector3D: return QStringLiteral("QVector3D");
-    case ValueType::Matrix4x4: return QStringLiteral("QMatrix4x4");
-    case ValueType::Variant: return QStringLiteral("QVariant");
-    case ValueType::Texture: return QStringLiteral("Texture *");
-    case ValueType::DrawBuffers: return QStringLiteral("DrawBuffers *");
-    case ValueType::Model: return QStringLiteral("GPUModel *");
-    case ValueType::Framebuffer: return QStringLiteral("FramebufferObject *");
-    case ValueType::Lights: return QStringLiteral("list of ShadowMapManager::Light *");
-    case ValueType::InstanceData: return QStringLiteral("list of InstanceDataCollection *");
-    case ValueType::ShadowMapData: return QStringLiteral("ShadowMapManager::RenderData *");
-    case ValueType::Enumeration: return QStringLiteral("enumerator");
-    case ValueType::Records: return QStringLiteral("list of objects");
+    case ValueType::Bool:
+        return QStringLiteral("bool");
+    case ValueType::Int:
+        return QStringLiteral("int");
+    case ValueType::Float:
+        return QStringLiteral("float");
+    case ValueType::String:
+        return QStringLiteral("QString");
+    case ValueType::Color:
+        return QStringLiteral("QColor");
+    case ValueType::Rect:
+        return QStringLiteral("QRect");
+    case ValueType::Rects:
+        return QStringLiteral("QRect or list of QRect");
+    case ValueType::Size:
+        return QStringLiteral("QSize");
+    case ValueType::Vector2D:
+        return QStringLiteral("QVector2D");
+    case ValueType::Vector3D:
+        return QStringLiteral("QVector3D");
+    case ValueType::Matrix4x4:
+        return QStringLiteral("QMatrix4x4");
+    case ValueType::Variant:
+        return QStringLiteral("QVariant");
+    case ValueType::Texture:
+        return QStringLiteral("Texture *");
+    case ValueType::DrawBuffers:
+        return QStringLiteral("DrawBuffers *");
+    case ValueType::Model:
+        return QStringLiteral("GPUModel *");
+    case ValueType::Framebuffer:
+        return QStringLiteral("FramebufferObject *");
+    case ValueType::Lights:
+        return QStringLiteral("list of ShadowMapManager::Light *");
+    case ValueType::InstanceData:
+        return QStringLiteral("list of InstanceDataCollection *");
+    case ValueType::ShadowMapData:
+        return QStringLiteral("ShadowMapManager::RenderData *");
+    case ValueType::Enumeration:
+        return QStringLiteral("enumerator");
+    case ValueType::Records:
+        return QStringLiteral("list of objects");
     }
     return QString();
 }
@@ -285,20 +316,34 @@ bool typeFromPortName(const QString &port, ValueType *type)
 QString writtenForm(ValueType type)
 {
     switch (type) {
-    case ValueType::Bool: return QStringLiteral("true or false");
-    case ValueType::Int: return QStringLiteral("a whole number");
-    case ValueType::Float: return QStringLiteral("a number");
-    case ValueType::String: return QStringLiteral("a text in quotes");
-    case ValueType::Color: return QStringLiteral("\"#rrggbb\", \"#rrggbbaa\" or [r, g, b, a] from 0 to 1");
-    case ValueType::Rect: return QStringLiteral("[x, y, width, height] in whole numbers");
-    case ValueType::Rects: return QStringLiteral("[x, y, width, height] in whole numbers, or a list of these");
-    case ValueType::Size: return QStringLiteral("[width, height] in whole numbers");
-    case ValueType::Vector2D: return QStringLiteral("[x, y]");
-    case ValueType::Vector3D: return QStringLiteral("[x, y, z]");
-    case ValueType::Matrix4x4: return QStringLiteral("16 numbers, row by row");
-    case ValueType::Enumeration: return QStringLiteral("the name of an enumerator or its number");
-    case ValueType::Records: return QStringLiteral("a list of objects");
-    default: return QString();
+    case ValueType::Bool:
+        return QStringLiteral("true or false");
+    case ValueType::Int:
+        return QStringLiteral("a whole number");
+    case ValueType::Float:
+        return QStringLiteral("a number");
+    case ValueType::String:
+        return QStringLiteral("a text in quotes");
+    case ValueType::Color:
+        return QStringLiteral("\"#rrggbb\", \"#rrggbbaa\" or [r, g, b, a] from 0 to 1");
+    case ValueType::Rect:
+        return QStringLiteral("[x, y, width, height] in whole numbers");
+    case ValueType::Rects:
+        return QStringLiteral("[x, y, width, height] in whole numbers, or a list of these");
+    case ValueType::Size:
+        return QStringLiteral("[width, height] in whole numbers");
+    case ValueType::Vector2D:
+        return QStringLiteral("[x, y]");
+    case ValueType::Vector3D:
+        return QStringLiteral("[x, y, z]");
+    case ValueType::Matrix4x4:
+        return QStringLiteral("16 numbers, row by row");
+    case ValueType::Enumeration:
+        return QStringLiteral("the name of an enumerator or its number");
+    case ValueType::Records:
+        return QStringLiteral("a list of objects");
+    default:
+        return QString();
     }
 }
 
@@ -398,8 +443,7 @@ QJsonValue valueToJson(const QVariant &value)
     case QMetaType::UnknownType:
         return QJsonValue::Null;
     case QMetaType::Float:
-        // The shortest text that gives the same float again, instead of the digits of its double.
-        return QString::number(double(value.toFloat()), 'g', 9).toDouble();
+        return shortest(value.toFloat());
     case QMetaType::QColor:
         return colorToJson(value.value<QColor>());
     case QMetaType::QRect: {
@@ -412,18 +456,18 @@ QJsonValue valueToJson(const QVariant &value)
     }
     case QMetaType::QVector2D: {
         const auto vector = value.value<QVector2D>();
-        return jsonNumbers({vector.x(), vector.y()});
+        return jsonNumbers({shortest(vector.x()), shortest(vector.y())});
     }
     case QMetaType::QVector3D: {
         const auto vector = value.value<QVector3D>();
-        return jsonNumbers({vector.x(), vector.y(), vector.z()});
+        return jsonNumbers({shortest(vector.x()), shortest(vector.y()), shortest(vector.z())});
     }
     case QMetaType::QMatrix4x4: {
         float rows[16];
         value.value<QMatrix4x4>().copyDataTo(rows);
         QJsonArray array;
         for (float element : rows)
-            array.append(double(element));
+            array.append(shortest(element));
         return array;
     }
     case QMetaType::QVariantList: {
@@ -451,7 +495,7 @@ QString describeValue(const QVariant &value)
     if (QMetaType::typeFlags(value.userType()) & (QMetaType::PointerToQObject)
         || value.userType() == qMetaTypeId<GPUModel *>())
         return QLatin1String(value.typeName());
-    const QByteArray text = QJsonDocument(QJsonArray {valueToJson(value)}).toJson(QJsonDocument::Compact);
+    const QByteArray text = QJsonDocument(QJsonArray{valueToJson(value)}).toJson(QJsonDocument::Compact);
     return QString::fromUtf8(text.mid(1, text.size() - 2));
 }
 

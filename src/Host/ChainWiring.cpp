@@ -18,8 +18,8 @@ class Wiring
 {
 public:
     Wiring(const ChainDescription &chain, const PassRegistry &registry, const QSet<QString> &frameValues)
-        : m_chain(chain)
-        , m_frameValues(frameValues)
+        : m_chain(chain),
+          m_frameValues(frameValues)
     {
         for (const ChainPass &pass : chain.passes)
             m_passes.append({registry.find(pass.className), pass.enabled, {}});

@@ -5,8 +5,8 @@ namespace Velmora::Kvz::FrameValues {
 
 QStringList standardNames()
 {
-    return {viewport, projectionMatrix, cameraMatrix, nearPlane, farPlane, model, sceneBoundsMin, sceneBoundsMax, lights,
-        instanceData, framebuffer};
+    return {viewport, projectionMatrix, cameraMatrix, nearPlane, farPlane, model, sceneBoundsMin, sceneBoundsMax,
+        lights, instanceData, framebuffer};
 }
 
 } // namespace Velmora::Kvz::FrameValues

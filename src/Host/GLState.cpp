@@ -8,8 +8,8 @@ namespace Velmora::Kvz {
 namespace {
 
 /// All off in the baseline.
-const GLenum capabilities[] = {GL_DEPTH_TEST, GL_STENCIL_TEST, GL_BLEND, GL_CULL_FACE, GL_SCISSOR_TEST, GL_DEPTH_CLAMP,
-    GL_FRAMEBUFFER_SRGB, GL_PROGRAM_POINT_SIZE};
+const GLenum capabilities[] = {
+    GL_DEPTH_TEST, GL_STENCIL_TEST, GL_BLEND, GL_CULL_FACE, GL_SCISSOR_TEST, GL_DEPTH_CLAMP, GL_FRAMEBUFFER_SRGB};
 
 int integer(GLenum name)
 {
@@ -99,8 +99,8 @@ void SavedGLState::restore() const
         glStencilOpSeparate(face, GLenum(stencil.fail), GLenum(stencil.depthFail), GLenum(stencil.depthPass));
     }
     glBlendEquationSeparate(GLenum(m_blendEquation[0]), GLenum(m_blendEquation[1]));
-    glBlendFuncSeparate(GLenum(m_blendFunction[0]), GLenum(m_blendFunction[1]), GLenum(m_blendFunction[2]),
-        GLenum(m_blendFunction[3]));
+    glBlendFuncSeparate(
+        GLenum(m_blendFunction[0]), GLenum(m_blendFunction[1]), GLenum(m_blendFunction[2]), GLenum(m_blendFunction[3]));
     glBlendColor(m_blendColor[0], m_blendColor[1], m_blendColor[2], m_blendColor[3]);
     glCullFace(GLenum(m_cullFace));
     glFrontFace(GLenum(m_frontFace));

@@ -23,7 +23,7 @@ private:
         int func, ref, valueMask, writeMask, fail, depthFail, depthPass;
     };
 
-    static constexpr int capabilityCount = 8;
+    static constexpr int capabilityCount = 7;
     unsigned char m_enabled[capabilityCount];
     int m_viewport[4];
     int m_scissorBox[4];

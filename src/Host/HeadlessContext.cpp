@@ -61,8 +61,8 @@ QVector<DisplayChoice> displaysToTry()
     if (!hasClientExtension("EGL_EXT_platform_base"))
         return displays;
     if (hasClientExtension("EGL_MESA_platform_surfaceless"))
-        displays.append({eglGetPlatformDisplayEXT(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr),
-            "surfaceless"});
+        displays.append(
+            {eglGetPlatformDisplayEXT(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr), "surfaceless"});
     if (hasClientExtension("EGL_EXT_device_enumeration") || hasClientExtension("EGL_EXT_device_base")) {
         EGLDeviceEXT devices[8];
         EGLint count = 0;
@@ -74,8 +74,7 @@ QVector<DisplayChoice> displaysToTry()
     return displays;
 }
 
-void APIENTRY logDriverMessage(
-    GLenum, GLenum, GLuint id, GLenum severity, GLsizei, const GLchar *message, const void *)
+void APIENTRY logDriverMessage(GLenum, GLenum, GLuint id, GLenum severity, GLsizei, const GLchar *message, const void *)
 {
     if (severity == GL_DEBUG_SEVERITY_HIGH)
         qCCritical(glLog, "driver message %u: %s", id, message);
@@ -119,8 +118,8 @@ bool HeadlessContext::Private::open(const DisplayChoice &choice, const Options &
 bool HeadlessContext::Private::chooseContext(const Options &options)
 {
     const bool surfaceless = epoxy_has_egl_extension(display, "EGL_KHR_surfaceless_context");
-    const EGLint configAttributes[] = {EGL_RENDERABLE_TYPE, EGL_OPENGL_BIT, EGL_SURFACE_TYPE,
-        surfaceless ? 0 : EGL_PBUFFER_BIT, EGL_NONE};
+    const EGLint configAttributes[] = {
+        EGL_RENDERABLE_TYPE, EGL_OPENGL_BIT, EGL_SURFACE_TYPE, surfaceless ? 0 : EGL_PBUFFER_BIT, EGL_NONE};
     EGLConfig config = nullptr;
     EGLint count = 0;
     if (!eglChooseConfig(display, configAttributes, &config, 1, &count) || count == 0)
@@ -148,7 +147,9 @@ bool HeadlessContext::Private::chooseContext(const Options &options)
     return false;
 }
 
-HeadlessContext::HeadlessContext() : d(std::make_unique<Private>()) {}
+HeadlessContext::HeadlessContext()
+    : d(std::make_unique<Private>())
+{ }
 
 std::unique_ptr<HeadlessContext> HeadlessContext::create(QString *error)
 {

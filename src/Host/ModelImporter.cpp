@@ -528,13 +528,13 @@ MeshData SceneReader::readMesh(const aiMesh &source)
     return mesh;
 }
 
-/// Whether a file is PLY with the end of its header cut off: assimp 5.2 never comes back from one.
+/// Whether a file is PLY with no line that ends its header: assimp 5.2 crashes on one or never comes back.
 bool isCutPly(QFile *file)
 {
     if (file->peek(3) != "ply")
         return false;
     while (!file->atEnd()) {
-        if (file->readLine(4096).startsWith("end_header"))
+        if (file->readLine(4096).trimmed() == "end_header")
             return false;
     }
     return true;

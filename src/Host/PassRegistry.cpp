@@ -13,15 +13,13 @@ namespace Velmora::Kvz {
 
 namespace {
 
-template<typename Named>
-int indexOf(const QVector<Named> &items, const QString &name)
+template <typename Named> int indexOf(const QVector<Named> &items, const QString &name)
 {
     const auto it = std::find_if(items.begin(), items.end(), [&](const Named &item) { return item.name == name; });
     return it == items.end() ? -1 : int(it - items.begin());
 }
 
-template<typename Named>
-QStringList namesOf(const QVector<Named> &items)
+template <typename Named> QStringList namesOf(const QVector<Named> &items)
 {
     QStringList names;
     for (const Named &item : items)
@@ -85,9 +83,9 @@ QVariantMap resolve(const QVector<OptionInfo> &options, const QVariantMap &given
 {
     for (const QString &name : given.keys()) {
         if (indexOf(options, name) < 0) {
-            problems->append({prefix + name,
-                options.isEmpty() ? QStringLiteral("no options") : QStringLiteral("a known option"), quoted(name),
-                nearestNamesHint(name, namesOf(options))});
+            problems->append(
+                {prefix + name, options.isEmpty() ? QStringLiteral("no options") : QStringLiteral("a known option"),
+                    quoted(name), nearestNamesHint(name, namesOf(options))});
         }
     }
 
@@ -103,7 +101,7 @@ QVariantMap resolve(const QVector<OptionInfo> &options, const QVariantMap &given
             continue;
         }
 
-        OptionProblem problem {path, writtenForm(option.type), describeValue(value), QString()};
+        OptionProblem problem{path, writtenForm(option.type), describeValue(value), QString()};
         if (option.type == ValueType::Enumeration) {
             QVariant number;
             if (resolveEnumerator(value, option, &number, &problem))
@@ -166,6 +164,8 @@ QStringList PassInfo::optionNames() const
     return namesOf(options);
 }
 
+PassUse::~PassUse() = default;
+
 PassRegistry::PassRegistry() = default;
 PassRegistry::~PassRegistry() = default;
 PassRegistry::PassRegistry(const PassRegistry &other) = default;
@@ -224,7 +224,7 @@ QStringList nearestNames(const QString &name, const QStringList &known)
     for (const QString &candidate : known) {
         const QString text = essence(candidate);
         const bool contained = wanted.size() >= 3 && text.contains(wanted);
-        const int distance = editDistance(wanted, text);
+        const int distance = std::min(editDistance(wanted, text), editDistance(name.toLower(), candidate.toLower()));
         if (contained || distance <= furthest)
             near.append({contained ? std::min(distance, furthest) : distance, candidate});
     }
@@ -252,22 +252,38 @@ QString nearestNamesHint(const QString &name, const QStringList &known)
 QString toString(TextureKind kind)
 {
     switch (kind) {
-    case TextureKind::Any: return QStringLiteral("any");
-    case TextureKind::Colour: return QStringLiteral("colour");
-    case TextureKind::Depth: return QStringLiteral("depth");
-    case TextureKind::Normal: return QStringLiteral("normal");
-    case TextureKind::TexCoord: return QStringLiteral("texcoord");
-    case TextureKind::Id: return QStringLiteral("id");
-    case TextureKind::Diffuse: return QStringLiteral("diffuse");
-    case TextureKind::Specular: return QStringLiteral("specular");
-    case TextureKind::Positions: return QStringLiteral("positions");
-    case TextureKind::Obscurance: return QStringLiteral("obscurance");
-    case TextureKind::Luminance: return QStringLiteral("luminance");
-    case TextureKind::Overlay: return QStringLiteral("overlay");
-    case TextureKind::Velocity: return QStringLiteral("velocity");
-    case TextureKind::Stencil: return QStringLiteral("stencil");
-    case TextureKind::Environment: return QStringLiteral("environment");
-    case TextureKind::NodeList: return QStringLiteral("node list");
+    case TextureKind::Any:
+        return QStringLiteral("any");
+    case TextureKind::Colour:
+        return QStringLiteral("colour");
+    case TextureKind::Depth:
+        return QStringLiteral("depth");
+    case TextureKind::Normal:
+        return QStringLiteral("normal");
+    case TextureKind::TexCoord:
+        return QStringLiteral("texcoord");
+    case TextureKind::Id:
+        return QStringLiteral("id");
+    case TextureKind::Diffuse:
+        return QStringLiteral("diffuse");
+    case TextureKind::Specular:
+        return QStringLiteral("specular");
+    case TextureKind::Positions:
+        return QStringLiteral("positions");
+    case TextureKind::Obscurance:
+        return QStringLiteral("obscurance");
+    case TextureKind::Luminance:
+        return QStringLiteral("luminance");
+    case TextureKind::Overlay:
+        return QStringLiteral("overlay");
+    case TextureKind::Velocity:
+        return QStringLiteral("velocity");
+    case TextureKind::Stencil:
+        return QStringLiteral("stencil");
+    case TextureKind::Environment:
+        return QStringLiteral("environment");
+    case TextureKind::NodeList:
+        return QStringLiteral("node list");
     }
     return QString();
 }
@@ -275,14 +291,22 @@ QString toString(TextureKind kind)
 QString toString(TextureDisplay display)
 {
     switch (display) {
-    case TextureDisplay::Colour: return QStringLiteral("colour");
-    case TextureDisplay::Depth: return QStringLiteral("depth");
-    case TextureDisplay::Normal: return QStringLiteral("normal");
-    case TextureDisplay::TexCoord: return QStringLiteral("texcoord");
-    case TextureDisplay::Id: return QStringLiteral("id");
-    case TextureDisplay::Positions: return QStringLiteral("positions");
-    case TextureDisplay::Scalar: return QStringLiteral("scalar");
-    case TextureDisplay::Hidden: return QStringLiteral("hidden");
+    case TextureDisplay::Colour:
+        return QStringLiteral("colour");
+    case TextureDisplay::Depth:
+        return QStringLiteral("depth");
+    case TextureDisplay::Normal:
+        return QStringLiteral("normal");
+    case TextureDisplay::TexCoord:
+        return QStringLiteral("texcoord");
+    case TextureDisplay::Id:
+        return QStringLiteral("id");
+    case TextureDisplay::Positions:
+        return QStringLiteral("positions");
+    case TextureDisplay::Scalar:
+        return QStringLiteral("scalar");
+    case TextureDisplay::Hidden:
+        return QStringLiteral("hidden");
     }
     return QString();
 }
@@ -290,9 +314,12 @@ QString toString(TextureDisplay display)
 QString toString(ColourSpace space)
 {
     switch (space) {
-    case ColourSpace::Linear: return QStringLiteral("linear");
-    case ColourSpace::SRgb: return QStringLiteral("sRGB");
-    case ColourSpace::Data: return QStringLiteral("data");
+    case ColourSpace::Linear:
+        return QStringLiteral("linear");
+    case ColourSpace::SRgb:
+        return QStringLiteral("sRGB");
+    case ColourSpace::Data:
+        return QStringLiteral("data");
     }
     return QString();
 }
@@ -300,9 +327,12 @@ QString toString(ColourSpace space)
 QString toString(Multisampling multisampling)
 {
     switch (multisampling) {
-    case Multisampling::Refused: return QStringLiteral("refused");
-    case Multisampling::Resolved: return QStringLiteral("resolved");
-    case Multisampling::Taken: return QStringLiteral("taken");
+    case Multisampling::Refused:
+        return QStringLiteral("refused");
+    case Multisampling::Resolved:
+        return QStringLiteral("resolved");
+    case Multisampling::Taken:
+        return QStringLiteral("taken");
     }
     return QString();
 }

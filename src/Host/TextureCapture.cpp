@@ -56,8 +56,7 @@ private:
 };
 
 /// Reads texels with one channel into the red of four.
-template<typename Number>
-void readChannel(GLenum format, GLenum type, Texels *texels)
+template <typename Number> void readChannel(GLenum format, GLenum type, Texels *texels)
 {
     QVector<Number> numbers(texels->width * texels->height);
     glGetTexImage(GL_TEXTURE_2D, 0, format, type, numbers.data());
@@ -67,7 +66,7 @@ void readChannel(GLenum format, GLenum type, Texels *texels)
 
 Texels readTexels(Texture *texture)
 {
-    Texels texels {texture->width(0), texture->height(0), {}};
+    Texels texels{texture->width(0), texture->height(0), {}};
     texels.data.resize(4 * texels.width * texels.height);
     const AutoBinder binder(texture);
     const PackState pack;

@@ -293,7 +293,8 @@ void main()
 
 } // namespace
 
-BlendRenderPass::BlendRenderPass(BlendMode mode) : m_blendMode(mode)
+BlendRenderPass::BlendRenderPass(BlendMode mode)
+    : m_blendMode(mode)
 {
     addInput(viewportName, QVariant());
     addInput(frameAName, QVariant());
@@ -321,10 +322,10 @@ void BlendRenderPass::start(RenderCallbacks *)
         return;
 
     const QRect viewport = inputValue<QRect>(m_inputs[viewportPort]);
-    const QVariant brightness = m_inputs[brightnessPort].value;
-    const QVariant mode = m_inputs[modePort].value;
-    if (!mode.isNull())
-        m_blendMode = mode.toInt();
+    const NamedValue<QVariant> &brightnessInput = m_inputs[brightnessPort];
+    const float brightness = brightnessInput.value.isNull() ? 1.0f : inputValue<float>(brightnessInput);
+    if (!m_inputs[modePort].value.isNull())
+        m_blendMode = inputValue<int>(m_inputs[modePort]);
     Texture *frameA = getInputPointer<Texture>(frameAPort);
     Texture *frameB = getInputPointer<Texture>(frameBPort);
 
@@ -367,8 +368,7 @@ void BlendRenderPass::start(RenderCallbacks *)
         m_shaderProgram->setUniform(QStringLiteral("u_SamplerA"), frameA->unit());
         m_shaderProgram->setUniform(QStringLiteral("u_SamplerB"), frameB->unit());
         m_shaderProgram->setUniform(QStringLiteral("u_BlendMode"), m_blendMode);
-        m_shaderProgram->setUniform(
-            QStringLiteral("brightness"), brightness.isNull() ? 1.0f : brightness.value<float>());
+        m_shaderProgram->setUniform(QStringLiteral("brightness"), brightness);
         AutoBinder quad(m_screenQuad);
         m_screenQuad->draw();
     }

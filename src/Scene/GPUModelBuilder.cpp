@@ -189,6 +189,43 @@ Layout layOut(const QVector<MeshData> &meshes, const std::vector<bool> &isUsed)
     return layout;
 }
 
+MaterialRow rowOf(const MaterialData &material, int mapKd, int mapKs)
+{
+    return {{material.kd.x(), material.kd.y(), material.kd.z()}, material.d,
+        {material.ks.x(), material.ks.y(), material.ks.z()}, material.ns, float(mapKd), float(mapKs), {}};
+}
+
+Bounds boundsOf(const MeshData &mesh)
+{
+    Bounds bounds;
+    for (const QVector3D &position : mesh.positions)
+        bounds.include(position);
+    return bounds;
+}
+
+/// What this driver cannot hold; empty when it holds all.
+QString obstacleTo(int itemCount, const Layout &layout)
+{
+    const InstanceDataRegistry &registry = InstanceDataRegistry::Instance();
+    const int texelsPerItem = std::max({registry.getPlan(QStringLiteral("InstanceInfo")).stride(),
+        registry.getPlan(QStringLiteral("OBJMaterial")).stride(),
+        int(sizeof(DrawElementsIndirectCommand) / sizeof(quint32))});
+    const int itemLimit = BufferTexture::maximumTexels() / texelsPerItem;
+    if (itemCount > itemLimit) {
+        return QStringLiteral("A model of %1 items cannot be built: this driver's buffer textures hold the data of %2")
+            .arg(itemCount)
+            .arg(itemLimit);
+    }
+    constexpr qint64 countLimit = std::numeric_limits<int>::max();
+    if (layout.vertexCount > countLimit || layout.indexCount > countLimit) {
+        return QStringLiteral("A model of %1 vertices and %2 indices cannot be built: OpenGL draws at most %3 of each")
+            .arg(layout.vertexCount)
+            .arg(layout.indexCount)
+            .arg(countLimit);
+    }
+    return {};
+}
+
 } // namespace
 
 int GPUModelBuilder::addMesh(const MeshData &mesh)
@@ -230,19 +267,6 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
         KVZ_WARNING(QStringLiteral("A model cannot be built: no OpenGL context is current"));
         return {};
     }
-    const InstanceDataRegistry &registry = InstanceDataRegistry::Instance();
-    const int texelsPerItem = std::max({registry.getPlan(QStringLiteral("InstanceInfo")).stride(),
-        registry.getPlan(QStringLiteral("OBJMaterial")).stride(),
-        int(sizeof(DrawElementsIndirectCommand) / sizeof(quint32))});
-    const int itemLimit = BufferTexture::maximumTexels() / texelsPerItem;
-    if (m_items.size() > itemLimit) {
-        KVZ_WARNING(
-            QStringLiteral("A model of %1 items cannot be built: this driver's buffer textures hold the data of %2")
-                .arg(m_items.size())
-                .arg(itemLimit));
-        return {};
-    }
-
     std::vector<bool> isMeshUsed(size_t(m_meshes.size()));
     std::vector<bool> isMaterialUsed(size_t(m_materials.size()));
     for (const Item &item : m_items) {
@@ -250,13 +274,9 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
         isMaterialUsed[size_t(item.material)] = true;
     }
     const Layout layout = layOut(m_meshes, isMeshUsed);
-    constexpr qint64 countLimit = std::numeric_limits<int>::max();
-    if (layout.vertexCount > countLimit || layout.indexCount > countLimit) {
-        KVZ_WARNING(
-            QStringLiteral("A model of %1 vertices and %2 indices cannot be built: OpenGL draws at most %3 of each")
-                .arg(layout.vertexCount)
-                .arg(layout.indexCount)
-                .arg(countLimit));
+    const QString obstacle = obstacleTo(m_items.size(), layout);
+    if (!obstacle.isEmpty()) {
+        KVZ_WARNING(obstacle);
         return {};
     }
 
@@ -268,25 +288,17 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
     for (int i = 0; i < m_materials.size(); ++i) {
         if (!isMaterialUsed[size_t(i)])
             continue;
-        const MaterialData &material = m_materials[i];
-        TextureManager *const manager = TextureManager::Instance();
-        const int mapKd = manager->addManagedTexture(material.mapKd);
-        const int mapKs = manager->addManagedTexture(material.mapKs);
+        const int mapKd = TextureManager::Instance()->addManagedTexture(m_materials[i].mapKd);
+        const int mapKs = TextureManager::Instance()->addManagedTexture(m_materials[i].mapKs);
         data.textureHandles.insert(data.textureHandles.end(), {mapKd, mapKs});
-        materials[size_t(i)] = {{material.kd.x(), material.kd.y(), material.kd.z()}, material.d,
-            {material.ks.x(), material.ks.y(), material.ks.z()}, material.ns, float(mapKd), float(mapKs), {}};
+        materials[size_t(i)] = rowOf(m_materials[i], mapKd, mapKs);
     }
-
-    std::vector<Bounds> meshBounds(size_t(m_meshes.size()));
-    for (int i = 0; i < m_meshes.size(); ++i) {
-        for (const QVector3D &position : m_meshes[i].positions)
-            meshBounds[size_t(i)].include(position);
-    }
+    std::vector<Bounds> meshBounds;
+    for (const MeshData &mesh : m_meshes)
+        meshBounds.push_back(boundsOf(mesh));
 
     std::vector<MaterialRow> materialRows;
-    materialRows.reserve(size_t(m_items.size()));
     QVector<DrawElementsIndirectCommand> commands;
-    commands.reserve(m_items.size());
     for (const Item &item : m_items) {
         const Layout::Place &place = layout.places[item.mesh];
         const GPUModel::Private::Range range{

@@ -139,8 +139,9 @@ QString InstanceDataPlan::declarations() const
 
 QString InstanceDataPlan::glslc() const
 {
+    // Compilers want at least one declaration in a unit.
     if (m_fields.isEmpty())
-        return QStringLiteral("#version 150\n");
+        return QStringLiteral("#version 150\nint kvzDrawIndex();\n");
     const QString texel = QStringLiteral("kvz_%1Texel").arg(m_name);
     // Reading past the end of a buffer texture is undefined, so rows that are not there are made zeros here.
     QString text = QStringLiteral(R"(#version 150

@@ -10,6 +10,9 @@
 
 #include <epoxy/gl.h>
 
+#include <algorithm>
+#include <cmath>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -17,8 +20,10 @@ namespace {
 /// Visible items that are tested in a round; hidden ones all are, so that none comes back late.
 constexpr int visibleTestsPerRound = 4096;
 
-/// How far a box stands out from its item, as a part of its diagonal: an item must never hide its own box.
-constexpr float boxMargin = 0.01f;
+/// How far a box stands out from its item, at least: an item must never hide its own box, and one between two pixels must
+/// not count as hidden, as the next frame may see it elsewhere.
+constexpr float marginOfDiagonal = 0.01f;
+constexpr float marginInPixels = 1.5f;
 
 const QString projectionUniform = QStringLiteral("u_ProjectionMatrix");
 const QString cameraUniform = QStringLiteral("u_CameraMatrix");
@@ -124,6 +129,30 @@ QMatrix4x4 matrixUniform(const ShaderProgram *program, const QString &name)
     return matrix;
 }
 
+/// Says how large pixels are in the world.
+class PixelScale
+{
+public:
+    PixelScale(const QMatrix4x4 &projection, const QMatrix4x4 &camera)
+        : m_depthRow((projection * camera).row(3))
+    {
+        GLint viewport[4] = {};
+        glGetIntegerv(GL_VIEWPORT, viewport);
+        m_sizeAtUnitDepth = std::max(2 / (std::abs(projection(0, 0)) * float(viewport[2])),
+            2 / (std::abs(projection(1, 1)) * float(viewport[3])));
+    }
+
+    /// World units that a pixel covers at a point.
+    float at(const QVector3D &point) const
+    {
+        return m_sizeAtUnitDepth * std::abs(QVector4D::dotProduct(m_depthRow, QVector4D(point, 1)));
+    }
+
+private:
+    QVector4D m_depthRow; ///< Gives a point's clip-space w.
+    float m_sizeAtUnitDepth;
+};
+
 /// Keeps colour and depth as they are while boxes are drawn, for a scope.
 class BoxDrawingState
 {
@@ -143,12 +172,13 @@ public:
         glGetFloatv(GL_POLYGON_OFFSET_UNITS, &m_offsetUnits);
 
         const GLenum function = boxDepthFunction();
-        const float towardsViewer = function == GL_GEQUAL ? 1.0f : -1.0f;
+        // No factor on the slope: a side seen edge-on would come in front of everything.
+        const float towardsViewer = function == GL_GEQUAL ? 2.0f : -2.0f;
         glColorMask(GL_FALSE, GL_FALSE, GL_FALSE, GL_FALSE);
         glDepthMask(GL_FALSE);
         glDepthFunc(function);
         glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
-        glPolygonOffset(towardsViewer, towardsViewer);
+        glPolygonOffset(0, towardsViewer);
     }
 
     ~BoxDrawingState()
@@ -261,6 +291,7 @@ void OcclusionQueries::test(
     const QMatrix4x4 projection = matrixUniform(program, projectionUniform);
     const QMatrix4x4 camera = matrixUniform(program, cameraUniform);
     const Frustum frustum(projection * camera);
+    const PixelScale pixelScale(projection, camera);
     const Frustum::Side nearSide = boxDepthFunction() == GL_GEQUAL ? Frustum::Back : Frustum::Front;
 
     BoxDrawingState state;
@@ -271,8 +302,10 @@ void OcclusionQueries::test(
     for (size_t i = 0; i < m_items.size(); ++i) {
         if (!isDue(int(i)) || !takesPart(int(i)))
             continue;
-        const Bounds &item = bounds[i];
-        const Bounds box = item.grown(boxMargin * (item.maximum() - item.minimum()).length());
+        const QVector3D diagonal = bounds[i].maximum() - bounds[i].minimum();
+        const QVector3D center = bounds[i].minimum() + diagonal / 2;
+        const Bounds box =
+            bounds[i].grown(std::max(marginOfDiagonal * diagonal.length(), marginInPixels * pixelScale.at(center)));
         // A box that the viewer stands in shows from inside, where the near plane has cut its faces away. One out of sight
         // has no say on the day it comes into sight.
         if (frustum.isCutBy(nearSide, box) || frustum.isOutside(box))

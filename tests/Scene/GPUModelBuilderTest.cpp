@@ -131,7 +131,8 @@ TEST_F(GPUModelBuilderTest, buildingWithoutContextIsRefused)
 class SmallBufferTextures
 {
 public:
-    explicit SmallBufferTextures(int texels) : m_real(epoxy_glGetIntegerv)
+    explicit SmallBufferTextures(int texels)
+        : m_real(epoxy_glGetIntegerv)
     {
         glGetIntegerv(GL_ARRAY_BUFFER_BINDING, &m_claimed); // Resolves the entry point.
         m_real = epoxy_glGetIntegerv;
@@ -204,7 +205,7 @@ TEST_F(GPUModelBuilderTest, geometryIsPackedWithAbsoluteIndices)
     const QSharedPointer<BufferObject> indexBuffer = geometry->indexBO();
     ASSERT_EQ(indexBuffer->size(), long(9 * sizeof(quint32)));
     const auto *indices = static_cast<const quint32 *>(indexBuffer->map(GL_READ_ONLY));
-    EXPECT_EQ(QVector<quint32>(indices, indices + 9), (QVector<quint32> {0, 1, 2, 3, 4, 5, 5, 4, 6}));
+    EXPECT_EQ(QVector<quint32>(indices, indices + 9), (QVector<quint32>{0, 1, 2, 3, 4, 5, 5, 4, 6}));
     indexBuffer->unmap();
 
     const QSharedPointer<BufferObject> normals = geometry->VAO()->bo(QStringLiteral("va_Normal"));

@@ -23,7 +23,8 @@ const QString materialColor = QStringLiteral("vec4(getKd(), getD())");
 class Grid
 {
 public:
-    explicit Grid(int side) : m_side(side)
+    explicit Grid(int side)
+        : m_side(side)
     {
         const int mesh = builder.addMesh(unitSquare());
         for (int item = 0; item < side * side; ++item) {
@@ -80,6 +81,7 @@ TEST_F(GPUModelTest, thousandsOfItemsDrawWithTheirOwnMatrixAndMaterial)
     const auto program = makeItemProgram(materialColor);
     draw(*model, *program, 64, 64);
     grid.expectPixels(target.read());
+    saveForViewing(target.read(), QStringLiteral("model-thousands-of-items"));
 }
 
 TEST_F(GPUModelTest, aHundredThousandItems)
@@ -225,8 +227,9 @@ TEST_F(GPUModelTest, objectAndMaterialDataNeedNoProgramAndFollowMoves)
     EXPECT_FALSE(model->materialData(1));
     const InstanceDataRegistry &registry = InstanceDataRegistry::Instance();
     const auto program = makeProgram({
-        {GL_VERTEX_SHADER, QStringLiteral("#version 150\nin vec3 va_Vertex;\n"
-                                          "void main() { gl_Position = vec4(va_Vertex, 1.0); }\n")},
+        {GL_VERTEX_SHADER,
+            QStringLiteral("#version 150\nin vec3 va_Vertex;\n"
+                           "void main() { gl_Position = vec4(va_Vertex, 1.0); }\n")},
         {GL_FRAGMENT_SHADER, QStringLiteral(R"(#version 150
 #instancedata "InstanceInfo"
 #instancedata "OBJMaterial"
@@ -420,6 +423,8 @@ TEST_F(GPUModelTest, primitiveNumbersStartAtEachItem)
 
 TEST_F(GPUModelTest, trianglesGoOutAsPatchesToTessellation)
 {
+    if (epoxy_gl_version() < 40)
+        GTEST_SKIP() << "this context has no tessellation";
     const Grid grid(2);
     const QSharedPointer<GPUModel> model = grid.builder.build();
     const InstanceDataRegistry &registry = InstanceDataRegistry::Instance();
@@ -503,7 +508,7 @@ TEST_F(GPUModelTest, whatCannotBeDrawnIsNotDrawn)
     FramebufferObject incomplete(nullptr);
     AutoBinder binder(&incomplete);
     model->draw(makeItemProgram(materialColor).get(), nullptr, 0, 0);
-    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+    EXPECT_TRUE(takeGLErrors().isEmpty()); // The driver may remark on the framebuffer.
 }
 
 TEST_F(GPUModelTest, boundsFollowItems)

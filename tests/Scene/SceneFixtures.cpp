@@ -15,8 +15,8 @@ std::unique_ptr<Texture> allocate(int width, int height, GLint internalFormat, G
     auto texture = std::make_unique<Texture>(GL_TEXTURE_2D, internalFormat, width, height, 0, nullptr);
     AutoBinder binder(texture.get());
     const bool isInteger = format == GL_RGBA_INTEGER;
-    glTexImage2D(GL_TEXTURE_2D, 0, internalFormat, width, height, 0, format,
-        isInteger ? GL_UNSIGNED_INT : GL_FLOAT, nullptr);
+    glTexImage2D(
+        GL_TEXTURE_2D, 0, internalFormat, width, height, 0, format, isInteger ? GL_UNSIGNED_INT : GL_FLOAT, nullptr);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
     return texture;
@@ -24,7 +24,8 @@ std::unique_ptr<Texture> allocate(int width, int height, GLint internalFormat, G
 
 } // namespace
 
-RenderTarget::RenderTarget(int width, int height, int colorFormat, bool withDepth) : m_framebuffer(nullptr)
+RenderTarget::RenderTarget(int width, int height, int colorFormat, bool withDepth)
+    : m_framebuffer(nullptr)
 {
     m_color = allocate(width, height, colorFormat, colorFormat == GL_RGBA32UI ? GL_RGBA_INTEGER : GL_RGBA);
     m_framebuffer.bind();
@@ -135,8 +136,8 @@ MeshData cube()
     MeshData mesh;
     for (int i = 0; i < 8; ++i)
         mesh.positions.append({i & 1 ? 1.0f : -1.0f, i & 2 ? 1.0f : -1.0f, i & 4 ? 1.0f : -1.0f});
-    mesh.indices = {0, 2, 1, 1, 2, 3, 4, 5, 6, 5, 7, 6, 0, 1, 4, 1, 5, 4, 2, 6, 3, 3, 6, 7, 0, 4, 2, 2, 4, 6, 1, 3, 5,
-        3, 7, 5};
+    mesh.indices = {
+        0, 2, 1, 1, 2, 3, 4, 5, 6, 5, 7, 6, 0, 1, 4, 1, 5, 4, 2, 6, 3, 3, 6, 7, 0, 4, 2, 2, 4, 6, 1, 3, 5, 3, 7, 5};
     return mesh;
 }
 

@@ -3,6 +3,8 @@
 
 #include <GL/OpenGLDeviceContext.h>
 
+#include <QtCore/QCoreApplication>
+
 #include <epoxy/gl.h>
 
 #include <ostream>
@@ -19,8 +21,8 @@ HeadlessContext &GLTest::context()
             std::fprintf(stderr, "no OpenGL context: %s\n", qPrintable(error));
             std::abort();
         }
-        // While the libraries that it needs are still loaded.
-        std::atexit([] { context.reset(); });
+        // With the application, while what Qt keeps for the thread is still there.
+        qAddPostRoutine([] { context.reset(); });
     }
     return *context;
 }

@@ -9,7 +9,9 @@ LogCapture *active = nullptr;
 
 } // namespace
 
-LogCapture::LogCapture() : m_previous(active), m_previousHandler(qInstallMessageHandler(handle))
+LogCapture::LogCapture()
+    : m_previous(active),
+      m_previousHandler(qInstallMessageHandler(handle))
 {
     active = this;
 }
@@ -22,8 +24,8 @@ LogCapture::~LogCapture()
 
 void LogCapture::handle(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
-    active->m_messages.append(
-        {type, QString::fromLatin1(context.category), text, QString::fromLatin1(context.file)});
+    active->m_messages.append({type, QString::fromLatin1(context.category), text, QString::fromLatin1(context.file),
+        context.line, QString::fromLatin1(context.function)});
 }
 
 QStringList LogCapture::take(QtMsgType type)

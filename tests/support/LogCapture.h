@@ -16,7 +16,9 @@ public:
         QtMsgType type;
         QString category;
         QString text;
-        QString file; ///< From the message context; empty when the context has none.
+        QString file; ///< From the message context, as line and function; empty when the context has none.
+        int line;
+        QString function;
     };
 
     LogCapture();

@@ -21,8 +21,8 @@ PassInfo PassEntries::blendRenderPass()
     pass.className = QStringLiteral("BlendRenderPass");
     pass.summary = QStringLiteral("Combines two frames by one of 26 operators for premultiplied colours.");
 
-    InputInfo source = textureInput(
-        "Kvz_KvzTexture*_FrameA", TextureKind::Colour, "Source of the operator.", "transparent black");
+    InputInfo source =
+        textureInput("Kvz_KvzTexture*_FrameA", TextureKind::Colour, "Source of the operator.", "transparent black");
     source.multisampling = Multisampling::Resolved;
     InputInfo destination = textureInput(
         "Kvz_KvzTexture*_FrameB", TextureKind::Colour, "Destination of the operator.", "transparent black");
@@ -31,7 +31,8 @@ PassInfo PassEntries::blendRenderPass()
         viewportInput(),
         source,
         destination,
-        input("Int_BlendMode", ValueType::Int, QVariant(), "Number of the operator, from now on.", "the mode in force stays"),
+        input("Int_BlendMode", ValueType::Int, QVariant(), "Number of the operator, from now on.",
+            "the mode in force stays"),
         input("brightness", ValueType::Float, QVariant(), "Factor on all channels of the destination.", "1"),
     };
     pass.outputs = {

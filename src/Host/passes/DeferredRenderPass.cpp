@@ -24,10 +24,10 @@ PassInfo PassEntries::deferredRenderPass()
     };
     pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Shades;
     pass.rules = {
-        warnWhenOpen("Kvz_KvzTexture*_Normal", "normals", "none: the frame is black",
-            "put a GBufferRenderPass before it"),
-        warnWhenOpen("Kvz_KvzTexture*_Depth", "depth", "none: positions are wrong",
-            "put a GBufferRenderPass before it"),
+        warnWhenOpen(
+            "Kvz_KvzTexture*_Normal", "normals", "none: the frame is black", "put a GBufferRenderPass before it"),
+        warnWhenOpen(
+            "Kvz_KvzTexture*_Depth", "depth", "none: positions are wrong", "put a GBufferRenderPass before it"),
     };
     pass.create = construct<DeferredRenderPass>;
     return pass;

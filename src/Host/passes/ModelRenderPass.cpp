@@ -21,7 +21,8 @@ PassInfo PassEntries::modelRenderPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("ModelRenderPass");
-    pass.summary = QStringLiteral("Draws a model with its materials into diffuse, specular, normal, depth and id images.");
+    pass.summary =
+        QStringLiteral("Draws a model with its materials into diffuse, specular, normal, depth and id images.");
     pass.inputs = {
         viewportInput(),
         projectionInput(),
@@ -30,7 +31,8 @@ PassInfo PassEntries::modelRenderPass()
     };
     pass.outputs = {
         textureOutput("Kvz_KvzTexture*_Diffuse", TextureKind::Diffuse, GL_RGBA32F, "Diffuse colour, opacity in alpha."),
-        textureOutput("Kvz_KvzTexture*_Specular", TextureKind::Specular, GL_RGBA32F, "Specular colour, exponent in alpha."),
+        textureOutput(
+            "Kvz_KvzTexture*_Specular", TextureKind::Specular, GL_RGBA32F, "Specular colour, exponent in alpha."),
         textureOutput("Kvz_KvzTexture*_Normal", TextureKind::Normal, GL_RGB32F, "Normals in camera space."),
         textureOutput("Kvz_KvzTexture*_Depth", TextureKind::Depth, GL_DEPTH_COMPONENT32F, "Depth from 0 to 1."),
         textureOutput("Kvz_KvzTexture*_Id", TextureKind::Id, GL_R32F, "Number of the triangle from 1 up, 0 for none."),

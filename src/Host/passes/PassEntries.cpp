@@ -84,8 +84,8 @@ InputInfo viewportInput()
 
 InputInfo projectionInput()
 {
-    return input("Kvz_QMatrix4x4_ProjectionMatrix", ValueType::Matrix4x4, QVariant(), "Camera to clip space.",
-        "the identity");
+    return input(
+        "Kvz_QMatrix4x4_ProjectionMatrix", ValueType::Matrix4x4, QVariant(), "Camera to clip space.", "the identity");
 }
 
 InputInfo cameraInput()

@@ -35,8 +35,8 @@ inline constexpr PassInfo (*all[])() = {
 /// @{
 
 /// An input of any type with its default.
-InputInfo input(const char *name, ValueType type, const QVariant &defaultValue, const char *description,
-    const char *whenNull);
+InputInfo input(
+    const char *name, ValueType type, const QVariant &defaultValue, const char *description, const char *whenNull);
 /// An image input.
 InputInfo textureInput(const char *name, TextureKind kind, const char *description, const char *whenNull);
 /// The same, for a pass that must not run without the image.
@@ -58,8 +58,7 @@ OptionInfo option(const char *name, ValueType type, const QVariant &defaultValue
 UseRule warnWhenOpen(const char *port, const char *expected, const char *consequence, const char *remedy);
 
 /// A factory for a class whose constructor takes nothing.
-template<typename Pass>
-std::unique_ptr<RenderPass> construct(const PassOptions &)
+template <typename Pass> std::unique_ptr<RenderPass> construct(const PassOptions &)
 {
     return std::make_unique<Pass>();
 }

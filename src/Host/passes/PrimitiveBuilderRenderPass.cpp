@@ -40,9 +40,10 @@ PassInfo PassEntries::primitiveBuilderRenderPass()
     };
 
     OptionInfo shape = option("shape", ValueType::Enumeration, QVariant(), "What to add.");
-    shape.enumerators = QStringList {QStringLiteral("quad"), QStringLiteral("cube")};
+    shape.enumerators = QStringList{QStringLiteral("quad"), QStringLiteral("cube")};
     shape.required = true;
-    OptionInfo primitives = option("primitives", ValueType::Records, QVariantList(), "The primitives to add, in order.");
+    OptionInfo primitives =
+        option("primitives", ValueType::Records, QVariantList(), "The primitives to add, in order.");
     primitives.fields = {
         shape,
         option("size", ValueType::Float, 1.0f, "Half the edge of a quad, the whole edge of a cube, in world units."),

@@ -8,7 +8,8 @@ PassInfo PassEntries::textureToScreenRenderPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("TextureToScreenRenderPass");
-    pass.summary = QStringLiteral("Copies an image to the screen, to the host's framebuffer or to textures of the host.");
+    pass.summary =
+        QStringLiteral("Copies an image to the screen, to the host's framebuffer or to textures of the host.");
 
     InputInfo source = textureInput("Kvz_KvzTexture*_Texture", TextureKind::Colour, "Image to present.",
         "the destination is cleared; with depth or super sampling, transparent black");
@@ -31,12 +32,13 @@ PassInfo PassEntries::textureToScreenRenderPass()
         depth,
         input("Kvz_Bool_EnableSuperSampling", ValueType::Bool, QVariant(),
             "Averages the texels under each pixel of a larger image.", "false"),
-        input("Kvz_QRect_ViewportOut", ValueType::Rects, QVariant(), "Destination rectangles in pixels.", "the viewport"),
+        input(
+            "Kvz_QRect_ViewportOut", ValueType::Rects, QVariant(), "Destination rectangles in pixels.", "the viewport"),
         textureOut,
         depthOut,
         input("Kvz_Bool_LinearFilter", ValueType::Bool, false, "Filters a copy that changes the size.", "false"),
-        input("Kvz_QVariant_Rects", ValueType::Rects, QVariant(), "Source rectangles in texels, one for each destination.",
-            "the viewport"),
+        input("Kvz_QVariant_Rects", ValueType::Rects, QVariant(),
+            "Source rectangles in texels, one for each destination.", "the viewport"),
         input("Kvz_KvzFramebuffer*_FramebufferOut", ValueType::Framebuffer, QVariant(), "Framebuffer to write.",
             "the default framebuffer"),
     };

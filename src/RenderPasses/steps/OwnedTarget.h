@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <Core/NamedValue.h>
+
 #include <QtCore/QSize>
+#include <QtCore/QVariant>
 
 namespace Velmora::Kvz {
 
@@ -14,7 +17,14 @@ class Texture;
 Texture *remakeTarget(FramebufferObject *framebuffer, unsigned int attachment, int internalFormat, const QSize &size,
     unsigned int format, unsigned int type);
 
+/// The same with a 2D texture of the caller's, which has no storage yet.
+void replaceTarget(FramebufferObject *framebuffer, unsigned int attachment, Texture *target, int internalFormat,
+    const QSize &size, unsigned int format, unsigned int type);
+
 /// Deletes the texture at an attachment, if there is one.
 void deleteTarget(FramebufferObject *framebuffer, unsigned int attachment);
+
+/// Writes what stands at an attachment, or a null `Texture*`, to an output. No reference is counted.
+void publishTarget(NamedValue<QVariant> &output, const FramebufferObject *framebuffer, unsigned int attachment);
 
 } // namespace Velmora::Kvz

@@ -19,16 +19,6 @@ void main()
 }
 )");
 
-namespace {
-
-void enableArrays(const QSharedPointer<DrawBuffers> &quad, const ShaderProgram *program)
-{
-    AutoBinder binder(quad->VAO());
-    quad->VAO()->enableShaderProgramArrays(program);
-}
-
-} // namespace
-
 bool ensureFramebuffer(FramebufferObject *&framebuffer)
 {
     if (framebuffer)
@@ -51,6 +41,12 @@ void ensureScreenQuad2(QSharedPointer<DrawBuffers> &quad, const ShaderProgram *p
         return;
     quad = OpenGLDeviceContext::current()->createScreenQuad2();
     enableArrays(quad, program);
+}
+
+void enableArrays(const QSharedPointer<DrawBuffers> &quad, const ShaderProgram *program)
+{
+    AutoBinder binder(quad->VAO());
+    quad->VAO()->enableShaderProgramArrays(program);
 }
 
 } // namespace Velmora::Kvz

@@ -21,4 +21,7 @@ void ensureScreenQuad(QSharedPointer<DrawBuffers> &quad, const ShaderProgram *pr
 /// The same with the device's second quad.
 void ensureScreenQuad2(QSharedPointer<DrawBuffers> &quad, const ShaderProgram *program);
 
+/// Enables the arrays of a quad that the program reads: for a pass that makes further programs for one quad.
+void enableArrays(const QSharedPointer<DrawBuffers> &quad, const ShaderProgram *program);
+
 } // namespace Velmora::Kvz

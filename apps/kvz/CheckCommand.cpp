@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#include "Commands.h"
+#include "Console.h"
+
+#include <Host/ChainLibrary.h>
+#include <Host/ChainValidation.h>
+#include <Host/HeadlessContext.h>
+
+namespace Velmora::Kvz {
+
+int runCheck(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Prints what is wrong with a chain, one line for each finding. Errors keep it from running and make "
+        "the exit status 1; warnings say that the picture is likely not what was meant."));
+    parser.addPositionalArgument(QStringLiteral("CHAIN"), QStringLiteral("Name of a ready chain, or a chain file."));
+    const QCommandLineOption driver(
+        QStringLiteral("driver"), QStringLiteral("Also says what the OpenGL driver here cannot run."));
+    parser.addOption(driver);
+    if (const auto status = parseCommandLine(&parser, arguments, 1, 1))
+        return *status;
+
+    const QString name = parser.positionalArguments().constFirst();
+    QString error;
+    ChainDescription chain;
+    if (!loadChain(name, &chain, &error))
+        return fail(error);
+    QVector<ChainFinding> findings = validateChain(chain);
+    if (parser.isSet(driver)) {
+        const auto context = HeadlessContext::create(&error);
+        if (!context)
+            return fail(QStringLiteral("no usable OpenGL driver: %1").arg(error));
+        findings += validateChainOnDriver(chain);
+    }
+    for (const ChainFinding &finding : qAsConst(findings))
+        print(QStringLiteral("%1: %2").arg(name, finding.toString()));
+    if (findings.isEmpty())
+        print(QStringLiteral("%1: nothing wrong with its %2 passes").arg(name, QString::number(chain.passes.size())));
+    return hasErrors(findings) ? BadInput : Success;
+}
+
+} // namespace Velmora::Kvz

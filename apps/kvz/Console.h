@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QCommandLineParser>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+#include <QtCore/QVector>
+
+#include <optional>
+
+namespace Velmora::Kvz {
+
+enum ExitStatus {
+    Success = 0,
+    BadInput = 1, ///< A file, value or driver that does not serve.
+    BadUsage = 2 ///< A command line that makes no sense.
+};
+
+/// Prints "kvz: reason" to standard error and returns BadInput.
+int fail(const QString &reason);
+/// Prints "kvz: reason" and where help is to be had to standard error and returns BadUsage.
+int failUsage(const QString &reason);
+/// Prints "kvz: warning: text" to standard error, the same text once only.
+void warn(const QString &text);
+/// Prints lines to standard output.
+void print(const QString &text);
+
+/// Has warnings of the libraries printed as this program's own, and keeps debug lines and the chatter of drivers off the
+/// terminal.
+void installMessageHandler();
+
+/// Reads a command line that takes from `least` to `most` arguments besides its options, and adds --help to the options.
+/// A value says that the command is done and with what exit status: help was printed, or what is wrong.
+std::optional<int> parseCommandLine(QCommandLineParser *parser, const QStringList &arguments, int least, int most);
+
+/// Rows in aligned columns, two blanks apart. Columns named in `numeric` are flush right; the last column is not padded.
+QString formatTable(const QVector<QStringList> &rows, const QVector<int> &numeric = {});
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,238 @@
+// SPDX-License-Identifier: MIT
+#include "Commands.h"
+#include "Console.h"
+#include "ProgressBar.h"
+#include "RenderTarget.h"
+#include "TimingTable.h"
+
+#include <Host/Camera.h>
+#include <Host/ChainLibrary.h>
+#include <Host/HeadlessContext.h>
+#include <Host/ImageWriter.h>
+#include <Host/ModelImporter.h>
+#include <Host/RenderChain.h>
+#include <Host/TextureCapture.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+#include <QtCore/QRegularExpression>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+struct RenderOptions
+{
+    QString model;
+    QString chain;
+    QString output;
+    QString captureFolder; // empty: no captures
+    QSize size;
+    int frames = 1;
+    CameraView view;
+    bool timings = false;
+};
+
+/// What --size says; its error says why it will not do.
+QString readSize(const QString &text, QSize *size)
+{
+    const QRegularExpression form(QStringLiteral("^(-?\\d+)x(-?\\d+)$"));
+    const QRegularExpressionMatch match = form.match(text);
+    bool widthFits = false;
+    bool heightFits = false;
+    *size = QSize(match.captured(1).toInt(&widthFits), match.captured(2).toInt(&heightFits));
+    if (!match.hasMatch())
+        return QStringLiteral("expected WIDTHxHEIGHT in pixels, such as 1280x720");
+    if (!widthFits || !heightFits)
+        return QStringLiteral("too large");
+    if (size->isEmpty())
+        return QStringLiteral("width and height must be 1 or more");
+    return {};
+}
+
+/// Reads the command line; a value says that the command is done.
+std::optional<int> readOptions(const QStringList &arguments, RenderOptions *options)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Renders a model through a chain of passes into a picture, with no "
+                                                    "window and on any OpenGL 3.2 driver, software "
+                                                    "included. The picture is what a screen would show: opaque. A file "
+                                                    "that is there is replaced when the new picture "
+                                                    "is done, and left as it was when anything goes wrong."));
+    parser.addPositionalArgument(
+        QStringLiteral("MODEL"), QStringLiteral("Model file: OBJ, glTF, GLB, PLY, STL, 3DS and others. Y is up."));
+    const QCommandLineOption output({QStringLiteral("o"), QStringLiteral("output")},
+        QStringLiteral("The picture to write, such as out.png. Required."), QStringLiteral("FILE"));
+    const QCommandLineOption chain(QStringLiteral("chain"),
+        QStringLiteral("Name of a ready chain, or a chain file. Default: deferred."), QStringLiteral("NAME|FILE"),
+        QStringLiteral("deferred"));
+    const QCommandLineOption size(QStringLiteral("size"),
+        QStringLiteral("Size of the picture in pixels. Default: 1280x720."), QStringLiteral("WxH"),
+        QStringLiteral("1280x720"));
+    const QCommandLineOption frames(QStringLiteral("frames"),
+        QStringLiteral("Frames to render; the last one is the picture. Default: 1."), QStringLiteral("N"),
+        QStringLiteral("1"));
+    const QCommandLineOption camera(QStringLiteral("camera"),
+        QStringLiteral(
+            "Where to look from: AZIMUTH,ELEVATION[,DISTANCE] in degrees, with distance 1 where the model just "
+            "fits; or eye=X,Y,Z with target=X,Y,Z or without; fov=DEGREES sets the vertical field of view. "
+            "Parts are joined by \":\", as in 30,20:fov=50. Default: 30,20,1:fov=35."),
+        QStringLiteral("VIEW"), QStringLiteral("30,20"));
+    const QCommandLineOption capture(QStringLiteral("capture"),
+        QStringLiteral("Also writes each image output of each pass, as it is in the last frame, into this directory."),
+        QStringLiteral("DIR"));
+    const QCommandLineOption timings(
+        QStringLiteral("timings"), QStringLiteral("Prints a table of GPU and CPU milliseconds for each pass."));
+    parser.addOptions({output, chain, size, frames, camera, capture, timings});
+    if (const auto status = parseCommandLine(&parser, arguments, 1, 1))
+        return status;
+    if (!parser.isSet(output))
+        return failUsage(QStringLiteral("no picture is named: -o FILE is missing"));
+
+    options->model = parser.positionalArguments().constFirst();
+    options->chain = parser.value(chain);
+    options->output = parser.value(output);
+    options->captureFolder = parser.value(capture);
+    options->timings = parser.isSet(timings);
+    const QString sizeProblem = readSize(parser.value(size), &options->size);
+    if (!sizeProblem.isEmpty())
+        return fail(QStringLiteral("--size %1: %2").arg(parser.value(size), sizeProblem));
+    options->frames = parser.value(frames).toInt();
+    if (options->frames < 1)
+        return fail(QStringLiteral("--frames %1: expected a number of frames, 1 or more").arg(parser.value(frames)));
+    QString cameraProblem;
+    if (!CameraView::fromString(parser.value(camera), &options->view, &cameraProblem))
+        return fail(QStringLiteral("--camera %1").arg(cameraProblem));
+    return std::nullopt;
+}
+
+/// Why a chain cannot run, in one line; what does not keep it from running is told as warnings.
+QString chainProblem(const ChainDescription &description, const QString &name)
+{
+    const QVector<ChainFinding> findings = validateChain(description); // errors first
+    int errors = 0;
+    for (const ChainFinding &finding : findings) {
+        if (finding.severity == ChainFinding::Severity::Error)
+            ++errors;
+        else if (errors == 0)
+            warn(QStringLiteral("%1: %2").arg(name, finding.toString()));
+    }
+    if (errors == 0)
+        return {};
+    const QString more = errors > 1
+        ? QStringLiteral(" (and %1 more, see kvz check %2)").arg(QString::number(errors - 1), name)
+        : QString();
+    return QStringLiteral("%1: %2%3").arg(name, findings.constFirst().toString(), more);
+}
+
+/// Such as "02-geometry-Normal.png": place in the chain, pass, role of the port.
+QString captureFile(const RenderChain &chain, const RenderChain::Capture &capture)
+{
+    QString name =
+        QStringLiteral("%1-%2-%3.png")
+            .arg(QString::number(chain.description().findPass(capture.pass) + 1).rightJustified(2, QLatin1Char('0')),
+                capture.pass, capture.port.section(QLatin1Char('_'), -1));
+    return name.replace(QRegularExpression(QStringLiteral("[^A-Za-z0-9._-]")), QStringLiteral("_"));
+}
+
+int writeResults(RenderChain *chain, RenderTarget *target, const RenderOptions &options)
+{
+    QString error;
+    for (const RenderChain::Capture &capture : chain->takeCaptures()) {
+        const QString file = QDir(options.captureFolder).filePath(captureFile(*chain, capture));
+        if (!capture.image.isNull() && !writeImage(capture.image, file, &error))
+            return fail(error);
+    }
+    const QImage picture = captureTexture(target->colour(), TextureDisplay::Colour);
+    if (!writeImage(picture.convertToFormat(QImage::Format_RGB888), options.output, &error))
+        return fail(error);
+    return Success;
+}
+
+int render(const ImportedScene &scene, const ChainDescription &description, const RenderOptions &options)
+{
+    QString error;
+    HeadlessContext::Options contextOptions;
+    contextOptions.debug = false;
+    const auto context = HeadlessContext::create(contextOptions, &error);
+    if (!context)
+        return fail(QStringLiteral("no usable OpenGL driver: %1").arg(error));
+    const QSize largest = RenderTarget::largestSize();
+    if (options.size.boundedTo(largest) != options.size)
+        return fail(QStringLiteral("--size %1x%2: the limit of this driver is %3x%4")
+                        .arg(options.size.width())
+                        .arg(options.size.height())
+                        .arg(largest.width())
+                        .arg(largest.height()));
+    RenderTarget target(options.size);
+    if (!target.isComplete())
+        return fail(QStringLiteral("--size %1x%2: the driver has no memory for it")
+                        .arg(options.size.width())
+                        .arg(options.size.height()));
+    const QSharedPointer<GPUModel> model = scene.build();
+    if (!model)
+        return fail(QStringLiteral("%1: the driver cannot hold it").arg(options.model));
+
+    const Camera camera = frameScene(model->sceneBounds(), options.view, options.size);
+    RenderChain chain;
+    chain.setViewport(QRect(QPoint(0, 0), options.size));
+    chain.setCamera(camera.cameraMatrix, camera.projectionMatrix);
+    chain.setFrameValue(FrameValues::nearPlane, camera.nearPlane);
+    chain.setFrameValue(FrameValues::farPlane, camera.farPlane);
+    chain.setModel(model.data());
+    chain.setFramebuffer(target.framebuffer());
+    chain.setTimingEnabled(options.timings);
+    if (!chain.setDescription(description))
+        return fail(QStringLiteral("%1: %2").arg(options.chain, chain.errorString()));
+
+    TimingTable table;
+    {
+        ProgressBar progress(options.frames);
+        for (int frame = 0; frame < options.frames; ++frame) {
+            if (!options.captureFolder.isEmpty() && frame == options.frames - 1)
+                chain.requestAllCaptures();
+            if (!chain.renderFrame())
+                return fail(QStringLiteral("%1: %2").arg(options.chain, chain.errorString()));
+            if (options.timings)
+                table.addFrame(&chain);
+            progress.show(frame + 1);
+        }
+    }
+    const int status = writeResults(&chain, &target, options);
+    if (status == Success && options.timings)
+        print(QStringLiteral("%1, %2x%3, %4\n%5")
+                  .arg(options.chain, QString::number(options.size.width()), QString::number(options.size.height()),
+                      context->renderer(), table.toString()));
+    return status;
+}
+
+} // namespace
+
+int runRender(const QStringList &arguments)
+{
+    RenderOptions options;
+    if (const auto status = readOptions(arguments, &options))
+        return *status;
+
+    // What can be known without a driver is said first.
+    QString error;
+    ChainDescription description;
+    if (!loadChain(options.chain, &description, &error))
+        return fail(error);
+    const QString problem = chainProblem(description, options.chain);
+    if (!problem.isEmpty())
+        return fail(problem);
+    const QString outputProblem = imageFileProblem(options.output);
+    if (!outputProblem.isEmpty())
+        return fail(QStringLiteral("%1: %2").arg(options.output, outputProblem));
+    if (!options.captureFolder.isEmpty() && !QDir().mkpath(options.captureFolder))
+        return fail(QStringLiteral("%1: the directory cannot be made").arg(options.captureFolder));
+    ImportedScene scene;
+    if (!importModel(options.model, &scene, &error))
+        return fail(error);
+    for (const QString &warning : qAsConst(scene.warnings))
+        warn(warning);
+    return render(scene, description, options);
+}
+
+} // namespace Velmora::Kvz

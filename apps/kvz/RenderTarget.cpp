@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#include "RenderTarget.h"
+
+#include <GL/AutoBinder.h>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+void allocate(Texture *texture, const QSize &size, GLint internalFormat, GLenum format, GLenum type)
+{
+    AutoBinder binder(texture);
+    glTexImage2D(GL_TEXTURE_2D, 0, internalFormat, size.width(), size.height(), 0, format, type, nullptr);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+}
+
+} // namespace
+
+RenderTarget::RenderTarget(const QSize &size)
+    : m_colour(GL_TEXTURE_2D, GL_RGBA8, size.width(), size.height(), 0, nullptr),
+      m_depth(GL_TEXTURE_2D, GL_DEPTH24_STENCIL8, size.width(), size.height(), 0, nullptr)
+{
+    allocate(&m_colour, size, GL_RGBA8, GL_RGBA, GL_UNSIGNED_BYTE);
+    allocate(&m_depth, size, GL_DEPTH24_STENCIL8, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8);
+    AutoBinder binder(&m_framebuffer);
+    m_framebuffer.attach(&m_colour, GL_COLOR_ATTACHMENT0, 0);
+    m_framebuffer.attach(&m_depth, GL_DEPTH_STENCIL_ATTACHMENT, 0);
+    m_framebuffer.setDrawBuffers();
+    m_complete = glGetError() == GL_NO_ERROR && glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
+    if (m_complete) {
+        glClearColor(0, 0, 0, 1);
+        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
+    }
+}
+
+QSize RenderTarget::largestSize()
+{
+    GLint texture = 0;
+    GLint viewport[2] = {0, 0};
+    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &texture);
+    glGetIntegerv(GL_MAX_VIEWPORT_DIMS, viewport);
+    return QSize(texture, texture).boundedTo(QSize(viewport[0], viewport[1]));
+}
+
+} // namespace Velmora::Kvz

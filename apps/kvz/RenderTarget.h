@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <GL/FramebufferObject.h>
+#include <GL/Texture.h>
+
+#include <QtCore/QSize>
+
+namespace Velmora::Kvz {
+
+/// A framebuffer of the program's own for a chain to present into: 8 bits a channel, with depth, black and opaque at first.
+/// All needs a current context.
+class RenderTarget
+{
+public:
+    explicit RenderTarget(const QSize &size);
+
+    /// False when the driver could not give the memory.
+    bool isComplete() const { return m_complete; }
+    FramebufferObject *framebuffer() { return &m_framebuffer; }
+    Texture *colour() { return &m_colour; }
+
+    /// The largest picture that the driver can draw.
+    static QSize largestSize();
+
+private:
+    Texture m_colour;
+    Texture m_depth;
+    FramebufferObject m_framebuffer;
+    bool m_complete;
+};
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+#include "Commands.h"
+#include "Console.h"
+
+#include <Host/PassRegistry.h>
+
+#include <QtCore/QCoreApplication>
+
+#include <algorithm>
+#include <vector>
+
+using namespace Velmora::Kvz;
+
+namespace {
+
+struct Command
+{
+    const char *name;
+    const char *summary;
+    int (*run)(const QStringList &arguments);
+};
+
+const Command commands[] = {
+    {"render", "Renders a model through a chain of passes into a picture.", runRender},
+    {"check", "Says what is wrong with a chain, without rendering.", runCheck},
+    {"passes", "Lists the passes that chains are made of, or describes one.", runPasses},
+    {"chains", "Lists the ready chains, or prints one as a file to start from.", runChains},
+};
+
+QString helpText()
+{
+    QVector<QStringList> rows;
+    for (const Command &command : commands)
+        rows.append({QStringLiteral(" "), QLatin1String(command.name), QLatin1String(command.summary)});
+    return QStringLiteral("Usage: kvz COMMAND [options]\n"
+                          "Renders models through chains of OpenGL passes, with no window.\n\n"
+                          "Commands:\n%1\n\n"
+                          "kvz COMMAND --help says more on each; kvz --version prints the version.\n"
+                          "Exit status: 0 done; 1 an input, a value or the driver does not serve, said in one line; "
+                          "2 the command line makes no sense.")
+        .arg(formatTable(rows));
+}
+
+QStringList commandNames()
+{
+    QStringList names;
+    for (const Command &command : commands)
+        names.append(QLatin1String(command.name));
+    return names;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // Mesa's loader has its own say on standard error when there is no driver; the reason is given in one line here.
+    if (!qEnvironmentVariableIsSet("EGL_LOG_LEVEL"))
+        qputenv("EGL_LOG_LEVEL", "fatal");
+    installMessageHandler();
+
+    const QString first = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
+    const auto command = std::find_if(
+        std::begin(commands), std::end(commands), [&](const Command &c) { return first == QLatin1String(c.name); });
+    const bool known = command != std::end(commands);
+
+    // Help texts call the program by the first argument, so a command takes its name into it.
+    QByteArray programName = known ? QByteArray("kvz ") + command->name : QByteArray("kvz");
+    std::vector<char *> remaining{programName.data()};
+    remaining.insert(remaining.end(), argv + std::min(argc, known ? 2 : 1), argv + argc);
+    remaining.push_back(nullptr);
+    int count = int(remaining.size()) - 1;
+    QCoreApplication application(count, remaining.data());
+    QCoreApplication::setApplicationName(QStringLiteral("kvz"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(KVZ_VERSION));
+
+    if (known)
+        return command->run(QCoreApplication::arguments());
+    if (first == QLatin1String("--help") || first == QLatin1String("-h")) {
+        print(helpText());
+        return Success;
+    }
+    if (first == QLatin1String("--version")) {
+        print(QStringLiteral("kvz %1").arg(QCoreApplication::applicationVersion()));
+        return Success;
+    }
+    if (first.isEmpty())
+        return failUsage(QStringLiteral("a command is missing"));
+    return failUsage(QStringLiteral("unknown command \"%1\"%2").arg(first, nearestNamesHint(first, commandNames())));
+}

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#include <Host/ImageWriter.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+#include <QtCore/QSaveFile>
+#include <QtGui/QImageWriter>
+
+namespace Velmora::Kvz {
+
+QString imageFileProblem(const QString &file)
+{
+    const QFileInfo info(file);
+    const QString suffix = info.suffix().toLower();
+    const QFileInfo folder(info.absolutePath());
+    if (info.isDir())
+        return QStringLiteral("is a directory, not a picture file");
+    if (suffix.isEmpty())
+        return QStringLiteral("the name wants a suffix that says the format, such as .png");
+    if (!QImageWriter::supportedImageFormats().contains(suffix.toLatin1()))
+        return QStringLiteral("pictures of type .%1 cannot be written; use .png").arg(suffix);
+    if (!folder.isDir())
+        return QStringLiteral("the directory %1 does not exist").arg(folder.filePath());
+    if (!folder.isWritable())
+        return QStringLiteral("the directory %1 cannot be written to").arg(folder.filePath());
+    if (info.exists() && !info.isWritable())
+        return QStringLiteral("the file is there and cannot be overwritten");
+    return {};
+}
+
+bool writeImage(const QImage &image, const QString &file, QString *error)
+{
+    const auto refuse = [&](const QString &reason) {
+        *error = QStringLiteral("%1: %2").arg(file, reason);
+        return false;
+    };
+    const QString problem = imageFileProblem(file);
+    if (!problem.isEmpty())
+        return refuse(problem);
+    QSaveFile output(file);
+    if (!output.open(QIODevice::WriteOnly))
+        return refuse(output.errorString());
+    QImageWriter writer(&output, QFileInfo(file).suffix().toLower().toLatin1());
+    if (!writer.write(image)) // the destructor of `output` drops what was written
+        return refuse(image.isNull() ? QStringLiteral("there is no picture to write") : writer.errorString());
+    if (!output.commit())
+        return refuse(output.errorString());
+    return true;
+}
+
+} // namespace Velmora::Kvz

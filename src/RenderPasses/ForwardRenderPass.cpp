@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: MIT
+#include <RenderPasses/ForwardRenderPass.h>
+
+#include "steps/DirectionalLight.h"
+#include "steps/InputRead.h"
+#include "steps/ModelProgram.h"
+#include "steps/OwnedTarget.h"
+#include "steps/ScreenQuad.h"
+
+#include <GL/AutoBinder.h>
+#include <GL/AutoEnabler.h>
+#include <GL/FramebufferObject.h>
+#include <GL/ShaderProgram.h>
+#include <Scene/GPUModel.h>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+// The normal matrix of each vertex, of camera and model together, and the normal's w of 1 are meant.
+const QString vertexSource = QStringLiteral(R"(#version 150
+#instancedata "InstanceInfo"
+uniform mat4 u_CameraMatrix;
+uniform mat4 u_ProjectionMatrix;
+in vec3 va_Vertex;
+in vec3 va_Normal;
+in vec2 va_TexCoord;
+out vec3 vo_Normal;
+out vec2 vo_TexCoord;
+
+void main()
+{
+    gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
+    mat4 normalMatrix = transpose(inverse(u_CameraMatrix * getModelMatrix()));
+    vo_Normal = (normalMatrix * vec4(va_Normal, 1.0)).xyz;
+    vo_TexCoord = va_TexCoord;
+}
+)");
+
+// That the interpolated normal is not normalised is meant.
+const QString fragmentSource = QStringLiteral(R"(#version 150
+#instancedata "OBJMaterial"
+#include "TextureManager.glslh"
+in vec3 vo_Normal;
+in vec2 vo_TexCoord;
+out vec4 out_FragColor;
+out vec4 out_Id;
+)") + directionalLightSource
+    + QStringLiteral(R"(
+void main()
+{
+    vec3 Kd = getKd() * managedTexture(getMap_Kd(), vo_TexCoord).rgb;
+    vec3 Ks = getKs() * managedTexture(getMap_Ks(), vo_TexCoord).rgb;
+    vec3 L = normalize(vec3(100.0, 100.0, 100.0));
+    out_FragColor = vec4(directionalLight(Kd, Ks, getNs(), vo_Normal, L), getD());
+    out_Id = vec4(gl_PrimitiveID + 1.0);
+}
+)");
+
+} // namespace
+
+ForwardRenderPass::ForwardRenderPass()
+{
+    addInput(QStringLiteral("Kvz_QRect_Viewport"), QVariant());
+    addInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant());
+    addInput(QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QVariant());
+    addInput(QStringLiteral("Kvz_KvzGPUModel*_Geometry"), QVariant());
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Id"));
+}
+
+ForwardRenderPass::~ForwardRenderPass()
+{
+    if (m_framebuffer) {
+        for (const unsigned int attachment : {GL_COLOR_ATTACHMENT0, GL_COLOR_ATTACHMENT1, GL_DEPTH_ATTACHMENT})
+            deleteTarget(m_framebuffer, attachment);
+        delete m_framebuffer;
+    }
+    delete m_program;
+}
+
+void ForwardRenderPass::start(RenderCallbacks *)
+{
+    const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
+    const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
+    const auto camera = inputValue<QMatrix4x4>(m_inputs[CameraMatrix]);
+    auto *const model = inputValue<GPUModel *>(m_inputs[Geometry]);
+
+    ensureFramebuffer(m_framebuffer);
+    if (size != m_size)
+        resizeTargets(size);
+    if (!m_program)
+        m_program = buildModelProgram(
+            {QStringLiteral("out_FragColor"), QStringLiteral("out_Id")}, vertexSource, fragmentSource);
+
+    {
+        // No glViewport here: that the pass draws with the viewport that it finds is meant.
+        AutoBinder framebuffer(m_framebuffer);
+        m_framebuffer->setDrawBuffers();
+        glClearColor(0, 0, 0, 0);
+        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+        if (model) {
+            AutoEnabler depthTest(GL_DEPTH_TEST);
+            AutoBinder program(m_program);
+            m_program->setUniform(QStringLiteral("u_ProjectionMatrix"), projection);
+            m_program->setUniform(QStringLiteral("u_CameraMatrix"), camera);
+            model->draw(m_program, 0, 0, WindingCounterClockwise, false);
+        }
+    }
+
+    publishTarget(m_outputs[Frame], m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[Id], m_framebuffer, GL_COLOR_ATTACHMENT1);
+}
+
+void ForwardRenderPass::resizeTargets(const QSize &size)
+{
+    m_size = size;
+    AutoBinder framebuffer(m_framebuffer);
+    remakeTarget(m_framebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA, size, GL_BGRA, GL_FLOAT);
+    remakeTarget(m_framebuffer, GL_COLOR_ATTACHMENT1, GL_RGBA, size, GL_BGRA, GL_FLOAT);
+    remakeTarget(m_framebuffer, GL_DEPTH_ATTACHMENT, GL_DEPTH_COMPONENT32F, size, GL_DEPTH_COMPONENT, GL_FLOAT);
+}
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: MIT
+// The ready chains on real passes.
+#include "support/GLTest.h"
+
+#include <GL/FramebufferObject.h>
+#include <GL/TextureManager.h>
+#include <Host/ChainLibrary.h>
+#include <Host/RenderChain.h>
+#include <Scene/GPUModelBuilder.h>
+
+#include <QtGui/QVector3D>
+
+#include <epoxy/gl.h>
+
+#include <cmath>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+const int width = 160;
+const int height = 120;
+const char frame[] = "Kvz_KvzTexture*_Frame";
+
+/// A square in the plane of z, turned to the camera.
+int addSquare(GPUModelBuilder *builder, const QVector2D &centre, float half, const MaterialData &material)
+{
+    MeshData mesh;
+    for (const QVector2D &corner : {QVector2D(-1, -1), QVector2D(1, -1), QVector2D(1, 1), QVector2D(-1, 1)}) {
+        mesh.positions.append(QVector3D(centre + half * corner, 0));
+        mesh.normals.append(QVector3D(0, 0, 1));
+        mesh.texCoords.append((corner + QVector2D(1, 1)) / 2);
+    }
+    mesh.indices = {0, 1, 2, 0, 2, 3};
+    return builder->addItem(builder->addMesh(mesh), builder->addMaterial(material));
+}
+
+} // namespace
+
+class ReadyChainsTest : public GLTest
+{
+protected:
+    void load(const char *name)
+    {
+        ChainDescription description;
+        QString error;
+        ASSERT_TRUE(loadChain(QString::fromUtf8(name), &description, &error)) << qPrintable(error);
+        ASSERT_TRUE(chain.setDescription(description)) << qPrintable(chain.errorString());
+        target = std::make_unique<Texture>(GL_TEXTURE_2D, GL_RGBA8, width, height, 0, nullptr);
+        target->bind();
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, width, height, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+        target->unbind();
+        framebuffer.bind();
+        framebuffer.attach(target.get(), GL_COLOR_ATTACHMENT0, 0);
+        framebuffer.setDrawBuffers();
+        framebuffer.unbind();
+        chain.setViewport(QRect(0, 0, width, height));
+        chain.setFramebuffer(&framebuffer);
+        camera.translate(0, 0, -4);
+        projection.perspective(45, float(width) / height, 0.1f, 50);
+        chain.setCamera(camera, projection);
+    }
+
+    /// The output of a pass as floats, before anything else draws into it.
+    Image output(const char *pass, const char *port)
+    {
+        const QString name = QStringLiteral("test");
+        EXPECT_TRUE(chain.addExport(name, {QString::fromUtf8(pass), QString::fromUtf8(port)}))
+            << qPrintable(chain.errorString());
+        EXPECT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
+        Texture *texture = chain.exportedTexture(name);
+        const Image image = texture ? readTexture(texture) : Image();
+        chain.removeExport(name);
+        return image;
+    }
+
+    /// The pixel that a point in world space falls on.
+    QPoint pixelOf(const QVector3D &point) const
+    {
+        const QVector3D device = (projection * camera).map(point);
+        return QPoint(int((device.x() + 1) / 2 * width), int((device.y() + 1) / 2 * height));
+    }
+
+    RenderChain chain;
+    std::unique_ptr<Texture> target;
+    FramebufferObject framebuffer;
+    QMatrix4x4 camera;
+    QMatrix4x4 projection;
+};
+
+TEST_F(ReadyChainsTest, theDeferredChainLaysAModelOverAGradient)
+{
+    load("deferred");
+    GPUModelBuilder builder;
+    MaterialData opaque;
+    opaque.kd = {0.9f, 0.3f, 0.1f};
+    opaque.ks = {0.5f, 0.5f, 0.5f};
+    MaterialData clear = opaque;
+    clear.d = 0.4f;
+    addSquare(&builder, QVector2D(-0.8f, 0), 0.6f, opaque);
+    addSquare(&builder, QVector2D(0.8f, 0), 0.6f, clear);
+    const QSharedPointer<GPUModel> model = builder.build();
+    ASSERT_TRUE(model);
+    chain.setModel(model.data());
+
+    const Image background = output("background", frame);
+    const Image shading = output("shading", frame);
+    const Image over = output("over", frame);
+    const Image screen = readTexture(target.get());
+    ASSERT_EQ(over.width, width);
+    saveForViewing(screen, QStringLiteral("chain-deferred"));
+
+    // The light comes from (1, 1, 1) in camera space on a normal of (0, 0, 1).
+    const double lambert = 1 / std::sqrt(3.0);
+    const QVector3D halfway = (QVector3D(1, 1, 1).normalized() + QVector3D(0, 0, 1)).normalized();
+    const double specular = std::pow(double(halfway.z()), 32.0) * 0.5;
+    const QPoint middle = pixelOf(QVector3D(-0.8f, 0, 0));
+    const QVector4D lit = over.pixel(middle.x(), middle.y());
+    EXPECT_NEAR(lit.x(), lambert * 0.9 + specular, 0.005);
+    EXPECT_NEAR(lit.y(), lambert * 0.3 + specular, 0.005);
+    EXPECT_NEAR(lit.w(), 1, 0.001);
+
+    int empty = 0, covered = 0, translucent = 0;
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const QVector4D s = shading.pixel(x, y);
+            const QVector4D d = background.pixel(x, y);
+            const float a = s.w();
+            (a == 0 ? empty : a == 1 ? covered : translucent) += 1;
+            const QVector4D expected = s * a + d * (1 - a);
+            const QVector4D found = over.pixel(x, y);
+            const QVector4D shown = screen.pixel(x, y);
+            for (int channel = 0; channel < 3; ++channel) {
+                ASSERT_NEAR(found[channel], expected[channel], 0.002) << x << ' ' << y;
+                ASSERT_NEAR(shown[channel], found[channel], 0.003) << x << ' ' << y;
+            }
+        }
+    }
+    // Two squares of 1.2 units at a distance of 4 in a picture that is 2 * 4 * tan(22.5 degrees) units high.
+    const double side = 1.2 / (8 * std::tan(22.5 * M_PI / 180)) * height;
+    EXPECT_NEAR(covered, side * side, 4 * side);
+    EXPECT_NEAR(translucent, side * side, 4 * side);
+    EXPECT_EQ(empty, width * height - covered - translucent);
+
+    // Dark grey at the top, lighter at the bottom.
+    EXPECT_NEAR(screen.pixel(2, height - 1).x(), 64 / 255.0, 0.01);
+    EXPECT_NEAR(screen.pixel(2, 0).x(), 153 / 255.0, 0.01);
+}
+
+TEST_F(ReadyChainsTest, theDeferredChainWithoutAModelShowsTheGradient)
+{
+    load("deferred");
+    ASSERT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
+    const Image screen = readTexture(target.get());
+    EXPECT_NEAR(screen.pixel(width / 2, height - 1).y(), 64 / 255.0, 0.01);
+    EXPECT_NEAR(screen.pixel(width / 2, height / 2).y(), 108.5 / 255.0, 0.01);
+    EXPECT_NEAR(screen.pixel(width / 2, height / 2).w(), 1, 0.01);
+}
+
+TEST_F(ReadyChainsTest, thePrimitivesChainShowsQuadsAndCubes)
+{
+    load("primitives");
+    const Image ids = output("geometry", "Kvz_KvzTexture*_Id");
+    const Image shading = output("shading", frame);
+    const Image screen = readTexture(target.get());
+    ASSERT_EQ(ids.width, width);
+    saveForViewing(screen, QStringLiteral("chain-primitives"));
+    EXPECT_LE(maximumDifference(shading, screen), 0.003);
+
+    const auto idAt = [&](const QVector3D &point) {
+        const QPoint pixel = pixelOf(point);
+        return int(*ids.at(pixel.x(), pixel.y()));
+    };
+    // Triangles are numbered from 1: two of the quad, then twelve of each cube. The cubes' front faces are the second ones.
+    const int quad = idAt({-0.9f, 1, -1});
+    EXPECT_TRUE(quad == 1 || quad == 2) << quad;
+    const int first = idAt({-0.6f, -0.3f, 0.5f});
+    EXPECT_TRUE(first == 5 || first == 6) << first;
+    const int second = idAt({0.6f, 0.4f, 0.5f});
+    EXPECT_TRUE(second == 17 || second == 18) << second;
+    const int third = idAt({0.5f, -0.7f, 0.6f});
+    EXPECT_TRUE(third == 29 || third == 30) << third;
+    EXPECT_EQ(int(*ids.at(0, 0)), 0);
+
+    // The front of a cube faces the light at (100, 100, 100), the quad's back does not.
+    const QPoint front = pixelOf({-0.6f, -0.3f, 0.5f});
+    EXPECT_GT(screen.pixel(front.x(), front.y()).x(), 0.3);
+    const QPoint back = pixelOf({-0.9f, 1, -1});
+    EXPECT_EQ(screen.pixel(back.x(), back.y()).x(), 0);
+}
+
+TEST_F(ReadyChainsTest, everyImageOfAChainCanBeCaptured)
+{
+    for (const char *name : {"deferred", "primitives"}) {
+        camera = QMatrix4x4();
+        projection = QMatrix4x4();
+        load(name);
+        chain.requestAllCaptures();
+        ASSERT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
+        const QVector<RenderChain::Capture> captures = chain.takeCaptures();
+        EXPECT_GE(captures.size(), 5) << name;
+        for (const RenderChain::Capture &capture : captures)
+            EXPECT_EQ(capture.image.size(), QSize(width, height)) << qPrintable(capture.pass + capture.port);
+    }
+}
+
+TEST_F(ReadyChainsTest, aDisabledGeometryPassSkipsTheShadingThatNeedsIt)
+{
+    load("deferred");
+    ASSERT_TRUE(chain.setEnabled(QStringLiteral("geometry"), false)) << qPrintable(chain.errorString());
+    ASSERT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
+    EXPECT_EQ(log.takeWarnings().size(), 1);
+    EXPECT_NEAR(readTexture(target.get()).pixel(2, height - 1).x(), 64 / 255.0, 0.01);
+}
+
+} // namespace Velmora::Kvz

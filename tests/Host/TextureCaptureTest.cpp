@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: MIT
+#include "support/GLTest.h"
+
+#include <GL/AutoBinder.h>
+#include <GL/TextureManager.h>
+#include <Host/TextureCapture.h>
+
+#include <QtGui/QColor>
+
+#include <epoxy/gl.h>
+
+#include <cmath>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+/// A texture of 2 by 2 texels, given from the bottom left, row by row.
+std::unique_ptr<Texture> texture2x2(const QVector<QVector4D> &texels, int internalFormat)
+{
+    Image image(2, 2);
+    for (int i = 0; i < 4; ++i)
+        image.setPixel(i % 2, i / 2, texels[i]);
+    return makeTexture(image, internalFormat);
+}
+
+} // namespace
+
+using TextureCaptureTest = GLTest;
+
+TEST_F(TextureCaptureTest, coloursComeTopRowFirstWithTheirAlpha)
+{
+    const auto texture = texture2x2({{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0, 1, 1}, {1, 1, 1, 0.2f}}, GL_RGBA8);
+    const QImage image = captureTexture(texture.get(), TextureDisplay::Colour);
+    ASSERT_EQ(image.size(), QSize(2, 2));
+    EXPECT_EQ(image.format(), QImage::Format_RGBA8888);
+    EXPECT_EQ(image.pixelColor(0, 1), QColor(255, 0, 0));
+    EXPECT_EQ(image.pixelColor(1, 1), QColor(0, 255, 0));
+    EXPECT_EQ(image.pixelColor(0, 0), QColor(0, 0, 255));
+    EXPECT_EQ(image.pixelColor(1, 0), QColor(255, 255, 255, 51));
+}
+
+TEST_F(TextureCaptureTest, floatingPointColoursAreClamped)
+{
+    const auto texture = texture2x2({{3, -1, 0.5f, 2}, {NAN, 0, INFINITY, 1}, {}, {}}, GL_RGBA32F);
+    const QImage image = captureTexture(texture.get(), TextureDisplay::Colour);
+    EXPECT_EQ(image.pixelColor(0, 1), QColor(255, 0, 128));
+    EXPECT_EQ(image.pixelColor(1, 1), QColor(0, 0, 255));
+}
+
+TEST_F(TextureCaptureTest, normalsAndCoordinatesAreShownAsColours)
+{
+    const auto texture = texture2x2({{1, 0, -1, 1}, {0, 0, 0, 1}, {1.25f, -0.25f, 7, 1}, {}}, GL_RGBA32F);
+    const QImage normals = captureTexture(texture.get(), TextureDisplay::Normal);
+    EXPECT_EQ(normals.pixelColor(0, 1), QColor(255, 128, 0));
+    EXPECT_EQ(normals.pixelColor(1, 1), QColor(0, 0, 0));
+    const QImage coordinates = captureTexture(texture.get(), TextureDisplay::TexCoord);
+    EXPECT_EQ(coordinates.pixelColor(0, 0), QColor(64, 191, 0));
+}
+
+TEST_F(TextureCaptureTest, idsHaveColoursOfTheirOwnAndNoneIsBlack)
+{
+    const auto texture = texture2x2({{0, 0, 0, 1}, {1, 0, 0, 1}, {2, 0, 0, 1}, {100000, 0, 0, 1}}, GL_RGBA32F);
+    const QImage image = captureTexture(texture.get(), TextureDisplay::Id);
+    EXPECT_EQ(image.pixelColor(0, 1), QColor(0, 0, 0));
+    const QColor first = image.pixelColor(1, 1), second = image.pixelColor(0, 0), third = image.pixelColor(1, 0);
+    EXPECT_NE(first, second);
+    EXPECT_NE(second, third);
+    EXPECT_NE(first, third);
+    for (const QColor &color : {first, second, third})
+        EXPECT_GT(color.value(), 200);
+}
+
+TEST_F(TextureCaptureTest, depthIsShownByItsDistance)
+{
+    QMatrix4x4 projection;
+    projection.perspective(60, 1, 1, 100);
+    const auto depthAt = [&](float distance) {
+        const QVector4D clip = projection * QVector4D(0, 0, -distance, 1);
+        return clip.z() / clip.w() / 2 + 0.5f;
+    };
+    Image depths(2, 2, 1);
+    *depths.at(0, 0) = depthAt(2);
+    *depths.at(1, 0) = depthAt(6);
+    *depths.at(0, 1) = depthAt(10);
+    *depths.at(1, 1) = 1;
+    for (int format : {GL_DEPTH_COMPONENT32F, GL_DEPTH24_STENCIL8}) {
+        const auto texture = makeTexture(depths, format);
+        const QImage image = captureTexture(texture.get(), TextureDisplay::Depth, projection);
+        EXPECT_NEAR(image.pixelColor(0, 1).red(), 255, 1);
+        EXPECT_NEAR(image.pixelColor(1, 1).red(), 255 * 0.6, 1);
+        EXPECT_NEAR(image.pixelColor(0, 0).red(), 255 * 0.2, 1);
+        EXPECT_EQ(image.pixelColor(1, 0), QColor(0, 0, 0));
+    }
+}
+
+TEST_F(TextureCaptureTest, multisampledColoursAreResolved)
+{
+    Image image(2, 2);
+    image.setPixel(1, 1, {0, 0.5f, 1, 1});
+    const auto texture = makeMultisampleTexture(image, GL_RGBA8, 4);
+    const int references = TextureManager::Instance()->poolStatistics().references;
+    const QImage captured = captureTexture(texture.get(), TextureDisplay::Colour);
+    EXPECT_EQ(captured.pixelColor(1, 0), QColor(0, 128, 255));
+    EXPECT_EQ(TextureManager::Instance()->poolStatistics().references, references);
+}
+
+TEST_F(TextureCaptureTest, whatIsNoPictureGivesNone)
+{
+    EXPECT_TRUE(captureTexture(nullptr, TextureDisplay::Colour).isNull());
+    const auto texture = texture2x2({{}, {}, {}, {}}, GL_RGBA8);
+    EXPECT_TRUE(captureTexture(texture.get(), TextureDisplay::Hidden).isNull());
+    Texture empty;
+    EXPECT_TRUE(captureTexture(&empty, TextureDisplay::Colour).isNull());
+    Texture array(GL_TEXTURE_2D_ARRAY, GL_RGBA8, 2, 2, 2, nullptr);
+    EXPECT_TRUE(captureTexture(&array, TextureDisplay::Colour).isNull());
+}
+
+TEST_F(TextureCaptureTest, bindingsAndPixelStoreStayAsTheyWere)
+{
+    const auto texture = texture2x2({{}, {}, {}, {}}, GL_RGBA8);
+    glPixelStorei(GL_PACK_ALIGNMENT, 2);
+    glPixelStorei(GL_PACK_ROW_LENGTH, 7);
+    glActiveTexture(GL_TEXTURE3);
+    captureTexture(texture.get(), TextureDisplay::Colour);
+    EXPECT_EQ(glInteger(GL_PACK_ALIGNMENT), 2);
+    EXPECT_EQ(glInteger(GL_PACK_ROW_LENGTH), 7);
+    EXPECT_EQ(glInteger(GL_ACTIVE_TEXTURE), GL_TEXTURE3);
+    EXPECT_EQ(glInteger(GL_TEXTURE_BINDING_2D), 0);
+    glPixelStorei(GL_PACK_ALIGNMENT, 4);
+    glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+}
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,436 @@
+// SPDX-License-Identifier: MIT
+#include "SceneFixtures.h"
+
+#include <Scene/ShadowMapManager.h>
+
+#include <QtCore/QVariantList>
+#include <QtGui/QVector4D>
+
+#include <cmath>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+using Bounds = QPair<QVector3D, QVector3D>;
+using Light = ShadowMapManager::Light;
+using RenderData = ShadowMapManager::RenderData;
+
+/// Where a layer shows a point, in normalised device coordinates.
+QVector3D shown(const RenderData &data, int layer, const QVector3D &point)
+{
+    QMatrix4x4 matrix(data.transforms[layer].matrix);
+    return (matrix.transposed() * QVector4D(point, 1)).toVector3DAffine();
+}
+
+bool isInside(const QVector3D &ndc)
+{
+    return std::abs(ndc.x()) <= 1 && std::abs(ndc.y()) <= 1 && ndc.z() > 0 && ndc.z() <= 1;
+}
+
+bool isNear(const QVector3D &a, const QVector3D &b, float tolerance = 1e-4f)
+{
+    return (a - b).length() < tolerance;
+}
+
+QVariantList listOf(const QVector<Light *> &lights)
+{
+    QVariantList list;
+    for (Light *light : lights)
+        list.append(QVariant::fromValue(light));
+    return list;
+}
+
+QVector3D corner(const Bounds &bounds, int number)
+{
+    return {number & 1 ? bounds.second.x() : bounds.first.x(), number & 2 ? bounds.second.y() : bounds.first.y(),
+        number & 4 ? bounds.second.z() : bounds.first.z()};
+}
+
+class ShadowMapManagerTest : public GLTest
+{
+protected:
+    ShadowMapManagerTest()
+    {
+        projection.perspective(60, 1.5f, 0.1f, 200);
+        camera.lookAt({0, 5, 20}, {0, 0, 0}, {0, 1, 0});
+    }
+
+    /// A point of the camera's view at clip-space x, y and a distance along the view.
+    QVector3D viewPoint(float x, float y, float distance) const
+    {
+        const float height = distance * std::tan(30 * float(M_PI) / 180);
+        return camera.inverted() * QVector3D(x * 1.5f * height, y * height, -distance);
+    }
+
+    QMatrix4x4 projection;
+    QMatrix4x4 camera;
+    RenderData data;
+    const Bounds bounds{{-10, 0, -10}, {10, 8, 10}};
+};
+
+TEST_F(ShadowMapManagerTest, directionalLightWithoutCameraCoversTheBounds)
+{
+    Light light;
+    light.direction = {0, -3, 0};
+    light.depthBias = 0.125f;
+    ShadowMapManager::processLights(listOf({&light}), data, nullptr, nullptr, &bounds);
+    ASSERT_EQ(data.layerCount, 1);
+    ASSERT_EQ(data.transforms.size(), 1);
+    ASSERT_EQ(data.projectors.size(), 1);
+    EXPECT_EQ(data.projectors[0].firstLayer, 0);
+    EXPECT_EQ(data.projectors[0].layerCount, 1);
+    EXPECT_EQ(data.depthBiases, QVector<float>({0.125f}));
+    for (int i = 0; i < 8; ++i) {
+        const QVector3D ndc = shown(data, 0, corner(bounds, i));
+        EXPECT_TRUE(isInside(ndc)) << i;
+        EXPECT_GT(std::abs(ndc.x()), 0.95f); // And no more than them.
+        EXPECT_GT(std::abs(ndc.y()), 0.95f);
+    }
+    // Depth runs with the light, linearly, and begins above 0.
+    const float top = shown(data, 0, {0, 8, 0}).z();
+    const float middle = shown(data, 0, {0, 4, 0}).z();
+    const float bottom = shown(data, 0, {0, 0, 0}).z();
+    EXPECT_GT(top, 0);
+    EXPECT_LT(top, 0.02f);
+    EXPECT_NEAR(middle, 0.5f, 1e-4f);
+    EXPECT_GT(bottom, 0.98f);
+    EXPECT_LT(bottom, 1);
+}
+
+TEST_F(ShadowMapManagerTest, directionalLightWithNothingCoversTheUnitCube)
+{
+    Light light;
+    light.direction = {1, -2, 0.5f};
+    const QMatrix4x4 singular(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+    struct Case
+    {
+        const QMatrix4x4 *projection;
+        const QMatrix4x4 *camera;
+    };
+    for (const Case &c : {Case{nullptr, nullptr}, Case{&projection, nullptr}, Case{nullptr, &camera},
+             Case{&singular, &camera}, Case{&projection, &singular}}) {
+        ShadowMapManager::processLights(listOf({&light}), data, c.projection, c.camera, nullptr);
+        ASSERT_EQ(data.layerCount, 1);
+        for (int i = 0; i < 8; ++i)
+            EXPECT_TRUE(isInside(shown(data, 0, corner({{-1, -1, -1}, {1, 1, 1}}, i))));
+        EXPECT_FALSE(isInside(shown(data, 0, {3, 0, 0})));
+    }
+}
+
+TEST_F(ShadowMapManagerTest, cascadesCoverTheViewAndTheCasters)
+{
+    const QVector<QVector3D> directions{{0, -1, 0}, {1, -1, 0.5f}, {0, -0.001f, 1}, {0.3f, 1, 0}};
+    for (const QVector3D &direction : directions) {
+        Light light;
+        light.direction = direction;
+        light.cascades = 4;
+        ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, &bounds);
+        ASSERT_EQ(data.layerCount, 4);
+        ASSERT_EQ(data.depthBiases.size(), 4);
+        EXPECT_EQ(data.projectors[0].layerCount, 4);
+
+        // Every point that shows and lies in the bounds is in some layer.
+        for (float x = -1; x <= 1; x += 0.25f) {
+            for (float y = -1; y <= 1; y += 0.25f) {
+                for (float distance = 1; distance < 60; distance += 1.5f) {
+                    const QVector3D point = viewPoint(x, y, distance);
+                    if (point.x() < -10 || point.x() > 10 || point.y() < 0 || point.y() > 8 || point.z() < -10
+                        || point.z() > 10)
+                        continue;
+                    bool isCovered = false;
+                    for (int layer = 0; layer < 4; ++layer)
+                        isCovered |= isInside(shown(data, layer, point));
+                    EXPECT_TRUE(isCovered) << x << ' ' << y << ' ' << distance;
+                }
+            }
+        }
+        // Whatever may cast lies within the depths of every layer.
+        for (int layer = 0; layer < 4; ++layer) {
+            for (int i = 0; i < 8; ++i) {
+                const float depth = shown(data, layer, corner(bounds, i)).z();
+                EXPECT_GT(depth, 0);
+                EXPECT_LT(depth, 1);
+            }
+        }
+        // Depth grows with the light.
+        const QVector3D step = direction.normalized();
+        EXPECT_GT(shown(data, 0, step).z(), shown(data, 0, QVector3D()).z());
+    }
+}
+
+TEST_F(ShadowMapManagerTest, nearCascadesAreFiner)
+{
+    Light light;
+    light.direction = {0.2f, -1, 0.1f};
+    light.cascades = 3;
+    const Bounds wide{{-500, 0, -500}, {500, 20, 500}};
+    ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, &wide);
+    float previous = 0;
+    for (int layer = 0; layer < 3; ++layer) {
+        const float scale = 1 / (shown(data, layer, {1, 0, 0}) - shown(data, layer, {0, 0, 0})).length();
+        EXPECT_GT(scale, 1.2f * previous);
+        previous = scale;
+    }
+}
+
+TEST_F(ShadowMapManagerTest, cascadesMoveInWholeTexels)
+{
+    Light light;
+    light.direction = {0.4f, -1, 0.3f};
+    light.cascades = 2;
+    const Bounds wide{{-5000, -1, -5000}, {5000, 1, 5000}}; // Splits follow the view alone.
+    ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, &wide);
+    QVector<QVector3D> before;
+    for (int layer = 0; layer < 2; ++layer)
+        before.append(shown(data, layer, {1, 0, 2}));
+    for (int step = 1; step < 20; ++step) {
+        QMatrix4x4 moved = camera;
+        moved.translate(0.013f * float(step), 0, 0.029f * float(step));
+        ShadowMapManager::processLights(listOf({&light}), data, &projection, &moved, &wide);
+        for (int layer = 0; layer < 2; ++layer) {
+            const QVector3D shift = (shown(data, layer, {1, 0, 2}) - before[layer]) * 256;
+            EXPECT_NEAR(shift.x(), std::round(shift.x()), 0.02f) << layer << ' ' << step;
+            EXPECT_NEAR(shift.y(), std::round(shift.y()), 0.02f) << layer << ' ' << step;
+        }
+    }
+}
+
+TEST_F(ShadowMapManagerTest, cascadesWithoutBoundsCoverTheWholeView)
+{
+    Light light;
+    light.direction = {1, -1, 0};
+    light.cascades = 3;
+    ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, nullptr);
+    ASSERT_EQ(data.layerCount, 3);
+    for (const float distance : {0.11f, 1.0f, 30.0f, 100.0f, 199.0f}) {
+        for (int i = 0; i < 4; ++i) {
+            const QVector3D point = viewPoint(i & 1 ? 1 : -1, i & 2 ? 1 : -1, distance);
+            bool isCovered = false;
+            for (int layer = 0; layer < 3; ++layer)
+                isCovered |= isInside(shown(data, layer, point));
+            EXPECT_TRUE(isCovered) << distance << ' ' << i;
+        }
+    }
+}
+
+TEST_F(ShadowMapManagerTest, parallelAndReversedCamerasAreServed)
+{
+    Light light;
+    light.direction = {0.5f, -1, 0.2f};
+    QMatrix4x4 parallel;
+    parallel.ortho(-15, 15, -10, 10, 0.1f, 50);
+    QMatrix4x4 reverse;
+    reverse.scale(1, 1, -1);
+    const QMatrix4x4 reversed = reverse * projection;
+    for (const QMatrix4x4 &view : {parallel, reversed}) {
+        ShadowMapManager::processLights(listOf({&light}), data, &view, &camera, &bounds);
+        ASSERT_EQ(data.layerCount, 3);
+        for (const QVector3D &point : {QVector3D(0, 0, 0), QVector3D(5, 2, 5), QVector3D(-5, 1, -8)}) {
+            bool isCovered = false;
+            for (int layer = 0; layer < 3; ++layer)
+                isCovered |= isInside(shown(data, layer, point));
+            EXPECT_TRUE(isCovered);
+        }
+    }
+}
+
+TEST_F(ShadowMapManagerTest, fewerThanOneCascadeCountsAsOne)
+{
+    Light light;
+    for (const int cascades : {1, 0, -3}) {
+        light.cascades = cascades;
+        ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, &bounds);
+        EXPECT_EQ(data.layerCount, 1);
+    }
+}
+
+TEST_F(ShadowMapManagerTest, flatBoundsKeepAThickness)
+{
+    Light light;
+    light.direction = {0, -1, 0};
+    const Bounds flat{{-5, 2, -5}, {5, 2, 5}};
+    for (const bool withCamera : {false, true}) {
+        ShadowMapManager::processLights(listOf({&light}), data, withCamera ? &projection : nullptr, &camera, &flat);
+        for (int layer = 0; layer < data.layerCount; ++layer) {
+            const float depth = shown(data, layer, {0, 2, 0}).z();
+            EXPECT_GT(depth, 0.1f);
+            EXPECT_LT(depth, 0.9f);
+        }
+    }
+}
+
+TEST_F(ShadowMapManagerTest, spotLightIsOnePyramid)
+{
+    Light light;
+    light.type = Light::Spot;
+    light.position = {1, 10, 2};
+    light.direction = {0, -2, 0};
+    light.coneAngle = 90;
+    light.range = 50;
+    ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, &bounds);
+    ASSERT_EQ(data.layerCount, 1);
+    EXPECT_EQ(data.depthBiases, QVector<float>({light.depthBias}));
+    EXPECT_TRUE(isNear(shown(data, 0, {1, 10 - 50, 2}), {0, 0, 1}));
+    EXPECT_TRUE(isNear(shown(data, 0, {1, 10 - 0.5f, 2}), {0, 0, 0})); // A hundredth of the range.
+    EXPECT_GT(shown(data, 0, {1, 10 - 0.6f, 2}).z(), 0);
+    // 45 degrees to the side is the edge, at any distance.
+    for (const float distance : {1.0f, 10.0f, 40.0f}) {
+        const QVector3D edge = shown(data, 0, {1 + distance, 10 - distance, 2});
+        EXPECT_NEAR(std::max(std::abs(edge.x()), std::abs(edge.y())), 1, 1e-4f);
+        EXPECT_NEAR(std::min(std::abs(edge.x()), std::abs(edge.y())), 0, 1e-4f);
+    }
+    EXPECT_GT(shown(data, 0, {1, -10, 2}).z(), shown(data, 0, {1, 0, 2}).z());
+}
+
+TEST_F(ShadowMapManagerTest, pointLightHasTheFacesOfACubeMap)
+{
+    Light light;
+    light.type = Light::Point;
+    light.position = {3, 4, 5};
+    light.range = 20;
+    ShadowMapManager::processLights(listOf({&light}), data, nullptr, nullptr, nullptr);
+    ASSERT_EQ(data.layerCount, 6);
+    EXPECT_EQ(data.projectors[0].layerCount, 6);
+    // Axis of each face, and what lies to its right and to its top.
+    const QVector3D faces[6][3] = {
+        {{1, 0, 0}, {0, 0, -1}, {0, -1, 0}},
+        {{-1, 0, 0}, {0, 0, 1}, {0, -1, 0}},
+        {{0, 1, 0}, {1, 0, 0}, {0, 0, 1}},
+        {{0, -1, 0}, {1, 0, 0}, {0, 0, -1}},
+        {{0, 0, 1}, {1, 0, 0}, {0, -1, 0}},
+        {{0, 0, -1}, {-1, 0, 0}, {0, -1, 0}},
+    };
+    for (int face = 0; face < 6; ++face) {
+        const QVector3D axis = faces[face][0];
+        EXPECT_TRUE(isNear(shown(data, face, light.position + 20 * axis), {0, 0, 1})) << face;
+        EXPECT_TRUE(isNear(shown(data, face, light.position + 0.2f * axis), {0, 0, 0})) << face;
+        const QVector3D right = shown(data, face, light.position + 10 * (axis + 0.5f * faces[face][1]));
+        EXPECT_TRUE(isNear(right, {0.5f, 0, right.z()})) << face;
+        const QVector3D top = shown(data, face, light.position + 10 * (axis + 0.5f * faces[face][2]));
+        EXPECT_TRUE(isNear(top, {0, 0.5f, top.z()})) << face;
+    }
+    // Every direction is in exactly one face.
+    for (int i = 0; i < 200; ++i) {
+        const float longitude = float(i) * 2.39996f;
+        const float y = -0.995f + float(i) * 0.00995f;
+        const float across = std::sqrt(1 - y * y);
+        const QVector3D point =
+            light.position + 5 * QVector3D(across * std::cos(longitude), y, across * std::sin(longitude));
+        int faceCount = 0;
+        for (int face = 0; face < 6; ++face)
+            faceCount += isInside(shown(data, face, point));
+        EXPECT_EQ(faceCount, 1) << i;
+    }
+}
+
+TEST_F(ShadowMapManagerTest, lightsTakeConsecutiveLayers)
+{
+    Light sun;
+    sun.cascades = 2;
+    Light spot;
+    spot.type = Light::Spot;
+    spot.depthBias = 0.5f;
+    Light lamp;
+    lamp.type = Light::Point;
+    ShadowMapManager::processLights(listOf({&spot, &lamp, &sun}), data, &projection, &camera, &bounds);
+    EXPECT_EQ(data.layerCount, 9);
+    ASSERT_EQ(data.projectors.size(), 3);
+    EXPECT_EQ(data.transforms.size(), 9);
+    ASSERT_EQ(data.depthBiases.size(), 9);
+    const int expected[3][2] = {{0, 1}, {1, 6}, {7, 2}};
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(data.projectors[i].firstLayer, expected[i][0]);
+        EXPECT_EQ(data.projectors[i].layerCount, expected[i][1]);
+    }
+    EXPECT_EQ(data.depthBiases[0], 0.5f);
+    EXPECT_EQ(data.depthBiases[1], lamp.depthBias);
+}
+
+TEST_F(ShadowMapManagerTest, listsOfEveryKindAndWhatIsLeftOut)
+{
+    Light light;
+    light.type = Light::Spot;
+    QObject stranger;
+    const auto layersOf = [this](const QVariant &lights) {
+        ShadowMapManager::processLights(lights, data, nullptr, nullptr, nullptr);
+        EXPECT_EQ(data.transforms.size(), data.layerCount);
+        EXPECT_EQ(data.projectors.size(), data.layerCount);
+        return data.layerCount;
+    };
+    EXPECT_EQ(layersOf(QVariant::fromValue(&light)), 1);
+    EXPECT_EQ(layersOf(QVariant::fromValue<QObject *>(&light)), 1);
+    EXPECT_EQ(layersOf(QVariantList{QVariant::fromValue<QObject *>(&light), QVariant::fromValue(&light)}), 2);
+    EXPECT_EQ(layersOf(QVariant::fromValue(QList<QObject *>{&light, &light, &light})), 3);
+    EXPECT_EQ(layersOf(QVariantList{QVariant::fromValue<Light *>(nullptr), QVariant::fromValue<QObject *>(nullptr),
+                  QVariant(), 5, QStringLiteral("light"), QVariant::fromValue(&stranger), QVariant::fromValue(&light)}),
+        1);
+    EXPECT_EQ(layersOf(QVariant()), 0);
+    EXPECT_EQ(layersOf(QVariantList()), 0);
+    EXPECT_EQ(layersOf(5), 0);
+    EXPECT_EQ(layersOf(QStringLiteral("light")), 0);
+    EXPECT_EQ(layersOf(QVariant::fromValue<QObject *>(nullptr)), 0);
+    EXPECT_TRUE(data.depthBiases.isEmpty());
+}
+
+TEST_F(ShadowMapManagerTest, senselessValuesFallBackToDefaults)
+{
+    Light light;
+    Light defaults;
+    RenderData expected;
+    const auto expectDefault = [&] {
+        defaults.type = light.type;
+        ShadowMapManager::processLights(listOf({&light}), data, nullptr, nullptr, &bounds);
+        ShadowMapManager::processLights(listOf({&defaults}), expected, nullptr, nullptr, &bounds);
+        ASSERT_EQ(data.layerCount, expected.layerCount);
+        for (int i = 0; i < 16; ++i)
+            EXPECT_EQ(data.transforms[0].matrix[i], expected.transforms[0].matrix[i]);
+        light.direction = defaults.direction;
+        light.range = defaults.range;
+        light.coneAngle = defaults.coneAngle;
+    };
+    const float nan = std::nanf("");
+    for (const QVector3D &direction : {QVector3D(), QVector3D(nan, 0, 0)}) {
+        light.direction = direction;
+        expectDefault();
+    }
+    light.type = Light::Spot;
+    for (const float range : {0.0f, -1.0f, nan, INFINITY}) {
+        light.range = range;
+        expectDefault();
+    }
+    for (const float angle : {0.0f, -10.0f, 180.0f, 400.0f, nan}) {
+        light.coneAngle = angle;
+        expectDefault();
+    }
+}
+
+TEST_F(ShadowMapManagerTest, boundsThatAreNotFiniteCountAsNone)
+{
+    Light light;
+    const Bounds bad{{std::nanf(""), 0, 0}, {1, 1, 1}};
+    RenderData expected;
+    ShadowMapManager::processLights(listOf({&light}), data, nullptr, nullptr, &bad);
+    ShadowMapManager::processLights(listOf({&light}), expected, nullptr, nullptr, nullptr);
+    EXPECT_TRUE(std::equal(data.transforms[0].matrix, data.transforms[0].matrix + 16, expected.transforms[0].matrix));
+}
+
+TEST_F(ShadowMapManagerTest, renderDataTravelsInVariants)
+{
+    EXPECT_STREQ(QVariant::fromValue(&data).typeName(), "Velmora::Kvz::ShadowMapManager::RenderData*");
+    EXPECT_EQ(QVariant::fromValue<QObject *>(&data).value<RenderData *>(), &data);
+    EXPECT_EQ(data.projectionTexture(), nullptr);
+    Texture texture(nullptr);
+    data.setProjectionTexture(&texture);
+    Light light;
+    ShadowMapManager::processLights(listOf({&light}), data, nullptr, nullptr, nullptr);
+    EXPECT_EQ(data.projectionTexture(), &texture);
+    data.setProjectionTexture(nullptr);
+    EXPECT_EQ(light.property("coneAngle").toFloat(), 60.0f);
+    EXPECT_TRUE(light.setProperty("cascades", 5));
+    EXPECT_EQ(light.cascades, 5);
+}
+
+} // namespace
+
+} // namespace Velmora::Kvz

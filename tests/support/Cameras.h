@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QSize>
+#include <QtGui/QMatrix4x4>
+#include <QtGui/QVector3D>
+
+namespace Velmora::Kvz {
+
+/// The world to camera matrix of an eye that looks at `center`, +y upwards.
+inline QMatrix4x4 lookAt(const QVector3D &eye, const QVector3D &center)
+{
+    QMatrix4x4 camera;
+    camera.lookAt(eye, center, QVector3D(0, 1, 0));
+    return camera;
+}
+
+/// A projection of 50 degrees from bottom to top.
+inline QMatrix4x4 perspective(const QSize &size, float nearPlane, float farPlane)
+{
+    QMatrix4x4 projection;
+    projection.perspective(50, float(size.width()) / float(size.height()), nearPlane, farPlane);
+    return projection;
+}
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <epoxy/gl.h>
+
+#include <functional>
+#include <tuple>
+#include <type_traits>
+#include <vector>
+
+namespace Velmora::Kvz {
+
+/// Stands in the place of a GL function while it lives and notes every call that any library of the process makes through
+/// it. Calls go on to the driver unless `replacement` is set. One at a time for each function.
+///
+///     GLCallRecorder<&epoxy_glViewport> viewports;
+///     pass.start(nullptr);
+///     EXPECT_EQ(viewports.calls.size(), 1u);
+template <auto Entry, typename Function = std::remove_pointer_t<decltype(Entry)>> class GLCallRecorder;
+
+template <auto Entry, typename Result, typename... Arguments> class GLCallRecorder<Entry, Result (*)(Arguments...)>
+{
+public:
+    using Call = std::tuple<Arguments...>;
+
+    GLCallRecorder()
+    {
+        s_active = this;
+        *Entry = &record;
+    }
+    ~GLCallRecorder()
+    {
+        *Entry = m_driver;
+        s_active = nullptr;
+    }
+    GLCallRecorder(const GLCallRecorder &) = delete;
+    GLCallRecorder &operator=(const GLCallRecorder &) = delete;
+
+    /// Calls the driver's function.
+    Result forward(Arguments... arguments)
+    {
+        // The loader finds a function at its first call and writes what it found over the pointer.
+        struct TakePlaceAgain
+        {
+            GLCallRecorder *recorder;
+            ~TakePlaceAgain()
+            {
+                if (*Entry != &record)
+                    recorder->m_driver = *Entry;
+                *Entry = &record;
+            }
+        } takePlaceAgain{this};
+        return m_driver(arguments...);
+    }
+
+    std::vector<Call> calls;
+    std::function<void(Arguments...)> onCall; ///< Called first, with each call's arguments.
+    std::function<Result(Arguments...)> replacement; ///< Called instead of the driver.
+
+private:
+    static Result record(Arguments... arguments)
+    {
+        s_active->calls.emplace_back(arguments...);
+        if (s_active->onCall)
+            s_active->onCall(arguments...);
+        return s_active->replacement ? s_active->replacement(arguments...) : s_active->forward(arguments...);
+    }
+
+    static inline GLCallRecorder *s_active = nullptr;
+    Result (*m_driver)(Arguments...) = *Entry;
+};
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: MIT
+#include "RayCast.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+constexpr double edgeMargin = 0.05; // Pixels.
+
+Vector3d divided(const Vector4d &v)
+{
+    return xyz(v) * (1 / v[3]);
+}
+
+} // namespace
+
+RayCaster::RayCaster(
+    const QVector<RayCastItem> &items, const QMatrix4x4 &projection, const QMatrix4x4 &camera, const QSize &size)
+    : m_viewProjection(DoubleMatrix(projection) * DoubleMatrix(camera)),
+      m_inverse(m_viewProjection.inverted()),
+      m_size(size)
+{
+    for (int item = 0; item < items.size(); ++item) {
+        const MeshData &mesh = items[item].mesh;
+        const int corners = mesh.indices.isEmpty() ? mesh.positions.size() : mesh.indices.size();
+        for (int number = 0; number < corners / 3; ++number)
+            addTriangle(items[item], item, number);
+    }
+}
+
+void RayCaster::addTriangle(const RayCastItem &item, int itemNumber, int number)
+{
+    const DoubleMatrix model(item.modelMatrix);
+    Triangle triangle;
+    triangle.item = itemNumber;
+    triangle.number = number;
+    for (size_t i = 0; i < 3; ++i) {
+        const int corner = 3 * number + int(i);
+        const int vertex = item.mesh.indices.isEmpty() ? corner : int(item.mesh.indices[corner]);
+        triangle.corners[i] = divided(model * withW(toDouble(item.mesh.positions[vertex]), 1));
+        triangle.normals[i] = toDouble(item.mesh.normals[vertex]);
+        const QVector2D texCoord = item.mesh.texCoords[vertex];
+        triangle.texCoords[i] = {double(texCoord.x()), double(texCoord.y())};
+    }
+    boundOnImage(triangle);
+    m_triangles.append(triangle);
+}
+
+void RayCaster::boundOnImage(Triangle &triangle) const
+{
+    std::array<double, 3> x;
+    std::array<double, 3> y;
+    for (size_t i = 0; i < 3; ++i) {
+        const Vector4d clip = m_viewProjection * withW(triangle.corners[i], 1);
+        if (clip[3] <= 0)
+            return;
+        x[i] = (clip[0] / clip[3] + 1) / 2 * m_size.width();
+        y[i] = (clip[1] / clip[3] + 1) / 2 * m_size.height();
+    }
+    const auto [left, right] = std::minmax_element(x.begin(), x.end());
+    const auto [bottom, top] = std::minmax_element(y.begin(), y.end());
+    triangle.left = *left - 1;
+    triangle.right = *right + 1;
+    triangle.bottom = *bottom - 1;
+    triangle.top = *top + 1;
+}
+
+RayHit RayCaster::cast(double x, double y) const
+{
+    const double deviceX = 2 * x / m_size.width() - 1;
+    const double deviceY = 2 * y / m_size.height() - 1;
+    const Vector3d origin = divided(m_inverse * Vector4d{deviceX, deviceY, -1, 1});
+    const Vector3d direction = divided(m_inverse * Vector4d{deviceX, deviceY, 1, 1}) - origin;
+
+    RayHit hit;
+    hit.depth = std::numeric_limits<double>::infinity();
+    for (const Triangle &triangle : m_triangles) {
+        if (x < triangle.left || x > triangle.right || y < triangle.bottom || y > triangle.top)
+            continue;
+        // The point of the ray that is also corner 0 + u * edge 1 + v * edge 2.
+        const Vector3d edge1 = triangle.corners[1] - triangle.corners[0];
+        const Vector3d edge2 = triangle.corners[2] - triangle.corners[0];
+        const Vector3d p = cross(direction, edge2);
+        const double determinant = dot(edge1, p);
+        if (determinant == 0)
+            continue;
+        const Vector3d fromCorner = origin - triangle.corners[0];
+        const double u = dot(fromCorner, p) / determinant;
+        const Vector3d q = cross(fromCorner, edge1);
+        const double v = dot(direction, q) / determinant;
+        const double t = dot(edge2, q) / determinant;
+        // The ray runs from the near plane, at 0, to the far plane, at 1.
+        if (u < 0 || v < 0 || u + v > 1 || t < 0 || t > 1)
+            continue;
+        const double depth = (divided(m_viewProjection * withW(origin + direction * t, 1))[2] + 1) / 2;
+        if (depth >= hit.depth)
+            continue;
+        const std::array<double, 3> weights = {1 - u - v, u, v};
+        hit = RayHit();
+        hit.item = triangle.item;
+        hit.triangle = triangle.number;
+        hit.depth = depth;
+        for (size_t i = 0; i < 3; ++i) {
+            hit.normal = hit.normal + triangle.normals[i] * weights[i];
+            hit.texCoord[0] += triangle.texCoords[i][0] * weights[i];
+            hit.texCoord[1] += triangle.texCoords[i][1] * weights[i];
+        }
+    }
+    return hit.isGeometry() ? hit : RayHit();
+}
+
+RayCastCoverage RayCaster::compareClearPixels(
+    double leastShare, int leastGeometry, const std::function<void(int x, int y, const RayHit &hit)> &compare) const
+{
+    RayCastCoverage coverage;
+    coverage.pixels = m_size.width() * m_size.height();
+    for (int y = 0; y < m_size.height(); ++y) {
+        for (int x = 0; x < m_size.width(); ++x) {
+            const RayHit hit = cast(x + 0.5, y + 0.5);
+            bool isClear = true;
+            for (const double dx : {-edgeMargin, edgeMargin}) {
+                for (const double dy : {-edgeMargin, edgeMargin})
+                    isClear = isClear && hit.isOnSameTriangle(cast(x + 0.5 + dx, y + 0.5 + dy));
+            }
+            if (!isClear)
+                continue;
+            ++coverage.compared;
+            coverage.geometry += hit.isGeometry() ? 1 : 0;
+            compare(x, y, hit);
+        }
+    }
+    std::printf("[ COMPARED ] %d of %d pixels, %d of them with geometry\n", coverage.compared, coverage.pixels,
+        coverage.geometry);
+    EXPECT_GE(coverage.compared, leastShare * coverage.pixels) << "too few pixels are clear of edges";
+    EXPECT_GE(coverage.geometry, leastGeometry) << "too few of the compared pixels show geometry";
+    return coverage;
+}
+
+double RayCaster::texelsPerPixel(double x, double y, const QSize &imageSize) const
+{
+    // Close enough to stay on the triangle, at all pixels clear of edges.
+    const double step = edgeMargin / 2;
+    const RayHit here = cast(x, y);
+    if (!here.isGeometry())
+        return 0;
+    const auto texelsTo = [&](double dx, double dy) {
+        const RayHit there = cast(x + dx, y + dy);
+        return std::hypot((there.texCoord[0] - here.texCoord[0]) * imageSize.width(),
+                   (there.texCoord[1] - here.texCoord[1]) * imageSize.height())
+            / step;
+    };
+    return std::max(texelsTo(step, 0), texelsTo(0, step));
+}
+
+} // namespace Velmora::Kvz
