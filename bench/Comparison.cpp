@@ -55,6 +55,7 @@ void compareWithFloor(benchmark::State &state, const std::function<void()> &fram
     Times raw;
     for (auto _ : state) {
         raw.measure([&floor] { floor.replay(); });
+        DrawRecorder::unbind();
         pass.measure(frame);
         state.SetIterationTime(pass.done.back());
     }

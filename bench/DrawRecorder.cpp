@@ -268,4 +268,12 @@ void DrawRecorder::replay() const
     }
 }
 
+void DrawRecorder::unbind()
+{
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    glUseProgram(0);
+    glBindVertexArray(0);
+    glActiveTexture(GL_TEXTURE0);
+}
+
 } // namespace Velmora::Kvz

@@ -26,6 +26,8 @@ public:
     void end();
     /// Issues all that was recorded: what changes from one call to the next is set, nothing else.
     void replay() const;
+    /// Leaves nothing of the replay bound: a program that is deleted while it is current could not be bound again.
+    static void unbind();
     /// How many draws, clears and blits were recorded.
     int commandCount() const { return int(m_commands.size()); }
 

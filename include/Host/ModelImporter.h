@@ -41,12 +41,12 @@ struct KVZ_HOST_EXPORT ImportedScene
 /// Reads a model file: OBJ with MTL, glTF and GLB, PLY, STL, 3DS and whatever else assimp knows. Needs no context.
 ///
 /// What a file leaves out is made:
-/// - Normals are smooth, but edges sharper than 80 degrees stay hard.
+/// - Normals are smooth, the mean of the triangles around a point by their angles; edges sharper than 80 degrees stay hard.
 /// - Texture coordinates are a box projection: each triangle along the axis that it faces most, one texture to the
 ///   largest extent of the mesh.
 /// - Meshes without a material are light grey with a soft highlight.
 ///
-/// Nodes become items: a mesh with two parents is one mesh and two items. Points, lines, cameras, lights, vertex
+/// Nodes become items: a mesh with two parents is one mesh and two items. Triangles without area, points, lines, cameras, lights, vertex
 /// colours, bones and animations are left out. Y is taken as up; 3DS files, where Z is up, are turned.
 ///
 /// Materials keep their MTL values; an exponent of 0, which formats without one report, means no highlight. Materials

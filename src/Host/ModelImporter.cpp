@@ -6,7 +6,6 @@
 #include <assimp/GltfMaterial.h>
 #include <assimp/Importer.hpp>
 #include <assimp/LogStream.hpp>
-#include <assimp/config.h>
 #include <assimp/material.h>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
@@ -16,18 +15,21 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QHash>
 #include <QtCore/QUrl>
+#include <QtCore/QtMath>
 #include <QtGui/QColor>
 #include <QtGui/QImageReader>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <tuple>
 
 namespace Velmora::Kvz {
 
 namespace {
 
 constexpr float creaseAngle = 80; // degrees; keeps the edges of a box hard
+constexpr int largestFan = 256; // faces around a point that are compared each with each
 const QString noTriangles = QStringLiteral("no triangles");
 
 /// What stands in for the material of a mesh without one.
@@ -473,58 +475,125 @@ const aiVector3D *textureCoordinates(const aiMesh &mesh, const aiMaterial &mater
     return mesh.mTextureCoords[set > 0 && mesh.HasTextureCoords(unsigned(set)) ? set : 0];
 }
 
+/// A triangle of a mesh: its corners as vertex numbers and the side it faces.
+struct Triangle
+{
+    unsigned corners[3];
+    QVector3D normal;
+};
+
+/// The triangles with an area; `cut` counts faces with fewer corners.
+QVector<Triangle> trianglesOf(const aiMesh &mesh, int *cut)
+{
+    QVector<Triangle> triangles;
+    triangles.reserve(int(mesh.mNumFaces));
+    for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+        const aiFace &face = mesh.mFaces[f];
+        if (face.mNumIndices != 3) {
+            ++*cut;
+            continue;
+        }
+        Triangle triangle{{face.mIndices[0], face.mIndices[1], face.mIndices[2]}, QVector3D()};
+        const QVector3D a = toQVector(mesh.mVertices[triangle.corners[0]]);
+        const QVector3D b = toQVector(mesh.mVertices[triangle.corners[1]]);
+        const QVector3D c = toQVector(mesh.mVertices[triangle.corners[2]]);
+        triangle.normal = unit(QVector3D::crossProduct(unit(b - a), unit(c - a)));
+        if (!triangle.normal.isNull())
+            triangles.append(triangle);
+    }
+    return triangles;
+}
+
+/// Normals for each corner of each triangle: the mean of the triangles that meet there, each by its angle there, without
+/// those across a hard edge.
+QVector<QVector3D> smoothNormals(const aiMesh &mesh, const QVector<Triangle> &triangles)
+{
+    struct Corner
+    {
+        QVector3D position;
+        QVector3D weighted; // normal of its triangle times the angle
+        int number;
+    };
+    QVector<Corner> corners;
+    corners.reserve(3 * triangles.size());
+    for (int t = 0; t < triangles.size(); ++t) {
+        for (int c = 0; c < 3; ++c) {
+            const QVector3D position = toQVector(mesh.mVertices[triangles[t].corners[c]]);
+            const QVector3D next = unit(toQVector(mesh.mVertices[triangles[t].corners[(c + 1) % 3]]) - position);
+            const QVector3D last = unit(toQVector(mesh.mVertices[triangles[t].corners[(c + 2) % 3]]) - position);
+            const float angle = std::acos(qBound(-1.0f, QVector3D::dotProduct(next, last), 1.0f));
+            corners.append({position, triangles[t].normal * angle, 3 * t + c});
+        }
+    }
+    const auto place = [](const Corner &corner) {
+        return std::make_tuple(corner.position.x(), corner.position.y(), corner.position.z());
+    };
+    std::sort(corners.begin(), corners.end(), [&](const Corner &a, const Corner &b) { return place(a) < place(b); });
+
+    QVector<QVector3D> normals(corners.size());
+    const float limit = std::cos(qDegreesToRadians(creaseAngle));
+    for (auto first = corners.cbegin(); first != corners.cend();) {
+        const auto last =
+            std::find_if(first, corners.cend(), [&](const Corner &c) { return place(c) != place(*first); });
+        for (auto corner = first; corner != last; ++corner) {
+            const QVector3D own = triangles[corner->number / 3].normal;
+            QVector3D sum;
+            for (auto other = first; other != last; ++other) {
+                const QVector3D face = triangles[other->number / 3].normal;
+                if (last - first > largestFan || QVector3D::dotProduct(own, face) >= limit)
+                    sum += other->weighted;
+            }
+            normals[corner->number] = unit(sum);
+        }
+        first = last;
+    }
+    return normals;
+}
+
 MeshData SceneReader::readMesh(const aiMesh &source)
 {
     MeshData mesh;
-    if (source.mNumVertices == 0)
-        return mesh;
-    const aiVector3D *texCoords = textureCoordinates(source, *m_source->mMaterials[source.mMaterialIndex]);
-    const BoxProjection projection(source);
-    QHash<Vertex, quint32> numbers;
-    numbers.reserve(int(source.mNumVertices));
-    mesh.indices.reserve(int(source.mNumFaces) * 3);
-    unsigned cut = 0;
-
-    for (unsigned f = 0; f < source.mNumFaces; ++f) {
-        const aiFace &face = source.mFaces[f];
-        if (face.mNumIndices != 3) {
-            ++cut;
-            continue;
-        }
-        const QVector3D corner = toQVector(source.mVertices[face.mIndices[0]]);
-        const QVector3D faceNormal =
-            unit(QVector3D::crossProduct(unit(toQVector(source.mVertices[face.mIndices[1]]) - corner),
-                unit(toQVector(source.mVertices[face.mIndices[2]]) - corner)));
-        for (unsigned c = 0; c < 3; ++c) {
-            const unsigned i = face.mIndices[c];
-            Vertex vertex;
-            vertex.position = toQVector(source.mVertices[i]);
-            const QVector3D normal = source.mNormals ? unit(toQVector(source.mNormals[i])) : QVector3D();
-            vertex.normal = normal.isNull() ? faceNormal : normal;
-            vertex.texCoord =
-                texCoords ? QVector2D(texCoords[i].x, texCoords[i].y) : projection.project(vertex.position, faceNormal);
-            if (!std::isfinite(vertex.texCoord.x()) || !std::isfinite(vertex.texCoord.y()))
-                vertex.texCoord = QVector2D();
-
-            const auto known = numbers.constFind(vertex);
-            if (known != numbers.constEnd()) {
-                mesh.indices.append(known.value());
-                continue;
-            }
-            const auto next = quint32(mesh.positions.size());
-            numbers.insert(vertex, next);
-            mesh.indices.append(next);
-            mesh.positions.append(vertex.position);
-            mesh.normals.append(vertex.normal);
-            mesh.texCoords.append(vertex.texCoord);
-        }
-    }
+    int cut = 0;
+    const QVector<Triangle> triangles = trianglesOf(source, &cut);
 
     // In a mesh of triangles alone a face with fewer corners was cut off; elsewhere points and lines are meant.
     constexpr unsigned pointsAndLines = aiPrimitiveType_POINT | aiPrimitiveType_LINE;
     if (cut > 0 && !(source.mPrimitiveTypes & pointsAndLines))
         warn(QStringLiteral("%1: faces with fewer than 3 corners are left out (%2); is the file truncated?")
                  .arg(meshName(source), QString::number(cut)));
+    if (triangles.isEmpty())
+        return mesh;
+
+    const aiVector3D *texCoords = textureCoordinates(source, *m_source->mMaterials[source.mMaterialIndex]);
+    const BoxProjection projection(source);
+    const QVector<QVector3D> made = source.mNormals ? QVector<QVector3D>() : smoothNormals(source, triangles);
+    QHash<Vertex, quint32> numbers;
+    numbers.reserve(int(source.mNumVertices));
+    mesh.indices.reserve(3 * triangles.size());
+    for (int corner = 0; corner < 3 * triangles.size(); ++corner) {
+        const Triangle &triangle = triangles[corner / 3];
+        const unsigned i = triangle.corners[corner % 3];
+        const QVector3D normal = source.mNormals ? unit(toQVector(source.mNormals[i])) : made[corner];
+        Vertex vertex;
+        vertex.position = toQVector(source.mVertices[i]);
+        vertex.normal = normal.isNull() ? triangle.normal : normal;
+        vertex.texCoord = texCoords ? QVector2D(texCoords[i].x, texCoords[i].y)
+                                    : projection.project(vertex.position, triangle.normal);
+        if (!std::isfinite(vertex.texCoord.x()) || !std::isfinite(vertex.texCoord.y()))
+            vertex.texCoord = QVector2D();
+
+        const auto known = numbers.constFind(vertex);
+        if (known != numbers.constEnd()) {
+            mesh.indices.append(known.value());
+            continue;
+        }
+        const auto next = quint32(mesh.positions.size());
+        numbers.insert(vertex, next);
+        mesh.indices.append(next);
+        mesh.positions.append(vertex.position);
+        mesh.normals.append(vertex.normal);
+        mesh.texCoords.append(vertex.texCoord);
+    }
     return mesh;
 }
 
@@ -589,7 +658,6 @@ bool importModel(const QString &file, ImportedScene *scene, QString *error)
     Assimp::Importer importer;
     QStringList missingLibraries;
     importer.SetIOHandler(new MaterialLibraryWatcher(&missingLibraries)); // the importer owns it
-    importer.SetPropertyFloat(AI_CONFIG_PP_GSN_MAX_SMOOTHING_ANGLE, creaseAngle);
 
     // Post-processing trusts its input, so what was read is checked before.
     const aiScene *source = importer.ReadFile(QFile::encodeName(file).constData(), 0);
@@ -600,8 +668,7 @@ bool importModel(const QString &file, ImportedScene *scene, QString *error)
     const QString problem = SceneReader::findProblem(source);
     if (!problem.isEmpty())
         return refuse(problem);
-    source = importer.ApplyPostProcessing(
-        aiProcess_Triangulate | aiProcess_GenUVCoords | aiProcess_TransformUVCoords | aiProcess_GenSmoothNormals);
+    source = importer.ApplyPostProcessing(aiProcess_Triangulate | aiProcess_GenUVCoords | aiProcess_TransformUVCoords);
     if (!source || !source->mRootNode)
         return refuse(loaderReason(importer, file));
 

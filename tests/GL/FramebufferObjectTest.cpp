@@ -146,8 +146,9 @@ TEST_F(FramebufferObjectTest, attachesLevels)
     Texture texture(GL_TEXTURE_2D, GL_RGBA8, 8, 4, 0, nullptr);
     {
         AutoBinder binder(&texture);
-        for (int level = 0; level < 3; ++level)
-            glTexImage2D(GL_TEXTURE_2D, level, GL_RGBA8, 8 >> level, 4 >> level, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+        for (int level = 0; level < 4; ++level)
+            glTexImage2D(GL_TEXTURE_2D, level, GL_RGBA8, qMax(1, 8 >> level), qMax(1, 4 >> level), 0, GL_RGBA,
+                GL_UNSIGNED_BYTE, nullptr);
     }
     AutoBinder binder(&framebuffer);
     framebuffer.attach(&texture, GL_COLOR_ATTACHMENT0, 2);

@@ -175,7 +175,40 @@ TEST(ModelImporterTest, madeNormalsAreSmoothOnABall)
     const MeshData &mesh = scene.meshes[0];
     ASSERT_GT(mesh.positions.size(), 1000);
     for (int i = 0; i < mesh.positions.size(); ++i)
-        expectNear(mesh.normals[i], mesh.positions[i].normalized(), 0.05f);
+        expectNear(mesh.normals[i], mesh.positions[i].normalized(), 0.01f);
+}
+
+TEST(ModelImporterTest, madeNormalsOfAPointWithManyTrianglesTakeLinearTime)
+{
+    const int count = 50000;
+    QByteArray obj = "v 0 1 0\n";
+    for (int i = 0; i < count; ++i)
+        obj += QStringLiteral("v %1 0 %2\n")
+                   .arg(std::sin(2 * M_PI * i / count))
+                   .arg(std::cos(2 * M_PI * i / count))
+                   .toLatin1();
+    for (int i = 0; i < count; ++i)
+        obj += QStringLiteral("f 1 %1 %2\n").arg(i + 2).arg((i + 1) % count + 2).toLatin1();
+    TemporaryFolder folder;
+    QElapsedTimer timer;
+    timer.start();
+    const MeshData mesh = import(folder.write("cone.obj", obj)).meshes.value(0);
+    EXPECT_LT(timer.elapsed(), 10000);
+    EXPECT_GT(mesh.positions.size(), count);
+    for (int i = 0; i < mesh.positions.size(); ++i) {
+        if (mesh.positions[i] == QVector3D(0, 1, 0)) {
+            expectNear(mesh.normals[i], {0, 1, 0}, 0.01f);
+        }
+    }
+}
+
+TEST(ModelImporterTest, trianglesWithoutAreaAreLeftOut)
+{
+    TemporaryFolder folder;
+    const MeshData mesh = import(folder.write("a.obj", triangle + "f 1 2 2\nf 3 3 3\n")).meshes.value(0);
+    EXPECT_EQ(mesh.indices.size(), 3);
+    for (const QVector3D &normal : mesh.normals)
+        EXPECT_EQ(normal, QVector3D(0, 0, 1));
 }
 
 TEST(ModelImporterTest, madeTextureCoordinatesCoverEachSideOfACubeOnce)
@@ -444,6 +477,7 @@ INSTANTIATE_TEST_SUITE_P(All, BadModelFileTest,
     ::testing::Values(BadFile{"empty", "a.obj", "", "small"},
         BadFile{"unknownType", "a.xyz", "hello\n", "unknown type"}, BadFile{"noSuffix", "a", "hello\n", "unknown type"},
         BadFile{"objWithoutFaces", "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\n", "no triangles"},
+        BadFile{"objOfTrianglesWithoutArea", "a.obj", "v 0 0 0\nv 1 0 0\nv 2 0 0\nf 1 2 3\nf 1 1 2\n", "no triangles"},
         BadFile{"objOfLines", "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nl 1 2\n", "no triangles"},
         BadFile{"objIndexPastTheEnd", "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 4\n", "index out of range"},
         BadFile{"objIndexBeforeTheStart", "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 -4\n", "index out of range"},
@@ -455,7 +489,7 @@ INSTANTIATE_TEST_SUITE_P(All, BadModelFileTest,
         BadFile{"plyNegativeIndex", "a.ply", plyHeader + plyVertices + "3 0 1 2\n3 1 3 -2\n",
             "face 1 has index -2, past the end of 4 vertices"},
         BadFile{"plyCutInItsHeader", "a.ply", plyHeader.left(60), "truncated"},
-        BadFile{"plyCutInItsVertices", "a.ply", plyHeader + plyVertices.left(10), "truncated"},
+        BadFile{"plyCutInItsVertices", "a.ply", plyHeader + plyVertices.left(10), "triangles"},
         BadFile{"gltfIndexPastTheEnd", "a.gltf", gltfWithIndexPastTheEnd(), "index past the end"},
         BadFile{"gltfCut", "a.gltf", gltfWithIndexPastTheEnd().left(400), "a.gltf"},
         BadFile{"gltfMatrixNotFinite", "a.gltf",

@@ -18,8 +18,8 @@ namespace Velmora::Kvz {
 
 namespace {
 
-const int width = 160;
-const int height = 120;
+const int width = 320;
+const int height = 240;
 const char frame[] = "Kvz_KvzTexture*_Frame";
 
 /// A square in the plane of z, turned to the camera.
@@ -173,20 +173,20 @@ TEST_F(ReadyChainsTest, thePrimitivesChainShowsQuadsAndCubes)
         return int(*ids.at(pixel.x(), pixel.y()));
     };
     // Triangles are numbered from 1: two of the quad, then twelve of each cube. The cubes' front faces are the second ones.
-    const int quad = idAt({-0.9f, 1, -1});
+    const int quad = idAt({0.9f, 0.7f, -0.5f});
     EXPECT_TRUE(quad == 1 || quad == 2) << quad;
-    const int first = idAt({-0.6f, -0.3f, 0.5f});
+    const int first = idAt({-0.8f, -0.5f, 0.5f});
     EXPECT_TRUE(first == 5 || first == 6) << first;
-    const int second = idAt({0.6f, 0.4f, 0.5f});
+    const int second = idAt({0.5f, -0.6f, 0.7f});
     EXPECT_TRUE(second == 17 || second == 18) << second;
-    const int third = idAt({0.5f, -0.7f, 0.6f});
+    const int third = idAt({-0.5f, 0.7f, 0.8f});
     EXPECT_TRUE(third == 29 || third == 30) << third;
     EXPECT_EQ(int(*ids.at(0, 0)), 0);
 
     // The front of a cube faces the light at (100, 100, 100), the quad's back does not.
-    const QPoint front = pixelOf({-0.6f, -0.3f, 0.5f});
+    const QPoint front = pixelOf({-0.8f, -0.5f, 0.5f});
     EXPECT_GT(screen.pixel(front.x(), front.y()).x(), 0.3);
-    const QPoint back = pixelOf({-0.9f, 1, -1});
+    const QPoint back = pixelOf({0.9f, 0.7f, -0.5f});
     EXPECT_EQ(screen.pixel(back.x(), back.y()).x(), 0);
 }
 

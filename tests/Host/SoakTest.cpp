@@ -2,6 +2,7 @@
 // Thousands of frames: nothing may grow.
 #include "support/GLTest.h"
 
+#include <GL/FramebufferObject.h>
 #include <GL/GLStatistics.h>
 #include <GL/TextureManager.h>
 #include <Host/ChainLibrary.h>
@@ -10,6 +11,7 @@
 
 #include <QtCore/QFile>
 
+#include <epoxy/gl.h>
 #include <unistd.h>
 
 namespace Velmora::Kvz {
@@ -61,17 +63,21 @@ TEST_F(SoakTest, tenThousandFramesWithResizesAndAToggledPassEndWhereTheyBegan)
     const QString toggled = QStringLiteral("over");
     ASSERT_GE(description.findPass(toggled), 0);
     const QSharedPointer<GPUModel> model = createTriangle();
-    Texture *const screen = TextureManager::Instance()->colorTexture(Qt::black);
+    const std::unique_ptr<Texture> screen = makeTexture(Image(64, 48), GL_RGBA8);
+    FramebufferObject framebuffer;
+    framebuffer.bind();
+    framebuffer.attach(screen.get(), GL_COLOR_ATTACHMENT0, 0);
+    framebuffer.unbind();
     RenderChain chain;
     ASSERT_TRUE(chain.setDescription(description)) << qPrintable(chain.errorString());
     chain.setModel(model.data());
+    chain.setFramebuffer(&framebuffer);
     QMatrix4x4 camera;
     camera.translate(0, 0, -3);
     QMatrix4x4 projection;
     projection.perspective(45, 1, 0.1f, 10);
     chain.setCamera(camera, projection);
     ASSERT_TRUE(chain.addExport(QStringLiteral("soak"), {toggled, QStringLiteral("Kvz_KvzTexture*_Frame")}));
-    ASSERT_NE(screen, nullptr);
 
     const auto totals = [] {
         const TextureManager::PoolStatistics pool = TextureManager::Instance()->poolStatistics();

@@ -506,8 +506,9 @@ TEST_F(BlendRenderPassTest, combinesPicturesInPlace)
                 mode % 7 * size + i % size, (3 - mode / 7) * size + i / size, image.pixel(i % size, i / size));
         const bool divides = mode == BlendRenderPass::ColorDodge || mode == BlendRenderPass::ColorBurn
             || mode == BlendRenderPass::SoftLight;
-        if (!divides)
+        if (!divides) {
             EXPECT_EQ(mismatch(mode, image, source, destination), std::string()) << "mode " << mode;
+        }
     }
     saveForViewing(sheet, QStringLiteral("blend-modes"));
 }

@@ -104,6 +104,7 @@ void compareWithFormula(const Image &frame, const Image &normals, const Image &d
     }
     const int pixels = frame.width * frame.height;
     std::printf("[ COMPARED ] %d pixels, %d of them lit and not saturated\n", pixels, lit);
+    std::printf("ERR %g steps\n", error*255);
     EXPECT_LE(error, tolerance);
     for (int i = 0; i < mistakes.size(); ++i)
         EXPECT_GE(changed[i], telltale * pixels) << "mistake " << mistakes[i] << " would not show";
@@ -139,7 +140,7 @@ TEST_F(DeferredRenderPassTest, shadesAGeometryBufferByItsFormula)
     for (QVector3D &position : ball.positions)
         position = position * 15 + QVector3D(40, 10, 20);
     const std::unique_ptr<DrawBuffers> ballBuffers = makeDrawBuffers(ball);
-    const QMatrix4x4 camera = lookAt(QVector3D(50, 45, 100), QVector3D(2, 2, 0));
+    const QMatrix4x4 camera = lookAt(QVector3D(-55, 45, 100), QVector3D(2, 2, 0));
     const QMatrix4x4 projection = perspective(size, 10, 400);
 
     GBufferRenderPass geometry;
@@ -183,8 +184,9 @@ TEST_F(DeferredRenderPassTest, shadesAnyBufferByItsFormula)
     }
     const std::unique_ptr<Texture> normal = makeTexture(normals, GL_RGB32F);
     const std::unique_ptr<Texture> depth = makeTexture(depths, GL_DEPTH_COMPONENT32F);
-    // With these numbers the positions that come of the transposed inverse lie at the light's own distance.
-    QMatrix4x4 projection(0.9f, 0.1f, 0.3f, 20, 0, 1.2f, -0.2f, -30, 0.2f, 0, 0.8f, 15, 0.01f, 0.02f, 0.03f, 1.5f);
+    // The transposed inverse of this projection puts positions at the light's own distance, and far apart by their depths.
+    const QMatrix4x4 toPosition(40, 5, 80, 20, -10, 60, -70, 30, 20, -15, 90, 10, 0.05f, 0.1f, 0.2f, 1);
+    const QMatrix4x4 projection = toPosition.transposed().inverted();
     QMatrix4x4 camera = lookAt(QVector3D(20, 60, -30), QVector3D(1, 2, 3));
     camera.scale(1.2f, 0.8f, 1.1f);
 

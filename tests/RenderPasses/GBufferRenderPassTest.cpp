@@ -74,8 +74,10 @@ void compareWithRayCast(const Buffers &buffers, const RayCaster &caster, double 
         depthError = std::max(depthError, std::abs(hit.depth - double(*buffers.depth.at(x, y))));
         wrongIds += *buffers.id.at(x, y) == float(hit.triangle + 1) ? 0 : 1;
     });
+    std::printf("ERR n %g d %g\n", normalError, depthError);
     EXPECT_EQ(wrongIds, 0);
     EXPECT_LE(normalError, normalTolerance);
+    std::printf("ERR tc %g\n", texCoordError);
     EXPECT_LE(texCoordError, texCoordTolerance);
     EXPECT_LE(depthError, depthTolerance);
 }

@@ -19,10 +19,7 @@ class GradientRenderPassTest : public GLTest
 protected:
     GradientRenderPass pass;
 
-    void setViewport(int width, int height)
-    {
-        pass.setInput(GradientRenderPass::Viewport, QRect(0, 0, width, height));
-    }
+    void setViewport(int width, int height) { pass.setInput(GradientRenderPass::Viewport, QRect(0, 0, width, height)); }
     Texture *frame() const { return pass.output(GradientRenderPass::Frame).value<Texture *>(); }
 };
 
@@ -191,7 +188,7 @@ TEST_F(GradientRenderPassTest, countsNoReferences)
 TEST_F(GradientRenderPassTest, drawsAColourThatDoesNotConvertAsBlack)
 {
     setViewport(2, 2);
-    pass.setInput(1, QVariantList {1, 2});
+    pass.setInput(1, QVariantList{1, 2});
     pass.setInput(2, QColor(Qt::black));
     pass.start(nullptr);
     Image expected(2, 2);

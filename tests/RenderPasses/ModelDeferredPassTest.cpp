@@ -79,6 +79,7 @@ void compareWithFormula(const Image &frame, const Image &diffuse, const Image &s
         }
     }
     std::printf("[ COMPARED ] %d pixels, %d of them lit and not saturated\n", frame.width * frame.height, lit);
+    std::printf("ERR %g steps\n", error*255);
     EXPECT_LE(error, tolerance);
     EXPECT_GE(lit, frame.width * frame.height / 5);
 }

@@ -39,17 +39,17 @@ public:
     /// Calls the driver's function.
     Result forward(Arguments... arguments)
     {
-        // The loader finds a function at its first call and writes what it found over the pointer.
-        struct TakePlaceAgain
+        // The loader finds a function at its first call, writes it over the pointer and calls through that.
+        struct StepAside
         {
             GLCallRecorder *recorder;
-            ~TakePlaceAgain()
+            ~StepAside()
             {
-                if (*Entry != &record)
-                    recorder->m_driver = *Entry;
+                recorder->m_driver = *Entry;
                 *Entry = &record;
             }
-        } takePlaceAgain{this};
+        } stepAside{this};
+        *Entry = m_driver;
         return m_driver(arguments...);
     }
 

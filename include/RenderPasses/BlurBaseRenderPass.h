@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <RenderPasses/RenderPassProxy.h>
+
+#include <QtCore/QSharedPointer>
+#include <QtCore/QString>
+#include <QtCore/QVector>
+
+namespace Velmora::Kvz {
+
+class DrawBuffers;
+class FramebufferObject;
+class ShaderProgram;
+class Texture;
+
+/// What the passes share that blur by a Gaussian in two draws, one along each axis: the kernel, the programs that are built
+/// for it, and their basic GLSL. It has no ports, and a host never makes one.
+///
+/// The kernel's standard deviation is the blur radius, in texels of the target. Neighbouring samples are folded into one
+/// read between two texels, so a draw with `m_weights.size()` taps reads its image `2 * m_weights.size() - 1` times for
+/// each pixel. That rests on linear filters, which the passes set on every texture they blur and leave on it.
+///
+/// The folding is that of D. Rákos, "Efficient Gaussian blur with linear sampling" (2010).
+class KVZ_RENDERPASSES_EXPORT BlurBaseRenderPass : public RenderPassProxy
+{
+public:
+    ~BlurBaseRenderPass() override;
+
+protected:
+    /// A `stencilMask` other than 0 defines STENCIL_MASK in the programs. The kernel reaches `blurRadius * kernelExtent`
+    /// texels to either side.
+    BlurBaseRenderPass(float stencilMask, float blurRadius, float kernelExtent);
+
+    /// Fills `m_weights` and `m_offsets` for the radius in force. A radius of 0 or less gives one tap of weight 1.
+    void calculateBlurWeights();
+    /// A program, the caller's, of the base vertex source and this fragment source. The number of taps is part of it, so
+    /// calculateBlurWeights() comes first. Whether it compiled is not looked at.
+    ShaderProgram *makeShaderProgram(const QString &fragmentSource) const;
+    /// Blurs `u_Input` along `stepVec`. With STENCIL_MASK, pixels with an alpha of 0 or less stay as they are.
+    static QString getBaseFragmentShaderSource();
+    static QString getBaseVertexShaderSource();
+
+    /// Attaches the target of a draw to the framebuffer, which is bound, and fills it with the clear colour in force.
+    /// Depth test and depth writes go off.
+    void attachAndClear(Texture *target);
+    /// Hands the kernel to a program that is bound.
+    void setKernel(ShaderProgram *program) const;
+
+    FramebufferObject *m_framebuffer = nullptr;
+    ShaderProgram *m_shaderProgram = nullptr;
+    QSharedPointer<DrawBuffers> m_screenQuad;
+    float m_blurRadius; ///< The radius that the kernel stands for.
+    float m_kernelExtent;
+    float m_stencilMask; ///< A flag: 0 or not.
+    QVector<float> m_weights; ///< Of each tap, the centre first. The others count twice in a sum of 1.
+    QVector<float> m_offsets; ///< Of each tap from the centre, in texels.
+    QString m_samplesCountName = QStringLiteral("SAMPLES_COUNT");
+};
+
+} // namespace Velmora::Kvz
