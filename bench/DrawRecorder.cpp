@@ -159,7 +159,7 @@ int DrawRecorder::recordState()
 
 void DrawRecorder::onDrawArrays(GLenum mode, GLint first, GLsizei count)
 {
-    Command command {Command::DrawArrays, listener->recordState()};
+    Command command{Command::DrawArrays, listener->recordState()};
     command.mode = mode;
     command.first = first;
     command.count = count;
@@ -172,7 +172,7 @@ void DrawRecorder::onDrawElements(GLenum mode, GLsizei count, GLenum type, const
     // A model's items share all state, so a draw right behind another's uniform keeps the state of that one.
     const bool follows = listener->m_commands.size() > 1 && listener->m_commands.back().kind == Command::UniformUInt
         && listener->m_commands[listener->m_commands.size() - 2].kind == Command::DrawElements;
-    Command command {Command::DrawElements, follows ? -1 : listener->recordState()};
+    Command command{Command::DrawElements, follows ? -1 : listener->recordState()};
     command.mode = mode;
     command.count = count;
     command.type = type;
@@ -183,7 +183,7 @@ void DrawRecorder::onDrawElements(GLenum mode, GLsizei count, GLenum type, const
 
 void DrawRecorder::onClear(GLbitfield mask)
 {
-    Command command {Command::Clear, listener->recordState()};
+    Command command{Command::Clear, listener->recordState()};
     command.mask = mask;
     listener->m_commands.push_back(command);
     driver.clear(mask);
@@ -192,7 +192,7 @@ void DrawRecorder::onClear(GLbitfield mask)
 void DrawRecorder::onBlit(GLint sx0, GLint sy0, GLint sx1, GLint sy1, GLint dx0, GLint dy0, GLint dx1, GLint dy1,
     GLbitfield mask, GLenum filter)
 {
-    Command command {Command::Blit, listener->recordState()};
+    Command command{Command::Blit, listener->recordState()};
     command.rectangles = {sx0, sy0, sx1, sy1, dx0, dy0, dx1, dy1};
     command.mask = mask;
     command.filter = filter;
@@ -202,7 +202,7 @@ void DrawRecorder::onBlit(GLint sx0, GLint sy0, GLint sx1, GLint sy1, GLint dx0,
 
 void DrawRecorder::onUniformUInt(GLint location, GLuint value)
 {
-    Command command {Command::UniformUInt, listener->m_commands.empty() ? listener->recordState() : -1};
+    Command command{Command::UniformUInt, listener->m_commands.empty() ? listener->recordState() : -1};
     command.location = location;
     command.value = value;
     listener->m_commands.push_back(command);

@@ -44,8 +44,8 @@ private:
         GLuint readFramebuffer = 0;
         GLuint program = 0;
         GLuint vertexArray = 0;
-        std::array<GLint, 4> viewport {};
-        std::array<GLfloat, 4> clearColor {};
+        std::array<GLint, 4> viewport{};
+        std::array<GLfloat, 4> clearColor{};
         bool depthTest = false;
         bool blend = false;
         bool cullFace = false;
@@ -63,7 +63,7 @@ private:
         GLenum type = 0;
         const void *indices = nullptr;
         GLbitfield mask = 0;
-        std::array<GLint, 8> rectangles {};
+        std::array<GLint, 8> rectangles{};
         GLenum filter = 0;
         GLint location = 0;
         GLuint value = 0;

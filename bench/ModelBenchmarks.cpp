@@ -36,8 +36,7 @@ QSharedPointer<GPUModel> createTriangles(int count)
 }
 
 /// Seconds that the host's thread spends in `work`.
-template<typename Work>
-double seconds(Work work)
+template <typename Work> double seconds(Work work)
 {
     const auto start = std::chrono::steady_clock::now();
     work();

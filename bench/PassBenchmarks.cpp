@@ -31,7 +31,8 @@ struct View
     QMatrix4x4 projection;
     QMatrix4x4 camera;
 
-    explicit View(const benchmark::State &state) : viewport(0, 0, int(state.range(0)), int(state.range(1)))
+    explicit View(const benchmark::State &state)
+        : viewport(0, 0, int(state.range(0)), int(state.range(1)))
     {
         projection.perspective(45.0f, float(viewport.width()) / float(viewport.height()), 0.1f, 100.0f);
         camera.lookAt(QVector3D(3, 2, 4), QVector3D(), QVector3D(0, 1, 0));

@@ -49,14 +49,13 @@ public:
     int findOutput(const QString &name) const override;
 
     /// The object on input `index` as a `T`, a QObject class, or null when nothing of that class is connected.
-    template<typename T>
-    T *getInputPointer(int index) const;
+    template <typename T> T *getInputPointer(int index) const;
 
     /// Reads a value that is one `T` or a list of them into `result`, which is emptied first.
     ///
     /// An element that does not convert becomes a default `T`; an invalid element is left out. Returns false when the
     /// value is null or is neither, with `result` empty.
-    template<typename T, template<typename> class Container>
+    template <typename T, template <typename> class Container>
     static bool getVectorFromVariant(const QVariant &value, Container<T> &result);
 
 protected:
@@ -65,15 +64,13 @@ protected:
     QVector<int> m_numOutputUsers; ///< Parallel to m_outputs.
 
 private:
-    template<typename T>
-    static T *pointerFromVariant(const QVariant &value);
+    template <typename T> static T *pointerFromVariant(const QVariant &value);
 
     QVector<QVariant> m_defaultValues; ///< Parallel to m_inputs.
     unsigned int m_errorCode = 0;
 };
 
-template<typename T>
-T *RenderPassHelper::pointerFromVariant(const QVariant &value)
+template <typename T> T *RenderPassHelper::pointerFromVariant(const QVariant &value)
 {
     QObject *object = nullptr;
     const int type = value.userType();
@@ -91,8 +88,7 @@ T *RenderPassHelper::pointerFromVariant(const QVariant &value)
     return static_cast<T *>(T::staticMetaObject.cast(object));
 }
 
-template<typename T>
-T *RenderPassHelper::getInputPointer(int index) const
+template <typename T> T *RenderPassHelper::getInputPointer(int index) const
 {
     if (index < 0 || index >= m_inputs.size())
         return nullptr;
@@ -102,7 +98,7 @@ T *RenderPassHelper::getInputPointer(int index) const
     return qobject_cast<T *>(pointerFromVariant<QObject>(value));
 }
 
-template<typename T, template<typename> class Container>
+template <typename T, template <typename> class Container>
 bool RenderPassHelper::getVectorFromVariant(const QVariant &value, Container<T> &result)
 {
     result.resize(0);

@@ -46,7 +46,7 @@ private:
     FramebufferObject *m_framebuffer = nullptr;
     ShaderProgram *m_program = nullptr;
     QSharedPointer<DrawBuffers> m_screenQuad;
-    QSize m_size {0, 0};
+    QSize m_size{0, 0};
 };
 
 } // namespace Velmora::Kvz

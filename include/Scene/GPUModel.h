@@ -87,7 +87,8 @@ public:
     /// test each item's box once more, so that an item comes back at the latest one frame after it becomes visible. Results
     /// that have not arrived are not waited for: the driver then decides by the query, and the item bears no mark.
     ///
-    /// Draws with a manager test, after their items, with the u_ProjectionMatrix and u_CameraMatrix of their program.
+    /// Draws with a manager test, after their items, with the u_ProjectionMatrix and u_CameraMatrix of their program. When
+    /// draws of one frame have different cameras, an item is hidden that none of them shows.
     /// resetCulling() ends the testing. Without it, and without this call, draws make no queries.
     void visibilityCull();
     /// Makes all items drawable again.

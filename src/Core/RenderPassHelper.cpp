@@ -14,8 +14,7 @@ int indexOf(const QVector<NamedValue<QVariant>> &ports, const QString &name)
     return -1;
 }
 
-template<typename T>
-bool contains(const QVector<T> &vector, int index)
+template <typename T> bool contains(const QVector<T> &vector, int index)
 {
     return index >= 0 && index < vector.size();
 }
@@ -24,9 +23,12 @@ bool contains(const QVector<T> &vector, int index)
 
 RenderPassHelper::~RenderPassHelper() = default;
 
-void RenderPassHelper::setup(RenderCallbacks *) {}
-void RenderPassHelper::beginFrame(RenderCallbacks *) {}
-void RenderPassHelper::start(RenderCallbacks *) {}
+void RenderPassHelper::setup(RenderCallbacks *)
+{ }
+void RenderPassHelper::beginFrame(RenderCallbacks *)
+{ }
+void RenderPassHelper::start(RenderCallbacks *)
+{ }
 
 void RenderPassHelper::skip(RenderCallbacks *)
 {
@@ -34,9 +36,12 @@ void RenderPassHelper::skip(RenderCallbacks *)
         output.value = QVariant();
 }
 
-void RenderPassHelper::endFrame(RenderCallbacks *) {}
-void RenderPassHelper::teardown(RenderCallbacks *) {}
-void RenderPassHelper::teardownContextData(RenderCallbacks *) {}
+void RenderPassHelper::endFrame(RenderCallbacks *)
+{ }
+void RenderPassHelper::teardown(RenderCallbacks *)
+{ }
+void RenderPassHelper::teardownContextData(RenderCallbacks *)
+{ }
 
 int RenderPassHelper::numInputs() const
 {

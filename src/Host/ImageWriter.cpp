@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <Host/ImageWriter.h>
 
-#include <QtCore/QDir>
+#include <QtCore/QBuffer>
 #include <QtCore/QFileInfo>
 #include <QtCore/QSaveFile>
 #include <QtGui/QImageWriter>
@@ -37,12 +37,15 @@ bool writeImage(const QImage &image, const QString &file, QString *error)
     const QString problem = imageFileProblem(file);
     if (!problem.isEmpty())
         return refuse(problem);
-    QSaveFile output(file);
-    if (!output.open(QIODevice::WriteOnly))
-        return refuse(output.errorString());
-    QImageWriter writer(&output, QFileInfo(file).suffix().toLower().toLatin1());
-    if (!writer.write(image)) // the destructor of `output` drops what was written
+    // Encoded first: libpng has its own say on standard error when it meets a full disk.
+    QBuffer encoded;
+    encoded.open(QIODevice::WriteOnly);
+    QImageWriter writer(&encoded, QFileInfo(file).suffix().toLower().toLatin1());
+    if (!writer.write(image))
         return refuse(image.isNull() ? QStringLiteral("there is no picture to write") : writer.errorString());
+    QSaveFile output(file);
+    if (!output.open(QIODevice::WriteOnly) || output.write(encoded.data()) != encoded.size())
+        return refuse(output.errorString());
     if (!output.commit())
         return refuse(output.errorString());
     return true;

@@ -22,6 +22,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 #include <tuple>
 
 namespace Velmora::Kvz {
@@ -29,7 +30,7 @@ namespace Velmora::Kvz {
 namespace {
 
 constexpr float creaseAngle = 80; // degrees; keeps the edges of a box hard
-constexpr int largestFan = 256; // faces around a point that are compared each with each
+constexpr int largestFan = 256; // more triangles around a point are smooth all together, or time would be quadratic
 const QString noTriangles = QStringLiteral("no triangles");
 
 /// What stands in for the material of a mesh without one.
@@ -535,13 +536,17 @@ QVector<QVector3D> smoothNormals(const aiMesh &mesh, const QVector<Triangle> &tr
     for (auto first = corners.cbegin(); first != corners.cend();) {
         const auto last =
             std::find_if(first, corners.cend(), [&](const Corner &c) { return place(c) != place(*first); });
+        QVector3D whole;
+        for (auto corner = first; corner != last; ++corner)
+            whole += corner->weighted;
         for (auto corner = first; corner != last; ++corner) {
-            const QVector3D own = triangles[corner->number / 3].normal;
-            QVector3D sum;
-            for (auto other = first; other != last; ++other) {
-                const QVector3D face = triangles[other->number / 3].normal;
-                if (last - first > largestFan || QVector3D::dotProduct(own, face) >= limit)
-                    sum += other->weighted;
+            QVector3D sum = whole;
+            if (last - first <= largestFan) {
+                const QVector3D own = triangles[corner->number / 3].normal;
+                sum = std::accumulate(first, last, QVector3D(), [&](const QVector3D &part, const Corner &other) {
+                    const bool smooth = QVector3D::dotProduct(own, triangles[other.number / 3].normal) >= limit;
+                    return smooth ? part + other.weighted : part;
+                });
             }
             normals[corner->number] = unit(sum);
         }

@@ -271,10 +271,8 @@ RenderChain::RenderChain(const PassRegistry &registry)
 RenderChain::~RenderChain()
 {
     QObject::disconnect(d->contextEnd);
-    if (d->isInContext()) {
-        d->releaseExports();
-        d->gpuTimer.release(true);
-    }
+    d->releaseExports();
+    d->gpuTimer.release(d->isInContext());
     for (const auto &node : d->nodes)
         d->retire(&node->instances);
     d->deleteRetired();
@@ -690,10 +688,7 @@ void RenderChain::Private::leaveContext()
 {
     QObject::disconnect(contextEnd);
     const bool isCurrent = isInContext();
-    if (isCurrent)
-        releaseExports();
-    exported.clear();
-    exportsAreValid = false;
+    releaseExports(); // In a context that shares textures they are still there.
     gpuTimer.release(isCurrent);
     for (const auto &node : nodes) {
         if (isCurrent) {
@@ -921,10 +916,13 @@ void RenderChain::Private::runNode(Node *node, int index, const QSize &frameSize
 
     QVariant gridValue;
     if (node->gridInput >= 0) {
+        gridValue = inputValue(*node, node->gridInput);
         const double step = node->inputs[size_t(node->gridInput)].info->gridStep;
-        const double value = std::round(inputValue(*node, node->gridInput).toDouble() / step) * step;
-        gridValue = float(value);
-        chooseInstance(node, value);
+        const double rounded = std::round(gridValue.toDouble() / step) * step;
+        if (gridValue.isValid())
+            gridValue = float(rounded);
+        if (!chooseInstance(node, rounded))
+            KVZ_WARNING(error);
         node->active->beginFrame(nullptr);
     }
     RenderPass *pass = node->active;

@@ -17,7 +17,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-const QString fragmentSource = QStringLiteral(R"(#version 150
+const QString baseFragmentSource = QStringLiteral(R"(#version 150
 uniform sampler2D u_Input;
 uniform vec2 stepVec;
 uniform float u_ResolutionDivider;
@@ -27,12 +27,12 @@ in vec2 vo_TexCoord;
 out vec4 o_Output;
 
 // With the centre's, 2 * SAMPLES_COUNT - 1 reads of the image.
-vec4 fast_gaussian_blur(sampler2D image, vec4 centreColor, vec2 texCoord, vec2 tapStep)
+vec4 fast_gaussian_blur(sampler2D source, vec4 centreColor, vec2 texCoord, vec2 tapStep)
 {
     vec4 sum = centreColor * weight[0];
     for (int i = 1; i < SAMPLES_COUNT; ++i) {
-        vec2 distance = offset[i] * tapStep;
-        sum += (texture(image, texCoord + distance) + texture(image, texCoord - distance)) * weight[i];
+        vec2 away = offset[i] * tapStep;
+        sum += (texture(source, texCoord + away) + texture(source, texCoord - away)) * weight[i];
     }
     return sum;
 }
@@ -128,7 +128,7 @@ ShaderProgram *BlurBaseRenderPass::makeShaderProgram(const QString &fragmentSour
 
 QString BlurBaseRenderPass::getBaseFragmentShaderSource()
 {
-    return fragmentSource;
+    return baseFragmentSource;
 }
 
 QString BlurBaseRenderPass::getBaseVertexShaderSource()

@@ -113,22 +113,21 @@ void GPUModel::Private::draw(ShaderProgram *program, TextureManager *manager, qu
     AutoBinder infoBinder(unlessReplaced(instanceInfoPlan, objectRows.instanceInfo()));
     AutoBinder tavoBinder(unlessReplaced(tavoInstancePlan, objectRows.tavoInstance()));
     AutoBinder materialBinder(unlessReplaced(materialPlan, &materialRows));
-    if (manager)
-        manager->bindTextures(program);
-    drawItems(program, value, mask, winding, ignoreCulling, manager != nullptr);
-    if (manager)
-        manager->unbindTextures(program);
-
     // The boxes know the model's own matrices only.
     const bool areMatricesOwn =
         !InstanceDataCollection::isBound(instanceInfoPlan) && !InstanceDataCollection::isBound(tavoInstancePlan);
-    if (manager && areMatricesOwn && queries->isRunning()) {
-        queries->test(program, bounds, [&](int item) { return isSelected(size_t(item), value, mask); });
-    }
+    const int view = manager && areMatricesOwn ? queries->view(program) : -1;
+    if (manager)
+        manager->bindTextures(program);
+    drawItems(program, value, mask, winding, ignoreCulling, view);
+    if (manager)
+        manager->unbindTextures(program);
+    if (view >= 0)
+        queries->test(view, bounds, [&](int item) { return isSelected(size_t(item), value, mask); });
 }
 
-void GPUModel::Private::drawItems(const ShaderProgram *program, quint64 value, quint64 mask, WindingType winding,
-    bool ignoreCulling, bool readQueries) const
+void GPUModel::Private::drawItems(
+    const ShaderProgram *program, quint64 value, quint64 mask, WindingType winding, bool ignoreCulling, int view) const
 {
     const bool isIndexed = !geometry->indexBO().isNull();
     const GLenum primitives = primitivesFor(program);
@@ -143,7 +142,7 @@ void GPUModel::Private::drawItems(const ShaderProgram *program, quint64 value, q
         const Mark mark = ignoreCulling ? Mark::Drawn : marks[item];
         if (mark == Mark::Culled)
             continue;
-        const GLuint query = mark == Mark::Undecided && readQueries ? queries->query(int(item)) : 0;
+        const GLuint query = mark == Mark::Undecided ? queries->query(view, int(item)) : 0;
         if (query)
             glBeginConditionalRender(query, GL_QUERY_NO_WAIT);
         frontFace.set(isMirrored[item] ? mirroredFront : front);

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <vector>
 
 namespace Velmora::Kvz {
 
@@ -120,16 +121,16 @@ template <typename Vector>
 QSharedPointer<BufferObject> createVertexBuffer(
     const Layout &layout, const QVector<MeshData> &meshes, QVector<Vector> MeshData::*array)
 {
-    const auto buffer = QSharedPointer<BufferObject>::create();
-    buffer->uploadBytes(nullptr, long(layout.vertexCount) * long(sizeof(Vector)), GL_STATIC_DRAW);
+    // Gathered first: drivers warn of a static buffer that is filled piece by piece.
+    std::vector<Vector> vectors(size_t(layout.vertexCount));
     for (int i = 0; i < meshes.size(); ++i) {
         if (!layout.places[i].isUsed)
             continue;
-        QVector<Vector> vectors = meshes[i].*array;
-        vectors.resize(meshes[i].positions.size());
-        buffer->uploadRange(vectors.constData(), long(layout.places[i].firstVertex) * long(sizeof(Vector)),
-            vectors.size() * long(sizeof(Vector)));
+        const QVector<Vector> &own = meshes[i].*array;
+        std::copy(own.begin(), own.end(), vectors.begin() + layout.places[i].firstVertex);
     }
+    const auto buffer = QSharedPointer<BufferObject>::create();
+    buffer->uploadBytes(vectors.data(), long(vectors.size() * sizeof(Vector)), GL_STATIC_DRAW);
     return buffer;
 }
 

@@ -43,8 +43,9 @@ struct GPUModel::Private
 
     void draw(ShaderProgram *program, TextureManager *manager, quint64 value, quint64 mask, WindingType winding,
         bool ignoreCulling);
+    /// `view` is that of the queries which may hold items back; -1 for none.
     void drawItems(const ShaderProgram *program, quint64 value, quint64 mask, WindingType winding, bool ignoreCulling,
-        bool readQueries) const;
+        int view) const;
 
     // By item.
     std::vector<quint64> featureFlags;

@@ -20,6 +20,9 @@ namespace {
 /// Visible items that are tested in a round; hidden ones all are, so that none comes back late.
 constexpr int visibleTestsPerRound = 4096;
 
+/// Views that are kept. A host that never begins a new round must not grow them with each move of its camera.
+constexpr int mostViews = 8;
+
 /// How far a box stands out from its item, at least: an item must never hide its own box, and one between two pixels must
 /// not count as hidden, as the next frame may see it elsewhere.
 constexpr float marginOfDiagonal = 0.01f;
@@ -210,7 +213,7 @@ private:
 } // namespace
 
 OcclusionQueries::OcclusionQueries(int itemCount)
-    : m_items(size_t(itemCount)),
+    : m_itemCount(itemCount),
       m_owner(GLObject::Sharing::OneContext)
 { }
 
@@ -218,37 +221,61 @@ OcclusionQueries::~OcclusionQueries()
 {
     if (!m_owner.isKnownToCurrentContext())
         return;
-    for (const Item &item : m_items) {
-        if (item.query)
-            glDeleteQueries(1, &item.query);
+    for (const View &view : m_views) {
+        for (const Test &test : view.tests) {
+            if (test.query)
+                glDeleteQueries(1, &test.query);
+        }
     }
 }
 
 void OcclusionQueries::collect(const std::function<void(int, Verdict)> &report)
 {
     const bool isKnown = m_owner.isKnownToCurrentContext();
-    for (size_t i = 0; i < m_items.size(); ++i) {
-        Item &item = m_items[i];
-        if (item.isPending && isKnown) {
-            GLuint isAvailable = GL_FALSE;
-            glGetQueryObjectuiv(item.query, GL_QUERY_RESULT_AVAILABLE, &isAvailable);
-            if (isAvailable) {
-                GLuint samples = 0;
-                glGetQueryObjectuiv(item.query, GL_QUERY_RESULT, &samples);
-                item.wasHidden = samples == 0;
-                item.isPending = false;
-            }
+    if (isKnown) {
+        for (View &view : m_views) {
+            for (Test &test : view.tests)
+                fetchResult(test);
         }
-        const bool wasTested = isKnown && item.round == m_round && m_round != 0;
-        Verdict verdict = Verdict::Visible;
-        if (wasTested && item.wasHidden)
-            verdict = item.isPending ? Verdict::Undecided : Verdict::Hidden;
-        report(int(i), verdict);
     }
+    for (int item = 0; item < m_itemCount; ++item)
+        report(item, isKnown && !m_hasUntestedViews ? verdict(item) : Verdict::Visible);
+
     ++m_round;
     m_running = true;
-    if (!m_items.empty())
-        m_firstVisibleTested = (m_firstVisibleTested + visibleTestsPerRound) % int(m_items.size());
+    m_viewCount = 0;
+    m_hasUntestedViews = false;
+    if (m_itemCount > 0)
+        m_firstVisibleTested = (m_firstVisibleTested + visibleTestsPerRound) % m_itemCount;
+}
+
+void OcclusionQueries::fetchResult(Test &test) const
+{
+    if (!test.isPending)
+        return;
+    GLuint isAvailable = GL_FALSE;
+    glGetQueryObjectuiv(test.query, GL_QUERY_RESULT_AVAILABLE, &isAvailable);
+    if (!isAvailable)
+        return;
+    GLuint samples = 0;
+    glGetQueryObjectuiv(test.query, GL_QUERY_RESULT, &samples);
+    test.wasHidden = samples == 0;
+    test.isPending = false;
+}
+
+OcclusionQueries::Verdict OcclusionQueries::verdict(int item) const
+{
+    Verdict verdict = Verdict::Visible;
+    for (int view = 0; view < m_viewCount; ++view) {
+        const Test &test = m_views[size_t(view)].tests[size_t(item)];
+        if (test.drawnRound != m_round)
+            continue;
+        if (test.round != m_round || !test.wasHidden)
+            return Verdict::Visible;
+        if (verdict != Verdict::Undecided)
+            verdict = test.isPending ? Verdict::Undecided : Verdict::Hidden;
+    }
+    return verdict;
 }
 
 void OcclusionQueries::stop()
@@ -256,75 +283,97 @@ void OcclusionQueries::stop()
     m_running = false;
 }
 
-bool OcclusionQueries::isRunning() const
-{
-    return m_running;
-}
-
-unsigned int OcclusionQueries::query(int item) const
-{
-    return m_owner.isKnownToCurrentContext() ? m_items[size_t(item)].query : 0;
-}
-
-bool OcclusionQueries::isDue(int item) const
-{
-    const Item &state = m_items[size_t(item)];
-    if (state.round == m_round)
-        return false;
-    if (state.wasHidden)
-        return true;
-    if (state.isPending)
-        return false;
-    const int count = int(m_items.size());
-    return (item - m_firstVisibleTested + count) % count < visibleTestsPerRound;
-}
-
-void OcclusionQueries::test(
-    const ShaderProgram *program, const std::vector<Bounds> &bounds, const std::function<bool(int)> &takesPart)
+int OcclusionQueries::view(const ShaderProgram *program)
 {
     if (!m_running || !program->hasUniform(projectionUniform) || !program->hasUniform(cameraUniform))
-        return;
+        return -1;
+    const QMatrix4x4 projection = matrixUniform(program, projectionUniform);
+    const QMatrix4x4 camera = matrixUniform(program, cameraUniform);
+    for (int view = 0; view < m_viewCount; ++view) {
+        if (m_views[size_t(view)].projection == projection && m_views[size_t(view)].camera == camera)
+            return view;
+    }
+    if (m_viewCount == mostViews) {
+        m_hasUntestedViews = true;
+        return -1;
+    }
+    if (m_viewCount == int(m_views.size())) {
+        m_views.emplace_back();
+        m_views.back().tests.resize(size_t(m_itemCount));
+    }
+    View &view = m_views[size_t(m_viewCount)];
+    view.projection = projection;
+    view.camera = camera;
+    return m_viewCount++;
+}
+
+unsigned int OcclusionQueries::query(int view, int item) const
+{
+    if (view < 0 || !m_owner.isKnownToCurrentContext())
+        return 0;
+    const Test &test = m_views[size_t(view)].tests[size_t(item)];
+    return test.round + 1 == m_round ? test.query : 0;
+}
+
+bool OcclusionQueries::isDue(const Test &test, int item) const
+{
+    if (test.round == m_round)
+        return false;
+    if (test.wasHidden)
+        return true;
+    if (test.isPending)
+        return false;
+    return (item - m_firstVisibleTested + m_itemCount) % m_itemCount < visibleTestsPerRound;
+}
+
+void OcclusionQueries::test(int view, const std::vector<Bounds> &bounds, const std::function<bool(int)> &takesPart)
+{
+    View &tested = m_views[size_t(view)];
+    for (int item = 0; item < m_itemCount; ++item) {
+        if (takesPart(item))
+            tested.tests[size_t(item)].drawnRound = m_round;
+    }
     createResources();
     if (!m_owner.isKnownToCurrentContext() || !m_program->isLinked() || !canTest(m_queryTarget))
         return;
 
-    const QMatrix4x4 projection = matrixUniform(program, projectionUniform);
-    const QMatrix4x4 camera = matrixUniform(program, cameraUniform);
-    const Frustum frustum(projection * camera);
-    const PixelScale pixelScale(projection, camera);
+    const Frustum frustum(tested.projection * tested.camera);
+    const PixelScale pixelScale(tested.projection, tested.camera);
     const Frustum::Side nearSide = boxDepthFunction() == GL_GEQUAL ? Frustum::Back : Frustum::Front;
 
     BoxDrawingState state;
     AutoBinder programBinder(m_program.get());
-    m_program->setUniform(projectionUniform, projection);
-    m_program->setUniform(cameraUniform, camera);
+    m_program->setUniform(projectionUniform, tested.projection);
+    m_program->setUniform(cameraUniform, tested.camera);
     AutoBinder vaoBinder(&m_vao);
-    for (size_t i = 0; i < m_items.size(); ++i) {
-        if (!isDue(int(i)) || !takesPart(int(i)))
+    for (int item = 0; item < m_itemCount; ++item) {
+        Test &test = tested.tests[size_t(item)];
+        if (!isDue(test, item) || !takesPart(item))
             continue;
-        const QVector3D diagonal = bounds[i].maximum() - bounds[i].minimum();
-        const QVector3D center = bounds[i].minimum() + diagonal / 2;
+        const Bounds &itemBounds = bounds[size_t(item)];
+        const QVector3D diagonal = itemBounds.maximum() - itemBounds.minimum();
+        const QVector3D center = itemBounds.minimum() + diagonal / 2;
         const Bounds box =
-            bounds[i].grown(std::max(marginOfDiagonal * diagonal.length(), marginInPixels * pixelScale.at(center)));
+            itemBounds.grown(std::max(marginOfDiagonal * diagonal.length(), marginInPixels * pixelScale.at(center)));
         // A box that the viewer stands in shows from inside, where the near plane has cut its faces away. One out of sight
         // has no say on the day it comes into sight.
         if (frustum.isCutBy(nearSide, box) || frustum.isOutside(box))
-            m_items[i].wasHidden = false;
+            test.wasHidden = false;
         else
-            drawBox(m_items[i], box);
+            drawBox(test, box);
     }
 }
 
-void OcclusionQueries::drawBox(Item &item, const Bounds &bounds)
+void OcclusionQueries::drawBox(Test &test, const Bounds &bounds)
 {
-    if (!item.query)
-        glGenQueries(1, &item.query);
+    if (!test.query)
+        glGenQueries(1, &test.query);
     glUniform3fv(m_boxLocation, 2, bounds.corners.data());
-    glBeginQuery(m_queryTarget, item.query);
+    glBeginQuery(m_queryTarget, test.query);
     glDrawElements(GL_TRIANGLES, boxIndexCount, GL_UNSIGNED_INT, nullptr);
     glEndQuery(m_queryTarget);
-    item.round = m_round;
-    item.isPending = true;
+    test.round = m_round;
+    test.isPending = true;
 }
 
 void OcclusionQueries::createResources()

@@ -19,9 +19,10 @@ class ShaderProgram;
 
 /// Finds the items of a model that nothing of shows, by drawing their boxes under occlusion queries.
 ///
-/// collect() begins a round, which lasts until the next one; in a round each item is tested at most once, by the first draw
-/// that can. What collect() says rests on tests of the round before alone, so a wrong "hidden" lasts one frame. A result
-/// that has not arrived is never waited for: the GPU then decides by the query itself.
+/// collect() begins a round, which lasts until the next one. Draws with one camera are a view of the round; in a view each
+/// item is tested at most once, by the first draw that can. An item is hidden when no view that it took part in shows it.
+/// What collect() says rests on tests of the round before alone, so a wrong "hidden" lasts one frame. A result that has not
+/// arrived is never waited for: the GPU then decides by the query itself.
 class OcclusionQueries
 {
 public:
@@ -39,33 +40,46 @@ public:
     void collect(const std::function<void(int item, Verdict verdict)> &report);
     /// Ends the round: no test until the next collect().
     void stop();
-    /// Whether a round is on and its queries are of the current context.
-    bool isRunning() const;
-    /// The query of an item for glBeginConditionalRender; 0 when it has none in the current context.
-    unsigned int query(int item) const;
+    /// The view that a draw belongs to, by the u_ProjectionMatrix and u_CameraMatrix that its program holds. -1 with no
+    /// round, for a program that lacks these matrices, and for more views than are kept.
+    int view(const ShaderProgram *program);
+    /// The query of an item for glBeginConditionalRender in a view; 0 when the round before made none for it.
+    unsigned int query(int view, int item) const;
 
-    /// Tests the boxes of items against the depth buffer as `program` with its present u_ProjectionMatrix and
-    /// u_CameraMatrix left it. All GL state comes back. Does nothing where a test would tell nothing: without depth test
-    /// or depth buffer, into integer targets, or with a program that lacks these matrices.
+    /// Tests the boxes of items against the depth buffer as a draw of the view left it. All GL state comes back. Makes no
+    /// test where it would tell nothing: without depth test or depth buffer, and into integer targets; the items then count
+    /// as visible, unless another draw of the view tests them.
     ///
     /// `takesPart` says which items the draw selected.
-    void test(
-        const ShaderProgram *program, const std::vector<Bounds> &bounds, const std::function<bool(int)> &takesPart);
+    void test(int view, const std::vector<Bounds> &bounds, const std::function<bool(int)> &takesPart);
 
 private:
-    struct Item
+    /// What is known of an item in a view.
+    struct Test
     {
         unsigned int query = 0;
+        unsigned int drawnRound = 0; ///< The round of the last draw that it took part in; 0 for none.
         unsigned int round = 0; ///< The round of its last test; 0 for none.
         bool isPending = false; ///< The result of its query has not arrived.
         bool wasHidden = false; ///< What its last result said.
     };
+    struct View
+    {
+        QMatrix4x4 projection;
+        QMatrix4x4 camera;
+        std::vector<Test> tests; ///< By item.
+    };
 
-    bool isDue(int item) const;
+    void fetchResult(Test &test) const;
+    Verdict verdict(int item) const;
+    bool isDue(const Test &test, int item) const;
     void createResources();
-    void drawBox(Item &item, const Bounds &bounds);
+    void drawBox(Test &test, const Bounds &bounds);
 
-    std::vector<Item> m_items;
+    int m_itemCount;
+    std::vector<View> m_views; ///< Those of this round first, in the order in which it met them.
+    int m_viewCount = 0; ///< Of this round.
+    bool m_hasUntestedViews = false; ///< There were more than are kept.
     unsigned int m_round = 0;
     bool m_running = false;
     int m_firstVisibleTested = 0; ///< Visible items are tested in turns when there are many.

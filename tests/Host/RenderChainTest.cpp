@@ -261,6 +261,28 @@ TEST_F(RenderChainTest, aBadViewportIsRefused)
     EXPECT_EQ(calls, QStringList());
 }
 
+TEST_F(RenderChainTest, aChainWithErrorsIsNotRenderedUntilItIsMended)
+{
+    InputInfo required = fakeImageInput(frame, TextureKind::Colour);
+    required.required = true;
+    registry.add(producer("Source"));
+    registry.add(fakeClass("A", {required}, {}, {}, listener()));
+    ChainDescription description;
+    ChainPass open = described("a", "A");
+    open.connections.insert(text(frame), ChainSource::none());
+    description.passes = {described("s", "Source"), open};
+    chain = std::make_unique<RenderChain>(registry);
+    EXPECT_FALSE(chain->setDescription(description));
+    chain->setViewport(QRect(0, 0, 8, 4));
+    EXPECT_FALSE(chain->renderFrame());
+    EXPECT_TRUE(chain->errorString().contains(text("nothing feeds it"))) << qPrintable(chain->errorString());
+    EXPECT_EQ(calls, QStringList());
+    EXPECT_TRUE(chain->disconnect(text("a"), text(frame)));
+    render();
+    EXPECT_EQ(calls.count(text("start")), 1);
+    EXPECT_EQ(chain->errorString(), QString());
+}
+
 TEST_F(RenderChainTest, aPassWhosePortsDifferFromItsEntryIsRefused)
 {
     PassInfo info = fakeClass("A", {}, {});
@@ -640,6 +662,26 @@ TEST_F(RenderChainTest, anExportedTextureIsKeptUntilTheNextFrame)
     EXPECT_TRUE(chain->removeExport(text("picture")));
     render();
     EXPECT_EQ(pool().references, referencesBefore);
+}
+
+TEST_F(RenderChainTest, exportsAreGivenBackAcrossContextsThatShareTextures)
+{
+    registry.add(producer("Source"));
+    setChain({described("s", "Source")});
+    ASSERT_TRUE(chain->addExport(text("picture"), {text("s"), text(frame)}));
+    render();
+    HeadlessContext::Options options;
+    options.shareWith = &context();
+    QString error;
+    {
+        const std::unique_ptr<HeadlessContext> other = HeadlessContext::create(options, &error);
+        ASSERT_TRUE(other) << qPrintable(error);
+        render(2);
+        EXPECT_EQ(pool().references, referencesBefore + 1);
+        chain->releaseContext();
+        EXPECT_EQ(pool().references, referencesBefore);
+    }
+    context().makeCurrent();
 }
 
 TEST_F(RenderChainTest, plainValuesAreExportedToo)

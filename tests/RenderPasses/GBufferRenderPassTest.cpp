@@ -43,11 +43,11 @@ MeshData moved(MeshData mesh, const QVector3D &offset)
     return mesh;
 }
 
-/// What the buffers may differ by from a reference in doubles. Rasterisers move vertices by up to 1/512 pixel here, so
-/// what changes fast over a pixel differs more: texture coordinates, which run to 6, and normals, over small faces.
-constexpr double normalTolerance = 2e-3;
-constexpr double texCoordTolerance = 5e-3;
-constexpr double depthTolerance = 2e-5;
+/// What the buffers may differ by from a reference in doubles: single precision adds less than 1e-5 to each. Drivers that
+/// interpolate from where they moved the vertices, by up to 1/512 pixel, get a little more room.
+constexpr double normalTolerance = 2e-4;
+constexpr double texCoordTolerance = 2e-4;
+constexpr double depthTolerance = 2e-6;
 
 struct Buffers
 {
@@ -74,10 +74,8 @@ void compareWithRayCast(const Buffers &buffers, const RayCaster &caster, double 
         depthError = std::max(depthError, std::abs(hit.depth - double(*buffers.depth.at(x, y))));
         wrongIds += *buffers.id.at(x, y) == float(hit.triangle + 1) ? 0 : 1;
     });
-    std::printf("ERR n %g d %g\n", normalError, depthError);
     EXPECT_EQ(wrongIds, 0);
     EXPECT_LE(normalError, normalTolerance);
-    std::printf("ERR tc %g\n", texCoordError);
     EXPECT_LE(texCoordError, texCoordTolerance);
     EXPECT_LE(depthError, depthTolerance);
 }
@@ -122,7 +120,7 @@ TEST_F(GBufferRenderPassTest, matchesARayCastOfPrimitives)
     const RayCaster caster({{readMesh(*geometry.value<DrawBuffers *>()), QMatrix4x4()}}, projection, camera, size);
     const Buffers buffers = {image(Port::Normal), image(Port::TexCoord), image(Port::Depth), image(Port::Id)};
     saveForViewing(buffers.normal, QStringLiteral("gbuffer-primitives-normal"));
-    compareWithRayCast(buffers, caster, 0.95, 15000);
+    compareWithRayCast(buffers, caster, 0.98, 20000);
 }
 
 TEST_F(GBufferRenderPassTest, matchesARayCastOfAListOfDrawables)
@@ -152,7 +150,7 @@ TEST_F(GBufferRenderPassTest, matchesARayCastOfAListOfDrawables)
         {{floor, QMatrix4x4()}, {ball, QMatrix4x4()}, {wall, QMatrix4x4()}}, projection, camera, size);
     const Buffers buffers = {image(Port::Normal), image(Port::TexCoord), image(Port::Depth), image(Port::Id)};
     saveForViewing(buffers.normal, QStringLiteral("gbuffer-list-normal"));
-    compareWithRayCast(buffers, caster, 0.9, 40000);
+    compareWithRayCast(buffers, caster, 0.97, 50000);
 }
 
 TEST_F(GBufferRenderPassTest, sortsByDepthWhateverTheOrder)

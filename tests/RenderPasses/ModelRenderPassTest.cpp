@@ -126,11 +126,12 @@ struct Buffers
     Image id;
 };
 
-/// What the buffers may differ by from a reference in doubles. This driver filters images with weights of 8 bits, and
-/// moves vertices by up to 1/512 pixel, which shows where texels and normals change fast over a pixel.
-constexpr double colorTolerance = 0.012;
-constexpr double normalTolerance = 3e-3;
-constexpr double depthTolerance = 2e-5;
+/// What the buffers may differ by from a reference in doubles: single precision adds less than 1e-5 to each, and images are
+/// filtered with weights of 8 bits. Drivers that interpolate from where they moved the vertices, by up to 1/512 pixel, get a
+/// little more room.
+constexpr double colorTolerance = 2.0 / 255;
+constexpr double normalTolerance = 2e-4;
+constexpr double depthTolerance = 2e-6;
 
 /// Holds the five buffers against the ray cast of the scene, at all pixels clear of edges.
 void compareWithRayCast(const Buffers &buffers, const Scene &scene, const QMatrix4x4 &projection,
@@ -187,10 +188,8 @@ void compareWithRayCast(const Buffers &buffers, const Scene &scene, const QMatri
             }
             wrongMaterials += diffuse[3] == material.d && specular[3] == material.ns ? 0 : 1;
         });
-    std::printf("ERR n %g d %g\n", normalError, depthError);
     EXPECT_EQ(wrongIds, 0);
     EXPECT_EQ(wrongMaterials, 0);
-    std::printf("ERR kd %g ks %g min %d\n", diffuseError, specularError, minified);
     EXPECT_LE(diffuseError, colorTolerance);
     EXPECT_LE(specularError, colorTolerance);
     EXPECT_LE(normalError, normalTolerance);
@@ -315,7 +314,7 @@ TEST_F(ModelRenderPassTest, givesNormalsAWOfOne)
     pass->start(nullptr);
     const Buffers buffers = {
         image(Port::Diffuse), image(Port::Specular), image(Port::Normal), image(Port::Depth), image(Port::Id)};
-    compareWithRayCast(buffers, scene, projection, camera, 0.9, 30000, {2000, 1000, 1000, 5000});
+    compareWithRayCast(buffers, scene, projection, camera, 0.95, 35000, {3000, 2000, 2000, 7000});
 
     // How far a w of 0 would have been off.
     const DoubleMatrix normalMatrix = DoubleMatrix(camera).inverted().transposed();

@@ -22,6 +22,22 @@ if(NOT EXISTS "${WORK_DIR}/picture.png")
     message(FATAL_ERROR "render-model wrote no picture")
 endif()
 
+# What the README shows is this program, and its chain is one.
+file(READ "${SOURCE_DIR}/README.md" readme)
+file(READ "${CONSUMER_DIR}/render-model.cpp" program)
+string(REGEX REPLACE "^[^\n]*\n[^\n]*\n" "" program "${program}")
+string(FIND "${readme}" "${program}" place)
+if(place EQUAL -1)
+    message(FATAL_ERROR "the README does not show tests/package/consumer/render-model.cpp as it stands")
+endif()
+string(FIND "${readme}" "```json\n" begin)
+string(SUBSTRING "${readme}" ${begin} -1 chain)
+string(SUBSTRING "${chain}" 8 -1 chain)
+string(FIND "${chain}" "```" end)
+string(SUBSTRING "${chain}" 0 ${end} chain)
+file(WRITE "${WORK_DIR}/readme-chain.json" "${chain}")
+run("the README's chain" "${WORK_DIR}/prefix/bin/kvz" check "${WORK_DIR}/readme-chain.json")
+
 # A component that does not exist is refused with a line that names those that do.
 file(WRITE "${WORK_DIR}/unknown/CMakeLists.txt" "cmake_minimum_required(VERSION 3.22)\nproject(Unknown LANGUAGES CXX)\nfind_package(Kvz REQUIRED COMPONENTS Windows)\n")
 execute_process(COMMAND ${CMAKE_COMMAND} -S "${WORK_DIR}/unknown" -B "${WORK_DIR}/unknown/build"

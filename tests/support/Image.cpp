@@ -4,8 +4,8 @@
 #include <GL/AutoBinder.h>
 #include <GL/FramebufferObject.h>
 #include <GL/InternalFormat.h>
-#include <GL/ShaderProgram.h>
 #include <GL/OpenGLDeviceContext.h>
+#include <GL/ShaderProgram.h>
 
 #include <QtCore/QDir>
 #include <QtGui/QImage>
@@ -49,13 +49,12 @@ Image readBound(GLenum target, GLenum internalFormat, int width, int height, int
 
 } // namespace
 
-Image::Image(int imageWidth, int imageHeight, int imageChannels) :
-    width(imageWidth),
-    height(imageHeight),
-    channels(imageChannels),
-    data(imageWidth * imageHeight * imageChannels, 0.0f)
-{
-}
+Image::Image(int imageWidth, int imageHeight, int imageChannels)
+    : width(imageWidth),
+      height(imageHeight),
+      channels(imageChannels),
+      data(imageWidth * imageHeight * imageChannels, 0.0f)
+{ }
 
 QVector4D Image::pixel(int x, int y) const
 {
@@ -73,7 +72,8 @@ void Image::setPixel(int x, int y, const QVector4D &value)
 Image readTexture(const Texture *texture)
 {
     AutoBinder binder(const_cast<Texture *>(texture));
-    return readBound(texture->target(), GLenum(texture->internalFormat(0)), texture->width(0), texture->height(0), 1, 0);
+    return readBound(
+        texture->target(), GLenum(texture->internalFormat(0)), texture->width(0), texture->height(0), 1, 0);
 }
 
 Image readLayer(const Texture *texture, int layer)
@@ -113,7 +113,9 @@ std::unique_ptr<Texture> makeTexture(const Image &image, int internalFormat)
 {
     auto texture = std::make_unique<Texture>(GL_TEXTURE_2D, internalFormat, image.width, image.height, 0, nullptr);
     AutoBinder binder(texture.get());
-    const GLenum format = isDepthFormat(GLenum(internalFormat)) ? GL_DEPTH_COMPONENT : image.channels == 1 ? GL_RED : GL_RGBA;
+    const GLenum format = isDepthFormat(GLenum(internalFormat)) ? GL_DEPTH_COMPONENT
+        : image.channels == 1                                   ? GL_RED
+                                                                : GL_RGBA;
     glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
     if (hasStencil(GLenum(internalFormat))) {
         std::vector<GLuint> packed;
@@ -122,8 +124,8 @@ std::unique_ptr<Texture> makeTexture(const Image &image, int internalFormat)
         glTexImage2D(GL_TEXTURE_2D, 0, internalFormat, image.width, image.height, 0, GL_DEPTH_STENCIL,
             GL_UNSIGNED_INT_24_8, packed.data());
     } else {
-        glTexImage2D(GL_TEXTURE_2D, 0, internalFormat, image.width, image.height, 0, format, GL_FLOAT,
-            image.data.constData());
+        glTexImage2D(
+            GL_TEXTURE_2D, 0, internalFormat, image.width, image.height, 0, format, GL_FLOAT, image.data.constData());
     }
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
@@ -134,8 +136,8 @@ std::unique_ptr<Texture> makeTexture(const Image &image, int internalFormat)
 
 std::unique_ptr<Texture> makeMultisampleTexture(const Image &image, int internalFormat, int samples)
 {
-    auto texture = std::make_unique<Texture>(
-        GL_TEXTURE_2D_MULTISAMPLE, internalFormat, image.width, image.height, 0, nullptr);
+    auto texture =
+        std::make_unique<Texture>(GL_TEXTURE_2D_MULTISAMPLE, internalFormat, image.width, image.height, 0, nullptr);
     {
         AutoBinder binder(texture.get());
         glTexImage2DMultisample(
@@ -146,7 +148,8 @@ std::unique_ptr<Texture> makeMultisampleTexture(const Image &image, int internal
     ShaderProgram program(nullptr);
     program.setFragDataLocations({QStringLiteral("out_Color")});
     program.addShader(GL_VERTEX_SHADER,
-        QStringLiteral("#version 150\nin vec3 va_Vertex;\nvoid main() { gl_Position = vec4(va_Vertex, 1.0); }\n"), QString());
+        QStringLiteral("#version 150\nin vec3 va_Vertex;\nvoid main() { gl_Position = vec4(va_Vertex, 1.0); }\n"),
+        QString());
     program.addShader(GL_FRAGMENT_SHADER,
         QStringLiteral("#version 150\nuniform sampler2D u_Source;\nout vec4 out_Color;\n"
                        "void main() { out_Color = texelFetch(u_Source, ivec2(gl_FragCoord.xy), 0); }\n"),
@@ -193,7 +196,8 @@ void saveForViewing(const Image &image, const QString &name)
             const auto byte = [](float value) { return int(std::lround(qBound(0.0f, value, 1.0f) * 255.0f)); };
             const bool grey = image.channels == 1;
             picture.setPixelColor(x, image.height - 1 - y,
-                QColor(byte(texel[0]), byte(texel[grey ? 0 : 1]), byte(texel[grey ? 0 : 2]), grey ? 255 : byte(texel[3])));
+                QColor(
+                    byte(texel[0]), byte(texel[grey ? 0 : 1]), byte(texel[grey ? 0 : 2]), grey ? 255 : byte(texel[3])));
         }
     }
     QDir().mkpath(folder);

@@ -7,8 +7,8 @@
 
 namespace Velmora::Kvz {
 
-ShaderProgram *buildProgram(const QStringList &outputs, const QString &vertexSource, const QString &fragmentSource,
-    GLSLMacroProcessor *macros)
+ShaderProgram *buildProgram(
+    const QStringList &outputs, const QString &vertexSource, const QString &fragmentSource, GLSLMacroProcessor *macros)
 {
     auto *program = new ShaderProgram(nullptr);
     if (macros)

@@ -1,27 +1,33 @@
 // SPDX-License-Identifier: MIT
-#include <Host/CameraFit.h>
+// The program that the README shows.
+#include <Host/Camera.h>
 #include <Host/ChainLibrary.h>
 #include <Host/HeadlessContext.h>
+#include <Host/ImageWriter.h>
 #include <Host/ModelImporter.h>
 #include <Host/RenderChain.h>
 
 using namespace Velmora::Kvz;
 
-int main(int argc, char **argv)
+int main(int, char **argv)
 {
     QString error;
+    const auto context = HeadlessContext::create(&error); // In a viewer: the widget's own context.
     ImportedScene scene;
     ChainDescription description;
-    const auto context = HeadlessContext::create(&error);
-    if (!context || argc < 3 || !importModel(argv[1], &scene, &error) || !loadChain("deferred", &description, &error))
+    if (!context || !importModel(argv[1], &scene, &error) || !loadChain("deferred", &description, &error))
         qFatal("%s", qPrintable(error));
     const QSharedPointer<GPUModel> model = scene.build();
+    const QSize size(1280, 720);
+    const Camera camera = frameScene(model->sceneBounds(), CameraView(), size);
 
     RenderChain chain;
     chain.setDescription(description);
-    chain.setViewport(QRect(0, 0, 640, 480));
+    chain.setViewport(QRect(QPoint(), size));
+    chain.setCamera(camera.cameraMatrix, camera.projectionMatrix);
     chain.setModel(model.data());
-    chain.addExport("picture", {"over", "Kvz_KvzTexture*_Frame"});
-    chain.renderFrame();
+    chain.requestCapture({"over", "Kvz_KvzTexture*_Frame"});
+    if (!chain.renderFrame() || !writeImage(chain.takeCaptures().first().image, argv[2], &error))
+        qFatal("%s", qPrintable(chain.errorString() + error));
     return 0;
 }
