@@ -7,6 +7,7 @@
 
 #include <QtCore/QSharedPointer>
 
+#include <functional>
 #include <memory>
 
 namespace Velmora::Kvz {
@@ -46,6 +47,12 @@ public:
     /// is.
     static void *currentHandle();
 
+    /// Has `listener` called when the end of this device's context is announced, or when its QOpenGLContext is destroyed, if
+    /// the context is current then: the last chance to delete what lives in it. Returns a number for removeEndListener().
+    int addEndListener(const std::function<void()> &listener);
+    /// An unknown number is ignored. A listener may remove itself.
+    void removeEndListener(int number);
+
     /// Frees the shared buffers and caches of this device; what was handed out lives on.
     void releaseResources();
 
@@ -53,6 +60,9 @@ private:
     Q_DISABLE_COPY(OpenGLDeviceContext)
     friend class TextureUnitAllocator;
     friend class BlitFramebuffers;
+    friend class ContextRegistry;
+
+    void notifyEnd();
 
     struct Private;
     std::unique_ptr<Private> d;

@@ -16,7 +16,7 @@ struct KVZ_HOST_EXPORT CameraView
 {
     float azimuth = 30; ///< Degrees around the Y axis: 0 looks at the scene from +Z, 90 from +X.
     float elevation = 20; ///< Degrees above the horizon, -90 to 90.
-    float distance = 1; ///< 1 where the scene just fits the picture, 2 twice as far from its centre.
+    float distance = 1; ///< 1 where the scene just fits the picture, 2 twice as far.
 
     bool hasEye = false; ///< Look from `eye` in the place of the three above.
     QVector3D eye; ///< World space.

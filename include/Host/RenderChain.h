@@ -49,14 +49,15 @@ class Texture;
 /// **Images.** Pooled textures go back to the pool when their last consumer has run, whether or not that pass gives its
 /// inputs back itself.
 ///
-/// **Contexts.** Passes are made in the first frame and belong to the context that is current then. In another context the
-/// chain makes them anew, with their values and options. Use one chain for each context.
+/// **Contexts.** Passes are made in the first frame and belong to the context that is current then. When that context's end
+/// is announced, or its QOpenGLContext is destroyed while it is current, they are torn down. In another context the chain
+/// makes them anew, with their values and options. Use one chain for each context.
 ///
 /// All operations run on the thread of the context; those marked so need it current.
 class KVZ_HOST_EXPORT RenderChain
 {
 public:
-    /// `registry` must live as long as the chain.
+    /// `registry` must live as long as the chain, and not change meanwhile.
     explicit RenderChain(const PassRegistry &registry = PassRegistry::standard());
     /// Deletes the passes; with their context current, their GL objects too.
     ~RenderChain();
@@ -110,8 +111,7 @@ public:
     /// Renders one frame; needs a current context. False, with errorString(), without one and for a chain with errors.
     bool renderFrame();
 
-    /// Deletes the passes with their GL objects; the next frame makes them anew. Call it with the context current before
-    /// that context ends.
+    /// Deletes the passes with their GL objects; the next frame makes them anew. Call it with the context current.
     void releaseContext();
 
     /// \name Results

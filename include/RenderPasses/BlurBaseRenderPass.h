@@ -4,6 +4,7 @@
 #include <RenderPasses/RenderPassProxy.h>
 
 #include <QtCore/QSharedPointer>
+#include <QtCore/QSize>
 #include <QtCore/QString>
 #include <QtCore/QVector>
 
@@ -41,6 +42,8 @@ protected:
     static QString getBaseFragmentShaderSource();
     static QString getBaseVertexShaderSource();
 
+    /// A target for a draw from the pool, GL_RGBA16F, of this size in pixels.
+    static Texture *takeTarget(const QSize &size);
     /// Attaches the target of a draw to the framebuffer, which is bound, and fills it with the clear colour in force.
     /// Depth test and depth writes go off.
     void attachAndClear(Texture *target);

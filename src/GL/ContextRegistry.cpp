@@ -158,6 +158,7 @@ void ContextRegistry::endCurrent()
     QSharedPointer<ContextRecord> record = find(currentHandle());
     if (!record)
         return;
+    record->device->notifyEnd();
     record->device->releaseResources();
     if (record->group->textureManager) {
         QMutexLocker lock(&registry().mutex);

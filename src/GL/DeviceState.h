@@ -8,6 +8,8 @@
 
 #include <QtCore/QSharedPointer>
 
+#include <functional>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -31,6 +33,8 @@ struct OpenGLDeviceContext::Private
     QSharedPointer<BufferObject> quadTexCoords;
     std::unique_ptr<BlitResources> blit;
     std::vector<bool> usedUnits; ///< By texture unit; grows with use.
+    std::map<int, std::function<void()>> endListeners; ///< By number.
+    int nextListener = 0;
     int combinedUnits = 0; ///< Texture units that the driver offers; 0 until asked.
 };
 

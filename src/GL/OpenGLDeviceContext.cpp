@@ -92,6 +92,24 @@ void *OpenGLDeviceContext::currentHandle()
     return ContextRegistry::currentHandle();
 }
 
+int OpenGLDeviceContext::addEndListener(const std::function<void()> &listener)
+{
+    d->endListeners.emplace(d->nextListener, listener);
+    return d->nextListener++;
+}
+
+void OpenGLDeviceContext::removeEndListener(int number)
+{
+    d->endListeners.erase(number);
+}
+
+void OpenGLDeviceContext::notifyEnd()
+{
+    const auto listeners = d->endListeners; // They may remove themselves.
+    for (const auto &listener : listeners)
+        listener.second();
+}
+
 void OpenGLDeviceContext::releaseResources()
 {
     d->quadPositions.clear();

@@ -94,15 +94,41 @@ QMatrix4x4 orbit(const CameraView &view, const QVector3D &target)
     return matrix;
 }
 
-/// How far back a camera must go to have all corners, which are in its own space, in the picture.
-float fittingDistance(const Corners &corners, const QMatrix4x4 &camera, float tangentX, float tangentY)
+/// Where along one axis of the picture, and how far back, a camera must stand to have all corners between two planes that
+/// open by `tangent` to either side.
+struct Stand
 {
-    float distance = 0;
+    float aside;
+    float back;
+};
+
+Stand standFor(const Corners &corners, const QMatrix4x4 &turned, int axis, float tangent)
+{
+    float low = -std::numeric_limits<float>::max();
+    float high = low;
     for (const QVector3D &corner : corners) {
-        const QVector3D p = camera.map(corner);
-        distance = std::max({distance, p.z() + std::abs(p.x()) / tangentX, p.z() + std::abs(p.y()) / tangentY});
+        const QVector3D p = turned.map(corner);
+        high = std::max(high, p.z() * tangent + p[axis]);
+        low = std::max(low, p.z() * tangent - p[axis]);
     }
-    return distance;
+    return {(high - low) / 2, (high + low) / (2 * tangent)};
+}
+
+/// Steps back from a target until all corners are in the picture. Without a target of its own the view also steps aside,
+/// so that what perspective enlarges takes no more room than the rest.
+QMatrix4x4 stepBack(
+    const CameraView &view, const Corners &corners, const QMatrix4x4 &turned, float tangentX, float tangentY)
+{
+    const Stand x = standFor(corners, turned, 0, tangentX);
+    const Stand y = standFor(corners, turned, 1, tangentY);
+    QMatrix4x4 matrix;
+    if (view.hasTarget) {
+        const float back = std::max(x.back + std::abs(x.aside) / tangentX, y.back + std::abs(y.aside) / tangentY);
+        matrix.translate(0, 0, -view.distance * back);
+    } else {
+        matrix.translate(-x.aside, -y.aside, -view.distance * std::max(x.back, y.back));
+    }
+    return matrix;
 }
 
 } // namespace
@@ -143,9 +169,7 @@ Camera frameScene(const QPair<QVector3D, QVector3D> &bounds, const CameraView &v
         camera.cameraMatrix.lookAt(view.eye, view.eye + forward, up);
     } else {
         const QMatrix4x4 turned = orbit(view, target);
-        camera.cameraMatrix.translate(
-            0, 0, -view.distance * fittingDistance(corners, turned, tangent * aspect, tangent));
-        camera.cameraMatrix *= turned;
+        camera.cameraMatrix = stepBack(view, corners, turned, tangent * aspect, tangent) * turned;
     }
 
     float nearest = std::numeric_limits<float>::max();

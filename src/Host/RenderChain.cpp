@@ -10,14 +10,13 @@
 #include <GL/Texture.h>
 #include <GL/TextureManager.h>
 #include <Host/ChainWiring.h>
-#include <Host/ContextEnd.h>
 #include <Host/GLState.h>
 #include <Host/GpuTimer.h>
 #include <Host/TextureCapture.h>
 #include <Scene/GPUModel.h>
 
-#include <QtCore/QMetaObject>
 #include <QtCore/QVarLengthArray>
+#include <QtCore/QWeakPointer>
 
 #include <epoxy/gl.h>
 
@@ -254,12 +253,19 @@ struct RenderChain::Private
     // --- contexts ---
 
     std::unique_ptr<GLObject> context; ///< A claim on the context that the passes belong to.
-    QMetaObject::Connection contextEnd;
+    QWeakPointer<OpenGLDeviceContext> device; ///< Of that context.
+    int endListener = 0; ///< At the device.
     std::vector<Instance> retired; ///< Passes that left the chain while no context was at hand.
 
     bool isInContext() const { return context && context->isKnownToCurrentContext(); }
     void enterContext();
     void leaveContext();
+    void stopListening()
+    {
+        if (const auto known = device.toStrongRef())
+            known->removeEndListener(endListener);
+        device.clear();
+    }
     void retire(std::vector<Instance> *instances);
     void deleteRetired();
 };
@@ -270,7 +276,7 @@ RenderChain::RenderChain(const PassRegistry &registry)
 
 RenderChain::~RenderChain()
 {
-    QObject::disconnect(d->contextEnd);
+    d->stopListening();
     d->releaseExports();
     d->gpuTimer.release(d->isInContext());
     for (const auto &node : d->nodes)
@@ -680,13 +686,15 @@ void RenderChain::Private::enterContext()
     context = std::make_unique<GLObject>(GLObject::Sharing::OneContext);
     context->claim();
     hasDebugGroups = epoxy_gl_version() >= 43 || epoxy_has_gl_extension("GL_KHR_debug");
-    contextEnd = onContextEnd([this] { leaveContext(); });
+    const QSharedPointer<OpenGLDeviceContext> current = OpenGLDeviceContext::current();
+    device = current;
+    endListener = current->addEndListener([this] { leaveContext(); });
 }
 
 /// Deletes all passes. Their objects in a context that is not current drop their names.
 void RenderChain::Private::leaveContext()
 {
-    QObject::disconnect(contextEnd);
+    stopListening();
     const bool isCurrent = isInContext();
     releaseExports(); // In a context that shares textures they are still there.
     gpuTimer.release(isCurrent);

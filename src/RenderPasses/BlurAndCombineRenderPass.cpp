@@ -151,23 +151,19 @@ void BlurAndCombineRenderPass::start(RenderCallbacks *callbacks)
         m_thresholdProgram = makeShaderProgram(thresholdSource);
     ensureScreenQuad(m_screenQuad, m_thresholdProgram);
     AutoBinder framebuffer(m_framebuffer);
-    const auto takeTarget = [&size] {
-        return TextureManager::Instance()->tempTexture(
-            TextureFormat::HighDynamicRange, size.width(), size.height(), 1, 1);
-    };
 
-    Texture *current = takeTarget();
+    Texture *current = takeTarget(size);
     Texture *source = blur;
     if (m_glowThreshold > 0.0f) {
         drawWithThresholdShader(blur, current);
         giveBack(blur);
         source = current;
-        current = takeTarget();
+        current = takeTarget(size);
     }
     drawWithBlurOnlyShader(source, current);
     giveBack(source);
     Texture *const blurred = current;
-    current = takeTarget();
+    current = takeTarget(size);
     drawWithBlurAndAddShader(normal, blurred, current);
 
     handOn(m_outputs[Result], m_numOutputUsers[Result], current);

@@ -8,6 +8,7 @@
 #include <GL/FramebufferObject.h>
 #include <GL/GLSLMacroProcessor.h>
 #include <GL/ShaderProgram.h>
+#include <GL/TextureManager.h>
 
 #include <epoxy/gl.h>
 
@@ -63,11 +64,10 @@ float normalDensity(float x, float sigma)
 } // namespace
 
 BlurBaseRenderPass::BlurBaseRenderPass(float stencilMask, float blurRadius, float kernelExtent)
-    : m_blurRadius(blurRadius)
-    , m_kernelExtent(kernelExtent)
-    , m_stencilMask(stencilMask)
-{
-}
+    : m_blurRadius(blurRadius),
+      m_kernelExtent(kernelExtent),
+      m_stencilMask(stencilMask)
+{ }
 
 BlurBaseRenderPass::~BlurBaseRenderPass()
 {
@@ -100,8 +100,8 @@ void BlurBaseRenderPass::calculateBlurWeights()
         weight /= sum;
 
     // One read between two texels, nearer to the heavier one, gives the sum of both.
-    QVector<float> weights {m_weights[0]};
-    QVector<float> offsets {0.0f};
+    QVector<float> weights{m_weights[0]};
+    QVector<float> offsets{0.0f};
     for (int tap = 1; 0.5f * count > float(tap); ++tap) {
         const int inner = 2 * tap - 1;
         const int outer = inner + 1;
@@ -122,8 +122,7 @@ ShaderProgram *BlurBaseRenderPass::makeShaderProgram(const QString &fragmentSour
         macros.addDefine(QStringLiteral("STENCIL_MASK"), QStringLiteral("1"));
     macros.addDefine(m_samplesCountName, QString::number(qMax(1, m_weights.size())));
     // The sources call their output o_Output, on purpose: an output alone lies at location 0 whatever its name.
-    return buildProgram(
-        {QStringLiteral("out_FragColor")}, getBaseVertexShaderSource(), fragmentSource, &macros);
+    return buildProgram({QStringLiteral("out_FragColor")}, getBaseVertexShaderSource(), fragmentSource, &macros);
 }
 
 QString BlurBaseRenderPass::getBaseFragmentShaderSource()
@@ -134,6 +133,11 @@ QString BlurBaseRenderPass::getBaseFragmentShaderSource()
 QString BlurBaseRenderPass::getBaseVertexShaderSource()
 {
     return screenQuadVertexSource;
+}
+
+Texture *BlurBaseRenderPass::takeTarget(const QSize &size)
+{
+    return TextureManager::Instance()->tempTexture(TextureFormat::HighDynamicRange, size.width(), size.height(), 1, 1);
 }
 
 void BlurBaseRenderPass::attachAndClear(Texture *target)

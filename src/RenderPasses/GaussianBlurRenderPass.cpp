@@ -57,8 +57,8 @@ void GaussianBlurRenderPass::start(RenderCallbacks *)
     const bool useStencil = stencil && material >= 0;
     // A stencil that comes without a material is dropped and not given back, on purpose.
     if (!useStencil)
-        stencil = TextureManager::Instance()->tempTexture(
-            TextureFormat::DepthStencil, size.width(), size.height(), 1, 1);
+        stencil =
+            TextureManager::Instance()->tempTexture(TextureFormat::DepthStencil, size.width(), size.height(), 1, 1);
     if (!input)
         input = takeBlackTexel(GL_RGB);
     sampleLinearly(input);

@@ -117,15 +117,11 @@ void StencilBlurAndBlendRenderPass::start(RenderCallbacks *callbacks)
     ensureFramebuffer(m_framebuffer);
     ensureScreenQuad(m_screenQuad, m_shaderProgram);
     AutoBinder framebuffer(m_framebuffer);
-    const auto takeTarget = [&size] {
-        return TextureManager::Instance()->tempTexture(
-            TextureFormat::HighDynamicRange, size.width(), size.height(), 1, 1);
-    };
 
-    Texture *const across = takeTarget();
+    Texture *const across = takeTarget(size);
     drawWithBlurOnlyShader(rebuilt, blur, across);
     giveBack(blur);
-    Texture *const combined = takeTarget();
+    Texture *const combined = takeTarget(size);
     drawWithBlurAndAddShader(rebuilt, normal, across, combined);
 
     handOn(m_outputs[Result], m_numOutputUsers[Result], combined);

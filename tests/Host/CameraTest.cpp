@@ -56,14 +56,23 @@ TEST(CameraTest, boundsFillThePictureFromEverySide)
         for (const QSize &size : sizes) {
             for (const char *text : {"0,0", "30,20", "200,-60", "-90,90", "45,-90:fov=90", "10,5:fov=2"}) {
                 const Camera camera = frameScene(box, parsed(text), size);
-                float widest = 0;
+                QVector3D low(9, 9, 9);
+                QVector3D high = -low;
                 for (int i = 0; i < 8; ++i) {
                     const QVector3D p = project(camera, corner(box, i));
-                    widest = std::max({widest, std::abs(p.x()), std::abs(p.y())});
-                    EXPECT_LE(std::abs(p.z()), 1.0001f) << text << ": between the near and the far plane";
+                    for (int axis = 0; axis < 3; ++axis) {
+                        low[axis] = std::min(low[axis], p[axis]);
+                        high[axis] = std::max(high[axis], p[axis]);
+                    }
                 }
-                EXPECT_LT(widest, 0.96f) << text;
-                EXPECT_GT(widest, 0.92f) << text << ": no more than the margin is left free";
+                const float free = 1 - std::max(high.x(), high.y());
+                EXPECT_GT(free, 0.04f) << text << ": a margin";
+                EXPECT_LT(free, 0.08f) << text << ": and no more";
+                const int tight = high.x() > high.y() ? 0 : 1;
+                EXPECT_NEAR(low[tight], -high[tight], 2e-3) << text << ": the same on both sides";
+                EXPECT_GT(low[1 - tight], -0.96f) << text;
+                EXPECT_GE(low.z(), -1.0001f) << text << ": nothing before the near plane";
+                EXPECT_LE(high.z(), 1.0001f) << text << ": nothing beyond the far plane";
             }
         }
     }
@@ -90,8 +99,10 @@ TEST(CameraTest, anglesTurnAroundTheCentre)
 TEST(CameraTest, distanceIsInMultiplesOfTheFittingOne)
 {
     const QSize size(200, 100);
-    const float fitting = eyeOf(frameScene(unitBox, parsed("30,20"), size)).length();
-    EXPECT_NEAR(eyeOf(frameScene(unitBox, parsed("30,20,2.5"), size)).length(), 2.5f * fitting, 1e-4);
+    const auto depth = [&](const char *text) {
+        return -frameScene(unitBox, parsed(text), size).cameraMatrix.map(QVector3D()).z();
+    };
+    EXPECT_NEAR(depth("30,20,2.5"), 2.5f * depth("30,20"), 1e-4);
 }
 
 TEST(CameraTest, eyeLooksAtItsTarget)
@@ -137,6 +148,21 @@ TEST(CameraTest, viewFromAboveAgreesInBothForms)
         frameScene(unitBox, parsed(qPrintable(QStringLiteral("eye=0,%1,0").arg(double(eye.y()), 0, 'g', 9))), size);
     expectNear(project(point, QVector3D(1, 0, 0)), project(angles, QVector3D(1, 0, 0)), 1e-3f);
     expectNear(project(point, QVector3D(0, 0, 1)), project(angles, QVector3D(0, 0, 1)), 1e-3f);
+}
+
+TEST(CameraTest, targetStaysInTheMiddleOfAPictureThatHasTheWholeScene)
+{
+    const QVector3D target(0.7f, 1, -0.2f);
+    const Camera camera = frameScene(unitBox, parsed("30,20:target=0.7,1,-0.2"), QSize(320, 200));
+    EXPECT_NEAR(project(camera, target).x(), 0, 1e-5);
+    EXPECT_NEAR(project(camera, target).y(), 0, 1e-5);
+    float widest = 0;
+    for (int i = 0; i < 8; ++i) {
+        const QVector3D p = project(camera, corner(unitBox, i));
+        widest = std::max({widest, std::abs(p.x()), std::abs(p.y())});
+    }
+    EXPECT_LT(widest, 0.96f);
+    EXPECT_GT(widest, 0.92f);
 }
 
 TEST(CameraTest, planesCloseAroundTheScene)

@@ -222,8 +222,12 @@ TEST_F(RenderChainTest, anotherContextGetsPassesOfItsOwn)
         render(2);
         EXPECT_EQ(calls.count(text("construct")), 2);
         EXPECT_EQ(calls.count(text("destroy")), 1);
+        calls.removeAll(text("beginFrame"));
     }
-    // That context ended unannounced to the chain.
+    // The end of that context reached the chain while it was current.
+    EXPECT_EQ(
+        calls.mid(calls.size() - 3), (QStringList{text("teardown"), text("teardownContextData"), text("destroy")}));
+    EXPECT_EQ(chain->passObjectCount(), 0);
     context().makeCurrent();
     render();
     EXPECT_EQ(calls.count(text("construct")), 3);

@@ -678,14 +678,14 @@ TEST_F(BlendRenderPassTest, theViewportsCornerShiftsThePictureWithinTheResult)
     const auto frameA = makeTexture(source, GL_RGBA32F);
     setViewport(QRect(1, 2, 4, 3));
     setFrames(frameA.get(), nullptr);
-    glClearColor(0.25f, 0.5f, 0.75f, 1.0f);
+    const QVector4D clearColor(0.125f, 0.625f, 0.375f, 0.875f);
+    glClearColor(clearColor.x(), clearColor.y(), clearColor.z(), clearColor.w());
     const Image image = result(BlendRenderPass::Src);
     ASSERT_EQ(image.width, 4);
     ASSERT_EQ(image.height, 3);
     for (int y = 0; y < 3; ++y) {
         for (int x = 0; x < 4; ++x) {
-            const QVector4D expected =
-                x >= 1 && y >= 2 ? source.pixel(x - 1, y - 2) : QVector4D(0.25f, 0.5f, 0.75f, 1.0f);
+            const QVector4D expected = x >= 1 && y >= 2 ? source.pixel(x - 1, y - 2) : clearColor;
             EXPECT_LE((image.pixel(x, y) - expected).length(), 2e-3f) << x << ", " << y;
         }
     }

@@ -665,6 +665,7 @@ TEST_F(TextureToScreenRenderPassTest, drawsAsManyRectanglesAsBothListsHave)
     // Where the sources lie does not matter.
     pass.setInput(Pass::Rects, rectangles({QRect(100, 100, 1, 1), QRect()}));
     GLCallRecorder<&epoxy_glDrawArrays> draws;
+    draws.onCall = [](auto...) { EXPECT_TRUE(glFlag(GL_SCISSOR_TEST)); };
     GLCallRecorder<&epoxy_glViewport> viewports;
     GLCallRecorder<&epoxy_glScissor> scissors;
     pass.start(nullptr);

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <RenderPasses/RenderPassProxy.h>
+
+#include <QtCore/QSharedPointer>
+#include <QtCore/QSize>
+
+namespace Velmora::Kvz {
+
+class DrawBuffers;
+class FramebufferObject;
+class ShaderProgram;
+class Texture;
+
+/// Measures the average colour and luminance of a frame, and waits for the GPU to have them.
+///
+/// | Input | Name                     | Type     | Default | Null means                                                     |
+/// |-------|--------------------------|----------|---------|----------------------------------------------------------------|
+/// | 0     | Kvz_QRect_Viewport       | QRect    | invalid | 0 by 0 pixels, and an undefined average                        |
+/// | 1     | Kvz_KvzTexture*_Texture  | Texture* | invalid | black: luminance 0                                             |
+///
+/// | Output | Name                       | Value                                                                           |
+/// |--------|----------------------------|---------------------------------------------------------------------------------|
+/// | 0      | Kvz_KvzTexture*_Frame      | The pass's own 1 by 1 GL_RGBA32F texture with the average colour, overwritten by the next frame. |
+/// | 1      | Kvz_float_averageLuminance | float, 0.2126 red + 0.7152 green + 0.0722 blue of it (ITU-R BT.709), not clamped. |
+///
+/// Two draws with box filters: the frame into a square with an eighth of the viewport's width as side, and that into one
+/// pixel. The frame is read over its whole area whatever the viewport, which only gives the square's side. A box takes all
+/// texels that it begins on and divides by its area, so the average is exact where the frame's width and height are
+/// multiples of the square's side, and too large by up to the ratio of the two counts elsewhere: a white frame of 1920 by
+/// 1080 gives 5 / 4.5. A viewport less than 8 wide has no square, and an undefined average, as has one whose left or top is
+/// not 0.
+///
+/// The pass neither adds nor gives back references of pooled textures.
+class KVZ_RENDERPASSES_EXPORT LuminanceAverageRenderPass : public RenderPassProxy
+{
+public:
+    enum Input { Viewport, SourceTexture };
+    enum Output { Frame, AverageLuminance };
+
+    LuminanceAverageRenderPass();
+    ~LuminanceAverageRenderPass() override;
+
+    void start(RenderCallbacks *callbacks) override;
+
+private:
+    void remakeReducedTarget();
+    void makeAverageTarget();
+    void buildProgram();
+    void drawReduced(Texture *source, const QSize &size);
+
+    ShaderProgram *m_shaderProgram = nullptr;
+    QSharedPointer<DrawBuffers> m_screenQuad;
+    Texture *m_blackTexture = nullptr;
+    FramebufferObject *m_reduceFramebuffer = nullptr; ///< With the target of the first draw.
+    FramebufferObject *m_averageFramebuffer = nullptr; ///< With the target of the second draw.
+    int m_reducedWidth = 0; ///< Both sides of the first target.
+    int m_reducedHeight = 0;
+    int m_averageWidth = 0;
+    int m_averageHeight = 0;
+};
+
+} // namespace Velmora::Kvz
