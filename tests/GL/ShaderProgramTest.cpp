@@ -36,6 +36,14 @@ protected:
                 .arg(declarations, sum));
     }
 
+    /// Compiles sources with mistakes, of which the driver speaks too.
+    bool compileWithMistakes(ShaderProgram &program)
+    {
+        const bool compiled = program.compile();
+        log.takeCategory("kvz.gl");
+        return compiled;
+    }
+
     static QVector<float> floats(ShaderProgram &program, const char *name, int count)
     {
         QVector<float> values(count, -999.0f);
@@ -84,7 +92,7 @@ TEST_F(ShaderProgramTest, namesLineAndSourceOfAMistake)
     program.addShader(GL_FRAGMENT_SHADER,
         "#version 150\nout vec4 out_FragColor;\n\nvoid main()\n{\n    out_FragColor = vec4(u_Missing);\n}\n",
         "tint.frag");
-    EXPECT_FALSE(program.compile());
+    EXPECT_FALSE(compileWithMistakes(program));
     EXPECT_TRUE(program.log().contains("tint.frag:6: ")) << qPrintable(program.log());
     EXPECT_TRUE(program.log().contains("u_Missing"));
     EXPECT_FALSE(program.link());
@@ -110,7 +118,7 @@ TEST_F(ShaderProgramTest, namesLinesAsWrittenBehindIncludesAndDefines)
         "    out_FragColor = vec4(ONE + TWO + missing);\n}\n",
         QString());
     program.addShader(GL_FRAGMENT_SHADER, "#version 150\n#include \"header.glslh\"\n", QString());
-    EXPECT_FALSE(program.compile());
+    EXPECT_FALSE(compileWithMistakes(program));
     // Both units were compiled, so that all mistakes show at once.
     EXPECT_TRUE(program.log().contains("<fragment source 0>:6: ")) << qPrintable(program.log());
     EXPECT_TRUE(program.log().contains(header.fileName() + ":3: ")) << qPrintable(program.log());
@@ -122,7 +130,7 @@ TEST_F(ShaderProgramTest, takesMacrosFromItsProcessor)
     program.addShader(GL_VERTEX_SHADER, quadVertexSource, QString());
     program.addShader(GL_FRAGMENT_SHADER,
         "#version 150\nout vec4 out_FragColor;\nvoid main() { out_FragColor = vec4(VALUE); }\n", QString());
-    EXPECT_FALSE(program.compile());
+    EXPECT_FALSE(compileWithMistakes(program));
     {
         GLSLMacroProcessor processor;
         processor.addDefine("VALUE", "0.5");
@@ -131,7 +139,7 @@ TEST_F(ShaderProgramTest, takesMacrosFromItsProcessor)
     }
     EXPECT_TRUE(program.link()); // The processor is gone already.
     program.setMacroProcessor(nullptr);
-    EXPECT_FALSE(program.compile());
+    EXPECT_FALSE(compileWithMistakes(program));
     EXPECT_FALSE(program.isLinked());
 }
 
@@ -533,7 +541,7 @@ TEST_F(ShaderProgramTest, bindsAsNoneUntilItIsLinked)
     AutoBinder outer(good.get());
     ShaderProgram bad;
     bad.addShader(GL_FRAGMENT_SHADER, "#version 150\nnonsense\n", QString());
-    EXPECT_FALSE(bad.compile());
+    EXPECT_FALSE(compileWithMistakes(bad));
     EXPECT_FALSE(bad.link());
     {
         AutoBinder binder(&bad);
