@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // What an item of a model costs the host's thread.
 #include <GL/AutoBinder.h>
+#include <RenderPasses/CullingRenderPass.h>
+#include <RenderPasses/ForwardRenderPass.h>
 #include <RenderPasses/ModelRenderPass.h>
 #include <Scene/GPUModelBuilder.h>
 
@@ -11,7 +13,9 @@
 
 #include <epoxy/gl.h>
 
+#include <algorithm>
 #include <chrono>
+#include <vector>
 
 namespace Velmora::Kvz {
 
@@ -62,6 +66,62 @@ void drawItems(benchmark::State &state)
     state.counters["us_per_item"] = total * 1e6 / double(state.iterations()) / items;
 }
 
+/// The colours of a frame, 8 bits a channel.
+std::vector<unsigned char> readFrame(const RenderPass &pass, const QSize &size)
+{
+    std::vector<unsigned char> texels(size_t(size.width()) * size_t(size.height()) * 4);
+    AutoBinder binder(pass.output(ForwardRenderPass::Frame).value<Texture *>());
+    glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_UNSIGNED_BYTE, texels.data());
+    return texels;
+}
+
+/// A frame of many items, of which the camera sees a quarter: marked and drawn, beside drawn as a whole, turn by turn.
+void forwardWithFrustumCulling(benchmark::State &state)
+{
+    const int items = int(state.range(0));
+    const QSize size(512, 512);
+    const QSharedPointer<GPUModel> model = createTriangles(items);
+    QMatrix4x4 projection;
+    projection.ortho(0, 1, 0, 1, -1, 1);
+    CullingRenderPass culling;
+    culling.setInput(CullingRenderPass::FrustumCullingEnabled, true);
+    culling.setInput(CullingRenderPass::ProjectionMatrix, projection);
+    culling.setInput(CullingRenderPass::Geometry, QVariant::fromValue(model.data()));
+    ForwardRenderPass forward;
+    forward.setInput(ForwardRenderPass::Viewport, QRect(QPoint(0, 0), size));
+    forward.setInput(ForwardRenderPass::ProjectionMatrix, projection);
+    forward.setInput(ForwardRenderPass::Geometry, QVariant::fromValue(model.data()));
+    glViewport(0, 0, size.width(), size.height());
+    const auto drawAll = [&] {
+        model->resetCulling();
+        forward.start(nullptr);
+        glFinish();
+    };
+    const auto drawCulled = [&] {
+        culling.start(nullptr);
+        forward.start(nullptr);
+        glFinish();
+    };
+    drawAll();
+    const std::vector<unsigned char> whole = readFrame(forward, size);
+    drawCulled();
+    if (readFrame(forward, size) != whole || std::count(whole.begin(), whole.end(), 0) == long(whole.size())) {
+        state.SkipWithError("culling changed the picture, or there is none");
+        return;
+    }
+    double withCulling = 0;
+    double without = 0;
+    for (auto _ : state) {
+        without += seconds(drawAll);
+        const double frame = seconds(drawCulled);
+        state.SetIterationTime(frame);
+        withCulling += frame;
+    }
+    state.counters["culled"] = double(model->culledCount()) / items;
+    state.counters["without_ms"] = without * 1e3 / double(state.iterations());
+    state.counters["ratio"] = withCulling / without;
+}
+
 void frustumCull(benchmark::State &state)
 {
     const int items = int(state.range(0));
@@ -80,6 +140,7 @@ void frustumCull(benchmark::State &state)
 } // namespace
 
 BENCHMARK(drawItems)->Arg(1000)->Arg(100000)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
+BENCHMARK(forwardWithFrustumCulling)->Arg(100000)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(1);
 BENCHMARK(frustumCull)->Arg(100000)->Unit(benchmark::kMillisecond);
 
 } // namespace Velmora::Kvz

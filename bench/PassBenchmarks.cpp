@@ -5,13 +5,17 @@
 #include <GL/FramebufferObject.h>
 #include <GL/TextureManager.h>
 #include <RenderPasses/BlendRenderPass.h>
+#include <RenderPasses/CullingRenderPass.h>
 #include <RenderPasses/DeferredRenderPass.h>
+#include <RenderPasses/ForwardRenderPass.h>
 #include <RenderPasses/GBufferRenderPass.h>
 #include <RenderPasses/GradientRenderPass.h>
 #include <RenderPasses/ModelDeferredPass.h>
 #include <RenderPasses/ModelRenderPass.h>
 #include <RenderPasses/PrimitiveBuilderRenderPass.h>
+#include <RenderPasses/ShaderRenderPass.h>
 #include <RenderPasses/TextureToScreenRenderPass.h>
+#include <RenderPasses/WireframeRenderPass.h>
 #include <Scene/GPUModelBuilder.h>
 
 #include <QtCore/QRect>
@@ -206,6 +210,85 @@ void modelDeferred(benchmark::State &state)
     compareWithFloor(state, [&] { pass.start(nullptr); });
 }
 
+void forward(benchmark::State &state)
+{
+    const View view(state);
+    const QSharedPointer<GPUModel> model = createModel();
+    ForwardRenderPass pass;
+    setView(pass, view);
+    set(pass, "Kvz_KvzGPUModel*_Geometry", QVariant::fromValue(model.data()));
+    compareWithFloor(state, [&] {
+        setBaseline(view);
+        pass.start(nullptr);
+    });
+}
+
+/// The pass that marks and the one that draws, against the draws of what is left.
+void cullAndForward(benchmark::State &state)
+{
+    const View view(state);
+    const QSharedPointer<GPUModel> model = createModel();
+    CullingRenderPass culling;
+    set(culling, "Kvz_QMatrix4x4_ProjectionMatrix", view.projection);
+    set(culling, "Kvz_QMatrix4x4_CameraMatrix", view.camera);
+    set(culling, "Kvz_bool_FrustumCullingEnabledIn", true);
+    set(culling, "Kvz_KvzGPUModel*_Geometry", QVariant::fromValue(model.data()));
+    ForwardRenderPass pass;
+    setView(pass, view);
+    compareWithFloor(state, [&] {
+        setBaseline(view);
+        culling.start(nullptr);
+        set(pass, "Kvz_KvzGPUModel*_Geometry", culling.output(0));
+        pass.start(nullptr);
+    });
+}
+
+void wireframe(benchmark::State &state)
+{
+    const View view(state);
+    const QSharedPointer<GPUModel> model = createModel();
+    ModelRenderPass buffer;
+    setView(buffer, view);
+    set(buffer, "Kvz_KvzGPUModel*_Geometry", QVariant::fromValue(model.data()));
+    setBaseline(view);
+    buffer.start(nullptr);
+    WireframeRenderPass pass;
+    set(pass, "Kvz_QRect_Viewport", view.viewport);
+    set(pass, "Kvz_KvzTexture*_Id", output(buffer, "Kvz_KvzTexture*_Id"));
+    set(pass, "Kvz_QColor_WireColor", QColor(Qt::black));
+    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+}
+
+/// A user's shader with two images and some values.
+void userShader(benchmark::State &state)
+{
+    const View view(state);
+    GradientRenderPass source;
+    set(source, "Kvz_QRect_Viewport", view.viewport);
+    source.start(nullptr);
+    ShaderRenderPass pass;
+    pass.setFragmentShaderSource(QStringLiteral(R"(#version 150
+uniform sampler2D u_First;
+uniform sampler2D u_Second;
+uniform float u_Strength;
+uniform vec4 u_Tint;
+in vec2 vo_TexCoord;
+out vec4 o_Frame;
+
+void main()
+{
+    o_Frame = mix(texture(u_First, vo_TexCoord), texture(u_Second, vo_TexCoord) * u_Tint, u_Strength);
+}
+)"));
+    pass.addInput(QStringLiteral("Kvz_KvzTexture*_First"), source.output(0));
+    pass.addInput(QStringLiteral("Kvz_KvzTexture*_Second"), QVariant());
+    pass.addInput(QStringLiteral("u_Strength"), 0.25f);
+    pass.addInput(QStringLiteral("u_Tint"), QColor(255, 200, 100));
+    pass.addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
+    set(pass, "Kvz_QRect_Viewport", view.viewport);
+    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+}
+
 /// Large, where the draws themselves must count, and tiny, where what stands around them does.
 void sizes(benchmark::internal::Benchmark *benchmark)
 {
@@ -222,5 +305,9 @@ BENCHMARK(geometryBuffer)->Apply(sizes);
 BENCHMARK(deferred)->Apply(sizes);
 BENCHMARK(modelBuffer)->Apply(sizes);
 BENCHMARK(modelDeferred)->Apply(sizes);
+BENCHMARK(forward)->Apply(sizes);
+BENCHMARK(cullAndForward)->Apply(sizes);
+BENCHMARK(wireframe)->Apply(sizes);
+BENCHMARK(userShader)->Apply(sizes);
 
 } // namespace Velmora::Kvz

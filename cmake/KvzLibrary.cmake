@@ -23,7 +23,7 @@ target_compile_options(KvzBuildOptions INTERFACE -Wall -Wextra -Wpedantic -Wshad
 target_compile_definitions(KvzBuildOptions INTERFACE QT_DISABLE_DEPRECATED_BEFORE=0x050C00 QT_NO_KEYWORDS
     QT_NO_CAST_TO_ASCII)
 if(KVZ_SANITIZE)
-    target_compile_options(KvzBuildOptions INTERFACE -fsanitize=address,undefined -fno-omit-frame-pointer
+    target_compile_options(KvzBuildOptions INTERFACE -O1 -g1 -fsanitize=address,undefined -fno-omit-frame-pointer
         -fno-sanitize-recover=undefined)
     target_link_options(KvzBuildOptions INTERFACE -fsanitize=address,undefined)
 endif()

@@ -11,9 +11,10 @@ namespace Velmora::Kvz {
 int runCheck(const QStringList &arguments)
 {
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Prints what is wrong with a chain, one line for each finding. Errors keep it from running and make "
-        "the exit status 1; warnings say that the picture is likely not what was meant."));
+    parser.setApplicationDescription(
+        QStringLiteral("Prints what is wrong with a chain, one line for each finding. Errors keep it from\n"
+                       "running and make the exit status 1; warnings say that the picture is likely not\n"
+                       "what was meant."));
     parser.addPositionalArgument(QStringLiteral("CHAIN"), QStringLiteral("Name of a ready chain, or a chain file."));
     const QCommandLineOption driver(
         QStringLiteral("driver"), QStringLiteral("Also says what the OpenGL driver here cannot run."));

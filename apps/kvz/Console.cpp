@@ -20,17 +20,17 @@ void printError(const QString &text)
 void handleMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
     const bool fromDriver = context.category && std::strcmp(context.category, "kvz.gl") == 0;
-    if (type == QtCriticalMsg || type == QtFatalMsg || (type == QtWarningMsg && !fromDriver))
+    if (type != QtDebugMsg && type != QtInfoMsg && !fromDriver)
         warn(text);
 }
 
-QString exitStatuses()
-{
-    return QStringLiteral("\nExit status: 0 done; 1 an input, a value or the driver does not serve, said in one line; "
-                          "2 the command line makes no sense.");
-}
-
 } // namespace
+
+QString exitStatusHelp()
+{
+    return QStringLiteral("Exit status: 0 done; 1 an input, a value or the driver does not serve, said in\n"
+                          "one line; 2 the command line makes no sense.");
+}
 
 int fail(const QString &reason)
 {
@@ -67,7 +67,8 @@ std::optional<int> parseCommandLine(QCommandLineParser *parser, const QStringLis
 {
     const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Prints this help."));
     parser->addOption(help);
-    parser->setApplicationDescription(parser->applicationDescription() + exitStatuses());
+    parser->setApplicationDescription(
+        QStringLiteral("%1\n\n%2").arg(parser->applicationDescription(), exitStatusHelp()));
     if (!parser->parse(arguments)) {
         const QString error = parser->errorText();
         return failUsage(error.endsWith(QLatin1Char('.')) ? error.chopped(1) : error);

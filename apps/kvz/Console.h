@@ -16,6 +16,9 @@ enum ExitStatus {
     BadUsage = 2 ///< A command line that makes no sense.
 };
 
+/// What help texts say of them.
+QString exitStatusHelp();
+
 /// Prints "kvz: reason" to standard error and returns BadInput.
 int fail(const QString &reason);
 /// Prints "kvz: reason" and where help is to be had to standard error and returns BadUsage.
@@ -25,8 +28,8 @@ void warn(const QString &text);
 /// Prints lines to standard output.
 void print(const QString &text);
 
-/// Has warnings of the libraries printed as this program's own, and keeps debug lines and the chatter of drivers off the
-/// terminal.
+/// Has warnings of the libraries printed as this program's own, and keeps their debug lines and the driver's messages off
+/// the terminal: what a driver cannot do is said as a reason to fail.
 void installMessageHandler();
 
 /// Reads a command line that takes from `least` to `most` arguments besides its options, and adds --help to the options.

@@ -99,9 +99,9 @@ void describe(const PassInfo &pass)
 int runPasses(const QStringList &arguments)
 {
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Lists the passes that chains are made of, or describes one: its inputs, outputs and options, as "
-        "chain files name them."));
+    parser.setApplicationDescription(
+        QStringLiteral("Lists the passes that chains are made of, or describes one: its inputs, outputs\n"
+                       "and options, as chain files name them."));
     parser.addPositionalArgument(
         QStringLiteral("CLASS"), QStringLiteral("Class name of a pass."), QStringLiteral("[CLASS]"));
     if (const auto status = parseCommandLine(&parser, arguments, 0, 1))

@@ -11,11 +11,12 @@
 #include <Host/ImageWriter.h>
 #include <Host/ModelImporter.h>
 #include <Host/RenderChain.h>
-#include <Host/TextureCapture.h>
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtCore/QRegularExpression>
+
+#include <epoxy/gl.h>
 
 namespace Velmora::Kvz {
 
@@ -54,11 +55,11 @@ QString readSize(const QString &text, QSize *size)
 std::optional<int> readOptions(const QStringList &arguments, RenderOptions *options)
 {
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Renders a model through a chain of passes into a picture, with no "
-                                                    "window and on any OpenGL 3.2 driver, software "
-                                                    "included. The picture is what a screen would show: opaque. A file "
-                                                    "that is there is replaced when the new picture "
-                                                    "is done, and left as it was when anything goes wrong."));
+    parser.setApplicationDescription(
+        QStringLiteral("Renders a model through a chain of passes into a picture, with no window and\n"
+                       "on any OpenGL 3.2 driver, software included. The picture is what a screen would\n"
+                       "show: opaque. A file that is there is replaced when the new picture is done, and\n"
+                       "left as it was when anything goes wrong."));
     parser.addPositionalArgument(
         QStringLiteral("MODEL"), QStringLiteral("Model file: OBJ, glTF, GLB, PLY, STL, 3DS and others. Y is up."));
     const QCommandLineOption output({QStringLiteral("o"), QStringLiteral("output")},
@@ -125,6 +126,29 @@ QString chainProblem(const ChainDescription &description, const QString &name)
     return QStringLiteral("%1: %2%3").arg(name, findings.constFirst().toString(), more);
 }
 
+QString noMemory(const QSize &size)
+{
+    return QStringLiteral("--size %1x%2: the driver has no memory for it").arg(size.width()).arg(size.height());
+}
+
+/// Renders all frames; on failure the reason.
+QString renderFrames(RenderChain *chain, const RenderOptions &options, TimingTable *table)
+{
+    ProgressBar progress(options.frames);
+    for (int frame = 0; frame < options.frames; ++frame) {
+        if (!options.captureFolder.isEmpty() && frame == options.frames - 1)
+            chain->requestAllCaptures();
+        if (!chain->renderFrame())
+            return QStringLiteral("%1: %2").arg(options.chain, chain->errorString());
+        if (glGetError() == GL_OUT_OF_MEMORY)
+            return noMemory(options.size);
+        if (options.timings)
+            table->addFrame(chain);
+        progress.show(frame + 1);
+    }
+    return {};
+}
+
 /// Such as "02-geometry-Normal.png": place in the chain, pass, role of the port.
 QString captureFile(const RenderChain &chain, const RenderChain::Capture &capture)
 {
@@ -143,8 +167,7 @@ int writeResults(RenderChain *chain, RenderTarget *target, const RenderOptions &
         if (!capture.image.isNull() && !writeImage(capture.image, file, &error))
             return fail(error);
     }
-    const QImage picture = captureTexture(target->colour(), TextureDisplay::Colour);
-    if (!writeImage(picture.convertToFormat(QImage::Format_RGB888), options.output, &error))
+    if (!writeImage(target->picture(), options.output, &error))
         return fail(error);
     return Success;
 }
@@ -166,9 +189,7 @@ int render(const ImportedScene &scene, const ChainDescription &description, cons
                         .arg(largest.height()));
     RenderTarget target(options.size);
     if (!target.isComplete())
-        return fail(QStringLiteral("--size %1x%2: the driver has no memory for it")
-                        .arg(options.size.width())
-                        .arg(options.size.height()));
+        return fail(noMemory(options.size));
     const QSharedPointer<GPUModel> model = scene.build();
     if (!model)
         return fail(QStringLiteral("%1: the driver cannot hold it").arg(options.model));
@@ -186,18 +207,9 @@ int render(const ImportedScene &scene, const ChainDescription &description, cons
         return fail(QStringLiteral("%1: %2").arg(options.chain, chain.errorString()));
 
     TimingTable table;
-    {
-        ProgressBar progress(options.frames);
-        for (int frame = 0; frame < options.frames; ++frame) {
-            if (!options.captureFolder.isEmpty() && frame == options.frames - 1)
-                chain.requestAllCaptures();
-            if (!chain.renderFrame())
-                return fail(QStringLiteral("%1: %2").arg(options.chain, chain.errorString()));
-            if (options.timings)
-                table.addFrame(&chain);
-            progress.show(frame + 1);
-        }
-    }
+    const QString problem = renderFrames(&chain, options, &table);
+    if (!problem.isEmpty())
+        return fail(problem);
     const int status = writeResults(&chain, &target, options);
     if (status == Success && options.timings)
         print(QStringLiteral("%1, %2x%3, %4\n%5")

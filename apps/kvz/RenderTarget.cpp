@@ -20,7 +20,8 @@ void allocate(Texture *texture, const QSize &size, GLint internalFormat, GLenum 
 } // namespace
 
 RenderTarget::RenderTarget(const QSize &size)
-    : m_colour(GL_TEXTURE_2D, GL_RGBA8, size.width(), size.height(), 0, nullptr),
+    : m_size(size),
+      m_colour(GL_TEXTURE_2D, GL_RGBA8, size.width(), size.height(), 0, nullptr),
       m_depth(GL_TEXTURE_2D, GL_DEPTH24_STENCIL8, size.width(), size.height(), 0, nullptr)
 {
     allocate(&m_colour, size, GL_RGBA8, GL_RGBA, GL_UNSIGNED_BYTE);
@@ -34,6 +35,15 @@ RenderTarget::RenderTarget(const QSize &size)
         glClearColor(0, 0, 0, 1);
         glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
     }
+}
+
+QImage RenderTarget::picture()
+{
+    QImage image(m_size, QImage::Format_RGB888); // its rows end on 4 bytes, as glReadPixels has it
+    AutoBinder binder(&m_framebuffer);
+    glPixelStorei(GL_PACK_ALIGNMENT, 4);
+    glReadPixels(0, 0, m_size.width(), m_size.height(), GL_RGB, GL_UNSIGNED_BYTE, image.bits());
+    return image.mirrored();
 }
 
 QSize RenderTarget::largestSize()

@@ -5,6 +5,7 @@
 #include <GL/Texture.h>
 
 #include <QtCore/QSize>
+#include <QtGui/QImage>
 
 namespace Velmora::Kvz {
 
@@ -18,12 +19,14 @@ public:
     /// False when the driver could not give the memory.
     bool isComplete() const { return m_complete; }
     FramebufferObject *framebuffer() { return &m_framebuffer; }
-    Texture *colour() { return &m_colour; }
+    /// What a screen would show of it: opaque, top row first.
+    QImage picture();
 
     /// The largest picture that the driver can draw.
     static QSize largestSize();
 
 private:
+    QSize m_size;
     Texture m_colour;
     Texture m_depth;
     FramebufferObject m_framebuffer;

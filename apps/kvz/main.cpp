@@ -35,10 +35,8 @@ QString helpText()
     return QStringLiteral("Usage: kvz COMMAND [options]\n"
                           "Renders models through chains of OpenGL passes, with no window.\n\n"
                           "Commands:\n%1\n\n"
-                          "kvz COMMAND --help says more on each; kvz --version prints the version.\n"
-                          "Exit status: 0 done; 1 an input, a value or the driver does not serve, said in one line; "
-                          "2 the command line makes no sense.")
-        .arg(formatTable(rows));
+                          "kvz COMMAND --help says more on each; kvz --version prints the version.\n\n%2")
+        .arg(formatTable(rows), exitStatusHelp());
 }
 
 QStringList commandNames()

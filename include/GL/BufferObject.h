@@ -19,7 +19,8 @@ public:
     /// Deletes the GL buffer, or drops its name when its context is not current.
     ~BufferObject() override;
 
-    /// Where bind() binds: GL_ARRAY_BUFFER (the default), GL_ELEMENT_ARRAY_BUFFER, GL_PIXEL_UNPACK_BUFFER, ….
+    /// Where bind() binds: GL_ARRAY_BUFFER (the default), GL_ELEMENT_ARRAY_BUFFER (a part of the vertex array, which must
+    /// be bound then), GL_PIXEL_UNPACK_BUFFER, ….
     void setTarget(unsigned int target);
     unsigned int target() const;
 

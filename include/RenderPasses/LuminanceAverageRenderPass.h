@@ -28,9 +28,11 @@ class Texture;
 /// Two draws with box filters: the frame into a square with an eighth of the viewport's width as side, and that into one
 /// pixel. The frame is read over its whole area whatever the viewport, which only gives the square's side. A box takes all
 /// texels that it begins on and divides by its area, so the average is exact where the frame's width and height are
-/// multiples of the square's side, and too large by up to the ratio of the two counts elsewhere: a white frame of 1920 by
-/// 1080 gives 5 / 4.5. A viewport less than 8 wide has no square, and an undefined average, as has one whose left or top is
-/// not 0.
+/// multiples of the square's side, and elsewhere too large by up to the ratio of the two counts: a white frame of 1920 by
+/// 1080 gives 5 / 4.5.
+///
+/// The average is undefined for a viewport that is less than 8 wide, lower than an eighth of its width, or away from
+/// (0, 0).
 ///
 /// The pass neither adds nor gives back references of pooled textures.
 class KVZ_RENDERPASSES_EXPORT LuminanceAverageRenderPass : public RenderPassProxy

@@ -209,6 +209,8 @@ void ShaderProgram::addShaderFromFile(int type, const QString &file)
 bool ShaderProgram::compile()
 {
     m_log.clear();
+    m_uniforms.clear();
+    m_attributes.clear();
     m_compiled = false;
     m_linked = false;
     deleteProgram();

@@ -428,9 +428,15 @@ TEST_F(ShaderProgramTest, linkingAnewStartsAnew)
     EXPECT_EQ(floats(*program, "u_F", 1)[0], 3);
     ASSERT_TRUE(program->compile());
     EXPECT_FALSE(program->isLinked());
+    // Until it is linked again it has nothing.
+    EXPECT_FALSE(program->hasUniform("u_F"));
+    EXPECT_EQ(program->getUniformLocation("u_F"), -1);
+    EXPECT_EQ(program->attributeLocation("va_Vertex"), -1);
+    program->setUniform("u_F", 4);
     ASSERT_TRUE(program->link());
     program->setUniform("u_F", 3);
     EXPECT_EQ(floats(*program, "u_F", 1)[0], 3);
+    EXPECT_EQ(program->attributeLocation("va_Vertex"), 0);
 }
 
 TEST_F(ShaderProgramTest, ignoresNamesThatItDoesNotHave)

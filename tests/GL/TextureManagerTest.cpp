@@ -370,6 +370,7 @@ TEST_F(TextureManagerTest, keepsOneTextureForEachColour)
     Texture *const color = manager->colorTexture(QColor(51, 102, 204, 51));
     EXPECT_NE(color, clear);
     EXPECT_LT((readTexture(color).pixel(0, 0) - QVector4D(0.2f, 0.4f, 0.8f, 0.2f)).length(), 1e-6f);
+    EXPECT_NE(manager->colorTexture(QColor(51, 102, 204)), color); // The same but for its alpha.
     EXPECT_EQ(parameter(color, GL_TEXTURE_MIN_FILTER), GL_NEAREST);
     manager->deleteUnusedTempTextures();
     EXPECT_EQ(manager->colorTexture(Qt::transparent), clear);
@@ -570,6 +571,9 @@ TEST_F(ManagedImagesTest, copiesShareAHandle)
     EXPECT_EQ(manager->addManagedTexture(filled(4, 4, Qt::green)), handle); // Its place is free.
     EXPECT_EQ(stored(handle).pixel(3, 3), QVector4D(0, 1, 0, 1));
     EXPECT_EQ(stored(other).pixel(3, 3), QVector4D(1, 0, 0, 1));
+    const int again = manager->addManagedTexture(image);
+    EXPECT_NE(again, handle);
+    EXPECT_EQ(stored(again).pixel(3, 3), QVector4D(1, 0, 0, 1));
 }
 
 TEST_F(ManagedImagesTest, growingKeepsWhatIsThere)

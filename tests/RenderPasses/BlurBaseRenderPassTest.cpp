@@ -21,8 +21,7 @@ class Blur : public BlurBaseRenderPass
 public:
     Blur(float stencilMask, float radius, float extent)
         : BlurBaseRenderPass(stencilMask, radius, extent)
-    {
-    }
+    { }
     Blur(float radius, float extent)
         : Blur(0, radius, extent)
     {
@@ -144,8 +143,8 @@ TEST(BlurKernelTest, endsAtTheFirstOddSampleAtOrBeyondTheLimit)
     EXPECT_EQ(samples(2.0f, 2.0f), 5) << "a limit of 4 takes sample 4";
     EXPECT_EQ(samples(1.0f, 2.0f), 3) << "a limit of 2 takes sample 2";
     EXPECT_EQ(samples(-1.0f, 3.0f), 1);
-    EXPECT_EQ(Blur(-1.0f, 3.0f).m_weights, QVector<float> {1.0f});
-    EXPECT_EQ(Blur(-1.0f, 3.0f).m_offsets, QVector<float> {0.0f});
+    EXPECT_EQ(Blur(-1.0f, 3.0f).m_weights, QVector<float>{1.0f});
+    EXPECT_EQ(Blur(-1.0f, 3.0f).m_offsets, QVector<float>{0.0f});
 }
 
 TEST(BlurKernelTest, endsForRadiiThatAreNoNumbers)
@@ -200,8 +199,8 @@ TEST_F(BlurBaseRenderPassTest, bakesTheNumberOfTapsIntoItsPrograms)
     // A vertex and a fragment source each.
     const QString none;
     EXPECT_EQ(macros.values(QStringLiteral("SAMPLES_COUNT")),
-        (QStringList {QStringLiteral("1"), QStringLiteral("1"), QStringLiteral("4"), QStringLiteral("4")}));
-    EXPECT_EQ(macros.values(QStringLiteral("STENCIL_MASK")), (QStringList {none, none, none, none}));
+        (QStringList{QStringLiteral("1"), QStringLiteral("1"), QStringLiteral("4"), QStringLiteral("4")}));
+    EXPECT_EQ(macros.values(QStringLiteral("STENCIL_MASK")), (QStringList{none, none, none, none}));
 }
 
 TEST_F(BlurBaseRenderPassTest, definesTheMaskForEveryFlagButZero)
@@ -211,8 +210,8 @@ TEST_F(BlurBaseRenderPassTest, definesTheMaskForEveryFlagButZero)
         const Blur blur(flag, 2.0f, 3.0f);
         const std::unique_ptr<ShaderProgram> program(blur.makeShaderProgram(Blur::getBaseFragmentShaderSource()));
         EXPECT_TRUE(program->isLinked()) << qPrintable(program->log());
-        EXPECT_EQ(macros.values(QStringLiteral("STENCIL_MASK")),
-            (QStringList {QStringLiteral("1"), QStringLiteral("1")}));
+        EXPECT_EQ(
+            macros.values(QStringLiteral("STENCIL_MASK")), (QStringList{QStringLiteral("1"), QStringLiteral("1")}));
     }
 }
 

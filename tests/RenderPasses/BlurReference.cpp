@@ -18,8 +18,8 @@ class Hills
 {
 public:
     Hills(int width, int height, int cell, unsigned seed)
-        : m_cell(cell)
-        , m_columns(width / cell + 2)
+        : m_cell(cell),
+          m_columns(width / cell + 2)
     {
         std::mt19937 random(seed);
         for (int i = 0; i < m_columns * (height / cell + 2); ++i)
@@ -30,9 +30,7 @@ public:
         const auto smooth = [](float t) { return t * t * (3.0f - 2.0f * t); };
         const float u = smooth(float(x % m_cell) / float(m_cell));
         const float v = smooth(float(y % m_cell) / float(m_cell));
-        const auto height = [&](int dx, int dy) {
-            return m_heights[(y / m_cell + dy) * m_columns + x / m_cell + dx];
-        };
+        const auto height = [&](int dx, int dy) { return m_heights[(y / m_cell + dy) * m_columns + x / m_cell + dx]; };
         return (height(0, 0) * (1 - u) + height(1, 0) * u) * (1 - v) + (height(0, 1) * (1 - u) + height(1, 1) * u) * v;
     }
 
@@ -62,7 +60,8 @@ Image photograph(int width, int height, float brightest, unsigned seed)
             const float v = (float(y) + 0.5f) / float(height);
             QVector3D color;
             if (v > 0.4f + 0.06f * std::sin(9.0f * u))
-                color = QVector3D(0.35f, 0.5f, 0.75f) * (1.1f - 0.5f * v) + QVector3D(0.4f, 0.35f, 0.3f) * clouds.at(x, y);
+                color =
+                    QVector3D(0.35f, 0.5f, 0.75f) * (1.1f - 0.5f * v) + QVector3D(0.4f, 0.35f, 0.3f) * clouds.at(x, y);
             else
                 color = QVector3D(0.3f, 0.28f, 0.12f) * (0.3f + 1.2f * ground.at(x, y));
             // A tower with windows, a few of them lit.
@@ -118,9 +117,12 @@ Color gaussianSum(double sigma, int reach, const Neighbour &neighbour)
 {
     Color sum = {};
     double total = 0;
+    QVector<double> densities;
+    for (int d = 0; d <= reach; ++d)
+        densities.append(std::exp(-double(d * d) / (2.0 * sigma * sigma)));
     for (int dy = -reach; dy <= reach; ++dy) {
         for (int dx = -reach; dx <= reach; ++dx) {
-            const double weight = std::exp(-double(dx * dx + dy * dy) / (2.0 * sigma * sigma));
+            const double weight = densities[std::abs(dx)] * densities[std::abs(dy)];
             accumulate(&sum, weight, neighbour(dx, dy));
             total += weight;
         }

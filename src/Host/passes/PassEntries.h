@@ -11,24 +11,30 @@ namespace Velmora::Kvz::PassEntries {
 /// One function for each pass class, in a file named after the class.
 /// @{
 PassInfo blendRenderPass();
+PassInfo cullingRenderPass();
 PassInfo deferredRenderPass();
+PassInfo forwardRenderPass();
 PassInfo gBufferRenderPass();
 PassInfo gradientRenderPass();
 PassInfo modelDeferredPass();
 PassInfo modelRenderPass();
 PassInfo primitiveBuilderRenderPass();
 PassInfo textureToScreenRenderPass();
+PassInfo wireframeRenderPass();
 /// @}
 
 inline constexpr PassInfo (*all[])() = {
     blendRenderPass,
+    cullingRenderPass,
     deferredRenderPass,
+    forwardRenderPass,
     gBufferRenderPass,
     gradientRenderPass,
     modelDeferredPass,
     modelRenderPass,
     primitiveBuilderRenderPass,
     textureToScreenRenderPass,
+    wireframeRenderPass,
 };
 
 /// \name Words that entries are written in

@@ -1,0 +1,556 @@
+// SPDX-License-Identifier: MIT
+#include "support/GLTest.h"
+#include "support/ModelFiles.h"
+#include "support/TemporaryFolder.h"
+
+#include <Host/ChainLibrary.h>
+#include <Host/PassRegistry.h>
+
+#include <QtCore/QJsonDocument>
+#include <QtCore/QProcess>
+#include <QtCore/QRegularExpression>
+#include <QtCore/QSet>
+#include <QtGui/QImage>
+
+#include <algorithm>
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+const QString bunny = QStringLiteral("/usr/share/glmark2/models/bunny.obj");
+const QString stillLife = QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj");
+
+struct Result
+{
+    int status = -1; ///< -1 for a program that crashed or did not end.
+    QString output;
+    QStringList errors; ///< Lines of standard error.
+};
+
+QStringList linesOf(const QString &text)
+{
+    QStringList lines = text.split('\n');
+    lines.removeAll(QString());
+    return lines;
+}
+
+/// Runs the program to its end.
+class Kvz
+{
+public:
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    QString terminal; ///< Where standard error goes in the place of Result::errors.
+
+    Result run(const QStringList &arguments) const
+    {
+        QProcess process;
+        process.setProcessEnvironment(environment);
+        if (!terminal.isEmpty())
+            process.setStandardErrorFile(terminal);
+        process.start(QStringLiteral(KVZ_PROGRAM), arguments);
+        Result result;
+        if (process.waitForFinished(100000) && process.exitStatus() == QProcess::NormalExit)
+            result.status = process.exitCode();
+        result.output = QString::fromUtf8(process.readAllStandardOutput());
+        result.errors = linesOf(QString::fromUtf8(process.readAllStandardError()));
+        return result;
+    }
+};
+
+Result run(const QStringList &arguments)
+{
+    return Kvz().run(arguments);
+}
+
+/// Expects the program to refuse these arguments in one line, "kvz: " and `start`, with `part` further on.
+void expectRefused(
+    const QStringList &arguments, int status, const QString &start, const QString &part, const Kvz &program = Kvz())
+{
+    const Result result = program.run(arguments);
+    const std::string command = arguments.join(' ').toStdString();
+    EXPECT_EQ(result.status, status) << command;
+    EXPECT_EQ(result.output, QString()) << command;
+    ASSERT_EQ(result.errors.size(), 1) << command << "\n" << result.errors.join('\n').toStdString();
+    EXPECT_TRUE(result.errors[0].startsWith("kvz: " + start)) << command << "\n" << result.errors[0].toStdString();
+    EXPECT_TRUE(result.errors[0].contains(part)) << command << "\n" << result.errors[0].toStdString();
+}
+
+/// A folder with a picture that must stay as it is.
+class PictureFolder : public TemporaryFolder
+{
+public:
+    PictureFolder() { write("out.png", "the old picture"); }
+    ~PictureFolder() { EXPECT_EQ(read("out.png"), "the old picture"); }
+    Q_DISABLE_COPY(PictureFolder)
+
+    QString picture() const { return path("out.png"); }
+};
+
+/// Expects `kvz render` to refuse a model file of this name and content, and to leave the picture that is there.
+void expectModelRefused(const QString &name, const QByteArray &content, const QString &part)
+{
+    PictureFolder folder;
+    const QString model = folder.write(name, content);
+    expectRefused({"render", model, "-o", folder.picture()}, 1, model + ": ", part);
+    EXPECT_EQ(folder.entries().size(), 2) << "nothing else is written";
+}
+
+/// Expects both `kvz render` and `kvz check` to refuse a chain file.
+void expectChainRefused(const QByteArray &content, const QString &part)
+{
+    PictureFolder folder;
+    const QString chain = folder.write("chain.json", content);
+    const QString model = folder.write("a.obj", cubeObj());
+    expectRefused({"render", model, "--chain", chain, "-o", folder.picture()}, 1, chain + ": ", part);
+
+    const Result check = run({"check", chain});
+    EXPECT_EQ(check.status, 1);
+    const QString findings = check.output + check.errors.join('\n');
+    EXPECT_TRUE(findings.contains(chain + ": ")) << findings.toStdString();
+    EXPECT_TRUE(findings.contains(part)) << findings.toStdString();
+}
+
+QByteArray chainOf(const QByteArray &passes)
+{
+    return "{\"passes\": [" + passes + "]}";
+}
+
+/// The picture is there, of this size, opaque, and no plain field: some part of it differs from the corner that
+/// the background alone fills.
+QImage expectPicture(const QString &file, const QSize &size)
+{
+    const QImage image(file);
+    EXPECT_EQ(image.size(), size) << file.toStdString();
+    EXPECT_FALSE(image.hasAlphaChannel());
+    return image.convertToFormat(QImage::Format_RGB32);
+}
+
+int distinctColours(const QImage &image)
+{
+    QSet<QRgb> colours;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x)
+            colours.insert(image.pixel(x, y));
+    }
+    return colours.size();
+}
+
+/// Pixels that satisfy a condition, as a part of all.
+template <typename Condition> double share(const QImage &image, Condition condition)
+{
+    int count = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x)
+            count += condition(image.pixelColor(x, y));
+    }
+    return double(count) / (image.width() * image.height());
+}
+
+} // namespace
+
+// The command line.
+
+TEST(KvzProgramTest, helpIsPrintedForTheProgramAndEachCommand)
+{
+    const Result program = run({"--help"});
+    EXPECT_EQ(program.status, 0);
+    EXPECT_EQ(program.errors, QStringList());
+    for (const char *command : {"render", "check", "passes", "chains"}) {
+        EXPECT_TRUE(program.output.contains(command));
+        const Result help = run({command, "--help"});
+        EXPECT_EQ(help.status, 0) << command;
+        EXPECT_EQ(help.errors, QStringList()) << command;
+        EXPECT_TRUE(help.output.startsWith(QStringLiteral("Usage: kvz %1 ").arg(command))) << help.output.toStdString();
+        EXPECT_TRUE(help.output.contains("Exit status:")) << command;
+    }
+    const QString render = run({"render", "-h"}).output;
+    for (const char *option : {"--output", "--chain", "--size", "--frames", "--camera", "--capture", "--timings"})
+        EXPECT_TRUE(render.contains(option)) << option;
+}
+
+TEST(KvzProgramTest, versionIsPrinted)
+{
+    const Result result = run({"--version"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "kvz " KVZ_VERSION "\n");
+}
+
+TEST(KvzProgramTest, commandLinesThatMakeNoSenseAreRefused)
+{
+    expectRefused({}, 2, "a command is missing", "kvz --help");
+    expectRefused({"rendr"}, 2, "unknown command \"rendr\"", "\"render\"");
+    expectRefused({"render"}, 2, "an argument is missing", "kvz render --help");
+    expectRefused({"render", "a.obj"}, 2, "no picture is named", "-o FILE");
+    expectRefused({"render", "a.obj", "b.obj", "-o", "c.png"}, 2, "there is no use for the argument \"b.obj\"", "");
+    expectRefused({"render", "a.obj", "--colour", "red", "-o", "c.png"}, 2, "Unknown option 'colour'", "");
+    expectRefused({"render", "a.obj", "-o"}, 2, "Missing value after '-o'", "");
+    expectRefused({"check"}, 2, "an argument is missing", "kvz check --help");
+    expectRefused({"check", "a", "b"}, 2, "there is no use for the argument \"b\"", "");
+    expectRefused({"passes", "a", "b"}, 2, "there is no use for the argument \"b\"", "");
+    expectRefused({"chains", "--all"}, 2, "Unknown option 'all'", "");
+}
+
+TEST(KvzProgramTest, sizesThatCannotBeAreRefused)
+{
+    PictureFolder folder;
+    const auto refused = [&](const QString &size, const QString &part) {
+        expectRefused({"render", stillLife, "--size", size, "-o", folder.picture()}, 1, "--size " + size + ": ", part);
+    };
+    refused("0x0", "must be 1 or more");
+    refused("640x0", "must be 1 or more");
+    refused("-640x480", "must be 1 or more");
+    refused("640", "expected WIDTHxHEIGHT");
+    refused("640x480x3", "expected WIDTHxHEIGHT");
+    refused("wide", "expected WIDTHxHEIGHT");
+    refused("640.5x480", "expected WIDTHxHEIGHT");
+    refused("99999999999x5", "too large");
+    refused("1000000x16", "the limit of this driver is ");
+    refused("16x1000000", "the limit of this driver is ");
+}
+
+TEST(KvzProgramTest, otherValuesThatCannotBeAreRefused)
+{
+    PictureFolder folder;
+    for (const char *frames : {"0", "-3", "many", "1.5"}) {
+        expectRefused({"render", stillLife, "--frames", frames, "-o", folder.picture()}, 1,
+            QStringLiteral("--frames %1: ").arg(frames), "1 or more");
+    }
+    expectRefused({"render", stillLife, "--camera", "30,120", "-o", folder.picture()}, 1,
+        "--camera \"30,120\": ", "from -90 to 90");
+}
+
+TEST(KvzProgramTest, picturesThatCannotBeWrittenAreRefused)
+{
+    PictureFolder folder;
+    expectRefused(
+        {"render", stillLife, "-o", folder.path("none/out.png")}, 1, folder.path("none/out.png: "), "does not exist");
+    expectRefused({"render", stillLife, "-o", folder.path("out.xyz")}, 1, folder.path("out.xyz: "), "use .png");
+    expectRefused({"render", stillLife, "-o", folder.path(".")}, 1, folder.path(".: "), "is a directory");
+    expectRefused({"render", stillLife, "--capture", folder.path("out.png/x"), "-o", folder.picture()}, 1,
+        folder.path("out.png/x: "), "cannot be made");
+}
+
+// Models.
+
+TEST(KvzProgramTest, badModelsAreRefused)
+{
+    expectModelRefused("empty.obj", "", "small");
+    expectModelRefused("unknown.xyz", "hello\n", "unknown type");
+    expectModelRefused("points.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\n", "no triangles");
+    expectModelRefused("past.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 9\n", "index out of range");
+    expectModelRefused("nan.obj", "v 0 0 nan\nv 1 0 0\nv 0 1 0\nf 1 2 3\n", "not a finite number");
+    expectModelRefused("cut.obj", cubeObj().left(70), "no triangles");
+    expectModelRefused("cut.glb", glbBytes(squareGltf({QJsonObject{{"mesh", 0}}}, {}), QImage()).chopped(60), "");
+    expectModelRefused("cut.ply", "ply\nformat ascii 1.0\nelement vertex 3\n", "truncated");
+}
+
+TEST(KvzProgramTest, missingModelAndDirectoryAreRefused)
+{
+    PictureFolder folder;
+    expectRefused(
+        {"render", folder.path("none.obj"), "-o", folder.picture()}, 1, folder.path("none.obj: no such file"), "");
+    expectRefused({"render", folder.path("."), "-o", folder.picture()}, 1, folder.path(".: is a directory"), "");
+}
+
+TEST(KvzProgramTest, missingTextureIsWarnedOfAndWhite)
+{
+    TemporaryFolder folder;
+    folder.write("a.mtl", "newmtl one\nKd 1 1 1\nmap_Kd gone.png\n");
+    const QString model = folder.write("a.obj", "mtllib a.mtl\nusemtl one\n" + cubeObj());
+    const Result result = run({"render", model, "--size", "64x64", "--camera", "45,35", "-o", folder.path("out.png")});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors,
+        QStringList("kvz: warning: " + model + ": material \"one\": texture \"gone.png\" is not there; white is used"));
+    const QImage image = expectPicture(folder.path("out.png"), {64, 64});
+    // The top of the cube: grey, and far brighter than the sides in the shade.
+    const QColor top = image.pixelColor(32, 20);
+    EXPECT_GT(top.red(), 120);
+    EXPECT_EQ(top.red(), top.green());
+    EXPECT_EQ(top.red(), top.blue());
+}
+
+// Chains.
+
+TEST(KvzProgramTest, badChainsAreRefused)
+{
+    expectChainRefused("{\n  \"passes\": [\n    oops\n  ]\n}", "line 3, column");
+    expectChainRefused("[]", "object");
+    expectChainRefused(chainOf("{\"class\": \"GradientRenderPas\"}"), "\"GradientRenderPass\"");
+    expectChainRefused(chainOf("{\"class\": \"GradientRenderPass\", \"values\": {\"Kvz_QColor_ColourTop\": \"red\"}}"),
+        "Kvz_QColor_ColorTop");
+    expectChainRefused(chainOf("{\"name\": \"screen\", \"class\": \"TextureToScreenRenderPass\", \"connections\": "
+                               "{\"Kvz_KvzTexture*_Texture\": \"back.Kvz_KvzTexture*_Frame\"}},"
+                               "{\"name\": \"back\", \"class\": \"GradientRenderPass\"}"),
+        "runs later");
+    expectChainRefused(chainOf("{\"class\": \"ModelDeferredPass\"}"), "Kvz_KvzTexture*_Diffuse");
+    expectChainRefused(chainOf("{\"class\": \"GradientRenderPass\", \"values\": {\"Kvz_QRect_Viewport\": \"wide\"}}"),
+        "Kvz_QRect_Viewport");
+}
+
+TEST(KvzProgramTest, missingChainsAreRefused)
+{
+    PictureFolder folder;
+    expectRefused({"render", stillLife, "--chain", folder.path("none.json"), "-o", folder.picture()}, 1,
+        folder.path("none.json: "), "");
+    expectRefused({"check", folder.path("none.json")}, 1, folder.path("none.json: "), "");
+    expectRefused({"render", stillLife, "--chain", "defered", "-o", folder.picture()}, 1, "no chain named \"defered\"",
+        "\"deferred\"");
+}
+
+TEST(KvzProgramTest, errorsOfAChainComeAsOneLineWithTheirNumber)
+{
+    PictureFolder folder;
+    const QString chain = folder.write("chain.json",
+        chainOf("{\"class\": \"NoPass\"}, {\"class\": \"NorThis\"}, {\"class\": \"GradientRenderPass\"}"));
+    expectRefused({"render", stillLife, "--chain", chain, "-o", folder.picture()}, 1,
+        chain + ": error: ", "(and 1 more, see kvz check " + chain + ")");
+    const Result check = run({"check", chain});
+    EXPECT_EQ(check.status, 1);
+    EXPECT_EQ(linesOf(check.output).filter("error: ").size(), 2);
+}
+
+TEST(KvzProgramTest, readyChainsHaveNothingWrongWithThem)
+{
+    const QStringList names = readyChainNames();
+    ASSERT_TRUE(names.contains("deferred"));
+    const QString list = run({"chains"}).output;
+    for (const QString &name : names) {
+        const Result check = run({"check", name});
+        EXPECT_EQ(check.status, 0) << name.toStdString() << "\n" << check.output.toStdString();
+        EXPECT_EQ(check.errors, QStringList());
+        EXPECT_TRUE(check.output.contains("nothing wrong")) << check.output.toStdString();
+        EXPECT_EQ(run({"check", "--driver", name}).status, 0);
+        EXPECT_TRUE(list.contains(QRegularExpression("^" + name + "  +\\S", QRegularExpression::MultilineOption)))
+            << list.toStdString();
+    }
+}
+
+TEST(KvzProgramTest, printedChainIsAChainFile)
+{
+    TemporaryFolder folder;
+    const Result printed = run({"chains", "deferred"});
+    EXPECT_EQ(printed.status, 0);
+    EXPECT_EQ(run({"check", folder.write("copy.json", printed.output.toUtf8())}).status, 0);
+}
+
+// Passes.
+
+TEST(KvzProgramTest, passesAreListedAndDescribed)
+{
+    const PassRegistry &registry = PassRegistry::standard();
+    const QString list = run({"passes"}).output;
+    ASSERT_FALSE(registry.classNames().isEmpty());
+    for (const QString &name : registry.classNames()) {
+        const PassInfo &pass = *registry.find(name);
+        EXPECT_TRUE(list.contains(pass.summary)) << name.toStdString();
+        const Result description = run({"passes", name});
+        EXPECT_EQ(description.status, 0);
+        EXPECT_EQ(description.errors, QStringList());
+        EXPECT_TRUE(description.output.startsWith(name + ": ")) << description.output.toStdString();
+        for (const QString &word : pass.inputNames() + pass.outputNames() + pass.optionNames())
+            EXPECT_TRUE(description.output.contains("  " + word + "  ")) << name.toStdString() << word.toStdString();
+        for (const InputInfo &input : pass.inputs)
+            EXPECT_TRUE(description.output.contains(input.description)) << input.name.toStdString();
+    }
+}
+
+TEST(KvzProgramTest, columnsOfPortsAreAligned)
+{
+    const QStringList lines = run({"passes", "ModelRenderPass"}).output.split('\n');
+    const int header = lines.indexOf(QRegularExpression(" +# +input .*"));
+    ASSERT_GE(header, 0);
+    const int column = lines[header].indexOf("type");
+    for (int i = header + 1; i < lines.size() && !lines[i].isEmpty(); ++i) {
+        EXPECT_EQ(lines[i][column - 1], QChar(' ')) << lines[i].toStdString();
+        EXPECT_NE(lines[i][column], QChar(' ')) << lines[i].toStdString();
+    }
+}
+
+TEST(KvzProgramTest, unknownPassIsRefused)
+{
+    expectRefused({"passes", "BlendPass"}, 1, "no pass of class \"BlendPass\"", "\"BlendRenderPass\"");
+}
+
+// Pictures.
+
+TEST(KvzProgramTest, scannedModelIsRenderedOverTheBackground)
+{
+    TemporaryFolder folder;
+    folder.write("out.png", "the old picture");
+    const Result result = run({"render", bunny, "--size", "320x180", "-o", folder.path("out.png")});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, QString());
+    EXPECT_EQ(result.errors, QStringList());
+    EXPECT_EQ(folder.entries(), QStringList("out.png"));
+    const QImage image = expectPicture(folder.path("out.png"), {320, 180});
+    // The gradient: one colour a row, brighter downwards. The model is in the middle and its colours are many.
+    EXPECT_EQ(image.pixel(0, 90), image.pixel(319, 90));
+    EXPECT_LT(image.pixelColor(0, 5).red(), image.pixelColor(0, 175).red());
+    EXPECT_NE(image.pixel(0, 90), image.pixel(160, 90));
+    EXPECT_GT(distinctColours(image.copy(110, 40, 100, 100)), 100);
+    const double covered = share(image, [&](const QColor &c) { return c.red() > 170 || c.red() < 40; });
+    EXPECT_GT(covered, 0.05) << "light and shade";
+}
+
+TEST(KvzProgramTest, ownSceneShowsItsMaterials)
+{
+    TemporaryFolder folder;
+    const Result result = run({"render", stillLife, "--size", "400x300", "-o", folder.path("out.png")});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, QStringList());
+    const QImage image = expectPicture(folder.path("out.png"), {400, 300});
+    const auto dominated = [](int a, int b, int c) { return a > 60 && a > 2 * b && a > 2 * c; };
+    EXPECT_GT(share(image, [&](const QColor &c) { return dominated(c.red(), c.green(), c.blue()); }), 0.001) << "ball";
+    EXPECT_GT(share(image, [&](const QColor &c) { return dominated(c.blue(), c.red(), c.green()); }), 0.005) << "vase";
+    EXPECT_GT(share(image, [&](const QColor &c) { return dominated(c.green(), c.red(), c.blue()); }), 0.002) << "cube";
+    EXPECT_GT(
+        share(image, [](const QColor &c) { return c.red() > 120 && c.green() * 3 < c.red() * 2 && c.blue() > 80; }),
+        0.002)
+        << "sheet";
+}
+
+TEST(KvzProgramTest, cameraTurnsThePicture)
+{
+    TemporaryFolder folder;
+    const auto picture = [&](const QStringList &camera) {
+        EXPECT_EQ(
+            run(QStringList{"render", stillLife, "--size", "160x120", "-o", folder.path("out.png")} + camera).status,
+            0);
+        return expectPicture(folder.path("out.png"), {160, 120});
+    };
+    const QImage usual = picture({});
+    EXPECT_EQ(picture({"--camera", "30,20"}), usual);
+    EXPECT_EQ(picture({"--camera", "30,20,1:fov=35"}), usual);
+    EXPECT_NE(picture({"--camera", "200,20"}), usual);
+    // From four times as far the background takes most of the picture.
+    const QImage far = picture({"--camera", "30,20,4"});
+    EXPECT_EQ(far.pixel(10, 60), far.pixel(150, 60));
+    EXPECT_NE(picture({"--camera", "eye=0,6,0.1"}), usual);
+}
+
+TEST(KvzProgramTest, lastFrameIsThePicture)
+{
+    TemporaryFolder folder;
+    run({"render", stillLife, "--size", "96x64", "-o", folder.path("one.png")});
+    const Result result = run({"render", stillLife, "--size", "96x64", "--frames", "7", "-o", folder.path("many.png")});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, QStringList()) << "no progress bar where no terminal is";
+    EXPECT_EQ(expectPicture(folder.path("many.png"), {96, 64}), expectPicture(folder.path("one.png"), {96, 64}));
+}
+
+TEST(KvzProgramTest, chainFileIsRendered)
+{
+    TemporaryFolder folder;
+    const QString chain = folder.write("plain.json",
+        chainOf("{\"name\": \"back\", \"class\": \"GradientRenderPass\", \"values\": {"
+                "\"Kvz_QColor_ColorTop\": \"#ff0000\", \"Kvz_QColor_ColorBottom\": \"#ff0000\"}},"
+                "{\"name\": \"screen\", \"class\": \"TextureToScreenRenderPass\", \"connections\": "
+                "{\"Kvz_KvzTexture*_Texture\": \"back.Kvz_KvzTexture*_Frame\"}}"));
+    const Result result = run({"render", stillLife, "--chain", chain, "--size", "20x10", "-o", folder.path("out.png")});
+    EXPECT_EQ(result.status, 0) << result.errors.join('\n').toStdString();
+    const QImage image = expectPicture(folder.path("out.png"), {20, 10});
+    EXPECT_EQ(share(image, [](const QColor &c) { return c == QColor(Qt::red); }), 1);
+}
+
+TEST(KvzProgramTest, outputsOfPassesAreCaptured)
+{
+    TemporaryFolder folder;
+    const Result result = run({"render", bunny, "--size", "160x120", "--frames", "2", "--capture",
+        folder.path("new/captures"), "-o", folder.path("out.png")});
+    EXPECT_EQ(result.status, 0) << result.errors.join('\n').toStdString();
+    const QDir captures(folder.path("new/captures"));
+    const QStringList files = captures.entryList(QDir::Files, QDir::Name);
+    for (const char *name : {"01-background-Frame.png", "02-geometry-Depth.png", "02-geometry-Diffuse.png",
+             "02-geometry-Id.png", "02-geometry-Normal.png", "02-geometry-Specular.png", "03-shading-Frame.png"})
+        EXPECT_TRUE(files.contains(name)) << name << " of " << files.join(' ').toStdString();
+    for (const QString &file : files) {
+        const QImage image(captures.filePath(file));
+        EXPECT_EQ(image.size(), QSize(160, 120)) << file.toStdString();
+        EXPECT_GT(distinctColours(image.convertToFormat(QImage::Format_RGB32)), 1) << file.toStdString();
+    }
+    const QImage diffuse = QImage(captures.filePath("02-geometry-Diffuse.png")).convertToFormat(QImage::Format_RGB32);
+    EXPECT_EQ(diffuse.pixelColor(80, 60), QColor(204, 204, 204)) << "light grey, since the file has no material";
+}
+
+TEST(KvzProgramTest, timingsAreATable)
+{
+    TemporaryFolder folder;
+    const Result result =
+        run({"render", stillLife, "--size", "64x64", "--frames", "4", "--timings", "-o", folder.path("out.png")});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, QStringList());
+    const QStringList lines = linesOf(result.output);
+    ChainDescription chain;
+    QString error;
+    ASSERT_TRUE(loadChain("deferred", &chain, &error));
+    ASSERT_EQ(lines.size(), 3 + chain.passes.size() + 1) << result.output.toStdString();
+    EXPECT_TRUE(lines[0].startsWith("deferred, 64x64, ")) << lines[0].toStdString();
+    EXPECT_TRUE(lines[1].startsWith("median of 3 frames")) << lines[1].toStdString();
+    EXPECT_TRUE(QRegularExpression("^pass +GPU ms +CPU ms$").match(lines[2]).hasMatch()) << lines[2].toStdString();
+    double sum = 0;
+    const QRegularExpression row("^(\\S+) +(\\d+\\.\\d{3}|-) +(\\d+\\.\\d{3})$");
+    for (int i = 0; i <= chain.passes.size(); ++i) {
+        const QString &line = lines[3 + i];
+        const QRegularExpressionMatch match = row.match(line);
+        ASSERT_TRUE(match.hasMatch()) << line.toStdString();
+        EXPECT_EQ(line.size(), lines[2].size()) << "numbers are flush right";
+        const double milliseconds = match.captured(3).toDouble();
+        if (i < chain.passes.size()) {
+            EXPECT_EQ(match.captured(1), chain.passes[i].name);
+            EXPECT_GT(milliseconds, 0);
+            sum += milliseconds;
+        } else {
+            EXPECT_EQ(match.captured(1), "sum");
+            EXPECT_NEAR(milliseconds, sum, 0.001 * chain.passes.size());
+        }
+    }
+}
+
+TEST(KvzProgramTest, progressIsShownOnATerminal)
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(master, 0);
+    ASSERT_EQ(grantpt(master), 0);
+    ASSERT_EQ(unlockpt(master), 0);
+    TemporaryFolder folder;
+    Kvz program;
+    program.terminal = ptsname(master);
+    const int slave = open(ptsname(master), O_RDWR | O_NOCTTY); // keeps what was written until it is read
+    EXPECT_EQ(
+        program.run({"render", stillLife, "--size", "16x16", "--frames", "20", "-o", folder.path("out.png")}).status,
+        0);
+    QByteArray shown(100000, '\0');
+    shown.resize(int(std::max<ssize_t>(0, read(master, shown.data(), size_t(shown.size())))));
+    close(slave);
+    close(master);
+    EXPECT_TRUE(shown.contains("frame 1 of 20")) << shown.constData();
+    EXPECT_TRUE(shown.contains("] frame 20 of 20")) << shown.constData();
+    EXPECT_TRUE(shown.endsWith("\r\033[K")) << "the bar is wiped";
+    EXPECT_FALSE(shown.contains('\n'));
+}
+
+// Drivers.
+
+TEST(KvzProgramTest, missingDriverIsSaidInOneLine)
+{
+    PictureFolder folder;
+    const QPair<QString, QString> settings[] = {
+        {"__EGL_VENDOR_LIBRARY_FILENAMES", "/nonexistent"}, // no EGL behind the loader
+        {"LIBGL_DRIVERS_PATH", "/nonexistent"}, // EGL without a driver
+        {"MESA_GL_VERSION_OVERRIDE", "3.1"}, // a driver that is too old
+    };
+    for (const auto &[name, value] : settings) {
+        Kvz program;
+        program.environment.insert(name, value);
+        expectRefused({"render", stillLife, "-o", folder.picture()}, 1, "no usable OpenGL driver: ", "", program);
+        expectRefused({"check", "--driver", "deferred"}, 1, "no usable OpenGL driver: ", "", program);
+        EXPECT_EQ(program.run({"check", "deferred"}).status, 0) << "checking needs none";
+    }
+}
+
+} // namespace Velmora::Kvz
