@@ -20,7 +20,7 @@ class ShaderProgram;
 /// | 0     | Kvz_QRect_Viewport             | QRect       | invalid | 0 by 0 pixels                                       |
 /// | 1     | Kvz_QMatrix4x4_ProjectionMatrix| QMatrix4x4  | invalid | the identity                                        |
 /// | 2     | Kvz_QMatrix4x4_CameraMatrix    | QMatrix4x4  | invalid | the identity; it takes world space to camera space  |
-/// | 3     | Kvz_KvzDrawBuffers*_Geometry   | DrawBuffers*, or a QVariantList of them | invalid | nothing is drawn: connect geometry before the pass runs |
+/// | 3     | Kvz_KvzDrawBuffers*_Geometry   | DrawBuffers*, or a QVariantList of them | invalid | nothing is drawn, as with one that has no vertex array: connect geometry before the pass runs |
 ///
 /// | Output | Name                    | Value                                                                          |
 /// |--------|-------------------------|--------------------------------------------------------------------------------|

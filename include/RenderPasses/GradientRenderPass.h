@@ -25,7 +25,7 @@ class ShaderProgram;
 /// |--------|------------------------|--------------------------------------------------------------------------|
 /// | 0      | Kvz_KvzTexture*_Frame  | The pass's own GL_RGBA32F texture of the viewport's size, overwritten by the next frame and deleted by a change of size. Null until a viewport gives it one. |
 ///
-/// Colours are written as they are given, alpha included; no colour space is converted. A draw that fails sets the error
+/// A gradient has the colours as they are given, alpha included; no colour space is converted. A draw that fails sets the error
 /// code to all bits set, and the output is written all the same.
 class KVZ_RENDERPASSES_EXPORT GradientRenderPass : public RenderPassProxy
 {

@@ -19,12 +19,12 @@ class Texture;
 /// | Input | Name                           | Type       | Default | Null means                                         |
 /// |-------|--------------------------------|------------|---------|----------------------------------------------------|
 /// | 0     | Kvz_QRect_Viewport             | QRect      | invalid | 0 by 0 pixels                                      |
-/// | 1     | Kvz_QMatrix4x4_ProjectionMatrix| QMatrix4x4 | invalid | no difference: it is read without effect           |
-/// | 2     | Kvz_QMatrix4x4_CameraMatrix    | QMatrix4x4 | invalid | no difference: it is read without effect           |
+/// | 1     | Kvz_QMatrix4x4_ProjectionMatrix| QMatrix4x4 | invalid | no difference: it has no effect                    |
+/// | 2     | Kvz_QMatrix4x4_CameraMatrix    | QMatrix4x4 | invalid | no difference: it has no effect                    |
 /// | 3     | Kvz_KvzTexture*_Diffuse        | Texture*   | invalid | no frame                                           |
 /// | 4     | Kvz_KvzTexture*_Specular       | Texture*   | invalid | no frame                                           |
 /// | 5     | Kvz_KvzTexture*_Normal         | Texture*   | invalid | no frame                                           |
-/// | 6     | Kvz_KvzTexture*_Depth          | Texture*   | invalid | no difference: it is read without effect           |
+/// | 6     | Kvz_KvzTexture*_Depth          | Texture*   | invalid | no difference: it has no effect                    |
 ///
 /// | Output | Name                   | Value                                                                          |
 /// |--------|------------------------|--------------------------------------------------------------------------------|

@@ -69,7 +69,7 @@ public:
 
 private:
     void resizeTargets(const QSize &size);
-    void buildProgram();
+    QString shadingSource() const;
 
     FramebufferObject *m_framebuffer = nullptr;
     ShaderProgram *m_program = nullptr;

@@ -14,7 +14,7 @@ class DrawBuffers;
 ///
 /// | Output | Name                         | Value                                                                |
 /// |--------|------------------------------|----------------------------------------------------------------------|
-/// | 0      | Kvz_KvzDrawBuffers*_Geometry | The pass's own drawable with `va_Vertex`, `va_TexCoord` and `va_Normal`, deleted when the list changes. Null until there is something to bake. |
+/// | 0      | Kvz_KvzDrawBuffers*_Geometry | The pass's own drawable with `va_Vertex`, `va_TexCoord` and `va_Normal`, deleted by the first start() after a change. Null until there is something to bake. |
 ///
 /// Positions are in world space. Neither shape winds all its triangles alike, so draw them without face culling. A cube's
 /// texture coordinates step up by one from face to face, from 0 to 6: a repeating texture shows whole on each face.

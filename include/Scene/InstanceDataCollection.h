@@ -31,7 +31,7 @@ public:
 
     QString planName() const;
     int rowCount() const;
-    /// Grows with zero rows or cuts.
+    /// Grows with zero rows or cuts. More rows than the driver's buffer textures hold are refused with one log line.
     void setRowCount(int count);
     /// Sets one value of a row by the name of its getter; the rows are uploaded at the next bind(). False, with one log
     /// line, for a row out of range, an unknown getter or a value that does not convert.

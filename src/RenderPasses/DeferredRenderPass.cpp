@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <RenderPasses/DeferredRenderPass.h>
 
+#include "steps/BlackTexel.h"
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
 #include "steps/OwnedTarget.h"
@@ -54,17 +55,6 @@ void main()
     out_FragColor = vec4(vec3(LDotN), 1.0);
 }
 )");
-
-Texture *makePlaceholder()
-{
-    constexpr unsigned char zeros[4] = {0, 0, 0, 0};
-    auto *texture = new Texture(GL_TEXTURE_2D, GL_RGBA, 1, 1, 0, nullptr);
-    AutoBinder binder(texture);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 1, 1, 0, GL_BGRA, GL_UNSIGNED_BYTE, zeros);
-    return texture;
-}
 
 } // namespace
 
@@ -142,7 +132,7 @@ void DeferredRenderPass::start(RenderCallbacks *)
 Texture *DeferredRenderPass::placeholder()
 {
     if (!m_placeholder)
-        m_placeholder = makePlaceholder();
+        m_placeholder = makeBlackTexture();
     return m_placeholder;
 }
 

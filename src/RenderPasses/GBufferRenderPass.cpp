@@ -112,7 +112,7 @@ void GBufferRenderPass::start(RenderCallbacks *)
             m_program->setUniform(QStringLiteral("u_CameraMatrix"), camera);
             for (const QVariant &element : elements) {
                 auto *const drawBuffers = element.value<DrawBuffers *>();
-                if (!drawBuffers)
+                if (!drawBuffers || !drawBuffers->VAO())
                     continue; // Outside what the pass accepts; there is nothing to draw.
                 {
                     AutoBinder vao(drawBuffers->VAO());

@@ -78,7 +78,7 @@ void GradientRenderPass::start(RenderCallbacks *)
     if (!m_inputs[ColorTop].value.isNull())
         drawGradient();
 
-    m_outputs[Frame].value = QVariant::fromValue(m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
+    publishTarget(m_outputs[Frame], m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 void GradientRenderPass::resizeTarget(const QSize &size)

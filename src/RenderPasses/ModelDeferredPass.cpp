@@ -13,8 +13,6 @@
 #include <GL/ShaderProgram.h>
 #include <GL/Texture.h>
 
-#include <QtGui/QMatrix4x4>
-
 #include <epoxy/gl.h>
 
 namespace Velmora::Kvz {

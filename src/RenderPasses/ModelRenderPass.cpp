@@ -3,6 +3,7 @@
 
 #include "steps/GeometryTargets.h"
 #include "steps/InputRead.h"
+#include "steps/ModelProgram.h"
 #include "steps/OwnedTarget.h"
 #include "steps/ScreenQuad.h"
 
@@ -11,7 +12,6 @@
 #include <GL/ShaderProgram.h>
 #include <GL/Texture.h>
 #include <Scene/GPUModel.h>
-#include <Scene/InstanceDataRegistry.h>
 
 #include <epoxy/gl.h>
 
@@ -108,7 +108,7 @@ void ModelRenderPass::start(RenderCallbacks *)
     if (size != m_size)
         resizeTargets(size);
     if (!m_program)
-        buildProgram();
+        m_program = buildModelProgram(outputNames(m_configs), vertexSource, shadingSource());
 
     {
         // No glViewport here: that the pass draws with the viewport that it finds is meant.
@@ -143,36 +143,24 @@ void ModelRenderPass::setDiscardOnDiffuseAlpha(bool discard)
     m_discardOnDiffuseAlpha = discard;
 }
 
+/// The fragment source, in which the flag brings the discard to life.
+QString ModelRenderPass::shadingSource() const
+{
+    QString source = fragmentSource;
+    if (m_discardOnDiffuseAlpha)
+        source.remove(discardMarker);
+    return source;
+}
+
 void ModelRenderPass::resizeTargets(const QSize &size)
 {
     m_size = size;
     AutoBinder framebuffer(m_framebuffer);
     remakeColorTargets(m_framebuffer, m_configs, size);
+    deleteTarget(m_framebuffer, GL_DEPTH_ATTACHMENT);
     auto *const depth = new Texture(nullptr);
     depth->setTarget(GL_TEXTURE_2D);
     replaceTarget(m_framebuffer, GL_DEPTH_ATTACHMENT, depth, GL_DEPTH_COMPONENT32F, size, GL_DEPTH_COMPONENT, GL_FLOAT);
-}
-
-void ModelRenderPass::buildProgram()
-{
-    const InstanceDataRegistry &plans = InstanceDataRegistry::Instance();
-    m_program = new ShaderProgram(nullptr);
-    m_program->setFragDataLocations(outputNames(m_configs));
-
-    m_program->addShader(GL_VERTEX_SHADER, vertexSource, QString());
-    m_program->addShader(GL_VERTEX_SHADER, plans.getPlan(QStringLiteral("InstanceInfo")).glslc(), QString());
-    m_program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.glslc"));
-
-    QString fragment = fragmentSource;
-    if (m_discardOnDiffuseAlpha)
-        fragment.remove(discardMarker);
-    m_program->addShader(GL_FRAGMENT_SHADER, fragment, QString());
-    m_program->addShader(GL_FRAGMENT_SHADER, plans.getPlan(QStringLiteral("OBJMaterial")).glslc(), QString());
-    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("TextureManager.glslc"));
-    m_program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("KvzUtilities.glslc"));
-
-    m_program->compile();
-    m_program->link();
 }
 
 } // namespace Velmora::Kvz

@@ -10,14 +10,13 @@ RenderPassProxy::RenderPassProxy() = default;
 
 RenderPassProxy::~RenderPassProxy() = default;
 
-void RenderPassProxy::skip(RenderCallbacks *)
+void RenderPassProxy::skip(RenderCallbacks *callbacks)
 {
     for (const NamedValue<QVariant> &input : qAsConst(m_inputs)) {
         if (input.value.isValid() && input.value.userType() == qMetaTypeId<Texture *>())
             TextureManager::Instance()->releaseTempTextureRef(input.value.value<Texture *>(), 1);
     }
-    for (NamedValue<QVariant> &output : m_outputs)
-        output.value = QVariant();
+    RenderPassHelper::skip(callbacks);
 }
 
 } // namespace Velmora::Kvz

@@ -8,6 +8,7 @@
 #include <epoxy/gl.h>
 
 #include <algorithm>
+#include <limits>
 #include <vector>
 
 namespace Velmora::Kvz {
@@ -61,6 +62,15 @@ void InstanceDataCollection::setRowCount(int count)
 {
     if (!m_texture)
         return;
+    const int most = OpenGLDeviceContext::currentHandle() ? BufferTexture::maximumTexels() / m_plan->stride()
+                                                          : std::numeric_limits<int>::max() / (m_plan->stride() * 4);
+    if (count > most) {
+        KVZ_WARNING(QStringLiteral("Instance data for '%1' cannot have %2 rows: at most %3 fit; split the model")
+                        .arg(planName())
+                        .arg(count)
+                        .arg(most));
+        return;
+    }
     // QVector fills what it grows by with zeros.
     m_rows.resize(qMax(count, 0) * m_plan->stride() * 4);
     m_dirty = true;

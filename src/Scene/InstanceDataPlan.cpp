@@ -12,6 +12,8 @@
 
 #include <epoxy/gl.h>
 
+#include <algorithm>
+
 namespace Velmora::Kvz {
 
 namespace {

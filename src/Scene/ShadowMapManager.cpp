@@ -238,7 +238,7 @@ private:
     ShadowMapRenderData &m_data;
 };
 
-void addDirectional(LayerList &layers, const ShadowMapLight &light, const QVector3D &direction,
+void addDirectional(LayerList &layers, int cascades, float depthBias, const QVector3D &direction,
     const QMatrix4x4 *projection, const QMatrix4x4 *camera, const Bounds *bounds)
 {
     const QMatrix4x4 view = viewFrom(QVector3D(), direction, upFor(direction));
@@ -247,8 +247,7 @@ void addDirectional(LayerList &layers, const ShadowMapLight &light, const QVecto
         Bounds cube;
         cube.include(QVector3D(-1, -1, -1));
         cube.include(QVector3D(1, 1, 1));
-        layers.add(
-            parallelProjection(padded(boxAround(cornersOf(bounds ? *bounds : cube), view))) * view, light.depthBias);
+        layers.add(parallelProjection(padded(boxAround(cornersOf(bounds ? *bounds : cube), view))) * view, depthBias);
         return;
     }
 
@@ -256,18 +255,18 @@ void addDirectional(LayerList &layers, const ShadowMapLight &light, const QVecto
     const Corners caster = bounds ? cornersOf(*bounds) : frustum.corners;
     const LightBox depths = padded(boxAround(caster, view));
     const Sphere scene = sphereAround(caster);
-    const int count = std::max(light.cascades, 1);
+    const int count = std::max(cascades, 1);
     const std::vector<float> distances = splitDistances(frustum, *camera, bounds, count);
     for (int i = 0; i < count; ++i) {
         const Sphere slice = sphereAround(frustum.slice(distances[size_t(i)], distances[size_t(i) + 1]));
         LightBox box = snappedSquare(bounds && scene.radius < slice.radius ? scene : slice, view);
         box.nearDepth = depths.nearDepth;
         box.farDepth = depths.farDepth;
-        layers.add(parallelProjection(box) * view, light.depthBias);
+        layers.add(parallelProjection(box) * view, depthBias);
     }
 }
 
-void addPoint(LayerList &layers, const ShadowMapLight &light, float range)
+void addPoint(LayerList &layers, const QVector3D &position, float range, float depthBias)
 {
     // Direction and up of the faces of a cube map, in their order.
     static const QVector3D faces[6][2] = {
@@ -279,7 +278,7 @@ void addPoint(LayerList &layers, const ShadowMapLight &light, float range)
         {{0, 0, -1}, {0, -1, 0}},
     };
     for (const auto &face : faces)
-        layers.add(pyramidProjection(90, range) * viewFrom(light.position, face[0], face[1]), light.depthBias);
+        layers.add(pyramidProjection(90, range) * viewFrom(position, face[0], face[1]), depthBias);
 }
 
 void addLight(LayerList &layers, const ShadowMapLight &light, const QMatrix4x4 *projection, const QMatrix4x4 *camera,
@@ -288,20 +287,21 @@ void addLight(LayerList &layers, const ShadowMapLight &light, const QMatrix4x4 *
     static const ShadowMapLight defaults;
     const bool hasDirection = allFinite(light.direction) && !light.direction.isNull();
     const QVector3D direction = (hasDirection ? light.direction : defaults.direction).normalized();
+    const QVector3D position = allFinite(light.position) ? light.position : defaults.position;
+    const float depthBias = std::isfinite(light.depthBias) ? light.depthBias : defaults.depthBias;
     const float range = std::isfinite(light.range) && light.range > 0 ? light.range : defaults.range;
     const float coneAngle = light.coneAngle > 0 && light.coneAngle < 180 ? light.coneAngle : defaults.coneAngle;
 
     layers.beginLight();
     switch (light.type) {
     case ShadowMapLight::Directional:
-        addDirectional(layers, light, direction, projection, camera, bounds);
+        addDirectional(layers, light.cascades, depthBias, direction, projection, camera, bounds);
         break;
     case ShadowMapLight::Spot:
-        layers.add(pyramidProjection(coneAngle, range) * viewFrom(light.position, direction, upFor(direction)),
-            light.depthBias);
+        layers.add(pyramidProjection(coneAngle, range) * viewFrom(position, direction, upFor(direction)), depthBias);
         break;
     case ShadowMapLight::Point:
-        addPoint(layers, light, range);
+        addPoint(layers, position, range, depthBias);
         break;
     }
 }

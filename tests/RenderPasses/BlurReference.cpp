@@ -4,6 +4,7 @@
 #include <GL/AutoBinder.h>
 
 #include <QtCore/QByteArray>
+#include <QtGui/QVector3D>
 
 #include <algorithm>
 #include <cstdio>

@@ -396,7 +396,7 @@ TEST_F(CullingRenderPassTest, marksBoxesBeyondAPlaneAndNoOthers)
         check(view);
     }
     EXPECT_GT(marked, 20000);
-    EXPECT_GT(straddling, 2000);
+    EXPECT_GT(straddling, 1000);
     EXPECT_LT(undecidable, 100);
 }
 

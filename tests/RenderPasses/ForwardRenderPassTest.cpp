@@ -133,7 +133,7 @@ Image drawDeferred(const QSharedPointer<GPUModel> &model, const QMatrix4x4 &came
 /// Half a step of the target's 8 bits, and what a vertex that the rasteriser moved by 1/512 pixel and image filters with
 /// weights of 8 bits add where texels and normals change fast.
 constexpr double halfStep = 0.5 / 255;
-constexpr double tolerance = halfStep + 0.012;
+constexpr double tolerance = halfStep + 0.004;
 
 } // namespace
 

@@ -219,6 +219,15 @@ TEST_F(GBufferRenderPassTest, clearsWhereNothingIsDrawn)
     }
 }
 
+TEST_F(GBufferRenderPassTest, drawsNothingForADrawableWithoutAVertexArray)
+{
+    DrawBuffers empty(nullptr);
+    setViewport(8, 8);
+    setGeometry(&empty);
+    pass->start(nullptr);
+    EXPECT_EQ(maximumDifference(image(Port::Id), Image(8, 8)), 1.0) << "alpha reads as 1, all else as 0";
+}
+
 TEST_F(GBufferRenderPassTest, readsAMissingMatrixAsTheIdentity)
 {
     const std::unique_ptr<DrawBuffers> wall = makeDrawBuffers(wallMesh());

@@ -644,11 +644,13 @@ TEST_F(ShaderRenderPassTest, logsAMultisampledInputAndGoesOn)
         QStringLiteral("#version 150\nuniform sampler2DMS u_Foo;\nout vec4 o_Out;\n"
                        "void main() { o_Out = texelFetch(u_Foo, ivec2(gl_FragCoord.xy), 0); }\n"));
     for (int frame = 0; frame < 2; ++frame) {
+        GLCallRecorder<&epoxy_glTexParameteri> parameters;
         pass->start(nullptr);
         ASSERT_FALSE(log.messages().isEmpty());
         EXPECT_EQ(log.messages()[0].category, QStringLiteral("default"));
-        // Such a texture has no sampler state.
-        EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_ENUM});
+        // It tries all the same. Such a texture has no sampler state, so GL refuses.
+        EXPECT_EQ(parameters.calls.size(), 4u);
+        takeGLErrors();
         EXPECT_EQ(log.takeCriticals(),
             QStringList{QStringLiteral("[ShaderRenderPass:319] [ !! ] Assertion 'texture->target() != "
                                        "GL_TEXTURE_2D_MULTISAMPLE' failed: Modification of sampler state for a texture "

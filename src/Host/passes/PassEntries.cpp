@@ -94,6 +94,13 @@ InputInfo cameraInput()
         "Kvz_QMatrix4x4_CameraMatrix", ValueType::Matrix4x4, QVariant(), "World to camera space.", "the identity");
 }
 
+InputInfo blurRadiusInput(const char *description)
+{
+    InputInfo info = input("Kvz_float_BlurRadius", ValueType::Float, 2.0f, description, "0");
+    info.gridStep = 0.25;
+    return info;
+}
+
 OutputInfo output(const char *name, ValueType type, const char *description)
 {
     OutputInfo info;

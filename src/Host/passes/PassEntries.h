@@ -11,28 +11,36 @@ namespace Velmora::Kvz::PassEntries {
 /// One function for each pass class, in a file named after the class.
 /// @{
 PassInfo blendRenderPass();
+PassInfo blurAndCombineRenderPass();
 PassInfo cullingRenderPass();
 PassInfo deferredRenderPass();
 PassInfo forwardRenderPass();
+PassInfo gaussianBlurRenderPass();
 PassInfo gBufferRenderPass();
 PassInfo gradientRenderPass();
+PassInfo luminanceAverageRenderPass();
 PassInfo modelDeferredPass();
 PassInfo modelRenderPass();
 PassInfo primitiveBuilderRenderPass();
+PassInfo stencilBlurAndBlendRenderPass();
 PassInfo textureToScreenRenderPass();
 PassInfo wireframeRenderPass();
 /// @}
 
 inline constexpr PassInfo (*all[])() = {
     blendRenderPass,
+    blurAndCombineRenderPass,
     cullingRenderPass,
     deferredRenderPass,
     forwardRenderPass,
+    gaussianBlurRenderPass,
     gBufferRenderPass,
     gradientRenderPass,
+    luminanceAverageRenderPass,
     modelDeferredPass,
     modelRenderPass,
     primitiveBuilderRenderPass,
+    stencilBlurAndBlendRenderPass,
     textureToScreenRenderPass,
     wireframeRenderPass,
 };
@@ -50,6 +58,8 @@ InputInfo requiredTextureInput(const char *name, TextureKind kind, const char *d
 InputInfo viewportInput();
 InputInfo projectionInput();
 InputInfo cameraInput();
+/// The radius of a blur, whose programs the pass keeps for each new value: the chain rounds it to quarters.
+InputInfo blurRadiusInput(const char *description);
 
 /// An output that holds no image.
 OutputInfo output(const char *name, ValueType type, const char *description);

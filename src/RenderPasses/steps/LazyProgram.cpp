@@ -11,8 +11,7 @@ ShaderProgram *buildProgram(
     const QStringList &outputs, const QString &vertexSource, const QString &fragmentSource, GLSLMacroProcessor *macros)
 {
     auto *program = new ShaderProgram(nullptr);
-    if (macros)
-        program->setMacroProcessor(macros);
+    program->setMacroProcessor(macros);
     program->setFragDataLocations(outputs);
     program->addShader(GL_VERTEX_SHADER, vertexSource, QString());
     program->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());

@@ -12,6 +12,7 @@ namespace Velmora::Kvz {
 Texture *remakeTarget(FramebufferObject *framebuffer, unsigned int attachment, int internalFormat, const QSize &size,
     unsigned int format, unsigned int type)
 {
+    deleteTarget(framebuffer, attachment);
     auto *target = new Texture(GL_TEXTURE_2D, internalFormat, size.width(), size.height(), 0, nullptr);
     replaceTarget(framebuffer, attachment, target, internalFormat, size, format, type);
     return target;
