@@ -38,7 +38,7 @@ private:
 /// grows with the reads alone.
 void countReads(benchmark::State &state, int radius)
 {
-    const int samples = 3 * radius | 1; // Of each draw, behind the folding: one on an odd count, as the kernel has it.
+    const int samples = (3 * radius) | 1; // Of each draw, on one side before folding, which is as many as it reads.
     const double reads = 2.0 * samples;
     const double pixels = double(state.range(0)) * double(state.range(1));
     state.counters["reads"] = reads;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What an item of a model costs the host's thread.
 #include <GL/AutoBinder.h>
+#include <GL/Texture.h>
 #include <RenderPasses/CullingRenderPass.h>
 #include <RenderPasses/ForwardRenderPass.h>
 #include <RenderPasses/ModelRenderPass.h>
