@@ -202,7 +202,8 @@ void DrawRecorder::onBlit(GLint sx0, GLint sy0, GLint sx1, GLint sy1, GLint dx0,
 
 void DrawRecorder::onUniformUInt(GLint location, GLuint value)
 {
-    Command command{Command::UniformUInt, listener->m_commands.empty() ? listener->recordState() : -1};
+    const bool follows = !listener->m_commands.empty() && listener->m_commands.back().kind == Command::DrawElements;
+    Command command{Command::UniformUInt, follows ? -1 : listener->recordState()};
     command.location = location;
     command.value = value;
     listener->m_commands.push_back(command);

@@ -111,9 +111,11 @@ int runPasses(const QStringList &arguments)
     if (!parser.positionalArguments().isEmpty()) {
         const QString name = parser.positionalArguments().constFirst();
         const PassInfo *pass = registry.find(name);
-        if (!pass)
-            return fail(
-                QStringLiteral("no pass of class \"%1\"%2").arg(name, nearestNamesHint(name, registry.classNames())));
+        if (!pass) {
+            const QString hint = nearestNamesHint(name, registry.classNames());
+            return fail(QStringLiteral("no pass of class \"%1\"; %2")
+                            .arg(name, hint.isEmpty() ? QStringLiteral("kvz passes lists them") : hint));
+        }
         describe(*pass);
         return Success;
     }

@@ -52,11 +52,17 @@ public:
     long size() const;
 
 private:
+    struct SavedBinding
+    {
+        unsigned int target; ///< Where it was bound: setIndexedTarget() may have changed the target since.
+        int buffer;
+    };
+
     mutable unsigned int m_name = 0;
     mutable GLObject m_owner;
     unsigned int m_target;
     long m_size = 0;
-    QVarLengthArray<int, 2> m_saved;
+    QVarLengthArray<SavedBinding, 2> m_saved;
 };
 
 } // namespace Velmora::Kvz

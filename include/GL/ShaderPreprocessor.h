@@ -12,7 +12,8 @@ namespace Velmora::Kvz {
 
 /// Turns shader text as people write it into text for a driver, and the driver's messages back.
 ///
-/// Besides plain GLSL it takes `#include "file"` (nested; each file once for a source; searched beside the including
+/// Besides plain GLSL it takes `#include "file"` (nested; each file once for a source, whatever `#if`
+/// stands around it; searched beside the including
 /// file, under ":/Media/Shaders" and in the macro processor's folders) and `#instancedata "Name"`, which brings in the
 /// declarations of an instance data plan. Behind the `#version` line it defines KVZ_STAGE_VERTEX,
 /// KVZ_STAGE_FRAGMENT, … by stage, and the processor's macros. Directives inside comments stay untouched.

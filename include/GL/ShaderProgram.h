@@ -39,7 +39,7 @@ public:
     /// stands for the source in messages; an empty one gives a name made of stage and number.
     void addShader(int type, const QString &source, const QString &name);
     /// Adds the text of a shader file, found by its bare name under ":/Media/Shaders" or the macro processor's folders.
-    /// A file that is not there makes compile() fail, with its name in log().
+    /// A file that is not there makes compile() fail, with one log line that names it.
     void addShaderFromFile(int type, const QString &file);
     /// Compiles all units; false when any fails. The log names file and line as written.
     virtual bool compile();
@@ -66,7 +66,7 @@ public:
     int attributeLocation(const QString &name) const;
     /// The GL name; 0 before compile().
     unsigned int programID() const;
-    /// Whether the linked program has a tessellation stage, so that triangles go out as patches.
+    /// Whether there is a source for a tessellation stage, so that triangles go out as patches.
     bool hasTessellation() const;
 
     /// Binds the program. One that is not linked binds as none, and a draw with it fails.
@@ -103,11 +103,9 @@ private:
     GLSLMacroProcessor *m_macroProcessor = nullptr;
     QStringList m_fragDataLocations;
     QVector<Unit> m_units;
-    QVector<unsigned int> m_shaders;
     QString m_log;
     bool m_compiled = false;
     bool m_linked = false;
-    bool m_tessellation = false;
     mutable QHash<QString, Uniform> m_uniforms;
     QHash<QString, int> m_attributes;
     QVarLengthArray<int, 4> m_saved;

@@ -76,7 +76,8 @@ public:
 
     /// Stores the image of a material and returns the handle by which `managedTexture` samples it. Row 0 of the texture
     /// is the image's bottom row; repeat wrap, mip levels, trilinear filter. Copies of one QImage share one handle, and each
-    /// call counts: pair it with releaseManagedTexture(). 0, which samples white, for a null image.
+    /// call counts: pair it with releaseManagedTexture(). 0, which samples white, for a null image, without a
+    /// context, and, with one log line, when the driver holds no more.
     int addManagedTexture(const QImage &image);
     /// Gives a handle back. 0 and unknown handles are ignored.
     void releaseManagedTexture(int handle);

@@ -12,7 +12,7 @@ namespace Velmora::Kvz {
 /// An OpenGL context without a window, made through EGL: on the display where there is one, else surfaceless, else on the
 /// first EGL device. A driver and software GL serve alike.
 ///
-/// Driver messages go to the log under the category "kvz.gl" where the context offers KHR_debug: high severity as critical,
+/// Driver messages of a debug context go to the log under the category "kvz.gl" where it offers KHR_debug: high severity as critical,
 /// medium as warning, the rest as debug.
 class KVZ_HOST_EXPORT HeadlessContext
 {
@@ -21,7 +21,7 @@ public:
     {
         int majorVersion = 0; ///< A core version to ask for; 0: the newest that the driver gives, at least 3.2.
         int minorVersion = 0;
-        bool debug = true; ///< Asks for a debug context.
+        bool debug = true; ///< Asks for a debug context, and logs what its driver says.
         HeadlessContext *shareWith = nullptr; ///< A context to share objects with.
     };
 

@@ -27,9 +27,9 @@ class Texture;
 ///
 /// Two draws with box filters: the frame into a square with an eighth of the viewport's width as side, and that into one
 /// pixel. The frame is read over its whole area whatever the viewport, which only gives the square's side. A box takes all
-/// texels that it begins on and divides by its area, so the average is exact where the frame's width and height are
+/// texels that it begins on and divides by its area, so the average is right where the frame's width and height are
 /// multiples of the square's side, and elsewhere too large by up to the ratio of the two counts: a white frame of 1920 by
-/// 1080 gives 5 / 4.5.
+/// 1080 gives 5 / 4.5. One float sums the square, which costs up to a thousandth at that size.
 ///
 /// The average is undefined for a viewport that is less than 8 wide, lower than an eighth of its width, or away from
 /// (0, 0).

@@ -4,6 +4,7 @@
 #include "DeviceState.h"
 #include "UnpackState.h"
 
+#include <Core/Log.h>
 #include <GL/AutoBinder.h>
 #include <GL/AutoDisabler.h>
 #include <GL/InternalFormat.h>
@@ -85,6 +86,10 @@ void BlitTexture(const Texture *source, const Texture *destination, TextureForma
 {
     if (!source || !destination || width < 1 || height < 1 || !OpenGLDeviceContext::currentHandle())
         return;
+    if (destination->isReadOnly()) {
+        KVZ_WARNING(QStringLiteral("A read-only texture cannot be copied into"));
+        return;
+    }
     const bool depth = isDepthFormat(internalFormatOf(format));
     const bool stencil =
         depth && hasStencil(GLenum(source->internalFormat(0))) && hasStencil(GLenum(destination->internalFormat(0)));

@@ -104,16 +104,16 @@ unsigned int BufferObject::target() const
 
 void BufferObject::bind()
 {
-    m_saved.append(boundAt(m_target));
+    m_saved.append({m_target, boundAt(m_target)});
     glBindBuffer(m_target, getBO());
 }
 
 void BufferObject::unbind()
 {
-    const int previous = m_saved.isEmpty() ? 0 : m_saved.last();
+    const SavedBinding saved = m_saved.isEmpty() ? SavedBinding{m_target, 0} : m_saved.last();
     if (!m_saved.isEmpty())
         m_saved.removeLast();
-    glBindBuffer(m_target, GLuint(previous));
+    glBindBuffer(saved.target, GLuint(saved.buffer));
 }
 
 void BufferObject::upload(const float *data, int count, unsigned int usage)

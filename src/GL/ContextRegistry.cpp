@@ -3,6 +3,8 @@
 
 #include "TessellationPrograms.h"
 
+#include <Core/Log.h>
+
 #include <QtCore/QHash>
 #include <QtCore/QMutex>
 #include <QtGui/QOpenGLContext>
@@ -178,6 +180,10 @@ void ContextRegistry::shareCurrentWith(void *other)
     const QSharedPointer<ContextRecord> otherRecord = find(other);
     if (handle && otherRecord && !find(handle))
         addRecord(handle, otherRecord->group);
+    else
+        KVZ_WARNING(
+            QStringLiteral("Contexts cannot share objects: the other one must have been current before, and this "
+                           "one be new"));
 }
 
 } // namespace Velmora::Kvz

@@ -4,6 +4,8 @@
 #include "DeviceState.h"
 #include "ManagedTextures.h"
 
+#include <Core/Log.h>
+
 #include <epoxy/gl.h>
 
 namespace Velmora::Kvz {
@@ -50,9 +52,16 @@ int TextureUnitAllocator::acquire()
 {
     const QSharedPointer<OpenGLDeviceContext> device = OpenGLDeviceContext::current();
     std::vector<bool> &used = device->d->usedUnits;
+    const size_t firstFixed = size_t(qMax(2, count() - int(reserved().size())));
     size_t unit = 1;
     while (unit < used.size() && used[unit])
         ++unit;
+    if (unit >= firstFixed) {
+        KVZ_WARNING(QStringLiteral("No texture unit is free: the driver offers %1, and %2 are kept for scene data")
+                        .arg(count())
+                        .arg(reserved().size()));
+        return int(firstFixed) - 1;
+    }
     if (unit >= used.size())
         used.resize(unit + 1);
     used[unit] = true;

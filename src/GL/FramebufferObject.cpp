@@ -106,6 +106,9 @@ void FramebufferObject::attachAs(Kind kind, Texture *texture, unsigned int attac
         glFramebufferTextureLayer(GL_FRAMEBUFFER, point, name, level, layer);
     else
         glFramebufferTexture2D(GL_FRAMEBUFFER, point, target, name, level);
+    // A texture known under another name at the same point is no longer there.
+    for (auto it = m_attachments.begin(); it != m_attachments.end();)
+        it = it->point == point ? m_attachments.erase(it) : std::next(it);
     m_attachments.insert(attachment, {texture, point});
 }
 

@@ -75,7 +75,13 @@ int ManagedTextures::add(const QImage &image)
 
     const int arrayIndex = chooseArray(size);
     Array &array = m_arrays[size_t(arrayIndex)];
-    if (array.size != image.size()) {
+    if (size != image.size()) {
+        KVZ_WARNING(QStringLiteral("A material image of %1 by %2 is scaled down to %3 by %4, the driver's largest")
+                        .arg(image.width())
+                        .arg(image.height())
+                        .arg(array.size.width())
+                        .arg(array.size.height()));
+    } else if (array.size != size) {
         KVZ_WARNING(QStringLiteral("A material image of %1 by %2 is resampled to %3 by %4; use at most %5 sizes")
                         .arg(image.width())
                         .arg(image.height())

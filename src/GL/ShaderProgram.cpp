@@ -115,6 +115,11 @@ UniformShape shapeOf(GLenum type)
     }
 }
 
+bool isBool(GLenum type)
+{
+    return type == GL_BOOL || type == GL_BOOL_VEC2 || type == GL_BOOL_VEC3 || type == GL_BOOL_VEC4;
+}
+
 /// The numbers of a value, at most 16; their count, or 0 for a value that has none.
 int numbersOf(const QVariant &value, int wanted, double *numbers)
 {
@@ -236,7 +241,9 @@ bool ShaderProgram::compileUnit(const Unit &unit, int number)
         name = ShaderPreprocessor::findFile(unit.name, m_macroProcessor);
         QFile file(name);
         if (name.isEmpty() || !file.open(QIODevice::ReadOnly)) {
-            m_log += QStringLiteral("cannot find the shader file '%1'\n").arg(unit.name);
+            const QString error = QStringLiteral("cannot find the shader file '%1'").arg(unit.name);
+            KVZ_WARNING(error);
+            m_log += error + QLatin1Char('\n');
             return false;
         }
         source = QString::fromUtf8(file.readAll());
@@ -381,7 +388,8 @@ void ShaderProgram::setUniform(const QString &name, const QVariant &value)
     GLuint uints[4];
     for (int i = 0; i < count; ++i) {
         floats[i] = float(numbers[i]);
-        ints[i] = GLint(qBound(-2147483648.0, numbers[i], 2147483647.0));
+        ints[i] =
+            isBool(uniform->type) ? GLint(numbers[i] != 0) : GLint(qBound(-2147483648.0, numbers[i], 2147483647.0));
         uints[i] = GLuint(qBound(0.0, numbers[i], 4294967295.0));
     }
     const void *const data = shape.base == UniformShape::Float ? static_cast<const void *>(floats)

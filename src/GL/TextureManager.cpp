@@ -31,6 +31,7 @@ void setFilterAndWrap(GLenum target, GLint minFilter, GLint magFilter, GLint wra
 /// Gives a pooled texture its storage. It is never immutable, since passes may specify it anew.
 void allocate(Texture *texture, GLenum internalFormat, int width, int height, int depth, int samples)
 {
+    texture->setSize(0, int(internalFormat), width, height, depth > 1 ? depth : 0);
     UnpackState unpack;
     AutoBinder binder(texture);
     const GLenum format = formatFromInternalFormat(internalFormat);

@@ -379,7 +379,8 @@ private:
                 QStringLiteral("%1 from %2, with which every stencil test passes")
                     .arg(formatName(given.internalFormat), source),
                 "connect a depth image with stencil, or \"none\"");
-        } else if (wanted.kind != TextureKind::Any && wanted.kind != given.kind) {
+        } else if (wanted.kind != TextureKind::Any && wanted.kind != given.kind
+            && !isPicture(wanted.kind, given.kind)) {
             report(Severity::Warning, Code::KindMismatch, pass, input.name, toString(wanted.kind),
                 QStringLiteral("%1 from %2").arg(toString(given.kind), source),
                 QStringLiteral("connect another output"));
@@ -392,6 +393,12 @@ private:
         }
         if (input.drawnInto)
             checkDrawTarget(index, input, wired);
+    }
+
+    /// Whether a picture is wanted and an overlay given, which is one too once a chain asks for it.
+    static bool isPicture(TextureKind wanted, TextureKind given)
+    {
+        return wanted == TextureKind::Colour && given == TextureKind::Overlay;
     }
 
     int samplesOf(const WiredInput &wired) const

@@ -182,7 +182,7 @@ std::unique_ptr<HeadlessContext> HeadlessContext::create(const Options &options,
     }
     headless->d->renderer = glString(GL_RENDERER);
     headless->d->version = glString(GL_VERSION);
-    if (epoxy_gl_version() >= 43 || epoxy_has_gl_extension("GL_KHR_debug")) {
+    if (options.debug && (epoxy_gl_version() >= 43 || epoxy_has_gl_extension("GL_KHR_debug"))) {
         glDebugMessageCallback(logDriverMessage, nullptr);
         glEnable(GL_DEBUG_OUTPUT);
         glEnable(GL_DEBUG_OUTPUT_SYNCHRONOUS);

@@ -153,6 +153,22 @@ TEST_F(BufferObjectTest, keepsWhatIsStoredWhenItGetsAnIndexedTarget)
     glBindBufferBase(GL_UNIFORM_BUFFER, 0, 0);
 }
 
+TEST_F(BufferObjectTest, unbindsWhereItWasBound)
+{
+    BufferObject array;
+    BufferObject uniform;
+    uniform.setTarget(GL_UNIFORM_BUFFER);
+    AutoBinder uniformBinder(&uniform);
+    {
+        AutoBinder arrayBinder(&array);
+        array.setIndexedTarget(GL_UNIFORM_BUFFER, 0, 0, 4);
+    }
+    EXPECT_EQ(glInteger(GL_ARRAY_BUFFER_BINDING), 0);
+    EXPECT_EQ(GLuint(glInteger(GL_UNIFORM_BUFFER_BINDING)), uniform.getBO());
+    glBindBufferBase(GL_UNIFORM_BUFFER, 0, 0);
+    glBindBuffer(GL_UNIFORM_BUFFER, uniform.getBO());
+}
+
 TEST_F(BufferObjectTest, countsAtomically)
 {
     if (!hasGLExtension("ARB_shader_atomic_counters"))

@@ -235,6 +235,9 @@ TEST_F(ContextTest, sharingWithAStrangerChangesNothing)
     OpenGLDeviceContext::shareObjectsWith(&stranger);
     OpenGLDeviceContext::shareObjectsWith(nullptr);
     EXPECT_EQ(TextureManager::Instance(), manager);
+    const QStringList warnings = log.takeWarnings();
+    ASSERT_EQ(warnings.size(), 2);
+    EXPECT_TRUE(warnings[0].contains("Contexts cannot share objects")) << qPrintable(warnings[0]);
 }
 
 TEST_F(ContextTest, withoutAContextThereIsNothingToUse)

@@ -287,6 +287,18 @@ TEST_F(FramebufferObjectTest, takesDepthWithoutStencilWhereBothAreWanted)
     EXPECT_TRUE(isComplete());
 }
 
+TEST_F(FramebufferObjectTest, knowsOneTextureForEachPoint)
+{
+    const auto first = makeTexture(Image(4, 4, 1), GL_DEPTH_COMPONENT32F);
+    const auto second = makeTexture(Image(4, 4, 1), GL_DEPTH_COMPONENT32F);
+    AutoBinder binder(&framebuffer);
+    framebuffer.attach(first.get(), GL_DEPTH_STENCIL_ATTACHMENT, 0);
+    framebuffer.attach(second.get(), GL_DEPTH_ATTACHMENT, 0);
+    EXPECT_FALSE(framebuffer.hasAttachment(GL_DEPTH_STENCIL_ATTACHMENT));
+    EXPECT_EQ(framebuffer.detach(GL_DEPTH_STENCIL_ATTACHMENT), nullptr);
+    EXPECT_EQ(GLuint(attachedName(GL_DEPTH_ATTACHMENT)), second->textureID());
+}
+
 TEST_F(FramebufferObjectTest, setsTheViewportToTheLevelAttachedFirst)
 {
     const auto texture = makeBlankTexture(30, 20, GL_RGBA8);

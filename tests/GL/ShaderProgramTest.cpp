@@ -193,6 +193,9 @@ TEST_F(ShaderProgramTest, takesFilesByTheirBareName)
     EXPECT_FALSE(other.compile());
     EXPECT_TRUE(other.log().contains("NoSuchFile.glslc"));
     EXPECT_FALSE(other.link());
+    const QStringList warnings = log.takeWarnings();
+    ASSERT_EQ(warnings.size(), 1);
+    EXPECT_TRUE(warnings[0].endsWith("cannot find the shader file 'NoSuchFile.glslc'")) << qPrintable(warnings[0]);
 }
 
 TEST_F(ShaderProgramTest, failsOnAnUnknownStageAndAMissingInclude)
@@ -230,6 +233,9 @@ TEST_F(ShaderProgramTest, convertsNumbers)
     EXPECT_EQ(ints(*program, "u_I", 1)[0], 1);
     program->setUniform("u_F", 0.1);
     EXPECT_EQ(floats(*program, "u_F", 1)[0], 0.1f);
+    program->setUniform("u_B", 0);
+    program->setUniform("u_B", 0.5);
+    EXPECT_NE(ints(*program, "u_B", 1)[0], 0); // What is not 0 is true, small as it may be.
     program->setUniform("u_F", -3);
     EXPECT_EQ(floats(*program, "u_F", 1)[0], -3);
     program->setUniform("u_I", -7);

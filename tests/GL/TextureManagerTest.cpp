@@ -307,6 +307,25 @@ TEST_F(TextureManagerTest, allocatesWhateverIsBoundForUnpacking)
     glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
 }
 
+TEST_F(TextureManagerTest, uploadsWholeImagesWhateverRowsTheHostReads)
+{
+    QImage image(2, 2, QImage::Format_RGBA8888);
+    image.fill(Qt::red);
+    image.setPixelColor(1, 1, Qt::blue);
+    QTemporaryDir folder;
+    const QString path = folder.filePath("image.png");
+    ASSERT_TRUE(image.save(path));
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, 7);
+    glPixelStorei(GL_UNPACK_SKIP_PIXELS, 3);
+    const Image loaded = readTexture(manager->loadTexture(path));
+    EXPECT_EQ(glInteger(GL_UNPACK_ROW_LENGTH), 7);
+    EXPECT_EQ(glInteger(GL_UNPACK_SKIP_PIXELS), 3);
+    glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+    glPixelStorei(GL_UNPACK_SKIP_PIXELS, 0);
+    EXPECT_EQ(loaded.pixel(0, 0), QVector4D(1, 0, 0, 1));
+    EXPECT_EQ(loaded.pixel(1, 0), QVector4D(0, 0, 1, 1)); // The bottom row comes first.
+}
+
 TEST_F(TextureManagerTest, deletesOnlyWhatNobodyHolds)
 {
     Texture *const held = manager->tempTexture(Ldr, 4, 4, 1, 1);

@@ -2,6 +2,7 @@
 #include "Fixtures.h"
 
 #include <GL/AutoBinder.h>
+#include <GL/BlitTexture.h>
 #include <GL/FixedTextureUnits.h>
 #include <GL/FramebufferObject.h>
 #include <GL/InternalFormat.h>
@@ -70,6 +71,27 @@ TEST_F(TextureTest, manyTexturesTakeDifferentUnitsBelowTheFixedOnes)
         textures.pop_back();
     }
     EXPECT_EQ(activeUnit(), 0);
+}
+
+TEST_F(TextureTest, neverTakesAFixedUnit)
+{
+    const int units = glInteger(GL_MAX_COMBINED_TEXTURE_IMAGE_UNITS) - FixedTextureUnits::samplers().size() - 1;
+    std::vector<std::unique_ptr<Texture>> textures;
+    for (int i = 0; i < units; ++i) {
+        textures.push_back(makeBlankTexture(1, 1, GL_RGBA8));
+        textures.back()->bind();
+    }
+    EXPECT_EQ(textures.back()->unit(), units);
+    const auto oneTooMany = makeBlankTexture(1, 1, GL_RGBA8);
+    {
+        AutoBinder binder(oneTooMany.get());
+        EXPECT_EQ(log.takeWarnings().size(), 1);
+        EXPECT_LE(oneTooMany->unit(), units);
+    }
+    while (!textures.empty()) {
+        textures.back()->unbind();
+        textures.pop_back();
+    }
 }
 
 TEST_F(TextureTest, keepsItsUnitWhileItIsBoundAndMakesItActiveAgain)
@@ -260,6 +282,9 @@ TEST_F(TextureTest, refusesToBeWrittenWhenReadOnly)
     EXPECT_FALSE(framebuffer.hasAttachment(GL_COLOR_ATTACHMENT0));
     framebuffer.setDrawBuffers();
     EXPECT_EQ(glInteger(GL_VIEWPORT), 1);
+    const auto source = makeBlankTexture(4, 4, GL_RGBA8);
+    BlitTexture(source.get(), texture.get(), TextureFormat::LowDynamicRange, 4, 4);
+    EXPECT_EQ(log.takeWarnings().size(), 1);
 }
 
 TEST_F(TextureTest, freesItsUnitWhenItDiesBound)

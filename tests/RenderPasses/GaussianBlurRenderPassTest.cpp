@@ -8,6 +8,8 @@
 
 #include <QtCore/QRect>
 
+#include <limits>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -155,8 +157,8 @@ TEST_F(GaussianBlurRenderPassTest, worksAtALowerResolution)
         double largest; // Of the differences from a direct Gaussian: taps leave texels out where the input is larger.
         double mean;
     };
-    for (const Case &c : {Case{2.0f, QSize(60, 48), 0.15, 0.01}, Case{3.0f, QSize(40, 32), 0.2, 0.015},
-             Case{1.7f, QSize(70, 56), 0.1, 0.01}}) {
+    for (const Case &c : {Case{2.0f, QSize(60, 48), 0.05, 0.004}, Case{3.0f, QSize(40, 32), 0.08, 0.006},
+             Case{1.7f, QSize(70, 56), 0.08, 0.004}}) {
         set(texture.get(), QSize(120, 96), 2.5f, c.divider);
         pass.start(nullptr);
         const Image image = readTexture(result());
@@ -206,7 +208,7 @@ TEST_F(GaussianBlurRenderPassTest, blursASmoothPictureAlikeAtALowerResolution)
     pass.start(nullptr);
     const Image image = readTexture(result());
     const Image direct = resampled(gaussianBlurred(input, 4.0, 14), QSize(60, 48));
-    EXPECT_LE(deviation("divider 2, smooth", image, direct).largest, 0.02);
+    EXPECT_LE(deviation("divider 2, smooth", image, direct).largest, 0.01);
     EXPECT_GT(deviation("divider 2, no blur", image, resampled(input, QSize(60, 48))).largest, 0.1);
 }
 
@@ -366,19 +368,21 @@ TEST_F(GaussianBlurRenderPassTest, aMaterialWithoutAStencilIsIgnored)
 
 TEST_F(GaussianBlurRenderPassTest, leavesPixelsWithoutAlphaWithAStencilMask)
 {
-    Image input = photograph(96, 72);
-    for (int y = 0; y < 72; ++y) {
-        for (int x = 0; x < 96; ++x) {
-            const QVector2D fromCentre(float(x) - 50.0f, float(y) - 36.0f);
-            input.at(x, y)[3] = fromCentre.length() < 28.0f ? 0.25f + 0.75f * float(x) / 96.0f : 0.0f;
+    // Texture coordinates are exact for powers of two. Elsewhere the linear filter may mix a trace of a neighbour's alpha
+    // into a pixel that has none, which then counts as above 0.
+    Image input = photograph(128, 64);
+    for (int y = 0; y < 64; ++y) {
+        for (int x = 0; x < 128; ++x) {
+            const QVector2D fromCentre(float(x) - 70.0f, float(y) - 32.0f);
+            input.at(x, y)[3] = fromCentre.length() < 28.0f ? 0.25f + 0.75f * float(x) / 128.0f : 0.0f;
         }
     }
     const auto texture = makeTexture(input, GL_RGBA32F);
     const auto direct = [&](bool isMasked) {
         const auto passes = [&](int x, int y) { return !isMasked || texel(input, x, y)[3] > 0; };
-        Image image(96, 72);
-        for (int y = 0; y < 72; ++y) {
-            for (int x = 0; x < 96; ++x) {
+        Image image(128, 64);
+        for (int y = 0; y < 64; ++y) {
+            for (int x = 0; x < 128; ++x) {
                 setTexel(&image, x, y,
                     !passes(x, y) ? texel(input, x, y) : gaussianSum(4.0, reachOf(4.0f, 3.0f), [&](int dx, int dy) {
                         // Rows that are not blurred are read in their middle.
@@ -390,7 +394,7 @@ TEST_F(GaussianBlurRenderPassTest, leavesPixelsWithoutAlphaWithAStencilMask)
     };
     for (float mask : {0.0f, 1.0f, -0.5f}) {
         GaussianBlurRenderPass masked(mask);
-        set(&masked, texture.get(), QSize(96, 72), 4.0f);
+        set(&masked, texture.get(), QSize(128, 64), 4.0f);
         masked.start(nullptr);
         const Image image = readTexture(masked.output(0).value<Texture *>());
         saveForViewing(image, QStringLiteral("gaussian-alpha-mask-%1").arg(double(mask)));
@@ -550,6 +554,7 @@ TEST_F(GaussianBlurRenderPassTest, leavesTheStateThatItSets)
         glEnable(capability);
     glEnable(GL_DEPTH_TEST);
     glClearColor(1, 1, 1, 0);
+    GLCallRecorder<&epoxy_glStencilFunc> functions;
     pass.start(nullptr);
     EXPECT_FALSE(glFlag(GL_DEPTH_TEST));
     EXPECT_FALSE(glFlag(GL_STENCIL_TEST));
@@ -557,9 +562,8 @@ TEST_F(GaussianBlurRenderPassTest, leavesTheStateThatItSets)
         EXPECT_TRUE(glFlag(capability));
     EXPECT_EQ(glInteger(GL_DEPTH_WRITEMASK), GL_FALSE);
     EXPECT_EQ(glInteger(GL_STENCIL_WRITEMASK), 0);
-    EXPECT_EQ(glInteger(GL_STENCIL_FUNC), GL_EQUAL);
-    EXPECT_EQ(glInteger(GL_STENCIL_REF), 1);
-    EXPECT_EQ(glInteger(GL_STENCIL_VALUE_MASK), 0xff);
+    // Asking GL would clamp the reference to the stencil bits of the framebuffer bound now, which has none.
+    EXPECT_EQ(functions.calls, (decltype(functions.calls){{GL_EQUAL, 1, 0xffu}}));
     for (GLenum operation : {GL_STENCIL_FAIL, GL_STENCIL_PASS_DEPTH_FAIL, GL_STENCIL_PASS_DEPTH_PASS})
         EXPECT_EQ(glInteger(operation), GL_KEEP);
     GLfloat clear[4];
@@ -616,14 +620,17 @@ TEST_F(GaussianBlurRenderPassTest, anEmptyViewportGivesAnEmptyResult)
     }
 }
 
-TEST_F(GaussianBlurRenderPassTest, survivesRadiiThatAreNoNumbers)
+TEST_F(GaussianBlurRenderPassTest, survivesRadiiThatNoDriverHasTapsFor)
 {
     const auto texture = makeTexture(photograph(8, 8), GL_RGBA32F);
-    set(texture.get(), QSize(8, 8), std::numeric_limits<float>::quiet_NaN());
-    pass.start(nullptr);
-    ASSERT_NE(result(), nullptr);
-    EXPECT_EQ(result()->width(0), 8);
-    takeGLErrors();
+    for (float radius : {std::numeric_limits<float>::quiet_NaN(), 1e5f}) {
+        set(texture.get(), QSize(8, 8), radius);
+        pass.start(nullptr);
+        ASSERT_NE(result(), nullptr);
+        EXPECT_EQ(result()->width(0), 8);
+        EXPECT_EQ(pool.allReferences(), 0);
+        takeGLErrors();
+    }
 }
 
 } // namespace Velmora::Kvz

@@ -3,7 +3,7 @@
 #include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
 #include "support/Meshes.h"
-#include "support/RayCast.h"
+#include "support/RayCastScene.h"
 
 #include <GL/GLStatistics.h>
 #include <GL/ShaderProgram.h>
@@ -43,54 +43,6 @@ protected:
     Texture *texture(int output) const { return pass->output(output).value<Texture *>(); }
     Image image(int output) const { return readTexture(texture(output)); }
 };
-
-/// A model, and all that a reference needs to know of it.
-class Scene
-{
-public:
-    Scene &add(const MeshData &mesh, const MaterialData &material, const QMatrix4x4 &matrix = QMatrix4x4())
-    {
-        m_builder.addItem(m_builder.addMesh(mesh), m_builder.addMaterial(material), matrix);
-        m_items.append({mesh, matrix});
-        m_materials.append(material);
-        return *this;
-    }
-
-    QSharedPointer<GPUModel> build() const { return m_builder.build(); }
-    const QVector<RayCastItem> &items() const { return m_items; }
-    const RayCastItem &item(const RayHit &hit) const { return m_items[hit.item]; }
-    const MaterialData &material(const RayHit &hit) const { return m_materials[hit.item]; }
-
-private:
-    GPUModelBuilder m_builder;
-    QVector<RayCastItem> m_items;
-    QVector<MaterialData> m_materials;
-};
-
-/// A sample of a repeating image, filtered between the four nearest texels; white without one.
-Vector4d sample(const QImage &image, const std::array<double, 2> &texCoord)
-{
-    if (image.isNull())
-        return {1, 1, 1, 1};
-    const double x = texCoord[0] * image.width() - 0.5;
-    const double y = texCoord[1] * image.height() - 0.5;
-    const auto wrap = [](int value, int size) { return (value % size + size) % size; };
-    Vector4d result = {};
-    for (int j = 0; j < 2; ++j) {
-        for (int i = 0; i < 2; ++i) {
-            const int column = wrap(int(std::floor(x)) + i, image.width());
-            const int row = wrap(int(std::floor(y)) + j, image.height());
-            const QColor texel = image.pixelColor(column, image.height() - 1 - row);
-            const double fx = x - std::floor(x);
-            const double fy = y - std::floor(y);
-            const double weight = (i ? fx : 1 - fx) * (j ? fy : 1 - fy);
-            const Vector4d channels = {texel.redF(), texel.greenF(), texel.blueF(), texel.alphaF()};
-            for (size_t k = 0; k < 4; ++k)
-                result[k] += weight * channels[k];
-        }
-    }
-    return result;
-}
 
 QImage randomImage(int width, int height, unsigned int seed)
 {
@@ -134,7 +86,7 @@ constexpr double normalTolerance = 2e-4;
 constexpr double depthTolerance = 2e-6;
 
 /// Holds the five buffers against the ray cast of the scene, at all pixels clear of edges.
-void compareWithRayCast(const Buffers &buffers, const Scene &scene, const QMatrix4x4 &projection,
+void compareWithRayCast(const Buffers &buffers, const RayCastScene &scene, const QMatrix4x4 &projection,
     const QMatrix4x4 &camera, double leastShare, int leastGeometry, const QVector<int> &leastPerItem)
 {
     const QSize size(buffers.id.width, buffers.id.height);
@@ -172,8 +124,8 @@ void compareWithRayCast(const Buffers &buffers, const Scene &scene, const QMatri
             const bool isMagnified =
                 isMagnifiedAt(caster, x, y, material.mapKd) && isMagnifiedAt(caster, x, y, material.mapKs);
             minified += isMagnified ? 0 : 1;
-            const Vector4d mapKd = sample(material.mapKd, hit.texCoord);
-            const Vector4d mapKs = sample(material.mapKs, hit.texCoord);
+            const Vector4d mapKd = sampleRepeating(material.mapKd, hit.texCoord);
+            const Vector4d mapKs = sampleRepeating(material.mapKs, hit.texCoord);
             const Vector3d expectedNormal =
                 normalized(xyz(normalMatrix * (modelNormalMatrices[hit.item] * withW(hit.normal, 1))));
             for (int i = 0; i < 3; ++i) {
@@ -200,9 +152,9 @@ void compareWithRayCast(const Buffers &buffers, const Scene &scene, const QMatri
 }
 
 /// Balls, boxes and a wall: placed, turned, stretched and mirrored, with and without images.
-Scene makeScene()
+RayCastScene makeScene()
 {
-    Scene scene;
+    RayCastScene scene;
     MaterialData material;
     material.kd = QVector3D(0.9f, 0.7f, 0.5f);
     material.ks = QVector3D(0.4f, 0.3f, 0.2f);
@@ -273,7 +225,7 @@ TEST_F(ModelRenderPassTest, declaresItsPorts)
 
 TEST_F(ModelRenderPassTest, matchesARayCast)
 {
-    const Scene scene = makeScene();
+    const RayCastScene scene = makeScene();
     const QSharedPointer<GPUModel> model = scene.build();
     const QMatrix4x4 camera = lookAt(sceneEye, sceneCenter);
     const QMatrix4x4 projection = perspective(sceneSize, 0.5f, 30);
@@ -300,7 +252,7 @@ TEST_F(ModelRenderPassTest, matchesARayCast)
 TEST_F(ModelRenderPassTest, givesNormalsAWOfOne)
 {
     // With affine matrices the normal's w changes nothing. This camera's last row makes it count.
-    const Scene scene = makeScene();
+    const RayCastScene scene = makeScene();
     const QSharedPointer<GPUModel> model = scene.build();
     QMatrix4x4 camera = lookAt(sceneEye, sceneCenter);
     camera(3, 0) = 0.05f;
@@ -325,7 +277,7 @@ TEST_F(ModelRenderPassTest, givesNormalsAWOfOne)
 
 TEST_F(ModelRenderPassTest, readsAMissingMatrixAsTheIdentity)
 {
-    Scene scene;
+    RayCastScene scene;
     scene.add(wallMesh(), MaterialData());
     const QSharedPointer<GPUModel> model = scene.build();
     setViewport(QSize(8, 8));
@@ -339,7 +291,7 @@ TEST_F(ModelRenderPassTest, readsAMissingMatrixAsTheIdentity)
 
 TEST_F(ModelRenderPassTest, countsTrianglesFromOneInEachItem)
 {
-    Scene scene;
+    RayCastScene scene;
     QMatrix4x4 matrix;
     matrix.translate(-0.5f, 0);
     matrix.scale(0.5f, 1, 1);
@@ -363,7 +315,7 @@ TEST_F(ModelRenderPassTest, writesTransparentTexelsUnlessToldToDiscardThem)
 {
     // Strips from left to right, over a wall that lies behind: alphas of 0, 0.008, 0.012 and 0.02.
     const QVector<int> alphas = {0, 2, 3, 5};
-    Scene scene;
+    RayCastScene scene;
     for (int i = 0; i < alphas.size(); ++i) {
         MaterialData material;
         material.kd = QVector3D(1, 1, 1);
@@ -412,7 +364,7 @@ TEST_F(ModelRenderPassTest, writesTransparentTexelsUnlessToldToDiscardThem)
 
 TEST_F(ModelRenderPassTest, leavesClearedTargetsWithoutAModel)
 {
-    Scene scene;
+    RayCastScene scene;
     scene.add(wallMesh(), MaterialData());
     const QSharedPointer<GPUModel> model = scene.build();
     setViewport(QSize(5, 5));
@@ -443,7 +395,7 @@ TEST_F(ModelRenderPassTest, leavesClearedTargetsWithoutAModel)
 
 TEST_F(ModelRenderPassTest, drawsWithTheViewportThatItFinds)
 {
-    Scene scene;
+    RayCastScene scene;
     scene.add(wallMesh(), MaterialData());
     const QSharedPointer<GPUModel> model = scene.build();
     pass->setInput(Port::Viewport, QRect(0, 0, 8, 8));
@@ -461,7 +413,7 @@ TEST_F(ModelRenderPassTest, drawsWithTheViewportThatItFinds)
 
 TEST_F(ModelRenderPassTest, setsTheDepthTestAndTheClearColour)
 {
-    Scene scene;
+    RayCastScene scene;
     scene.add(wallMesh(), MaterialData());
     const QSharedPointer<GPUModel> model = scene.build();
     setViewport(QSize(4, 4));
@@ -552,7 +504,7 @@ TEST_F(ModelRenderPassTest, drawsWithAProgramOfTheHostAndOwnsIt)
             "out_Id = vec4(3.0); }\n"),
         QString());
     ASSERT_TRUE(program->compile() && program->link()) << qPrintable(program->log());
-    Scene scene;
+    RayCastScene scene;
     scene.add(wallMesh(), MaterialData());
     const QSharedPointer<GPUModel> model = scene.build();
     const GLObjectCounts before = glObjectCounts();
@@ -593,7 +545,7 @@ TEST_F(ModelRenderPassTest, countsNoReferencesAndSkipClearsTheOutputs)
 
 TEST_F(ModelRenderPassTest, takesItsObjectsAlong)
 {
-    Scene scene;
+    RayCastScene scene;
     scene.add(wallMesh(), MaterialData());
     const QSharedPointer<GPUModel> model = scene.build();
     setViewport(QSize(4, 4));

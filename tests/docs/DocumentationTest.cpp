@@ -1,0 +1,331 @@
+// SPDX-License-Identifier: MIT
+// The documentation says what the code does: ports, options, chains, findings, pictures and links.
+#include <Host/ChainLibrary.h>
+#include <Host/ChainValidation.h>
+#include <Host/PassRegistry.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QDirIterator>
+#include <QtCore/QFile>
+#include <QtCore/QRegularExpression>
+#include <QtCore/QSet>
+#include <QtGui/QImage>
+
+#include <gtest/gtest.h>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+const QString root = QStringLiteral(KVZ_SOURCE_DIR);
+const QString docs = root + QStringLiteral("/docs");
+
+QString read(const QString &path)
+{
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << qPrintable(path);
+    return QString::fromUtf8(file.readAll());
+}
+
+QStringList filesIn(const QString &folder, const QString &pattern)
+{
+    QStringList files;
+    QDirIterator iterator(folder, {pattern}, QDir::Files, QDirIterator::Subdirectories);
+    while (iterator.hasNext())
+        files.append(iterator.next());
+    files.sort();
+    return files;
+}
+
+QStringList pages()
+{
+    return filesIn(docs, QStringLiteral("*.md"))
+        + QStringList{root + QStringLiteral("/README.md"), root + QStringLiteral("/CONTRIBUTING.md"),
+            root + QStringLiteral("/Media/Chains/README.md")};
+}
+
+/// The first cells of the table under a heading, as "a | b | c", without the table's own heading.
+QStringList tableUnder(const QString &page, const QString &heading, int cells)
+{
+    const int begin = page.indexOf(QStringLiteral("\n%1\n").arg(heading));
+    if (begin < 0)
+        return {};
+    const int end = page.indexOf(QStringLiteral("\n#"), begin + heading.size());
+    QStringList rows;
+    for (const QString &line : page.mid(begin, end < 0 ? -1 : end - begin).split(QLatin1Char('\n'))) {
+        if (line.startsWith(QLatin1Char('|')))
+            rows.append(line.split(QLatin1Char('|')).mid(1, cells).join(QLatin1Char('|')).trimmed());
+    }
+    return rows.mid(2);
+}
+
+QString typeOf(const PortInfo &port)
+{
+    QString type = typeName(port.type);
+    if (port.type != ValueType::Texture)
+        return type;
+    type += QStringLiteral(", ") + toString(port.texture.kind);
+    return port.texture.internalFormat ? type + QStringLiteral(", ") + formatName(port.texture.internalFormat) : type;
+}
+
+QString defaultOf(const QVariant &value)
+{
+    return value.isValid() ? describeValue(value) : QStringLiteral("-");
+}
+
+QStringList optionRows(const QVector<OptionInfo> &options, const QString &prefix = QString())
+{
+    QStringList rows;
+    for (const OptionInfo &option : options) {
+        rows.append(QStringLiteral("`%1%2`").arg(prefix, option.name));
+        rows += optionRows(option.fields, option.name + QLatin1Char('.'));
+    }
+    return rows;
+}
+
+/// A block of a page between two fences.
+struct Block
+{
+    QString language;
+    QString text;
+    QString before; ///< The page up to the block.
+};
+
+QVector<Block> blocksOf(const QString &page)
+{
+    static const QRegularExpression fence(QStringLiteral("^```(\\w+)\\n(.*?)^```$"),
+        QRegularExpression::MultilineOption | QRegularExpression::DotMatchesEverythingOption);
+    QVector<Block> blocks;
+    auto matches = fence.globalMatch(page);
+    while (matches.hasNext()) {
+        const QRegularExpressionMatch match = matches.next();
+        blocks.append({match.captured(1), match.captured(2), page.left(match.capturedStart())});
+    }
+    return blocks;
+}
+
+QString withoutBlocks(QString page)
+{
+    static const QRegularExpression block(QStringLiteral("^```.*?^```$"),
+        QRegularExpression::MultilineOption | QRegularExpression::DotMatchesEverythingOption);
+    return page.remove(block);
+}
+
+/// The anchors that a page's headings have.
+QStringList anchorsOf(const QString &page)
+{
+    static const QRegularExpression heading(QStringLiteral("^#+ (.*)$"), QRegularExpression::MultilineOption);
+    static const QRegularExpression dropped(QStringLiteral("[^\\w -]"));
+    QStringList anchors;
+    auto matches = heading.globalMatch(withoutBlocks(page));
+    while (matches.hasNext())
+        anchors.append(
+            matches.next().captured(1).toLower().remove(dropped).replace(QLatin1Char(' '), QLatin1Char('-')));
+    return anchors;
+}
+
+QString nameOf(ChainFinding::Code code)
+{
+    // A switch, so that the compiler names a new code that is missing here.
+    switch (code) {
+#define KVZ_CODE(name)                                                                                                 \
+    case ChainFinding::Code::name:                                                                                     \
+        return QStringLiteral(#name);
+        KVZ_CODE(EmptyChain)
+        KVZ_CODE(BadPassName)
+        KVZ_CODE(DuplicatePass)
+        KVZ_CODE(UnknownClass)
+        KVZ_CODE(UnknownPort)
+        KVZ_CODE(UnknownPass)
+        KVZ_CODE(UnknownFrameValue)
+        KVZ_CODE(BadOption)
+        KVZ_CODE(BadValue)
+        KVZ_CODE(TypeMismatch)
+        KVZ_CODE(KindMismatch)
+        KVZ_CODE(DepthFormatMismatch)
+        KVZ_CODE(MultisampleMismatch)
+        KVZ_CODE(MissingStencil)
+        KVZ_CODE(MissingInput)
+        KVZ_CODE(OrderViolation)
+        KVZ_CODE(DisabledProducer)
+        KVZ_CODE(SharedDrawTarget)
+        KVZ_CODE(NotPlain)
+        KVZ_CODE(UnusableConfiguration)
+        KVZ_CODE(RoleOrder)
+        KVZ_CODE(MissingDriverFeature)
+#undef KVZ_CODE
+    }
+    return QString();
+}
+
+QStringList linesOf(const QVector<ChainFinding> &findings)
+{
+    QStringList lines;
+    for (const ChainFinding &finding : findings)
+        lines.append(finding.toString());
+    return lines;
+}
+
+} // namespace
+
+TEST(DocumentationTest, everyPassHasAPageThatNamesItsPortsAndOptions)
+{
+    for (const QString &name : PassRegistry::standard().classNames()) {
+        SCOPED_TRACE(qPrintable(name));
+        const PassInfo &pass = *PassRegistry::standard().find(name);
+        const QString page = read(QStringLiteral("%1/passes/%2.md").arg(docs, name));
+        EXPECT_TRUE(page.startsWith(QStringLiteral("# %1\n").arg(name)));
+
+        QStringList inputs;
+        for (const InputInfo &input : pass.inputs)
+            inputs.append(
+                QStringLiteral("%1 | `%2` | %3 | %4")
+                    .arg(QString::number(inputs.size()), input.name, typeOf(input), defaultOf(input.defaultValue)));
+        EXPECT_EQ(tableUnder(page, QStringLiteral("### Inputs"), 4), inputs);
+
+        QStringList outputs;
+        for (const OutputInfo &output : pass.outputs)
+            outputs.append(
+                QStringLiteral("%1 | `%2` | %3").arg(QString::number(outputs.size()), output.name, typeOf(output)));
+        EXPECT_EQ(tableUnder(page, QStringLiteral("### Outputs"), 3), outputs);
+
+        EXPECT_EQ(tableUnder(page, QStringLiteral("### Options"), 1), optionRows(pass.options));
+        for (const OptionInfo &option : pass.options) {
+            for (const QString &enumerator : option.enumerators)
+                EXPECT_TRUE(page.contains(enumerator)) << qPrintable(enumerator);
+        }
+    }
+}
+
+TEST(DocumentationTest, theIndexListsAllPagesOfPasses)
+{
+    const QString index = read(docs + QStringLiteral("/passes/README.md"));
+    for (const QString &file : QDir(docs + QStringLiteral("/passes")).entryList({QStringLiteral("*Pass.md")})) {
+        EXPECT_TRUE(index.contains(QStringLiteral("](%1)").arg(file))) << qPrintable(file);
+        const QString header = QStringLiteral("%1/include/RenderPasses/%2.h").arg(root, file.chopped(3));
+        EXPECT_TRUE(QFile::exists(header)) << "a page of a class that is not there: " << qPrintable(file);
+    }
+}
+
+TEST(DocumentationTest, readyChainsAreSoundAndListedWithAPicture)
+{
+    const QString page = read(docs + QStringLiteral("/chains.md"));
+    const QStringList names = readyChainNames();
+    EXPECT_GE(names.size(), 2);
+    for (const QString &name : names) {
+        SCOPED_TRACE(qPrintable(name));
+        ChainDescription chain;
+        QString error;
+        ASSERT_TRUE(loadChain(name, &chain, &error)) << qPrintable(error);
+        EXPECT_EQ(linesOf(validateChain(chain)), QStringList());
+        EXPECT_TRUE(page.contains(QStringLiteral("\n### %1\n").arg(name)));
+        EXPECT_TRUE(page.contains(QStringLiteral("](images/passes/chain-%1.png)").arg(name)));
+    }
+}
+
+TEST(DocumentationTest, exampleChainsAreSound)
+{
+    const QStringList files = filesIn(docs + QStringLiteral("/examples"), QStringLiteral("*.json"));
+    EXPECT_GE(files.size(), 8);
+    for (const QString &file : files) {
+        ChainDescription chain;
+        QString error;
+        ASSERT_TRUE(loadChain(file, &chain, &error)) << qPrintable(error);
+        EXPECT_EQ(linesOf(validateChain(chain)), QStringList()) << qPrintable(file);
+    }
+}
+
+// A chain in a page is sound, unless the next block is the list of its findings.
+TEST(DocumentationTest, chainsInPagesCheckAsThePagesSay)
+{
+    int sound = 0;
+    QSet<QString> shown;
+    for (const QString &file : pages()) {
+        const QVector<Block> blocks = blocksOf(read(file));
+        for (int i = 0; i < blocks.size(); ++i) {
+            const Block &block = blocks[i];
+            if (block.language != QLatin1String("json"))
+                continue;
+            SCOPED_TRACE(qPrintable(file + QLatin1Char('\n') + block.text));
+            ChainDescription chain;
+            QString error;
+            ASSERT_TRUE(ChainDescription::fromJson(block.text.toUtf8(), &chain, &error)) << qPrintable(error);
+            const QVector<ChainFinding> findings = validateChain(chain);
+            static const QRegularExpression finding(QStringLiteral("^(error|warning): "));
+            const QString next = i + 1 < blocks.size() && blocks[i + 1].language == QLatin1String("text")
+                ? blocks[i + 1].text.trimmed()
+                : QString();
+            if (!finding.match(next).hasMatch()) {
+                EXPECT_EQ(linesOf(findings), QStringList());
+                ++sound;
+                continue;
+            }
+            EXPECT_EQ(linesOf(findings), next.split(QLatin1Char('\n')));
+            // The paragraph before the chain begins with the code.
+            const QString code = block.before.section(QStringLiteral("\n`"), -1).section(QStringLiteral("`:"), 0, 0);
+            for (const ChainFinding &found : findings)
+                EXPECT_EQ(nameOf(found.code), code);
+            shown.insert(code);
+        }
+    }
+    EXPECT_GE(sound, 15);
+    EXPECT_GE(shown.size(), 18);
+}
+
+TEST(DocumentationTest, everyKindOfFindingIsExplained)
+{
+    const QString page = read(docs + QStringLiteral("/chains.md"));
+    for (int code = 0; code <= int(ChainFinding::Code::MissingDriverFeature); ++code) {
+        const QString name = nameOf(ChainFinding::Code(code));
+        EXPECT_TRUE(page.contains(QStringLiteral("\n`%1`: ").arg(name))) << qPrintable(name);
+    }
+}
+
+TEST(DocumentationTest, linksLeadSomewhereAndPicturesAreSmallAndNotBlank)
+{
+    static const QRegularExpression link(QStringLiteral("\\]\\(([^)#]*)(?:#([^)]*))?\\)"));
+    int pictures = 0;
+    for (const QString &file : pages()) {
+        auto matches = link.globalMatch(withoutBlocks(read(file)));
+        while (matches.hasNext()) {
+            const QRegularExpressionMatch match = matches.next();
+            const QString target = match.captured(1);
+            if (target.contains(QLatin1String("://")))
+                continue;
+            const QString path = target.isEmpty() ? file : QFileInfo(file).dir().filePath(target);
+            EXPECT_TRUE(QFile::exists(path)) << qPrintable(file + QStringLiteral(": ") + target);
+            const QString anchor = match.captured(2);
+            if (!anchor.isEmpty()) {
+                EXPECT_TRUE(anchorsOf(read(path)).contains(anchor))
+                    << qPrintable(QStringLiteral("%1: %2#%3").arg(file, target, anchor));
+            }
+            if (!target.endsWith(QLatin1String(".png")))
+                continue;
+            ++pictures;
+            const QImage image(path);
+            QSet<QRgb> colours;
+            for (int y = 0; y < image.height(); y += 5) {
+                for (int x = 0; x < image.width(); x += 5)
+                    colours.insert(image.pixel(x, y));
+            }
+            EXPECT_GE(colours.size(), 3) << qPrintable(path);
+            if (path.contains(QLatin1String("/images/passes/"))) {
+                EXPECT_LE(QFileInfo(path).size(), 80 * 1024) << qPrintable(path);
+            }
+        }
+    }
+    EXPECT_GE(pictures, 20);
+}
+
+TEST(DocumentationTest, pagesShowTheExamplesThatAreTested)
+{
+    const auto expectShown = [](const QString &page, const QString &example) {
+        // Less the licence and the guard.
+        const QString code = read(QStringLiteral("%1/examples/%2").arg(docs, example)).section(QLatin1Char('\n'), 3);
+        EXPECT_TRUE(read(docs + QLatin1Char('/') + page).contains(code)) << qPrintable(example);
+    };
+    expectShown(QStringLiteral("chains.md"), QStringLiteral("ChainWidget.h"));
+    expectShown(QStringLiteral("shaders.md"), QStringLiteral("Highlight.h"));
+}
+
+} // namespace Velmora::Kvz
