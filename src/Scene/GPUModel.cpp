@@ -119,7 +119,7 @@ void GPUModel::Private::draw(ShaderProgram *program, TextureManager *manager, qu
     const int view = manager && areMatricesOwn ? queries->view(program) : -1;
     if (manager)
         manager->bindTextures(program);
-    drawItems(program, value, mask, winding, ignoreCulling, view);
+    drawItems(program, value, mask, winding, ignoreCulling, view >= 0 && queries->tellHere() ? view : -1);
     if (manager)
         manager->unbindTextures(program);
     if (view >= 0)

@@ -115,15 +115,6 @@ bool hasIntegerTarget()
     return false;
 }
 
-/// Whether samples that pass tell what shows.
-bool canTest(GLenum queryTarget)
-{
-    GLint activeQuery = 0;
-    glGetQueryiv(queryTarget, GL_CURRENT_QUERY, &activeQuery);
-    return activeQuery == 0 && glIsEnabled(GL_DEPTH_TEST) && boxDepthFunction() != GL_NEVER
-        && !glIsEnabled(GL_RASTERIZER_DISCARD) && hasDepthBuffer() && !hasIntegerTarget();
-}
-
 /// The matrix that a program holds.
 QMatrix4x4 matrixUniform(const ShaderProgram *program, const QString &name)
 {
@@ -307,6 +298,16 @@ int OcclusionQueries::view(const ShaderProgram *program)
     return m_viewCount++;
 }
 
+bool OcclusionQueries::tellHere() const
+{
+    if (!m_queryTarget)
+        return false; // No query has been made.
+    GLint activeQuery = 0;
+    glGetQueryiv(m_queryTarget, GL_CURRENT_QUERY, &activeQuery);
+    return activeQuery == 0 && glIsEnabled(GL_DEPTH_TEST) && boxDepthFunction() != GL_NEVER
+        && !glIsEnabled(GL_RASTERIZER_DISCARD) && hasDepthBuffer() && !hasIntegerTarget();
+}
+
 unsigned int OcclusionQueries::query(int view, int item) const
 {
     if (view < 0 || !m_owner.isKnownToCurrentContext())
@@ -334,7 +335,7 @@ void OcclusionQueries::test(int view, const std::vector<Bounds> &bounds, const s
             tested.tests[size_t(item)].drawnRound = m_round;
     }
     createResources();
-    if (!m_owner.isKnownToCurrentContext() || !m_program->isLinked() || !canTest(m_queryTarget))
+    if (!m_owner.isKnownToCurrentContext() || !m_program->isLinked() || !tellHere())
         return;
 
     const Frustum frustum(tested.projection * tested.camera);

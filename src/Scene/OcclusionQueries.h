@@ -43,6 +43,8 @@ public:
     /// The view that a draw belongs to, by the u_ProjectionMatrix and u_CameraMatrix that its program holds. -1 with no
     /// round, for a program that lacks these matrices, and for more views than are kept.
     int view(const ShaderProgram *program);
+    /// Whether samples that pass tell what shows in the framebuffer and the state that are current.
+    bool tellHere() const;
     /// The query of an item for glBeginConditionalRender in a view; 0 when the round before made none for it.
     unsigned int query(int view, int item) const;
 

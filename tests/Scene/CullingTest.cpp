@@ -370,8 +370,10 @@ TEST_F(CullingTest, queriesAreMadeOnlyWhereTheyTellSomething)
     const auto queriesOf = [&](const std::function<void()> &drawing) {
         spy.made = 0;
         spy.reads = 0;
+        spy.conditions = 0;
         drawing();
         EXPECT_EQ(spy.reads, 0);
+        EXPECT_EQ(spy.conditions, 0);
         return spy.made;
     };
     TextureManager *const manager = TextureManager::Instance();

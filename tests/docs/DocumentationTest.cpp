@@ -281,6 +281,46 @@ TEST(DocumentationTest, everyKindOfFindingIsExplained)
     }
 }
 
+// The standard classes cannot have these findings; the page shows the lines that classes of a host get.
+TEST(DocumentationTest, findingsOfHostsClassesReadAsThePageSays)
+{
+    const QString frame = QStringLiteral("Kvz_KvzTexture*_Frame");
+    InputInfo samples;
+    samples.name = QStringLiteral("Kvz_int_NumberMultisamples");
+    samples.type = ValueType::Int;
+    samples.defaultValue = 4;
+    OutputInfo given;
+    given.name = frame;
+    given.type = ValueType::Texture;
+    given.texture.kind = TextureKind::Colour;
+    given.samplesInput = samples.name;
+    InputInfo wanted;
+    wanted.name = frame;
+    wanted.type = ValueType::Texture;
+    wanted.texture.kind = TextureKind::Colour;
+    PassInfo first, second;
+    first.className = QStringLiteral("First");
+    first.inputs = {samples};
+    first.outputs = {given};
+    first.traits = PassTrait::AntiAliases;
+    second.className = QStringLiteral("Second");
+    second.inputs = {wanted};
+    second.traits = PassTrait::Shades;
+    PassRegistry registry;
+    registry.add(first);
+    registry.add(second);
+
+    ChainDescription chain;
+    QString error;
+    const QByteArray json = R"({"passes": [{"name": "a", "class": "First"}, {"name": "b", "class": "Second"}]})";
+    ASSERT_TRUE(ChainDescription::fromJson(json, &chain, &error)) << qPrintable(error);
+    const QStringList lines = linesOf(validateChain(chain, registry));
+    EXPECT_EQ(lines.size(), 2);
+    const QString page = read(docs + QStringLiteral("/chains.md"));
+    for (const QString &line : lines)
+        EXPECT_TRUE(page.contains(QStringLiteral("\n%1\n").arg(line))) << qPrintable(line);
+}
+
 TEST(DocumentationTest, linksLeadSomewhereAndPicturesAreSmallAndNotBlank)
 {
     static const QRegularExpression link(QStringLiteral("\\]\\(([^)#]*)(?:#([^)]*))?\\)"));
