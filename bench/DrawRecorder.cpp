@@ -15,6 +15,7 @@ struct EntryPoints
     decltype(epoxy_glClear) clear;
     decltype(epoxy_glBlitFramebuffer) blit;
     decltype(epoxy_glUniform1ui) uniformUInt;
+    decltype(epoxy_glUniform2fv) uniformVector;
 };
 
 EntryPoints driver;
@@ -62,13 +63,15 @@ DrawRecorder::~DrawRecorder()
 void DrawRecorder::begin()
 {
     // The first call of each resolves the loader's pointer; asking for its address is not enough.
-    driver = {epoxy_glDrawArrays, epoxy_glDrawElements, epoxy_glClear, epoxy_glBlitFramebuffer, epoxy_glUniform1ui};
+    driver = {epoxy_glDrawArrays, epoxy_glDrawElements, epoxy_glClear, epoxy_glBlitFramebuffer, epoxy_glUniform1ui,
+        epoxy_glUniform2fv};
     listener = this;
     epoxy_glDrawArrays = onDrawArrays;
     epoxy_glDrawElements = onDrawElements;
     epoxy_glClear = onClear;
     epoxy_glBlitFramebuffer = onBlit;
     epoxy_glUniform1ui = onUniformUInt;
+    epoxy_glUniform2fv = onUniformVector;
 }
 
 void DrawRecorder::end()
@@ -78,6 +81,7 @@ void DrawRecorder::end()
     epoxy_glClear = driver.clear;
     epoxy_glBlitFramebuffer = driver.blit;
     epoxy_glUniform1ui = driver.uniformUInt;
+    epoxy_glUniform2fv = driver.uniformVector;
     listener = nullptr;
 }
 
@@ -163,6 +167,7 @@ void DrawRecorder::onDrawArrays(GLenum mode, GLint first, GLsizei count)
     command.mode = mode;
     command.first = first;
     command.count = count;
+    command.uniforms.swap(listener->m_uniforms);
     listener->m_commands.push_back(command);
     driver.drawArrays(mode, first, count);
 }
@@ -210,6 +215,12 @@ void DrawRecorder::onUniformUInt(GLint location, GLuint value)
     driver.uniformUInt(location, value);
 }
 
+void DrawRecorder::onUniformVector(GLint location, GLsizei count, const GLfloat *value)
+{
+    listener->m_uniforms.push_back({location, {value[0], value[1]}});
+    driver.uniformVector(location, count, value);
+}
+
 void DrawRecorder::apply(const State &state, const State *before) const
 {
     const auto differs = [&](auto member) { return !before || (before->*member) != (state.*member); };
@@ -251,6 +262,8 @@ void DrawRecorder::replay() const
         const std::array<GLint, 8> &r = command.rectangles;
         switch (command.kind) {
         case Command::DrawArrays:
+            for (const VectorUniform &uniform : command.uniforms)
+                glUniform2fv(uniform.location, 1, uniform.value.data());
             glDrawArrays(command.mode, command.first, command.count);
             break;
         case Command::DrawElements:

@@ -53,6 +53,12 @@ private:
         GLint blendDestination = GL_ZERO;
         std::vector<TextureBinding> textures;
     };
+    /// Of a program that one pass draws with more than once.
+    struct VectorUniform
+    {
+        GLint location;
+        std::array<GLfloat, 2> value;
+    };
     struct Command
     {
         enum Kind { DrawArrays, DrawElements, Clear, Blit, UniformUInt } kind;
@@ -67,6 +73,7 @@ private:
         GLenum filter = 0;
         GLint location = 0;
         GLuint value = 0;
+        std::vector<VectorUniform> uniforms = {}; ///< Set since the draw before, for this one.
     };
 
     static void onDrawArrays(GLenum mode, GLint first, GLsizei count);
@@ -75,6 +82,7 @@ private:
     static void onBlit(GLint sx0, GLint sy0, GLint sx1, GLint sy1, GLint dx0, GLint dy0, GLint dx1, GLint dy1,
         GLbitfield mask, GLenum filter);
     static void onUniformUInt(GLint location, GLuint value);
+    static void onUniformVector(GLint location, GLsizei count, const GLfloat *value);
 
     int recordState();
     GLuint copyFramebuffer(GLenum binding);
@@ -83,6 +91,7 @@ private:
     std::vector<State> m_states;
     std::vector<Command> m_commands;
     std::vector<GLuint> m_framebuffers;
+    std::vector<VectorUniform> m_uniforms; ///< Those set since the last draw.
 };
 
 } // namespace Velmora::Kvz

@@ -10,6 +10,8 @@
 #include <QtGui/QOpenGLContext>
 #include <QtWidgets/QOpenGLWidget>
 
+#include <memory>
+
 using namespace Velmora::Kvz;
 
 /// Shows a scene through a ready chain.

@@ -8,6 +8,8 @@
 
 #include <epoxy/gl.h>
 
+#include <memory>
+
 using namespace Velmora::Kvz;
 
 /// Adds the plan "Highlight": a colour for each item, with its strength from 0 to 1 in alpha.

@@ -8,6 +8,7 @@
 #include <GL/GLStatistics.h>
 #include <GL/OpenGLDeviceContext.h>
 #include <GL/ShaderProgram.h>
+#include <GL/TextureManager.h>
 #include <RenderPasses/ShaderRenderPass.h>
 
 #include <QtCore/QRect>
@@ -643,6 +644,9 @@ TEST_F(ShaderRenderPassTest, logsAMultisampledInputAndGoesOn)
     pass->setFragmentShaderSource(
         QStringLiteral("#version 150\nuniform sampler2DMS u_Foo;\nout vec4 o_Out;\n"
                        "void main() { o_Out = texelFetch(u_Foo, ivec2(gl_FragCoord.xy), 0); }\n"));
+    // A target that the pool has to make gets its parameters too.
+    TextureManager *const manager = TextureManager::Instance();
+    manager->releaseTempTextureRef(manager->tempTexture(TextureFormat::LowDynamicRange, 4, 4, 1, 1), 1);
     for (int frame = 0; frame < 2; ++frame) {
         GLCallRecorder<&epoxy_glTexParameteri> parameters;
         pass->start(nullptr);
