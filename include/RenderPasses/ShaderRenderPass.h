@@ -36,12 +36,13 @@ class Texture;
 /// screen quad has `va_Vertex` (vec3, clip space) and `va_TexCoord` (vec2, 0 to 1).
 ///
 /// Every connected texture gets linear filters and clamped edges, each frame, and keeps them. For a multisampled one, which
-/// has no such state, an assertion is logged. The depth test is off afterwards. Mistakes in the sources draw nothing.
+/// has no such state, an assertion is logged. Depth test and blending are off afterwards, and the GL
+/// viewport is the target. Mistakes in the sources draw nothing.
 class KVZ_RENDERPASSES_EXPORT ShaderRenderPass : public RenderPassProxy
 {
 public:
     /// How the fragment outputs meet what is in the targets.
-    enum BlendMode {
+    enum BlendMode : int {
         BlendNone = 0, ///< They replace it.
         BlendAlpha =
             1, ///< Source times one minus its alpha, plus target times the source's alpha. So is any other number.
@@ -61,6 +62,10 @@ public:
     void setGeometryShaderSource(const QString &source);
     void setTessellationControlShaderSource(const QString &source);
     void setTessellationEvaluationShaderSource(const QString &source);
+
+    /// The sources of the vertex and the fragment stage until others are set.
+    static QString defaultVertexShaderSource();
+    static QString defaultFragmentShaderSource();
 
     /// Whether the targets are cleared each frame, to the clear colour in force; on by default. Pooled targets hold what
     /// their last user left. A frame in which the size changes clears in any case.

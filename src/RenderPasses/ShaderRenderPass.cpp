@@ -2,6 +2,8 @@
 #include <RenderPasses/ShaderRenderPass.h>
 
 #include "steps/InputRead.h"
+#include "steps/ResolveMultisampled.h"
+#include "steps/Sampling.h"
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
 
@@ -42,17 +44,13 @@ void main()
 void bindForSampling(Texture *texture)
 {
     texture->bind();
-    const GLenum target = texture->target();
-    if (target == GL_TEXTURE_2D_MULTISAMPLE) {
+    if (isMultisampled(texture)) {
         // The line that hosts know this message by. It goes on: what follows is refused by GL.
         logAssertion(__FILE__, 319, QStringLiteral("texture->target() != GL_TEXTURE_2D_MULTISAMPLE"),
             QStringLiteral("Modification of sampler state for a texture with target GL_TEXTURE_2D_MULTISAMPLE is not "
                            "allowed"));
     }
-    glTexParameteri(target, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-    glTexParameteri(target, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-    glTexParameteri(target, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-    glTexParameteri(target, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    sampleLinearly(texture);
 }
 
 bool isUniformType(int type)
@@ -208,6 +206,16 @@ void ShaderRenderPass::setTessellationControlShaderSource(const QString &source)
 void ShaderRenderPass::setTessellationEvaluationShaderSource(const QString &source)
 {
     m_tessellationEvaluationSource = source;
+}
+
+QString ShaderRenderPass::defaultVertexShaderSource()
+{
+    return screenQuadVertexSource;
+}
+
+QString ShaderRenderPass::defaultFragmentShaderSource()
+{
+    return defaultFragmentSource;
 }
 
 void ShaderRenderPass::setClear(bool clear)

@@ -117,13 +117,15 @@ void GPUModel::Private::draw(ShaderProgram *program, TextureManager *manager, qu
     const bool areMatricesOwn =
         !InstanceDataCollection::isBound(instanceInfoPlan) && !InstanceDataCollection::isBound(tavoInstancePlan);
     const int view = manager && areMatricesOwn ? queries->view(program) : -1;
+    const bool queriesTell = view >= 0 && queries->tellHere();
     if (manager)
         manager->bindTextures(program);
-    drawItems(program, value, mask, winding, ignoreCulling, view >= 0 && queries->tellHere() ? view : -1);
+    drawItems(program, value, mask, winding, ignoreCulling, queriesTell ? view : -1);
     if (manager)
         manager->unbindTextures(program);
     if (view >= 0)
-        queries->test(view, bounds, [&](int item) { return isSelected(size_t(item), value, mask); });
+        queries->testBoxes(
+            view, bounds, [&](int item) { return isSelected(size_t(item), value, mask); }, queriesTell);
 }
 
 void GPUModel::Private::drawItems(

@@ -115,6 +115,14 @@ bool hasIntegerTarget()
     return false;
 }
 
+/// Whether a query of the host is under way. One kind of sample query excludes the other.
+bool isCounting(GLenum queryTarget)
+{
+    GLint query = 0;
+    glGetQueryiv(queryTarget, GL_CURRENT_QUERY, &query);
+    return query != 0;
+}
+
 /// The matrix that a program holds.
 QMatrix4x4 matrixUniform(const ShaderProgram *program, const QString &name)
 {
@@ -278,6 +286,7 @@ int OcclusionQueries::view(const ShaderProgram *program)
 {
     if (!m_running || !program->hasUniform(projectionUniform) || !program->hasUniform(cameraUniform))
         return -1;
+    createResources();
     const QMatrix4x4 projection = matrixUniform(program, projectionUniform);
     const QMatrix4x4 camera = matrixUniform(program, cameraUniform);
     for (int view = 0; view < m_viewCount; ++view) {
@@ -300,12 +309,10 @@ int OcclusionQueries::view(const ShaderProgram *program)
 
 bool OcclusionQueries::tellHere() const
 {
-    if (!m_queryTarget)
-        return false; // No query has been made.
-    GLint activeQuery = 0;
-    glGetQueryiv(m_queryTarget, GL_CURRENT_QUERY, &activeQuery);
-    return activeQuery == 0 && glIsEnabled(GL_DEPTH_TEST) && boxDepthFunction() != GL_NEVER
-        && !glIsEnabled(GL_RASTERIZER_DISCARD) && hasDepthBuffer() && !hasIntegerTarget();
+    return m_owner.isKnownToCurrentContext() && m_program->isLinked() && glIsEnabled(GL_DEPTH_TEST)
+        && boxDepthFunction() != GL_NEVER && !glIsEnabled(GL_RASTERIZER_DISCARD) && hasDepthBuffer()
+        && !hasIntegerTarget() && !isCounting(GL_SAMPLES_PASSED)
+        && (m_queryTarget == GL_SAMPLES_PASSED || !isCounting(GL_ANY_SAMPLES_PASSED));
 }
 
 unsigned int OcclusionQueries::query(int view, int item) const
@@ -327,15 +334,15 @@ bool OcclusionQueries::isDue(const Test &test, int item) const
     return (item - m_firstVisibleTested + m_itemCount) % m_itemCount < visibleTestsPerRound;
 }
 
-void OcclusionQueries::test(int view, const std::vector<Bounds> &bounds, const std::function<bool(int)> &takesPart)
+void OcclusionQueries::testBoxes(
+    int view, const std::vector<Bounds> &bounds, const std::function<bool(int)> &takesPart, bool tells)
 {
     View &tested = m_views[size_t(view)];
     for (int item = 0; item < m_itemCount; ++item) {
         if (takesPart(item))
             tested.tests[size_t(item)].drawnRound = m_round;
     }
-    createResources();
-    if (!m_owner.isKnownToCurrentContext() || !m_program->isLinked() || !tellHere())
+    if (!tells)
         return;
 
     const Frustum frustum(tested.projection * tested.camera);

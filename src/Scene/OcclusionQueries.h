@@ -20,7 +20,8 @@ class ShaderProgram;
 /// Finds the items of a model that nothing of shows, by drawing their boxes under occlusion queries.
 ///
 /// collect() begins a round, which lasts until the next one. Draws with one camera are a view of the round; in a view each
-/// item is tested at most once, by the first draw that can. An item is hidden when no view that it took part in shows it.
+/// item is tested at most once, by the first draw that can. An item is hidden when every view that it took part in
+/// tested it and found nothing.
 /// What collect() says rests on tests of the round before alone, so a wrong "hidden" lasts one frame. A result that has not
 /// arrived is never waited for: the GPU then decides by the query itself.
 class OcclusionQueries
@@ -43,17 +44,18 @@ public:
     /// The view that a draw belongs to, by the u_ProjectionMatrix and u_CameraMatrix that its program holds. -1 with no
     /// round, for a program that lacks these matrices, and for more views than are kept.
     int view(const ShaderProgram *program);
-    /// Whether samples that pass tell what shows in the framebuffer and the state that are current.
+    /// Whether samples that pass tell what shows in the framebuffer and the state that are current: not without depth test
+    /// or depth buffer, not into integer targets, and not while the host counts samples itself.
     bool tellHere() const;
-    /// The query of an item for glBeginConditionalRender in a view; 0 when the round before made none for it.
+    /// The query of an item for glBeginConditionalRender in a view; 0 when the round before made none for it. Views are known
+    /// by their order: while results are late, a frame that draws its cameras in another order than the last may show an
+    /// item one frame later.
     unsigned int query(int view, int item) const;
 
-    /// Tests the boxes of items against the depth buffer as a draw of the view left it. All GL state comes back. Makes no
-    /// test where it would tell nothing: without depth test or depth buffer, and into integer targets; the items then count
-    /// as visible, unless another draw of the view tests them.
-    ///
-    /// `takesPart` says which items the draw selected.
-    void test(int view, const std::vector<Bounds> &bounds, const std::function<bool(int)> &takesPart);
+    /// Notes which items a draw of the view selected, as `takesPart` says, and, where `tells` is what tellHere() said, tests
+    /// their boxes against the depth buffer as the draw left it. All GL state comes back. Items that no draw of the view
+    /// tests count as visible.
+    void testBoxes(int view, const std::vector<Bounds> &bounds, const std::function<bool(int)> &takesPart, bool tells);
 
 private:
     /// What is known of an item in a view.

@@ -434,6 +434,11 @@ TEST_F(CullingTest, queriesAreMadeOnlyWhereTheyTellSomething)
         EXPECT_EQ(queriesOf([&] { draw(manager); }), 0); // The host counts for itself.
         glEndQuery(GL_ANY_SAMPLES_PASSED);
         glDeleteQueries(1, &query);
+        glGenQueries(1, &query);
+        glBeginQuery(GL_SAMPLES_PASSED, query);
+        EXPECT_EQ(queriesOf([&] { draw(manager); }), 0); // In the other way too.
+        glEndQuery(GL_SAMPLES_PASSED);
+        glDeleteQueries(1, &query);
     }
     EXPECT_EQ(queriesOf([&] { draw(manager); }), 2);
     EXPECT_EQ(queriesOf([&] { draw(manager); }), 0); // Once a round.
@@ -511,6 +516,26 @@ TEST_F(CullingTest, lateResultsAreNotWaitedFor)
         EXPECT_FALSE(model->isCulled(1)); // Not known: the driver decides.
         EXPECT_EQ(spy.conditions, 1);
         EXPECT_EQ(target.read().pixel(side / 2, side / 2).x(), 1.0f);
+    }
+    // Where samples tell nothing, nobody asks.
+    const auto conditionsOf = [&](const std::function<void()> &drawing) {
+        spy.conditions = 0;
+        drawing();
+        return spy.conditions;
+    };
+    TextureManager *const manager = TextureManager::Instance();
+    model->resetCulling();
+    model->visibilityCull();
+    glDisable(GL_DEPTH_TEST);
+    EXPECT_EQ(conditionsOf([&] { draw(manager); }), 0);
+    glEnable(GL_DEPTH_TEST);
+    {
+        RenderTarget withoutDepth(side, side, GL_RGBA32F, false);
+        EXPECT_EQ(conditionsOf([&] { draw(manager); }), 0);
+    }
+    {
+        RenderTarget again(side, side, GL_RGBA32F);
+        EXPECT_EQ(conditionsOf([&] { draw(manager); }), 1);
     }
     // The driver's decision is right when the item comes into sight.
     model->setModelMatrix(0, placed(4.5f, 0, 0));

@@ -27,7 +27,7 @@ void giveBack(Texture *texture)
 
 void detachAndGiveBack(FramebufferObject *framebuffer, unsigned int attachment)
 {
-    TextureManager::Instance()->releaseTempTextureRef(framebuffer->detach(attachment), 1);
+    giveBack(framebuffer->detach(attachment));
 }
 
 } // namespace Velmora::Kvz
