@@ -4,6 +4,8 @@
 
 #include <Host/ChainLibrary.h>
 
+#include <QtCore/QDir>
+
 namespace Velmora::Kvz {
 
 int runChains(const QStringList &arguments)
@@ -21,7 +23,8 @@ int runChains(const QStringList &arguments)
     if (!parser.positionalArguments().isEmpty()) {
         if (!loadChain(parser.positionalArguments().constFirst(), &chain, &error))
             return fail(error);
-        print(QString::fromUtf8(chain.toJson()).trimmed());
+        // For a file in the present folder.
+        print(QString::fromUtf8(movedToFolder(chain, QDir::currentPath()).toJson()).trimmed());
         return Success;
     }
     QVector<QStringList> rows;

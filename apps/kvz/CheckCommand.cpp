@@ -36,8 +36,18 @@ int runCheck(const QStringList &arguments)
     }
     for (const ChainFinding &finding : qAsConst(findings))
         print(QStringLiteral("%1: %2").arg(name, finding.toString()));
-    if (findings.isEmpty())
-        print(QStringLiteral("%1: nothing wrong with its %2 passes").arg(name, QString::number(chain.passes.size())));
+    // A host may take the exports alone.
+    const bool isSeen = hasErrors(findings) || presents(chain) || !chain.exports.isEmpty();
+    if (!isSeen) {
+        print(QStringLiteral("%1: warning: no enabled pass presents a picture, and nothing is exported; add a "
+                             "TextureToScreenRenderPass or \"exports\"")
+                  .arg(name));
+    }
+    if (findings.isEmpty() && isSeen) {
+        print(QStringLiteral("%1: nothing wrong with its %2 %3")
+                  .arg(name, QString::number(chain.passes.size()),
+                      chain.passes.size() == 1 ? QStringLiteral("pass") : QStringLiteral("passes")));
+    }
     return hasErrors(findings) ? BadInput : Success;
 }
 

@@ -7,10 +7,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace Velmora::Kvz {
 
 namespace {
+
+bool noGraphicsMemory = false;
 
 void printError(const QString &text)
 {
@@ -20,7 +23,11 @@ void printError(const QString &text)
 void handleMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
     const bool fromDriver = context.category && std::strcmp(context.category, "kvz.gl") == 0;
-    if (type != QtDebugMsg && type != QtInfoMsg && !fromDriver)
+    if (type == QtDebugMsg || type == QtInfoMsg || fromDriver)
+        return;
+    if (text.contains(QLatin1String("out of graphics memory")))
+        noGraphicsMemory = true;
+    else
         warn(text);
 }
 
@@ -61,6 +68,11 @@ void print(const QString &text)
 void installMessageHandler()
 {
     qInstallMessageHandler(handleMessage);
+}
+
+bool ranOutOfGraphicsMemory()
+{
+    return std::exchange(noGraphicsMemory, false);
 }
 
 std::optional<int> parseCommandLine(QCommandLineParser *parser, const QStringList &arguments, int least, int most)

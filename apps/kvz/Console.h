@@ -29,8 +29,10 @@ void warn(const QString &text);
 void print(const QString &text);
 
 /// Has warnings of the libraries printed as this program's own, and keeps their debug lines and the driver's messages off
-/// the terminal: what a driver cannot do is said as a reason to fail.
+/// the terminal: what a driver cannot do is said as a reason to fail. So are warnings that graphics memory ran out.
 void installMessageHandler();
+/// Whether a library warned that graphics memory ran out since this was asked last.
+bool ranOutOfGraphicsMemory();
 
 /// Reads a command line that takes from `least` to `most` arguments besides its options, and adds --help to the options.
 /// A value says that the command is done and with what exit status: help was printed, or what is wrong.

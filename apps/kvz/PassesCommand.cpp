@@ -86,6 +86,8 @@ void describe(const PassInfo &pass)
         printSection(inputRows(pass));
     if (!pass.outputs.isEmpty())
         printSection(outputRows(pass));
+    if (pass.completePorts)
+        print(QStringLiteral("\nIts options name further ports."));
     if (!pass.options.isEmpty()) {
         QVector<QStringList> rows{{indent, QStringLiteral("option"), QStringLiteral("type"), QStringLiteral("default"),
             QStringLiteral("meaning")}};
@@ -111,11 +113,10 @@ int runPasses(const QStringList &arguments)
     if (!parser.positionalArguments().isEmpty()) {
         const QString name = parser.positionalArguments().constFirst();
         const PassInfo *pass = registry.find(name);
-        if (!pass) {
-            const QString hint = nearestNamesHint(name, registry.classNames());
-            return fail(QStringLiteral("no pass of class \"%1\"; %2")
-                            .arg(name, hint.isEmpty() ? QStringLiteral("kvz passes lists them") : hint));
-        }
+        if (!pass)
+            return fail(
+                QStringLiteral("no pass of class \"%1\"%2")
+                    .arg(name, nearestNamesHint(name, registry.classNames(), QStringLiteral("see kvz passes"))));
         describe(*pass);
         return Success;
     }

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "Commands.h"
 #include "Console.h"
+#include "FileWatch.h"
 #include "ProgressBar.h"
 #include "RenderTarget.h"
 #include "TimingTable.h"
 
+#include <GL/GLErrors.h>
 #include <Host/Camera.h>
 #include <Host/ChainLibrary.h>
 #include <Host/HeadlessContext.h>
@@ -17,6 +19,9 @@
 #include <QtCore/QRegularExpression>
 
 #include <epoxy/gl.h>
+
+#include <algorithm>
+#include <cstdio>
 
 namespace Velmora::Kvz {
 
@@ -32,6 +37,7 @@ struct RenderOptions
     int frames = 1;
     CameraView view;
     bool timings = false;
+    bool watch = false;
 };
 
 /// What --size says; its error says why it will not do.
@@ -84,7 +90,10 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
         QStringLiteral("DIR"));
     const QCommandLineOption timings(
         QStringLiteral("timings"), QStringLiteral("Prints a table of GPU and CPU milliseconds for each pass."));
-    parser.addOptions({output, chain, size, frames, camera, capture, timings});
+    const QCommandLineOption watch(QStringLiteral("watch"),
+        QStringLiteral("Goes on until Ctrl+C: renders again whenever a shader file of the chain changes. A change that "
+                       "does not compile is told, and the last picture stays."));
+    parser.addOptions({output, chain, size, frames, camera, capture, timings, watch});
     if (const auto status = parseCommandLine(&parser, arguments, 1, 1))
         return status;
     if (!parser.isSet(output))
@@ -95,6 +104,7 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
     options->output = parser.value(output);
     options->captureFolder = parser.value(capture);
     options->timings = parser.isSet(timings);
+    options->watch = parser.isSet(watch);
     const QString sizeProblem = readSize(parser.value(size), &options->size);
     if (!sizeProblem.isEmpty())
         return fail(QStringLiteral("--size %1: %2").arg(parser.value(size), sizeProblem));
@@ -107,28 +117,43 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
     return std::nullopt;
 }
 
-/// Why a chain cannot run, in one line; what does not keep it from running is told as warnings.
-QString chainProblem(const ChainDescription &description, const QString &name)
+/// Why a chain cannot run, in one line; what does not keep it from running is told as warnings. `check` is the command that
+/// lists all findings.
+QString chainProblem(const QVector<ChainFinding> &findings, const QString &name, const QString &check)
 {
-    const QVector<ChainFinding> findings = validateChain(description); // errors first
-    int errors = 0;
+    QVector<ChainFinding> errors;
     for (const ChainFinding &finding : findings) {
         if (finding.severity == ChainFinding::Severity::Error)
-            ++errors;
-        else if (errors == 0)
-            warn(QStringLiteral("%1: %2").arg(name, finding.toString()));
+            errors.append(finding);
     }
-    if (errors == 0)
+    if (errors.isEmpty()) {
+        for (const ChainFinding &finding : findings)
+            warn(QStringLiteral("%1: %2").arg(name, finding.toString()));
         return {};
-    const QString more = errors > 1
-        ? QStringLiteral(" (and %1 more, see kvz check %2)").arg(QString::number(errors - 1), name)
+    }
+    const QString more = errors.size() > 1
+        ? QStringLiteral(" (and %1 more, see %2 %3)").arg(QString::number(errors.size() - 1), check, name)
         : QString();
-    return QStringLiteral("%1: %2%3").arg(name, findings.constFirst().toString(), more);
+    return QStringLiteral("%1: %2%3").arg(name, errors.constFirst().toString(), more);
+}
+
+/// Whether a directory is there or can be made. Looks only, so that a failure leaves no empty directory.
+bool canMakeFolder(const QString &folder)
+{
+    QFileInfo nearest(QDir(folder).absolutePath());
+    while (!nearest.exists() && !nearest.isRoot())
+        nearest.setFile(nearest.path());
+    return nearest.isDir() && nearest.isWritable();
+}
+
+QString noFolder(const QString &folder)
+{
+    return QStringLiteral("%1: the directory cannot be made").arg(folder);
 }
 
 QString noMemory(const QSize &size)
 {
-    return QStringLiteral("--size %1x%2: the driver has no memory for it").arg(size.width()).arg(size.height());
+    return QStringLiteral("--size %1x%2: there is no memory for the picture").arg(size.width()).arg(size.height());
 }
 
 /// Renders all frames; on failure the reason.
@@ -140,8 +165,10 @@ QString renderFrames(RenderChain *chain, const RenderOptions &options, TimingTab
             chain->requestAllCaptures();
         if (!chain->renderFrame())
             return QStringLiteral("%1: %2").arg(options.chain, chain->errorString());
-        if (glGetError() == GL_OUT_OF_MEMORY)
-            return noMemory(options.size);
+        const bool isPending = takeGLErrors() == GL_OUT_OF_MEMORY;
+        if (ranOutOfGraphicsMemory() || isPending)
+            return QStringLiteral("%1: out of graphics memory at --size %2x%3; try a smaller one")
+                .arg(options.chain, QString::number(options.size.width()), QString::number(options.size.height()));
         if (options.timings)
             table->addFrame(chain);
         progress.show(frame + 1);
@@ -162,13 +189,72 @@ QString captureFile(const RenderChain &chain, const RenderChain::Capture &captur
 int writeResults(RenderChain *chain, RenderTarget *target, const RenderOptions &options)
 {
     QString error;
+    const QImage picture = target->picture();
+    if (picture.isNull())
+        return fail(noMemory(options.size));
+    if (!options.captureFolder.isEmpty() && !QDir().mkpath(options.captureFolder))
+        return fail(noFolder(options.captureFolder));
     for (const RenderChain::Capture &capture : chain->takeCaptures()) {
         const QString file = QDir(options.captureFolder).filePath(captureFile(*chain, capture));
         if (!capture.image.isNull() && !writeImage(capture.image, file, &error))
             return fail(error);
     }
-    if (!writeImage(target->picture(), options.output, &error))
+    if (!writeImage(picture, options.output, &error))
         return fail(error);
+    return Success;
+}
+
+/// Renders the picture and writes all that was asked for.
+int renderPicture(
+    RenderChain *chain, RenderTarget *target, const HeadlessContext &context, const RenderOptions &options)
+{
+    TimingTable table;
+    const QString problem = renderFrames(chain, options, &table);
+    if (!problem.isEmpty())
+        return fail(problem);
+    const int status = writeResults(chain, target, options);
+    if (status == Success && options.timings)
+        print(QStringLiteral("%1, %2x%3, %4\n%5")
+                  .arg(options.chain, QString::number(options.size.width()), QString::number(options.size.height()),
+                      context.renderer(), table.toString()));
+    return status;
+}
+
+/// The shader files of a chain that can change: not those within the program.
+QStringList filesToWatch(const RenderChain &chain)
+{
+    QStringList files = chain.shaderFiles();
+    files.erase(std::remove_if(
+                    files.begin(), files.end(), [](const QString &file) { return file.startsWith(QLatin1Char(':')); }),
+        files.end());
+    return files;
+}
+
+/// Renders now and after each change of a shader file, until a signal ends it.
+int renderAndWatch(
+    RenderChain *chain, RenderTarget *target, const HeadlessContext &context, const RenderOptions &options)
+{
+    const QStringList files = filesToWatch(*chain);
+    if (files.isEmpty())
+        return fail(QStringLiteral("--watch: the chain %1 has no shader files").arg(options.chain));
+    FileWatch watch(files);
+    if (const int status = renderPicture(chain, target, context, options))
+        return status;
+    print(QStringLiteral("%1: rendered; watching %2").arg(options.output, files.join(QStringLiteral(", "))));
+    std::fflush(stdout);
+    while (watch.waitForChange()) {
+        // Before they are read, so that a change meanwhile is seen as one.
+        watch.setFiles(filesToWatch(*chain));
+        if (!chain->reloadShaders()) {
+            fail(QStringLiteral("%1: %2").arg(options.chain, chain->errorString()));
+        } else {
+            chain->resetTimings();
+            target->clear();
+            if (renderPicture(chain, target, context, options) == Success)
+                print(QStringLiteral("%1: rendered").arg(options.output));
+        }
+        std::fflush(stdout);
+    }
     return Success;
 }
 
@@ -187,6 +273,10 @@ int render(const ImportedScene &scene, const ChainDescription &description, cons
                         .arg(options.size.height())
                         .arg(largest.width())
                         .arg(largest.height()));
+    const QString lack =
+        chainProblem(validateChainOnDriver(description), options.chain, QStringLiteral("kvz check --driver"));
+    if (!lack.isEmpty())
+        return fail(lack);
     RenderTarget target(options.size);
     if (!target.isComplete())
         return fail(noMemory(options.size));
@@ -206,16 +296,8 @@ int render(const ImportedScene &scene, const ChainDescription &description, cons
     if (!chain.setDescription(description))
         return fail(QStringLiteral("%1: %2").arg(options.chain, chain.errorString()));
 
-    TimingTable table;
-    const QString problem = renderFrames(&chain, options, &table);
-    if (!problem.isEmpty())
-        return fail(problem);
-    const int status = writeResults(&chain, &target, options);
-    if (status == Success && options.timings)
-        print(QStringLiteral("%1, %2x%3, %4\n%5")
-                  .arg(options.chain, QString::number(options.size.width()), QString::number(options.size.height()),
-                      context->renderer(), table.toString()));
-    return status;
+    return options.watch ? renderAndWatch(&chain, &target, *context, options)
+                         : renderPicture(&chain, &target, *context, options);
 }
 
 } // namespace
@@ -231,14 +313,18 @@ int runRender(const QStringList &arguments)
     ChainDescription description;
     if (!loadChain(options.chain, &description, &error))
         return fail(error);
-    const QString problem = chainProblem(description, options.chain);
+    const QString problem = chainProblem(validateChain(description), options.chain, QStringLiteral("kvz check"));
     if (!problem.isEmpty())
         return fail(problem);
+    if (!presents(description)) {
+        warn(QStringLiteral("%1: no enabled pass presents, so the picture is empty; add a TextureToScreenRenderPass")
+                 .arg(options.chain));
+    }
     const QString outputProblem = imageFileProblem(options.output);
     if (!outputProblem.isEmpty())
         return fail(QStringLiteral("%1: %2").arg(options.output, outputProblem));
-    if (!options.captureFolder.isEmpty() && !QDir().mkpath(options.captureFolder))
-        return fail(QStringLiteral("%1: the directory cannot be made").arg(options.captureFolder));
+    if (!options.captureFolder.isEmpty() && !canMakeFolder(options.captureFolder))
+        return fail(noFolder(options.captureFolder));
     ImportedScene scene;
     if (!importModel(options.model, &scene, &error))
         return fail(error);

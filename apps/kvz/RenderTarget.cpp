@@ -31,15 +31,28 @@ RenderTarget::RenderTarget(const QSize &size)
     m_framebuffer.attach(&m_depth, GL_DEPTH_STENCIL_ATTACHMENT, 0);
     m_framebuffer.setDrawBuffers();
     m_complete = glGetError() == GL_NO_ERROR && glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
-    if (m_complete) {
-        glClearColor(0, 0, 0, 1);
-        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
-    }
+    if (m_complete)
+        clear();
+}
+
+void RenderTarget::clear()
+{
+    AutoBinder binder(&m_framebuffer);
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+    glDepthMask(GL_TRUE);
+    glStencilMask(~0u);
+    glDisable(GL_SCISSOR_TEST);
+    glClearColor(0, 0, 0, 1);
+    glClearDepth(1);
+    glClearStencil(0);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
 }
 
 QImage RenderTarget::picture()
 {
     QImage image(m_size, QImage::Format_RGB888); // its rows end on 4 bytes, as glReadPixels has it
+    if (image.isNull())
+        return image;
     AutoBinder binder(&m_framebuffer);
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
     glReadPixels(0, 0, m_size.width(), m_size.height(), GL_RGB, GL_UNSIGNED_BYTE, image.bits());

@@ -18,8 +18,10 @@ public:
 
     /// False when the driver could not give the memory.
     bool isComplete() const { return m_complete; }
+    /// Makes it black and opaque again, whatever state a chain left.
+    void clear();
     FramebufferObject *framebuffer() { return &m_framebuffer; }
-    /// What a screen would show of it: opaque, top row first.
+    /// What a screen would show of it: opaque, top row first. Null when there is no memory for it.
     QImage picture();
 
     /// The largest picture that the driver can draw.

@@ -83,5 +83,5 @@ int main(int argc, char **argv)
     }
     if (first.isEmpty())
         return failUsage(QStringLiteral("a command is missing"));
-    return failUsage(QStringLiteral("unknown command \"%1\"; %2").arg(first, nearestNamesHint(first, commandNames())));
+    return failUsage(QStringLiteral("unknown command \"%1\"%2").arg(first, nearestNamesHint(first, commandNames())));
 }

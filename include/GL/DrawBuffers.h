@@ -53,7 +53,7 @@ public:
 
     /// Draws with the bound program and vertex array; triangles go out as patches of three when the program has a
     /// tessellation stage. Nothing to draw counts as success. False when no program is bound, the framebuffer is
-    /// incomplete, or the driver refuses.
+    /// incomplete, or the driver refuses. GL_OUT_OF_MEMORY, from here or left by earlier calls, gets a line in the log.
     bool draw();
     /// Draws with the given program, bound for this draw. False for null.
     bool draw(ShaderProgram *program);

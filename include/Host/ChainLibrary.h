@@ -3,6 +3,7 @@
 
 #include <Host/ChainDescription.h>
 #include <Host/Export.h>
+#include <Host/PassRegistry.h>
 
 #include <QtCore/QString>
 #include <QtCore/QStringList>
@@ -14,10 +15,17 @@ KVZ_HOST_EXPORT QStringList readyChainNames();
 
 /// Loads a ready chain by name, or a chain file by path: what has a directory or ends in ".json" is a path. False, with one
 /// line in `error`, for an unknown name (the nearest ones are offered), a file that cannot be read, and a file that is no
-/// chain.
+/// chain. Files that its options name are looked for from its own folder.
 KVZ_HOST_EXPORT bool loadChain(const QString &nameOrFile, ChainDescription *chain, QString *error);
 
-/// Writes a chain file, all of it or nothing. False, with one line in `error`, when it cannot.
-KVZ_HOST_EXPORT bool saveChain(const ChainDescription &chain, const QString &file, QString *error);
+/// The chain as it is to be written in another folder: relative names of files in its options lead from there to where
+/// they led.
+KVZ_HOST_EXPORT ChainDescription movedToFolder(
+    ChainDescription chain, const QString &folder, const PassRegistry &registry = PassRegistry::standard());
+
+/// Writes a chain file, all of it or nothing, moved to the folder of the file. False, with one line in `error`, when it
+/// cannot.
+KVZ_HOST_EXPORT bool saveChain(const ChainDescription &chain, const QString &file, QString *error,
+    const PassRegistry &registry = PassRegistry::standard());
 
 } // namespace Velmora::Kvz

@@ -56,8 +56,9 @@ struct KVZ_HOST_EXPORT ChainFinding
     QString toString() const;
 };
 
-/// Checks a chain without an OpenGL context and without constructing a pass. Errors come first, each group in the order of
-/// the chain. `frameValues` names the values that the host gives for each frame.
+/// Checks a chain without an OpenGL context and without constructing a pass. Errors come first, then warnings; each group
+/// goes through the passes in their order, then through the exports, then through the rules of order between passes.
+/// `frameValues` names the values that the host gives for each frame.
 KVZ_HOST_EXPORT QVector<ChainFinding> validateChain(const ChainDescription &chain,
     const PassRegistry &registry = PassRegistry::standard(),
     const QStringList &frameValues = FrameValues::standardNames());
@@ -65,7 +66,12 @@ KVZ_HOST_EXPORT QVector<ChainFinding> validateChain(const ChainDescription &chai
 /// Whether any finding is an error.
 KVZ_HOST_EXPORT bool hasErrors(const QVector<ChainFinding> &findings);
 
-/// The passes and strategies of a chain that the current driver cannot run, and why; needs a current context.
+/// Whether an enabled pass of a chain presents: puts a picture on the screen or into the host's framebuffer. A chain without
+/// one serves a host that takes its exports or captures.
+KVZ_HOST_EXPORT bool presents(const ChainDescription &chain, const PassRegistry &registry = PassRegistry::standard());
+
+/// The passes and strategies of a chain that the current driver cannot run, and why, and viewports beyond its limit; needs
+/// a current context. What concerns a disabled pass is a warning at most.
 KVZ_HOST_EXPORT QVector<ChainFinding> validateChainOnDriver(
     const ChainDescription &chain, const PassRegistry &registry = PassRegistry::standard());
 

@@ -31,7 +31,8 @@ enum class ValueType {
     InstanceData, ///< a QVariantList of InstanceDataCollection *
     ShadowMapData, ///< ShadowMapManager::RenderData *
     Enumeration, ///< of options only: the name of an enumerator, or its number
-    Records ///< of options only: a list of objects with named fields
+    Records, ///< of options only: a list of objects with named fields
+    ShaderFile ///< of options only: the name of a file of shader text, or the text itself
 };
 
 /// The C++ type behind a value type, such as "QRect" or "Texture *".
@@ -51,6 +52,9 @@ KVZ_HOST_EXPORT bool typeFromPortName(const QString &port, ValueType *type);
 /// How a value of this type is written in a chain file, such as "[x, y, width, height]"; empty for types that are not
 /// plain.
 KVZ_HOST_EXPORT QString writtenForm(ValueType type);
+
+/// Whether a ShaderFile is the text itself and no name: it has several lines.
+KVZ_HOST_EXPORT bool isShaderText(const QString &text);
 
 /// Turns a value into the given type. Takes both a value of the C++ type and what a chain file holds in its place:
 ///

@@ -10,10 +10,10 @@
 namespace Velmora::Kvz {
 
 /// An OpenGL context without a window, made through EGL: on the display where there is one, else surfaceless, else on the
-/// first EGL device. A driver and software GL serve alike.
+/// first of up to eight EGL devices that serves. A driver and software GL serve alike.
 ///
-/// Driver messages of a debug context go to the log under the category "kvz.gl" where it offers KHR_debug: high severity as critical,
-/// medium as warning, the rest as debug.
+/// Driver messages of a debug context go to the log under the category "kvz.gl" where it offers KHR_debug: high severity as
+/// critical, medium as warning, the rest as debug.
 class KVZ_HOST_EXPORT HeadlessContext
 {
 public:

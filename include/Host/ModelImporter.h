@@ -56,12 +56,14 @@ struct KVZ_HOST_EXPORT ImportedScene
 /// - ks = F (1 - R) min((ns + 8) / 8, 1 / max(F)), where F = 0.04 (1 - M) + B M is the reflectance head-on: a sharp
 ///   highlight is bright, a broad one fades.
 /// Opacity is d, but 1 for glTF materials whose alpha mode is not BLEND. Textures are looked for in the file itself, at
-/// their path beside the model file, then by bare name beside it. A texture or material library that cannot be read
-/// gives a warning that names file and material, and white takes its place.
+/// their path beside the model file, then by bare name beside it. Each texture that cannot be read gives a warning that
+/// names it with the file and material, and white takes its place. Each material library that cannot be read gives a
+/// warning that names it with the file: for OBJ the library of the model's own name takes its place, else its materials
+/// are grey.
 ///
 /// False, with `scene` untouched and one line in `error` that names the file, when there is nothing to draw: no such
-/// file, a directory, an unknown type, a damaged or truncated file, no triangles, an index past the end of its mesh, a
-/// position or matrix that is not finite. One import at a time: all threads share the log of assimp.
+/// file, a directory, an unknown type, a damaged or truncated file, no triangles, an index past the end of its mesh,
+/// texture coordinates or normals that are not there, a position or matrix that is not finite. One import at a time: all threads share the log of assimp.
 KVZ_HOST_EXPORT bool importModel(const QString &file, ImportedScene *scene, QString *error);
 
 } // namespace Velmora::Kvz

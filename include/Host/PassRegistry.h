@@ -16,6 +16,7 @@
 namespace Velmora::Kvz {
 
 class RenderPass;
+struct OptionProblem;
 
 /// What an image holds. One port name serves several kinds, so the kind decides which image an input takes by name.
 enum class TextureKind {
@@ -95,6 +96,8 @@ struct InputInfo : PortInfo
     bool required = false; ///< The pass must not run without a value.
     ImplicitWiring wiring = ImplicitWiring::EarlierPass;
     Multisampling multisampling = Multisampling::Refused; ///< Of texture ports.
+    /// Of texture ports: inputs with which the pass cannot read several samples after all, when they are fed or true.
+    QStringList refusesSamplesWith;
     bool drawnInto = false; ///< The pass draws into the image that it is given.
     bool needsStencil = false; ///< The pass masks by the stencil of this depth image.
     /// Above 0: the pass keeps objects for each new value, so the chain rounds values to this grid and keeps a pass object
@@ -194,6 +197,12 @@ struct KVZ_HOST_EXPORT PassInfo
     /// Makes a pass with these options, all of them known and of the right type, defaults filled in. The context is
     /// current.
     std::function<std::unique_ptr<RenderPass>(const PassOptions &)> create;
+    /// In the place of `create`, for a class that can refuse its options with the driver at hand, such as shaders that do
+    /// not compile: null, with the reason in `error`, which may have several lines. Empty: the class has `create` alone.
+    std::function<std::unique_ptr<RenderPass>(const PassOptions &, QString *error)> createChecked;
+    /// Adds the ports that a pass with these options has besides those of its class, and reports options that make none.
+    /// Empty: the class has its ports whatever its options are.
+    std::function<void(const PassOptions &, PassInfo *, QVector<OptionProblem> *problems)> completePorts;
 
     /// Index by exact name; -1 when there is none.
     int findInput(const QString &name) const;
@@ -221,6 +230,8 @@ public:
     void add(const PassInfo &info);
     /// The class of a name; null when it is unknown. Valid until the registry changes.
     const PassInfo *find(const QString &className) const;
+    /// A class as a pass with these options has it, with the ports that they add; null when the class is unknown.
+    std::shared_ptr<const PassInfo> describe(const QString &className, const QVariantMap &options) const;
     /// All classes, by name.
     QStringList classNames() const;
 
@@ -237,16 +248,24 @@ struct OptionProblem
     QString remedy;
 };
 
-/// Converts the options of a pass, fills in defaults, and reports what is wrong. Options with problems are left out.
-KVZ_HOST_EXPORT PassOptions resolveOptions(
-    const PassInfo &pass, const QVariantMap &given, QVector<OptionProblem> *problems = nullptr);
+/// Converts the options of a pass, fills in defaults, and reports what is wrong. Options with problems are left out, but
+/// for files that are not there. File names become absolute; relative ones start in `folder`, or in the working directory
+/// where it is empty.
+KVZ_HOST_EXPORT PassOptions resolveOptions(const PassInfo &pass, const QVariantMap &given,
+    QVector<OptionProblem> *problems = nullptr, const QString &folder = QString());
 
 /// The names that a person may have meant, nearest first, at most three; empty when none is near. Case does not count, and
 /// neither do the words "Kvz_" and "RenderPass".
 KVZ_HOST_EXPORT QStringList nearestNames(const QString &name, const QStringList &known);
 
-/// Advice to follow an unknown name: `did you mean "A" or "B"?`; all known names where none is near and they are few.
-KVZ_HOST_EXPORT QString nearestNamesHint(const QString &name, const QStringList &known);
+/// Advice about an unknown name: `did you mean "A" or "B"?`; all known names where none is near and they are few;
+/// `otherwise` where they are many, and where there are none.
+KVZ_HOST_EXPORT QString nearestNamesAdvice(
+    const QString &name, const QStringList &known, const QString &otherwise = QString());
+
+/// The same to put behind a message: "; " and the advice, or nothing where there is none.
+KVZ_HOST_EXPORT QString nearestNamesHint(
+    const QString &name, const QStringList &known, const QString &otherwise = QString());
 
 /// Names of the enumerators, as messages and `kvz passes` show them.
 KVZ_HOST_EXPORT QString toString(TextureKind kind);

@@ -70,12 +70,12 @@ public:
     /// What validation says of the chain with the frame values that are set at present, the standard ones taken for
     /// granted.
     QVector<ChainFinding> findings() const;
-    /// The last failure in one line; empty when there was none.
+    /// The last failure in one line, and the driver's messages about shaders in further ones; empty when there was none.
     QString errorString() const;
 
     /// \name Changes to the chain
-    /// Each returns false, with errorString(), for a pass or port that does not exist and a value that does not convert;
-    /// nothing changes then.
+    /// Each returns false, with errorString(), for a pass or port that does not exist, a value that does not convert, and a
+    /// change that brings the chain a new error; nothing changes then.
     /// @{
     /// Sets a value that stays in force until clearValue(); an invalid one says "null".
     bool setValue(const QString &pass, const QString &port, const QVariant &value);
@@ -108,8 +108,21 @@ public:
     void setFramebuffer(FramebufferObject *framebuffer);
     /// @}
 
-    /// Renders one frame; needs a current context. False, with errorString(), without one and for a chain with errors.
+    /// Renders one frame; needs a current context. False, with errorString(), and with nothing rendered: without a context,
+    /// for a chain with errors, for a viewport of the frame or of an enabled pass that is missing, empty or beyond the
+    /// driver's limit, and for a pass that cannot be made. A pass that misses a required input is skipped. That, and a
+    /// failure that a pass reports, is said once in the log.
     bool renderFrame();
+
+    /// \name Shader files
+    /// @{
+    /// The files that passes of this chain have shaders from, as absolute paths: those that options name, and what these
+    /// include. Needs no context.
+    QStringList shaderFiles() const;
+    /// Makes the passes with shader files anew, as the files are now; needs a current context. False, with errorString(),
+    /// when one of them is gone or does not compile: then all passes stay and work on as they are.
+    bool reloadShaders();
+    /// @}
 
     /// Deletes the passes with their GL objects; the next frame makes them anew. Call it with the context current.
     void releaseContext();
@@ -132,7 +145,7 @@ public:
     /// Asks for a picture of an output in the next frame, taken right after its pass ran. False as for changes to the chain,
     /// and for a port that holds no texture.
     bool requestCapture(const ChainOutput &output);
-    /// Asks for pictures of all texture outputs of all enabled passes in the next frame.
+    /// Asks for pictures of all texture outputs of all enabled passes in the next frame, but those that are hidden.
     void requestAllCaptures();
     /// The pictures of the last frame, which the chain then forgets.
     QVector<Capture> takeCaptures();

@@ -3,8 +3,10 @@
 
 #include "TessellationPrograms.h"
 
+#include <Core/Log.h>
 #include <GL/AutoBinder.h>
 #include <GL/BufferTexture.h>
+#include <GL/GLErrors.h>
 #include <GL/GLSLMacroProcessor.h>
 #include <GL/ShaderProgram.h>
 
@@ -25,13 +27,11 @@ Q_LOGGING_CATEGORY(glLog, "kvz.gl")
 /// Takes the errors that earlier calls left, so that the one after a draw is the draw's own.
 void reportEarlierErrors()
 {
-    // A lost context reports errors without end.
-    for (int i = 0; i < 16; ++i) {
-        const GLenum error = glGetError();
-        if (error == GL_NO_ERROR)
-            return;
+    const GLenum error = takeGLErrors();
+    if (error == GL_OUT_OF_MEMORY)
+        KVZ_WARNING(QStringLiteral("out of graphics memory before a draw"));
+    else if (error != GL_NO_ERROR)
         qCDebug(glLog, "GL error 0x%04x was pending before a draw", error);
-    }
 }
 
 /// The bound program, or 0 when a draw could not succeed.
@@ -155,7 +155,10 @@ bool DrawBuffers::draw()
         glDrawElements(primitives, count, m_indexType, nullptr);
     else
         glDrawArrays(primitives, 0, count);
-    return glGetError() == GL_NO_ERROR;
+    const GLenum error = takeGLErrors();
+    if (error == GL_OUT_OF_MEMORY)
+        KVZ_WARNING(QStringLiteral("out of graphics memory in a draw"));
+    return error == GL_NO_ERROR;
 }
 
 bool DrawBuffers::draw(ShaderProgram *program)

@@ -69,7 +69,7 @@ public:
             if (known.contains(key) || failed())
                 continue;
             const QString where = place.isEmpty() ? key : place + QLatin1Char('.') + key;
-            m_error = QStringLiteral("%1: unknown key; %2").arg(where, nearestNamesHint(key, known));
+            m_error = QStringLiteral("%1: unknown key%2").arg(where, nearestNamesHint(key, known));
         }
     }
 

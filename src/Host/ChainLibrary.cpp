@@ -43,8 +43,9 @@ bool loadChain(const QString &nameOrFile, ChainDescription *chain, QString *erro
     const QStringList ready = readyChainNames();
     const bool isPath = nameOrFile.endsWith(suffix) || nameOrFile.contains(QLatin1Char('/'));
     if (!isPath && !ready.contains(nameOrFile)) {
-        return fail(
-            error, QStringLiteral("no chain named \"%1\"; %2").arg(nameOrFile, nearestNamesHint(nameOrFile, ready)));
+        return fail(error,
+            QStringLiteral("no chain named \"%1\"%2")
+                .arg(nameOrFile, nearestNamesHint(nameOrFile, ready, QStringLiteral("see kvz chains"))));
     }
 
     QFile file(isPath ? nameOrFile : folder + QLatin1Char('/') + nameOrFile + suffix);
@@ -55,13 +56,36 @@ bool loadChain(const QString &nameOrFile, ChainDescription *chain, QString *erro
     QString problem;
     if (!ChainDescription::fromJson(file.readAll(), chain, &problem))
         return fail(error, QStringLiteral("%1: %2").arg(nameOrFile, problem));
+    chain->folder = QFileInfo(file).absolutePath();
     return true;
 }
 
-bool saveChain(const ChainDescription &chain, const QString &file, QString *error)
+ChainDescription movedToFolder(ChainDescription chain, const QString &folder, const PassRegistry &registry)
 {
+    const QDir from(chain.folder);
+    const QDir to(folder);
+    for (ChainPass &pass : chain.passes) {
+        const PassInfo *info = registry.find(pass.className);
+        for (auto it = pass.options.begin(); it != pass.options.end(); ++it) {
+            const int option = info ? info->findOption(it.key()) : -1;
+            const QString name = it->toString();
+            if (option < 0 || info->options[option].type != ValueType::ShaderFile || isShaderText(name)
+                || !QDir::isRelativePath(name))
+                continue;
+            const QString path = QDir::cleanPath(from.absoluteFilePath(name));
+            // There is no way from a folder on disk into the resources of a program.
+            *it = path.startsWith(QLatin1Char(':')) ? path : to.relativeFilePath(path);
+        }
+    }
+    chain.folder = to.absolutePath();
+    return chain;
+}
+
+bool saveChain(const ChainDescription &chain, const QString &file, QString *error, const PassRegistry &registry)
+{
+    const QByteArray json = movedToFolder(chain, QFileInfo(file).absolutePath(), registry).toJson();
     QSaveFile out(file);
-    if (out.open(QIODevice::WriteOnly) && out.write(chain.toJson()) >= 0 && out.commit())
+    if (out.open(QIODevice::WriteOnly) && out.write(json) >= 0 && out.commit())
         return true;
     return fail(error, QStringLiteral("%1: %2").arg(file, out.errorString()));
 }

@@ -5,6 +5,10 @@
 #include <GL/InternalFormat.h>
 #include <Host/ChainWiring.h>
 
+#include <QtCore/QRect>
+
+#include <epoxy/gl.h>
+
 #include <algorithm>
 
 namespace Velmora::Kvz {
@@ -18,6 +22,14 @@ using Source = WiredInput::Source;
 QString quoted(const QString &text)
 {
     return QStringLiteral("\"%1\"").arg(text);
+}
+
+QSet<QString> setOf(const QStringList &names)
+{
+    QSet<QString> set;
+    for (const QString &name : names)
+        set.insert(name);
+    return set;
 }
 
 /// The options of a pass and the values of its inputs, as rules ask for them.
@@ -117,7 +129,7 @@ public:
             if (!m_wiring[i].info) {
                 const QString &name = m_chain.passes[i].className;
                 report(Severity::Error, Code::UnknownClass, m_chain.passes[i].name, {}, "a known pass class",
-                    quoted(name), nearestNamesHint(name, m_registry.classNames()));
+                    quoted(name), nearestNamesAdvice(name, m_registry.classNames(), QStringLiteral("see kvz passes")));
                 continue;
             }
             checkOptions(i);
@@ -136,14 +148,6 @@ public:
     }
 
 private:
-    static QSet<QString> setOf(const QStringList &names)
-    {
-        QSet<QString> set;
-        for (const QString &name : names)
-            set.insert(name);
-        return set;
-    }
-
     static ChainDescription allEnabled(ChainDescription chain)
     {
         for (ChainPass &pass : chain.passes)
@@ -209,12 +213,16 @@ private:
     void checkOptions(int index)
     {
         QVector<OptionProblem> problems;
-        resolveOptions(*m_wiring[index].info, m_chain.passes[index].options, &problems);
+        const ChainPass &pass = m_chain.passes[index];
+        resolveOptions(*m_registry.find(pass.className), pass.options, &problems, m_chain.folder);
         for (const OptionProblem &problem : qAsConst(problems)) {
             report(Severity::Error, Code::BadOption, passName(index), problem.option, problem.expected, problem.actual,
                 problem.remedy);
         }
     }
+
+    /// Where to look a port up.
+    static QString portsOf(const PassInfo &info) { return QStringLiteral("see kvz passes %1").arg(info.className); }
 
     /// The input of a name, after reporting an unknown one.
     const InputInfo *knownInput(int index, const QString &port)
@@ -226,7 +234,7 @@ private:
         report(Severity::Error, Code::UnknownPort, passName(index), port,
             QStringLiteral("an input of %1").arg(info.className),
             info.findOutput(port) >= 0 ? QStringLiteral("an output") : QStringLiteral("no such port"),
-            nearestNamesHint(port, info.inputNames()));
+            nearestNamesAdvice(port, info.inputNames(), portsOf(info)));
         return nullptr;
     }
 
@@ -236,8 +244,16 @@ private:
         for (auto it = values.begin(); it != values.end(); ++it) {
             const InputInfo *input = knownInput(index, it.key());
             QVariant converted;
-            if (!input || convertValue(it.value(), input->type, &converted))
+            if (!input)
                 continue;
+            if (convertValue(it.value(), input->type, &converted)) {
+                if (isEmptyViewport(*input, converted)) {
+                    report(Severity::Error, Code::BadValue, passName(index), it.key(),
+                        "a width and height of 1 or more", describeValue(it.value()),
+                        "leave it out for the viewport of the frame");
+                }
+                continue;
+            }
             const QString form = writtenForm(input->type);
             report(Severity::Error, Code::BadValue, passName(index), it.key(),
                 form.isEmpty() ? typeName(input->type) : QStringLiteral("%1: %2").arg(typeName(input->type), form),
@@ -264,7 +280,9 @@ private:
             ValueType type;
             if (!m_frameValues.contains(source.port)) {
                 report(Severity::Error, Code::UnknownFrameValue, pass, input.name, "a value of the frame",
-                    quoted(source.port), nearestNamesHint(source.port, sorted(m_frameValues)));
+                    quoted(source.port),
+                    nearestNamesAdvice(source.port, sorted(m_frameValues),
+                        QStringLiteral("known: %1").arg(sorted(m_frameValues).join(QStringLiteral(", ")))));
             } else if (typeFromPortName(source.port, &type) && !canFeed(type, input.type)) {
                 report(Severity::Error, Code::TypeMismatch, pass, input.name, typeName(input.type),
                     QStringLiteral("%1 from the frame's %2").arg(typeName(type), quoted(source.port)),
@@ -308,17 +326,17 @@ private:
         const int producer = m_chain.findPass(wanted.pass);
         if (producer < 0) {
             report(Severity::Error, Code::UnknownPass, pass, port, "a pass of this chain", quoted(wanted.pass),
-                nearestNamesHint(wanted.pass, m_chain.passNames()));
+                nearestNamesAdvice(wanted.pass, m_chain.passNames()));
             return nullptr;
         }
-        const PassInfo *info = m_wiring[producer].info;
+        const PassInfo *info = m_wiring[producer].info.get();
         if (!info)
             return nullptr;
         const int output = info->findOutput(wanted.port);
         if (output < 0) {
             report(Severity::Error, Code::UnknownPort, pass, port,
                 QStringLiteral("an output of %1").arg(info->className), quoted(wanted.port),
-                nearestNamesHint(wanted.port, info->outputNames()));
+                nearestNamesAdvice(wanted.port, info->outputNames(), portsOf(*info)));
             return nullptr;
         }
         return &info->outputs[output];
@@ -386,10 +404,13 @@ private:
                 QStringLiteral("connect another output"));
         }
 
-        if (input.multisampling == Multisampling::Refused && samplesOf(wired) > 1) {
-            report(Severity::Error, Code::MultisampleMismatch, pass, input.name, "one sample for each texel",
-                QStringLiteral("%1 samples from %2").arg(samplesOf(wired)).arg(source),
-                QStringLiteral("set %1 of pass %2 to 1").arg(output.samplesInput, quoted(passName(wired.pass))));
+        const WiredInput origin = originOf(wired);
+        const QString refusal = refusalOfSamples(index, input);
+        if (!refusal.isEmpty() && samplesOf(origin) > 1) {
+            report(Severity::Error, Code::MultisampleMismatch, pass, input.name, refusal,
+                QStringLiteral("%1 samples from %2").arg(samplesOf(origin)).arg(source),
+                QStringLiteral("set %1 of pass %2 to 1")
+                    .arg(outputOf(origin).samplesInput, quoted(passName(origin.pass))));
         }
         if (input.drawnInto)
             checkDrawTarget(index, input, wired);
@@ -401,12 +422,29 @@ private:
         return wanted == TextureKind::Colour && given == TextureKind::Overlay;
     }
 
-    int samplesOf(const WiredInput &wired) const
+    /// What an input wants in the place of several samples for each texel; empty where it takes them.
+    QString refusalOfSamples(int index, const InputInfo &input) const
     {
-        const OutputInfo &output = outputOf(wired);
+        QString oneSample = QStringLiteral("one sample for each texel");
+        if (input.multisampling == Multisampling::Refused)
+            return oneSample;
+        const WiredPass &pass = m_wiring[index];
+        const Use use(m_chain.passes[index], pass);
+        for (const QString &other : input.refusesSamplesWith) {
+            const bool isFlag = pass.info->inputs[pass.info->findInput(other)].type == ValueType::Bool;
+            if (isFlag ? use.value(other).toBool() : use.isFed(other))
+                return QStringLiteral("%1 beside %2").arg(oneSample, other);
+        }
+        return {};
+    }
+
+    /// The samples for each texel of an image, at the output that made it.
+    int samplesOf(const WiredInput &origin) const
+    {
+        const OutputInfo &output = outputOf(origin);
         if (output.samplesInput.isEmpty())
             return 1;
-        const Use use(m_chain.passes[wired.pass], m_wiring[wired.pass]);
+        const Use use(m_chain.passes[origin.pass], m_wiring[origin.pass]);
         return use.value(output.samplesInput).toInt();
     }
 
@@ -576,13 +614,34 @@ bool hasErrors(const QVector<ChainFinding> &findings)
         [](const ChainFinding &finding) { return finding.severity == Severity::Error; });
 }
 
+bool presents(const ChainDescription &chain, const PassRegistry &registry)
+{
+    const ChainWiring wiring = wireChain(chain, registry, setOf(FrameValues::standardNames()));
+    for (int i = 0; i < wiring.size(); ++i) {
+        if (wiring[i].info && wiring[i].enabled
+            && Use(chain.passes[i], wiring[i]).traits().testFlag(PassTrait::Presents))
+            return true;
+    }
+    return false;
+}
+
 QVector<ChainFinding> validateChainOnDriver(const ChainDescription &chain, const PassRegistry &registry)
 {
     QVector<ChainFinding> findings;
+    GLint limit = 0;
+    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &limit);
     for (const ChainPass &pass : chain.passes) {
         const PassInfo *info = registry.find(pass.className);
         if (!info)
             continue;
+        const Severity gravest = pass.enabled ? Severity::Error : Severity::Warning;
+        QVariant viewport;
+        if (convertValue(pass.values.value(FrameValues::viewport), ValueType::Rect, &viewport)
+            && std::max(viewport.toRect().width(), viewport.toRect().height()) > limit) {
+            findings.append({gravest, Code::BadValue, pass.name, FrameValues::viewport,
+                QStringLiteral("sides up to %1, the limit of this driver").arg(limit), describeValue(viewport),
+                QStringLiteral("make it smaller")});
+        }
         for (const DriverNeed &need : info->driverNeeds) {
             QStringList missing;
             for (const QString &extension : need.extensions) {
@@ -590,8 +649,8 @@ QVector<ChainFinding> validateChainOnDriver(const ChainDescription &chain, const
                     missing.append(extension);
             }
             if (!missing.isEmpty()) {
-                findings.append({need.vital ? Severity::Error : Severity::Warning, Code::MissingDriverFeature,
-                    pass.name, QString(), need.extensions.join(QStringLiteral(", ")),
+                findings.append({need.vital ? gravest : Severity::Warning, Code::MissingDriverFeature, pass.name,
+                    QString(), need.extensions.join(QStringLiteral(", ")),
                     QStringLiteral("no %1").arg(missing.join(QStringLiteral(", "))), need.without});
             }
         }

@@ -245,6 +245,8 @@ QString typeName(ValueType type)
         return QStringLiteral("enumerator");
     case ValueType::Records:
         return QStringLiteral("list of objects");
+    case ValueType::ShaderFile:
+        return QStringLiteral("shader file");
     }
     return QString();
 }
@@ -342,9 +344,16 @@ QString writtenForm(ValueType type)
         return QStringLiteral("the name of an enumerator or its number");
     case ValueType::Records:
         return QStringLiteral("a list of objects");
+    case ValueType::ShaderFile:
+        return QStringLiteral("the name of a shader file in quotes");
     default:
         return QString();
     }
+}
+
+bool isShaderText(const QString &text)
+{
+    return text.contains(QLatin1Char('\n'));
 }
 
 bool convertValue(const QVariant &value, ValueType type, QVariant *result)
@@ -375,6 +384,8 @@ bool convertValue(const QVariant &value, ValueType type, QVariant *result)
         return true;
     case ValueType::String:
         return takeIf(from == QMetaType::QString);
+    case ValueType::ShaderFile:
+        return takeIf(from == QMetaType::QString && !value.toString().isEmpty());
     case ValueType::Color:
         return takeIf(from == QMetaType::QColor) || toColor(value, result);
     case ValueType::Rect:

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <Host/ChainWiring.h>
 
+#include <Host/FrameValues.h>
+
+#include <QtCore/QRect>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -22,7 +26,7 @@ public:
           m_frameValues(frameValues)
     {
         for (const ChainPass &pass : chain.passes)
-            m_passes.append({registry.find(pass.className), pass.enabled, {}});
+            m_passes.append({registry.describe(pass.className, pass.options), pass.enabled, {}});
     }
 
     ChainWiring wired()
@@ -65,7 +69,7 @@ private:
         case ChainSource::Kind::Previous: {
             const bool isPrevious = source.kind == ChainSource::Kind::Previous;
             const int producer = m_chain.findPass(source.pass);
-            const PassInfo *info = producer < 0 ? nullptr : m_passes[producer].info;
+            const PassInfo *info = producer < 0 ? nullptr : m_passes[producer].info.get();
             const int output = info ? info->findOutput(source.port) : -1;
             // A disabled pass takes nothing from others: skipping it gives no texture back that it never had.
             if (output >= 0 && m_passes[consumer].enabled && (isPrevious || producer < consumer)) {
@@ -111,6 +115,11 @@ private:
 };
 
 } // namespace
+
+bool isEmptyViewport(const InputInfo &input, const QVariant &value)
+{
+    return input.name == FrameValues::viewport && value.isValid() && value.toRect().size().isEmpty();
+}
 
 ChainWiring wireChain(const ChainDescription &chain, const PassRegistry &registry, const QSet<QString> &frameValues)
 {

@@ -7,6 +7,8 @@
 #include <QtCore/QSet>
 #include <QtCore/QVector>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 /// Where an input takes its value, with all names resolved.
@@ -23,13 +25,16 @@ struct WiredInput
 
 struct WiredPass
 {
-    const PassInfo *info = nullptr; ///< Null for an unknown class.
+    std::shared_ptr<const PassInfo> info; ///< With the ports of its options; null for an unknown class.
     bool enabled = true;
     QVector<WiredInput> inputs; ///< Parallel to the inputs of the class.
 };
 
 /// Which input takes what, for a set of enabled passes.
 using ChainWiring = QVector<WiredPass>;
+
+/// Whether a value is a viewport without extent, into which no pass can draw. A null value is none.
+bool isEmptyViewport(const InputInfo &input, const QVariant &value);
 
 /// Resolves the wiring of a chain. `frameValues` names the values that the frame has. What does not exist resolves to the
 /// default; validateChain() says why.

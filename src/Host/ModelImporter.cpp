@@ -78,20 +78,25 @@ bool isFinite(const QMatrix4x4 &matrix)
         matrix.constData(), matrix.constData() + 16, [](float element) { return std::isfinite(element); });
 }
 
-/// Notes the material libraries that cannot be opened: the loaders go on without them and say nothing.
-class MaterialLibraryWatcher : public Assimp::DefaultIOSystem
+/// The name of a file without its directory, written with either slash.
+QString bareName(const QString &path)
+{
+    return QString(path).replace(QLatin1Char('\\'), QLatin1Char('/')).section(QLatin1Char('/'), -1).simplified();
+}
+
+/// Notes the files that cannot be opened: of material libraries the loaders say nothing.
+class FileWatcher : public Assimp::DefaultIOSystem
 {
 public:
-    explicit MaterialLibraryWatcher(QStringList *missing)
+    explicit FileWatcher(QStringList *missing)
         : m_missing(missing)
     { }
 
     Assimp::IOStream *Open(const char *file, const char *mode) override
     {
         Assimp::IOStream *stream = DefaultIOSystem::Open(file, mode);
-        const QFileInfo info(QFile::decodeName(file));
-        if (!stream && info.suffix().compare(QLatin1String("mtl"), Qt::CaseInsensitive) == 0)
-            m_missing->append(info.fileName());
+        if (!stream)
+            m_missing->append(bareName(QFile::decodeName(file)));
         return stream;
     }
 
@@ -614,6 +619,108 @@ bool isCutPly(QFile *file)
     return true;
 }
 
+/// What assimp keeps to itself of an OBJ file. Where an index of a texture coordinate or normal is past the end, it drops all
+/// of the mesh and says nothing; nor does it tell which material libraries the file names.
+class ObjText
+{
+public:
+    explicit ObjText(QFile *file);
+
+    /// What is wrong with the indices, in one line; empty when nothing is.
+    QString problem() const { return m_problem; }
+    /// What is said of the material libraries, when these files could not be opened. For each that is missing assimp takes
+    /// the one that is called like the model.
+    QStringList libraryWarnings(const QString &file, const QStringList &missingFiles) const;
+
+private:
+    struct Kind
+    {
+        const char *keyword;
+        const char *name;
+        qint64 count = 0;
+        qint64 largest = 0; // of the indices; lines further down may still define it
+        qint64 largestLine = 0;
+    };
+
+    void readLine(const QByteArray &text);
+    void readIndex(Kind *kind, qint64 index);
+    void report(const Kind &kind, qint64 line, qint64 index);
+
+    Kind m_kinds[2] = {{"vt", "texture coordinate"}, {"vn", "normal"}};
+    qint64 m_line = 0;
+    QStringList m_libraries;
+    QString m_problem;
+};
+
+ObjText::ObjText(QFile *file)
+{
+    QByteArray line;
+    while (!file->atEnd() && m_problem.isEmpty()) {
+        line += file->readLine();
+        ++m_line;
+        const QByteArray text = line.simplified();
+        if (text.endsWith('\\')) {
+            line = text.chopped(1) + ' ';
+            continue;
+        }
+        readLine(text);
+        line.clear();
+    }
+    for (const Kind &kind : m_kinds) {
+        if (m_problem.isEmpty() && kind.largest > kind.count)
+            report(kind, kind.largestLine, kind.largest);
+    }
+}
+
+void ObjText::readLine(const QByteArray &text)
+{
+    const QByteArray keyword = text.left(text.indexOf(' '));
+    for (Kind &kind : m_kinds)
+        kind.count += keyword == kind.keyword;
+    if (keyword == "mtllib")
+        m_libraries.append(QFile::decodeName(text.mid(keyword.size() + 1)));
+    if (keyword != "f" || !text.contains('/'))
+        return;
+    // Corners have the forms 1, 1/2, 1//3 and 1/2/3.
+    for (const QByteArray &corner : text.split(' ')) {
+        const QList<QByteArray> parts = corner.split('/');
+        for (int i = 1; i < parts.size() && i <= 2; ++i)
+            readIndex(&m_kinds[i - 1], parts[i].toLongLong());
+    }
+}
+
+void ObjText::readIndex(Kind *kind, qint64 index)
+{
+    if (-index > kind->count) // negative ones count back from the face
+        report(*kind, m_line, index);
+    if (index > kind->largest) {
+        kind->largest = index;
+        kind->largestLine = m_line;
+    }
+}
+
+void ObjText::report(const Kind &kind, qint64 line, qint64 index)
+{
+    m_problem =
+        QStringLiteral("line %1: a face has %2 %3, past the end of %4")
+            .arg(QString::number(line), QLatin1String(kind.name), QString::number(index), QString::number(kind.count));
+}
+
+QStringList ObjText::libraryWarnings(const QString &file, const QStringList &missingFiles) const
+{
+    const QString ownName = QFileInfo(file).fileName().chopped(3) + QLatin1String("mtl");
+    const QString standIn =
+        missingFiles.contains(bareName(ownName)) ? QStringLiteral("grey") : QStringLiteral("\"%1\"").arg(ownName);
+    QStringList warnings;
+    for (const QString &library : m_libraries) {
+        if (missingFiles.contains(bareName(library)))
+            warnings.append(
+                QStringLiteral("%1: material library \"%2\" cannot be opened; %3 is used").arg(file, library, standIn));
+    }
+    warnings.removeDuplicates();
+    return warnings;
+}
+
 /// Why assimp gave no scene, in one line.
 QString loaderReason(const Assimp::Importer &importer, const QString &file)
 {
@@ -657,12 +764,11 @@ bool importModel(const QString &file, ImportedScene *scene, QString *error)
         return refuse(content.errorString());
     if (isCutPly(&content))
         return refuse(QStringLiteral("damaged or truncated: its header has no end"));
-    content.close();
 
     LoaderLog log;
     Assimp::Importer importer;
-    QStringList missingLibraries;
-    importer.SetIOHandler(new MaterialLibraryWatcher(&missingLibraries)); // the importer owns it
+    QStringList missingFiles;
+    importer.SetIOHandler(new FileWatcher(&missingFiles)); // the importer owns it
 
     // Post-processing trusts its input, so what was read is checked before.
     const aiScene *source = importer.ReadFile(QFile::encodeName(file).constData(), 0);
@@ -670,7 +776,14 @@ bool importModel(const QString &file, ImportedScene *scene, QString *error)
         return refuse(loaderReason(importer, file));
     if (log.indicesDropped())
         return refuse(QStringLiteral("a face has an index past the end of its mesh's vertices"));
-    const QString problem = SceneReader::findProblem(source);
+    QString problem = SceneReader::findProblem(source);
+    QStringList libraryWarnings;
+    const bool isObj = importer.GetPropertyInteger("importerIndex") == int(importer.GetImporterIndex("obj"));
+    if (problem.isEmpty() && isObj && content.seek(0)) {
+        const ObjText text(&content);
+        problem = text.problem();
+        libraryWarnings = text.libraryWarnings(file, missingFiles);
+    }
     if (!problem.isEmpty())
         return refuse(problem);
     source = importer.ApplyPostProcessing(aiProcess_Triangulate | aiProcess_GenUVCoords | aiProcess_TransformUVCoords);
@@ -684,9 +797,7 @@ bool importModel(const QString &file, ImportedScene *scene, QString *error)
         if (!isFinite(item.modelMatrix))
             return refuse(QStringLiteral("node \"%1\" has a matrix that is not finite").arg(item.name));
     }
-    if (!missingLibraries.isEmpty())
-        result.warnings.prepend(QStringLiteral("%1: material library \"%2\" cannot be opened; grey is used")
-                                    .arg(file, missingLibraries.first()));
+    result.warnings = libraryWarnings + result.warnings;
     *scene = result;
     return true;
 }

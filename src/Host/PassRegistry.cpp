@@ -4,6 +4,9 @@
 #include <Core/RenderPass.h>
 #include <Host/passes/PassEntries.h>
 
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+
 #include <epoxy/gl.h>
 
 #include <algorithm>
@@ -65,7 +68,8 @@ bool resolveEnumerator(const QVariant &given, const OptionInfo &option, QVariant
     if (given.userType() == QMetaType::QString) {
         const int index = option.enumerators.indexOf(given.toString());
         *result = index;
-        problem->remedy = nearestNamesHint(given.toString(), option.enumerators);
+        problem->remedy = nearestNamesAdvice(given.toString(), option.enumerators,
+            QStringLiteral("known: %1").arg(option.enumerators.join(QStringLiteral(", "))));
         return index >= 0;
     }
     QVariant number;
@@ -77,15 +81,36 @@ bool resolveEnumerator(const QVariant &given, const OptionInfo &option, QVariant
     return true;
 }
 
+/// The absolute name of a shader file; the text itself where that is given in the place of a name.
+QString resolveShaderFile(
+    const QString &given, const QString &option, const QString &folder, QVector<OptionProblem> *problems)
+{
+    if (isShaderText(given))
+        return given;
+    const QString path = QDir::cleanPath(QDir(folder).absoluteFilePath(given));
+    const QFileInfo file(path);
+    const char *const problem = !file.exists() ? "which is not there"
+        : !file.isFile()                       ? "which is no file"
+        : !file.isReadable()                   ? "which cannot be read"
+                                               : nullptr;
+    if (problem) {
+        problems->append({option, QStringLiteral("a shader file"),
+            QStringLiteral("%1, %2").arg(quoted(path), QLatin1String(problem)),
+            QDir::isRelativePath(given) ? QStringLiteral("its name counts from the folder of the chain file")
+                                        : QString()});
+    }
+    return path;
+}
+
 /// Resolves named options against their descriptions; `prefix` is the path to them.
 QVariantMap resolve(const QVector<OptionInfo> &options, const QVariantMap &given, const QString &prefix,
-    QVector<OptionProblem> *problems)
+    const QString &folder, QVector<OptionProblem> *problems)
 {
     for (const QString &name : given.keys()) {
         if (indexOf(options, name) < 0) {
             problems->append(
                 {prefix + name, options.isEmpty() ? QStringLiteral("no options") : QStringLiteral("a known option"),
-                    quoted(name), nearestNamesHint(name, namesOf(options))});
+                    quoted(name), nearestNamesAdvice(name, namesOf(options), QStringLiteral("leave it out"))});
         }
     }
 
@@ -123,9 +148,12 @@ QVariantMap resolve(const QVector<OptionInfo> &options, const QVariantMap &given
                 if (elements[i].userType() != QMetaType::QVariantMap)
                     problems->append({element, QStringLiteral("an object"), describeValue(elements[i]), QString()});
                 else
-                    records.append(resolve(option.fields, elements[i].toMap(), element + QLatin1Char('.'), problems));
+                    records.append(
+                        resolve(option.fields, elements[i].toMap(), element + QLatin1Char('.'), folder, problems));
             }
             converted = records;
+        } else if (option.type == ValueType::ShaderFile) {
+            converted = resolveShaderFile(converted.toString(), path, folder, problems);
         }
         result.insert(option.name, converted);
     }
@@ -202,6 +230,22 @@ const PassInfo *PassRegistry::find(const QString &className) const
     return nullptr;
 }
 
+std::shared_ptr<const PassInfo> PassRegistry::describe(const QString &className, const QVariantMap &options) const
+{
+    for (const auto &pass : m_passes) {
+        if (pass->className != className)
+            continue;
+        if (!pass->completePorts)
+            return pass;
+        const auto completed = std::make_shared<PassInfo>(*pass);
+        completed->completePorts = nullptr;
+        QVector<OptionProblem> ignored;
+        pass->completePorts(resolveOptions(*pass, options), completed.get(), &ignored);
+        return completed;
+    }
+    return nullptr;
+}
+
 QStringList PassRegistry::classNames() const
 {
     QStringList names;
@@ -210,10 +254,16 @@ QStringList PassRegistry::classNames() const
     return names;
 }
 
-PassOptions resolveOptions(const PassInfo &pass, const QVariantMap &given, QVector<OptionProblem> *problems)
+PassOptions resolveOptions(
+    const PassInfo &pass, const QVariantMap &given, QVector<OptionProblem> *problems, const QString &folder)
 {
     QVector<OptionProblem> ignored;
-    return resolve(pass.options, given, QString(), problems ? problems : &ignored);
+    const PassOptions options = resolve(pass.options, given, QString(), folder, problems ? problems : &ignored);
+    if (problems && pass.completePorts) {
+        PassInfo completed = pass;
+        pass.completePorts(options, &completed, problems);
+    }
+    return options;
 }
 
 QStringList nearestNames(const QString &name, const QStringList &known)
@@ -235,18 +285,24 @@ QStringList nearestNames(const QString &name, const QStringList &known)
     return names;
 }
 
-QString nearestNamesHint(const QString &name, const QStringList &known)
+QString nearestNamesAdvice(const QString &name, const QStringList &known, const QString &otherwise)
 {
     QStringList names = nearestNames(name, known);
     const bool isGuess = !names.isEmpty();
     if (!isGuess && known.size() <= 8)
         names = known;
     if (names.isEmpty())
-        return QString();
+        return otherwise;
     for (QString &candidate : names)
         candidate = quoted(candidate);
     return isGuess ? QStringLiteral("did you mean %1?").arg(names.join(QStringLiteral(" or ")))
                    : QStringLiteral("known: %1").arg(names.join(QStringLiteral(", ")));
+}
+
+QString nearestNamesHint(const QString &name, const QStringList &known, const QString &otherwise)
+{
+    const QString advice = nearestNamesAdvice(name, known, otherwise);
+    return advice.isEmpty() ? QString() : QStringLiteral("; ") + advice;
 }
 
 QString toString(TextureKind kind)

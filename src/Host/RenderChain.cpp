@@ -5,8 +5,10 @@
 #include <Core/RenderPass.h>
 #include <GL/DrawBuffers.h>
 #include <GL/FramebufferObject.h>
+#include <GL/GLErrors.h>
 #include <GL/GLObject.h>
 #include <GL/OpenGLDeviceContext.h>
+#include <GL/ShaderPreprocessor.h>
 #include <GL/Texture.h>
 #include <GL/TextureManager.h>
 #include <Host/ChainWiring.h>
@@ -15,6 +17,7 @@
 #include <Host/TextureCapture.h>
 #include <Scene/GPUModel.h>
 
+#include <QtCore/QFile>
 #include <QtCore/QVarLengthArray>
 #include <QtCore/QWeakPointer>
 
@@ -57,8 +60,9 @@ struct Node
 {
     QString name;
     QByteArray label; ///< The name, for debug groups.
-    const PassInfo *info = nullptr;
+    std::shared_ptr<const PassInfo> info; ///< With the ports of its options.
     QVariantMap options; ///< As given.
+    QString folder; ///< Where relative file names in options start.
     bool enabled = true;
 
     std::vector<Instance> instances;
@@ -73,6 +77,7 @@ struct Node
     int projectionInput = -1;
     int gridInput = -1;
     bool saidMissing = false; ///< The log has the line about a missing input.
+    bool saidFailed = false; ///< The log has the line about a failure.
 
     RenderChain::PassTiming timing;
 };
@@ -109,6 +114,19 @@ bool isMissing(const QVariant &value, ValueType type)
     default:
         return !value.isValid();
     }
+}
+
+/// The shader files that options name, as absolute paths.
+QStringList shaderFilesOf(const PassInfo &info, const QVariantMap &given, const QString &folder)
+{
+    QStringList files;
+    const PassOptions options = resolveOptions(info, given, nullptr, folder);
+    for (const OptionInfo &option : info.options) {
+        const QString name = options.value(option.name).toString();
+        if (option.type == ValueType::ShaderFile && !name.isEmpty() && !isShaderText(name))
+            files.append(name);
+    }
+    return files;
 }
 
 /// Adds a sample to a running mean.
@@ -204,6 +222,7 @@ struct RenderChain::Private
     }
 
     bool apply(const ChainDescription &candidate);
+    std::shared_ptr<const PassInfo> infoOf(int pass) const;
     bool findInput(const QString &pass, const QString &port, int *passIndex, int *inputIndex);
 
     // --- nodes and wiring ---
@@ -226,14 +245,17 @@ struct RenderChain::Private
     TextureManager *manager = nullptr; ///< Of the frame that runs.
 
     bool render();
-    bool checkViewport(QSize *size);
+    bool checkViewports(QSize *size);
     bool makePasses();
+    std::unique_ptr<RenderPass> makePass(const Node &node);
     bool makeInstance(Node *node, double key);
+    bool reloadShaders();
     bool chooseInstance(Node *node, double value);
     void runNode(Node *node, int index, const QSize &frameSize);
     void endFrame();
     QVariant inputValue(const Node &node, int input) const;
     QSize viewportOf(const Node &node, const QSize &frameSize) const;
+    void reportFailure(Node *node);
     void hold(Texture *texture, bool isCounted, QVarLengthArray<HeldTexture, 8> *held);
     void balance(const Node &node, const QVarLengthArray<HeldTexture, 8> &held);
 
@@ -325,17 +347,24 @@ bool RenderChain::Private::apply(const ChainDescription &candidate)
     return true;
 }
 
+/// The class of a pass with the ports of its options; null when it is unknown.
+std::shared_ptr<const PassInfo> RenderChain::Private::infoOf(int pass) const
+{
+    const ChainPass &described = description.passes[pass];
+    return wiringIsStale ? registry.describe(described.className, described.options) : nodes[size_t(pass)]->info;
+}
+
 bool RenderChain::Private::findInput(const QString &pass, const QString &port, int *passIndex, int *inputIndex)
 {
     *passIndex = description.findPass(pass);
     if (*passIndex < 0) {
         return fail(
-            QStringLiteral("no pass named \"%1\"; %2").arg(pass, nearestNamesHint(pass, description.passNames())));
+            QStringLiteral("no pass named \"%1\"%2").arg(pass, nearestNamesHint(pass, description.passNames())));
     }
-    const PassInfo *info = registry.find(description.passes[*passIndex].className);
+    const std::shared_ptr<const PassInfo> info = infoOf(*passIndex);
     *inputIndex = info ? info->findInput(port) : -1;
     if (*inputIndex < 0) {
-        return fail(QStringLiteral("pass \"%1\" has no input \"%2\"; %3")
+        return fail(QStringLiteral("pass \"%1\" has no input \"%2\"%3")
                         .arg(pass, port, nearestNamesHint(port, info ? info->inputNames() : QStringList())));
     }
     return true;
@@ -347,17 +376,24 @@ bool RenderChain::setValue(const QString &pass, const QString &port, const QVari
     if (!d->findInput(pass, port, &passIndex, &inputIndex))
         return false;
     ChainPass &described = d->description.passes[passIndex];
-    const PassInfo &info = *d->registry.find(described.className);
+    const std::shared_ptr<const PassInfo> known = d->infoOf(passIndex);
+    const PassInfo &info = *known;
     const InputInfo &input = info.inputs[inputIndex];
     QVariant converted;
     if (!convertValue(value, input.type, &converted)) {
         return d->fail(QStringLiteral("pass \"%1\", %2: expected %3, found %4")
                            .arg(pass, port, typeName(input.type), describeValue(value)));
     }
+    if (isEmptyViewport(input, converted)) {
+        return d->fail(QStringLiteral("pass \"%1\", %2: expected a width and height of 1 or more, found %3")
+                           .arg(pass, port, describeValue(value)));
+    }
 
-    // The number of samples decides which passes may read the image, so the chain is checked again.
+    // Where the number of samples or what reads them changes, the chain is checked again.
     const bool decides = std::any_of(info.outputs.begin(), info.outputs.end(),
-        [&](const OutputInfo &output) { return output.samplesInput == port; });
+                             [&](const OutputInfo &output) { return output.samplesInput == port; })
+        || std::any_of(info.inputs.begin(), info.inputs.end(),
+            [&](const InputInfo &other) { return other.refusesSamplesWith.contains(port); });
     if (d->wiringIsStale || decides || !described.values.contains(port))
         d->setStale();
     else
@@ -381,8 +417,7 @@ bool RenderChain::setEnabled(const QString &pass, bool enabled)
     ChainDescription changed = d->description;
     const int index = changed.findPass(pass);
     if (index < 0) {
-        return d->fail(
-            QStringLiteral("no pass named \"%1\"; %2").arg(pass, nearestNamesHint(pass, changed.passNames())));
+        return d->fail(QStringLiteral("no pass named \"%1\"%2").arg(pass, nearestNamesHint(pass, changed.passNames())));
     }
     if (changed.passes[index].enabled == enabled)
         return true;
@@ -415,8 +450,7 @@ bool RenderChain::setOption(const QString &pass, const QString &option, const QV
     ChainDescription changed = d->description;
     const int index = changed.findPass(pass);
     if (index < 0) {
-        return d->fail(
-            QStringLiteral("no pass named \"%1\"; %2").arg(pass, nearestNamesHint(pass, changed.passNames())));
+        return d->fail(QStringLiteral("no pass named \"%1\"%2").arg(pass, nearestNamesHint(pass, changed.passNames())));
     }
     changed.passes[index].options.insert(option, value);
     return d->apply(changed);
@@ -530,7 +564,7 @@ void RenderChain::Private::matchNodes()
     for (const ChainPass &pass : qAsConst(description.passes)) {
         const auto same = std::find_if(nodes.begin(), nodes.end(), [&](const std::unique_ptr<Node> &node) {
             return node && node->name == pass.name && node->info->className == pass.className
-                && node->options == pass.options;
+                && node->options == pass.options && node->folder == description.folder;
         });
         isInOrder = isInOrder && same - nodes.begin() == std::ptrdiff_t(matched.size());
         if (same != nodes.end()) {
@@ -540,9 +574,10 @@ void RenderChain::Private::matchNodes()
             matched.back()->name = pass.name;
             matched.back()->label = pass.name.toUtf8();
             matched.back()->options = pass.options;
+            matched.back()->folder = description.folder;
             matched.back()->timing.pass = pass.name;
         }
-        matched.back()->info = registry.find(pass.className);
+        matched.back()->info = registry.describe(pass.className, pass.options);
         matched.back()->enabled = pass.enabled;
     }
     for (const auto &left : nodes) {
@@ -745,7 +780,8 @@ bool RenderChain::renderFrame()
     return d->render();
 }
 
-bool RenderChain::Private::checkViewport(QSize *size)
+/// Checks the viewport of the frame, whose size it gives, and those that enabled passes have of their own.
+bool RenderChain::Private::checkViewports(QSize *size)
 {
     const auto value = frameValues.find(FrameValues::viewport);
     if (value == frameValues.end())
@@ -753,19 +789,29 @@ bool RenderChain::Private::checkViewport(QSize *size)
     *size = value->second.toRect().size();
     GLint limit = 0;
     glGetIntegerv(GL_MAX_TEXTURE_SIZE, &limit);
-    if (size->width() >= 1 && size->height() >= 1 && size->width() <= limit && size->height() <= limit)
-        return true;
-    return fail(QStringLiteral("viewport of %1 by %2 pixels: each side must be from 1 to %3")
-                    .arg(size->width())
-                    .arg(size->height())
-                    .arg(limit));
+    const auto check = [&](const Node *node, const QSize &viewport) {
+        if (!viewport.isEmpty() && viewport.width() <= limit && viewport.height() <= limit)
+            return true;
+        return fail(
+            QStringLiteral("%1viewport of %2 by %3 pixels: each side must be from 1 to %4")
+                .arg(node ? QStringLiteral("pass \"%1\": ").arg(node->name) : QString(),
+                    QString::number(viewport.width()), QString::number(viewport.height()), QString::number(limit)));
+    };
+    if (!check(nullptr, *size))
+        return false;
+    return std::all_of(nodes.begin(), nodes.end(), [&](const std::unique_ptr<Node> &node) {
+        if (!node->enabled || node->viewportInput < 0)
+            return true;
+        const QVariant *own = node->inputs[size_t(node->viewportInput)].value;
+        return !own || !own->isValid() || check(node.get(), own->toRect().size());
+    });
 }
 
 bool RenderChain::Private::render()
 {
     QSize size;
     enterContext();
-    if (!updateWiring() || !checkViewport(&size))
+    if (!updateWiring() || !checkViewports(&size))
         return false;
     deleteRetired();
     if (!makePasses())
@@ -809,34 +855,107 @@ bool RenderChain::Private::makePasses()
     return true;
 }
 
+/// A pass of a node's class and options, before its setup; null after a failure.
+std::unique_ptr<RenderPass> RenderChain::Private::makePass(const Node &node)
+{
+    const PassInfo &info = *node.info;
+    const PassOptions options = resolveOptions(info, node.options, nullptr, node.folder);
+    QString reason = QStringLiteral("%1 could not be made").arg(info.className);
+    std::unique_ptr<RenderPass> pass = info.createChecked ? info.createChecked(options, &reason) : info.create(options);
+    if (!pass) {
+        fail(QStringLiteral("pass \"%1\": %2").arg(node.name, reason));
+        return nullptr;
+    }
+
+    QStringList inputs, outputs;
+    for (int i = 0; i < pass->numInputs(); ++i)
+        inputs.append(pass->inputName(i));
+    for (int i = 0; i < pass->numOutputs(); ++i)
+        outputs.append(pass->outputName(i));
+    if (inputs != info.inputNames() || outputs != info.outputNames()) {
+        fail(QStringLiteral("pass \"%1\": %2 has other ports than its registry entry says")
+                 .arg(node.name, info.className));
+        return nullptr;
+    }
+    return pass;
+}
+
 bool RenderChain::Private::makeInstance(Node *node, double key)
 {
     Instance instance;
-    instance.pass = node->info->create(resolveOptions(*node->info, node->options));
+    instance.pass = makePass(*node);
     instance.key = key;
     if (!instance.pass)
-        return fail(QStringLiteral("pass \"%1\": %2 could not be made").arg(node->name, node->info->className));
-
-    QStringList inputs, outputs;
-    for (int i = 0; i < instance.pass->numInputs(); ++i)
-        inputs.append(instance.pass->inputName(i));
-    for (int i = 0; i < instance.pass->numOutputs(); ++i)
-        outputs.append(instance.pass->outputName(i));
-    if (inputs != node->info->inputNames() || outputs != node->info->outputNames()) {
-        return fail(QStringLiteral("pass \"%1\": %2 has other ports than its registry entry says")
-                        .arg(node->name, node->info->className));
-    }
+        return false;
     instance.pass->setup(nullptr);
     node->instances.push_back(std::move(instance));
     return true;
+}
+
+bool RenderChain::Private::reloadShaders()
+{
+    if (wiringIsStale)
+        errorsAreKnown = false; // A file that was missing may be there now.
+    enterContext();
+    if (!updateWiring())
+        return false;
+
+    // All or none: the passes give way when the last new one is made.
+    std::vector<std::pair<Node *, Instance>> remade;
+    for (const auto &node : nodes) {
+        if (node->instances.empty() || shaderFilesOf(*node->info, node->options, node->folder).isEmpty())
+            continue;
+        Instance instance;
+        instance.pass = makePass(*node);
+        if (!instance.pass)
+            return false;
+        remade.emplace_back(node.get(), std::move(instance));
+    }
+    for (auto &[node, instance] : remade) {
+        retire(&node->instances);
+        instance.pass->setup(nullptr);
+        node->active = instance.pass.get();
+        node->instances.push_back(std::move(instance));
+    }
+    deleteRetired();
+    return true;
+}
+
+bool RenderChain::reloadShaders()
+{
+    d->error.clear();
+    if (!OpenGLDeviceContext::currentHandle())
+        return d->fail(QStringLiteral("no current OpenGL context"));
+    return d->reloadShaders();
+}
+
+QStringList RenderChain::shaderFiles() const
+{
+    QStringList files;
+    for (const ChainPass &pass : qAsConst(d->description.passes)) {
+        const PassInfo *info = d->registry.find(pass.className);
+        if (info)
+            files += shaderFilesOf(*info, pass.options, d->description.folder);
+    }
+    for (const QString &name : QStringList(files)) {
+        QFile file(name);
+        if (file.open(QIODevice::ReadOnly)) {
+            const QString source = QString::fromUtf8(file.readAll());
+            files += ShaderPreprocessor(GL_FRAGMENT_SHADER, source, name, nullptr).includedFiles();
+        }
+    }
+    files.removeDuplicates();
+    return files;
 }
 
 /// Makes the object for a value of the grid the active one; the least recently used one makes room for it.
 bool RenderChain::Private::chooseInstance(Node *node, double value)
 {
     std::vector<Instance> &instances = node->instances;
-    auto chosen = std::find_if(
-        instances.begin(), instances.end(), [&](const Instance &instance) { return instance.key == value; });
+    // No NaN equals another, and yet one object serves them all.
+    auto chosen = std::find_if(instances.begin(), instances.end(), [&](const Instance &instance) {
+        return instance.key == value || (std::isnan(instance.key) && std::isnan(value));
+    });
     // An object that never ran serves any value.
     if (chosen == instances.end()) {
         chosen = std::find_if(
@@ -913,6 +1032,23 @@ void RenderChain::Private::balance(const Node &node, const QVarLengthArray<HeldT
     }
 }
 
+/// Says that a pass reports a failure, once for each pass, and clears it for the next frame.
+void RenderChain::Private::reportFailure(Node *node)
+{
+    const unsigned int code = node->active->errorCode();
+    if (code == 0)
+        return;
+    node->active->clearErrorCode();
+    if (node->saidFailed)
+        return;
+    node->saidFailed = true;
+    // Where memory ran out, that is the reason.
+    const bool noMemory = takeGLErrors() == GL_OUT_OF_MEMORY;
+    const QString reason =
+        noMemory ? QStringLiteral("out of graphics memory") : QStringLiteral("error code 0x%1").arg(code, 0, 16);
+    KVZ_WARNING(QStringLiteral("pass \"%1\" failed: %2").arg(node->name, reason));
+}
+
 void RenderChain::Private::runNode(Node *node, int index, const QSize &frameSize)
 {
     const auto began = std::chrono::steady_clock::now();
@@ -966,6 +1102,7 @@ void RenderChain::Private::runNode(Node *node, int index, const QSize &frameSize
             pass->skip(nullptr);
     }
     gpuTimer.endSpan(index);
+    reportFailure(node);
     balance(*node, held);
     if (timing) {
         const std::chrono::duration<double, std::milli> span = std::chrono::steady_clock::now() - began;
@@ -1046,7 +1183,7 @@ void RenderChain::releaseExports()
 bool RenderChain::requestCapture(const ChainOutput &output)
 {
     const int index = d->description.findPass(output.pass);
-    const PassInfo *info = index < 0 ? nullptr : d->registry.find(d->description.passes[index].className);
+    const std::shared_ptr<const PassInfo> info = index < 0 ? nullptr : d->infoOf(index);
     const int port = info ? info->findOutput(output.port) : -1;
     if (port < 0 || info->outputs[port].type != ValueType::Texture)
         return d->fail(QStringLiteral("no image \"%1\" in this chain").arg(output.toString()));

@@ -7,24 +7,33 @@
 #include <GL/Texture.h>
 #include <GL/TextureManager.h>
 
-#include <QtCore/QVector>
 #include <QtGui/QColor>
 
 #include <epoxy/gl.h>
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
+#include <new>
 
 namespace Velmora::Kvz {
 
 namespace {
+
+/// Memory for so many numbers, all 0; null when there is none. Images have more bytes than Qt's containers hold.
+template <typename Number> std::unique_ptr<Number[]> allocate(size_t count)
+{
+    return std::unique_ptr<Number[]>(new (std::nothrow) Number[count]());
+}
 
 /// Texels as floats, four for each, bottom row first.
 struct Texels
 {
     int width = 0;
     int height = 0;
-    QVector<float> data;
+    std::unique_ptr<float[]> data; ///< Null when there is no memory.
+
+    size_t count() const { return size_t(width) * size_t(height); }
 };
 
 /// Lets pixels be read into memory without padding, for a scope.
@@ -58,16 +67,22 @@ private:
 /// Reads texels with one channel into the red of four.
 template <typename Number> void readChannel(GLenum format, GLenum type, Texels *texels)
 {
-    QVector<Number> numbers(texels->width * texels->height);
-    glGetTexImage(GL_TEXTURE_2D, 0, format, type, numbers.data());
-    for (int i = 0; i < numbers.size(); ++i)
+    const auto numbers = allocate<Number>(texels->count());
+    if (!numbers) {
+        texels->data.reset();
+        return;
+    }
+    glGetTexImage(GL_TEXTURE_2D, 0, format, type, numbers.get());
+    for (size_t i = 0; i < texels->count(); ++i)
         texels->data[4 * i] = float(numbers[i]);
 }
 
 Texels readTexels(Texture *texture)
 {
-    Texels texels{texture->width(0), texture->height(0), {}};
-    texels.data.resize(4 * texels.width * texels.height);
+    Texels texels{texture->width(0), texture->height(0), nullptr};
+    texels.data = allocate<float>(4 * texels.count());
+    if (!texels.data)
+        return texels;
     const AutoBinder binder(texture);
     const PackState pack;
     const auto internalFormat = unsigned(texture->internalFormat(0));
@@ -77,21 +92,30 @@ Texels readTexels(Texture *texture)
     else if (format == GL_RED_INTEGER)
         readChannel<quint32>(GL_RED_INTEGER, GL_UNSIGNED_INT, &texels);
     else
-        glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_FLOAT, texels.data.data());
+        glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_FLOAT, texels.data.get());
     return texels;
 }
 
 Texels readResolvedTexels(Texture *texture)
 {
-    const bool isDepth = isDepthFormat(unsigned(texture->internalFormat(0)));
-    const TextureFormat format = isDepth ? TextureFormat::DepthStencil : TextureFormat::HighDynamicRange;
-    // Depth is resolved between equal formats only.
-    if (isDepth && unsigned(texture->internalFormat(0)) != internalFormatOf(format))
-        return {};
+    const int width = texture->width(0);
+    const int height = texture->height(0);
+    const auto internalFormat = unsigned(texture->internalFormat(0));
+    if (isDepthFormat(internalFormat)) {
+        // Depth is resolved between equal formats only, and the pool has one of them.
+        Texture resolved(GL_TEXTURE_2D, int(internalFormat), width, height, 0, nullptr);
+        {
+            const AutoBinder binder(&resolved);
+            glTexImage2D(GL_TEXTURE_2D, 0, int(internalFormat), width, height, 0,
+                formatFromInternalFormat(internalFormat), typeFromInternalFormat(internalFormat), nullptr);
+        }
+        BlitTexture(texture, &resolved, TextureFormat::DepthStencil, width, height);
+        return readTexels(&resolved);
+    }
     TextureManager *manager = TextureManager::Instance();
-    Texture *resolved = manager->tempTexture(format, texture->width(0), texture->height(0), 1, 1);
-    BlitTexture(texture, resolved, format, texture->width(0), texture->height(0));
-    const Texels texels = readTexels(resolved);
+    Texture *resolved = manager->tempTexture(TextureFormat::HighDynamicRange, width, height, 1, 1);
+    BlitTexture(texture, resolved, TextureFormat::HighDynamicRange, width, height);
+    Texels texels = readTexels(resolved);
     manager->releaseTempTextureRef(resolved, 1);
     return texels;
 }
@@ -135,7 +159,7 @@ void showDepth(Texels *texels, const QMatrix4x4 &projection)
 {
     float nearest = INFINITY;
     float farthest = -INFINITY;
-    for (int i = 0; i < texels->data.size(); i += 4) {
+    for (size_t i = 0; i < 4 * texels->count(); i += 4) {
         float &depth = texels->data[i];
         if (!(depth < 1)) {
             depth = NAN;
@@ -146,7 +170,7 @@ void showDepth(Texels *texels, const QMatrix4x4 &projection)
         farthest = std::max(farthest, depth);
     }
     const float range = std::max(farthest - nearest, 1e-6f);
-    for (int i = 0; i < texels->data.size(); i += 4)
+    for (size_t i = 0; i < 4 * texels->count(); i += 4)
         texels->data[i] = 1 - 0.8f * (texels->data[i] - nearest) / range;
 }
 
@@ -174,25 +198,38 @@ QRgb shown(const float *texel, TextureDisplay display)
     return 0;
 }
 
+/// Whether there are texels of two dimensions. The size alone does not say it: GL may have had no memory for them.
+bool hasTexels(Texture *texture)
+{
+    if (texture->target() != GL_TEXTURE_2D && texture->target() != GL_TEXTURE_2D_MULTISAMPLE)
+        return false;
+    const AutoBinder binder(texture);
+    GLint width = 0;
+    glGetTexLevelParameteriv(texture->target(), 0, GL_TEXTURE_WIDTH, &width);
+    return width > 0;
+}
+
 } // namespace
 
 QImage captureTexture(Texture *texture, TextureDisplay display, const QMatrix4x4 &projection)
 {
-    if (!texture || display == TextureDisplay::Hidden || texture->width(0) < 1 || texture->height(0) < 1)
+    if (!texture || display == TextureDisplay::Hidden || !hasTexels(texture))
         return QImage();
     Texels texels;
     if (texture->target() == GL_TEXTURE_2D)
         texels = readTexels(texture);
-    else if (texture->target() == GL_TEXTURE_2D_MULTISAMPLE)
+    else
         texels = readResolvedTexels(texture);
-    if (texels.data.isEmpty())
+    if (!texels.data)
         return QImage();
     if (display == TextureDisplay::Depth)
         showDepth(&texels, projection);
 
     QImage image(texels.width, texels.height, QImage::Format_RGBA8888);
+    if (image.isNull())
+        return image;
     for (int y = 0; y < texels.height; ++y) {
-        const float *texel = texels.data.constData() + 4 * texels.width * (texels.height - 1 - y);
+        const float *texel = texels.data.get() + 4 * size_t(texels.width) * size_t(texels.height - 1 - y);
         uchar *pixel = image.scanLine(y);
         for (int x = 0; x < texels.width; ++x, texel += 4, pixel += 4) {
             const QRgb color = shown(texel, display);

@@ -37,7 +37,7 @@ void GaussianBlurRenderPass::start(RenderCallbacks *)
 {
     const auto radius = inputValue<float>(m_inputs[BlurRadius]);
     auto divider = inputValue<float>(m_inputs[ResolutionDivider]);
-    if (double(divider) < 0.01)
+    if (!(double(divider) >= 0.01))
         divider = 0.01f;
 
     if (radius != m_blurRadius || !m_shaderProgram) {

@@ -96,10 +96,10 @@ void LuminanceAverageRenderPass::start(RenderCallbacks *)
         source = m_blackTexture;
     }
 
-    ensureFramebuffer(m_reduceFramebuffer);
+    const bool isFirstFrame = ensureFramebuffer(m_reduceFramebuffer);
     const int reducedWidth = viewport.width() / 8;
     const int reducedHeight = viewport.height() / 8;
-    if (reducedWidth != m_reducedWidth || reducedHeight != m_reducedHeight) {
+    if (isFirstFrame || reducedWidth != m_reducedWidth || reducedHeight != m_reducedHeight) {
         m_reducedWidth = reducedWidth;
         m_reducedHeight = reducedHeight;
         remakeReducedTarget();

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "Fixtures.h"
+#include "support/GLCallRecorder.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/DrawBuffers.h>
 #include <GL/FramebufferObject.h>
+#include <GL/GLErrors.h>
 #include <GL/GLSLMacroProcessor.h>
 #include <GL/OpenGLDeviceContext.h>
 
@@ -375,6 +377,32 @@ TEST_F(DrawBuffersTest, anEarlierErrorIsNotItsOwn)
     log.takeCategory("kvz.gl");
     EXPECT_TRUE(drawQuad(program.get()));
     EXPECT_TRUE(log.takeDebug().join('\n').contains("0x0500")); // It does not vanish in silence.
+}
+
+TEST_F(DrawBuffersTest, warnsWhenMemoryRanOut)
+{
+    std::vector<GLenum> errors; // What GL reports, last first.
+    GLCallRecorder<&epoxy_glGetError> recorder;
+    recorder.replacement = [&]() -> GLenum {
+        const GLenum error = errors.empty() ? GLenum(GL_NO_ERROR) : errors.back();
+        if (!errors.empty())
+            errors.pop_back();
+        return error;
+    };
+    const auto warnings = [this] {
+        QStringList texts;
+        for (const QString &line : log.takeWarnings())
+            texts.append(line.section("] ", 1));
+        return texts;
+    };
+    errors = {GL_OUT_OF_MEMORY, GL_INVALID_ENUM};
+    EXPECT_TRUE(drawQuad(program.get()));
+    EXPECT_EQ(warnings(), QStringList("out of graphics memory before a draw"));
+    errors = {GL_OUT_OF_MEMORY, GL_NO_ERROR};
+    EXPECT_FALSE(drawQuad(program.get()));
+    EXPECT_EQ(warnings(), QStringList("out of graphics memory in a draw"));
+    EXPECT_TRUE(drawQuad(program.get()));
+    EXPECT_EQ(warnings(), QStringList());
 }
 
 TEST_F(DrawBuffersTest, trianglesGoOutAsPatches)

@@ -4,6 +4,10 @@
 
 #include <Host/ChainValidation.h>
 
+#include <QtCore/QRect>
+
+#include <epoxy/gl.h>
+
 namespace Velmora::Kvz {
 
 using ChainDriverTest = GLTest;
@@ -35,6 +39,31 @@ TEST_F(ChainDriverTest, whatTheDriverLacksIsNamedWithWhatFollows)
             "GL_KVZ_no_such_extension; each pixel holds one node"));
     EXPECT_EQ(findings[1].pass, QStringLiteral("Vital"));
     EXPECT_EQ(findings[1].severity, ChainFinding::Severity::Error);
+
+    chain.passes[1].enabled = false;
+    EXPECT_FALSE(hasErrors(validateChainOnDriver(chain, registry))) << "a disabled pass keeps nothing from running";
+}
+
+TEST_F(ChainDriverTest, viewportsBeyondTheLimitAreNamed)
+{
+    PassRegistry registry;
+    registry.add(fakeClass("A", {fakeInput("Kvz_QRect_Viewport", ValueType::Rect)}, {}));
+    ChainDescription chain;
+    ChainPass pass;
+    pass.name = pass.className = QStringLiteral("A");
+    chain.passes.append(pass);
+    const int limit = glInteger(GL_MAX_TEXTURE_SIZE);
+    QVariant &viewport = chain.passes[0].values[QStringLiteral("Kvz_QRect_Viewport")];
+    viewport = QRect(0, 0, limit, 1);
+    EXPECT_TRUE(validateChainOnDriver(chain, registry).isEmpty());
+    viewport = QRect(0, 0, 1, limit + 1);
+    const QVector<ChainFinding> findings = validateChainOnDriver(chain, registry);
+    ASSERT_EQ(findings.size(), 1);
+    EXPECT_EQ(findings[0].toString(),
+        QStringLiteral("error: pass \"A\", Kvz_QRect_Viewport: expected sides up to %1, the limit of this driver, "
+                       "found [0,0,1,%2]; make it smaller")
+            .arg(limit)
+            .arg(limit + 1));
 }
 
 TEST_F(ChainDriverTest, readyPassesRunOnThisDriver)

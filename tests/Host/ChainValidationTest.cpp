@@ -48,6 +48,12 @@ PassRegistry fakes()
     resolving.multisampling = Multisampling::Resolved;
     add(fakeClass("Resolver", {resolving}, {fakeImageOutput(frame, TextureKind::Colour)}));
 
+    InputInfo taking = required;
+    taking.multisampling = Multisampling::Taken;
+    OutputInfo through = fakeImageOutput(frame, TextureKind::Colour);
+    through.passesOn = taking.name;
+    add(fakeClass("Through", {taking}, {through}));
+
     InputInfo canvas = required;
     canvas.drawnInto = true;
     InputInfo mask = fakeImageInput(depth, TextureKind::Depth);
@@ -168,6 +174,18 @@ TEST(ChainValidationTest, anUnknownClassOffersTheNearest)
                        "\"GradientRenderPass\"?"));
 }
 
+TEST(ChainValidationTest, namesThatAreNearNoneAreToBeLookedUp)
+{
+    EXPECT_EQ(only({pass("a", "Quux")}).toString(),
+        QStringLiteral("error: pass \"a\": expected a known pass class, found \"Quux\"; see kvz passes"));
+    EXPECT_EQ(only({pass("s", "Source"),
+                       connected(with(pass("a", "TextureToScreenRenderPass"), "xyzzy", 1), "Kvz_KvzTexture*_Texture",
+                           "s.Kvz_KvzTexture*_Frame")})
+                  .toString(),
+        QStringLiteral("error: pass \"a\", xyzzy: expected an input of TextureToScreenRenderPass, found no such port; "
+                       "see kvz passes TextureToScreenRenderPass"));
+}
+
 TEST(ChainValidationTest, namesMustBeUniqueAndPlain)
 {
     EXPECT_EQ(only({pass("a", "Source"), pass("a", "PlainDepth")}).code, Code::DuplicatePass);
@@ -234,6 +252,21 @@ TEST(ChainValidationTest, valuesMustConvertToTheTypeOfTheirPort)
             "from 0 to 1, found 3"));
     EXPECT_CLEAN({with(pass("a", "GradientRenderPass"), "Kvz_QColor_ColorTop", QVariant())});
     EXPECT_EQ(only({with(pass("f", "Filter"), frame, "picture.png")}).code, Code::BadValue);
+}
+
+TEST(ChainValidationTest, viewportsMustHaveAnExtent)
+{
+    const auto found = [](const QVariantList &viewport) {
+        return only({with(pass("a", "GradientRenderPass"), "Kvz_QRect_Viewport", viewport)});
+    };
+    EXPECT_EQ(found({0, 0, -5, 10}).code, Code::BadValue);
+    EXPECT_EQ(found({0, 0, -5, 10}).toString(),
+        QStringLiteral("error: pass \"a\", Kvz_QRect_Viewport: expected a width and height of 1 or more, found "
+                       "[0,0,-5,10]; leave it out for the viewport of the frame"));
+    EXPECT_EQ(found({0, 0, 0, 0}).code, Code::BadValue);
+    EXPECT_EQ(found({3, 4, 10, 0}).code, Code::BadValue);
+    EXPECT_CLEAN({with(pass("a", "GradientRenderPass"), "Kvz_QRect_Viewport", QVariantList{-3, -4, 1, 1})});
+    EXPECT_CLEAN({with(pass("a", "GradientRenderPass"), "Kvz_QRect_Viewport", QVariant())});
 }
 
 TEST(ChainValidationTest, connectionsMustHaveAFittingType)
@@ -329,6 +362,34 @@ TEST(ChainValidationTest, multisampledImagesNeedAPassThatTakesThem)
     EXPECT_TRUE(finding.actual.startsWith(QStringLiteral("4 samples"))) << qPrintable(finding.toString());
     EXPECT_CLEAN({source, pass("r", "Resolver"), pass("f", "Filter")});
     EXPECT_CLEAN({with(pass("s", "Source"), "Kvz_int_NumberMultisamples", 1), pass("f", "Filter")});
+}
+
+TEST(ChainValidationTest, multisampledImagesStayMultisampledWhereTheyAreHandedOn)
+{
+    const auto source = with(pass("s", "Source"), "Kvz_int_NumberMultisamples", 4);
+    EXPECT_EQ(only({source, pass("t", "Through"), pass("u", "Through"), pass("f", "Filter")}).toString(),
+        QStringLiteral("error: pass \"f\", Kvz_KvzTexture*_Frame: expected one sample for each texel, found 4 samples "
+                       "from \"u.Kvz_KvzTexture*_Frame\"; set Kvz_int_NumberMultisamples of pass \"s\" to 1"));
+    EXPECT_CLEAN({source, pass("t", "Through"), pass("r", "Resolver"), pass("f", "Filter")});
+    EXPECT_CLEAN({pass("s", "Source"), pass("t", "Through"), pass("f", "Filter")});
+}
+
+TEST(ChainValidationTest, multisampledImagesAreCopiedToTheScreenButNotDrawn)
+{
+    const auto source = with(pass("s", "Source"), "Kvz_int_NumberMultisamples", 4);
+    const auto screen =
+        connected(pass("screen", "TextureToScreenRenderPass"), "Kvz_KvzTexture*_Texture", "s.Kvz_KvzTexture*_Frame");
+    EXPECT_CLEAN({source, screen});
+    EXPECT_CLEAN({source, with(screen, "Kvz_Bool_EnableSuperSampling", false)});
+    EXPECT_EQ(only({source, with(screen, "Kvz_Bool_EnableSuperSampling", true)}).toString(),
+        QStringLiteral("error: pass \"screen\", Kvz_KvzTexture*_Texture: expected one sample for each texel beside "
+                       "Kvz_Bool_EnableSuperSampling, found 4 samples from \"s.Kvz_KvzTexture*_Frame\"; set "
+                       "Kvz_int_NumberMultisamples of pass \"s\" to 1"));
+    const ChainFinding drawn = only({source, connected(screen, depth, "s.Kvz_KvzTexture*_Depth")});
+    EXPECT_EQ(drawn.code, Code::MultisampleMismatch);
+    EXPECT_EQ(drawn.port, QStringLiteral("Kvz_KvzTexture*_Texture"));
+    EXPECT_CLEAN({source, connected(screen, depth, "none")});
+    EXPECT_CLEAN({pass("s", "Source"), with(screen, "Kvz_Bool_EnableSuperSampling", true)});
 }
 
 TEST(ChainValidationTest, anImageThatIsDrawnIntoMustHaveNoOtherLaterReader)
@@ -437,6 +498,20 @@ TEST(ChainValidationTest, depthReachesTheScreenOnlyWhenAsked)
         connected(pass("screen", "TextureToScreenRenderPass"), "Kvz_KvzTexture*_Texture", "s.Kvz_KvzTexture*_Frame");
     EXPECT_CLEAN({pass("s", "Source"), screen});
     EXPECT_CLEAN({pass("s", "Source"), connected(screen, depth, "s.Kvz_KvzTexture*_Depth")});
+}
+
+TEST(ChainValidationTest, anEnabledPassPresents)
+{
+    const auto shown = [](const QVector<ChainPass> &passes) {
+        ChainDescription chain;
+        chain.passes = passes;
+        return presents(chain);
+    };
+    const auto screen = pass("screen", "TextureToScreenRenderPass");
+    EXPECT_TRUE(shown({pass("g", "GradientRenderPass"), screen}));
+    EXPECT_FALSE(shown({pass("g", "GradientRenderPass"), disabled(screen)}));
+    EXPECT_FALSE(shown({pass("g", "GradientRenderPass"), pass("x", "Nothing")}));
+    EXPECT_FALSE(shown({}));
 }
 
 TEST(ChainValidationTest, errorsComeFirst)

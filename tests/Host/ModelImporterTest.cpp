@@ -386,12 +386,55 @@ TEST(ModelImporterTest, unreadableTextureGivesOneWarningAndWhite)
     EXPECT_TRUE(scene.materials.value(0).mapKd.isNull());
 }
 
-TEST(ModelImporterTest, missingMaterialLibraryGivesOneWarning)
+TEST(ModelImporterTest, eachMissingMaterialLibraryGivesOneWarningAndGrey)
 {
     TemporaryFolder folder;
+    const auto warning = [](const QString &file, const QString &library, const QString &standIn) {
+        return QStringLiteral("%1: material library \"%2\" cannot be opened; %3 is used").arg(file, library, standIn);
+    };
+    const QString one = folder.write("a.obj", "mtllib gone.mtl\nusemtl one\n" + triangle);
+    const ImportedScene scene = import(one);
+    EXPECT_EQ(scene.warnings, QStringList(warning(one, "gone.mtl", "grey")));
+    const QVector3D kd = scene.materials.value(0).kd;
+    EXPECT_EQ(kd, QVector3D(kd.x(), kd.x(), kd.x()));
+    EXPECT_GT(kd.x(), 0.4f);
+    EXPECT_LT(kd.x(), 0.9f);
+
+    const QString own = folder.write("own.obj", "mtllib own.mtl\nusemtl one\n" + triangle);
+    EXPECT_EQ(import(own).warnings, QStringList(warning(own, "own.mtl", "grey")));
+
+    folder.write("there.mtl", "newmtl one\nKd 1 0 0\n");
+    const QString several = folder.write("several.obj",
+        "mtllib gone.mtl\nmtllib maps/gone#2.txt \nmtllib there.mtl\nmtllib several.mtl\nmtllib gone.mtl\nusemtl "
+        "one\n"
+            + triangle);
+    EXPECT_EQ(import(several).warnings,
+        (QStringList{warning(several, "gone.mtl", "grey"), warning(several, "maps/gone#2.txt", "grey"),
+            warning(several, "several.mtl", "grey")}));
+}
+
+TEST(ModelImporterTest, libraryOfTheModelsNameStandsInForAMissingOne)
+{
+    TemporaryFolder folder;
+    folder.write("a.mtl", "newmtl one\nKd 1 0 0\n");
     const QString file = folder.write("a.obj", "mtllib gone.mtl\nusemtl one\n" + triangle);
+    const ImportedScene scene = import(file);
     EXPECT_EQ(
-        import(file).warnings, QStringList{file + ": material library \"gone.mtl\" cannot be opened; grey is used"});
+        scene.warnings, QStringList(file + ": material library \"gone.mtl\" cannot be opened; \"a.mtl\" is used"));
+    EXPECT_EQ(scene.materials.value(0).kd, QVector3D(1, 0, 0));
+}
+
+TEST(ModelImporterTest, indicesOfObjFilesMayCountFromEitherEnd)
+{
+    TemporaryFolder folder;
+    const ImportedScene scene = import(folder.write("a.obj",
+        "v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nvt 1\t0\nvn 0 0 1\n"
+        "f 1/1/1 2/2/1\t3/3/1\n" // the third coordinate comes below
+        "vt 0.25 0.75\nf -3/-3/-1 -2/-2/-1 -1/-1/-1\n"));
+    EXPECT_EQ(scene.warnings, QStringList());
+    const MeshData mesh = scene.meshes.value(0);
+    EXPECT_EQ(mesh.indices.size(), 6);
+    EXPECT_TRUE(mesh.texCoords.contains(QVector2D(0.25f, 0.75f)));
 }
 
 TEST(ModelImporterTest, linesAndPointsAreLeftOut)
@@ -481,6 +524,14 @@ INSTANTIATE_TEST_SUITE_P(All, BadModelFileTest,
         BadFile{"objOfLines", "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nl 1 2\n", "no triangles"},
         BadFile{"objIndexPastTheEnd", "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 4\n", "index out of range"},
         BadFile{"objIndexBeforeTheStart", "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 -4\n", "index out of range"},
+        BadFile{"objTexCoordPastTheEnd", "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1 2/1 3/9\n",
+            "line 5: a face has texture coordinate 9, past the end of 1"},
+        BadFile{"objTexCoordBeforeTheStart", "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1 2/-1 3/-2\n",
+            "line 5: a face has texture coordinate -2, past the end of 1"},
+        BadFile{"objNormalPastTheEnd", "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nvn 0 0 1\nf 1//1 2//1 \\\n 3//2\n",
+            "line 6: a face has normal 2, past the end of 1"},
+        BadFile{"objNormalsMissing", "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1/1 2/1/2 3/1/3\n",
+            "line 5: a face has normal 3, past the end of 0"},
         BadFile{"objCutInItsVertices", "a.obj", cubeObj().left(60), "no triangles"},
         BadFile{"nanPosition", "a.obj", "v 0 0 nan\nv 1 0 0\nv 0 1 0\nf 1 2 3\n", "vertex 0 is not a finite"},
         BadFile{"infinitePosition", "a.obj", "v 0 0 0\nv inf 0 0\nv 0 1 0\nf 1 2 3\n", "vertex 1 is not a finite"},
@@ -491,13 +542,14 @@ INSTANTIATE_TEST_SUITE_P(All, BadModelFileTest,
         BadFile{"plyCutInItsHeader", "a.ply", plyHeader.left(60), "truncated"},
         BadFile{"plyCutInItsVertices", "a.ply", plyHeader + plyVertices.left(10), "triangles"},
         BadFile{"gltfIndexPastTheEnd", "a.gltf", gltfWithIndexPastTheEnd(), "index past the end"},
-        BadFile{"gltfCut", "a.gltf", gltfWithIndexPastTheEnd().left(400), "a.gltf"},
+        BadFile{"gltfCut", "a.gltf", gltfWithIndexPastTheEnd().left(400),
+            "damaged or truncated: no reader for .gltf files accepts it"},
         BadFile{"gltfMatrixNotFinite", "a.gltf",
             gltfBytes(squareGltf({QJsonObject{{"mesh", 0}, {"name", "far"}, {"scale", QJsonArray{1e39, 1, 1}}}}, {})),
             "node \"far\" has a matrix that is not finite"},
         BadFile{"glbCut", "a.glb", glbBytes(squareGltf({QJsonObject{{"mesh", 0}}}, {}), QImage()).chopped(40),
             "Unable to read"},
-        BadFile{"stlCut", "a.stl", binaryStl(3, 1), "a.stl"}),
+        BadFile{"stlCut", "a.stl", binaryStl(3, 1), ": Failed to determine STL storage representation"}),
     [](const auto &test) { return std::string(test.param.label); });
 
 TEST(ModelImporterTest, missingFileIsRefused)

@@ -78,6 +78,8 @@ TEST_F(PassRegistryTest, everyEntryIsDescribedAndFollowsTheGrammarOfPortNames)
         for (const InputInfo &input : info.inputs) {
             checkPort(input);
             EXPECT_FALSE(input.whenNull.isEmpty()) << qPrintable(input.name);
+            for (const QString &other : input.refusesSamplesWith)
+                EXPECT_GE(info.findInput(other), 0) << qPrintable(other);
         }
         for (const OutputInfo &output : info.outputs) {
             checkPort(output);
@@ -156,9 +158,21 @@ TEST(NearestNamesTest, misspeltNamesAreFoundNearestFirst)
 
 TEST(NearestNamesTest, theHintListsAFewKnownNamesWhenNoneIsNear)
 {
-    EXPECT_EQ(nearestNamesHint(QStringLiteral("zzzzzz"), {QStringLiteral("alpha"), QStringLiteral("beta")}),
-        QStringLiteral("known: \"alpha\", \"beta\""));
+    const QStringList few{QStringLiteral("alpha"), QStringLiteral("beta")};
+    EXPECT_EQ(nearestNamesAdvice(QStringLiteral("zzzzzz"), few), QStringLiteral("known: \"alpha\", \"beta\""));
+    EXPECT_EQ(nearestNamesAdvice(QStringLiteral("zzzzzz"), {}), QString());
+}
+
+TEST(NearestNamesTest, theHintBringsItsSeparatorOrIsEmpty)
+{
+    const QStringList many =
+        QStringLiteral("alpha beta gamma delta epsilon zeta theta lambda omega").split(QLatin1Char(' '));
+    EXPECT_EQ(nearestNamesHint(QStringLiteral("epsilom"), many), QStringLiteral("; did you mean \"epsilon\"?"));
+    EXPECT_EQ(nearestNamesHint(QStringLiteral("zzzzzz"), many.mid(0, 1)), QStringLiteral("; known: \"alpha\""));
+    EXPECT_EQ(nearestNamesHint(QStringLiteral("zzzzzz"), many), QString());
     EXPECT_EQ(nearestNamesHint(QStringLiteral("zzzzzz"), {}), QString());
+    EXPECT_EQ(nearestNamesHint(QStringLiteral("zzzzzz"), many, QStringLiteral("look")), QStringLiteral("; look"));
+    EXPECT_EQ(nearestNamesAdvice(QStringLiteral("zzzzzz"), {}, QStringLiteral("look")), QStringLiteral("look"));
 }
 
 } // namespace Velmora::Kvz

@@ -190,9 +190,122 @@ TEST_F(ReadyChainsTest, thePrimitivesChainShowsQuadsAndCubes)
     EXPECT_EQ(screen.pixel(back.x(), back.y()).x(), 0);
 }
 
+TEST_F(ReadyChainsTest, theForwardChainLaysAModelOverAGradient)
+{
+    load("forward");
+    GPUModelBuilder builder;
+    MaterialData opaque;
+    opaque.kd = {0.9f, 0.3f, 0.1f};
+    opaque.ks = {0, 0, 0};
+    MaterialData clear = opaque;
+    clear.d = 0.4f;
+    addSquare(&builder, QVector2D(-0.8f, 0), 0.6f, opaque);
+    addSquare(&builder, QVector2D(0.8f, 0), 0.6f, clear);
+    const QSharedPointer<GPUModel> model = builder.build();
+    ASSERT_TRUE(model);
+    chain.setModel(model.data());
+
+    const Image background = output("background", frame);
+    const Image over = output("over", frame);
+    const Image screen = readTexture(target.get());
+    ASSERT_EQ(over.width, width);
+    saveForViewing(screen, QStringLiteral("chain-forward"));
+
+    // The light comes from (1, 1, 1) in camera space on a normal of (0, 0, 1).
+    const QVector3D lit = float(1 / std::sqrt(3.0)) * QVector3D(0.9f, 0.3f, 0.1f);
+    const auto expectMixed = [&](const QVector3D &point, float opacity) {
+        const QPoint pixel = pixelOf(point);
+        const QVector4D behind = background.pixel(pixel.x(), pixel.y());
+        for (const Image *image : {&over, &screen}) {
+            const QVector4D found = image->pixel(pixel.x(), pixel.y());
+            for (int channel = 0; channel < 3; ++channel) {
+                EXPECT_NEAR(found[channel], opacity * lit[channel] + (1 - opacity) * behind[channel], 0.006)
+                    << point.x() << ' ' << channel;
+            }
+        }
+    };
+    expectMixed({-0.8f, 0, 0}, 1);
+    expectMixed({0.8f, 0, 0}, 0.4f);
+    expectMixed({0, 0, 0}, 0);
+    expectMixed({0, 1.2f, 0}, 0);
+}
+
+TEST_F(ReadyChainsTest, theWireframeChainOutlinesTheTrianglesOfTheShadedModel)
+{
+    load("wireframe-overlay");
+    GPUModelBuilder builder;
+    MaterialData material;
+    material.kd = {0.9f, 0.9f, 0.9f};
+    material.ks = {0, 0, 0};
+    addSquare(&builder, QVector2D(0, 0), 1, material);
+    const QSharedPointer<GPUModel> model = builder.build();
+    ASSERT_TRUE(model);
+    chain.setModel(model.data());
+
+    const Image over = output("over", frame);
+    const Image ids = output("geometry", "Kvz_KvzTexture*_Id");
+    const Image wires = output("wires", frame);
+    const Image screen = readTexture(target.get());
+    saveForViewing(screen, QStringLiteral("chain-wireframe-overlay"));
+
+    // The two triangles meet in the diagonal from the lower left to the upper right corner.
+    const QPoint below = pixelOf({0.5f, -0.5f, 0});
+    const QPoint above = pixelOf({-0.5f, 0.5f, 0});
+    EXPECT_EQ(int(*ids.at(below.x(), below.y())), 1);
+    EXPECT_EQ(int(*ids.at(above.x(), above.y())), 2);
+
+    // Within the triangles and beside the model the frame stays as it was; on their edges the wire colour darkens it.
+    for (const QPoint &plain : {below, above, QPoint(10, 10), QPoint(width - 10, height / 2)}) {
+        EXPECT_EQ(wires.pixel(plain.x(), plain.y()), QVector4D()) << plain.x() << ' ' << plain.y();
+        EXPECT_NEAR(screen.pixel(plain.x(), plain.y()).y(), over.pixel(plain.x(), plain.y()).y(), 0.003);
+    }
+    for (const QVector3D &edge :
+        {QVector3D(0, 0, 0), QVector3D(0.5f, 0.5f, 0), QVector3D(-1, 0.2f, 0), QVector3D(0.3f, 1, 0)}) {
+        const QPoint pixel = pixelOf(edge);
+        const float strength = wires.pixel(pixel.x(), pixel.y()).w();
+        EXPECT_GT(strength, 0.3f) << edge.x() << ' ' << edge.y();
+        const float green = 0x18 / 255.0f * strength + over.pixel(pixel.x(), pixel.y()).y() * (1 - strength);
+        EXPECT_NEAR(screen.pixel(pixel.x(), pixel.y()).y(), green, 0.006) << edge.x() << ' ' << edge.y();
+    }
+}
+
+TEST_F(ReadyChainsTest, theToonChainFlattensTonesAndInksEdges)
+{
+    load("toon");
+    GPUModelBuilder builder;
+    MaterialData material;
+    material.kd = {0.9f, 0.45f, 0.9f};
+    material.ks = {0, 0, 0};
+    addSquare(&builder, QVector2D(0, 0), 1, material);
+    const QSharedPointer<GPUModel> model = builder.build();
+    ASSERT_TRUE(model);
+    chain.setModel(model.data());
+
+    const Image background = output("background", frame);
+    const Image toon = output("toon", frame);
+    saveForViewing(toon, QStringLiteral("chain-toon"));
+    // The luminance under the light of (1, 1, 1) is 0.33: of four tones, 0.5.
+    const QVector3D weights(0.2126f, 0.7152f, 0.0722f);
+    const QVector3D kd(0.9f, 0.45f, 0.9f);
+    const QVector3D flat = kd * (0.5f / QVector3D::dotProduct(kd, weights));
+    const QPoint middle = pixelOf({0.1f, 0, 0});
+    for (int channel = 0; channel < 3; ++channel)
+        EXPECT_NEAR(toon.pixel(middle.x(), middle.y())[channel], flat[channel], 0.005) << channel;
+    for (const QPoint &edge : {pixelOf({-1, 0, 0}), pixelOf({1, 0.3f, 0}), pixelOf({0, 1, 0})}) {
+        EXPECT_NEAR(toon.pixel(edge.x(), edge.y()).x(), 0x20 / 255.0, 0.003) << edge.x() << ' ' << edge.y();
+        EXPECT_NEAR(toon.pixel(edge.x(), edge.y()).z(), 0x10 / 255.0, 0.003) << edge.x() << ' ' << edge.y();
+    }
+    EXPECT_NEAR(toon.pixel(5, height / 2).x(), background.pixel(5, height / 2).x(), 0.003);
+
+    // Its uniforms are inputs.
+    ASSERT_TRUE(chain.setValue("toon", "u_Tones", 1)) << qPrintable(chain.errorString());
+    const Image bright = output("toon", frame);
+    EXPECT_GT(bright.pixel(middle.x(), middle.y()).y(), 1.5f * flat.y());
+}
+
 TEST_F(ReadyChainsTest, everyImageOfAChainCanBeCaptured)
 {
-    for (const char *name : {"deferred", "primitives"}) {
+    for (const char *name : {"deferred", "forward", "primitives", "toon", "wireframe-overlay"}) {
         camera = QMatrix4x4();
         projection = QMatrix4x4();
         load(name);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "FakePasses.h"
+#include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
 
 #include <GL/FramebufferObject.h>
@@ -111,6 +112,15 @@ protected:
     FakePass::Listener listener()
     {
         return [this](const QString &call, FakePass &) { calls.append(call); };
+    }
+
+    /// The warnings in the log, without the places in the code in front.
+    QStringList takeWarnings()
+    {
+        QStringList texts;
+        for (const QString &line : log.takeWarnings())
+            texts.append(line.section(text("] "), 1));
+        return texts;
     }
 
     PassRegistry registry;
@@ -265,6 +275,104 @@ TEST_F(RenderChainTest, aBadViewportIsRefused)
     EXPECT_EQ(calls, QStringList());
 }
 
+TEST_F(RenderChainTest, aBadViewportOfAPassIsRefused)
+{
+    registry.add(fakeClass("A", {fakeInput("Kvz_QRect_Viewport", ValueType::Rect)}, {}, {}, listener()));
+    setChain({described("a", "A"), described("b", "A")});
+    const int limit = glInteger(GL_MAX_TEXTURE_SIZE);
+    EXPECT_TRUE(chain->setValue(text("b"), text("Kvz_QRect_Viewport"), QRect(0, 0, limit, 1)));
+    render();
+    EXPECT_TRUE(chain->setValue(text("b"), text("Kvz_QRect_Viewport"), QRect(0, 0, limit + 1, 3)));
+    calls.clear();
+    EXPECT_FALSE(chain->renderFrame());
+    EXPECT_EQ(chain->errorString(),
+        text("pass \"b\": viewport of %1 by 3 pixels: each side must be from 1 to %2").arg(limit + 1).arg(limit));
+    EXPECT_EQ(calls, QStringList()) << "nothing is rendered";
+    EXPECT_TRUE(chain->setEnabled(text("b"), false)); // It draws nothing then.
+    render();
+
+    for (const QRect &bad : {QRect(0, 0, 0, 4), QRect(0, 0, 4, -1), QRect(0, 0, 0, 0)})
+        EXPECT_FALSE(chain->setValue(text("a"), text("Kvz_QRect_Viewport"), bad));
+    EXPECT_EQ(chain->errorString(),
+        text("pass \"a\", Kvz_QRect_Viewport: expected a width and height of 1 or more, found [0,0,0,0]"));
+    EXPECT_FALSE(chain->description().passes[0].values.contains(text("Kvz_QRect_Viewport")));
+    EXPECT_TRUE(chain->connect(text("a"), text("Kvz_QRect_Viewport"), ChainSource::frameValue(text("mine"))) == false)
+        << "there is no such value yet";
+    chain->setFrameValue(text("mine"), QRect(0, 0, 4, -1));
+    EXPECT_TRUE(chain->connect(text("a"), text("Kvz_QRect_Viewport"), ChainSource::frameValue(text("mine"))));
+    EXPECT_FALSE(chain->renderFrame());
+    EXPECT_EQ(chain->errorString(),
+        text("pass \"a\": viewport of 4 by -1 pixels: each side must be from 1 to %1").arg(limit));
+}
+
+TEST_F(RenderChainTest, unknownNamesAreSaidWithTheNearest)
+{
+    QVector<InputInfo> many;
+    for (int i = 0; i < 9; ++i)
+        many.append(fakeInput(qPrintable(text("input%1").arg(i)), ValueType::Float));
+    registry.add(fakeClass("Many", many, {}));
+    setChain({described("many", "Many")});
+    EXPECT_FALSE(chain->setValue(text("mny"), text("input1"), 1));
+    EXPECT_EQ(chain->errorString(), text("no pass named \"mny\"; did you mean \"many\"?"));
+    EXPECT_FALSE(chain->setEnabled(text("zzzzzz"), true));
+    EXPECT_EQ(chain->errorString(), text("no pass named \"zzzzzz\"; known: \"many\""));
+    EXPECT_FALSE(chain->setValue(text("many"), text("zzzzzz"), 1));
+    EXPECT_EQ(chain->errorString(), text("pass \"many\" has no input \"zzzzzz\""));
+}
+
+TEST_F(RenderChainTest, samplesAreCheckedAgainWhenWhatReadsThemChanges)
+{
+    InputInfo samples = fakeInput("Kvz_int_NumberMultisamples", ValueType::Int, 4);
+    OutputInfo sampled = fakeImageOutput(frame, TextureKind::Colour);
+    sampled.samplesInput = samples.name;
+    registry.add(fakeClass("Source", {samples}, {sampled}));
+    InputInfo image = fakeImageInput(frame, TextureKind::Colour);
+    image.multisampling = Multisampling::Resolved;
+    image.refusesSamplesWith = QStringList(text("smooth"));
+    registry.add(fakeClass("A", {image, fakeInput("smooth", ValueType::Bool, false)}, {}));
+    setChain({described("s", "Source"), described("a", "A")});
+    render();
+    EXPECT_TRUE(chain->setValue(text("a"), text("smooth"), false));
+    render();
+    EXPECT_TRUE(chain->setValue(text("a"), text("smooth"), true));
+    EXPECT_FALSE(chain->renderFrame());
+    EXPECT_EQ(chain->errorString(),
+        text("error: pass \"a\", Kvz_KvzTexture*_Frame: expected one sample for each texel beside smooth, found 4 "
+             "samples from \"s.Kvz_KvzTexture*_Frame\"; set Kvz_int_NumberMultisamples of pass \"s\" to 1"));
+}
+
+TEST_F(RenderChainTest, aFailureOfAPassIsSaidOnceAndCleared)
+{
+    QVector<unsigned int> codes;
+    registry.add(fakeClass("A", {}, {}, [&](FakePass &pass) {
+        codes.append(pass.errorCode());
+        pass.setErrorCode(unsigned(-1));
+    }));
+    setChain({described("a", "A"), described("b", "A")});
+    render(3);
+    EXPECT_EQ(codes, QVector<unsigned int>(6, 0));
+    EXPECT_EQ(takeWarnings(),
+        (QStringList{
+            text("pass \"a\" failed: error code 0xffffffff"), text("pass \"b\" failed: error code 0xffffffff")}));
+}
+
+TEST_F(RenderChainTest, aPassThatFailsForWantOfMemoryIsSaidTo)
+{
+    GLCallRecorder<&epoxy_glGetError> errors;
+    registry.add(fakeClass("A", {}, {}, [&](FakePass &pass) {
+        bool told = false;
+        errors.replacement = [told]() mutable -> GLenum {
+            const GLenum error = told ? GL_NO_ERROR : GL_OUT_OF_MEMORY;
+            told = true;
+            return error;
+        };
+        pass.setErrorCode(1);
+    }));
+    setChain({described("a", "A")});
+    render(2);
+    EXPECT_EQ(takeWarnings(), QStringList(text("pass \"a\" failed: out of graphics memory")));
+}
+
 TEST_F(RenderChainTest, aChainWithErrorsIsNotRenderedUntilItIsMended)
 {
     InputInfo required = fakeImageInput(frame, TextureKind::Colour);
@@ -401,6 +509,8 @@ TEST_F(RenderChainTest, theModelAdvancesOnceAFrameAndItsBoundsFollow)
 
 TEST_F(RenderChainTest, everyPassFindsTheBaseline)
 {
+    GLuint unpackBuffer = 0;
+    glGenBuffers(1, &unpackBuffer);
     QVector<QStringList> found;
     const auto check = [&](FakePass &) {
         QStringList wrong;
@@ -422,12 +532,16 @@ TEST_F(RenderChainTest, everyPassFindsTheBaseline)
         expect((glInteger(GL_STENCIL_BACK_WRITEMASK) & 0xff) == 0xff, "back stencil mask");
         expect(glInteger(GL_DEPTH_FUNC) == GL_LESS, "depth function");
         expect(glInteger(GL_BLEND_EQUATION_RGB) == GL_FUNC_ADD, "blend equation");
+        expect(glInteger(GL_BLEND_EQUATION_ALPHA) == GL_FUNC_ADD, "alpha blend equation");
         expect(glInteger(GL_BLEND_SRC_RGB) == GL_ONE && glInteger(GL_BLEND_DST_ALPHA) == GL_ZERO, "blend function");
         expect(glInteger(GL_CULL_FACE_MODE) == GL_BACK && glInteger(GL_FRONT_FACE) == GL_CCW, "faces");
         expect(glInteger(GL_POLYGON_MODE) == GL_FILL, "polygon mode");
         GLfloat clear[4];
         glGetFloatv(GL_COLOR_CLEAR_VALUE, clear);
         expect(clear[0] == 0 && clear[3] == 0, "clear color");
+        GLfloat clearDepth = 0;
+        glGetFloatv(GL_DEPTH_CLEAR_VALUE, &clearDepth);
+        expect(clearDepth == 1, "clear depth");
         expect(glInteger(GL_STENCIL_CLEAR_VALUE) == 0, "clear stencil");
         expect(glInteger(GL_UNPACK_ALIGNMENT) == 4 && glInteger(GL_PIXEL_UNPACK_BUFFER_BINDING) == 0, "unpack");
         found.append(wrong);
@@ -440,14 +554,16 @@ TEST_F(RenderChainTest, everyPassFindsTheBaseline)
         glDepthMask(0);
         glStencilMask(0);
         glDepthFunc(GL_ALWAYS);
-        glBlendEquation(GL_MAX);
+        glBlendEquationSeparate(GL_MAX, GL_MIN);
         glBlendFunc(GL_DST_COLOR, GL_SRC_COLOR);
         glCullFace(GL_FRONT);
         glFrontFace(GL_CW);
         glPolygonMode(GL_FRONT_AND_BACK, GL_LINE);
         glClearColor(1, 1, 1, 1);
+        glClearDepth(0.25);
         glClearStencil(7);
         glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, unpackBuffer);
     };
     registry.add(fakeClass("A", {}, {}, check));
     setChain({described("a", "A"), described("b", "A")});
@@ -459,6 +575,35 @@ TEST_F(RenderChainTest, everyPassFindsTheBaseline)
     // What the last pass left behind is not what the host finds.
     EXPECT_FALSE(glIsEnabled(GL_BLEND));
     EXPECT_EQ(glInteger(GL_POLYGON_MODE), GL_FILL);
+    EXPECT_EQ(glInteger(GL_BLEND_EQUATION_ALPHA), GL_FUNC_ADD);
+    EXPECT_EQ(glInteger(GL_PIXEL_UNPACK_BUFFER_BINDING), 0);
+    glDeleteBuffers(1, &unpackBuffer);
+}
+
+TEST_F(RenderChainTest, aDebugGroupOfThePassesNameStandsAroundEachStart)
+{
+    if (epoxy_gl_version() < 43 && !epoxy_has_gl_extension("GL_KHR_debug"))
+        GTEST_SKIP() << "this driver has no debug groups";
+    QStringList order;
+    GLCallRecorder<&epoxy_glPushDebugGroup> push;
+    push.onCall = [&](GLenum source, GLuint, GLsizei length, const GLchar *label) {
+        EXPECT_EQ(source, GLenum(GL_DEBUG_SOURCE_APPLICATION));
+        order.append(text("push ") + QString::fromUtf8(label, length));
+    };
+    GLCallRecorder<&epoxy_glPopDebugGroup> pop;
+    pop.onCall = [&] { order.append(text("pop")); };
+    registry.add(fakeClass("A", {}, {}, {}, [&](const QString &call, FakePass &) {
+        if (call == text("start") || call == text("skip"))
+            order.append(call);
+    }));
+    setChain({described("first", "A"), described("zweite Stufe \u00fc", "A")});
+    render();
+    EXPECT_TRUE(chain->setEnabled(text("first"), false));
+    render();
+    const QString second = text("push zweite Stufe \u00fc");
+    EXPECT_EQ(order,
+        (QStringList{text("push first"), text("start"), text("pop"), second, text("start"), text("pop"),
+            text("push first"), text("skip"), text("pop"), second, text("start"), text("pop")}));
 }
 
 TEST_F(RenderChainTest, aPassStartsWithTheSizeOfItsOwnViewportAndTheClearColorOfTheHost)
@@ -776,6 +921,36 @@ TEST_F(RenderChainTest, aPassThatBuildsForEachValueIsKeptForTheLastFewOfAGrid)
     }
     EXPECT_EQ(runs.last().first, recent);
     EXPECT_EQ(calls.count(text("construct")), 0);
+}
+
+TEST_F(RenderChainTest, oneObjectServesAGridValueThatIsNoNumber)
+{
+    float produced = NAN;
+    QVector<QPair<const FakePass *, float>> runs;
+    InputInfo radius = fakeInput("Kvz_float_BlurRadius", ValueType::Float, 2.0f);
+    radius.gridStep = 0.5;
+    registry.add(fakeClass("Source", {}, {fakeOutput("Kvz_float_BlurRadius", ValueType::Float)},
+        [&](FakePass &pass) { pass.setOutput("Kvz_float_BlurRadius", produced); }));
+    registry.add(fakeClass(
+        "Blur", {radius}, {},
+        [&](FakePass &pass) {
+            runs.append({&pass, pass.input("Kvz_float_BlurRadius").toFloat()});
+        },
+        listener()));
+    setChain({described("s", "Source"), described("b", "Blur")});
+    render(10);
+    ASSERT_EQ(runs.size(), 10);
+    EXPECT_TRUE(std::isnan(runs.last().second));
+    EXPECT_EQ(calls.count(text("construct")), 1);
+    const FakePass *first = runs.last().first;
+    produced = INFINITY;
+    render(10);
+    EXPECT_EQ(runs.last().second, INFINITY);
+    EXPECT_EQ(calls.count(text("construct")), 2);
+    produced = NAN;
+    render();
+    EXPECT_EQ(runs.last().first, first);
+    EXPECT_EQ(calls.count(text("construct")), 2);
 }
 
 // --- times ---------------------------------------------------------------------------------------------------------

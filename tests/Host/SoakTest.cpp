@@ -10,9 +10,12 @@
 #include <Scene/GPUModelBuilder.h>
 
 #include <QtCore/QFile>
+#include <QtCore/QSet>
 
 #include <epoxy/gl.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 namespace Velmora::Kvz {
 
@@ -47,6 +50,12 @@ struct Totals
     qint64 resident;
 };
 
+Totals totals()
+{
+    const TextureManager::PoolStatistics pool = TextureManager::Instance()->poolStatistics();
+    return {pool.bytes, pool.references, glObjectCounts(), residentBytes()};
+}
+
 } // namespace
 
 using SoakTest = GLTest;
@@ -79,10 +88,6 @@ TEST_F(SoakTest, tenThousandFramesWithResizesAndAToggledPassEndWhereTheyBegan)
     chain.setCamera(camera, projection);
     ASSERT_TRUE(chain.addExport(QStringLiteral("soak"), {toggled, QStringLiteral("Kvz_KvzTexture*_Frame")}));
 
-    const auto totals = [] {
-        const TextureManager::PoolStatistics pool = TextureManager::Instance()->poolStatistics();
-        return Totals{pool.bytes, pool.references, glObjectCounts(), residentBytes()};
-    };
     Totals before{};
     for (int frame = 0; frame <= frames; ++frame) {
         chain.setViewport(viewports[frame / 50 % 4]);
@@ -106,6 +111,74 @@ TEST_F(SoakTest, tenThousandFramesWithResizesAndAToggledPassEndWhereTheyBegan)
     EXPECT_EQ(after.objects.vertexArrays, before.objects.vertexArrays);
     // The allocator keeps what it freed, and the driver caches; a leak of one small texture a frame would be 100 times this.
     EXPECT_LT(after.resident - before.resident, 8 << 20);
+}
+
+// The blurs build programs at each new radius and keep them; the chain must not.
+TEST_F(SoakTest, twoThousandFramesOfDraggedBlurRadiiGrowNothing)
+{
+    constexpr int frames = 2000;
+    constexpr int drag = 500; // Frames for the way up and back.
+    constexpr float largestRadius = 6;
+    constexpr int keptRadii = 4;
+    const QStringList blurs = {QStringLiteral("gaussian"), QStringLiteral("glow"), QStringLiteral("masked")};
+
+    ChainDescription description;
+    QString error;
+    ASSERT_TRUE(ChainDescription::fromJson(R"({"passes": [
+        {"name": "back", "class": "GradientRenderPass"},
+        {"name": "gaussian", "class": "GaussianBlurRenderPass",
+            "connections": {"Kvz_KvzTexture*_Input": "back.Kvz_KvzTexture*_Frame"}},
+        {"name": "glow", "class": "BlurAndCombineRenderPass",
+            "values": {"Kvz_float_GlowThreshold": 0.3, "Kvz_float_GlowAmount": 1},
+            "connections": {
+                "Kvz_KvzTexture*_NormalFrame": "back.Kvz_KvzTexture*_Frame",
+                "Kvz_KvzTexture*_BlurFrame": "gaussian.Kvz_KvzTexture*_Output"}},
+        {"name": "masked", "class": "StencilBlurAndBlendRenderPass",
+            "connections": {
+                "Kvz_KvzTexture*_NormalFrame": "glow.Kvz_KvzTexture*_Output",
+                "Kvz_KvzTexture*_BlurFrame": "back.Kvz_KvzTexture*_Frame"}}]})",
+        &description, &error))
+        << qPrintable(error);
+    RenderChain chain;
+    ASSERT_TRUE(chain.setDescription(description)) << qPrintable(chain.errorString());
+    chain.setViewport(QRect(0, 0, 24, 16));
+
+    const Totals before = totals();
+    Totals largest{}; // Of the first drag.
+    QSet<int> radii; // In quarters.
+    for (int frame = 0; frame < frames; ++frame) {
+        const float share = float(frame % drag) / (drag / 2);
+        const float radius = largestRadius * (share < 1 ? share : 2 - share);
+        radii.insert(qRound(radius * 4));
+        for (const QString &blur : blurs)
+            ASSERT_TRUE(chain.setValue(blur, QStringLiteral("Kvz_float_BlurRadius"), radius));
+        ASSERT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
+
+        const Totals now = totals();
+        if (frame < drag) {
+            largest.poolBytes = std::max(largest.poolBytes, now.poolBytes);
+            largest.objects.textures = std::max(largest.objects.textures, now.objects.textures);
+            largest.objects.programs = std::max(largest.objects.programs, now.objects.programs);
+            largest.objects.framebuffers = std::max(largest.objects.framebuffers, now.objects.framebuffers);
+            largest.objects.buffers = std::max(largest.objects.buffers, now.objects.buffers);
+            largest.objects.vertexArrays = std::max(largest.objects.vertexArrays, now.objects.vertexArrays);
+        }
+        ASSERT_LE(now.poolBytes, largest.poolBytes) << frame;
+        ASSERT_EQ(now.poolReferences, before.poolReferences) << frame;
+        ASSERT_LE(now.objects.textures, largest.objects.textures) << frame;
+        ASSERT_LE(now.objects.programs, largest.objects.programs) << frame;
+        ASSERT_LE(now.objects.framebuffers, largest.objects.framebuffers) << frame;
+        ASSERT_LE(now.objects.buffers, largest.objects.buffers) << frame;
+        ASSERT_LE(now.objects.vertexArrays, largest.objects.vertexArrays) << frame;
+        ASSERT_LE(chain.passObjectCount(), 1 + keptRadii * blurs.size()) << frame;
+    }
+    EXPECT_EQ(radii.size(), int(largestRadius * 4) + 1);
+    // The gradient's program; of each kept radius one of the first blur, three of the second, two of the third.
+    EXPECT_GT(largest.objects.programs, before.objects.programs);
+    EXPECT_LE(largest.objects.programs - before.objects.programs, 1 + keptRadii * (1 + 3 + 2));
+    chain.releaseContext();
+    EXPECT_EQ(totals().objects.programs, before.objects.programs);
+    EXPECT_EQ(totals().objects.framebuffers, before.objects.framebuffers);
 }
 
 } // namespace Velmora::Kvz

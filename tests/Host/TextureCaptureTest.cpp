@@ -2,6 +2,7 @@
 #include "support/GLTest.h"
 
 #include <GL/AutoBinder.h>
+#include <GL/FramebufferObject.h>
 #include <GL/TextureManager.h>
 #include <Host/TextureCapture.h>
 
@@ -103,6 +104,35 @@ TEST_F(TextureCaptureTest, multisampledColoursAreResolved)
     const QImage captured = captureTexture(texture.get(), TextureDisplay::Colour);
     EXPECT_EQ(captured.pixelColor(1, 0), QColor(0, 128, 255));
     EXPECT_EQ(TextureManager::Instance()->poolStatistics().references, references);
+}
+
+TEST_F(TextureCaptureTest, multisampledDepthIsResolved)
+{
+    for (const GLenum format : {GL_DEPTH_COMPONENT32F, GL_DEPTH24_STENCIL8, GL_DEPTH_COMPONENT24}) {
+        Texture texture(GL_TEXTURE_2D_MULTISAMPLE, int(format), 2, 1, 0, nullptr);
+        {
+            AutoBinder binder(&texture);
+            glTexImage2DMultisample(GL_TEXTURE_2D_MULTISAMPLE, 4, format, 2, 1, GL_TRUE);
+        }
+        {
+            FramebufferObject framebuffer;
+            AutoBinder binder(&framebuffer);
+            framebuffer.attach(&texture, GL_DEPTH_ATTACHMENT, 0);
+            framebuffer.setDrawBuffers();
+            glClearDepth(0.25);
+            glClear(GL_DEPTH_BUFFER_BIT);
+            glEnable(GL_SCISSOR_TEST);
+            glScissor(1, 0, 1, 1);
+            glClearDepth(0.75);
+            glClear(GL_DEPTH_BUFFER_BIT);
+            glDisable(GL_SCISSOR_TEST);
+            framebuffer.detach(GL_DEPTH_ATTACHMENT);
+        }
+        const QImage image = captureTexture(&texture, TextureDisplay::Depth);
+        ASSERT_EQ(image.size(), QSize(2, 1)) << format;
+        EXPECT_EQ(image.pixelColor(0, 0), QColor(255, 255, 255)) << "the nearest";
+        EXPECT_EQ(image.pixelColor(1, 0), QColor(51, 51, 51)) << "the farthest";
+    }
 }
 
 TEST_F(TextureCaptureTest, whatIsNoPictureGivesNone)

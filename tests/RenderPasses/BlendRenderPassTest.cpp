@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "support/BlendReference.h"
 #include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
 #include "support/PooledTextures.h"
@@ -77,117 +78,6 @@ QVector4D BlendRenderPassTest::blended(int mode, const QVector4D &source, const 
     return color;
 }
 
-using Color = std::array<double, 4>;
-
-double referenceChannel(int mode, double S, double Sa, double D, double Da)
-{
-    const double m = D / Da;
-    const double outside = S * (1 - Da) + D * (1 - Sa);
-    switch (mode) {
-    case BlendRenderPass::Src:
-        return S;
-    case BlendRenderPass::Dst:
-        return D;
-    case BlendRenderPass::SrcOver:
-        return S + D * (1 - Sa);
-    case BlendRenderPass::DstOver:
-        return D + S * (1 - Da);
-    case BlendRenderPass::SrcIn:
-        return S * Da;
-    case BlendRenderPass::DstIn:
-        return D * Sa;
-    case BlendRenderPass::SrcOut:
-        return S * (1 - Da);
-    case BlendRenderPass::DstOut:
-        return D * (1 - Sa);
-    case BlendRenderPass::SrcAtop:
-        return S * Da + D * (1 - Sa);
-    case BlendRenderPass::DstAtop:
-        return D * Sa + S * (1 - Da);
-    case BlendRenderPass::Xor:
-        return outside;
-    case BlendRenderPass::Add:
-        return S + D;
-    case BlendRenderPass::Multiply:
-        return S * D + outside;
-    case BlendRenderPass::Screen:
-        return S + D - S * D;
-    case BlendRenderPass::Overlay:
-        return 2 * D <= 1 ? 2 * S * D + outside : S * (1 + Da) + D * (1 + Sa) - 2 * S * D - Da * Sa;
-    case BlendRenderPass::Darken:
-        return std::min(S * Da, D * Sa) + outside;
-    case BlendRenderPass::Lighten:
-        return std::max(S * Da, D * Sa) + outside;
-    case BlendRenderPass::ColorDodge:
-        if (S == Sa && D == 0)
-            return S * (1 - Da);
-        if (S == Sa)
-            return Sa * Da + outside;
-        return Sa * Da * std::min(1.0, m * Sa / (Sa - S)) + outside;
-    case BlendRenderPass::ColorBurn:
-        if (S == 0 && D == Da)
-            return Sa * Da + D * (1 - Sa);
-        if (S == 0)
-            return D * (1 - Sa);
-        return Sa * Da * (1 - std::min(1.0, (1 - m) * Sa / S)) + outside;
-    case BlendRenderPass::HardLight:
-        return 2 * S <= Sa ? 2 * S * D + outside : S * (1 + Da) + D * (1 + Sa) - Sa * Da - 2 * S * D;
-    case BlendRenderPass::SoftLight:
-        if (2 * S <= Sa)
-            return D * (Sa + (2 * S - Sa) * (1 - m)) + outside;
-        if (4 * D <= Da)
-            return Da * (2 * S - Sa) * (16 * m * m * m - 12 * m * m - 3 * m) + S - S * Da + D;
-        return Da * (2 * S - Sa) * (std::sqrt(m) - m) + S - S * Da + D;
-    case BlendRenderPass::Exclusion:
-        return S * Da + D * Sa - 2 * S * D + outside;
-    case BlendRenderPass::Difference:
-        return S + D - 2 * std::min(S * Da, D * Sa);
-    case BlendRenderPass::InvertAndAdd:
-        return outside + (0.5 - 0.5 * (D - S)) * Sa * Da;
-    case BlendRenderPass::MultiplyKeepAlpha:
-        return S * D;
-    default:
-        return 0;
-    }
-}
-
-double referenceAlpha(int mode, double Sa, double Da)
-{
-    switch (mode) {
-    case BlendRenderPass::Clear:
-        return 0;
-    case BlendRenderPass::Src:
-    case BlendRenderPass::DstAtop:
-        return Sa;
-    case BlendRenderPass::Dst:
-    case BlendRenderPass::SrcAtop:
-        return Da;
-    case BlendRenderPass::SrcIn:
-    case BlendRenderPass::DstIn:
-    case BlendRenderPass::MultiplyKeepAlpha:
-        return Sa * Da;
-    case BlendRenderPass::SrcOut:
-        return Sa * (1 - Da);
-    case BlendRenderPass::DstOut:
-        return Da * (1 - Sa);
-    case BlendRenderPass::Xor:
-        return Sa + Da - 2 * Sa * Da;
-    case BlendRenderPass::Add:
-        return Sa + Da;
-    default:
-        return Sa + Da - Sa * Da;
-    }
-}
-
-Color reference(int mode, const QVector4D &source, const QVector4D &destination)
-{
-    Color color;
-    for (int i = 0; i < 3; ++i)
-        color[size_t(i)] = referenceChannel(mode, source[i], source[3], destination[i], destination[3]);
-    color[3] = referenceAlpha(mode, source[3], destination[3]);
-    return color;
-}
-
 /// How far the result may lie from the exact value. It is stored as a half float, rounded or cut off after 11 significant
 /// bits, or at 2^-24 below the smallest normal number. The formulas run in floats: where a quotient is scaled by up to 64,
 /// as `(1 - Dca / Da) * Sa / Sca` with these inputs, its rounding of 2^-24 grows to 2^-18.
@@ -203,7 +93,7 @@ std::string mismatch(int mode, const Image &result, const Image &source, const I
         const QVector4D s = source.pixel(i % result.width, i / result.width);
         const QVector4D d = destination.pixel(i % result.width, i / result.width);
         const QVector4D actual = result.pixel(i % result.width, i / result.width);
-        const Color expected = reference(mode, s, d);
+        const std::array<double, 4> expected = blendReference(mode, s, d);
         for (int k = 0; k < 4; ++k) {
             const double exact = expected[size_t(k)];
             if (!(std::abs(double(actual[k]) - exact) <= tolerance(exact))) {
@@ -328,7 +218,7 @@ TEST_F(BlendRenderPassTest, doesNotClampBrightColours)
              BlendRenderPass::Overlay, BlendRenderPass::Lighten, BlendRenderPass::HardLight, BlendRenderPass::Exclusion,
              BlendRenderPass::Difference, BlendRenderPass::InvertAndAdd, BlendRenderPass::MultiplyKeepAlpha}) {
         const QVector4D actual = blended(mode, source, destination);
-        const Color expected = reference(mode, source, destination);
+        const std::array<double, 4> expected = blendReference(mode, source, destination);
         for (int k = 0; k < 4; ++k)
             EXPECT_NEAR(actual[k], expected[size_t(k)], tolerance(expected[size_t(k)])) << "mode " << mode;
     }
@@ -390,7 +280,7 @@ TEST_F(BlendRenderPassTest, takesTheBranchThatEachComparisonNames)
         const QVector4D actual = blended(c.mode, vector(c.S, c.Sa), vector(c.D, c.Da));
         EXPECT_NEAR(actual.x(), c.expected, tolerance(c.expected)) << c.name;
         EXPECT_NEAR(actual.w(), c.Sa + c.Da - c.Sa * c.Da, tolerance(1)) << c.name;
-        EXPECT_NEAR(referenceChannel(c.mode, c.S, c.Sa, c.D, c.Da), c.expected, 1e-12) << c.name;
+        EXPECT_NEAR(blendReferenceChannel(c.mode, c.S, c.Sa, c.D, c.Da), c.expected, 1e-12) << c.name;
     }
 }
 

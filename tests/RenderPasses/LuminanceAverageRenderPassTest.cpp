@@ -329,6 +329,25 @@ TEST_F(LuminanceAverageRenderPassTest, hasNoSquareBelowAWidthOfEight)
     EXPECT_NEAR(average(), luminanceOf(trueAverage(gradient(64, 64))), 2e-5f) << "it recovers";
 }
 
+TEST_F(LuminanceAverageRenderPassTest, beginsWithAFrameTooSmallForASquare)
+{
+    const auto texture = makeTexture(gradient(64, 64), GL_RGBA32F);
+    for (const QVariant &viewport : {QVariant(), QVariant(QRect(0, 0, 7, 7)), QVariant(QRect(0, 0, 4, 4))}) {
+        LuminanceAverageRenderPass fresh;
+        fresh.setInput(Luminance::Viewport, viewport);
+        fresh.setInput(Luminance::SourceTexture, QVariant::fromValue(texture.get()));
+        const GLObjectCounts before = glObjectCounts();
+        fresh.start(nullptr);
+        EXPECT_EQ(glObjectCounts().textures, before.textures + 2) << "a square of side 0, and the average";
+        EXPECT_TRUE(fresh.output(Luminance::AverageLuminance).isValid()) << "though undefined";
+        takeGLErrors();
+        fresh.setInput(Luminance::Viewport, QRect(0, 0, 64, 64));
+        fresh.start(nullptr);
+        EXPECT_NEAR(
+            fresh.output(Luminance::AverageLuminance).toFloat(), luminanceOf(trueAverage(gradient(64, 64))), 2e-5f);
+    }
+}
+
 TEST_F(LuminanceAverageRenderPassTest, countsNoReferences)
 {
     Texture *const input = pool.take(TextureFormat::HighDynamicRange, gradient(16, 16), 3);

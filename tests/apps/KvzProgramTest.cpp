@@ -8,6 +8,7 @@
 
 #include <QtCore/QJsonDocument>
 #include <QtCore/QProcess>
+#include <QtCore/QRect>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QSet>
 #include <QtGui/QImage>
@@ -80,6 +81,16 @@ void expectRefused(
     EXPECT_TRUE(result.errors[0].contains(part)) << command << "\n" << result.errors[0].toStdString();
 }
 
+/// Expects the program to refuse these arguments with this line alone, behind "kvz: ".
+void expectLine(const QStringList &arguments, int status, const QString &line, const Kvz &program = Kvz())
+{
+    const Result result = program.run(arguments);
+    const std::string command = arguments.join(' ').toStdString();
+    EXPECT_EQ(result.status, status) << command;
+    EXPECT_EQ(result.output, QString()) << command;
+    EXPECT_EQ(result.errors, QStringList("kvz: " + line)) << command;
+}
+
 /// A folder with a picture that must stay as it is.
 class PictureFolder : public TemporaryFolder
 {
@@ -91,28 +102,33 @@ public:
     QString picture() const { return path("out.png"); }
 };
 
-/// Expects `kvz render` to refuse a model file of this name and content, and to leave the picture that is there.
-void expectModelRefused(const QString &name, const QByteArray &content, const QString &part)
+/// Expects `kvz render` to refuse a model file of this name and content with this reason, and to leave the picture that is
+/// there.
+void expectModelRefused(const QString &name, const QByteArray &content, const QString &reason)
 {
     PictureFolder folder;
     const QString model = folder.write(name, content);
-    expectRefused({"render", model, "-o", folder.picture()}, 1, model + ": ", part);
+    expectLine(
+        {"render", model, "--capture", folder.path("captures"), "-o", folder.picture()}, 1, model + ": " + reason);
     EXPECT_EQ(folder.entries().size(), 2) << "nothing else is written";
 }
 
-/// Expects both `kvz render` and `kvz check` to refuse a chain file.
-void expectChainRefused(const QByteArray &content, const QString &part)
+/// Expects both `kvz render` and `kvz check` to refuse a chain file, and its name with this reason to be all they say.
+void expectChainRefused(const QByteArray &content, const QString &reason)
 {
     PictureFolder folder;
     const QString chain = folder.write("chain.json", content);
     const QString model = folder.write("a.obj", cubeObj());
-    expectRefused({"render", model, "--chain", chain, "-o", folder.picture()}, 1, chain + ": ", part);
+    const QString line = chain + ": " + reason;
+    expectLine({"render", model, "--chain", chain, "-o", folder.picture()}, 1, line);
 
     const Result check = run({"check", chain});
     EXPECT_EQ(check.status, 1);
-    const QString findings = check.output + check.errors.join('\n');
-    EXPECT_TRUE(findings.contains(chain + ": ")) << findings.toStdString();
-    EXPECT_TRUE(findings.contains(part)) << findings.toStdString();
+    // Findings are what was asked for; a file that is no chain is a failure.
+    if (reason.startsWith("error: "))
+        EXPECT_EQ(linesOf(check.output), QStringList(line));
+    else
+        EXPECT_EQ(check.errors, QStringList("kvz: " + line));
 }
 
 QByteArray chainOf(const QByteArray &passes)
@@ -169,7 +185,8 @@ TEST(KvzProgramTest, helpIsPrintedForTheProgramAndEachCommand)
         EXPECT_TRUE(help.output.contains("Exit status:")) << command;
     }
     const QString render = run({"render", "-h"}).output;
-    for (const char *option : {"--output", "--chain", "--size", "--frames", "--camera", "--capture", "--timings"})
+    for (const char *option :
+        {"--output", "--chain", "--size", "--frames", "--camera", "--capture", "--timings", "--watch"})
         EXPECT_TRUE(render.contains(option)) << option;
 }
 
@@ -183,7 +200,9 @@ TEST(KvzProgramTest, versionIsPrinted)
 TEST(KvzProgramTest, commandLinesThatMakeNoSenseAreRefused)
 {
     expectRefused({}, 2, "a command is missing", "kvz --help");
-    expectRefused({"rendr"}, 2, "unknown command \"rendr\"", "\"render\"");
+    expectLine({"rendr"}, 2, "unknown command \"rendr\"; did you mean \"render\"? (see kvz --help)");
+    expectLine({"zzzzzz"}, 2,
+        "unknown command \"zzzzzz\"; known: \"render\", \"check\", \"passes\", \"chains\" (see kvz --help)");
     expectRefused({"render"}, 2, "an argument is missing", "kvz render --help");
     expectRefused({"render", "a.obj"}, 2, "no picture is named", "-o FILE");
     expectRefused({"render", "a.obj", "b.obj", "-o", "c.png"}, 2, "there is no use for the argument \"b.obj\"", "");
@@ -231,30 +250,36 @@ TEST(KvzProgramTest, picturesThatCannotBeWrittenAreRefused)
         {"render", stillLife, "-o", folder.path("none/out.png")}, 1, folder.path("none/out.png: "), "does not exist");
     expectRefused({"render", stillLife, "-o", folder.path("out.xyz")}, 1, folder.path("out.xyz: "), "use .png");
     expectRefused({"render", stillLife, "-o", folder.path(".")}, 1, folder.path(".: "), "is a directory");
-    expectRefused({"render", stillLife, "--capture", folder.path("out.png/x"), "-o", folder.picture()}, 1,
-        folder.path("out.png/x: "), "cannot be made");
+    expectLine({"render", stillLife, "--capture", folder.path("out.png/x"), "-o", folder.picture()}, 1,
+        folder.path("out.png/x: the directory cannot be made"));
 }
 
 // Models.
 
 TEST(KvzProgramTest, badModelsAreRefused)
 {
-    expectModelRefused("empty.obj", "", "small");
-    expectModelRefused("unknown.xyz", "hello\n", "unknown type");
+    expectModelRefused("empty.obj", "", "OBJ-file is too small.");
+    expectModelRefused("unknown.xyz", "hello\n",
+        "unknown type of model file (OBJ, glTF, GLB, PLY, STL and 3DS are known, among others)");
     expectModelRefused("points.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\n", "no triangles");
-    expectModelRefused("past.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 9\n", "index out of range");
-    expectModelRefused("nan.obj", "v 0 0 nan\nv 1 0 0\nv 0 1 0\nf 1 2 3\n", "not a finite number");
+    expectModelRefused("past.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 9\n", "OBJ: vertex index out of range");
+    expectModelRefused("pastmap.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1 2/1 3/9\n",
+        "line 5: a face has texture coordinate 9, past the end of 1");
+    expectModelRefused("nan.obj", "v 0 0 nan\nv 1 0 0\nv 0 1 0\nf 1 2 3\n",
+        "mesh \"defaultobject\": the position of vertex 0 is not a finite number");
     expectModelRefused("cut.obj", cubeObj().left(70), "no triangles");
-    expectModelRefused("cut.glb", glbBytes(squareGltf({QJsonObject{{"mesh", 0}}}, {}), QImage()).chopped(60), "");
-    expectModelRefused("cut.ply", "ply\nformat ascii 1.0\nelement vertex 3\n", "truncated");
+    expectModelRefused("cut.glb", glbBytes(squareGltf({QJsonObject{{"mesh", 0}}}, {}), QImage()).chopped(60),
+        "GLTF: Unable to read gltf file");
+    expectModelRefused(
+        "cut.ply", "ply\nformat ascii 1.0\nelement vertex 3\n", "damaged or truncated: its header has no end");
 }
 
 TEST(KvzProgramTest, missingModelAndDirectoryAreRefused)
 {
     PictureFolder folder;
-    expectRefused(
-        {"render", folder.path("none.obj"), "-o", folder.picture()}, 1, folder.path("none.obj: no such file"), "");
-    expectRefused({"render", folder.path("."), "-o", folder.picture()}, 1, folder.path(".: is a directory"), "");
+    expectLine({"render", folder.path("none.obj"), "-o", folder.picture()}, 1, folder.path("none.obj: no such file"));
+    expectLine(
+        {"render", folder.path("."), "-o", folder.picture()}, 1, folder.path(".: is a directory, not a model file"));
 }
 
 TEST(KvzProgramTest, missingTextureIsWarnedOfAndWhite)
@@ -278,28 +303,132 @@ TEST(KvzProgramTest, missingTextureIsWarnedOfAndWhite)
 
 TEST(KvzProgramTest, badChainsAreRefused)
 {
-    expectChainRefused("{\n  \"passes\": [\n    oops\n  ]\n}", "line 3, column");
-    expectChainRefused("[]", "object");
-    expectChainRefused(chainOf("{\"class\": \"GradientRenderPas\"}"), "\"GradientRenderPass\"");
+    expectChainRefused("{\n  \"passes\": [\n    oops\n  ]\n}", "line 3, column 4: not JSON: illegal number");
+    expectChainRefused("[]", "the chain: expected an object, found a list");
+    expectChainRefused(chainOf("{\"class\": \"GradientRenderPas\"}"),
+        "error: pass \"GradientRenderPas\": expected a known pass class, found \"GradientRenderPas\"; did you mean "
+        "\"GradientRenderPass\"?");
+    expectChainRefused(chainOf("{\"class\": \"Quux\"}"),
+        "error: pass \"Quux\": expected a known pass class, found \"Quux\"; see kvz passes");
     expectChainRefused(chainOf("{\"class\": \"GradientRenderPass\", \"values\": {\"Kvz_QColor_ColourTop\": \"red\"}}"),
-        "Kvz_QColor_ColorTop");
+        "error: pass \"GradientRenderPass\", Kvz_QColor_ColourTop: expected an input of GradientRenderPass, found no "
+        "such port; did you mean \"Kvz_QColor_ColorTop\" or \"Kvz_QColor_ColorBottom\"?");
     expectChainRefused(chainOf("{\"name\": \"screen\", \"class\": \"TextureToScreenRenderPass\", \"connections\": "
                                "{\"Kvz_KvzTexture*_Texture\": \"back.Kvz_KvzTexture*_Frame\"}},"
                                "{\"name\": \"back\", \"class\": \"GradientRenderPass\"}"),
-        "runs later");
-    expectChainRefused(chainOf("{\"class\": \"ModelDeferredPass\"}"), "Kvz_KvzTexture*_Diffuse");
+        "error: pass \"screen\", Kvz_KvzTexture*_Texture: expected a pass that runs before it, found "
+        "\"back.Kvz_KvzTexture*_Frame\", which runs later; move pass \"back\" before it");
+    expectChainRefused(chainOf("{\"name\": \"back\", \"class\": \"GradientRenderPass\"},"
+                               "{\"name\": \"screen\", \"class\": \"TextureToScreenRenderPass\", \"connections\": "
+                               "{\"Kvz_KvzTexture*_Texture\": \"back.Kvz_KvzTexture*_Fram\"}}"),
+        "error: pass \"screen\", Kvz_KvzTexture*_Texture: expected an output of GradientRenderPass, found "
+        "\"Kvz_KvzTexture*_Fram\"; did you mean \"Kvz_KvzTexture*_Frame\"?");
+    expectChainRefused(chainOf("{\"name\": \"back\", \"class\": \"GradientRenderPass\"},"
+                               "{\"name\": \"screen\", \"class\": \"TextureToScreenRenderPass\", \"connections\": "
+                               "{\"Kvz_KvzTexture*_Texture\": \"back.Kvz_KvzTexture*_Frame\", "
+                               "\"Kvz_Bool_LinearFilter\": \"back.Kvz_KvzTexture*_Frame\"}}"),
+        "error: pass \"screen\", Kvz_Bool_LinearFilter: expected bool, found Texture * from "
+        "\"back.Kvz_KvzTexture*_Frame\"; connect an output that holds bool");
     expectChainRefused(chainOf("{\"class\": \"GradientRenderPass\", \"values\": {\"Kvz_QRect_Viewport\": \"wide\"}}"),
-        "Kvz_QRect_Viewport");
+        "error: pass \"GradientRenderPass\", Kvz_QRect_Viewport: expected QRect: [x, y, width, height] in whole "
+        "numbers, found "
+        "\"wide\"");
+    expectChainRefused(
+        chainOf("{\"class\": \"GradientRenderPass\", \"values\": {\"Kvz_QRect_Viewport\": [0, 0, -5, 10]}}"),
+        "error: pass \"GradientRenderPass\", Kvz_QRect_Viewport: expected a width and height of 1 or more, found "
+        "[0,0,-5,10]; leave it out for the viewport of the frame");
+}
+
+TEST(KvzProgramTest, openInputsAreRefused)
+{
+    PictureFolder folder;
+    const QString chain = folder.write("chain.json", chainOf("{\"class\": \"ModelDeferredPass\"}"));
+    const QString line = chain
+        + ": error: pass \"ModelDeferredPass\", Kvz_KvzTexture*_Diffuse: expected a value, found nothing feeds it; put "
+          "one "
+          "of these before it, or connect an output: ";
+    expectRefused({"render", stillLife, "--chain", chain, "-o", folder.picture()}, 1, line, "ModelRenderPass");
+    const Result check = run({"check", chain});
+    EXPECT_EQ(check.status, 1);
+    EXPECT_TRUE(check.output.startsWith(line)) << check.output.toStdString();
+    EXPECT_EQ(linesOf(check.output).size(), 3) << "diffuse, specular and normal";
+}
+
+TEST(KvzProgramTest, chainThatPresentsNothingIsWarnedOf)
+{
+    TemporaryFolder folder;
+    const QByteArray gradient = "{\"name\": \"back\", \"class\": \"GradientRenderPass\"}";
+    const QByteArray exports = ", \"exports\": {\"x\": \"back.Kvz_KvzTexture*_Frame\"}";
+    const QString silent = folder.write("silent.json", chainOf(gradient));
+    const QString exporting = folder.write("exporting.json", chainOf(gradient).chopped(1) + exports + "}");
+
+    const Result checked = run({"check", silent});
+    EXPECT_EQ(checked.status, 0);
+    EXPECT_EQ(checked.output,
+        silent
+            + ": warning: no enabled pass presents a picture, and nothing is exported; add a TextureToScreenRenderPass "
+              "or "
+              "\"exports\"\n");
+    EXPECT_EQ(run({"check", exporting}).output, exporting + ": nothing wrong with its 1 pass\n");
+    for (const QString &chain : {silent, exporting}) {
+        const Result result =
+            run({"render", stillLife, "--chain", chain, "--size", "8x8", "-o", folder.path("out.png")});
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.errors,
+            QStringList("kvz: warning: " + chain
+                + ": no enabled pass presents, so the picture is empty; add a TextureToScreenRenderPass"));
+        const QImage image = expectPicture(folder.path("out.png"), {8, 8});
+        EXPECT_EQ(share(image, [](const QColor &c) { return c == QColor(Qt::black); }), 1);
+    }
+}
+
+TEST(KvzProgramTest, viewportBeyondTheDriversLimitIsRefused)
+{
+    PictureFolder folder;
+    const QString chain = folder.write("chain.json",
+        chainOf("{\"name\": \"back\", \"class\": \"GradientRenderPass\", \"values\": "
+                "{\"Kvz_QRect_Viewport\": [0, 0, 1000000, 8]}}, {\"class\": \"TextureToScreenRenderPass\", "
+                "\"connections\": {\"Kvz_KvzTexture*_Texture\": \"back.Kvz_KvzTexture*_Frame\"}}"));
+    const QString start = ": error: pass \"back\", Kvz_QRect_Viewport: expected sides up to ";
+    const QString end = ", the limit of this driver, found [0,0,1000000,8]; make it smaller";
+    expectRefused({"render", stillLife, "--chain", chain, "-o", folder.picture()}, 1, chain + start, end);
+    const Result check = run({"check", "--driver", chain});
+    EXPECT_EQ(check.status, 1);
+    EXPECT_TRUE(check.output.startsWith(chain + start)) << check.output.toStdString();
+    EXPECT_EQ(run({"check", chain}).output, chain + ": nothing wrong with its 2 passes\n");
+}
+
+/// Images of 4 GiB, which software GL refuses: at the end of a chain, and before passes that draw on.
+TEST(KvzProgramTest, graphicsMemoryThatRunsOutIsSaidInOneLine)
+{
+    PictureFolder folder;
+    ChainDescription deferred;
+    QString error;
+    ASSERT_TRUE(loadChain("deferred", &deferred, &error));
+    deferred.passes[0].values.insert("Kvz_QRect_Viewport", QRect(0, 0, 16384, 16384));
+    const QString chain = folder.path("chain.json");
+    for (const bool drawsOn : {true, false}) {
+        if (!drawsOn) {
+            deferred.passes = {deferred.passes.first(), deferred.passes.last()};
+            deferred.passes[1].connections = {
+                {"Kvz_KvzTexture*_Texture", ChainSource::output("background", "Kvz_KvzTexture*_Frame")}};
+        }
+        ASSERT_TRUE(saveChain(deferred, chain, &error)) << error.toStdString();
+        expectLine({"render", stillLife, "--chain", chain, "--size", "64x64", "--capture", folder.path("captures"),
+                       "-o", folder.picture()},
+            1, chain + ": out of graphics memory at --size 64x64; try a smaller one");
+    }
+    EXPECT_EQ(folder.entries().size(), 2) << "nothing else is written";
 }
 
 TEST(KvzProgramTest, missingChainsAreRefused)
 {
     PictureFolder folder;
-    expectRefused({"render", stillLife, "--chain", folder.path("none.json"), "-o", folder.picture()}, 1,
-        folder.path("none.json: "), "");
-    expectRefused({"check", folder.path("none.json")}, 1, folder.path("none.json: "), "");
-    expectRefused({"render", stillLife, "--chain", "defered", "-o", folder.picture()}, 1, "no chain named \"defered\"",
-        "\"deferred\"");
+    expectLine({"render", stillLife, "--chain", folder.path("none.json"), "-o", folder.picture()}, 1,
+        folder.path("none.json: No such file or directory"));
+    expectLine({"check", folder.path("none.json")}, 1, folder.path("none.json: No such file or directory"));
+    expectLine({"render", stillLife, "--chain", "defered", "-o", folder.picture()}, 1,
+        "no chain named \"defered\"; did you mean \"deferred\"?");
 }
 
 TEST(KvzProgramTest, errorsOfAChainComeAsOneLineWithTheirNumber)
@@ -373,7 +502,8 @@ TEST(KvzProgramTest, columnsOfPortsAreAligned)
 
 TEST(KvzProgramTest, unknownPassIsRefused)
 {
-    expectRefused({"passes", "BlendPass"}, 1, "no pass of class \"BlendPass\"", "\"BlendRenderPass\"");
+    expectLine({"passes", "GradientPas"}, 1, "no pass of class \"GradientPas\"; did you mean \"GradientRenderPass\"?");
+    expectLine({"passes", "Quux"}, 1, "no pass of class \"Quux\"; see kvz passes");
 }
 
 // Pictures.

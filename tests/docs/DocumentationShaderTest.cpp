@@ -3,6 +3,7 @@
 #include "examples/Highlight.h"
 #include "support/GLTest.h"
 
+#include <Host/ChainLibrary.h>
 #include <Host/RenderChain.h>
 #include <Scene/GPUModelBuilder.h>
 #include <Scene/InstanceDataCollection.h>
@@ -37,6 +38,39 @@ TEST_F(DocumentationShaderTest, theShadersOfThePagesCompile)
         }
     }
     EXPECT_EQ(compiled, 3);
+}
+
+TEST_F(DocumentationShaderTest, theVignetteDarkensTowardsTheCorners)
+{
+    ChainDescription description;
+    QString error;
+    const QString file = QStringLiteral(KVZ_SOURCE_DIR "/docs/examples/vignette.json");
+    ASSERT_TRUE(loadChain(file, &description, &error)) << qPrintable(error);
+    MeshData square;
+    square.positions = {{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}, {-1, 1, 0}};
+    square.normals.fill(QVector3D(1, 1, 1).normalized(), 4); // Straight to the light.
+    square.indices = {0, 1, 2, 0, 2, 3};
+    MaterialData grey;
+    grey.kd = QVector3D(0.8f, 0.8f, 0.8f);
+    grey.ks = QVector3D();
+    GPUModelBuilder builder;
+    builder.addItem(builder.addMesh(square), builder.addMaterial(grey));
+    const QSharedPointer<GPUModel> model = builder.build();
+    ASSERT_TRUE(model);
+
+    RenderChain chain;
+    ASSERT_TRUE(chain.setDescription(description)) << qPrintable(chain.errorString());
+    ASSERT_TRUE(chain.setEnabled(QStringLiteral("screen"), false)); // There is none.
+    chain.setViewport(QRect(0, 0, 64, 64));
+    chain.setCamera(QMatrix4x4(), QMatrix4x4());
+    chain.setModel(model.data());
+    ASSERT_TRUE(chain.requestCapture({QStringLiteral("vignette"), QStringLiteral("Kvz_KvzTexture*_Frame")}));
+    ASSERT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
+    const QImage image = chain.takeCaptures().value(0).image;
+    ASSERT_EQ(image.size(), QSize(64, 64));
+    EXPECT_NEAR(image.pixelColor(32, 32).redF(), 0.8, 0.01);
+    EXPECT_NEAR(image.pixelColor(0, 0).redF(), 0.8 * (1 - 0.8), 0.03);
+    EXPECT_NEAR(image.pixelColor(63, 32).redF(), 0.8 * (1 - 0.4), 0.03);
 }
 
 TEST_F(DocumentationShaderTest, theHighlightTintsItsItemAlone)

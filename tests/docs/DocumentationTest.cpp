@@ -250,6 +250,7 @@ TEST(DocumentationTest, chainsInPagesCheckAsThePagesSay)
             ChainDescription chain;
             QString error;
             ASSERT_TRUE(ChainDescription::fromJson(block.text.toUtf8(), &chain, &error)) << qPrintable(error);
+            chain.folder = docs + QStringLiteral("/examples"); // Where the shaders are that pages name.
             const QVector<ChainFinding> findings = validateChain(chain);
             static const QRegularExpression finding(QStringLiteral("^(error|warning): "));
             const QString next = i + 1 < blocks.size() && blocks[i + 1].language == QLatin1String("text")
@@ -366,6 +367,7 @@ TEST(DocumentationTest, pagesShowTheExamplesThatAreTested)
     };
     expectShown(QStringLiteral("chains.md"), QStringLiteral("ChainWidget.h"));
     expectShown(QStringLiteral("shaders.md"), QStringLiteral("Highlight.h"));
+    expectShown(QStringLiteral("chains.md"), QStringLiteral("vignette.frag"));
 }
 
 } // namespace Velmora::Kvz

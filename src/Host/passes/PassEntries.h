@@ -22,6 +22,7 @@ PassInfo luminanceAverageRenderPass();
 PassInfo modelDeferredPass();
 PassInfo modelRenderPass();
 PassInfo primitiveBuilderRenderPass();
+PassInfo shaderRenderPass();
 PassInfo stencilBlurAndBlendRenderPass();
 PassInfo textureToScreenRenderPass();
 PassInfo wireframeRenderPass();
@@ -40,6 +41,7 @@ inline constexpr PassInfo (*all[])() = {
     modelDeferredPass,
     modelRenderPass,
     primitiveBuilderRenderPass,
+    shaderRenderPass,
     stencilBlurAndBlendRenderPass,
     textureToScreenRenderPass,
     wireframeRenderPass,

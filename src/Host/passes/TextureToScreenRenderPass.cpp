@@ -14,6 +14,8 @@ PassInfo PassEntries::textureToScreenRenderPass()
     InputInfo source = textureInput("Kvz_KvzTexture*_Texture", TextureKind::Colour, "Image to present.",
         "the destination is cleared; with depth or super sampling, transparent black");
     source.multisampling = Multisampling::Resolved;
+    source.refusesSamplesWith =
+        QStringList{QStringLiteral("Kvz_KvzTexture*_Depth"), QStringLiteral("Kvz_Bool_EnableSuperSampling")};
     InputInfo depth = textureInput("Kvz_KvzTexture*_Depth", TextureKind::Depth,
         "Depth to present; it makes the pass draw instead of copy.", "no depth is written");
     depth.wiring = ImplicitWiring::Never;

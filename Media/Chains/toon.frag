@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#version 150
+
+uniform sampler2D u_Shading;    // Colour with opacity in alpha; all 0 where there is no model.
+uniform sampler2D u_Background;
+uniform sampler2D u_Normal;     // In camera space; 0 where there is no model.
+uniform float u_Tones;          // Steps from dark to bright.
+uniform vec4 u_Ink;
+
+in vec2 vo_TexCoord;
+out vec4 o_Frame;
+
+const vec3 luminanceWeights = vec3(0.2126, 0.7152, 0.0722);
+const float crease = 0.8; // Cosine of the angle at which two faces get an edge between them.
+
+// Whether the surface turns, or ends, between this pixel and the next one in a direction.
+bool edgeTowards(ivec2 pixel, ivec2 direction)
+{
+    ivec2 last = textureSize(u_Normal, 0) - ivec2(1);
+    vec3 here = texelFetch(u_Normal, pixel, 0).xyz;
+    vec3 there = texelFetch(u_Normal, clamp(pixel + direction, ivec2(0), last), 0).xyz;
+    return dot(here, there) < crease && here != there;
+}
+
+void main()
+{
+    ivec2 pixel = ivec2(gl_FragCoord.xy);
+    vec4 shading = texelFetch(u_Shading, pixel, 0);
+    vec3 background = texture(u_Background, vo_TexCoord).rgb;
+
+    // The hue stays, the luminance goes to the nearest tone.
+    float luminance = dot(shading.rgb, luminanceWeights);
+    float tone = ceil(luminance * u_Tones) / u_Tones;
+    vec3 flatColour = shading.rgb * (tone / max(luminance, 0.001));
+    vec3 colour = mix(background, flatColour, shading.a);
+
+    bool isEdge = edgeTowards(pixel, ivec2(1, 0)) || edgeTowards(pixel, ivec2(-1, 0))
+        || edgeTowards(pixel, ivec2(0, 1)) || edgeTowards(pixel, ivec2(0, -1));
+    o_Frame = vec4(isEdge ? mix(colour, u_Ink.rgb, u_Ink.a) : colour, 1.0);
+}
