@@ -45,14 +45,6 @@ protected:
     QVector4D blended(int mode, const QVector4D &source, const QVector4D &destination);
 };
 
-Image filled(int width, int height, const QVector4D &color)
-{
-    Image image(width, height);
-    for (int i = 0; i < width * height; ++i)
-        image.setPixel(i % width, i / width, color);
-    return image;
-}
-
 /// Each texel another colour, premultiplied; all channels are exact in half floats.
 Image pattern(int width, int height, int seed)
 {

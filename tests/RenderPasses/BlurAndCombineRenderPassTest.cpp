@@ -311,6 +311,24 @@ TEST_F(BlurAndCombineRenderPassTest, resolvesMultisampledFramesWithOneWarningFor
     EXPECT_TRUE(warnings[0].endsWith(texts[0]));
 }
 
+TEST_F(BlurAndCombineRenderPassTest, resolvesToTheViewportsSize)
+{
+    TextureManager *const manager = TextureManager::Instance();
+    manager->deleteUnusedTempTextures();
+    const Image flat = filled(32, 24, QVector4D(0.25f, 0.5f, 0.125f, 1));
+    const auto normal = makeMultisampleTexture(flat, GL_RGBA16F, 4);
+    const auto blurred = makeMultisampleTexture(flat, GL_RGBA16F, 4);
+    set(normal.get(), blurred.get(), QSize(16, 12), 2.0f, 1.0f);
+    pass.start(nullptr);
+    EXPECT_EQ(log.takeWarnings().size(), 2);
+    EXPECT_EQ(readTexture(result()).width, 16);
+    EXPECT_LE(maximumDifference(readTexture(result()), filled(16, 12, QVector4D(0.5f, 1, 0.25f, 2))), 4e-3);
+    const auto textures = manager->pooledTextures();
+    EXPECT_FALSE(textures.isEmpty());
+    for (const TextureManager::PooledTexture &texture : textures)
+        EXPECT_EQ(texture.width, 16) << "the copies have the viewport's size, not the frame's";
+}
+
 TEST_F(BlurAndCombineRenderPassTest, givesMultisampledInputsAndTheirCopiesBack)
 {
     Texture *const normal = pool.take(TextureFormat::HighDynamicRange, 8, 8, 2, 4);

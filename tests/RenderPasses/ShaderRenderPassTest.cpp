@@ -70,14 +70,6 @@ protected:
     QVector4D pixelOf(const Image &image) const { return image.pixel(image.width / 2, image.height / 2); }
 };
 
-Image filled(int width, int height, const QVector4D &color)
-{
-    Image image(width, height);
-    for (int i = 0; i < width * height; ++i)
-        image.setPixel(i % width, i / width, color);
-    return image;
-}
-
 Image randomImage(int width, int height)
 {
     std::mt19937 random(3);

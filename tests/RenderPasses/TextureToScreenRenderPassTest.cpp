@@ -20,14 +20,6 @@ using BlitRecorder = GLCallRecorder<&epoxy_glBlitFramebuffer>;
 
 const QVector4D poison(-7, -8, -9, -10);
 
-Image filled(int width, int height, const QVector4D &color)
-{
-    Image image(width, height);
-    for (int i = 0; i < width * height; ++i)
-        image.setPixel(i % width, i / width, color);
-    return image;
-}
-
 /// Each texel another colour, in shades that a person can follow.
 Image pattern(int width, int height)
 {

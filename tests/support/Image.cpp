@@ -172,6 +172,16 @@ std::unique_ptr<Texture> makeMultisampleTexture(const Image &image, int internal
     return texture;
 }
 
+Image filled(int width, int height, const QVector4D &color)
+{
+    Image image(width, height);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x)
+            image.setPixel(x, y, color);
+    }
+    return image;
+}
+
 double maximumDifference(const Image &a, const Image &b)
 {
     if (a.width != b.width || a.height != b.height || a.channels != b.channels)

@@ -44,6 +44,9 @@ std::unique_ptr<Texture> makeTexture(const Image &image, int internalFormat);
 /// A multisampled texture, every sample with the image's texel.
 std::unique_ptr<Texture> makeMultisampleTexture(const Image &image, int internalFormat, int samples);
 
+/// An image of four channels, all texels alike.
+Image filled(int width, int height, const QVector4D &color);
+
 /// The largest absolute difference of two images of the same shape; a large number when the shapes differ.
 double maximumDifference(const Image &a, const Image &b);
 
