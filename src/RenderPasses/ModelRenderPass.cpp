@@ -160,7 +160,7 @@ void ModelRenderPass::resizeTargets(const QSize &size)
     deleteTarget(m_framebuffer, GL_DEPTH_ATTACHMENT);
     auto *const depth = new Texture(nullptr);
     depth->setTarget(GL_TEXTURE_2D);
-    replaceTarget(m_framebuffer, GL_DEPTH_ATTACHMENT, depth, GL_DEPTH_COMPONENT32F, size, GL_DEPTH_COMPONENT, GL_FLOAT);
+    attachTarget(m_framebuffer, GL_DEPTH_ATTACHMENT, depth, GL_DEPTH_COMPONENT32F, size, GL_DEPTH_COMPONENT, GL_FLOAT);
 }
 
 } // namespace Velmora::Kvz

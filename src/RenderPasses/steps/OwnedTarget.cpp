@@ -14,14 +14,13 @@ Texture *remakeTarget(FramebufferObject *framebuffer, unsigned int attachment, i
 {
     deleteTarget(framebuffer, attachment);
     auto *target = new Texture(GL_TEXTURE_2D, internalFormat, size.width(), size.height(), 0, nullptr);
-    replaceTarget(framebuffer, attachment, target, internalFormat, size, format, type);
+    attachTarget(framebuffer, attachment, target, internalFormat, size, format, type);
     return target;
 }
 
-void replaceTarget(FramebufferObject *framebuffer, unsigned int attachment, Texture *target, int internalFormat,
+void attachTarget(FramebufferObject *framebuffer, unsigned int attachment, Texture *target, int internalFormat,
     const QSize &size, unsigned int format, unsigned int type)
 {
-    deleteTarget(framebuffer, attachment);
     AutoBinder binder(target);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);

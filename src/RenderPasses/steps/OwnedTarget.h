@@ -17,8 +17,9 @@ class Texture;
 Texture *remakeTarget(FramebufferObject *framebuffer, unsigned int attachment, int internalFormat, const QSize &size,
     unsigned int format, unsigned int type);
 
-/// The same with a 2D texture of the caller's, which has no storage yet.
-void replaceTarget(FramebufferObject *framebuffer, unsigned int attachment, Texture *target, int internalFormat,
+/// Gives a 2D texture of the caller's, which has no storage yet, the same properties and puts it at an attachment where
+/// nothing stands.
+void attachTarget(FramebufferObject *framebuffer, unsigned int attachment, Texture *target, int internalFormat,
     const QSize &size, unsigned int format, unsigned int type);
 
 /// Deletes the texture at an attachment, if there is one.
