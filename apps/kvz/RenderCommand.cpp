@@ -128,7 +128,7 @@ QString chainProblem(const QVector<ChainFinding> &findings, const QString &name,
     }
     if (errors.isEmpty()) {
         for (const ChainFinding &finding : findings)
-            warn(QStringLiteral("%1: %2").arg(name, finding.toString()));
+            warn(QStringLiteral("%1: %2").arg(name, finding.description()));
         return {};
     }
     const QString more = errors.size() > 1

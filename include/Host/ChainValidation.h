@@ -54,6 +54,8 @@ struct KVZ_HOST_EXPORT ChainFinding
 
     /// One line: `error: pass "over", Kvz_KvzTexture*_FrameA: expected …, found …; remedy`.
     QString toString() const;
+    /// The same without the severity, for a host that says it in its own way.
+    QString description() const;
 };
 
 /// Checks a chain without an OpenGL context and without constructing a pass. Errors come first, then warnings; each group

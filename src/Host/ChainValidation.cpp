@@ -589,7 +589,12 @@ private:
 
 QString ChainFinding::toString() const
 {
-    QString text = severity == Severity::Error ? QStringLiteral("error: ") : QStringLiteral("warning: ");
+    return (severity == Severity::Error ? QStringLiteral("error: ") : QStringLiteral("warning: ")) + description();
+}
+
+QString ChainFinding::description() const
+{
+    QString text;
     if (!pass.isEmpty())
         text += QStringLiteral("pass %1").arg(quoted(pass));
     if (!port.isEmpty())

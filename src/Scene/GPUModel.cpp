@@ -153,6 +153,7 @@ void GPUModel::Private::drawItems(
         const Range &range = ranges[item];
         if (isIndexed) {
             const quintptr offset = quintptr(range.first) * sizeof(quint32);
+            // NOLINTNEXTLINE(performance-no-int-to-ptr): OpenGL takes the offset in the place of a pointer.
             glDrawElements(primitives, GLsizei(range.count), GL_UNSIGNED_INT, reinterpret_cast<const void *>(offset));
         } else {
             glDrawArrays(primitives, GLint(range.first), GLsizei(range.count));

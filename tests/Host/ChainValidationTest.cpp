@@ -163,6 +163,7 @@ TEST(ChainValidationTest, anEmptyChainIsAnError)
     EXPECT_EQ(finding.code, Code::EmptyChain);
     EXPECT_EQ(
         finding.toString(), QStringLiteral("error: the chain: expected at least one pass, found none; add a pass"));
+    EXPECT_EQ(finding.description(), QStringLiteral("the chain: expected at least one pass, found none; add a pass"));
 }
 
 TEST(ChainValidationTest, anUnknownClassOffersTheNearest)
