@@ -355,7 +355,19 @@ private:
             if (wired.source == Source::Output && input.type == ValueType::Texture
                 && outputOf(wired).type == ValueType::Texture)
                 checkImage(index, input, wired);
+            if (wired.source == Source::Output && input.wiring == ImplicitWiring::FrameOnly
+                && traitsOf(wired.pass).testFlag(PassTrait::JittersCamera))
+                reportJitter(index, input, wired);
         }
+    }
+
+    PassTraits traitsOf(int index) const { return Use(m_chain.passes[index], m_wiring[index]).traits(); }
+
+    void reportJitter(int index, const InputInfo &input, const WiredInput &wired)
+    {
+        report(Severity::Warning, Code::UnusableConfiguration, passName(index), input.name, "the camera without jitter",
+            QStringLiteral("%1, which differs from frame to frame").arg(sourceText(wired)),
+            "leave the connection out for the value of the frame");
     }
 
     void reportMissing(int index, int input)
@@ -528,8 +540,7 @@ private:
     {
         QVector<PassTraits> traits;
         for (int i = 0; i < m_wiring.size(); ++i)
-            traits.append(
-                m_wiring[i].info && m_wiring[i].enabled ? Use(m_chain.passes[i], m_wiring[i]).traits() : PassTraits());
+            traits.append(m_wiring[i].info && m_wiring[i].enabled ? traitsOf(i) : PassTraits());
 
         for (const OrderRule &rule : orderRules) {
             const int lastEarlier = lastWith(traits, rule.earlier, traits.size());

@@ -67,7 +67,14 @@ PassRegistry fakes()
         info.traits = traits;
         add(info);
     };
-    addRole("Jitter", PassTrait::JittersCamera);
+    PassInfo jitter = fakeClass("Jitter", {}, {fakeOutput("Kvz_QMatrix4x4_ProjectionMatrix", ValueType::Matrix4x4)});
+    jitter.traits = PassTrait::JittersCamera;
+    add(jitter);
+    InputInfo steady = fakeInput("Kvz_QMatrix4x4_ProjectionMatrix", ValueType::Matrix4x4);
+    steady.wiring = ImplicitWiring::FrameOnly;
+    PassInfo comparer = fakeClass("Comparer", {steady}, {});
+    comparer.traits = PassTrait::AccumulatesFrames;
+    add(comparer);
     addRole("Accumulator", PassTrait::AccumulatesFrames);
     addRole("Shader", PassTrait::Shades);
     addRole("Obscurance", PassTrait::Obscures);
@@ -448,6 +455,20 @@ TEST(ChainValidationTest, jitterNeedsALaterPassThatAccumulates)
     EXPECT_EQ(finding.code, Code::RoleOrder);
     EXPECT_EQ(finding.pass, QStringLiteral("j"));
     EXPECT_EQ(only({pass("j", "Jitter"), disabled(pass("t", "Accumulator"))}).code, Code::RoleOrder);
+}
+
+TEST(ChainValidationTest, passesThatCompareTheCameraWantItWithoutJitter)
+{
+    const char projection[] = "Kvz_QMatrix4x4_ProjectionMatrix";
+    // Left alone, the input takes the frame's.
+    EXPECT_CLEAN({pass("j", "Jitter"), pass("c", "Comparer")});
+    EXPECT_CLEAN(
+        {pass("j", "Jitter"), connected(pass("c", "Comparer"), projection, "frame:Kvz_QMatrix4x4_ProjectionMatrix")});
+    const auto wrong = connected(pass("c", "Comparer"), projection, "j.Kvz_QMatrix4x4_ProjectionMatrix");
+    const ChainFinding finding = only({pass("j", "Jitter"), wrong});
+    EXPECT_EQ(finding.code, Code::UnusableConfiguration);
+    EXPECT_EQ(finding.pass, QStringLiteral("c"));
+    EXPECT_EQ(finding.port, QString::fromUtf8(projection));
 }
 
 TEST(ChainValidationTest, rolesHaveTheirOrder)

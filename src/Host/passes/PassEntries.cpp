@@ -88,6 +88,14 @@ InputInfo projectionInput()
         "Kvz_QMatrix4x4_ProjectionMatrix", ValueType::Matrix4x4, QVariant(), "Camera to clip space.", "the identity");
 }
 
+InputInfo unjitteredProjectionInput()
+{
+    InputInfo info = projectionInput();
+    info.description = QStringLiteral("Camera to clip space, without jitter.");
+    info.wiring = ImplicitWiring::FrameOnly;
+    return info;
+}
+
 InputInfo cameraInput()
 {
     return input(

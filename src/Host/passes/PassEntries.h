@@ -59,6 +59,8 @@ InputInfo textureInput(const char *name, TextureKind kind, const char *descripti
 InputInfo requiredTextureInput(const char *name, TextureKind kind, const char *description);
 InputInfo viewportInput();
 InputInfo projectionInput();
+/// The same for a pass that compares or fits the camera: it takes the frame's projection, not an earlier pass's jittered one.
+InputInfo unjitteredProjectionInput();
 InputInfo cameraInput();
 /// The radius of a blur, whose programs the pass keeps for each new value: the chain rounds it to quarters.
 InputInfo blurRadiusInput(const char *description);
