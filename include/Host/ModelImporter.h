@@ -25,8 +25,9 @@ struct ImportedItem
 /// A model file as plain data, with Y up and counter-clockwise fronts.
 struct KVZ_HOST_EXPORT ImportedScene
 {
-    /// Feature bit of items whose material lets light through (d < 1), so (Transparent, Transparent) selects these and
-    /// (0, Transparent) the opaque ones.
+    /// Feature bit of items whose material lets light through: d < 1, or a diffuse image with an alpha below 1 somewhere. As
+    /// drawFlagsValue and drawFlagsMask, (Transparent, Transparent) selects these and (0, Transparent) the opaque ones. It
+    /// meets none of GPUModel's own feature bits.
     enum : quint64 { Transparent = 1 };
 
     QVector<MeshData> meshes; ///< Indexed triangles with normals and texture coordinates.
@@ -55,7 +56,8 @@ struct KVZ_HOST_EXPORT ImportedScene
 /// - ns = 2 / R^4 - 2, from 1 to 1024;
 /// - ks = F (1 - R) min((ns + 8) / 8, 1 / max(F)), where F = 0.04 (1 - M) + B M is the reflectance head-on: a sharp
 ///   highlight is bright, a broad one fades.
-/// Opacity is d, but 1 for glTF materials whose alpha mode is not BLEND. Textures are looked for in the file itself, at
+/// Opacity is d, but 1 for glTF materials whose alpha mode is not BLEND. An image of the opacity (map_d) becomes the alpha
+/// of the diffuse image, which the passes do not blend by: ModelRenderPass can cut holes by it. Textures are looked for in the file itself, at
 /// their path beside the model file, then by bare name beside it. Each texture that cannot be read gives a warning that
 /// names it with the file and material, and white takes its place. Each material library that cannot be read gives a
 /// warning that names it with the file: for OBJ the library of the model's own name takes its place, else its materials

@@ -173,6 +173,7 @@ private:
     ImportedScene m_scene;
     QHash<unsigned, int> m_meshNumbers; // by assimp's index, what nodes use alone; -1: no triangles
     QHash<unsigned, int> m_materialNumbers;
+    QVector<bool> m_transparent; // one for each material of the scene
     QHash<QString, QImage> m_images; // by path as the file gives it; null: unreadable, and said so
 };
 
@@ -246,7 +247,7 @@ void SceneReader::readNode(const aiNode &node, const QMatrix4x4 &matrix)
         m_source->mMaterials[sourceMaterial]->Get(AI_MATKEY_TWOSIDED, twoSided);
         if (twoSided)
             item.featureFlags |= GPUModel::DoubleSided;
-        if (m_scene.materials[item.material].d < 1)
+        if (m_transparent[item.material])
             item.featureFlags |= ImportedScene::Transparent;
         m_scene.items.append(item);
     }
@@ -267,13 +268,60 @@ int SceneReader::meshNumber(unsigned sourceNumber)
     return number;
 }
 
+/// Whether a glTF material says that its opacity does not count.
+bool isDeclaredOpaque(const aiMaterial &material)
+{
+    aiString alphaMode;
+    return material.Get(AI_MATKEY_GLTF_ALPHAMODE, alphaMode) == aiReturn_SUCCESS
+        && std::strcmp(alphaMode.C_Str(), "BLEND") != 0;
+}
+
+/// Whether any pixel has an alpha below 1: many images have the channel and make no use of it.
+bool isSeeThrough(const QImage &image)
+{
+    if (!image.hasAlphaChannel())
+        return false;
+    const QImage rgba = image.convertToFormat(QImage::Format_ARGB32);
+    for (int y = 0; y < rgba.height(); ++y) {
+        const QRgb *line = reinterpret_cast<const QRgb *>(rgba.constScanLine(y));
+        if (std::any_of(line, line + rgba.width(), [](QRgb pixel) { return qAlpha(pixel) < 255; }))
+            return true;
+    }
+    return false;
+}
+
+/// A colour image with the opacity of another in its alpha: that one's alpha or, without such a channel, its grey. A null
+/// colour image is white.
+QImage withOpacity(const QImage &colour, const QImage &opacity)
+{
+    QImage result = colour.convertToFormat(QImage::Format_ARGB32);
+    if (result.isNull()) {
+        result = QImage(opacity.size(), QImage::Format_ARGB32);
+        result.fill(Qt::white);
+    }
+    const bool hasAlpha = opacity.hasAlphaChannel();
+    const QImage fitted = opacity.convertToFormat(QImage::Format_ARGB32)
+                              .scaled(result.size(), Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+                              .convertToFormat(QImage::Format_ARGB32);
+    for (int y = 0; y < result.height(); ++y) {
+        QRgb *line = reinterpret_cast<QRgb *>(result.scanLine(y));
+        const QRgb *other = reinterpret_cast<const QRgb *>(fitted.constScanLine(y));
+        for (int x = 0; x < result.width(); ++x)
+            line[x] = (line[x] & 0x00ffffff) | QRgb(hasAlpha ? qAlpha(other[x]) : qGray(other[x])) << 24;
+    }
+    return result;
+}
+
 int SceneReader::materialNumber(unsigned sourceNumber)
 {
     const auto known = m_materialNumbers.constFind(sourceNumber);
     if (known != m_materialNumbers.constEnd())
         return known.value();
     const int number = m_scene.materials.size();
-    m_scene.materials.append(readMaterial(*m_source->mMaterials[sourceNumber]));
+    const aiMaterial &source = *m_source->mMaterials[sourceNumber];
+    const MaterialData material = readMaterial(source);
+    m_scene.materials.append(material);
+    m_transparent.append(!isDeclaredOpaque(source) && (material.d < 1 || isSeeThrough(material.mapKd)));
     m_materialNumbers.insert(sourceNumber, number);
     return number;
 }
@@ -321,11 +369,11 @@ MaterialData SceneReader::readMaterial(const aiMaterial &source)
         ? mtlMaterial(source)
         : metallicMaterial(source, std::max(metallic, 0.0f), roughness < 0 ? 1 : roughness);
 
-    aiString alphaMode;
-    const bool opaque = source.Get(AI_MATKEY_GLTF_ALPHAMODE, alphaMode) == aiReturn_SUCCESS
-        && std::strcmp(alphaMode.C_Str(), "BLEND") != 0;
-    material.d = opaque ? 1 : qBound(0.0f, number(source, AI_MATKEY_OPACITY, 1), 1.0f);
+    material.d = isDeclaredOpaque(source) ? 1 : qBound(0.0f, number(source, AI_MATKEY_OPACITY, 1), 1.0f);
     material.mapKd = texture(source, {aiTextureType_DIFFUSE, aiTextureType_BASE_COLOR});
+    const QImage opacity = texture(source, {aiTextureType_OPACITY});
+    if (!opacity.isNull())
+        material.mapKd = withOpacity(material.mapKd, opacity);
     return material;
 }
 

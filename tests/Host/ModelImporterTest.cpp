@@ -120,6 +120,58 @@ TEST(ModelImporterTest, materialLibraryGivesMaterialsAndTextures)
     EXPECT_TRUE(veil.mapKd.isNull());
 }
 
+TEST(ModelImporterTest, opacityImagesMakeItemsTransparentAndBecomeTheAlphaOfTheDiffuseImage)
+{
+    TemporaryFolder folder;
+    QImage leaf = plainImage(2, 1, Qt::green).convertToFormat(QImage::Format_ARGB32);
+    QImage full = leaf;
+    leaf.setPixelColor(1, 0, QColor(0, 255, 0, 51));
+    QImage mask = plainImage(2, 1, Qt::white);
+    mask.setPixelColor(0, 0, QColor(102, 102, 102));
+    folder.write("leaf.png", pngBytes(leaf));
+    folder.write("full.png", pngBytes(full));
+    folder.write("mask.png", pngBytes(mask));
+    folder.write("white.png", pngBytes(plainImage(2, 1, Qt::white)));
+    folder.write("a.mtl",
+        "newmtl alpha\nmap_Kd leaf.png\n"
+        "newmtl unused-alpha\nmap_Kd full.png\n"
+        "newmtl mask\nmap_d mask.png\n"
+        "newmtl both\nmap_Kd full.png\nmap_d mask.png\n"
+        "newmtl same\nmap_Kd leaf.png\nmap_d leaf.png\n"
+        "newmtl white\nmap_Kd full.png\nmap_d white.png\n"
+        "newmtl absent\nmap_d nowhere.png\n");
+    QByteArray obj = "mtllib a.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\n";
+    const QStringList names{"alpha", "unused-alpha", "mask", "both", "same", "white", "absent"};
+    for (const QString &name : names)
+        obj += QStringLiteral("o %1\nusemtl %1\nf 1 2 3\n").arg(name).toLatin1();
+    const ImportedScene scene = import(folder.write("a.obj", obj));
+    ASSERT_EQ(scene.items.size(), names.size());
+
+    const bool transparent[] = {true, false, true, true, true, false, false};
+    const int alphas[][2] = {{255, 51}, {255, 255}, {102, 255}, {102, 255}, {255, 51}, {255, 255}, {255, 255}};
+    for (int i = 0; i < names.size(); ++i) {
+        EXPECT_EQ(scene.items[i].featureFlags, transparent[i] ? quint64(ImportedScene::Transparent) : 0)
+            << names[i].toStdString();
+        const MaterialData &material = scene.materials[scene.items[i].material];
+        EXPECT_FLOAT_EQ(material.d, 1) << names[i].toStdString();
+        for (int x = 0; x < 2 && !material.mapKd.isNull(); ++x) {
+            const QColor expected = names[i] == "mask" ? Qt::white : Qt::green;
+            const QColor pixel = material.mapKd.pixelColor(x, 0);
+            EXPECT_EQ(pixel.alpha(), alphas[i][x]) << names[i].toStdString() << " at " << x;
+            EXPECT_EQ(pixel.rgb(), expected.rgb()) << names[i].toStdString() << " at " << x;
+        }
+    }
+    EXPECT_TRUE(scene.materials[scene.items[6].material].mapKd.isNull());
+    ASSERT_EQ(scene.warnings.size(), 1);
+    EXPECT_TRUE(scene.warnings[0].contains("nowhere.png"));
+}
+
+TEST(ModelImporterTest, theTransparentBitMeetsNoneOfTheModelsOwn)
+{
+    const quint64 own = GPUModel::DoubleSided | GPUModel::NoShadowA | GPUModel::NoShadowB | GPUModel::HasSceneBounds;
+    EXPECT_EQ(ImportedScene::Transparent & own, 0u);
+}
+
 TEST(ModelImporterTest, meshesWithoutMaterialAreLightGrey)
 {
     TemporaryFolder folder;
