@@ -681,4 +681,27 @@ TEST(ModelImporterTest, ownSceneHasMaterialsTexturesAndTransparentParts)
     }
 }
 
+TEST(ModelImporterTest, glassSceneHasSixtyLayersAmongOtherTransparentAndOpaqueParts)
+{
+    const ImportedScene scene = import(KVZ_SOURCE_DIR "/Media/Models/glass.obj");
+    EXPECT_EQ(scene.warnings, QStringList());
+    EXPECT_EQ(scene.items.size(), 18);
+    EXPECT_EQ(scene.materials.size(), 17);
+    int transparent = 0;
+    int transparentWithImage = 0;
+    int layerTriangles = 0;
+    for (const ImportedItem &item : scene.items) {
+        const MaterialData &material = scene.materials[item.material];
+        EXPECT_EQ(item.featureFlags, material.d < 1 ? quint64(ImportedScene::Transparent) : 0)
+            << item.name.toStdString();
+        transparent += material.d < 1;
+        transparentWithImage += material.d < 1 && !material.mapKd.isNull();
+        if (item.name.endsWith("layers"))
+            layerTriangles += scene.meshes[item.mesh].indices.size() / 3;
+    }
+    EXPECT_EQ(transparent, 12);
+    EXPECT_EQ(transparentWithImage, 1);
+    EXPECT_EQ(layerTriangles, 2 * 60);
+}
+
 } // namespace Velmora::Kvz
