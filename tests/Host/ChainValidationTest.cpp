@@ -469,6 +469,22 @@ TEST(ChainValidationTest, passesThatCompareTheCameraWantItWithoutJitter)
     EXPECT_EQ(finding.code, Code::UnusableConfiguration);
     EXPECT_EQ(finding.pass, QStringLiteral("c"));
     EXPECT_EQ(finding.port, QString::fromUtf8(projection));
+    // A pass that does not jitter in its configuration is no cause.
+    const auto still = connected(pass("c", "Comparer"), projection, "s.Kvz_QMatrix4x4_ProjectionMatrix");
+    EXPECT_CLEAN({pass("s", "CameraJitterPass"), still});
+    EXPECT_EQ(only({with(pass("s", "CameraJitterPass"), "Kvz_int_JitterMode", 2), still}).port,
+        QString::fromUtf8(projection));
+}
+
+TEST(ChainValidationTest, theRandomModeNeedsFramesWithoutReset)
+{
+    const auto jitter = with(pass("j", "CameraJitterPass"), "Kvz_int_JitterMode", 1);
+    const ChainFinding finding = only({jitter, pass("a", "Accumulator")});
+    EXPECT_EQ(finding.code, Code::UnusableConfiguration);
+    EXPECT_EQ(finding.port, QStringLiteral("Kvz_bool_ResetTemporal"));
+    EXPECT_CLEAN({with(jitter, "Kvz_bool_ResetTemporal", false), pass("a", "Accumulator")});
+    EXPECT_EQ(only({with(pass("j", "CameraJitterPass"), "Kvz_int_JitterMode", 4), pass("a", "Accumulator")}).port,
+        QStringLiteral("Kvz_int_JitterMode"));
 }
 
 TEST(ChainValidationTest, rolesHaveTheirOrder)

@@ -12,6 +12,7 @@ namespace Velmora::Kvz::PassEntries {
 /// @{
 PassInfo blendRenderPass();
 PassInfo blurAndCombineRenderPass();
+PassInfo cameraJitterPass();
 PassInfo cullingRenderPass();
 PassInfo deferredRenderPass();
 PassInfo forwardRenderPass();
@@ -31,6 +32,7 @@ PassInfo wireframeRenderPass();
 inline constexpr PassInfo (*all[])() = {
     blendRenderPass,
     blurAndCombineRenderPass,
+    cameraJitterPass,
     cullingRenderPass,
     deferredRenderPass,
     forwardRenderPass,
