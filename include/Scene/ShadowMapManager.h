@@ -25,6 +25,7 @@ class KVZ_GL_EXPORT ShadowMapLight : public QObject
     Q_PROPERTY(float range MEMBER range)
     Q_PROPERTY(int cascades MEMBER cascades)
     Q_PROPERTY(float depthBias MEMBER depthBias)
+    Q_PROPERTY(float intensity MEMBER intensity)
 
 public:
     enum Type { Directional, Spot, Point };
@@ -37,8 +38,10 @@ public:
     QVector3D direction{0, -1, 0}; ///< Where the light goes, of directional and spot lights. Any length above 0.
     float coneAngle = 60; ///< Of spot lights: full opening angle in degrees, above 0 and below 180.
     float range = 100; ///< Of spot and point lights: distance beyond which nothing is lit, above 0.
-    int cascades = 3; ///< Of directional lights with a camera: layers along the view, from 1 up.
+    int cascades = 3; ///< Of directional lights with a camera: layers along the view, from 1 to 16.
     float depthBias = 0.0005f; ///< Added to the depths of every layer, in normalised device units (-1 to 1).
+    float intensity =
+        1; ///< Strength beside other lights, 0 or more. Shading reads it; shadow maps do not depend on it.
 };
 
 /// What the shadow passes need and publish. ShadowMapManager::RenderData is this class.
@@ -86,21 +89,35 @@ public:
     using Light = ShadowMapLight;
     using RenderData = ShadowMapRenderData;
 
-    /// Fills layer count, transforms, projectors and biases of `data` from `lights`, a QVariantList of `Light*` or
-    /// `QObject*`; a single one of these counts as a list of one. Other elements and null pointers are left out.
+    /// The lights of a list: a QVariantList of `Light*` or `QObject*`; a single one of these counts as a list of one. Other
+    /// elements and null pointers are left out, and anything else holds no lights.
+    static QVector<Light *> lightsIn(const QVariant &lights);
+
+    /// Fills layer count, transforms, projectors and biases of `data` from lightsIn(`lights`). Projector i is light i of
+    /// that list, and takes the layers behind those of the lights before it.
     ///
-    /// Directional: as many layers as it has cascades. They share out the camera's view between its near and far plane, or
-    /// the part of it that the scene lies in, near slices being shorter; each is a square around the sphere about its
-    /// slice, moved in whole texels of a map of 512 by 512 (and so of 1024, 2048, …). All reach through the depths of the
-    /// whole bounds, so that casters outside the view are in; without bounds, through those of the camera's frustum.
+    /// Directional: as many layers as it has cascades, which share out the camera's view, near slices being shorter.
+    /// - The view is cut to the part that the scene can lie in by the eye's distance to the sphere around the bounds, so
+    ///   that neither looking around nor going around the scene moves a cascade's ends.
+    /// - Each layer is a square around the sphere about its slice, or about the bounds where that is smaller. It moves in
+    ///   steps of 1/64 of its side, which are whole texels of every map whose side is a multiple of 64, and it grows in
+    ///   steps of 9 percent: between these every point of the world keeps its place within a texel while the camera moves.
+    /// - All layers reach through the depths of the whole bounds, so that casters outside the view are in; without bounds,
+    ///   from three radii before the view to its end, and an endless view ends at a thousand near distances.
+    ///
     /// Without a camera, or with matrices that span no volume: one layer over the bounds; without bounds either, one layer
-    /// over the cube from -1 to 1. Spot: one layer, square around the cone. Point: six layers, laid out and in the order of
-    /// cube map faces (+X, -X, +Y, -Y, +Z, -Z). Spot and point lights light the distances along their axis from a hundredth
-    /// of the range to the range.
+    /// over the cube from -1 to 1.
     ///
-    /// `projection`, `camera` (world to camera) and `bounds` (minimum and maximum corner in world space) can be null; bounds
-    /// that are not finite count as null. Lights with a direction, range or cone that is zero or senseless fall back to the
-    /// defaults of those members.
+    /// Spot: one layer, square around the cone. Point: six layers, laid out and in the order of cube map faces (+X, -X, +Y,
+    /// -Y, +Z, -Z). Their lit depths are distances along the axis of the layer: those that the bounds lie in, 1 percent
+    /// wider, but at most the range, and not nearer than a fiftieth of the far one; up to the range without bounds and where
+    /// a layer does not meet them. A light outside the scene, or turned away from it, keeps its layers.
+    ///
+    /// The bias of a layer is that of its light, the same for all layers of one.
+    ///
+    /// `projection`, `camera` (world to camera) and `bounds` (two opposite corners in world space) can be null. Bounds that
+    /// are not finite, or too large to have a size, count as null; flat and empty ones get a little thickness. Lights with a
+    /// direction, position, range, cone or bias that is senseless fall back to the defaults of those members.
     static void processLights(const QVariant &lights, RenderData &data, const QMatrix4x4 *projection,
         const QMatrix4x4 *camera, const QPair<QVector3D, QVector3D> *bounds);
 };

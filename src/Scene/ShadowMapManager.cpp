@@ -8,20 +8,29 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 #include <vector>
 
 namespace Velmora::Kvz {
 
 namespace {
 
-/// Texels a side of the map to which cascades are snapped.
-constexpr float nominalMapSize = 512;
+/// Steps to a side in which cascades move: whole texels of every map whose side is a multiple of it.
+constexpr float snapSteps = 64;
 
-/// Where the lit part of a spot or point light's range begins, as a part of the range.
-constexpr float nearPartOfRange = 0.01f;
+/// Steps to a doubling in which cascades grow. Between them a texel keeps its size while the camera moves.
+constexpr float growthSteps = 8;
+
+/// Where the lit depths of spot and point lights begin at the latest, as a part of where they end.
+constexpr float nearPart = 0.02f;
 
 /// How far splits follow the logarithm of the distance rather than the distance: 0 to 1.
 constexpr float logarithmicPart = 0.5f;
+
+constexpr int maximumCascades = 16;
+
+/// How many near distances an endless camera without bounds is taken to see.
+constexpr float endlessPart = 1000;
 
 using Corners = std::array<QVector3D, 8>;
 
@@ -63,14 +72,13 @@ QMatrix4x4 parallelProjection(const LightBox &box)
     return projection;
 }
 
-/// The same for a square pyramid: depths from a part of `range` up to `range` give 0 to 1.
-QMatrix4x4 pyramidProjection(float angle, float range)
+/// The same for a square pyramid with its apex at the viewer: the depths between the two distances give 0 to 1.
+QMatrix4x4 pyramidProjection(float angle, float litNear, float litFar)
 {
     // A perspective that spans n to f gives 0 at the harmonic mean of the two.
-    const float litNear = range * nearPartOfRange;
-    const float clipNear = litNear * range / (2 * range - litNear);
+    const float clipNear = litNear * litFar / (2 * litFar - litNear);
     QMatrix4x4 projection;
-    projection.perspective(angle, 1.0f, clipNear, range);
+    projection.perspective(angle, 1.0f, clipNear, litFar);
     return projection;
 }
 
@@ -105,38 +113,66 @@ LightBox padded(const LightBox &box)
     return {box.left - x, box.right + x, box.bottom - y, box.top + y, box.nearDepth - depth, box.farDepth + depth};
 }
 
-Sphere sphereAround(const Corners &corners)
+Sphere sphereAround(const QVector3D &center, const Corners &corners)
 {
-    QVector3D center;
-    for (const QVector3D &corner : corners)
-        center += corner / 8;
     float radius = 0;
     for (const QVector3D &corner : corners)
         radius = std::max(radius, (corner - center).length());
     return {center, radius};
 }
 
-/// The part of the world that a camera sees, corner by corner: 0 to 3 near, 4 to 7 the corners behind them far.
+Sphere sphereAround(const Bounds &bounds)
+{
+    return sphereAround(bounds.minimum() / 2 + bounds.maximum() / 2, cornersOf(bounds));
+}
+
+/// The smallest sphere around a slice of a frustum, corners 0 to 3 at its near and 4 to 7 at its far end. It turns with the
+/// camera, so its size does not.
+Sphere sphereAroundSlice(const Corners &corners)
+{
+    QVector3D nearCenter;
+    QVector3D farCenter;
+    for (size_t i = 0; i < 4; ++i) {
+        nearCenter += corners[i] / 4;
+        farCenter += corners[i + 4] / 4;
+    }
+    const QVector3D axis = farCenter - nearCenter;
+    const float nearRadius = (corners[0] - nearCenter).length();
+    const float farRadius = (corners[4] - farCenter).length();
+    // As far from the near corners as from the far ones, or at the far end of a slice that opens wide.
+    const float square = axis.lengthSquared();
+    const float along = square > 0 ? (square + farRadius * farRadius - nearRadius * nearRadius) / (2 * square) : 0.0f;
+    return sphereAround(nearCenter + axis * std::clamp(along, 0.0f, 1.0f), corners);
+}
+
+/// The part of the world that a camera sees: four edges.
 struct CameraFrustum
 {
-    Corners corners;
-    float nearDistance; ///< Along the view, in world units.
-    float farDistance;
+    std::array<QVector3D, 4> starts; ///< On the near plane.
+    std::array<QVector3D, 4> rays; ///< For each unit of distance along the view.
+    float nearDistance; ///< Along the view.
+    float farDistance; ///< Infinite where the projection is.
+    float edgeCosine; ///< Of the angle between the view and its edges.
     bool isPerspective;
 
     /// The part between two distances along the view.
     Corners slice(float from, float to) const
     {
-        const float depth = farDistance - nearDistance;
-        Corners result;
+        Corners corners;
         for (size_t i = 0; i < 4; ++i) {
-            const QVector3D ray = (corners[i + 4] - corners[i]) / depth;
-            result[i] = corners[i] + ray * (from - nearDistance);
-            result[i + 4] = corners[i] + ray * (to - nearDistance);
+            corners[i] = starts[i] + rays[i] * (from - nearDistance);
+            corners[i + 4] = starts[i] + rays[i] * (to - nearDistance);
         }
-        return result;
+        return corners;
     }
 };
+
+/// Distance along the view of a point in homogeneous camera space; infinite at or past the end of an endless view.
+float distanceOf(const QVector4D &inCamera)
+{
+    const bool isEndless = std::abs(inCamera.w()) <= 1e-7f * std::abs(inCamera.z());
+    return isEndless ? std::numeric_limits<float>::infinity() : -inCamera.z() / inCamera.w();
+}
 
 /// False for matrices that span no volume in front of a camera.
 bool findFrustum(const QMatrix4x4 &projection, const QMatrix4x4 &camera, CameraFrustum &frustum)
@@ -147,41 +183,58 @@ bool findFrustum(const QMatrix4x4 &projection, const QMatrix4x4 &camera, CameraF
     const QMatrix4x4 toWorld = camera.inverted(&isCameraInvertible);
     if (!allFinite(projection) || !allFinite(camera) || !isProjectionInvertible || !isCameraInvertible)
         return false;
-    Corners inCamera;
-    for (int i = 0; i < 8; ++i) {
-        inCamera[size_t(i)] = toCamera * QVector3D(i & 1 ? 1.0f : -1.0f, i & 2 ? 1.0f : -1.0f, i & 4 ? 1.0f : -1.0f);
-        frustum.corners[size_t(i)] = toWorld * inCamera[size_t(i)];
-        if (!allFinite(frustum.corners[size_t(i)]))
+
+    // The depths may be reversed, and the far end may be endless: a depth between the two serves then.
+    float nearDepth = -1;
+    float farDepth = 1;
+    const auto distanceAt = [&](float depth) { return distanceOf(toCamera * QVector4D(0, 0, depth, 1)); };
+    if (distanceAt(nearDepth) > distanceAt(farDepth))
+        std::swap(nearDepth, farDepth);
+    frustum.nearDistance = distanceAt(nearDepth);
+    frustum.farDistance = distanceAt(farDepth);
+    if (std::isinf(frustum.farDistance))
+        farDepth = 0;
+    const float length = distanceAt(farDepth) - frustum.nearDistance;
+    if (!std::isfinite(length) || !(length > 0))
+        return false;
+
+    frustum.isPerspective = projection(3, 3) == 0.0f;
+    frustum.edgeCosine = 1;
+    for (int i = 0; i < 4; ++i) {
+        const QVector2D edge(i & 1 ? 1.0f : -1.0f, i & 2 ? 1.0f : -1.0f);
+        const QVector3D start = (toCamera * QVector4D(edge, nearDepth, 1)).toVector3DAffine();
+        const QVector3D end = (toCamera * QVector4D(edge, farDepth, 1)).toVector3DAffine();
+        frustum.starts[size_t(i)] = toWorld * start;
+        frustum.rays[size_t(i)] = (toWorld * end - toWorld * start) / length;
+        frustum.edgeCosine = std::min(frustum.edgeCosine, length / (end - start).length());
+        if (!allFinite(frustum.starts[size_t(i)]) || !allFinite(frustum.rays[size_t(i)]))
             return false;
     }
-    frustum.nearDistance = -inCamera[0].z();
-    frustum.farDistance = -inCamera[4].z();
-    frustum.isPerspective = projection(3, 3) == 0.0f;
-    if (frustum.nearDistance > frustum.farDistance) {
-        // A projection with its depths reversed.
-        std::swap(frustum.nearDistance, frustum.farDistance);
-        for (size_t i = 0; i < 4; ++i)
-            std::swap(frustum.corners[i], frustum.corners[i + 4]);
-    }
-    return frustum.nearDistance < frustum.farDistance;
+    return true;
 }
 
 /// Distances along the view between which cascades lie, `count` + 1 of them. They leave out what lies before and behind
-/// the scene.
+/// the scene, as far as the eye's distance to it says: looking around and going around the scene change nothing.
 std::vector<float> splitDistances(
     const CameraFrustum &frustum, const QMatrix4x4 &camera, const Bounds *bounds, int count)
 {
     float from = frustum.nearDistance;
     float to = frustum.farDistance;
     if (bounds) {
-        const Bounds inCamera = bounds->mapped(camera);
-        const float sceneNear = -inCamera.maximum().z();
-        const float sceneFar = -inCamera.minimum().z();
+        Corners corners = cornersOf(*bounds);
+        for (QVector3D &corner : corners)
+            corner = camera * corner;
+        const Sphere scene = sphereAround(camera * sphereAround(*bounds).center, corners);
+        const float away = frustum.isPerspective ? scene.center.length() : -scene.center.z();
+        const float sceneNear = (away - scene.radius) * (away > scene.radius ? frustum.edgeCosine : 1);
+        const float sceneFar = away + scene.radius;
         if (sceneNear < to && sceneFar > from) {
             from = std::max(from, sceneNear);
             to = std::min(to, sceneFar);
         }
     }
+    if (std::isinf(to))
+        to = from * endlessPart;
     // Between distances of different sign, and for parallel views, only equal steps make sense.
     const float logarithmic = frustum.isPerspective && from > 0 ? logarithmicPart : 0;
     std::vector<float> distances;
@@ -196,17 +249,18 @@ std::vector<float> splitDistances(
     return distances;
 }
 
-/// A square over a sphere that moves in whole texels only, so that edges stand still while the camera moves.
+/// A square over a sphere that moves and grows in steps only, so that edges stand still while the camera moves.
 LightBox snappedSquare(const Sphere &sphere, const QMatrix4x4 &lightView)
 {
-    // Steps of the radius keep the texel's size while slices change a little; one texel a side makes room for snapping.
-    const float radius = std::exp2(std::ceil(std::log2(std::max(sphere.radius, 1e-6f)) * 8) / 8);
-    const float half = radius * nominalMapSize / (nominalMapSize - 2);
-    const float texel = 2 * half / nominalMapSize;
+    // A little less than a step too small counts as none, so that rounding brings no further step.
+    const float steps = std::ceil(std::log2(std::max(sphere.radius, 1e-6f)) * growthSteps - 0.001f);
+    // Half a step to either side makes room for snapping.
+    const float half = std::exp2(steps / growthSteps) * snapSteps / (snapSteps - 1.05f);
+    const float step = 2 * half / snapSteps;
     const QVector3D center = lightView * sphere.center;
-    const float x = std::floor(center.x() / texel + 0.5f) * texel;
-    const float y = std::floor(center.y() / texel + 0.5f) * texel;
-    return {x - half, x + half, y - half, y + half, -center.z() - radius, -center.z() + radius};
+    const float x = std::floor(center.x() / step + 0.5f) * step;
+    const float y = std::floor(center.y() / step + 0.5f) * step;
+    return {x - half, x + half, y - half, y + half, 0, 0};
 }
 
 /// Takes layers as lights give them.
@@ -251,14 +305,24 @@ void addDirectional(LayerList &layers, int cascades, float depthBias, const QVec
         return;
     }
 
-    // All casters lie in the depths of the scene: whatever stands between a slice and the light is among them.
-    const Corners caster = bounds ? cornersOf(*bounds) : frustum.corners;
-    const LightBox depths = padded(boxAround(caster, view));
-    const Sphere scene = sphereAround(caster);
-    const int count = std::max(cascades, 1);
+    const int count = std::clamp(cascades, 1, maximumCascades);
     const std::vector<float> distances = splitDistances(frustum, *camera, bounds, count);
-    for (int i = 0; i < count; ++i) {
-        const Sphere slice = sphereAround(frustum.slice(distances[size_t(i)], distances[size_t(i) + 1]));
+
+    // All casters lie in the depths of the scene: whatever stands between a slice and the light is among them. Where those
+    // are not known, casters are looked for as far before the view as it is wide.
+    LightBox depths{};
+    Sphere scene{};
+    if (bounds) {
+        scene = sphereAround(*bounds);
+        depths = padded(boxAround(cornersOf(*bounds), view));
+    } else {
+        const Sphere whole = sphereAroundSlice(frustum.slice(distances.front(), distances.back()));
+        const float center = -(view * whole.center).z();
+        depths.nearDepth = center - 3 * whole.radius;
+        depths.farDepth = center + 1.01f * whole.radius;
+    }
+    for (size_t i = 0; i < size_t(count); ++i) {
+        const Sphere slice = sphereAroundSlice(frustum.slice(distances[i], distances[i + 1]));
         LightBox box = snappedSquare(bounds && scene.radius < slice.radius ? scene : slice, view);
         box.nearDepth = depths.nearDepth;
         box.farDepth = depths.farDepth;
@@ -266,7 +330,24 @@ void addDirectional(LayerList &layers, int cascades, float depthBias, const QVec
     }
 }
 
-void addPoint(LayerList &layers, const QVector3D &position, float range, float depthBias)
+/// A layer of a light that shines from a point: the depths that the scene lies in, and no more than the range.
+void addPyramid(
+    LayerList &layers, const QMatrix4x4 &view, float angle, float range, float depthBias, const Bounds *bounds)
+{
+    float litNear = 0;
+    float litFar = range;
+    if (bounds) {
+        const LightBox scene = boxAround(cornersOf(*bounds), view);
+        if (scene.farDepth > 0 && scene.nearDepth < range) {
+            litNear = scene.nearDepth * 0.99f;
+            litFar = std::min(range, scene.farDepth * 1.01f);
+        }
+    }
+    litNear = std::max(litNear, litFar * nearPart);
+    layers.add(pyramidProjection(angle, litNear, litFar) * view, depthBias);
+}
+
+void addPoint(LayerList &layers, const QVector3D &position, float range, float depthBias, const Bounds *bounds)
 {
     // Direction and up of the faces of a cube map, in their order.
     static const QVector3D faces[6][2] = {
@@ -278,7 +359,7 @@ void addPoint(LayerList &layers, const QVector3D &position, float range, float d
         {{0, 0, -1}, {0, -1, 0}},
     };
     for (const auto &face : faces)
-        layers.add(pyramidProjection(90, range) * viewFrom(position, face[0], face[1]), depthBias);
+        addPyramid(layers, viewFrom(position, face[0], face[1]), 90, range, depthBias, bounds);
 }
 
 void addLight(LayerList &layers, const ShadowMapLight &light, const QMatrix4x4 *projection, const QMatrix4x4 *camera,
@@ -298,10 +379,10 @@ void addLight(LayerList &layers, const ShadowMapLight &light, const QMatrix4x4 *
         addDirectional(layers, light.cascades, depthBias, direction, projection, camera, bounds);
         break;
     case ShadowMapLight::Spot:
-        layers.add(pyramidProjection(coneAngle, range) * viewFrom(position, direction, upFor(direction)), depthBias);
+        addPyramid(layers, viewFrom(position, direction, upFor(direction)), coneAngle, range, depthBias, bounds);
         break;
     case ShadowMapLight::Point:
-        addPoint(layers, position, range, depthBias);
+        addPoint(layers, position, range, depthBias, bounds);
         break;
     }
 }
@@ -309,20 +390,6 @@ void addLight(LayerList &layers, const ShadowMapLight &light, const QMatrix4x4 *
 ShadowMapLight *lightFrom(const QVariant &value)
 {
     return qobject_cast<ShadowMapLight *>(value.value<QObject *>());
-}
-
-QVector<ShadowMapLight *> lightsFrom(const QVariant &value)
-{
-    QVector<ShadowMapLight *> lights;
-    if (value.canConvert<QObject *>()) {
-        lights.append(lightFrom(value));
-    } else if (value.canConvert<QVariantList>()) {
-        const QVariantList elements = value.value<QVariantList>();
-        for (const QVariant &element : elements)
-            lights.append(lightFrom(element));
-    }
-    lights.removeAll(nullptr);
-    return lights;
 }
 
 } // namespace
@@ -347,17 +414,32 @@ Texture *ShadowMapRenderData::projectionTexture() const
     return m_projectionTexture;
 }
 
+QVector<ShadowMapManager::Light *> ShadowMapManager::lightsIn(const QVariant &value)
+{
+    QVector<Light *> lights;
+    if (value.canConvert<QObject *>()) {
+        lights.append(lightFrom(value));
+    } else if (value.canConvert<QVariantList>()) {
+        const QVariantList elements = value.value<QVariantList>();
+        for (const QVariant &element : elements)
+            lights.append(lightFrom(element));
+    }
+    lights.removeAll(nullptr);
+    return lights;
+}
+
 void ShadowMapManager::processLights(const QVariant &lights, RenderData &data, const QMatrix4x4 *projection,
     const QMatrix4x4 *camera, const QPair<QVector3D, QVector3D> *bounds)
 {
     Bounds sceneBounds;
-    const bool hasBounds = bounds && allFinite(bounds->first) && allFinite(bounds->second);
+    const bool hasBounds =
+        bounds && allFinite(bounds->first) && allFinite(bounds->second) && allFinite(bounds->second - bounds->first);
     if (hasBounds) {
         sceneBounds.include(bounds->first);
         sceneBounds.include(bounds->second);
     }
     LayerList layers(data);
-    const QVector<Light *> list = lightsFrom(lights);
+    const QVector<Light *> list = lightsIn(lights);
     for (const Light *light : list)
         addLight(layers, *light, projection, camera, hasBounds ? &sceneBounds : nullptr);
 }

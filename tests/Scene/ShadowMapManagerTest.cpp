@@ -7,6 +7,8 @@
 #include <QtGui/QVector4D>
 
 #include <cmath>
+#include <functional>
+#include <limits>
 
 namespace Velmora::Kvz {
 
@@ -174,24 +176,180 @@ TEST_F(ShadowMapManagerTest, nearCascadesAreFiner)
     }
 }
 
-TEST_F(ShadowMapManagerTest, cascadesMoveInWholeTexels)
+/// Texels of a map of 512 by 512 by which a point of the world has moved within its texel.
+double swimming(const QVector3D &before, const QVector3D &now)
+{
+    double worst = 0;
+    for (int axis = 0; axis < 2; ++axis) {
+        const double shift = (double(now[axis]) - double(before[axis])) * 256;
+        worst = std::max(worst, std::abs(shift - std::round(shift)));
+    }
+    return worst;
+}
+
+/// World units to a texel of a map of 512 by 512.
+float texelOf(const RenderData &data, int layer)
+{
+    const QVector3D axes[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    float square = 0;
+    for (const QVector3D &axis : axes) {
+        const float x = shown(data, layer, axis).x() - shown(data, layer, {}).x();
+        square += x * x;
+    }
+    return 1 / (256 * std::sqrt(square));
+}
+
+TEST_F(ShadowMapManagerTest, cascadesDoNotSwimWhileTheCameraMovesAndTurns)
 {
     Light light;
     light.direction = {0.4f, -1, 0.3f};
-    light.cascades = 2;
-    const Bounds wide{{-5000, -1, -5000}, {5000, 1, 5000}}; // Splits follow the view alone.
+    light.cascades = 3;
+    const Bounds wide{{-500, -1, -500}, {500, 5, 500}}; // The view ends before the scene does.
+    struct Path
+    {
+        const char *name;
+        const Bounds *bounds;
+        std::function<QMatrix4x4(float)> camera; ///< From 0 to 1.
+    };
+    const auto look = [](const QVector3D &eye, const QVector3D &center) {
+        QMatrix4x4 matrix;
+        matrix.lookAt(eye, center, {0, 1, 0});
+        return matrix;
+    };
+    const QVector3D center(0, 4, 0); // Of `bounds`.
+    const Path paths[] = {
+        {"walking in a wide scene", &wide,
+            [&](float t) {
+                return look({10 * t, 5, 20 - 7 * t}, {10 * t, 0, -7 * t});
+            }},
+        {"looking around in a wide scene", &wide,
+            [&](float t) {
+                return look({0, 5, 20}, QVector3D(std::sin(6 * t), 5 - t, 20 - std::cos(6 * t)));
+            }},
+        {"going around a small scene", &bounds,
+            [&](float t) { return look(center + QVector3D(25 * std::sin(6 * t), 3, 25 * std::cos(6 * t)), center); }},
+        {"looking around beside a small scene", &bounds,
+            [&](float t) {
+                return look({0, 5, 20}, QVector3D(std::sin(t), 5 - t, 20 - std::cos(t)));
+            }},
+        {"looking around without bounds", nullptr,
+            [&](float t) {
+                return look({0, 5, 20}, QVector3D(std::sin(6 * t), 5 - t, 20 - std::cos(6 * t)));
+            }},
+    };
+    for (const Path &path : paths) {
+        SCOPED_TRACE(path.name);
+        QVector<QVector3D> before;
+        QVector<float> texels;
+        double moved = 0;
+        for (int step = 0; step <= 200; ++step) {
+            const QMatrix4x4 view = path.camera(float(step) / 200);
+            ShadowMapManager::processLights(listOf({&light}), data, &projection, &view, path.bounds);
+            ASSERT_EQ(data.layerCount, 3);
+            for (int layer = 0; layer < 3; ++layer) {
+                const QVector3D point = shown(data, layer, {1, 0, 2});
+                if (step == 0) {
+                    before.append(point);
+                    texels.append(texelOf(data, layer));
+                    continue;
+                }
+                // The texel keeps its size to the last bits, and the point its place within it.
+                ASSERT_NEAR(texelOf(data, layer) / texels[layer], 1, 1e-4) << layer << ' ' << step;
+                ASSERT_LT(swimming(before[layer], point), 0.02) << layer << ' ' << step;
+                moved = std::max(moved, double((point - before[layer]).length()) * 256);
+            }
+        }
+        // The first path must have moved the maps, else it shows nothing. Small scenes are in one map that stays.
+        if (path.bounds != &bounds) {
+            EXPECT_GT(moved, 20);
+        }
+    }
+}
+
+TEST_F(ShadowMapManagerTest, stepsAreWholeTexelsOfOtherMapSizesToo)
+{
+    Light light;
+    light.direction = {0.4f, -1, 0.3f};
+    light.cascades = 1;
+    const Bounds wide{{-500, -1, -500}, {500, 5, 500}};
     ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, &wide);
-    QVector<QVector3D> before;
-    for (int layer = 0; layer < 2; ++layer)
-        before.append(shown(data, layer, {1, 0, 2}));
-    for (int step = 1; step < 20; ++step) {
+    const QVector3D before = shown(data, 0, {1, 0, 2});
+    for (int step = 1; step <= 50; ++step) {
         QMatrix4x4 moved = camera;
-        moved.translate(0.013f * float(step), 0, 0.029f * float(step));
+        moved.translate(0.13f * float(step), 0, 0.29f * float(step));
         ShadowMapManager::processLights(listOf({&light}), data, &projection, &moved, &wide);
-        for (int layer = 0; layer < 2; ++layer) {
-            const QVector3D shift = (shown(data, layer, {1, 0, 2}) - before[layer]) * 256;
-            EXPECT_NEAR(shift.x(), std::round(shift.x()), 0.02f) << layer << ' ' << step;
-            EXPECT_NEAR(shift.y(), std::round(shift.y()), 0.02f) << layer << ' ' << step;
+        const QVector3D now = shown(data, 0, {1, 0, 2});
+        for (const int size : {64, 192, 256, 640, 1024}) {
+            for (int axis = 0; axis < 2; ++axis) {
+                const double shift = (double(now[axis]) - double(before[axis])) * size / 2;
+                EXPECT_NEAR(shift, std::round(shift), 0.04) << size << ' ' << step;
+            }
+        }
+    }
+}
+
+TEST_F(ShadowMapManagerTest, cascadesGrowInFewStepsWhileTheCameraBacksAway)
+{
+    Light light;
+    light.direction = {0.4f, -1, 0.3f};
+    light.cascades = 3;
+    int changes = 0;
+    float last = 0;
+    for (int step = 0; step <= 400; ++step) {
+        QMatrix4x4 view;
+        view.lookAt({0, 8, 20 + 0.1f * float(step)}, {0, 4, 0}, {0, 1, 0});
+        ShadowMapManager::processLights(listOf({&light}), data, &projection, &view, &bounds);
+        const float texel = texelOf(data, 0);
+        if (step > 0 && std::abs(texel / last - 1) > 1e-4f) {
+            ++changes;
+            EXPECT_NEAR(std::abs(std::log2(texel / last)) * 8, std::round(std::abs(std::log2(texel / last)) * 8), 0.01);
+        }
+        last = texel;
+    }
+    EXPECT_LE(changes, 12);
+}
+
+TEST_F(ShadowMapManagerTest, cascadesAreNoWiderThanTheirSlicesAndTheScene)
+{
+    Light light;
+    light.direction = {0.4f, -1, 0.3f};
+    light.cascades = 4;
+    const Bounds wide{{-500, -1, -500}, {500, 5, 500}};
+    ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, &wide);
+    // The widest that a slice can be is the sphere through its far corners, with a step of growth and one of place.
+    const float slack = 1.0906f * 1.02f;
+    const float openness = std::sqrt(1 + 1.5f * 1.5f) * std::tan(30 * float(M_PI) / 180);
+    const float reach = 200 * std::sqrt(1 + openness * openness);
+    EXPECT_LT(texelOf(data, 3) * 256, reach * slack);
+    // The first slice takes an eighth of the view, half by distance; the rest by logarithm, which is far less.
+    EXPECT_LT(texelOf(data, 0) * 256, reach * slack * 0.15f);
+    // With the scene in sight from afar, no cascade is wider than the scene.
+    QMatrix4x4 away;
+    away.lookAt({0, 20, 80}, {0, 4, 0}, {0, 1, 0});
+    ShadowMapManager::processLights(listOf({&light}), data, &projection, &away, &bounds);
+    const float sphere = QVector3D(10, 4, 10).length();
+    for (int layer = 0; layer < 4; ++layer)
+        EXPECT_LT(texelOf(data, layer) * 256, sphere * slack) << layer;
+}
+
+TEST_F(ShadowMapManagerTest, endlessCamerasAreServed)
+{
+    Light light;
+    light.direction = {0.4f, -1, 0.3f};
+    // The limits of a perspective whose far plane goes to infinity, depths as usual and reversed.
+    const float f = 1 / std::tan(30 * float(M_PI) / 180);
+    const QMatrix4x4 endless(f / 1.5f, 0, 0, 0, 0, f, 0, 0, 0, 0, -1, -0.2f, 0, 0, -1, 0);
+    const QMatrix4x4 reversed(f / 1.5f, 0, 0, 0, 0, f, 0, 0, 0, 0, 1, 0.2f, 0, 0, -1, 0);
+    for (const QMatrix4x4 *matrix : {&endless, &reversed}) {
+        for (const Bounds *box : {&bounds, static_cast<const Bounds *>(nullptr)}) {
+            ShadowMapManager::processLights(listOf({&light}), data, matrix, &camera, box);
+            ASSERT_EQ(data.layerCount, 3);
+            for (const QVector3D &point : {QVector3D(0, 0, 0), QVector3D(5, 2, 5), QVector3D(-5, 1, -8)}) {
+                bool isCovered = false;
+                for (int layer = 0; layer < 3; ++layer)
+                    isCovered |= isInside(shown(data, layer, point));
+                EXPECT_TRUE(isCovered) << (box ? "with" : "without") << " bounds";
+            }
         }
     }
 }
@@ -268,12 +426,12 @@ TEST_F(ShadowMapManagerTest, spotLightIsOnePyramid)
     light.direction = {0, -2, 0};
     light.coneAngle = 90;
     light.range = 50;
-    ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, &bounds);
+    ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, nullptr);
     ASSERT_EQ(data.layerCount, 1);
     EXPECT_EQ(data.depthBiases, QVector<float>({light.depthBias}));
     EXPECT_TRUE(isNear(shown(data, 0, {1, 10 - 50, 2}), {0, 0, 1}));
-    EXPECT_TRUE(isNear(shown(data, 0, {1, 10 - 0.5f, 2}), {0, 0, 0})); // A hundredth of the range.
-    EXPECT_GT(shown(data, 0, {1, 10 - 0.6f, 2}).z(), 0);
+    EXPECT_TRUE(isNear(shown(data, 0, {1, 10 - 1, 2}), {0, 0, 0})); // A fiftieth of the range.
+    EXPECT_GT(shown(data, 0, {1, 10 - 1.1f, 2}).z(), 0);
     // 45 degrees to the side is the edge, at any distance.
     for (const float distance : {1.0f, 10.0f, 40.0f}) {
         const QVector3D edge = shown(data, 0, {1 + distance, 10 - distance, 2});
@@ -304,7 +462,7 @@ TEST_F(ShadowMapManagerTest, pointLightHasTheFacesOfACubeMap)
     for (int face = 0; face < 6; ++face) {
         const QVector3D axis = faces[face][0];
         EXPECT_TRUE(isNear(shown(data, face, light.position + 20 * axis), {0, 0, 1})) << face;
-        EXPECT_TRUE(isNear(shown(data, face, light.position + 0.2f * axis), {0, 0, 0})) << face;
+        EXPECT_TRUE(isNear(shown(data, face, light.position + 0.4f * axis), {0, 0, 0})) << face;
         const QVector3D right = shown(data, face, light.position + 10 * (axis + 0.5f * faces[face][1]));
         EXPECT_TRUE(isNear(right, {0.5f, 0, right.z()})) << face;
         const QVector3D top = shown(data, face, light.position + 10 * (axis + 0.5f * faces[face][2]));
@@ -322,6 +480,143 @@ TEST_F(ShadowMapManagerTest, pointLightHasTheFacesOfACubeMap)
             faceCount += isInside(shown(data, face, point));
         EXPECT_EQ(faceCount, 1) << i;
     }
+}
+
+TEST_F(ShadowMapManagerTest, depthsOfSpotAndPointLightsFitTheScene)
+{
+    struct Case
+    {
+        const char *name;
+        Light::Type type;
+        QVector3D position;
+        float range;
+    };
+    const Case cases[] = {
+        {"a spot above the scene", Light::Spot, {1, 30, 2}, 100},
+        {"a spot within", Light::Spot, {1, 7, 2}, 100},
+        {"a lamp within", Light::Point, {1, 4, 2}, 100},
+        {"a lamp on the floor", Light::Point, {0, 0, 0}, 100},
+        {"a lamp beside the scene", Light::Point, {60, 4, 2}, 100},
+        {"a spot of short range", Light::Spot, {1, 30, 2}, 25},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        Light light;
+        light.type = c.type;
+        light.position = c.position;
+        light.direction = {0.1f, -1, 0.05f};
+        light.coneAngle = 80;
+        light.range = c.range;
+        ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, &bounds);
+        // Every point of the scene that a layer shows and that is in range lies within its depths, but for what is nearer
+        // to the light than a fiftieth of its reach.
+        float lowest = 1;
+        float highest = 0;
+        for (int i = 0; i < 21 * 17 * 21; ++i) {
+            const QVector3D point(float(i % 21) - 10, float(i / 21 % 17) / 2, float(i / 357) - 10);
+            for (int layer = 0; layer < data.layerCount; ++layer) {
+                const QMatrix4x4 matrix = QMatrix4x4(data.transforms[layer].matrix).transposed();
+                const QVector4D clip = matrix * QVector4D(point, 1);
+                const QVector3D ndc = clip.toVector3DAffine();
+                if (clip.w() <= 0 || std::abs(ndc.x()) > 1 || std::abs(ndc.y()) > 1
+                    || (point - c.position).length() > c.range || clip.w() < 0.022f * 100)
+                    continue;
+                EXPECT_GT(ndc.z(), 0) << point.x() << ' ' << point.y() << ' ' << point.z();
+                EXPECT_LT(ndc.z(), 1) << point.x() << ' ' << point.y() << ' ' << point.z();
+                lowest = std::min(lowest, ndc.z());
+                highest = std::max(highest, ndc.z());
+            }
+        }
+        EXPECT_GT(highest, 0.9f);
+        if (c.position.y() > 10) {
+            EXPECT_LT(lowest, 0.25f);
+        }
+    }
+}
+
+TEST_F(ShadowMapManagerTest, lightsThatDoNotMeetTheSceneKeepTheirLayers)
+{
+    Light spot;
+    spot.type = Light::Spot;
+    spot.position = {0, 50, 0};
+    spot.direction = {0, 1, 0}; // Away.
+    spot.range = 30;
+    Light lamp;
+    lamp.type = Light::Point;
+    lamp.position = {500, 0, 0};
+    lamp.range = 20;
+    ShadowMapManager::processLights(listOf({&spot, &lamp}), data, &projection, &camera, &bounds);
+    ASSERT_EQ(data.layerCount, 7);
+    EXPECT_TRUE(isNear(shown(data, 0, {0, 80, 0}), {0, 0, 1}));
+    EXPECT_TRUE(isNear(shown(data, 1, {520, 0, 0}), {0, 0, 1}));
+}
+
+TEST_F(ShadowMapManagerTest, degenerateBoundsGiveUsableLayers)
+{
+    const float large = std::numeric_limits<float>::max();
+    const float nan = std::nanf("");
+    struct Case
+    {
+        const char *name;
+        Bounds bounds;
+    };
+    const Case cases[] = {
+        {"a point", {{1, 2, 3}, {1, 2, 3}}},
+        {"the point of an empty model", {{0, 0, 0}, {0, 0, 0}}},
+        {"a line", {{-5, 2, 3}, {5, 2, 3}}},
+        {"a floor", {{-5, 0, -5}, {5, 0, 5}}},
+        {"a wall", {{-5, 0, 2}, {5, 4, 2}}},
+        {"reversed corners", {{5, 4, 5}, {-5, 0, -5}}},
+        {"bounds of nothing", {{large, large, large}, {-large, -large, -large}}},
+        {"no number", {{nan, nan, nan}, {1, 1, 1}}},
+        {"endless", {{-INFINITY, 0, 0}, {1, 1, 1}}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        for (const auto type : {Light::Directional, Light::Spot, Light::Point}) {
+            for (const bool withCamera : {false, true}) {
+                Light light;
+                light.type = type;
+                light.position = {1, 20, 2};
+                light.direction = {0, -1, 0};
+                ShadowMapManager::processLights(listOf({&light}), data, withCamera ? &projection : nullptr,
+                    withCamera ? &camera : nullptr, &c.bounds);
+                ASSERT_GT(data.layerCount, 0);
+                for (int layer = 0; layer < data.layerCount; ++layer) {
+                    for (const float value : data.transforms[layer].matrix)
+                        EXPECT_TRUE(std::isfinite(value)) << type << ' ' << layer;
+                    EXPECT_NE(QMatrix4x4(data.transforms[layer].matrix).determinant(), 0) << type << ' ' << layer;
+                }
+                const bool isKnown = std::isfinite(c.bounds.second.x() - c.bounds.first.x());
+                if (type == Light::Directional && isKnown) {
+                    for (int i = 0; i < 8; ++i)
+                        EXPECT_TRUE(isInside(shown(data, data.layerCount - 1, corner(c.bounds, i)))) << i;
+                }
+            }
+        }
+    }
+}
+
+TEST_F(ShadowMapManagerTest, projectorsFollowTheLightsThatTheListHolds)
+{
+    Light sun;
+    Light spot;
+    spot.type = Light::Spot;
+    const QVariantList lights{
+        QVariant::fromValue<Light *>(nullptr), QVariant::fromValue(&spot), 5, QVariant::fromValue<QObject *>(&sun)};
+    EXPECT_EQ(ShadowMapManager::lightsIn(lights), (QVector<Light *>{&spot, &sun}));
+    ShadowMapManager::processLights(lights, data, nullptr, nullptr, nullptr);
+    ASSERT_EQ(data.projectors.size(), 2);
+    EXPECT_EQ(data.projectors[1].firstLayer, 1);
+    EXPECT_TRUE(ShadowMapManager::lightsIn(5).isEmpty());
+}
+
+TEST_F(ShadowMapManagerTest, cascadesAreLimited)
+{
+    Light light;
+    light.cascades = 2000000000;
+    ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, &bounds);
+    EXPECT_EQ(data.layerCount, 16);
 }
 
 TEST_F(ShadowMapManagerTest, lightsTakeConsecutiveLayers)
