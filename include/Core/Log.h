@@ -13,6 +13,9 @@ KVZ_CORE_EXPORT void logDebug(const char *file, int line, const QString &text);
 KVZ_CORE_EXPORT void logWarning(const char *file, int line, const QString &text);
 KVZ_CORE_EXPORT void logCritical(const char *file, int line, const QString &text);
 
+/// Logs a text as it stands at debug level, for reports of modes that hosts read by their text alone.
+KVZ_CORE_EXPORT void logDebug(const QString &text);
+
 /// Logs a failed assertion at critical level as "[ !! ] Assertion 'condition' failed: message" and lets the code run
 /// on. Each "\%" in the condition's source text stands for "%".
 KVZ_CORE_EXPORT void logAssertion(const char *file, int line, const QString &condition, const QString &message);

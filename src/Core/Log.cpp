@@ -27,6 +27,11 @@ void logDebug(const char *file, int line, const QString &text)
     QMessageLogger(nullptr, 0, nullptr).debug("%s", placed(file, line, text).constData());
 }
 
+void logDebug(const QString &text)
+{
+    QMessageLogger(nullptr, 0, nullptr).debug("%s", text.toUtf8().constData());
+}
+
 void logWarning(const char *file, int line, const QString &text)
 {
     QMessageLogger(nullptr, 0, nullptr).warning("%s", placed(file, line, text).constData());

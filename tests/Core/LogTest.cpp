@@ -54,6 +54,17 @@ TEST_F(LogTest, hasALevelForEachFunction)
     EXPECT_EQ(log.messages()[2].type, QtCriticalMsg);
 }
 
+TEST_F(LogTest, aTextWithoutAPlaceIsLoggedAsItStands)
+{
+    const QString text = QStringLiteral("[Log] 100 % of %1 and %s, ") + QString(QChar(0x00e4)) + QLatin1Char(' ');
+    logDebug(text);
+    EXPECT_EQ(message().text, text);
+    EXPECT_EQ(message().type, QtDebugMsg);
+    EXPECT_EQ(message().category, QStringLiteral("default"));
+    EXPECT_TRUE(message().file.isEmpty());
+    EXPECT_EQ(message().line, 0);
+}
+
 TEST_F(LogTest, logsUnderTheDefaultCategoryWithoutAFile)
 {
     KVZ_WARNING(QStringLiteral("text"));
