@@ -98,6 +98,8 @@ struct InputInfo : PortInfo
     Multisampling multisampling = Multisampling::Refused; ///< Of texture ports.
     /// Of texture ports: inputs with which the pass cannot read several samples after all, when they are fed or true.
     QStringList refusesSamplesWith;
+    /// Of texture ports: the input that must say how many samples the image has, since it is attached beside the result.
+    QString samplesAs;
     bool drawnInto = false; ///< The pass draws into the image that it is given.
     bool needsStencil = false; ///< The pass masks by the stencil of this depth image.
     /// Above 0: the pass keeps objects for each new value, so the chain rounds values to this grid and keeps a pass object
@@ -131,7 +133,7 @@ enum class PassTrait {
     JittersCamera = 0x2,
     AccumulatesFrames = 0x4, ///< Consumes jitter: it averages or resolves over frames.
     Shades = 0x8,
-    Obscures = 0x10, ///< Ambient obscurance.
+    Obscures = 0x10, ///< Ambient obscurance. What lays an obscurance image over a picture has it without being told.
     Transparent = 0x20, ///< Composites transparent surfaces.
     AntiAliases = 0x40, ///< Filters the edges of a finished frame.
     Culls = 0x80, ///< Marks items of a model as not drawn.

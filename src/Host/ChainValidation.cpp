@@ -424,6 +424,8 @@ private:
                 QStringLiteral("set %1 of pass %2 to 1")
                     .arg(outputOf(origin).samplesInput, quoted(passName(origin.pass))));
         }
+        if (!input.samplesAs.isEmpty())
+            checkSamplesAgree(index, input, wired);
         if (input.drawnInto)
             checkDrawTarget(index, input, wired);
     }
@@ -448,6 +450,23 @@ private:
                 return QStringLiteral("%1 beside %2").arg(oneSample, other);
         }
         return {};
+    }
+
+    /// Whether an image has as many samples as the pass is told. A number that is known only in the frame is let pass.
+    void checkSamplesAgree(int index, const InputInfo &input, const WiredInput &wired)
+    {
+        const Use use(m_chain.passes[index], m_wiring[index]);
+        const QVariant told = use.value(input.samplesAs);
+        if (use.isFed(input.samplesAs) && !told.isValid())
+            return;
+        const int wanted = std::max(1, told.toInt());
+        const int given = std::max(1, samplesOf(originOf(wired)));
+        if (wanted != given) {
+            report(Severity::Error, Code::MultisampleMismatch, passName(index), input.name,
+                QStringLiteral("%1 samples, as %2 says").arg(wanted).arg(input.samplesAs),
+                QStringLiteral("%1 from %2").arg(given).arg(sourceText(wired)),
+                QStringLiteral("set %1 to %2").arg(input.samplesAs).arg(given));
+        }
     }
 
     /// The samples for each texel of an image, at the output that made it.
@@ -539,8 +558,12 @@ private:
     void checkRoles()
     {
         QVector<PassTraits> traits;
-        for (int i = 0; i < m_wiring.size(); ++i)
-            traits.append(m_wiring[i].info && m_wiring[i].enabled ? traitsOf(i) : PassTraits());
+        for (int i = 0; i < m_wiring.size(); ++i) {
+            const bool runs = m_wiring[i].info && m_wiring[i].enabled;
+            traits.append(runs ? traitsOf(i) : PassTraits());
+            if (runs && appliesObscurance(m_wiring[i]))
+                traits.last() |= PassTrait::Obscures;
+        }
 
         for (const OrderRule &rule : orderRules) {
             const int lastEarlier = lastWith(traits, rule.earlier, traits.size());
@@ -561,6 +584,20 @@ private:
             report(Severity::Warning, Code::RoleOrder, passName(jitter), {}, "a later pass that accumulates frames",
                 "none: the picture trembles", "add one, or disable the jitter");
         }
+    }
+
+    /// Whether a pass takes an obscurance image and gives colours.
+    bool appliesObscurance(const WiredPass &pass) const
+    {
+        const auto holds = [](TextureKind kind) {
+            return [kind](const OutputInfo &output) {
+                return output.type == ValueType::Texture && output.texture.kind == kind;
+            };
+        };
+        return std::any_of(pass.info->outputs.begin(), pass.info->outputs.end(), holds(TextureKind::Colour))
+            && std::any_of(pass.inputs.begin(), pass.inputs.end(), [&](const WiredInput &input) {
+                   return input.source == Source::Output && holds(TextureKind::Obscurance)(outputOf(input));
+               });
     }
 
     static int firstWith(const QVector<PassTraits> &traits, PassTrait trait, int from)

@@ -393,7 +393,7 @@ bool RenderChain::setValue(const QString &pass, const QString &port, const QVari
     const bool decides = std::any_of(info.outputs.begin(), info.outputs.end(),
                              [&](const OutputInfo &output) { return output.samplesInput == port; })
         || std::any_of(info.inputs.begin(), info.inputs.end(),
-            [&](const InputInfo &other) { return other.refusesSamplesWith.contains(port); });
+            [&](const InputInfo &other) { return other.refusesSamplesWith.contains(port) || other.samplesAs == port; });
     if (d->wiringIsStale || decides || !described.values.contains(port))
         d->setStale();
     else

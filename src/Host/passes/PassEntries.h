@@ -13,6 +13,7 @@ namespace Velmora::Kvz::PassEntries {
 PassInfo blendRenderPass();
 PassInfo blurAndCombineRenderPass();
 PassInfo cameraJitterPass();
+PassInfo cameraSpaceZBufferRenderPass();
 PassInfo cullingRenderPass();
 PassInfo deferredRenderPass();
 PassInfo forwardRenderPass();
@@ -23,6 +24,7 @@ PassInfo luminanceAverageRenderPass();
 PassInfo modelDeferredPass();
 PassInfo modelRenderPass();
 PassInfo primitiveBuilderRenderPass();
+PassInfo scalableAmbientObscuranceRenderPass();
 PassInfo shaderRenderPass();
 PassInfo stencilBlurAndBlendRenderPass();
 PassInfo textureToScreenRenderPass();
@@ -33,6 +35,7 @@ inline constexpr PassInfo (*all[])() = {
     blendRenderPass,
     blurAndCombineRenderPass,
     cameraJitterPass,
+    cameraSpaceZBufferRenderPass,
     cullingRenderPass,
     deferredRenderPass,
     forwardRenderPass,
@@ -43,6 +46,7 @@ inline constexpr PassInfo (*all[])() = {
     modelDeferredPass,
     modelRenderPass,
     primitiveBuilderRenderPass,
+    scalableAmbientObscuranceRenderPass,
     shaderRenderPass,
     stencilBlurAndBlendRenderPass,
     textureToScreenRenderPass,

@@ -12,10 +12,10 @@ namespace Velmora::Kvz {
 class FramebufferObject;
 class Texture;
 
-/// Takes a texture of one sample from the pool and attaches it to the framebuffer, which must be bound, at level 0. The
-/// pass holds one reference until detachAndGiveBack().
+/// Takes a texture from the pool and attaches it to the framebuffer, which must be bound, at level 0. Below 1 `samples` count
+/// as one. The pass holds one reference until detachAndGiveBack().
 Texture *attachTempTexture(
-    FramebufferObject *framebuffer, unsigned int attachment, TextureFormat format, const QSize &size);
+    FramebufferObject *framebuffer, unsigned int attachment, TextureFormat format, const QSize &size, int samples = 1);
 
 /// Writes a pooled texture to an output and adds one reference for each of its declared users.
 void handOn(NamedValue<QVariant> &output, int users, Texture *texture);
