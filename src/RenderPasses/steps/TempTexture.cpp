@@ -6,8 +6,8 @@
 
 namespace Velmora::Kvz {
 
-Texture *attachTempTexture(FramebufferObject *framebuffer, unsigned int attachment, TextureFormat format,
-    const QSize &size, int samples)
+Texture *attachTempTexture(
+    FramebufferObject *framebuffer, unsigned int attachment, TextureFormat format, const QSize &size, int samples)
 {
     Texture *const texture = TextureManager::Instance()->tempTexture(format, size.width(), size.height(), 1, samples);
     framebuffer->attach(texture, attachment, 0);
