@@ -89,7 +89,7 @@ struct KVZ_HOST_EXPORT ChainDescription
     QString description; ///< One sentence.
     QVector<ChainPass> passes; ///< In the order in which they run.
     QMap<QString, ChainOutput> exports; ///< Outputs that the host reads after a frame, by a name of its choice.
-    /// Where relative names of files in options start; empty: in the working directory. loadChain() sets it. It is no part
+    /// Where relative names of files in options and values start; empty: in the working directory. loadChain() sets it. It is no part
     /// of what a file holds, so neither toJson() nor a comparison sees it.
     QString folder;
 

@@ -34,7 +34,7 @@ enum class TextureKind {
     Overlay, ///< Lines over a transparent ground.
     Velocity,
     Stencil,
-    Environment, ///< Cube map or latitude-longitude image.
+    Environment, ///< Cube map of surroundings; a latitude-longitude image is a Colour.
     NodeList ///< Buffers of the transparency lists.
 };
 
@@ -89,6 +89,14 @@ enum class Multisampling {
     Taken ///< It reads the samples.
 };
 
+/// What becomes of an image file that an input names.
+enum class ImageFileUse {
+    None, ///< The input names no image file.
+    Converted, ///< Images of every format come out right, and those beyond the driver's limit are scaled down.
+    Bits32, ///< Its bits are uploaded as they are, taken as 32 for each pixel, at its full size.
+    CubemapFace ///< The same, and all such inputs of a pass want squares of one size.
+};
+
 struct InputInfo : PortInfo
 {
     QVariant defaultValue; ///< As the pass is constructed.
@@ -100,6 +108,9 @@ struct InputInfo : PortInfo
     QStringList refusesSamplesWith;
     /// Of texture ports: the input that must say how many samples the image has, since it is attached beside the result.
     QString samplesAs;
+    /// Of inputs of type String: what becomes of the image file that the value names. Relative names in a chain's values count
+    /// from the folder of the chain file.
+    ImageFileUse imageFile = ImageFileUse::None;
     bool drawnInto = false; ///< The pass draws into the image that it is given.
     bool needsStencil = false; ///< The pass masks by the stencil of this depth image.
     /// Above 0: the pass keeps objects for each new value, so the chain rounds values to this grid and keeps a pass object

@@ -44,7 +44,8 @@ public:
     /// Adds a mesh and returns its number. Refused: no triangles, counts that differ, a count of indices or of unindexed
     /// positions that is no multiple of three, an index past the end, a coordinate that is not finite.
     int addMesh(const MeshData &mesh);
-    /// Adds a material and returns its number. Refused: a value that is not finite.
+    /// Adds a material and returns its number, counted from 0: the material id of the items that have it. Refused: a value
+    /// that is not finite.
     int addMaterial(const MaterialData &material);
     /// Adds an item and returns its number, its draw number. Refused: an unknown mesh or material, a matrix that is not
     /// finite.

@@ -12,6 +12,7 @@
 static void registerChains()
 {
     Q_INIT_RESOURCE(Chains);
+    Q_INIT_RESOURCE(Environments);
 }
 
 namespace Velmora::Kvz {
@@ -64,6 +65,11 @@ ChainDescription movedToFolder(ChainDescription chain, const QString &folder, co
 {
     const QDir from(chain.folder);
     const QDir to(folder);
+    const auto moved = [&](const QString &name) {
+        const QString path = QDir::cleanPath(from.absoluteFilePath(name));
+        // There is no way from a folder on disk into the resources of a program.
+        return path.startsWith(QLatin1Char(':')) ? path : to.relativeFilePath(path);
+    };
     for (ChainPass &pass : chain.passes) {
         const PassInfo *info = registry.find(pass.className);
         for (auto it = pass.options.begin(); it != pass.options.end(); ++it) {
@@ -72,9 +78,14 @@ ChainDescription movedToFolder(ChainDescription chain, const QString &folder, co
             if (option < 0 || info->options[option].type != ValueType::ShaderFile || isShaderText(name)
                 || !QDir::isRelativePath(name))
                 continue;
-            const QString path = QDir::cleanPath(from.absoluteFilePath(name));
-            // There is no way from a folder on disk into the resources of a program.
-            *it = path.startsWith(QLatin1Char(':')) ? path : to.relativeFilePath(path);
+            *it = moved(name);
+        }
+        for (auto it = pass.values.begin(); it != pass.values.end(); ++it) {
+            const int input = info ? info->findInput(it.key()) : -1;
+            const QString name = it->toString();
+            if (input >= 0 && info->inputs[input].imageFile != ImageFileUse::None && !name.isEmpty()
+                && QDir::isRelativePath(name))
+                *it = moved(name);
         }
     }
     chain.folder = to.absolutePath();

@@ -4,7 +4,9 @@
 #include <GL/GLExtensions.h>
 #include <GL/InternalFormat.h>
 #include <Host/ChainWiring.h>
+#include <Host/ImageFile.h>
 
+#include <QtCore/QDir>
 #include <QtCore/QRect>
 
 #include <epoxy/gl.h>
@@ -252,6 +254,7 @@ private:
                         "a width and height of 1 or more", describeValue(it.value()),
                         "leave it out for the viewport of the frame");
                 }
+                checkImageFile(index, *input, it.value());
                 continue;
             }
             const QString form = writtenForm(input->type);
@@ -259,6 +262,65 @@ private:
                 form.isEmpty() ? typeName(input->type) : QStringLiteral("%1: %2").arg(typeName(input->type), form),
                 describeValue(it.value()),
                 form.isEmpty() ? QStringLiteral("connect an output or a value of the frame") : QString());
+        }
+    }
+
+    void checkImageFile(int index, const InputInfo &input, const QVariant &value)
+    {
+        const QString name = value.toString();
+        if (input.imageFile == ImageFileUse::None || name.isEmpty())
+            return;
+        const QString path = resolveImageFile(input, value, m_chain.folder).toString();
+        const ImageFileInfo image = inspectImageFile(path);
+        const QString pass = passName(index);
+        if (!image.problem.isEmpty()) {
+            report(Severity::Error, Code::BadValue, pass, input.name, "an image file",
+                QStringLiteral("%1, %2").arg(quoted(path), image.problem),
+                QDir::isRelativePath(name) ? QStringLiteral("its name counts from the folder of the chain file")
+                                           : QString());
+            return;
+        }
+        if (input.imageFile != ImageFileUse::Converted && !image.has32Bits) {
+            report(Severity::Error, Code::BadValue, pass, input.name, "an image of 32 bits a pixel",
+                QStringLiteral("%1 with %2, which would come out scrambled").arg(quoted(path), image.format),
+                "save it with 8 bits each for red, green and blue");
+            return;
+        }
+        if (input.imageFile == ImageFileUse::CubemapFace)
+            checkFace(index, input, path, image.size);
+        if (image.isCmyk) {
+            report(Severity::Warning, Code::BadValue, pass, input.name, "an image in red, green and blue",
+                QStringLiteral("%1 in CMYK, whose colours are converted without its profile").arg(quoted(path)),
+                "convert it with a colour-managed program");
+        }
+    }
+
+    /// A face must be a square, and as large as the faces before it.
+    void checkFace(int index, const InputInfo &input, const QString &path, const QSize &size)
+    {
+        const auto text = [](const QSize &pixels) {
+            return QStringLiteral("%1 by %2 pixels").arg(pixels.width()).arg(pixels.height());
+        };
+        const QString found = QStringLiteral("%1 of %2").arg(quoted(path), text(size));
+        if (size.width() != size.height()) {
+            report(Severity::Error, Code::BadValue, passName(index), input.name, "a square face", found,
+                "make its sides equal");
+            return;
+        }
+        const ChainPass &pass = m_chain.passes[index];
+        for (const InputInfo &other : m_wiring[index].info->inputs) {
+            if (other.name == input.name)
+                return;
+            const QVariant value = pass.values.value(other.name);
+            if (other.imageFile != ImageFileUse::CubemapFace || value.toString().isEmpty())
+                continue;
+            const ImageFileInfo image = inspectImageFile(resolveImageFile(other, value, m_chain.folder).toString());
+            if (!image.problem.isEmpty() || image.size == size)
+                continue;
+            report(Severity::Error, Code::BadValue, passName(index), input.name,
+                QStringLiteral("%1 like %2").arg(text(image.size), other.name), found,
+                QStringLiteral("give all faces one size"));
+            return;
         }
     }
 
@@ -633,6 +695,26 @@ private:
     QVector<ChainFinding> m_findings;
 };
 
+/// Reports an image file beyond the limit of the driver where it is uploaded at its full size.
+void checkImageSizeOnDriver(const InputInfo &input, const ChainPass &pass, const QString &folder, Severity severity,
+    QVector<ChainFinding> *findings)
+{
+    const QVariant value = pass.values.value(input.name);
+    if (value.toString().isEmpty()
+        || (input.imageFile != ImageFileUse::Bits32 && input.imageFile != ImageFileUse::CubemapFace))
+        return;
+    GLint limit = 0;
+    glGetIntegerv(input.imageFile == ImageFileUse::Bits32 ? GL_MAX_TEXTURE_SIZE : GL_MAX_CUBE_MAP_TEXTURE_SIZE, &limit);
+    const QString path = resolveImageFile(input, value, folder).toString();
+    const QSize size = inspectImageFile(path).size;
+    if (std::max(size.width(), size.height()) <= limit)
+        return;
+    findings->append({severity, Code::BadValue, pass.name, input.name,
+        QStringLiteral("sides up to %1, the limit of this driver").arg(limit),
+        QStringLiteral("%1 of %2 by %3 pixels").arg(quoted(path)).arg(size.width()).arg(size.height()),
+        QStringLiteral("make it smaller")});
+}
+
 } // namespace
 
 QString ChainFinding::toString() const
@@ -695,6 +777,8 @@ QVector<ChainFinding> validateChainOnDriver(const ChainDescription &chain, const
                 QStringLiteral("sides up to %1, the limit of this driver").arg(limit), describeValue(viewport),
                 QStringLiteral("make it smaller")});
         }
+        for (const InputInfo &input : info->inputs)
+            checkImageSizeOnDriver(input, pass, chain.folder, gravest, &findings);
         for (const DriverNeed &need : info->driverNeeds) {
             QStringList missing;
             for (const QString &extension : need.extensions) {

@@ -14,6 +14,7 @@
 #include <Host/ChainWiring.h>
 #include <Host/GLState.h>
 #include <Host/GpuTimer.h>
+#include <Host/ImageFile.h>
 #include <Host/TextureCapture.h>
 #include <Scene/GPUModel.h>
 
@@ -389,15 +390,26 @@ bool RenderChain::setValue(const QString &pass, const QString &port, const QVari
                            .arg(pass, port, describeValue(value)));
     }
 
-    // Where the number of samples or what reads them changes, the chain is checked again.
-    const bool decides = std::any_of(info.outputs.begin(), info.outputs.end(),
-                             [&](const OutputInfo &output) { return output.samplesInput == port; })
+    const QVariant resolved = resolveImageFile(input, converted, d->description.folder);
+    const bool namesImage = input.imageFile != ImageFileUse::None && !resolved.toString().isEmpty();
+    if (namesImage) {
+        const QString problem = inspectImageFile(resolved.toString()).problem;
+        if (!problem.isEmpty()) {
+            return d->fail(QStringLiteral("pass \"%1\", %2: expected an image file, found \"%3\", %4")
+                               .arg(pass, port, resolved.toString(), problem));
+        }
+    }
+
+    // Where the number of samples or what reads them changes, and for images, the chain is checked again.
+    const bool decides = namesImage
+        || std::any_of(info.outputs.begin(), info.outputs.end(),
+            [&](const OutputInfo &output) { return output.samplesInput == port; })
         || std::any_of(info.inputs.begin(), info.inputs.end(),
             [&](const InputInfo &other) { return other.refusesSamplesWith.contains(port) || other.samplesAs == port; });
     if (d->wiringIsStale || decides || !described.values.contains(port))
         d->setStale();
     else
-        d->nodes[size_t(passIndex)]->inputs[size_t(inputIndex)].stored = converted;
+        d->nodes[size_t(passIndex)]->inputs[size_t(inputIndex)].stored = resolved;
     described.values.insert(port, converted);
     return true;
 }
@@ -608,6 +620,7 @@ void RenderChain::Private::wireNode(Node *node, const ChainPass &described, cons
             break;
         case WiredInput::Source::Value:
             convertValue(described.values.value(input.info->name), input.info->type, &input.stored);
+            input.stored = resolveImageFile(*input.info, input.stored, description.folder);
             input.value = &input.stored;
             break;
         case WiredInput::Source::Output:

@@ -28,7 +28,8 @@ struct MaterialRow
     float ns;
     float mapKd;
     float mapKs;
-    float unused[2];
+    float number;
+    float unused;
 };
 
 static_assert(sizeof(QVector3D) == 3 * sizeof(float) && sizeof(QVector2D) == 2 * sizeof(float),
@@ -190,10 +191,10 @@ Layout layOut(const QVector<MeshData> &meshes, const std::vector<bool> &isUsed)
     return layout;
 }
 
-MaterialRow rowOf(const MaterialData &material, int mapKd, int mapKs)
+MaterialRow rowOf(const MaterialData &material, int mapKd, int mapKs, int number)
 {
     return {{material.kd.x(), material.kd.y(), material.kd.z()}, material.d,
-        {material.ks.x(), material.ks.y(), material.ks.z()}, material.ns, float(mapKd), float(mapKs), {}};
+        {material.ks.x(), material.ks.y(), material.ks.z()}, material.ns, float(mapKd), float(mapKs), float(number), 0};
 }
 
 Bounds boundsOf(const MeshData &mesh)
@@ -292,7 +293,7 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
         const int mapKd = TextureManager::Instance()->addManagedTexture(m_materials[i].mapKd);
         const int mapKs = TextureManager::Instance()->addManagedTexture(m_materials[i].mapKs);
         data.textureHandles.insert(data.textureHandles.end(), {mapKd, mapKs});
-        materials[size_t(i)] = rowOf(m_materials[i], mapKd, mapKs);
+        materials[size_t(i)] = rowOf(m_materials[i], mapKd, mapKs, i);
     }
     std::vector<Bounds> meshBounds;
     for (const MeshData &mesh : m_meshes)

@@ -31,6 +31,7 @@ QVector<InstanceDataPlan::Field> materialFields()
         {QStringLiteral("getNs"), Type::Float},
         {QStringLiteral("getMap_Kd"), Type::Int},
         {QStringLiteral("getMap_Ks"), Type::Int},
+        {QStringLiteral("getMaterialId"), Type::Int},
     };
 }
 

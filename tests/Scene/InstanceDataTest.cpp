@@ -50,9 +50,10 @@ TEST_F(InstanceDataTest, plansThatAreThereFromTheStart)
     EXPECT_EQ(material.offset(QStringLiteral("getD")), 3);
     EXPECT_EQ(material.offset(QStringLiteral("getKs")), 4);
     EXPECT_EQ(material.offset(QStringLiteral("getMap_Ks")), 9);
+    EXPECT_EQ(material.offset(QStringLiteral("getMaterialId")), 10);
     EXPECT_EQ(material.declarations(),
         QStringLiteral("vec3 getKd();\nfloat getD();\nvec3 getKs();\nfloat getNs();\nint getMap_Kd();\nint "
-                       "getMap_Ks();\n"));
+                       "getMap_Ks();\nint getMaterialId();\n"));
 }
 
 TEST_F(InstanceDataTest, noFieldStraddlesATexel)

@@ -102,6 +102,13 @@ InputInfo cameraInput()
         "Kvz_QMatrix4x4_CameraMatrix", ValueType::Matrix4x4, QVariant(), "World to camera space.", "the identity");
 }
 
+InputInfo imageFileInput(const char *name, ImageFileUse use, const char *description, const char *whenNull)
+{
+    InputInfo info = input(name, ValueType::String, QVariant(), description, whenNull);
+    info.imageFile = use;
+    return info;
+}
+
 InputInfo blurRadiusInput(const char *description)
 {
     InputInfo info = input("Kvz_float_BlurRadius", ValueType::Float, 2.0f, description, "0");

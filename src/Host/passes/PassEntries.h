@@ -10,45 +10,57 @@ namespace Velmora::Kvz::PassEntries {
 /// \name Entries of the registry
 /// One function for each pass class, in a file named after the class.
 /// @{
+PassInfo backgroundImageRenderPass();
 PassInfo blendRenderPass();
 PassInfo blurAndCombineRenderPass();
 PassInfo cameraJitterPass();
 PassInfo cameraSpaceZBufferRenderPass();
+PassInfo cubemapLoaderRenderPass();
 PassInfo cullingRenderPass();
 PassInfo deferredRenderPass();
+PassInfo depthStencilRenderPass();
 PassInfo forwardRenderPass();
 PassInfo gaussianBlurRenderPass();
 PassInfo gBufferRenderPass();
 PassInfo gradientRenderPass();
 PassInfo luminanceAverageRenderPass();
+PassInfo materialIdRenderPass();
 PassInfo modelDeferredPass();
 PassInfo modelRenderPass();
 PassInfo primitiveBuilderRenderPass();
 PassInfo scalableAmbientObscuranceRenderPass();
 PassInfo shaderRenderPass();
+PassInfo skyboxRenderPass();
 PassInfo stencilBlurAndBlendRenderPass();
+PassInfo textureLoaderRenderPass();
 PassInfo textureToScreenRenderPass();
 PassInfo wireframeRenderPass();
 /// @}
 
 inline constexpr PassInfo (*all[])() = {
+    backgroundImageRenderPass,
     blendRenderPass,
     blurAndCombineRenderPass,
     cameraJitterPass,
     cameraSpaceZBufferRenderPass,
+    cubemapLoaderRenderPass,
     cullingRenderPass,
     deferredRenderPass,
+    depthStencilRenderPass,
     forwardRenderPass,
     gaussianBlurRenderPass,
     gBufferRenderPass,
     gradientRenderPass,
     luminanceAverageRenderPass,
+    materialIdRenderPass,
     modelDeferredPass,
     modelRenderPass,
     primitiveBuilderRenderPass,
     scalableAmbientObscuranceRenderPass,
     shaderRenderPass,
+    skyboxRenderPass,
     stencilBlurAndBlendRenderPass,
+    textureLoaderRenderPass,
     textureToScreenRenderPass,
     wireframeRenderPass,
 };
@@ -68,6 +80,8 @@ InputInfo projectionInput();
 /// The same for a pass that compares or fits the camera: it takes the frame's projection, not an earlier pass's jittered one.
 InputInfo unjitteredProjectionInput();
 InputInfo cameraInput();
+/// An input that names an image file.
+InputInfo imageFileInput(const char *name, ImageFileUse use, const char *description, const char *whenNull);
 /// The radius of a blur, whose programs the pass keeps for each new value: the chain rounds it to quarters.
 InputInfo blurRadiusInput(const char *description);
 
