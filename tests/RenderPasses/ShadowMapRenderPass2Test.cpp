@@ -1,1 +1,769 @@
 // SPDX-License-Identifier: MIT
+#include "ShadowReference.h"
+
+#include <GL/AutoBinder.h>
+#include <GL/FramebufferObject.h>
+#include <GL/GLExtensions.h>
+#include <GL/GLStatistics.h>
+#include <RenderPasses/ShadowMapRenderPass.h>
+#include <RenderPasses/ShadowMapRenderPass2.h>
+#include <Scene/InstanceDataCollection.h>
+#include <Scene/InstanceDataRegistry.h>
+
+#include <QtCore/QRegularExpression>
+#include <QtCore/QSize>
+
+#include <epoxy/gl.h>
+
+#include <cmath>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+using Port = ShadowMapRenderPass2;
+using RenderData = ShadowMapManager::RenderData;
+
+constexpr double bias = 0.0005; // Of lights unless set.
+constexpr int mapSize = 64;
+
+const char *const viewportLayer = "GL_ARB_shader_viewport_layer_array";
+
+/// A row of the table of strategies, made to hold by what the driver claims.
+struct Strategy
+{
+    const char *name;
+    QByteArray renderer;
+    int geometryVertices;
+    bool hidesExtension;
+};
+
+/// The rows that this driver can run, each with both ways to filter.
+QVector<Strategy> strategies()
+{
+    // A limit of 3 vertices is in the way of layered filtering only: batches need 24.
+    QVector<Strategy> rows = {
+        {"batches, layered filter", "AMD Test", 24, false},
+        {"one by one, layered filter", "Test", 4, true},
+        {"one by one, single filter", "Test", 3, true},
+    };
+    if (hasGLExtension(viewportLayer)) {
+        rows.append({"vertex stage, layered filter", "Test", 4, false});
+        rows.append({"vertex stage, single filter", "Test", 3, false});
+    }
+    return rows;
+}
+
+class ShadowMapRenderPass2Test : public ShadowTest
+{
+protected:
+    void SetUp() override
+    {
+        ShadowTest::SetUp();
+        make();
+    }
+    void TearDown() override
+    {
+        pass.reset();
+        ShadowTest::TearDown();
+    }
+
+    /// A pass with what the driver itself says.
+    void make()
+    {
+        pass = std::make_unique<ShadowMapRenderPass2>();
+        log.takeDebug();
+    }
+    void make(const Strategy &strategy)
+    {
+        const DriverClaims claims(strategy.renderer, strategy.geometryVertices, strategy.hidesExtension);
+        make();
+    }
+
+    Texture *array() const { return renderDataOf(*pass)->projectionTexture(); }
+    void setFilter(int filter) { pass->setInput(Port::Filter, filter); }
+    QVector<Image> render(int filter)
+    {
+        setFilter(filter);
+        connect(*pass, mapSize);
+        run(*pass);
+        return readMaps(*pass);
+    }
+    void setView(RenderPass &target)
+    {
+        set(target, "Kvz_QMatrix4x4_ProjectionMatrix", perspective({4, 3}, 0.5f, 40));
+        set(target, "Kvz_QMatrix4x4_CameraMatrix", lookAt({6, 5, 8}, {0, 1, 0}));
+    }
+    /// Three kinds of light, ten layers: no multiple of eight.
+    void addLights()
+    {
+        lights.directional({-0.4f, -1, -0.3f}, 3);
+        lights.spot({4, 6, 3}, {-4, -6, -3}, 100, 20);
+        lights.point({-0.5f, 4.5f, 0}, 15);
+    }
+    void addSpots(int count)
+    {
+        for (int i = 0; i < count; ++i)
+            lights.spot({4, 6, float(i) / 4}, {-4, -6, -3}, 60, 20);
+    }
+
+    std::unique_ptr<ShadowMapRenderPass2> pass;
+};
+
+/// Counts what is drawn and cleared while it lives.
+struct WorkRecorder
+{
+    GLCallRecorder<&epoxy_glDrawArrays> arrays;
+    GLCallRecorder<&epoxy_glDrawElements> elements;
+    GLCallRecorder<&epoxy_glClear> clears;
+
+    size_t draws() const { return arrays.calls.size() + elements.calls.size(); }
+    size_t all() const { return draws() + clears.calls.size(); }
+};
+
+/// Holds maps of two ways to draw them against each other. At an edge the rounding of a corner decides whether a texel is
+/// covered, so of a thousand texels one may be another's.
+void expectNearlyEqual(const Image &map, const Image &expected, double tolerance)
+{
+    int apart = 0;
+    double largest = 0;
+    for (int i = 0; i < map.data.size(); i += 4) {
+        const double off = std::max(std::abs(double(map.data[i]) - double(expected.data[i])),
+            std::abs(double(map.data[i + 1]) - double(expected.data[i + 1])) / 2);
+        if (off > tolerance)
+            ++apart;
+        else
+            largest = std::max(largest, off);
+    }
+    EXPECT_EQ(map.data.size(), expected.data.size());
+    EXPECT_LE(apart, map.width * map.height / 1000) << "texels differ by more than " << tolerance;
+}
+
+} // namespace
+
+TEST_F(ShadowMapRenderPass2Test, declaresItsPorts)
+{
+    const QVector<QPair<QString, QVariant>> inputs = {
+        {QStringLiteral("Kvz_KvzGPUModel*_Geometry"), QVariant()},
+        {QStringLiteral("Kvz_QList_InstanceData"), QVariant()},
+        {QStringLiteral("Kvz_QList_KvzShadowMapManagerLight*_Lights"), QVariant()},
+        {QStringLiteral("Kvz_bool_Dirty"), QVariant()},
+        {QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant()},
+        {QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QVariant()},
+        {QStringLiteral("Kvz_QVector3D_SceneBoundsMin"), QVariant()},
+        {QStringLiteral("Kvz_QVector3D_SceneBoundsMax"), QVariant()},
+        {QStringLiteral("Kvz_int_FilterType"), 3},
+        {QStringLiteral("Kvz_QSize_MapSize"), QSize(512, 512)},
+    };
+    ASSERT_EQ(pass->numInputs(), inputs.size());
+    for (int i = 0; i < inputs.size(); ++i) {
+        EXPECT_EQ(pass->inputName(i), inputs[i].first);
+        EXPECT_EQ(pass->defaultValue(i), inputs[i].second) << i;
+        EXPECT_EQ(pass->defaultValue(i).isValid(), inputs[i].second.isValid()) << i;
+    }
+    ASSERT_EQ(pass->numOutputs(), 1);
+    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_QVariant_ShadowMapData"));
+    EXPECT_EQ(pass->defaultValue(Port::Filter).userType(), int(QMetaType::Int));
+}
+
+TEST_F(ShadowMapRenderPass2Test, publishesItsOwnDataAsAnObject)
+{
+    buildScene();
+    addLights();
+    EXPECT_FALSE(pass->output(0).isValid());
+    render(0);
+    EXPECT_EQ(pass->output(0).userType(), int(QMetaType::QObjectStar));
+    RenderData *const data = renderDataOf(*pass);
+    ASSERT_TRUE(data);
+    EXPECT_EQ(data->projectionTexture()->internalFormat(0), GL_RG32F);
+    run(*pass);
+    EXPECT_EQ(renderDataOf(*pass), data);
+    pass->skip(nullptr);
+    EXPECT_FALSE(pass->output(0).isValid());
+}
+
+TEST_F(ShadowMapRenderPass2Test, theDriverDecidesTheStrategyAndTheLogTellsIt)
+{
+    struct Row
+    {
+        QByteArray renderer;
+        int vertices;
+        bool hidesExtension;
+        QString rendering;
+        bool isFilterLayered;
+    };
+    const QString batches = QStringLiteral("SMRP2: Using bath 8 layered rendering");
+    const QString vertexStage = QStringLiteral("SMRP2: Using GL_ARB_shader_viewport_layer_array layered rendering");
+    const QString oneByOne = QStringLiteral("SMRP2: Using non-Layered rendering");
+    QVector<Row> rows = {
+        {"AMD Radeon", 1024, true, batches, true},
+        {"ATI Technologies", 24, true, batches, true},
+        {"AMD Radeon", 23, true, oneByOne, true},
+        {"amd radeon", 1024, true, oneByOne, true},
+        {"Test", 1024, true, oneByOne, true},
+        {"Test", 4, true, oneByOne, true},
+        {"Test", 3, true, oneByOne, false},
+    };
+    if (hasGLExtension(viewportLayer)) {
+        rows.append({"AMD Radeon", 24, false, batches, true});
+        rows.append({"AMD Radeon", 23, false, vertexStage, true});
+        rows.append({"Test", 1024, false, vertexStage, true});
+        rows.append({"ATI", 3, false, vertexStage, false});
+    }
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.renderer.constData() + std::to_string(row.vertices));
+        const DriverClaims claims(row.renderer, row.vertices, row.hidesExtension);
+        log.clear();
+        const ShadowMapRenderPass2 made;
+        for (const LogCapture::Message &message : log.messages()) {
+            EXPECT_EQ(message.category, QStringLiteral("default"));
+            EXPECT_TRUE(message.file.isEmpty());
+        }
+        EXPECT_EQ(log.takeDebug(),
+            (QStringList{QStringLiteral("SMRP2: Geometry Outputs %1 ").arg(row.vertices), row.rendering,
+                row.isFilterLayered ? QStringLiteral("SMRP2: Using layered blur")
+                                    : QStringLiteral("SMRP2: Using non-Layered blur")}));
+    }
+}
+
+// Runs in several environments, each of which says what it makes of the driver.
+TEST_F(ShadowMapRenderPass2Test, theStrategyIsTheOneThatTheEnvironmentExpects)
+{
+    QString expected = qEnvironmentVariable("KVZ_EXPECTED_SHADOW_STRATEGY");
+    if (expected.isEmpty()) {
+        expected = hasGLExtension(viewportLayer)
+            ? QStringLiteral("GL_ARB_shader_viewport_layer_array layered rendering")
+            : QStringLiteral("non-Layered rendering");
+    }
+    log.clear();
+    const ShadowMapRenderPass2 made;
+    EXPECT_EQ(log.takeDebug().value(1), QStringLiteral("SMRP2: Using ") + expected);
+}
+
+TEST_F(ShadowMapRenderPass2Test, allLayersOfAllLightsAreWhatRaysMeet)
+{
+    buildScene();
+    addLights();
+    setView(*pass);
+    render(0);
+    EXPECT_EQ(renderDataOf(*pass)->layerCount, 10);
+    expectRayCast(*pass, bias);
+}
+
+TEST_F(ShadowMapRenderPass2Test, allStrategiesGiveTheSameMaps)
+{
+    buildScene();
+    addLights();
+    for (const int filter : {0, 3}) {
+        QVector<Image> expected;
+        for (const Strategy &strategy : strategies()) {
+            SCOPED_TRACE(strategy.name);
+            make(strategy);
+            setView(*pass);
+            WorkRecorder work;
+            const QVector<Image> maps = render(filter);
+            ASSERT_EQ(maps.size(), 10);
+            // Four items a batch or layer, and the filter.
+            const bool isBatched = strategy.renderer.startsWith("AMD");
+            EXPECT_EQ(work.elements.calls.size(), isBatched ? 4u * 2u : 4u * 10u);
+            EXPECT_EQ(work.arrays.calls.size(), strategy.geometryVertices > 3 ? 1u : 10u);
+            if (expected.isEmpty()) {
+                expected = maps;
+                continue;
+            }
+            for (int layer = 0; layer < 10; ++layer) {
+                SCOPED_TRACE(layer);
+                // The stages multiply the same matrices in another order of rounding, so edges may fall on other texels.
+                expectNearlyEqual(maps[layer], expected[layer], 2e-6);
+            }
+        }
+    }
+}
+
+TEST_F(ShadowMapRenderPass2Test, comesToWhatTheOtherPassComesTo)
+{
+    buildScene();
+    addLights();
+    setView(*pass);
+    ShadowMapRenderPass other;
+    connect(other, mapSize);
+    setView(other);
+    for (const int filter : {0, 3}) {
+        set(other, "Kvz_int_FilterType", filter);
+        run(other);
+        const QVector<Image> expected = readMaps(other);
+        const QVector<Image> maps = render(filter);
+        ASSERT_EQ(maps.size(), expected.size());
+        for (int layer = 0; layer < maps.size(); ++layer) {
+            SCOPED_TRACE(layer);
+            // Depth goes through the range from 0 to 1 here, and is divided for each texel there.
+            expectNearlyEqual(maps[layer], expected[layer], 4e-6);
+        }
+    }
+}
+
+TEST_F(ShadowMapRenderPass2Test, holdsTheMomentsOfAWallAtAKnownDistance)
+{
+    addWall(5, 30);
+    build();
+    addSpot();
+    lights.spot({0, 0, 0}, {0, 0, -1}, 60, 20)->depthBias = 0.0625f;
+    for (const float distance : {0.5f, 5.0f, 12.5f, 18.0f}) {
+        SCOPED_TRACE(distance);
+        model->setModelMatrix(0, placedAt({0, 0, -distance}, {30, 30, 1}));
+        for (const int filter : {0, 3}) {
+            const QVector<Image> maps = render(filter);
+            for (int layer = 0; layer < 2; ++layer) {
+                const double depth = spotDepth(double(distance)) + (layer == 0 ? bias : 0.0625);
+                for (int i = 0; i < maps[layer].data.size(); i += 4) {
+                    if (depth > 1) {
+                        ASSERT_EQ(maps[layer].data[i], farMoment) << "past the range with its bias";
+                        continue;
+                    }
+                    ASSERT_NEAR(maps[layer].data[i], depth, 2e-6);
+                    ASSERT_NEAR(maps[layer].data[i + 1], depth * depth, 4e-6);
+                }
+            }
+        }
+    }
+}
+
+TEST_F(ShadowMapRenderPass2Test, theNearHalfOfTheClipRangeIsEmptyAndHides)
+{
+    addWall(8, 10);
+    addWall(0.15f, 0.01f);
+    // In front of what the light's frustum has: clipped away, so it hides nothing.
+    addWall(0.05f, 1);
+    build();
+    addSpot();
+    const Image map = render(0)[0];
+    const double depth = spotDepth(8) + bias;
+    EXPECT_EQ(map.at(mapSize / 2, mapSize / 2)[0], farMoment);
+    EXPECT_NEAR(map.at(2, 2)[0], depth, 2e-6);
+    model->setModelMatrix(0, placedAt({0, 0, -25}, {30, 30, 1}));
+    EXPECT_TRUE(isAllFar(render(0)[0]));
+}
+
+TEST_F(ShadowMapRenderPass2Test, featureBitsDecideWhatCastsAndFromWhichSide)
+{
+    addSpot();
+    QMatrix4x4 turned = placedAt({0, 0, -5}, {1, 1, 1});
+    turned.rotate(180, 0, 1, 0);
+    add(wallMesh(), placedAt({0, 0, -4}, {0.5f, 0.5f, 1}), GPUModel::NoShadowA);
+    add(wallMesh(), placedAt({0, 0, -4}, {0.5f, 0.5f, 1}), GPUModel::NoShadowB | GPUModel::DoubleSided);
+    add(wallMesh(), turned);
+    add(wallMesh(), placedAt({0, 0, -7}, {3, 3, 1}), 0x0f00000000000000 | 8);
+    build();
+    const int middle = mapSize / 2;
+    EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(7) + bias, 2e-6);
+    add(wallMesh(), turned, GPUModel::DoubleSided);
+    build();
+    EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(5) + bias, 2e-6);
+}
+
+TEST_F(ShadowMapRenderPass2Test, filtersAreTheirFormulas)
+{
+    buildScene();
+    addLights();
+    const QVector<Image> input = render(0);
+    const QVector<Image> filtered = render(3);
+    ASSERT_EQ(input.size(), 8);
+    int extended = 0;
+    for (int layer = 0; layer < input.size(); ++layer) {
+        SCOPED_TRACE(layer);
+        // Nine floats added up.
+        expectMoments(filtered[layer], boxReference(MomentMap(input[layer]), false, &extended), 1e-6);
+    }
+    EXPECT_GT(extended, 200) << "no silhouettes were extended";
+}
+
+TEST_F(ShadowMapRenderPass2Test, everyFilterNumberButZeroIsTheSameFilter)
+{
+    buildScene();
+    addLights();
+    const QVector<Image> unfiltered = render(0);
+    const QVector<Image> expected = render(3);
+    const int programs = glObjectCounts().programs;
+    int built = 0;
+    for (const int filter : {1, 2, -5, 1, 3}) {
+        const QVector<Image> maps = render(filter);
+        built += filter == 1 && built > 0 ? 0 : filter == 3 ? 0 : 1;
+        EXPECT_EQ(glObjectCounts().programs, programs + built) << filter;
+        for (int layer = 0; layer < maps.size(); ++layer)
+            EXPECT_EQ(maximumDifference(maps[layer], expected[layer]), 0) << filter;
+    }
+    EXPECT_GT(maximumDifference(unfiltered[0], expected[0]), 0.001);
+    // What is no number counts as 0.
+    pass->setInput(Port::Filter, QSize(3, 3));
+    run(*pass);
+    EXPECT_EQ(maximumDifference(readMaps(*pass)[0], unfiltered[0]), 0);
+}
+
+TEST_F(ShadowMapRenderPass2Test, aCleanFrameDrawsNothingAndPublishesTheSame)
+{
+    buildScene();
+    addLights();
+    const QVector<Image> before = render(3);
+    Texture *const texture = array();
+    set(*pass, "Kvz_bool_Dirty", false);
+    pass->skip(nullptr);
+    // Neither lights nor filter nor places count now, but the marks go all the same.
+    lights.spot({0, 5, 0}, {0, -1, 0}, 60, 20);
+    model->setModelMatrix(1, placedAt({-3, 3, 3}));
+    QMatrix4x4 nowhere;
+    nowhere.translate(100, 0, 0);
+    model->frustumCull(nowhere);
+    ASSERT_GT(model->culledCount(), 0);
+    connect(*pass, mapSize);
+    setFilter(0);
+    {
+        WorkRecorder work;
+        GLCallRecorder<&epoxy_glViewport> viewports;
+        run(*pass);
+        EXPECT_EQ(work.all(), 0u);
+        EXPECT_EQ(viewports.calls.size(), 0u);
+    }
+    EXPECT_EQ(model->culledCount(), 0);
+    EXPECT_EQ(array(), texture);
+    EXPECT_EQ(renderDataOf(*pass)->layerCount, before.size());
+    const QVector<Image> after = readMaps(*pass);
+    for (int layer = 0; layer < before.size(); ++layer)
+        EXPECT_EQ(maximumDifference(after[layer], before[layer]), 0);
+    // Null is dirty, and so is what converts to true.
+    for (const QVariant &dirty : {QVariant(), QVariant(true), QVariant(1)}) {
+        set(*pass, "Kvz_bool_Dirty", dirty);
+        WorkRecorder work;
+        run(*pass);
+        EXPECT_GT(work.draws(), 0u);
+        EXPECT_EQ(renderDataOf(*pass)->layerCount, before.size() + 1);
+    }
+}
+
+TEST_F(ShadowMapRenderPass2Test, aCleanFrameWithAnotherMapSizeIsRenderedAllTheSame)
+{
+    buildScene();
+    addLights();
+    render(0);
+    const auto transforms = renderDataOf(*pass)->transforms;
+    set(*pass, "Kvz_bool_Dirty", false);
+    lights.spot({0, 5, 0}, {0, -1, 0}, 60, 20);
+    connect(*pass, 2 * mapSize);
+    run(*pass);
+    EXPECT_EQ(array()->width(0), 2 * mapSize);
+    EXPECT_EQ(renderDataOf(*pass)->layerCount, transforms.size()) << "the lights are those of the last dirty frame";
+    expectRayCast(*pass, bias);
+}
+
+TEST_F(ShadowMapRenderPass2Test, aCleanFirstFrameBuildsAProgramWithoutMatricesForGood)
+{
+    buildScene();
+    addLights();
+    set(*pass, "Kvz_bool_Dirty", false);
+    connect(*pass, mapSize);
+    setFilter(0);
+    run(*pass);
+    // This driver has no arrays without elements, as the language wants it; another one may take them.
+    const QStringList lines = log.takeDebug();
+    log.takeCategory(QStringLiteral("kvz.gl"));
+    ASSERT_FALSE(lines.isEmpty());
+    EXPECT_TRUE(lines[0].startsWith(QStringLiteral("[ShadowMapRenderPass2:"))) << qPrintable(lines[0]);
+    EXPECT_FALSE(pass->output(0).isValid());
+    // Later frames have lights but no program that could draw them.
+    set(*pass, "Kvz_bool_Dirty", true);
+    const int programs = glObjectCounts().programs;
+    run(*pass);
+    EXPECT_EQ(renderDataOf(*pass)->layerCount, 8);
+    EXPECT_EQ(glObjectCounts().programs, programs + 1) << "the filter's alone";
+    for (const Image &map : readMaps(*pass))
+        EXPECT_TRUE(isAllFar(map));
+    EXPECT_TRUE(log.messages().isEmpty());
+}
+
+TEST_F(ShadowMapRenderPass2Test, arraysShrinkOnlyBelowHalfTheirCapacity)
+{
+    buildScene();
+    addSpots(10);
+    const QVariantList all = lights.values();
+    const auto renderWith = [&](int count) {
+        set(*pass, "Kvz_QList_KvzShadowMapManagerLight*_Lights", QVariant(all.mid(0, count)));
+        run(*pass);
+        EXPECT_EQ(renderDataOf(*pass)->layerCount, count);
+        expectRayCast(*pass, bias);
+    };
+    connect(*pass, mapSize);
+    setFilter(0);
+    renderWith(10);
+    Texture *const first = array();
+    EXPECT_EQ(layersOf(first), 10);
+    GLCallRecorder<&epoxy_glTexImage3D> storage;
+    for (const int count : {6, 5, 9, 10}) {
+        renderWith(count);
+        EXPECT_EQ(array(), first) << count;
+        EXPECT_EQ(layersOf(array()), 10);
+    }
+    // The biases alone are given anew, one for each layer.
+    ASSERT_EQ(storage.calls.size(), 4u);
+    EXPECT_EQ(std::get<5>(storage.calls[0]), 6);
+    EXPECT_EQ(std::get<3>(storage.calls[0]), 1);
+    const GLObjectCounts before = glObjectCounts();
+    renderWith(4);
+    EXPECT_EQ(layersOf(array()), 4);
+    renderWith(2);
+    EXPECT_EQ(layersOf(array()), 4);
+    renderWith(5);
+    EXPECT_EQ(layersOf(array()), 5);
+    EXPECT_TRUE(glObjectCounts() == before) << "what is replaced goes";
+}
+
+TEST_F(ShadowMapRenderPass2Test, theProgramKeepsTheNumberOfItsFirstFrame)
+{
+    buildScene();
+    addSpots(3);
+    const QVariantList all = lights.values();
+    connect(*pass, mapSize);
+    set(*pass, "Kvz_QList_KvzShadowMapManagerLight*_Lights", QVariant(all.mid(0, 1)));
+    setFilter(0);
+    run(*pass);
+    const Image first = readMaps(*pass)[0];
+    const int programs = glObjectCounts().programs;
+    set(*pass, "Kvz_QList_KvzShadowMapManagerLight*_Lights", all);
+    run(*pass);
+    EXPECT_EQ(glObjectCounts().programs, programs);
+    EXPECT_EQ(renderDataOf(*pass)->layerCount, 3);
+    EXPECT_EQ(maximumDifference(readMaps(*pass)[0], first), 0) << "the layer that has a matrix is right";
+}
+
+TEST_F(ShadowMapRenderPass2Test, withoutCastersEveryLayerIsFarAndNothingIsFiltered)
+{
+    lights.directional({0, -1, 0});
+    lights.point({0, 1, 0}, 10);
+    add(boxMesh(), QMatrix4x4(), GPUModel::NoShadowA);
+    add(boxMesh(), placedAt({3, 0, 0}), GPUModel::NoShadowB);
+    build();
+    for (const Strategy &strategy : strategies()) {
+        SCOPED_TRACE(strategy.name);
+        make(strategy);
+        connect(*pass, mapSize);
+        WorkRecorder work;
+        run(*pass);
+        EXPECT_EQ(work.draws(), 0u);
+        const QVector<Image> maps = readMaps(*pass);
+        ASSERT_EQ(maps.size(), 7);
+        for (const Image &map : maps)
+            EXPECT_TRUE(isAllFar(map));
+    }
+}
+
+TEST_F(ShadowMapRenderPass2Test, castersThatComeAndGoLeaveNothing)
+{
+    buildScene();
+    addLights();
+    const auto casters = model;
+    for (const Strategy &strategy : strategies()) {
+        SCOPED_TRACE(strategy.name);
+        make(strategy);
+        model = casters;
+        const QVector<Image> maps = render(3);
+        set(*pass, "Kvz_KvzGPUModel*_Geometry", QVariant::fromValue<GPUModel *>(nullptr));
+        run(*pass);
+        log.takeCriticals();
+        for (const Image &map : readMaps(*pass))
+            EXPECT_TRUE(isAllFar(map));
+        const QVector<Image> again = render(3);
+        for (int layer = 0; layer < maps.size() && layer < again.size(); ++layer)
+            EXPECT_EQ(maximumDifference(again[layer], maps[layer]), 0);
+    }
+}
+
+TEST_F(ShadowMapRenderPass2Test, aNullModelIsAssertedAndMakesEmptyMaps)
+{
+    lights.directional({0, -1, 0});
+    connect(*pass, mapSize);
+    const QString isNull = QStringLiteral("false == modelAsQVariant.isNull() | Input Geometry is NULL");
+    const QString isOther = QStringLiteral(
+        "true == modelAsQVariant.canConvert<GPUModel*>() | Input Geometry is not a 'GPUModel*', type is '%1'");
+    set(*pass, "Kvz_KvzGPUModel*_Geometry", QVariant::fromValue<GPUModel *>(nullptr));
+    run(*pass);
+    EXPECT_EQ(assertionTexts("ShadowMapRenderPass2", log.takeCriticals()), QStringList{isNull});
+    EXPECT_TRUE(isAllFar(readMaps(*pass)[0]));
+    set(*pass, "Kvz_KvzGPUModel*_Geometry", QVariant(QStringLiteral("model")));
+    run(*pass);
+    EXPECT_EQ(assertionTexts("ShadowMapRenderPass2", log.takeCriticals()),
+        QStringList{isOther.arg(QStringLiteral("QString"))});
+    set(*pass, "Kvz_KvzGPUModel*_Geometry", QVariant());
+    run(*pass);
+    EXPECT_EQ(
+        assertionTexts("ShadowMapRenderPass2", log.takeCriticals()), (QStringList{isNull, isOther.arg(QString())}));
+    EXPECT_EQ(pass->errorCode(), 0u);
+}
+
+TEST_F(ShadowMapRenderPass2Test, rowsOfInstanceDataPlaceTheItems)
+{
+    addWall(5, 1);
+    build();
+    addSpot();
+    InstanceDataCollection rows(QStringLiteral("TavoInstance"));
+    rows.setRowCount(1);
+    rows.setModelMatrix(0, placedAt({0, 0, -9}));
+    const int middle = mapSize / 2;
+    for (const Strategy &strategy : strategies()) {
+        SCOPED_TRACE(strategy.name);
+        make(strategy);
+        set(*pass, "Kvz_QList_InstanceData", QVariantList{QVariant(3), QVariant::fromValue(&rows), QVariant()});
+        EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(9) + bias, 2e-6);
+        EXPECT_FALSE(InstanceDataCollection::isBound(QStringLiteral("TavoInstance")));
+        set(*pass, "Kvz_QList_InstanceData", QVariant());
+        EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(5) + bias, 2e-6);
+    }
+}
+
+TEST_F(ShadowMapRenderPass2Test, thePlanIsTheOneNamedBeforeTheFirstFrame)
+{
+    const QString name = QStringLiteral("ShadowTestPlan2");
+    if (!InstanceDataRegistry::Instance().hasPlan(name)) {
+        InstanceDataRegistry::Instance().addPlan(InstanceDataPlan(name,
+            {{QStringLiteral("getOther"), InstanceDataPlan::Type::Vec3},
+                {QStringLiteral("getModelMatrix"), InstanceDataPlan::Type::Mat4}}));
+    }
+    addWall(5, 1);
+    build();
+    addSpot();
+    InstanceDataCollection rows(name);
+    rows.setRowCount(1);
+    rows.setValue(0, QStringLiteral("getModelMatrix"), placedAt({0, 0, -11}, {3, 3, 1}));
+    const int middle = mapSize / 2;
+    for (const Strategy &strategy : strategies()) {
+        SCOPED_TRACE(strategy.name);
+        make(strategy);
+        set(*pass, "Kvz_QList_InstanceData", QVariantList{QVariant::fromValue(&rows)});
+        EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(5) + bias, 2e-6);
+        pass->setInstanceDataPlanName(name);
+        EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(5) + bias, 2e-6) << "too late";
+        make(strategy);
+        pass->setInstanceDataPlanName(name);
+        set(*pass, "Kvz_QList_InstanceData", QVariantList{QVariant::fromValue(&rows)});
+        EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(11) + bias, 2e-6);
+    }
+}
+
+TEST_F(ShadowMapRenderPass2Test, aMapSizeThatIsNoneGivesNoMap)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    connect(*pass, mapSize);
+    set(*pass, "Kvz_QSize_MapSize", QVariant(QStringLiteral("large")));
+    run(*pass);
+    EXPECT_FALSE(takeGLErrors().isEmpty()) << "GL refuses a negative size";
+    render(0);
+    expectRayCast(*pass, bias);
+}
+
+TEST_F(ShadowMapRenderPass2Test, putsTheViewportBackAndLeavesTheRestAsItSays)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    FramebufferObject own;
+    AutoBinder ownBinder(&own);
+    for (const Strategy &strategy : strategies()) {
+        SCOPED_TRACE(strategy.name);
+        make(strategy);
+        for (const int filter : {0, 3}) {
+            glViewport(3, 4, 5, 6);
+            glEnable(GL_BLEND);
+            glEnable(GL_DEPTH_CLAMP);
+            glEnable(GL_CULL_FACE);
+            glDepthMask(GL_FALSE);
+            glActiveTexture(GL_TEXTURE5);
+            render(filter);
+            EXPECT_FALSE(glFlag(GL_BLEND));
+            EXPECT_FALSE(glFlag(GL_DEPTH_CLAMP));
+            EXPECT_FALSE(glFlag(GL_CULL_FACE));
+            EXPECT_FALSE(glFlag(GL_DEPTH_TEST));
+            GLboolean mask[4] = {};
+            glGetBooleanv(GL_COLOR_WRITEMASK, mask);
+            EXPECT_TRUE(mask[0] && mask[1] && mask[2] && mask[3]);
+            float clear[4];
+            glGetFloatv(GL_COLOR_CLEAR_VALUE, clear);
+            EXPECT_EQ(clear[0], farMoment);
+            int viewport[4];
+            glGetIntegerv(GL_VIEWPORT, viewport);
+            EXPECT_EQ(viewport[0], 3);
+            EXPECT_EQ(viewport[1], 4);
+            EXPECT_EQ(viewport[2], 5);
+            EXPECT_EQ(viewport[3], 6);
+            EXPECT_EQ(glInteger(GL_DRAW_FRAMEBUFFER_BINDING), int(own.getFBO()));
+            EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);
+            EXPECT_EQ(glInteger(GL_VERTEX_ARRAY_BINDING), 0);
+            EXPECT_EQ(glInteger(GL_ACTIVE_TEXTURE), GL_TEXTURE5);
+            EXPECT_EQ(array()->unit(), 0);
+        }
+    }
+}
+
+TEST_F(ShadowMapRenderPass2Test, aNewContextNeedsAReallocation)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    for (const Strategy &strategy : strategies()) {
+        SCOPED_TRACE(strategy.name);
+        make(strategy);
+        render(0);
+        const GLObjectCounts counts = glObjectCounts();
+        pass->teardownContextData(nullptr);
+        EXPECT_EQ(glObjectCounts().framebuffers, counts.framebuffers - 2);
+        EXPECT_EQ(glObjectCounts().textures, counts.textures);
+        EXPECT_EQ(glObjectCounts().programs, counts.programs);
+        pass->teardownContextData(nullptr);
+        // A clean frame is rendered, for the framebuffers are new; another size brings the arrays back to them.
+        set(*pass, "Kvz_bool_Dirty", false);
+        connect(*pass, 2 * mapSize);
+        run(*pass);
+        expectRayCast(*pass, bias);
+        EXPECT_TRUE(glObjectCounts() == counts);
+    }
+}
+
+TEST_F(ShadowMapRenderPass2Test, withoutAReallocationNothingIsAttachedInANewContext)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    make({"one by one, single filter", "Test", 3, true});
+    const Image expected = render(0)[0];
+    pass->teardownContextData(nullptr);
+    // Where layers are attached one by one, every frame attaches them.
+    EXPECT_EQ(maximumDifference(render(0)[0], expected), 0);
+    make({"batches, layered filter", "AMD Test", 24, false});
+    render(0);
+    pass->teardownContextData(nullptr);
+    run(*pass);
+    EXPECT_FALSE(takeGLErrors().isEmpty()) << "nothing to draw into";
+    EXPECT_EQ(maximumDifference(readMaps(*pass)[0], expected), 0) << "the old maps stay";
+}
+
+TEST_F(ShadowMapRenderPass2Test, deletesWhatItMade)
+{
+    buildScene();
+    addLights();
+    // The model, too, makes things when it is first drawn.
+    render(0);
+    pass.reset();
+    const GLObjectCounts before = glObjectCounts();
+    for (const Strategy &strategy : strategies()) {
+        SCOPED_TRACE(strategy.name);
+        make(strategy);
+        for (const int filter : {0, 1, 3})
+            render(filter);
+        EXPECT_FALSE(glObjectCounts() == before);
+        pass.reset();
+        EXPECT_TRUE(glObjectCounts() == before);
+        // Without a context names are dropped.
+        make(strategy);
+        render(1);
+        context().doneCurrent();
+        pass.reset();
+        context().makeCurrent();
+        EXPECT_TRUE(glObjectCounts() == before);
+    }
+}
+
+} // namespace Velmora::Kvz

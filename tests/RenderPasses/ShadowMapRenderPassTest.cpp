@@ -1,1 +1,609 @@
 // SPDX-License-Identifier: MIT
+#include "ShadowReference.h"
+
+#include <GL/AutoBinder.h>
+#include <GL/FramebufferObject.h>
+#include <GL/GLStatistics.h>
+#include <RenderPasses/ShadowMapRenderPass.h>
+#include <Scene/InstanceDataCollection.h>
+#include <Scene/InstanceDataRegistry.h>
+
+#include <QtCore/QRegularExpression>
+#include <QtCore/QSize>
+
+#include <epoxy/gl.h>
+
+#include <cmath>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+using Port = ShadowMapRenderPass;
+using RenderData = ShadowMapManager::RenderData;
+
+/// What the pass adds to every depth.
+constexpr double bias = 0.0005;
+constexpr int mapSize = 64;
+
+class ShadowMapRenderPassTest : public ShadowTest
+{
+protected:
+    void TearDown() override
+    {
+        pass.reset();
+        ShadowTest::TearDown();
+    }
+
+    std::unique_ptr<ShadowMapRenderPass> pass = std::make_unique<ShadowMapRenderPass>();
+
+    void setFilter(int filter) { pass->setInput(Port::Filter, filter); }
+    Texture *array() const { return renderDataOf(*pass)->projectionTexture(); }
+    /// A frame with the scene and its lights.
+    QVector<Image> render(int filter)
+    {
+        setFilter(filter);
+        connect(*pass, mapSize);
+        run(*pass);
+        return readMaps(*pass);
+    }
+};
+
+int textureParameter(Texture *texture, GLenum name)
+{
+    GLint value = 0;
+    AutoBinder binder(texture);
+    glGetTexParameteriv(texture->target(), name, &value);
+    return value;
+}
+
+std::vector<float> borderColor(Texture *texture)
+{
+    std::vector<float> color(4);
+    AutoBinder binder(texture);
+    glGetTexParameterfv(texture->target(), GL_TEXTURE_BORDER_COLOR, color.data());
+    return color;
+}
+
+} // namespace
+
+TEST_F(ShadowMapRenderPassTest, declaresItsPorts)
+{
+    const QVector<QPair<QString, QVariant>> inputs = {
+        {QStringLiteral("Kvz_KvzGPUModel*_Geometry"), QVariant()},
+        {QStringLiteral("Kvz_QList_InstanceData"), QVariant()},
+        {QStringLiteral("Kvz_QList_KvzShadowMapManagerLight*_Lights"), QVariant()},
+        {QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant()},
+        {QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QVariant()},
+        {QStringLiteral("Kvz_QVector3D_SceneBoundsMin"), QVariant()},
+        {QStringLiteral("Kvz_QVector3D_SceneBoundsMax"), QVariant()},
+        {QStringLiteral("Kvz_int_FilterType"), 1},
+        {QStringLiteral("Kvz_QSize_MapSize"), QSize(512, 512)},
+    };
+    ASSERT_EQ(pass->numInputs(), inputs.size());
+    for (int i = 0; i < inputs.size(); ++i) {
+        EXPECT_EQ(pass->inputName(i), inputs[i].first);
+        EXPECT_EQ(pass->defaultValue(i), inputs[i].second) << i;
+        EXPECT_EQ(pass->defaultValue(i).isValid(), inputs[i].second.isValid()) << i;
+    }
+    ASSERT_EQ(pass->numOutputs(), 1);
+    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_QVariant_ShadowMapData"));
+    EXPECT_EQ(pass->defaultValue(Port::Filter).userType(), int(QMetaType::Int));
+}
+
+TEST_F(ShadowMapRenderPassTest, publishesItsOwnData)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    EXPECT_FALSE(pass->output(0).isValid());
+    render(0);
+    const QVariant first = pass->output(0);
+    EXPECT_STREQ(first.typeName(), "Velmora::Kvz::ShadowMapManager::RenderData*");
+    auto *const data = first.value<RenderData *>();
+    ASSERT_TRUE(data);
+    EXPECT_EQ(data->layerCount, 1);
+    ASSERT_TRUE(data->projectionTexture());
+    run(*pass);
+    EXPECT_EQ(pass->output(0).value<RenderData *>(), data);
+    pass->skip(nullptr);
+    EXPECT_FALSE(pass->output(0).isValid());
+}
+
+TEST_F(ShadowMapRenderPassTest, holdsTheMomentsOfAWallAtAKnownDistance)
+{
+    addWall(5, 1);
+    build();
+    addSpot();
+    for (const float distance : {0.5f, 5.0f, 12.5f, 19.0f}) {
+        SCOPED_TRACE(distance);
+        model->setModelMatrix(0, placedAt({0, 0, -distance}, {distance / 4, distance / 4, 1}));
+        const Image map = render(0)[0];
+        const double depth = spotDepth(double(distance)) + bias;
+        // The wall spans 1/4 of the distance to each side, of tan(30) of it that the light sees.
+        const int half = int(0.25 / std::tan(M_PI / 6) * mapSize / 2);
+        int inside = 0;
+        for (int y = 0; y < mapSize; ++y) {
+            for (int x = 0; x < mapSize; ++x) {
+                const int off = std::max(std::abs(2 * x + 1 - mapSize), std::abs(2 * y + 1 - mapSize)) / 2;
+                const float *const texel = map.at(x, y);
+                if (off < half - 1) {
+                    ++inside;
+                    // Single precision of a depth near 1 in two divisions and a square.
+                    ASSERT_NEAR(texel[0], depth, 2e-6) << x << ", " << y;
+                    ASSERT_NEAR(texel[1], depth * depth, 4e-6) << x << ", " << y;
+                } else if (off > half + 1) {
+                    ASSERT_EQ(texel[0], farMoment);
+                    ASSERT_EQ(texel[1], farMoment);
+                }
+            }
+        }
+        EXPECT_GT(inside, 500);
+    }
+}
+
+TEST_F(ShadowMapRenderPassTest, allLayersOfAllLightsAreWhatRaysMeet)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f}, 3);
+    lights.spot({4, 6, 3}, {-4, -6, -3}, 50, 20);
+    lights.point({-0.5f, 4.5f, 0}, 15);
+    set(*pass, "Kvz_QMatrix4x4_ProjectionMatrix", perspective({4, 3}, 0.5f, 40));
+    set(*pass, "Kvz_QMatrix4x4_CameraMatrix", lookAt({6, 5, 8}, {0, 1, 0}));
+    render(0);
+    EXPECT_EQ(renderDataOf(*pass)->layerCount, 10);
+    EXPECT_EQ(layersOf(array()), 10);
+    expectRayCast(*pass, bias);
+}
+
+TEST_F(ShadowMapRenderPassTest, theNearHalfOfTheClipRangeCastsNothing)
+{
+    // The light begins at 0.2; a near wall, partly in front of what clips, covers the left of a farther one.
+    addWall(8, 3);
+    addWall(0.15f, 0.05f);
+    addWall(0.05f, 0.01f);
+    build();
+    addSpot();
+    const Image map = render(0)[0];
+    const double depth = spotDepth(8) + bias;
+    EXPECT_NEAR(map.at(mapSize / 2, mapSize / 2)[0], depth, 2e-6) << "what casts nothing hides nothing";
+    model->setModelMatrix(0, placedAt({0, 0, -25}, {30, 30, 1}));
+    EXPECT_TRUE(isAllFar(render(0)[0])) << "what lies behind the range casts nothing either";
+}
+
+TEST_F(ShadowMapRenderPassTest, featureBitsDecideWhatCastsAndFromWhichSide)
+{
+    addSpot();
+    // Turned away from the light.
+    QMatrix4x4 turned = placedAt({0, 0, -5}, {1, 1, 1});
+    turned.rotate(180, 0, 1, 0);
+    add(wallMesh(), placedAt({0, 0, -4}, {0.5f, 0.5f, 1}), GPUModel::NoShadowA);
+    add(wallMesh(), placedAt({0, 0, -4}, {0.5f, 0.5f, 1}), GPUModel::NoShadowB | GPUModel::DoubleSided);
+    add(wallMesh(), turned);
+    add(wallMesh(), placedAt({0, 0, -7}, {3, 3, 1}), 0x0f00000000000000 | 8);
+    build();
+    const int middle = mapSize / 2;
+    EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(7) + bias, 2e-6);
+    pass = std::make_unique<ShadowMapRenderPass>();
+    add(wallMesh(), turned, GPUModel::DoubleSided);
+    build();
+    EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(5) + bias, 2e-6);
+}
+
+TEST_F(ShadowMapRenderPassTest, doubleSidedItemsAreDrawnWholeWhateverCullingWas)
+{
+    addSpot();
+    QMatrix4x4 turned = placedAt({0, 0, -5}, {1, 1, 1});
+    turned.rotate(180, 0, 1, 0);
+    add(wallMesh(), turned, GPUModel::DoubleSided);
+    build();
+    glEnable(GL_CULL_FACE);
+    EXPECT_NEAR(render(1)[0].at(mapSize / 2, mapSize / 2)[0], spotDepth(5) + bias, 2e-6);
+}
+
+TEST_F(ShadowMapRenderPassTest, filtersAreTheirFormulas)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    lights.spot({4, 6, 3}, {-4, -6, -3}, 100, 20);
+    const QVector<Image> input = render(0);
+    // Sums of a few floats; the Gaussian's constants have six digits, of which each pass uses seven weights.
+    constexpr double tolerance = 2e-5;
+    for (int layer = 0; layer < input.size(); ++layer) {
+        const MomentMap map(input[layer]);
+        int extended = 0;
+        SCOPED_TRACE(layer);
+        {
+            SCOPED_TRACE("Gaussian");
+            expectMoments(render(Port::FilterGaussian)[layer], gaussianReference(map), tolerance);
+        }
+        {
+            SCOPED_TRACE("Gaussian with edges");
+            expectMoments(render(Port::FilterGaussianEdge)[layer], gaussianEdgeReference(map, &extended), tolerance);
+            EXPECT_GT(extended, 50) << "no silhouettes were extended";
+        }
+        {
+            SCOPED_TRACE("box");
+            extended = 0;
+            expectMoments(render(Port::FilterBox3x3)[layer], boxReference(map, true, &extended), tolerance);
+            EXPECT_GT(extended, 50) << "no silhouettes were extended";
+        }
+    }
+}
+
+TEST_F(ShadowMapRenderPassTest, everyOtherFilterNumberIsTheGaussian)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    const Image gaussian = render(Port::FilterGaussian)[0];
+    for (const int filter : {4, -1, 1000})
+        EXPECT_EQ(maximumDifference(render(filter)[0], gaussian), 0) << filter;
+    // What is no number counts as 0.
+    const Image none = render(Port::FilterNone)[0];
+    pass->setInput(Port::Filter, QSize(3, 3));
+    run(*pass);
+    EXPECT_EQ(maximumDifference(readMaps(*pass)[0], none), 0);
+    EXPECT_GT(maximumDifference(gaussian, none), 0.01);
+}
+
+TEST_F(ShadowMapRenderPassTest, theResultHasTheFarBorderWithEveryFilter)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    QVector<Texture *> published;
+    for (const int filter : {0, 1, 2, 3, 0, 1}) {
+        SCOPED_TRACE(filter);
+        render(filter);
+        Texture *const texture = array();
+        published.append(texture);
+        EXPECT_EQ(texture->target(), unsigned(GL_TEXTURE_2D_ARRAY));
+        EXPECT_EQ(texture->internalFormat(0), GL_RG32F);
+        EXPECT_EQ(textureParameter(texture, GL_TEXTURE_WRAP_S), GL_CLAMP_TO_BORDER);
+        EXPECT_EQ(textureParameter(texture, GL_TEXTURE_WRAP_T), GL_CLAMP_TO_BORDER);
+        EXPECT_EQ(textureParameter(texture, GL_TEXTURE_MIN_FILTER), GL_LINEAR);
+        EXPECT_EQ(textureParameter(texture, GL_TEXTURE_MAG_FILTER), GL_LINEAR);
+        EXPECT_EQ(borderColor(texture), (std::vector<float>{farMoment, farMoment, farMoment, 1}));
+    }
+    EXPECT_EQ(published[1], published[0]);
+    EXPECT_EQ(published[2], published[0]);
+    EXPECT_NE(published[3], published[0]) << "the box filter publishes the other array";
+    EXPECT_EQ(published[4], published[0]);
+}
+
+TEST_F(ShadowMapRenderPassTest, switchingFiltersBuildsEachProgramOnceAndLeavesNoTrace)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    QVector<Image> fresh;
+    for (int filter = 0; filter < 4; ++filter) {
+        fresh.append(render(filter)[0]);
+        pass = std::make_unique<ShadowMapRenderPass>();
+    }
+    // The box filter first: it reads no texture coordinates, and the quad is built for it.
+    render(Port::FilterNone);
+    const int programs = glObjectCounts().programs;
+    int expected = 0;
+    QVector<int> seen;
+    for (const int filter : {3, 1, 2, 0, 3, 2, 1, 3}) {
+        SCOPED_TRACE(filter);
+        EXPECT_EQ(maximumDifference(render(filter)[0], fresh[filter]), 0);
+        if (filter != 0 && !seen.contains(filter)) {
+            seen.append(filter);
+            ++expected;
+        }
+        EXPECT_EQ(glObjectCounts().programs, programs + expected);
+    }
+}
+
+TEST_F(ShadowMapRenderPassTest, withoutCastersEveryLayerIsFarAndNothingIsFiltered)
+{
+    lights.directional({0, -1, 0});
+    lights.point({0, 1, 0}, 10);
+    add(boxMesh(), QMatrix4x4(), GPUModel::NoShadowA);
+    add(boxMesh(), placedAt({3, 0, 0}), GPUModel::NoShadowB);
+    build();
+    connect(*pass, mapSize);
+    GLCallRecorder<&epoxy_glDrawArrays> draws;
+    GLCallRecorder<&epoxy_glDrawElements> indexedDraws;
+    run(*pass);
+    EXPECT_EQ(draws.calls.size() + indexedDraws.calls.size(), 0u);
+    const QVector<Image> maps = readMaps(*pass);
+    ASSERT_EQ(maps.size(), 7);
+    for (const Image &map : maps)
+        EXPECT_TRUE(isAllFar(map));
+}
+
+TEST_F(ShadowMapRenderPassTest, withoutLightsThereAreNoLayers)
+{
+    buildScene();
+    connect(*pass, mapSize);
+    for (const QVariant &none : {QVariant(), QVariant(QVariantList()), QVariant(5)}) {
+        set(*pass, "Kvz_QList_KvzShadowMapManagerLight*_Lights", none);
+        run(*pass);
+        EXPECT_EQ(renderDataOf(*pass)->layerCount, 0);
+        EXPECT_TRUE(array());
+    }
+}
+
+TEST_F(ShadowMapRenderPassTest, aNullModelIsAssertedAndMakesEmptyMaps)
+{
+    lights.directional({0, -1, 0});
+    connect(*pass, mapSize);
+    const QString isNull = QStringLiteral("false == modelAsQVariant.isNull() | Input Geometry is NULL");
+    const QString isOther = QStringLiteral(
+        "true == modelAsQVariant.canConvert<GPUModel*>() | Input Geometry is not a 'GPUModel*', type is '%1'");
+    set(*pass, "Kvz_KvzGPUModel*_Geometry", QVariant::fromValue<GPUModel *>(nullptr));
+    run(*pass);
+    EXPECT_EQ(assertionTexts("ShadowMapRenderPass", log.takeCriticals()), QStringList{isNull});
+    EXPECT_TRUE(isAllFar(readMaps(*pass)[0]));
+    set(*pass, "Kvz_KvzGPUModel*_Geometry", QVariant(7));
+    run(*pass);
+    EXPECT_EQ(
+        assertionTexts("ShadowMapRenderPass", log.takeCriticals()), QStringList{isOther.arg(QStringLiteral("int"))});
+    EXPECT_TRUE(isAllFar(readMaps(*pass)[0]));
+    // Nothing at all is both.
+    set(*pass, "Kvz_KvzGPUModel*_Geometry", QVariant());
+    run(*pass);
+    EXPECT_EQ(
+        assertionTexts("ShadowMapRenderPass", log.takeCriticals()), (QStringList{isNull, isOther.arg(QString())}));
+    EXPECT_TRUE(isAllFar(readMaps(*pass)[0]));
+    EXPECT_EQ(pass->errorCode(), 0u);
+}
+
+TEST_F(ShadowMapRenderPassTest, aChangeOfLightsRemakesTheArraysAndKeepsTheDepth)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    render(1);
+    GLCallRecorder<&epoxy_glTexImage2D> planes;
+    GLCallRecorder<&epoxy_glTexImage3D> arrays;
+    const GLObjectCounts before = glObjectCounts();
+    render(1);
+    EXPECT_EQ(planes.calls.size() + arrays.calls.size(), 0u) << "nothing changed";
+    lights.spot({4, 6, 3}, {-4, -6, -3}, 40, 20);
+    render(1);
+    EXPECT_EQ(layersOf(array()), 2);
+    EXPECT_EQ(planes.calls.size(), 0u);
+    EXPECT_EQ(arrays.calls.size(), 2u);
+    connect(*pass, 2 * mapSize);
+    run(*pass);
+    EXPECT_EQ(array()->width(0), 2 * mapSize);
+    EXPECT_EQ(planes.calls.size(), 1u);
+    EXPECT_EQ(arrays.calls.size(), 4u);
+    EXPECT_TRUE(glObjectCounts() == before) << "what is replaced goes";
+}
+
+TEST_F(ShadowMapRenderPassTest, aMapSizeThatIsNoneGivesNoMap)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    connect(*pass, mapSize);
+    for (const QVariant &size : {QVariant(), QVariant(QStringLiteral("large"))}) {
+        set(*pass, "Kvz_QSize_MapSize", size);
+        GLCallRecorder<&epoxy_glTexImage3D> arrays;
+        run(*pass);
+        EXPECT_FALSE(takeGLErrors().isEmpty()) << "GL refuses a negative size";
+        EXPECT_TRUE(arrays.calls.empty() || std::get<3>(arrays.calls[0]) == -1);
+    }
+    render(0);
+    expectRayCast(*pass, bias);
+}
+
+TEST_F(ShadowMapRenderPassTest, boundsComeFromThePortsElseFromTheModel)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    const QPair<QVector3D, QVector3D> given({-20, -1, -20}, {20, 30, 20});
+    const auto expectTransform = [&](const QPair<QVector3D, QVector3D> *bounds) {
+        RenderData expected;
+        ShadowMapManager::processLights(lights.values(), expected, nullptr, nullptr, bounds);
+        const RenderData &data = *renderDataOf(*pass);
+        ASSERT_EQ(data.transforms.size(), expected.transforms.size());
+        EXPECT_TRUE(
+            std::equal(data.transforms[0].matrix, data.transforms[0].matrix + 16, expected.transforms[0].matrix));
+    };
+    const auto own = model->sceneBounds();
+    render(0);
+    expectTransform(&own);
+    set(*pass, "Kvz_QVector3D_SceneBoundsMin", given.first);
+    render(0);
+    expectTransform(&own); // One corner alone says nothing.
+    set(*pass, "Kvz_QVector3D_SceneBoundsMax", given.second);
+    render(0);
+    expectTransform(&given);
+    set(*pass, "Kvz_QVector3D_SceneBoundsMax", QSize(3, 3));
+    render(0);
+    expectTransform(&own);
+    // Qt counts zeros as null.
+    set(*pass, "Kvz_QVector3D_SceneBoundsMax", given.second);
+    set(*pass, "Kvz_QVector3D_SceneBoundsMin", QVector3D(0, 0, 0));
+    render(0);
+    const QPair<QVector3D, QVector3D> fromOrigin({0, 0, 0}, given.second);
+    expectTransform(QVariant(QVector3D()).isNull() ? &own : &fromOrigin);
+    // A model with no items has no bounds.
+    set(*pass, "Kvz_QVector3D_SceneBoundsMax", QVariant());
+    model = GPUModelBuilder().build();
+    render(0);
+    expectTransform(nullptr);
+}
+
+TEST_F(ShadowMapRenderPassTest, theCameraCountsOnlyWhenBothMatricesAreThere)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f}, 3);
+    const QMatrix4x4 projection = perspective({4, 3}, 0.5f, 40);
+    const QMatrix4x4 camera = lookAt({6, 5, 8}, {0, 1, 0});
+    const auto layers = [&](const QVariant &projectionValue, const QVariant &cameraValue) {
+        set(*pass, "Kvz_QMatrix4x4_ProjectionMatrix", projectionValue);
+        set(*pass, "Kvz_QMatrix4x4_CameraMatrix", cameraValue);
+        render(0);
+        return renderDataOf(*pass)->layerCount;
+    };
+    EXPECT_EQ(layers({}, {}), 1);
+    EXPECT_EQ(layers(projection, {}), 1);
+    EXPECT_EQ(layers({}, camera), 1);
+    EXPECT_EQ(layers(projection, QSize(1, 1)), 1);
+    EXPECT_EQ(layers(projection, camera), 3);
+}
+
+TEST_F(ShadowMapRenderPassTest, rowsOfInstanceDataPlaceTheItems)
+{
+    addWall(5, 1);
+    build();
+    addSpot();
+    InstanceDataCollection rows(QStringLiteral("TavoInstance"));
+    rows.setRowCount(1);
+    rows.setModelMatrix(0, placedAt({0, 0, -9}));
+    const int middle = mapSize / 2;
+    for (const QVariant &element : {QVariant::fromValue(&rows), QVariant::fromValue<QObject *>(&rows)}) {
+        set(*pass, "Kvz_QList_InstanceData", QVariantList{QVariant(3), element, QVariant()});
+        EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(9) + bias, 2e-6);
+        EXPECT_FALSE(InstanceDataCollection::isBound(QStringLiteral("TavoInstance")));
+    }
+    set(*pass, "Kvz_QList_InstanceData", QVariant());
+    EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(5) + bias, 2e-6);
+}
+
+TEST_F(ShadowMapRenderPassTest, thePlanIsTheOneNamedBeforeTheFirstFrame)
+{
+    const QString name = QStringLiteral("ShadowTestPlan");
+    if (!InstanceDataRegistry::Instance().hasPlan(name)) {
+        InstanceDataRegistry::Instance().addPlan(InstanceDataPlan(name,
+            {{QStringLiteral("getOther"), InstanceDataPlan::Type::Vec3},
+                {QStringLiteral("getModelMatrix"), InstanceDataPlan::Type::Mat4}}));
+    }
+    addWall(5, 1);
+    build();
+    addSpot();
+    InstanceDataCollection rows(name);
+    rows.setRowCount(1);
+    rows.setValue(0, QStringLiteral("getModelMatrix"), placedAt({0, 0, -11}, {3, 3, 1}));
+    set(*pass, "Kvz_QList_InstanceData", QVariantList{QVariant::fromValue(&rows)});
+    const int middle = mapSize / 2;
+    EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(5) + bias, 2e-6);
+    pass->setInstanceDataPlanName(name);
+    EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(5) + bias, 2e-6) << "too late";
+    pass = std::make_unique<ShadowMapRenderPass>();
+    pass->setInstanceDataPlanName(name);
+    set(*pass, "Kvz_QList_InstanceData", QVariantList{QVariant::fromValue(&rows)});
+    EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(11) + bias, 2e-6);
+}
+
+TEST_F(ShadowMapRenderPassTest, aProgramThatDoesNotBuildEndsTheFrameAndIsNotBuiltAgain)
+{
+    buildScene();
+    lights.directional({0, -1, 0});
+    pass->setInstanceDataPlanName(QStringLiteral("NoSuchPlan"));
+    connect(*pass, mapSize);
+    run(*pass);
+    log.takeCategory(QStringLiteral("kvz.gl"));
+    EXPECT_FALSE(log.takeWarnings().isEmpty()) << "the registry names the plan";
+    const QStringList lines = log.takeDebug();
+    ASSERT_EQ(lines.size(), 1);
+    EXPECT_TRUE(
+        QRegularExpression(QStringLiteral("^\\[ShadowMapRenderPass:\\d+\\] .*NoSuchPlan")).match(lines[0]).hasMatch())
+        << qPrintable(lines[0]);
+    EXPECT_FALSE(pass->output(0).isValid());
+    // From then on the maps are empty.
+    const int programs = glObjectCounts().programs;
+    run(*pass);
+    EXPECT_EQ(glObjectCounts().programs, programs + 1) << "the filter's";
+    EXPECT_TRUE(log.messages().isEmpty());
+    ASSERT_TRUE(renderDataOf(*pass));
+    setFilter(0);
+    run(*pass);
+    EXPECT_TRUE(isAllFar(readMaps(*pass)[0]));
+}
+
+TEST_F(ShadowMapRenderPassTest, takesTheCullingMarksAwayEachFrame)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    for (int i = 0; i < 2; ++i) {
+        QMatrix4x4 nowhere;
+        nowhere.translate(100, 0, 0);
+        model->frustumCull(nowhere);
+        ASSERT_EQ(model->culledCount(), 4);
+        render(0);
+        EXPECT_EQ(model->culledCount(), 0);
+        expectRayCast(*pass, bias);
+    }
+}
+
+TEST_F(ShadowMapRenderPassTest, leavesTheStateThatItSaysAndTheBindingsThatItFound)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    FramebufferObject own;
+    AutoBinder ownBinder(&own);
+    for (const int filter : {0, 1, 2, 3}) {
+        SCOPED_TRACE(filter);
+        glViewport(3, 4, 5, 6);
+        glEnable(GL_BLEND);
+        glEnable(GL_DEPTH_CLAMP);
+        glEnable(GL_CULL_FACE);
+        glDepthMask(GL_FALSE);
+        glActiveTexture(GL_TEXTURE5);
+        render(filter);
+        EXPECT_FALSE(glFlag(GL_BLEND));
+        EXPECT_FALSE(glFlag(GL_DEPTH_CLAMP));
+        EXPECT_FALSE(glFlag(GL_CULL_FACE));
+        EXPECT_FALSE(glFlag(GL_DEPTH_TEST));
+        GLboolean depthMask = GL_FALSE;
+        glGetBooleanv(GL_DEPTH_WRITEMASK, &depthMask);
+        EXPECT_EQ(depthMask, GL_TRUE);
+        float clear[4];
+        glGetFloatv(GL_COLOR_CLEAR_VALUE, clear);
+        EXPECT_EQ(clear[0], farMoment);
+        EXPECT_EQ(clear[3], 1);
+        int viewport[4];
+        glGetIntegerv(GL_VIEWPORT, viewport);
+        EXPECT_EQ(viewport[0], 0);
+        EXPECT_EQ(viewport[2], mapSize) << "the pass leaves its viewport";
+        EXPECT_EQ(glInteger(GL_DRAW_FRAMEBUFFER_BINDING), int(own.getFBO()));
+        EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);
+        EXPECT_EQ(glInteger(GL_VERTEX_ARRAY_BINDING), 0);
+        EXPECT_EQ(glInteger(GL_ACTIVE_TEXTURE), GL_TEXTURE5);
+        EXPECT_EQ(array()->unit(), 0);
+    }
+}
+
+TEST_F(ShadowMapRenderPassTest, goesOnAfterItsContextDataWereTornDown)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    const Image before = render(1)[0];
+    const GLObjectCounts counts = glObjectCounts();
+    pass->teardownContextData(nullptr);
+    EXPECT_EQ(glObjectCounts().framebuffers, counts.framebuffers - 1);
+    EXPECT_EQ(glObjectCounts().vertexArrays, counts.vertexArrays - 1);
+    EXPECT_EQ(glObjectCounts().textures, counts.textures);
+    EXPECT_EQ(glObjectCounts().programs, counts.programs);
+    pass->teardownContextData(nullptr);
+    EXPECT_EQ(maximumDifference(render(1)[0], before), 0);
+    EXPECT_TRUE(glObjectCounts() == counts);
+}
+
+TEST_F(ShadowMapRenderPassTest, deletesWhatItMade)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    // The model, too, makes things when it is first drawn.
+    render(0);
+    pass.reset();
+    const GLObjectCounts before = glObjectCounts();
+    pass = std::make_unique<ShadowMapRenderPass>();
+    for (const int filter : {1, 2, 3})
+        render(filter);
+    EXPECT_FALSE(glObjectCounts() == before);
+    pass.reset();
+    EXPECT_TRUE(glObjectCounts() == before);
+    // Without a context names are dropped.
+    pass = std::make_unique<ShadowMapRenderPass>();
+    render(1);
+    context().doneCurrent();
+    pass.reset();
+    context().makeCurrent();
+    EXPECT_TRUE(glObjectCounts() == before);
+}
+
+} // namespace Velmora::Kvz

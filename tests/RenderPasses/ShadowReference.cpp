@@ -1,1 +1,413 @@
 // SPDX-License-Identifier: MIT
+#include "ShadowReference.h"
+
+#include <GL/AutoBinder.h>
+
+#include <QtCore/QRegularExpression>
+
+#include <epoxy/gl.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+constexpr double sigma = 4.5;
+
+double weight(int distance)
+{
+    return std::exp(-0.5 * distance * distance / (sigma * sigma));
+}
+
+Moments plus(const Moments &a, const Moments &b, double factor)
+{
+    return {a.mean + factor * b.mean, a.square + factor * b.square};
+}
+
+Moments scaled(const Moments &a, double factor)
+{
+    return {a.mean * factor, a.square * factor};
+}
+
+template <typename Filter> MomentMap filtered(const MomentMap &map, Filter filter)
+{
+    MomentMap result = map;
+    for (int y = 0; y < map.height(); ++y) {
+        for (int x = 0; x < map.width(); ++x)
+            result.at(x, y) = filter(x, y);
+    }
+    return result;
+}
+
+MomentMap gaussianPass(const MomentMap &map, int dx, int dy)
+{
+    return filtered(map, [&](int x, int y) {
+        Moments sum{0, 0};
+        double weights = 0;
+        for (int i = -3; i <= 3; ++i) {
+            sum = plus(sum, map.at(x + i * dx, y + i * dy), weight(i));
+            weights += weight(i);
+        }
+        return scaled(sum, 1 / weights);
+    });
+}
+
+/// The search along one axis for two taps whose line goes on to the empty texel.
+Moments extendedAlong(const MomentMap &map, int x, int y, int dx, int dy)
+{
+    const auto tap = [&](int i) { return map.at(x + i * dx, y + i * dy); };
+    const auto isFilled = [&](int i) { return tap(i).mean < 1; };
+    Moments tA{0, 0};
+    Moments tB{0, 0};
+    int iA = -5;
+    int iB = -5;
+    if (isFilled(1)) {
+        tA = tap(1);
+        iA = 1;
+        if (isFilled(2)) {
+            tB = tap(2);
+            iB = 2;
+        }
+    }
+    if (iB == -5) {
+        iA = -5;
+        if (isFilled(-1)) {
+            tB = tap(-1);
+            iB = -1;
+        } else if (isFilled(-2)) {
+            tA = tap(-2);
+            iA = -2;
+        }
+    }
+    if (iB <= iA)
+        return map.at(x, y);
+    const Moments slope = scaled(plus(tB, tA, -1), 1.0 / (iB - iA));
+    return plus(tA, slope, -iA);
+}
+
+MomentMap gaussianEdgePass(const MomentMap &map, int dx, int dy, int *extended)
+{
+    return filtered(map, [&](int x, int y) {
+        const Moments center = map.at(x, y);
+        if (center.mean >= 1) {
+            const Moments result = extendedAlong(map, x, y, dx, dy);
+            *extended += result.mean != center.mean ? 1 : 0;
+            return result;
+        }
+        Moments sum{0, 0};
+        double weights = 0;
+        for (int i = -3; i <= 3; ++i) {
+            const Moments tap = map.at(x + i * dx, y + i * dy);
+            if (tap.mean > 1)
+                continue;
+            sum = plus(sum, tap, weight(i));
+            weights += weight(i);
+        }
+        return scaled(sum, 1 / weights);
+    });
+}
+
+} // namespace
+
+MomentMap::MomentMap(const Image &layer)
+    : m_width(layer.width),
+      m_height(layer.height)
+{
+    for (int y = 0; y < m_height; ++y) {
+        for (int x = 0; x < m_width; ++x)
+            m_texels.append({double(layer.at(x, y)[0]), double(layer.at(x, y)[1])});
+    }
+}
+
+const Moments &MomentMap::at(int x, int y) const
+{
+    return m_texels[qBound(0, y, m_height - 1) * m_width + qBound(0, x, m_width - 1)];
+}
+
+Moments &MomentMap::at(int x, int y)
+{
+    return m_texels[y * m_width + x];
+}
+
+MomentMap gaussianReference(const MomentMap &map)
+{
+    return gaussianPass(gaussianPass(map, 1, 0), 0, 1);
+}
+
+MomentMap gaussianEdgeReference(const MomentMap &map, int *extended)
+{
+    return gaussianEdgePass(gaussianEdgePass(map, 1, 0, extended), 0, 1, extended);
+}
+
+MomentMap boxReference(const MomentMap &map, bool isOneEmpty, int *extended)
+{
+    const auto isEmpty = [isOneEmpty](const Moments &t) { return isOneEmpty ? t.mean >= 1 : t.mean > 1; };
+    return filtered(map, [&](int x, int y) {
+        const Moments center = map.at(x, y);
+        if (isEmpty(center)) {
+            const int directions[4][2] = {{1, 0}, {-1, 0}, {0, 1}, {0, -1}};
+            for (const auto &d : directions) {
+                const Moments tA = map.at(x + d[0], y + d[1]);
+                const Moments tB = map.at(x + 2 * d[0], y + 2 * d[1]);
+                if (isEmpty(tA) || isEmpty(tB))
+                    continue;
+                ++*extended;
+                return plus(scaled(tA, 2), tB, -1);
+            }
+            return center;
+        }
+        Moments sum = center;
+        int count = 1;
+        for (int dy = -1; dy <= 1; ++dy) {
+            for (int dx = -1; dx <= 1; ++dx) {
+                const Moments tap = map.at(x + dx, y + dy);
+                if ((dx == 0 && dy == 0) || tap.mean > 1)
+                    continue;
+                sum = plus(sum, tap, 1);
+                ++count;
+            }
+        }
+        return scaled(sum, 1.0 / count);
+    });
+}
+
+void expectMoments(const Image &layer, const MomentMap &reference, double tolerance)
+{
+    int wrong = 0;
+    for (int y = 0; y < layer.height; ++y) {
+        for (int x = 0; x < layer.width; ++x) {
+            const Moments &expected = reference.at(x, y);
+            const float *const texel = layer.at(x, y);
+            const bool isRight =
+                std::abs(texel[0] - expected.mean) <= tolerance * std::max(1.0, std::abs(expected.mean))
+                && std::abs(texel[1] - expected.square) <= tolerance * std::max(1.0, std::abs(expected.square));
+            if (!isRight && ++wrong <= 5) {
+                ADD_FAILURE() << "texel " << x << ", " << y << ": expected " << expected.mean << ", " << expected.square
+                              << ", found " << texel[0] << ", " << texel[1];
+            }
+        }
+    }
+    EXPECT_EQ(wrong, 0) << "texels";
+}
+
+bool isAllFar(const Image &map)
+{
+    for (int i = 0; i < map.data.size(); i += 4) {
+        if (map.data[i] != farMoment || map.data[i + 1] != farMoment)
+            return false;
+    }
+    return !map.data.isEmpty();
+}
+
+int layersOf(Texture *array)
+{
+    GLint value = 0;
+    AutoBinder binder(array);
+    glGetTexLevelParameteriv(array->target(), 0, GL_TEXTURE_DEPTH, &value);
+    return value;
+}
+
+double spotDepth(double distance)
+{
+    const double lit = 0.2;
+    const double range = 20;
+    return (1 / lit - 1 / distance) / (1 / lit - 1 / range);
+}
+
+QStringList assertionTexts(const char *file, const QStringList &lines)
+{
+    const QRegularExpression form(
+        QStringLiteral("^\\[%1:\\d+\\] \\[ !! \\] Assertion '(.*)' failed: (.*)$").arg(QLatin1String(file)));
+    QStringList texts;
+    for (const QString &line : lines) {
+        const QRegularExpressionMatch match = form.match(line);
+        EXPECT_TRUE(match.hasMatch()) << qPrintable(line);
+        texts.append(match.captured(1) + QStringLiteral(" | ") + match.captured(2));
+    }
+    return texts;
+}
+
+ShadowMapManager::RenderData *renderDataOf(const RenderPass &pass)
+{
+    const QVariant value = pass.output(0);
+    if (value.userType() == QMetaType::QObjectStar)
+        return qobject_cast<ShadowMapManager::RenderData *>(value.value<QObject *>());
+    return value.value<ShadowMapManager::RenderData *>();
+}
+
+QVector<Image> readMaps(const RenderPass &pass)
+{
+    QVector<Image> maps;
+    const ShadowMapManager::RenderData *const data = renderDataOf(pass);
+    EXPECT_TRUE(data && data->projectionTexture()) << "nothing is published";
+    for (int layer = 0; data && data->projectionTexture() && layer < data->layerCount; ++layer)
+        maps.append(readLayer(data->projectionTexture(), layer));
+    return maps;
+}
+
+ShadowMapManager::Light *LightList::add(ShadowMapManager::Light::Type type)
+{
+    m_lights.push_back(std::make_unique<ShadowMapManager::Light>());
+    m_lights.back()->type = type;
+    return m_lights.back().get();
+}
+
+ShadowMapManager::Light *LightList::directional(const QVector3D &direction, int cascades)
+{
+    ShadowMapManager::Light *const light = add(ShadowMapManager::Light::Directional);
+    light->direction = direction;
+    light->cascades = cascades;
+    return light;
+}
+
+ShadowMapManager::Light *LightList::spot(const QVector3D &position, const QVector3D &direction, float cone, float range)
+{
+    ShadowMapManager::Light *const light = add(ShadowMapManager::Light::Spot);
+    light->position = position;
+    light->direction = direction;
+    light->coneAngle = cone;
+    light->range = range;
+    return light;
+}
+
+ShadowMapManager::Light *LightList::point(const QVector3D &position, float range)
+{
+    ShadowMapManager::Light *const light = add(ShadowMapManager::Light::Point);
+    light->position = position;
+    light->range = range;
+    return light;
+}
+
+QVariantList LightList::values() const
+{
+    QVariantList values;
+    for (const auto &light : m_lights)
+        values.append(QVariant::fromValue(light.get()));
+    return values;
+}
+
+DriverClaims::DriverClaims(const QByteArray &renderer, int geometryVertices, bool hidesViewportLayer)
+    : m_renderer(renderer)
+{
+    m_strings.replacement = [this](GLenum name) {
+        if (name == GL_RENDERER && !m_renderer.isEmpty())
+            return reinterpret_cast<const GLubyte *>(m_renderer.constData());
+        return m_strings.forward(name);
+    };
+    m_extensions.replacement = [this, hidesViewportLayer](GLenum name, GLuint index) {
+        const GLubyte *const extension = m_extensions.forward(name, index);
+        const bool isHidden = hidesViewportLayer
+            && qstrcmp(reinterpret_cast<const char *>(extension), "GL_ARB_shader_viewport_layer_array") == 0;
+        return isHidden ? reinterpret_cast<const GLubyte *>("GL_KVZ_hidden") : extension;
+    };
+    m_integers.replacement = [this, geometryVertices](GLenum name, GLint *value) {
+        if (name == GL_MAX_GEOMETRY_OUTPUT_VERTICES && geometryVertices > 0)
+            *value = geometryVertices;
+        else
+            m_integers.forward(name, value);
+    };
+}
+
+void ShadowTest::TearDown()
+{
+    model.clear();
+    GLTest::TearDown();
+}
+
+ShadowTest &ShadowTest::add(const MeshData &mesh, const QMatrix4x4 &matrix, quint64 flags)
+{
+    m_builder.addItem(m_builder.addMesh(mesh), m_builder.addMaterial({}), matrix, flags);
+    items.append({mesh, matrix});
+    return *this;
+}
+
+void ShadowTest::build()
+{
+    model = m_builder.build();
+}
+
+void ShadowTest::buildScene()
+{
+    QMatrix4x4 turned = placedAt({-2.2f, 1.2f, 0.8f}, {0.9f, 1.1f, 0.7f});
+    turned.rotate(35, 1, 2, 0.5f);
+    add(groundMesh(), placedAt({0, 0, 0}, {6, 1, 6}));
+    add(sphereMesh(6), placedAt({1.5f, 1.6f, -0.5f}));
+    add(boxMesh(), turned);
+    add(boxMesh(), placedAt({0.5f, 2.8f, 2}, {1.6f, 0.05f, 0.6f}));
+    build();
+}
+
+void ShadowTest::addWall(float distance, float halfSize, quint64 flags)
+{
+    add(wallMesh(), placedAt({0, 0, -distance}, {halfSize, halfSize, 1}), flags);
+}
+
+void ShadowTest::addSpot()
+{
+    lights.spot({0, 0, 0}, {0, 0, -1}, 60, 20);
+}
+
+void ShadowTest::set(RenderPass &pass, const char *port, const QVariant &value)
+{
+    const int index = pass.findInput(QString::fromUtf8(port));
+    ASSERT_GE(index, 0) << port;
+    pass.setInput(index, value);
+}
+
+void ShadowTest::connect(RenderPass &pass, int mapSize)
+{
+    set(pass, "Kvz_KvzGPUModel*_Geometry", QVariant::fromValue(model.data()));
+    set(pass, "Kvz_QList_KvzShadowMapManagerLight*_Lights", lights.values());
+    set(pass, "Kvz_QSize_MapSize", QSize(mapSize, mapSize));
+}
+
+void ShadowTest::run(RenderPass &pass)
+{
+    pass.start(nullptr);
+}
+
+void ShadowTest::expectRayCast(const RenderPass &pass, double bias)
+{
+    const ShadowMapManager::RenderData &data = *renderDataOf(pass);
+    const QVector<Image> maps = readMaps(pass);
+    int filled = 0;
+    for (int layer = 0; layer < maps.size(); ++layer) {
+        SCOPED_TRACE(layer);
+        // The matrix lies in columns, and QMatrix4x4 takes rows.
+        const QMatrix4x4 matrix = QMatrix4x4(data.transforms[layer].matrix).transposed();
+        const RayCaster caster(items, matrix, QMatrix4x4(), QSize(maps[layer].width, maps[layer].height));
+        int wrong = 0;
+        const RayCastCoverage coverage = caster.compareClearPixels(0.85, 0, [&](int x, int y, const RayHit &hit) {
+            const float *const texel = maps[layer].at(x, y);
+            if (!hit.isGeometry()) {
+                wrong += texel[0] == farMoment && texel[1] == farMoment ? 0 : 1;
+                return;
+            }
+            // Corners lie on a grid of 1/256 pixel, so a steep face is off by a part of what a pixel spans.
+            const Moments expected = Moments::of(2 * hit.depth - 1 + bias);
+            const double span = std::abs(caster.cast(x + 0.55, y + 0.5).depth - caster.cast(x + 0.45, y + 0.5).depth)
+                + std::abs(caster.cast(x + 0.5, y + 0.55).depth - caster.cast(x + 0.5, y + 0.45).depth);
+            const double tolerance = 4e-6 + 2 * 10 * span / 128;
+            const bool isRight = std::abs(texel[0] - expected.mean) <= tolerance
+                && std::abs(texel[1] - expected.square) <= 2 * tolerance;
+            if (!isRight && ++wrong <= 3)
+                ADD_FAILURE() << "texel " << x << ", " << y << ": expected " << expected.mean << " +- " << tolerance
+                              << ", found " << texel[0] << ", squares " << expected.square << ", " << texel[1];
+        });
+        filled += coverage.geometry;
+        EXPECT_EQ(wrong, 0) << "texels";
+    }
+    EXPECT_GT(filled, 200 * maps.size()) << "the maps are nearly empty";
+}
+
+QMatrix4x4 placedAt(const QVector3D &position, const QVector3D &scale)
+{
+    QMatrix4x4 matrix;
+    matrix.translate(position);
+    matrix.scale(scale);
+    return matrix;
+}
+
+} // namespace Velmora::Kvz

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <Host/passes/PassEntries.h>
 
+#include <QtCore/QSize>
+
 namespace Velmora::Kvz::PassEntries {
 
 namespace {
@@ -114,6 +116,64 @@ InputInfo blurRadiusInput(const char *description)
     InputInfo info = input("Kvz_float_BlurRadius", ValueType::Float, 2.0f, description, "0");
     info.gridStep = 0.25;
     return info;
+}
+
+InputInfo shadowModelInput()
+{
+    InputInfo info =
+        input("Kvz_KvzGPUModel*_Geometry", ValueType::Model, QVariant(), "The model.", "the pass must not run");
+    info.required = true;
+    return info;
+}
+
+InputInfo instanceDataInput()
+{
+    return input("Kvz_QList_InstanceData", ValueType::InstanceData, QVariant(),
+        "Rows that place the items in the stead of the model's own.", "the model's own");
+}
+
+InputInfo lightsInput()
+{
+    return input("Kvz_QList_KvzShadowMapManagerLight*_Lights", ValueType::Lights, QVariant(),
+        "The lights that cast shadows.", "no lights, so no layers");
+}
+
+InputInfo unjitteredProjectionInput()
+{
+    InputInfo info = projectionInput();
+    info.whenNull = QStringLiteral("directional lights have one layer");
+    info.wiring = ImplicitWiring::FrameOnly;
+    return info;
+}
+
+InputInfo shadowCameraInput()
+{
+    InputInfo info = cameraInput();
+    info.whenNull = QStringLiteral("directional lights have one layer");
+    return info;
+}
+
+InputInfo sceneBoundsInput(const char *name, const char *description)
+{
+    return input(name, ValueType::Vector3D, QVariant(), description, "the model's bounds");
+}
+
+InputInfo mapSizeInput()
+{
+    return input(
+        "Kvz_QSize_MapSize", ValueType::Size, QSize(512, 512), "Width and height of each map in texels.", "no map");
+}
+
+OutputInfo shadowMapDataOutput()
+{
+    return output(
+        "Kvz_QVariant_ShadowMapData", ValueType::ShadowMapData, "Layers, matrices, biases and the array of moments.");
+}
+
+OptionInfo instanceDataPlanOption()
+{
+    return option("instanceDataPlan", ValueType::String, QStringLiteral("TavoInstance"),
+        "The plan of instance data that places the items.");
 }
 
 OutputInfo output(const char *name, ValueType type, const char *description)

@@ -31,6 +31,8 @@ PassInfo primitiveBuilderRenderPass();
 PassInfo scalableAmbientObscuranceRenderPass();
 PassInfo shaderRenderPass();
 PassInfo skyboxRenderPass();
+PassInfo shadowMapRenderPass();
+PassInfo shadowMapRenderPass2();
 PassInfo stencilBlurAndBlendRenderPass();
 PassInfo textureLoaderRenderPass();
 PassInfo textureToScreenRenderPass();
@@ -59,6 +61,8 @@ inline constexpr PassInfo (*all[])() = {
     scalableAmbientObscuranceRenderPass,
     shaderRenderPass,
     skyboxRenderPass,
+    shadowMapRenderPass,
+    shadowMapRenderPass2,
     stencilBlurAndBlendRenderPass,
     textureLoaderRenderPass,
     textureToScreenRenderPass,
@@ -84,6 +88,20 @@ InputInfo cameraInput();
 InputInfo imageFileInput(const char *name, ImageFileUse use, const char *description, const char *whenNull);
 /// The radius of a blur, whose programs the pass keeps for each new value: the chain rounds it to quarters.
 InputInfo blurRadiusInput(const char *description);
+
+/// \name Ports of the shadow passes
+/// @{
+InputInfo shadowModelInput();
+InputInfo instanceDataInput();
+InputInfo lightsInput();
+/// The frame's projection, also behind a pass that jitters it: cascades that trembled with it would swim.
+InputInfo unjitteredProjectionInput();
+InputInfo shadowCameraInput();
+InputInfo sceneBoundsInput(const char *name, const char *description);
+InputInfo mapSizeInput();
+OutputInfo shadowMapDataOutput();
+OptionInfo instanceDataPlanOption();
+/// @}
 
 /// An output that holds no image.
 OutputInfo output(const char *name, ValueType type, const char *description);

@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "support/Cameras.h"
+#include "support/GLCallRecorder.h"
+#include "support/GLTest.h"
+#include "support/Meshes.h"
+#include "support/RayCast.h"
+
+#include <Core/RenderPassHelper.h>
+#include <Scene/GPUModelBuilder.h>
+#include <Scene/ShadowMapManager.h>
+
+#include <QtCore/QByteArray>
+#include <QtCore/QStringList>
+#include <QtCore/QVariantList>
+
+#include <memory>
+
+namespace Velmora::Kvz {
+
+/// What no caster touched.
+inline constexpr float farMoment = 1e9f;
+
+/// Moments as a map holds them, in doubles.
+struct Moments
+{
+    double mean = farMoment;
+    double square = farMoment;
+
+    static Moments of(double depth) { return {depth, depth * depth}; }
+    bool isEmpty() const { return mean > 1e8; }
+};
+
+/// A layer of moments with a filter's reads beside its edge.
+class MomentMap
+{
+public:
+    explicit MomentMap(const Image &layer);
+
+    int width() const { return m_width; }
+    int height() const { return m_height; }
+    /// Clamped to the edge.
+    const Moments &at(int x, int y) const;
+    Moments &at(int x, int y);
+
+private:
+    int m_width;
+    int m_height;
+    QVector<Moments> m_texels;
+};
+
+/// \name The filters, texel by texel
+/// `extended` counts the texels that were empty and got a gradient's value.
+/// @{
+MomentMap gaussianReference(const MomentMap &map);
+MomentMap gaussianEdgeReference(const MomentMap &map, int *extended);
+/// `isOneEmpty`: whether a mean of exactly 1 counts as empty.
+MomentMap boxReference(const MomentMap &map, bool isOneEmpty, int *extended);
+/// @}
+
+/// Holds a filtered layer against its reference: `tolerance` is for means and squares up to 1 or so, and grows with them.
+void expectMoments(const Image &layer, const MomentMap &reference, double tolerance);
+
+/// Whether no caster touched a layer.
+bool isAllFar(const Image &map);
+/// The layers that an array has.
+int layersOf(Texture *array);
+/// Normalised device z of a point on the axis of a spot light of range 20, by the documented mapping: 0 at a hundredth of
+/// the range, 1 at the range, perspective between.
+double spotDepth(double distance);
+/// The texts of assertions as "condition | message", without their places, which must be in this file.
+QStringList assertionTexts(const char *file, const QStringList &lines);
+
+/// What a pass published.
+ShadowMapManager::RenderData *renderDataOf(const RenderPass &pass);
+/// All layers of its array that are in use.
+QVector<Image> readMaps(const RenderPass &pass);
+
+/// Lights, which live as long as the list.
+class LightList
+{
+public:
+    ShadowMapManager::Light *directional(const QVector3D &direction, int cascades = 1);
+    ShadowMapManager::Light *spot(const QVector3D &position, const QVector3D &direction, float cone, float range);
+    ShadowMapManager::Light *point(const QVector3D &position, float range);
+    QVariantList values() const;
+
+private:
+    ShadowMapManager::Light *add(ShadowMapManager::Light::Type type);
+    std::vector<std::unique_ptr<ShadowMapManager::Light>> m_lights;
+};
+
+/// Things that stand in the place of what the driver says, while they live.
+class DriverClaims
+{
+public:
+    /// `renderer` empty: its own name. `geometryVertices` 0: its own limit.
+    DriverClaims(const QByteArray &renderer, int geometryVertices, bool hidesViewportLayer);
+
+private:
+    QByteArray m_renderer;
+    GLCallRecorder<&epoxy_glGetString> m_strings;
+    GLCallRecorder<&epoxy_glGetStringi> m_extensions;
+    GLCallRecorder<&epoxy_glGetIntegerv> m_integers;
+};
+
+/// A model of its own, lights, and the ports that both shadow passes have.
+class ShadowTest : public GLTest
+{
+protected:
+    void TearDown() override;
+
+    /// Items of a model; `matrix` places them.
+    ShadowTest &add(const MeshData &mesh, const QMatrix4x4 &matrix = QMatrix4x4(), quint64 flags = 0);
+    /// Builds the model of what was added.
+    void build();
+    /// A floor from -6 to 6 with a sphere, a turned box and a thin plate above it.
+    void buildScene();
+
+    /// A wall of this half size across the axis of addSpot().
+    void addWall(float distance, float halfSize, quint64 flags = 0);
+    /// A spot light at the origin that looks along -z, 60 degrees wide, range 20.
+    void addSpot();
+
+    static void set(RenderPass &pass, const char *port, const QVariant &value);
+    /// Model, lights and a map size.
+    void connect(RenderPass &pass, int mapSize);
+    /// One frame.
+    static void run(RenderPass &pass);
+
+    /// Holds every layer against a ray cast: `bias` is what the depths have on top.
+    void expectRayCast(const RenderPass &pass, double bias);
+
+    QSharedPointer<GPUModel> model;
+    LightList lights;
+    QVector<RayCastItem> items;
+
+private:
+    GPUModelBuilder m_builder;
+};
+
+QMatrix4x4 placedAt(const QVector3D &position, const QVector3D &scale = QVector3D(1, 1, 1));
+
+} // namespace Velmora::Kvz
