@@ -74,11 +74,14 @@ QVector<DisplayChoice> displaysToTry()
     return displays;
 }
 
-void APIENTRY logDriverMessage(GLenum, GLenum, GLuint id, GLenum severity, GLsizei, const GLchar *message, const void *)
+void APIENTRY logDriverMessage(
+    GLenum source, GLenum type, GLuint id, GLenum severity, GLsizei, const GLchar *message, const void *)
 {
-    if (severity == GL_DEBUG_SEVERITY_HIGH)
+    // The shader compiler's warnings stand in the program's log; an optional extension that is missing gives one.
+    const bool isRemark = source == GL_DEBUG_SOURCE_SHADER_COMPILER && type != GL_DEBUG_TYPE_ERROR;
+    if (severity == GL_DEBUG_SEVERITY_HIGH && !isRemark)
         qCCritical(glLog, "driver message %u: %s", id, message);
-    else if (severity == GL_DEBUG_SEVERITY_MEDIUM)
+    else if (severity == GL_DEBUG_SEVERITY_MEDIUM && !isRemark)
         qCWarning(glLog, "driver message %u: %s", id, message);
     else
         qCDebug(glLog, "driver message %u: %s", id, message);

@@ -1,0 +1,878 @@
+// SPDX-License-Identifier: MIT
+#include "ObscuranceReference.h"
+#include "support/Cameras.h"
+#include "support/GLCallRecorder.h"
+#include "support/GLTest.h"
+#include "support/MultisampleTextures.h"
+#include "support/PooledTextures.h"
+
+#include <GL/GLSLMacroProcessor.h>
+#include <GL/GLStatistics.h>
+#include <GL/ShaderProgram.h>
+#include <RenderPasses/CameraSpaceZBufferRenderPass.h>
+#include <RenderPasses/ScalableAmbientObscuranceRenderPass.h>
+
+#include <QtCore/QRect>
+
+#include <epoxy/gl.h>
+
+#include <cmath>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+using Pass = ScalableAmbientObscuranceRenderPass;
+using Positions = ObscuranceReference::Positions;
+using Normals = ObscuranceReference::Normals;
+
+/// How long the shader's text was while this program started up.
+const int lengthAtStartUp = gSaoFragmentShaderSource.size();
+
+const QSize usualSize(64, 48);
+
+class ScalableAmbientObscuranceRenderPassTest : public GLTest
+{
+protected:
+    using Port = Pass;
+
+    std::unique_ptr<Pass> pass = std::make_unique<Pass>();
+    PooledTextures textures;
+    // What the pass reads.
+    std::unique_ptr<Texture> depth;
+    std::unique_ptr<Texture> positions;
+    std::unique_ptr<Texture> normals;
+
+    void set(int port, const QVariant &value) { pass->setInput(port, value); }
+    void setTexture(int port, Texture *texture) { pass->setInput(port, QVariant::fromValue(texture)); }
+    Texture *frame() const { return pass->output(Port::Frame).value<Texture *>(); }
+
+    /// A reference of the scene with the usual numbers.
+    ObscuranceReference usual(const QSize &size = usualSize, const QMatrix4x4 &projection = QMatrix4x4()) const
+    {
+        ObscuranceReference reference;
+        reference.size = reference.viewport = size;
+        reference.projection = projection.isIdentity() ? perspective(size, 1, 20) : projection;
+        reference.camera = lookAt(QVector3D(3, 1, 2), QVector3D(0, 0.5f, 0));
+        const ObscuranceScene scene(size, reference.projection);
+        reference.depth = scene.depth;
+        reference.positions = scene.positions;
+        reference.normals = scene.normals;
+        return reference;
+    }
+
+    /// Gives the pass the numbers of a reference.
+    void feedNumbers(const ObscuranceReference &reference)
+    {
+        set(Port::Viewport, QRect(QPoint(), reference.viewport));
+        set(Port::ProjectionMatrix, reference.projection);
+        set(Port::CameraMatrix, reference.camera);
+        set(Port::NearPlane, reference.nearPlane);
+        set(Port::FarPlane, reference.farPlane);
+        set(Port::SaoRadius, reference.radius);
+        set(Port::SaoBias, reference.bias);
+        set(Port::SaoIntensity, reference.intensity);
+        set(Port::SaoNumSamples, float(reference.taps));
+        set(Port::SaoNumSpiralTurns, float(reference.turns));
+        pass->setNumOutputUsers(Port::Frame, 1);
+    }
+
+    /// Gives the pass the numbers and the images of a reference. Samples beyond the first hold something else.
+    void feed(const ObscuranceReference &reference, bool multisampledDepth = false)
+    {
+        feedNumbers(reference);
+        const auto others = [](const Image &image) {
+            Image other = image;
+            for (float &value : other.data)
+                value = 0.3f - 0.2f * value;
+            return other;
+        };
+        depth = multisampledDepth
+            ? makeMultisampleTexture(reference.depth, others(reference.depth), GL_DEPTH_COMPONENT32F, 4)
+            : makeTexture(reference.depth, GL_DEPTH_COMPONENT32F);
+        set(Port::NumberMultisamples, multisampledDepth ? QVariant(4) : QVariant());
+        positions.reset();
+        if (reference.positionsFrom == Positions::Sampled)
+            positions = makeTexture(reference.positions, GL_RGBA32F);
+        else if (reference.positionsFrom == Positions::Fetched)
+            positions = makeMultisampleTexture(reference.positions, others(reference.positions), GL_RGBA32F, 4);
+        normals.reset();
+        if (reference.normalsFrom == Normals::WorldFetched)
+            normals = makeMultisampleTexture(reference.normals, others(reference.normals), GL_RGBA32F, 4);
+        else if (reference.normalsFrom != Normals::FromPositions)
+            normals = makeTexture(reference.normals, GL_RGBA32F);
+        setTexture(Port::Depth, depth.get());
+        setTexture(Port::CameraSpacePosition, positions.get());
+        setTexture(Port::Normal, normals.get());
+    }
+
+    /// Runs the pass and reads its image, which goes back to the pool.
+    Image run()
+    {
+        pass->start(nullptr);
+        return take();
+    }
+    Image take()
+    {
+        Texture *const texture = frame();
+        if (!texture)
+            return Image();
+        const Image image =
+            texture->target() == GL_TEXTURE_2D_MULTISAMPLE ? readSample(texture, 0) : readTexture(texture);
+        TextureManager::Instance()->releaseTempTextureRef(texture, 1);
+        return image;
+    }
+};
+
+struct Coverage
+{
+    int compared = 0;
+    int undefined = 0;
+    int vague = 0; ///< Pixels with more than four steps of 8 bits of right answers.
+    int white = 0;
+    int black = 0;
+};
+
+/// Holds every pixel of an image against the formulas. Half a step of 8 bits, and half a one more for positions and normals
+/// in single precision, whose differences lose digits.
+Coverage compareWithFormula(const Image &image, const ObscuranceReference &reference)
+{
+    Coverage coverage;
+    EXPECT_EQ(QSize(image.width, image.height), reference.size);
+    if (QSize(image.width, image.height) != reference.size)
+        return coverage;
+    const double tolerance = 1.0 / 255;
+    double error = 0;
+    for (int y = 0; y < image.height; ++y) {
+        for (int x = 0; x < image.width; ++x) {
+            const QVector4D pixel = image.pixel(x, y);
+            EXPECT_EQ(pixel, QVector4D(pixel.x(), pixel.x(), pixel.x(), 1)) << x << ' ' << y;
+            const ObscuranceReference::Answer answer = reference.at(x, y);
+            if (!answer.isDefined) {
+                ++coverage.undefined;
+                continue;
+            }
+            ++coverage.compared;
+            const double value = double(pixel.x());
+            const double off = std::max(answer.low - value, value - answer.high);
+            error = std::max(error, off);
+            EXPECT_LE(off, tolerance) << x << ' ' << y << ": " << value << " for " << answer.low << " to "
+                                      << answer.high;
+            coverage.vague += answer.high - answer.low > 4.0 / 255 ? 1 : 0;
+            coverage.white += answer.low == 1 ? 1 : 0;
+            coverage.black += answer.high == 0 ? 1 : 0;
+            if (::testing::Test::HasFailure())
+                return coverage;
+        }
+    }
+    std::printf("[ COMPARED ] %d pixels (%d white, %d black, %d vague, %d undefined), largest excess %.2f steps\n",
+        coverage.compared, coverage.white, coverage.black, coverage.vague, coverage.undefined, error * 255);
+    return coverage;
+}
+
+void expectTelling(const Coverage &coverage)
+{
+    const int pixels = coverage.compared + coverage.undefined;
+    EXPECT_LT(coverage.undefined, pixels / 20);
+    EXPECT_LT(coverage.vague, pixels / 10);
+    EXPECT_GT(coverage.white, pixels / 10);
+    EXPECT_GT(coverage.compared - coverage.white - coverage.black, pixels / 25) << "shades of grey";
+}
+
+double mean(const Image &image)
+{
+    double sum = 0;
+    for (int i = 0; i < image.data.size(); i += image.channels)
+        sum += double(image.data[i]);
+    return sum / (double(image.width) * image.height);
+}
+
+Image whole(int width, int height, float value)
+{
+    Image image(width, height, 1);
+    image.data.fill(value);
+    return image;
+}
+
+} // namespace
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, declaresItsPorts)
+{
+    const QVector<QPair<QString, QVariant>> inputs{
+        {QStringLiteral("Kvz_QRect_Viewport"), QVariant()},
+        {QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant()},
+        {QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QVariant()},
+        {QStringLiteral("Kvz_float_NearPlane"), 0.1f},
+        {QStringLiteral("Kvz_float_FarPlane"), 100.0f},
+        {QStringLiteral("Kvz_KvzTexture*_Depth"), QVariant()},
+        {QStringLiteral("Kvz_float_SAORadius"), 0.09f},
+        {QStringLiteral("Kvz_float_SAOBias"), 0.02f},
+        {QStringLiteral("Kvz_float_SAOIntensity"), 100.0f},
+        {QStringLiteral("Kvz_KvzTexture*_CameraSpacePosition"), QVariant()},
+        {QStringLiteral("Kvz_KvzTexture*_Normal"), QVariant()},
+        {QStringLiteral("Kvz_float_SaoNumSamples"), 7.0f},
+        {QStringLiteral("Kvz_float_SaoNumLogMaxOffset"), 3.0f},
+        {QStringLiteral("Kvz_float_SaoNumSpiralTurns"), 3.0f},
+        {QStringLiteral("Kvz_float_ResolutionDivider"), 1.0f},
+        {QStringLiteral("Kvz_int_NumberMultisamples"), QVariant()},
+    };
+    ASSERT_EQ(pass->numInputs(), inputs.size());
+    for (int i = 0; i < inputs.size(); ++i) {
+        EXPECT_EQ(pass->inputName(i), inputs[i].first);
+        EXPECT_EQ(pass->defaultValue(i), inputs[i].second) << qPrintable(inputs[i].first);
+        EXPECT_EQ(pass->defaultValue(i).userType(), inputs[i].second.userType());
+    }
+    ASSERT_EQ(pass->numOutputs(), 1);
+    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
+    EXPECT_EQ(int(Port::NumberMultisamples), 15);
+    EXPECT_EQ(int(Pass::NormalTransposeInvert), 0);
+    EXPECT_EQ(int(Pass::NormalScreenSpace), 1);
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, theShadersTextIsThereFromTheStart)
+{
+    EXPECT_TRUE(gSaoFragmentShaderSource.startsWith(QStringLiteral("#version 150\n")));
+    EXPECT_EQ(lengthAtStartUp, gSaoFragmentShaderSource.size());
+    for (const char *part : {"#extension GL_EXT_gpu_shader4 : enable", "#extension GL_ARB_gpu_shader5 : enable",
+             "#define gl_FragColor out_FragColor", "#error Not know Normal processing", "uniform vec4 projInfo;"})
+        EXPECT_TRUE(gSaoFragmentShaderSource.contains(QString::fromUtf8(part))) << part;
+}
+
+// Every way to get positions, with every way to get normals.
+TEST_F(ScalableAmbientObscuranceRenderPassTest, matchesTheFormulasInEveryCombination)
+{
+    for (const Positions from : {Positions::FromDepth, Positions::Sampled, Positions::Fetched}) {
+        for (const bool multisampledDepth : {false, true}) {
+            for (const Normals normalsFrom :
+                {Normals::FromPositions, Normals::World, Normals::WorldFetched, Normals::Camera}) {
+                SCOPED_TRACE(::testing::Message() << "positions " << int(from) << ", multisampled depth "
+                                                  << multisampledDepth << ", normals " << int(normalsFrom));
+                ObscuranceReference reference = usual();
+                reference.positionsFrom = from;
+                reference.normalsFrom = normalsFrom;
+                if (normalsFrom == Normals::World || normalsFrom == Normals::WorldFetched) {
+                    reference.normals = ObscuranceScene(usualSize, reference.projection).worldNormals(reference.camera);
+                    // A camera that scales: normals lose their length, and are taken like that.
+                    reference.camera.scale(0.8f);
+                }
+                pass = std::make_unique<Pass>();
+                if (normalsFrom == Normals::Camera)
+                    pass->setNormalProcessing(Pass::NormalScreenSpace);
+                feed(reference, multisampledDepth);
+                const Image image = run();
+                saveForViewing(image,
+                    QStringLiteral("obscurance-%1-%2-%3").arg(int(from)).arg(multisampledDepth).arg(int(normalsFrom)));
+                expectTelling(compareWithFormula(image, reference));
+                if (HasFailure())
+                    return;
+            }
+        }
+    }
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, matchesTheFormulasForOtherNumbers)
+{
+    for (int change = 0; change < 7; ++change) {
+        SCOPED_TRACE(change);
+        ObscuranceReference reference = usual();
+        switch (change) {
+        case 0:
+            reference.taps = 11;
+            reference.turns = 5;
+            break;
+        case 1:
+            reference.radius = 1.1f;
+            break;
+        case 2:
+            reference.bias = 0.1f;
+            break;
+        case 3:
+            reference.intensity = 7;
+            break;
+        case 4:
+            reference.bias = -0.02f;
+            reference.intensity = 0.5f;
+            break;
+        case 5:
+            reference = usual(QSize(51, 37));
+            break;
+        case 6: {
+            QMatrix4x4 offAxis;
+            offAxis.frustum(-0.7f, 0.5f, -0.3f, 0.6f, 1, 20);
+            reference = usual(usualSize, offAxis);
+            break;
+        }
+        }
+        feed(reference);
+        const Coverage coverage = compareWithFormula(run(), reference);
+        EXPECT_GT(coverage.compared - coverage.white - coverage.black, 200);
+        if (HasFailure())
+            return;
+    }
+}
+
+// With the filter and wrap of a fresh pooled texture, as the two passes meet in a chain.
+TEST_F(ScalableAmbientObscuranceRenderPassTest, readsThePositionsOfTheOtherPass)
+{
+    for (const float divider : {1.0f, 2.0f}) {
+        ObscuranceReference reference = usual();
+        reference.positionsFrom = Positions::Sampled;
+        reference.normalsFrom = Normals::Camera;
+        reference.isLinear = reference.repeats = true;
+        reference.size = usualSize / int(divider);
+        reference.normals = ObscuranceScene(reference.size, reference.projection).normals;
+        feed(reference);
+        set(Port::ResolutionDivider, divider);
+        pass->setNormalProcessing(Pass::NormalScreenSpace);
+
+        TextureManager::Instance()->deleteUnusedTempTextures();
+        CameraSpaceZBufferRenderPass unprojection;
+        unprojection.setInput(CameraSpaceZBufferRenderPass::Viewport, QRect(QPoint(), usualSize));
+        unprojection.setInput(CameraSpaceZBufferRenderPass::Depth, QVariant::fromValue(depth.get()));
+        unprojection.setInput(CameraSpaceZBufferRenderPass::ProjectionMatrix, reference.projection);
+        unprojection.setNumOutputUsers(0, 2);
+        unprojection.start(nullptr);
+        auto *const made = unprojection.output(0).value<Texture *>();
+        reference.positions = readTexture(made);
+        set(Port::CameraSpacePosition, unprojection.output(0));
+        pass->start(nullptr);
+        EXPECT_EQ(PooledTextures::references(made), 1);
+        const Coverage coverage = compareWithFormula(take(), reference);
+        EXPECT_GT(coverage.compared - coverage.white - coverage.black, 160 / int(divider));
+        TextureManager::Instance()->releaseTempTextureRef(made, 1);
+        pass = std::make_unique<Pass>();
+    }
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, dividesTheResolution)
+{
+    const QSize full(96, 72);
+    for (const Positions from : {Positions::Sampled, Positions::Fetched}) {
+        for (const Normals normalsFrom : {Normals::World, Normals::WorldFetched}) {
+            ObscuranceReference reference = usual(full);
+            reference.positionsFrom = from;
+            reference.normalsFrom = normalsFrom;
+            reference.normals = ObscuranceScene(full, reference.projection).worldNormals(reference.camera);
+            reference.size = full / 3; // An odd number: the middle of a pixel lies in the middle of a texel.
+            pass = std::make_unique<Pass>();
+            feed(reference);
+            set(Port::ResolutionDivider, 3.0f);
+            expectTelling(compareWithFormula(run(), reference));
+        }
+    }
+    // From depth, each pixel reads the texel of its own number: the lower left part, which is meant.
+    ObscuranceReference reference = usual(full);
+    reference.size = full / 3;
+    pass = std::make_unique<Pass>();
+    feed(reference);
+    set(Port::ResolutionDivider, 3.0f);
+    compareWithFormula(run(), reference);
+
+    // Sizes are truncated, and below 1 it acts as 1.
+    const ObscuranceReference small = usual(QSize(50, 35));
+    feed(small);
+    for (const auto &[divider, size] :
+        {std::pair{QVariant(3.0f), QSize(16, 11)}, {QVariant(1.5f), QSize(33, 23)}, {QVariant(1.0f), QSize(50, 35)},
+            {QVariant(0.25f), QSize(50, 35)}, {QVariant(-4.0f), QSize(50, 35)}, {QVariant(), QSize(50, 35)}}) {
+        set(Port::ResolutionDivider, divider);
+        const Image image = run();
+        EXPECT_EQ(QSize(image.width, image.height), size) << divider.toFloat();
+    }
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, clearsThePoolWhenTheDividerChanges)
+{
+    TextureManager *const manager = TextureManager::Instance();
+    feed(usual(QSize(16, 12)));
+    const auto freeAfter = [&](const QVariant &divider) {
+        manager->releaseTempTextureRef(manager->tempTexture(TextureFormat::HighDynamicRange, 5, 5, 1, 1), 1);
+        set(Port::ResolutionDivider, divider);
+        run();
+        int others = 0;
+        for (const TextureManager::PooledTexture &texture : manager->pooledTextures())
+            others += texture.width == 5 ? 1 : 0;
+        return others;
+    };
+    EXPECT_EQ(freeAfter(1.0f), 1) << "1 is what it begins with";
+    EXPECT_EQ(freeAfter(0.5f), 1) << "it acts as 1";
+    EXPECT_EQ(freeAfter(2.0f), 0);
+    EXPECT_EQ(freeAfter(2.0f), 1);
+    EXPECT_EQ(freeAfter(1.0f), 0);
+}
+
+// From depth a wall that faces the camera; a tap's depth is that of the middle of a texel, its place is not, so others get
+// grains. From positions any wall.
+TEST_F(ScalableAmbientObscuranceRenderPassTest, aFlatWallIsWhite)
+{
+    const QSize size(40, 30);
+    for (const double tilt : {0.0, 0.7, -2.0}) {
+        ObscuranceReference reference = usual(size);
+        const DoubleMatrix inverse = DoubleMatrix(reference.projection).inverted();
+        const DoubleMatrix forward(reference.projection);
+        for (int y = 0; y < size.height(); ++y) {
+            for (int x = 0; x < size.width(); ++x) {
+                // The plane z = tilt x - 6.
+                const Vector3d ray =
+                    xyz(inverse * Vector4d{2 * (x + 0.5) / size.width() - 1, 2 * (y + 0.5) / size.height() - 1, 0, 1});
+                const Vector3d point = ray * (-6 / (ray[2] - tilt * ray[0]));
+                const Vector4d clip = forward * withW(point, 1);
+                *reference.depth.at(x, y) = float((clip[2] / clip[3] + 1) / 2);
+                reference.positions.setPixel(x, y, QVector4D(float(point[0]), float(point[1]), float(point[2]), 1));
+            }
+        }
+        for (const Positions from : {Positions::FromDepth, Positions::Sampled}) {
+            if (from == Positions::FromDepth && tilt != 0)
+                continue;
+            reference.positionsFrom = from;
+            pass = std::make_unique<Pass>();
+            feed(reference);
+            EXPECT_EQ(maximumDifference(run(), filled(40, 30, QVector4D(1, 1, 1, 1))), 0) << tilt << ' ' << int(from);
+        }
+    }
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, aCornerDarkensWithRadiusAndIntensityAndLessWithBias)
+{
+    const ObscuranceReference reference = usual();
+    const auto brightness = [&](int port, float value) {
+        feed(reference);
+        set(port, value);
+        return mean(run());
+    };
+    const auto expectFalling = [&](int port, const std::vector<float> &values) {
+        double last = 1;
+        for (const float value : values) {
+            const double now = brightness(port, value);
+            EXPECT_LT(now, last - 0.002) << port << ": " << value;
+            last = now;
+        }
+    };
+    expectFalling(Port::SaoRadius, {0.1f, 0.3f, 0.6f, 1.0f});
+    expectFalling(Port::SaoIntensity, {0.3f, 1, 3, 10});
+    expectFalling(Port::SaoBias, {0.2f, 0.1f, 0.03f, 0.001f});
+
+    // It is the corner: along the wall towards the floor it gets darker.
+    feed(reference);
+    const Image image = run();
+    const auto rowOf = [&](int from, int to, int y) {
+        double sum = 0;
+        for (int x = from; x < to; ++x)
+            sum += double(image.pixel(x, y).x()) / (to - from);
+        return sum;
+    };
+    // The back wall stands on the floor at y = -1.2, z = -7.5.
+    const double below = -1.2 / 7.5 / std::tan(25 * M_PI / 180);
+    const int seam = int((below + 1) / 2 * usualSize.height());
+    EXPECT_LT(rowOf(23, 28, seam), 0.8);
+    EXPECT_GT(rowOf(23, 28, seam + 6), rowOf(23, 28, seam) + 0.1);
+    EXPECT_EQ(rowOf(23, 28, seam + 14), 1);
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, whatIsNotThereAndWhatIsTooFarStaysWhite)
+{
+    // A comb of teeth at two depths, obscured everywhere, with a hole and, of the whole, a second form beyond 50 units.
+    const QSize size(32, 24);
+    const auto comb = [&](double nearTeeth, double farTeeth) {
+        ObscuranceReference reference = usual(size);
+        reference.projection = perspective(size, 1, 100);
+        reference.farPlane = 100;
+        reference.radius = 3;
+        reference.intensity = 100;
+        reference.normalsFrom = Normals::Camera;
+        reference.normals = filled(32, 24, QVector4D(0, 0, 1, 0));
+        for (int y = 0; y < 24; ++y) {
+            for (int x = 0; x < 32; ++x) {
+                const double distance = x % 2 ? farTeeth : nearTeeth;
+                *reference.depth.at(x, y) = float(100.0 / 99 * (1 - 1 / distance));
+            }
+        }
+        return reference;
+    };
+    pass->setNormalProcessing(Pass::NormalScreenSpace);
+    const auto valueAt = [&](const Image &image, int x, int y) { return image.pixel(x, y).x(); };
+
+    ObscuranceReference reference = comb(20, 21.5);
+    *reference.depth.at(11, 9) = 1;
+    feed(reference);
+    Image image = run();
+    EXPECT_EQ(valueAt(image, 11, 9), 1) << "nothing was drawn there";
+    EXPECT_LT(valueAt(image, 21, 9), 0.5);
+    EXPECT_EQ(valueAt(image, 20, 9), 1) << "the teeth's tips are in the open";
+    compareWithFormula(image, reference);
+    // A pixel one of whose taps meets the hole is white too.
+    const ObscuranceReference filledUp = comb(20, 21.5);
+    int whitened = 0;
+    for (int y = 0; y < 24; ++y) {
+        for (int x = 0; x < 32; ++x) {
+            if (reference.at(x, y).low < 1 || filledUp.at(x, y).high > 0.5)
+                continue;
+            EXPECT_EQ(valueAt(image, x, y), 1) << x << ' ' << y;
+            ++whitened;
+        }
+    }
+    EXPECT_GT(whitened, 0);
+
+    reference = comb(48.4, 49.9);
+    feed(reference);
+    image = run();
+    EXPECT_LT(valueAt(image, 15, 9), 0.5);
+    reference = comb(48.6, 50.1);
+    feed(reference);
+    image = run();
+    for (int x = 0; x < 32; ++x)
+        EXPECT_EQ(valueAt(image, x, 9), 1) << x;
+
+    // With positions there is no depth of 1, only the distance.
+    reference = comb(20, 21.5);
+    reference.positionsFrom = Positions::Sampled;
+    for (int y = 0; y < 24; ++y) {
+        for (int x = 0; x < 32; ++x)
+            reference.positions.setPixel(x, y, QVector4D(0.8f * float(x), float(y), x % 2 ? -21.5f : -20, 1));
+    }
+    reference.positions.setPixel(9, 9, QVector4D(7, 9, -50.01f, 1));
+    reference.depth = whole(32, 24, 1);
+    pass = std::make_unique<Pass>();
+    pass->setNormalProcessing(Pass::NormalScreenSpace);
+    feed(reference);
+    image = run();
+    EXPECT_EQ(valueAt(image, 9, 9), 1);
+    EXPECT_LT(valueAt(image, 21, 9), 0.5);
+    compareWithFormula(image, reference);
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, aBiasOfZeroTurnsItOff)
+{
+    Texture *const pooledDepth = textures.take(TextureFormat::DepthStencil, 8, 6, 4);
+    Texture *const pooledPositions = textures.take(TextureFormat::Position, 8, 6, 4);
+    Texture *const pooledNormals = textures.take(TextureFormat::HighDynamicRange, 8, 6, 4);
+    feedNumbers(usual(QSize(8, 6)));
+    setTexture(Port::Depth, pooledDepth);
+    setTexture(Port::CameraSpacePosition, pooledPositions);
+    setTexture(Port::Normal, pooledNormals);
+    set(Port::ResolutionDivider, 2.0f);
+    set(Port::SaoBias, 0.0f);
+    const GLObjectCounts before = glObjectCounts();
+    {
+        GLCallRecorder<&epoxy_glClear> clears;
+        GLCallRecorder<&epoxy_glDrawArrays> draws;
+        GLCallRecorder<&epoxy_glDrawElements> indexedDraws;
+        pass->start(nullptr);
+        EXPECT_EQ(clears.calls.size() + draws.calls.size() + indexedDraws.calls.size(), 0u);
+    }
+    EXPECT_EQ(pass->output(Port::Frame).userType(), int(QMetaType::Int));
+    EXPECT_EQ(pass->output(Port::Frame), QVariant(0));
+    EXPECT_EQ(frame(), nullptr) << "consumers read it as no image";
+    EXPECT_TRUE(glObjectCounts() == before);
+    for (Texture *texture : {pooledDepth, pooledPositions, pooledNormals})
+        EXPECT_EQ(PooledTextures::references(texture), 3);
+
+    // A bias that is no number, too; the smallest other one draws.
+    set(Port::SaoBias, QVariant());
+    pass->start(nullptr);
+    EXPECT_EQ(pass->output(Port::Frame), QVariant(0));
+    set(Port::SaoBias, 1e-30f);
+    pass->start(nullptr);
+    EXPECT_NE(frame(), nullptr);
+    take();
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, countsTapsAndTurnsInWholeNumbers)
+{
+    const ObscuranceReference reference = usual(QSize(32, 24));
+    feed(reference);
+    const auto with = [&](float taps, float turns) {
+        set(Port::SaoNumSamples, taps);
+        set(Port::SaoNumSpiralTurns, turns);
+        return run();
+    };
+    const Image seven = with(7, 3);
+    EXPECT_EQ(maximumDifference(seven, with(7.9f, 3.9f)), 0);
+    EXPECT_GT(maximumDifference(seven, with(8, 3)), 0.1);
+    EXPECT_GT(maximumDifference(seven, with(7, 4)), 0.1);
+
+    // Without mip levels the offset makes no difference, however it is given.
+    set(Port::SaoNumLogMaxOffset, 5);
+    EXPECT_EQ(maximumDifference(seven, with(7, 3)), 0);
+    set(Port::SaoNumLogMaxOffset, QStringLiteral("2"));
+    EXPECT_EQ(maximumDifference(seven, with(7, 3)), 0);
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, drawsNothingWithoutDepth)
+{
+    const ObscuranceReference reference = [this] {
+        ObscuranceReference sampled = usual(QSize(16, 12));
+        sampled.positionsFrom = Positions::Sampled;
+        return sampled;
+    }();
+    feed(reference);
+    // What the pool hands out next.
+    Texture *const kept =
+        textures.take(TextureFormat::LowDynamicRange, filled(16, 12, QVector4D(0.2f, 0.4f, 0.6f, 0.8f)), 1);
+    TextureManager::Instance()->releaseTempTextureRef(kept, 1);
+    for (const bool hasPositions : {true, false}) {
+        if (!hasPositions)
+            set(Port::CameraSpacePosition, QVariant());
+        set(Port::Depth, QVariant());
+        {
+            GLCallRecorder<&epoxy_glClear> clears;
+            GLCallRecorder<&epoxy_glDrawArrays> draws;
+            GLCallRecorder<&epoxy_glDrawElements> indexedDraws;
+            pass->start(nullptr);
+            EXPECT_EQ(clears.calls.size() + draws.calls.size() + indexedDraws.calls.size(), 0u);
+        }
+        EXPECT_EQ(frame(), kept);
+        EXPECT_LT((take().pixel(3, 3) - QVector4D(0.2f, 0.4f, 0.6f, 0.8f)).length(), 0.01f);
+        pass = std::make_unique<Pass>();
+        feedNumbers(reference);
+    }
+    EXPECT_EQ(PooledTextures::allReferences(), 0);
+    log.takeCategory(QStringLiteral("kvz.gl"));
+    EXPECT_TRUE(log.messages().isEmpty());
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, theFirstFrameSettlesWhatIsConnected)
+{
+    ObscuranceReference reference = usual(QSize(32, 24));
+    feed(reference);
+    const Image fromDepth = run();
+    const int programs = glObjectCounts().programs;
+    // Normals that come later are not looked at.
+    reference.normalsFrom = Normals::Camera;
+    feed(reference);
+    EXPECT_EQ(maximumDifference(fromDepth, run()), 0);
+    EXPECT_EQ(glObjectCounts().programs, programs);
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, theNormalProcessingIsSetBeforeTheFirstFrame)
+{
+    ObscuranceReference reference = usual(QSize(32, 24));
+    reference.normalsFrom = Normals::World;
+    reference.normals = ObscuranceScene(reference.size, reference.projection).worldNormals(reference.camera);
+    pass->setNormalProcessing(Pass::NormalScreenSpace);
+    pass->setNormalProcessing(Pass::NormalTransposeInvert);
+    EXPECT_TRUE(log.messages().isEmpty());
+    feed(reference);
+    const Image image = run();
+    expectTelling(compareWithFormula(image, reference));
+    log.takeCategory(QStringLiteral("kvz.gl"));
+
+    pass->setNormalProcessing(Pass::NormalScreenSpace);
+    ASSERT_EQ(log.messages().size(), 1);
+    EXPECT_EQ(log.messages()[0].category, QStringLiteral("default"));
+    const QString line = log.takeCriticals().value(0);
+    EXPECT_TRUE(line.startsWith(QStringLiteral("[ScalableAmbientObscuranceRenderPass:"))) << qPrintable(line);
+    EXPECT_TRUE(line.endsWith(QStringLiteral("] [ !! ] Assertion 'NULL == _shaderProgram' failed: "
+                                             "Do not set the normal processing once a shader has been created.")))
+        << qPrintable(line);
+    EXPECT_EQ(maximumDifference(image, run()), 0);
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, combinationsThatDoNotCompileLeaveTheImageWhite)
+{
+    ObscuranceReference reference = usual(QSize(16, 12));
+    const auto expectWhite = [&] {
+        const Image image = run();
+        EXPECT_EQ(maximumDifference(image, filled(16, 12, QVector4D(1, 1, 1, 1))), 0);
+        pass = std::make_unique<Pass>();
+    };
+    // No such processing.
+    reference.normalsFrom = Normals::World;
+    pass->setNormalProcessing(static_cast<Pass::NormalProcessing>(2));
+    feed(reference);
+    expectWhite();
+    // Normals of several samples in camera space.
+    reference.normalsFrom = Normals::WorldFetched;
+    pass->setNormalProcessing(Pass::NormalScreenSpace);
+    feed(reference);
+    expectWhite();
+    EXPECT_FALSE(log.takeCategory(QStringLiteral("kvz.gl")).isEmpty()) << "the driver's words";
+    // And that is no fault of the rest.
+    pass->setNormalProcessing(Pass::NormalTransposeInvert);
+    feed(reference);
+    EXPECT_LT(mean(run()), 0.95);
+    log.takeCategory(QStringLiteral("kvz.gl"));
+    EXPECT_TRUE(log.messages().isEmpty()) << "the pass says nothing";
+
+    ShaderProgram program;
+    GLSLMacroProcessor macros;
+    macros.addDefine(QStringLiteral("CS_POS_CALCULATE"), QStringLiteral("1"));
+    program.setMacroProcessor(&macros);
+    program.addShader(GL_FRAGMENT_SHADER, gSaoFragmentShaderSource, QString());
+    EXPECT_FALSE(program.compile());
+    EXPECT_TRUE(program.log().contains(QStringLiteral("Not know Normal processing"))) << qPrintable(program.log());
+    log.takeCategory(QStringLiteral("kvz.gl"));
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, attachesDepthByItsFormat)
+{
+    const ObscuranceReference reference = usual(QSize(32, 24));
+    feed(reference);
+    const Image expected = run();
+    // Packed with stencil: 24 bits of depth, and the same picture within a step or two.
+    const std::unique_ptr<Texture> packed = makeTexture(reference.depth, GL_DEPTH24_STENCIL8);
+    setTexture(Port::Depth, packed.get());
+    {
+        GLCallRecorder<&epoxy_glFramebufferTexture2D> attached;
+        ObscuranceReference stored = reference;
+        stored.depth = readTexture(packed.get());
+        const Image image = run();
+        compareWithFormula(image, stored);
+        EXPECT_LT(std::abs(mean(image) - mean(expected)), 0.002);
+        bool isDepthStencil = false;
+        for (const auto &call : attached.calls)
+            isDepthStencil |=
+                std::get<1>(call) == GL_DEPTH_STENCIL_ATTACHMENT && std::get<3>(call) == packed->textureID();
+        EXPECT_TRUE(isDepthStencil);
+    }
+
+    // No depth format at all: told, attached as depth all the same, and nothing comes of it.
+    const std::unique_ptr<Texture> colour = makeTexture(filled(32, 24, QVector4D(0.5f, 0, 0, 1)), GL_RGBA32F);
+    setTexture(Port::Depth, colour.get());
+    {
+        GLCallRecorder<&epoxy_glFramebufferTexture2D> attached;
+        pass->start(nullptr);
+        bool isDepth = false;
+        for (const auto &call : attached.calls)
+            isDepth |= std::get<1>(call) == GL_DEPTH_ATTACHMENT && std::get<3>(call) == colour->textureID();
+        EXPECT_TRUE(isDepth);
+    }
+    const QString line = log.takeCriticals().value(0);
+    EXPECT_TRUE(line.endsWith(QStringLiteral("] [ !! ] Assertion 'false' failed: Unhandled depth format")))
+        << qPrintable(line);
+    EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION}) << "the clear";
+    take();
+    // The next frame is as good as ever.
+    setTexture(Port::Depth, depth.get());
+    EXPECT_EQ(maximumDifference(expected, run()), 0);
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, depthAndResultMustHaveTheSameSamples)
+{
+    const ObscuranceReference reference = usual(QSize(32, 24));
+    feed(reference, true);
+    set(Port::NumberMultisamples, 0);
+    pass->start(nullptr);
+    EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION}) << "the clear";
+    take();
+    set(Port::NumberMultisamples, 4);
+    pass->start(nullptr);
+    Texture *const made = frame();
+    ASSERT_EQ(made->target(), GLenum(GL_TEXTURE_2D_MULTISAMPLE));
+    const Image first = readSample(made, 0);
+    compareWithFormula(first, reference);
+    for (int sample = 1; sample < 4; ++sample)
+        EXPECT_EQ(maximumDifference(first, readSample(made, sample)), 0);
+    TextureManager::Instance()->releaseTempTextureRef(made, 1);
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, setsItsStateInOrderAndLeavesIt)
+{
+    feed(usual(QSize(16, 12)));
+    set(Port::Viewport, QRect(30, 40, 16, 12));
+    for (const bool tested : {false, true}) {
+        tested ? glEnable(GL_DEPTH_TEST) : glDisable(GL_DEPTH_TEST);
+        glEnable(GL_STENCIL_TEST);
+        glDepthMask(GL_TRUE);
+        glStencilMask(0xff);
+        glStencilFunc(GL_ALWAYS, 0, 0x0f);
+        glStencilOp(GL_REPLACE, GL_INCR, GL_INVERT);
+        glClearColor(0.1f, 0.2f, 0.3f, 0.4f);
+        {
+            GLCallRecorder<&epoxy_glViewport> viewports;
+            GLCallRecorder<&epoxy_glClearColor> clearColors;
+            GLCallRecorder<&epoxy_glClear> clears;
+            GLCallRecorder<&epoxy_glStencilFunc> stencilFunctions;
+            GLCallRecorder<&epoxy_glDrawArrays> draws;
+            draws.onCall = [](GLenum, GLint, GLsizei) {
+                EXPECT_FALSE(glFlag(GL_DEPTH_TEST));
+                EXPECT_FALSE(glFlag(GL_STENCIL_TEST));
+            };
+            pass->start(nullptr);
+            EXPECT_EQ(viewports.calls.back(), std::make_tuple(0, 0, 16, 12));
+            ASSERT_EQ(clearColors.calls.size(), 2u);
+            EXPECT_EQ(clearColors.calls[0], std::make_tuple(1.0f, 1.0f, 1.0f, 1.0f));
+            EXPECT_EQ(clearColors.calls[1], std::make_tuple(0.0f, 0.0f, 0.0f, 0.0f));
+            ASSERT_EQ(clears.calls.size(), 1u);
+            EXPECT_EQ(std::get<0>(clears.calls[0]), GLbitfield(GL_COLOR_BUFFER_BIT));
+            EXPECT_EQ(draws.calls.size(), 1u);
+            ASSERT_EQ(stencilFunctions.calls.size(), 1u);
+            EXPECT_EQ(stencilFunctions.calls[0], std::make_tuple(GLenum(GL_EQUAL), 1, 0xffu));
+        }
+        EXPECT_EQ(glFlag(GL_DEPTH_TEST), tested) << "as it was";
+        EXPECT_FALSE(glFlag(GL_STENCIL_TEST));
+        EXPECT_EQ(glInteger(GL_DEPTH_WRITEMASK), GL_FALSE);
+        EXPECT_EQ(glInteger(GL_STENCIL_WRITEMASK), 0);
+        EXPECT_EQ(glInteger(GL_STENCIL_FUNC), GL_EQUAL);
+        EXPECT_EQ(glInteger(GL_STENCIL_VALUE_MASK), 0xff);
+        for (GLenum operation : {GL_STENCIL_FAIL, GL_STENCIL_PASS_DEPTH_FAIL, GL_STENCIL_PASS_DEPTH_PASS})
+            EXPECT_EQ(glInteger(operation), GL_KEEP);
+        EXPECT_EQ(glInteger(GL_DRAW_FRAMEBUFFER_BINDING), 0);
+        EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);
+        EXPECT_EQ(glInteger(GL_VERTEX_ARRAY_BINDING), 0);
+        EXPECT_EQ(glInteger(GL_ACTIVE_TEXTURE), GL_TEXTURE0);
+        EXPECT_EQ(depth->unit(), 0);
+        take();
+    }
+    glStencilFunc(GL_ALWAYS, 0, 0xff);
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, handsOnOneReferenceForEachUser)
+{
+    Texture *const pooledDepth = textures.take(TextureFormat::DepthStencil, 8, 6, 4);
+    Texture *const pooledPositions = textures.take(TextureFormat::Position, 8, 6, 4);
+    Texture *const pooledNormals = textures.take(TextureFormat::HighDynamicRange, 8, 6, 4);
+    const QVector<Texture *> inputs{pooledDepth, pooledPositions, pooledNormals};
+    feedNumbers(usual(QSize(8, 6)));
+    setTexture(Port::Depth, pooledDepth);
+    setTexture(Port::CameraSpacePosition, pooledPositions);
+    setTexture(Port::Normal, pooledNormals);
+    pass->setNumOutputUsers(Port::Frame, 3);
+    pass->start(nullptr);
+    Texture *const first = frame();
+    EXPECT_EQ(PooledTextures::references(first), 3);
+    for (Texture *texture : inputs)
+        EXPECT_EQ(PooledTextures::references(texture), 3);
+    TextureManager::Instance()->releaseTempTextureRef(first, 3);
+
+    pass->setNumOutputUsers(Port::Frame, 0);
+    pass->start(nullptr);
+    EXPECT_EQ(frame(), first);
+    EXPECT_EQ(PooledTextures::references(first), 0);
+    for (Texture *texture : inputs)
+        EXPECT_EQ(PooledTextures::references(texture), 2);
+
+    // Without depth the others are given back all the same.
+    set(Port::Depth, QVariant());
+    pass->start(nullptr);
+    EXPECT_EQ(PooledTextures::references(pooledDepth), 2);
+    EXPECT_EQ(PooledTextures::references(pooledPositions), 1);
+
+    setTexture(Port::Depth, pooledDepth);
+    pass->skip(nullptr);
+    EXPECT_FALSE(pass->output(Port::Frame).isValid());
+    EXPECT_EQ(PooledTextures::references(pooledDepth), 1);
+    EXPECT_EQ(PooledTextures::references(pooledPositions), 0);
+    EXPECT_EQ(PooledTextures::references(pooledNormals), 0);
+}
+
+TEST_F(ScalableAmbientObscuranceRenderPassTest, takesItsObjectsAlong)
+{
+    feed(usual(QSize(8, 6)));
+    run();
+    const GLObjectCounts before = glObjectCounts();
+    {
+        Pass other;
+        EXPECT_TRUE(glObjectCounts() == before);
+        other.setInput(Port::Viewport, QRect(0, 0, 8, 6));
+        other.setInput(Port::Depth, QVariant::fromValue(depth.get()));
+        other.start(nullptr);
+        other.start(nullptr);
+        EXPECT_EQ(glObjectCounts().programs, before.programs + 1);
+        EXPECT_EQ(glObjectCounts().framebuffers, before.framebuffers + 1);
+        EXPECT_EQ(glObjectCounts().textures, before.textures);
+        other.teardownContextData(nullptr);
+    }
+    EXPECT_TRUE(glObjectCounts() == before);
+}
+
+} // namespace Velmora::Kvz
