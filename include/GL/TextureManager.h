@@ -52,8 +52,8 @@ public:
     ///
     /// Sizes are in texels, negative ones count as 0. `depth` above 1 gives a GL_TEXTURE_2D_ARRAY with as many layers,
     /// `samples` above 1 a GL_TEXTURE_2D_MULTISAMPLE (at most what the driver offers); below 1 counts as 1 for both.
-    /// Content, filters and wrap modes are those that its last user left. Null for a format that does not exist and with
-    /// no current context.
+    /// Content, filters and wrap modes are those that its last user left; a new one is filtered linearly and ends at its
+    /// edges. Null for a format that does not exist and with no current context.
     Texture *tempTexture(TextureFormat format, int width, int height, int depth, int samples);
     /// Adds references. Null, a texture that the pool does not own, and counts below 1 are ignored.
     void addTempTextureRef(Texture *texture, int count);

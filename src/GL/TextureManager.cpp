@@ -134,6 +134,9 @@ Texture *TextureManager::tempTexture(TextureFormat format, int width, int height
         AutoBinder binder(texture.get());
         glTexParameteri(target, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
         glTexParameteri(target, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+        // Filters read past the edges of frames, and the opposite edge has no business there.
+        glTexParameteri(target, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+        glTexParameteri(target, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
     }
     m_pool.push_back({std::move(texture), format, width, height, depth, samples, 1, m_holderLabel});
     return m_pool.back().texture.get();

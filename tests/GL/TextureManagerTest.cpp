@@ -214,12 +214,14 @@ TEST_F(TextureManagerTest, givesAPlaceholderItsStorageBack)
     EXPECT_TRUE(specified.calls.empty()); // Nobody touched it since.
 }
 
-TEST_F(TextureManagerTest, freshTexturesNeedNoMipLevels)
+TEST_F(TextureManagerTest, freshTexturesNeedNoMipLevelsAndEndAtTheirEdges)
 {
     for (int depth : {1, 3}) {
         Texture *const texture = manager->tempTexture(Ldr, 4, 4, depth, 1);
         EXPECT_EQ(parameter(texture, GL_TEXTURE_MIN_FILTER), GL_LINEAR);
         EXPECT_EQ(parameter(texture, GL_TEXTURE_MAG_FILTER), GL_LINEAR);
+        EXPECT_EQ(parameter(texture, GL_TEXTURE_WRAP_S), GL_CLAMP_TO_EDGE);
+        EXPECT_EQ(parameter(texture, GL_TEXTURE_WRAP_T), GL_CLAMP_TO_EDGE);
     }
     // And sampling one gives what is in it.
     Texture *const source = manager->tempTexture(Ldr, 4, 4, 1, 1);
