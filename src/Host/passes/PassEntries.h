@@ -19,6 +19,7 @@ PassInfo cubemapLoaderRenderPass();
 PassInfo cullingRenderPass();
 PassInfo deferredRenderPass();
 PassInfo depthStencilRenderPass();
+PassInfo depthOfFieldRenderPass();
 PassInfo forwardRenderPass();
 PassInfo gaussianBlurRenderPass();
 PassInfo gBufferRenderPass();
@@ -49,6 +50,7 @@ inline constexpr PassInfo (*all[])() = {
     cullingRenderPass,
     deferredRenderPass,
     depthStencilRenderPass,
+    depthOfFieldRenderPass,
     forwardRenderPass,
     gaussianBlurRenderPass,
     gBufferRenderPass,
