@@ -34,6 +34,7 @@ PassInfo shaderRenderPass();
 PassInfo skyboxRenderPass();
 PassInfo shadowMapRenderPass();
 PassInfo shadowMapRenderPass2();
+PassInfo smaaRenderPass();
 PassInfo stencilBlurAndBlendRenderPass();
 PassInfo textureLoaderRenderPass();
 PassInfo textureToScreenRenderPass();
@@ -65,6 +66,7 @@ inline constexpr PassInfo (*all[])() = {
     skyboxRenderPass,
     shadowMapRenderPass,
     shadowMapRenderPass2,
+    smaaRenderPass,
     stencilBlurAndBlendRenderPass,
     textureLoaderRenderPass,
     textureToScreenRenderPass,

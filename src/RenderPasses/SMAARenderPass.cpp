@@ -1,0 +1,697 @@
+// SPDX-License-Identifier: MIT
+#include <RenderPasses/SMAARenderPass.h>
+
+#include "smaa/SmaaTableData.h"
+#include "steps/InputRead.h"
+#include "steps/ResolveMultisampled.h"
+#include "steps/Sampling.h"
+#include "steps/ScreenQuad.h"
+#include "steps/TempTexture.h"
+
+#include <Core/Log.h>
+#include <GL/AutoBinder.h>
+#include <GL/BlitTexture.h>
+#include <GL/DrawBuffers.h>
+#include <GL/FramebufferObject.h>
+#include <GL/GLSLMacroProcessor.h>
+#include <GL/OpenGLDeviceContext.h>
+#include <GL/ShaderProgram.h>
+#include <GL/TextureManager.h>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+const QString vertexHead = QStringLiteral(R"(#version 150
+#define SMAA_INCLUDE_VS 1
+#define SMAA_INCLUDE_PS 0
+#include "SMAA.glslh"
+in vec3 va_Vertex;
+in vec2 va_TexCoord;
+out vec2 vo_TexCoord;
+)");
+
+const QString fragmentHead = QStringLiteral(R"(#version 150
+#define SMAA_INCLUDE_VS 0
+#define SMAA_INCLUDE_PS 1
+#include "SMAA.glslh"
+in vec2 vo_TexCoord;
+)");
+
+const QString edgeVertexSource = vertexHead + QStringLiteral(R"(
+out vec4 vo_offsets[3];
+
+void main()
+{
+    gl_Position = vec4(va_Vertex, 1.0);
+    vo_TexCoord = va_TexCoord;
+    SMAAEdgeDetectionVS(va_TexCoord, vo_offsets);
+}
+)");
+
+const QString edgeFragmentSource = fragmentHead + QStringLiteral(R"(
+uniform sampler2D u_FrameSampler;
+uniform sampler2D u_PredicateSampler;
+in vec4 vo_offsets[3];
+out vec2 out_output;
+
+void main()
+{
+#if SMAA_PREDICATION
+    out_output = SMAALumaEdgeDetectionPS(vo_TexCoord, vo_offsets, u_FrameSampler, u_PredicateSampler);
+#else
+    out_output = SMAALumaEdgeDetectionPS(vo_TexCoord, vo_offsets, u_FrameSampler);
+#endif
+}
+)");
+
+const QString weightVertexSource = vertexHead + QStringLiteral(R"(
+out vec2 vo_PixCoord;
+out vec4 vo_offsets[3];
+
+void main()
+{
+    gl_Position = vec4(va_Vertex, 1.0);
+    vo_TexCoord = va_TexCoord;
+    SMAABlendingWeightCalculationVS(va_TexCoord, vo_PixCoord, vo_offsets);
+}
+)");
+
+const QString weightFragmentSource = fragmentHead + QStringLiteral(R"(
+uniform sampler2D u_EdgeTex;
+uniform sampler2D u_AreaTex;
+uniform sampler2D u_SearchTex;
+uniform vec4 u_SubsampleIndice;
+in vec2 vo_PixCoord;
+in vec4 vo_offsets[3];
+out vec4 out_output;
+
+void main()
+{
+    out_output = SMAABlendingWeightCalculationPS(
+        vo_TexCoord, vo_PixCoord, vo_offsets, u_EdgeTex, u_AreaTex, u_SearchTex, u_SubsampleIndice);
+}
+)");
+
+const QString blendVertexSource = vertexHead + QStringLiteral(R"(
+out vec4 vo_offset;
+
+void main()
+{
+    gl_Position = vec4(va_Vertex, 1.0);
+    vo_TexCoord = va_TexCoord;
+    vec4 offset;
+    SMAANeighborhoodBlendingVS(va_TexCoord, offset);
+    vo_offset = offset;
+}
+)");
+
+const QString blendFragmentSource = fragmentHead + QStringLiteral(R"(
+uniform sampler2D u_ColorTex;
+uniform sampler2D u_BlendTex;
+#if SMAA_REPROJECTION
+uniform sampler2D u_VelocityTex;
+#endif
+in vec4 vo_offset;
+out vec4 out_output;
+out vec4 out_velocity;
+
+void main()
+{
+    out_velocity = vec4(0.0);
+#if SMAA_REPROJECTION && SMAA_TRANSPARENCY
+    out_output = SMAANeighborhoodBlendingPS(
+        vo_TexCoord, vo_offset, u_ColorTex, u_BlendTex, u_VelocityTex, out_velocity);
+#elif SMAA_REPROJECTION
+    out_output = SMAANeighborhoodBlendingPS(vo_TexCoord, vo_offset, u_ColorTex, u_BlendTex, u_VelocityTex);
+#else
+    out_output = SMAANeighborhoodBlendingPS(vo_TexCoord, vo_offset, u_ColorTex, u_BlendTex);
+#endif
+}
+)");
+
+/// Of the draws that need no more than the place.
+const QString plainVertexSource = vertexHead + QStringLiteral(R"(
+void main()
+{
+    gl_Position = vec4(va_Vertex, 1.0);
+    vo_TexCoord = va_TexCoord;
+}
+)");
+
+const QString resolveFragmentSource = fragmentHead + QStringLiteral(R"(
+uniform sampler2D u_CurrentColorTex;
+uniform sampler2D u_PreviousColorTex;
+#if SMAA_REPROJECTION
+uniform sampler2D u_VelocityTex;
+uniform vec2 u_JitterAmount;
+uniform vec2 u_TexelDimensions;
+#if SMAA_TRANSPARENCY
+uniform sampler2D u_PackedVelocityTex;
+uniform sampler2D u_PreviousPackedVelocityTex;
+#endif
+#endif
+out vec4 out_output;
+
+void main()
+{
+#if SMAA_REPROJECTION && SMAA_TRANSPARENCY
+    out_output = SMAAResolvePS(vo_TexCoord, u_CurrentColorTex, u_PreviousColorTex, u_VelocityTex, u_JitterAmount,
+        u_TexelDimensions, u_PackedVelocityTex, u_PreviousPackedVelocityTex);
+#elif SMAA_REPROJECTION
+    // Alpha held the speed.
+    out_output = vec4(SMAAResolvePS(vo_TexCoord, u_CurrentColorTex, u_PreviousColorTex, u_VelocityTex, u_JitterAmount,
+        u_TexelDimensions).rgb, 1.0);
+#else
+    out_output = SMAAResolvePS(vo_TexCoord, u_CurrentColorTex, u_PreviousColorTex);
+#endif
+}
+)");
+
+const QString separateFragmentSource = fragmentHead + QStringLiteral(R"(
+uniform sampler2DMS u_ColorTexMS;
+out vec4 out_target0;
+out vec4 out_target1;
+
+void main()
+{
+    SMAASeparatePS(gl_FragCoord, vo_TexCoord, out_target0, out_target1, u_ColorTexMS);
+}
+)");
+
+const QString gammaFragmentSource = QStringLiteral(R"(#version 150
+uniform sampler2D u_texture;
+uniform float u_gamma;
+in vec2 vo_TexCoord;
+out vec4 out_output;
+
+void main()
+{
+    vec4 color = texture(u_texture, vo_TexCoord);
+    out_output = vec4(clamp(pow(color.rgb, vec3(1.0 / u_gamma)), 0.0, 1.0), color.a);
+}
+)");
+
+const char *modeName(int mode)
+{
+    constexpr const char *names[] = {"1x", "S2X", "T2X", "4X"};
+    return mode >= 0 && mode < 4 ? names[mode] : "unknown";
+}
+
+/// Slices of the area table for vertical edges, horizontal edges and the two diagonals, as published.
+const float *subsampleRow(int mode, int index)
+{
+    static constexpr float centre[4] = {0, 0, 0, 0};
+    static constexpr float twoSamples[2][4] = {{1, 1, 1, 0}, {2, 2, 2, 0}};
+    static constexpr float fourSamples[4][4] = {{5, 3, 1, 3}, {4, 6, 2, 3}, {3, 5, 1, 4}, {6, 4, 2, 4}};
+    switch (mode) {
+    case SMAARenderPass::SmaaS2X:
+    case SMAARenderPass::SmaaT2X:
+        return twoSamples[qBound(0, index, 1)];
+    case SMAARenderPass::Smaa4X:
+        return fourSamples[qBound(0, index, 3)];
+    default:
+        return centre;
+    }
+}
+
+Texture *makeTable(
+    int width, int height, GLint internalFormat, GLenum format, const unsigned char *texels, GLint alignment)
+{
+    auto *const texture = new Texture(GL_TEXTURE_2D, internalFormat, width, height, 0, nullptr);
+    AutoBinder binder(texture);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    GLint before = 0;
+    glGetIntegerv(GL_UNPACK_ALIGNMENT, &before);
+    glPixelStorei(GL_UNPACK_ALIGNMENT, alignment);
+    glTexImage2D(GL_TEXTURE_2D, 0, internalFormat, width, height, 0, format, GL_UNSIGNED_BYTE, texels);
+    glPixelStorei(GL_UNPACK_ALIGNMENT, before);
+    return texture;
+}
+
+void filterLinearly(Texture *texture)
+{
+    AutoBinder binder(texture);
+    glTexParameteri(texture->target(), GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    glTexParameteri(texture->target(), GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+}
+
+void build(ShaderProgram *program, GLSLMacroProcessor *macros, const QStringList &outputs, const QString &vertexSource,
+    const QString &fragmentSource)
+{
+    program->setMacroProcessor(macros);
+    program->setFragDataLocations(outputs);
+    program->addShader(GL_VERTEX_SHADER, vertexSource, QString());
+    program->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());
+    program->compile();
+    program->link();
+    program->setMacroProcessor(nullptr);
+}
+
+/// Points a sampler at a bound texture; one that is null reads as black, from the unit that stays empty.
+void setSampler(ShaderProgram *program, const char *name, const Texture *texture)
+{
+    program->setUniform(QString::fromLatin1(name), texture ? texture->unit() : 0);
+}
+
+void clearColour(GLbitfield further = 0)
+{
+    glClearColor(0, 0, 0, 0);
+    glClear(GL_COLOR_BUFFER_BIT | further);
+}
+
+} // namespace
+
+SMAARenderPass::SMAARenderPass()
+{
+    addInput(QStringLiteral("Kvz_QRect_Viewport"), QVariant());
+    addInput(QStringLiteral("Kvz_KvzTexture*_Frame"), QVariant());
+    addInput(QStringLiteral("Kvz_int_SmaaMode"), int(SmaaT2X));
+    addInput(QStringLiteral("Kvz_KvzTexture*_Predicate"), QVariant());
+    addInput(QStringLiteral("Kvz_KvzTexture*_Velocity"), QVariant());
+    addInput(QStringLiteral("Kvz_int_JitterIndex"), QVariant());
+    addInput(QStringLiteral("Kvz_bool_RenderInHDR"), true);
+    addInput(QStringLiteral("Kvz_Vector2D_JitterAmount"), QVariant());
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
+}
+
+SMAARenderPass::~SMAARenderPass()
+{
+    delete m_framebuffer;
+    delete m_blendFramebuffer;
+    delete m_areaTexture;
+    delete m_searchTexture;
+    deletePrograms();
+    giveBack(m_previousColour);
+    giveBack(m_previousPackedVelocity);
+}
+
+void SMAARenderPass::setup(RenderCallbacks *)
+{
+    if (!m_areaTexture) {
+        m_areaTexture = makeTable(SmaaTables::areaWidth, SmaaTables::areaHeight, GL_RG8, GL_RG, smaaAreaTable, 2);
+    }
+    if (!m_searchTexture) {
+        m_searchTexture =
+            makeTable(SmaaTables::searchWidth, SmaaTables::searchHeight, GL_R8, GL_RED, smaaSearchTable, 1);
+    }
+    createPrograms();
+}
+
+void SMAARenderPass::start(RenderCallbacks *)
+{
+    const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
+    const auto mode = inputValue<int>(m_inputs[SmaaMode]);
+    const bool predication = !m_inputs[Predicate].value.isNull();
+    auto *frameTexture = getInputPointer<Texture>(Frame);
+    auto *const predicate = getInputPointer<Texture>(Predicate);
+    auto *velocityTexture = getInputPointer<Texture>(Velocity);
+    if (!frameTexture) {
+        m_outputs[FrameOut].value = QVariant();
+        giveBack(predicate);
+        giveBack(velocityTexture);
+        return;
+    }
+    if ((mode == SmaaT2X || mode == Smaa4X) && !velocityTexture) {
+        logAssertion(__FILE__, __LINE__, QStringLiteral("velocityTexture != NULL"),
+            QStringLiteral(
+                "SMAA T2X/4X mode requested, but input velocity texture for reprojection was not provided."));
+    }
+    ensureFramebuffer(m_framebuffer);
+    ensureFramebuffer(m_blendFramebuffer);
+    createPrograms();
+    // What the members hold from the start counts as built, so a pass that begins with exactly that has no programs. It is meant.
+    if (size.width() != m_width || size.height() != m_height || predication != m_predication || mode != m_mode) {
+        release();
+        m_width = size.width();
+        m_height = size.height();
+        m_predication = predication;
+        m_mode = mode;
+        init();
+    }
+    glDisable(GL_DEPTH_TEST);
+    glDisable(GL_BLEND);
+    glViewport(0, 0, m_width, m_height);
+
+    const TextureFormat colourFormat =
+        inputValue<bool>(m_inputs[RenderInHDR]) ? TextureFormat::HighDynamicRange : TextureFormat::LowDynamicRange;
+    Texture *const target = takeTexture(colourFormat, m_width, m_height);
+    const auto jitter = inputValue<QVector2D>(m_inputs[JitterAmount]);
+    Texture *result = nullptr;
+    switch (mode) {
+    case Smaa1X:
+        clearTarget(target);
+        if (isMultisampled(frameTexture))
+            frameTexture = resolved(frameTexture, colourFormat);
+        doSmaa1x(target, nullptr, frameTexture, predicate, nullptr, 0);
+        result = target;
+        break;
+    case SmaaS2X:
+        KVZ_ASSERT(frameTexture->target() == GL_TEXTURE_2D_MULTISAMPLE,
+            "The input frame texture must be of type GL_TEXTURE_2D_MULTISAMPLE for SMAA S2X");
+        clearTarget(target);
+        smoothSamples(target, nullptr, frameTexture, predicate, nullptr, colourFormat);
+        result = target;
+        break;
+    case SmaaT2X: {
+        Texture *const resolveTarget = takeTexture(colourFormat, m_width, m_height);
+        Texture *const packedVelocity = takeTexture(TextureFormat::Velocity, m_width, m_height);
+        clearTarget(target);
+        if (isMultisampled(frameTexture)) {
+            frameTexture = resolved(frameTexture, colourFormat);
+            if (velocityTexture)
+                velocityTexture = resolved(velocityTexture, TextureFormat::ResolvedVelocity);
+        }
+        doSmaa1x(target, packedVelocity, frameTexture, predicate, velocityTexture, 0);
+        doTemporalResolve(resolveTarget, target, velocityTexture, packedVelocity, jitter);
+        result = resolveTarget;
+        break;
+    }
+    case Smaa4X: {
+        KVZ_ASSERT(frameTexture->target() == GL_TEXTURE_2D_MULTISAMPLE,
+            "The input frame texture must be of type GL_TEXTURE_2D_MULTISAMPLE for SMAA 4X");
+        Texture *const resolveTarget = takeTexture(colourFormat, m_width, m_height);
+        Texture *const packedVelocity = takeTexture(TextureFormat::Velocity, m_width, m_height);
+        clearTarget(target);
+        if (velocityTexture && isMultisampled(velocityTexture))
+            velocityTexture = resolved(velocityTexture, TextureFormat::ResolvedVelocity);
+        smoothSamples(target, packedVelocity, frameTexture, predicate, velocityTexture, colourFormat);
+        doTemporalResolve(resolveTarget, target, velocityTexture, packedVelocity, jitter);
+        result = resolveTarget;
+        break;
+    }
+    default:
+        break; // No mode: the target is lost and the output null, on purpose.
+    }
+
+    handOn(m_outputs[FrameOut], m_numOutputUsers[FrameOut], result);
+    giveBack(frameTexture);
+    giveBack(predicate);
+    giveBack(velocityTexture);
+    giveBack(result);
+}
+
+void SMAARenderPass::init()
+{
+    KVZ_DEBUG(QStringLiteral("SMAA mode: %1").arg(QString::fromLatin1(modeName(m_mode))));
+    const QString one = QStringLiteral("1");
+    GLSLMacroProcessor macros;
+    macros.addDefine(QStringLiteral("SMAA_RT_METRICS"),
+        QStringLiteral("float4(1.0 / %1, 1.0 / %2, %1, %2)")
+            .arg(double(m_width), 0, 'f', 1)
+            .arg(double(m_height), 0, 'f', 1));
+    macros.addDefine(QStringLiteral("SMAA_GLSL_3"), one);
+    macros.addDefine(QStringLiteral("SMAA_PRESET_ULTRA"), one);
+    if (m_predication) {
+        macros.addDefine(QStringLiteral("SMAA_PREDICATION"), one);
+        KVZ_DEBUG(QStringLiteral("SMAA predication on"));
+    }
+    if (isTemporal()) {
+        macros.addDefine(QStringLiteral("SMAA_REPROJECTION"), one);
+        macros.addDefine(QStringLiteral("SMAA_JITTER_COMPENSATION"), one);
+    }
+
+    const QStringList output = {QStringLiteral("out_output")};
+    build(m_edgeProgram, &macros, output, edgeVertexSource, edgeFragmentSource);
+    build(m_weightProgram, &macros, output, weightVertexSource, weightFragmentSource);
+    build(m_blendProgram, &macros, {QStringLiteral("out_output"), QStringLiteral("out_velocity")}, blendVertexSource,
+        blendFragmentSource);
+    if (isTemporal())
+        build(m_resolveProgram, &macros, output, plainVertexSource, resolveFragmentSource);
+    if (m_mode == SmaaS2X || m_mode == Smaa4X) {
+        build(m_separateProgram, &macros, {QStringLiteral("out_target0"), QStringLiteral("out_target1")},
+            plainVertexSource, separateFragmentSource);
+    }
+    build(m_gammaProgram, &macros, output, plainVertexSource, gammaFragmentSource);
+    m_screenQuad = OpenGLDeviceContext::current()->createScreenQuad();
+}
+
+void SMAARenderPass::release()
+{
+    giveBack(m_previousColour);
+    giveBack(m_previousPackedVelocity);
+    m_previousColour = nullptr;
+    m_previousPackedVelocity = nullptr;
+    deletePrograms();
+    createPrograms();
+}
+
+int SMAARenderPass::getSubSampleIndex(int pass, int jitterIndex)
+{
+    switch (m_mode) {
+    case Smaa1X:
+        return 0;
+    case SmaaS2X:
+        return pass;
+    case SmaaT2X:
+        return jitterIndex;
+    case Smaa4X:
+        return pass + 2 * jitterIndex;
+    default:
+        logAssertion(__FILE__, __LINE__, QStringLiteral("false"),
+            QString::asprintf("SMAA: the returned subsample index for mode %d will probably be incorrect", m_mode));
+        return 0;
+    }
+}
+
+void SMAARenderPass::doSmaa1x(
+    Texture *target, Texture *packedVelocity, Texture *input, Texture *predicate, Texture *velocity, int pass)
+{
+    Texture *const edges = takeTexture(TextureFormat::LowDynamicRange, m_width, m_height);
+    Texture *const stencil = takeTexture(TextureFormat::DepthStencil, m_width, m_height);
+    Texture *const weights = takeTexture(TextureFormat::LowDynamicRange, m_width, m_height);
+    filterLinearly(input);
+
+    // Edges are seen where the eye sees them, whatever the range; what is mixed in the end is the input as it came.
+    Texture *const gammaCopy = takeTexture(TextureFormat::LowDynamicRange, m_width, m_height);
+    applyGamma(input, gammaCopy, 2.2f);
+    edgeDetection(edges, stencil, gammaCopy, predicate);
+    giveBack(gammaCopy);
+
+    const auto jitterIndex = inputValue<int>(m_inputs[JitterIndex]);
+    blendingWeightCalculation(weights, edges, stencil, getSubSampleIndex(pass, jitterIndex));
+    m_blendFactor = pass == 0 ? 1.0f : 0.5f;
+    neighbourhoodBlending(target, input, weights, velocity, packedVelocity);
+
+    giveBack(edges);
+    giveBack(stencil);
+    giveBack(weights);
+}
+
+void SMAARenderPass::smoothSamples(Texture *target, Texture *packedVelocity, Texture *frame, Texture *predicate,
+    Texture *velocity, TextureFormat colourFormat)
+{
+    Texture *const samples[2] = {
+        takeTexture(colourFormat, m_width, m_height), takeTexture(colourFormat, m_width, m_height)};
+    doMultiSampleSeparation(frame, samples[0], samples[1]);
+    for (int pass : {0, 1})
+        doSmaa1x(target, packedVelocity, samples[pass], predicate, velocity, pass);
+    giveBack(samples[0]);
+    giveBack(samples[1]);
+}
+
+void SMAARenderPass::doMultiSampleSeparation(Texture *frame, Texture *target0, Texture *target1)
+{
+    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder program(m_separateProgram);
+    AutoBinder frameBinder(frame);
+    m_framebuffer->attach(target0, GL_COLOR_ATTACHMENT0, 0);
+    m_framebuffer->attach(target1, GL_COLOR_ATTACHMENT1, 0);
+    m_framebuffer->setDrawBuffers();
+    setSampler(m_separateProgram, "u_ColorTexMS", frame);
+    clearColour();
+    draw(m_separateProgram);
+    m_framebuffer->detachAll();
+}
+
+void SMAARenderPass::applyGamma(Texture *input, Texture *output, float gamma)
+{
+    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder program(m_gammaProgram);
+    AutoBinder inputBinder(input);
+    m_framebuffer->attach(output, GL_COLOR_ATTACHMENT0, 0);
+    m_framebuffer->setDrawBuffers();
+    setSampler(m_gammaProgram, "u_texture", input);
+    m_gammaProgram->setUniform(QStringLiteral("u_gamma"), gamma);
+    clearColour();
+    draw(m_gammaProgram);
+    m_framebuffer->detachAll();
+}
+
+void SMAARenderPass::edgeDetection(Texture *edges, Texture *stencil, Texture *input, Texture *predicate)
+{
+    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder program(m_edgeProgram);
+    m_framebuffer->attach(edges, GL_COLOR_ATTACHMENT0, 0);
+    m_framebuffer->attach(stencil, GL_DEPTH_STENCIL_ATTACHMENT, 0);
+    m_framebuffer->setDrawBuffers();
+    AutoBinder predicateBinder(predicate);
+    filterLinearly(input);
+    AutoBinder inputBinder(input);
+    setSampler(m_edgeProgram, "u_FrameSampler", input);
+    if (predicate)
+        setSampler(m_edgeProgram, "u_PredicateSampler", predicate);
+    // 1 where the shader keeps the fragment.
+    glStencilFunc(GL_ALWAYS, 1, 0xff);
+    glStencilOp(GL_KEEP, GL_KEEP, GL_REPLACE);
+    glStencilMask(0xff);
+    glEnable(GL_STENCIL_TEST);
+    glClearStencil(0);
+    clearColour(GL_STENCIL_BUFFER_BIT);
+    draw(m_edgeProgram);
+    m_framebuffer->detachAll();
+}
+
+void SMAARenderPass::blendingWeightCalculation(Texture *weights, Texture *edges, Texture *stencil, int subsampleIndex)
+{
+    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder program(m_weightProgram);
+    AutoBinder areaBinder(m_areaTexture);
+    AutoBinder edgeBinder(edges);
+    AutoBinder searchBinder(m_searchTexture);
+    m_framebuffer->attach(weights, GL_COLOR_ATTACHMENT0, 0);
+    m_framebuffer->attach(stencil, GL_DEPTH_STENCIL_ATTACHMENT, 0);
+    m_framebuffer->setDrawBuffers();
+    setSampler(m_weightProgram, "u_EdgeTex", edges);
+    setSampler(m_weightProgram, "u_AreaTex", m_areaTexture);
+    setSampler(m_weightProgram, "u_SearchTex", m_searchTexture);
+    const int location = m_weightProgram->getUniformLocation(QStringLiteral("u_SubsampleIndice"));
+    if (location >= 0)
+        glUniform4fv(location, 1, subsampleRow(m_mode, subsampleIndex));
+    glStencilFunc(GL_EQUAL, 1, 0xff);
+    glStencilMask(0);
+    clearColour();
+    draw(m_weightProgram);
+    m_framebuffer->detachAll();
+    glDisable(GL_STENCIL_TEST);
+}
+
+void SMAARenderPass::neighbourhoodBlending(
+    Texture *target, Texture *colour, Texture *weights, Texture *velocity, Texture *packedVelocity)
+{
+    AutoBinder framebuffer(m_blendFramebuffer);
+    AutoBinder program(m_blendProgram);
+    AutoBinder colourBinder(colour);
+    AutoBinder weightBinder(weights);
+    // The blend averages the passes: the first comes in whole over a target of 0, the second halves both.
+    glEnablei(GL_BLEND, 0);
+    glBlendColor(m_blendFactor, m_blendFactor, m_blendFactor, m_blendFactor);
+    glBlendEquation(GL_FUNC_ADD);
+    glBlendFunc(GL_CONSTANT_COLOR, GL_CONSTANT_COLOR);
+    m_blendFramebuffer->attach(target, GL_COLOR_ATTACHMENT0, 0);
+    if (isTemporal())
+        m_blendFramebuffer->attach(packedVelocity, GL_COLOR_ATTACHMENT1, 0);
+    m_blendFramebuffer->setDrawBuffers();
+    setSampler(m_blendProgram, "u_ColorTex", colour);
+    setSampler(m_blendProgram, "u_BlendTex", weights);
+    {
+        AutoBinder velocityBinder(isTemporal() ? velocity : nullptr);
+        if (isTemporal())
+            setSampler(m_blendProgram, "u_VelocityTex", velocity);
+        draw(m_blendProgram);
+    }
+    m_blendFramebuffer->detachAll();
+    glDisablei(GL_BLEND, 0);
+}
+
+void SMAARenderPass::doTemporalResolve(
+    Texture *target, Texture *current, Texture *velocity, Texture *packedVelocity, QVector2D jitter)
+{
+    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder program(m_resolveProgram);
+    AutoBinder currentBinder(current);
+    AutoBinder velocityBinder(velocity);
+    AutoBinder packedVelocityBinder(packedVelocity);
+    m_framebuffer->attach(target, GL_COLOR_ATTACHMENT0, 0);
+    m_framebuffer->setDrawBuffers();
+    {
+        AutoBinder previousBinder(m_previousColour);
+        AutoBinder previousPackedBinder(m_previousPackedVelocity);
+        // Half of normalised device units is texture coordinates.
+        m_resolveProgram->setUniform(QStringLiteral("u_JitterAmount"), 0.5f * (m_previousJitter - jitter));
+        m_resolveProgram->setUniform(QStringLiteral("u_TexelDimensions"),
+            QVector2D(float(1.0 / double(m_width)), float(1.0 / double(m_height))));
+        // The first frame is resolved with itself.
+        setSampler(m_resolveProgram, "u_CurrentColorTex", current);
+        setSampler(m_resolveProgram, "u_PreviousColorTex", m_previousColour ? m_previousColour : current);
+        setSampler(m_resolveProgram, "u_VelocityTex", velocity);
+        setSampler(m_resolveProgram, "u_PackedVelocityTex", packedVelocity);
+        setSampler(m_resolveProgram, "u_PreviousPackedVelocityTex",
+            m_previousPackedVelocity ? m_previousPackedVelocity : packedVelocity);
+        clearColour();
+        draw(m_resolveProgram);
+    }
+    m_previousJitter = jitter;
+    giveBack(m_previousColour);
+    giveBack(m_previousPackedVelocity);
+    // Their references go over to the history, which is thus the frame before its resolve.
+    m_previousColour = current;
+    m_previousPackedVelocity = packedVelocity;
+    m_framebuffer->detachAll();
+}
+
+bool SMAARenderPass::isTemporal() const
+{
+    return m_mode == SmaaT2X || m_mode == Smaa4X;
+}
+
+Texture *SMAARenderPass::takeTexture(TextureFormat format, int width, int height)
+{
+    Texture *const texture = TextureManager::Instance()->tempTexture(format, width, height, 1, 1);
+    sampleLinearly(texture);
+    return texture;
+}
+
+Texture *SMAARenderPass::resolved(Texture *texture, TextureFormat format) const
+{
+    Texture *const copy = takeTexture(format, m_width, m_height);
+    BlitTexture(texture, copy, format, m_width, m_height);
+    giveBack(texture);
+    return copy;
+}
+
+void SMAARenderPass::clearTarget(Texture *target)
+{
+    AutoBinder framebuffer(m_blendFramebuffer);
+    m_blendFramebuffer->attach(target, GL_COLOR_ATTACHMENT0, 0);
+    m_blendFramebuffer->setDrawBuffers();
+    clearColour();
+    m_blendFramebuffer->detachAll();
+}
+
+void SMAARenderPass::draw(ShaderProgram *program) const
+{
+    if (!m_screenQuad)
+        return; // Never built: there are no programs to draw with either.
+    enableArrays(m_screenQuad, program);
+    AutoBinder quad(m_screenQuad);
+    m_screenQuad->draw();
+}
+
+void SMAARenderPass::createPrograms()
+{
+    for (ShaderProgram **program : programs()) {
+        if (!*program)
+            *program = new ShaderProgram(nullptr);
+    }
+}
+
+void SMAARenderPass::deletePrograms()
+{
+    for (ShaderProgram **program : programs()) {
+        delete *program;
+        *program = nullptr;
+    }
+}
+
+std::array<ShaderProgram **, 6> SMAARenderPass::programs()
+{
+    return {&m_edgeProgram, &m_weightProgram, &m_blendProgram, &m_resolveProgram, &m_separateProgram, &m_gammaProgram};
+}
+
+} // namespace Velmora::Kvz
