@@ -20,6 +20,7 @@ PassInfo cullingRenderPass();
 PassInfo deferredRenderPass();
 PassInfo depthStencilRenderPass();
 PassInfo depthOfFieldRenderPass();
+PassInfo fastApproximateAntiAliasingRenderPass();
 PassInfo forwardRenderPass();
 PassInfo gaussianBlurRenderPass();
 PassInfo gBufferRenderPass();
@@ -37,6 +38,7 @@ PassInfo shadowMapRenderPass2();
 PassInfo smaaRenderPass();
 PassInfo stencilBlurAndBlendRenderPass();
 PassInfo textureLoaderRenderPass();
+PassInfo temporalAARenderPass();
 PassInfo textureToScreenRenderPass();
 PassInfo wireframeRenderPass();
 /// @}
@@ -52,6 +54,7 @@ inline constexpr PassInfo (*all[])() = {
     deferredRenderPass,
     depthStencilRenderPass,
     depthOfFieldRenderPass,
+    fastApproximateAntiAliasingRenderPass,
     forwardRenderPass,
     gaussianBlurRenderPass,
     gBufferRenderPass,
@@ -69,6 +72,7 @@ inline constexpr PassInfo (*all[])() = {
     smaaRenderPass,
     stencilBlurAndBlendRenderPass,
     textureLoaderRenderPass,
+    temporalAARenderPass,
     textureToScreenRenderPass,
     wireframeRenderPass,
 };

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "support/Image.h"
+
+namespace Velmora::Kvz {
+
+/// What FXAA 3.11 is told.
+struct FxaaSettings
+{
+    double subpix = 1.0;
+    double rcpFrame = 1.1; ///< Factor on the horizontal texel.
+    double edgeThreshold = 0.125;
+    double edgeThresholdMin = 0.0625;
+};
+
+/// What FXAA made of a pixel, for a test to know that it saw all cases.
+struct FxaaTally
+{
+    int flat = 0; ///< Left as they were.
+    int horizontal = 0;
+    int vertical = 0;
+    int bySubpixel = 0; ///< Shifted further by what stands out than by the edge.
+    int byEdge = 0;
+    int endNotFound = 0; ///< At least one end lies beyond the search.
+};
+
+/// FXAA of an image clamped at its edges, computed on the CPU in double precision, with preset 12, green as luma, and the
+/// alpha that the pass writes.
+Image fxaaReference(const Image &image, const FxaaSettings &settings, FxaaTally *tally = nullptr);
+
+} // namespace Velmora::Kvz
