@@ -9,6 +9,7 @@
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
 #include <QtCore/QVector>
+#include <QtGui/QColor>
 
 #include <functional>
 #include <memory>
@@ -31,7 +32,7 @@ enum class TextureKind {
     Positions, ///< Camera-space positions.
     Obscurance,
     Luminance, ///< One texel of average colour.
-    Overlay, ///< Lines over a transparent ground.
+    Overlay, ///< Lines or surfaces that are laid over a frame.
     Velocity,
     Stencil,
     Environment, ///< Cube map of surroundings; a latitude-longitude image is a Colour.
@@ -47,6 +48,7 @@ enum class TextureDisplay {
     Id, ///< A colour of its own for each number, 0 black.
     Positions, ///< Fractions of the components.
     Scalar, ///< The red channel as grey, clamped to 0 to 1.
+    ListLength, ///< Of head pointers: a colour for how many nodes the pixel's list has.
     Hidden ///< Holds no picture; captures pass it over.
 };
 
@@ -165,6 +167,9 @@ public:
     virtual QVariant value(const QString &input) const = 0;
     /// An option, else its default.
     virtual QVariant option(const QString &name) const = 0;
+    /// The classes of the passes that an input's value comes through, the nearest first: that of the pass that gives it, of
+    /// the one that gives that pass the value which it hands on, and so forth. Empty where no pass gives it.
+    virtual QStringList sourceClasses(const QString &input) const = 0;
 };
 
 /// A configuration that a pass accepts and that gives no good picture.
@@ -207,6 +212,10 @@ struct KVZ_HOST_EXPORT PassInfo
     QVector<ConditionalTrait> conditionalTraits;
     QVector<UseRule> rules;
     QVector<DriverNeed> driverNeeds;
+    QColor clearColor; ///< In force before each start(), in the place of the chain's, where it is valid.
+    /// Above 0: where the driver has all of `driverNeeds`, the pass keeps so many fragments of a frame and loses the rest
+    /// without a word. The chain counts them and says when there were more.
+    qint64 fragmentRoom = 0;
     /// Makes a pass with these options, all of them known and of the right type, defaults filled in. The context is
     /// current.
     std::function<std::unique_ptr<RenderPass>(const PassOptions &)> create;

@@ -15,9 +15,17 @@ class Texture;
 /// hold it). Several samples for each texel are resolved, of depth too. `projection` is the one that wrote a depth image;
 /// depth counts as it is when it is the identity.
 ///
-/// Null for a null texture, `TextureDisplay::Hidden`, an empty texture, a target that is neither 2D nor 2D multisampled, and
+/// Null for a null texture, `TextureDisplay::Hidden` and `ListLength`, an empty texture, a target that is neither 2D nor 2D multisampled, and
 /// where there is no memory. Needs a current context; bindings come back as they were.
 KVZ_HOST_EXPORT QImage captureTexture(
     Texture *texture, TextureDisplay display, const QMatrix4x4 &projection = QMatrix4x4());
+
+/// Reads how long the lists of VisibilityBufferRenderPass are, as a picture: a colour of its own for each length 0, 1, 2 to
+/// 3, 4 to 7, 8 to 15, 16 to 31, 32 to 50, and above, from black by blue, green and red to white; magenta for a list that
+/// leads to a node for which there was no room. `nodeWidth` is the number of nodes in a row of `nodes`.
+///
+/// Null for null textures, a width below 1, empty textures, and where there is no memory. Reads the rows of nodes that are in
+/// use. Needs a current context; bindings come back as they were.
+KVZ_HOST_EXPORT QImage captureListLengths(Texture *heads, Texture *nodes, int nodeWidth);
 
 } // namespace Velmora::Kvz

@@ -38,9 +38,10 @@ QSet<QString> setOf(const QStringList &names)
 class Use : public PassUse
 {
 public:
-    Use(const ChainPass &pass, const WiredPass &wired)
+    Use(const ChainPass &pass, const WiredPass &wired, const ChainWiring &wiring)
         : m_pass(pass),
           m_wired(wired),
+          m_wiring(wiring),
           m_options(resolveOptions(*wired.info, pass.options))
     { }
 
@@ -74,6 +75,21 @@ public:
 
     QVariant option(const QString &name) const override { return m_options.value(name); }
 
+    QStringList sourceClasses(const QString &input) const override
+    {
+        QStringList classes;
+        const WiredPass *pass = &m_wired;
+        for (int index = pass->info->findInput(input); index >= 0;) {
+            const WiredInput &wired = pass->inputs[index];
+            if (wired.source != Source::Output)
+                break;
+            pass = &m_wiring[wired.pass];
+            classes.append(pass->info->className);
+            index = pass->info->findInput(pass->info->outputs[wired.output].passesOn);
+        }
+        return classes;
+    }
+
     PassTraits traits() const
     {
         PassTraits traits = m_wired.info->traits;
@@ -87,6 +103,7 @@ public:
 private:
     const ChainPass &m_pass;
     const WiredPass &m_wired;
+    const ChainWiring &m_wiring;
     PassOptions m_options;
 };
 
@@ -407,7 +424,7 @@ private:
     void checkInputs(int index)
     {
         const WiredPass &pass = m_wiring[index];
-        const Use use(m_chain.passes[index], pass);
+        const Use use(m_chain.passes[index], pass, m_wiring);
         for (int i = 0; i < pass.inputs.size(); ++i) {
             const InputInfo &input = pass.info->inputs[i];
             const WiredInput &wired = pass.inputs[i];
@@ -423,7 +440,7 @@ private:
         }
     }
 
-    PassTraits traitsOf(int index) const { return Use(m_chain.passes[index], m_wiring[index]).traits(); }
+    PassTraits traitsOf(int index) const { return Use(m_chain.passes[index], m_wiring[index], m_wiring).traits(); }
 
     void reportJitter(int index, const InputInfo &input, const WiredInput &wired)
     {
@@ -505,7 +522,7 @@ private:
         if (input.multisampling == Multisampling::Refused)
             return oneSample;
         const WiredPass &pass = m_wiring[index];
-        const Use use(m_chain.passes[index], pass);
+        const Use use(m_chain.passes[index], pass, m_wiring);
         for (const QString &other : input.refusesSamplesWith) {
             const bool isFlag = pass.info->inputs[pass.info->findInput(other)].type == ValueType::Bool;
             if (isFlag ? use.value(other).toBool() : use.isFed(other))
@@ -517,7 +534,7 @@ private:
     /// Whether an image has as many samples as the pass is told. A number that is known only in the frame is let pass.
     void checkSamplesAgree(int index, const InputInfo &input, const WiredInput &wired)
     {
-        const Use use(m_chain.passes[index], m_wiring[index]);
+        const Use use(m_chain.passes[index], m_wiring[index], m_wiring);
         const QVariant told = use.value(input.samplesAs);
         if (use.isFed(input.samplesAs) && !told.isValid())
             return;
@@ -537,7 +554,7 @@ private:
         const OutputInfo &output = outputOf(origin);
         if (output.samplesInput.isEmpty())
             return 1;
-        const Use use(m_chain.passes[origin.pass], m_wiring[origin.pass]);
+        const Use use(m_chain.passes[origin.pass], m_wiring[origin.pass], m_wiring);
         return use.value(output.samplesInput).toInt();
     }
 
@@ -602,7 +619,7 @@ private:
 
     void checkRules(int index)
     {
-        const Use use(m_chain.passes[index], m_wiring[index]);
+        const Use use(m_chain.passes[index], m_wiring[index], m_wiring);
         for (const UseRule &rule : m_wiring[index].info->rules) {
             if (!hasFinding(index, rule.port) && rule.broken(use)) {
                 report(Severity::Warning, Code::UnusableConfiguration, passName(index), rule.port, rule.expected,
@@ -754,7 +771,7 @@ bool presents(const ChainDescription &chain, const PassRegistry &registry)
     const ChainWiring wiring = wireChain(chain, registry, setOf(FrameValues::standardNames()));
     for (int i = 0; i < wiring.size(); ++i) {
         if (wiring[i].info && wiring[i].enabled
-            && Use(chain.passes[i], wiring[i]).traits().testFlag(PassTrait::Presents))
+            && Use(chain.passes[i], wiring[i], wiring).traits().testFlag(PassTrait::Presents))
             return true;
     }
     return false;

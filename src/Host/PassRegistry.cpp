@@ -361,6 +361,8 @@ QString toString(TextureDisplay display)
         return QStringLiteral("positions");
     case TextureDisplay::Scalar:
         return QStringLiteral("scalar");
+    case TextureDisplay::ListLength:
+        return QStringLiteral("list length");
     case TextureDisplay::Hidden:
         return QStringLiteral("hidden");
     }

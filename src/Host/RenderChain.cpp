@@ -6,6 +6,7 @@
 #include <GL/DrawBuffers.h>
 #include <GL/FramebufferObject.h>
 #include <GL/GLErrors.h>
+#include <GL/GLExtensions.h>
 #include <GL/GLObject.h>
 #include <GL/OpenGLDeviceContext.h>
 #include <GL/ShaderPreprocessor.h>
@@ -15,6 +16,7 @@
 #include <Host/GLState.h>
 #include <Host/GpuTimer.h>
 #include <Host/ImageFile.h>
+#include <Host/SampleCounter.h>
 #include <Host/TextureCapture.h>
 #include <Scene/GPUModel.h>
 
@@ -79,6 +81,8 @@ struct Node
     int gridInput = -1;
     bool saidMissing = false; ///< The log has the line about a missing input.
     bool saidFailed = false; ///< The log has the line about a failure.
+    bool saidFull = false; ///< The log has the line about fragments that found no room.
+    SampleCounter fragments; ///< Of passes with limited room.
 
     RenderChain::PassTiming timing;
 };
@@ -257,6 +261,9 @@ struct RenderChain::Private
     QVariant inputValue(const Node &node, int input) const;
     QSize viewportOf(const Node &node, const QSize &frameSize) const;
     void reportFailure(Node *node);
+    static bool hasLimitedRoom(const PassInfo &info);
+    static void reportFragments(Node *node, quint64 count);
+    static void releaseCounter(Node *node, bool isCurrent);
     void hold(Texture *texture, bool isCounted, QVarLengthArray<HeldTexture, 8> *held);
     void balance(const Node &node, const QVarLengthArray<HeldTexture, 8> &held);
 
@@ -271,6 +278,7 @@ struct RenderChain::Private
 
     void releaseExports();
     void capture(Node *node);
+    static QImage captureLists(const Node &node, Texture *heads);
     void collectTimes(bool waits);
 
     // --- contexts ---
@@ -302,8 +310,10 @@ RenderChain::~RenderChain()
     d->stopListening();
     d->releaseExports();
     d->gpuTimer.release(d->isInContext());
-    for (const auto &node : d->nodes)
+    for (const auto &node : d->nodes) {
+        d->releaseCounter(node.get(), d->isInContext());
         d->retire(&node->instances);
+    }
     d->deleteRetired();
 }
 
@@ -593,8 +603,10 @@ void RenderChain::Private::matchNodes()
         matched.back()->enabled = pass.enabled;
     }
     for (const auto &left : nodes) {
-        if (left)
-            retire(&left->instances);
+        if (!left)
+            continue;
+        releaseCounter(left.get(), isInContext());
+        retire(&left->instances);
     }
     nodes = std::move(matched);
     // The spans of times under way have the numbers of the old nodes.
@@ -753,6 +765,7 @@ void RenderChain::Private::leaveContext()
                 instance.pass->teardownContextData(nullptr);
             }
         }
+        releaseCounter(node.get(), isCurrent);
         node->instances.clear();
         node->active = nullptr;
         node->previous.assign(node->previous.size(), QVariant());
@@ -1062,6 +1075,39 @@ void RenderChain::Private::reportFailure(Node *node)
     KVZ_WARNING(QStringLiteral("pass \"%1\" failed: %2").arg(node->name, reason));
 }
 
+/// Whether a pass can lose fragments on this driver.
+bool RenderChain::Private::hasLimitedRoom(const PassInfo &info)
+{
+    return info.fragmentRoom > 0
+        && std::all_of(info.driverNeeds.begin(), info.driverNeeds.end(), [](const DriverNeed &need) {
+               return std::all_of(need.extensions.begin(), need.extensions.end(),
+                   [](const QString &extension) { return hasGLExtension(extension.toUtf8().constData()); });
+           });
+}
+
+/// Says that a pass had more fragments than it keeps, once until they fit again.
+void RenderChain::Private::reportFragments(Node *node, quint64 count)
+{
+    const auto room = quint64(node->info->fragmentRoom);
+    if (count > room && !node->saidFull) {
+        KVZ_WARNING(
+            QStringLiteral("pass \"%1\" lost fragments: a frame had %2, and it has room for %3; select fewer items "
+                           "or make the viewport smaller")
+                .arg(node->name)
+                .arg(count)
+                .arg(room));
+    }
+    node->saidFull = count > room;
+}
+
+/// Reads what the counters of a node still hold, and deletes them.
+void RenderChain::Private::releaseCounter(Node *node, bool isCurrent)
+{
+    if (isCurrent)
+        node->fragments.finish([&](quint64 count) { reportFragments(node, count); });
+    node->fragments.release(isCurrent);
+}
+
 void RenderChain::Private::runNode(Node *node, int index, const QSize &frameSize)
 {
     const auto began = std::chrono::steady_clock::now();
@@ -1084,7 +1130,8 @@ void RenderChain::Private::runNode(Node *node, int index, const QSize &frameSize
     }
     RenderPass *pass = node->active;
 
-    applyBaselineState(viewportOf(*node, frameSize), clearColor);
+    applyBaselineState(
+        viewportOf(*node, frameSize), node->info->clearColor.isValid() ? node->info->clearColor : clearColor);
     manager->setHolderLabel(node->name);
     const InputInfo *missing = nullptr;
     QVarLengthArray<HeldTexture, 8> held;
@@ -1109,10 +1156,16 @@ void RenderChain::Private::runNode(Node *node, int index, const QSize &frameSize
     gpuTimer.beginSpan(index);
     {
         const DebugGroup group(hasDebugGroups, node->label);
-        if (node->enabled && !missing)
-            pass->start(nullptr);
-        else
+        if (!node->enabled || missing) {
             pass->skip(nullptr);
+        } else if (hasLimitedRoom(*node->info)) {
+            node->fragments.poll([&](quint64 count) { reportFragments(node, count); });
+            node->fragments.begin();
+            pass->start(nullptr);
+            node->fragments.end();
+        } else {
+            pass->start(nullptr);
+        }
     }
     gpuTimer.endSpan(index);
     reportFailure(node);
@@ -1218,6 +1271,17 @@ QVector<RenderChain::Capture> RenderChain::takeCaptures()
     return taken;
 }
 
+/// A picture of how long the lists behind head pointers are, whose nodes are further outputs of their pass.
+QImage RenderChain::Private::captureLists(const Node &node, Texture *heads)
+{
+    const auto output = [&node](const char *name) {
+        const int index = node.info->findOutput(QString::fromLatin1(name));
+        return index < 0 ? QVariant() : node.active->output(index);
+    };
+    return captureListLengths(
+        heads, objectIn<Texture>(output("Kvz_KvzTexture*_NodeBuffer")), output("Kvz_int_NodeBufferWidth").toInt());
+}
+
 void RenderChain::Private::capture(Node *node)
 {
     for (size_t i = 0; i < node->captured.size(); ++i) {
@@ -1229,7 +1293,10 @@ void RenderChain::Private::capture(Node *node)
         if (node->projectionInput >= 0)
             projection = inputValue(*node, node->projectionInput).value<QMatrix4x4>();
         Texture *texture = objectIn<Texture>(node->active->output(int(i)));
-        captures.append({node->name, output.name, captureTexture(texture, output.texture.display, projection)});
+        captures.append({node->name, output.name,
+            output.texture.display == TextureDisplay::ListLength
+                ? captureLists(*node, texture)
+                : captureTexture(texture, output.texture.display, projection)});
         manager->releaseTempTextureRef(texture, 1);
     }
 }

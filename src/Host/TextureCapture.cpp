@@ -3,6 +3,7 @@
 
 #include <GL/AutoBinder.h>
 #include <GL/BlitTexture.h>
+#include <GL/FramebufferObject.h>
 #include <GL/InternalFormat.h>
 #include <GL/Texture.h>
 #include <GL/TextureManager.h>
@@ -192,11 +193,43 @@ QRgb shown(const float *texel, TextureDisplay display)
     case TextureDisplay::Depth:
     case TextureDisplay::Scalar:
         return rgb(texel[0], texel[0], texel[0]);
+    case TextureDisplay::ListLength:
     case TextureDisplay::Hidden:
         break;
     }
     return 0;
 }
+
+/// The red channel of the first rows of an integer texture; null when there is no memory.
+std::unique_ptr<quint32[]> readRed(Texture *texture, int width, int rows)
+{
+    auto numbers = allocate<quint32>(size_t(width) * size_t(rows));
+    if (!numbers)
+        return numbers;
+    FramebufferObject framebuffer;
+    const AutoBinder binder(&framebuffer);
+    framebuffer.attach(texture, GL_COLOR_ATTACHMENT0, 0);
+    glReadBuffer(GL_COLOR_ATTACHMENT0);
+    const PackState pack;
+    const auto internalFormat = unsigned(texture->internalFormat(0));
+    glReadPixels(0, 0, width, rows, GL_RED_INTEGER, typeFromInternalFormat(internalFormat), numbers.get());
+    return numbers;
+}
+
+/// The colour of a list of so many nodes.
+QRgb lengthColor(int length)
+{
+    static constexpr QRgb colors[] = {
+        0xff000000, 0xff1a2a8c, 0xff1f78c8, 0xff23b8a0, 0xff6ac832, 0xfff0d21e, 0xfff07818, 0xffffffff};
+    if (length > 50)
+        return colors[7];
+    int color = 0;
+    for (; length > 0; length /= 2)
+        ++color;
+    return colors[color];
+}
+
+constexpr QRgb lostColor = 0xffff00ff;
 
 /// Whether there are texels of two dimensions. The size alone does not say it: GL may have had no memory for them.
 bool hasTexels(Texture *texture)
@@ -213,7 +246,8 @@ bool hasTexels(Texture *texture)
 
 QImage captureTexture(Texture *texture, TextureDisplay display, const QMatrix4x4 &projection)
 {
-    if (!texture || display == TextureDisplay::Hidden || !hasTexels(texture))
+    const bool isPicture = display != TextureDisplay::Hidden && display != TextureDisplay::ListLength;
+    if (!texture || !isPicture || !hasTexels(texture))
         return QImage();
     Texels texels;
     if (texture->target() == GL_TEXTURE_2D)
@@ -237,6 +271,44 @@ QImage captureTexture(Texture *texture, TextureDisplay display, const QMatrix4x4
             pixel[1] = uchar(qGreen(color));
             pixel[2] = uchar(qBlue(color));
             pixel[3] = uchar(qAlpha(color));
+        }
+    }
+    return image;
+}
+
+QImage captureListLengths(Texture *heads, Texture *nodes, int nodeWidth)
+{
+    if (!heads || !nodes || nodeWidth < 1 || !hasTexels(heads) || !hasTexels(nodes))
+        return QImage();
+    const int width = heads->width(0);
+    const int height = heads->height(0);
+    QImage image(width, height, QImage::Format_RGBA8888);
+    const auto pointers = readRed(heads, width, height);
+    if (image.isNull() || !pointers)
+        return QImage();
+    const size_t pixels = size_t(width) * size_t(height);
+    const quint32 last = *std::max_element(pointers.get(), pointers.get() + pixels);
+    const int columns = std::min(nodeWidth, nodes->width(0));
+    const int rows =
+        int(std::min((quint64(last) + quint64(nodeWidth) - 1) / quint64(nodeWidth), quint64(nodes->height(0))));
+    const auto next = readRed(nodes, columns, std::max(rows, 1));
+    if (!next)
+        return QImage();
+
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            quint32 pointer = pointers[size_t(y) * size_t(width) + size_t(x)];
+            int length = 0;
+            bool isLost = false;
+            while (pointer != 0 && !isLost) {
+                const quint32 row = (pointer - 1) / quint32(nodeWidth);
+                const quint32 column = (pointer - 1) % quint32(nodeWidth);
+                isLost = row >= quint32(rows) || column >= quint32(columns);
+                if (!isLost)
+                    pointer = next[size_t(row) * size_t(columns) + column];
+                ++length;
+            }
+            image.setPixel(x, height - 1 - y, isLost ? lostColor : lengthColor(length));
         }
     }
     return image;

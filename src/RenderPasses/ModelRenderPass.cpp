@@ -3,6 +3,7 @@
 
 #include "steps/GeometryTargets.h"
 #include "steps/InputRead.h"
+#include "steps/MaterialImages.h"
 #include "steps/ModelProgram.h"
 #include "steps/OwnedTarget.h"
 #include "steps/ScreenQuad.h"
@@ -16,57 +17,6 @@
 #include <epoxy/gl.h>
 
 namespace Velmora::Kvz {
-
-namespace {
-
-// The normal's w of 1 is meant: it shows with matrices that are not affine.
-const QString vertexSource = QStringLiteral(R"(#version 150
-#instancedata "InstanceInfo"
-uniform mat4 u_CameraMatrix;
-uniform mat4 u_ProjectionMatrix;
-uniform mat4 u_NormalMatrix;
-in vec3 va_Vertex;
-in vec3 va_Normal;
-in vec2 va_TexCoord;
-out vec3 vo_Normal;
-out vec2 vo_TexCoord;
-
-void main()
-{
-    gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
-    vo_Normal = (u_NormalMatrix * getModelNormalMatrix() * vec4(va_Normal, 1.0)).xyz;
-    vo_TexCoord = va_TexCoord;
-}
-)");
-
-/// Stands before the code that setDiscardOnDiffuseAlpha() brings to life.
-const QString discardMarker = QStringLiteral("//DODA ");
-
-// vo_Vertex, which the vertex stage does not write, is not read, and out_TexCoord has no target; both are meant.
-const QString fragmentSource = QStringLiteral(R"(#version 150
-#instancedata "OBJMaterial"
-#include "TextureManager.glslh"
-in vec3 vo_Vertex;
-in vec3 vo_Normal;
-in vec2 vo_TexCoord;
-out vec4 out_Kd;
-out vec4 out_Ks;
-out vec3 out_Normal;
-out vec2 out_TexCoord;
-out vec4 out_Id;
-
-void main()
-{
-//DODA if(managedTexture(getMap_Kd(), vo_TexCoord).a <= 0.01) { discard; }
-    out_Kd = vec4(getKd() * managedTexture(getMap_Kd(), vo_TexCoord).rgb, getD());
-    out_Ks = vec4(getKs() * managedTexture(getMap_Ks(), vo_TexCoord).rgb, getNs());
-    out_Normal = normalize(vo_Normal);
-    out_TexCoord = vo_TexCoord;
-    out_Id = vec4(gl_PrimitiveID + 1.0);
-}
-)");
-
-} // namespace
 
 ModelRenderPass::ModelRenderPass()
     : m_configs{
@@ -108,7 +58,7 @@ void ModelRenderPass::start(RenderCallbacks *)
     if (size != m_size)
         resizeTargets(size);
     if (!m_program)
-        m_program = buildModelProgram(outputNames(m_configs), vertexSource, shadingSource());
+        m_program = buildModelProgram(outputNames(m_configs), materialImagesVertexSource, shadingSource());
 
     {
         // No glViewport here: that the pass draws with the viewport that it finds is meant.
@@ -146,9 +96,9 @@ void ModelRenderPass::setDiscardOnDiffuseAlpha(bool discard)
 /// The fragment source, in which the flag brings the discard to life.
 QString ModelRenderPass::shadingSource() const
 {
-    QString source = fragmentSource;
+    QString source = materialImagesFragmentSource;
     if (m_discardOnDiffuseAlpha)
-        source.remove(discardMarker);
+        source.remove(diffuseAlphaMarker);
     return source;
 }
 

@@ -2,6 +2,9 @@
 #include <Host/passes/PassEntries.h>
 #include <RenderPasses/ModelRenderPass.h>
 
+#include "steps/MaterialImages.h"
+#include "steps/ModelProgram.h"
+
 #include <epoxy/gl.h>
 
 namespace Velmora::Kvz {
@@ -11,7 +14,17 @@ namespace {
 std::unique_ptr<RenderPass> create(const PassOptions &options)
 {
     auto pass = std::make_unique<ModelRenderPass>();
-    pass->setDiscardOnDiffuseAlpha(options[QStringLiteral("discardOnDiffuseAlpha")].toBool());
+    const bool discardsOnAlpha = options[QStringLiteral("discardOnDiffuseAlpha")].toBool();
+    pass->setDiscardOnDiffuseAlpha(discardsOnAlpha);
+    if (options[QStringLiteral("opaqueOnly")].toBool()) {
+        QString source = materialImagesFragmentSource;
+        source.remove(opaqueOnlyMarker);
+        if (discardsOnAlpha)
+            source.remove(diffuseAlphaMarker);
+        pass->setShaderProgram(buildModelProgram({QStringLiteral("out_Kd"), QStringLiteral("out_Ks"),
+                                                     QStringLiteral("out_Normal"), QStringLiteral("out_Id")},
+            materialImagesVertexSource, source));
+    }
     return pass;
 }
 
@@ -40,6 +53,8 @@ PassInfo PassEntries::modelRenderPass()
     pass.options = {
         option("discardOnDiffuseAlpha", ValueType::Bool, false,
             "Leaves out texels whose diffuse image has an alpha of 0.01 or less."),
+        option("opaqueOnly", ValueType::Bool, false,
+            "Leaves out materials with an opacity below 1, for chains that draw these apart."),
     };
     pass.traits = PassTrait::NeverReleasesInputs;
     pass.create = create;

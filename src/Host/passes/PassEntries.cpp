@@ -2,6 +2,7 @@
 #include <Host/passes/PassEntries.h>
 
 #include <QtCore/QSize>
+#include <epoxy/gl.h>
 
 namespace Velmora::Kvz::PassEntries {
 
@@ -174,6 +175,40 @@ OptionInfo instanceDataPlanOption()
 {
     return option("instanceDataPlan", ValueType::String, QStringLiteral("TavoInstance"),
         "The plan of instance data that places the items.");
+}
+
+InputInfo headPointersInput(const char *whenNull)
+{
+    return textureInput(
+        "Kvz_KvzTexture*_HeadPointers", TextureKind::NodeList, "A pointer for each pixel, 0 for none.", whenNull);
+}
+
+InputInfo nodeBufferInput(const char *whenNull)
+{
+    return textureInput("Kvz_KvzTexture*_NodeBuffer", TextureKind::NodeList, "The nodes of the lists.", whenNull);
+}
+
+InputInfo nodeBufferWidthInput(const char *whenNull)
+{
+    return input("Kvz_int_NodeBufferWidth", ValueType::Int, QVariant(), "Nodes in a row of that image.", whenNull);
+}
+
+QVector<OutputInfo> listOutputs(const char *headsDescription, const char *nodesDescription)
+{
+    QVector<OutputInfo> outputs = {
+        textureOutput("Kvz_KvzTexture*_HeadPointers", TextureKind::NodeList, GL_R32UI, headsDescription),
+        textureOutput("Kvz_KvzTexture*_NodeBuffer", TextureKind::NodeList, GL_RGBA32UI, nodesDescription),
+        output("Kvz_int_NodeBufferWidth", ValueType::Int, "Nodes in a row of that image."),
+    };
+    outputs[0].texture.display = TextureDisplay::ListLength;
+    return outputs;
+}
+
+DriverNeed listNeed(const char *without)
+{
+    return {{QStringLiteral("GL_ARB_shader_atomic_counters"), QStringLiteral("GL_ARB_shader_image_load_store"),
+                QStringLiteral("GL_ARB_shading_language_420pack")},
+        QString::fromUtf8(without)};
 }
 
 OutputInfo output(const char *name, ValueType type, const char *description)

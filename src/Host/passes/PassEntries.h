@@ -40,6 +40,10 @@ PassInfo stencilBlurAndBlendRenderPass();
 PassInfo textureLoaderRenderPass();
 PassInfo temporalAARenderPass();
 PassInfo textureToScreenRenderPass();
+PassInfo visibilityBufferRenderPass();
+PassInfo visibilityDeferredRenderPass();
+PassInfo visibilityOcclusionRenderPass();
+PassInfo visibilitySortRenderPass();
 PassInfo wireframeRenderPass();
 /// @}
 
@@ -74,6 +78,10 @@ inline constexpr PassInfo (*all[])() = {
     textureLoaderRenderPass,
     temporalAARenderPass,
     textureToScreenRenderPass,
+    visibilityBufferRenderPass,
+    visibilityDeferredRenderPass,
+    visibilityOcclusionRenderPass,
+    visibilitySortRenderPass,
     wireframeRenderPass,
 };
 
@@ -109,6 +117,14 @@ InputInfo sceneBoundsInput(const char *name, const char *description);
 InputInfo mapSizeInput();
 OutputInfo shadowMapDataOutput();
 OptionInfo instanceDataPlanOption();
+/// \name The lists of VisibilityBufferRenderPass, as inputs and as the three outputs of a pass that works on them
+/// @{
+InputInfo headPointersInput(const char *whenNull);
+InputInfo nodeBufferInput(const char *whenNull);
+InputInfo nodeBufferWidthInput(const char *whenNull);
+QVector<OutputInfo> listOutputs(const char *headsDescription, const char *nodesDescription);
+/// The extensions without which each pixel has one fragment, and what is so then.
+DriverNeed listNeed(const char *without);
 /// @}
 
 /// An output that holds no image.

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <Core/RenderPassHelper.h>
+#include <RenderPasses/Export.h>
+
+#include <QtCore/QList>
+#include <QtCore/QSharedPointer>
+#include <QtCore/QSize>
+
+namespace Velmora::Kvz {
+
+class DrawBuffers;
+class FramebufferObject;
+class ShaderProgram;
+class Texture;
+
+/// Shades the lists of VisibilityBufferRenderPass, which VisibilitySortRenderPass has sorted, into an image: walks each
+/// pixel's list from front to back, rebuilds position, normal and texture coordinates from the model's own vertices, lights
+/// them by one light fixed to the camera, and composites until an opaque fragment ends the walk.
+///
+/// | Input | Name                            | Type       | Default | Null means                                         |
+/// |-------|---------------------------------|------------|---------|----------------------------------------------------|
+/// | 0     | Kvz_QRect_Viewport              | QRect      | invalid | 0 by 0 pixels                                      |
+/// | 1     | Kvz_QMatrix4x4_ProjectionMatrix | QMatrix4x4 | invalid | the identity                                       |
+/// | 2     | Kvz_QMatrix4x4_CameraMatrix     | QMatrix4x4 | invalid | the identity; it takes world space to camera space |
+/// | 3     | Kvz_KvzTexture*_HeadPointers    | Texture*   | invalid | must be fed when there is a model                  |
+/// | 4     | Kvz_KvzTexture*_NodeBuffer      | Texture*   | invalid | must be fed when there is a model                  |
+/// | 5     | Kvz_int_NodeBufferWidth         | int        | invalid | 0                                                  |
+/// | 6     | Kvz_KvzGPUModel*_Geometry       | GPUModel*  | invalid | a cleared image                                    |
+///
+/// | Output | Name                  | Value                                                             |
+/// |--------|-----------------------|-------------------------------------------------------------------|
+/// | 0      | Kvz_KvzTexture*_Frame | GL_RGBA with 8 bits a channel: colour, and in alpha what share of |
+/// |        |                       | the light from behind the lists comes through                     |
+///
+/// Matrices and model must be those that the lists were recorded with. With colour and alpha both starting at 0 and 1, each
+/// fragment of colour c and opacity a changes them by four statements: `rgb = mix(rgb, c, a)`, `A = a + (1 - a) * A`,
+/// `rgb = A * a * c + rgb`, `A = (1 - a) * A`. So a colour counts twice, and an opaque fragment replaces what lies in front
+/// of it: record transparent items alone, and lay the result over the opaque frame F as `rgb + A * F`.
+///
+/// A pixel without fragments keeps the clear colour that the pass finds. With an alpha of 1 there the same formula serves
+/// all pixels.
+///
+/// The image is the pass's own, overwritten by the next frame and deleted by a change of size; null until a viewport gives it
+/// a size. The buffers of vertices are those of the first model that the pass saw, whatever model comes later: make a new
+/// pass for new geometry. Materials and matrices are those of the present model.
+///
+/// The pass draws with the GL viewport that it finds, so set that to the size of the port's rectangle; blending and culling
+/// stay as they are. skip() makes the output invalid and gives nothing back.
+class KVZ_RENDERPASSES_EXPORT VisibilityDeferredRenderPass : public RenderPassHelper
+{
+public:
+    enum Input { Viewport, ProjectionMatrix, CameraMatrix, HeadPointers, NodeBuffer, NodeBufferWidth, Geometry };
+    enum Output { Frame };
+
+    VisibilityDeferredRenderPass();
+    ~VisibilityDeferredRenderPass() override;
+
+    void start(RenderCallbacks *callbacks) override;
+
+private:
+    void makeBufferTextures(const DrawBuffers *geometry);
+
+    FramebufferObject *m_framebuffer = nullptr;
+    ShaderProgram *m_program = nullptr;
+    QSharedPointer<DrawBuffers> m_screenQuad;
+    Texture *m_fallbackTexture = nullptr;
+    QList<Texture *> m_bufferTextures; ///< Of vertices, texture coordinates, normals and, if there are any, indices.
+    QSize m_size{0, 0};
+};
+
+} // namespace Velmora::Kvz
