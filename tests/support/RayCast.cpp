@@ -17,6 +17,16 @@ Vector3d divided(const Vector4d &v)
     return xyz(v) * (1 / v[3]);
 }
 
+bool isGeometry(const RayHit &hit)
+{
+    return hit.isGeometry();
+}
+
+bool isGeometry(const QVector<RayHit> &hits)
+{
+    return !hits.isEmpty();
+}
+
 } // namespace
 
 RayCaster::RayCaster(
@@ -70,68 +80,91 @@ void RayCaster::boundOnImage(Triangle &triangle) const
     triangle.top = *top + 1;
 }
 
-RayHit RayCaster::cast(double x, double y) const
+RayCaster::Ray RayCaster::rayThrough(double x, double y) const
 {
     const double deviceX = 2 * x / m_size.width() - 1;
     const double deviceY = 2 * y / m_size.height() - 1;
     const Vector3d origin = divided(m_inverse * Vector4d{deviceX, deviceY, -1, 1});
-    const Vector3d direction = divided(m_inverse * Vector4d{deviceX, deviceY, 1, 1}) - origin;
+    return {x, y, origin, divided(m_inverse * Vector4d{deviceX, deviceY, 1, 1}) - origin};
+}
 
+bool RayCaster::meets(const Ray &ray, const Triangle &triangle, RayHit *hit) const
+{
+    if (ray.x < triangle.left || ray.x > triangle.right || ray.y < triangle.bottom || ray.y > triangle.top)
+        return false;
+    // The point of the ray that is also corner 0 + u * edge 1 + v * edge 2.
+    const Vector3d edge1 = triangle.corners[1] - triangle.corners[0];
+    const Vector3d edge2 = triangle.corners[2] - triangle.corners[0];
+    const Vector3d p = cross(ray.direction, edge2);
+    const double determinant = dot(edge1, p);
+    if (determinant == 0)
+        return false;
+    const Vector3d fromCorner = ray.origin - triangle.corners[0];
+    const double u = dot(fromCorner, p) / determinant;
+    const Vector3d q = cross(fromCorner, edge1);
+    const double v = dot(ray.direction, q) / determinant;
+    const double t = dot(edge2, q) / determinant;
+    // The ray runs from the near plane, at 0, to the far plane, at 1.
+    if (u < 0 || v < 0 || u + v > 1 || t < 0 || t > 1)
+        return false;
+    const double depth = (divided(m_viewProjection * withW(ray.origin + ray.direction * t, 1))[2] + 1) / 2;
+    if (depth >= hit->depth)
+        return false;
+    const std::array<double, 3> weights = {1 - u - v, u, v};
+    *hit = RayHit();
+    hit->item = triangle.item;
+    hit->triangle = triangle.number;
+    hit->depth = depth;
+    for (size_t i = 0; i < 3; ++i) {
+        hit->normal = hit->normal + triangle.normals[i] * weights[i];
+        hit->texCoord[0] += triangle.texCoords[i][0] * weights[i];
+        hit->texCoord[1] += triangle.texCoords[i][1] * weights[i];
+    }
+    return true;
+}
+
+RayHit RayCaster::cast(double x, double y) const
+{
+    const Ray ray = rayThrough(x, y);
     RayHit hit;
     hit.depth = std::numeric_limits<double>::infinity();
-    for (const Triangle &triangle : m_triangles) {
-        if (x < triangle.left || x > triangle.right || y < triangle.bottom || y > triangle.top)
-            continue;
-        // The point of the ray that is also corner 0 + u * edge 1 + v * edge 2.
-        const Vector3d edge1 = triangle.corners[1] - triangle.corners[0];
-        const Vector3d edge2 = triangle.corners[2] - triangle.corners[0];
-        const Vector3d p = cross(direction, edge2);
-        const double determinant = dot(edge1, p);
-        if (determinant == 0)
-            continue;
-        const Vector3d fromCorner = origin - triangle.corners[0];
-        const double u = dot(fromCorner, p) / determinant;
-        const Vector3d q = cross(fromCorner, edge1);
-        const double v = dot(direction, q) / determinant;
-        const double t = dot(edge2, q) / determinant;
-        // The ray runs from the near plane, at 0, to the far plane, at 1.
-        if (u < 0 || v < 0 || u + v > 1 || t < 0 || t > 1)
-            continue;
-        const double depth = (divided(m_viewProjection * withW(origin + direction * t, 1))[2] + 1) / 2;
-        if (depth >= hit.depth)
-            continue;
-        const std::array<double, 3> weights = {1 - u - v, u, v};
-        hit = RayHit();
-        hit.item = triangle.item;
-        hit.triangle = triangle.number;
-        hit.depth = depth;
-        for (size_t i = 0; i < 3; ++i) {
-            hit.normal = hit.normal + triangle.normals[i] * weights[i];
-            hit.texCoord[0] += triangle.texCoords[i][0] * weights[i];
-            hit.texCoord[1] += triangle.texCoords[i][1] * weights[i];
-        }
-    }
+    for (const Triangle &triangle : m_triangles)
+        meets(ray, triangle, &hit);
     return hit.isGeometry() ? hit : RayHit();
 }
 
-RayCastCoverage RayCaster::compareClearPixels(
-    double leastShare, int leastGeometry, const std::function<void(int x, int y, const RayHit &hit)> &compare) const
+QVector<RayHit> RayCaster::castAll(double x, double y) const
+{
+    const Ray ray = rayThrough(x, y);
+    QVector<RayHit> hits;
+    for (const Triangle &triangle : m_triangles) {
+        RayHit hit;
+        hit.depth = std::numeric_limits<double>::infinity();
+        if (meets(ray, triangle, &hit))
+            hits.append(hit);
+    }
+    return hits;
+}
+
+template <typename Met, typename Cast, typename AreSame>
+RayCastCoverage RayCaster::compareClear(double leastShare, int leastGeometry, const Cast &castAt,
+    const AreSame &areSame, const std::function<void(int x, int y, const Met &met)> &compare) const
 {
     RayCastCoverage coverage;
     coverage.pixels = m_size.width() * m_size.height();
     for (int y = 0; y < m_size.height(); ++y) {
         for (int x = 0; x < m_size.width(); ++x) {
-            const RayHit hit = cast(x + 0.5, y + 0.5);
+            const Met met = castAt(x + 0.5, y + 0.5);
             bool isClear = true;
             for (const double dx : {-edgeMargin, edgeMargin}) {
                 for (const double dy : {-edgeMargin, edgeMargin})
-                    isClear = isClear && hit.isOnSameTriangle(cast(x + 0.5 + dx, y + 0.5 + dy));
+                    isClear = isClear && areSame(met, castAt(x + 0.5 + dx, y + 0.5 + dy));
             }
             if (!isClear)
                 continue;
             ++coverage.compared;
-            coverage.geometry += hit.isGeometry() ? 1 : 0;
-            compare(x, y, hit);
+            coverage.geometry += isGeometry(met) ? 1 : 0;
+            compare(x, y, met);
         }
     }
     std::printf("[ COMPARED ] %d of %d pixels, %d of them with geometry\n", coverage.compared, coverage.pixels,
@@ -139,6 +172,25 @@ RayCastCoverage RayCaster::compareClearPixels(
     EXPECT_GE(coverage.compared, leastShare * coverage.pixels) << "too few pixels are clear of edges";
     EXPECT_GE(coverage.geometry, leastGeometry) << "too few of the compared pixels show geometry";
     return coverage;
+}
+
+RayCastCoverage RayCaster::compareClearPixels(
+    double leastShare, int leastGeometry, const std::function<void(int x, int y, const RayHit &hit)> &compare) const
+{
+    return compareClear<RayHit>(
+        leastShare, leastGeometry, [this](double x, double y) { return cast(x, y); },
+        [](const RayHit &a, const RayHit &b) { return a.isOnSameTriangle(b); }, compare);
+}
+
+RayCastCoverage RayCaster::compareClearLists(double leastShare, int leastGeometry,
+    const std::function<void(int x, int y, const QVector<RayHit> &hits)> &compare) const
+{
+    const auto areSame = [](const QVector<RayHit> &a, const QVector<RayHit> &b) {
+        return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+            [](const RayHit &hit, const RayHit &other) { return hit.isOnSameTriangle(other); });
+    };
+    return compareClear<QVector<RayHit>>(
+        leastShare, leastGeometry, [this](double x, double y) { return castAll(x, y); }, areSame, compare);
 }
 
 double RayCaster::texelsPerPixel(double x, double y, const QSize &imageSize) const

@@ -53,6 +53,8 @@ public:
     /// Through a point of the image in pixels, the centre of the lower left one at (0.5, 0.5). Among equally deep triangles
     /// the first drawn is met.
     RayHit cast(double x, double y) const;
+    /// All that the ray meets, in the order of drawing: items one after the other, the triangles of each by number.
+    QVector<RayHit> castAll(double x, double y) const;
 
     /// Calls `compare` for the centre of each pixel that is clear of edges: the rays through the four points 0.05 pixels
     /// to the left or right and above or below meet the same triangle, or nothing as well. Rasterisers move vertices to a
@@ -62,6 +64,10 @@ public:
     /// `leastGeometry` of them show geometry.
     RayCastCoverage compareClearPixels(double leastShare, int leastGeometry,
         const std::function<void(int x, int y, const RayHit &hit)> &compare) const;
+
+    /// The same with all that the rays meet: a pixel is clear where all five meet the same triangles.
+    RayCastCoverage compareClearLists(double leastShare, int leastGeometry,
+        const std::function<void(int x, int y, const QVector<RayHit> &hits)> &compare) const;
 
     /// How many texels of an image of this size the texture coordinates cross from pixel to pixel at a point, in the
     /// direction in which it is more; 0 where nothing is met. Above 1 the image is minified.
@@ -82,6 +88,20 @@ private:
         double top = std::numeric_limits<double>::infinity();
     };
 
+    struct Ray
+    {
+        double x; ///< On the image, in pixels.
+        double y;
+        Vector3d origin; ///< On the near plane.
+        Vector3d direction; ///< To the far plane.
+    };
+
+    template <typename Met, typename Cast, typename AreSame>
+    RayCastCoverage compareClear(double leastShare, int leastGeometry, const Cast &castAt, const AreSame &areSame,
+        const std::function<void(int x, int y, const Met &met)> &compare) const;
+    Ray rayThrough(double x, double y) const;
+    /// Whether the ray meets the triangle nearer than `hit`, which then is what it meets.
+    bool meets(const Ray &ray, const Triangle &triangle, RayHit *hit) const;
     void addTriangle(const RayCastItem &item, int itemNumber, int number);
     void boundOnImage(Triangle &triangle) const;
 
