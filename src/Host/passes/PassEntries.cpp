@@ -139,11 +139,10 @@ InputInfo lightsInput()
         "The lights that cast shadows.", "no lights, so no layers");
 }
 
-InputInfo unjitteredProjectionInput()
+InputInfo shadowProjectionInput()
 {
-    InputInfo info = projectionInput();
+    InputInfo info = unjitteredProjectionInput();
     info.whenNull = QStringLiteral("directional lights have one layer");
-    info.wiring = ImplicitWiring::FrameOnly;
     return info;
 }
 

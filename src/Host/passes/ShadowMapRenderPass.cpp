@@ -24,7 +24,7 @@ PassInfo PassEntries::shadowMapRenderPass()
         shadowModelInput(),
         instanceDataInput(),
         lightsInput(),
-        unjitteredProjectionInput(),
+        shadowProjectionInput(),
         shadowCameraInput(),
         sceneBoundsInput("Kvz_QVector3D_SceneBoundsMin", "Minimum corner of the scene in world space."),
         sceneBoundsInput("Kvz_QVector3D_SceneBoundsMax", "Maximum corner of the scene in world space."),

@@ -28,7 +28,7 @@ PassInfo PassEntries::shadowMapRenderPass2()
         lightsInput(),
         input("Kvz_bool_Dirty", ValueType::Bool, QVariant(),
             "Whether lights, camera, bounds or model have changed since the last frame.", "true"),
-        unjitteredProjectionInput(),
+        shadowProjectionInput(),
         shadowCameraInput(),
         sceneBoundsInput("Kvz_QVector3D_SceneBoundsMin", "Minimum corner of the scene in world space."),
         sceneBoundsInput("Kvz_QVector3D_SceneBoundsMax", "Maximum corner of the scene in world space."),
