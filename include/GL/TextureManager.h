@@ -20,7 +20,8 @@ class ManagedTextures;
 class ShaderProgram;
 
 /// How TextureManager::loadTexture() turns an image file into a texture. Members stand in the order in which callers
-/// fill the record.
+/// fill the record. Images of every pixel format, palettes, grey and 16 bits a channel among them, are read as red, green,
+/// blue and alpha from 0 to 1; no colour space is converted.
 struct TextureLoadOptions
 {
     float offset = 0.0f; ///< Added to every channel after scaling.
@@ -67,7 +68,7 @@ public:
     virtual Texture *colorTexture(const QColor &color);
     /// The texture of an image file, kept by the manager under path and options: a second call reads no file and gives
     /// the same pointer. Row 0 of the texture is the image's bottom row. Null for an empty path, silently, and for a file
-    /// that cannot be read, with one log line.
+    /// that cannot be read: that is logged once, and each call tries again.
     virtual Texture *loadTexture(const QString &path, const TextureLoadOptions &options = TextureLoadOptions());
     /// Makes the images of materials available to `managedTexture` in shaders until unbindTextures(). They lie on fixed
     /// units that every linked program knows, so `program` can be null.
@@ -137,6 +138,7 @@ private:
 
     std::vector<Entry> m_pool;
     std::vector<LoadedTexture> m_loaded;
+    QHash<QString, QString> m_reported; ///< By path, what was last said of an image that could not be read.
     QHash<QRgb, QSharedPointer<Texture>> m_colors;
     std::unique_ptr<ManagedTextures> m_managed;
     QString m_holderLabel;

@@ -210,7 +210,11 @@ Texture *TextureManager::loadTexture(const QString &path, const TextureLoadOptio
     QImageReader reader(path);
     QImage image = reader.read();
     if (image.isNull()) {
-        KVZ_WARNING(QStringLiteral("Cannot load the image '%1': %2").arg(path, reader.errorString()));
+        const QString message = QStringLiteral("Cannot load the image '%1': %2").arg(path, reader.errorString());
+        // Passes ask in each frame.
+        if (m_reported.value(path) != message)
+            KVZ_WARNING(message);
+        m_reported.insert(path, message);
         return nullptr;
     }
     GLint limit = 0;
@@ -233,6 +237,7 @@ Texture *TextureManager::loadTexture(const QString &path, const TextureLoadOptio
         options.repeat ? GL_REPEAT : GL_CLAMP_TO_EDGE);
     if (options.mipMaps)
         glGenerateMipmap(GL_TEXTURE_2D);
+    m_reported.remove(path);
     m_loaded.push_back({path, options, std::move(texture)});
     return m_loaded.back().texture.get();
 }

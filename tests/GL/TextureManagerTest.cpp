@@ -497,6 +497,8 @@ TEST_F(LoadTextureTest, refusesWhatItCannotLoad)
     ASSERT_EQ(warnings.size(), 1);
     EXPECT_TRUE(warnings[0].contains(missing)) << qPrintable(warnings[0]);
     EXPECT_FALSE(warnings[0].contains('\n'));
+    EXPECT_EQ(manager->loadTexture(missing), nullptr);
+    EXPECT_EQ(log.takeWarnings(), QStringList()) << "said once";
 
     QFile text(m_folder.filePath("text.png"));
     ASSERT_TRUE(text.open(QIODevice::WriteOnly));

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "FakePasses.h"
 #include "support/GLTest.h"
+#include "support/ImageFiles.h"
 
 #include <Host/ChainValidation.h>
 
 #include <QtCore/QRect>
 
 #include <epoxy/gl.h>
+
+#include <algorithm>
 
 namespace Velmora::Kvz {
 
@@ -64,6 +67,36 @@ TEST_F(ChainDriverTest, viewportsBeyondTheLimitAreNamed)
                        "found [0,0,1,%2]; make it smaller")
             .arg(limit)
             .arg(limit + 1));
+}
+
+TEST_F(ChainDriverTest, imagesBeyondTheLimitAreNamedWhereTheyAreNotScaledDown)
+{
+    const TemporaryFolder folder;
+    const int limit = glInteger(GL_MAX_TEXTURE_SIZE);
+    const int width = std::max(20000, limit + 1);
+    const QString wide = writeImage(folder, QStringLiteral("wide.png"), distinctImage(width, 1, QImage::Format_RGB32));
+    const auto check = [](const char *className, const char *port, const QString &path) {
+        ChainDescription chain;
+        ChainPass pass;
+        pass.name = pass.className = QString::fromUtf8(className);
+        pass.values.insert(QString::fromUtf8(port), path);
+        chain.passes.append(pass);
+        return validateChainOnDriver(chain);
+    };
+    const QVector<ChainFinding> findings = check("TextureLoaderRenderPass", "Kvz_QString_TexturePath", wide);
+    ASSERT_EQ(findings.size(), 1);
+    EXPECT_EQ(findings[0].toString(),
+        QStringLiteral("error: pass \"TextureLoaderRenderPass\", Kvz_QString_TexturePath: expected sides up to %1, the "
+                       "limit of this driver, found \"%2\" of %3 by 1 pixels; make it smaller")
+            .arg(limit)
+            .arg(wide)
+            .arg(width));
+    EXPECT_EQ(check("CubemapLoaderRenderPass", "Kvz_QString_CubemapPathNegY", wide).size(), 1);
+    EXPECT_TRUE(check("BackgroundImageRenderPass", "Kvz_string_FadeImageUrl1", wide).isEmpty()) << "scaled down";
+    const QString small = writeImage(folder, QStringLiteral("small.png"), distinctImage(8, 8));
+    EXPECT_TRUE(check("TextureLoaderRenderPass", "Kvz_QString_TexturePath", small).isEmpty());
+    EXPECT_TRUE(check("TextureLoaderRenderPass", "Kvz_QString_TexturePath", folder.path("missing.png")).isEmpty())
+        << "that is said without a driver";
 }
 
 TEST_F(ChainDriverTest, readyPassesRunOnThisDriver)
