@@ -325,19 +325,28 @@ private:
             return;
         }
         const ChainPass &pass = m_chain.passes[index];
+        QString first;
+        QSize firstSize;
         for (const InputInfo &other : m_wiring[index].info->inputs) {
             if (other.name == input.name)
-                return;
+                break;
             const QVariant value = pass.values.value(other.name);
             if (other.imageFile != ImageFileUse::CubemapFace || value.toString().isEmpty())
                 continue;
-            const ImageFileInfo image = inspectImageFile(resolveImageFile(other, value, m_chain.folder).toString());
-            if (!image.problem.isEmpty() || image.size == size)
+            const QSize otherSize = inspectImageFile(resolveImageFile(other, value, m_chain.folder).toString()).size;
+            if (!otherSize.isValid() || otherSize.width() != otherSize.height())
                 continue;
+            if (first.isEmpty()) {
+                first = other.name;
+                firstSize = otherSize;
+            } else if (otherSize != firstSize) {
+                return; // One line for all six.
+            }
+        }
+        if (!first.isEmpty() && size != firstSize) {
             report(Severity::Error, Code::BadValue, passName(index), input.name,
-                QStringLiteral("%1 like %2").arg(text(image.size), other.name), found,
+                QStringLiteral("%1 like %2").arg(text(firstSize), first), found,
                 QStringLiteral("give all faces one size"));
-            return;
         }
     }
 

@@ -91,7 +91,7 @@ TEST_F(DepthStencilRenderPassTest, marksWhatTheRaysMeet)
     const RayCaster caster(scene.items(), projection, camera, size);
     int wrong = 0;
     double error = 0;
-    caster.compareClearPixels(0.9, 2000, [&](int x, int y, const RayHit &hit) {
+    caster.compareClearPixels(0.9, 1000, [&](int x, int y, const RayHit &hit) {
         wrong += stencil[y * size.width() + x] != (hit.isGeometry() ? 1 : 0);
         error = std::max(error, std::abs(double(image.at(x, y)[0]) - hit.depth));
     });
@@ -124,6 +124,11 @@ TEST_F(DepthStencilRenderPassTest, withoutAModelNothingIsCovered)
 TEST_F(DepthStencilRenderPassTest, followsTheViewportAndDeletesWhatItMade)
 {
     const QSharedPointer<GPUModel> model = ballAndBox().build();
+    // What the model itself makes with its first draw is there already.
+    DepthStencilRenderPass warm;
+    warm.setInput(Port::Viewport, QRect(0, 0, 4, 4));
+    warm.setInput(Port::Geometry, QVariant::fromValue(model.data()));
+    warm.start(nullptr);
     const GLObjectCounts before = glObjectCounts();
     pass->setInput(Port::Viewport, QVariant());
     start(model);

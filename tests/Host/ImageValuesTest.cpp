@@ -169,6 +169,8 @@ TEST_F(ImageValuesTest, facesAreSquaresOfOneSize)
         QStringLiteral("error: 4 by 4 pixels like Kvz_QString_CubemapPathPosX, found \"%1\" of 8 by 8 pixels; give all "
                        "faces one size")
             .arg(changed[4]));
+    changed[5] = changed[4];
+    EXPECT_EQ(linesOf(cubeOf(changed)).size(), 1);
     changed = paths;
     changed[2] = write("wide.png", 8, 4);
     EXPECT_EQ(findingOf(cubeOf(changed), facePorts()[2]),
