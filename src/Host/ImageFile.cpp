@@ -11,6 +11,12 @@
 #include <QtCore/QMutex>
 #include <QtGui/QImageReader>
 
+// The images that come with this library, for chains that were not loaded from its ready ones.
+static void registerEnvironments()
+{
+    Q_INIT_RESOURCE(Environments);
+}
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -54,6 +60,7 @@ bool isCmykJpeg(const QString &path)
 ImageFileInfo inspect(const QString &path)
 {
     ImageFileInfo info;
+    registerEnvironments();
     const QFileInfo file(path);
     info.problem = !file.exists() ? QStringLiteral("which is not there")
         : !file.isFile()          ? QStringLiteral("which is no file")
