@@ -314,7 +314,7 @@ TEST_F(ShadowMapRenderPass2Test, holdsTheMomentsOfAWallAtAKnownDistance)
         for (const int filter : {0, 3}) {
             const QVector<Image> maps = render(filter);
             for (int layer = 0; layer < 2; ++layer) {
-                const double depth = spotDepth(double(distance)) + (layer == 0 ? bias : 0.0625);
+                const double depth = axisDepth(*pass, double(distance), layer) + (layer == 0 ? bias : 0.0625);
                 for (int i = 0; i < maps[layer].data.size(); i += 4) {
                     if (depth > 1) {
                         ASSERT_EQ(maps[layer].data[i], farMoment) << "past the range with its bias";
@@ -331,16 +331,29 @@ TEST_F(ShadowMapRenderPass2Test, holdsTheMomentsOfAWallAtAKnownDistance)
 TEST_F(ShadowMapRenderPass2Test, theNearHalfOfTheClipRangeIsEmptyAndHides)
 {
     addWall(8, 10);
-    addWall(0.15f, 0.01f);
-    // In front of what the light's frustum has: clipped away, so it hides nothing.
-    addWall(0.05f, 1);
+    addWall(1, 1);
+    addWall(1, 1);
     build();
     addSpot();
+    render(0);
+    // In front of what clips a wall hides nothing.
+    const auto before = float(axisDistance(*pass, -1) / 2);
+    ASSERT_LT(axisDepth(*pass, double(before)), -1);
+    for (const int item : {1, 2})
+        model->setModelMatrix(item, placedAt({0, 0, -before}, {1, 1, 1}));
+    expectAxisDepth(*pass, render(0)[0], 8, bias);
+    // In the near half it is empty, and hides.
+    const auto within = float(axisDistance(*pass, -0.5));
+    model->setModelMatrix(1, placedAt({0, 0, -within}, {within / 8, within / 8, 1}));
     const Image map = render(0)[0];
-    const double depth = spotDepth(8) + bias;
     EXPECT_EQ(map.at(mapSize / 2, mapSize / 2)[0], farMoment);
-    EXPECT_NEAR(map.at(2, 2)[0], depth, 2e-6);
+    EXPECT_NEAR(map.at(2, 2)[0], axisDepth(*pass, 8) + bias, 2e-6);
+    const auto lit = float(axisDistance(*pass, 0.01));
+    model->setModelMatrix(1, placedAt({0, 0, -lit}, {1, 1, 1}));
+    expectAxisDepth(*pass, render(0)[0], double(lit), bias);
+    model->setModelMatrix(1, placedAt({0, 0, -before}, {1, 1, 1}));
     model->setModelMatrix(0, placedAt({0, 0, -25}, {30, 30, 1}));
+    ASSERT_GT(axisDepth(*pass, 25), 1);
     EXPECT_TRUE(isAllFar(render(0)[0]));
 }
 
@@ -354,11 +367,10 @@ TEST_F(ShadowMapRenderPass2Test, featureBitsDecideWhatCastsAndFromWhichSide)
     add(wallMesh(), turned);
     add(wallMesh(), placedAt({0, 0, -7}, {3, 3, 1}), 0x0f00000000000000 | 8);
     build();
-    const int middle = mapSize / 2;
-    EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(7) + bias, 2e-6);
+    expectAxisDepth(*pass, render(0)[0], 7, bias);
     add(wallMesh(), turned, GPUModel::DoubleSided);
     build();
-    EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(5) + bias, 2e-6);
+    expectAxisDepth(*pass, render(0)[0], 5, bias);
 }
 
 TEST_F(ShadowMapRenderPass2Test, filtersAreTheirFormulas)
@@ -605,15 +617,14 @@ TEST_F(ShadowMapRenderPass2Test, rowsOfInstanceDataPlaceTheItems)
     InstanceDataCollection rows(QStringLiteral("TavoInstance"));
     rows.setRowCount(1);
     rows.setModelMatrix(0, placedAt({0, 0, -9}));
-    const int middle = mapSize / 2;
     for (const Strategy &strategy : strategies()) {
         SCOPED_TRACE(strategy.name);
         make(strategy);
         set(*pass, "Kvz_QList_InstanceData", QVariantList{QVariant(3), QVariant::fromValue(&rows), QVariant()});
-        EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(9) + bias, 2e-6);
+        expectAxisDepth(*pass, render(0)[0], 9, bias);
         EXPECT_FALSE(InstanceDataCollection::isBound(QStringLiteral("TavoInstance")));
         set(*pass, "Kvz_QList_InstanceData", QVariant());
-        EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(5) + bias, 2e-6);
+        expectAxisDepth(*pass, render(0)[0], 5, bias);
     }
 }
 
@@ -631,18 +642,17 @@ TEST_F(ShadowMapRenderPass2Test, thePlanIsTheOneNamedBeforeTheFirstFrame)
     InstanceDataCollection rows(name);
     rows.setRowCount(1);
     rows.setValue(0, QStringLiteral("getModelMatrix"), placedAt({0, 0, -11}, {3, 3, 1}));
-    const int middle = mapSize / 2;
     for (const Strategy &strategy : strategies()) {
         SCOPED_TRACE(strategy.name);
         make(strategy);
         set(*pass, "Kvz_QList_InstanceData", QVariantList{QVariant::fromValue(&rows)});
-        EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(5) + bias, 2e-6);
+        expectAxisDepth(*pass, render(0)[0], 5, bias);
         pass->setInstanceDataPlanName(name);
-        EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(5) + bias, 2e-6) << "too late";
+        expectAxisDepth(*pass, render(0)[0], 5, bias); // Too late.
         make(strategy);
         pass->setInstanceDataPlanName(name);
         set(*pass, "Kvz_QList_InstanceData", QVariantList{QVariant::fromValue(&rows)});
-        EXPECT_NEAR(render(0)[0].at(middle, middle)[0], spotDepth(11) + bias, 2e-6);
+        expectAxisDepth(*pass, render(0)[0], 11, bias);
     }
 }
 

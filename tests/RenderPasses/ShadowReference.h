@@ -66,9 +66,6 @@ void expectMoments(const Image &layer, const MomentMap &reference, double tolera
 bool isAllFar(const Image &map);
 /// The layers that an array has.
 int layersOf(Texture *array);
-/// Normalised device z of a point on the axis of a spot light of range 20, by the documented mapping: 0 at a hundredth of
-/// the range, 1 at the range, perspective between.
-double spotDepth(double distance);
 /// The texts of assertions as "condition | message", without their places, which must be in this file.
 QStringList assertionTexts(const char *file, const QStringList &lines);
 
@@ -121,7 +118,13 @@ protected:
     /// A wall of this half size across the axis of addSpot().
     void addWall(float distance, float halfSize, quint64 flags = 0);
     /// A spot light at the origin that looks along -z, 60 degrees wide, range 20.
-    void addSpot();
+    ShadowMapManager::Light *addSpot();
+    /// Normalised device z, by the published matrix, of a point on the axis of addSpot().
+    static double axisDepth(const RenderPass &pass, double distance, int layer = 0);
+    /// Holds the middle of a map against a wall at this distance.
+    static void expectAxisDepth(const RenderPass &pass, const Image &map, double distance, double bias);
+    /// The distance at which axisDepth() is so much.
+    static double axisDistance(const RenderPass &pass, double depth);
 
     static void set(RenderPass &pass, const char *port, const QVariant &value);
     /// Model, lights and a map size.
@@ -138,6 +141,7 @@ protected:
 
 private:
     GPUModelBuilder m_builder;
+    bool m_hasAxisSpot = false;
 };
 
 QMatrix4x4 placedAt(const QVector3D &position, const QVector3D &scale = QVector3D(1, 1, 1));
