@@ -74,7 +74,7 @@ struct PortInfo
     QString name; ///< Exact port name.
     ValueType type = ValueType::Variant;
     QString description; ///< One sentence.
-    TextureTraits texture; ///< Of texture ports.
+    TextureTraits texture; ///< Of texture ports, and how to show shadow map data.
 };
 
 /// Where an input may find its value when nothing is said about it.

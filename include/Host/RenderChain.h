@@ -143,9 +143,9 @@ public:
         QImage image; ///< As captureTexture() gives it; null when the output held no picture.
     };
     /// Asks for a picture of an output in the next frame, taken right after its pass ran. False as for changes to the chain,
-    /// and for a port that holds no texture.
+    /// and for a port that holds neither a texture nor shadow map data, whose layers become a contact sheet.
     bool requestCapture(const ChainOutput &output);
-    /// Asks for pictures of all texture outputs of all enabled passes in the next frame, but those that are hidden.
+    /// Asks for pictures of all such outputs of all enabled passes in the next frame, but those that are hidden.
     void requestAllCaptures();
     /// The pictures of the last frame, which the chain then forgets.
     QVector<Capture> takeCaptures();

@@ -15,10 +15,20 @@ class Texture;
 /// hold it). Several samples for each texel are resolved, of depth too. `projection` is the one that wrote a depth image;
 /// depth counts as it is when it is the identity.
 ///
-/// Null for a null texture, `TextureDisplay::Hidden` and `ListLength`, an empty texture, a target that is neither 2D nor 2D multisampled, and
-/// where there is no memory. Needs a current context; bindings come back as they were.
+/// A 2D array becomes a contact sheet: its first `layers` layers, or all for 0 and for more than it has, in rows from the
+/// upper left, as many to a row as makes the sheet square or wide, with captureGap() transparent pixels between. Depths are
+/// stretched in each layer for itself.
+///
+/// Null for a null texture, `TextureDisplay::Hidden` and `ListLength`, an empty texture, a target other than 2D, 2D
+/// multisampled and 2D array, and where there is no memory. Needs a current context; bindings come back as they were.
 KVZ_HOST_EXPORT QImage captureTexture(
-    Texture *texture, TextureDisplay display, const QMatrix4x4 &projection = QMatrix4x4());
+    Texture *texture, TextureDisplay display, const QMatrix4x4 &projection = QMatrix4x4(), int layers = 0);
+
+/// Pixels between the layers of a contact sheet.
+constexpr int captureGap()
+{
+    return 2;
+}
 
 /// Reads how long the lists of VisibilityBufferRenderPass are, as a picture: a colour of its own for each length 0, 1, 2 to
 /// 3, 4 to 7, 8 to 15, 16 to 31, 32 to 50, and above, from black by blue, green and red to white; magenta for a list that

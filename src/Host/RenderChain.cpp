@@ -19,6 +19,7 @@
 #include <Host/SampleCounter.h>
 #include <Host/TextureCapture.h>
 #include <Scene/GPUModel.h>
+#include <Scene/ShadowMapManager.h>
 
 #include <QtCore/QFile>
 #include <QtCore/QVarLengthArray>
@@ -100,6 +101,21 @@ template <typename T> T *objectIn(const QVariant &value)
     if (value.userType() == qMetaTypeId<T *>())
         return *static_cast<T *const *>(value.constData());
     return value.isValid() ? qobject_cast<T *>(value.value<QObject *>()) : nullptr;
+}
+
+/// Whether an output can be captured.
+bool holdsImage(const OutputInfo &output)
+{
+    return output.type == ValueType::Texture || output.type == ValueType::ShadowMapData;
+}
+
+/// The layers in use of published shadow maps, laid out in one picture.
+QImage captureShadowMaps(const QVariant &value, TextureDisplay display)
+{
+    const auto *const data = qobject_cast<ShadowMapManager::RenderData *>(value.value<QObject *>());
+    if (!data || data->layerCount <= 0)
+        return QImage();
+    return captureTexture(data->projectionTexture(), display, QMatrix4x4(), data->layerCount);
 }
 
 bool isMissing(const QVariant &value, ValueType type)
@@ -1114,7 +1130,7 @@ void RenderChain::Private::runNode(Node *node, int index, const QSize &frameSize
     if (capturesAll && node->enabled) {
         for (size_t i = 0; i < node->captured.size(); ++i)
             node->captured[i] = node->info->outputs[int(i)].texture.display != TextureDisplay::Hidden
-                && node->info->outputs[int(i)].type == ValueType::Texture;
+                && holdsImage(node->info->outputs[int(i)]);
     }
 
     QVariant gridValue;
@@ -1251,7 +1267,7 @@ bool RenderChain::requestCapture(const ChainOutput &output)
     const int index = d->description.findPass(output.pass);
     const std::shared_ptr<const PassInfo> info = index < 0 ? nullptr : d->infoOf(index);
     const int port = info ? info->findOutput(output.port) : -1;
-    if (port < 0 || info->outputs[port].type != ValueType::Texture)
+    if (port < 0 || !holdsImage(info->outputs[port]))
         return d->fail(QStringLiteral("no image \"%1\" in this chain").arg(output.toString()));
     if (!d->updateWiring())
         return false;
@@ -1292,7 +1308,12 @@ void RenderChain::Private::capture(Node *node)
         QMatrix4x4 projection;
         if (node->projectionInput >= 0)
             projection = inputValue(*node, node->projectionInput).value<QMatrix4x4>();
-        Texture *texture = objectIn<Texture>(node->active->output(int(i)));
+        const QVariant value = node->active->output(int(i));
+        if (output.type == ValueType::ShadowMapData) {
+            captures.append({node->name, output.name, captureShadowMaps(value, output.texture.display)});
+            continue;
+        }
+        Texture *texture = objectIn<Texture>(value);
         captures.append({node->name, output.name,
             output.texture.display == TextureDisplay::ListLength
                 ? captureLists(*node, texture)

@@ -27,14 +27,17 @@ template <typename Number> std::unique_ptr<Number[]> allocate(size_t count)
     return std::unique_ptr<Number[]>(new (std::nothrow) Number[count]());
 }
 
-/// Texels as floats, four for each, bottom row first.
+/// Texels as floats, four for each, bottom row first, layer after layer.
 struct Texels
 {
     int width = 0;
     int height = 0;
+    int layers = 1;
     std::unique_ptr<float[]> data; ///< Null when there is no memory.
 
-    size_t count() const { return size_t(width) * size_t(height); }
+    size_t texelsOfLayer() const { return size_t(width) * size_t(height); }
+    size_t count() const { return texelsOfLayer() * size_t(layers); }
+    float *layer(int number) const { return data.get() + 4 * texelsOfLayer() * size_t(number); }
 };
 
 /// Lets pixels be read into memory without padding, for a scope.
@@ -66,34 +69,43 @@ private:
 };
 
 /// Reads texels with one channel into the red of four.
-template <typename Number> void readChannel(GLenum format, GLenum type, Texels *texels)
+template <typename Number> void readChannel(GLenum target, GLenum format, GLenum type, Texels *texels)
 {
     const auto numbers = allocate<Number>(texels->count());
     if (!numbers) {
         texels->data.reset();
         return;
     }
-    glGetTexImage(GL_TEXTURE_2D, 0, format, type, numbers.get());
+    glGetTexImage(target, 0, format, type, numbers.get());
     for (size_t i = 0; i < texels->count(); ++i)
         texels->data[4 * i] = float(numbers[i]);
 }
 
+/// The layers of the bound texture: 1 for one that is no array.
+int layersOfBound(GLenum target)
+{
+    GLint layers = 1;
+    glGetTexLevelParameteriv(target, 0, GL_TEXTURE_DEPTH, &layers);
+    return target == GL_TEXTURE_2D_ARRAY ? layers : 1;
+}
+
 Texels readTexels(Texture *texture)
 {
-    Texels texels{texture->width(0), texture->height(0), nullptr};
+    const AutoBinder binder(texture);
+    const PackState pack;
+    const GLenum target = texture->target();
+    Texels texels{texture->width(0), texture->height(0), layersOfBound(target), nullptr};
     texels.data = allocate<float>(4 * texels.count());
     if (!texels.data)
         return texels;
-    const AutoBinder binder(texture);
-    const PackState pack;
     const auto internalFormat = unsigned(texture->internalFormat(0));
     const GLenum format = formatFromInternalFormat(internalFormat);
     if (isDepthFormat(internalFormat))
-        readChannel<float>(GL_DEPTH_COMPONENT, GL_FLOAT, &texels);
+        readChannel<float>(target, GL_DEPTH_COMPONENT, GL_FLOAT, &texels);
     else if (format == GL_RED_INTEGER)
-        readChannel<quint32>(GL_RED_INTEGER, GL_UNSIGNED_INT, &texels);
+        readChannel<quint32>(target, GL_RED_INTEGER, GL_UNSIGNED_INT, &texels);
     else
-        glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_FLOAT, texels.data.get());
+        glGetTexImage(target, 0, GL_RGBA, GL_FLOAT, texels.data.get());
     return texels;
 }
 
@@ -155,13 +167,15 @@ float distanceOf(float depth, const QMatrix4x4 &projection)
     return -(projection(2, 3) - z * projection(3, 3)) / (z * projection(3, 2) - projection(2, 2));
 }
 
-/// Turns depths into greys: 1 for the nearest, 0.2 for the farthest, 0 for nothing.
-void showDepth(Texels *texels, const QMatrix4x4 &projection)
+/// Turns the depths of a layer into greys: 1 for the nearest, 0.2 for the farthest, 0 for nothing.
+void showDepth(const Texels &texels, int layer, const QMatrix4x4 &projection)
 {
     float nearest = INFINITY;
     float farthest = -INFINITY;
-    for (size_t i = 0; i < 4 * texels->count(); i += 4) {
-        float &depth = texels->data[i];
+    float *const begin = texels.layer(layer);
+    float *const end = begin + 4 * texels.texelsOfLayer();
+    for (float *texel = begin; texel != end; texel += 4) {
+        float &depth = *texel;
         if (!(depth < 1)) {
             depth = NAN;
             continue;
@@ -171,8 +185,8 @@ void showDepth(Texels *texels, const QMatrix4x4 &projection)
         farthest = std::max(farthest, depth);
     }
     const float range = std::max(farthest - nearest, 1e-6f);
-    for (size_t i = 0; i < 4 * texels->count(); i += 4)
-        texels->data[i] = 1 - 0.8f * (texels->data[i] - nearest) / range;
+    for (float *texel = begin; texel != end; texel += 4)
+        *texel = 1 - 0.8f * (*texel - nearest) / range;
 }
 
 QRgb shown(const float *texel, TextureDisplay display)
@@ -234,37 +248,21 @@ constexpr QRgb lostColor = 0xffff00ff;
 /// Whether there are texels of two dimensions. The size alone does not say it: GL may have had no memory for them.
 bool hasTexels(Texture *texture)
 {
-    if (texture->target() != GL_TEXTURE_2D && texture->target() != GL_TEXTURE_2D_MULTISAMPLE)
+    const GLenum target = texture->target();
+    if (target != GL_TEXTURE_2D && target != GL_TEXTURE_2D_MULTISAMPLE && target != GL_TEXTURE_2D_ARRAY)
         return false;
     const AutoBinder binder(texture);
     GLint width = 0;
-    glGetTexLevelParameteriv(texture->target(), 0, GL_TEXTURE_WIDTH, &width);
-    return width > 0;
+    glGetTexLevelParameteriv(target, 0, GL_TEXTURE_WIDTH, &width);
+    return width > 0 && layersOfBound(target) > 0;
 }
 
-} // namespace
-
-QImage captureTexture(Texture *texture, TextureDisplay display, const QMatrix4x4 &projection)
+/// Paints a layer with its upper left corner at a place of the picture.
+void paint(const Texels &texels, int layer, TextureDisplay display, QImage *image, int left, int top)
 {
-    const bool isPicture = display != TextureDisplay::Hidden && display != TextureDisplay::ListLength;
-    if (!texture || !isPicture || !hasTexels(texture))
-        return QImage();
-    Texels texels;
-    if (texture->target() == GL_TEXTURE_2D)
-        texels = readTexels(texture);
-    else
-        texels = readResolvedTexels(texture);
-    if (!texels.data)
-        return QImage();
-    if (display == TextureDisplay::Depth)
-        showDepth(&texels, projection);
-
-    QImage image(texels.width, texels.height, QImage::Format_RGBA8888);
-    if (image.isNull())
-        return image;
     for (int y = 0; y < texels.height; ++y) {
-        const float *texel = texels.data.get() + 4 * size_t(texels.width) * size_t(texels.height - 1 - y);
-        uchar *pixel = image.scanLine(y);
+        const float *texel = texels.layer(layer) + 4 * size_t(texels.width) * size_t(texels.height - 1 - y);
+        uchar *pixel = image->scanLine(top + y) + 4 * left;
         for (int x = 0; x < texels.width; ++x, texel += 4, pixel += 4) {
             const QRgb color = shown(texel, display);
             pixel[0] = uchar(qRed(color));
@@ -272,6 +270,35 @@ QImage captureTexture(Texture *texture, TextureDisplay display, const QMatrix4x4
             pixel[2] = uchar(qBlue(color));
             pixel[3] = uchar(qAlpha(color));
         }
+    }
+}
+
+} // namespace
+
+QImage captureTexture(Texture *texture, TextureDisplay display, const QMatrix4x4 &projection, int layers)
+{
+    const bool isPicture = display != TextureDisplay::Hidden && display != TextureDisplay::ListLength;
+    if (!texture || !isPicture || !hasTexels(texture))
+        return QImage();
+    const Texels texels =
+        texture->target() == GL_TEXTURE_2D_MULTISAMPLE ? readResolvedTexels(texture) : readTexels(texture);
+    if (!texels.data)
+        return QImage();
+
+    const int count = layers > 0 ? std::min(layers, texels.layers) : texels.layers;
+    const int columns = int(std::ceil(std::sqrt(float(count))));
+    const int rows = (count + columns - 1) / columns;
+    const int stepX = texels.width + captureGap();
+    const int stepY = texels.height + captureGap();
+    QImage image(columns * stepX - captureGap(), rows * stepY - captureGap(), QImage::Format_RGBA8888);
+    if (image.isNull())
+        return image;
+    if (count > 1)
+        image.fill(Qt::transparent);
+    for (int layer = 0; layer < count; ++layer) {
+        if (display == TextureDisplay::Depth)
+            showDepth(texels, layer, projection);
+        paint(texels, layer, display, &image, layer % columns * stepX, layer / columns * stepY);
     }
     return image;
 }

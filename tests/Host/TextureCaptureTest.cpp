@@ -16,6 +16,22 @@ namespace Velmora::Kvz {
 
 namespace {
 
+/// An array of layers of 2 by 1 texels, each with this red to the left and 0 to the right; `format` has floats.
+std::unique_ptr<Texture> arrayTexture(const QVector<float> &reds, int internalFormat, GLenum format)
+{
+    auto texture = std::make_unique<Texture>(GL_TEXTURE_2D_ARRAY, internalFormat, 2, 1, reds.size(), nullptr);
+    QVector<float> texels;
+    for (const float red : reds) {
+        if (format == GL_DEPTH_COMPONENT)
+            texels << red << 0;
+        else
+            texels << red << red * red << 0 << 0; // Two channels of two texels.
+    }
+    AutoBinder binder(texture.get());
+    glTexImage3D(GL_TEXTURE_2D_ARRAY, 0, internalFormat, 2, 1, reds.size(), 0, format, GL_FLOAT, texels.constData());
+    return texture;
+}
+
 /// A texture of 2 by 2 texels, given from the bottom left, row by row.
 std::unique_ptr<Texture> texture2x2(const QVector<QVector4D> &texels, int internalFormat)
 {
@@ -144,6 +160,48 @@ TEST_F(TextureCaptureTest, whatIsNoPictureGivesNone)
     EXPECT_TRUE(captureTexture(&empty, TextureDisplay::Colour).isNull());
     Texture array(GL_TEXTURE_2D_ARRAY, GL_RGBA8, 2, 2, 2, nullptr);
     EXPECT_TRUE(captureTexture(&array, TextureDisplay::Colour).isNull());
+    const auto noLayers = arrayTexture({}, GL_RG32F, GL_RG);
+    EXPECT_TRUE(captureTexture(noLayers.get(), TextureDisplay::Colour).isNull());
+    Texture cube(GL_TEXTURE_CUBE_MAP, GL_RGBA8, 2, 2, 0, nullptr);
+    EXPECT_TRUE(captureTexture(&cube, TextureDisplay::Colour).isNull());
+}
+
+TEST_F(TextureCaptureTest, anArrayBecomesAContactSheetOfItsLayers)
+{
+    const int gap = captureGap();
+    const auto texture = arrayTexture({0.1f, 0.2f, 0.3f, 0.4f, 0.5f}, GL_RG32F, GL_RG);
+    const QImage image = captureTexture(texture.get(), TextureDisplay::Scalar);
+    // Three to a row.
+    ASSERT_EQ(image.size(), QSize(3 * 2 + 2 * gap, 2 * 1 + gap));
+    for (int layer = 0; layer < 5; ++layer) {
+        const int x = layer % 3 * (2 + gap);
+        const int y = layer / 3 * (1 + gap);
+        EXPECT_NEAR(image.pixelColor(x, y).red(), 25.5 * (layer + 1), 1) << layer;
+        EXPECT_EQ(image.pixelColor(x + 1, y), QColor(0, 0, 0)) << layer;
+    }
+    EXPECT_EQ(image.pixelColor(2, 0).alpha(), 0) << "the gap";
+    EXPECT_EQ(image.pixelColor(0, 1).alpha(), 0) << "the gap";
+    EXPECT_EQ(image.pixelColor(2 * (2 + gap), 1 + gap).alpha(), 0) << "there is no sixth layer";
+
+    // The first so many.
+    EXPECT_EQ(captureTexture(texture.get(), TextureDisplay::Scalar, QMatrix4x4(), 1).size(), QSize(2, 1));
+    EXPECT_EQ(captureTexture(texture.get(), TextureDisplay::Scalar, QMatrix4x4(), 2).size(), QSize(4 + gap, 1));
+    EXPECT_EQ(captureTexture(texture.get(), TextureDisplay::Scalar, QMatrix4x4(), 9).size(), image.size());
+}
+
+TEST_F(TextureCaptureTest, depthsOfAnArrayAreStretchedInEachLayer)
+{
+    for (const auto &[format, internalFormat] :
+        {std::pair<GLenum, int>{GL_DEPTH_COMPONENT, GL_DEPTH_COMPONENT32F}, std::pair<GLenum, int>{GL_RG, GL_RG32F}}) {
+        const auto texture = arrayTexture({0.25f, 0.75f, 1}, internalFormat, format);
+        const QImage image = captureTexture(texture.get(), TextureDisplay::Depth);
+        ASSERT_EQ(image.width(), 4 + captureGap());
+        for (const int x : {0, 2 + captureGap()}) {
+            EXPECT_EQ(image.pixelColor(x, 0), QColor(51, 51, 51));
+            EXPECT_EQ(image.pixelColor(x + 1, 0), QColor(255, 255, 255));
+        }
+        EXPECT_EQ(image.pixelColor(0, 1 + captureGap()), QColor(0, 0, 0)) << "nothing is black";
+    }
 }
 
 TEST_F(TextureCaptureTest, bindingsAndPixelStoreStayAsTheyWere)

@@ -166,8 +166,10 @@ InputInfo mapSizeInput()
 
 OutputInfo shadowMapDataOutput()
 {
-    return output(
+    OutputInfo info = output(
         "Kvz_QVariant_ShadowMapData", ValueType::ShadowMapData, "Layers, matrices, biases and the array of moments.");
+    info.texture.display = TextureDisplay::Depth;
+    return info;
 }
 
 OptionInfo instanceDataPlanOption()
