@@ -16,6 +16,8 @@ struct EntryPoints
     decltype(epoxy_glBlitFramebuffer) blit;
     decltype(epoxy_glUniform1ui) uniformUInt;
     decltype(epoxy_glUniform2fv) uniformVector;
+    decltype(epoxy_glUniformMatrix4fv) uniformMatrix;
+    decltype(epoxy_glUniform1iv) uniformInt;
 };
 
 EntryPoints driver;
@@ -46,6 +48,17 @@ GLint integer(GLenum name)
     return value[0];
 }
 
+/// Whether a texture is a 2D array: binding it elsewhere is refused.
+bool isArray(GLuint name)
+{
+    const GLint before = integer(GL_TEXTURE_BINDING_2D_ARRAY);
+    while (glGetError() != GL_NO_ERROR) { }
+    glBindTexture(GL_TEXTURE_2D_ARRAY, name);
+    const bool isRefused = glGetError() != GL_NO_ERROR;
+    glBindTexture(GL_TEXTURE_2D_ARRAY, GLuint(before));
+    return !isRefused;
+}
+
 void setEnabled(GLenum capability, bool enabled)
 {
     (enabled ? glEnable : glDisable)(capability);
@@ -64,7 +77,7 @@ void DrawRecorder::begin()
 {
     // The first call of each resolves the loader's pointer; asking for its address is not enough.
     driver = {epoxy_glDrawArrays, epoxy_glDrawElements, epoxy_glClear, epoxy_glBlitFramebuffer, epoxy_glUniform1ui,
-        epoxy_glUniform2fv};
+        epoxy_glUniform2fv, epoxy_glUniformMatrix4fv, epoxy_glUniform1iv};
     listener = this;
     epoxy_glDrawArrays = onDrawArrays;
     epoxy_glDrawElements = onDrawElements;
@@ -72,6 +85,8 @@ void DrawRecorder::begin()
     epoxy_glBlitFramebuffer = onBlit;
     epoxy_glUniform1ui = onUniformUInt;
     epoxy_glUniform2fv = onUniformVector;
+    epoxy_glUniformMatrix4fv = onUniformMatrix;
+    epoxy_glUniform1iv = onUniformInt;
 }
 
 void DrawRecorder::end()
@@ -82,6 +97,8 @@ void DrawRecorder::end()
     epoxy_glBlitFramebuffer = driver.blit;
     epoxy_glUniform1ui = driver.uniformUInt;
     epoxy_glUniform2fv = driver.uniformVector;
+    epoxy_glUniformMatrix4fv = driver.uniformMatrix;
+    epoxy_glUniform1iv = driver.uniformInt;
     listener = nullptr;
 }
 
@@ -96,6 +113,7 @@ GLuint DrawRecorder::copyFramebuffer(GLenum binding)
     {
         GLenum point;
         GLuint name;
+        GLint layer; ///< -1: all of them, or of a texture without layers.
     };
     std::vector<Attached> attached;
     std::vector<GLenum> buffers;
@@ -107,7 +125,13 @@ GLuint DrawRecorder::copyFramebuffer(GLenum binding)
             continue;
         GLint name = 0;
         glGetFramebufferAttachmentParameteriv(target, point, GL_FRAMEBUFFER_ATTACHMENT_OBJECT_NAME, &name);
-        attached.push_back({point, GLuint(name)});
+        GLint isLayered = GL_FALSE;
+        glGetFramebufferAttachmentParameteriv(target, point, GL_FRAMEBUFFER_ATTACHMENT_LAYERED, &isLayered);
+        GLint layer = 0;
+        glGetFramebufferAttachmentParameteriv(target, point, GL_FRAMEBUFFER_ATTACHMENT_TEXTURE_LAYER, &layer);
+        // The first layer of an array and a texture without layers look alike; only an array can be asked for more.
+        const bool isOneLayer = !isLayered && (layer > 0 || isArray(GLuint(name)));
+        attached.push_back({point, GLuint(name), isOneLayer ? layer : -1});
         if (point != GL_DEPTH_ATTACHMENT && point != GL_STENCIL_ATTACHMENT)
             buffers.push_back(point);
     }
@@ -115,8 +139,12 @@ GLuint DrawRecorder::copyFramebuffer(GLenum binding)
     glGenFramebuffers(1, &copy);
     m_framebuffers.push_back(copy);
     glBindFramebuffer(target, copy);
-    for (const Attached &attachment : attached)
-        glFramebufferTexture(target, attachment.point, attachment.name, 0);
+    for (const Attached &attachment : attached) {
+        if (attachment.layer < 0)
+            glFramebufferTexture(target, attachment.point, attachment.name, 0);
+        else
+            glFramebufferTextureLayer(target, attachment.point, attachment.name, 0, attachment.layer);
+    }
     if (draw)
         glDrawBuffers(GLsizei(buffers.size()), buffers.data());
     glBindFramebuffer(target, found);
@@ -133,6 +161,9 @@ int DrawRecorder::recordState()
     state.depthTest = glIsEnabled(GL_DEPTH_TEST);
     state.blend = glIsEnabled(GL_BLEND);
     state.cullFace = glIsEnabled(GL_CULL_FACE);
+    GLboolean colorMask[4] = {};
+    glGetBooleanv(GL_COLOR_WRITEMASK, colorMask);
+    state.writesColor = colorMask[0] == GL_TRUE;
     state.blendSource = integer(GL_BLEND_SRC_RGB);
     state.blendDestination = integer(GL_BLEND_DST_RGB);
     state.drawFramebuffer = copyFramebuffer(GL_DRAW_FRAMEBUFFER_BINDING);
@@ -182,6 +213,7 @@ void DrawRecorder::onDrawElements(GLenum mode, GLsizei count, GLenum type, const
     command.count = count;
     command.type = type;
     command.indices = indices;
+    command.uniforms.swap(listener->m_uniforms);
     listener->m_commands.push_back(command);
     driver.drawElements(mode, count, type, indices);
 }
@@ -217,8 +249,33 @@ void DrawRecorder::onUniformUInt(GLint location, GLuint value)
 
 void DrawRecorder::onUniformVector(GLint location, GLsizei count, const GLfloat *value)
 {
-    listener->m_uniforms.push_back({location, {value[0], value[1]}});
+    listener->m_uniforms.push_back({Uniform::Vector2, location, {value, value + 2 * count}});
     driver.uniformVector(location, count, value);
+}
+
+void DrawRecorder::onUniformMatrix(GLint location, GLsizei count, GLboolean transpose, const GLfloat *value)
+{
+    listener->m_uniforms.push_back({Uniform::Matrix4, location, {value, value + 16 * count}});
+    driver.uniformMatrix(location, count, transpose, value);
+}
+
+void DrawRecorder::onUniformInt(GLint location, GLsizei count, const GLint *value)
+{
+    listener->m_uniforms.push_back({Uniform::Int, location, {}, value[0]});
+    driver.uniformInt(location, count, value);
+}
+
+void DrawRecorder::send(const std::vector<Uniform> &uniforms)
+{
+    for (const Uniform &uniform : uniforms) {
+        const auto floats = GLsizei(uniform.floats.size());
+        if (uniform.kind == Uniform::Vector2)
+            glUniform2fv(uniform.location, floats / 2, uniform.floats.data());
+        else if (uniform.kind == Uniform::Matrix4)
+            glUniformMatrix4fv(uniform.location, floats / 16, GL_FALSE, uniform.floats.data());
+        else
+            glUniform1i(uniform.location, uniform.integer);
+    }
 }
 
 void DrawRecorder::apply(const State &state, const State *before) const
@@ -240,6 +297,10 @@ void DrawRecorder::apply(const State &state, const State *before) const
         setEnabled(GL_DEPTH_TEST, state.depthTest);
     if (differs(&State::cullFace))
         setEnabled(GL_CULL_FACE, state.cullFace);
+    if (differs(&State::writesColor)) {
+        const GLboolean mask = state.writesColor ? GL_TRUE : GL_FALSE;
+        glColorMask(mask, mask, mask, mask);
+    }
     if (differs(&State::blend))
         setEnabled(GL_BLEND, state.blend);
     if (differs(&State::blendSource) || differs(&State::blendDestination))
@@ -262,11 +323,11 @@ void DrawRecorder::replay() const
         const std::array<GLint, 8> &r = command.rectangles;
         switch (command.kind) {
         case Command::DrawArrays:
-            for (const VectorUniform &uniform : command.uniforms)
-                glUniform2fv(uniform.location, 1, uniform.value.data());
+            send(command.uniforms);
             glDrawArrays(command.mode, command.first, command.count);
             break;
         case Command::DrawElements:
+            send(command.uniforms);
             glDrawElements(command.mode, command.count, command.type, command.indices);
             break;
         case Command::Clear:

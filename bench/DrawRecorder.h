@@ -49,15 +49,18 @@ private:
         bool depthTest = false;
         bool blend = false;
         bool cullFace = false;
+        bool writesColor = true;
         GLint blendSource = GL_ONE;
         GLint blendDestination = GL_ZERO;
         std::vector<TextureBinding> textures;
     };
     /// Of a program that one pass draws with more than once.
-    struct VectorUniform
+    struct Uniform
     {
+        enum Kind { Vector2, Matrix4, Int } kind;
         GLint location;
-        std::array<GLfloat, 2> value;
+        std::vector<GLfloat> floats;
+        GLint integer = 0;
     };
     struct Command
     {
@@ -73,7 +76,7 @@ private:
         GLenum filter = 0;
         GLint location = 0;
         GLuint value = 0;
-        std::vector<VectorUniform> uniforms = {}; ///< Set since the draw before, for this one.
+        std::vector<Uniform> uniforms = {}; ///< Set since the draw before, for this one.
     };
 
     static void onDrawArrays(GLenum mode, GLint first, GLsizei count);
@@ -83,6 +86,9 @@ private:
         GLbitfield mask, GLenum filter);
     static void onUniformUInt(GLint location, GLuint value);
     static void onUniformVector(GLint location, GLsizei count, const GLfloat *value);
+    static void onUniformMatrix(GLint location, GLsizei count, GLboolean transpose, const GLfloat *value);
+    static void onUniformInt(GLint location, GLsizei count, const GLint *value);
+    static void send(const std::vector<Uniform> &uniforms);
 
     int recordState();
     GLuint copyFramebuffer(GLenum binding);
@@ -91,7 +97,7 @@ private:
     std::vector<State> m_states;
     std::vector<Command> m_commands;
     std::vector<GLuint> m_framebuffers;
-    std::vector<VectorUniform> m_uniforms; ///< Those set since the last draw.
+    std::vector<Uniform> m_uniforms; ///< Those set since the last draw.
 };
 
 } // namespace Velmora::Kvz
