@@ -93,6 +93,21 @@ public:
     /// elements and null pointers are left out, and anything else holds no lights.
     static QVector<Light *> lightsIn(const QVariant &lights);
 
+    /// What a light says, put right: a direction, position, range, cone, bias or intensity that is senseless gives way to the
+    /// default of that member.
+    struct LightValues
+    {
+        Light::Type type;
+        QVector3D position;
+        QVector3D direction; ///< Of length 1.
+        float coneAngle;
+        float range;
+        int cascades; ///< From 1 to 16.
+        float depthBias;
+        float intensity;
+    };
+    static LightValues valuesOf(const Light &light);
+
     /// Fills layer count, transforms, projectors and biases of `data` from lightsIn(`lights`). Projector i is light i of
     /// that list, and takes the layers behind those of the lights before it.
     ///
@@ -116,8 +131,8 @@ public:
     /// The bias of a layer is that of its light, the same for all layers of one.
     ///
     /// `projection`, `camera` (world to camera) and `bounds` (two opposite corners in world space) can be null. Bounds that
-    /// are not finite, or too large to have a size, count as null; flat and empty ones get a little thickness. Lights with a
-    /// direction, position, range, cone or bias that is senseless fall back to the defaults of those members.
+    /// are not finite, or too large to have a size, count as null; flat and empty ones get a little thickness.
+    /// Lights count with their valuesOf().
     static void processLights(const QVariant &lights, RenderData &data, const QMatrix4x4 *projection,
         const QMatrix4x4 *camera, const QPair<QVector3D, QVector3D> *bounds);
 };

@@ -292,7 +292,7 @@ private:
     ShadowMapRenderData &m_data;
 };
 
-void addDirectional(LayerList &layers, int cascades, float depthBias, const QVector3D &direction,
+void addDirectional(LayerList &layers, int count, float depthBias, const QVector3D &direction,
     const QMatrix4x4 *projection, const QMatrix4x4 *camera, const Bounds *bounds)
 {
     const QMatrix4x4 view = viewFrom(QVector3D(), direction, upFor(direction));
@@ -305,7 +305,6 @@ void addDirectional(LayerList &layers, int cascades, float depthBias, const QVec
         return;
     }
 
-    const int count = std::clamp(cascades, 1, maximumCascades);
     const std::vector<float> distances = splitDistances(frustum, *camera, bounds, count);
 
     // All casters lie in the depths of the scene: whatever stands between a slice and the light is among them. Where those
@@ -365,24 +364,18 @@ void addPoint(LayerList &layers, const QVector3D &position, float range, float d
 void addLight(LayerList &layers, const ShadowMapLight &light, const QMatrix4x4 *projection, const QMatrix4x4 *camera,
     const Bounds *bounds)
 {
-    static const ShadowMapLight defaults;
-    const bool hasDirection = allFinite(light.direction) && !light.direction.isNull();
-    const QVector3D direction = (hasDirection ? light.direction : defaults.direction).normalized();
-    const QVector3D position = allFinite(light.position) ? light.position : defaults.position;
-    const float depthBias = std::isfinite(light.depthBias) ? light.depthBias : defaults.depthBias;
-    const float range = std::isfinite(light.range) && light.range > 0 ? light.range : defaults.range;
-    const float coneAngle = light.coneAngle > 0 && light.coneAngle < 180 ? light.coneAngle : defaults.coneAngle;
-
+    const ShadowMapManager::LightValues values = ShadowMapManager::valuesOf(light);
     layers.beginLight();
-    switch (light.type) {
+    switch (values.type) {
     case ShadowMapLight::Directional:
-        addDirectional(layers, light.cascades, depthBias, direction, projection, camera, bounds);
+        addDirectional(layers, values.cascades, values.depthBias, values.direction, projection, camera, bounds);
         break;
     case ShadowMapLight::Spot:
-        addPyramid(layers, viewFrom(position, direction, upFor(direction)), coneAngle, range, depthBias, bounds);
+        addPyramid(layers, viewFrom(values.position, values.direction, upFor(values.direction)), values.coneAngle,
+            values.range, values.depthBias, bounds);
         break;
     case ShadowMapLight::Point:
-        addPoint(layers, position, range, depthBias, bounds);
+        addPoint(layers, values.position, values.range, values.depthBias, bounds);
         break;
     }
 }
@@ -412,6 +405,22 @@ void ShadowMapRenderData::setProjectionTexture(Texture *texture)
 Texture *ShadowMapRenderData::projectionTexture() const
 {
     return m_projectionTexture;
+}
+
+ShadowMapManager::LightValues ShadowMapManager::valuesOf(const Light &light)
+{
+    static const Light defaults;
+    const bool hasDirection = allFinite(light.direction) && !light.direction.isNull();
+    return {
+        light.type,
+        allFinite(light.position) ? light.position : defaults.position,
+        (hasDirection ? light.direction : defaults.direction).normalized(),
+        light.coneAngle > 0 && light.coneAngle < 180 ? light.coneAngle : defaults.coneAngle,
+        std::isfinite(light.range) && light.range > 0 ? light.range : defaults.range,
+        std::clamp(light.cascades, 1, maximumCascades),
+        std::isfinite(light.depthBias) ? light.depthBias : defaults.depthBias,
+        std::isfinite(light.intensity) && light.intensity >= 0 ? light.intensity : defaults.intensity,
+    };
 }
 
 QVector<ShadowMapManager::Light *> ShadowMapManager::lightsIn(const QVariant &value)

@@ -36,6 +36,7 @@ PassInfo skyboxRenderPass();
 PassInfo shadowMapRenderPass();
 PassInfo shadowMapRenderPass2();
 PassInfo smaaRenderPass();
+PassInfo shadowMaskRenderPass();
 PassInfo stencilBlurAndBlendRenderPass();
 PassInfo textureLoaderRenderPass();
 PassInfo temporalAARenderPass();
@@ -74,6 +75,7 @@ inline constexpr PassInfo (*all[])() = {
     shadowMapRenderPass,
     shadowMapRenderPass2,
     smaaRenderPass,
+    shadowMaskRenderPass,
     stencilBlurAndBlendRenderPass,
     textureLoaderRenderPass,
     temporalAARenderPass,
