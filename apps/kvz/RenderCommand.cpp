@@ -11,6 +11,7 @@
 #include <Host/ChainLibrary.h>
 #include <Host/HeadlessContext.h>
 #include <Host/ImageWriter.h>
+#include <Host/LightDescription.h>
 #include <Host/ModelImporter.h>
 #include <Host/RenderChain.h>
 
@@ -36,6 +37,8 @@ struct RenderOptions
     QSize size;
     int frames = 1;
     CameraView view;
+    std::vector<LightDescription> lights; // empty: those of the chain
+    bool floor = false;
     bool timings = false;
     bool watch = false;
 };
@@ -85,6 +88,16 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
             "fits; or eye=X,Y,Z with target=X,Y,Z or without; fov=DEGREES sets the vertical field of view. "
             "Parts are joined by \":\", as in 30,20:fov=50. Default: 30,20,1:fov=35."),
         QStringLiteral("VIEW"), QStringLiteral("30,20"));
+    const QCommandLineOption light(QStringLiteral("light"),
+        QStringLiteral("A light that casts shadows, once for each; they take the place of the chain's. directional, "
+                       "spot or point, "
+                       "then AZIMUTH,ELEVATION[,DISTANCE] in degrees and scene radii, or position=X,Y,Z; target=X,Y,Z, "
+                       "cone=DEGREES, "
+                       "range=LENGTH, intensity=NUMBER, cascades=N and bias=NUMBER as needed, joined by \":\", as in "
+                       "spot:-60,40,1.5:cone=30."),
+        QStringLiteral("LIGHT"));
+    const QCommandLineOption floor(QStringLiteral("floor"),
+        QStringLiteral("Puts a grey floor under the model, which shadows fall on; it is a part of the scene."));
     const QCommandLineOption capture(QStringLiteral("capture"),
         QStringLiteral("Also writes each image output of each pass, as it is in the last frame, into this directory."),
         QStringLiteral("DIR"));
@@ -93,7 +106,7 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
     const QCommandLineOption watch(QStringLiteral("watch"),
         QStringLiteral("Goes on until Ctrl+C: renders again whenever a shader file of the chain changes. A change that "
                        "does not compile is told, and the last picture stays."));
-    parser.addOptions({output, chain, size, frames, camera, capture, timings, watch});
+    parser.addOptions({output, chain, size, frames, camera, light, floor, capture, timings, watch});
     if (const auto status = parseCommandLine(&parser, arguments, 1, 1))
         return status;
     if (!parser.isSet(output))
@@ -105,6 +118,7 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
     options->captureFolder = parser.value(capture);
     options->timings = parser.isSet(timings);
     options->watch = parser.isSet(watch);
+    options->floor = parser.isSet(floor);
     const QString sizeProblem = readSize(parser.value(size), &options->size);
     if (!sizeProblem.isEmpty())
         return fail(QStringLiteral("--size %1: %2").arg(parser.value(size), sizeProblem));
@@ -114,6 +128,13 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
     QString cameraProblem;
     if (!CameraView::fromString(parser.value(camera), &options->view, &cameraProblem))
         return fail(QStringLiteral("--camera %1").arg(cameraProblem));
+    for (const QString &text : parser.values(light)) {
+        LightDescription described;
+        QString problem;
+        if (!LightDescription::fromString(text, &described, &problem))
+            return fail(QStringLiteral("--light %1").arg(problem));
+        options->lights.push_back(described);
+    }
     return std::nullopt;
 }
 
@@ -313,6 +334,8 @@ int runRender(const QStringList &arguments)
     ChainDescription description;
     if (!loadChain(options.chain, &description, &error))
         return fail(error);
+    if (!options.lights.empty())
+        description.lights = options.lights;
     const QString problem = chainProblem(validateChain(description), options.chain, QStringLiteral("kvz check"));
     if (!problem.isEmpty())
         return fail(problem);
@@ -330,6 +353,8 @@ int runRender(const QStringList &arguments)
         return fail(error);
     for (const QString &warning : qAsConst(scene.warnings))
         warn(warning);
+    if (options.floor)
+        addFloor(&scene);
     return render(scene, description, options);
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Host/Export.h>
+#include <Host/LightDescription.h>
 
 #include <QtCore/QByteArray>
 #include <QtCore/QMap>
@@ -9,6 +10,8 @@
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
 #include <QtCore/QVector>
+
+#include <vector>
 
 namespace Velmora::Kvz {
 
@@ -81,13 +84,15 @@ struct KVZ_HOST_EXPORT ChainPass
 /// }
 /// ```
 ///
-/// A pass may also have "enabled" (true unless said) and "options". "name" of a pass may be left out where its class comes
+/// `"lights": ["directional:30,60", "spot:-60,40:cone=30"]` gives the chain lights; LightDescription says how they are
+/// written. A pass may also have "enabled" (true unless said) and "options". "name" of a pass may be left out where its class comes
 /// once: the class name stands for it. Whether names and types are right is for validateChain() to say.
 struct KVZ_HOST_EXPORT ChainDescription
 {
     QString name;
     QString description; ///< One sentence.
     QVector<ChainPass> passes; ///< In the order in which they run.
+    std::vector<LightDescription> lights; ///< The frame's lights unless the host sets others.
     QMap<QString, ChainOutput> exports; ///< Outputs that the host reads after a frame, by a name of its choice.
     /// Where relative names of files in options and values start; empty: in the working directory. loadChain() sets it. It is no part
     /// of what a file holds, so neither toJson() nor a comparison sees it.

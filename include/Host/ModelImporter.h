@@ -68,4 +68,9 @@ struct KVZ_HOST_EXPORT ImportedScene
 /// texture coordinates or normals that are not there, a position or matrix that is not finite. One import at a time: all threads share the log of assimp.
 KVZ_HOST_EXPORT bool importModel(const QString &file, ImportedScene *scene, QString *error);
 
+/// Puts a floor under a scene: a square at the height of its lowest point, light grey, facing upwards. It reaches beyond the
+/// scene by the scene's height on every side, so that shadows of lights from 45 degrees up fall on it whole. A scene without
+/// items, or without extent, gets none.
+KVZ_HOST_EXPORT void addFloor(ImportedScene *scene);
+
 } // namespace Velmora::Kvz

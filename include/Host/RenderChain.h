@@ -92,7 +92,8 @@ public:
     /// @}
 
     /// \name Values of the frame
-    /// They stay in force until they are set again. An invalid value takes the name away.
+    /// They stay in force until they are set again. An invalid value takes the name away. The lights of the description are
+    /// the frame's, placed around its bounds, unless others are set.
     /// @{
     void setFrameValue(const QString &port, const QVariant &value);
     QVariant frameValue(const QString &port) const;

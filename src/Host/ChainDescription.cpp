@@ -63,6 +63,12 @@ public:
             m_error = QStringLiteral("%1: expected %2, found %3").arg(place, expected, actual);
     }
 
+    void fail(const QString &place, const QString &problem)
+    {
+        if (!failed())
+            m_error = QStringLiteral("%1: %2").arg(place, problem);
+    }
+
     void allowOnly(const QJsonObject &object, const QString &place, const QStringList &known)
     {
         for (const QString &key : object.keys()) {
@@ -149,6 +155,23 @@ ChainPass readPass(const QJsonObject &object, const QString &place, Reader *read
             return true;
         });
     return pass;
+}
+
+std::vector<LightDescription> readLights(const QJsonValue &value, Reader *reader)
+{
+    if (!value.isUndefined() && !value.isArray())
+        reader->fail(QStringLiteral("lights"), QStringLiteral("a list"), typeOf(value));
+    const QJsonArray elements = value.toArray();
+    std::vector<LightDescription> lights(size_t(elements.size()));
+    for (int i = 0; i < elements.size(); ++i) {
+        const QString place = QStringLiteral("lights[%1]").arg(i);
+        QString problem;
+        if (!elements[i].isString())
+            reader->fail(place, QStringLiteral("a text"), typeOf(elements[i]));
+        else if (!LightDescription::fromString(elements[i].toString(), &lights[size_t(i)], &problem))
+            reader->fail(place, problem);
+    }
+    return lights;
 }
 
 QString syntaxError(const QByteArray &json, const QJsonParseError &problem)
@@ -280,7 +303,8 @@ bool ChainDescription::fromJson(const QByteArray &json, ChainDescription *chain,
     Reader reader;
     const QJsonObject object = document.object();
     reader.allowOnly(object, QString(),
-        {QStringLiteral("description"), QStringLiteral("exports"), QStringLiteral("name"), QStringLiteral("passes")});
+        {QStringLiteral("description"), QStringLiteral("exports"), QStringLiteral("lights"), QStringLiteral("name"),
+            QStringLiteral("passes")});
     ChainDescription read;
     read.name = reader.text(object, "name", QString());
     read.description = reader.text(object, "description", QString());
@@ -296,6 +320,8 @@ bool ChainDescription::fromJson(const QByteArray &json, ChainDescription *chain,
         else
             read.passes.append(readPass(elements[i].toObject(), place, &reader));
     }
+
+    read.lights = readLights(object.value(QLatin1String("lights")), &reader);
 
     reader.texts(
         object, "exports", QString(), QStringLiteral("\"pass.port\""), [&](const QString &name, const QString &text) {
@@ -337,6 +363,11 @@ QByteArray ChainDescription::toJson() const
         object.insert(QStringLiteral("name"), name);
     if (!description.isEmpty())
         object.insert(QStringLiteral("description"), description);
+    QJsonArray lightTexts;
+    for (const LightDescription &light : lights)
+        lightTexts.append(light.toString());
+    if (!lightTexts.isEmpty())
+        object.insert(QStringLiteral("lights"), lightTexts);
     QJsonObject published;
     for (auto it = exports.begin(); it != exports.end(); ++it)
         published.insert(it.key(), it.value().toString());
@@ -347,7 +378,8 @@ QByteArray ChainDescription::toJson() const
 
 bool ChainDescription::operator==(const ChainDescription &other) const
 {
-    return name == other.name && description == other.description && passes == other.passes && exports == other.exports;
+    return name == other.name && description == other.description && passes == other.passes && lights == other.lights
+        && exports == other.exports;
 }
 
 } // namespace Velmora::Kvz

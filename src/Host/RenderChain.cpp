@@ -195,6 +195,8 @@ struct RenderChain::Private
     std::vector<std::unique_ptr<Node>> nodes; ///< Parallel to the description's passes; none for a chain with errors.
     std::map<QString, QVariant> frameValues; ///< A map, since inputs point to its values.
     bool boundsFollowModel = true;
+    bool lightsFollowChain = true;
+    std::vector<std::unique_ptr<ShadowMapManager::Light>> lights; ///< Those of the chain, at their places.
     bool usesBounds = false; ///< An input takes the bounds of the frame.
     bool wiringIsStale = true;
     QString error;
@@ -255,6 +257,7 @@ struct RenderChain::Private
     Node *node(const QString &name) const;
     void setFrameValue(const QString &port, const QVariant &value);
     void followBounds();
+    void followLights();
 
     // --- the frame ---
 
@@ -339,6 +342,8 @@ bool RenderChain::setDescription(const ChainDescription &description)
 {
     d->description = description;
     d->setStale();
+    if (d->lightsFollowChain)
+        d->followLights();
     d->error.clear();
     const QStringList &errors = d->presentErrors();
     return errors.isEmpty() || d->fail(errors.first());
@@ -533,9 +538,14 @@ void RenderChain::setFrameValue(const QString &port, const QVariant &value)
 {
     if (port == FrameValues::sceneBoundsMin || port == FrameValues::sceneBoundsMax)
         d->boundsFollowModel = !value.isValid();
+    if (port == FrameValues::lights)
+        d->lightsFollowChain = !value.isValid();
     d->setFrameValue(port, value);
     if (port == FrameValues::model && d->boundsFollowModel)
         d->followBounds();
+    const bool movesLights = port == FrameValues::sceneBoundsMin || port == FrameValues::sceneBoundsMax;
+    if (d->lightsFollowChain && (movesLights || port == FrameValues::lights))
+        d->followLights();
 }
 
 QVariant RenderChain::frameValue(const QString &port) const
@@ -571,6 +581,27 @@ void RenderChain::Private::followBounds()
     const auto bounds = model ? model->sceneBounds() : QPair<QVector3D, QVector3D>();
     setFrameValue(FrameValues::sceneBoundsMin, model ? QVariant(bounds.first) : QVariant());
     setFrameValue(FrameValues::sceneBoundsMax, model ? QVariant(bounds.second) : QVariant());
+    if (lightsFollowChain)
+        followLights();
+}
+
+/// Makes the lights of the frame those of the chain, placed around the scene, or takes them away.
+void RenderChain::Private::followLights()
+{
+    const auto bound = [this](const QString &name) {
+        const auto value = frameValues.find(name);
+        return value == frameValues.end() ? QVector3D() : value->second.value<QVector3D>();
+    };
+    const QPair<QVector3D, QVector3D> bounds{bound(FrameValues::sceneBoundsMin), bound(FrameValues::sceneBoundsMax)};
+    QVariantList list;
+    lights.resize(description.lights.size());
+    for (size_t i = 0; i < lights.size(); ++i) {
+        if (!lights[i])
+            lights[i] = std::make_unique<ShadowMapManager::Light>();
+        description.lights[i].place(bounds, lights[i].get());
+        list.append(QVariant::fromValue(lights[i].get()));
+    }
+    setFrameValue(FrameValues::lights, list.isEmpty() ? QVariant() : QVariant(list));
 }
 
 void RenderChain::setModel(GPUModel *model)
