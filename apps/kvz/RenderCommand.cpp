@@ -158,6 +158,15 @@ QString chainProblem(const QVector<ChainFinding> &findings, const QString &name,
     return QStringLiteral("%1: %2%3").arg(name, errors.constFirst().toString(), more);
 }
 
+/// Whether a pass of the chain would take lights if there were some.
+bool takesLights(ChainDescription description)
+{
+    description.lights.resize(1);
+    const QVector<ChainFinding> findings = validateChain(description);
+    return std::none_of(findings.begin(), findings.end(),
+        [](const ChainFinding &finding) { return finding.code == ChainFinding::Code::UnusedLights; });
+}
+
 /// Whether a directory is there or can be made. Looks only, so that a failure leaves no empty directory.
 bool canMakeFolder(const QString &folder)
 {
@@ -343,6 +352,8 @@ int runRender(const QStringList &arguments)
         warn(QStringLiteral("%1: no enabled pass presents, so the picture is empty; add a TextureToScreenRenderPass")
                  .arg(options.chain));
     }
+    if (description.lights.empty() && takesLights(description))
+        warn(QStringLiteral("%1: it has no lights, so nothing casts a shadow; add --light").arg(options.chain));
     const QString outputProblem = imageFileProblem(options.output);
     if (!outputProblem.isEmpty())
         return fail(QStringLiteral("%1: %2").arg(options.output, outputProblem));

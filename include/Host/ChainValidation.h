@@ -41,6 +41,7 @@ struct KVZ_HOST_EXPORT ChainFinding
         NotPlain, ///< A value of an earlier frame that is no plain value.
         UnusableConfiguration, ///< A rule of the class is broken.
         RoleOrder, ///< A rule of order between roles is broken.
+        UnusedLights, ///< The chain has lights that no pass takes.
         MissingDriverFeature
     };
 
@@ -59,7 +60,7 @@ struct KVZ_HOST_EXPORT ChainFinding
 };
 
 /// Checks a chain without an OpenGL context and without constructing a pass. Errors come first, then warnings; each group
-/// goes through the passes in their order, then through the exports, then through the rules of order between passes.
+/// goes through the passes in their order, then through the exports, the rules of order between passes and the lights.
 /// `frameValues` names the values that the host gives for each frame.
 KVZ_HOST_EXPORT QVector<ChainFinding> validateChain(const ChainDescription &chain,
     const PassRegistry &registry = PassRegistry::standard(),

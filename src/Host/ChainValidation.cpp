@@ -161,6 +161,7 @@ public:
         }
         checkExports();
         checkRoles();
+        checkLights();
         std::stable_sort(m_findings.begin(), m_findings.end(),
             [](const ChainFinding &a, const ChainFinding &b) { return a.severity < b.severity; });
         return m_findings;
@@ -641,6 +642,21 @@ private:
     {
         for (auto it = m_chain.exports.begin(); it != m_chain.exports.end(); ++it)
             knownOutput({}, QStringLiteral("export %1").arg(quoted(it.key())), it.value());
+    }
+
+    void checkLights()
+    {
+        const auto takesLights = [](const WiredPass &pass) {
+            for (int i = 0; pass.info && pass.enabled && i < pass.info->inputs.size(); ++i) {
+                if (pass.info->inputs[i].type == ValueType::Lights && pass.inputs[i].source == Source::FrameValue)
+                    return true;
+            }
+            return false;
+        };
+        if (!m_chain.lights.empty() && std::none_of(m_wiring.begin(), m_wiring.end(), takesLights)) {
+            report(Severity::Warning, Code::UnusedLights, {}, {}, "a pass that takes the lights", "none",
+                "add a ShadowMapRenderPass, or take the lights out");
+        }
     }
 
     void checkRoles()

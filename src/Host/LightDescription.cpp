@@ -38,7 +38,7 @@ QVector<float> numbers(const QString &text)
 QString written(float number)
 {
     QString text;
-    for (int digits = 1; digits <= 9; ++digits) {
+    for (int digits = 6; digits <= 9; ++digits) {
         text = QString::number(double(number), 'g', digits);
         if (text.toFloat() == number)
             break;
@@ -150,8 +150,9 @@ bool LightDescription::fromString(const QString &text, LightDescription *light, 
             type = types.size() - 1;
     }
     if (type < 0) {
+        const bool isNear = !nearestNames(parts.first(), types).isEmpty();
         *error = QStringLiteral("\"%1\": expected directional, spot or point%2")
-                     .arg(parts.first(), nearestNamesHint(parts.first(), types));
+                     .arg(parts.first(), isNear ? nearestNamesHint(parts.first(), types) : QString());
         return false;
     }
     result.type = Light::Type(type);

@@ -536,15 +536,15 @@ void RenderChain::Private::setFrameValue(const QString &port, const QVariant &va
 
 void RenderChain::setFrameValue(const QString &port, const QVariant &value)
 {
-    if (port == FrameValues::sceneBoundsMin || port == FrameValues::sceneBoundsMax)
+    const bool isBound = port == FrameValues::sceneBoundsMin || port == FrameValues::sceneBoundsMax;
+    if (isBound)
         d->boundsFollowModel = !value.isValid();
     if (port == FrameValues::lights)
         d->lightsFollowChain = !value.isValid();
     d->setFrameValue(port, value);
-    if (port == FrameValues::model && d->boundsFollowModel)
+    if ((port == FrameValues::model || isBound) && d->boundsFollowModel)
         d->followBounds();
-    const bool movesLights = port == FrameValues::sceneBoundsMin || port == FrameValues::sceneBoundsMax;
-    if (d->lightsFollowChain && (movesLights || port == FrameValues::lights))
+    if (d->lightsFollowChain && (isBound || port == FrameValues::lights))
         d->followLights();
 }
 

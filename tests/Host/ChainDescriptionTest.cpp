@@ -98,6 +98,26 @@ TEST(ChainDescriptionTest, aWrittenChainIsReadAsTheSame)
     EXPECT_EQ(again.toJson(), chain.toJson());
 }
 
+TEST(ChainDescriptionTest, lightsAreReadAndWritten)
+{
+    const ChainDescription chain =
+        read(R"({"lights": ["directional:30,60", "spot:position=0,2,0:cone=30"], "passes": []})");
+    ASSERT_EQ(chain.lights.size(), 2u);
+    EXPECT_EQ(chain.lights[0].elevation, 60);
+    EXPECT_EQ(chain.lights[1].type, ShadowMapManager::Light::Spot);
+    EXPECT_EQ(chain.lights[1].coneAngle, 30);
+    EXPECT_EQ(read(chain.toJson()), chain);
+    ChainDescription other = chain;
+    other.lights[1].coneAngle = 31;
+    EXPECT_NE(other, chain);
+    EXPECT_FALSE(read(R"({"passes": []})").toJson().contains("lights"));
+    EXPECT_EQ(errorOf(R"({"lights": "sun", "passes": []})"), QStringLiteral("lights: expected a list, found a text"));
+    EXPECT_EQ(errorOf(R"({"lights": ["directional", 3], "passes": []})"),
+        QStringLiteral("lights[1]: expected a text, found a number"));
+    EXPECT_EQ(errorOf(R"({"lights": ["directional", "spot:cone=0"], "passes": []})"),
+        QStringLiteral("lights[1]: \"cone=0\": cone wants degrees above 0 and below 180"));
+}
+
 TEST(ChainDescriptionTest, typedValuesAreWrittenInTheirForms)
 {
     ChainDescription chain;

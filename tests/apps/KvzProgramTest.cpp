@@ -185,8 +185,8 @@ TEST(KvzProgramTest, helpIsPrintedForTheProgramAndEachCommand)
         EXPECT_TRUE(help.output.contains("Exit status:")) << command;
     }
     const QString render = run({"render", "-h"}).output;
-    for (const char *option :
-        {"--output", "--chain", "--size", "--frames", "--camera", "--capture", "--timings", "--watch"})
+    for (const char *option : {"--output", "--chain", "--size", "--frames", "--camera", "--light", "--floor",
+             "--capture", "--timings", "--watch"})
         EXPECT_TRUE(render.contains(option)) << option;
 }
 
@@ -241,6 +241,11 @@ TEST(KvzProgramTest, otherValuesThatCannotBeAreRefused)
     }
     expectRefused({"render", stillLife, "--camera", "30,120", "-o", folder.picture()}, 1,
         "--camera \"30,120\": ", "from -90 to 90");
+    expectLine(
+        {"render", stillLife, "--light", "directional:30,60", "--light", "spot:30,60:cone=200", "-o", folder.picture()},
+        1, "--light \"cone=200\": cone wants degrees above 0 and below 180");
+    expectLine({"render", stillLife, "--light", "lamp", "-o", folder.picture()}, 1,
+        "--light \"lamp\": expected directional, spot or point");
 }
 
 TEST(KvzProgramTest, picturesThatCannotBeWrittenAreRefused)
@@ -561,6 +566,88 @@ TEST(KvzProgramTest, cameraTurnsThePicture)
     const QImage far = picture({"--camera", "30,20,4"});
     EXPECT_EQ(far.pixel(10, 60), far.pixel(150, 60));
     EXPECT_NE(picture({"--camera", "eye=0,6,0.1"}), usual);
+}
+
+TEST(KvzProgramTest, lightsCastShadowsAndTakeThePlaceOfTheChains)
+{
+    TemporaryFolder folder;
+    const auto picture = [&](const QStringList &arguments, const QString &chain = QStringLiteral("shadows")) {
+        const Result result =
+            run(QStringList{"render", stillLife, "--chain", chain, "--size", "160x120", "-o", folder.path("out.png")}
+                + arguments);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.errors, QStringList());
+        return expectPicture(folder.path("out.png"), {160, 120});
+    };
+    const QImage usual = picture({});
+    const QImage left = picture({"--light", "directional:-70,40"});
+    const QImage right = picture({"--light", "directional:70,40"});
+    EXPECT_NE(left, usual);
+    EXPECT_NE(left, right);
+    EXPECT_NE(picture({"--light", "directional:-70,40", "--light", "directional:70,40"}), left);
+    // A spot that looks elsewhere leaves only the ambient light.
+    const QImage dark = picture({"--light", "spot:position=0,50,0:target=0,90,0"});
+    const QImage unshadowed = picture({}, QStringLiteral("deferred"));
+    const auto sum = [](const QImage &image) {
+        double total = 0;
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x)
+                total += qGray(image.pixel(x, y));
+        }
+        return total / (image.width() * image.height());
+    };
+    EXPECT_LT(sum(dark), 0.8 * sum(unshadowed));
+    EXPECT_LT(sum(usual), sum(unshadowed));
+    EXPECT_GT(sum(usual), sum(dark));
+}
+
+TEST(KvzProgramTest, lightsThatNobodyTakesAndMissingLightsAreTold)
+{
+    TemporaryFolder folder;
+    const Result unused =
+        run({"render", stillLife, "--size", "64x48", "--light", "directional", "-o", folder.path("out.png")});
+    EXPECT_EQ(unused.status, 0);
+    EXPECT_EQ(unused.errors,
+        QStringList("kvz: warning: deferred: the chain: expected a pass that takes the lights, found none; add a "
+                    "ShadowMapRenderPass, or take the lights out"));
+    QFile chain(folder.path("unlit.json"));
+    ASSERT_TRUE(chain.open(QIODevice::WriteOnly));
+    chain.write(R"({"passes": [{"class": "ShadowMapRenderPass"}, {"class": "ModelRenderPass"},
+        {"class": "ShadowMaskRenderPass"}, {"class": "TextureToScreenRenderPass", "connections":
+            {"Kvz_KvzTexture*_Texture": "ShadowMaskRenderPass.Kvz_KvzTexture*_ShadowMask"}}]})");
+    chain.close();
+    const Result unlit =
+        run({"render", stillLife, "--size", "64x48", "--chain", chain.fileName(), "-o", folder.path("out.png")});
+    EXPECT_EQ(unlit.status, 0);
+    EXPECT_EQ(unlit.errors,
+        QStringList(
+            "kvz: warning: " + chain.fileName() + ": it has no lights, so nothing casts a shadow; add --light"));
+}
+
+TEST(KvzProgramTest, aFloorCatchesTheShadow)
+{
+    TemporaryFolder folder;
+    const auto picture = [&](const QStringList &arguments) {
+        EXPECT_EQ(
+            run(QStringList{"render", bunny, "--size", "160x120", "--camera", "25,30", "-o", folder.path("out.png")}
+                + arguments)
+                .status,
+            0);
+        return expectPicture(folder.path("out.png"), {160, 120});
+    };
+    const QImage floor = picture({"--floor"});
+    EXPECT_NE(floor, picture({}));
+    // The floor is there in both; where the shadow falls on it, it is darker.
+    const QImage shadows = picture({"--floor", "--chain", "shadows", "--light", "directional:-60,40"});
+    int darker = 0;
+    for (int y = 0; y < 120; ++y) {
+        for (int x = 0; x < 160; ++x) {
+            darker += qGray(shadows.pixel(x, y)) < 0.5 * qGray(floor.pixel(x, y)) ? 1 : 0;
+            EXPECT_LE(qGray(shadows.pixel(x, y)), qGray(floor.pixel(x, y)) + 1);
+        }
+    }
+    EXPECT_GT(darker, 300);
+    EXPECT_LT(darker, 6000);
 }
 
 TEST(KvzProgramTest, lastFrameIsThePicture)

@@ -152,6 +152,7 @@ QString nameOf(ChainFinding::Code code)
         KVZ_CODE(NotPlain)
         KVZ_CODE(UnusableConfiguration)
         KVZ_CODE(RoleOrder)
+        KVZ_CODE(UnusedLights)
         KVZ_CODE(MissingDriverFeature)
 #undef KVZ_CODE
     }

@@ -146,6 +146,32 @@ QVector<RayHit> RayCaster::castAll(double x, double y) const
     return hits;
 }
 
+Vector3d RayCaster::pointOf(double x, double y, const RayHit &hit) const
+{
+    return divided(m_inverse * Vector4d{2 * x / m_size.width() - 1, 2 * y / m_size.height() - 1, 2 * hit.depth - 1, 1});
+}
+
+bool RayCaster::isBlocked(const Vector3d &from, const Vector3d &to) const
+{
+    const Vector3d direction = to - from;
+    return std::any_of(m_triangles.begin(), m_triangles.end(), [&](const Triangle &triangle) {
+        const Vector3d edge1 = triangle.corners[1] - triangle.corners[0];
+        const Vector3d edge2 = triangle.corners[2] - triangle.corners[0];
+        const Vector3d p = cross(direction, edge2);
+        const double determinant = dot(edge1, p);
+        if (determinant == 0)
+            return false;
+        const Vector3d fromCorner = from - triangle.corners[0];
+        const double u = dot(fromCorner, p) / determinant;
+        if (u < 0 || u > 1)
+            return false;
+        const Vector3d q = cross(fromCorner, edge1);
+        const double v = dot(direction, q) / determinant;
+        const double t = dot(edge2, q) / determinant;
+        return v >= 0 && u + v <= 1 && t > 1e-6 && t < 1 - 1e-6;
+    });
+}
+
 template <typename Met, typename Cast, typename AreSame>
 RayCastCoverage RayCaster::compareClear(double leastShare, int leastGeometry, const Cast &castAt,
     const AreSame &areSame, const std::function<void(int x, int y, const Met &met)> &compare) const

@@ -56,6 +56,12 @@ public:
     /// All that the ray meets, in the order of drawing: items one after the other, the triangles of each by number.
     QVector<RayHit> castAll(double x, double y) const;
 
+    /// The point in world space that a hit of that point of the image lies at.
+    Vector3d pointOf(double x, double y, const RayHit &hit) const;
+    /// Whether a triangle stands between two points in world space. One that a point lies on, within a
+    /// millionth of the way, does not count.
+    bool isBlocked(const Vector3d &from, const Vector3d &to) const;
+
     /// Calls `compare` for the centre of each pixel that is clear of edges: the rays through the four points 0.05 pixels
     /// to the left or right and above or below meet the same triangle, or nothing as well. Rasterisers move vertices to a
     /// grid of 1/16 pixel or finer (this one: 1/256), so right at an edge either side is a right answer.
