@@ -596,7 +596,7 @@ TEST(KvzProgramTest, lightsCastShadowsAndTakeThePlaceOfTheChains)
         }
         return total / (image.width() * image.height());
     };
-    EXPECT_LT(sum(dark), 0.8 * sum(unshadowed));
+    EXPECT_LT(sum(dark), 0.9 * sum(unshadowed));
     EXPECT_LT(sum(usual), sum(unshadowed));
     EXPECT_GT(sum(usual), sum(dark));
 }
