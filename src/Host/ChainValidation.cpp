@@ -552,7 +552,9 @@ private:
         const int given = std::max(1, samplesOf(originOf(wired)));
         if (wanted != given) {
             report(Severity::Error, Code::MultisampleMismatch, passName(index), input.name,
-                QStringLiteral("%1 samples, as %2 says").arg(wanted).arg(input.samplesAs),
+                QStringLiteral("%1 for each texel, as %2 says")
+                    .arg(wanted == 1 ? QStringLiteral("one sample") : QStringLiteral("%1 samples").arg(wanted),
+                        input.samplesAs),
                 QStringLiteral("%1 from %2").arg(given).arg(sourceText(wired)),
                 QStringLiteral("set %1 to %2").arg(input.samplesAs).arg(given));
         }

@@ -37,6 +37,11 @@ PassRegistry fakes()
     add(fakeClass(
         "Source", {samples}, {sampled, stenciled, fakeOutput("Kvz_float_averageLuminance", ValueType::Float)}));
     add(fakeClass("PlainDepth", {}, {fakeImageOutput(depth, TextureKind::Depth, GL_DEPTH_COMPONENT32F)}));
+    OutputInfo sampledDepth = fakeImageOutput(depth, TextureKind::Depth, GL_DEPTH_COMPONENT32F);
+    sampledDepth.samplesInput = samples.name;
+    OutputInfo sampledNormal = fakeImageOutput("Kvz_KvzTexture*_Normal", TextureKind::Normal, GL_RGB32F);
+    sampledNormal.samplesInput = samples.name;
+    add(fakeClass("SampledGeometry", {samples}, {sampledDepth, sampledNormal}));
     OutputInfo kept = fakeImageOutput(frame, TextureKind::Colour);
     kept.keptByProducer = true;
     add(fakeClass("Keeper", {}, {kept}));
@@ -507,6 +512,79 @@ TEST(ChainValidationTest, rolesHaveTheirOrder)
         EXPECT_EQ(finding.pass, QString::fromUtf8(order.blamed));
         EXPECT_FALSE(finding.remedy.isEmpty());
     }
+}
+
+// Laying the obscurance over a picture that has transparent surfaces in it darkens them by what lies behind.
+TEST(ChainValidationTest, obscuranceIsMadeAndAppliedBeforeTransparentSurfaces)
+{
+    const ChainPass geometry = pass("g", "PlainDepth");
+    const ChainPass obscurance = pass("o", "ScalableAmbientObscuranceRenderPass");
+    const ChainPass shading = pass("s", "Source");
+    const ChainPass glass = pass("t", "Transparency");
+    const auto apply = connected(connected(withOption(pass("b", "BlendRenderPass"), "mode", "Multiply"),
+                                     "Kvz_KvzTexture*_FrameA", "s.Kvz_KvzTexture*_Frame"),
+        "Kvz_KvzTexture*_FrameB", "o.Kvz_KvzTexture*_Frame");
+    // The blend wants a colour and says so in each of these.
+    const auto rolesOf = [](const QVector<ChainPass> &passes) {
+        QStringList blamed;
+        for (const ChainFinding &finding : check(passes)) {
+            if (finding.code == Code::RoleOrder)
+                blamed.append(finding.pass);
+            else
+                EXPECT_EQ(finding.code, Code::KindMismatch) << qPrintable(finding.toString());
+        }
+        return blamed;
+    };
+    EXPECT_CLEAN({geometry, obscurance, glass});
+    EXPECT_EQ(only({geometry, glass, obscurance}).pass, QStringLiteral("o"));
+    EXPECT_EQ(only({geometry, glass, obscurance}).code, Code::RoleOrder);
+    EXPECT_EQ(rolesOf({geometry, obscurance, shading, apply, glass}), QStringList());
+    EXPECT_EQ(rolesOf({geometry, obscurance, shading, glass, apply}), QStringList(QStringLiteral("b")));
+    EXPECT_EQ(rolesOf({geometry, obscurance, shading, glass, disabled(apply)}), QStringList());
+    // What only looks at it may stand anywhere.
+    EXPECT_EQ(rolesOf({geometry, obscurance, shading, glass,
+                  connected(pass("screen", "TextureToScreenRenderPass"), "Kvz_KvzTexture*_Texture",
+                      "o.Kvz_KvzTexture*_Frame")}),
+        QStringList());
+}
+
+TEST(ChainValidationTest, obscuranceIsToldHowToReadItsImages)
+{
+    const char samples[] = "Kvz_int_NumberMultisamples";
+    const char divider[] = "Kvz_float_ResolutionDivider";
+    const char positions[] = "Kvz_KvzTexture*_CameraSpacePosition";
+    const ChainPass geometry = pass("g", "SampledGeometry");
+    const ChainPass unprojection = pass("p", "CameraSpaceZBufferRenderPass");
+    const ChainPass obscurance = pass("o", "ScalableAmbientObscuranceRenderPass");
+    EXPECT_CLEAN({geometry, obscurance});
+    EXPECT_CLEAN({geometry, unprojection, connected(obscurance, positions, "p.Kvz_KvzTexture*_Frame")});
+    EXPECT_EQ(only({obscurance}).code, Code::MissingInput);
+    EXPECT_EQ(only({unprojection}).code, Code::MissingInput);
+
+    // The depth is attached, so its samples are those of the result.
+    const ChainFinding unequal = only({with(geometry, samples, 4), obscurance});
+    EXPECT_EQ(unequal.toString(),
+        QStringLiteral("error: pass \"o\", Kvz_KvzTexture*_Depth: expected one sample for each texel, as "
+                       "Kvz_int_NumberMultisamples says, "
+                       "found 4 from \"g.Kvz_KvzTexture*_Depth\"; set Kvz_int_NumberMultisamples to 4"));
+    EXPECT_EQ(unequal.code, Code::MultisampleMismatch);
+    EXPECT_EQ(only({geometry, with(obscurance, samples, 4)}).code, Code::MultisampleMismatch);
+    EXPECT_CLEAN({with(geometry, samples, 4), with(obscurance, samples, 4)});
+    EXPECT_CLEAN({with(geometry, samples, 1), with(obscurance, samples, 0)});
+    EXPECT_CLEAN({with(geometry, samples, 4), unprojection});
+
+    // Normals of several samples must be of world space.
+    const ChainFinding refused = only({with(geometry, samples, 4),
+        withOption(with(obscurance, samples, 4), "normalProcessing", "NormalScreenSpace")});
+    EXPECT_EQ(refused.code, Code::MultisampleMismatch);
+    EXPECT_EQ(refused.port, QStringLiteral("Kvz_KvzTexture*_Normal"));
+
+    // A divider wants positions.
+    EXPECT_EQ(only({geometry, with(obscurance, divider, 2)}).port, QString::fromUtf8(divider));
+    EXPECT_CLEAN({geometry, with(obscurance, divider, 0.5)});
+    EXPECT_CLEAN(
+        {geometry, unprojection, connected(with(obscurance, divider, 2), positions, "p.Kvz_KvzTexture*_Frame")});
+    EXPECT_EQ(only({geometry, with(obscurance, "Kvz_float_SaoNumSamples", 0.5)}).code, Code::UnusableConfiguration);
 }
 
 TEST(ChainValidationTest, rulesAndRolesMayDependOnValues)

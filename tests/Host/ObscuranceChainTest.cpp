@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: MIT
+// The ready chain of ambient obscurance, on the still life and on a scanned model.
+#include "support/GLTest.h"
+
+#include <GL/FramebufferObject.h>
+#include <GL/GLStatistics.h>
+#include <GL/TextureManager.h>
+#include <Host/Camera.h>
+#include <Host/ChainLibrary.h>
+#include <Host/FrameValues.h>
+#include <Host/ModelImporter.h>
+#include <Host/RenderChain.h>
+
+#include <QtGui/QVector2D>
+#include <QtGui/QVector3D>
+
+#include <epoxy/gl.h>
+
+#include <cmath>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+const QSize size(240, 180);
+const QString stillLife = QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj");
+const QString bunny = QStringLiteral("/usr/share/glmark2/models/bunny.obj"); // scripts/setup installs it.
+const char frame[] = "Kvz_KvzTexture*_Frame";
+const char blurred[] = "Kvz_KvzTexture*_Obscurance";
+
+ChainOutput output(const char *pass, const char *port = frame)
+{
+    return {QString::fromUtf8(pass), QString::fromUtf8(port)};
+}
+
+double redMean(const Image &image)
+{
+    double sum = 0;
+    for (int i = 0; i < image.data.size(); i += 4)
+        sum += double(image.data[i]);
+    return sum / (image.data.size() / 4.0);
+}
+
+} // namespace
+
+class ObscuranceChainTest : public GLTest
+{
+protected:
+    void load(const QString &model, const QString &name = QStringLiteral("ambient-obscurance"))
+    {
+        ImportedScene imported;
+        ChainDescription description;
+        QString error;
+        ASSERT_TRUE(importModel(model, &imported, &error)) << qPrintable(error);
+        ASSERT_TRUE(loadChain(name, &description, &error)) << qPrintable(error);
+        for (const ChainFinding &finding : validateChain(description) + validateChainOnDriver(description))
+            ADD_FAILURE() << qPrintable(finding.toString());
+        chain = std::make_unique<RenderChain>();
+        ASSERT_TRUE(chain->setDescription(description)) << qPrintable(chain->errorString());
+        target = makeTexture(Image(size.width(), size.height()), GL_RGBA8);
+        framebuffer = std::make_unique<FramebufferObject>();
+        framebuffer->bind();
+        framebuffer->attach(target.get(), GL_COLOR_ATTACHMENT0, 0);
+        framebuffer->setDrawBuffers();
+        framebuffer->unbind();
+        scene = imported.build();
+        ASSERT_TRUE(scene);
+        CameraView view;
+        view.distance = 0.85f;
+        const Camera camera = frameScene(scene->sceneBounds(), view, size);
+        chain->setViewport(QRect(QPoint(), size));
+        chain->setFramebuffer(framebuffer.get());
+        chain->setCamera(camera.cameraMatrix, camera.projectionMatrix);
+        chain->setFrameValue(FrameValues::nearPlane, camera.nearPlane);
+        chain->setFrameValue(FrameValues::farPlane, camera.farPlane);
+        chain->setModel(scene.data());
+    }
+
+    QVector<Image> render(const QVector<ChainOutput> &outputs)
+    {
+        for (int i = 0; i < outputs.size(); ++i)
+            EXPECT_TRUE(chain->addExport(QString::number(i), outputs[i])) << qPrintable(chain->errorString());
+        EXPECT_TRUE(chain->renderFrame()) << qPrintable(chain->errorString());
+        QVector<Image> images;
+        for (int i = 0; i < outputs.size(); ++i) {
+            Texture *const texture = chain->exportedTexture(QString::number(i));
+            images.append(texture ? readTexture(texture) : Image());
+            chain->removeExport(QString::number(i));
+        }
+        return images;
+    }
+
+    void setValue(const char *pass, const char *port, const QVariant &value)
+    {
+        ASSERT_TRUE(chain->setValue(QString::fromUtf8(pass), QString::fromUtf8(port), value))
+            << qPrintable(chain->errorString());
+    }
+
+    QSharedPointer<GPUModel> scene;
+    std::unique_ptr<Texture> target;
+    std::unique_ptr<FramebufferObject> framebuffer;
+    std::unique_ptr<RenderChain> chain;
+};
+
+TEST_F(ObscuranceChainTest, darkensTheShadingByTheBlurredObscurance)
+{
+    for (const QString &model : {stillLife, bunny}) {
+        SCOPED_TRACE(qPrintable(model));
+        load(model);
+        const QVector<Image> images =
+            render({output("obscurance"), output("blur-y", blurred), output("shading"), output("apply")});
+        saveForViewing(images[1], QStringLiteral("obscurance-blurred"));
+        saveForViewing(readTexture(target.get()), QStringLiteral("obscurance-applied"));
+        int dark = 0, open = 0;
+        for (int y = 0; y < size.height(); ++y) {
+            for (int x = 0; x < size.width(); ++x) {
+                const QVector4D shading = images[2].pixel(x, y);
+                const QVector4D found = images[3].pixel(x, y);
+                const float light = images[1].pixel(x, y).x();
+                for (int channel = 0; channel < 3; ++channel)
+                    ASSERT_NEAR(found[channel], shading[channel] * light, 0.003) << x << ' ' << y;
+                ASSERT_NEAR(found.w(), shading.w(), 0.003) << x << ' ' << y << ": opacity stays";
+                if (shading.w() > 0) {
+                    dark += light < 0.6f ? 1 : 0;
+                    open += light > 0.97f ? 1 : 0;
+                }
+            }
+        }
+        EXPECT_GT(dark, 200);
+        EXPECT_GT(open, 2000);
+        // A blur moves the darkness, and makes or takes little of it.
+        EXPECT_NEAR(1 - redMean(images[1]), 1 - redMean(images[0]), 0.15 * (1 - redMean(images[0])));
+    }
+}
+
+// The two draws of the blur, each against the Gaussian over the taps near the surface's plane.
+TEST_F(ObscuranceChainTest, blursOnlyWithinASurface)
+{
+    load(stillLife);
+    const QVector<Image> images = render({output("obscurance"), output("blur-x", blurred), output("blur-y", blurred),
+        output("positions"), output("geometry", "Kvz_KvzTexture*_Normal")});
+    const Image &positions = images[3];
+    const Image &normals = images[4];
+    const double gauss[] = {0.153170, 0.144893, 0.122649, 0.092902, 0.062970};
+    const auto compare = [&](const Image &from, const Image &to, const QPoint &step) {
+        int cut = 0; // Pixels that leave taps out.
+        for (int y = 0; y < size.height(); ++y) {
+            for (int x = 0; x < size.width(); ++x) {
+                const QVector3D centre = positions.pixel(x, y).toVector3D();
+                const QVector3D normal = normals.pixel(x, y).toVector3D();
+                double sum = 0, weights = 0, all = 0;
+                for (int i = -4; i <= 4; ++i) {
+                    const int column = qBound(0, x + i * step.x(), size.width() - 1);
+                    const int row = qBound(0, y + i * step.y(), size.height() - 1);
+                    const float height =
+                        QVector3D::dotProduct(positions.pixel(column, row).toVector3D() - centre, normal);
+                    const double near =
+                        i == 0 ? 1 : std::max(0.0, 1 - std::abs(double(height)) / (-0.01 * double(centre.z())));
+                    sum += gauss[std::abs(i)] * near * double(from.pixel(column, row).x());
+                    weights += gauss[std::abs(i)] * near;
+                    all += gauss[std::abs(i)];
+                }
+                // 8 bits, and heights in single precision.
+                ASSERT_NEAR(double(to.pixel(x, y).x()), sum / weights, 1.0 / 255) << x << ' ' << y;
+                cut += weights < 0.7 * all ? 1 : 0;
+            }
+        }
+        EXPECT_GT(cut, 500);
+    };
+    compare(images[0], images[1], QPoint(2, 0));
+    compare(images[1], images[2], QPoint(0, 2));
+}
+
+TEST_F(ObscuranceChainTest, turnedOffItIsThePictureWithoutIt)
+{
+    load(stillLife, QStringLiteral("deferred"));
+    render({});
+    const Image plain = readTexture(target.get());
+    load(stillLife);
+    render({});
+    EXPECT_GT(maximumDifference(plain, readTexture(target.get())), 0.2);
+
+    setValue("apply", "u_Strength", 0.0f);
+    render({});
+    EXPECT_LE(maximumDifference(plain, readTexture(target.get())), 1.01 / 255);
+    setValue("apply", "u_Strength", 1.0f);
+
+    // The bias that turns the pass off, and no pass at all: nobody takes the missing image for black.
+    setValue("obscurance", "Kvz_float_SAOBias", 0.0f);
+    render({});
+    EXPECT_LE(maximumDifference(plain, readTexture(target.get())), 1.01 / 255);
+    setValue("obscurance", "Kvz_float_SAOBias", 0.01f);
+    render({});
+    EXPECT_GT(maximumDifference(plain, readTexture(target.get())), 0.2);
+    ASSERT_TRUE(chain->setEnabled(QStringLiteral("obscurance"), false)) << qPrintable(chain->errorString());
+    render({});
+    EXPECT_LE(maximumDifference(plain, readTexture(target.get())), 1.01 / 255);
+}
+
+TEST_F(ObscuranceChainTest, takesADivider)
+{
+    load(bunny);
+    const Image full = render({output("blur-y", blurred)})[0];
+    setValue("obscurance", "Kvz_float_ResolutionDivider", 2.0f);
+    const QVector<Image> half = render({output("obscurance"), output("blur-y", blurred)});
+    EXPECT_EQ(QSize(half[0].width, half[0].height), size / 2);
+    EXPECT_EQ(QSize(half[1].width, half[1].height), size);
+    double difference = 0, darkness = 0;
+    for (int i = 0; i < full.data.size(); i += 4) {
+        difference += std::abs(double(full.data[i]) - double(half[1].data[i]));
+        darkness += 1 - double(full.data[i]);
+    }
+    EXPECT_LT(difference, 0.35 * darkness);
+    EXPECT_NEAR(redMean(half[1]), redMean(full), 0.01);
+}
+
+TEST_F(ObscuranceChainTest, reusesItsTextures)
+{
+    load(stillLife);
+    const int references = TextureManager::Instance()->poolStatistics().references;
+    render({});
+    render({});
+    const qint64 bytes = TextureManager::Instance()->poolStatistics().bytes;
+    const GLObjectCounts objects = glObjectCounts();
+    for (int i = 0; i < 20; ++i) {
+        setValue("obscurance", "Kvz_float_SAOBias", i % 3 ? 0.01f : 0.0f);
+        render({});
+    }
+    EXPECT_EQ(TextureManager::Instance()->poolStatistics().bytes, bytes);
+    EXPECT_EQ(TextureManager::Instance()->poolStatistics().references, references);
+    EXPECT_TRUE(glObjectCounts() == objects);
+}
+
+} // namespace Velmora::Kvz
