@@ -6,6 +6,8 @@
 #include <GL/Texture.h>
 #include <GL/TextureManager.h>
 
+#include <QtCore/QDateTime>
+
 #include <epoxy/gl.h>
 
 namespace Velmora::Kvz {
@@ -117,6 +119,32 @@ TEST_F(HeadlessContextTest, logsWhatTheDriverSays)
     glPushDebugGroup(GL_DEBUG_SOURCE_APPLICATION, 3, -1, "a group");
     glPopDebugGroup();
     EXPECT_TRUE(log.messages().isEmpty());
+}
+
+TEST_F(HeadlessContextTest, theShaderCompilersWarningsAreNoWarnings)
+{
+    // A text that no cache has seen: a compiler that does not run warns of nothing.
+    const QByteArray unique = QByteArray::number(QDateTime::currentMSecsSinceEpoch());
+    const auto compile = [&unique](const QByteArray &line) {
+        const QByteArray source = "#version 150\n" + line + "\n// " + unique + "\nvoid main() {}\n";
+        const char *const text = source.constData();
+        const GLuint shader = glCreateShader(GL_VERTEX_SHADER);
+        glShaderSource(shader, 1, &text, nullptr);
+        glCompileShader(shader);
+        char words[500] = "";
+        glGetShaderInfoLog(shader, sizeof(words), nullptr, words);
+        glDeleteShader(shader);
+        return QByteArray(words);
+    };
+    EXPECT_TRUE(compile("#extension GL_KVZ_nothing : enable").contains("GL_KVZ_nothing"));
+    for (const LogCapture::Message &message : log.messages())
+        EXPECT_EQ(message.type, QtDebugMsg) << qPrintable(message.text);
+    log.clear();
+    // Its errors are, where the driver reports them.
+    EXPECT_TRUE(compile("nonsense;").contains("nonsense"));
+    if (!log.messages().isEmpty())
+        EXPECT_EQ(log.messages()[0].type, QtCriticalMsg);
+    log.takeCategory("kvz.gl");
 }
 
 } // namespace Velmora::Kvz

@@ -80,6 +80,7 @@ TEST_F(PassRegistryTest, everyEntryIsDescribedAndFollowsTheGrammarOfPortNames)
             EXPECT_FALSE(input.whenNull.isEmpty()) << qPrintable(input.name);
             for (const QString &other : input.refusesSamplesWith)
                 EXPECT_GE(info.findInput(other), 0) << qPrintable(other);
+            EXPECT_TRUE(input.samplesAs.isEmpty() || info.findInput(input.samplesAs) >= 0);
         }
         for (const OutputInfo &output : info.outputs) {
             checkPort(output);

@@ -305,7 +305,7 @@ TEST_F(ReadyChainsTest, theToonChainFlattensTonesAndInksEdges)
 
 TEST_F(ReadyChainsTest, everyImageOfAChainCanBeCaptured)
 {
-    for (const char *name : {"deferred", "forward", "primitives", "toon", "wireframe-overlay"}) {
+    for (const char *name : {"ambient-obscurance", "deferred", "forward", "primitives", "toon", "wireframe-overlay"}) {
         camera = QMatrix4x4();
         projection = QMatrix4x4();
         load(name);

@@ -256,8 +256,14 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, matchesTheFormulasInEveryCombina
                     reference.camera.scale(0.8f);
                 }
                 pass = std::make_unique<Pass>();
-                if (normalsFrom == Normals::Camera)
+                if (normalsFrom == Normals::Camera) {
                     pass->setNormalProcessing(Pass::NormalScreenSpace);
+                    // Some point away from the camera, and none has a length of 1.
+                    for (int i = 0; i < usualSize.width() * usualSize.height(); i += 3) {
+                        const QPoint at(i % usualSize.width(), i / usualSize.width());
+                        reference.normals.setPixel(at.x(), at.y(), reference.normals.pixel(at.x(), at.y()) * -2);
+                    }
+                }
                 feed(reference, multisampledDepth);
                 const Image image = run();
                 saveForViewing(image,
