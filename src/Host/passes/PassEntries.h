@@ -21,6 +21,7 @@ PassInfo deferredRenderPass();
 PassInfo depthStencilRenderPass();
 PassInfo depthOfFieldRenderPass();
 PassInfo fastApproximateAntiAliasingRenderPass();
+PassInfo depthOfFieldRenderPass();
 PassInfo forwardRenderPass();
 PassInfo gaussianBlurRenderPass();
 PassInfo gBufferRenderPass();
@@ -60,6 +61,7 @@ inline constexpr PassInfo (*all[])() = {
     depthStencilRenderPass,
     depthOfFieldRenderPass,
     fastApproximateAntiAliasingRenderPass,
+    depthOfFieldRenderPass,
     forwardRenderPass,
     gaussianBlurRenderPass,
     gBufferRenderPass,
