@@ -46,6 +46,7 @@ PassInfo visibilityBufferRenderPass();
 PassInfo visibilityDeferredRenderPass();
 PassInfo visibilityOcclusionRenderPass();
 PassInfo visibilitySortRenderPass();
+PassInfo transparencyRenderPass();
 PassInfo wireframeRenderPass();
 /// @}
 
@@ -86,6 +87,7 @@ inline constexpr PassInfo (*all[])() = {
     visibilityDeferredRenderPass,
     visibilityOcclusionRenderPass,
     visibilitySortRenderPass,
+    transparencyRenderPass,
     wireframeRenderPass,
 };
 
