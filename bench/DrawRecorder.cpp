@@ -164,8 +164,9 @@ int DrawRecorder::recordState()
     GLboolean colorMask[4] = {};
     glGetBooleanv(GL_COLOR_WRITEMASK, colorMask);
     state.writesColor = colorMask[0] == GL_TRUE;
-    state.blendSource = integer(GL_BLEND_SRC_RGB);
-    state.blendDestination = integer(GL_BLEND_DST_RGB);
+    state.depthMask = integer(GL_DEPTH_WRITEMASK) != 0;
+    state.blendFunction = {
+        integer(GL_BLEND_SRC_RGB), integer(GL_BLEND_DST_RGB), integer(GL_BLEND_SRC_ALPHA), integer(GL_BLEND_DST_ALPHA)};
     state.drawFramebuffer = copyFramebuffer(GL_DRAW_FRAMEBUFFER_BINDING);
     state.readFramebuffer = copyFramebuffer(GL_READ_FRAMEBUFFER_BINDING);
     if (state.program) {
@@ -303,8 +304,11 @@ void DrawRecorder::apply(const State &state, const State *before) const
     }
     if (differs(&State::blend))
         setEnabled(GL_BLEND, state.blend);
-    if (differs(&State::blendSource) || differs(&State::blendDestination))
-        glBlendFunc(GLenum(state.blendSource), GLenum(state.blendDestination));
+    if (differs(&State::depthMask))
+        glDepthMask(state.depthMask ? GL_TRUE : GL_FALSE);
+    if (differs(&State::blendFunction))
+        glBlendFuncSeparate(GLenum(state.blendFunction[0]), GLenum(state.blendFunction[1]),
+            GLenum(state.blendFunction[2]), GLenum(state.blendFunction[3]));
     for (const TextureBinding &texture : state.textures) {
         glActiveTexture(GL_TEXTURE0 + texture.unit);
         glBindTexture(texture.target, texture.name);
@@ -349,6 +353,7 @@ void DrawRecorder::unbind()
     glUseProgram(0);
     glBindVertexArray(0);
     glActiveTexture(GL_TEXTURE0);
+    glDepthMask(GL_TRUE);
 }
 
 } // namespace Velmora::Kvz

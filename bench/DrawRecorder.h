@@ -50,8 +50,8 @@ private:
         bool blend = false;
         bool cullFace = false;
         bool writesColor = true;
-        GLint blendSource = GL_ONE;
-        GLint blendDestination = GL_ZERO;
+        bool depthMask = true;
+        std::array<GLint, 4> blendFunction{}; ///< Source and destination, of colour and then of alpha.
         std::vector<TextureBinding> textures;
     };
     /// Of a program that one pass draws with more than once.

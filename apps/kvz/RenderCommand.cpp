@@ -39,6 +39,7 @@ struct RenderOptions
     CameraView view;
     std::vector<LightDescription> lights; // empty: those of the chain
     bool floor = false;
+    bool premultiply = false;
     bool timings = false;
     bool watch = false;
 };
@@ -101,12 +102,14 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
     const QCommandLineOption capture(QStringLiteral("capture"),
         QStringLiteral("Also writes each image output of each pass, as it is in the last frame, into this directory."),
         QStringLiteral("DIR"));
+    const QCommandLineOption premultiply(QStringLiteral("premultiply"),
+        QStringLiteral("Multiplies the colours of materials by their opacity, as TransparencyRenderPass wants them."));
     const QCommandLineOption timings(
         QStringLiteral("timings"), QStringLiteral("Prints a table of GPU and CPU milliseconds for each pass."));
     const QCommandLineOption watch(QStringLiteral("watch"),
         QStringLiteral("Goes on until Ctrl+C: renders again whenever a shader file of the chain changes. A change that "
                        "does not compile is told, and the last picture stays."));
-    parser.addOptions({output, chain, size, frames, camera, light, floor, capture, timings, watch});
+    parser.addOptions({output, chain, size, frames, camera, light, floor, capture, premultiply, timings, watch});
     if (const auto status = parseCommandLine(&parser, arguments, 1, 1))
         return status;
     if (!parser.isSet(output))
@@ -116,6 +119,7 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
     options->chain = parser.value(chain);
     options->output = parser.value(output);
     options->captureFolder = parser.value(capture);
+    options->premultiply = parser.isSet(premultiply);
     options->timings = parser.isSet(timings);
     options->watch = parser.isSet(watch);
     options->floor = parser.isSet(floor);
@@ -366,6 +370,8 @@ int runRender(const QStringList &arguments)
         warn(warning);
     if (options.floor)
         addFloor(&scene);
+    if (options.premultiply)
+        scene.premultiply();
     return render(scene, description, options);
 }
 
