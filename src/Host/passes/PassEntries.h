@@ -21,7 +21,6 @@ PassInfo deferredRenderPass();
 PassInfo depthStencilRenderPass();
 PassInfo depthOfFieldRenderPass();
 PassInfo fastApproximateAntiAliasingRenderPass();
-PassInfo depthOfFieldRenderPass();
 PassInfo forwardRenderPass();
 PassInfo gaussianBlurRenderPass();
 PassInfo gBufferRenderPass();
@@ -62,7 +61,6 @@ inline constexpr PassInfo (*all[])() = {
     depthStencilRenderPass,
     depthOfFieldRenderPass,
     fastApproximateAntiAliasingRenderPass,
-    depthOfFieldRenderPass,
     forwardRenderPass,
     gaussianBlurRenderPass,
     gBufferRenderPass,
