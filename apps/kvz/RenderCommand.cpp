@@ -39,7 +39,6 @@ struct RenderOptions
     CameraView view;
     std::vector<LightDescription> lights; // empty: those of the chain
     bool floor = false;
-    bool premultiply = false;
     bool timings = false;
     bool watch = false;
 };
@@ -102,14 +101,12 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
     const QCommandLineOption capture(QStringLiteral("capture"),
         QStringLiteral("Also writes each image output of each pass, as it is in the last frame, into this directory."),
         QStringLiteral("DIR"));
-    const QCommandLineOption premultiply(QStringLiteral("premultiply"),
-        QStringLiteral("Multiplies the colours of materials by their opacity, as TransparencyRenderPass wants them."));
     const QCommandLineOption timings(
         QStringLiteral("timings"), QStringLiteral("Prints a table of GPU and CPU milliseconds for each pass."));
     const QCommandLineOption watch(QStringLiteral("watch"),
         QStringLiteral("Goes on until Ctrl+C: renders again whenever a shader file of the chain changes. A change that "
                        "does not compile is told, and the last picture stays."));
-    parser.addOptions({output, chain, size, frames, camera, light, floor, capture, premultiply, timings, watch});
+    parser.addOptions({output, chain, size, frames, camera, light, floor, capture, timings, watch});
     if (const auto status = parseCommandLine(&parser, arguments, 1, 1))
         return status;
     if (!parser.isSet(output))
@@ -119,7 +116,6 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
     options->chain = parser.value(chain);
     options->output = parser.value(output);
     options->captureFolder = parser.value(capture);
-    options->premultiply = parser.isSet(premultiply);
     options->timings = parser.isSet(timings);
     options->watch = parser.isSet(watch);
     options->floor = parser.isSet(floor);
@@ -370,8 +366,6 @@ int runRender(const QStringList &arguments)
         warn(warning);
     if (options.floor)
         addFloor(&scene);
-    if (options.premultiply)
-        scene.premultiply();
     return render(scene, description, options);
 }
 

@@ -35,10 +35,6 @@ struct KVZ_HOST_EXPORT ImportedScene
     QVector<ImportedItem> items;
     QStringList warnings; ///< What could not be had and what stands in its place: one line each, the file named.
 
-    /// Multiplies the colours of each material, diffuse and specular, by its opacity. TransparencyRenderPass wants them so;
-    /// all other passes want them as they were imported.
-    void premultiply();
-
     /// The scene on the GPU; needs a current context. Null, with one log line, when the driver cannot hold it.
     QSharedPointer<GPUModel> build() const;
 };

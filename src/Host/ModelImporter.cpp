@@ -784,14 +784,6 @@ QString loaderReason(const Assimp::Importer &importer, const QString &file)
 
 } // namespace
 
-void ImportedScene::premultiply()
-{
-    for (MaterialData &material : materials) {
-        material.kd *= material.d;
-        material.ks *= material.d;
-    }
-}
-
 QSharedPointer<GPUModel> ImportedScene::build() const
 {
     GPUModelBuilder builder;

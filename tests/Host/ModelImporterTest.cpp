@@ -172,22 +172,6 @@ TEST(ModelImporterTest, theTransparentBitMeetsNoneOfTheModelsOwn)
     EXPECT_EQ(ImportedScene::Transparent & own, 0u);
 }
 
-TEST(ModelImporterTest, coloursCanBeMultipliedByOpacity)
-{
-    TemporaryFolder folder;
-    folder.write("a.mtl", "newmtl glass\nKd 0.4 0.6 0.8\nKs 1 1 0.5\nNs 9\nd 0.25\nnewmtl wall\nKd 0.5 0.5 0.5\n");
-    ImportedScene scene = import(folder.write(
-        "a.obj", "mtllib a.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\no a\nusemtl glass\nf 1 2 3\no b\nusemtl wall\nf 1 2 3\n"));
-    ASSERT_EQ(scene.items.size(), 2);
-    scene.premultiply();
-    const MaterialData &glass = scene.materials[scene.items[0].material];
-    expectNear(glass.kd, {0.1f, 0.15f, 0.2f});
-    expectNear(glass.ks, {0.25f, 0.25f, 0.125f});
-    EXPECT_FLOAT_EQ(glass.d, 0.25f);
-    EXPECT_FLOAT_EQ(glass.ns, 9);
-    expectNear(scene.materials[scene.items[1].material].kd, {0.5f, 0.5f, 0.5f});
-}
-
 TEST(ModelImporterTest, meshesWithoutMaterialAreLightGrey)
 {
     TemporaryFolder folder;

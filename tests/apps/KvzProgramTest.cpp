@@ -186,7 +186,7 @@ TEST(KvzProgramTest, helpIsPrintedForTheProgramAndEachCommand)
     }
     const QString render = run({"render", "-h"}).output;
     for (const char *option : {"--output", "--chain", "--size", "--frames", "--camera", "--light", "--floor",
-             "--capture", "--premultiply", "--timings", "--watch"})
+             "--capture", "--timings", "--watch"})
         EXPECT_TRUE(render.contains(option)) << option;
 }
 
@@ -547,25 +547,6 @@ TEST(KvzProgramTest, ownSceneShowsItsMaterials)
         share(image, [](const QColor &c) { return c.red() > 120 && c.green() * 3 < c.red() * 2 && c.blue() > 80; }),
         0.002)
         << "sheet";
-}
-
-TEST(KvzProgramTest, premultiplyingDarkensWhatIsTransparentAlone)
-{
-    TemporaryFolder folder;
-    const QString glass = QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/glass.obj");
-    const QStringList arguments{
-        "render", glass, "--chain", "transparency-weighted", "--size", "320x180", "--camera", "25,18,0.95"};
-    ASSERT_EQ(run(arguments + QStringList{"-o", folder.path("straight.png")}).status, 0);
-    ASSERT_EQ(run(arguments + QStringList{"--premultiply", "-o", folder.path("premultiplied.png")}).status, 0);
-    const QImage straight = QImage(folder.path("straight.png")).convertToFormat(QImage::Format_RGB32);
-    const QImage premultiplied = QImage(folder.path("premultiplied.png")).convertToFormat(QImage::Format_RGB32);
-    ASSERT_EQ(straight.size(), QSize(320, 180));
-    ASSERT_EQ(premultiplied.size(), straight.size());
-    // The middle of the stack of layers, and a tile of the floor.
-    EXPECT_EQ(straight.pixelColor(250, 65), QColor(Qt::white));
-    EXPECT_LT(premultiplied.pixelColor(250, 65).lightness(), 200);
-    EXPECT_GT(premultiplied.pixelColor(250, 65).lightness(), 40);
-    EXPECT_EQ(straight.pixel(160, 130), premultiplied.pixel(160, 130));
 }
 
 TEST(KvzProgramTest, cameraTurnsThePicture)
