@@ -125,7 +125,8 @@ struct OutputInfo : PortInfo
     bool pooled = false; ///< A temporary texture, counted; otherwise the pass owns it and overwrites it each frame.
     bool keptByProducer = false; ///< The pass relies on the content in later frames, so nobody may draw into it.
     QString passesOn; ///< The input whose value it hands on as it is.
-    QString samplesInput; ///< The input that says how many samples the image has; empty: one.
+    QString samplesInput; ///< The input that says how many samples for each texel the image has.
+    int samples = 1; ///< Of images: samples for each texel, where no input says it.
 };
 
 /// A construction option: an argument of the constructor, a setter, or what is added to a pass before its first frame.
@@ -170,6 +171,8 @@ public:
     /// The classes of the passes that an input's value comes through, the nearest first: that of the pass that gives it, of
     /// the one that gives that pass the value which it hands on, and so forth. Empty where no pass gives it.
     virtual QStringList sourceClasses(const QString &input) const = 0;
+    /// The samples for each texel of the image that an earlier pass gives to an input; 0 where that is not known.
+    virtual int samples(const QString &input) const = 0;
 };
 
 /// A configuration that a pass accepts and that gives no good picture.

@@ -69,6 +69,8 @@ public:
     /// Moves an item. Bounds follow, and its row is uploaded before the next draw. The previous matrix stays until
     /// advanceFrame(). An item out of range and a matrix that is not finite are refused with one log line.
     void setModelMatrix(int item, const QMatrix4x4 &matrix);
+    /// Whether an item was moved since the last advanceFrame().
+    bool hasMovedItems() const;
     /// Makes the present matrices the previous ones: once a frame, when the frame is done.
     void advanceFrame();
 

@@ -34,15 +34,29 @@ QSet<QString> setOf(const QStringList &names)
     return set;
 }
 
+/// The output that made an image, behind passes that hand it on.
+WiredInput originOf(const ChainWiring &wiring, WiredInput wired)
+{
+    while (wired.source == Source::Output) {
+        const WiredPass &pass = wiring[wired.pass];
+        const int input = pass.info->findInput(pass.info->outputs[wired.output].passesOn);
+        if (input < 0 || pass.inputs[input].source != Source::Output)
+            break;
+        wired = pass.inputs[input];
+    }
+    return wired;
+}
+
 /// The options of a pass and the values of its inputs, as rules ask for them.
 class Use : public PassUse
 {
 public:
-    Use(const ChainPass &pass, const WiredPass &wired, const ChainWiring &wiring)
-        : m_pass(pass),
-          m_wired(wired),
+    Use(const ChainDescription &chain, const ChainWiring &wiring, int index)
+        : m_chain(chain),
           m_wiring(wiring),
-          m_options(resolveOptions(*wired.info, pass.options))
+          m_pass(chain.passes[index]),
+          m_wired(wiring[index]),
+          m_options(resolveOptions(*m_wired.info, m_pass.options))
     { }
 
     bool isFed(const QString &input) const override
@@ -90,6 +104,17 @@ public:
         return classes;
     }
 
+    int samples(const QString &input) const override
+    {
+        const int index = m_wired.info->findInput(input);
+        if (index < 0 || m_wired.inputs[index].source != Source::Output)
+            return 0;
+        const WiredInput origin = originOf(m_wiring, m_wired.inputs[index]);
+        const OutputInfo &output = m_wiring[origin.pass].info->outputs[origin.output];
+        return output.samplesInput.isEmpty() ? output.samples
+                                             : Use(m_chain, m_wiring, origin.pass).value(output.samplesInput).toInt();
+    }
+
     PassTraits traits() const
     {
         PassTraits traits = m_wired.info->traits;
@@ -101,9 +126,10 @@ public:
     }
 
 private:
+    const ChainDescription &m_chain;
+    const ChainWiring &m_wiring;
     const ChainPass &m_pass;
     const WiredPass &m_wired;
-    const ChainWiring &m_wiring;
     PassOptions m_options;
 };
 
@@ -434,7 +460,7 @@ private:
     void checkInputs(int index)
     {
         const WiredPass &pass = m_wiring[index];
-        const Use use(m_chain.passes[index], pass, m_wiring);
+        const Use use = useOf(index);
         for (int i = 0; i < pass.inputs.size(); ++i) {
             const InputInfo &input = pass.info->inputs[i];
             const WiredInput &wired = pass.inputs[i];
@@ -450,7 +476,8 @@ private:
         }
     }
 
-    PassTraits traitsOf(int index) const { return Use(m_chain.passes[index], m_wiring[index], m_wiring).traits(); }
+    Use useOf(int index) const { return Use(m_chain, m_wiring, index); }
+    PassTraits traitsOf(int index) const { return useOf(index).traits(); }
 
     void reportJitter(int index, const InputInfo &input, const WiredInput &wired)
     {
@@ -505,13 +532,16 @@ private:
                 QStringLiteral("connect another output"));
         }
 
-        const WiredInput origin = originOf(wired);
+        const WiredInput origin = originOf(m_wiring, wired);
         const QString refusal = refusalOfSamples(index, input);
-        if (!refusal.isEmpty() && samplesOf(origin) > 1) {
+        const int samples = useOf(index).samples(input.name);
+        if (!refusal.isEmpty() && samples > 1) {
             report(Severity::Error, Code::MultisampleMismatch, pass, input.name, refusal,
-                QStringLiteral("%1 samples from %2").arg(samplesOf(origin)).arg(source),
-                QStringLiteral("set %1 of pass %2 to 1")
-                    .arg(outputOf(origin).samplesInput, quoted(passName(origin.pass))));
+                QStringLiteral("%1 samples from %2").arg(samples).arg(source),
+                outputOf(origin).samplesInput.isEmpty()
+                    ? QStringLiteral("connect an image of one sample")
+                    : QStringLiteral("set %1 of pass %2 to 1")
+                          .arg(outputOf(origin).samplesInput, quoted(passName(origin.pass))));
         }
         if (!input.samplesAs.isEmpty())
             checkSamplesAgree(index, input, wired);
@@ -532,7 +562,7 @@ private:
         if (input.multisampling == Multisampling::Refused)
             return oneSample;
         const WiredPass &pass = m_wiring[index];
-        const Use use(m_chain.passes[index], pass, m_wiring);
+        const Use use = useOf(index);
         for (const QString &other : input.refusesSamplesWith) {
             const bool isFlag = pass.info->inputs[pass.info->findInput(other)].type == ValueType::Bool;
             if (isFlag ? use.value(other).toBool() : use.isFed(other))
@@ -544,12 +574,12 @@ private:
     /// Whether an image has as many samples as the pass is told. A number that is known only in the frame is let pass.
     void checkSamplesAgree(int index, const InputInfo &input, const WiredInput &wired)
     {
-        const Use use(m_chain.passes[index], m_wiring[index], m_wiring);
+        const Use use = useOf(index);
         const QVariant told = use.value(input.samplesAs);
         if (use.isFed(input.samplesAs) && !told.isValid())
             return;
         const int wanted = std::max(1, told.toInt());
-        const int given = std::max(1, samplesOf(originOf(wired)));
+        const int given = std::max(1, use.samples(input.name));
         if (wanted != given) {
             report(Severity::Error, Code::MultisampleMismatch, passName(index), input.name,
                 QStringLiteral("%1 for each texel, as %2 says")
@@ -558,29 +588,6 @@ private:
                 QStringLiteral("%1 from %2").arg(given).arg(sourceText(wired)),
                 QStringLiteral("set %1 to %2").arg(input.samplesAs).arg(given));
         }
-    }
-
-    /// The samples for each texel of an image, at the output that made it.
-    int samplesOf(const WiredInput &origin) const
-    {
-        const OutputInfo &output = outputOf(origin);
-        if (output.samplesInput.isEmpty())
-            return 1;
-        const Use use(m_chain.passes[origin.pass], m_wiring[origin.pass], m_wiring);
-        return use.value(output.samplesInput).toInt();
-    }
-
-    /// The output that made the image, behind passes that hand it on.
-    WiredInput originOf(WiredInput wired) const
-    {
-        while (wired.source == Source::Output && !outputOf(wired).passesOn.isEmpty()) {
-            const WiredPass &pass = m_wiring[wired.pass];
-            const int input = pass.info->findInput(outputOf(wired).passesOn);
-            if (input < 0 || pass.inputs[input].source != Source::Output)
-                break;
-            wired = pass.inputs[input];
-        }
-        return wired;
     }
 
     /// Whether an image reaches `wired` as `origin` made it, not through the pass `painter`.
@@ -602,7 +609,7 @@ private:
 
     void checkDrawTarget(int painter, const InputInfo &input, const WiredInput &wired)
     {
-        const WiredInput origin = originOf(wired);
+        const WiredInput origin = originOf(m_wiring, wired);
         if (outputOf(origin).keptByProducer) {
             report(Severity::Warning, Code::SharedDrawTarget, passName(painter), input.name,
                 "an image that it may draw into",
@@ -631,7 +638,7 @@ private:
 
     void checkRules(int index)
     {
-        const Use use(m_chain.passes[index], m_wiring[index], m_wiring);
+        const Use use = useOf(index);
         for (const UseRule &rule : m_wiring[index].info->rules) {
             if (!hasFinding(index, rule.port) && rule.broken(use)) {
                 report(Severity::Warning, Code::UnusableConfiguration, passName(index), rule.port, rule.expected,
@@ -797,8 +804,7 @@ bool presents(const ChainDescription &chain, const PassRegistry &registry)
 {
     const ChainWiring wiring = wireChain(chain, registry, setOf(FrameValues::standardNames()));
     for (int i = 0; i < wiring.size(); ++i) {
-        if (wiring[i].info && wiring[i].enabled
-            && Use(chain.passes[i], wiring[i], wiring).traits().testFlag(PassTrait::Presents))
+        if (wiring[i].info && wiring[i].enabled && Use(chain, wiring, i).traits().testFlag(PassTrait::Presents))
             return true;
     }
     return false;

@@ -249,6 +249,11 @@ void GPUModel::setModelMatrix(int item, const QMatrix4x4 &matrix)
     d->setMatrix(item, matrix);
 }
 
+bool GPUModel::hasMovedItems() const
+{
+    return d->objectRows.hasMoved();
+}
+
 void GPUModel::advanceFrame()
 {
     d->objectRows.advance();

@@ -21,6 +21,8 @@ public:
     QMatrix4x4 model(int row) const;
     QMatrix4x4 previous(int row) const;
     void setModel(int row, const QMatrix4x4 &model);
+    /// Whether any row's model matrix was set since the last advance().
+    bool hasMoved() const { return !m_moved.empty(); }
     /// Makes the model matrices the previous ones.
     void advance();
 

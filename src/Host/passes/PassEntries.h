@@ -29,6 +29,7 @@ PassInfo luminanceAverageRenderPass();
 PassInfo materialIdRenderPass();
 PassInfo modelDeferredPass();
 PassInfo modelRenderPass();
+PassInfo multisampleForwardRenderPass();
 PassInfo primitiveBuilderRenderPass();
 PassInfo scalableAmbientObscuranceRenderPass();
 PassInfo shaderRenderPass();
@@ -46,6 +47,7 @@ PassInfo visibilityDeferredRenderPass();
 PassInfo visibilityOcclusionRenderPass();
 PassInfo visibilitySortRenderPass();
 PassInfo transparencyRenderPass();
+PassInfo velocityRenderPass();
 PassInfo wireframeRenderPass();
 /// @}
 
@@ -69,6 +71,7 @@ inline constexpr PassInfo (*all[])() = {
     materialIdRenderPass,
     modelDeferredPass,
     modelRenderPass,
+    multisampleForwardRenderPass,
     primitiveBuilderRenderPass,
     scalableAmbientObscuranceRenderPass,
     shaderRenderPass,
@@ -86,6 +89,7 @@ inline constexpr PassInfo (*all[])() = {
     visibilityOcclusionRenderPass,
     visibilitySortRenderPass,
     transparencyRenderPass,
+    velocityRenderPass,
     wireframeRenderPass,
 };
 

@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: MIT
+#include <Host/MultisampleForwardRenderPass.h>
+
+#include "steps/DirectionalLight.h"
+#include "steps/InputRead.h"
+#include "steps/LazyProgram.h"
+#include "steps/ModelProgram.h"
+#include "steps/ScreenQuad.h"
+#include "steps/TempTexture.h"
+
+#include <GL/AutoBinder.h>
+#include <GL/DrawBuffers.h>
+#include <GL/FramebufferObject.h>
+#include <GL/ShaderProgram.h>
+#include <GL/Texture.h>
+#include <GL/TextureManager.h>
+#include <Scene/GPUModel.h>
+
+#include <QtGui/QColor>
+#include <QtGui/QVector2D>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+constexpr int sampleCount = 2;
+
+const QString backgroundSource = QStringLiteral(R"(#version 150
+uniform sampler2D u_Background;
+in vec2 vo_TexCoord;
+out vec4 out_FragColor;
+
+void main()
+{
+    out_FragColor = texture(u_Background, vo_TexCoord);
+}
+)");
+
+const QString vertexSource = QStringLiteral(R"(#version 150
+#instancedata "InstanceInfo"
+uniform mat4 u_CameraMatrix;
+uniform mat4 u_ProjectionMatrix;
+in vec3 va_Vertex;
+in vec3 va_Normal;
+in vec2 va_TexCoord;
+out vec3 vo_Normal;
+out vec2 vo_TexCoord;
+
+void main()
+{
+    gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
+    mat4 normalMatrix = transpose(inverse(u_CameraMatrix * getModelMatrix()));
+    vo_Normal = (normalMatrix * vec4(va_Normal, 1.0)).xyz;
+    vo_TexCoord = va_TexCoord;
+}
+)");
+
+// Interpolation is to the texel's centre, which is not where the one sample lies that is drawn.
+const QString fragmentSource = QStringLiteral(R"(#version 150
+#instancedata "OBJMaterial"
+#include "TextureManager.glslh"
+uniform sampler2D u_Background;
+uniform vec2 u_Size;
+uniform vec2 u_FromCentre;
+in vec3 vo_Normal;
+in vec2 vo_TexCoord;
+out vec4 out_FragColor;
+)") + directionalLightSource
+    + QStringLiteral(R"(
+void main()
+{
+    vec3 normal = vo_Normal + dFdx(vo_Normal) * u_FromCentre.x + dFdy(vo_Normal) * u_FromCentre.y;
+    vec2 texCoord = vo_TexCoord + dFdx(vo_TexCoord) * u_FromCentre.x + dFdy(vo_TexCoord) * u_FromCentre.y;
+    vec3 Kd = getKd() * managedTexture(getMap_Kd(), texCoord).rgb;
+    vec3 Ks = getKs() * managedTexture(getMap_Ks(), texCoord).rgb;
+    vec3 L = normalize(vec3(100.0, 100.0, 100.0));
+    vec3 shaded = directionalLight(Kd, Ks, getNs(), normal, L);
+    vec4 behind = texture(u_Background, gl_FragCoord.xy / u_Size);
+    float opacity = getD();
+    out_FragColor = vec4(mix(behind.rgb, shaded, opacity), opacity + behind.a * (1.0 - opacity));
+}
+)");
+
+/// The samples of the table, left to right as the area table's slices count them: each pair is one frame's.
+const QPointF samplesOfS2x[] = {{0.75, 0.75}, {0.25, 0.25}};
+const QPointF samplesOf4x[] = {{0.875, 0.625}, {0.375, 0.125}, {0.625, 0.875}, {0.125, 0.375}};
+
+/// How far a picture must move for what lies at `wanted` to meet a sample at `actual`, in normalised device units.
+QVector2D shiftTo(const QPointF &actual, const QPointF &wanted, const QSize &size)
+{
+    return {float(2 * (actual.x() - wanted.x()) / size.width()), float(2 * (actual.y() - wanted.y()) / size.height())};
+}
+
+QMatrix4x4 shifted(const QMatrix4x4 &projection, const QVector2D &shift)
+{
+    QMatrix4x4 matrix;
+    matrix.translate(shift.x(), shift.y(), 0);
+    return matrix * projection;
+}
+
+} // namespace
+
+MultisampleForwardRenderPass::MultisampleForwardRenderPass()
+{
+    addInput(QStringLiteral("Kvz_QRect_Viewport"), QVariant());
+    addInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant());
+    addInput(QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QVariant());
+    addInput(QStringLiteral("Kvz_KvzGPUModel*_Geometry"), QVariant());
+    addInput(QStringLiteral("Kvz_KvzTexture*_Frame"), QVariant());
+    addInput(QStringLiteral("Kvz_int_JitterIndex"), QVariant());
+    addInput(QStringLiteral("Kvz_bool_RenderInHDR"), true);
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Depth"));
+    addOutput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"));
+    addOutput(QStringLiteral("Kvz_Vector2D_JitterAmount"));
+}
+
+MultisampleForwardRenderPass::~MultisampleForwardRenderPass()
+{
+    delete m_framebuffer;
+    delete m_backgroundProgram;
+    delete m_modelProgram;
+}
+
+QPointF MultisampleForwardRenderPass::samplePosition(int frame, int sample)
+{
+    return frame < 0 ? samplesOfS2x[sample & 1] : samplesOf4x[(frame & 1) * 2 + (sample & 1)];
+}
+
+void MultisampleForwardRenderPass::start(RenderCallbacks *)
+{
+    const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
+    const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
+    const auto camera = inputValue<QMatrix4x4>(m_inputs[CameraMatrix]);
+    auto *const model = inputValue<GPUModel *>(m_inputs[Geometry]);
+    auto *const background = getInputPointer<Texture>(Background);
+    const int frame = inputValue<int>(m_inputs[JitterIndex], -1);
+    const bool isHdr = inputValue<bool>(m_inputs[RenderInHDR]);
+
+    ensureFramebuffer(m_framebuffer);
+    TextureManager *const manager = TextureManager::Instance();
+    Texture *const color =
+        manager->tempTexture(isHdr ? TextureFormat::HighDynamicRange : TextureFormat::LowDynamicRange, size.width(),
+            size.height(), 1, sampleCount);
+    Texture *const depth =
+        manager->tempTexture(TextureFormat::DepthStencil, size.width(), size.height(), 1, sampleCount);
+    {
+        AutoBinder framebuffer(m_framebuffer);
+        m_framebuffer->attach(color, GL_COLOR_ATTACHMENT0, 0);
+        m_framebuffer->attach(depth, GL_DEPTH_STENCIL_ATTACHMENT, 0);
+        m_framebuffer->setDrawBuffers();
+        glViewport(0, 0, size.width(), size.height());
+        glEnable(GL_MULTISAMPLE);
+        glClearColor(0, 0, 0, 0);
+        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+        glDisable(GL_DEPTH_TEST);
+        if (background)
+            drawBackground(background);
+        if (model)
+            drawModel(model, background, projection, camera, size, frame);
+        m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
+        m_framebuffer->detach(GL_DEPTH_STENCIL_ATTACHMENT);
+    }
+
+    const QPointF middle = (samplePosition(frame, 0) + samplePosition(frame, 1)) / 2;
+    const QVector2D jitter = shiftTo(QPointF(0.5, 0.5), middle, size);
+    m_outputs[ProjectionMatrixOut].value = shifted(projection, jitter);
+    m_outputs[JitterAmount].value = jitter;
+    handOn(m_outputs[Frame], m_numOutputUsers[Frame], color);
+    handOn(m_outputs[Depth], m_numOutputUsers[Depth], depth);
+    giveBack(background);
+    giveBack(color);
+    giveBack(depth);
+}
+
+void MultisampleForwardRenderPass::drawBackground(Texture *background)
+{
+    if (!m_backgroundProgram)
+        m_backgroundProgram = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, backgroundSource);
+    ensureScreenQuad(m_screenQuad, m_backgroundProgram);
+    AutoBinder program(m_backgroundProgram);
+    AutoBinder source(background);
+    m_backgroundProgram->setUniform(QStringLiteral("u_Background"), background->unit());
+    AutoBinder quad(m_screenQuad);
+    m_screenQuad->draw();
+}
+
+void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *background, const QMatrix4x4 &projection,
+    const QMatrix4x4 &camera, const QSize &size, int frame)
+{
+    if (!m_modelProgram)
+        m_modelProgram = buildModelProgram({QStringLiteral("out_FragColor")}, vertexSource, fragmentSource);
+    if (!background) {
+        if (!m_noBackground)
+            m_noBackground = TextureManager::Instance()->colorTexture(QColor(Qt::transparent));
+        background = m_noBackground;
+    }
+
+    AutoBinder program(m_modelProgram);
+    AutoBinder source(background);
+    m_modelProgram->setUniform(QStringLiteral("u_Background"), background->unit());
+    m_modelProgram->setUniform(QStringLiteral("u_Size"), QVector2D(float(size.width()), float(size.height())));
+    m_modelProgram->setUniform(QStringLiteral("u_CameraMatrix"), camera);
+    glEnable(GL_DEPTH_TEST);
+    glEnable(GL_SAMPLE_MASK);
+    for (int sample = 0; sample < sampleCount; ++sample) {
+        GLfloat position[2] = {0.5f, 0.5f};
+        glGetMultisamplefv(GL_SAMPLE_POSITION, GLuint(sample), position);
+        const QPointF actual{double(position[0]), double(position[1])};
+        // This sample, and every other one of those that a driver adds.
+        glSampleMaski(0, 0x55555555u << sample);
+        m_modelProgram->setUniform(QStringLiteral("u_ProjectionMatrix"),
+            shifted(projection, shiftTo(actual, samplePosition(frame, sample), size)));
+        m_modelProgram->setUniform(QStringLiteral("u_FromCentre"), QVector2D(position[0] - 0.5f, position[1] - 0.5f));
+        model->draw(m_modelProgram, 0, 0, WindingCounterClockwise, false);
+    }
+    glSampleMaski(0, 0xffffffffu);
+    glDisable(GL_SAMPLE_MASK);
+    glDisable(GL_DEPTH_TEST);
+}
+
+} // namespace Velmora::Kvz
