@@ -4,6 +4,8 @@
 
 #include <QtCore/QRect>
 
+#include <epoxy/gl.h>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -63,7 +65,8 @@ PassInfo PassEntries::smaaRenderPass()
             "The camera's jitter in normalised device units, when it is a part of the velocity.", "(0, 0)"),
     };
     pass.outputs = {
-        pooledOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, 0, "The smoothed frame; GL_RGBA16F or GL_RGBA8."),
+        pooledOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA16F,
+            "The smoothed frame, GL_RGBA8 without RenderInHDR."),
     };
     pass.traits = PassTrait::AntiAliases;
     pass.conditionalTraits = {
