@@ -61,10 +61,11 @@ struct KVZ_HOST_EXPORT ChainFinding
 
 /// Checks a chain without an OpenGL context and without constructing a pass. Errors come first, then warnings; each group
 /// goes through the passes in their order, then through the exports, the rules of order between passes and the lights.
-/// `frameValues` names the values that the host gives for each frame.
+/// `frameValues` names the values that the host gives for each frame, and `known` holds those of them that it knows already,
+/// by name, such as the viewport.
 KVZ_HOST_EXPORT QVector<ChainFinding> validateChain(const ChainDescription &chain,
     const PassRegistry &registry = PassRegistry::standard(),
-    const QStringList &frameValues = FrameValues::standardNames());
+    const QStringList &frameValues = FrameValues::standardNames(), const QVariantMap &known = QVariantMap());
 
 /// Whether any finding is an error.
 KVZ_HOST_EXPORT bool hasErrors(const QVector<ChainFinding> &findings);

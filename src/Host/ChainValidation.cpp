@@ -51,9 +51,11 @@ WiredInput originOf(const ChainWiring &wiring, WiredInput wired)
 class Use : public PassUse
 {
 public:
-    Use(const ChainDescription &chain, const ChainWiring &wiring, int index)
+    /// `known` holds values of the frame.
+    Use(const ChainDescription &chain, const ChainWiring &wiring, int index, const QVariantMap &known)
         : m_chain(chain),
           m_wiring(wiring),
+          m_known(known),
           m_pass(chain.passes[index]),
           m_wired(wiring[index]),
           m_options(resolveOptions(*m_wired.info, m_pass.options))
@@ -82,6 +84,8 @@ public:
             convertValue(m_pass.values.value(input), info.type, &converted);
             return converted;
         }
+        case Source::FrameValue:
+            return m_known.value(m_wired.inputs[index].frameValue);
         default:
             return QVariant();
         }
@@ -111,8 +115,9 @@ public:
             return 0;
         const WiredInput origin = originOf(m_wiring, m_wired.inputs[index]);
         const OutputInfo &output = m_wiring[origin.pass].info->outputs[origin.output];
-        return output.samplesInput.isEmpty() ? output.samples
-                                             : Use(m_chain, m_wiring, origin.pass).value(output.samplesInput).toInt();
+        return output.samplesInput.isEmpty()
+            ? output.samples
+            : Use(m_chain, m_wiring, origin.pass, m_known).value(output.samplesInput).toInt();
     }
 
     PassTraits traits() const
@@ -128,6 +133,7 @@ public:
 private:
     const ChainDescription &m_chain;
     const ChainWiring &m_wiring;
+    const QVariantMap &m_known;
     const ChainPass &m_pass;
     const WiredPass &m_wired;
     PassOptions m_options;
@@ -157,9 +163,11 @@ const OrderRule orderRules[] = {
 class Validator
 {
 public:
-    Validator(const ChainDescription &chain, const PassRegistry &registry, const QStringList &frameValues)
+    Validator(const ChainDescription &chain, const PassRegistry &registry, const QStringList &frameValues,
+        const QVariantMap &known)
         : m_chain(chain),
           m_registry(registry),
+          m_known(known),
           m_frameValues(setOf(frameValues)),
           m_wiring(wireChain(chain, registry, m_frameValues)),
           m_wiringOfAll(wireChain(allEnabled(chain), registry, m_frameValues))
@@ -476,7 +484,7 @@ private:
         }
     }
 
-    Use useOf(int index) const { return Use(m_chain, m_wiring, index); }
+    Use useOf(int index) const { return Use(m_chain, m_wiring, index, m_known); }
     PassTraits traitsOf(int index) const { return useOf(index).traits(); }
 
     void reportJitter(int index, const InputInfo &input, const WiredInput &wired)
@@ -740,6 +748,7 @@ private:
 
     const ChainDescription &m_chain;
     const PassRegistry &m_registry;
+    const QVariantMap &m_known;
     QSet<QString> m_frameValues;
     ChainWiring m_wiring;
     ChainWiring m_wiringOfAll; ///< As it would be with all passes enabled.
@@ -788,10 +797,10 @@ QString ChainFinding::description() const
     return text;
 }
 
-QVector<ChainFinding> validateChain(
-    const ChainDescription &chain, const PassRegistry &registry, const QStringList &frameValues)
+QVector<ChainFinding> validateChain(const ChainDescription &chain, const PassRegistry &registry,
+    const QStringList &frameValues, const QVariantMap &known)
 {
-    return Validator(chain, registry, frameValues).run();
+    return Validator(chain, registry, frameValues, known).run();
 }
 
 bool hasErrors(const QVector<ChainFinding> &findings)
@@ -804,7 +813,7 @@ bool presents(const ChainDescription &chain, const PassRegistry &registry)
 {
     const ChainWiring wiring = wireChain(chain, registry, setOf(FrameValues::standardNames()));
     for (int i = 0; i < wiring.size(); ++i) {
-        if (wiring[i].info && wiring[i].enabled && Use(chain, wiring, i).traits().testFlag(PassTrait::Presents))
+        if (wiring[i].info && wiring[i].enabled && Use(chain, wiring, i, {}).traits().testFlag(PassTrait::Presents))
             return true;
     }
     return false;

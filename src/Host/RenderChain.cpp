@@ -212,11 +212,13 @@ struct RenderChain::Private
     QVector<ChainFinding> findings(const ChainDescription &chain) const
     {
         QStringList names = FrameValues::standardNames();
+        QVariantMap known;
         for (const auto &value : frameValues) {
             if (!names.contains(value.first))
                 names.append(value.first);
+            known.insert(value.first, value.second);
         }
-        return validateChain(chain, registry, names);
+        return validateChain(chain, registry, names, known);
     }
 
     QStringList errors(const ChainDescription &chain) const

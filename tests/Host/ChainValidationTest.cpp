@@ -88,6 +88,7 @@ PassRegistry fakes()
     addRole("Culler", PassTrait::Culls);
     addRole("Shadow", PassTrait::ResetsCulling);
 
+    add(fakeClass("Mover", {}, {fakeImageOutput("velocity", TextureKind::Velocity)}));
     PassInfo modal = fakeClass(
         "Modal", {fakeInput("mode", ValueType::Int, 0), fakeImageInput("velocity", TextureKind::Velocity)}, {});
     const auto isTemporal = [](const PassUse &use) { return use.value(QStringLiteral("mode")).toInt() == 2; };
@@ -606,6 +607,82 @@ TEST(ChainValidationTest, configurationsThatGiveNoPictureAreExplained)
         "Kvz_KvzTexture*_FrameB", "s.Kvz_KvzTexture*_Frame");
     EXPECT_CLEAN({pass("s", "Source"), blend});
     EXPECT_EQ(only({pass("s", "Source"), with(blend, "Int_BlendMode", 26)}).port, QStringLiteral("Int_BlendMode"));
+}
+
+TEST(ChainValidationTest, theModesOfMorphologicalAntiAliasingWantTheirInputs)
+{
+    const auto smooth = [](const QVariant &mode) {
+        return with(pass("a", "SMAARenderPass"), "Kvz_int_SmaaMode", mode);
+    };
+    const auto fed = [](const ChainPass &described) {
+        return connected(with(described, "Kvz_int_JitterIndex", 1), "Kvz_KvzTexture*_Velocity", "v.velocity");
+    };
+    const ChainPass mover = pass("v", "Mover");
+    const ChainPass one = with(pass("s", "Source"), "Kvz_int_NumberMultisamples", 1);
+    const ChainPass two = with(pass("s", "Source"), "Kvz_int_NumberMultisamples", 2);
+    EXPECT_CLEAN({one, smooth(0)});
+    EXPECT_CLEAN({two, smooth(0)});
+    EXPECT_CLEAN({two, smooth(1)});
+    EXPECT_CLEAN({mover, one, fed(smooth(2))});
+    EXPECT_CLEAN({mover, two, fed(smooth(3))});
+
+    // The frame's samples.
+    EXPECT_EQ(only({one, smooth(1)}).toString(),
+        QStringLiteral(
+            "warning: pass \"a\", Kvz_KvzTexture*_Frame: expected a frame of several samples in modes 1 and 3, found "
+            "one sample for each texel: the samples that are averaged are black; draw the frame with "
+            "MultisampleForwardRenderPass, or set Kvz_int_SmaaMode to 0 or 2"));
+    EXPECT_EQ(only({mover, one, fed(smooth(3))}).port, QString::fromUtf8(frame));
+    // Velocity and jitter, also in the mode as constructed.
+    for (const ChainPass &temporal : {smooth(2), pass("a", "SMAARenderPass")}) {
+        const QVector<ChainFinding> findings = check({one, temporal});
+        ASSERT_EQ(findings.size(), 2) << qPrintable(lines(findings).join(QLatin1Char('\n')));
+        EXPECT_EQ(findings[0].port, QStringLiteral("Kvz_KvzTexture*_Velocity"));
+        EXPECT_EQ(findings[0].code, Code::UnusableConfiguration);
+        EXPECT_EQ(findings[0].expected, QStringLiteral("a velocity image in the temporal modes 2 and 3"));
+        EXPECT_EQ(findings[1].port, QStringLiteral("Kvz_int_JitterIndex"));
+    }
+    EXPECT_EQ(check({two, smooth(3)}).size(), 2);
+    // The mode itself.
+    EXPECT_EQ(only({one, smooth(4)}).port, QStringLiteral("Kvz_int_SmaaMode"));
+    EXPECT_EQ(only({one, smooth(-1)}).port, QStringLiteral("Kvz_int_SmaaMode"));
+    // A temporal mode consumes jitter, the others do not.
+    EXPECT_EQ(only({pass("j", "Jitter"), one, smooth(0)}).code, Code::RoleOrder);
+    EXPECT_CLEAN({pass("j", "Jitter"), mover, one, fed(smooth(2))});
+    EXPECT_EQ(only({one, smooth(0), pass("shading", "Shader")}).code, Code::RoleOrder);
+}
+
+TEST(ChainValidationTest, theConfigurationThatNeverBuildsItsProgramsIsExplained)
+{
+    const auto smooth = [](int mode, int width, int height) {
+        return connected(
+            with(with(with(pass("a", "SMAARenderPass"), "Kvz_int_SmaaMode", mode), "Kvz_int_JitterIndex", 1),
+                "Kvz_QRect_Viewport", QVariantList{0, 0, width, height}),
+            "Kvz_KvzTexture*_Velocity", "v.velocity");
+    };
+    const ChainPass mover = pass("v", "Mover");
+    const ChainPass source = pass("s", "Source");
+    EXPECT_EQ(only({mover, source, smooth(2, 64, 64)}).toString(),
+        QStringLiteral(
+            "warning: pass \"a\", Kvz_QRect_Viewport: expected any size but 64 by 64 with mode 2 and no predicate, "
+            "found just that, as which the pass begins: it never builds its programs and gives no picture; "
+            "change the size by a pixel"));
+    EXPECT_CLEAN({mover, source, smooth(2, 64, 65)});
+    EXPECT_CLEAN({mover, source, smooth(0, 64, 64)});
+    EXPECT_CLEAN({mover, source, connected(smooth(2, 64, 64), "Kvz_KvzTexture*_Predicate", "s.Kvz_KvzTexture*_Depth")});
+
+    // Also where the viewport is the frame's, as soon as that is known.
+    ChainDescription chain;
+    ChainPass fromFrame = smooth(2, 64, 64);
+    fromFrame.values.remove(FrameValues::viewport);
+    chain.passes = {mover, source, fromFrame};
+    const PassRegistry registry = fakes();
+    const auto findingsAt = [&](const QVariant &viewport) {
+        return validateChain(chain, registry, FrameValues::standardNames(), {{FrameValues::viewport, viewport}}).size();
+    };
+    EXPECT_EQ(validateChain(chain, registry).size(), 0);
+    EXPECT_EQ(findingsAt(QRect(0, 0, 64, 64)), 1);
+    EXPECT_EQ(findingsAt(QRect(0, 0, 640, 480)), 0);
 }
 
 TEST(ChainValidationTest, depthReachesTheScreenOnlyWhenAsked)

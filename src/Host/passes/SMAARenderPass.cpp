@@ -11,6 +11,7 @@ namespace Velmora::Kvz {
 namespace {
 
 const QString modePort = QStringLiteral("Kvz_int_SmaaMode");
+const QString framePort = QStringLiteral("Kvz_KvzTexture*_Frame");
 const QString viewportPort = QStringLiteral("Kvz_QRect_Viewport");
 const QString predicatePort = QStringLiteral("Kvz_KvzTexture*_Predicate");
 const QString velocityPort = QStringLiteral("Kvz_KvzTexture*_Velocity");
@@ -78,9 +79,17 @@ PassInfo PassEntries::smaaRenderPass()
                 const QVariant mode = use.value(modePort);
                 return mode.isValid() && (mode.toInt() < 0 || mode.toInt() > 3);
             }},
+        {framePort, QStringLiteral("a frame of several samples in modes 1 and 3"),
+            QStringLiteral("one sample for each texel: the samples that are averaged are black"),
+            QStringLiteral("draw the frame with MultisampleForwardRenderPass, or set Kvz_int_SmaaMode to 0 or 2"),
+            [](const PassUse &use) {
+                const int mode = modeOf(use);
+                return (mode == SMAARenderPass::SmaaS2X || mode == SMAARenderPass::Smaa4X)
+                    && use.samples(framePort) == 1;
+            }},
         {velocityPort, QStringLiteral("a velocity image in the temporal modes 2 and 3"),
             QStringLiteral("none: what moves leaves a ghost"),
-            QStringLiteral("put a pass before it that gives one, or set Kvz_int_SmaaMode to 0 or 1"),
+            QStringLiteral("put VelocityRenderPass before it, or set Kvz_int_SmaaMode to 0 or 1"),
             [](const PassUse &use) { return isTemporal(use) && !use.isFed(velocityPort); }},
         {jitterIndexPort, QStringLiteral("the jitter's position in the temporal modes 2 and 3"),
             QStringLiteral("none: both frames count as the first"),
