@@ -95,6 +95,32 @@ Texture *remakeIntegerTarget(FramebufferObject *framebuffer, int internalFormat,
         formatFromInternalFormat(GLenum(internalFormat)), typeFromInternalFormat(GLenum(internalFormat)));
 }
 
+/// Keeps the first colour target as it is for a scope. The list program has no colour to write; but rasterisers that work tile
+/// by tile take draws that fill a tile for such that paint over all before them, and leave those out, with what they record.
+class ColorWritesOff
+{
+public:
+    explicit ColorWritesOff(bool isWanted)
+        : m_isWanted(isWanted)
+    {
+        if (!m_isWanted)
+            return;
+        glGetBooleani_v(GL_COLOR_WRITEMASK, 0, m_found);
+        glColorMaski(0, GL_FALSE, GL_FALSE, GL_FALSE, GL_FALSE);
+    }
+    ~ColorWritesOff()
+    {
+        if (m_isWanted)
+            glColorMaski(0, m_found[0], m_found[1], m_found[2], m_found[3]);
+    }
+
+private:
+    Q_DISABLE_COPY(ColorWritesOff)
+
+    bool m_isWanted;
+    GLboolean m_found[4] = {};
+};
+
 void clearTarget(FramebufferObject *framebuffer)
 {
     AutoBinder binder(framebuffer);
@@ -183,7 +209,10 @@ void VisibilityBufferRenderPass::start(RenderCallbacks *)
                 m_program->setUniform(QStringLiteral("u_HeadPointerImage"), int(headImageUnit));
                 m_program->setUniform(QStringLiteral("u_NodeBufferImage"), int(nodeImageUnit));
             }
-            model->draw(m_program, m_drawFlagsValue, m_drawFlagsMask, WindingCounterClockwise, false);
+            {
+                ColorWritesOff colorWrites(m_useGL4);
+                model->draw(m_program, m_drawFlagsValue, m_drawFlagsMask, WindingCounterClockwise, false);
+            }
             if (m_useGL4)
                 unbindLists();
         }

@@ -196,7 +196,7 @@ TEST_F(VisibilitySortListsTest, leavesTheTailOfALongListAsItWasWritten)
     })) << "the tail happens to be sorted";
 }
 
-TEST_F(VisibilitySortListsTest, rewritesASingleNodeUnchanged)
+TEST_F(VisibilitySortListsTest, rewritesAListOfOneUnchanged)
 {
     makeLists(QSize(3, 1), {{0.25f}, {}, {0.75f}});
     const VisibilityLists before = lists();
