@@ -2,6 +2,8 @@
 #include <Host/passes/PassEntries.h>
 #include <RenderPasses/VisibilityBufferRenderPass.h>
 
+#include <epoxy/gl.h>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -57,7 +59,8 @@ PassInfo PassEntries::visibilityBufferRenderPass()
     pass.outputs = listOutputs("A pointer for each pixel, 0 for none.",
         "Nodes: next pointer, triangle + 1, bits of the depth, draw. GL_RGBA32I where each pixel has one.");
     // No depth image: nothing takes by name what is never there.
-    pass.outputs.append(textureOutput("Kvz_KvzTexture*_Depth", TextureKind::NodeList, 0, "Never written."));
+    pass.outputs.append(
+        textureOutput("Kvz_KvzTexture*_Depth", TextureKind::NodeList, GL_DEPTH_COMPONENT32F, "Never written."));
     pass.options = {
         option("drawFlagsValue", ValueType::String, QStringLiteral("0"),
             "Items take part whose feature flags, masked with drawFlagsMask, equal this; a number as text."),
