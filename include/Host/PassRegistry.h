@@ -114,6 +114,8 @@ struct InputInfo : PortInfo
     /// from the folder of the chain file.
     ImageFileUse imageFile = ImageFileUse::None;
     bool drawnInto = false; ///< The pass draws into the image that it is given.
+    /// Of model inputs: the pass keeps the geometry of the first model that it sees, so the chain makes it anew for another.
+    bool keepsGeometry = false;
     bool needsStencil = false; ///< The pass masks by the stencil of this depth image.
     /// Above 0: the pass keeps objects for each new value, so the chain rounds values to this grid and keeps a pass object
     /// for each of the last few.
@@ -225,6 +227,8 @@ struct KVZ_HOST_EXPORT PassInfo
     /// In the place of `create`, for a class that can refuse its options with the driver at hand, such as shaders that do
     /// not compile: null, with the reason in `error`, which may have several lines. Empty: the class has `create` alone.
     std::function<std::unique_ptr<RenderPass>(const PassOptions &, QString *error)> createChecked;
+    /// Reports options of the right type whose values make no pass. Empty: all values serve.
+    std::function<void(const PassOptions &, QVector<OptionProblem> *problems)> checkOptions;
     /// Adds the ports that a pass with these options has besides those of its class, and reports options that make none.
     /// Empty: the class has its ports whatever its options are.
     std::function<void(const PassOptions &, PassInfo *, QVector<OptionProblem> *problems)> completePorts;

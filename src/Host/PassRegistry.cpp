@@ -259,6 +259,8 @@ PassOptions resolveOptions(
 {
     QVector<OptionProblem> ignored;
     const PassOptions options = resolve(pass.options, given, QString(), folder, problems ? problems : &ignored);
+    if (problems && pass.checkOptions)
+        pass.checkOptions(options, problems);
     if (problems && pass.completePorts) {
         PassInfo completed = pass;
         pass.completePorts(options, &completed, problems);
@@ -436,6 +438,7 @@ QString formatName(unsigned int internalFormat)
         {GL_RG32F, "GL_RG32F"},
         {GL_R32F, "GL_R32F"},
         {GL_R32UI, "GL_R32UI"},
+        {GL_RGBA32UI, "GL_RGBA32UI"},
         {GL_R32I, "GL_R32I"},
         {GL_DEPTH_COMPONENT32F, "GL_DEPTH_COMPONENT32F"},
         {GL_DEPTH24_STENCIL8, "GL_DEPTH24_STENCIL8"},

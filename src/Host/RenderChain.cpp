@@ -22,6 +22,7 @@
 #include <Scene/ShadowMapManager.h>
 
 #include <QtCore/QFile>
+#include <QtCore/QPointer>
 #include <QtCore/QVarLengthArray>
 #include <QtCore/QWeakPointer>
 
@@ -80,6 +81,9 @@ struct Node
     int viewportInput = -1;
     int projectionInput = -1;
     int gridInput = -1;
+    int geometryInput = -1; ///< Of a pass that keeps the geometry of its first model.
+    QPointer<DrawBuffers> geometry; ///< Of that model.
+    bool hasGeometry = false; ///< The pass has seen one, which may be gone since.
     bool saidMissing = false; ///< The log has the line about a missing input.
     bool saidFailed = false; ///< The log has the line about a failure.
     bool saidFull = false; ///< The log has the line about fragments that found no room.
@@ -277,6 +281,7 @@ struct RenderChain::Private
     bool makeInstance(Node *node, double key);
     bool reloadShaders();
     bool chooseInstance(Node *node, double value);
+    void followGeometry(Node *node);
     void runNode(Node *node, int index, const QSize &frameSize);
     void endFrame();
     QVariant inputValue(const Node &node, int input) const;
@@ -669,6 +674,7 @@ void RenderChain::Private::wireNode(Node *node, const ChainPass &described, cons
     node->viewportInput = info.findInput(FrameValues::viewport);
     node->projectionInput = info.findInput(FrameValues::projectionMatrix);
     node->gridInput = -1;
+    node->geometryInput = -1;
     node->inputs.resize(size_t(info.inputs.size()));
     for (int i = 0; i < info.inputs.size(); ++i) {
         const WiredInput &source = wired.inputs[i];
@@ -703,6 +709,8 @@ void RenderChain::Private::wireNode(Node *node, const ChainPass &described, cons
         }
         if (input.info->gridStep > 0)
             node->gridInput = i;
+        if (input.info->keepsGeometry)
+            node->geometryInput = i;
     }
 }
 
@@ -815,6 +823,7 @@ void RenderChain::Private::leaveContext()
             }
         }
         releaseCounter(node.get(), isCurrent);
+        node->hasGeometry = false;
         node->instances.clear();
         node->active = nullptr;
         node->previous.assign(node->previous.size(), QVariant());
@@ -1054,6 +1063,31 @@ bool RenderChain::Private::chooseInstance(Node *node, double value)
     return true;
 }
 
+/// Makes a pass anew that keeps the geometry of another model than its input has now.
+void RenderChain::Private::followGeometry(Node *node)
+{
+    const QVariant value = inputValue(*node, node->geometryInput);
+    const GPUModel *const model = value.userType() == qMetaTypeId<GPUModel *>() ? value.value<GPUModel *>() : nullptr;
+    DrawBuffers *const geometry = model ? model->drawBuffers(0) : nullptr;
+    if (!geometry || (node->hasGeometry && node->geometry == geometry))
+        return;
+    if (node->hasGeometry) {
+        std::vector<Instance> old;
+        old.swap(node->instances);
+        if (!makeInstance(node, 0)) {
+            KVZ_WARNING(error);
+            node->instances.swap(old);
+            return;
+        }
+        retire(&old);
+        deleteRetired();
+        node->active = node->instances.front().pass.get();
+        node->active->beginFrame(nullptr);
+    }
+    node->geometry = geometry;
+    node->hasGeometry = true;
+}
+
 QVariant RenderChain::Private::inputValue(const Node &node, int index) const
 {
     const NodeInput &input = node.inputs[size_t(index)];
@@ -1177,6 +1211,8 @@ void RenderChain::Private::runNode(Node *node, int index, const QSize &frameSize
             KVZ_WARNING(error);
         node->active->beginFrame(nullptr);
     }
+    if (node->geometryInput >= 0)
+        followGeometry(node);
     RenderPass *pass = node->active;
 
     applyBaselineState(

@@ -523,6 +523,42 @@ TEST_F(VisibilityChainListsTest, capturesListLengthsAsAPicture)
     EXPECT_TRUE(captureTexture(headTexture, TextureDisplay::ListLength).isNull());
 }
 
+TEST_F(VisibilityChainTest, followsAModelThatTakesAnothersPlace)
+{
+    // The shading pass keeps the vertices of the first model that it sees.
+    RenderChain chain;
+    GPUModelBuilder builder;
+    addWall(&builder, {-0.8f, 0, 0}, {0.4f, 0.2f, 0.1f}, 0.5f);
+    model = builder.build();
+    load(&chain);
+    render(&chain, "layers");
+    const RenderPass *const first = chain.pass(QStringLiteral("layers"));
+    render(&chain, "layers");
+    EXPECT_EQ(chain.pass(QStringLiteral("layers")), first);
+    for (const bool isGoneBefore : {true, false}) {
+        // Turned away from the light, so that it is black by its own normals.
+        MeshData away = wallMesh();
+        for (QVector3D &normal : away.normals)
+            normal = isGoneBefore ? -normal : normal;
+        GPUModelBuilder other;
+        MaterialData material;
+        material.d = 0.5f;
+        other.addItem(other.addMesh(away), other.addMaterial(material), QMatrix4x4(), ImportedScene::Transparent);
+        if (isGoneBefore) {
+            chain.setModel(nullptr);
+            model.clear();
+            ASSERT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
+        }
+        const QSharedPointer<GPUModel> old = model;
+        model = other.build();
+        chain.setModel(model.data());
+        const QVector4D pixel = at(render(&chain, "layers"), {0.3f, 0.3f, 0});
+        EXPECT_NEAR(double(pixel.w()), 0.5, 0.003);
+        EXPECT_EQ(pixel.x() > 0.1f, !isGoneBefore);
+    }
+    EXPECT_EQ(chain.passObjectCount(), 11);
+}
+
 TEST_F(VisibilityChainTest, runsForManyFramesWithoutGrowing)
 {
     GPUModelBuilder builder;

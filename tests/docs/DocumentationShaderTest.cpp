@@ -37,7 +37,7 @@ TEST_F(DocumentationShaderTest, theShadersOfThePagesCompile)
             ++compiled;
         }
     }
-    EXPECT_EQ(compiled, 3);
+    EXPECT_EQ(compiled, 4);
 }
 
 TEST_F(DocumentationShaderTest, theVignetteDarkensTowardsTheCorners)

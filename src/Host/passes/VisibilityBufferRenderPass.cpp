@@ -23,10 +23,8 @@ std::unique_ptr<RenderPass> create(const PassOptions &options)
 }
 
 /// Reports flags that are no numbers, and those that no item can have.
-void checkFlags(const PassOptions &options, PassInfo *, QVector<OptionProblem> *problems)
+void checkFlags(const PassOptions &options, QVector<OptionProblem> *problems)
 {
-    if (!problems)
-        return;
     unsigned long long flags[2] = {};
     for (int i = 0; i < 2; ++i) {
         bool isNumber = false;
@@ -72,7 +70,7 @@ PassInfo PassEntries::visibilityBufferRenderPass()
     };
     pass.fragmentRoom = 4096LL * 4096;
     pass.create = create;
-    pass.completePorts = checkFlags;
+    pass.checkOptions = checkFlags;
     return pass;
 }
 

@@ -18,11 +18,12 @@ PassInfo PassEntries::visibilityDeferredRenderPass()
         cameraInput(),
         headPointersInput("the pass must not run"),
         nodeBufferInput("the pass must not run"),
-        nodeBufferWidthInput("0: no fragments"),
+        nodeBufferWidthInput("no fragments"),
         input("Kvz_KvzGPUModel*_Geometry", ValueType::Model, QVariant(), "The model of the lists.", "a cleared image"),
     };
     pass.inputs[3].required = true;
     pass.inputs[4].required = true;
+    pass.inputs[6].keepsGeometry = true;
     pass.outputs = {
         textureOutput("Kvz_KvzTexture*_Frame", TextureKind::Overlay, GL_RGBA,
             "Colour of the fragments; in alpha the share of what lies behind that comes through, 1 where there are "

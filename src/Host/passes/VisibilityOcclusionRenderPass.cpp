@@ -13,7 +13,7 @@ PassInfo PassEntries::visibilityOcclusionRenderPass()
         viewportInput(),
         headPointersInput("the inputs go through"),
         nodeBufferInput("the inputs go through"),
-        nodeBufferWidthInput("0: the inputs go through"),
+        nodeBufferWidthInput("the inputs go through"),
         textureInput(
             "Kvz_KvzTexture*_Depth", TextureKind::Depth, "Depth of the opaque surfaces.", "the inputs go through"),
     };

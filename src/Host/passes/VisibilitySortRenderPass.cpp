@@ -13,7 +13,7 @@ PassInfo PassEntries::visibilitySortRenderPass()
         viewportInput(),
         headPointersInput("no sort"),
         nodeBufferInput("no sort"),
-        nodeBufferWidthInput("0: no sort"),
+        nodeBufferWidthInput("no sort"),
     };
     pass.outputs = listOutputs("The pointers that came in.", "The nodes that came in, sorted in place.");
     for (OutputInfo &output : pass.outputs)
