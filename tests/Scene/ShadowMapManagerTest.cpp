@@ -9,6 +9,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <random>
 
 namespace Velmora::Kvz {
 
@@ -333,6 +334,56 @@ TEST_F(ShadowMapManagerTest, cascadesAreNoWiderThanTheirSlicesAndTheScene)
     const float sphere = QVector3D(10, 4, 10).length();
     for (int layer = 0; layer < 4; ++layer)
         EXPECT_LT(texelOf(data, layer) * 256, sphere * slack) << layer;
+}
+
+TEST_F(ShadowMapManagerTest, whateverShowsIsCoveredFromAnywhere)
+{
+    std::mt19937 random(11);
+    const auto between = [&random](float low, float high) {
+        return std::uniform_real_distribution<float>(low, high)(random);
+    };
+    const auto anywhere = [&](float reach) {
+        return QVector3D(between(-reach, reach), between(-reach, reach), between(-reach, reach));
+    };
+    int points = 0;
+    for (int config = 0; config < 300; ++config) {
+        const float size = std::exp2(between(-6, 8));
+        const QVector3D center = anywhere(3 * size);
+        const QVector3D half(between(0.01f, 1) * size, between(0.01f, 1) * size, between(0.01f, 1) * size);
+        const Bounds box{center - half, center + half};
+        // Eyes within the scene, beside it and far away, that look at it or past it.
+        const QVector3D eye = center + anywhere(std::exp2(between(-2, 3)) * size);
+        QMatrix4x4 view;
+        view.lookAt(eye, center + anywhere(size), anywhere(1));
+        QMatrix4x4 lens;
+        if (config % 4 == 0)
+            lens.ortho(-size, between(0.1f, 2) * size, -size, size, -size, 9 * size);
+        else if (config % 4 == 1) // As tiled or shifted pictures have it.
+            lens.frustum(-0.01f * size, 0.03f * size, 0.005f * size, 0.02f * size, 0.02f * size, 20 * size);
+        else
+            lens.perspective(between(5, 150), between(0.3f, 3), 0.001f * size, 20 * size);
+        Light light;
+        light.direction = anywhere(1);
+        light.cascades = 1 + config % 5;
+        ShadowMapManager::processLights(listOf({&light}), data, &lens, &view, &box);
+        ASSERT_EQ(data.layerCount, light.cascades);
+        for (int i = 0; i < 200; ++i) {
+            const QVector3D point = center + QVector3D(between(-1, 1), between(-1, 1), between(-1, 1)) * half;
+            const QVector4D clip = lens * view * QVector4D(point, 1);
+            if (std::max({std::abs(clip.x()), std::abs(clip.y()), std::abs(clip.z())}) > clip.w())
+                continue;
+            ++points;
+            bool isCovered = false;
+            for (int layer = 0; layer < data.layerCount; ++layer) {
+                const QVector3D ndc = shown(data, layer, point);
+                isCovered |= isInside(ndc);
+                ASSERT_GT(ndc.z(), 0) << config;
+                ASSERT_LT(ndc.z(), 1) << config;
+            }
+            ASSERT_TRUE(isCovered) << config << ' ' << i;
+        }
+    }
+    EXPECT_GT(points, 3000);
 }
 
 TEST_F(ShadowMapManagerTest, endlessCamerasAreServed)
