@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Surroundings and backdrops beside the same draws in raw GL. The floors set no blend equation and no stencil test: where a
-// pass masks, its floor draws all pixels.
+// Surroundings and backdrops beside the same draws in raw GL. The floor of the skybox does without its two clears.
 #include "Comparison.h"
 
 #include <Host/ChainLibrary.h>

@@ -203,9 +203,10 @@ TEST(DocumentationTest, theIndexListsAllPagesOfPasses)
     const QString index = read(docs + QStringLiteral("/passes/README.md"));
     for (const QString &file : QDir(docs + QStringLiteral("/passes")).entryList({QStringLiteral("*Pass.md")})) {
         EXPECT_TRUE(index.contains(QStringLiteral("](%1)").arg(file))) << qPrintable(file);
-        const QString header = QStringLiteral("%1/include/%2/%3.h");
-        EXPECT_TRUE(QFile::exists(header.arg(root, QStringLiteral("RenderPasses"), file.chopped(3)))
-            || QFile::exists(header.arg(root, QStringLiteral("Host"), file.chopped(3))))
+        const auto isHeaderIn = [&](const char *room) {
+            return QFile::exists(QStringLiteral("%1/include/%2/%3.h").arg(root, QLatin1String(room), file.chopped(3)));
+        };
+        EXPECT_TRUE(isHeaderIn("RenderPasses") || isHeaderIn("Host"))
             << "a page of a class that is not there: " << qPrintable(file);
     }
 }
