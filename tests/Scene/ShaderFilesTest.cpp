@@ -120,6 +120,41 @@ TEST_F(ShaderFilesTest, panoramaAtManyDirections)
         EXPECT_LT((results[i].toVector2D() - expected[i]).length(), 1e-4f) << i;
 }
 
+TEST_F(ShaderFilesTest, panoramaOverTheWholeSphere)
+{
+    // Every five degrees, seam and poles included, each direction worked out in doubles.
+    QVector<QVector4D> directions;
+    QVector<QVector2D> degrees;
+    for (int latitude = -90; latitude <= 90; latitude += 5) {
+        for (int longitude = -180; longitude <= 180; longitude += 5) {
+            const double across = latitude % 90 == 0 && latitude != 0 ? 0 : std::cos(latitude * M_PI / 180);
+            directions.append(QVector4D(float(across * std::sin(longitude * M_PI / 180)),
+                float(std::sin(latitude * M_PI / 180)), float(-across * std::cos(longitude * M_PI / 180)), 0));
+            degrees.append(QVector2D(float(longitude), float(latitude)));
+        }
+    }
+    const QVector<QVector4D> results = latLong(directions);
+    int poles = 0;
+    int seam = 0;
+    for (int i = 0; i < directions.size(); ++i) {
+        const float longitude = degrees[i].x();
+        const float latitude = degrees[i].y();
+        EXPECT_NEAR(results[i].y(), 0.5f + latitude / 180, 1e-5f) << longitude << ", " << latitude;
+        if (std::abs(latitude) == 90) {
+            EXPECT_EQ(results[i].x(), 0.5f) << "at a pole every longitude is the same place";
+            ++poles;
+        } else if (std::abs(longitude) == 180) {
+            // Either edge of the image, which meet there.
+            EXPECT_NEAR(std::abs(results[i].x() - 0.5f), 0.5f, 1e-5f) << longitude << ", " << latitude;
+            ++seam;
+        } else {
+            EXPECT_NEAR(results[i].x(), 0.5f + longitude / 360, 1e-5f) << longitude << ", " << latitude;
+        }
+    }
+    EXPECT_EQ(poles, 2 * 73);
+    EXPECT_EQ(seam, 2 * 35);
+}
+
 TEST_F(ShaderFilesTest, gammaCorrectKeepsAlpha)
 {
     const QVector<QVector4D> results = compute(QStringLiteral(R"(#version 150
