@@ -447,7 +447,7 @@ bool RenderChain::setValue(const QString &pass, const QString &port, const QVari
     if (d->wiringIsStale || decides || !described.values.contains(port))
         d->setStale();
     else
-        d->nodes[size_t(passIndex)]->inputs[size_t(inputIndex)].stored = resolved;
+        d->nodes[size_t(passIndex)]->inputs[size_t(inputIndex)].stored = converted;
     described.values.insert(port, converted);
     return true;
 }
