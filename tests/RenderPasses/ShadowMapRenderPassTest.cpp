@@ -171,6 +171,10 @@ TEST_F(ShadowMapRenderPassTest, theNearHalfOfTheClipRangeCastsNothing)
     model->setModelMatrix(2, placedAt({0, 0, -before}, {1, 1, 1}));
     expectAxisDepth(*pass, render(0)[0], 8, bias);
     EXPECT_FALSE(isAllFar(readMaps(*pass)[0])) << "what casts nothing hides nothing";
+    // The border is at 0, and not where the bias would have it.
+    const auto justBefore = float(axisDistance(*pass, -2e-4));
+    model->setModelMatrix(1, placedAt({0, 0, -justBefore}, {1, 1, 1}));
+    expectAxisDepth(*pass, render(0)[0], 8, bias);
     // Just beyond the middle of the range a wall casts.
     const auto lit = float(axisDistance(*pass, 0.01));
     model->setModelMatrix(1, placedAt({0, 0, -lit}, {1, 1, 1}));
@@ -573,6 +577,27 @@ TEST_F(ShadowMapRenderPassTest, leavesTheStateThatItSaysAndTheBindingsThatItFoun
         EXPECT_EQ(glInteger(GL_ACTIVE_TEXTURE), GL_TEXTURE5);
         EXPECT_EQ(array()->unit(), 0);
     }
+}
+
+TEST_F(ShadowMapRenderPassTest, drawsCastersWithDepthsClampedIntoTheLayerOfTheirMatrix)
+{
+    buildScene();
+    lights.point({-0.5f, 4.5f, 0}, 15);
+    GLCallRecorder<&epoxy_glDrawElements> draws;
+    QVector<int> layers;
+    draws.onCall = [&](GLenum, GLsizei, GLenum, const void *) {
+        EXPECT_TRUE(glFlag(GL_DEPTH_CLAMP));
+        EXPECT_TRUE(glFlag(GL_DEPTH_TEST));
+        EXPECT_TRUE(glFlag(GL_CULL_FACE));
+        int layer = -1;
+        glGetFramebufferAttachmentParameteriv(
+            GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_FRAMEBUFFER_ATTACHMENT_TEXTURE_LAYER, &layer);
+        if (layers.isEmpty() || layers.last() != layer)
+            layers.append(layer);
+    };
+    render(0);
+    EXPECT_EQ(draws.calls.size(), 6u * 4u);
+    EXPECT_EQ(layers, (QVector<int>{0, 1, 2, 3, 4, 5}));
 }
 
 TEST_F(ShadowMapRenderPassTest, goesOnAfterItsContextDataWereTornDown)
