@@ -18,11 +18,6 @@ bool isInside(const Image &image, int x, int y)
     return x >= 0 && y >= 0 && x < image.width && y < image.height;
 }
 
-int wrapped(int value, int size, bool repeats)
-{
-    return repeats ? (value % size + size) % size : std::clamp(value, 0, size - 1);
-}
-
 Vector3d texel(const Image &image, int x, int y)
 {
     const float *value = image.at(x, y);
@@ -76,7 +71,7 @@ Vector3d ObscuranceReference::sample(const Image &image, double u, double v, boo
     const int column = int(std::floor(x));
     const int row = int(std::floor(y));
     const auto at = [&](int dx, int dy) {
-        return texel(image, wrapped(column + dx, image.width, repeats), wrapped(row + dy, image.height, repeats));
+        return texel(image, std::clamp(column + dx, 0, image.width - 1), std::clamp(row + dy, 0, image.height - 1));
     };
     if (!linear)
         return at(0, 0);

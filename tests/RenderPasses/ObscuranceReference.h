@@ -18,7 +18,7 @@ struct ObscuranceReference
 {
     enum class Positions {
         FromDepth,
-        Sampled, ///< By texture(), with the filter and wrap below.
+        Sampled, ///< By texture(), with the filter below, clamped.
         Fetched ///< Of a multisampled image.
     };
     enum class Normals {
@@ -48,7 +48,6 @@ struct ObscuranceReference
     Positions positionsFrom = Positions::FromDepth;
     Normals normalsFrom = Normals::FromPositions;
     bool isLinear = false; ///< Filter of the positions.
-    bool repeats = false; ///< Wrap of the positions.
     Image depth;
     Image positions;
     Image normals;

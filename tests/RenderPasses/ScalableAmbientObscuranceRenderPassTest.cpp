@@ -819,7 +819,6 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, setsItsStateInOrderAndLeavesIt)
         EXPECT_EQ(depth->unit(), 0);
         take();
     }
-    glStencilFunc(GL_ALWAYS, 0, 0xff);
 }
 
 TEST_F(ScalableAmbientObscuranceRenderPassTest, handsOnOneReferenceForEachUser)
