@@ -18,6 +18,7 @@ struct EntryPoints
     decltype(epoxy_glUniform2fv) uniformVector;
     decltype(epoxy_glUniformMatrix4fv) uniformMatrix;
     decltype(epoxy_glUniform1iv) uniformInt;
+    decltype(epoxy_glBufferSubData) bufferSubData;
 };
 
 EntryPoints driver;
@@ -36,6 +37,7 @@ constexpr SamplerKind samplerKinds[] = {
     {GL_SAMPLER_CUBE, GL_TEXTURE_CUBE_MAP, GL_TEXTURE_BINDING_CUBE_MAP},
     {GL_SAMPLER_BUFFER, GL_TEXTURE_BUFFER, GL_TEXTURE_BINDING_BUFFER},
     {GL_UNSIGNED_INT_SAMPLER_BUFFER, GL_TEXTURE_BUFFER, GL_TEXTURE_BINDING_BUFFER},
+    {GL_INT_SAMPLER_BUFFER, GL_TEXTURE_BUFFER, GL_TEXTURE_BINDING_BUFFER},
     {GL_UNSIGNED_INT_SAMPLER_2D, GL_TEXTURE_2D, GL_TEXTURE_BINDING_2D},
     {GL_INT_SAMPLER_2D, GL_TEXTURE_2D, GL_TEXTURE_BINDING_2D},
     {GL_SAMPLER_2D_MULTISAMPLE, GL_TEXTURE_2D_MULTISAMPLE, GL_TEXTURE_BINDING_2D_MULTISAMPLE},
@@ -59,6 +61,13 @@ bool isArray(GLuint name)
     return !isRefused;
 }
 
+bool hasImages()
+{
+    return epoxy_gl_version() >= 42
+        || (epoxy_has_gl_extension("GL_ARB_shader_image_load_store")
+            && epoxy_has_gl_extension("GL_ARB_shader_atomic_counters"));
+}
+
 void setEnabled(GLenum capability, bool enabled)
 {
     (enabled ? glEnable : glDisable)(capability);
@@ -77,7 +86,7 @@ void DrawRecorder::begin()
 {
     // The first call of each resolves the loader's pointer; asking for its address is not enough.
     driver = {epoxy_glDrawArrays, epoxy_glDrawElements, epoxy_glClear, epoxy_glBlitFramebuffer, epoxy_glUniform1ui,
-        epoxy_glUniform2fv, epoxy_glUniformMatrix4fv, epoxy_glUniform1iv};
+        epoxy_glUniform2fv, epoxy_glUniformMatrix4fv, epoxy_glUniform1iv, epoxy_glBufferSubData};
     listener = this;
     epoxy_glDrawArrays = onDrawArrays;
     epoxy_glDrawElements = onDrawElements;
@@ -87,6 +96,7 @@ void DrawRecorder::begin()
     epoxy_glUniform2fv = onUniformVector;
     epoxy_glUniformMatrix4fv = onUniformMatrix;
     epoxy_glUniform1iv = onUniformInt;
+    epoxy_glBufferSubData = onBufferSubData;
 }
 
 void DrawRecorder::end()
@@ -99,6 +109,7 @@ void DrawRecorder::end()
     epoxy_glUniform2fv = driver.uniformVector;
     epoxy_glUniformMatrix4fv = driver.uniformMatrix;
     epoxy_glUniform1iv = driver.uniformInt;
+    epoxy_glBufferSubData = driver.bufferSubData;
     listener = nullptr;
 }
 
@@ -189,6 +200,24 @@ int DrawRecorder::recordState()
         }
         glActiveTexture(GLenum(active));
     }
+    if (hasImages()) {
+        for (GLuint unit = 0; unit < 2; ++unit) {
+            ImageBinding image{unit, 0, 0, 0, 0};
+            GLint value = 0;
+            glGetIntegeri_v(GL_IMAGE_BINDING_NAME, unit, &value);
+            image.name = GLuint(value);
+            glGetIntegeri_v(GL_IMAGE_BINDING_LEVEL, unit, &image.level);
+            glGetIntegeri_v(GL_IMAGE_BINDING_ACCESS, unit, &value);
+            image.access = GLenum(value);
+            glGetIntegeri_v(GL_IMAGE_BINDING_FORMAT, unit, &value);
+            image.format = GLenum(value);
+            if (image.name)
+                state.images.push_back(image);
+        }
+        GLint buffer = 0;
+        glGetIntegeri_v(GL_ATOMIC_COUNTER_BUFFER_BINDING, 0, &buffer);
+        state.atomicCounter = GLuint(buffer);
+    }
     m_states.push_back(state);
     return int(m_states.size()) - 1;
 }
@@ -246,6 +275,18 @@ void DrawRecorder::onUniformUInt(GLint location, GLuint value)
     command.value = value;
     listener->m_commands.push_back(command);
     driver.uniformUInt(location, value);
+}
+
+/// Of uploads, that of one atomic counter is noted.
+void DrawRecorder::onBufferSubData(GLenum target, GLintptr offset, GLsizeiptr size, const void *data)
+{
+    if (target == GL_ATOMIC_COUNTER_BUFFER && offset == 0 && size == sizeof(GLuint)) {
+        Command command{Command::SetCounter, -1};
+        command.location = integer(GL_ATOMIC_COUNTER_BUFFER_BINDING);
+        command.value = *static_cast<const GLuint *>(data);
+        listener->m_commands.push_back(command);
+    }
+    driver.bufferSubData(target, offset, size, data);
 }
 
 void DrawRecorder::onUniformVector(GLint location, GLsizei count, const GLfloat *value)
@@ -309,6 +350,10 @@ void DrawRecorder::apply(const State &state, const State *before) const
     if (differs(&State::blendFunction))
         glBlendFuncSeparate(GLenum(state.blendFunction[0]), GLenum(state.blendFunction[1]),
             GLenum(state.blendFunction[2]), GLenum(state.blendFunction[3]));
+    for (const ImageBinding &image : state.images)
+        glBindImageTexture(image.unit, image.name, image.level, GL_FALSE, 0, image.access, image.format);
+    if (state.atomicCounter && differs(&State::atomicCounter))
+        glBindBufferBase(GL_ATOMIC_COUNTER_BUFFER, 0, state.atomicCounter);
     for (const TextureBinding &texture : state.textures) {
         glActiveTexture(GL_TEXTURE0 + texture.unit);
         glBindTexture(texture.target, texture.name);
@@ -343,6 +388,10 @@ void DrawRecorder::replay() const
         case Command::UniformUInt:
             glUniform1ui(command.location, command.value);
             break;
+        case Command::SetCounter:
+            glBindBuffer(GL_ATOMIC_COUNTER_BUFFER, GLuint(command.location));
+            glBufferSubData(GL_ATOMIC_COUNTER_BUFFER, 0, sizeof(GLuint), &command.value);
+            break;
         }
     }
 }
@@ -354,6 +403,7 @@ void DrawRecorder::unbind()
     glBindVertexArray(0);
     glActiveTexture(GL_TEXTURE0);
     glDepthMask(GL_TRUE);
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
 }
 
 } // namespace Velmora::Kvz

@@ -38,6 +38,14 @@ private:
         GLenum target;
         GLuint name;
     };
+    struct ImageBinding
+    {
+        GLuint unit;
+        GLuint name;
+        GLint level;
+        GLenum access;
+        GLenum format;
+    };
     struct State
     {
         GLuint drawFramebuffer = 0;
@@ -53,6 +61,8 @@ private:
         bool depthMask = true;
         std::array<GLint, 4> blendFunction{}; ///< Source and destination, of colour and then of alpha.
         std::vector<TextureBinding> textures;
+        std::vector<ImageBinding> images;
+        GLuint atomicCounter = 0; ///< The buffer behind binding 0.
     };
     /// Of a program that one pass draws with more than once.
     struct Uniform
@@ -64,7 +74,7 @@ private:
     };
     struct Command
     {
-        enum Kind { DrawArrays, DrawElements, Clear, Blit, UniformUInt } kind;
+        enum Kind { DrawArrays, DrawElements, Clear, Blit, UniformUInt, SetCounter } kind;
         int state; ///< Index; -1 for the state of the command before.
         GLenum mode = 0;
         GLint first = 0;
@@ -85,6 +95,7 @@ private:
     static void onBlit(GLint sx0, GLint sy0, GLint sx1, GLint sy1, GLint dx0, GLint dy0, GLint dx1, GLint dy1,
         GLbitfield mask, GLenum filter);
     static void onUniformUInt(GLint location, GLuint value);
+    static void onBufferSubData(GLenum target, GLintptr offset, GLsizeiptr size, const void *data);
     static void onUniformVector(GLint location, GLsizei count, const GLfloat *value);
     static void onUniformMatrix(GLint location, GLsizei count, GLboolean transpose, const GLfloat *value);
     static void onUniformInt(GLint location, GLsizei count, const GLint *value);

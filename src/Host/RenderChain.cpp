@@ -88,6 +88,8 @@ struct Node
     bool saidFailed = false; ///< The log has the line about a failure.
     bool saidFull = false; ///< The log has the line about fragments that found no room.
     SampleCounter fragments; ///< Of passes with limited room.
+    bool knowsRoom = false; ///< The driver was asked whether there is a limit.
+    bool hasLimitedRoom = false;
 
     RenderChain::PassTiming timing;
 };
@@ -287,7 +289,7 @@ struct RenderChain::Private
     QVariant inputValue(const Node &node, int input) const;
     QSize viewportOf(const Node &node, const QSize &frameSize) const;
     void reportFailure(Node *node);
-    static bool hasLimitedRoom(const PassInfo &info);
+    static bool isCounted(Node *node);
     static void reportFragments(Node *node, quint64 count);
     static void releaseCounter(Node *node, bool isCurrent);
     void hold(Texture *texture, bool isCounted, QVarLengthArray<HeldTexture, 8> *held);
@@ -824,6 +826,7 @@ void RenderChain::Private::leaveContext()
         }
         releaseCounter(node.get(), isCurrent);
         node->hasGeometry = false;
+        node->knowsRoom = false;
         node->instances.clear();
         node->active = nullptr;
         node->previous.assign(node->previous.size(), QVariant());
@@ -1159,13 +1162,19 @@ void RenderChain::Private::reportFailure(Node *node)
 }
 
 /// Whether a pass can lose fragments on this driver.
-bool RenderChain::Private::hasLimitedRoom(const PassInfo &info)
+bool RenderChain::Private::isCounted(Node *node)
 {
-    return info.fragmentRoom > 0
+    if (node->knowsRoom)
+        return node->hasLimitedRoom;
+    const PassInfo &info = *node->info;
+    node->knowsRoom = true;
+    // Without image writes nothing is recorded, and there are no barriers.
+    node->hasLimitedRoom = info.fragmentRoom > 0 && hasGLExtension("GL_ARB_shader_image_load_store")
         && std::all_of(info.driverNeeds.begin(), info.driverNeeds.end(), [](const DriverNeed &need) {
                return std::all_of(need.extensions.begin(), need.extensions.end(),
                    [](const QString &extension) { return hasGLExtension(extension.toUtf8().constData()); });
            });
+    return node->hasLimitedRoom;
 }
 
 /// Says that a pass had more fragments than it keeps, once until they fit again.
@@ -1243,11 +1252,14 @@ void RenderChain::Private::runNode(Node *node, int index, const QSize &frameSize
         const DebugGroup group(hasDebugGroups, node->label);
         if (!node->enabled || missing) {
             pass->skip(nullptr);
-        } else if (hasLimitedRoom(*node->info)) {
+        } else if (isCounted(node)) {
             node->fragments.poll([&](quint64 count) { reportFragments(node, count); });
+            // The pass clears what shaders wrote in the last frame, and the next one may go on with images.
+            glMemoryBarrier(GL_FRAMEBUFFER_BARRIER_BIT | GL_BUFFER_UPDATE_BARRIER_BIT);
             node->fragments.begin();
             pass->start(nullptr);
             node->fragments.end();
+            glMemoryBarrier(GL_SHADER_IMAGE_ACCESS_BARRIER_BIT);
         } else {
             pass->start(nullptr);
         }

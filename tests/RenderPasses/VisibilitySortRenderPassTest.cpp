@@ -322,7 +322,9 @@ TEST_F(VisibilitySortListsTest, sortsWithAProgramOfTheHostAndOwnsIt)
     sort->setShaderProgram(second);
     EXPECT_FALSE(first.isNull());
     makeLists(QSize(3, 1), {{0.5f, 0.25f}, {0.5f}, {0.75f, 0.5f}});
+    GLCallRecorder<&epoxy_glEnableVertexAttribArray> arrays;
     sort->start(nullptr);
+    EXPECT_TRUE(arrays.calls.empty()) << "the quad's arrays are enabled for the first program alone";
     EXPECT_EQ(lists().at(2, 0)[0].draw, 42u);
     sort = std::make_unique<Sort>();
     EXPECT_TRUE(second.isNull());

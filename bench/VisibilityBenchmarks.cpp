@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: MIT
+// What transparency by lists costs: recording, sorting and shading against the layers of a pixel and against the pixels that
+// have any, and the memory behind it.
+#include "Comparison.h"
+
+#include <GL/AutoBinder.h>
+#include <GL/FramebufferObject.h>
+#include <GL/Texture.h>
+#include <RenderPasses/VisibilityBufferRenderPass.h>
+#include <RenderPasses/VisibilityDeferredRenderPass.h>
+#include <RenderPasses/VisibilitySortRenderPass.h>
+#include <Scene/GPUModelBuilder.h>
+
+#include <QtCore/QRect>
+#include <QtGui/QMatrix4x4>
+
+#include <benchmark/benchmark.h>
+
+#include <epoxy/gl.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <vector>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+/// So many squares one before the other, in an order without order, over a part of the image from its left edge on.
+QSharedPointer<GPUModel> createLayers(int layers, float share)
+{
+    GPUModelBuilder builder;
+    MeshData mesh;
+    for (const QVector2D &corner : {QVector2D(-1, -1), QVector2D(1, -1), QVector2D(1, 1), QVector2D(-1, 1)}) {
+        mesh.positions.append(QVector3D(corner, 0));
+        mesh.normals.append(QVector3D(0, 0, 1));
+        mesh.texCoords.append(corner);
+    }
+    mesh.indices = {0, 1, 2, 0, 2, 3};
+    const int square = builder.addMesh(mesh);
+    MaterialData glass;
+    glass.d = 0.1f;
+    const int material = builder.addMaterial(glass);
+    for (int i = 0; i < layers; ++i) {
+        QMatrix4x4 matrix;
+        // 37 has no divisor in common with any number of layers here.
+        matrix.translate(share - 1, 0, 0.9f * (2 * float(i * 37 % layers) / float(layers) - 1));
+        matrix.scale(share, 1, 1);
+        builder.addItem(square, material, matrix);
+    }
+    return builder.build();
+}
+
+/// The three passes on a scene of layers. Arguments of a benchmark: layers, and the percentage of pixels that have them.
+struct Passes
+{
+    explicit Passes(const benchmark::State &state)
+        : model(createLayers(int(state.range(0)), float(state.range(1)) / 100))
+    {
+        const QRect viewport(0, 0, 640, 360);
+        buffer.setInput(VisibilityBufferRenderPass::Viewport, viewport);
+        buffer.setInput(VisibilityBufferRenderPass::Geometry, QVariant::fromValue(model.data()));
+        sort.setInput(VisibilitySortRenderPass::Viewport, viewport);
+        deferred.setInput(VisibilityDeferredRenderPass::Viewport, viewport);
+        deferred.setInput(VisibilityDeferredRenderPass::Geometry, QVariant::fromValue(model.data()));
+        glViewport(0, 0, viewport.width(), viewport.height());
+        glClearColor(0, 0, 0, 1);
+    }
+
+    void record() { buffer.start(nullptr); }
+    void sortLists()
+    {
+        for (int i = 0; i < 3; ++i)
+            sort.setInput(VisibilitySortRenderPass::HeadPointersIn + i, buffer.output(i));
+        sort.start(nullptr);
+    }
+    void shade()
+    {
+        for (int i = 0; i < 3; ++i)
+            deferred.setInput(VisibilityDeferredRenderPass::HeadPointers + i, sort.output(i));
+        deferred.start(nullptr);
+    }
+
+    QSharedPointer<GPUModel> model;
+    VisibilityBufferRenderPass buffer{0, 0};
+    VisibilitySortRenderPass sort;
+    VisibilityDeferredRenderPass deferred;
+};
+
+double millisecondsOf(const std::function<void()> &work)
+{
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    glFinish();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+double median(std::vector<double> values)
+{
+    std::nth_element(values.begin(), values.begin() + long(values.size() / 2), values.end());
+    return values[values.size() / 2];
+}
+
+/// Each pass of a frame by itself, with fresh lists each time: sorting sorted ones costs more. `record_ms` contains the clears,
+/// `clear_ms`, which a frame without a model has alone.
+void threePasses(benchmark::State &state)
+{
+    Passes passes(state);
+    Passes empty(state);
+    empty.buffer.setInput(VisibilityBufferRenderPass::Geometry, QVariant());
+    std::vector<double> record, clear, sort, shade;
+    for (int i = 0; i < 2; ++i) {
+        passes.record();
+        passes.sortLists();
+        passes.shade();
+        empty.record();
+    }
+    glFinish();
+    for (auto _ : state) {
+        clear.push_back(millisecondsOf([&] { empty.record(); }));
+        record.push_back(millisecondsOf([&] { passes.record(); }));
+        sort.push_back(millisecondsOf([&] { passes.sortLists(); }));
+        shade.push_back(millisecondsOf([&] { passes.shade(); }));
+        state.SetIterationTime((record.back() + sort.back() + shade.back()) * 1e-3);
+    }
+    state.counters["record_ms"] = median(record);
+    state.counters["clear_ms"] = median(clear);
+    state.counters["sort_ms"] = median(sort);
+    state.counters["shade_ms"] = median(shade);
+    // Nodes that hold something, and all that the passes keep.
+    const double fragments = double(state.range(0)) * double(state.range(1)) / 100 * 640 * 360;
+    state.counters["used_MiB"] = fragments * 16 / (1 << 20);
+    state.counters["held_MiB"] = (4096.0 * 4096 * 16 + 640.0 * 360 * (4 + 4 + 8)) / (1 << 20);
+}
+
+/// Recording beside the same clears and draws in raw GL, with the same images bound.
+void recordLists(benchmark::State &state)
+{
+    Passes passes(state);
+    compareWithFloor(state, [&passes] { passes.record(); });
+}
+
+/// Sorting lists that are sorted already, beside the same quad in raw GL.
+void sortSortedLists(benchmark::State &state)
+{
+    Passes passes(state);
+    passes.record();
+    compareWithFloor(state, [&passes] { passes.sortLists(); });
+}
+
+void shadeLists(benchmark::State &state)
+{
+    Passes passes(state);
+    passes.record();
+    passes.sortLists();
+    compareWithFloor(state, [&passes] { passes.shade(); });
+}
+
+/// The clear of the whole node texture by itself, 256 MiB.
+void clearNodes(benchmark::State &state)
+{
+    Texture nodes(GL_TEXTURE_2D, GL_RGBA32UI, 4096, 4096, 0, nullptr);
+    FramebufferObject framebuffer;
+    AutoBinder binder(&framebuffer);
+    {
+        AutoBinder textureBinder(&nodes);
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA32UI, 4096, 4096, 0, GL_RGBA_INTEGER, GL_UNSIGNED_INT, nullptr);
+    }
+    framebuffer.attach(&nodes, GL_COLOR_ATTACHMENT0, 0);
+    framebuffer.setDrawBuffers();
+    glClearColor(0, 0, 0, 0);
+    for (int i = 0; i < 2; ++i)
+        millisecondsOf([] { glClear(GL_COLOR_BUFFER_BIT); });
+    for (auto _ : state)
+        state.SetIterationTime(millisecondsOf([] { glClear(GL_COLOR_BUFFER_BIT); }) * 1e-3);
+    state.counters["GiB_per_s"] = benchmark::Counter(0.25, benchmark::Counter::kIsIterationInvariantRate);
+}
+
+void timing(benchmark::internal::Benchmark *benchmark)
+{
+    benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
+}
+
+void layers(benchmark::internal::Benchmark *benchmark)
+{
+    for (const int count : {1, 2, 4, 8, 16, 32, 50, 64})
+        benchmark->Args({count, 100});
+    benchmark->ArgNames({"layers", "percent"})->Apply(timing);
+}
+
+void pixels(benchmark::internal::Benchmark *benchmark)
+{
+    for (const int percent : {1, 5, 10, 25, 50, 100})
+        benchmark->Args({8, percent});
+    benchmark->ArgNames({"layers", "percent"})->Apply(timing);
+}
+
+void oneScene(benchmark::internal::Benchmark *benchmark)
+{
+    benchmark->Args({8, 50})->ArgNames({"layers", "percent"})->Apply(timing);
+}
+
+} // namespace
+
+BENCHMARK(threePasses)->Name("listsAgainstLayers")->Apply(layers);
+BENCHMARK(threePasses)->Name("listsAgainstPixels")->Apply(pixels);
+BENCHMARK(clearNodes)->Apply(timing);
+BENCHMARK(recordLists)->Apply(oneScene);
+BENCHMARK(sortSortedLists)->Apply(oneScene);
+BENCHMARK(shadeLists)->Apply(oneScene);
+
+} // namespace Velmora::Kvz
