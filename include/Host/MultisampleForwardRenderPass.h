@@ -4,7 +4,6 @@
 #include <Host/Export.h>
 #include <RenderPasses/RenderPassProxy.h>
 
-#include <QtCore/QPointF>
 #include <QtCore/QSharedPointer>
 #include <QtCore/QSize>
 #include <QtGui/QMatrix4x4>
@@ -54,10 +53,6 @@ public:
     ~MultisampleForwardRenderPass() override;
 
     void start(RenderCallbacks *callbacks) override;
-
-    /// Where a sample of the table lies in its texel, from (0, 0) at the lower left to (1, 1). `frame` is 0 or 1 for 4x, -1
-    /// for S2x; `sample` is 0 or 1.
-    static QPointF samplePosition(int frame, int sample);
 
 private:
     void drawBackground(Texture *background);

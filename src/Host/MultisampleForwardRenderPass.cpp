@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <Host/MultisampleForwardRenderPass.h>
 
+#include "SubsampleTable.h"
 #include "steps/DirectionalLight.h"
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
@@ -83,23 +84,6 @@ void main()
 }
 )");
 
-/// The samples of the table, left to right as the area table's slices count them: each pair is one frame's.
-const QPointF samplesOfS2x[] = {{0.75, 0.75}, {0.25, 0.25}};
-const QPointF samplesOf4x[] = {{0.875, 0.625}, {0.375, 0.125}, {0.625, 0.875}, {0.125, 0.375}};
-
-/// How far a picture must move for what lies at `wanted` to meet a sample at `actual`, in normalised device units.
-QVector2D shiftTo(const QPointF &actual, const QPointF &wanted, const QSize &size)
-{
-    return {float(2 * (actual.x() - wanted.x()) / size.width()), float(2 * (actual.y() - wanted.y()) / size.height())};
-}
-
-QMatrix4x4 shifted(const QMatrix4x4 &projection, const QVector2D &shift)
-{
-    QMatrix4x4 matrix;
-    matrix.translate(shift.x(), shift.y(), 0);
-    return matrix * projection;
-}
-
 } // namespace
 
 MultisampleForwardRenderPass::MultisampleForwardRenderPass()
@@ -122,11 +106,6 @@ MultisampleForwardRenderPass::~MultisampleForwardRenderPass()
     delete m_framebuffer;
     delete m_backgroundProgram;
     delete m_modelProgram;
-}
-
-QPointF MultisampleForwardRenderPass::samplePosition(int frame, int sample)
-{
-    return frame < 0 ? samplesOfS2x[sample & 1] : samplesOf4x[(frame & 1) * 2 + (sample & 1)];
 }
 
 void MultisampleForwardRenderPass::start(RenderCallbacks *)
@@ -164,7 +143,7 @@ void MultisampleForwardRenderPass::start(RenderCallbacks *)
         m_framebuffer->detach(GL_DEPTH_STENCIL_ATTACHMENT);
     }
 
-    const QPointF middle = (samplePosition(frame, 0) + samplePosition(frame, 1)) / 2;
+    const QPointF middle = (subsamplePosition(frame, 0) + subsamplePosition(frame, 1)) / 2;
     const QVector2D jitter = shiftTo(QPointF(0.5, 0.5), middle, size);
     m_outputs[ProjectionMatrixOut].value = shifted(projection, jitter);
     m_outputs[JitterAmount].value = jitter;
@@ -212,7 +191,7 @@ void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *backgroun
         // This sample, and every other one of those that a driver adds.
         glSampleMaski(0, 0x55555555u << sample);
         m_modelProgram->setUniform(QStringLiteral("u_ProjectionMatrix"),
-            shifted(projection, shiftTo(actual, samplePosition(frame, sample), size)));
+            shifted(projection, shiftTo(actual, subsamplePosition(frame, sample), size)));
         m_modelProgram->setUniform(QStringLiteral("u_FromCentre"), QVector2D(position[0] - 0.5f, position[1] - 0.5f));
         model->draw(m_modelProgram, 0, 0, WindingCounterClockwise, false);
     }

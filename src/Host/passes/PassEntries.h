@@ -40,6 +40,7 @@ PassInfo smaaRenderPass();
 PassInfo shadowMaskRenderPass();
 PassInfo stencilBlurAndBlendRenderPass();
 PassInfo textureLoaderRenderPass();
+PassInfo subsampleJitterPass();
 PassInfo temporalAARenderPass();
 PassInfo textureToScreenRenderPass();
 PassInfo visibilityBufferRenderPass();
@@ -82,6 +83,7 @@ inline constexpr PassInfo (*all[])() = {
     shadowMaskRenderPass,
     stencilBlurAndBlendRenderPass,
     textureLoaderRenderPass,
+    subsampleJitterPass,
     temporalAARenderPass,
     textureToScreenRenderPass,
     visibilityBufferRenderPass,
