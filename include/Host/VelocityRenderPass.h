@@ -5,6 +5,7 @@
 #include <RenderPasses/RenderPassProxy.h>
 
 #include <QtCore/QSharedPointer>
+#include <QtCore/QSize>
 #include <QtGui/QMatrix4x4>
 
 #include <array>
@@ -52,7 +53,7 @@ public:
 
 private:
     void drawCameraMotion(Texture *depth, bool isMultisampled);
-    void drawMovedItems(GPUModel *model, Texture *depth, bool isMultisampled);
+    void drawMovedItems(GPUModel *model, Texture *depth, bool isMultisampled, const QSize &size);
 
     FramebufferObject *m_framebuffer = nullptr;
     std::array<ShaderProgram *, 2> m_cameraPrograms{}; ///< For depth of one sample and of several.

@@ -58,7 +58,8 @@ void main()
 }
 )");
 
-// Interpolation is to the texel's centre, which is not where the one sample lies that is drawn.
+// Values are those at the texel's centre, which is not where the one sample lies that is drawn, so they are carried over to it.
+// Colours end at 1 as in the frames of ForwardRenderPass, whose highlights may go far beyond.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #instancedata "OBJMaterial"
 #include "TextureManager.glslh"
@@ -77,7 +78,7 @@ void main()
     vec3 Kd = getKd() * managedTexture(getMap_Kd(), texCoord).rgb;
     vec3 Ks = getKs() * managedTexture(getMap_Ks(), texCoord).rgb;
     vec3 L = normalize(vec3(100.0, 100.0, 100.0));
-    vec3 shaded = directionalLight(Kd, Ks, getNs(), normal, L);
+    vec3 shaded = clamp(directionalLight(Kd, Ks, getNs(), normal, L), 0.0, 1.0);
     vec4 behind = texture(u_Background, gl_FragCoord.xy / u_Size);
     float opacity = getD();
     out_FragColor = vec4(mix(behind.rgb, shaded, opacity), opacity + behind.a * (1.0 - opacity));

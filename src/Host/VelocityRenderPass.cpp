@@ -90,8 +90,12 @@ out vec4 out_Velocity;
     + QStringLiteral(R"(
 void main()
 {
-    // As far away as the depth image says, but for what another program and another sample make of it.
-    float tolerance = 2.0 * fwidth(gl_FragCoord.z) + 1e-6;
+    // As far away as the depth image says, but for what another program, and a sample beside the centre, make of it.
+#if MULTISAMPLED
+    float tolerance = 2e-6 + 0.4 * fwidth(gl_FragCoord.z);
+#else
+    float tolerance = 2e-6 + 0.01 * fwidth(gl_FragCoord.z);
+#endif
     if (gl_FragCoord.z > depthAt(gl_FragCoord.xy) + tolerance)
         discard;
     out_Velocity = wayFrom(vo_Previous, vo_Present.xy / vo_Present.w);
@@ -233,7 +237,7 @@ void VelocityRenderPass::start(RenderCallbacks *)
     const bool hasSamples = isMultisampled(depth);
     drawCameraMotion(depth, hasSamples);
     if (model && model->hasMovedItems())
-        drawMovedItems(model, depth, hasSamples);
+        drawMovedItems(model, depth, hasSamples, size);
 
     m_previousProjection = m_projection;
     m_previousCamera = m_camera;
@@ -259,12 +263,16 @@ void VelocityRenderPass::drawCameraMotion(Texture *depth, bool isMultisampled)
     m_screenQuad->draw();
 }
 
-void VelocityRenderPass::drawMovedItems(GPUModel *model, Texture *depth, bool isMultisampled)
+void VelocityRenderPass::drawMovedItems(GPUModel *model, Texture *depth, bool isMultisampled, const QSize &size)
 {
     ShaderProgram *&program = m_itemPrograms[size_t(isMultisampled)];
     if (!program)
         program = makeItemProgram(isMultisampled);
 
+    // Of moved items the nearest one counts; the depth image itself is being read.
+    attachTempTexture(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, TextureFormat::DepthStencil, size);
+    glClear(GL_DEPTH_BUFFER_BIT);
+    glEnable(GL_DEPTH_TEST);
     AutoBinder programBinder(program);
     AutoBinder depthBinder(depth);
     program->setUniform(QStringLiteral("u_Depth"), depth->unit());
@@ -273,6 +281,8 @@ void VelocityRenderPass::drawMovedItems(GPUModel *model, Texture *depth, bool is
     program->setUniform(QStringLiteral("u_PreviousProjectionMatrix"), m_previousProjection);
     program->setUniform(QStringLiteral("u_PreviousCameraMatrix"), m_previousCamera);
     model->draw(program, nullptr, 0, 0);
+    glDisable(GL_DEPTH_TEST);
+    detachAndGiveBack(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
 }
 
 } // namespace Velmora::Kvz
