@@ -19,6 +19,7 @@ struct EntryPoints
     decltype(epoxy_glUniformMatrix4fv) uniformMatrix;
     decltype(epoxy_glUniform1iv) uniformInt;
     decltype(epoxy_glBufferSubData) bufferSubData;
+    decltype(epoxy_glUniform4fv) uniformVector4;
 };
 
 EntryPoints driver;
@@ -86,7 +87,7 @@ void DrawRecorder::begin()
 {
     // The first call of each resolves the loader's pointer; asking for its address is not enough.
     driver = {epoxy_glDrawArrays, epoxy_glDrawElements, epoxy_glClear, epoxy_glBlitFramebuffer, epoxy_glUniform1ui,
-        epoxy_glUniform2fv, epoxy_glUniformMatrix4fv, epoxy_glUniform1iv, epoxy_glBufferSubData};
+        epoxy_glUniform2fv, epoxy_glUniformMatrix4fv, epoxy_glUniform1iv, epoxy_glBufferSubData, epoxy_glUniform4fv};
     listener = this;
     epoxy_glDrawArrays = onDrawArrays;
     epoxy_glDrawElements = onDrawElements;
@@ -97,6 +98,7 @@ void DrawRecorder::begin()
     epoxy_glUniformMatrix4fv = onUniformMatrix;
     epoxy_glUniform1iv = onUniformInt;
     epoxy_glBufferSubData = onBufferSubData;
+    epoxy_glUniform4fv = onUniformVector4;
 }
 
 void DrawRecorder::end()
@@ -110,6 +112,7 @@ void DrawRecorder::end()
     epoxy_glUniformMatrix4fv = driver.uniformMatrix;
     epoxy_glUniform1iv = driver.uniformInt;
     epoxy_glBufferSubData = driver.bufferSubData;
+    epoxy_glUniform4fv = driver.uniformVector4;
     listener = nullptr;
 }
 
@@ -170,7 +173,7 @@ int DrawRecorder::recordState()
     glGetIntegerv(GL_VIEWPORT, state.viewport.data());
     glGetFloatv(GL_COLOR_CLEAR_VALUE, state.clearColor.data());
     state.depthTest = glIsEnabled(GL_DEPTH_TEST);
-    state.blend = glIsEnabled(GL_BLEND);
+    state.blend = {bool(glIsEnabledi(GL_BLEND, 0)), bool(glIsEnabledi(GL_BLEND, 1))};
     state.cullFace = glIsEnabled(GL_CULL_FACE);
     GLboolean colorMask[4] = {};
     glGetBooleanv(GL_COLOR_WRITEMASK, colorMask);
@@ -178,6 +181,13 @@ int DrawRecorder::recordState()
     state.depthMask = integer(GL_DEPTH_WRITEMASK) != 0;
     state.blendFunction = {
         integer(GL_BLEND_SRC_RGB), integer(GL_BLEND_DST_RGB), integer(GL_BLEND_SRC_ALPHA), integer(GL_BLEND_DST_ALPHA)};
+    glGetFloatv(GL_BLEND_COLOR, state.blendColor.data());
+    state.stencilTest = glIsEnabled(GL_STENCIL_TEST);
+    state.stencilFunc = {integer(GL_STENCIL_FUNC), integer(GL_STENCIL_REF), integer(GL_STENCIL_VALUE_MASK)};
+    state.stencilOp = {
+        integer(GL_STENCIL_FAIL), integer(GL_STENCIL_PASS_DEPTH_FAIL), integer(GL_STENCIL_PASS_DEPTH_PASS)};
+    state.stencilWriteMask = integer(GL_STENCIL_WRITEMASK);
+    state.clearStencil = integer(GL_STENCIL_CLEAR_VALUE);
     state.drawFramebuffer = copyFramebuffer(GL_DRAW_FRAMEBUFFER_BINDING);
     state.readFramebuffer = copyFramebuffer(GL_READ_FRAMEBUFFER_BINDING);
     if (state.program) {
@@ -295,6 +305,12 @@ void DrawRecorder::onUniformVector(GLint location, GLsizei count, const GLfloat 
     driver.uniformVector(location, count, value);
 }
 
+void DrawRecorder::onUniformVector4(GLint location, GLsizei count, const GLfloat *value)
+{
+    listener->m_uniforms.push_back({Uniform::Vector4, location, {value, value + 4 * count}});
+    driver.uniformVector4(location, count, value);
+}
+
 void DrawRecorder::onUniformMatrix(GLint location, GLsizei count, GLboolean transpose, const GLfloat *value)
 {
     listener->m_uniforms.push_back({Uniform::Matrix4, location, {value, value + 16 * count}});
@@ -313,6 +329,8 @@ void DrawRecorder::send(const std::vector<Uniform> &uniforms)
         const auto floats = GLsizei(uniform.floats.size());
         if (uniform.kind == Uniform::Vector2)
             glUniform2fv(uniform.location, floats / 2, uniform.floats.data());
+        else if (uniform.kind == Uniform::Vector4)
+            glUniform4fv(uniform.location, floats / 4, uniform.floats.data());
         else if (uniform.kind == Uniform::Matrix4)
             glUniformMatrix4fv(uniform.location, floats / 16, GL_FALSE, uniform.floats.data());
         else
@@ -343,8 +361,6 @@ void DrawRecorder::apply(const State &state, const State *before) const
         const GLboolean mask = state.writesColor ? GL_TRUE : GL_FALSE;
         glColorMask(mask, mask, mask, mask);
     }
-    if (differs(&State::blend))
-        setEnabled(GL_BLEND, state.blend);
     if (differs(&State::depthMask))
         glDepthMask(state.depthMask ? GL_TRUE : GL_FALSE);
     if (differs(&State::blendFunction))
@@ -354,6 +370,20 @@ void DrawRecorder::apply(const State &state, const State *before) const
         glBindImageTexture(image.unit, image.name, image.level, GL_FALSE, 0, image.access, image.format);
     if (state.atomicCounter && differs(&State::atomicCounter))
         glBindBufferBase(GL_ATOMIC_COUNTER_BUFFER, 0, state.atomicCounter);
+    for (GLuint i = 0; differs(&State::blend) && i < state.blend.size(); ++i)
+        (state.blend[i] ? glEnablei : glDisablei)(GL_BLEND, i);
+    if (differs(&State::blendColor))
+        glBlendColor(state.blendColor[0], state.blendColor[1], state.blendColor[2], state.blendColor[3]);
+    if (differs(&State::stencilTest))
+        setEnabled(GL_STENCIL_TEST, state.stencilTest);
+    if (differs(&State::stencilFunc))
+        glStencilFunc(GLenum(state.stencilFunc[0]), state.stencilFunc[1], GLuint(state.stencilFunc[2]));
+    if (differs(&State::stencilOp))
+        glStencilOp(GLenum(state.stencilOp[0]), GLenum(state.stencilOp[1]), GLenum(state.stencilOp[2]));
+    if (differs(&State::stencilWriteMask))
+        glStencilMask(GLuint(state.stencilWriteMask));
+    if (differs(&State::clearStencil))
+        glClearStencil(state.clearStencil);
     for (const TextureBinding &texture : state.textures) {
         glActiveTexture(GL_TEXTURE0 + texture.unit);
         glBindTexture(texture.target, texture.name);

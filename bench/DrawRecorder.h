@@ -55,11 +55,17 @@ private:
         std::array<GLint, 4> viewport{};
         std::array<GLfloat, 4> clearColor{};
         bool depthTest = false;
-        bool blend = false;
+        std::array<bool, 2> blend{}; ///< Of the first two draw buffers.
         bool cullFace = false;
         bool writesColor = true;
         bool depthMask = true;
         std::array<GLint, 4> blendFunction{}; ///< Source and destination, of colour and then of alpha.
+        std::array<GLfloat, 4> blendColor{};
+        bool stencilTest = false;
+        std::array<GLint, 3> stencilFunc{}; ///< Function, reference, mask.
+        std::array<GLint, 3> stencilOp{};
+        GLint stencilWriteMask = 0;
+        GLint clearStencil = 0;
         std::vector<TextureBinding> textures;
         std::vector<ImageBinding> images;
         GLuint atomicCounter = 0; ///< The buffer behind binding 0.
@@ -67,7 +73,7 @@ private:
     /// Of a program that one pass draws with more than once.
     struct Uniform
     {
-        enum Kind { Vector2, Matrix4, Int } kind;
+        enum Kind { Vector2, Vector4, Matrix4, Int } kind;
         GLint location;
         std::vector<GLfloat> floats;
         GLint integer = 0;
@@ -100,6 +106,7 @@ private:
     static void onUniformMatrix(GLint location, GLsizei count, GLboolean transpose, const GLfloat *value);
     static void onUniformInt(GLint location, GLsizei count, const GLint *value);
     static void send(const std::vector<Uniform> &uniforms);
+    static void onUniformVector4(GLint location, GLsizei count, const GLfloat *value);
 
     int recordState();
     GLuint copyFramebuffer(GLenum binding);

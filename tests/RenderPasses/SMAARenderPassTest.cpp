@@ -1028,6 +1028,68 @@ TEST_F(SMAARenderPassTest, givesTheResolveTheChangeOfTheJitter)
     EXPECT_EQ(vectors(b), QVector<QVector2D>({0.5f * (a - b), texel}));
 }
 
+// A pixel changes where it or a neighbour has a weight, and weights are at edges. Saves the sheet of the documentation.
+TEST_F(SMAARenderPassTest, changesPixelsAtEdgesAlone)
+{
+    const QSize size(480, 270);
+    prepare(Smaa::Smaa1X, size);
+    const auto frame = makeTexture(renderedFrame(size), GL_RGBA8);
+    Texture *const encoded = target(TextureFormat::LowDynamicRange, size);
+    Texture *const edges = target(TextureFormat::LowDynamicRange, size);
+    Texture *const stencil = target(TextureFormat::DepthStencil, size);
+    Texture *const weights = target(TextureFormat::LowDynamicRange, size);
+    pass->applyGamma(frame.get(), encoded, 2.2f);
+    pass->edgeDetection(edges, stencil, encoded, nullptr);
+    pass->blendingWeightCalculation(weights, edges, stencil, 0);
+    set(pass.get(), Smaa::Smaa1X, frame.get(), size, nullptr, nullptr, false);
+    pass->setNumOutputUsers(0, 1);
+    pass->start(nullptr);
+    const Image before = readTexture(frame.get());
+    const Image found = readTexture(edges);
+    const Image shares = readTexture(weights);
+    const Image after = readTexture(result());
+    TextureManager::Instance()->releaseTempTextureRef(result(), 1);
+
+    const auto sum = [](const Image &image, int x, int y) {
+        const Color color = texel(image, x, y);
+        return color[0] + color[1] + color[2] + color[3];
+    };
+    int changed = 0;
+    for (int y = 0; y < size.height(); ++y) {
+        for (int x = 0; x < size.width(); ++x) {
+            if (sum(shares, x, y) > 0) {
+                EXPECT_GT(texel(found, x, y)[0] + texel(found, x, y)[1], 0.0) << x << ", " << y;
+            }
+            const bool mayChange = sum(shares, x, y) + sum(shares, x + 1, y) + sum(shares, x, y + 1) > 0;
+            const bool changes = after.pixel(x, y) != before.pixel(x, y);
+            EXPECT_TRUE(mayChange || !changes) << x << ", " << y;
+            changed += changes ? 1 : 0;
+        }
+    }
+    EXPECT_GT(changed, 500);
+
+    // The frame and the result over the edges and the weights, five times as large.
+    const QPoint corner(196, 112);
+    const QSize part(96, 64);
+    constexpr int scale = 5;
+    constexpr int gap = 4;
+    Image sheet = filled(2 * scale * part.width() + gap, 2 * scale * part.height() + gap, QVector4D(1, 1, 1, 1));
+    for (int tile = 0; tile < 4; ++tile) {
+        for (int y = 0; y < scale * part.height(); ++y) {
+            for (int x = 0; x < scale * part.width(); ++x) {
+                const int sx = corner.x() + x / scale;
+                const int sy = corner.y() + y / scale;
+                const QVector4D w = shares.pixel(sx, sy);
+                const QVector4D tiles[] = {before.pixel(sx, sy), after.pixel(sx, sy), found.pixel(sx, sy),
+                    QVector4D(2 * w.x(), 2 * w.y(), 2 * std::max(w.z(), w.w()), 1)};
+                sheet.setPixel(x + tile % 2 * (scale * part.width() + gap),
+                    y + (1 - tile / 2) * (scale * part.height() + gap), QVector4D(tiles[tile].toVector3D(), 1));
+            }
+        }
+    }
+    saveForViewing(sheet, QStringLiteral("SMAARenderPass"));
+}
+
 // Life and references
 
 TEST_F(SMAARenderPassTest, aNullFrameEndsTheFrame)
