@@ -10,7 +10,6 @@ namespace Velmora::Kvz {
 
 namespace {
 
-const QString framePort = QStringLiteral("Kvz_KvzTexture*_Frame");
 const QString modePort = QStringLiteral("Kvz_int_SmaaMode");
 const QString framePort = QStringLiteral("Kvz_KvzTexture*_Frame");
 const QString viewportPort = QStringLiteral("Kvz_QRect_Viewport");
@@ -92,13 +91,6 @@ PassInfo PassEntries::smaaRenderPass()
             QStringLiteral("none: what moves leaves a ghost"),
             QStringLiteral("put VelocityRenderPass before it, or set Kvz_int_SmaaMode to 0 or 1"),
             [](const PassUse &use) { return isTemporal(use) && !use.isFed(velocityPort); }},
-        {framePort, QStringLiteral("a frame of several samples in modes 1 and 3"), QStringLiteral("one sample"),
-            QStringLiteral("connect MultisampleForwardRenderPass, or set Kvz_int_SmaaMode to 0 or 2"),
-            [](const PassUse &use) {
-                const int mode = modeOf(use);
-                return (mode == SMAARenderPass::SmaaS2X || mode == SMAARenderPass::Smaa4X)
-                    && use.samples(framePort) == 1;
-            }},
         {jitterIndexPort, QStringLiteral("the jitter's position in the temporal modes 2 and 3"),
             QStringLiteral("none: both frames count as the first"),
             QStringLiteral("put CameraJitterPass before the geometry, or set Kvz_int_SmaaMode to 0 or 1"),
