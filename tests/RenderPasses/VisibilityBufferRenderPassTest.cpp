@@ -180,12 +180,7 @@ TEST_F(VisibilityBufferListsTest, recordsLayersThatFillTheImage)
         }
         setModel(stack.build());
         setViewport(QSize(320, 256));
-        glColorMask(GL_TRUE, GL_FALSE, GL_TRUE, GL_TRUE);
         runBuffer();
-        GLboolean mask[4];
-        glGetBooleanv(GL_COLOR_WRITEMASK, mask);
-        EXPECT_TRUE(mask[0] && !mask[1] && mask[2] && mask[3]) << "the mask does not come back";
-        glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
         const VisibilityLists lists(*buffer);
         int shortLists = 0;
         for (int y = 0; y < 256; ++y) {
@@ -194,6 +189,12 @@ TEST_F(VisibilityBufferListsTest, recordsLayersThatFillTheImage)
         }
         EXPECT_EQ(shortLists, 0);
     }
+    glColorMask(GL_TRUE, GL_FALSE, GL_TRUE, GL_TRUE);
+    runBuffer();
+    GLboolean mask[4];
+    glGetBooleanv(GL_COLOR_WRITEMASK, mask);
+    EXPECT_TRUE(mask[0] && !mask[1] && mask[2] && mask[3]) << "the mask does not come back";
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
 }
 
 TEST_F(VisibilityBufferSingleNodeTest, recordsTheNearestThatRaysMeet)
