@@ -121,7 +121,7 @@ protected:
 
 TEST_F(FilterChainsTest, eachDrawsAPictureAndReusesItsTextures)
 {
-    for (const char *name : {"glow", "soft-focus", "exposure", "blend-gallery"}) {
+    for (const char *name : {"glow", "soft-focus", "exposure", "blend-gallery", "smaa-1x"}) {
         SCOPED_TRACE(name);
         load(QString::fromUtf8(name));
         const int references = TextureManager::Instance()->poolStatistics().references;

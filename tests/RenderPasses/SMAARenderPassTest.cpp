@@ -564,7 +564,7 @@ TEST_F(SMAARenderPassTest, resolvesAgainstTheLastFrameWhereTheSurfaceWas)
             QVector2D(0.5f / float(width), -1.0f / float(height))},
         // Half floats leave a trace of it.
         {"still with a rounded velocity", withAlpha(colours, constant(0.05f)), withAlpha(others, constant(0.05f)),
-            filled(width, height, QVector4D(0.251f / float(width), -0.4985f / float(height), 0, 0)),
+            filled(width, height, QVector4D(0.2535f / float(width), -0.4965f / float(height), 0, 0)),
             QVector2D(0.5f / float(width), -1.0f / float(height))},
     };
     prepare(Smaa::SmaaT2X);
@@ -605,8 +605,9 @@ TEST_F(SMAARenderPassTest, resolvesAgainstTheLastFrameWhereTheSurfaceWas)
         const Image expected =
             smaaResolved(readTexture(current), storedPrevious, c.velocity, QVector2D() - 0.5f * c.jitter);
         saveForViewing(image, QStringLiteral("smaa-resolved-%1").arg(QString::fromLatin1(c.name)));
-        // Half floats in, half floats out, and the place of a read between texels.
-        EXPECT_LE(deviation(c.name, image, expected).largest, 1.0 / 1024.0 + 1.0 / 256.0);
+        // Half floats in, half floats out; the place of a read between texels, where it is between them.
+        const bool isBetween = QByteArray(c.name).contains("between") || QByteArray(c.name).startsWith("moving with");
+        EXPECT_LE(deviation(c.name, image, expected).largest, 1.0 / 1024.0 + (isBetween ? 1.0 / 256.0 : 0.0));
         EXPECT_GT(pixelsBeyond(expected, withAlpha(readTexture(current), constant(1)), 0.05), 1000);
         EXPECT_EQ(pool.references(previous), 1) << "given back";
         EXPECT_EQ(pool.references(packed[0]), 1) << "given back";
