@@ -482,6 +482,69 @@ TEST(ChainValidationTest, passesThatCompareTheCameraWantItWithoutJitter)
         QString::fromUtf8(projection));
 }
 
+TEST(ChainValidationTest, temporalPassesPassFramesThroughWhileTheyAreReset)
+{
+    const auto jitter =
+        with(with(pass("j", "CameraJitterPass"), "Kvz_int_JitterMode", 1), "Kvz_bool_ResetTemporal", false);
+    const auto mean = pass("t", "TemporalAARenderPass");
+    const auto accumulating = with(mean, "Kvz_bool_ResetTemporal", false);
+    EXPECT_CLEAN({jitter, pass("s", "Source"), accumulating});
+    // Left as it is made, it averages nothing, and the jitter has no consumer.
+    const QVector<ChainFinding> findings = check({jitter, pass("s", "Source"), mean});
+    ASSERT_EQ(findings.size(), 2);
+    EXPECT_EQ(findings[0].code, Code::UnusableConfiguration);
+    EXPECT_EQ(findings[0].port, QStringLiteral("Kvz_bool_ResetTemporal"));
+    EXPECT_EQ(findings[1].code, Code::RoleOrder);
+    EXPECT_EQ(findings[1].pass, QStringLiteral("j"));
+    // It compares the camera.
+    EXPECT_EQ(only({jitter, pass("s", "Source"),
+                       connected(accumulating, "Kvz_QMatrix4x4_ProjectionMatrix", "j.Kvz_QMatrix4x4_ProjectionMatrix")})
+                  .port,
+        QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"));
+    EXPECT_EQ(only({pass("s", "Source"), with(accumulating, "Kvz_Float_ViewportScale", 0)}).port,
+        QStringLiteral("Kvz_Float_ViewportScale"));
+    EXPECT_CLEAN({pass("s", "Source"),
+        with(with(accumulating, "Kvz_Float_ViewportScale", 0), "Kvz_Bool_ViewportScale_Enable", false)});
+    // Nobody may draw into the mean.
+    EXPECT_EQ(
+        only({pass("s", "Source"), accumulating, connected(pass("p", "Painter"), depth, "s.Kvz_KvzTexture*_Depth")})
+            .code,
+        Code::SharedDrawTarget);
+}
+
+TEST(ChainValidationTest, framesOfTwoSamplesGoToThoseWhoTakeThem)
+{
+    const auto sampled = pass("frame", "MultisampleForwardRenderPass");
+    EXPECT_CLEAN({sampled, with(pass("smooth", "SMAARenderPass"), "Kvz_int_SmaaMode", 1)});
+    const ChainFinding finding = only({sampled, pass("smooth", "FastApproximateAntiAliasingRenderPass")});
+    EXPECT_EQ(finding.code, Code::MultisampleMismatch);
+    EXPECT_EQ(finding.pass, QStringLiteral("smooth"));
+    EXPECT_TRUE(finding.actual.contains(QStringLiteral("2 samples")));
+    EXPECT_FALSE(finding.remedy.contains(QStringLiteral("set ")));
+    // In mode 4x the camera trembles.
+    const auto placed = with(sampled, "Kvz_int_JitterIndex", 0);
+    EXPECT_EQ(only({placed, with(pass("smooth", "SMAARenderPass"), "Kvz_int_SmaaMode", 1)}).code, Code::RoleOrder);
+}
+
+TEST(ChainValidationTest, velocityNeedsDepthAndTheJitterAnIndex)
+{
+    EXPECT_EQ(only({pass("v", "VelocityRenderPass")}).port, QString::fromUtf8(depth));
+    EXPECT_CLEAN({pass("m", "ModelRenderPass"), pass("v", "VelocityRenderPass")});
+    EXPECT_CLEAN({pass("m", "MultisampleForwardRenderPass"), pass("v", "VelocityRenderPass")});
+    EXPECT_EQ(
+        only({pass("j", "SubsampleJitterPass"), pass("a", "Accumulator")}).port, QStringLiteral("Kvz_int_JitterIndex"));
+    EXPECT_CLEAN({pass("i", "CameraJitterPass"), pass("j", "SubsampleJitterPass"), pass("a", "Accumulator")});
+}
+
+TEST(ChainValidationTest, antiAliasingStandsBehindShading)
+{
+    const auto smooth = pass("smooth", "FastApproximateAntiAliasingRenderPass");
+    EXPECT_CLEAN({pass("f", "ForwardRenderPass"), smooth});
+    const ChainFinding finding = only({pass("s", "Source"), smooth, pass("f", "ForwardRenderPass")});
+    EXPECT_EQ(finding.code, Code::RoleOrder);
+    EXPECT_EQ(finding.pass, QStringLiteral("smooth"));
+}
+
 TEST(ChainValidationTest, theRandomModeNeedsFramesWithoutReset)
 {
     const auto jitter = with(pass("j", "CameraJitterPass"), "Kvz_int_JitterMode", 1);

@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: MIT
+// Anti-aliasing and what it needs of the host, beside the same draws in raw GL.
+#include "Comparison.h"
+
+#include <GL/TextureManager.h>
+#include <Host/MultisampleForwardRenderPass.h>
+#include <Host/VelocityRenderPass.h>
+#include <RenderPasses/CameraJitterRenderPass.h>
+#include <RenderPasses/FastApproximateAntiAliasingRenderPass.h>
+#include <RenderPasses/ForwardRenderPass.h>
+#include <RenderPasses/ModelRenderPass.h>
+#include <RenderPasses/TemporalAARenderPass.h>
+#include <Scene/GPUModel.h>
+#include <Scene/GPUModelBuilder.h>
+
+#include <QtCore/QRect>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+QMatrix4x4 camera()
+{
+    QMatrix4x4 matrix;
+    matrix.lookAt(QVector3D(0.5f, 1, 4), QVector3D(), QVector3D(0, 1, 0));
+    return matrix;
+}
+
+QMatrix4x4 projection(const QRect &viewport)
+{
+    QMatrix4x4 matrix;
+    matrix.perspective(45, float(viewport.width()) / float(viewport.height()), 0.5f, 30);
+    return matrix;
+}
+
+/// Bars that lean, many of whose pixels are edges: the third argument of a benchmark is their number, 0 for none.
+QSharedPointer<GPUModel> bars(int count)
+{
+    GPUModelBuilder builder;
+    MeshData mesh;
+    mesh.positions = {{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}, {-1, 1, 0}};
+    mesh.normals = {{0, 0, 1}, {0, 0, 1}, {0, 0, 1}, {0, 0, 1}};
+    mesh.texCoords = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+    mesh.indices = {0, 1, 2, 0, 2, 3};
+    const int quad = builder.addMesh(mesh);
+    const int material = builder.addMaterial({});
+    for (int i = 0; i < count; ++i) {
+        QMatrix4x4 matrix;
+        matrix.translate(-2 + 4 * (float(i) + 0.5f) / float(count), 0, 0);
+        matrix.rotate(17, 0, 0, 1);
+        matrix.scale(1.0f / float(count), 3, 1);
+        builder.addItem(quad, material, matrix);
+    }
+    return builder.build();
+}
+
+class Scene
+{
+public:
+    explicit Scene(const benchmark::State &state, int barCount)
+        : viewport(0, 0, int(state.range(0)), int(state.range(1))),
+          model(bars(barCount))
+    {
+        set(&forward, ForwardRenderPass::Viewport);
+        glViewport(0, 0, viewport.width(), viewport.height());
+        forward.start(nullptr);
+    }
+    /// The ports of the camera and the model follow the viewport in every pass that draws a model.
+    void set(RenderPass *pass, int viewportPort) const
+    {
+        pass->setInput(viewportPort, viewport);
+        pass->setInput(pass->findInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix")), projection(viewport));
+        pass->setInput(pass->findInput(QStringLiteral("Kvz_QMatrix4x4_CameraMatrix")), camera());
+        pass->setInput(pass->findInput(QStringLiteral("Kvz_KvzGPUModel*_Geometry")), QVariant::fromValue(model.data()));
+    }
+    QVariant frame() const { return forward.output(ForwardRenderPass::Frame); }
+
+    const QRect viewport;
+    const QSharedPointer<GPUModel> model;
+    ForwardRenderPass forward;
+};
+
+/// FXAA leaves flat ground early, so its time follows the share of edges.
+void fxaa(benchmark::State &state)
+{
+    const Scene scene(state, int(state.range(2)));
+    FastApproximateAntiAliasingRenderPass pass;
+    pass.setInput(FastApproximateAntiAliasingRenderPass::Viewport, scene.viewport);
+    pass.setInput(FastApproximateAntiAliasingRenderPass::Frame, scene.frame());
+    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+}
+
+void accumulation(benchmark::State &state)
+{
+    const Scene scene(state, 20);
+    TemporalAARenderPass pass;
+    pass.setInput(TemporalAARenderPass::Viewport, scene.viewport);
+    pass.setInput(TemporalAARenderPass::Frame, scene.frame());
+    pass.setInput(TemporalAARenderPass::ResetTemporal, false);
+    pass.start(nullptr);
+    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+}
+
+/// The third argument: whether an item moves.
+void velocity(benchmark::State &state)
+{
+    const Scene scene(state, 20);
+    ModelRenderPass geometry;
+    scene.set(&geometry, ModelRenderPass::Viewport);
+    geometry.start(nullptr);
+    VelocityRenderPass pass;
+    scene.set(&pass, VelocityRenderPass::Viewport);
+    pass.setInput(VelocityRenderPass::Depth, geometry.output(ModelRenderPass::Depth));
+    if (state.range(2)) {
+        QMatrix4x4 matrix = scene.model->modelMatrix(3);
+        matrix.translate(0.1f, 0, 0);
+        scene.model->setModelMatrix(3, matrix); // The frame never ends, so it moves in each.
+    }
+    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+}
+
+/// Two samples, each with a draw of its own.
+void twoSamples(benchmark::State &state)
+{
+    const Scene scene(state, 20);
+    MultisampleForwardRenderPass pass;
+    scene.set(&pass, MultisampleForwardRenderPass::Viewport);
+    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+}
+
+/// It draws nothing, so there is no floor: CPU time alone.
+void cameraJitter(benchmark::State &state)
+{
+    CameraJitterPass pass;
+    pass.setInput(CameraJitterPass::Viewport, QRect(0, 0, 1280, 720));
+    pass.setInput(CameraJitterPass::ProjectionMatrix, projection(QRect(0, 0, 1280, 720)));
+    pass.setInput(CameraJitterPass::CameraMatrix, camera());
+    pass.setInput(CameraJitterPass::ResetTemporal, false);
+    pass.setInput(CameraJitterPass::Mode, int(JitterRandom));
+    for (auto _ : state)
+        pass.start(nullptr);
+}
+
+void timing(benchmark::internal::Benchmark *benchmark)
+{
+    benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.3);
+}
+
+void sizes(benchmark::internal::Benchmark *benchmark)
+{
+    benchmark->Args({1280, 720})->Args({16, 16})->Apply(timing);
+}
+
+void sizesAndEdges(benchmark::internal::Benchmark *benchmark)
+{
+    benchmark->Args({1280, 720, 0})->Args({1280, 720, 20})->Args({1280, 720, 100})->Args({16, 16, 2})->Apply(timing);
+}
+
+void sizesAndMotion(benchmark::internal::Benchmark *benchmark)
+{
+    benchmark->Args({1280, 720, 0})->Args({1280, 720, 1})->Args({16, 16, 0})->Apply(timing);
+}
+
+} // namespace
+
+BENCHMARK(fxaa)->Apply(sizesAndEdges);
+BENCHMARK(accumulation)->Apply(sizes);
+BENCHMARK(velocity)->Apply(sizesAndMotion);
+BENCHMARK(twoSamples)->Apply(sizes);
+BENCHMARK(cameraJitter)->Unit(benchmark::kMicrosecond);
+
+} // namespace Velmora::Kvz
