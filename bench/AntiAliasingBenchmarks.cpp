@@ -2,7 +2,8 @@
 // Anti-aliasing and what it needs of the host, beside the same draws in raw GL.
 #include "Comparison.h"
 
-#include <GL/TextureManager.h>
+#include <GL/AutoBinder.h>
+#include <GL/Texture.h>
 #include <Host/MultisampleForwardRenderPass.h>
 #include <Host/VelocityRenderPass.h>
 #include <RenderPasses/CameraJitterRenderPass.h>
@@ -66,6 +67,10 @@ public:
         set(&forward, ForwardRenderPass::Viewport);
         glViewport(0, 0, viewport.width(), viewport.height());
         forward.start(nullptr);
+        // As FXAA filters it, which the floor must too.
+        AutoBinder binder(frame().value<Texture *>());
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
     }
     /// The ports of the camera and the model follow the viewport in every pass that draws a model.
     void set(RenderPass *pass, int viewportPort) const
