@@ -203,10 +203,8 @@ TEST(DocumentationTest, theIndexListsAllPagesOfPasses)
     const QString index = read(docs + QStringLiteral("/passes/README.md"));
     for (const QString &file : QDir(docs + QStringLiteral("/passes")).entryList({QStringLiteral("*Pass.md")})) {
         EXPECT_TRUE(index.contains(QStringLiteral("](%1)").arg(file))) << qPrintable(file);
-        const auto isHeaderIn = [&](const char *room) {
-            return QFile::exists(QStringLiteral("%1/include/%2/%3.h").arg(root, QLatin1String(room), file.chopped(3)));
-        };
-        EXPECT_TRUE(isHeaderIn("RenderPasses") || isHeaderIn("Host"))
+        // A header need not have the name of its class.
+        EXPECT_TRUE(PassRegistry::standard().find(file.chopped(3)))
             << "a page of a class that is not there: " << qPrintable(file);
     }
 }
