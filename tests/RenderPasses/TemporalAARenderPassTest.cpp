@@ -387,6 +387,7 @@ TEST_F(TemporalAARenderPassTest, givesFreshReferencesForTheSameTexture)
     EXPECT_FALSE(pass->output(0).isValid());
     EXPECT_EQ(PooledTextures::references(frame), 0);
     EXPECT_EQ(PooledTextures::references(mean), 1);
+    pass->setNumOutputUsers(0, 1);
     add(1.0f);
     EXPECT_EQ(output(), mean);
     ASSERT_EQ(colors.calls.size(), 1u);
