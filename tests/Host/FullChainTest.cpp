@@ -130,10 +130,9 @@ TEST_F(FullChainTest, jittersWhatIsDrawnAndNothingElse)
     // Maps that trembled would give trembling shadows; a mean that looked at the jitter would begin anew in each frame.
     for (const char *const pass : {"jitter", "maps", "accumulate"})
         EXPECT_EQ(chain->chain.inputSource(QString::fromUtf8(pass), projection).kind, Kind::FrameValue) << pass;
-    // All passes have their place in the chain of passes: no other one reads a projection.
     const ChainDescription description = chain->chain.description();
     for (const ChainPass &pass : description.passes) {
-        EXPECT_TRUE(pass.isEnabled) << qPrintable(pass.name);
+        EXPECT_TRUE(pass.enabled) << qPrintable(pass.name);
         EXPECT_NE(chain->chain.pass(pass.name), nullptr) << qPrintable(pass.name);
     }
 }
