@@ -10,7 +10,7 @@
 namespace Velmora::Kvz {
 
 /// How the image moves from frame to frame; offsets in pixels, x to the right, y upwards.
-enum JitterMode {
+enum JitterMode : int {
     JitterOff = 0, ///< Not at all.
     JitterRandom = 1, ///< Four still frames after a reset, then at random by up to half a pixel.
     JitterAntiDiagonal = 2, ///< (0.25, -0.25) and (-0.25, 0.25) in turn.

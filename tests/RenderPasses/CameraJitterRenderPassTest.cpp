@@ -225,6 +225,28 @@ TEST_F(CameraJitterPassTest, anyChangeBeginsTheStillFramesAnew)
     EXPECT_EQ(stillFrames(), 3) << "the last reset frame was still already; null is false";
 }
 
+TEST_F(CameraJitterPassTest, theFirstFrameOfAnySizeIsAReset)
+{
+    // What the members hold from the start: identities. So the size alone tells.
+    for (const QVariant &viewport : {QVariant(QRect(0, 0, 640, 480)), QVariant()}) {
+        CameraJitterPass fresh;
+        fresh.setInput(Port::ResetTemporal, false);
+        fresh.setInput(Port::Mode, int(JitterRandom));
+        fresh.setInput(Port::Viewport, viewport);
+        srand48(4);
+        for (int i = 0; i < 4; ++i)
+            EXPECT_EQ(fresh.getJitter(JitterRandom), QVector2D(0, 0)) << "the still frames, used up";
+        fresh.start(nullptr);
+        const auto shift = fresh.output(Port::JitterAmount).value<QVector2D>();
+        if (viewport.isValid()) {
+            EXPECT_EQ(shift, QVector2D(0, 0)) << "still anew";
+        } else {
+            // Divided by 0 pixels a still frame has NaN.
+            EXPECT_TRUE(std::isinf(shift.x()) && std::isinf(shift.y())) << "no reset: 0 by 0 is the size before";
+        }
+    }
+}
+
 TEST_F(CameraJitterPassTest, comparesWithTheLatestReset)
 {
     setMode(JitterRandom);
