@@ -13,6 +13,8 @@
 
 #include <epoxy/gl.h>
 
+#include <optional>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -129,20 +131,19 @@ void FastApproximateAntiAliasingRenderPass::start(RenderCallbacks *)
     glDisable(GL_DEPTH_TEST);
     glViewport(0, 0, size.width(), size.height());
     glClear(GL_COLOR_BUFFER_BIT);
-    {
-        AutoBinder program(m_program);
-        AutoBinder frameBinder(frame);
-        const LinearFilters filters;
-        m_program->setUniform(QStringLiteral("u_FrameSampler"), frame->unit());
-        m_program->setUniform(QStringLiteral("u_Width"), m_width);
-        m_program->setUniform(QStringLiteral("u_Height"), m_height);
-        m_program->setUniform(QStringLiteral("u_SubPixelQuality"), subPixel);
-        m_program->setUniform(QStringLiteral("u_RcpFrameQuality"), rcpFrame);
-        m_program->setUniform(QStringLiteral("u_EdgeThresholdQuality"), edgeThreshold);
-        m_program->setUniform(QStringLiteral("u_EdgeThresholdMinQuality"), edgeThresholdMin);
-        AutoBinder quad(m_screenQuad);
-        m_screenQuad->draw();
-    }
+    AutoBinder program(m_program);
+    AutoBinder frameBinder(frame);
+    std::optional<LinearFilters> filters(std::in_place);
+    m_program->setUniform(QStringLiteral("u_FrameSampler"), frame->unit());
+    m_program->setUniform(QStringLiteral("u_Width"), m_width);
+    m_program->setUniform(QStringLiteral("u_Height"), m_height);
+    m_program->setUniform(QStringLiteral("u_SubPixelQuality"), subPixel);
+    m_program->setUniform(QStringLiteral("u_RcpFrameQuality"), rcpFrame);
+    m_program->setUniform(QStringLiteral("u_EdgeThresholdQuality"), edgeThreshold);
+    m_program->setUniform(QStringLiteral("u_EdgeThresholdMinQuality"), edgeThresholdMin);
+    AutoBinder quad(m_screenQuad);
+    m_screenQuad->draw();
+    filters.reset();
 
     handOn(m_outputs[FrameOut], m_numOutputUsers[FrameOut], m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
     detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);

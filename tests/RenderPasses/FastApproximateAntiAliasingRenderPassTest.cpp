@@ -287,6 +287,15 @@ TEST_F(FxaaTest, invalidValuesGiveASecondSetOfNumbers)
     expectSettings({1.25, 1.25, 0.3, 0.0});
 }
 
+TEST_F(FxaaTest, anInvalidSubPixelQualityAloneIs075)
+{
+    const Image image = renderedScene(QSize(128, 128));
+    pass->setInput(Port::SubPixelQuality, QVariant());
+    const Image filtered = filter(image);
+    EXPECT_LE(outliers(filtered, fxaaReference(image, {0.75, 1.1, 0.125, 0.0625}), halfFloatTolerance), 4);
+    EXPECT_GT(outliers(filtered, fxaaReference(image, {1.0, 1.1, 0.125, 0.0625}), halfFloatTolerance), 50);
+}
+
 TEST_F(FxaaTest, hdrChangesTheFormatAlone)
 {
     const Image image = noise(40, 30, 21);
@@ -396,6 +405,29 @@ TEST_F(FxaaTest, handsOnOneReferenceForEachUser)
     EXPECT_FALSE(pass->output(Port::FrameOut).isValid());
     EXPECT_EQ(PooledTextures::references(input), 0) << "a skipped pass gives it back too";
     EXPECT_EQ(PooledTextures::allReferences(), 0);
+}
+
+TEST_F(FxaaTest, unbindsAfterTheResultIsHandedOn)
+{
+    Texture *const input = textures.take(TextureFormat::HighDynamicRange, noise(6, 6, 1), 2);
+    pass->setInput(Port::Viewport, QRect(0, 0, 6, 6));
+    setFrame(input);
+    pass->start(nullptr); // Makes the objects.
+    TextureManager::Instance()->addTempTextureRef(input, 1);
+    int detached = 0;
+    GLCallRecorder<&epoxy_glFramebufferTexture> changes;
+    changes.onCall = [&](GLenum, GLenum, GLuint texture, GLint) {
+        if (texture != 0)
+            return;
+        ++detached;
+        EXPECT_NE(input->unit(), 0);
+        EXPECT_NE(glInteger(GL_CURRENT_PROGRAM), 0);
+        EXPECT_NE(glInteger(GL_VERTEX_ARRAY_BINDING), 0);
+        EXPECT_NE(glInteger(GL_DRAW_FRAMEBUFFER_BINDING), 0);
+    };
+    pass->start(nullptr);
+    EXPECT_EQ(detached, 1);
+    EXPECT_EQ(input->unit(), 0);
 }
 
 TEST_F(FxaaTest, setsItsStateAndLeavesTheRest)
