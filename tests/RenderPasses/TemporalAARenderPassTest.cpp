@@ -5,6 +5,7 @@
 #include "support/PooledTextures.h"
 
 #include <GL/GLStatistics.h>
+#include <RenderPasses/CameraJitterRenderPass.h>
 #include <RenderPasses/TemporalAARenderPass.h>
 
 #include <QtCore/QRect>
@@ -198,6 +199,56 @@ TEST_F(TemporalAARenderPassTest, aMatrixThatIsNoNumberNeverAccumulates)
     pass->setInput(Port::CameraMatrix, matrix);
     add(0.0f);
     EXPECT_NEAR(add(1.0f).x(), 0.5f, 0.6f / 255);
+}
+
+TEST_F(TemporalAARenderPassTest, aJitteredProjectionNeverAccumulates)
+{
+    const QMatrix4x4 projection = perspective(QSize(16, 8), 0.5f, 30);
+    CameraJitterPass jitter;
+    jitter.setInput(CameraJitterPass::Viewport, QRect(4, 5, 16, 8));
+    jitter.setInput(CameraJitterPass::ProjectionMatrix, projection);
+    jitter.setInput(CameraJitterPass::ResetTemporal, false);
+    for (const int mode : {int(JitterAntiDiagonal), int(JitterDiagonal)}) {
+        jitter.setInput(CameraJitterPass::Mode, mode);
+        for (int i = 0; i < 8; ++i) {
+            jitter.start(nullptr);
+            pass->setInput(Port::ProjectionMatrix, jitter.output(CameraJitterPass::ProjectionMatrixOut));
+            const float value = i % 3 ? 0.0f : 1.0f;
+            EXPECT_EQ(add(value).x(), value) << "mode " << mode << ", frame " << i;
+        }
+        // Beside the same jitter, the projection without it.
+        pass->setInput(Port::ProjectionMatrix, projection);
+        double mean = 0;
+        for (int i = 0; i < 8; ++i) {
+            jitter.start(nullptr);
+            const float value = i % 3 ? 0.0f : 1.0f;
+            mean = i < 2 ? double(value) : (mean * (i - 1) + double(value)) / i;
+            EXPECT_NEAR(double(add(value).x()), mean, 0.51 / 255 * std::max(1, i))
+                << "mode " << mode << ", frame " << i;
+        }
+        EXPECT_GT(mean, 0.2);
+    }
+}
+
+TEST_F(TemporalAARenderPassTest, aConsumerThatHoldsTheResultSeesTheNextFrame)
+{
+    pass->setNumOutputUsers(0, 2);
+    const auto startWith = [this](float value) {
+        const std::unique_ptr<Texture> texture =
+            makeTexture(filled(16, 8, QVector4D(value, value, value, 1)), GL_RGBA8);
+        pass->setInput(Port::Frame, QVariant::fromValue(texture.get()));
+        pass->start(nullptr);
+        return output();
+    };
+    Texture *const held = startWith(1);
+    EXPECT_EQ(readTexture(held).pixel(7, 3).x(), 1.0f);
+    EXPECT_EQ(PooledTextures::references(held), 3) << "two users and the pass";
+    startWith(0);
+    EXPECT_EQ(PooledTextures::references(held), 5) << "the users of the first frame still hold it";
+    EXPECT_EQ(readTexture(held).pixel(7, 3).x(), 0.0f) << "there is only one texture";
+    startWith(1);
+    EXPECT_NEAR(readTexture(held).pixel(7, 3).x(), 0.5f, 0.51f / 255);
+    TextureManager::Instance()->releaseTempTextureRef(held, 6);
 }
 
 TEST_F(TemporalAARenderPassTest, aChangeOfSizeTakesANewTexture)
