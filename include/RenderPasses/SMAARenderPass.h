@@ -102,9 +102,6 @@ private:
     static Texture *takeTexture(TextureFormat format, int width, int height);
     /// A copy with one sample, in the place of a use of the input.
     Texture *resolved(Texture *texture, TextureFormat format) const;
-    /// Separates the samples of a frame and averages what each gives.
-    void smoothSamples(Texture *target, Texture *packedVelocity, Texture *frame, Texture *predicate, Texture *velocity,
-        TextureFormat colourFormat);
     void clearTarget(Texture *target);
     void draw(ShaderProgram *program) const;
     void createPrograms();

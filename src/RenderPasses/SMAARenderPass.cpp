@@ -17,6 +17,7 @@
 #include <GL/OpenGLDeviceContext.h>
 #include <GL/ShaderProgram.h>
 #include <GL/TextureManager.h>
+#include <GL/UnpackState.h>
 
 #include <epoxy/gl.h>
 
@@ -226,6 +227,8 @@ Texture *makeTable(
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    // A host's row length or unpack buffer would have the tables read elsewhere.
+    UnpackState unpack;
     GLint before = 0;
     glGetIntegerv(GL_UNPACK_ALIGNMENT, &before);
     glPixelStorei(GL_UNPACK_ALIGNMENT, alignment);
@@ -259,10 +262,10 @@ void setSampler(ShaderProgram *program, const char *name, const Texture *texture
     program->setUniform(QString::fromLatin1(name), texture ? texture->unit() : 0);
 }
 
-void clearColour(GLbitfield further = 0)
+void clearColour()
 {
     glClearColor(0, 0, 0, 0);
-    glClear(GL_COLOR_BUFFER_BIT | further);
+    glClear(GL_COLOR_BUFFER_BIT);
 }
 
 } // namespace
@@ -351,17 +354,24 @@ void SMAARenderPass::start(RenderCallbacks *)
         doSmaa1x(target, nullptr, frameTexture, predicate, nullptr, 0);
         result = target;
         break;
-    case SmaaS2X:
+    case SmaaS2X: {
+        clearTarget(target);
         KVZ_ASSERT(frameTexture->target() == GL_TEXTURE_2D_MULTISAMPLE,
             "The input frame texture must be of type GL_TEXTURE_2D_MULTISAMPLE for SMAA S2X");
-        clearTarget(target);
-        smoothSamples(target, nullptr, frameTexture, predicate, nullptr, colourFormat);
+        Texture *const sampleA = takeTexture(colourFormat, m_width, m_height);
+        Texture *const sampleB = takeTexture(colourFormat, m_width, m_height);
+        doMultiSampleSeparation(frameTexture, sampleA, sampleB);
+        doSmaa1x(target, nullptr, sampleA, predicate, nullptr, 0);
+        doSmaa1x(target, nullptr, sampleB, predicate, nullptr, 1);
+        giveBack(sampleA);
+        giveBack(sampleB);
         result = target;
         break;
+    }
     case SmaaT2X: {
+        clearTarget(target);
         Texture *const resolveTarget = takeTexture(colourFormat, m_width, m_height);
         Texture *const packedVelocity = takeTexture(TextureFormat::Velocity, m_width, m_height);
-        clearTarget(target);
         if (isMultisampled(frameTexture)) {
             frameTexture = resolved(frameTexture, colourFormat);
             if (velocityTexture)
@@ -373,15 +383,21 @@ void SMAARenderPass::start(RenderCallbacks *)
         break;
     }
     case Smaa4X: {
+        clearTarget(target);
         KVZ_ASSERT(frameTexture->target() == GL_TEXTURE_2D_MULTISAMPLE,
             "The input frame texture must be of type GL_TEXTURE_2D_MULTISAMPLE for SMAA 4X");
         Texture *const resolveTarget = takeTexture(colourFormat, m_width, m_height);
         Texture *const packedVelocity = takeTexture(TextureFormat::Velocity, m_width, m_height);
-        clearTarget(target);
+        Texture *const sampleA = takeTexture(colourFormat, m_width, m_height);
+        Texture *const sampleB = takeTexture(colourFormat, m_width, m_height);
         if (velocityTexture && isMultisampled(velocityTexture))
             velocityTexture = resolved(velocityTexture, TextureFormat::ResolvedVelocity);
-        smoothSamples(target, packedVelocity, frameTexture, predicate, velocityTexture, colourFormat);
+        doMultiSampleSeparation(frameTexture, sampleA, sampleB);
+        doSmaa1x(target, packedVelocity, sampleA, predicate, velocityTexture, 0);
+        doSmaa1x(target, packedVelocity, sampleB, predicate, velocityTexture, 1);
         doTemporalResolve(resolveTarget, target, velocityTexture, packedVelocity, jitter);
+        giveBack(sampleA);
+        giveBack(sampleB);
         result = resolveTarget;
         break;
     }
@@ -483,18 +499,6 @@ void SMAARenderPass::doSmaa1x(
     giveBack(weights);
 }
 
-void SMAARenderPass::smoothSamples(Texture *target, Texture *packedVelocity, Texture *frame, Texture *predicate,
-    Texture *velocity, TextureFormat colourFormat)
-{
-    Texture *const samples[2] = {
-        takeTexture(colourFormat, m_width, m_height), takeTexture(colourFormat, m_width, m_height)};
-    doMultiSampleSeparation(frame, samples[0], samples[1]);
-    for (int pass : {0, 1})
-        doSmaa1x(target, packedVelocity, samples[pass], predicate, velocity, pass);
-    giveBack(samples[0]);
-    giveBack(samples[1]);
-}
-
 void SMAARenderPass::doMultiSampleSeparation(Texture *frame, Texture *target0, Texture *target1)
 {
     AutoBinder framebuffer(m_framebuffer);
@@ -530,20 +534,23 @@ void SMAARenderPass::edgeDetection(Texture *edges, Texture *stencil, Texture *in
     m_framebuffer->attach(edges, GL_COLOR_ATTACHMENT0, 0);
     m_framebuffer->attach(stencil, GL_DEPTH_STENCIL_ATTACHMENT, 0);
     m_framebuffer->setDrawBuffers();
-    AutoBinder predicateBinder(predicate);
-    filterLinearly(input);
     AutoBinder inputBinder(input);
-    setSampler(m_edgeProgram, "u_FrameSampler", input);
-    if (predicate)
-        setSampler(m_edgeProgram, "u_PredicateSampler", predicate);
-    // 1 where the shader keeps the fragment.
-    glStencilFunc(GL_ALWAYS, 1, 0xff);
-    glStencilOp(GL_KEEP, GL_KEEP, GL_REPLACE);
-    glStencilMask(0xff);
-    glEnable(GL_STENCIL_TEST);
-    glClearStencil(0);
-    clearColour(GL_STENCIL_BUFFER_BIT);
-    draw(m_edgeProgram);
+    {
+        AutoBinder predicateBinder(predicate);
+        filterLinearly(input);
+        setSampler(m_edgeProgram, "u_FrameSampler", input);
+        if (predicate)
+            setSampler(m_edgeProgram, "u_PredicateSampler", predicate);
+        // 1 where the shader keeps the fragment.
+        glStencilFunc(GL_ALWAYS, 1, 0xff);
+        glStencilOp(GL_KEEP, GL_KEEP, GL_REPLACE);
+        glStencilMask(0xff);
+        glEnable(GL_STENCIL_TEST);
+        glClearColor(0, 0, 0, 0);
+        glClearStencil(0);
+        glClear(GL_COLOR_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
+        draw(m_edgeProgram);
+    }
     m_framebuffer->detachAll();
 }
 
@@ -659,6 +666,7 @@ void SMAARenderPass::clearTarget(Texture *target)
 {
     AutoBinder framebuffer(m_blendFramebuffer);
     m_blendFramebuffer->attach(target, GL_COLOR_ATTACHMENT0, 0);
+    // A temporal frame before left two draw buffers: the clear wants those of what is attached now.
     m_blendFramebuffer->setDrawBuffers();
     clearColour();
     m_blendFramebuffer->detachAll();

@@ -9,6 +9,7 @@
 #include "support/Meshes.h"
 #include "support/PooledTextures.h"
 
+#include <GL/BufferObject.h>
 #include <GL/DrawBuffers.h>
 #include <GL/FramebufferObject.h>
 #include <GL/GLStatistics.h>
@@ -299,6 +300,62 @@ TEST_F(SMAARenderPassTest, makesTheLookupTablesOnceAsTheyArePublished)
         EXPECT_EQ(upload.sampling, linearAndClamped());
 }
 
+TEST_F(SMAARenderPassTest, uploadsWholeTablesWhateverPixelsTheHostReads)
+{
+    // Too small for either table, so that an upload out of it would be refused.
+    BufferObject buffer;
+    buffer.setTarget(GL_PIXEL_UNPACK_BUFFER);
+    buffer.uploadBytes(nullptr, 4, GL_STATIC_DRAW);
+    const auto tables = [&](bool foreignRows, bool foreignBuffer) {
+        // The area table, then the search table, as they lie on the GPU.
+        QVector<Image> found;
+        GLCallRecorder<&epoxy_glTexImage2D> uploads;
+        QVector<GLuint> names;
+        uploads.onCall = [&](GLenum, GLint, GLint, GLsizei, GLsizei, GLint, GLenum, GLenum, const void *) {
+            names.append(GLuint(glInteger(GL_TEXTURE_BINDING_2D)));
+        };
+        pass = std::make_unique<Smaa>();
+        {
+            AutoBinder binder(foreignBuffer ? &buffer : nullptr);
+            if (foreignRows) {
+                glPixelStorei(GL_UNPACK_ROW_LENGTH, 200);
+                glPixelStorei(GL_UNPACK_SKIP_ROWS, 2);
+                glPixelStorei(GL_UNPACK_ALIGNMENT, 8);
+            }
+            pass->setup(nullptr);
+            if (foreignRows) {
+                EXPECT_EQ(glInteger(GL_UNPACK_ROW_LENGTH), 200);
+                EXPECT_EQ(glInteger(GL_UNPACK_SKIP_ROWS), 2);
+                EXPECT_EQ(glInteger(GL_UNPACK_ALIGNMENT), 8);
+            }
+            EXPECT_EQ(GLuint(glInteger(GL_PIXEL_UNPACK_BUFFER_BINDING)), foreignBuffer ? buffer.getBO() : 0u);
+            glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+            glPixelStorei(GL_UNPACK_SKIP_ROWS, 0);
+            glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+        }
+        const QSize sizes[] = {QSize(160, 560), QSize(64, 16)};
+        for (int i = 0; i < names.size() && i < 2; ++i) {
+            Image image(sizes[i].width(), sizes[i].height());
+            glBindTexture(GL_TEXTURE_2D, names[i]);
+            glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_FLOAT, image.data.data());
+            glBindTexture(GL_TEXTURE_2D, 0);
+            found.append(image);
+        }
+        return found;
+    };
+    const QVector<Image> expected = tables(false, false);
+    ASSERT_EQ(expected.size(), 2);
+    for (const auto &[foreignRows, foreignBuffer] : {std::pair(true, false), {false, true}, {true, true}}) {
+        const QVector<Image> found = tables(foreignRows, foreignBuffer);
+        EXPECT_TRUE(takeGLErrors().isEmpty());
+        ASSERT_EQ(found.size(), 2);
+        for (int i : {0, 1}) {
+            EXPECT_GT(maximumDifference(expected[i], Image(expected[i].width, expected[i].height)), 0.4);
+            EXPECT_EQ(maximumDifference(found[i], expected[i]), 0.0) << i << (foreignRows ? " rows" : " buffer");
+        }
+    }
+}
+
 // The stages
 
 TEST_F(SMAARenderPassTest, gammaEncodesColoursAndKeepsAlpha)
@@ -352,6 +409,36 @@ TEST_F(SMAARenderPassTest, findsTheEdgesExactly)
         EXPECT_GT(reference.count, 500) << frame.name;
         EXPECT_LE(reference.openCount, reference.count / 10) << frame.name;
     }
+}
+
+TEST_F(SMAARenderPassTest, clearsEdgesAndFreesThePredicateBeforeTheTargets)
+{
+    const QSize size(20, 16);
+    prepare(Smaa::Smaa1X, size, true);
+    const auto input = makeTexture(edgeChart(20, 16), GL_RGBA8);
+    const auto predicate = makeTexture(Image(20, 16), GL_RGBA8);
+    QStringList calls;
+    GLCallRecorder<&epoxy_glClearColor> colours;
+    colours.onCall = [&](GLfloat, GLfloat, GLfloat, GLfloat) { calls.append(QStringLiteral("colour")); };
+    GLCallRecorder<&epoxy_glClearStencil> stencils;
+    stencils.onCall = [&](GLint) { calls.append(QStringLiteral("stencil")); };
+    GLCallRecorder<&epoxy_glClear> clears;
+    clears.onCall = [&](GLbitfield) { calls.append(QStringLiteral("clear")); };
+    GLCallRecorder<&epoxy_glFramebufferTexture> changes;
+    changes.onCall = [&](GLenum, GLenum, GLuint texture, GLint) {
+        if (texture != 0)
+            return;
+        calls.append(QStringLiteral("detach"));
+        EXPECT_EQ(predicate->unit(), 0) << "unbound by then";
+        EXPECT_NE(input->unit(), 0);
+    };
+    pass->edgeDetection(target(TextureFormat::LowDynamicRange, size), target(TextureFormat::DepthStencil, size),
+        input.get(), predicate.get());
+    while (calls.count(QStringLiteral("detach")) > 1)
+        calls.removeLast(); // One for each attachment.
+    EXPECT_EQ(calls,
+        QStringList(
+            {QStringLiteral("colour"), QStringLiteral("stencil"), QStringLiteral("clear"), QStringLiteral("detach")}));
 }
 
 TEST_F(SMAARenderPassTest, lowersTheThresholdWhereThePredicateSteps)
@@ -1168,6 +1255,54 @@ TEST_F(SMAARenderPassTest, countsReferencesOnEveryPath)
                 }
             }
         }
+    }
+}
+
+TEST_F(SMAARenderPassTest, clearsItsTargetBeforeAllElse)
+{
+    const auto plain = makeTexture(filled(12, 8, QVector4D(1, 1, 1, 1)), GL_RGBA8);
+    for (int mode : {0, 1, 2, 3}) {
+        SCOPED_TRACE(modeNames[mode]);
+        Smaa smaa;
+        smaa.setup(nullptr);
+        set(&smaa, mode, plain.get(), QSize(12, 8), plain.get());
+        for (int f = 0; f < 2; ++f) {
+            const int before = pool.allReferences();
+            int clears = 0;
+            GLCallRecorder<&epoxy_glClear> recorder;
+            recorder.onCall = [&](GLbitfield mask) {
+                if (clears++ > 0)
+                    return;
+                EXPECT_EQ(mask, GLbitfield(GL_COLOR_BUFFER_BIT));
+                EXPECT_EQ(pool.allReferences(), before + 1) << "nothing else is taken yet";
+                EXPECT_TRUE(log.takeCriticals().isEmpty()) << "nothing is said about the samples yet";
+            };
+            smaa.start(nullptr);
+            EXPECT_GT(clears, 3);
+            EXPECT_EQ(log.takeCriticals().size(), wantsSamples(mode) ? 1 : 0);
+            takeGLErrors(); // Of the frame that has no samples.
+        }
+    }
+    log.clear();
+}
+
+TEST_F(SMAARenderPassTest, holdsBothSamplesUntilTheResolve)
+{
+    const QSize size(12, 8);
+    const auto samples = makeMultisampleTexture(filled(12, 8, QVector4D(1, 1, 1, 1)), GL_RGBA8, 2);
+    const auto still = makeTexture(Image(12, 8), GL_RGBA16F);
+    pass->setup(nullptr);
+    set(pass.get(), Smaa::Smaa4X, samples.get(), size, still.get());
+    for (int f = 0; f < 3; ++f) {
+        const int history = f == 0 ? 0 : 2;
+        int atLastDraw = 0;
+        GLCallRecorder<&epoxy_glDrawArrays> draws;
+        draws.onCall = [&](GLenum, GLint, GLsizei) { atLastDraw = pool.allReferences(); };
+        pass->start(nullptr);
+        EXPECT_EQ(draws.calls.size(), 10u);
+        // The target, its resolve, the packed velocity and the two samples.
+        EXPECT_EQ(atLastDraw, history + 5) << "frame " << f;
+        EXPECT_EQ(pool.allReferences(), 2) << "the history";
     }
 }
 
