@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "ShadowReference.h"
+#include "support/GLCallRecorder.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/FramebufferObject.h>

@@ -281,28 +281,6 @@ QVariantList LightList::values() const
     return values;
 }
 
-DriverClaims::DriverClaims(const QByteArray &renderer, int geometryVertices, bool hidesViewportLayer)
-    : m_renderer(renderer)
-{
-    m_strings.replacement = [this](GLenum name) {
-        if (name == GL_RENDERER && !m_renderer.isEmpty())
-            return reinterpret_cast<const GLubyte *>(m_renderer.constData());
-        return m_strings.forward(name);
-    };
-    m_extensions.replacement = [this, hidesViewportLayer](GLenum name, GLuint index) {
-        const GLubyte *const extension = m_extensions.forward(name, index);
-        const bool isHidden = hidesViewportLayer
-            && qstrcmp(reinterpret_cast<const char *>(extension), "GL_ARB_shader_viewport_layer_array") == 0;
-        return isHidden ? reinterpret_cast<const GLubyte *>("GL_KVZ_hidden") : extension;
-    };
-    m_integers.replacement = [this, geometryVertices](GLenum name, GLint *value) {
-        if (name == GL_MAX_GEOMETRY_OUTPUT_VERTICES && geometryVertices > 0)
-            *value = geometryVertices;
-        else
-            m_integers.forward(name, value);
-    };
-}
-
 void ShadowTest::TearDown()
 {
     model.clear();

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "support/Cameras.h"
-#include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
 #include "support/Meshes.h"
 #include "support/RayCast.h"
@@ -86,20 +85,6 @@ public:
 private:
     ShadowMapManager::Light *add(ShadowMapManager::Light::Type type);
     std::vector<std::unique_ptr<ShadowMapManager::Light>> m_lights;
-};
-
-/// Things that stand in the place of what the driver says, while they live.
-class DriverClaims
-{
-public:
-    /// `renderer` empty: its own name. `geometryVertices` 0: its own limit.
-    DriverClaims(const QByteArray &renderer, int geometryVertices, bool hidesViewportLayer);
-
-private:
-    QByteArray m_renderer;
-    GLCallRecorder<&epoxy_glGetString> m_strings;
-    GLCallRecorder<&epoxy_glGetStringi> m_extensions;
-    GLCallRecorder<&epoxy_glGetIntegerv> m_integers;
 };
 
 /// A model of its own, lights, and the ports that both shadow passes have.
