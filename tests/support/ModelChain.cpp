@@ -11,16 +11,30 @@
 
 namespace Velmora::Kvz {
 
+namespace {
+
+ChainDescription readyChain(const QString &name)
+{
+    ChainDescription description;
+    QString error;
+    EXPECT_TRUE(loadChain(name, &description, &error)) << qPrintable(error);
+    return description;
+}
+
+} // namespace
+
 ModelChain::ModelChain(const QString &chainName, const QSharedPointer<GPUModel> &model, const QSize &size)
+    : ModelChain(readyChain(chainName), model, size)
+{
+    for (const ChainFinding &finding : validateChain(chain.description()) + validateChainOnDriver(chain.description()))
+        ADD_FAILURE() << qPrintable(finding.toString());
+}
+
+ModelChain::ModelChain(const ChainDescription &description, const QSharedPointer<GPUModel> &model, const QSize &size)
     : m_model(model),
       m_size(size),
       m_target(makeTexture(Image(size.width(), size.height()), GL_RGBA8))
 {
-    ChainDescription description;
-    QString error;
-    EXPECT_TRUE(loadChain(chainName, &description, &error)) << qPrintable(error);
-    for (const ChainFinding &finding : validateChain(description) + validateChainOnDriver(description))
-        ADD_FAILURE() << qPrintable(finding.toString());
     EXPECT_TRUE(chain.setDescription(description)) << qPrintable(chain.errorString());
     m_framebuffer.bind();
     m_framebuffer.attach(m_target.get(), GL_COLOR_ATTACHMENT0, 0);

@@ -17,6 +17,8 @@ class ModelChain
 public:
     /// Loads a ready chain; a chain with findings fails the test.
     ModelChain(const QString &chainName, const QSharedPointer<GPUModel> &model, const QSize &size);
+    /// Takes any chain without errors.
+    ModelChain(const ChainDescription &description, const QSharedPointer<GPUModel> &model, const QSize &size);
 
     /// Looks at the model as a whole.
     void look(const CameraView &view);
