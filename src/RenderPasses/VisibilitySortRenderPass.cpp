@@ -241,25 +241,21 @@ void VisibilitySortRenderPass::start(RenderCallbacks *)
     }
     ensureScreenQuad(m_screenQuad, m_program);
     glEnable(GL_DEPTH_TEST);
-    {
-        AutoBinder program(m_program);
-        AutoBinder framebuffer(m_framebuffer);
-        AutoBinder headBinder(heads);
-        glBindImageTexture(nodeImageUnit, nodes->textureID(), 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
-        if (m_program->hasUniform(QStringLiteral("u_NodeBufferImageWidth")))
-            m_program->setUniform(QStringLiteral("u_NodeBufferImageWidth"), nodeWidth);
-        if (m_program->hasUniform(QStringLiteral("u_SamplerHeadPointer")))
-            m_program->setUniform(QStringLiteral("u_SamplerHeadPointer"), heads->unit());
-        if (m_program->hasUniform(QStringLiteral("u_NodeBufferImage")))
-            m_program->setUniform(QStringLiteral("u_NodeBufferImage"), int(nodeImageUnit));
-        {
-            AutoBinder quad(m_screenQuad);
-            m_screenQuad->draw();
-        }
-        glBindImageTexture(nodeImageUnit, 0, 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
-        glMemoryBarrier(GL_TEXTURE_FETCH_BARRIER_BIT);
-        detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
-    }
+    AutoBinder program(m_program);
+    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder headBinder(heads);
+    glBindImageTexture(nodeImageUnit, nodes->textureID(), 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
+    if (m_program->hasUniform(QStringLiteral("u_NodeBufferImageWidth")))
+        m_program->setUniform(QStringLiteral("u_NodeBufferImageWidth"), nodeWidth);
+    if (m_program->hasUniform(QStringLiteral("u_SamplerHeadPointer")))
+        m_program->setUniform(QStringLiteral("u_SamplerHeadPointer"), heads->unit());
+    if (m_program->hasUniform(QStringLiteral("u_NodeBufferImage")))
+        m_program->setUniform(QStringLiteral("u_NodeBufferImage"), int(nodeImageUnit));
+    AutoBinder quad(m_screenQuad);
+    m_screenQuad->draw();
+    glBindImageTexture(nodeImageUnit, 0, 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
+    glMemoryBarrier(GL_TEXTURE_FETCH_BARRIER_BIT);
+    detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 void VisibilitySortRenderPass::setShaderProgram(ShaderProgram *program)

@@ -264,6 +264,10 @@ TEST_F(VisibilitySortListsTest, leavesItsState)
     makeLists(QSize(2, 3), {{0.5f, 0.25f}, {}, {}, {}, {}, {0.75f, 0.5f}});
     glViewport(1, 1, 9, 9);
     GLCallRecorder<&epoxy_glMemoryBarrier> barriers;
+    barriers.onCall = [](GLbitfield) {
+        EXPECT_NE(glInteger(GL_CURRENT_PROGRAM), 0);
+        EXPECT_NE(glInteger(GL_VERTEX_ARRAY_BINDING), 0) << "bindings end with the pass";
+    };
     GLCallRecorder<&epoxy_glBindImageTexture> images;
     sort->start(nullptr);
     EXPECT_TRUE(glFlag(GL_DEPTH_TEST));
