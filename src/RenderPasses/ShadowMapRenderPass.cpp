@@ -439,23 +439,29 @@ Texture *ShadowMapRenderPass::_gaussBlurShadowMapArray(const QSize &size, Filter
 {
     if (iterations <= 0 || type == FilterNone)
         return m_shadowArray;
-    if (!m_blurArray)
+    if (!m_blurArray) {
         m_blurArray = makeMomentArray(size, m_layerCount);
+        clampToEdge(m_blurArray);
+    }
     ShaderProgram *const program = blurProgram(type);
     if (!program)
         return m_shadowArray;
     ensureBlurQuad(program);
 
-    // Filters read within the map. Both arrays, since a frame before may have published the other one, with its border.
+    // Filters read within the map. Both arrays, since a frame before may have given the other one a border, too.
     clampToEdge(m_shadowArray);
     clampToEdge(m_blurArray);
-    if (type == FilterBox3x3)
+    Texture *result = m_shadowArray;
+    if (type == FilterBox3x3) {
         filterOnce(program);
-    else
+        result = m_blurArray;
+        clampToFarBorder(result);
+    } else {
         filterSeparably(program, size, iterations);
+    }
+    // Also where the other array is the result: FilterNone publishes this one as it was made.
     clampToFarBorder(m_shadowArray);
-    clampToFarBorder(m_blurArray);
-    return type == FilterBox3x3 ? m_blurArray : m_shadowArray;
+    return result;
 }
 
 /// The program of a filter; null in the frame in which it turns out that the driver refuses it.

@@ -17,6 +17,7 @@
 
 #include <epoxy/gl.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace Velmora::Kvz {
@@ -415,6 +416,57 @@ TEST_F(ShadowMapRenderPass2Test, featureBitsDecideWhatCastsAndFromWhichSide)
     expectAxisDepth(*pass, render(0)[0], 5, bias);
 }
 
+TEST_F(ShadowMapRenderPass2Test, doubleSidedItemsAreDrawnWholeWhateverCullingWas)
+{
+    addSpot();
+    QMatrix4x4 turned = placedAt({0, 0, -5}, {1, 1, 1});
+    turned.rotate(180, 0, 1, 0);
+    add(wallMesh(), turned, GPUModel::DoubleSided);
+    build();
+    for (const Strategy &strategy : strategies()) {
+        SCOPED_TRACE(strategy.name);
+        make(strategy);
+        glEnable(GL_CULL_FACE);
+        expectAxisDepth(*pass, render(3)[0], 5, bias);
+    }
+}
+
+TEST_F(ShadowMapRenderPass2Test, aFilterThatDoesNotBuildLeavesTheMomentsAndIsNotBuiltAgain)
+{
+    buildScene();
+    addLights();
+    for (const Strategy &strategy : strategies()) {
+        SCOPED_TRACE(strategy.name);
+        make(strategy);
+        const QVector<Image> unfiltered = render(0);
+        const int programs = glObjectCounts().programs;
+        const auto expectUnfiltered = [&](const QVector<Image> &maps) {
+            ASSERT_EQ(maps.size(), unfiltered.size());
+            for (int layer = 0; layer < maps.size(); ++layer)
+                EXPECT_EQ(maximumDifference(maps[layer], unfiltered[layer]), 0) << layer;
+        };
+        {
+            const RefusedShaders refused;
+            expectUnfiltered(render(3));
+        }
+        log.takeCategory(QStringLiteral("kvz.gl"));
+        const QStringList lines = log.takeDebug();
+        ASSERT_EQ(lines.size(), 1);
+        EXPECT_TRUE(
+            QRegularExpression(QStringLiteral("^\\[ShadowMapRenderPass2:\\d+\\] .*refused")).match(lines[0]).hasMatch())
+            << qPrintable(lines[0]);
+        EXPECT_TRUE(pass->output(0).isValid());
+        EXPECT_EQ(glObjectCounts().programs, programs + 1);
+        // The next frame takes the broken one, although the driver would now build it. What a draw without a program leaves is
+        // not defined.
+        render(3);
+        EXPECT_EQ(glObjectCounts().programs, programs + 1);
+        EXPECT_TRUE(log.messages().isEmpty());
+        // Others go on.
+        expectUnfiltered(render(0));
+    }
+}
+
 TEST_F(ShadowMapRenderPass2Test, filtersAreTheirFormulas)
 {
     buildScene();
@@ -702,10 +754,21 @@ TEST_F(ShadowMapRenderPass2Test, aMapSizeThatIsNoneGivesNoMap)
 {
     buildScene();
     lights.directional({-0.4f, -1, -0.3f});
-    connect(*pass, mapSize);
-    set(*pass, "Kvz_QSize_MapSize", QVariant(QStringLiteral("large")));
-    run(*pass);
-    EXPECT_FALSE(takeGLErrors().isEmpty()) << "GL refuses a negative size";
+    for (const QVariant &size :
+        {QVariant(), QVariant(QStringLiteral("large")), QVariant(7), QVariant(QVector3D(64, 64, 1))}) {
+        SCOPED_TRACE(size.typeName() ? size.typeName() : "nothing");
+        make();
+        connect(*pass, mapSize);
+        set(*pass, "Kvz_QSize_MapSize", size);
+        GLCallRecorder<&epoxy_glTexImage3D> storage;
+        run(*pass);
+        EXPECT_FALSE(takeGLErrors().isEmpty()) << "GL refuses a negative size";
+        // The arrays of depths and moments; the biases are one texel a layer, whatever the size.
+        const auto isArray = [](const auto &call) { return std::get<3>(call) == -1 && std::get<4>(call) == -1; };
+        const auto isBiases = [](const auto &call) { return std::get<3>(call) == 1 && std::get<4>(call) == 1; };
+        EXPECT_EQ(std::count_if(storage.calls.begin(), storage.calls.end(), isArray), 2);
+        EXPECT_EQ(std::count_if(storage.calls.begin(), storage.calls.end(), isBiases), int(storage.calls.size()) - 2);
+    }
     render(0);
     expectRayCast(*pass, bias);
 }

@@ -58,6 +58,16 @@ int textureParameter(Texture *texture, GLenum name)
     return value;
 }
 
+int arrayParameter(GLuint texture, GLenum name)
+{
+    const int before = glInteger(GL_TEXTURE_BINDING_2D_ARRAY);
+    GLint value = 0;
+    glBindTexture(GL_TEXTURE_2D_ARRAY, texture);
+    glGetTexParameteriv(GL_TEXTURE_2D_ARRAY, name, &value);
+    glBindTexture(GL_TEXTURE_2D_ARRAY, GLuint(before));
+    return value;
+}
+
 std::vector<float> borderColor(Texture *texture)
 {
     std::vector<float> color(4);
@@ -284,6 +294,75 @@ TEST_F(ShadowMapRenderPassTest, theResultHasTheFarBorderWithEveryFilter)
     EXPECT_EQ(published[4], published[0]);
 }
 
+TEST_F(ShadowMapRenderPassTest, onlyTheResultHasABorderBesideTheMoments)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    render(0);
+    Texture *const moments = array();
+    GLuint second = 0;
+    GLCallRecorder<&epoxy_glTexImage3D> storage;
+    storage.onCall = [&](GLenum, GLint, GLint, GLsizei, GLsizei, GLsizei, GLint, GLenum, GLenum, const void *) {
+        second = GLuint(glInteger(GL_TEXTURE_BINDING_2D_ARRAY));
+    };
+    for (const int filter : {1, 2, 3, 0, 2, 3, 1}) {
+        SCOPED_TRACE(filter);
+        Texture *const before = array();
+        render(filter);
+        ASSERT_EQ(storage.calls.size(), 1u);
+        ASSERT_NE(second, moments->textureID());
+        ASSERT_EQ(array()->textureID(), filter == 3 ? second : moments->textureID());
+        EXPECT_EQ(textureParameter(moments, GL_TEXTURE_WRAP_S), GL_CLAMP_TO_BORDER);
+        EXPECT_EQ(textureParameter(moments, GL_TEXTURE_WRAP_T), GL_CLAMP_TO_BORDER);
+        // No filter runs with 0, so the result of the frame before stays as it was.
+        const bool hasBorder = filter == 3 || (filter == 0 && before->textureID() == second);
+        for (const GLenum axis : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T}) {
+            EXPECT_EQ(arrayParameter(second, axis), hasBorder ? GL_CLAMP_TO_BORDER : GL_CLAMP_TO_EDGE);
+        }
+    }
+}
+
+TEST_F(ShadowMapRenderPassTest, aFilterThatDoesNotBuildLeavesTheMomentsAndIsNotBuiltAgain)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    const Image unfiltered = render(0)[0];
+    GLuint second = 0;
+    GLCallRecorder<&epoxy_glTexImage3D> storage;
+    storage.onCall = [&](GLenum, GLint, GLint, GLsizei, GLsizei, GLsizei, GLint, GLenum, GLenum, const void *) {
+        second = GLuint(glInteger(GL_TEXTURE_BINDING_2D_ARRAY));
+    };
+    for (const int filter : {1, 2, 3}) {
+        SCOPED_TRACE(filter);
+        Texture *const moments = array();
+        const int programs = glObjectCounts().programs;
+        {
+            const RefusedShaders refused;
+            EXPECT_EQ(maximumDifference(render(filter)[0], unfiltered), 0);
+        }
+        log.takeCategory(QStringLiteral("kvz.gl"));
+        const QStringList lines = log.takeDebug();
+        ASSERT_EQ(lines.size(), 1);
+        EXPECT_TRUE(
+            QRegularExpression(QStringLiteral("^\\[ShadowMapRenderPass:\\d+\\] .*refused")).match(lines[0]).hasMatch())
+            << qPrintable(lines[0]);
+        EXPECT_TRUE(pass->output(0).isValid());
+        EXPECT_EQ(array(), moments);
+        EXPECT_EQ(textureParameter(moments, GL_TEXTURE_WRAP_S), GL_CLAMP_TO_BORDER);
+        ASSERT_NE(second, 0u) << "the second array is made before the program";
+        EXPECT_EQ(arrayParameter(second, GL_TEXTURE_WRAP_S), GL_CLAMP_TO_EDGE);
+        EXPECT_EQ(arrayParameter(second, GL_TEXTURE_WRAP_T), GL_CLAMP_TO_EDGE);
+        EXPECT_EQ(glObjectCounts().programs, programs + 1);
+        // The next frame takes the broken one, although the driver would now build it. What a draw without a program leaves is
+        // not defined.
+        render(filter);
+        EXPECT_EQ(glObjectCounts().programs, programs + 1);
+        EXPECT_TRUE(log.messages().isEmpty());
+        pass = std::make_unique<ShadowMapRenderPass>();
+        EXPECT_EQ(maximumDifference(render(0)[0], unfiltered), 0);
+    }
+}
+
 TEST_F(ShadowMapRenderPassTest, switchingFiltersBuildsEachProgramOnceAndLeavesNoTrace)
 {
     buildScene();
@@ -391,13 +470,24 @@ TEST_F(ShadowMapRenderPassTest, aMapSizeThatIsNoneGivesNoMap)
 {
     buildScene();
     lights.directional({-0.4f, -1, -0.3f});
-    connect(*pass, mapSize);
-    for (const QVariant &size : {QVariant(), QVariant(QStringLiteral("large"))}) {
+    for (const QVariant &size :
+        {QVariant(), QVariant(QStringLiteral("large")), QVariant(7), QVariant(QVector3D(64, 64, 1))}) {
+        SCOPED_TRACE(size.typeName() ? size.typeName() : "nothing");
+        pass = std::make_unique<ShadowMapRenderPass>();
+        connect(*pass, mapSize);
         set(*pass, "Kvz_QSize_MapSize", size);
+        GLCallRecorder<&epoxy_glTexImage2D> planes;
         GLCallRecorder<&epoxy_glTexImage3D> arrays;
         run(*pass);
         EXPECT_FALSE(takeGLErrors().isEmpty()) << "GL refuses a negative size";
-        EXPECT_TRUE(arrays.calls.empty() || std::get<3>(arrays.calls[0]) == -1);
+        ASSERT_EQ(planes.calls.size(), 1u);
+        EXPECT_EQ(std::get<3>(planes.calls[0]), -1);
+        EXPECT_EQ(std::get<4>(planes.calls[0]), -1);
+        ASSERT_EQ(arrays.calls.size(), 2u);
+        for (const auto &call : arrays.calls) {
+            EXPECT_EQ(std::get<3>(call), -1);
+            EXPECT_EQ(std::get<4>(call), -1);
+        }
     }
     render(0);
     expectRayCast(*pass, bias);

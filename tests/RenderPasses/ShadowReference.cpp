@@ -281,6 +281,14 @@ QVariantList LightList::values() const
     return values;
 }
 
+RefusedShaders::RefusedShaders()
+{
+    m_sources.replacement = [this](GLuint shader, GLsizei, const GLchar *const *, const GLint *) {
+        const GLchar *const text = "#version 150\n#error refused\n";
+        m_sources.forward(shader, 1, &text, nullptr);
+    };
+}
+
 void ShadowTest::TearDown()
 {
     model.clear();

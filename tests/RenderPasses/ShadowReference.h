@@ -2,6 +2,7 @@
 #pragma once
 
 #include "support/Cameras.h"
+#include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
 #include "support/Meshes.h"
 #include "support/RayCast.h"
@@ -85,6 +86,16 @@ public:
 private:
     ShadowMapManager::Light *add(ShadowMapManager::Light::Type type);
     std::vector<std::unique_ptr<ShadowMapManager::Light>> m_lights;
+};
+
+/// Has the driver refuse every shader that is compiled while it lives; the log then says "refused".
+class RefusedShaders
+{
+public:
+    RefusedShaders();
+
+private:
+    GLCallRecorder<&epoxy_glShaderSource> m_sources;
 };
 
 /// A model of its own, lights, and the ports that both shadow passes have.
