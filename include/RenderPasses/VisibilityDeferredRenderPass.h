@@ -44,7 +44,9 @@ class Texture;
 ///
 /// The image is the pass's own, overwritten by the next frame and deleted by a change of size; null until a viewport gives it
 /// a size. The buffers of vertices are those of the first model that the pass saw, whatever model comes later: make a new
-/// pass for new geometry. Materials and matrices are those of the present model.
+/// pass for new geometry. Materials and matrices are those of the present model. So is whether corners go by indices: with
+/// an indexed model after a first one that has none, every index reads as 0, and with one that has none after an indexed
+/// first one, the first one's vertices are taken in a row; either picture is wrong, but nothing else is.
 ///
 /// The pass draws with the GL viewport that it finds, so set that to the size of the port's rectangle; blending and culling
 /// stay as they are. skip() makes the output invalid and gives nothing back.

@@ -454,9 +454,9 @@ TEST_F(VisibilityDeferredRenderPassTest, readsVerticesOfItsFirstModelForGood)
         }
         return list;
     };
-    const auto shade = [this](const MeshData &mesh, const QVector3D &kd) {
+    const auto shade = [this](const MeshData &mesh, const QVector3D &kd, const QMatrix4x4 &matrix = QMatrix4x4()) {
         RayCastScene one;
-        one.add(mesh, glass(kd, 0.5f));
+        one.add(mesh, glass(kd, 0.5f), matrix);
         setModel(one.build());
         setViewport(QSize(4, 4));
         return runAll().pixel(2, 1);
@@ -465,22 +465,74 @@ TEST_F(VisibilityDeferredRenderPassTest, readsVerticesOfItsFirstModelForGood)
     EXPECT_EQ(formats(), (QVector<GLenum>{GL_RGB32F, GL_RG32F, GL_RGB32F, GL_R32I}));
     EXPECT_NEAR(double(indexed.x()), 0.5 / std::sqrt(3.0), colorTolerance);
 
-    // Another wall whose normals look away from the light: materials are its own, vertices are not.
+    // Another wall whose normals look away from the light: materials and matrices are its own, vertices are not.
     MeshData away = wallMesh();
     for (QVector3D &normal : away.normals)
         normal = -normal;
     const QSharedPointer<GPUModel> first = model;
     buffers.calls.clear();
-    const QVector4D swapped = shade(away, {0.1f, 0.2f, 0.5f});
+    QMatrix4x4 turned;
+    turned.rotate(30, 0, 1, 0);
+    const QVector4D swapped = shade(away, {0.1f, 0.2f, 0.5f}, turned);
     EXPECT_TRUE(formats().isEmpty());
-    EXPECT_NEAR(double(swapped.x()), 0.1 / std::sqrt(3.0), colorTolerance);
-    EXPECT_NEAR(double(swapped.z()), 0.5 / std::sqrt(3.0), colorTolerance);
+    // Turned towards the light, which the first model's matrix would not do.
+    const double lambert = (std::sin(M_PI / 6) + std::cos(M_PI / 6)) / std::sqrt(3.0);
+    ASSERT_GT(0.5 * lambert, 0.5 / std::sqrt(3.0) + 10 * colorTolerance);
+    EXPECT_NEAR(double(swapped.x()), 0.1 * lambert, colorTolerance);
+    EXPECT_NEAR(double(swapped.z()), 0.5 * lambert, colorTolerance);
 
     // A new pass reads the new ones; without indices there is no fourth buffer.
     deferred = std::make_unique<Deferred>();
     buffers.calls.clear();
     EXPECT_EQ(shade(withoutIndices(away), {0.1f, 0.2f, 0.5f}).z(), 0.0f);
     EXPECT_EQ(formats(), (QVector<GLenum>{GL_RGB32F, GL_RG32F, GL_RGB32F}));
+}
+
+TEST_F(VisibilityDeferredRenderPassTest, goesByThePresentModelsIndicesInTheFirstModelsBuffers)
+{
+    setViewport(QSize(4, 4));
+    for (const bool isFirstIndexed : {false, true}) {
+        SCOPED_TRACE(isFirstIndexed);
+        deferred = std::make_unique<Deferred>();
+        setViewport(size);
+        QVector<QSharedPointer<GPUModel>> models; // The buffers of the first one are read for good.
+        for (const bool isIndexed : {isFirstIndexed, !isFirstIndexed, isFirstIndexed}) {
+            SCOPED_TRACE(isIndexed);
+            RayCastScene one;
+            one.add(isIndexed ? wallMesh() : withoutIndices(wallMesh()), glass({0.5f, 0.2f, 0.1f}, 0.25f));
+            models.append(one.build());
+            setModel(models.last());
+            runBuffer();
+            runSort();
+            glClearColor(0, 0, 0, 1);
+            int draws = 0;
+            const auto check = [&] {
+                ++draws;
+                const auto program = GLuint(glInteger(GL_CURRENT_PROGRAM));
+                const auto uniform = [program](const char *name) {
+                    GLint value = -1;
+                    glGetUniformiv(program, glGetUniformLocation(program, name), &value);
+                    return value;
+                };
+                EXPECT_EQ(uniform("u_indexedDraw"), int(isIndexed));
+                if (!isFirstIndexed) {
+                    EXPECT_EQ(uniform("u_IndexBuffer"), 0) << "there is no such buffer";
+                }
+            };
+            GLCallRecorder<&epoxy_glDrawArrays> arrays;
+            arrays.onCall = [&](GLenum, GLint, GLsizei) { check(); };
+            GLCallRecorder<&epoxy_glDrawElements> elements;
+            elements.onCall = [&](GLenum, GLsizei, GLenum, const void *) { check(); };
+            runDeferred();
+            EXPECT_EQ(draws, 1);
+            // What comes through does not hang on vertices; the colour is right only with those of the first model's kind.
+            const QVector4D pixel = frame().pixel(1, 2);
+            EXPECT_NEAR(double(pixel.w()), 0.75, colorTolerance);
+            if (isIndexed == isFirstIndexed) {
+                EXPECT_NEAR(double(pixel.x()), 2 * 0.25 * 0.5 / std::sqrt(3.0), colorTolerance);
+            }
+        }
+    }
 }
 
 TEST_F(VisibilityDeferredRenderPassTest, publishesAClearedFrameWithoutAModel)
