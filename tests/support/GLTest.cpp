@@ -2,6 +2,7 @@
 #include "GLTest.h"
 
 #include <GL/OpenGLDeviceContext.h>
+#include <GL/TextureManager.h>
 
 #include <QtCore/QCoreApplication>
 
@@ -25,6 +26,19 @@ HeadlessContext &GLTest::context()
         qAddPostRoutine([] { context.reset(); });
     }
     return *context;
+}
+
+GLTest::~GLTest()
+{
+    context().makeCurrent();
+    for (const TextureManager::PooledTexture &pooled : TextureManager::Instance()->pooledTextures()) {
+        if (pooled.references == 0)
+            continue;
+        ADD_FAILURE() << "the test left " << pooled.references << " reference(s) to a texture of the pool, "
+                      << pooled.width << " by " << pooled.height << ", format " << int(pooled.format);
+        // So that the tests that follow do not fail with it.
+        TextureManager::Instance()->releaseTempTextureRef(const_cast<Texture *>(pooled.texture), pooled.references);
+    }
 }
 
 void GLTest::SetUp()

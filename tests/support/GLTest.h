@@ -14,10 +14,14 @@ namespace Velmora::Kvz {
 
 /// A test with a current OpenGL context, the same one for all tests of the process. A machine that gives none fails.
 ///
-/// A test fails when it leaves a GL error, or a warning or critical log line that it did not take from `log`.
+/// A test fails when it leaves a GL error, a warning or critical log line that it did not take from `log`, or a reference to
+/// a texture of the pool.
 class GLTest : public ::testing::Test
 {
 protected:
+    /// What the members of a test hold is given back by now.
+    ~GLTest() override;
+
     void SetUp() override;
     void TearDown() override;
 
