@@ -28,7 +28,8 @@ class Texture;
 ///
 /// The bits go to GL as QImage holds them, as GL_BGRA bytes, so images of 32 bits for each pixel come out right: colour PNGs
 /// of 8 bits a channel, with alpha or without, and JPEGs. Others, such as grey and indexed images and those of 16 bits a
-/// channel, come out scrambled; where they have too few bits, the rest is zeros.
+/// channel, come out scrambled; where they have too few bits, the rest is zeros. One that would need 2 GiB with these zeros
+/// counts as no image.
 class KVZ_RENDERPASSES_EXPORT TextureLoaderRenderPass : public RenderPassProxy
 {
 public:

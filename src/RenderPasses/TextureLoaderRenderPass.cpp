@@ -9,17 +9,31 @@
 
 #include <epoxy/gl.h>
 
+#include <algorithm>
+#include <limits>
+
 namespace Velmora::Kvz {
 
 namespace {
 
-/// The bits of an image, followed by zeros where GL would read more than there are.
-QByteArray bitsFor32BitTexels(const QImage &image)
+/// What GL reads of an image's bits, taken as 32 for each texel.
+qint64 bytesRead(const QImage &image)
 {
-    const qint64 needed = qint64(4) * image.width() * image.height();
-    QByteArray bits(reinterpret_cast<const char *>(image.constBits()), int(image.sizeInBytes()));
-    if (bits.size() < needed)
-        bits.append(int(needed - bits.size()), '\0');
+    return qint64(4) * image.width() * image.height();
+}
+
+/// Whether GL has enough to read, or the bits can be padded: a QByteArray counts in int and keeps its head in the same block.
+bool canBeUploaded(const QImage &image)
+{
+    constexpr qint64 largestPadded = std::numeric_limits<int>::max() - 64;
+    return image.sizeInBytes() >= bytesRead(image) || bytesRead(image) <= largestPadded;
+}
+
+/// A copy of an image's bits, followed by zeros where GL would read more than there are.
+QByteArray paddedBits(const QImage &image)
+{
+    QByteArray bits(int(bytesRead(image)), '\0');
+    std::copy_n(image.constBits(), image.sizeInBytes(), bits.begin());
     return bits;
 }
 
@@ -51,18 +65,20 @@ void TextureLoaderRenderPass::start(RenderCallbacks *)
 void TextureLoaderRenderPass::load(const QString &path)
 {
     QImage image;
-    if (loadImageFile(path, &image))
+    if (loadImageFile(path, &image) && canBeUploaded(image))
         image = image.mirrored(false, true);
     else
         image = oneTexel(Qt::white);
+    // No conversion: the bits go up as they are, whatever the image's format.
+    const bool hasEnough = image.sizeInBytes() >= bytesRead(image);
+    const QByteArray padded = hasEnough ? QByteArray() : paddedBits(image);
+    const void *const bits = hasEnough ? static_cast<const void *>(image.constBits()) : padded.constData();
 
     m_texture->setSize(0, GL_RGBA, image.width(), image.height(), 1);
     {
         UnpackState unpack;
         AutoBinder texture(m_texture);
-        // No conversion: the bits go up as they are, whatever the image's format.
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, image.width(), image.height(), 0, GL_BGRA, GL_UNSIGNED_BYTE,
-            bitsFor32BitTexels(image).constData());
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, image.width(), image.height(), 0, GL_BGRA, GL_UNSIGNED_BYTE, bits);
         glGenerateMipmap(m_texture->target());
     }
     m_texture->setReadOnly();

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
 #include "support/ImageFiles.h"
 #include "support/PooledTextures.h"
@@ -162,6 +163,33 @@ TEST_F(TextureLoaderRenderPassTest, uploadsBitsOfOtherFormatsAsTheyAre)
         EXPECT_LT(maximumDifference(readTexture(texture()), expectedTexels(image)), exact);
         load(QString());
     }
+}
+
+TEST_F(TextureLoaderRenderPassTest, padsBitsThatAreTooFewWithZeros)
+{
+    const QImage image = distinctImage(32, 5).convertToFormat(QImage::Format_Grayscale8);
+    const QString path = write("image.png", image);
+    QByteArray handedOver;
+    GLCallRecorder<&epoxy_glTexImage2D> uploads;
+    uploads.onCall = [&](GLenum, GLint, GLint, GLsizei width, GLsizei height, GLint, GLenum, GLenum, const void *bits) {
+        handedOver = QByteArray(static_cast<const char *>(bits), 4 * width * height);
+    };
+    load(path);
+    EXPECT_EQ(uploads.calls.size(), 1u);
+    EXPECT_EQ(handedOver, bitsOf(QImage(path).mirrored(false, true)) + QByteArray(3 * 32 * 5, '\0'));
+}
+
+TEST_F(TextureLoaderRenderPassTest, whatCannotBePaddedIsNoImage)
+{
+    // 64 MiB of bits, of which GL would read 2 GiB.
+    QImage image(32768, 16384, QImage::Format_Mono);
+    ASSERT_FALSE(image.isNull());
+    image.fill(0);
+    const QString path = write("image.png", image);
+    image = QImage();
+    load(write("good.png", distinctImage(4, 4)));
+    load(path);
+    EXPECT_TRUE(isWhiteTexel());
 }
 
 TEST_F(TextureLoaderRenderPassTest, aCmykImageIsReadAsRedGreenAndBlue)

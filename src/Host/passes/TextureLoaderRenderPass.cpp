@@ -12,8 +12,8 @@ PassInfo PassEntries::textureLoaderRenderPass()
     pass.className = QStringLiteral("TextureLoaderRenderPass");
     pass.summary = QStringLiteral("Loads an image file into a texture.");
     pass.inputs = {
-        imageFileInput(
-            "Kvz_QString_TexturePath", ImageFileUse::Bits32, "Image file.", "the image stays as it is, empty at first"),
+        imageFileInput("Kvz_QString_TexturePath", ImageFileUse::Bits32, "Image file.",
+            "no storage at first, one white texel after another path"),
     };
     pass.outputs = {
         textureOutput(
