@@ -68,7 +68,8 @@ public:
     void setup(RenderCallbacks *callbacks) override;
     void start(RenderCallbacks *callbacks) override;
 
-    /// Makes the framebuffer and the quad; start() calls it for its first frame and after release().
+    /// Makes the framebuffer and the quad, anew where they are there; start() calls it for its first frame and after
+    /// release().
     void init();
     /// Deletes the framebuffer and drops the quad; start() calls it when the viewport changes its size. What is attached is
     /// detached and not given back. Without a framebuffer it does nothing.

@@ -267,6 +267,7 @@ void SkyboxRenderPass::draw(Texture *cubemap, Texture *latLongMap, Texture *back
 
 void SkyboxRenderPass::init()
 {
+    release();
     m_framebuffer = new FramebufferObject(nullptr);
     m_screenQuad = OpenGLDeviceContext::current()->createScreenQuad();
 }

@@ -117,6 +117,17 @@ TEST_F(CubemapLoaderRenderPassTest, withoutPathsBuildsTransparentTexels)
     EXPECT_EQ(load({QString(), QString("")}), first);
 }
 
+TEST_F(CubemapLoaderRenderPassTest, goingBackToNoPathsFindsTheFirstCubeMap)
+{
+    const QStringList a = writeFaces("a", 4, 0);
+    Texture *const none = load({});
+    EXPECT_NE(load(a), none);
+    GLCallRecorder<&epoxy_glTexImage2D> uploads;
+    EXPECT_EQ(load({}), none);
+    EXPECT_TRUE(uploads.calls.empty());
+    EXPECT_EQ(readFace(4).width, 1);
+}
+
 TEST_F(CubemapLoaderRenderPassTest, goingBackReadsNoFile)
 {
     const QStringList a = writeFaces("a", 4, 0);

@@ -535,6 +535,19 @@ TEST_F(SkyboxRenderPassTest, theFlatImageGoesBeforeTheCubeMapAndThatBeforeThePan
     EXPECT_EQ(PooledTextures::references(flat), 2);
 }
 
+TEST_F(SkyboxRenderPassTest, aCubeMapBehindAFlatImageIsGivenBack)
+{
+    Texture *const flat = pool.take(TextureFormat::HighDynamicRange, filled(2, 2, QVector4D(1, 1, 1, 1)), 3);
+    // The pool has no cube maps; what is not drawn may be of any kind.
+    Texture *const cubemap = pool.take(TextureFormat::HighDynamicRange, filled(2, 2, skyColor), 3);
+    setSize(4, 4);
+    setTexture(Port::Background, flat);
+    setTexture(Port::Cubemap, cubemap);
+    EXPECT_EQ(run().pixel(1, 2), QVector4D(1, 1, 1, 1));
+    EXPECT_EQ(PooledTextures::references(cubemap), 2);
+    EXPECT_EQ(PooledTextures::references(flat), 2);
+}
+
 TEST_F(SkyboxRenderPassTest, withoutSurroundingsTheFrameStaysAsItCame)
 {
     const Image content = frameContent(4, 4);
@@ -591,15 +604,34 @@ TEST_F(SkyboxRenderPassTest, aChangeOfSizeMakesFramebufferAndQuadAnewAndKeepsThe
     setTexture(Port::LatLongMap, sky.get());
     setSize(4, 4);
     GLCallRecorder<&epoxy_glGenFramebuffers> framebuffers;
+    GLCallRecorder<&epoxy_glGenVertexArrays> vertexArrays;
     GLCallRecorder<&epoxy_glLinkProgram> programs;
     pass->start(nullptr);
     pass->start(nullptr);
     EXPECT_EQ(framebuffers.calls.size(), 1u);
+    EXPECT_EQ(vertexArrays.calls.size(), 1u);
+    const GLObjectCounts counts = glObjectCounts();
     setSize(4, 6);
-    EXPECT_EQ(run().height, 6);
+    pass->start(nullptr);
     EXPECT_EQ(framebuffers.calls.size(), 2u);
+    EXPECT_EQ(vertexArrays.calls.size(), 2u);
+    EXPECT_EQ(frame()->height(0), 6);
+    EXPECT_EQ(glObjectCounts().framebuffers, counts.framebuffers);
+    EXPECT_EQ(glObjectCounts().vertexArrays, counts.vertexArrays);
     pass->setup(nullptr);
     EXPECT_TRUE(programs.calls.empty());
+}
+
+TEST_F(SkyboxRenderPassTest, initAgainKeepsOneFramebuffer)
+{
+    const auto sky = makeTexture(filled(1, 1, skyColor), GL_RGBA32F);
+    setTexture(Port::LatLongMap, sky.get());
+    setSize(4, 4);
+    pass->init();
+    const GLObjectCounts counts = glObjectCounts();
+    pass->init();
+    EXPECT_TRUE(glObjectCounts() == counts);
+    EXPECT_LT(maximumDifference(run(), filled(4, 4, skyColor)), halfFloat);
 }
 
 TEST_F(SkyboxRenderPassTest, drawsIntoTheWholeFrameWhateverTheViewportWas)

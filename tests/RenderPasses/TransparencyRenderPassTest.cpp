@@ -17,6 +17,7 @@
 #include <epoxy/gl.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace Velmora::Kvz {
@@ -366,6 +367,50 @@ TEST_F(TransparencyRenderPassTest, clearsWithoutAModelAndDoesNotResolve)
     GLfloat color[4];
     glGetFloatv(GL_COLOR_CLEAR_VALUE, color);
     EXPECT_EQ(std::vector<GLfloat>(color, color + 4), std::vector<GLfloat>(4, 0.0f));
+}
+
+TEST_F(TransparencyRenderPassTest, makesAWhiteTexelOnItsFirstFrame)
+{
+    setViewport(QSize(7, 5));
+    QVector<GLuint> names;
+    {
+        GLCallRecorder<&epoxy_glTexImage2D> uploads;
+        uploads.onCall = [&](GLenum target, GLint level, GLint internalFormat, GLsizei width, GLsizei height, GLint,
+                             GLenum format, GLenum type, const void *bits) {
+            if (width != 1 || height != 1)
+                return;
+            EXPECT_EQ(target, GLenum(GL_TEXTURE_2D));
+            EXPECT_EQ(level, 0);
+            EXPECT_EQ(internalFormat, GL_RGBA);
+            EXPECT_EQ(format, GLenum(GL_BGRA));
+            EXPECT_EQ(type, GLenum(GL_UNSIGNED_BYTE));
+            EXPECT_EQ(QByteArray(static_cast<const char *>(bits), 4), QByteArray(4, '\xff'));
+            names.append(GLuint(glInteger(GL_TEXTURE_BINDING_2D)));
+        };
+        pass->start(nullptr);
+        pass->start(nullptr);
+    }
+    ASSERT_EQ(names.size(), 1) << "once";
+
+    glBindTexture(GL_TEXTURE_2D, names[0]);
+    const auto level = [](GLenum name) {
+        GLint value = 0;
+        glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, name, &value);
+        return value;
+    };
+    EXPECT_EQ(level(GL_TEXTURE_WIDTH), 1);
+    EXPECT_EQ(level(GL_TEXTURE_HEIGHT), 1);
+    for (const GLenum filter : {GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER}) {
+        GLint value = 0;
+        glGetTexParameteriv(GL_TEXTURE_2D, filter, &value);
+        EXPECT_EQ(value, GL_NEAREST);
+    }
+    std::array<unsigned char, 4> texel = {};
+    glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_UNSIGNED_BYTE, texel.data());
+    EXPECT_EQ(texel, (std::array<unsigned char, 4>{255, 255, 255, 255}));
+    glBindTexture(GL_TEXTURE_2D, 0);
+    pass.reset();
+    EXPECT_FALSE(glIsTexture(names[0]));
 }
 
 TEST_F(TransparencyRenderPassTest, leavesTheClearColourBlackAndTheBlendFunctionOfTheResolve)
