@@ -19,7 +19,7 @@ class ShaderProgram;
 /// |-------|------------------------|-----------|---------|----------------------------------------------------------------|
 /// | 0     | Kvz_QRect_Viewport     | QRect     | invalid | 0 by 0 pixels; only the size counts                            |
 /// | 1     | Kvz_KvzTexture*_Frame  | Texture*  | invalid | the output is null                                             |
-/// | 2     | Kvz_KvzTexture*_Depth  | Texture*  | invalid | the output is null; window depth from 0 to 1                   |
+/// | 2     | Kvz_KvzTexture*_Depth  | Texture*  | invalid | depth 0, the near plane everywhere; window depth from 0 to 1   |
 /// | 3     | Kvz_float_FocalDepth   | float     | invalid | 0; the distance that is sharp, in metres; unused with AutoFocus|
 /// | 4     | Kvz_float_FocalLength  | float     | invalid | 0, which leaves all sharp; of the lens, in millimetres         |
 /// | 5     | Kvz_float_FStop        | float     | invalid | 0, which blurs as far as it goes; focal length over aperture   |

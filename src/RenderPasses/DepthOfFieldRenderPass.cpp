@@ -282,11 +282,11 @@ void DepthOfFieldRenderPass::start(RenderCallbacks *)
 {
     const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
     auto *const frame = getInputPointer<Texture>(FrameIn);
-    auto *const depth = getInputPointer<Texture>(Depth);
-    if (!frame || !depth) {
+    if (!frame) {
         m_outputs[Frame].value = QVariant();
         return;
     }
+    auto *const depth = getInputPointer<Texture>(Depth);
     const auto focalDepth = inputValue<float>(m_inputs[FocalDepth]);
     const auto focalLength = inputValue<float>(m_inputs[FocalLength]);
     const auto fStop = inputValue<float>(m_inputs[FStop]);
@@ -311,7 +311,8 @@ void DepthOfFieldRenderPass::start(RenderCallbacks *)
         AutoBinder depthBinder(depth);
         LinearFilters filters(frame);
         m_program->setUniform(QStringLiteral("bgl_RenderedTexture"), frame->unit());
-        m_program->setUniform(QStringLiteral("bgl_DepthTexture"), depth->unit());
+        if (depth) // Without one the sampler stays at unit 0, where never a texture is.
+            m_program->setUniform(QStringLiteral("bgl_DepthTexture"), depth->unit());
         m_program->setUniform(QStringLiteral("bgl_RenderedTextureWidth"), m_size.width());
         m_program->setUniform(QStringLiteral("bgl_RenderedTextureHeight"), m_size.height());
         m_program->setUniform(QStringLiteral("focalDepth"), focalDepth);

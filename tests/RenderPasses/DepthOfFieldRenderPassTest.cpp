@@ -2,6 +2,7 @@
 #include "support/Cameras.h"
 #include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
+#include "support/MultisampleTextures.h"
 #include "support/PooledTextures.h"
 
 #include <GL/AutoBinder.h>
@@ -581,15 +582,12 @@ TEST_F(DepthOfFieldRenderPassTest, takesThePlanesToBeAtATenthAndAHundred)
     EXPECT_TRUE(isSharp(1, 10, 3, 1 / (10 - 9.99 * (1 / 1.0 - 1 / 3.0) / (1 / 1.0 - 1 / 10.0))));
 }
 
-TEST_F(DepthOfFieldRenderPassTest, isNullWithoutAFrameOrADepthAndMakesNothing)
+TEST_F(DepthOfFieldRenderPassTest, isNullWithoutAFrameAndMakesNothing)
 {
     const auto texture = makeTexture(filled(4, 4, QVector4D(1, 1, 1, 1)), GL_RGBA32F);
     pass->setInput(Port::Viewport, QRect(0, 0, 4, 4));
     const GLObjectCounts before = glObjectCounts();
     glEnable(GL_DEPTH_TEST);
-    pass->start(nullptr);
-    EXPECT_FALSE(pass->output(Port::Frame).isValid());
-    setImages(texture.get(), nullptr);
     pass->start(nullptr);
     EXPECT_FALSE(pass->output(Port::Frame).isValid());
     setImages(nullptr, texture.get());
@@ -604,6 +602,50 @@ TEST_F(DepthOfFieldRenderPassTest, isNullWithoutAFrameOrADepthAndMakesNothing)
     EXPECT_NE(output(), nullptr);
     pass->start(nullptr);
     EXPECT_FALSE(pass->output(Port::Frame).isValid());
+}
+
+TEST_F(DepthOfFieldRenderPassTest, withoutADepthItCanReadAllLiesOnTheNearPlane)
+{
+    const Image image = pattern(16, 16);
+    setLens({1, 10, 1});
+    Image zeros(16, 16, 1);
+    zeros.data.fill(0);
+    const Image near = draw(image, zeros);
+    EXPECT_FALSE(isCopy(near, image, 5, 5));
+    const auto differsFromNear = [&](const Image &result) {
+        double largest = 0;
+        for (int i = 0; i < result.data.size(); ++i) {
+            if (i % 4 < 3)
+                largest = std::max(largest, std::abs(double(result.data[i]) - double(near.data[i])));
+        }
+        return largest;
+    };
+    EXPECT_GT(differsFromNear(draw(image, flatDepth(16, 16, 1))), 0.1) << "at the focal distance all is sharp";
+
+    const auto frame = makeTexture(image, GL_RGBA32F);
+    Image far(16, 16, 1);
+    far.data.fill(1);
+    // A sampler of one sample for each texel finds nothing in the other kind of texture.
+    const auto sampled = makeMultisampleTexture(far, far, GL_DEPTH_COMPONENT32F, 4);
+    for (Texture *const depth : {static_cast<Texture *>(nullptr), sampled.get()}) {
+        for (const bool autoFocus : {false, true}) {
+            setImages(frame.get(), depth);
+            pass->setInput(Port::AutoFocus, autoFocus);
+            pass->start(nullptr);
+            ASSERT_NE(output(), nullptr);
+            const Image result = readTexture(output());
+            if (autoFocus)
+                EXPECT_TRUE(isExactCopy(result, image, 5, 5)) << "all lies where the focus does";
+            else
+                EXPECT_EQ(differsFromNear(result), 0);
+        }
+    }
+    pass->setInput(Port::Depth, 5);
+    pass->setInput(Port::AutoFocus, false);
+    pass->start(nullptr);
+    EXPECT_EQ(differsFromNear(readTexture(output())), 0) << "what is no texture counts as null";
+    EXPECT_TRUE(log.messages().isEmpty());
+    EXPECT_EQ(pass->errorCode(), 0u);
 }
 
 TEST_F(DepthOfFieldRenderPassTest, keepsItsTextureUntilTheSizeChanges)
