@@ -22,6 +22,7 @@ namespace Velmora::Kvz {
 namespace {
 
 const QSize size(160, 120);
+const QSize small(80, 60); // For many frames.
 const QString full = QStringLiteral("full");
 const QString projection = QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix");
 
@@ -63,6 +64,17 @@ double meanError(const Image &a, const Image &b)
     return 255 * sum / (3.0 * a.width * a.height);
 }
 
+/// The same by the root of the mean of squares, in which edges count more than the rounding to 8 bits.
+double rootMeanSquare(const Image &a, const Image &b)
+{
+    double sum = 0;
+    for (int y = 0; y < a.height; ++y) {
+        for (int x = 0; x < a.width; ++x)
+            sum += double((a.pixel(x, y) - b.pixel(x, y)).toVector3D().lengthSquared());
+    }
+    return 255 * std::sqrt(sum / (3.0 * a.width * a.height));
+}
+
 /// A box on a floor, a pane of glass, and a thing behind the pane.
 class FullChainTest : public GLTest
 {
@@ -101,12 +113,19 @@ protected:
         EXPECT_TRUE(chain->setValue(
             QStringLiteral("maps"), QStringLiteral("Kvz_QSize_MapSize"), QVariant::fromValue(QSize(256, 256))));
     }
-    std::unique_ptr<ModelChain> makeChain()
+    std::unique_ptr<ModelChain> makeChain(const QSize &pictureSize = size)
     {
-        auto chain = std::make_unique<ModelChain>(full, model, size);
+        auto chain = std::make_unique<ModelChain>(full, model, pictureSize);
         makeFast(&chain->chain);
         chain->look(view());
         return chain;
+    }
+
+    /// The passes of the transparent items. Their lists are cleared whole in each frame, which takes software the longest.
+    static void setTransparencyEnabled(RenderChain *chain, bool enabled)
+    {
+        for (const char *const pass : {"lists", "visible", "sorted", "layers", "through", "composed"})
+            EXPECT_TRUE(chain->setEnabled(QString::fromUtf8(pass), enabled));
     }
 
     QSharedPointer<GPUModel> model;
@@ -140,13 +159,19 @@ TEST_F(FullChainTest, jittersWhatIsDrawnAndNothingElse)
 TEST_F(FullChainTest, eachStageDoesItsPart)
 {
     const auto chain = makeChain();
-    enum { Shading, Depth, Mask, Shadowed, Obscurance, Applied, Sky, Layers, Composed, Smooth, Accumulated };
+    // The frames without jitter after the first one, in which the normals do not have the filters yet that the blur of the
+    // obscurance gives them.
+    chain->render();
+    enum { Shading, Depth, Mask, Shadowed, Obscurance, Sky, Layers, Composed, Smooth, Accumulated };
     const QVector<Image> images = chain->render(
         {output("shading"), output("geometry", "Kvz_KvzTexture*_Depth"), output("mask", "Kvz_KvzTexture*_ShadowMask"),
-            output("shadowed"), output("blur-y", "Kvz_KvzTexture*_Obscurance"), output("apply"), output("sky"),
-            output("layers"), output("composed"), output("smooth"), output("accumulate")});
+            output("shadowed"), output("blur-y", "Kvz_KvzTexture*_Obscurance"), output("sky"), output("layers"),
+            output("composed"), output("smooth"), output("accumulate")});
     const Image picture = chain->picture();
     saveForViewing(picture, QStringLiteral("chain-full"));
+    // The sky is drawn into the image of the pass before.
+    ASSERT_TRUE(chain->chain.setEnabled(QStringLiteral("sky"), false));
+    const Image applied = chain->render({output("apply")})[0];
 
     const QImage panorama(QStringLiteral(":/Media/Environments/sky.png"));
     ASSERT_FALSE(panorama.isNull());
@@ -176,10 +201,10 @@ TEST_F(FullChainTest, eachStageDoesItsPart)
                 // Each image has 8 bits or more.
                 const float mask = images[Mask].pixel(x, y)[k];
                 ASSERT_NEAR(images[Shadowed].pixel(x, y)[k], shading[k] * mask, 0.005);
-                ASSERT_NEAR(images[Applied].pixel(x, y)[k],
-                    images[Shadowed].pixel(x, y)[k] * images[Obscurance].pixel(x, y)[k], 0.005);
+                ASSERT_NEAR(
+                    applied.pixel(x, y)[k], images[Shadowed].pixel(x, y)[k] * images[Obscurance].pixel(x, y)[k], 0.005);
                 if (isOpaque) {
-                    ASSERT_EQ(sky[k], images[Applied].pixel(x, y)[k]);
+                    ASSERT_EQ(sky[k], applied.pixel(x, y)[k]);
                 }
                 ASSERT_NEAR(images[Composed].pixel(x, y)[k], layers[k] + layers.w() * sky[k], 0.005);
                 ASSERT_NEAR(images[Accumulated].pixel(x, y)[k], std::min(1.0f, images[Smooth].pixel(x, y)[k]), 0.003);
@@ -211,9 +236,11 @@ TEST_F(FullChainTest, eachStageDoesItsPart)
             }
         }
     }
+    std::printf("mask %.3f in the sun, %.3f in its shadow; sky off by %.5f; %d pixels with layers, %d at edges\n",
+        inSun / sunny, inShadow / shadowed, skyError / skyPixels, layered, changedByEdges);
     // The other light is weaker than the sun, and has shadows of its own in the sun.
     ASSERT_GT(sunny, 1000);
-    ASSERT_GT(shadowed, 150);
+    ASSERT_GT(shadowed, 80);
     EXPECT_GT(inSun / sunny, 0.9);
     EXPECT_LT(inShadow / shadowed, 0.65);
     ASSERT_GT(skyPixels, 3000);
@@ -260,15 +287,22 @@ TEST_F(FullChainTest, glassShowsWhatIsBehindIt)
 
 TEST_F(FullChainTest, framesOfAStillViewSettleOnTheirMean)
 {
+    const auto makeStill = [this] {
+        auto chain = makeChain(small);
+        setTransparencyEnabled(&chain->chain, false);
+        chain->render();
+        EXPECT_TRUE(chain->chain.setValue(QStringLiteral("maps"), QStringLiteral("Kvz_bool_Dirty"), false));
+        return chain;
+    };
     // The truth: 8 by 8 places in each pixel, by projections that are set in the place of the jitter's.
-    Image truth(size.width(), size.height());
+    Image truth(small.width(), small.height());
     {
-        const auto chain = makeChain();
+        const auto chain = makeStill();
         ASSERT_TRUE(chain->chain.addExport(QStringLiteral("frame"), output("smooth")));
         for (int i = 0; i < 64; ++i) {
             QMatrix4x4 shift;
-            shift.translate(2 * ((float(i % 8) + 0.5f) / 8 - 0.5f) / float(size.width()),
-                2 * ((float(i / 8) + 0.5f) / 8 - 0.5f) / float(size.height()));
+            shift.translate(2 * ((float(i % 8) + 0.5f) / 8 - 0.5f) / float(small.width()),
+                2 * ((float(i / 8) + 0.5f) / 8 - 0.5f) / float(small.height()));
             for (const char *const pass : jitteredPasses) {
                 ASSERT_TRUE(chain->chain.setValue(
                     QString::fromUtf8(pass), projection, QVariant::fromValue(shift * chain->camera.projectionMatrix)));
@@ -281,30 +315,33 @@ TEST_F(FullChainTest, framesOfAStillViewSettleOnTheirMean)
     }
     saveForViewing(truth, QStringLiteral("chain-full-truth"));
 
-    const auto errors = [&](bool isJittered) {
-        const auto chain = makeChain();
+    const auto errors = [&](bool isJittered, int frames) {
+        const auto chain = makeStill();
         EXPECT_TRUE(chain->chain.setEnabled(QStringLiteral("jitter"), isJittered));
-        QVector<double> result;
-        for (int frame = 1; frame <= 32; ++frame) {
+        QVector<double> result = {rootMeanSquare(chain->picture(), truth)};
+        while (result.size() < frames) {
             chain->render();
-            result.append(meanError(chain->picture(), truth));
+            result.append(rootMeanSquare(chain->picture(), truth));
         }
+        saveForViewing(chain->picture(), QStringLiteral("chain-full-%1").arg(isJittered ? "settled" : "still"));
         return result;
     };
-    const QVector<double> jittered = errors(true);
-    const QVector<double> still = errors(false);
-    std::printf("[ QUALITY  ] mean error / 255: %.4f after 1 frame, %.4f after 8, %.4f after 32; %.4f without jitter\n",
-        jittered[0], jittered[7], jittered[31], still[31]);
+    const QVector<double> jittered = errors(true, 32);
+    const QVector<double> still = errors(false, 3);
+    std::printf("[ QUALITY  ] error / 255, root mean square: %.4f after 1 frame, %.4f after 8, %.4f after 32; without "
+                "jitter %.4f after 3\n",
+        jittered[0], jittered[7], jittered[31], still[2]);
     EXPECT_LT(jittered[31], 0.6 * jittered[0]);
     EXPECT_LT(jittered[31], jittered[7]);
-    EXPECT_NEAR(still[31], still[0], 0.02) << "without jitter nothing gets better";
+    EXPECT_NEAR(still[2], still[0], 0.02 * still[0]) << "without jitter nothing gets better";
 }
 
 TEST_F(FullChainTest, aChangeOfTheViewBeginsAnew)
 {
     const auto chain = makeChain();
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < 6; ++i)
         chain->render();
+    const Image before = chain->picture();
     CameraView other = view();
     other.azimuth = -25;
     chain->look(other);
@@ -312,12 +349,14 @@ TEST_F(FullChainTest, aChangeOfTheViewBeginsAnew)
     const auto fresh = makeChain();
     fresh->look(other);
     fresh->render();
-    EXPECT_LE(maximumDifference(chain->picture(), fresh->picture()), 1.01 / 255);
+    fresh->render(); // Takes the place of the first one.
+    EXPECT_EQ(maximumDifference(chain->picture(), fresh->picture()), 0);
+    EXPECT_GT(meanError(chain->picture(), before), 5);
 }
 
 TEST_F(FullChainTest, keepsNothingOverManyFramesWithPassesOffAndOn)
 {
-    const auto chain = makeChain();
+    const auto chain = makeChain(small);
     struct Totals
     {
         int references;
@@ -330,6 +369,7 @@ TEST_F(FullChainTest, keepsNothingOverManyFramesWithPassesOffAndOn)
     };
     Totals before{};
     for (int frame = 0; frame < 50; ++frame) {
+        setTransparencyEnabled(&chain->chain, frame % 10 == 0);
         ASSERT_TRUE(chain->chain.setEnabled(QStringLiteral("smooth"), frame % 2 == 0));
         ASSERT_TRUE(chain->chain.setEnabled(QStringLiteral("obscurance"), frame % 3 != 1));
         ASSERT_TRUE(chain->chain.setEnabled(QStringLiteral("maps"), frame % 5 != 2));
@@ -342,8 +382,8 @@ TEST_F(FullChainTest, keepsNothingOverManyFramesWithPassesOffAndOn)
         }
         // The picture stays whole: no pass that is off leaves a black one.
         const Image picture = chain->picture();
-        ASSERT_GT(picture.pixel(size.width() / 2, size.height() - 4).z(), 0.3f) << "sky, frame " << frame;
-        ASSERT_GT(picture.pixel(size.width() / 2, 20).x(), 0.1f) << "floor, frame " << frame;
+        ASSERT_GT(picture.pixel(small.width() / 2, small.height() - 2).z(), 0.3f) << "sky, frame " << frame;
+        ASSERT_GT(picture.pixel(small.width() / 2, 10).x(), 0.1f) << "floor, frame " << frame;
     }
     const Totals after = totals();
     EXPECT_GT(before.bytes, 0);
@@ -386,7 +426,8 @@ TEST_F(FullChainTest, rendersWhatComesFromFiles)
         const QVector<Image> images =
             chain->render({output("geometry", "Kvz_KvzTexture*_Depth"), output("layers"), output("sky")});
         const Image first = chain->picture();
-        for (int i = 0; i < 5; ++i)
+        ASSERT_TRUE(chain->chain.setValue(QStringLiteral("maps"), QStringLiteral("Kvz_bool_Dirty"), false));
+        for (int i = 0; i < 4; ++i)
             chain->render();
         const Image last = chain->picture();
         int opaque = 0, layered = 0;
