@@ -53,7 +53,7 @@ class KVZ_RENDERPASSES_EXPORT SMAARenderPass : public RenderPassProxy
 public:
     enum Input { Viewport, Frame, SmaaMode, Predicate, Velocity, JitterIndex, RenderInHDR, JitterAmount };
     enum Output { FrameOut };
-    enum Mode {
+    enum Mode : int {
         Smaa1X, ///< Morphological alone.
         SmaaS2X, ///< Of each of the two samples of a multisampled frame, averaged.
         SmaaT2X, ///< Resolved with the last frame.

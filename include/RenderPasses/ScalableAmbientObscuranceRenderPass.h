@@ -60,7 +60,7 @@ class KVZ_RENDERPASSES_EXPORT ScalableAmbientObscuranceRenderPass : public Rende
 {
 public:
     /// What the normal image holds.
-    enum NormalProcessing {
+    enum NormalProcessing : int {
         NormalTransposeInvert, ///< Normals in world space, which the camera matrix brings to camera space.
         NormalScreenSpace ///< Normals in camera space; those that point away from the camera are turned. Not multisampled.
     };
