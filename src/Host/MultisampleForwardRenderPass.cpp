@@ -3,6 +3,7 @@
 
 #include "SubsampleTable.h"
 #include "steps/DirectionalLight.h"
+#include "steps/ForwardVertex.h"
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
 #include "steps/ModelProgram.h"
@@ -36,25 +37,6 @@ out vec4 out_FragColor;
 void main()
 {
     out_FragColor = texture(u_Background, vo_TexCoord);
-}
-)");
-
-const QString vertexSource = QStringLiteral(R"(#version 150
-#instancedata "InstanceInfo"
-uniform mat4 u_CameraMatrix;
-uniform mat4 u_ProjectionMatrix;
-in vec3 va_Vertex;
-in vec3 va_Normal;
-in vec2 va_TexCoord;
-out vec3 vo_Normal;
-out vec2 vo_TexCoord;
-
-void main()
-{
-    gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
-    mat4 normalMatrix = transpose(inverse(u_CameraMatrix * getModelMatrix()));
-    vo_Normal = (normalMatrix * vec4(va_Normal, 1.0)).xyz;
-    vo_TexCoord = va_TexCoord;
 }
 )");
 
@@ -171,7 +153,7 @@ void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *backgroun
     const QMatrix4x4 &camera, const QSize &size, int frame)
 {
     if (!m_modelProgram)
-        m_modelProgram = buildModelProgram({QStringLiteral("out_FragColor")}, vertexSource, fragmentSource);
+        m_modelProgram = buildModelProgram({QStringLiteral("out_FragColor")}, forwardVertexSource, fragmentSource);
     if (!background) {
         if (!m_noBackground)
             m_noBackground = TextureManager::Instance()->colorTexture(QColor(Qt::transparent));

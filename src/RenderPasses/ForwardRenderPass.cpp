@@ -2,6 +2,7 @@
 #include <RenderPasses/ForwardRenderPass.h>
 
 #include "steps/DirectionalLight.h"
+#include "steps/ForwardVertex.h"
 #include "steps/InputRead.h"
 #include "steps/ModelProgram.h"
 #include "steps/OwnedTarget.h"
@@ -18,26 +19,6 @@
 namespace Velmora::Kvz {
 
 namespace {
-
-// The normal matrix of each vertex, of camera and model together, and the normal's w of 1 are meant.
-const QString vertexSource = QStringLiteral(R"(#version 150
-#instancedata "InstanceInfo"
-uniform mat4 u_CameraMatrix;
-uniform mat4 u_ProjectionMatrix;
-in vec3 va_Vertex;
-in vec3 va_Normal;
-in vec2 va_TexCoord;
-out vec3 vo_Normal;
-out vec2 vo_TexCoord;
-
-void main()
-{
-    gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
-    mat4 normalMatrix = transpose(inverse(u_CameraMatrix * getModelMatrix()));
-    vo_Normal = (normalMatrix * vec4(va_Normal, 1.0)).xyz;
-    vo_TexCoord = va_TexCoord;
-}
-)");
 
 // That the interpolated normal is not normalised is meant.
 const QString fragmentSource = QStringLiteral(R"(#version 150
@@ -93,7 +74,7 @@ void ForwardRenderPass::start(RenderCallbacks *)
         resizeTargets(size);
     if (!m_program)
         m_program = buildModelProgram(
-            {QStringLiteral("out_FragColor"), QStringLiteral("out_Id")}, vertexSource, fragmentSource);
+            {QStringLiteral("out_FragColor"), QStringLiteral("out_Id")}, forwardVertexSource, fragmentSource);
 
     {
         // No glViewport here: that the pass draws with the viewport that it finds is meant.

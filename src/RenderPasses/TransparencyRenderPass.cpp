@@ -2,6 +2,7 @@
 #include <RenderPasses/TransparencyRenderPass.h>
 
 #include "steps/DirectionalLight.h"
+#include "steps/ForwardVertex.h"
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
 #include "steps/ModelProgram.h"
@@ -22,26 +23,6 @@
 namespace Velmora::Kvz {
 
 namespace {
-
-// The normal matrix of each vertex, of camera and model together, and the normal's w of 1 are meant.
-const QString vertexSource = QStringLiteral(R"(#version 150
-#instancedata "InstanceInfo"
-uniform mat4 u_CameraMatrix;
-uniform mat4 u_ProjectionMatrix;
-in vec3 va_Vertex;
-in vec3 va_Normal;
-in vec2 va_TexCoord;
-out vec3 vo_Normal;
-out vec2 vo_TexCoord;
-
-void main()
-{
-    gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
-    mat4 NormalMatrix = transpose(inverse(u_CameraMatrix * getModelMatrix()));
-    vo_Normal = (NormalMatrix * vec4(va_Normal, 1.0)).xyz;
-    vo_TexCoord = va_TexCoord;
-}
-)");
 
 const QString materialHeader = QStringLiteral(R"(#version 150
 #instancedata "OBJMaterial"
@@ -212,10 +193,10 @@ void TransparencyRenderPass::makeWhatIsMissing()
     if (!m_whiteTexture)
         m_whiteTexture = makeWhiteTexture(); // Meant for nobody: it is bound nowhere.
     if (!m_opaqueProgram)
-        m_opaqueProgram = buildModelProgram({QStringLiteral("out_FragColor")}, vertexSource, opaqueSource);
+        m_opaqueProgram = buildModelProgram({QStringLiteral("out_FragColor")}, forwardVertexSource, opaqueSource);
     if (!m_accumProgram)
         m_accumProgram = buildModelProgram(
-            {QStringLiteral("out_FragColor[0]"), QStringLiteral("out_FragColor[1]")}, vertexSource, accumSource);
+            {QStringLiteral("out_FragColor[0]"), QStringLiteral("out_FragColor[1]")}, forwardVertexSource, accumSource);
     if (!m_resolveProgram)
         m_resolveProgram = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, resolveSource);
     ensureScreenQuad(m_screenQuad, m_resolveProgram);
