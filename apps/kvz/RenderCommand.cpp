@@ -22,6 +22,7 @@
 #include <epoxy/gl.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace Velmora::Kvz {
@@ -37,6 +38,7 @@ struct RenderOptions
     QSize size;
     int frames = 1;
     CameraView view;
+    float orbit = 0; // degrees from frame to frame
     std::vector<LightDescription> lights; // empty: those of the chain
     bool floor = false;
     bool timings = false;
@@ -88,6 +90,11 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
             "fits; or eye=X,Y,Z with target=X,Y,Z or without; fov=DEGREES sets the vertical field of view. "
             "Parts are joined by \":\", as in 30,20:fov=50. Default: 30,20,1:fov=35."),
         QStringLiteral("VIEW"), QStringLiteral("30,20"));
+    const QCommandLineOption orbit(QStringLiteral("orbit"),
+        QStringLiteral(
+            "Turns the camera around the model by so many degrees from each frame to the next; it gets to VIEW "
+            "in the last one. Wants --frames 2 or more. Default: 0."),
+        QStringLiteral("DEGREES"), QStringLiteral("0"));
     const QCommandLineOption light(QStringLiteral("light"),
         QStringLiteral("A light that casts shadows, once for each; they take the place of the chain's. directional, "
                        "spot or point, "
@@ -106,7 +113,7 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
     const QCommandLineOption watch(QStringLiteral("watch"),
         QStringLiteral("Goes on until Ctrl+C: renders again whenever a shader file of the chain changes. A change that "
                        "does not compile is told, and the last picture stays."));
-    parser.addOptions({output, chain, size, frames, camera, light, floor, capture, timings, watch});
+    parser.addOptions({output, chain, size, frames, camera, orbit, light, floor, capture, timings, watch});
     if (const auto status = parseCommandLine(&parser, arguments, 1, 1))
         return status;
     if (!parser.isSet(output))
@@ -128,6 +135,13 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
     QString cameraProblem;
     if (!CameraView::fromString(parser.value(camera), &options->view, &cameraProblem))
         return fail(QStringLiteral("--camera %1").arg(cameraProblem));
+    bool orbitFits = false;
+    options->orbit = parser.value(orbit).toFloat(&orbitFits);
+    if (!orbitFits || !std::isfinite(options->orbit))
+        return fail(QStringLiteral("--orbit %1: expected degrees, such as 2.5").arg(parser.value(orbit)));
+    if (options->orbit != 0 && options->frames == 1)
+        return fail(QStringLiteral("--orbit %1: the camera turns between frames; add --frames with 2 or more")
+                        .arg(parser.value(orbit)));
     for (const QString &text : parser.values(light)) {
         LightDescription described;
         QString problem;
@@ -186,11 +200,36 @@ QString noMemory(const QSize &size)
     return QStringLiteral("--size %1x%2: there is no memory for the picture").arg(size.width()).arg(size.height());
 }
 
-/// Renders all frames; on failure the reason.
-QString renderFrames(RenderChain *chain, const RenderOptions &options, TimingTable *table)
+/// All that pictures are rendered with.
+struct Rendering
 {
+    RenderChain *chain;
+    RenderTarget *target;
+    const HeadlessContext &context;
+    const RenderOptions &options;
+    QPair<QVector3D, QVector3D> sceneBounds;
+};
+
+/// Puts the camera where it is in a frame.
+void setCamera(const Rendering &rendering, int frame)
+{
+    const RenderOptions &options = rendering.options;
+    CameraView view = options.view;
+    view.turn = options.orbit * float(frame + 1 - options.frames);
+    const Camera camera = frameScene(rendering.sceneBounds, view, options.size);
+    rendering.chain->setCamera(camera.cameraMatrix, camera.projectionMatrix);
+    rendering.chain->setFrameValue(FrameValues::nearPlane, camera.nearPlane);
+    rendering.chain->setFrameValue(FrameValues::farPlane, camera.farPlane);
+}
+
+/// Renders all frames; on failure the reason.
+QString renderFrames(const Rendering &rendering, TimingTable *table)
+{
+    RenderChain *const chain = rendering.chain;
+    const RenderOptions &options = rendering.options;
     ProgressBar progress(options.frames);
     for (int frame = 0; frame < options.frames; ++frame) {
+        setCamera(rendering, frame);
         if (!options.captureFolder.isEmpty() && frame == options.frames - 1)
             chain->requestAllCaptures();
         if (!chain->renderFrame())
@@ -216,10 +255,12 @@ QString captureFile(const RenderChain &chain, const RenderChain::Capture &captur
     return name.replace(QRegularExpression(QStringLiteral("[^A-Za-z0-9._-]")), QStringLiteral("_"));
 }
 
-int writeResults(RenderChain *chain, RenderTarget *target, const RenderOptions &options)
+int writeResults(const Rendering &rendering)
 {
+    RenderChain *const chain = rendering.chain;
+    const RenderOptions &options = rendering.options;
     QString error;
-    const QImage picture = target->picture();
+    const QImage picture = rendering.target->picture();
     if (picture.isNull())
         return fail(noMemory(options.size));
     if (!options.captureFolder.isEmpty() && !QDir().mkpath(options.captureFolder))
@@ -235,18 +276,18 @@ int writeResults(RenderChain *chain, RenderTarget *target, const RenderOptions &
 }
 
 /// Renders the picture and writes all that was asked for.
-int renderPicture(
-    RenderChain *chain, RenderTarget *target, const HeadlessContext &context, const RenderOptions &options)
+int renderPicture(const Rendering &rendering)
 {
+    const RenderOptions &options = rendering.options;
     TimingTable table;
-    const QString problem = renderFrames(chain, options, &table);
+    const QString problem = renderFrames(rendering, &table);
     if (!problem.isEmpty())
         return fail(problem);
-    const int status = writeResults(chain, target, options);
+    const int status = writeResults(rendering);
     if (status == Success && options.timings)
         print(QStringLiteral("%1, %2x%3, %4\n%5")
                   .arg(options.chain, QString::number(options.size.width()), QString::number(options.size.height()),
-                      context.renderer(), table.toString()));
+                      rendering.context.renderer(), table.toString()));
     return status;
 }
 
@@ -261,14 +302,15 @@ QStringList filesToWatch(const RenderChain &chain)
 }
 
 /// Renders now and after each change of a shader file, until a signal ends it.
-int renderAndWatch(
-    RenderChain *chain, RenderTarget *target, const HeadlessContext &context, const RenderOptions &options)
+int renderAndWatch(const Rendering &rendering)
 {
+    RenderChain *const chain = rendering.chain;
+    const RenderOptions &options = rendering.options;
     const QStringList files = filesToWatch(*chain);
     if (files.isEmpty())
         return fail(QStringLiteral("--watch: the chain %1 has no shader files").arg(options.chain));
     FileWatch watch(files);
-    if (const int status = renderPicture(chain, target, context, options))
+    if (const int status = renderPicture(rendering))
         return status;
     print(QStringLiteral("%1: rendered; watching %2").arg(options.output, files.join(QStringLiteral(", "))));
     std::fflush(stdout);
@@ -279,8 +321,8 @@ int renderAndWatch(
             fail(QStringLiteral("%1: %2").arg(options.chain, chain->errorString()));
         } else {
             chain->resetTimings();
-            target->clear();
-            if (renderPicture(chain, target, context, options) == Success)
+            rendering.target->clear();
+            if (renderPicture(rendering) == Success)
                 print(QStringLiteral("%1: rendered").arg(options.output));
         }
         std::fflush(stdout);
@@ -314,20 +356,17 @@ int render(const ImportedScene &scene, const ChainDescription &description, cons
     if (!model)
         return fail(QStringLiteral("%1: the driver cannot hold it").arg(options.model));
 
-    const Camera camera = frameScene(model->sceneBounds(), options.view, options.size);
     RenderChain chain;
+    const Rendering rendering{&chain, &target, *context, options, model->sceneBounds()};
     chain.setViewport(QRect(QPoint(0, 0), options.size));
-    chain.setCamera(camera.cameraMatrix, camera.projectionMatrix);
-    chain.setFrameValue(FrameValues::nearPlane, camera.nearPlane);
-    chain.setFrameValue(FrameValues::farPlane, camera.farPlane);
+    setCamera(rendering, 0);
     chain.setModel(model.data());
     chain.setFramebuffer(target.framebuffer());
     chain.setTimingEnabled(options.timings);
     if (!chain.setDescription(description))
         return fail(QStringLiteral("%1: %2").arg(options.chain, chain.errorString()));
 
-    return options.watch ? renderAndWatch(&chain, &target, *context, options)
-                         : renderPicture(&chain, &target, *context, options);
+    return options.watch ? renderAndWatch(rendering) : renderPicture(rendering);
 }
 
 } // namespace

@@ -23,6 +23,11 @@ struct KVZ_HOST_EXPORT CameraView
     bool hasTarget = false;
     QVector3D target; ///< World space; the centre of the scene without hasTarget.
 
+    /// Degrees around the vertical axis through the target by which the camera stands further on than all of this says, at the
+    /// same distance and height. Adding to it from frame to frame goes around the scene, where adding to the azimuth would
+    /// frame the scene anew each time.
+    float turn = 0;
+
     float fieldOfView = 35; ///< Vertical, degrees, above 0 and below 180.
 
     /// Reads parts joined by ":", each of them

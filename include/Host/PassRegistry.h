@@ -48,6 +48,7 @@ enum class TextureDisplay {
     Id, ///< A colour of its own for each number, 0 black.
     Positions, ///< Fractions of the components.
     Scalar, ///< The red channel as grey, clamped to 0 to 1.
+    Motion, ///< Way to the right as red and upwards as green, 1/16 of the image to either side as 0 to 1; grey is none.
     ListLength, ///< Of head pointers: a colour for how many nodes the pixel's list has.
     Hidden ///< Holds no picture; captures pass it over.
 };

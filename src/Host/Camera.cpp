@@ -94,6 +94,16 @@ QMatrix4x4 orbit(const CameraView &view, const QVector3D &target)
     return matrix;
 }
 
+/// World space turned back around the vertical axis through a point, which goes before a camera's matrix.
+QMatrix4x4 turnedBack(float degrees, const QVector3D &point)
+{
+    QMatrix4x4 matrix;
+    matrix.translate(point);
+    matrix.rotate(-degrees, 0, 1, 0);
+    matrix.translate(-point);
+    return matrix;
+}
+
 /// Where along one axis of the picture, and how far back, a camera must stand to have all corners between two planes that
 /// open by `tangent` to either side.
 struct Stand
@@ -171,6 +181,8 @@ Camera frameScene(const QPair<QVector3D, QVector3D> &bounds, const CameraView &v
         const QMatrix4x4 turned = orbit(view, target);
         camera.cameraMatrix = stepBack(view, corners, turned, tangent * aspect, tangent) * turned;
     }
+    if (view.turn != 0)
+        camera.cameraMatrix *= turnedBack(view.turn, target);
 
     float nearest = std::numeric_limits<float>::max();
     float farthest = 0;

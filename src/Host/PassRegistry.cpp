@@ -363,6 +363,8 @@ QString toString(TextureDisplay display)
         return QStringLiteral("positions");
     case TextureDisplay::Scalar:
         return QStringLiteral("scalar");
+    case TextureDisplay::Motion:
+        return QStringLiteral("motion");
     case TextureDisplay::ListLength:
         return QStringLiteral("list length");
     case TextureDisplay::Hidden:

@@ -207,6 +207,8 @@ QRgb shown(const float *texel, TextureDisplay display)
     case TextureDisplay::Depth:
     case TextureDisplay::Scalar:
         return rgb(texel[0], texel[0], texel[0]);
+    case TextureDisplay::Motion:
+        return rgb(8 * texel[0] + 0.5f, 8 * texel[1] + 0.5f, 0.5f);
     case TextureDisplay::ListLength:
     case TextureDisplay::Hidden:
         break;

@@ -165,6 +165,36 @@ TEST(CameraTest, targetStaysInTheMiddleOfAPictureThatHasTheWholeScene)
     EXPECT_GT(widest, 0.92f);
 }
 
+TEST(CameraTest, aTurnGoesAroundTheTargetWithoutFramingAnew)
+{
+    const Bounds box{QVector3D(0, 1, 2), QVector3D(4, 2, 3)};
+    const QVector3D centre(2, 1.5f, 2.5f);
+    for (const char *text : {"30,20", "eye=7,3,9", "30,20,0.7:target=1,1,2", "eye=7,3,9:target=1,1,2"}) {
+        SCOPED_TRACE(text);
+        CameraView view = parsed(text);
+        const QVector3D target = view.hasTarget ? view.target : centre;
+        const Camera before = frameScene(box, view, QSize(320, 200));
+        view.turn = 90;
+        const Camera after = frameScene(box, view, QSize(320, 200));
+        // A quarter: what was +Z of the target is +X now.
+        const QVector3D from = eyeOf(before) - target;
+        expectNear(eyeOf(after) - target, QVector3D(from.z(), from.y(), -from.x()), 1e-4f);
+        // The target keeps its place in the picture.
+        const QVector3D placeBefore = project(before, target);
+        const QVector3D placeAfter = project(after, target);
+        EXPECT_NEAR(placeBefore.x(), placeAfter.x(), 1e-5f);
+        EXPECT_NEAR(placeBefore.y(), placeAfter.y(), 1e-5f);
+        // The planes close around the scene as it is seen now.
+        for (int i = 0; i < 8; ++i) {
+            const float z = project(after, corner(box, i)).z();
+            EXPECT_GE(z, -1.0f);
+            EXPECT_LE(z, 1.0f);
+        }
+        view.turn = 360;
+        expectNear(eyeOf(frameScene(box, view, QSize(320, 200))), eyeOf(before), 1e-4f);
+    }
+}
+
 TEST(CameraTest, planesCloseAroundTheScene)
 {
     const Camera camera = frameScene(unitBox, parsed("0,0"), QSize(100, 100));

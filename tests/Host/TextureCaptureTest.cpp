@@ -75,6 +75,17 @@ TEST_F(TextureCaptureTest, normalsAndCoordinatesAreShownAsColours)
     EXPECT_EQ(coordinates.pixelColor(0, 0), QColor(64, 191, 0));
 }
 
+TEST_F(TextureCaptureTest, motionIsShownAroundGrey)
+{
+    const auto texture =
+        texture2x2({{0, 0, 0, 1}, {0.03125f, -0.03125f, 0, 1}, {-0.0625f, 0.0625f, 5, 1}, {1, -1, 0, 1}}, GL_RGBA32F);
+    const QImage image = captureTexture(texture.get(), TextureDisplay::Motion);
+    EXPECT_EQ(image.pixelColor(0, 1), QColor(128, 128, 128)) << "still";
+    EXPECT_EQ(image.pixelColor(1, 1), QColor(191, 64, 128)) << "to the right and down";
+    EXPECT_EQ(image.pixelColor(0, 0), QColor(0, 255, 128)) << "to the left and up";
+    EXPECT_EQ(image.pixelColor(1, 0), QColor(255, 0, 128)) << "beyond the range";
+}
+
 TEST_F(TextureCaptureTest, idsHaveColoursOfTheirOwnAndNoneIsBlack)
 {
     const auto texture = texture2x2({{0, 0, 0, 1}, {1, 0, 0, 1}, {2, 0, 0, 1}, {100000, 0, 0, 1}}, GL_RGBA32F);

@@ -185,7 +185,7 @@ TEST(KvzProgramTest, helpIsPrintedForTheProgramAndEachCommand)
         EXPECT_TRUE(help.output.contains("Exit status:")) << command;
     }
     const QString render = run({"render", "-h"}).output;
-    for (const char *option : {"--output", "--chain", "--size", "--frames", "--camera", "--light", "--floor",
+    for (const char *option : {"--output", "--chain", "--size", "--frames", "--camera", "--orbit", "--light", "--floor",
              "--capture", "--timings", "--watch"})
         EXPECT_TRUE(render.contains(option)) << option;
 }
@@ -241,6 +241,12 @@ TEST(KvzProgramTest, otherValuesThatCannotBeAreRefused)
     }
     expectRefused({"render", stillLife, "--camera", "30,120", "-o", folder.picture()}, 1,
         "--camera \"30,120\": ", "from -90 to 90");
+    for (const char *degrees : {"far", "nan", "inf", ""}) {
+        expectLine({"render", stillLife, "--frames", "3", "--orbit", degrees, "-o", folder.picture()}, 1,
+            QStringLiteral("--orbit %1: expected degrees, such as 2.5").arg(degrees));
+    }
+    expectLine({"render", stillLife, "--orbit", "5", "-o", folder.picture()}, 1,
+        "--orbit 5: the camera turns between frames; add --frames with 2 or more");
     expectLine(
         {"render", stillLife, "--light", "directional:30,60", "--light", "spot:30,60:cone=200", "-o", folder.picture()},
         1, "--light \"cone=200\": cone wants degrees above 0 and below 180");
@@ -566,6 +572,34 @@ TEST(KvzProgramTest, cameraTurnsThePicture)
     const QImage far = picture({"--camera", "30,20,4"});
     EXPECT_EQ(far.pixel(10, 60), far.pixel(150, 60));
     EXPECT_NE(picture({"--camera", "eye=0,6,0.1"}), usual);
+}
+
+TEST(KvzProgramTest, orbitGetsToTheViewAndMovesUntilThen)
+{
+    TemporaryFolder folder;
+    const auto rendered = [&](const QString &chain, const QStringList &motion) {
+        const QStringList still{"render", stillLife, "--chain", chain, "--size", "160x120", "--capture",
+            folder.path("images"), "-o", folder.path("out.png")};
+        const Result result = run(still + motion);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.errors, QStringList());
+        return expectPicture(folder.path("out.png"), {160, 120});
+    };
+    // A chain without memory shows the last frame alone.
+    const QImage still = rendered("deferred", {});
+    EXPECT_EQ(rendered("deferred", {"--frames", "3", "--orbit", "7"}), still);
+    EXPECT_EQ(rendered("deferred", {"--frames", "3", "--orbit", "0"}), still);
+
+    // What is nearest to the camera goes to the left when it turns to the right, and back.
+    const auto redInFront = [&](const QString &degrees) {
+        rendered("smaa-t2x", {"--frames", "2", "--orbit", degrees});
+        const QImage motion = QImage(folder.path("images/05-velocity-Velocity.png"));
+        EXPECT_EQ(motion.size(), QSize(160, 120));
+        return motion.pixelColor(110, 85).red();
+    };
+    EXPECT_LT(redInFront("4"), 90);
+    EXPECT_GT(redInFront("-4"), 165);
+    EXPECT_NEAR(redInFront("0"), 128, 8) << "no more than the jitter, half a pixel";
 }
 
 TEST(KvzProgramTest, lightsCastShadowsAndTakeThePlaceOfTheChains)

@@ -42,7 +42,7 @@ void setUsualTraits(TextureTraits *traits, TextureKind kind)
         traits->display = TextureDisplay::Scalar;
         break;
     case TextureKind::Velocity:
-        traits->display = TextureDisplay::Colour;
+        traits->display = TextureDisplay::Motion;
         break;
     case TextureKind::Stencil:
     case TextureKind::Environment:
