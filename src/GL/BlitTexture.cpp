@@ -26,13 +26,9 @@ public:
         glGetBooleanv(GL_COLOR_WRITEMASK, m_colorMask);
         glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
         m_attachment = attachment;
-        glBindFramebuffer(GL_READ_FRAMEBUFFER, resources.read.getFBO());
-        glFramebufferTexture(GL_READ_FRAMEBUFFER, attachment, source->textureID(), 0);
+        attach(resources.draw, destination);
+        attach(resources.read, source);
         glBindFramebuffer(GL_DRAW_FRAMEBUFFER, resources.draw.getFBO());
-        glFramebufferTexture(GL_DRAW_FRAMEBUFFER, attachment, destination->textureID(), 0);
-        const bool color = attachment == GL_COLOR_ATTACHMENT0;
-        glReadBuffer(color ? GL_COLOR_ATTACHMENT0 : GL_NONE);
-        glDrawBuffer(color ? GL_COLOR_ATTACHMENT0 : GL_NONE);
     }
     ~BlitBinding()
     {
@@ -45,6 +41,18 @@ public:
 
 private:
     Q_DISABLE_COPY(BlitBinding)
+
+    /// Leaves the framebuffer bound for both.
+    void attach(const FramebufferObject &framebuffer, const Texture *texture) const
+    {
+        glBindFramebuffer(GL_FRAMEBUFFER, framebuffer.getFBO());
+        glFramebufferTexture(GL_FRAMEBUFFER, m_attachment, texture->textureID(), 0);
+        // Before OpenGL 4.1 one that reads or draws a colour it lacks is incomplete, whichever it is used for.
+        const GLenum color = m_attachment == GL_COLOR_ATTACHMENT0 ? GL_COLOR_ATTACHMENT0 : GL_NONE;
+        glReadBuffer(color);
+        glDrawBuffer(color);
+    }
+
     GLint m_read = 0;
     GLint m_draw = 0;
     GLboolean m_colorMask[4];

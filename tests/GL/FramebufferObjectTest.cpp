@@ -428,6 +428,7 @@ TEST_F(FramebufferObjectTest, wrapsOneOfTheHost)
     glBindFramebuffer(GL_FRAMEBUFFER, host);
     glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT1, GL_TEXTURE_2D, color->textureID(), 0);
     glDrawBuffer(GL_COLOR_ATTACHMENT1);
+    glReadBuffer(GL_COLOR_ATTACHMENT1);
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
     {
         const std::unique_ptr<FramebufferObject> wrapped(FramebufferObject::wrap(host));

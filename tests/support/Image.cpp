@@ -100,6 +100,7 @@ QVector<int> readStencil(Texture *texture)
     FramebufferObject framebuffer;
     AutoBinder binder(&framebuffer);
     framebuffer.attach(texture, GL_DEPTH_STENCIL_ATTACHMENT, 0);
+    framebuffer.setDrawBuffers();
     glPixelStorei(GL_PACK_ALIGNMENT, 1);
     glReadPixels(0, 0, width, height, GL_STENCIL_INDEX, GL_UNSIGNED_BYTE, texels.data());
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
