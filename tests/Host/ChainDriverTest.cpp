@@ -3,6 +3,7 @@
 #include "support/GLTest.h"
 #include "support/ImageFiles.h"
 
+#include <GL/GLExtensions.h>
 #include <Host/ChainValidation.h>
 
 #include <QtCore/QRect>
@@ -97,6 +98,24 @@ TEST_F(ChainDriverTest, imagesBeyondTheLimitAreNamedWhereTheyAreNotScaledDown)
     EXPECT_TRUE(check("TextureLoaderRenderPass", "Kvz_QString_TexturePath", small).isEmpty());
     EXPECT_TRUE(check("TextureLoaderRenderPass", "Kvz_QString_TexturePath", folder.path("missing.png")).isEmpty())
         << "that is said without a driver";
+}
+
+TEST_F(ChainDriverTest, listsNeedFloatsAsIntegers)
+{
+    const char *const extension = "GL_ARB_shader_bit_encoding";
+    for (const char *name :
+        {"VisibilityBufferRenderPass", "VisibilityOcclusionRenderPass", "VisibilityDeferredRenderPass"}) {
+        ChainDescription chain;
+        ChainPass pass;
+        pass.name = pass.className = QString::fromUtf8(name);
+        chain.passes.append(pass);
+        const QVector<ChainFinding> findings = validateChainOnDriver(chain);
+        const auto isFound = std::any_of(findings.begin(), findings.end(), [&](const ChainFinding &finding) {
+            return finding.severity == ChainFinding::Severity::Error
+                && finding.expected == QString::fromUtf8(extension);
+        });
+        EXPECT_NE(isFound, hasGLExtension(extension)) << name;
+    }
 }
 
 TEST_F(ChainDriverTest, readyPassesRunOnThisDriver)

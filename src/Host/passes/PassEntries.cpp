@@ -212,6 +212,12 @@ DriverNeed listNeed(const char *without)
         QString::fromUtf8(without)};
 }
 
+DriverNeed floatBitsNeed()
+{
+    return {{QStringLiteral("GL_ARB_shader_bit_encoding")},
+        QStringLiteral("depths cannot be read as the integers of lists: its shaders do not compile"), true};
+}
+
 OutputInfo output(const char *name, ValueType type, const char *description)
 {
     OutputInfo info;

@@ -136,6 +136,8 @@ InputInfo nodeBufferWidthInput(const char *whenNull);
 QVector<OutputInfo> listOutputs(const char *headsDescription, const char *nodesDescription);
 /// The extensions without which each pixel has one fragment, and what is so then.
 DriverNeed listNeed(const char *without);
+/// That shaders can read floats as integers, which OpenGL 3.3 has.
+DriverNeed floatBitsNeed();
 /// @}
 
 /// An output that holds no image.

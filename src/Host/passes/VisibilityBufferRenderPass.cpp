@@ -66,6 +66,7 @@ PassInfo PassEntries::visibilityBufferRenderPass()
             "The feature flags that count; \"1\" is the one of imported transparent items."),
     };
     pass.driverNeeds = {
+        floatBitsNeed(),
         listNeed("each pixel has its nearest fragment alone, and only models of one item are shaded right"),
     };
     pass.fragmentRoom = 4096LL * 4096;

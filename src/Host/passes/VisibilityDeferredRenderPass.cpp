@@ -39,6 +39,7 @@ PassInfo PassEntries::visibilityDeferredRenderPass()
             }},
     };
     pass.driverNeeds = {
+        floatBitsNeed(),
         {{QStringLiteral("GL_ARB_texture_buffer_object_rgb32")},
             QStringLiteral("vertices cannot be read: the image stays empty"), true},
     };

@@ -27,6 +27,7 @@ PassInfo PassEntries::visibilityOcclusionRenderPass()
         warnWhenOpen("Kvz_KvzTexture*_Depth", "the depth of the opaque surfaces", "none: nothing is taken out",
             "put a ModelRenderPass with opaqueOnly before it"),
     };
+    pass.driverNeeds = {floatBitsNeed()};
     pass.traits = PassTrait::NeverReleasesInputs;
     pass.create = construct<VisibilityOcclusionRenderPass>;
     return pass;
