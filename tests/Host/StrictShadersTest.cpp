@@ -357,7 +357,25 @@ TEST_F(StrictShadersOfImagesTest, theShadersOfMorphologicalAntiAliasing)
             EXPECT_TRUE(mode > Pass::SmaaT2X || shaders.size() > before) << qPrintable(origin);
         }
     }
-    expectStrictlyRight(shaders);
+
+    // What hosts of the include file may ask of it and the pass does not.
+    const QByteArray preset = "#define SMAA_PRESET_ULTRA 1";
+    const QByteArray others[] = {"#define SMAA_PRESET_LOW 1", "#define SMAA_PRESET_MEDIUM 1",
+        "#define SMAA_PRESET_HIGH 1", "", preset + "\n#define SMAA_TRANSPARENCY 1",
+        preset + "\n#define SMAA_DISABLE_DIAG_DETECTION", preset + "\n#define SMAA_DISABLE_CORNER_DETECTION"};
+    QVector<Shader> variants = shaders;
+    for (const Shader &shader : shaders) {
+        if (!shader.text.contains(preset))
+            continue;
+        for (const QByteArray &other : others) {
+            Shader variant = shader;
+            variant.text.replace(preset, other);
+            variant.origin += QStringLiteral(", with \"%1\"").arg(QString::fromUtf8(other));
+            variants.append(variant);
+        }
+    }
+    EXPECT_GT(variants.size(), 7 * 15);
+    expectStrictlyRight(variants);
 }
 
 TEST_F(StrictShadersOfImagesTest, theShadersOfPositionsFromMultisampledDepth)

@@ -23,6 +23,7 @@
 
 #include <cmath>
 #include <random>
+#include <set>
 
 namespace Velmora::Kvz {
 
@@ -474,7 +475,7 @@ TEST_P(SmaaStagesTest, findsTheEdgesExactly)
     std::printf("%s: %d pixels with edges, %d open\n", name.c_str(), reference.count, reference.openCount);
     EXPECT_EQ(wrong, 0);
     EXPECT_GT(reference.count, 500);
-    EXPECT_LE(reference.openCount, reference.count / 10);
+    EXPECT_EQ(reference.openCount, 0) << "so near to a threshold that rounding decides";
 }
 
 TEST_F(SMAARenderPassTest, clearsEdgesAndFreesThePredicateBeforeTheTargets)
@@ -612,6 +613,7 @@ TEST_F(SMAARenderPassTest, everyPresetOfTheShaderFileDoesWhatItSays)
                 wrong += found.data[4 * i + k] != reference.edges.data[4 * i + k];
         }
         EXPECT_EQ(wrong, 0);
+        EXPECT_EQ(reference.openCount, 0);
         EXPECT_GT(reference.count, 300);
         expectWeights(randomEdges(frameSize.width(), frameSize.height(), 3), {0, 0, 0, 0}, preset.settings, 0,
             QString::fromLatin1(preset.name).section(QLatin1Char('\n'), -1).toStdString());
@@ -886,9 +888,11 @@ TEST_F(SMAARenderPassTest, smoothsFramesAsTheReferenceDoesInAllModes)
                 const double tolerance = 4.0 / 255.0;
                 const double mean = !hdr && wantsSamples(mode) ? 0.5 / 255.0 : 0.0003;
                 EXPECT_LE(deviation(modeNames[mode], image, expected).mean, mean);
-                // A pixel whose greatest weights are equal in 8 bits may be mixed along the other axis.
+                // A pixel whose greatest weights are equal in 8 bits may be mixed along the other axis: two small weights, on
+                // edges of full contrast.
                 EXPECT_EQ(edges.openCount, 0);
                 EXPECT_LE(pixelsBeyond(image, expected, tolerance), 4);
+                EXPECT_LE(maximumDifference(image, expected), 18.0 / 255.0);
                 EXPECT_GT(pixelsBeyond(expected, input, 0.1), 100);
             }
         }
@@ -1488,6 +1492,8 @@ TEST_F(SMAARenderPassTest, dropsTheHistoryAtEachChangeOfItsConfiguration)
     const State changes[] = {{"wider", 2, QSize(25, 18), false}, {"higher", 2, QSize(24, 19), false},
         {"with a predicate", 2, QSize(24, 18), true}, {"in 4X", 3, QSize(24, 18), false},
         {"in 1x", 0, QSize(24, 18), false}, {"in S2X", 1, QSize(24, 18), false}};
+    // Gamma, edges, weights and blending; the resolve; the separation.
+    const auto programsOf = [](int mode) { return 4 + int(isTemporal(mode)) + int(wantsSamples(mode)); };
     const auto run = [&](const State &state, bool isWhite) {
         Texture *const frame =
             wantsSamples(state.mode) ? (isWhite ? whiteSamples : blackSamples).get() : (isWhite ? white : black).get();
@@ -1508,12 +1514,12 @@ TEST_F(SMAARenderPassTest, dropsTheHistoryAtEachChangeOfItsConfiguration)
         run(base, true);
         const auto [grey, links] = run(changed, false);
         EXPECT_EQ(grey, 0.0f) << "resolved with itself";
-        EXPECT_GE(links, 4) << "every program is built anew";
+        EXPECT_EQ(links, programsOf(changed.mode)) << "every program is built anew";
         run(changed, true);
         EXPECT_EQ(pool.allReferences(), isTemporal(changed.mode) ? 2 : 0);
         const auto [back, again] = run(base, false);
         EXPECT_EQ(back, 0.0f) << "and on the way back";
-        EXPECT_GE(again, 5);
+        EXPECT_EQ(again, programsOf(base.mode));
     }
     // What is read each frame changes nothing.
     run(base, true);
@@ -1772,9 +1778,32 @@ TEST_F(SMAARenderPassTest, weighsAtEdgesAlone)
 
 TEST_F(SMAARenderPassTest, tenThousandFramesOfAllModesGrowNothing)
 {
+    // Each mode after each other one, with and without a predicate in both, and the same in another size.
+    struct State
+    {
+        int mode;
+        bool predication;
+        QSize size;
+    };
+    std::vector<State> states;
+    for (const QSize &size : {QSize(12, 8), QSize(9, 13)}) {
+        for (const auto &[from, to] : {std::pair(false, false), {false, true}, {true, false}, {true, true}}) {
+            for (int mode : {0, 1, 0, 2, 0, 3, 1, 2, 1, 3, 2, 3, 3})
+                states.push_back({mode, states.size() % 2 ? to : from, size});
+        }
+    }
+    std::set<std::pair<int, int>> switches;
+    for (size_t i = 1; i < states.size(); ++i)
+        switches.insert({states[i - 1].mode, states[i].mode});
+    switches.insert({states.back().mode, states.front().mode});
+    for (int from : {0, 1, 2, 3}) {
+        for (int to : {0, 1, 2, 3})
+            EXPECT_TRUE(from == to || switches.count({from, to})) << from << " to " << to;
+    }
+
     constexpr int frames = 10000;
-    constexpr int cycle = 400;
-    const QSize sizes[] = {QSize(12, 8), QSize(9, 13)};
+    constexpr int stay = 16;
+    const int cycle = stay * int(states.size());
     const auto frame = makeTexture(photograph(12, 8), GL_RGBA16F);
     const auto samples = makeMultisampleTexture(photograph(12, 8), GL_RGBA16F, 2);
     const auto still = makeTexture(Image(12, 8), GL_RGBA16F);
@@ -1784,31 +1813,36 @@ TEST_F(SMAARenderPassTest, tenThousandFramesOfAllModesGrowNothing)
     manager->deleteUnusedTempTextures();
     TextureManager::PoolStatistics before;
     GLObjectCounts objects;
+    int compared = 0;
     for (int f = 0; f <= frames; ++f) {
-        const int part = f % cycle;
-        const int mode = part / 50 % 4;
-        const bool predication = part >= 300;
-        set(pass.get(), mode, wantsSamples(mode) ? samples.get() : frame.get(), sizes[part / 200], still.get(),
-            predication ? still.get() : nullptr, part % 3 != 0);
+        const State &state = states[size_t(f % cycle / stay)];
+        set(pass.get(), state.mode, wantsSamples(state.mode) ? samples.get() : frame.get(), state.size, still.get(),
+            state.predication ? still.get() : nullptr, f % 3 != 0);
         pass->setInput(Smaa::JitterIndex, f % 2);
         if (f % 7 == 3)
             pass->skip(nullptr);
         else
             pass->start(nullptr);
         manager->releaseTempTextureRef(result(), 1);
-        if (part == 0)
+        if (f % 100 == 0)
             log.clear();
-        if (f == 2 * cycle) {
-            before = manager->poolStatistics();
-            objects = glObjectCounts();
+        // At the same place of each cycle, since what a mode takes from the pool stays there.
+        if (f % cycle == cycle - 1 && f > 2 * cycle) {
+            const TextureManager::PoolStatistics now = manager->poolStatistics();
+            if (before.bytes == 0) {
+                before = now;
+                objects = glObjectCounts();
+                continue;
+            }
+            ++compared;
+            EXPECT_EQ(now.references, before.references) << f;
+            EXPECT_EQ(now.live, before.live) << f;
+            EXPECT_EQ(now.bytes, before.bytes) << f;
+            EXPECT_TRUE(glObjectCounts() == objects) << f;
         }
     }
-    const TextureManager::PoolStatistics after = manager->poolStatistics();
     EXPECT_GT(before.bytes, 0);
-    EXPECT_EQ(after.references, before.references);
-    EXPECT_EQ(after.live, before.live);
-    EXPECT_EQ(after.bytes, before.bytes);
-    EXPECT_TRUE(glObjectCounts() == objects);
+    EXPECT_GE(compared, 2);
     manager->deleteUnusedTempTextures();
 }
 

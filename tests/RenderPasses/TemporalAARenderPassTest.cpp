@@ -83,7 +83,7 @@ TEST_F(TemporalAARenderPassTest, declaresItsPorts)
     for (int i = 0; i < 7; ++i) {
         EXPECT_EQ(pass->inputName(i), QString::fromUtf8(inputs[i].name));
         EXPECT_EQ(pass->defaultValue(i), inputs[i].value) << i;
-        EXPECT_EQ(pass->defaultValue(i).isValid(), inputs[i].value.isValid());
+        EXPECT_EQ(pass->defaultValue(i).userType(), inputs[i].value.userType()) << i;
     }
     ASSERT_EQ(pass->numOutputs(), 1);
     EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
@@ -144,8 +144,9 @@ TEST_F(TemporalAARenderPassTest, isTheRunningMeanOf300Frames)
     }
     std::printf("[ COMPARED ] %.4f off the exact mean, %.4f off that of 8 bits\n", worst, worstStep);
     EXPECT_LE(worstStep, 1.01 / 255);
-    // Roundings of half a step add up like a mean's weights do, to less than half a step for each doubling of n.
-    EXPECT_LE(worst, 0.16);
+    // A rounding keeps its share like a frame does: half a step in each of n frames makes n / 4 if all go one way, 75 here.
+    // These do not quite balance.
+    EXPECT_LE(worst, 19.0 / 255);
 }
 
 TEST_F(TemporalAARenderPassTest, averagesAllFourChannels)
@@ -344,13 +345,39 @@ TEST_F(TemporalAARenderPassTest, withoutAFrameTheMeanIsBlack)
     EXPECT_TRUE(log.messages().isEmpty());
 }
 
+TEST_F(TemporalAARenderPassTest, aMissingFrameOfANewViewKeepsTheCount)
+{
+    for (int i = 0; i < 3; ++i)
+        add(1.0f);
+    pass->setInput(Port::CameraMatrix, lookAt(QVector3D(1, 2, 4), QVector3D()));
+    pass->setInput(Port::Frame, QVariant());
+    pass->start(nullptr);
+    EXPECT_EQ(readTexture(output()).pixel(3, 3), QVector4D(0, 0, 0, 0));
+    TextureManager::Instance()->releaseTempTextureRef(output(), 1);
+    // The view is known by now, so the next frame goes on, over black, as the fourth.
+    EXPECT_NEAR(add(1.0f).x(), 1.0f / 3, 0.6f / 255);
+
+    // In another size as well, on a new texture.
+    pass->setInput(Port::Viewport, QRect(0, 0, 6, 5));
+    pass->setInput(Port::Frame, QVariant());
+    pass->start(nullptr);
+    EXPECT_EQ(readTexture(output()).pixel(3, 3), QVector4D(0, 0, 0, 0));
+    EXPECT_EQ(output()->width(0), 6);
+    TextureManager::Instance()->releaseTempTextureRef(output(), 1);
+    EXPECT_NEAR(add(1.0f).x(), 1.0f / 4, 0.6f / 255);
+}
+
 TEST_F(TemporalAARenderPassTest, theScaleDividesTheSize)
 {
-    Image image(16, 8);
-    for (int y = 0; y < 8; ++y) {
-        for (int x = 0; x < 16; ++x)
-            image.setPixel(x, y, QVector4D(float(x) / 16, float(y) / 8, 0, 1));
-    }
+    const auto gradient = [](int width, int height) {
+        Image image(width, height);
+        for (int y = 0; y < height; ++y) {
+            for (int x = 0; x < width; ++x)
+                image.setPixel(x, y, QVector4D(float(x) / float(width), float(y) / float(height), 0, 1));
+        }
+        return image;
+    };
+    Image image = gradient(16, 8);
     const auto expectSize = [&](const QVariant &scale, const QVariant &enabled, int width, int height) {
         pass->setInput(Port::ViewportScale, scale);
         pass->setInput(Port::ViewportScaleEnable, enabled);
@@ -361,8 +388,10 @@ TEST_F(TemporalAARenderPassTest, theScaleDividesTheSize)
         for (int y = 0; y < result.height; ++y) {
             for (int x = 0; x < result.width; ++x) {
                 // The texel below the pixel's middle; on a border, one of the two.
-                EXPECT_NEAR(result.pixel(x, y).x(), (x + 0.5f) / float(width) - 0.5f / 16, 0.5f / 16 + 0.003f);
-                EXPECT_NEAR(result.pixel(x, y).y(), (y + 0.5f) / float(height) - 0.5f / 8, 0.5f / 8 + 0.003f);
+                const float halfX = 0.5f / float(image.width);
+                const float halfY = 0.5f / float(image.height);
+                EXPECT_NEAR(result.pixel(x, y).x(), (x + 0.5f) / float(width) - halfX, halfX + 0.003f);
+                EXPECT_NEAR(result.pixel(x, y).y(), (y + 0.5f) / float(height) - halfY, halfY + 0.003f);
             }
         }
     };
@@ -372,6 +401,12 @@ TEST_F(TemporalAARenderPassTest, theScaleDividesTheSize)
     expectSize(QStringLiteral("2"), 1, 8, 4);
     for (const QVariant &disabled : {QVariant(false), QVariant(), QVariant(QRect())})
         expectSize(2.0f, disabled, 16, 8);
+    // The input's own size does not count.
+    for (const QSize &size : {QSize(40, 24), QSize(5, 30), QSize(1, 1)}) {
+        image = gradient(size.width(), size.height());
+        expectSize(2.0f, true, 8, 4);
+        expectSize(2.0f, false, 16, 8);
+    }
 }
 
 TEST_F(TemporalAARenderPassTest, aScaleOfNothingMakesNoPictureAndNoHarm)

@@ -11,8 +11,8 @@ namespace Velmora::Kvz {
 void sampleLinearly(Texture *texture)
 {
     AutoBinder binder(texture);
-    glTexParameteri(texture->target(), GL_TEXTURE_MAG_FILTER, GL_LINEAR);
     glTexParameteri(texture->target(), GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    glTexParameteri(texture->target(), GL_TEXTURE_MAG_FILTER, GL_LINEAR);
     glTexParameteri(texture->target(), GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
     glTexParameteri(texture->target(), GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
 }
