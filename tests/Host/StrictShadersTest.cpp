@@ -9,6 +9,7 @@
 
 #include <Host/ChainLibrary.h>
 #include <RenderPasses/CameraSpaceZBufferRenderPass.h>
+#include <RenderPasses/FastApproximateAntiAliasingRenderPass.h>
 #include <RenderPasses/SMAARenderPass.h>
 #include <RenderPasses/ScalableAmbientObscuranceRenderPass.h>
 
@@ -376,6 +377,43 @@ TEST_F(StrictShadersOfImagesTest, theShadersOfMorphologicalAntiAliasing)
     }
     EXPECT_GT(variants.size(), 7 * 15);
     expectStrictlyRight(variants);
+}
+
+TEST_F(StrictShadersOfImagesTest, theShadersOfFastApproximateAntiAliasing)
+{
+    using Pass = FastApproximateAntiAliasingRenderPass;
+    const std::unique_ptr<Texture> frame = makeTexture(colour, GL_RGBA16F);
+    Pass pass;
+    pass.setInput(Pass::Viewport, QRect(QPoint(), size));
+    pass.setInput(Pass::Frame, give(frame));
+    pass.start(nullptr);
+
+    // The pass takes one setting of the two switches; the others stand in its texts.
+    const QByteArray preset = "#define FXAA_QUALITY_PRESET ", green = "#define FXAA_GREEN_AS_LUMA ";
+    QVector<QByteArray> texts;
+    QStringList presets;
+    for (const Shader &shader : qAsConst(shaders)) {
+        if (shader.text.contains(preset + "12\n") && shader.text.contains(green + "1\n"))
+            texts.append(shader.text);
+        static const QRegularExpression branch(QStringLiteral("\\bFXAA_QUALITY_PRESET == (\\d+)"));
+        auto it = branch.globalMatch(QString::fromUtf8(shader.text));
+        while (it.hasNext())
+            presets.append(it.next().captured(1));
+    }
+    EXPECT_EQ(texts.size(), 2) << "the pass's own and the algorithm's";
+    EXPECT_EQ(presets.size(), 17);
+    shaders.clear();
+    for (const QString &name : qAsConst(presets)) {
+        for (const char *luma : {"0", "1"}) {
+            for (QByteArray text : qAsConst(texts)) {
+                text.replace(preset + "12\n", preset + name.toUtf8() + '\n')
+                    .replace(green + "1\n", green + luma + '\n');
+                shaders.append({GL_FRAGMENT_SHADER, text,
+                    QStringLiteral("FXAA, preset %1, green as luma %2").arg(name, QString::fromUtf8(luma))});
+            }
+        }
+    }
+    expectStrictlyRight(shaders);
 }
 
 TEST_F(StrictShadersOfImagesTest, theShadersOfPositionsFromMultisampledDepth)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "FxaaReference.h"
 #include "support/Cameras.h"
+#include "support/ChangedShaders.h"
 #include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
 #include "support/Meshes.h"
@@ -98,28 +99,75 @@ Image noise(int width, int height, unsigned int seed)
     return exact(image);
 }
 
-/// Pixels that differ by more than the tolerance. Beside it stands the mean difference of the rest.
-int outliers(const Image &image, const Image &reference, double tolerance)
+/// A flight of stairs, dark above it and light below, steps a pixel high that grow from 1 pixel to 40 in length. Every third
+/// one leads down.
+Image stairs()
 {
-    int count = 0, far = 0;
-    double sum = 0;
-    for (int y = 0; y < image.height; ++y) {
-        for (int x = 0; x < image.width; ++x) {
-            double difference = 0;
-            for (int i = 0; i < 4; ++i)
-                difference = std::max(difference, std::abs(double(image.at(x, y)[i]) - double(reference.at(x, y)[i])));
-            count += int(difference > tolerance);
-            far += int(difference > 10 * tolerance);
-            sum += difference > tolerance ? 0 : difference;
+    Image image(1024, 64);
+    int top = 20, length = 1, left = 1;
+    for (int x = 0; x < image.width; ++x) {
+        for (int y = 0; y < image.height; ++y) {
+            const bool isLight = y < top;
+            image.setPixel(x, y, isLight ? QVector4D(0.875f, 0.75f, 0.5f, 1) : QVector4D(0.125f, 0.25f, 0.0625f, 0.5f));
+        }
+        if (--left == 0) {
+            top += length % 3 == 0 ? -1 : 1;
+            length = std::min(length + 1, 40);
+            left = length;
         }
     }
-    std::printf("[ COMPARED ] %d outliers, %d of them far, mean difference %.2e\n", count, far,
-        sum / (image.width * image.height));
-    return count;
+    return image;
 }
 
-/// Half a step of a half float below 1, and the same for the filter's weights.
-constexpr double halfFloatTolerance = 1e-3;
+Image transposed(const Image &image)
+{
+    Image result(image.height, image.width);
+    for (int y = 0; y < image.height; ++y) {
+        for (int x = 0; x < image.width; ++x)
+            result.setPixel(y, x, image.pixel(x, y));
+    }
+    return result;
+}
+
+/// A step of half floats below 1, which a driver may cut off, and what single precision leaves open of a place between two
+/// texels of an image of up to 1024.
+constexpr double tolerance = 1.0 / 2048 + 1.0 / 32768;
+
+/// The largest difference of a filtered image from the reference. Where the contrast at an end of an edge is the one that is
+/// asked for, but for the last bits, GPU and CPU may take different sides: there the nearest of all sides counts. `draws` is
+/// the number of such pixels.
+double differenceBesideDraws(const Image &filtered, const Image &image, FxaaSettings settings, int *draws)
+{
+    std::vector<Image> sides;
+    for (const double before : {-2e-5, 2e-5}) {
+        for (const double behind : {-2e-5, 2e-5}) {
+            settings.biasBefore = before;
+            settings.biasBehind = behind;
+            sides.push_back(fxaaReference(image, settings));
+        }
+    }
+    const auto difference = [](const float *a, const float *b) {
+        double most = 0;
+        for (int i = 0; i < 4; ++i)
+            most = std::max(most, std::abs(double(a[i]) - double(b[i])));
+        return most;
+    };
+    double most = 0;
+    *draws = 0;
+    for (int y = 0; y < image.height; ++y) {
+        for (int x = 0; x < image.width; ++x) {
+            double nearest = 1e9;
+            double apart = 0;
+            for (const Image &side : sides) {
+                nearest = std::min(nearest, difference(filtered.at(x, y), side.at(x, y)));
+                apart = std::max(apart, difference(side.at(x, y), sides[0].at(x, y)));
+            }
+            most = std::max(most, nearest);
+            *draws += int(apart > 0);
+        }
+    }
+    return most;
+}
 
 } // namespace
 
@@ -142,7 +190,7 @@ TEST_F(FxaaTest, declaresItsPorts)
     for (int i = 0; i < 7; ++i) {
         EXPECT_EQ(pass->inputName(i), QString::fromUtf8(inputs[i].name));
         EXPECT_EQ(pass->defaultValue(i), inputs[i].value) << i;
-        EXPECT_EQ(pass->defaultValue(i).isValid(), inputs[i].value.isValid());
+        EXPECT_EQ(pass->defaultValue(i).userType(), inputs[i].value.userType()) << i;
     }
     ASSERT_EQ(pass->numOutputs(), 1);
     EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
@@ -167,8 +215,7 @@ TEST_F(FxaaTest, matchesTheReferenceOnARenderedFrame)
         saveForViewing(filtered, QStringLiteral("fxaa-%1").arg(QLatin1String(name)));
         FxaaTally tally;
         const Image reference = fxaaReference(image, settings, &tally);
-        // Where a comparison is a draw but for the last bit, GPU and CPU may take different sides.
-        EXPECT_LE(outliers(filtered, reference, halfFloatTolerance), 8);
+        EXPECT_LE(maximumDifference(filtered, reference), tolerance);
         EXPECT_GT(maximumDifference(filtered, image), 0.2);
         EXPECT_GT(tally.flat, 60000);
         EXPECT_GT(tally.horizontal, 300);
@@ -183,14 +230,95 @@ TEST_F(FxaaTest, matchesTheReferenceOnARenderedFrame)
 
 TEST_F(FxaaTest, matchesTheReferenceOnNoise)
 {
-    const Image image = noise(128, 64, 3);
-    FxaaTally tally;
-    const Image reference = fxaaReference(image, {}, &tally);
-    EXPECT_LE(outliers(filter(image), reference, halfFloatTolerance), 16);
-    EXPECT_GT(tally.bySubpixel, 1000);
-    EXPECT_GT(tally.byEdge, 500);
-    EXPECT_GT(tally.horizontal, 1000);
-    EXPECT_GT(tally.vertical, 1000);
+    for (const unsigned int seed : {1u, 3u, 44u, 58u}) {
+        SCOPED_TRACE(seed);
+        const Image image = noise(128, 64, seed);
+        FxaaTally tally;
+        fxaaReference(image, {}, &tally);
+        int draws = 0;
+        EXPECT_LE(differenceBesideDraws(filter(image), image, {}, &draws), tolerance);
+        EXPECT_LE(draws, 12) << "of 8192 pixels";
+        EXPECT_GT(tally.bySubpixel, 1000);
+        EXPECT_GT(tally.byEdge, 500);
+        EXPECT_GT(tally.horizontal, 1000);
+        EXPECT_GT(tally.vertical, 1000);
+    }
+}
+
+TEST_F(FxaaTest, readsLumaFromAlphaUnderTheMacroOfIts)
+{
+    // The pass takes green.
+    ChangedShaders shaders("#define FXAA_GREEN_AS_LUMA 1", "#define FXAA_GREEN_AS_LUMA 0");
+    const Image image = noise(128, 64, 5);
+    const Image filtered = filter(image);
+    EXPECT_EQ(shaders.changed, 2) << "the pass's own text and the algorithm's";
+    FxaaSettings settings;
+    settings.isLumaInAlpha = true;
+    int draws = 0;
+    EXPECT_LE(differenceBesideDraws(filtered, image, settings, &draws), tolerance);
+    EXPECT_LE(draws, 12) << "of 8192 pixels";
+    EXPECT_GT(maximumDifference(filtered, fxaaReference(image, {})), 0.5) << "green gives another image";
+    for (int y = 0; y < image.height; ++y) {
+        for (int x = 0; x < image.width; ++x)
+            ASSERT_EQ(filtered.at(x, y)[3], image.at(x, y)[3]) << "luma stays luma";
+    }
+}
+
+TEST_F(FxaaTest, matchesTheReferenceWithEveryPreset)
+{
+    // All places that are read are exact in single precision with it, and none is a draw along x.
+    constexpr double rcpFrame = 1.0625;
+    const struct
+    {
+        const char *name;
+        std::vector<double> steps;
+    } presets[] = {
+        {"10", {1.5, 3, 12}},
+        {"11", {1, 1.5, 3, 12}},
+        {"12", {1, 1.5, 2, 4, 12}},
+        {"13", {1, 1.5, 2, 2, 4, 12}},
+        {"14", {1, 1.5, 2, 2, 2, 4, 12}},
+        {"15", {1, 1.5, 2, 2, 2, 2, 4, 12}},
+        {"20", {1.5, 2, 8}},
+        {"21", {1, 1.5, 2, 8}},
+        {"22", {1, 1.5, 2, 2, 8}},
+        {"23", {1, 1.5, 2, 2, 2, 8}},
+        {"24", {1, 1.5, 2, 2, 2, 3, 8}},
+        {"25", {1, 1.5, 2, 2, 2, 2, 4, 8}},
+        {"26", {1, 1.5, 2, 2, 2, 2, 2, 4, 8}},
+        {"27", {1, 1.5, 2, 2, 2, 2, 2, 2, 4, 8}},
+        {"28", {1, 1.5, 2, 2, 2, 2, 2, 2, 2, 4, 8}},
+        {"29", {1, 1.5, 2, 2, 2, 2, 2, 2, 2, 2, 4, 8}},
+        {"39", {1, 1, 1, 1, 1, 1.5, 2, 2, 2, 2, 4, 8}},
+    };
+    for (const bool isAlongX : {true, false}) {
+        const Image image = isAlongX ? stairs() : transposed(stairs());
+        std::vector<Image> references;
+        for (const auto &preset : presets) {
+            SCOPED_TRACE(preset.name);
+            ChangedShaders shaders(
+                "#define FXAA_QUALITY_PRESET 12", QByteArray("#define FXAA_QUALITY_PRESET ") + preset.name);
+            pass = std::make_unique<Port>();
+            pass->setInput(Port::SubPixelQuality, 0.0f);
+            pass->setInput(Port::RcpFrameQuality, float(rcpFrame));
+            const Image filtered = filter(image);
+            EXPECT_EQ(shaders.changed, 2) << "the pass's own text and the algorithm's";
+            FxaaSettings settings;
+            settings.subpix = 0;
+            settings.rcpFrame = rcpFrame;
+            settings.steps = preset.steps;
+            FxaaTally tally;
+            const Image reference = fxaaReference(image, settings, &tally);
+            EXPECT_LE(maximumDifference(filtered, reference), tolerance);
+            EXPECT_GT(tally.byEdge, 500);
+            EXPECT_GT(tally.endNotFound, 100);
+            for (const Image &other : references)
+                EXPECT_GT(maximumDifference(reference, other), 0.02) << "the image tells the presets apart";
+            references.push_back(reference);
+            saveForViewing(filtered,
+                QStringLiteral("fxaa-stairs-%1-%2").arg(isAlongX ? 'x' : 'y').arg(QLatin1String(preset.name)));
+        }
+    }
 }
 
 TEST_F(FxaaTest, leavesFlatImagesAsTheyAre)
@@ -216,6 +344,20 @@ TEST_F(FxaaTest, leavesFlatImagesAsTheyAre)
     EXPECT_EQ(maximumDifference(filter(red), red), 0);
 }
 
+TEST_F(FxaaTest, leavesFlatImagesOfBytesAsTheyAre)
+{
+    pass->setInput(Port::RenderInHDR, false);
+    for (const QSize &size : {QSize(31, 17), QSize(16, 32)}) {
+        for (int byte = 0; byte < 256; ++byte) {
+            const QVector4D color(float(byte), float(255 - byte), float(byte * 7 % 256), float(byte * 3 % 256));
+            const Image flat = filled(size.width(), size.height(), color / 255);
+            const Image stored = readTexture(makeTexture(flat, GL_RGBA8).get());
+            ASSERT_LE(maximumDifference(stored, flat), 1e-6);
+            EXPECT_EQ(maximumDifference(filter(flat, GL_RGBA8), stored), 0) << byte;
+        }
+    }
+}
+
 TEST_F(FxaaTest, stretchesHorizontalStepsAlone)
 {
     // A step that rises by one pixel in the middle, along x and along y.
@@ -233,42 +375,59 @@ TEST_F(FxaaTest, stretchesHorizontalStepsAlone)
     const Image acrossPlain = filter(across);
     for (int x = 0; x < 64; ++x) {
         for (int y = 0; y < 64; ++y)
-            EXPECT_NEAR(alongPlain.pixel(x, y).x(), acrossPlain.pixel(y, x).x(), 1e-3);
+            EXPECT_NEAR(alongPlain.pixel(x, y).x(), acrossPlain.pixel(y, x).x(), tolerance);
     }
     pass->setInput(Port::RcpFrameQuality, 1.6f);
     const Image alongWide = filter(along);
     const Image acrossWide = filter(across);
     EXPECT_GT(maximumDifference(alongWide, alongPlain), 0.05) << "the search";
     EXPECT_GT(maximumDifference(acrossWide, acrossPlain), 0.05) << "the shift across the edge";
-    EXPECT_LE(outliers(alongWide, fxaaReference(along, {0, 1.6, 0.125, 0.0625}), halfFloatTolerance), 2);
-    EXPECT_LE(outliers(acrossWide, fxaaReference(across, {0, 1.6, 0.125, 0.0625}), halfFloatTolerance), 2);
+    EXPECT_LE(maximumDifference(alongWide, fxaaReference(along, {0, 1.6, 0.125, 0.0625})), tolerance);
+    EXPECT_LE(maximumDifference(acrossWide, fxaaReference(across, {0, 1.6, 0.125, 0.0625})), tolerance);
 }
 
 TEST_F(FxaaTest, alphaIsNeverBelowTheInputs)
 {
-    Image image = noise(90, 70, 8);
-    const Image filtered = filter(image);
-    int larger = 0;
-    for (int y = 0; y < image.height; ++y) {
-        for (int x = 0; x < image.width; ++x) {
-            EXPECT_GE(filtered.pixel(x, y).w(), image.pixel(x, y).w() - 5e-4f);
-            larger += int(filtered.pixel(x, y).w() > image.pixel(x, y).w() + 0.01f);
+    const auto expectNotBelow = [this](const Image &image, double loss) {
+        const Image filtered = filter(image);
+        int larger = 0;
+        for (int y = 0; y < image.height; ++y) {
+            for (int x = 0; x < image.width; ++x) {
+                const double alpha = double(image.at(x, y)[3]);
+                ASSERT_GE(double(filtered.at(x, y)[3]), alpha - alpha * loss) << x << ' ' << y;
+                larger += int(double(filtered.at(x, y)[3]) > alpha + 0.01);
+            }
         }
-    }
-    EXPECT_GT(larger, 500) << "what is covered spreads";
+        EXPECT_GT(larger, 500) << "what is covered spreads";
+    };
+    expectNotBelow(noise(128, 64, 8), 0);
+    // Where the places of pixels are rounded, a frame of floats is read with an error in the last bit. A driver that cuts off
+    // half floats makes that a step of theirs.
+    expectNotBelow(noise(90, 70, 8), 1.0 / 1024);
+    // Bytes are rounded.
+    pass->setInput(Port::RenderInHDR, false);
+    Image bytes = noise(90, 70, 8);
+    for (float &channel : bytes.data)
+        channel = channel * 256 / 255;
+    expectNotBelow(readTexture(makeTexture(bytes, GL_RGBA8).get()), 0);
+
     // Opaque stays opaque.
-    for (int i = 0; i < 90 * 70; ++i)
-        image.at(i % 90, i / 90)[3] = 1;
-    const Image opaque = filter(image);
-    for (int i = 0; i < 90 * 70; ++i)
-        EXPECT_EQ(opaque.at(i % 90, i / 90)[3], 1);
+    for (const bool isHdr : {false, true}) {
+        pass->setInput(Port::RenderInHDR, isHdr);
+        Image image = noise(90, 70, 8);
+        for (int i = 0; i < 90 * 70; ++i)
+            image.at(i % 90, i / 90)[3] = 1;
+        const Image opaque = filter(image);
+        for (int i = 0; i < 90 * 70; ++i)
+            ASSERT_EQ(opaque.at(i % 90, i / 90)[3], 1) << i;
+    }
 }
 
 TEST_F(FxaaTest, invalidValuesGiveASecondSetOfNumbers)
 {
     const Image image = renderedScene(QSize(128, 128));
     const auto expectSettings = [&](const FxaaSettings &settings) {
-        EXPECT_LE(outliers(filter(image), fxaaReference(image, settings), halfFloatTolerance + 1.0 / 510), 4);
+        EXPECT_LE(maximumDifference(filter(image), fxaaReference(image, settings)), tolerance);
     };
     const int ports[] = {
         Port::SubPixelQuality, Port::RcpFrameQuality, Port::EdgeThresholdQuality, Port::EdgeThresholdMinQuality};
@@ -292,8 +451,8 @@ TEST_F(FxaaTest, anInvalidSubPixelQualityAloneIs075)
     const Image image = renderedScene(QSize(128, 128));
     pass->setInput(Port::SubPixelQuality, QVariant());
     const Image filtered = filter(image);
-    EXPECT_LE(outliers(filtered, fxaaReference(image, {0.75, 1.1, 0.125, 0.0625}), halfFloatTolerance), 4);
-    EXPECT_GT(outliers(filtered, fxaaReference(image, {1.0, 1.1, 0.125, 0.0625}), halfFloatTolerance), 50);
+    EXPECT_LE(maximumDifference(filtered, fxaaReference(image, {0.75, 1.1, 0.125, 0.0625})), tolerance);
+    EXPECT_GT(maximumDifference(filtered, fxaaReference(image, {1.0, 1.1, 0.125, 0.0625})), 0.02);
 }
 
 TEST_F(FxaaTest, hdrChangesTheFormatAlone)
@@ -310,7 +469,7 @@ TEST_F(FxaaTest, hdrChangesTheFormatAlone)
         EXPECT_EQ(frame()->internalFormat(0), format);
         EXPECT_EQ(frame()->width(0), 40);
         EXPECT_EQ(frame()->height(0), 30);
-        EXPECT_LE(maximumDifference(readTexture(frame()), hdr), 0.5 / 255 + 6e-4);
+        EXPECT_LE(maximumDifference(readTexture(frame()), hdr), 0.5 / 255 + tolerance);
         TextureManager::Instance()->releaseTempTextureRef(frame(), 1);
     }
 }

@@ -18,6 +18,7 @@ public:
     Fxaa(const Image &image, const FxaaSettings &settings, FxaaTally *tally)
         : m_image(image),
           m_settings(settings),
+          m_lumaChannel(settings.isLumaInAlpha ? 3 : 1),
           m_tally(tally)
     { }
 
@@ -25,7 +26,7 @@ public:
     {
         const double x = column + 0.5;
         const double y = row + 0.5;
-        const auto luma = [&](int dx, int dy) { return texel(column + dx, row + dy)[1]; };
+        const auto luma = [&](int dx, int dy) { return texel(column + dx, row + dy)[m_lumaChannel]; };
         const double m = luma(0, 0);
         const double n = luma(0, -1);
         const double s = luma(0, 1);
@@ -65,8 +66,11 @@ public:
         const double acrossY = isHorizontal ? sign : 0;
         const double pair = ((takesFirst ? first : second) + m) / 2;
 
-        const End before = findEnd(x + acrossX / 2, y + acrossY / 2, -alongX, -alongY, pair, gradient / 4);
-        const End behind = findEnd(x + acrossX / 2, y + acrossY / 2, alongX, alongY, pair, gradient / 4);
+        const double limit = gradient / 4;
+        const End before =
+            findEnd(x + acrossX / 2, y + acrossY / 2, -alongX, -alongY, pair, limit + m_settings.biasBefore);
+        const End behind =
+            findEnd(x + acrossX / 2, y + acrossY / 2, alongX, alongY, pair, limit + m_settings.biasBehind);
         const bool isNearerBefore = before.distance < behind.distance;
         const bool endBelow = (isNearerBefore ? before : behind).luma < 0;
         const double edge = endBelow != (m - pair < 0)
@@ -77,7 +81,9 @@ public:
 
         const double shift = std::max(edge, subpixel);
         Texel result = sample(x + acrossX * shift, y + acrossY * shift);
-        result[3] = std::max(result[3], texel(column, row)[3]);
+        // With luma in it alpha is not filtered.
+        const double alpha = texel(column, row)[3];
+        result[3] = m_settings.isLumaInAlpha ? alpha : std::max(result[3], alpha);
         return result;
     }
 
@@ -91,14 +97,16 @@ private:
 
     End findEnd(double x, double y, double stepX, double stepY, double pair, double limit) const
     {
-        // Sampled after 1, 2.5, 4.5 and 8.5 texels; 20.5 stand for what lies beyond.
+        // The last step is taken, and not sampled: it stands for what lies beyond.
+        double distance = 0;
         double luma = 0;
-        for (const double distance : {1.0, 2.5, 4.5, 8.5}) {
-            luma = sample(x + stepX * distance, y + stepY * distance)[1] - pair;
+        for (size_t i = 0; i + 1 < m_settings.steps.size(); ++i) {
+            distance += m_settings.steps[i];
+            luma = sample(x + stepX * distance, y + stepY * distance)[m_lumaChannel] - pair;
             if (std::abs(luma) >= limit)
                 return {distance, luma, true};
         }
-        return {20.5, luma, false};
+        return {distance + m_settings.steps.back(), luma, false};
     }
 
     Texel texel(int x, int y) const
@@ -125,6 +133,7 @@ private:
 
     const Image &m_image;
     FxaaSettings m_settings;
+    size_t m_lumaChannel;
     FxaaTally *m_tally;
 };
 

@@ -3,6 +3,8 @@
 
 #include "support/Image.h"
 
+#include <vector>
+
 namespace Velmora::Kvz {
 
 /// What FXAA 3.11 is told.
@@ -12,6 +14,11 @@ struct FxaaSettings
     double rcpFrame = 1.1; ///< Factor on the horizontal texel.
     double edgeThreshold = 0.125;
     double edgeThresholdMin = 0.0625;
+    std::vector<double> steps = {1, 1.5, 2, 4, 12}; ///< Of the search, in texels; these are preset 12's.
+    bool isLumaInAlpha = false; ///< Or in green.
+    /// Added to the contrast by which the ends of an edge are known, to either side.
+    double biasBefore = 0;
+    double biasBehind = 0;
 };
 
 /// What FXAA made of a pixel, for a test to know that it saw all cases.
@@ -25,8 +32,7 @@ struct FxaaTally
     int endNotFound = 0; ///< At least one end lies beyond the search.
 };
 
-/// FXAA of an image clamped at its edges, computed on the CPU in double precision, with preset 12, green as luma, and the
-/// alpha that the pass writes.
+/// FXAA of an image clamped at its edges, computed on the CPU in double precision, with the alpha that the pass writes.
 Image fxaaReference(const Image &image, const FxaaSettings &settings, FxaaTally *tally = nullptr);
 
 } // namespace Velmora::Kvz
