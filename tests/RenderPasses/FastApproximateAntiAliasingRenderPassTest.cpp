@@ -266,7 +266,7 @@ TEST_F(FxaaTest, readsLumaFromAlphaUnderTheMacroOfIts)
 
 TEST_F(FxaaTest, matchesTheReferenceWithEveryPreset)
 {
-    // All places that are read are exact in single precision with it, and none is a draw along x.
+    // All places that are read are exact in single precision with it, and none is a draw.
     constexpr double rcpFrame = 1.0625;
     const struct
     {
