@@ -71,6 +71,8 @@ public:
     void setModelMatrix(int item, const QMatrix4x4 &matrix);
     /// Whether an item was moved since the last advanceFrame().
     bool hasMovedItems() const;
+    /// The items that were moved since the last advanceFrame(), each once, in the order of their first move.
+    QVector<int> movedItems() const;
     /// Makes the present matrices the previous ones: once a frame, when the frame is done.
     void advanceFrame();
 

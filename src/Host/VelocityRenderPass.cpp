@@ -14,6 +14,7 @@
 #include <GL/ShaderProgram.h>
 #include <GL/Texture.h>
 #include <Scene/GPUModel.h>
+#include <Scene/InstanceDataCollection.h>
 #include <Scene/InstanceDataRegistry.h>
 
 #include <epoxy/gl.h>
@@ -24,6 +25,9 @@
 namespace Velmora::Kvz {
 
 namespace {
+
+const QString instanceInfoPlan = QStringLiteral("InstanceInfo");
+const QString previousMatrixGetter = QStringLiteral("getPreviousModelMatrix");
 
 /// Goes behind a version line: reads the depth image, of one sample or of several, at a pixel.
 const QString depthSource = QStringLiteral(R"(
@@ -123,7 +127,7 @@ ShaderProgram *makeItemProgram(bool isMultisampled)
     program->setFragDataLocations({QStringLiteral("out_Velocity")});
     program->addShader(GL_VERTEX_SHADER, itemVertexSource, QString());
     program->addShader(
-        GL_VERTEX_SHADER, InstanceDataRegistry::Instance().getPlan(QStringLiteral("InstanceInfo")).glslc(), QString());
+        GL_VERTEX_SHADER, InstanceDataRegistry::Instance().getPlan(instanceInfoPlan).glslc(), QString());
     program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.glslc"));
     program->addShader(GL_FRAGMENT_SHADER, itemFragmentSource, QString());
     program->compile();
@@ -218,6 +222,7 @@ void VelocityRenderPass::start(RenderCallbacks *)
     m_camera = inputValue<QMatrix4x4>(m_inputs[CameraMatrix]);
     auto *const model = inputValue<GPUModel *>(m_inputs[Geometry]);
     if (!depth) {
+        rememberMotion(model);
         m_outputs[Velocity].value = QVariant();
         return;
     }
@@ -236,14 +241,41 @@ void VelocityRenderPass::start(RenderCallbacks *)
     glViewport(0, 0, size.width(), size.height());
     const bool hasSamples = isMultisampled(depth);
     drawCameraMotion(depth, hasSamples);
-    if (model && model->hasMovedItems())
+    if (wasSeen(model) && (model->hasMovedItems() || !m_lastSeen.isEmpty()))
         drawMovedItems(model, depth, hasSamples, size);
 
     m_previousProjection = m_projection;
     m_previousCamera = m_camera;
+    m_seenGeometry = model ? model->drawBuffers(0) : nullptr;
+    m_lastSeen.clear();
     handOn(m_outputs[Velocity], m_numOutputUsers[Velocity], velocity);
     giveBack(depth);
     detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
+}
+
+void VelocityRenderPass::skip(RenderCallbacks *callbacks)
+{
+    rememberMotion(inputValue<GPUModel *>(m_inputs[Geometry]));
+    RenderPassProxy::skip(callbacks);
+}
+
+/// Whether the model was there in the last frame that was seen. Its geometry tells, since it knows when it is deleted.
+bool VelocityRenderPass::wasSeen(const GPUModel *model) const
+{
+    const DrawBuffers *const geometry = model ? model->drawBuffers(0) : nullptr;
+    return geometry && m_seenGeometry == geometry;
+}
+
+/// Keeps where items were that move in this frame, before its end makes their previous matrices the present ones.
+void VelocityRenderPass::rememberMotion(const GPUModel *model)
+{
+    if (!wasSeen(model))
+        return;
+    const QVector<int> moved = model->movedItems();
+    for (const int item : moved) {
+        if (!m_lastSeen.contains(item))
+            m_lastSeen.insert(item, model->previousModelMatrix(item));
+    }
 }
 
 void VelocityRenderPass::drawCameraMotion(Texture *depth, bool isMultisampled)
@@ -280,9 +312,28 @@ void VelocityRenderPass::drawMovedItems(GPUModel *model, Texture *depth, bool is
     program->setUniform(QStringLiteral("u_CameraMatrix"), m_camera);
     program->setUniform(QStringLiteral("u_PreviousProjectionMatrix"), m_previousProjection);
     program->setUniform(QStringLiteral("u_PreviousCameraMatrix"), m_previousCamera);
-    model->draw(program, nullptr, 0, 0);
+    if (m_lastSeen.isEmpty())
+        model->draw(program, nullptr, 0, 0);
+    else
+        drawItemsFromLastSeen(model, program);
     glDisable(GL_DEPTH_TEST);
     detachAndGiveBack(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
+}
+
+/// Draws with rows in the place of the model's own, whose previous matrices are of a frame that was not seen.
+void VelocityRenderPass::drawItemsFromLastSeen(GPUModel *model, ShaderProgram *program)
+{
+    rememberMotion(model);
+    // The rows of all other items stay 0, then as now, and so count as not moved.
+    InstanceDataCollection rows(instanceInfoPlan);
+    rows.setRowCount(model->itemCount());
+    for (auto item = m_lastSeen.constBegin(); item != m_lastSeen.constEnd(); ++item) {
+        rows.setModelMatrix(item.key(), model->modelMatrix(item.key()));
+        rows.setValue(item.key(), previousMatrixGetter, item.value());
+    }
+    rows.bind(program, nullptr);
+    model->draw(program, nullptr, 0, 0);
+    rows.unbind(program, nullptr);
 }
 
 } // namespace Velmora::Kvz

@@ -251,7 +251,12 @@ void GPUModel::setModelMatrix(int item, const QMatrix4x4 &matrix)
 
 bool GPUModel::hasMovedItems() const
 {
-    return d->objectRows.hasMoved();
+    return !d->objectRows.moved().isEmpty();
+}
+
+QVector<int> GPUModel::movedItems() const
+{
+    return d->objectRows.moved();
 }
 
 void GPUModel::advanceFrame()

@@ -71,7 +71,7 @@ void ObjectRows::setModel(int row, const QMatrix4x4 &model)
 
 void ObjectRows::advance()
 {
-    for (const int row : m_moved) {
+    for (const int row : qAsConst(m_moved)) {
         std::copy_n(m_rows[size_t(row)].model, 16, m_rows[size_t(row)].previous);
         m_states[size_t(row)] &= ~Moved;
         makeStale(row);

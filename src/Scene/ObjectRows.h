@@ -4,6 +4,7 @@
 #include <GL/Bindable.h>
 #include <GL/BufferTexture.h>
 
+#include <QtCore/QVector>
 #include <QtGui/QMatrix4x4>
 
 #include <vector>
@@ -21,8 +22,8 @@ public:
     QMatrix4x4 model(int row) const;
     QMatrix4x4 previous(int row) const;
     void setModel(int row, const QMatrix4x4 &model);
-    /// Whether any row's model matrix was set since the last advance().
-    bool hasMoved() const { return !m_moved.empty(); }
+    /// The rows whose model matrix was set since the last advance(), each once.
+    const QVector<int> &moved() const { return m_moved; }
     /// Makes the model matrices the previous ones.
     void advance();
 
@@ -53,7 +54,7 @@ private:
     std::vector<Row> m_rows;
     std::vector<quint8> m_states;
     std::vector<int> m_stale; ///< The rows that are Stale, in any order.
-    std::vector<int> m_moved; ///< The rows that are Moved.
+    QVector<int> m_moved; ///< The rows that are Moved.
     BufferTexture m_instanceInfo;
     BufferTexture m_tavoInstance; ///< The same content under the other plan's sampler.
 };

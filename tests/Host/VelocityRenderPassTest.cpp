@@ -7,6 +7,7 @@
 
 #include <GL/GLStatistics.h>
 #include <Host/MultisampleForwardRenderPass.h>
+#include <Host/RenderChain.h>
 #include <Host/VelocityRenderPass.h>
 #include <RenderPasses/CameraJitterRenderPass.h>
 #include <RenderPasses/ModelRenderPass.h>
@@ -100,7 +101,33 @@ Vector4d deviceOf(const Image &depth, int x, int y)
     return {2 * (x + 0.5) / depth.width - 1, 2 * (y + 0.5) / depth.height - 1, 2 * double(depth.at(x, y)[0]) - 1, 1};
 }
 
-/// The way in texture coordinates that an item made: its points moved by `motion` in world space.
+/// Whether a pixel of a depth image is of a sphere, its radius grown by a margin.
+class OnBall
+{
+public:
+    OnBall(const Image &depth, const DoubleMatrix &view, const QVector3D &centre, double radius)
+        : m_depth(&depth), m_back(view.inverted()),
+          m_centre{double(centre.x()), double(centre.y()), double(centre.z())}, m_radius(radius)
+    { }
+
+    bool operator()(int x, int y) const
+    {
+        const Vector4d world = m_back * deviceOf(*m_depth, x, y);
+        Vector3d way;
+        for (size_t i = 0; i < 3; ++i)
+            way[i] = world[i] / world[3] - m_centre[i];
+        return std::sqrt(dot(way, way)) < m_radius;
+    }
+
+private:
+    const Image *m_depth;
+    DoubleMatrix m_back;
+    Vector3d m_centre;
+    double m_radius;
+};
+
+/// The largest error of the ways, in what storage allows of it, at the pixels that count: those of a surface that `before` took
+/// to the screen in the last frame and `now` in this one.
 double worst(const Image &velocity, const Image &depth, const DoubleMatrix &before, const DoubleMatrix &now,
     const std::function<bool(int, int)> &counts, int *pixels)
 {
@@ -208,21 +235,17 @@ TEST_F(VelocityRenderPassTest, aMovingItemHasItsOwnMotion)
     const Image image = frame(model.data());
     saveForViewing(image, QStringLiteral("velocity-item"));
 
-    // The numbers of triangles begin anew in each item, so the ball is told by where it is.
     const DoubleMatrix view = DoubleMatrix(projection) * DoubleMatrix(camera);
     const DoubleMatrix back = DoubleMatrix(before) * DoubleMatrix(now).inverted();
-    const auto onBall = [&](int x, int y, double margin) {
-        const Vector4d world = view.inverted() * deviceOf(depth, x, y);
-        const Vector3d fromCentre{world[0] / world[3] + 1.1, world[1] / world[3] - 0.3, world[2] / world[3] - 0.4};
-        return std::sqrt(dot(fromCentre, fromCentre)) < 1 + margin;
-    };
+    // The numbers of triangles begin anew in each item, so the ball is told by where it is.
+    const QVector3D centre(-1.1f, 0.3f, 0.4f);
+    const OnBall onBall(depth, view, centre, 1.01);
+    const OnBall nearBall(depth, view, centre, 1.2);
     int pixels = 0;
-    EXPECT_LT(worst(
-                  image, depth, view * back, view, [&](int x, int y) { return onBall(x, y, 0.01); }, &pixels),
-        1.5);
+    EXPECT_LT(worst(image, depth, view * back, view, onBall, &pixels), 1.5);
     EXPECT_GT(pixels, 1000);
     EXPECT_LT(worst(
-                  image, depth, view, view, [&](int x, int y) { return !onBall(x, y, 0.2); }, &pixels),
+                  image, depth, view, view, [&](int x, int y) { return !nearBall(x, y); }, &pixels),
         1)
         << "the rest stands still";
     EXPECT_GT(pixels, 10000);
@@ -293,6 +316,132 @@ TEST_F(VelocityRenderPassTest, takesDepthOfSeveralSamples)
     EXPECT_NEAR(inner.x(), expected, expected / 20);
     EXPECT_LT(image.pixel(80, 62).toVector2D().length(), 1e-6f);
     EXPECT_EQ(PooledTextures::allReferences(), 0) << "the depth image was given back";
+}
+
+// Items and the camera have moved since the same frame: the last one that the pass saw.
+TEST_F(VelocityRenderPassTest, motionInFramesThatItDidNotSeeCounts)
+{
+    const auto withoutDepth = [&](GPUModel *model) {
+        pass->setInput(Port::Depth, QVariant());
+        pass->setInput(Port::Geometry, QVariant::fromValue(model));
+        pass->start(nullptr);
+        EXPECT_FALSE(pass->output(0).isValid());
+    };
+    const auto skipped = [&](GPUModel *model) {
+        pass->setInput(Port::Depth, QVariant());
+        pass->setInput(Port::Geometry, QVariant::fromValue(model));
+        pass->skip(nullptr);
+    };
+    for (const std::function<void(GPUModel *)> &unseen :
+        {std::function<void(GPUModel *)>(withoutDepth), std::function<void(GPUModel *)>(skipped)}) {
+        for (const bool movesNow : {false, true}) {
+            SCOPED_TRACE(testing::Message() << (movesNow ? "moves on" : "stands"));
+            pass = std::make_unique<VelocityRenderPass>();
+            const QSharedPointer<GPUModel> model = makeModel();
+            frame(model.data());
+            // The left ball moves in the first two of three frames. The right one goes away and comes back.
+            const QMatrix4x4 before = model->modelMatrix(1);
+            const QMatrix4x4 right = model->modelMatrix(2);
+            const QVector3D places[] = {{-2, 0.4f, 0.1f}, {-1.2f, 0.2f, 0.3f}, {-1.1f, 0.3f, 0.4f}};
+            for (int i = 0; i < 3; ++i) {
+                if (i < 2) {
+                    model->setModelMatrix(1, at(places[i].x(), places[i].y(), places[i].z()));
+                    model->setModelMatrix(2, i == 0 ? at(1, 1, 1) : right);
+                }
+                unseen(model.data());
+                model->advanceFrame();
+            }
+            const QVector3D place = places[movesNow ? 2 : 1];
+            if (movesNow)
+                model->setModelMatrix(1, at(place.x(), place.y(), place.z()));
+            const QMatrix4x4 now = model->modelMatrix(1);
+            const QMatrix4x4 moved = lookAt(QVector3D(0.2f, 1.1f, 5.8f), QVector3D(0.1f, 0, 0));
+            const Image image = frame(model.data(), moved);
+
+            const DoubleMatrix lastView = DoubleMatrix(projection) * DoubleMatrix(camera);
+            const DoubleMatrix view = DoubleMatrix(projection) * DoubleMatrix(moved);
+            const DoubleMatrix back = DoubleMatrix(before) * DoubleMatrix(now).inverted();
+            const OnBall onBall(depth, view, place, 1.01);
+            const OnBall nearBall(depth, view, place, 1.2);
+            int pixels = 0;
+            EXPECT_LT(worst(image, depth, lastView * back, view, onBall, &pixels), 1.5);
+            EXPECT_GT(pixels, 1000);
+            EXPECT_LT(worst(
+                          image, depth, lastView, view, [&](int x, int y) { return !nearBall(x, y); }, &pixels),
+                1)
+                << "the camera alone moves the rest, the ball that came back too";
+            EXPECT_GT(pixels, 10000);
+
+            // Its past is over with that.
+            const Image still = frame(model.data(), moved);
+            EXPECT_LT(worst(still, depth, view, view, everywhere, &pixels), 1);
+        }
+    }
+}
+
+TEST_F(VelocityRenderPassTest, aChainThatSwitchesItOffLosesNoMotion)
+{
+    const QSharedPointer<GPUModel> model = makeModel();
+    ChainDescription description;
+    for (const char *className : {"ModelRenderPass", "VelocityRenderPass"}) {
+        ChainPass chainPass;
+        chainPass.name = QString::fromUtf8(className);
+        chainPass.className = chainPass.name;
+        description.passes.append(chainPass);
+    }
+    const QString name = QStringLiteral("VelocityRenderPass");
+    RenderChain chain;
+    ASSERT_TRUE(chain.setDescription(description)) << qPrintable(chain.errorString());
+    chain.setViewport(QRect(QPoint(), size));
+    chain.setModel(model.data());
+    chain.setCamera(camera, projection);
+    ASSERT_TRUE(chain.renderFrame());
+
+    ASSERT_TRUE(chain.setEnabled(name, false));
+    const QMatrix4x4 before = model->modelMatrix(2);
+    for (int i = 1; i <= 2; ++i) {
+        model->setModelMatrix(2, at(1.5f - 0.2f * float(i), 0, 0));
+        ASSERT_TRUE(chain.renderFrame());
+    }
+    ASSERT_TRUE(chain.setEnabled(name, true));
+    ASSERT_TRUE(chain.addExport(QStringLiteral("velocity"), {name, pass->outputName(0)}));
+    ASSERT_TRUE(chain.addExport(
+        QStringLiteral("depth"), {QStringLiteral("ModelRenderPass"), QStringLiteral("Kvz_KvzTexture*_Depth")}));
+    ASSERT_TRUE(chain.renderFrame());
+    const Image image = readTexture(chain.exportedTexture(QStringLiteral("velocity")));
+    const Image surface = readTexture(chain.exportedTexture(QStringLiteral("depth")));
+    const DoubleMatrix view = DoubleMatrix(projection) * DoubleMatrix(camera);
+    const DoubleMatrix back = DoubleMatrix(before) * DoubleMatrix(model->modelMatrix(2)).inverted();
+    int pixels = 0;
+    EXPECT_LT(
+        worst(image, surface, view * back, view, OnBall(surface, view, QVector3D(1.1f, 0, 0), 1.01), &pixels), 1.5);
+    EXPECT_GT(pixels, 1000);
+}
+
+TEST_F(VelocityRenderPassTest, aModelThatWasNotThereStandsStill)
+{
+    const QSharedPointer<GPUModel> model = makeModel();
+    const auto placed = [&](GPUModel *which, float x) {
+        which->setModelMatrix(1, at(x, 0, 0));
+        return frame(which);
+    };
+    int pixels = 0;
+    const DoubleMatrix view = DoubleMatrix(projection) * DoubleMatrix(camera);
+    const auto stands = [&](const Image &image) {
+        return worst(image, depth, view, view, everywhere, &pixels) < 1;
+    };
+    EXPECT_TRUE(stands(placed(model.data(), -1.2f))) << "the first frame of all";
+    EXPECT_FALSE(stands(placed(model.data(), -1.4f)));
+    const QSharedPointer<GPUModel> other = makeModel();
+    EXPECT_TRUE(stands(placed(other.data(), -1.2f))) << "the first frame of another model";
+    EXPECT_FALSE(stands(placed(other.data(), -1.4f)));
+    // What the first one did meanwhile is not the other one's.
+    model->setModelMatrix(2, at(1.2f, 0, 0));
+    pass->setInput(Port::Geometry, QVariant::fromValue(model.data()));
+    pass->skip(nullptr);
+    model->advanceFrame();
+    EXPECT_TRUE(stands(frame(other.data())));
+    EXPECT_TRUE(stands(placed(model.data(), -1.0f)));
 }
 
 TEST_F(VelocityRenderPassTest, isEmptyWithoutDepthAndForgetsNothing)

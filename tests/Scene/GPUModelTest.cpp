@@ -183,12 +183,18 @@ TEST_F(GPUModelTest, previousMatrixAdvancesOnceAFrame)
     builder.addMaterial({});
     builder.addItem(0, 0);
     const QSharedPointer<GPUModel> model = builder.build();
+    EXPECT_TRUE(model->movedItems().isEmpty());
+    EXPECT_FALSE(model->hasMovedItems());
     model->setModelMatrix(0, placed(1, 0));
     model->setModelMatrix(0, placed(2, 0));
     EXPECT_EQ(model->modelMatrix(0), placed(2, 0));
     EXPECT_EQ(model->previousModelMatrix(0), QMatrix4x4());
+    EXPECT_EQ(model->movedItems(), QVector<int>{0});
+    EXPECT_TRUE(model->hasMovedItems());
     model->advanceFrame();
     EXPECT_EQ(model->previousModelMatrix(0), placed(2, 0));
+    EXPECT_TRUE(model->movedItems().isEmpty());
+    EXPECT_FALSE(model->hasMovedItems());
     model->setModelMatrix(0, placed(3, 0));
     EXPECT_EQ(model->previousModelMatrix(0), placed(2, 0));
     model->advanceFrame();
