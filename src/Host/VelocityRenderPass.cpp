@@ -126,8 +126,7 @@ ShaderProgram *makeItemProgram(bool isMultisampled)
     program->setMacroProcessor(&macros);
     program->setFragDataLocations({QStringLiteral("out_Velocity")});
     program->addShader(GL_VERTEX_SHADER, itemVertexSource, QString());
-    program->addShader(
-        GL_VERTEX_SHADER, InstanceDataRegistry::Instance().getPlan(instanceInfoPlan).glslc(), QString());
+    program->addShader(GL_VERTEX_SHADER, InstanceDataRegistry::Instance().getPlan(instanceInfoPlan).glslc(), QString());
     program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.glslc"));
     program->addShader(GL_FRAGMENT_SHADER, itemFragmentSource, QString());
     program->compile();

@@ -106,8 +106,10 @@ class OnBall
 {
 public:
     OnBall(const Image &depth, const DoubleMatrix &view, const QVector3D &centre, double radius)
-        : m_depth(&depth), m_back(view.inverted()),
-          m_centre{double(centre.x()), double(centre.y()), double(centre.z())}, m_radius(radius)
+        : m_depth(&depth),
+          m_back(view.inverted()),
+          m_centre{double(centre.x()), double(centre.y()), double(centre.z())},
+          m_radius(radius)
     { }
 
     bool operator()(int x, int y) const
@@ -339,7 +341,9 @@ TEST_F(VelocityRenderPassTest, motionInFramesThatItDidNotSeeCounts)
             pass = std::make_unique<VelocityRenderPass>();
             const QSharedPointer<GPUModel> model = makeModel();
             frame(model.data());
-            // The left ball moves in the first two of three frames. The right one goes away and comes back.
+            // The left ball moves in the first two of three frames. The right one goes away and comes back. The wall moves at
+            // the end alone, if anything does then.
+            const QMatrix4x4 wallBefore = model->modelMatrix(0);
             const QMatrix4x4 before = model->modelMatrix(1);
             const QMatrix4x4 right = model->modelMatrix(2);
             const QVector3D places[] = {{-2, 0.4f, 0.1f}, {-1.2f, 0.2f, 0.3f}, {-1.1f, 0.3f, 0.4f}};
@@ -352,8 +356,10 @@ TEST_F(VelocityRenderPassTest, motionInFramesThatItDidNotSeeCounts)
                 model->advanceFrame();
             }
             const QVector3D place = places[movesNow ? 2 : 1];
-            if (movesNow)
+            if (movesNow) {
                 model->setModelMatrix(1, at(place.x(), place.y(), place.z()));
+                model->setModelMatrix(0, at(0.3f, -0.1f, -6, 3));
+            }
             const QMatrix4x4 now = model->modelMatrix(1);
             const QMatrix4x4 moved = lookAt(QVector3D(0.2f, 1.1f, 5.8f), QVector3D(0.1f, 0, 0));
             const Image image = frame(model.data(), moved);
@@ -363,14 +369,20 @@ TEST_F(VelocityRenderPassTest, motionInFramesThatItDidNotSeeCounts)
             const DoubleMatrix back = DoubleMatrix(before) * DoubleMatrix(now).inverted();
             const OnBall onBall(depth, view, place, 1.01);
             const OnBall nearBall(depth, view, place, 1.2);
+            const OnBall onRight(depth, view, QVector3D(1.5f, 0, 0), 1.01);
+            const OnBall nearRight(depth, view, QVector3D(1.5f, 0, 0), 1.2);
+            const auto onWall = [&](int x, int y) {
+                return depth.at(x, y)[0] < 1 && !nearBall(x, y) && !nearRight(x, y);
+            };
+            const DoubleMatrix wallBack = DoubleMatrix(wallBefore) * DoubleMatrix(model->modelMatrix(0)).inverted();
             int pixels = 0;
             EXPECT_LT(worst(image, depth, lastView * back, view, onBall, &pixels), 1.5);
             EXPECT_GT(pixels, 1000);
-            EXPECT_LT(worst(
-                          image, depth, lastView, view, [&](int x, int y) { return !nearBall(x, y); }, &pixels),
-                1)
-                << "the camera alone moves the rest, the ball that came back too";
+            const auto standing = [&](int x, int y) { return depth.at(x, y)[0] >= 1 || onRight(x, y); };
+            EXPECT_LT(worst(image, depth, lastView, view, standing, &pixels), 1) << "the camera alone moves it";
             EXPECT_GT(pixels, 10000);
+            EXPECT_LT(worst(image, depth, lastView * wallBack, view, onWall, &pixels), 1.5);
+            EXPECT_GT(pixels, 2000);
 
             // Its past is over with that.
             const Image still = frame(model.data(), moved);
@@ -427,9 +439,7 @@ TEST_F(VelocityRenderPassTest, aModelThatWasNotThereStandsStill)
     };
     int pixels = 0;
     const DoubleMatrix view = DoubleMatrix(projection) * DoubleMatrix(camera);
-    const auto stands = [&](const Image &image) {
-        return worst(image, depth, view, view, everywhere, &pixels) < 1;
-    };
+    const auto stands = [&](const Image &image) { return worst(image, depth, view, view, everywhere, &pixels) < 1; };
     EXPECT_TRUE(stands(placed(model.data(), -1.2f))) << "the first frame of all";
     EXPECT_FALSE(stands(placed(model.data(), -1.4f)));
     const QSharedPointer<GPUModel> other = makeModel();

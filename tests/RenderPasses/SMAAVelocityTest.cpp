@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The temporal modes of SMAARenderPass follow a motion alike, whether it comes in a plain image or in one of several samples.
 #include "SmaaReference.h"
+#include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
 #include "support/PooledTextures.h"
 
@@ -55,6 +56,7 @@ struct Kind
     int mode;
     bool sampledFrame;
     bool sampledVelocity;
+    size_t copies; ///< Of frame and velocity, which leave one sample.
 };
 
 std::string nameOf(const Kind &kind)
@@ -89,8 +91,8 @@ protected:
             for (const Image &picture : pictures) {
                 const auto frame = kind.sampledFrame ? makeMultisampleTexture(picture, GL_RGBA16F, 4)
                                                      : makeTexture(picture, GL_RGBA16F);
-                Texture *const velocity = textures.take(TextureFormat::ResolvedVelocity, size.width(), size.height(), 2,
-                    kind.sampledVelocity ? 4 : 1);
+                Texture *const velocity = textures.take(
+                    TextureFormat::ResolvedVelocity, size.width(), size.height(), 2, kind.sampledVelocity ? 4 : 1);
                 EXPECT_EQ(velocity->target(), kind.sampledVelocity ? GL_TEXTURE_2D_MULTISAMPLE : GL_TEXTURE_2D);
                 if (!kind.sampledVelocity)
                     filterLinearly(velocity);
@@ -100,7 +102,9 @@ protected:
 
                 smaa.setInput(Smaa::Frame, QVariant::fromValue(frame.get()));
                 smaa.setInput(Smaa::Velocity, QVariant::fromValue(velocity));
+                GLCallRecorder<&epoxy_glBlitFramebuffer> blits;
                 smaa.start(nullptr);
+                EXPECT_EQ(blits.calls.size(), kind.copies);
                 auto *const result = smaa.output(Smaa::FrameOut).value<Texture *>();
                 EXPECT_EQ(textures.references(velocity), 1) << "given back once, copied or not";
                 EXPECT_EQ(textures.references(result), 1);
@@ -124,8 +128,9 @@ TEST_F(SMAAVelocityTest, followsAMotionAlikeFromImagesOfOneSampleAndOfSeveral)
         Kind plain;
         QVector<Kind> sampled;
     };
-    const Case cases[] = {{{Smaa::SmaaT2X, false, false}, {{Smaa::SmaaT2X, true, false}, {Smaa::SmaaT2X, true, true}}},
-        {{Smaa::Smaa4X, true, false}, {{Smaa::Smaa4X, true, true}}}};
+    const Case cases[] = {
+        {{Smaa::SmaaT2X, false, false, 0}, {{Smaa::SmaaT2X, true, false, 2}, {Smaa::SmaaT2X, true, true, 2}}},
+        {{Smaa::Smaa4X, true, false, 0}, {{Smaa::Smaa4X, true, true, 1}}}};
     for (const Case &c : cases) {
         const Image moved = secondFrame(c.plain, true);
         const Image still = secondFrame(c.plain, false);
