@@ -238,10 +238,6 @@ double meanError(const Image &image, const Image &reference)
     return 255 * sum / (3.0 * image.width * image.height);
 }
 
-} // namespace
-
-namespace {
-
 /// What a pass makes of a frame; it has been set up.
 Image filtered(RenderPassProxy *pass, const Image &input)
 {

@@ -8,7 +8,8 @@ mark_as_advanced(KVZ_SMAA_TABLES)
 add_library(KvzSmaaTables STATIC smaa/SmaaTables.cpp)
 target_include_directories(KvzSmaaTables PUBLIC "${CMAKE_CURRENT_SOURCE_DIR}/smaa")
 target_link_libraries(KvzSmaaTables PRIVATE KvzBuildOptions)
-# Optimised in every build, since it is slow otherwise; exact, since the order of operations decides some bytes.
+# Exact, since the order of operations decides some bytes; optimised also in builds that are not, where the compiler allows that,
+# since it is slow otherwise.
 if(MSVC)
     target_compile_options(KvzSmaaTables PRIVATE /fp:precise)
 else()
