@@ -314,22 +314,6 @@ Image quantised(const Image &image)
     return result;
 }
 
-int pixelsBeyond(const Image &a, const Image &b, double tolerance)
-{
-    int count = 0;
-    for (int y = 0; y < a.height; ++y) {
-        for (int x = 0; x < a.width; ++x) {
-            const Color first = texel(a, x, y);
-            const Color second = texel(b, x, y);
-            bool beyond = false;
-            for (size_t k = 0; k < 4; ++k)
-                beyond = beyond || !(std::abs(first[k] - second[k]) <= tolerance);
-            count += beyond ? 1 : 0;
-        }
-    }
-    return count;
-}
-
 Image edgeChart(int width, int height)
 {
     const auto isInside = [](double x, double y, double cx, double cy, double halfWidth, double halfHeight,

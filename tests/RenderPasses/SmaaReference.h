@@ -48,9 +48,6 @@ Image smaaResolved(const Image &current, const Image &previous, const Image &vel
 Image quantised(const Image &image);
 /// @}
 
-/// Pixels that differ by more than `tolerance` in a channel.
-int pixelsBeyond(const Image &a, const Image &b, double tolerance);
-
 /// A picture of hard edges at many angles: a fan of lines, discs, boxes, a thin grid, corners, on two grounds.
 Image edgeChart(int width, int height);
 

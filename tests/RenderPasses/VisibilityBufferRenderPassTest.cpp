@@ -96,7 +96,7 @@ TEST_F(VisibilityBufferListsTest, recordsAllThatRaysMeet)
         double depthError = 0;
         int wrongLists = 0;
         int longest = 0;
-        caster().compareClearLists(0.9, 7000, [&](int x, int y, const QVector<RayHit> &hits) {
+        caster().compareClearLists(0.95, 7800, [&](int x, int y, const QVector<RayHit> &hits) {
             // As sets: by draw and triangle, each of which comes once.
             std::map<std::pair<int, int>, double> expected;
             for (const RayHit &hit : hits)
@@ -129,7 +129,7 @@ TEST_F(VisibilityBufferListsTest, putsTheLatestFragmentFirst)
     runBuffer();
     const VisibilityLists lists(*buffer);
     int wrongOrders = 0;
-    caster().compareClearLists(0.9, 7000, [&](int x, int y, const QVector<RayHit> &hits) {
+    caster().compareClearLists(0.95, 7800, [&](int x, int y, const QVector<RayHit> &hits) {
         const QVector<ListNode> list = lists.at(x, y);
         bool isReversed = list.size() == hits.size();
         for (int i = 0; isReversed && i < list.size(); ++i) {
@@ -156,7 +156,7 @@ TEST_F(VisibilityBufferListsTest, givesEachFragmentItsOwnNode)
             }
         }
     }
-    EXPECT_GT(nodes, 20000);
+    EXPECT_GT(nodes, 21000);
     EXPECT_EQ(int(places.size()), nodes);
     // Numbers are given without a gap.
     EXPECT_EQ(*places.begin(), 1u);
@@ -207,7 +207,7 @@ TEST_F(VisibilityBufferSingleNodeTest, recordsTheNearestThatRaysMeet)
         const VisibilityLists lists(*buffer);
         double depthError = 0;
         int wrongNodes = 0;
-        caster().compareClearPixels(0.9, 7000, [&](int x, int y, const RayHit &hit) {
+        caster().compareClearPixels(0.95, 7800, [&](int x, int y, const RayHit &hit) {
             if (!hit.isGeometry()) {
                 wrongNodes += lists.head(x, y) == 0 ? 0 : 1;
                 return;

@@ -336,7 +336,7 @@ TEST_F(VisibilityDeferredRenderPassTest, keepsTheClearColourWhereNothingIs)
     const Image image = frame();
     EXPECT_LE((image.pixel(6, 2) - QVector4D(0.2f, 0.4f, 0.6f, 0.8f)).length(), 0.003f);
     // A layer lowers what comes through by its opacity.
-    EXPECT_NEAR(double(image.pixel(2, 2).w()), 0.75, colorTolerance);
+    EXPECT_NEAR(double(image.pixel(2, 2).w()), 0.75, 0.5 / 255);
     EXPECT_NEAR(double(image.pixel(2, 2).x()), 2 * 0.25 * 0.5 / std::sqrt(3.0), colorTolerance);
 }
 
@@ -617,7 +617,7 @@ TEST_F(VisibilityDeferredRenderPassTest, leavesItsState)
         EXPECT_TRUE(viewports.calls.empty());
         EXPECT_TRUE(clearColors.calls.empty());
         EXPECT_EQ(glFlag(GL_DEPTH_TEST), isTested);
-        EXPECT_NEAR(double(frame().pixel(2, 2).w()), 0.5, colorTolerance);
+        EXPECT_NEAR(double(frame().pixel(2, 2).w()), 0.5, 0.501 / 255); // 127.5 of 255 goes either way.
     }
     EXPECT_EQ(glInteger(GL_DRAW_FRAMEBUFFER_BINDING), 0);
     EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);

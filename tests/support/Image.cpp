@@ -195,6 +195,20 @@ double maximumDifference(const Image &a, const Image &b)
     return difference;
 }
 
+int pixelsBeyond(const Image &a, const Image &b, double tolerance)
+{
+    if (a.width != b.width || a.height != b.height || a.channels != b.channels)
+        return std::max(a.width * a.height, b.width * b.height);
+    int count = 0;
+    for (int i = 0; i < a.width * a.height; ++i) {
+        bool isBeyond = false;
+        for (int k = i * a.channels; k < (i + 1) * a.channels; ++k)
+            isBeyond = isBeyond || !(std::abs(double(a.data[k]) - double(b.data[k])) <= tolerance);
+        count += int(isBeyond);
+    }
+    return count;
+}
+
 void saveForViewing(const Image &image, const QString &name)
 {
     const QString folder = qEnvironmentVariable("KVZ_TEST_IMAGES");

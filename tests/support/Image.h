@@ -50,6 +50,9 @@ Image filled(int width, int height, const QVector4D &color);
 /// The largest absolute difference of two images of the same shape; a large number when the shapes differ.
 double maximumDifference(const Image &a, const Image &b);
 
+/// The pixels of two images of the same shape that differ by more than a tolerance in a channel; all when the shapes differ.
+int pixelsBeyond(const Image &a, const Image &b, double tolerance);
+
 /// Saves the image, values from 0 to 1, for a person to look at: under the folder that KVZ_TEST_IMAGES names, nowhere when
 /// it is not set.
 void saveForViewing(const Image &image, const QString &name);
