@@ -83,8 +83,8 @@ void CameraSpaceZBufferRenderPass::start(RenderCallbacks *)
 
         AutoBinder program(m_program);
         AutoBinder depthBinder(depth);
-        if (depth) // Without one the sampler stays at unit 0, where never a texture is.
-            m_program->setUniform(QStringLiteral("u_SamplerDepth"), depth->unit());
+        // Without one the sampler reads unit 0, where never a texture is.
+        m_program->setUniform(QStringLiteral("u_SamplerDepth"), depth ? depth->unit() : 0);
         m_program->setUniform(QStringLiteral("u_InvProjMatrix"), projection.inverted());
         AutoBinder quad(m_screenQuad);
         glDisable(GL_STENCIL_TEST);

@@ -311,8 +311,8 @@ void DepthOfFieldRenderPass::start(RenderCallbacks *)
         AutoBinder depthBinder(depth);
         LinearFilters filters(frame);
         m_program->setUniform(QStringLiteral("bgl_RenderedTexture"), frame->unit());
-        if (depth) // Without one the sampler stays at unit 0, where never a texture is.
-            m_program->setUniform(QStringLiteral("bgl_DepthTexture"), depth->unit());
+        // Without one the sampler reads unit 0, where never a texture is.
+        m_program->setUniform(QStringLiteral("bgl_DepthTexture"), depth ? depth->unit() : 0);
         m_program->setUniform(QStringLiteral("bgl_RenderedTextureWidth"), m_size.width());
         m_program->setUniform(QStringLiteral("bgl_RenderedTextureHeight"), m_size.height());
         m_program->setUniform(QStringLiteral("focalDepth"), focalDepth);

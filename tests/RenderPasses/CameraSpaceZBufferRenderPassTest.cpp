@@ -8,6 +8,7 @@
 #include "support/PooledTextures.h"
 #include "support/RayCastScene.h"
 
+#include <GL/AutoBinder.h>
 #include <GL/GLStatistics.h>
 #include <RenderPasses/CameraSpaceZBufferRenderPass.h>
 #include <RenderPasses/ModelRenderPass.h>
@@ -281,6 +282,19 @@ TEST_F(CameraSpaceZBufferRenderPassTest, theFirstFrameSettlesTheKindOfDepth)
         feed(first, QRect(0, 0, 6, 4), projection);
         EXPECT_NEAR(run().pixel(3, 2).z(), expected, 1e-4);
     }
+}
+
+TEST_F(CameraSpaceZBufferRenderPassTest, withoutDepthItReadsNoOtherTexture)
+{
+    Image depth(2, 2, 1);
+    depth.data.fill(0.75f);
+    const std::unique_ptr<Texture> texture = makeTexture(depth, GL_DEPTH_COMPONENT32F);
+    feed(texture.get(), QRect(0, 0, 2, 2), {});
+    EXPECT_EQ(run().pixel(1, 0).z(), 0.5f);
+    // The host's own, on the unit that the depth had.
+    AutoBinder binder(texture.get());
+    feed(nullptr, QRect(0, 0, 2, 2), {});
+    EXPECT_EQ(run().pixel(1, 0), QVector4D(0.5f, -0.5f, -1, 1)) << "the near plane";
 }
 
 TEST_F(CameraSpaceZBufferRenderPassTest, goesOnWithWhatIsMissing)

@@ -640,6 +640,20 @@ TEST_F(DepthOfFieldRenderPassTest, withoutADepthItCanReadAllLiesOnTheNearPlane)
                 EXPECT_EQ(differsFromNear(result), 0);
         }
     }
+    // Nor does it read a texture of the host's on the unit that the depth had in a frame before.
+    {
+        const auto whole = makeTexture(flatDepth(16, 16, 1), GL_DEPTH_COMPONENT32F);
+        pass->setInput(Port::AutoFocus, false);
+        setImages(frame.get(), whole.get());
+        pass->start(nullptr);
+        EXPECT_GT(differsFromNear(readTexture(output())), 0.1);
+        const auto other = makeTexture(far, GL_DEPTH_COMPONENT32F);
+        AutoBinder first(other.get());
+        AutoBinder second(whole.get());
+        setImages(frame.get(), nullptr);
+        pass->start(nullptr);
+        EXPECT_EQ(differsFromNear(readTexture(output())), 0);
+    }
     pass->setInput(Port::Depth, 5);
     pass->setInput(Port::AutoFocus, false);
     pass->start(nullptr);
