@@ -186,6 +186,16 @@ private:
     bool m_isSupported;
 };
 
+/// Whether the value of an input says how many samples a pass's images have, or whether several serve: the chain is checked
+/// again when it changes.
+bool decidesOnSamples(const PassInfo &info, const QString &port)
+{
+    return std::any_of(info.outputs.begin(), info.outputs.end(),
+               [&](const OutputInfo &output) { return output.samplesInput == port; })
+        || std::any_of(info.inputs.begin(), info.inputs.end(),
+            [&](const InputInfo &input) { return input.refusesSamplesWith.contains(port) || input.samplesAs == port; });
+}
+
 } // namespace
 
 struct RenderChain::Private
@@ -250,6 +260,15 @@ struct RenderChain::Private
     {
         wiringIsStale = true;
         errorsAreKnown = false;
+    }
+
+    /// Whether a frame value of this name says how many samples images of the chain have, or what may be done with them.
+    bool decides(const QString &port) const
+    {
+        return std::any_of(description.passes.begin(), description.passes.end(), [&](const ChainPass &pass) {
+            const PassInfo *info = registry.find(pass.className);
+            return info && decidesOnSamples(*info, port);
+        });
     }
 
     bool apply(const ChainDescription &candidate);
@@ -440,12 +459,7 @@ bool RenderChain::setValue(const QString &pass, const QString &port, const QVari
         }
     }
 
-    // Where the number of samples or what reads them changes, and for images, the chain is checked again.
-    const bool decides = namesImage
-        || std::any_of(info.outputs.begin(), info.outputs.end(),
-            [&](const OutputInfo &output) { return output.samplesInput == port; })
-        || std::any_of(info.inputs.begin(), info.inputs.end(),
-            [&](const InputInfo &other) { return other.refusesSamplesWith.contains(port) || other.samplesAs == port; });
+    const bool decides = namesImage || decidesOnSamples(info, port);
     if (d->wiringIsStale || decides || !described.values.contains(port))
         d->setStale();
     else
@@ -530,7 +544,12 @@ void RenderChain::Private::setFrameValue(const QString &port, const QVariant &va
 {
     const auto known = frameValues.find(port);
     if (known != frameValues.end() && value.isValid()) {
+        const int type = value.userType();
+        const bool maySayNumber = type == QMetaType::Bool || type == QMetaType::Int;
+        const bool changes = maySayNumber && known->second != value;
         known->second = value;
+        if (changes && decides(port))
+            setStale();
         return;
     }
     if (known == frameValues.end() && !value.isValid())
@@ -553,7 +572,8 @@ void RenderChain::setFrameValue(const QString &port, const QVariant &value)
     d->setFrameValue(port, value);
     if ((port == FrameValues::model || isBound) && d->boundsFollowModel)
         d->followBounds();
-    if (d->lightsFollowChain && (isBound || port == FrameValues::lights))
+    // Bounds of the model bring their lights along.
+    if (d->lightsFollowChain && (port == FrameValues::lights || (isBound && !d->boundsFollowModel)))
         d->followLights();
 }
 

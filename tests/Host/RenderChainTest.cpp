@@ -341,6 +341,28 @@ TEST_F(RenderChainTest, samplesAreCheckedAgainWhenWhatReadsThemChanges)
              "samples from \"s.Kvz_KvzTexture*_Frame\"; set Kvz_int_NumberMultisamples of pass \"s\" to 1"));
 }
 
+TEST_F(RenderChainTest, samplesThatTheFrameSaysAreCheckedAgainWhenTheyChange)
+{
+    const QString samples = text("Kvz_int_NumberMultisamples");
+    OutputInfo sampled = fakeImageOutput(frame, TextureKind::Colour);
+    sampled.samplesInput = samples;
+    registry.add(fakeClass("Source", {fakeInput("Kvz_int_NumberMultisamples", ValueType::Int)}, {sampled}));
+    InputInfo image = fakeImageInput(frame, TextureKind::Colour);
+    image.multisampling = Multisampling::Resolved;
+    image.refusesSamplesWith = QStringList(text("smooth"));
+    registry.add(fakeClass("A", {image, fakeInput("smooth", ValueType::Bool, true)}, {}));
+    setChain({described("s", "Source"), described("a", "A")});
+    chain->setFrameValue(samples, 1);
+    render();
+    for (int i = 0; i < 2; ++i) {
+        chain->setFrameValue(samples, 4);
+        EXPECT_FALSE(chain->renderFrame());
+        EXPECT_TRUE(chain->errorString().contains(text("found 4 samples"))) << qPrintable(chain->errorString());
+        chain->setFrameValue(samples, 1);
+        render();
+    }
+}
+
 TEST_F(RenderChainTest, aFailureOfAPassIsSaidOnceAndCleared)
 {
     QVector<unsigned int> codes;
