@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <Host/Camera.h>
 
+#include "NumberList.h"
+
 #include <QtCore/QStringList>
 #include <QtCore/QVector>
 #include <QtCore/QtMath>
@@ -15,20 +17,6 @@ namespace Velmora::Kvz {
 namespace {
 
 constexpr float margin = 1.06f; // of the picture to what the scene fills
-
-/// The numbers of a comma-separated list; empty when one of them is none.
-QVector<float> numbers(const QString &text)
-{
-    QVector<float> result;
-    for (const QString &part : text.split(QLatin1Char(','))) {
-        bool ok = false;
-        const float number = part.toFloat(&ok);
-        if (!ok || !std::isfinite(number))
-            return {};
-        result.append(number);
-    }
-    return result;
-}
 
 bool readPoint(const QString &text, QVector3D *point)
 {

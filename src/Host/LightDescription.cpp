@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <Host/LightDescription.h>
 
+#include "NumberList.h"
+
 #include <Host/PassRegistry.h>
 
 #include <QtCore/QStringList>
@@ -19,20 +21,6 @@ using Light = ShadowMapManager::Light;
 const char *const typeNames[] = {"directional", "spot", "point"};
 
 constexpr int maximumCascades = 16;
-
-/// The numbers of a comma-separated list; empty when one of them is none.
-QVector<float> numbers(const QString &text)
-{
-    QVector<float> result;
-    for (const QString &part : text.split(QLatin1Char(','))) {
-        bool ok = false;
-        const float number = part.toFloat(&ok);
-        if (!ok || !std::isfinite(number))
-            return {};
-        result.append(number);
-    }
-    return result;
-}
 
 /// The shortest text that reads as the same number.
 QString written(float number)

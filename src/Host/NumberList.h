@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QString>
+#include <QtCore/QVector>
+
+namespace Velmora::Kvz {
+
+/// The numbers of a comma-separated list, such as "30,20,1.5"; empty when one of them is none, or not finite.
+QVector<float> numbers(const QString &text);
+
+} // namespace Velmora::Kvz
