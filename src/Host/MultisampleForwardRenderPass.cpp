@@ -102,39 +102,34 @@ void MultisampleForwardRenderPass::start(RenderCallbacks *)
     const bool isHdr = inputValue<bool>(m_inputs[RenderInHDR]);
 
     ensureFramebuffer(m_framebuffer);
-    TextureManager *const manager = TextureManager::Instance();
-    Texture *const color =
-        manager->tempTexture(isHdr ? TextureFormat::HighDynamicRange : TextureFormat::LowDynamicRange, size.width(),
-            size.height(), 1, sampleCount);
-    Texture *const depth =
-        manager->tempTexture(TextureFormat::DepthStencil, size.width(), size.height(), 1, sampleCount);
     {
         AutoBinder framebuffer(m_framebuffer);
-        m_framebuffer->attach(color, GL_COLOR_ATTACHMENT0, 0);
-        m_framebuffer->attach(depth, GL_DEPTH_STENCIL_ATTACHMENT, 0);
+        Texture *const color = attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0,
+            isHdr ? TextureFormat::HighDynamicRange : TextureFormat::LowDynamicRange, size, sampleCount);
+        Texture *const depth = attachTempTexture(
+            m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, TextureFormat::DepthStencil, size, sampleCount);
         m_framebuffer->setDrawBuffers();
         glViewport(0, 0, size.width(), size.height());
         glEnable(GL_MULTISAMPLE);
         glClearColor(0, 0, 0, 0);
         glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
         glDisable(GL_DEPTH_TEST);
+        glDisable(GL_BLEND);
         if (background)
             drawBackground(background);
         if (model)
             drawModel(model, background, projection, camera, size, frame);
-        m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
-        m_framebuffer->detach(GL_DEPTH_STENCIL_ATTACHMENT);
+        handOn(m_outputs[Frame], m_numOutputUsers[Frame], color);
+        handOn(m_outputs[Depth], m_numOutputUsers[Depth], depth);
+        detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
+        detachAndGiveBack(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
     }
 
     const QPointF middle = (subsamplePosition(frame, 0) + subsamplePosition(frame, 1)) / 2;
     const QVector2D jitter = shiftTo(QPointF(0.5, 0.5), middle, size);
     m_outputs[ProjectionMatrixOut].value = shifted(projection, jitter);
     m_outputs[JitterAmount].value = jitter;
-    handOn(m_outputs[Frame], m_numOutputUsers[Frame], color);
-    handOn(m_outputs[Depth], m_numOutputUsers[Depth], depth);
     giveBack(background);
-    giveBack(color);
-    giveBack(depth);
 }
 
 void MultisampleForwardRenderPass::drawBackground(Texture *background)

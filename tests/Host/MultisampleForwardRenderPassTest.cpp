@@ -256,21 +256,28 @@ TEST_F(MultisampleForwardRenderPassTest, depthAndFormatsFollow)
 TEST_F(MultisampleForwardRenderPassTest, handsOnReferencesAndLeavesItsState)
 {
     const QSharedPointer<GPUModel> model = makeModel();
-    glEnable(GL_BLEND);
-    glBlendFunc(GL_ONE, GL_ZERO);
     pass->setInput(Port::Geometry, QVariant::fromValue(model.data()));
+    pass->setNumOutputUsers(Port::Frame, 1);
+    pass->setNumOutputUsers(Port::Depth, 0);
+    pass->start(nullptr);
+    const Image plain = readSample(texture(Port::Frame), 0);
+    TextureManager::Instance()->releaseTempTextureRef(texture(Port::Frame), 1);
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_ZERO, GL_ONE); // Nothing would be drawn.
     pass->setNumOutputUsers(Port::Frame, 2);
     pass->setNumOutputUsers(Port::Depth, 0);
     pass->start(nullptr);
     EXPECT_EQ(PooledTextures::references(texture(Port::Frame)), 2);
     EXPECT_EQ(PooledTextures::references(texture(Port::Depth)), 0);
+    EXPECT_EQ(maximumDifference(readSample(texture(Port::Frame), 0), plain), 0.0);
+    EXPECT_GT(maximumDifference(plain, Image(plain.width, plain.height)), 0.2);
+    EXPECT_FALSE(glFlag(GL_BLEND));
     TextureManager::Instance()->releaseTempTextureRef(texture(Port::Frame), 2);
     EXPECT_FALSE(glFlag(GL_SAMPLE_MASK));
     EXPECT_FALSE(glFlag(GL_DEPTH_TEST));
     EXPECT_TRUE(glFlag(GL_MULTISAMPLE));
     EXPECT_EQ(glInteger(GL_DRAW_FRAMEBUFFER_BINDING), 0);
     EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);
-    glDisable(GL_BLEND);
 
     const GLObjectCounts before = glObjectCounts();
     {
