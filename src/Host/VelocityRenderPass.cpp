@@ -3,6 +3,7 @@
 
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
+#include "steps/ModelProgram.h"
 #include "steps/ResolveMultisampled.h"
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
@@ -15,7 +16,6 @@
 #include <GL/Texture.h>
 #include <Scene/GPUModel.h>
 #include <Scene/InstanceDataCollection.h>
-#include <Scene/InstanceDataRegistry.h>
 
 #include <epoxy/gl.h>
 
@@ -125,9 +125,7 @@ ShaderProgram *makeItemProgram(bool isMultisampled)
     auto *const program = new ShaderProgram(nullptr);
     program->setMacroProcessor(&macros);
     program->setFragDataLocations({QStringLiteral("out_Velocity")});
-    program->addShader(GL_VERTEX_SHADER, itemVertexSource, QString());
-    program->addShader(GL_VERTEX_SHADER, InstanceDataRegistry::Instance().getPlan(instanceInfoPlan).glslc(), QString());
-    program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.glslc"));
+    addModelVertexStage(program, itemVertexSource);
     program->addShader(GL_FRAGMENT_SHADER, itemFragmentSource, QString());
     program->compile();
     program->link();

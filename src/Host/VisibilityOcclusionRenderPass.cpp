@@ -148,7 +148,7 @@ void VisibilityOcclusionRenderPass::start(RenderCallbacks *)
         m_program->setUniform(QStringLiteral("u_SamplerDepth"), depth->unit());
         m_program->setUniform(QStringLiteral("u_NodeBufferImageWidth"), nodeWidth);
         if (hasLists) {
-            // Who recorded the lists has readers by fetches in mind.
+            // Who recorded the lists has readers by fetches in mind; a chain issues this too, a host that has none need not know.
             glMemoryBarrier(GL_SHADER_IMAGE_ACCESS_BARRIER_BIT);
             glBindImageTexture(nodeImageUnit, nodes->textureID(), 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
             m_program->setUniform(QStringLiteral("u_NodeBufferImage"), int(nodeImageUnit));

@@ -2,6 +2,7 @@
 #include <RenderPasses/ShadowMapRenderPass.h>
 
 #include "steps/InputRead.h"
+#include "steps/ModelProgram.h"
 #include "steps/ScreenQuad.h"
 #include "steps/ShadowMaps.h"
 
@@ -364,9 +365,7 @@ bool ShadowMapRenderPass::buildProgram()
     const InstanceDataPlan &plan = InstanceDataRegistry::Instance().getPlan(m_planName);
     m_program = new ShaderProgram(nullptr);
     m_program->setMacroProcessor(m_macroProcessor);
-    m_program->addShader(GL_VERTEX_SHADER, vertexSource.arg(m_planName), QString());
-    m_program->addShader(GL_VERTEX_SHADER, plan.glslc(), QString());
-    m_program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.glslc"));
+    addModelVertexStage(m_program, vertexSource.arg(m_planName), m_planName);
     m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource.arg(depthBias), QString());
     m_program->setFragDataLocations({QStringLiteral("out_fragDepth")});
     if (!build(m_program))

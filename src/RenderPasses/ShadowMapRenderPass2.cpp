@@ -2,6 +2,7 @@
 #include <RenderPasses/ShadowMapRenderPass2.h>
 
 #include "steps/InputRead.h"
+#include "steps/ModelProgram.h"
 #include "steps/ScreenQuad.h"
 #include "steps/ShadowMaps.h"
 
@@ -494,9 +495,7 @@ bool ShadowMapRenderPass2::buildProgram()
 
     m_program = new ShaderProgram(nullptr);
     m_program->setMacroProcessor(m_macroProcessor);
-    m_program->addShader(GL_VERTEX_SHADER, vertexSource->arg(m_planName, layersPerDraw, matrices), QString());
-    m_program->addShader(GL_VERTEX_SHADER, plan.glslc(), QString());
-    m_program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.glslc"));
+    addModelVertexStage(m_program, vertexSource->arg(m_planName, layersPerDraw, matrices), m_planName);
     m_program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.vert"));
     if (geometrySource) {
         const QString vertices = QString::number(3 * m_layersPerDraw);

@@ -147,6 +147,7 @@ void TransparencyRenderPass::start(RenderCallbacks *)
         glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
         if (model) {
             AutoEnabler depthTest(GL_DEPTH_TEST);
+            AutoBinder program(m_opaqueProgram);
             drawModel(m_opaqueProgram, model, projection, camera);
         }
     }
@@ -162,6 +163,7 @@ void TransparencyRenderPass::start(RenderCallbacks *)
             AutoEnabler blend(GL_BLEND);
             glBlendFuncSeparate(GL_ONE, GL_ONE, GL_ZERO, GL_ONE_MINUS_SRC_ALPHA);
             glDepthMask(GL_FALSE);
+            AutoBinder program(m_accumProgram);
             drawModel(m_accumProgram, model, projection, camera);
             glDepthMask(GL_TRUE);
         }
@@ -205,7 +207,6 @@ void TransparencyRenderPass::makeWhatIsMissing()
 void TransparencyRenderPass::drawModel(
     ShaderProgram *program, GPUModel *model, const QMatrix4x4 &projection, const QMatrix4x4 &camera)
 {
-    AutoBinder binder(program);
     if (program->hasUniform(QStringLiteral("u_ProjectionMatrix")))
         program->setUniform(QStringLiteral("u_ProjectionMatrix"), projection);
     if (program->hasUniform(QStringLiteral("u_CameraMatrix")))

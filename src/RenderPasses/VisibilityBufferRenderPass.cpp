@@ -3,6 +3,7 @@
 
 #include "steps/GeometryTargets.h"
 #include "steps/InputRead.h"
+#include "steps/ModelProgram.h"
 #include "steps/OwnedTarget.h"
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
@@ -17,7 +18,6 @@
 #include <GL/ShaderProgram.h>
 #include <GL/Texture.h>
 #include <Scene/GPUModel.h>
-#include <Scene/InstanceDataRegistry.h>
 
 #include <epoxy/gl.h>
 
@@ -295,12 +295,9 @@ void VisibilityBufferRenderPass::unbindLists()
 
 ShaderProgram *VisibilityBufferRenderPass::buildListProgram() const
 {
-    const InstanceDataRegistry &plans = InstanceDataRegistry::Instance();
     auto *const program = new ShaderProgram(nullptr);
     program->setFragDataLocations(outputNames(m_fboConfigs));
-    program->addShader(GL_VERTEX_SHADER, vertexSource, QString());
-    program->addShader(GL_VERTEX_SHADER, plans.getPlan(QStringLiteral("InstanceInfo")).glslc(), QString());
-    program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.glslc"));
+    addModelVertexStage(program, vertexSource);
     program->addShader(GL_FRAGMENT_SHADER, fragmentSource.arg(m_useGL4 ? 0 : 1), QString());
     program->compile();
     program->link();

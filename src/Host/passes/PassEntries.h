@@ -121,7 +121,6 @@ InputInfo shadowModelInput();
 InputInfo instanceDataInput();
 InputInfo lightsInput();
 /// The frame's projection, also behind a pass that jitters it: cascades that trembled with it would swim.
-/// The projection without jitter: cascades that trembled with it would swim.
 InputInfo shadowProjectionInput();
 InputInfo shadowCameraInput();
 InputInfo sceneBoundsInput(const char *name, const char *description);

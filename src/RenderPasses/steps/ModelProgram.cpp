@@ -8,18 +8,22 @@
 
 namespace Velmora::Kvz {
 
+void addModelVertexStage(ShaderProgram *program, const QString &source, const QString &plan)
+{
+    program->addShader(GL_VERTEX_SHADER, source, QString());
+    program->addShader(GL_VERTEX_SHADER, InstanceDataRegistry::Instance().getPlan(plan).glslc(), QString());
+    program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.glslc"));
+}
+
 ShaderProgram *buildModelProgram(const QStringList &outputs, const QString &vertexSource, const QString &fragmentSource)
 {
-    const InstanceDataRegistry &plans = InstanceDataRegistry::Instance();
     auto *const program = new ShaderProgram(nullptr);
     program->setFragDataLocations(outputs);
 
-    program->addShader(GL_VERTEX_SHADER, vertexSource, QString());
-    program->addShader(GL_VERTEX_SHADER, plans.getPlan(QStringLiteral("InstanceInfo")).glslc(), QString());
-    program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.glslc"));
-
+    addModelVertexStage(program, vertexSource);
     program->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());
-    program->addShader(GL_FRAGMENT_SHADER, plans.getPlan(QStringLiteral("OBJMaterial")).glslc(), QString());
+    program->addShader(
+        GL_FRAGMENT_SHADER, InstanceDataRegistry::Instance().getPlan(QStringLiteral("OBJMaterial")).glslc(), QString());
     program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("TextureManager.glslc"));
     program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("KvzUtilities.glslc"));
 
