@@ -2,13 +2,12 @@
 // What the anti-aliasing chains are worth: their error against a picture of 256 samples, and what stays of things that moved.
 #include "support/GLTest.h"
 #include "support/Meshes.h"
+#include "support/ModelChain.h"
 #include "support/Samples.h"
 
-#include <GL/FramebufferObject.h>
 #include <GL/TextureManager.h>
 #include <Host/Camera.h>
 #include <Host/ChainLibrary.h>
-#include <Host/ModelImporter.h>
 #include <Host/RenderChain.h>
 #include <Host/SubsampleTable.h>
 #include <RenderPasses/CameraJitterRenderPass.h>
@@ -124,11 +123,7 @@ protected:
     void SetUp() override
     {
         GLTest::SetUp();
-        ImportedScene scene;
-        QString error;
-        ASSERT_TRUE(importModel(QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj"), &scene, &error))
-            << qPrintable(error);
-        stillLife = scene.build();
+        stillLife = importScene(QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj")).build();
         CameraView view;
         view.azimuth = 25;
         view.elevation = 18;

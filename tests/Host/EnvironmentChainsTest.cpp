@@ -4,6 +4,7 @@
 #include "support/GLTest.h"
 #include "support/ImageFiles.h"
 #include "support/Meshes.h"
+#include "support/ModelChain.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/FramebufferObject.h>
@@ -59,14 +60,7 @@ protected:
     }
     Image output(const char *pass, const char *port = frame)
     {
-        const QString name = QStringLiteral("test");
-        EXPECT_TRUE(chain.addExport(name, {QString::fromUtf8(pass), QString::fromUtf8(port)}))
-            << qPrintable(chain.errorString());
-        EXPECT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
-        Texture *texture = chain.exportedTexture(name);
-        const Image image = texture ? readTexture(texture) : Image();
-        chain.removeExport(name);
-        return image;
+        return renderOutputs(&chain, {{QString::fromUtf8(pass), QString::fromUtf8(port)}})[0];
     }
     /// A square of each material before the camera at the origin that looks along -z: a glossy thing and its floor.
     void buildModel()

@@ -2,19 +2,12 @@
 // The ready chains of blurs, blends and the average luminance, on the still life.
 #include "support/BlendReference.h"
 #include "support/GLTest.h"
+#include "support/ModelChain.h"
 
-#include <GL/FramebufferObject.h>
-#include <GL/GLStatistics.h>
 #include <GL/TextureManager.h>
-#include <Host/Camera.h>
-#include <Host/ChainLibrary.h>
-#include <Host/ModelImporter.h>
-#include <Host/RenderChain.h>
 #include <RenderPasses/BlendRenderPass.h>
 
 #include <QtCore/QSet>
-
-#include <epoxy/gl.h>
 
 #include <algorithm>
 #include <cmath>
@@ -66,46 +59,9 @@ class FilterChainsTest : public GLTest
 protected:
     void load(const QString &name)
     {
-        ImportedScene scene;
-        ChainDescription description;
-        QString error;
-        ASSERT_TRUE(importModel(QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj"), &scene, &error))
-            << qPrintable(error);
-        ASSERT_TRUE(loadChain(name, &description, &error)) << qPrintable(error);
-        for (const ChainFinding &finding : validateChain(description) + validateChainOnDriver(description))
-            ADD_FAILURE() << qPrintable(finding.toString());
-        chain = std::make_unique<RenderChain>();
-        ASSERT_TRUE(chain->setDescription(description)) << qPrintable(chain->errorString());
-
-        const QSize size = sizeFor(name);
-        target = makeTexture(Image(size.width(), size.height()), GL_RGBA8);
-        framebuffer = std::make_unique<FramebufferObject>();
-        framebuffer->bind();
-        framebuffer->attach(target.get(), GL_COLOR_ATTACHMENT0, 0);
-        framebuffer->setDrawBuffers();
-        framebuffer->unbind();
-        model = scene.build();
-        ASSERT_TRUE(model);
-        const Camera camera = frameScene(model->sceneBounds(), CameraView(), size);
-        chain->setViewport(QRect(QPoint(), size));
-        chain->setFramebuffer(framebuffer.get());
-        chain->setCamera(camera.cameraMatrix, camera.projectionMatrix);
-        chain->setModel(model.data());
-    }
-
-    /// Renders a frame and gives these outputs of it.
-    QVector<Image> render(const QVector<ChainOutput> &outputs)
-    {
-        for (int i = 0; i < outputs.size(); ++i)
-            EXPECT_TRUE(chain->addExport(QString::number(i), outputs[i])) << qPrintable(chain->errorString());
-        EXPECT_TRUE(chain->renderFrame()) << qPrintable(chain->errorString());
-        QVector<Image> images;
-        for (int i = 0; i < outputs.size(); ++i) {
-            Texture *const texture = chain->exportedTexture(QString::number(i));
-            images.append(texture ? readTexture(texture) : Image());
-            chain->removeExport(QString::number(i));
-        }
-        return images;
+        chain.reset();
+        chain = std::make_unique<ModelChain>(
+            name, importScene(QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj")).build(), sizeFor(name));
     }
 
     static ChainOutput output(const char *pass, const char *port = frame)
@@ -113,10 +69,7 @@ protected:
         return {QString::fromUtf8(pass), QString::fromUtf8(port)};
     }
 
-    QSharedPointer<GPUModel> model;
-    std::unique_ptr<Texture> target;
-    std::unique_ptr<FramebufferObject> framebuffer;
-    std::unique_ptr<RenderChain> chain;
+    std::unique_ptr<ModelChain> chain;
 };
 
 TEST_F(FilterChainsTest, eachDrawsAPictureAndReusesItsTextures)
@@ -124,18 +77,9 @@ TEST_F(FilterChainsTest, eachDrawsAPictureAndReusesItsTextures)
     for (const char *name : {"glow", "soft-focus", "exposure", "blend-gallery", "smaa-1x"}) {
         SCOPED_TRACE(name);
         load(QString::fromUtf8(name));
-        const int references = TextureManager::Instance()->poolStatistics().references;
-        for (int i = 0; i < 3; ++i)
-            ASSERT_TRUE(chain->renderFrame()) << qPrintable(chain->errorString());
-        const qint64 bytes = TextureManager::Instance()->poolStatistics().bytes;
-        const GLObjectCounts objects = glObjectCounts();
-        for (int i = 0; i < 20; ++i)
-            ASSERT_TRUE(chain->renderFrame()) << qPrintable(chain->errorString());
-        EXPECT_EQ(TextureManager::Instance()->poolStatistics().bytes, bytes);
-        EXPECT_EQ(TextureManager::Instance()->poolStatistics().references, references);
-        EXPECT_TRUE(glObjectCounts() == objects);
+        chain->expectSteadyFrames();
 
-        const Image picture = readTexture(target.get());
+        const Image picture = chain->picture();
         saveForViewing(picture, QStringLiteral("chain-%1").arg(QString::fromUtf8(name)));
         QSet<int> colours;
         for (int y = 0; y < picture.height; ++y) {
@@ -154,7 +98,7 @@ TEST_F(FilterChainsTest, theGalleryNeedsOneTextureForItsDestinationAndOneForAllR
     TextureManager::Instance()->deleteUnusedTempTextures();
     const int before = TextureManager::Instance()->poolStatistics().live;
     load(QStringLiteral("blend-gallery"));
-    ASSERT_TRUE(chain->renderFrame()) << qPrintable(chain->errorString());
+    ASSERT_TRUE(chain->chain.renderFrame()) << qPrintable(chain->chain.errorString());
     int results = 0;
     for (const TextureManager::PooledTexture &texture : TextureManager::Instance()->pooledTextures())
         results += texture.format == TextureFormat::HighDynamicRange ? 1 : 0;
@@ -168,7 +112,7 @@ TEST_F(FilterChainsTest, theGlowAddsLightNearBrightPlacesAlone)
     const double threshold = 0.35;
     const double amount = 0.9;
     const int reach = 3 * 6 + 2; // Taps lie between texels, so they touch one more.
-    const QVector<Image> images = render({output("over"), output("glow", blurred)});
+    const QVector<Image> images = chain->render({output("over"), output("glow", blurred)});
     const Image &over = images[0];
     const Image &glow = images[1];
     ASSERT_EQ(over.width, usualSize.width());
@@ -226,7 +170,7 @@ TEST_F(FilterChainsTest, theGlowAddsLightNearBrightPlacesAlone)
 TEST_F(FilterChainsTest, softFocusMixesThePictureWithItsBlurAndLowersTheContrast)
 {
     load(QStringLiteral("soft-focus"));
-    const QVector<Image> images = render({output("over"), output("blur", blurred), output("mix")});
+    const QVector<Image> images = chain->render({output("over"), output("blur", blurred), output("mix")});
     const Image &over = images[0];
     const Image &blur = images[1];
     const Image &mix = images[2];
@@ -256,10 +200,10 @@ TEST_F(FilterChainsTest, softFocusMixesThePictureWithItsBlurAndLowersTheContrast
 TEST_F(FilterChainsTest, eachTileOfTheGalleryShowsItsOperator)
 {
     load(QStringLiteral("blend-gallery"));
-    const QVector<Image> images = render({output("source"), output("destination")});
+    const QVector<Image> images = chain->render({output("source"), output("destination")});
     const Image &source = images[0];
     const Image &destination = images[1];
-    const Image sheet = readTexture(target.get());
+    const Image sheet = chain->picture();
     const int columns = 4;
     const QSize tile(160, 96);
     ASSERT_EQ(source.width, tile.width());
@@ -299,7 +243,7 @@ TEST_F(FilterChainsTest, theExposureOfAFrameFollowsTheAverageOfTheOneBefore)
     const double key = 0.4;
     double exposed = 0; // Average of the picture.
     const auto expectExposed = [&](double exposure, Image *over) {
-        const QVector<Image> images = render({output("over"), output("expose")});
+        const QVector<Image> images = chain->render({output("over"), output("expose")});
         *over = images[0];
         ASSERT_EQ(images[1].data.size(), over->data.size());
         double largest = 0;
@@ -328,7 +272,8 @@ TEST_F(FilterChainsTest, theExposureOfAFrameFollowsTheAverageOfTheOneBefore)
 
     // Another scene: its first frame has the exposure of the old one, its second one its own.
     for (const char *port : {"Kvz_QColor_ColorTop", "Kvz_QColor_ColorBottom"})
-        ASSERT_TRUE(chain->setValue(QStringLiteral("background"), QString::fromUtf8(port), QColor(230, 230, 230)));
+        ASSERT_TRUE(
+            chain->chain.setValue(QStringLiteral("background"), QString::fromUtf8(port), QColor(230, 230, 230)));
     expectExposed(key / dark, &over);
     const double bright = luminanceOf(over).mean;
     EXPECT_GT(bright, 2 * dark);
@@ -337,14 +282,15 @@ TEST_F(FilterChainsTest, theExposureOfAFrameFollowsTheAverageOfTheOneBefore)
     EXPECT_NEAR(exposed, key, 0.03);
 
     // The key is the host's to set.
-    ASSERT_TRUE(chain->setValue(QStringLiteral("expose"), QStringLiteral("u_Key"), 0.2f))
-        << qPrintable(chain->errorString());
+    ASSERT_TRUE(chain->chain.setValue(QStringLiteral("expose"), QStringLiteral("u_Key"), 0.2f))
+        << qPrintable(chain->chain.errorString());
     expectExposed(0.2 / bright, &over);
     EXPECT_NEAR(exposed, 0.2, 0.015);
 
     // Without a measurement the last exposure stays.
-    ASSERT_TRUE(chain->setEnabled(QStringLiteral("average"), false)) << qPrintable(chain->errorString());
-    ASSERT_TRUE(chain->setValue(QStringLiteral("background"), QStringLiteral("Kvz_QColor_ColorTop"), QColor(0, 0, 0)));
+    ASSERT_TRUE(chain->chain.setEnabled(QStringLiteral("average"), false)) << qPrintable(chain->chain.errorString());
+    ASSERT_TRUE(
+        chain->chain.setValue(QStringLiteral("background"), QStringLiteral("Kvz_QColor_ColorTop"), QColor(0, 0, 0)));
     for (int i = 0; i < 3; ++i)
         expectExposed(0.2 / bright, &over);
     EXPECT_LT(luminanceOf(over).mean, 0.8 * bright);

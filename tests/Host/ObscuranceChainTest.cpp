@@ -1,20 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The ready chain of ambient obscurance, on the still life and on a scanned model.
 #include "support/GLTest.h"
+#include "support/ModelChain.h"
 
-#include <GL/FramebufferObject.h>
 #include <GL/GLStatistics.h>
 #include <GL/TextureManager.h>
-#include <Host/Camera.h>
-#include <Host/ChainLibrary.h>
-#include <Host/FrameValues.h>
-#include <Host/ModelImporter.h>
-#include <Host/RenderChain.h>
 
-#include <QtGui/QVector2D>
 #include <QtGui/QVector3D>
-
-#include <epoxy/gl.h>
 
 #include <cmath>
 
@@ -46,60 +38,22 @@ double redMean(const Image &image)
 class ObscuranceChainTest : public GLTest
 {
 protected:
-    void load(const QString &model, const QString &name = QStringLiteral("ambient-obscurance"))
+    void load(const QString &file, const QString &name = QStringLiteral("ambient-obscurance"))
     {
-        ImportedScene imported;
-        ChainDescription description;
-        QString error;
-        ASSERT_TRUE(importModel(model, &imported, &error)) << qPrintable(error);
-        ASSERT_TRUE(loadChain(name, &description, &error)) << qPrintable(error);
-        for (const ChainFinding &finding : validateChain(description) + validateChainOnDriver(description))
-            ADD_FAILURE() << qPrintable(finding.toString());
-        chain = std::make_unique<RenderChain>();
-        ASSERT_TRUE(chain->setDescription(description)) << qPrintable(chain->errorString());
-        target = makeTexture(Image(size.width(), size.height()), GL_RGBA8);
-        framebuffer = std::make_unique<FramebufferObject>();
-        framebuffer->bind();
-        framebuffer->attach(target.get(), GL_COLOR_ATTACHMENT0, 0);
-        framebuffer->setDrawBuffers();
-        framebuffer->unbind();
-        scene = imported.build();
-        ASSERT_TRUE(scene);
+        chain.reset();
+        chain = std::make_unique<ModelChain>(name, importScene(file).build(), size);
         CameraView view;
         view.distance = 0.85f;
-        const Camera camera = frameScene(scene->sceneBounds(), view, size);
-        chain->setViewport(QRect(QPoint(), size));
-        chain->setFramebuffer(framebuffer.get());
-        chain->setCamera(camera.cameraMatrix, camera.projectionMatrix);
-        chain->setFrameValue(FrameValues::nearPlane, camera.nearPlane);
-        chain->setFrameValue(FrameValues::farPlane, camera.farPlane);
-        chain->setModel(scene.data());
-    }
-
-    QVector<Image> render(const QVector<ChainOutput> &outputs)
-    {
-        for (int i = 0; i < outputs.size(); ++i)
-            EXPECT_TRUE(chain->addExport(QString::number(i), outputs[i])) << qPrintable(chain->errorString());
-        EXPECT_TRUE(chain->renderFrame()) << qPrintable(chain->errorString());
-        QVector<Image> images;
-        for (int i = 0; i < outputs.size(); ++i) {
-            Texture *const texture = chain->exportedTexture(QString::number(i));
-            images.append(texture ? readTexture(texture) : Image());
-            chain->removeExport(QString::number(i));
-        }
-        return images;
+        chain->look(view);
     }
 
     void setValue(const char *pass, const char *port, const QVariant &value)
     {
-        ASSERT_TRUE(chain->setValue(QString::fromUtf8(pass), QString::fromUtf8(port), value))
-            << qPrintable(chain->errorString());
+        ASSERT_TRUE(chain->chain.setValue(QString::fromUtf8(pass), QString::fromUtf8(port), value))
+            << qPrintable(chain->chain.errorString());
     }
 
-    QSharedPointer<GPUModel> scene;
-    std::unique_ptr<Texture> target;
-    std::unique_ptr<FramebufferObject> framebuffer;
-    std::unique_ptr<RenderChain> chain;
+    std::unique_ptr<ModelChain> chain;
 };
 
 TEST_F(ObscuranceChainTest, darkensTheShadingByTheBlurredObscurance)
@@ -108,9 +62,9 @@ TEST_F(ObscuranceChainTest, darkensTheShadingByTheBlurredObscurance)
         SCOPED_TRACE(qPrintable(model));
         load(model);
         const QVector<Image> images =
-            render({output("obscurance"), output("blur-y", blurred), output("shading"), output("apply")});
+            chain->render({output("obscurance"), output("blur-y", blurred), output("shading"), output("apply")});
         saveForViewing(images[1], QStringLiteral("obscurance-blurred"));
-        saveForViewing(readTexture(target.get()), QStringLiteral("obscurance-applied"));
+        saveForViewing(chain->picture(), QStringLiteral("obscurance-applied"));
         int dark = 0, open = 0;
         for (int y = 0; y < size.height(); ++y) {
             for (int x = 0; x < size.width(); ++x) {
@@ -137,8 +91,8 @@ TEST_F(ObscuranceChainTest, darkensTheShadingByTheBlurredObscurance)
 TEST_F(ObscuranceChainTest, blursOnlyWithinASurface)
 {
     load(stillLife);
-    const QVector<Image> images = render({output("obscurance"), output("blur-x", blurred), output("blur-y", blurred),
-        output("positions"), output("geometry", "Kvz_KvzTexture*_Normal")});
+    const QVector<Image> images = chain->render({output("obscurance"), output("blur-x", blurred),
+        output("blur-y", blurred), output("positions"), output("geometry", "Kvz_KvzTexture*_Normal")});
     const Image &positions = images[3];
     const Image &normals = images[4];
     const double gauss[] = {0.153170, 0.144893, 0.122649, 0.092902, 0.062970};
@@ -182,35 +136,35 @@ TEST_F(ObscuranceChainTest, blursOnlyWithinASurface)
 TEST_F(ObscuranceChainTest, turnedOffItIsThePictureWithoutIt)
 {
     load(stillLife, QStringLiteral("deferred"));
-    render({});
-    const Image plain = readTexture(target.get());
+    chain->render({});
+    const Image plain = chain->picture();
     load(stillLife);
-    render({});
-    EXPECT_GT(maximumDifference(plain, readTexture(target.get())), 0.2);
+    chain->render({});
+    EXPECT_GT(maximumDifference(plain, chain->picture()), 0.2);
 
     setValue("apply", "u_Strength", 0.0f);
-    render({});
-    EXPECT_LE(maximumDifference(plain, readTexture(target.get())), 1.01 / 255);
+    chain->render({});
+    EXPECT_LE(maximumDifference(plain, chain->picture()), 1.01 / 255);
     setValue("apply", "u_Strength", 1.0f);
 
     // The bias that turns the pass off, and no pass at all: nobody takes the missing image for black.
     setValue("obscurance", "Kvz_float_SAOBias", 0.0f);
-    render({});
-    EXPECT_LE(maximumDifference(plain, readTexture(target.get())), 1.01 / 255);
+    chain->render({});
+    EXPECT_LE(maximumDifference(plain, chain->picture()), 1.01 / 255);
     setValue("obscurance", "Kvz_float_SAOBias", 0.01f);
-    render({});
-    EXPECT_GT(maximumDifference(plain, readTexture(target.get())), 0.2);
-    ASSERT_TRUE(chain->setEnabled(QStringLiteral("obscurance"), false)) << qPrintable(chain->errorString());
-    render({});
-    EXPECT_LE(maximumDifference(plain, readTexture(target.get())), 1.01 / 255);
+    chain->render({});
+    EXPECT_GT(maximumDifference(plain, chain->picture()), 0.2);
+    ASSERT_TRUE(chain->chain.setEnabled(QStringLiteral("obscurance"), false)) << qPrintable(chain->chain.errorString());
+    chain->render({});
+    EXPECT_LE(maximumDifference(plain, chain->picture()), 1.01 / 255);
 }
 
 TEST_F(ObscuranceChainTest, takesADivider)
 {
     load(bunny);
-    const Image full = render({output("blur-y", blurred)})[0];
+    const Image full = chain->render({output("blur-y", blurred)})[0];
     setValue("obscurance", "Kvz_float_ResolutionDivider", 2.0f);
-    const QVector<Image> half = render({output("obscurance"), output("blur-y", blurred)});
+    const QVector<Image> half = chain->render({output("obscurance"), output("blur-y", blurred)});
     EXPECT_EQ(QSize(half[0].width, half[0].height), size / 2);
     EXPECT_EQ(QSize(half[1].width, half[1].height), size);
     double difference = 0, darkness = 0;
@@ -229,13 +183,13 @@ TEST_F(ObscuranceChainTest, reusesItsTextures)
     // What the device and the pool keep for both, with and without obscurance.
     for (float bias : {0.01f, 0.0f, 0.01f}) {
         setValue("obscurance", "Kvz_float_SAOBias", bias);
-        render({});
+        chain->render({});
     }
     const qint64 bytes = TextureManager::Instance()->poolStatistics().bytes;
     const GLObjectCounts objects = glObjectCounts();
     for (int i = 0; i < 20; ++i) {
         setValue("obscurance", "Kvz_float_SAOBias", i % 3 ? 0.01f : 0.0f);
-        render({});
+        chain->render({});
     }
     EXPECT_EQ(TextureManager::Instance()->poolStatistics().bytes, bytes);
     EXPECT_EQ(TextureManager::Instance()->poolStatistics().references, references);

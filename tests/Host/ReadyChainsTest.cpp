@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The ready chains on real passes.
 #include "support/GLTest.h"
+#include "support/ModelChain.h"
 
 #include <GL/FramebufferObject.h>
 #include <GL/TextureManager.h>
@@ -65,14 +66,7 @@ protected:
     /// The output of a pass as floats, before anything else draws into it.
     Image output(const char *pass, const char *port)
     {
-        const QString name = QStringLiteral("test");
-        EXPECT_TRUE(chain.addExport(name, {QString::fromUtf8(pass), QString::fromUtf8(port)}))
-            << qPrintable(chain.errorString());
-        EXPECT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
-        Texture *texture = chain.exportedTexture(name);
-        const Image image = texture ? readTexture(texture) : Image();
-        chain.removeExport(name);
-        return image;
+        return renderOutputs(&chain, {{QString::fromUtf8(pass), QString::fromUtf8(port)}})[0];
     }
 
     /// The pixel that a point in world space falls on.

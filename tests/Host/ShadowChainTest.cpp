@@ -2,11 +2,11 @@
 // The shadow passes in a chain, on the still life.
 #include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
+#include "support/ModelChain.h"
 
 #include <GL/GLStatistics.h>
 #include <Host/Camera.h>
 #include <Host/FrameValues.h>
-#include <Host/ModelImporter.h>
 #include <Host/RenderChain.h>
 #include <Host/TextureCapture.h>
 #include <Scene/ShadowMapManager.h>
@@ -31,11 +31,7 @@ protected:
     void SetUp() override
     {
         GLTest::SetUp();
-        ImportedScene scene;
-        QString error;
-        ASSERT_TRUE(importModel(QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj"), &scene, &error))
-            << qPrintable(error);
-        model = scene.build();
+        model = importScene(QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj")).build();
         spot.type = ShadowMapManager::Light::Spot;
         const QVector3D center = (model->sceneBounds().first + model->sceneBounds().second) / 2;
         spot.position = center + QVector3D(3, 5, 4);

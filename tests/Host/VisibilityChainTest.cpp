@@ -4,6 +4,7 @@
 #include "support/Cameras.h"
 #include "support/GLTest.h"
 #include "support/Meshes.h"
+#include "support/ModelChain.h"
 #include "support/PooledTextures.h"
 #include "support/VisibilityLists.h"
 
@@ -81,23 +82,9 @@ protected:
             d < 1 ? quint64(ImportedScene::Transparent) : 0);
     }
 
-    /// The outputs of passes in one frame.
-    QVector<Image> render(RenderChain *chain, const QVector<ChainOutput> &outputs)
-    {
-        for (int i = 0; i < outputs.size(); ++i) {
-            EXPECT_TRUE(chain->addExport(QString::number(i), outputs[i])) << qPrintable(chain->errorString());
-        }
-        EXPECT_TRUE(chain->renderFrame()) << qPrintable(chain->errorString());
-        QVector<Image> images;
-        for (int i = 0; i < outputs.size(); ++i) {
-            images.append(readTexture(chain->exportedTexture(QString::number(i))));
-            chain->removeExport(QString::number(i));
-        }
-        return images;
-    }
     Image render(RenderChain *chain, const char *pass)
     {
-        return render(chain, {{QString::fromLatin1(pass), frame}})[0];
+        return renderOutputs(chain, {{QString::fromLatin1(pass), frame}})[0];
     }
 
     /// The pixel that a point in world space falls on.
@@ -276,7 +263,7 @@ TEST_F(VisibilityChainTest, composesLayersOverTheOpaqueFrame)
     model = builder.build();
     RenderChain chain;
     load(&chain);
-    const QVector<Image> images = render(&chain,
+    const QVector<Image> images = renderOutputs(&chain,
         {{QStringLiteral("opaque"), frame}, {QStringLiteral("layers"), frame}, {QStringLiteral("composed"), frame}});
     saveForViewing(images[2], QStringLiteral("chain-transparency-lists"));
     int layered = 0;
@@ -363,7 +350,7 @@ TEST_F(VisibilityChainTest, drawsOpaqueItemsAlone)
         RenderChain chain;
         ASSERT_TRUE(chain.setDescription(description));
         prepare(&chain);
-        const QVector<Image> images = render(&chain,
+        const QVector<Image> images = renderOutputs(&chain,
             {{pass.name, QStringLiteral("Kvz_KvzTexture*_Diffuse")},
                 {pass.name, QStringLiteral("Kvz_KvzTexture*_Depth")}});
         const QPoint transparent = pixelOf({0.8f, 0, 0});

@@ -4,6 +4,7 @@
 #include <GL/GLStatistics.h>
 #include <GL/TextureManager.h>
 #include <Host/ChainLibrary.h>
+#include <Host/FrameValues.h>
 
 #include <gtest/gtest.h>
 
@@ -50,20 +51,13 @@ void ModelChain::look(const CameraView &view)
 {
     camera = frameScene(m_model->sceneBounds(), view, m_size);
     chain.setCamera(camera.cameraMatrix, camera.projectionMatrix);
+    chain.setFrameValue(FrameValues::nearPlane, camera.nearPlane);
+    chain.setFrameValue(FrameValues::farPlane, camera.farPlane);
 }
 
 QVector<Image> ModelChain::render(const QVector<ChainOutput> &outputs)
 {
-    for (int i = 0; i < outputs.size(); ++i)
-        EXPECT_TRUE(chain.addExport(QString::number(i), outputs[i])) << qPrintable(chain.errorString());
-    EXPECT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
-    QVector<Image> images;
-    for (int i = 0; i < outputs.size(); ++i) {
-        const Texture *const texture = chain.exportedTexture(QString::number(i));
-        images.append(texture ? readTexture(texture) : Image());
-        chain.removeExport(QString::number(i));
-    }
-    return images;
+    return renderOutputs(&chain, outputs);
 }
 
 void ModelChain::expectSteadyFrames()
@@ -78,6 +72,20 @@ void ModelChain::expectSteadyFrames()
     EXPECT_EQ(TextureManager::Instance()->poolStatistics().bytes, bytes);
     EXPECT_EQ(TextureManager::Instance()->poolStatistics().references, references);
     EXPECT_TRUE(glObjectCounts() == objects);
+}
+
+QVector<Image> renderOutputs(RenderChain *chain, const QVector<ChainOutput> &outputs)
+{
+    for (int i = 0; i < outputs.size(); ++i)
+        EXPECT_TRUE(chain->addExport(QString::number(i), outputs[i])) << qPrintable(chain->errorString());
+    EXPECT_TRUE(chain->renderFrame()) << qPrintable(chain->errorString());
+    QVector<Image> images;
+    for (int i = 0; i < outputs.size(); ++i) {
+        const Texture *const texture = chain->exportedTexture(QString::number(i));
+        images.append(texture ? readTexture(texture) : Image());
+        chain->removeExport(QString::number(i));
+    }
+    return images;
 }
 
 ImportedScene importScene(const QString &file)

@@ -20,7 +20,7 @@ public:
     /// Takes any chain without errors.
     ModelChain(const ChainDescription &description, const QSharedPointer<GPUModel> &model, const QSize &size);
 
-    /// Looks at the model as a whole.
+    /// Looks at the model as a whole, between planes that fit it.
     void look(const CameraView &view);
 
     /// Renders a frame and gives these outputs of it.
@@ -40,6 +40,9 @@ private:
     std::unique_ptr<Texture> m_target;
     FramebufferObject m_framebuffer;
 };
+
+/// Renders a frame and gives these outputs of it; where there is none, an empty image.
+QVector<Image> renderOutputs(RenderChain *chain, const QVector<ChainOutput> &outputs);
 
 /// A model file, which must be there and without warnings.
 ImportedScene importScene(const QString &file);
