@@ -158,6 +158,28 @@ Image randomDepth()
     return depth;
 }
 
+const QString listPass = QStringLiteral("VisibilityBufferRenderPass");
+
+/// The standard passes, with lists that have room for this many fragments.
+PassRegistry registryWithRoom(qint64 fragments)
+{
+    PassRegistry registry = PassRegistry::standard();
+    PassInfo lists = *registry.find(listPass);
+    lists.fragmentRoom = fragments;
+    registry.add(lists);
+    return registry;
+}
+
+/// A chain of the pass that fills the lists.
+ChainDescription listsAlone()
+{
+    ChainPass pass;
+    pass.name = pass.className = listPass;
+    ChainDescription description;
+    description.passes = {pass};
+    return description;
+}
+
 } // namespace
 
 TEST_F(VisibilityOcclusionRenderPassTest, takesOutWhatIsHiddenAndKeepsTheOrder)
@@ -365,10 +387,7 @@ TEST_F(VisibilityChainListsTest, saysOnceThatFragmentsFoundNoRoom)
     addWall(&builder, {0, 0, 0}, {0.3f, 0.2f, 0.1f}, 0.5f);
     addWall(&builder, {0, 0, 0.5f}, {0.1f, 0.3f, 0.1f}, 0.3f);
     model = builder.build();
-    PassRegistry registry = PassRegistry::standard();
-    PassInfo small = *registry.find(QStringLiteral("VisibilityBufferRenderPass"));
-    small.fragmentRoom = 1000;
-    registry.add(small);
+    const PassRegistry registry = registryWithRoom(1000);
     ChainDescription description;
     QString error;
     ASSERT_TRUE(loadChain(QStringLiteral("transparency-lists"), &description, &error)) << qPrintable(error);
@@ -417,14 +436,8 @@ TEST_F(VisibilityChainListsTest, countsTheFragmentsOfTheLists)
     addWall(&builder, {0, 0, 0}, {0.3f, 0.2f, 0.1f}, 0.5f);
     addWall(&builder, {0.2f, 0, 0.5f}, {0.1f, 0.3f, 0.1f}, 0.3f);
     model = builder.build();
-    PassRegistry registry = PassRegistry::standard();
-    PassInfo small = *registry.find(QStringLiteral("VisibilityBufferRenderPass"));
-    small.fragmentRoom = 1;
-    registry.add(small);
-    ChainDescription description;
-    ChainPass pass;
-    pass.name = pass.className = small.className;
-    description.passes = {pass};
+    const PassRegistry registry = registryWithRoom(1);
+    const ChainDescription description = listsAlone();
     RenderChain chain(registry);
     ASSERT_TRUE(chain.setDescription(description));
     prepare(&chain);
@@ -434,7 +447,7 @@ TEST_F(VisibilityChainListsTest, countsTheFragmentsOfTheLists)
     ASSERT_TRUE(chain.renderFrame());
     glEndQuery(GL_SAMPLES_PASSED);
     glDeleteQueries(1, &query);
-    const int nodes = VisibilityLists(*chain.pass(pass.name)).nodeCount();
+    const int nodes = VisibilityLists(*chain.pass(listPass)).nodeCount();
     EXPECT_GT(nodes, 1000);
     ASSERT_TRUE(chain.renderFrame());
     EXPECT_TRUE(log.takeWarnings().isEmpty());
@@ -449,14 +462,8 @@ TEST_F(VisibilityChainSingleNodeTest, hasRoomForAllFragments)
     GPUModelBuilder builder;
     addWall(&builder, {0, 0, 0}, {0.3f, 0.2f, 0.1f}, 0.5f);
     model = builder.build();
-    PassRegistry registry = PassRegistry::standard();
-    PassInfo small = *registry.find(QStringLiteral("VisibilityBufferRenderPass"));
-    small.fragmentRoom = 1;
-    registry.add(small);
-    ChainDescription description;
-    ChainPass pass;
-    pass.name = pass.className = small.className;
-    description.passes = {pass};
+    const PassRegistry registry = registryWithRoom(1);
+    const ChainDescription description = listsAlone();
     {
         RenderChain chain(registry);
         ASSERT_TRUE(chain.setDescription(description));
