@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the anti-aliasing chains are worth: their error against a picture of 256 samples, and what stays of things that moved.
+#include "support/Cameras.h"
 #include "support/GLTest.h"
 #include "support/Meshes.h"
 #include "support/ModelChain.h"
@@ -30,13 +31,6 @@ namespace {
 
 const QSize size(320, 180);
 const QString frame = QStringLiteral("Kvz_KvzTexture*_Frame");
-
-QMatrix4x4 movedByPixels(const QMatrix4x4 &projection, double x, double y)
-{
-    QMatrix4x4 matrix;
-    matrix.translate(float(2 * x / size.width()), float(2 * y / size.height()));
-    return matrix * projection;
-}
 
 /// A cell of the tables in docs/anti-aliasing.md, and how far off the page may be: by what differs between machines.
 struct Cell
@@ -167,7 +161,7 @@ protected:
         QVector<double> sum(size.width() * size.height() * 4, 0.0);
         for (int i = 0; i < 256; ++i) {
             chain->setCamera(camera.cameraMatrix,
-                movedByPixels(camera.projectionMatrix, (i % 16 + 0.5) / 16 - 0.5, (i / 16 + 0.5) / 16 - 0.5));
+                movedByPixels(camera.projectionMatrix, size, (i % 16 + 0.5) / 16 - 0.5, (i / 16 + 0.5) / 16 - 0.5));
             const Image image = render(chain.get());
             for (int k = 0; k < sum.size(); ++k)
                 sum[k] += double(image.data[k]);
@@ -194,7 +188,7 @@ protected:
         Image at(const QPointF &place)
         {
             const QPointF way = subsamplePosition(-1, 0) - place;
-            m_chain->setCamera(m_camera.cameraMatrix, movedByPixels(m_camera.projectionMatrix, way.x(), way.y()));
+            m_chain->setCamera(m_camera.cameraMatrix, movedByPixels(m_camera.projectionMatrix, size, way.x(), way.y()));
             EXPECT_TRUE(m_chain->renderFrame()) << qPrintable(m_chain->errorString());
             return readSample(m_chain->exportedTexture(QStringLiteral("picture")), 0);
         }
@@ -219,19 +213,6 @@ protected:
     QSharedPointer<GPUModel> stillLife;
     Camera camera;
 };
-
-/// The mean difference of the three colours, in steps of 8 bits.
-double meanError(const Image &image, const Image &reference)
-{
-    double sum = 0;
-    for (int y = 0; y < image.height; ++y) {
-        for (int x = 0; x < image.width; ++x) {
-            for (int i = 0; i < 3; ++i)
-                sum += std::abs(double(image.at(x, y)[i]) - double(reference.at(x, y)[i]));
-        }
-    }
-    return 255 * sum / (3.0 * image.width * image.height);
-}
 
 /// What a pass makes of a frame; it has been set up.
 Image filtered(RenderPassProxy *pass, const Image &input)

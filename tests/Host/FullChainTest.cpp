@@ -51,20 +51,7 @@ CameraView view()
     return view;
 }
 
-/// The mean difference of the three colours, in steps of 8 bits.
-double meanError(const Image &a, const Image &b)
-{
-    double sum = 0;
-    for (int y = 0; y < a.height; ++y) {
-        for (int x = 0; x < a.width; ++x) {
-            for (int i = 0; i < 3; ++i)
-                sum += std::abs(double(a.at(x, y)[i]) - double(b.at(x, y)[i]));
-        }
-    }
-    return 255 * sum / (3.0 * a.width * a.height);
-}
-
-/// The same by the root of the mean of squares, in which edges count more than the rounding to 8 bits.
+/// As meanError(), by the root of the mean of squares, in which edges count more than the rounding to 8 bits.
 double rootMeanSquare(const Image &a, const Image &b)
 {
     double sum = 0;

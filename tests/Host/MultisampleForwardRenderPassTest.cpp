@@ -29,13 +29,6 @@ const QSize size(192, 128);
 const QMatrix4x4 projection = perspective(size, 0.5f, 30);
 const QMatrix4x4 camera = lookAt(QVector3D(1.5f, 1.2f, 4), QVector3D(0.2f, 0, 0));
 
-QMatrix4x4 movedByPixels(const QMatrix4x4 &matrix, double x, double y)
-{
-    QMatrix4x4 shift;
-    shift.translate(float(2 * x / size.width()), float(2 * y / size.height()));
-    return shift * matrix;
-}
-
 QSharedPointer<GPUModel> makeModel(float opacity = 1)
 {
     GPUModelBuilder builder;
@@ -86,7 +79,8 @@ Image sampledAt(const QPointF &place, GPUModel *model)
 {
     ForwardRenderPass forward;
     forward.setInput(ForwardRenderPass::Viewport, QRect(QPoint(), size));
-    forward.setInput(ForwardRenderPass::ProjectionMatrix, movedByPixels(projection, 0.5 - place.x(), 0.5 - place.y()));
+    forward.setInput(
+        ForwardRenderPass::ProjectionMatrix, movedByPixels(projection, size, 0.5 - place.x(), 0.5 - place.y()));
     forward.setInput(ForwardRenderPass::CameraMatrix, camera);
     forward.setInput(ForwardRenderPass::Geometry, QVariant::fromValue(model));
     glViewport(0, 0, size.width(), size.height());
@@ -177,7 +171,7 @@ TEST_F(MultisampleForwardRenderPassTest, saysHowFarTheMiddleOfTheSamplesMoved)
         EXPECT_NEAR(amount.x(), 2 * pixels.x() / size.width(), 1e-9);
         EXPECT_NEAR(amount.y(), 2 * pixels.y() / size.height(), 1e-9);
         const auto matrix = pass->output(Port::ProjectionMatrixOut).value<QMatrix4x4>();
-        EXPECT_TRUE(qFuzzyCompare(matrix, movedByPixels(projection, pixels.x(), pixels.y())));
+        EXPECT_TRUE(qFuzzyCompare(matrix, movedByPixels(projection, size, pixels.x(), pixels.y())));
         release();
     }
 }
@@ -309,7 +303,7 @@ TEST(SubsampleJitterPassTest, putsTheFramesSampleIntoTheMiddleOfThePixel)
         const auto amount = jitter.output(SubsampleJitterPass::JitterAmount).value<QVector2D>();
         EXPECT_EQ(amount, QVector2D(float(2 * pixels / size.width()), float(2 * pixels / size.height())));
         const auto matrix = jitter.output(SubsampleJitterPass::ProjectionMatrixOut).value<QMatrix4x4>();
-        EXPECT_TRUE(qFuzzyCompare(matrix, movedByPixels(projection, pixels, pixels)));
+        EXPECT_TRUE(qFuzzyCompare(matrix, movedByPixels(projection, size, pixels, pixels)));
     }
 }
 

@@ -23,4 +23,12 @@ inline QMatrix4x4 perspective(const QSize &size, float nearPlane, float farPlane
     return projection;
 }
 
+/// The projection with its picture of that size moved by so many pixels, to the right and upwards.
+inline QMatrix4x4 movedByPixels(const QMatrix4x4 &projection, const QSize &size, double x, double y)
+{
+    QMatrix4x4 shift;
+    shift.translate(float(2 * x / size.width()), float(2 * y / size.height()));
+    return shift * projection;
+}
+
 } // namespace Velmora::Kvz

@@ -13,6 +13,7 @@
 #include <epoxy/gl.h>
 
 #include <cmath>
+#include <limits>
 
 namespace Velmora::Kvz {
 
@@ -193,6 +194,20 @@ double maximumDifference(const Image &a, const Image &b)
         difference = std::isnan(d) ? 1e30 : std::max(difference, d);
     }
     return difference;
+}
+
+double meanError(const Image &a, const Image &b)
+{
+    if (a.width != b.width || a.height != b.height || a.channels != b.channels)
+        return std::numeric_limits<double>::quiet_NaN();
+    double sum = 0;
+    for (int y = 0; y < a.height; ++y) {
+        for (int x = 0; x < a.width; ++x) {
+            for (int i = 0; i < 3; ++i)
+                sum += std::abs(double(a.at(x, y)[i]) - double(b.at(x, y)[i]));
+        }
+    }
+    return 255 * sum / (3.0 * a.width * a.height);
 }
 
 int pixelsBeyond(const Image &a, const Image &b, double tolerance)

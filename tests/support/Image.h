@@ -50,6 +50,9 @@ Image filled(int width, int height, const QVector4D &color);
 /// The largest absolute difference of two images of the same shape; a large number when the shapes differ.
 double maximumDifference(const Image &a, const Image &b);
 
+/// The mean absolute difference of the three colours, in steps of 8 bits; not a number when the shapes differ.
+double meanError(const Image &a, const Image &b);
+
 /// The pixels of two images of the same shape that differ by more than a tolerance in a channel; all when the shapes differ.
 int pixelsBeyond(const Image &a, const Image &b, double tolerance);
 
