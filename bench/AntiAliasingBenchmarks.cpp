@@ -148,11 +148,6 @@ void cameraJitter(benchmark::State &state)
         pass.start(nullptr);
 }
 
-void timing(benchmark::internal::Benchmark *benchmark)
-{
-    benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.3);
-}
-
 void sizes(benchmark::internal::Benchmark *benchmark)
 {
     benchmark->Args({1280, 720})->Args({16, 16})->Apply(timing);

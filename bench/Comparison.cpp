@@ -38,6 +38,11 @@ double median(std::vector<double> values)
 
 } // namespace
 
+void timing(benchmark::internal::Benchmark *benchmark)
+{
+    benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
+}
+
 void compareWithFloor(benchmark::State &state, const std::function<void()> &frame)
 {
     // Programs, textures and caches are made by the first frames.

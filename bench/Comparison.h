@@ -7,6 +7,9 @@
 
 namespace Velmora::Kvz {
 
+/// For a benchmark that sets the time of each turn: half a second of turns at least, told in milliseconds.
+void timing(benchmark::internal::Benchmark *benchmark);
+
 /// Measures one frame of a pass, and in the same run, turn by turn, the same draws through raw GL.
 ///
 /// Counters, medians over all turns: `ms` and `floor_ms` until the GPU is done, `ratio` of the two, `cpu_us` and

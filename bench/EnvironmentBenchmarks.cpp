@@ -88,7 +88,7 @@ void backgroundImage(benchmark::State &state)
 /// Large, where the draws themselves must count, and tiny, where what stands around them does.
 void sizes(benchmark::internal::Benchmark *benchmark)
 {
-    benchmark->Args({1280, 720})->Args({16, 16})->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
+    benchmark->Args({1280, 720})->Args({16, 16})->Apply(timing);
 }
 
 } // namespace

@@ -89,11 +89,6 @@ void luminance(benchmark::State &state)
     compareWithFloor(state, [&pass] { pass.start(nullptr); });
 }
 
-void timing(benchmark::internal::Benchmark *benchmark)
-{
-    benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
-}
-
 /// Large, where the draws themselves must count, and tiny, where what stands around them does.
 void sizes(benchmark::internal::Benchmark *benchmark)
 {

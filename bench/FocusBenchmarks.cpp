@@ -104,11 +104,6 @@ void depthOfFieldAgainstRadius(benchmark::State &state)
     state.counters["pixels_reached"] = 3.7 * blur;
 }
 
-void timing(benchmark::internal::Benchmark *benchmark)
-{
-    benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
-}
-
 } // namespace
 
 BENCHMARK(depthOfField)->Args({1280, 720})->Args({16, 16})->Apply(timing);

@@ -149,11 +149,6 @@ void obscuranceFromDepth(benchmark::State &state)
     obscure(state, false);
 }
 
-void timing(benchmark::internal::Benchmark *benchmark)
-{
-    benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
-}
-
 void sizes(benchmark::internal::Benchmark *benchmark)
 {
     benchmark->Args({1280, 720})->Args({16, 16})->Apply(timing);

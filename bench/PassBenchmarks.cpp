@@ -292,7 +292,7 @@ void main()
 /// Large, where the draws themselves must count, and tiny, where what stands around them does.
 void sizes(benchmark::internal::Benchmark *benchmark)
 {
-    benchmark->Args({1280, 720})->Args({16, 16})->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
+    benchmark->Args({1280, 720})->Args({16, 16})->Apply(timing);
 }
 
 } // namespace

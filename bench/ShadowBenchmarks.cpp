@@ -185,7 +185,7 @@ void cleanFrame(benchmark::State &state)
 
 void lightCounts(benchmark::internal::Benchmark *benchmark)
 {
-    benchmark->RangeMultiplier(2)->Range(1, 32)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.3);
+    benchmark->RangeMultiplier(2)->Range(1, 32)->Apply(timing);
 }
 
 } // namespace

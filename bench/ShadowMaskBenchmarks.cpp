@@ -116,7 +116,7 @@ void lightCounts(benchmark::internal::Benchmark *benchmark)
 {
     for (int lights : {1, 2, 4, 8, 16, 32})
         benchmark->Args({640, 360, lights});
-    benchmark->Args({16, 16, 1})->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
+    benchmark->Args({16, 16, 1})->Apply(timing);
 }
 
 } // namespace

@@ -173,11 +173,6 @@ void weightsAgainstEdges(benchmark::State &state)
     state.counters["edge_percent"] = share;
 }
 
-void timing(benchmark::internal::Benchmark *benchmark)
-{
-    benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
-}
-
 /// Large, where the draws themselves must count, and tiny, where what stands around them does.
 void modes(benchmark::internal::Benchmark *benchmark)
 {

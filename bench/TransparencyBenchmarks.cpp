@@ -67,11 +67,6 @@ void weightedBlendingAgainstPixels(benchmark::State &state)
     measure(state, 16, int(state.range(0)));
 }
 
-void timing(benchmark::internal::Benchmark *benchmark)
-{
-    benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
-}
-
 } // namespace
 
 BENCHMARK(weightedBlendingAgainstLayers)->RangeMultiplier(2)->Range(1, 64)->ArgName("layers")->Apply(timing);

@@ -177,11 +177,6 @@ void clearNodes(benchmark::State &state)
     state.counters["GiB_per_s"] = benchmark::Counter(0.25, benchmark::Counter::kIsIterationInvariantRate);
 }
 
-void timing(benchmark::internal::Benchmark *benchmark)
-{
-    benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
-}
-
 void layers(benchmark::internal::Benchmark *benchmark)
 {
     for (const int count : {1, 2, 4, 8, 16, 32, 50, 64})
