@@ -123,6 +123,8 @@ TEST_F(HeadlessContextTest, logsWhatTheDriverSays)
 
 TEST_F(HeadlessContextTest, theShaderCompilersWarningsAreNoWarnings)
 {
+    if (epoxy_gl_version() < 43 && !epoxy_has_gl_extension("GL_KHR_debug"))
+        GTEST_SKIP() << "this driver reports no messages";
     // A text that no cache has seen: a compiler that does not run warns of nothing.
     const QByteArray unique = QByteArray::number(QDateTime::currentMSecsSinceEpoch());
     const auto compile = [&unique](const QByteArray &line) {
@@ -136,15 +138,25 @@ TEST_F(HeadlessContextTest, theShaderCompilersWarningsAreNoWarnings)
         glDeleteShader(shader);
         return QByteArray(words);
     };
+    // How many messages name the word, all of them of that type.
+    const auto takeMessages = [this](const QString &word, QtMsgType type) {
+        int count = 0;
+        for (const LogCapture::Message &message : log.messages()) {
+            EXPECT_EQ(message.type, type) << qPrintable(message.text);
+            count += message.category == "kvz.gl" && message.text.contains(word) ? 1 : 0;
+        }
+        log.clear();
+        return count;
+    };
     EXPECT_TRUE(compile("#extension GL_KVZ_nothing : enable").contains("GL_KVZ_nothing"));
-    for (const LogCapture::Message &message : log.messages())
-        EXPECT_EQ(message.type, QtDebugMsg) << qPrintable(message.text);
-    log.clear();
-    // Its errors are, where the driver reports them.
+    const int warnings = takeMessages("GL_KVZ_nothing", QtDebugMsg);
     EXPECT_TRUE(compile("float nonsense() { return undeclared; }").contains("undeclared"));
-    for (const LogCapture::Message &message : log.messages())
-        EXPECT_EQ(message.type, QtCriticalMsg) << qPrintable(message.text);
-    log.takeCategory("kvz.gl");
+    const int errors = takeMessages("undeclared", QtCriticalMsg);
+    // Drivers need not report what their compilers say; Mesa does.
+    if (!context().version().contains("Mesa") && (warnings == 0 || errors == 0))
+        GTEST_SKIP() << "this driver reports no messages of its compiler";
+    EXPECT_GT(warnings, 0);
+    EXPECT_GT(errors, 0);
 }
 
 } // namespace Velmora::Kvz
