@@ -464,6 +464,7 @@ TEST_F(ShadowMapManagerTest, flatBoundsKeepAThickness)
     const Bounds flat{{-5, 2, -5}, {5, 2, 5}};
     for (const bool withCamera : {false, true}) {
         ShadowMapManager::processLights(listOf({&light}), data, withCamera ? &projection : nullptr, &camera, &flat);
+        EXPECT_GT(data.layerCount, 0);
         for (int layer = 0; layer < data.layerCount; ++layer) {
             const float depth = shown(data, layer, {0, 2, 0}).z();
             EXPECT_GT(depth, 0.1f);
