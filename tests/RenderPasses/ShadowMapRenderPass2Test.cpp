@@ -209,6 +209,68 @@ TEST_F(ShadowMapRenderPass2Test, publishesItsOwnDataAsAnObject)
     EXPECT_FALSE(pass->output(0).isValid());
 }
 
+TEST_F(ShadowMapRenderPass2Test, theArraysHaveTheirFormatsFiltersAndEdges)
+{
+    buildScene();
+    addLights();
+    for (const Strategy &strategy : strategies()) {
+        SCOPED_TRACE(strategy.name);
+        make(strategy);
+        setView(*pass);
+        GLuint depths = 0;
+        GLuint biases = 0;
+        GLCallRecorder<&epoxy_glTexImage3D> storage;
+        storage.onCall = [&](GLenum, GLint, GLint, GLsizei width, GLsizei, GLsizei, GLint, GLenum format, GLenum type,
+                             const void *) {
+            EXPECT_EQ(type, GLenum(GL_FLOAT));
+            if (format == GL_DEPTH_COMPONENT)
+                (width == 1 ? biases : depths) = GLuint(glInteger(GL_TEXTURE_BINDING_2D_ARRAY));
+            else
+                EXPECT_EQ(format, GLenum(GL_RG));
+        };
+        for (const int filter : {0, 3, 0}) {
+            SCOPED_TRACE(filter);
+            render(filter);
+            const auto expectState = [](GLuint texture, int format, int filtering, int size) {
+                const auto level = [&](GLenum name) {
+                    return textureLevelParameter(GL_TEXTURE_2D_ARRAY, texture, name);
+                };
+                const auto state = [&](GLenum name) { return textureParameter(GL_TEXTURE_2D_ARRAY, texture, name); };
+                EXPECT_EQ(level(GL_TEXTURE_INTERNAL_FORMAT), format);
+                EXPECT_EQ(level(GL_TEXTURE_WIDTH), size);
+                EXPECT_EQ(level(GL_TEXTURE_HEIGHT), size);
+                EXPECT_EQ(level(GL_TEXTURE_DEPTH), 10);
+                EXPECT_EQ(state(GL_TEXTURE_MIN_FILTER), filtering);
+                EXPECT_EQ(state(GL_TEXTURE_MAG_FILTER), filtering);
+            };
+            const auto expectWrap = [](GLuint texture, int mode) {
+                for (const GLenum axis : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T})
+                    EXPECT_EQ(textureParameter(GL_TEXTURE_2D_ARRAY, texture, axis), mode);
+            };
+            ASSERT_TRUE(depths && biases);
+            const GLuint moments = array()->textureID();
+            ASSERT_EQ(array()->target(), unsigned(GL_TEXTURE_2D_ARRAY));
+            {
+                SCOPED_TRACE("moments");
+                expectState(moments, GL_RG32F, GL_LINEAR, mapSize);
+                expectWrap(moments, GL_CLAMP_TO_BORDER);
+                EXPECT_EQ(borderColor(GL_TEXTURE_2D_ARRAY, moments),
+                    (std::vector<float>{farMoment, farMoment, farMoment, 1}));
+            }
+            {
+                SCOPED_TRACE("depths");
+                expectState(depths, GL_DEPTH_COMPONENT32F, GL_NEAREST, mapSize);
+                expectWrap(depths, GL_CLAMP_TO_EDGE);
+            }
+            {
+                SCOPED_TRACE("biases");
+                expectState(biases, GL_DEPTH_COMPONENT32F, GL_NEAREST, 1);
+                expectWrap(biases, GL_REPEAT);
+            }
+        }
+    }
+}
+
 TEST_F(ShadowMapRenderPass2Test, theDriverDecidesTheStrategyAndTheLogTellsIt)
 {
     struct Row
@@ -706,6 +768,77 @@ TEST_F(ShadowMapRenderPass2Test, castersThatComeAndGoLeaveNothing)
         ASSERT_EQ(again.size(), maps.size());
         for (int layer = 0; layer < maps.size(); ++layer)
             EXPECT_EQ(maximumDifference(again[layer], maps[layer]), 0);
+    }
+}
+
+TEST_F(ShadowMapRenderPass2Test, lightsThatGoLeaveNoLayersAndComeBackWhole)
+{
+    buildScene();
+    addSpots(6);
+    const QVariantList all = lights.values();
+    const auto frame = [&](RenderPass &target, const QVariant &value) {
+        set(target, "Kvz_QList_KvzShadowMapManagerLight*_Lights", value);
+        run(target);
+    };
+    for (const Strategy &strategy : strategies()) {
+        SCOPED_TRACE(strategy.name);
+        make(strategy);
+        const QVector<Image> fresh = render(3);
+        ASSERT_EQ(fresh.size(), 6);
+        EXPECT_FALSE(isAllFar(fresh[5]));
+        // From six layers the arrays are made anew; from one, of whose half none is left, they stay.
+        for (const int count : {6, 1}) {
+            SCOPED_TRACE(count);
+            make(strategy);
+            render(3);
+            frame(*pass, all.mid(0, count));
+            const GLObjectCounts counts = glObjectCounts();
+            for (const QVariant &none : {QVariant(QVariantList()), QVariant(), QVariant(5)}) {
+                WorkRecorder work;
+                frame(*pass, none);
+                EXPECT_EQ(work.all(), 0u);
+                ASSERT_TRUE(renderDataOf(*pass));
+                EXPECT_EQ(renderDataOf(*pass)->layerCount, 0);
+                EXPECT_TRUE(renderDataOf(*pass)->transforms.isEmpty());
+                EXPECT_TRUE(renderDataOf(*pass)->projectors.isEmpty());
+                ASSERT_TRUE(array());
+                EXPECT_EQ(layersOf(array()), count == 6 ? 0 : 1);
+            }
+            EXPECT_TRUE(takeGLErrors().isEmpty());
+            frame(*pass, all);
+            const QVector<Image> again = readMaps(*pass);
+            ASSERT_EQ(again.size(), fresh.size());
+            for (int layer = 0; layer < fresh.size(); ++layer)
+                EXPECT_EQ(maximumDifference(again[layer], fresh[layer]), 0) << layer;
+            EXPECT_TRUE(glObjectCounts() == counts);
+            EXPECT_TRUE(log.messages().isEmpty());
+        }
+    }
+}
+
+TEST_F(ShadowMapRenderPass2Test, boundsComeFromThePortsElseFromTheModel)
+{
+    expectBoundsOfPortsElseOfTheModel(*pass);
+}
+
+TEST_F(ShadowMapRenderPass2Test, theCameraCountsOnlyWhenBothMatricesAreThere)
+{
+    expectCameraOnlyWithBothMatrices(*pass);
+}
+
+TEST_F(ShadowMapRenderPass2Test, takesTheCullingMarksAwayOnDirtyFrames)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    for (const QVariant &dirty : {QVariant(), QVariant(true)}) {
+        QMatrix4x4 nowhere;
+        nowhere.translate(100, 0, 0);
+        model->frustumCull(nowhere);
+        ASSERT_EQ(model->culledCount(), 4);
+        set(*pass, "Kvz_bool_Dirty", dirty);
+        render(0);
+        EXPECT_EQ(model->culledCount(), 0);
+        expectRayCast(*pass, bias);
     }
 }
 

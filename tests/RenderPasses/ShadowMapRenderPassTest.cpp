@@ -50,30 +50,9 @@ protected:
     }
 };
 
-int textureParameter(Texture *texture, GLenum name)
-{
-    GLint value = 0;
-    AutoBinder binder(texture);
-    glGetTexParameteriv(texture->target(), name, &value);
-    return value;
-}
-
 int arrayParameter(GLuint texture, GLenum name)
 {
-    const int before = glInteger(GL_TEXTURE_BINDING_2D_ARRAY);
-    GLint value = 0;
-    glBindTexture(GL_TEXTURE_2D_ARRAY, texture);
-    glGetTexParameteriv(GL_TEXTURE_2D_ARRAY, name, &value);
-    glBindTexture(GL_TEXTURE_2D_ARRAY, GLuint(before));
-    return value;
-}
-
-std::vector<float> borderColor(Texture *texture)
-{
-    std::vector<float> color(4);
-    AutoBinder binder(texture);
-    glGetTexParameterfv(texture->target(), GL_TEXTURE_BORDER_COLOR, color.data());
-    return color;
+    return textureParameter(GL_TEXTURE_2D_ARRAY, texture, name);
 }
 
 } // namespace
@@ -282,16 +261,41 @@ TEST_F(ShadowMapRenderPassTest, theResultHasTheFarBorderWithEveryFilter)
         published.append(texture);
         EXPECT_EQ(texture->target(), unsigned(GL_TEXTURE_2D_ARRAY));
         EXPECT_EQ(texture->internalFormat(0), GL_RG32F);
-        EXPECT_EQ(textureParameter(texture, GL_TEXTURE_WRAP_S), GL_CLAMP_TO_BORDER);
-        EXPECT_EQ(textureParameter(texture, GL_TEXTURE_WRAP_T), GL_CLAMP_TO_BORDER);
-        EXPECT_EQ(textureParameter(texture, GL_TEXTURE_MIN_FILTER), GL_LINEAR);
-        EXPECT_EQ(textureParameter(texture, GL_TEXTURE_MAG_FILTER), GL_LINEAR);
-        EXPECT_EQ(borderColor(texture), (std::vector<float>{farMoment, farMoment, farMoment, 1}));
+        EXPECT_EQ(arrayParameter(texture->textureID(), GL_TEXTURE_WRAP_S), GL_CLAMP_TO_BORDER);
+        EXPECT_EQ(arrayParameter(texture->textureID(), GL_TEXTURE_WRAP_T), GL_CLAMP_TO_BORDER);
+        EXPECT_EQ(arrayParameter(texture->textureID(), GL_TEXTURE_MIN_FILTER), GL_LINEAR);
+        EXPECT_EQ(arrayParameter(texture->textureID(), GL_TEXTURE_MAG_FILTER), GL_LINEAR);
+        EXPECT_EQ(borderColor(texture->target(), texture->textureID()),
+            (std::vector<float>{farMoment, farMoment, farMoment, 1}));
     }
     EXPECT_EQ(published[1], published[0]);
     EXPECT_EQ(published[2], published[0]);
     EXPECT_NE(published[3], published[0]) << "the box filter publishes the other array";
     EXPECT_EQ(published[4], published[0]);
+}
+
+TEST_F(ShadowMapRenderPassTest, theDepthIsOnePlaneOfFloatsReadAtTheNearest)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f}, 3);
+    GLuint depth = 0;
+    GLCallRecorder<&epoxy_glTexImage2D> storage;
+    storage.onCall = [&](GLenum, GLint, GLint, GLsizei, GLsizei, GLint, GLenum format, GLenum type, const void *) {
+        EXPECT_EQ(format, GLenum(GL_DEPTH_COMPONENT));
+        EXPECT_EQ(type, GLenum(GL_FLOAT));
+        depth = GLuint(glInteger(GL_TEXTURE_BINDING_2D));
+    };
+    for (const int filter : {0, 1, 2, 3}) {
+        SCOPED_TRACE(filter);
+        render(filter);
+        ASSERT_EQ(storage.calls.size(), 1u);
+        const auto level = [&](GLenum name) { return textureLevelParameter(GL_TEXTURE_2D, depth, name); };
+        EXPECT_EQ(level(GL_TEXTURE_INTERNAL_FORMAT), GL_DEPTH_COMPONENT32F);
+        EXPECT_EQ(level(GL_TEXTURE_WIDTH), mapSize);
+        EXPECT_EQ(level(GL_TEXTURE_HEIGHT), mapSize);
+        EXPECT_EQ(textureParameter(GL_TEXTURE_2D, depth, GL_TEXTURE_MIN_FILTER), GL_NEAREST);
+        EXPECT_EQ(textureParameter(GL_TEXTURE_2D, depth, GL_TEXTURE_MAG_FILTER), GL_NEAREST);
+    }
 }
 
 TEST_F(ShadowMapRenderPassTest, onlyTheResultHasABorderBesideTheMoments)
@@ -312,8 +316,8 @@ TEST_F(ShadowMapRenderPassTest, onlyTheResultHasABorderBesideTheMoments)
         ASSERT_EQ(storage.calls.size(), 1u);
         ASSERT_NE(second, moments->textureID());
         ASSERT_EQ(array()->textureID(), filter == 3 ? second : moments->textureID());
-        EXPECT_EQ(textureParameter(moments, GL_TEXTURE_WRAP_S), GL_CLAMP_TO_BORDER);
-        EXPECT_EQ(textureParameter(moments, GL_TEXTURE_WRAP_T), GL_CLAMP_TO_BORDER);
+        EXPECT_EQ(arrayParameter(moments->textureID(), GL_TEXTURE_WRAP_S), GL_CLAMP_TO_BORDER);
+        EXPECT_EQ(arrayParameter(moments->textureID(), GL_TEXTURE_WRAP_T), GL_CLAMP_TO_BORDER);
         // No filter runs with 0, so the result of the frame before stays as it was.
         const bool hasBorder = filter == 3 || (filter == 0 && before->textureID() == second);
         for (const GLenum axis : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T}) {
@@ -348,7 +352,7 @@ TEST_F(ShadowMapRenderPassTest, aFilterThatDoesNotBuildLeavesTheMomentsAndIsNotB
             << qPrintable(lines[0]);
         EXPECT_TRUE(pass->output(0).isValid());
         EXPECT_EQ(array(), moments);
-        EXPECT_EQ(textureParameter(moments, GL_TEXTURE_WRAP_S), GL_CLAMP_TO_BORDER);
+        EXPECT_EQ(arrayParameter(moments->textureID(), GL_TEXTURE_WRAP_S), GL_CLAMP_TO_BORDER);
         ASSERT_NE(second, 0u) << "the second array is made before the program";
         EXPECT_EQ(arrayParameter(second, GL_TEXTURE_WRAP_S), GL_CLAMP_TO_EDGE);
         EXPECT_EQ(arrayParameter(second, GL_TEXTURE_WRAP_T), GL_CLAMP_TO_EDGE);
@@ -495,59 +499,12 @@ TEST_F(ShadowMapRenderPassTest, aMapSizeThatIsNoneGivesNoMap)
 
 TEST_F(ShadowMapRenderPassTest, boundsComeFromThePortsElseFromTheModel)
 {
-    buildScene();
-    lights.directional({-0.4f, -1, -0.3f});
-    const QPair<QVector3D, QVector3D> given({-20, -1, -20}, {20, 30, 20});
-    const auto expectTransform = [&](const QPair<QVector3D, QVector3D> *bounds) {
-        RenderData expected;
-        ShadowMapManager::processLights(lights.values(), expected, nullptr, nullptr, bounds);
-        const RenderData &data = *renderDataOf(*pass);
-        ASSERT_EQ(data.transforms.size(), expected.transforms.size());
-        EXPECT_TRUE(
-            std::equal(data.transforms[0].matrix, data.transforms[0].matrix + 16, expected.transforms[0].matrix));
-    };
-    const auto own = model->sceneBounds();
-    render(0);
-    expectTransform(&own);
-    set(*pass, "Kvz_QVector3D_SceneBoundsMin", given.first);
-    render(0);
-    expectTransform(&own); // One corner alone says nothing.
-    set(*pass, "Kvz_QVector3D_SceneBoundsMax", given.second);
-    render(0);
-    expectTransform(&given);
-    set(*pass, "Kvz_QVector3D_SceneBoundsMax", QSize(3, 3));
-    render(0);
-    expectTransform(&own);
-    // Qt counts zeros as null.
-    set(*pass, "Kvz_QVector3D_SceneBoundsMax", given.second);
-    set(*pass, "Kvz_QVector3D_SceneBoundsMin", QVector3D(0, 0, 0));
-    render(0);
-    const QPair<QVector3D, QVector3D> fromOrigin({0, 0, 0}, given.second);
-    expectTransform(QVariant(QVector3D()).isNull() ? &own : &fromOrigin);
-    // A model with no items has no bounds.
-    set(*pass, "Kvz_QVector3D_SceneBoundsMax", QVariant());
-    model = GPUModelBuilder().build();
-    render(0);
-    expectTransform(nullptr);
+    expectBoundsOfPortsElseOfTheModel(*pass);
 }
 
 TEST_F(ShadowMapRenderPassTest, theCameraCountsOnlyWhenBothMatricesAreThere)
 {
-    buildScene();
-    lights.directional({-0.4f, -1, -0.3f}, 3);
-    const QMatrix4x4 projection = perspective({4, 3}, 0.5f, 40);
-    const QMatrix4x4 camera = lookAt({6, 5, 8}, {0, 1, 0});
-    const auto layers = [&](const QVariant &projectionValue, const QVariant &cameraValue) {
-        set(*pass, "Kvz_QMatrix4x4_ProjectionMatrix", projectionValue);
-        set(*pass, "Kvz_QMatrix4x4_CameraMatrix", cameraValue);
-        render(0);
-        return renderDataOf(*pass)->layerCount;
-    };
-    EXPECT_EQ(layers({}, {}), 1);
-    EXPECT_EQ(layers(projection, {}), 1);
-    EXPECT_EQ(layers({}, camera), 1);
-    EXPECT_EQ(layers(projection, QSize(1, 1)), 1);
-    EXPECT_EQ(layers(projection, camera), 3);
+    expectCameraOnlyWithBothMatrices(*pass);
 }
 
 TEST_F(ShadowMapRenderPassTest, rowsOfInstanceDataPlaceTheItems)

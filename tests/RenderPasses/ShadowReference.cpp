@@ -209,6 +209,52 @@ int layersOf(Texture *array)
     return value;
 }
 
+namespace {
+
+/// Has a texture bound to its target while it lives.
+class Bound
+{
+public:
+    Bound(GLenum target, GLuint texture)
+        : m_target(target)
+    {
+        const GLenum binding = target == GL_TEXTURE_2D ? GL_TEXTURE_BINDING_2D : GL_TEXTURE_BINDING_2D_ARRAY;
+        glGetIntegerv(binding, &m_before);
+        glBindTexture(target, texture);
+    }
+    ~Bound() { glBindTexture(m_target, GLuint(m_before)); }
+
+private:
+    GLenum m_target;
+    GLint m_before = 0;
+};
+
+} // namespace
+
+int textureParameter(unsigned int target, unsigned int texture, unsigned int name)
+{
+    GLint value = 0;
+    const Bound bound(target, texture);
+    glGetTexParameteriv(target, name, &value);
+    return value;
+}
+
+int textureLevelParameter(unsigned int target, unsigned int texture, unsigned int name)
+{
+    GLint value = 0;
+    const Bound bound(target, texture);
+    glGetTexLevelParameteriv(target, 0, name, &value);
+    return value;
+}
+
+std::vector<float> borderColor(unsigned int target, unsigned int texture)
+{
+    std::vector<float> color(4);
+    const Bound bound(target, texture);
+    glGetTexParameterfv(target, GL_TEXTURE_BORDER_COLOR, color.data());
+    return color;
+}
+
 QStringList assertionTexts(const char *file, const QStringList &lines)
 {
     const QRegularExpression form(
@@ -412,6 +458,70 @@ void ShadowTest::expectAxisDepth(const RenderPass &pass, const Image &map, doubl
 {
     // Single precision of a depth near 1 in two divisions.
     EXPECT_NEAR(map.at(map.width / 2, map.height / 2)[0], axisDepth(pass, distance) + bias, 2e-6);
+}
+
+void ShadowTest::expectBoundsOfPortsElseOfTheModel(RenderPass &pass)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    const QPair<QVector3D, QVector3D> given({-20, -1, -20}, {20, 30, 20});
+    const auto frame = [&] {
+        connect(pass, 16);
+        run(pass);
+    };
+    const auto expectTransform = [&](const QPair<QVector3D, QVector3D> *bounds) {
+        ShadowMapManager::RenderData expected;
+        ShadowMapManager::processLights(lights.values(), expected, nullptr, nullptr, bounds);
+        const ShadowMapManager::RenderData &data = *renderDataOf(pass);
+        ASSERT_EQ(data.transforms.size(), expected.transforms.size());
+        EXPECT_TRUE(
+            std::equal(data.transforms[0].matrix, data.transforms[0].matrix + 16, expected.transforms[0].matrix));
+    };
+    const auto own = model->sceneBounds();
+    frame();
+    expectTransform(&own);
+    set(pass, "Kvz_QVector3D_SceneBoundsMin", given.first);
+    frame();
+    expectTransform(&own); // One corner alone says nothing.
+    set(pass, "Kvz_QVector3D_SceneBoundsMax", given.second);
+    frame();
+    expectTransform(&given);
+    set(pass, "Kvz_QVector3D_SceneBoundsMax", QSize(3, 3));
+    frame();
+    expectTransform(&own);
+    // Qt counts zeros as null.
+    set(pass, "Kvz_QVector3D_SceneBoundsMax", given.second);
+    set(pass, "Kvz_QVector3D_SceneBoundsMin", QVector3D(0, 0, 0));
+    frame();
+    const QPair<QVector3D, QVector3D> fromOrigin({0, 0, 0}, given.second);
+    expectTransform(QVariant(QVector3D()).isNull() ? &own : &fromOrigin);
+    // A model with no items has no bounds.
+    set(pass, "Kvz_QVector3D_SceneBoundsMax", QVariant());
+    model = GPUModelBuilder().build();
+    frame();
+    expectTransform(nullptr);
+}
+
+void ShadowTest::expectCameraOnlyWithBothMatrices(RenderPass &pass)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f}, 3);
+    const QMatrix4x4 projection = perspective({4, 3}, 0.5f, 40);
+    const QMatrix4x4 camera = lookAt({6, 5, 8}, {0, 1, 0});
+    const auto layers = [&](const QVariant &projectionValue, const QVariant &cameraValue) {
+        set(pass, "Kvz_QMatrix4x4_ProjectionMatrix", projectionValue);
+        set(pass, "Kvz_QMatrix4x4_CameraMatrix", cameraValue);
+        connect(pass, 16);
+        run(pass);
+        return renderDataOf(pass)->layerCount;
+    };
+    // First with both, so that programs are built for as many matrices as there come to be.
+    EXPECT_EQ(layers(projection, camera), 3);
+    EXPECT_EQ(layers({}, {}), 1);
+    EXPECT_EQ(layers(projection, {}), 1);
+    EXPECT_EQ(layers({}, camera), 1);
+    EXPECT_EQ(layers(projection, QSize(1, 1)), 1);
+    EXPECT_EQ(layers(projection, camera), 3);
 }
 
 QMatrix4x4 placedAt(const QVector3D &position, const QVector3D &scale)

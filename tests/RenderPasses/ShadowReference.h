@@ -16,6 +16,7 @@
 #include <QtCore/QVariantList>
 
 #include <memory>
+#include <vector>
 
 namespace Velmora::Kvz {
 
@@ -68,6 +69,14 @@ bool isAllFar(const Image &map);
 int layersOf(Texture *array);
 /// The texts of assertions as "condition | message", without their places, which must be in this file.
 QStringList assertionTexts(const char *file, const QStringList &lines);
+
+/// \name The state of a texture by its name
+/// `target` is that of planes or of arrays. What was bound to it stays.
+/// @{
+int textureParameter(unsigned int target, unsigned int texture, unsigned int name);
+int textureLevelParameter(unsigned int target, unsigned int texture, unsigned int name);
+std::vector<float> borderColor(unsigned int target, unsigned int texture);
+/// @}
 
 /// What a pass published.
 ShadowMapManager::RenderData *renderDataOf(const RenderPass &pass);
@@ -127,6 +136,11 @@ protected:
     void connect(RenderPass &pass, int mapSize);
     /// One frame.
     static void run(RenderPass &pass);
+
+    /// Holds the lights' matrices against those of bounds from both ports, else from the model, which is replaced at the end.
+    void expectBoundsOfPortsElseOfTheModel(RenderPass &pass);
+    /// Holds the number of cascades against whether both matrices are there.
+    void expectCameraOnlyWithBothMatrices(RenderPass &pass);
 
     /// Holds every layer against a ray cast: `bias` is what the depths have on top.
     void expectRayCast(const RenderPass &pass, double bias);
