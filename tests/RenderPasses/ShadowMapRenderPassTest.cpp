@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "ShadowReference.h"
+#include "support/ChangedShaders.h"
 #include "support/GLCallRecorder.h"
 
 #include <GL/AutoBinder.h>
@@ -572,6 +573,73 @@ TEST_F(ShadowMapRenderPassTest, aProgramThatDoesNotBuildEndsTheFrameAndIsNotBuil
     setFilter(0);
     run(*pass);
     EXPECT_TRUE(isAllFar(readMaps(*pass)[0]));
+}
+
+// The stages are right each by itself, so that linking alone can fail.
+TEST_F(ShadowMapRenderPassTest, aProgramThatDoesNotLinkEndsTheFrameAndIsNotBuiltAgain)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    connect(*pass, mapSize);
+    const int programs = glObjectCounts().programs;
+    {
+        ChangedShaders other("in vec2 vo_fragPos", "in vec3 vo_fragPos");
+        GLCallRecorder<&epoxy_glLinkProgram> links;
+        GLCallRecorder<&epoxy_glClear> clears;
+        GLCallRecorder<&epoxy_glDrawElements> draws;
+        run(*pass);
+        EXPECT_EQ(other.changed, 1);
+        EXPECT_EQ(links.calls.size(), 1u) << "it compiles";
+        EXPECT_EQ(clears.calls.size() + draws.calls.size(), 0u);
+    }
+    log.takeCategory(QStringLiteral("kvz.gl"));
+    const QStringList lines = log.takeDebug();
+    ASSERT_EQ(lines.size(), 1);
+    EXPECT_TRUE(
+        QRegularExpression(QStringLiteral("^\\[ShadowMapRenderPass:\\d+\\] .*vo_fragPos")).match(lines[0]).hasMatch())
+        << qPrintable(lines[0]);
+    EXPECT_FALSE(pass->output(0).isValid());
+    EXPECT_EQ(glObjectCounts().programs, programs + 1);
+    // From then on the maps are empty, although the driver would now build it.
+    setFilter(0);
+    run(*pass);
+    EXPECT_EQ(glObjectCounts().programs, programs + 1);
+    EXPECT_TRUE(log.messages().isEmpty());
+    EXPECT_TRUE(isAllFar(readMaps(*pass).value(0)));
+    EXPECT_EQ(pass->errorCode(), 0u);
+}
+
+TEST_F(ShadowMapRenderPassTest, aFilterThatDoesNotLinkLeavesTheMomentsAndIsNotBuiltAgain)
+{
+    buildScene();
+    lights.directional({-0.4f, -1, -0.3f});
+    for (const int filter : {1, 2}) { // The third reads nothing of the vertex stage.
+        SCOPED_TRACE(filter);
+        pass = std::make_unique<ShadowMapRenderPass>();
+        const Image unfiltered = render(0)[0];
+        Texture *const moments = array();
+        const int programs = glObjectCounts().programs;
+        {
+            ChangedShaders other("in vec2 vo_TexCoord;", "in vec3 vo_TexCoord;\n#define vo_TexCoord vo_TexCoord.xy");
+            GLCallRecorder<&epoxy_glLinkProgram> links;
+            EXPECT_EQ(maximumDifference(render(filter)[0], unfiltered), 0);
+            EXPECT_EQ(other.changed, 1);
+            EXPECT_EQ(links.calls.size(), 1u) << "it compiles";
+        }
+        log.takeCategory(QStringLiteral("kvz.gl"));
+        const QStringList lines = log.takeDebug();
+        ASSERT_EQ(lines.size(), 1);
+        EXPECT_TRUE(QRegularExpression(QStringLiteral("^\\[ShadowMapRenderPass:\\d+\\] .*vo_TexCoord"))
+                        .match(lines[0])
+                        .hasMatch())
+            << qPrintable(lines[0]);
+        EXPECT_TRUE(pass->output(0).isValid());
+        EXPECT_EQ(array(), moments);
+        EXPECT_EQ(glObjectCounts().programs, programs + 1);
+        render(filter);
+        EXPECT_EQ(glObjectCounts().programs, programs + 1);
+        EXPECT_TRUE(log.messages().isEmpty());
+    }
 }
 
 TEST_F(ShadowMapRenderPassTest, takesTheCullingMarksAwayEachFrame)
