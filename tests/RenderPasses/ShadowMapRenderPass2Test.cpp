@@ -896,7 +896,7 @@ TEST_F(ShadowMapRenderPass2Test, lightsThatGoLeaveNoLayersAndComeBackWhole)
         const QVector<Image> fresh = render(3);
         ASSERT_EQ(fresh.size(), 6);
         EXPECT_FALSE(isAllFar(fresh[5]));
-        // From six layers the arrays are made anew; from one, of whose half none is left, they stay.
+        // From six layers the arrays are made anew; from one, half of which is none, they stay.
         for (const int count : {6, 1}) {
             SCOPED_TRACE(count);
             make(strategy);
