@@ -146,16 +146,18 @@ TEST_F(VisibilityBufferListsTest, givesEachFragmentItsOwnNode)
     setScene(layeredScene(true));
     runBuffer();
     const VisibilityLists lists(*buffer);
-    std::set<quint32> places;
-    int nodes = 0;
-    for (int y = 0; y < size.height(); ++y) {
-        for (int x = 0; x < size.width(); ++x) {
-            for (const ListNode &node : lists.at(x, y)) {
-                places.insert(node.place);
-                ++nodes;
+    const auto placesOf = [this](const VisibilityLists &all) {
+        std::set<quint32> places;
+        for (int y = 0; y < size.height(); ++y) {
+            for (int x = 0; x < size.width(); ++x) {
+                for (const ListNode &node : all.at(x, y))
+                    places.insert(node.place);
             }
         }
-    }
+        return places;
+    };
+    const int nodes = lists.nodeCount();
+    const std::set<quint32> places = placesOf(lists);
     EXPECT_GT(nodes, 21000);
     EXPECT_EQ(int(places.size()), nodes);
     // Numbers are given without a gap.
@@ -164,8 +166,13 @@ TEST_F(VisibilityBufferListsTest, givesEachFragmentItsOwnNode)
 
     // The counter starts anew with each frame.
     runBuffer();
-    EXPECT_EQ(VisibilityLists(*buffer).nodeCount(), nodes);
-    EXPECT_EQ(VisibilityLists(*buffer).at(64, 48).size(), lists.at(64, 48).size());
+    const VisibilityLists second(*buffer);
+    const std::set<quint32> secondPlaces = placesOf(second);
+    EXPECT_EQ(second.nodeCount(), nodes);
+    EXPECT_EQ(int(secondPlaces.size()), nodes);
+    EXPECT_EQ(*secondPlaces.begin(), 1u);
+    EXPECT_EQ(int(*secondPlaces.rbegin()), nodes);
+    EXPECT_EQ(second.at(64, 48).size(), lists.at(64, 48).size());
 }
 
 TEST_F(VisibilityBufferListsTest, recordsLayersThatFillTheImage)
@@ -226,13 +233,20 @@ TEST_F(VisibilityBufferSingleNodeTest, recordsTheNearestThatRaysMeet)
 
 TEST_F(VisibilityBufferRenderPassTest, leavesUncoveredPixelsWithoutAList)
 {
+    // First a frame that covers all: heads that stay would show.
+    RayCastScene wall;
+    wall.add(wallMesh(), MaterialData());
+    setModel(wall.build());
+    setViewport(QSize(8, 6));
+    runBuffer();
+    ASSERT_EQ(VisibilityLists(*buffer).nodeCount(), 8 * 6);
+
     RayCastScene half;
     QMatrix4x4 matrix;
     matrix.translate(-0.5f, 0);
     matrix.scale(0.5f, 1, 1);
     half.add(wallMesh(), MaterialData(), matrix);
     setModel(half.build());
-    setViewport(QSize(8, 6));
     glClearColor(1, 1, 1, 1); // The pass sets its own.
     runBuffer();
     const VisibilityLists lists(*buffer);
@@ -341,24 +355,43 @@ TEST_F(VisibilityBufferRenderPassTest, makesTexturesOfItsFormats)
 
 TEST_F(VisibilityBufferRenderPassTest, remakesWhatHasTheViewportsSize)
 {
+    RayCastScene wall;
+    wall.add(wallMesh(), MaterialData());
+    setModel(wall.build());
     setViewport(QSize(16, 8));
     runBuffer();
     const GLObjectCounts before = glObjectCounts();
-    const QPointer<Texture> heads = buffer->output(Buffer::HeadPointers).value<Texture *>();
-    const QPointer<Texture> nodes = buffer->output(Buffer::NodeBuffer).value<Texture *>();
+    QPointer<Texture> heads = buffer->output(Buffer::HeadPointers).value<Texture *>();
+    QPointer<Texture> nodes = buffer->output(Buffer::NodeBuffer).value<Texture *>();
     runBuffer();
     EXPECT_EQ(buffer->output(Buffer::HeadPointers).value<Texture *>(), heads);
     EXPECT_EQ(buffer->output(Buffer::NodeBuffer).value<Texture *>(), nodes);
 
-    for (const QSize &other : {QSize(15, 8), QSize(15, 9)}) {
+    // In width alone, then in height alone, each time larger once: a target of the old size would cut off what is new.
+    const bool hasLists = hasVisibilityLists();
+    for (const QSize &other : {QSize(15, 8), QSize(15, 9), QSize(17, 9), QSize(17, 7)}) {
+        SCOPED_TRACE(::testing::Message() << other.width() << " by " << other.height());
+        QVector<GLuint> deleted;
         GLCallRecorder<&epoxy_glDeleteTextures> deletions;
+        deletions.onCall = [&](GLsizei count, const GLuint *names) {
+            for (GLsizei i = 0; i < count; ++i)
+                deleted.append(names[i]);
+        };
+        const GLuint oldHeads = heads->textureID();
+        const GLuint oldNodes = nodes->textureID();
         setViewport(other);
         runBuffer();
-        TextureManager::Instance()->deleteUnusedTempTextures();
         EXPECT_TRUE(heads.isNull());
-        EXPECT_EQ(nodes.isNull(), !hasVisibilityLists());
-        EXPECT_EQ(buffer->output(Buffer::HeadPointers).value<Texture *>()->width(0), 15);
-        EXPECT_EQ(buffer->output(Buffer::NodeBufferWidth).toInt(), hasVisibilityLists() ? 4096 : 15);
+        EXPECT_TRUE(deleted.contains(oldHeads));
+        EXPECT_EQ(nodes.isNull(), !hasLists);
+        EXPECT_EQ(deleted.contains(oldNodes), !hasLists);
+        TextureManager::Instance()->deleteUnusedTempTextures();
+        heads = buffer->output(Buffer::HeadPointers).value<Texture *>();
+        nodes = buffer->output(Buffer::NodeBuffer).value<Texture *>();
+        EXPECT_EQ(QSize(heads->width(0), heads->height(0)), other);
+        EXPECT_EQ(QSize(nodes->width(0), nodes->height(0)), hasLists ? QSize(4096, 4096) : other);
+        EXPECT_EQ(buffer->output(Buffer::NodeBufferWidth).toInt(), hasLists ? 4096 : other.width());
+        EXPECT_EQ(VisibilityLists(*buffer).nodeCount(), other.width() * other.height());
     }
     setViewport(QSize(16, 8));
     runBuffer();
