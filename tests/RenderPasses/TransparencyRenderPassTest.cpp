@@ -462,10 +462,15 @@ TEST_F(TransparencyRenderPassTest, leavesTheClearColourBlackAndTheBlendFunctionO
 
 TEST_F(TransparencyRenderPassTest, remakesItsTargetsWhenTheSizeChanges)
 {
+    // Glass all over, and before the left half of it a wall that hides it.
     RayCastScene scene;
     scene.add(wallMesh(), coloured({0.6f, 0.6f, 0.6f}, 0.5f));
+    scene.add(wallMesh(), coloured({0.3f, 0.3f, 0.3f}, 1), placed({-0.5f, 0, 0.4f}, 0, {0.5f, 1, 1}));
     const QSharedPointer<GPUModel> model = scene.build();
-    draw(model, QSize(8, 6));
+    QMatrix4x4 projection;
+    projection.ortho(-1, 1, -1, 1, -1, 1);
+    const auto drawAt = [&](const QSize &size) { return draw(model, size, QMatrix4x4(), projection); };
+    drawAt(QSize(8, 6));
     const GLObjectCounts counts = glObjectCounts();
     QPointer<Texture> frame = texture(Port::Frame);
     QPointer<Texture> depth = texture(Port::Depth);
@@ -479,16 +484,30 @@ TEST_F(TransparencyRenderPassTest, remakesItsTargetsWhenTheSizeChanges)
             EXPECT_EQ(value, GL_NEAREST);
         }
     }
-    draw(model, QSize(8, 6));
+    drawAt(QSize(8, 6));
     EXPECT_EQ(texture(Port::Frame), frame);
-    const Image larger = draw(model, QSize(10, 9));
-    EXPECT_TRUE(frame.isNull());
-    EXPECT_TRUE(depth.isNull());
-    EXPECT_EQ(texture(Port::Depth)->height(0), 9);
-    EXPECT_TRUE(glObjectCounts() == counts);
-    // The accumulation draws with the new depth: nothing of it is amiss.
-    pass = std::make_unique<TransparencyRenderPass>();
-    EXPECT_EQ(maximumDifference(larger, draw(model, QSize(10, 9))), 0);
+    // In width alone, then in height alone.
+    for (const QSize &size : {QSize(10, 6), QSize(10, 9)}) {
+        SCOPED_TRACE(::testing::Message() << size.width() << " by " << size.height());
+        const Image larger = drawAt(size);
+        EXPECT_TRUE(frame.isNull());
+        EXPECT_TRUE(depth.isNull());
+        frame = texture(Port::Frame);
+        depth = texture(Port::Depth);
+        for (const Texture *const target : {frame.data(), depth.data()})
+            EXPECT_EQ(QSize(target->width(0), target->height(0)), size);
+        EXPECT_TRUE(glObjectCounts() == counts);
+        // The accumulation draws with the new depth: the wall hides the glass behind it, and nothing else is amiss.
+        for (int y = 0; y < size.height(); ++y) {
+            EXPECT_NEAR(double(larger.pixel(2, y).x()), facing(0.3), 1e-5);
+            EXPECT_EQ(larger.pixel(2, y).w(), 1.0f);
+            EXPECT_NEAR(double(larger.pixel(7, y).x()), facing(0.6) + 0.5 * double(background.x()), 1e-5);
+        }
+        auto resized = std::move(pass);
+        pass = std::make_unique<TransparencyRenderPass>();
+        EXPECT_EQ(maximumDifference(larger, drawAt(size)), 0);
+        pass = std::move(resized);
+    }
 }
 
 TEST_F(TransparencyRenderPassTest, publishesNullWithoutAViewport)
