@@ -244,7 +244,7 @@ TEST_F(VisibilityDeferredSingleNodeTest, shadesTheNearestOfManyLayers)
     rings.add(mesh, glass({0.4f, 0.3f, 0.2f}, 0.5f));
     setScene(rings, QSize(128, 96), lookAt(QVector3D(0.3f, 0.5f, 3), QVector3D()));
     compareWithRayCast(
-        runAll(), 0.85, 4000, {0, 2}, [](const QVector<RayHit> &hits) { return byDepth(hits).mid(0, 1); });
+        runAll(), 0.85, 4000, {0, 4}, [](const QVector<RayHit> &hits) { return byDepth(hits).mid(0, 1); });
 }
 
 TEST_F(VisibilityDeferredListsTest, readsTheRowsOfEachDraw)
