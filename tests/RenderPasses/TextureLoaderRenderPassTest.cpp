@@ -125,6 +125,20 @@ TEST_F(TextureLoaderRenderPassTest, whatIsNoImageGivesAWhiteTexel)
     }
 }
 
+TEST_F(TextureLoaderRenderPassTest, aPathIsNotTriedWithTheSuffixesOfImages)
+{
+    write("missing.png", distinctImage(4, 4));
+    write("directory.png", distinctImage(4, 4));
+    ASSERT_TRUE(QDir(folder.path(QString())).mkdir(QStringLiteral("directory")));
+    const QString good = write("good.png", distinctImage(6, 2));
+    for (const char *name : {"missing", "directory"}) {
+        load(good);
+        ASSERT_EQ(texture()->width(0), 6);
+        load(folder.path(QString::fromLatin1(name)));
+        EXPECT_TRUE(isWhiteTexel()) << name;
+    }
+}
+
 TEST_F(TextureLoaderRenderPassTest, readsAPathOnce)
 {
     const QString path = write("a.png", distinctImage(4, 4));
