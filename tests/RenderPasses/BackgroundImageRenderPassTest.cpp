@@ -2,6 +2,7 @@
 #include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
 #include "support/ImageFiles.h"
+#include "support/PoolEntries.h"
 #include "support/PooledTextures.h"
 
 #include <GL/GLStatistics.h>
@@ -305,6 +306,32 @@ TEST_F(BackgroundImageRenderPassTest, withoutNormalsAndDepthItTakesTemporaryOnes
     ASSERT_TRUE(frame());
     EXPECT_EQ(PooledTextures::allReferences(), before + 1);
     TextureManager::Instance()->releaseTempTextureRef(frame(), 1);
+
+    // What they are, at the draw.
+    GLCallRecorder<&epoxy_glDrawArrays> draws;
+    draws.onCall = [](GLenum, GLint, GLsizei) {
+        const GLint depthName = attachedTexture(GL_STENCIL_ATTACHMENT);
+        const GLuint program = GLuint(glInteger(GL_CURRENT_PROGRAM));
+        GLint unit = -1;
+        glGetUniformiv(program, glGetUniformLocation(program, "u_NormalAndMatIdTex"), &unit);
+        const int active = glInteger(GL_ACTIVE_TEXTURE);
+        glActiveTexture(GL_TEXTURE0 + GLenum(unit));
+        const GLint normalName = glInteger(GL_TEXTURE_BINDING_2D);
+        glActiveTexture(GLenum(active));
+        for (const auto &[name, format, internalFormat] :
+            {std::tuple(depthName, TextureFormat::DepthStencil, GL_DEPTH24_STENCIL8),
+                std::tuple(normalName, TextureFormat::HighDynamicRange, GL_RGBA16F)}) {
+            const TextureManager::PooledTexture substitute = poolEntry(name);
+            ASSERT_TRUE(substitute.texture) << internalFormat;
+            EXPECT_EQ(substitute.format, format);
+            EXPECT_EQ(substitute.texture->internalFormat(0), internalFormat);
+            EXPECT_EQ(QSize(substitute.texture->width(0), substitute.texture->height(0)), QSize(width, height));
+            EXPECT_EQ(substitute.texture->target(), GLenum(GL_TEXTURE_2D));
+        }
+    };
+    pass->setNumOutputUsers(0, 0);
+    pass->start(nullptr);
+    EXPECT_EQ(draws.calls.size(), 1u);
 }
 
 TEST_F(BackgroundImageRenderPassTest, leavesDepthAlone)
@@ -341,6 +368,9 @@ TEST_F(BackgroundImageRenderPassTest, leavesTheStateThatItSays)
 {
     glEnable(GL_DEPTH_TEST);
     glEnable(GL_STENCIL_TEST);
+    glStencilMask(0xff);
+    glStencilFunc(GL_ALWAYS, 5, 0x0f);
+    glStencilOp(GL_REPLACE, GL_INCR, GL_INVERT);
     pass->start(nullptr);
     EXPECT_FALSE(glFlag(GL_DEPTH_TEST));
     EXPECT_EQ(glInteger(GL_DEPTH_WRITEMASK), GL_FALSE);
@@ -349,6 +379,8 @@ TEST_F(BackgroundImageRenderPassTest, leavesTheStateThatItSays)
     EXPECT_EQ(glInteger(GL_STENCIL_REF), 0);
     EXPECT_EQ(glInteger(GL_STENCIL_VALUE_MASK), 0xff);
     EXPECT_EQ(glInteger(GL_STENCIL_WRITEMASK), 0);
+    for (const GLenum operation : {GL_STENCIL_FAIL, GL_STENCIL_PASS_DEPTH_FAIL, GL_STENCIL_PASS_DEPTH_PASS})
+        EXPECT_EQ(glInteger(operation), GL_KEEP);
     GLint viewport[4];
     glGetIntegerv(GL_VIEWPORT, viewport);
     EXPECT_EQ(viewport[2], width);
@@ -361,16 +393,23 @@ TEST_F(BackgroundImageRenderPassTest, leavesTheStateThatItSays)
 TEST_F(BackgroundImageRenderPassTest, makesProgramAndQuadOnceWithSetupOrWithout)
 {
     GLCallRecorder<&epoxy_glLinkProgram> links;
+    GLCallRecorder<&epoxy_glGenVertexArrays> vertexArrays;
     pass->setup(nullptr);
     pass->setup(nullptr);
     EXPECT_EQ(links.calls.size(), 1u);
+    EXPECT_EQ(vertexArrays.calls.size(), 1u);
     pass->start(nullptr);
+    pass->start(nullptr);
+    pass->setInput(Port::Viewport, QRect(0, 0, 2 * width, 3));
     pass->start(nullptr);
     EXPECT_EQ(links.calls.size(), 1u);
+    EXPECT_EQ(vertexArrays.calls.size(), 1u);
     BackgroundImageRenderPass other;
     other.setInput(Port::Viewport, QRect(0, 0, 2, 2));
     other.start(nullptr);
+    other.start(nullptr);
     EXPECT_EQ(links.calls.size(), 2u);
+    EXPECT_EQ(vertexArrays.calls.size(), 2u);
 }
 
 TEST_F(BackgroundImageRenderPassTest, deletesWhatItMadeAndNotTheImages)

@@ -4,6 +4,7 @@
 #include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
 #include "support/ImageFiles.h"
+#include "support/PoolEntries.h"
 #include "support/PooledTextures.h"
 
 #include <GL/AutoBinder.h>
@@ -487,14 +488,41 @@ TEST_F(SkyboxRenderPassTest, clearsWhatItTookAndNothingElse)
         GLCallRecorder<&epoxy_glClearBufferfv> colors;
         GLCallRecorder<&epoxy_glClearBufferfi> depths;
         GLCallRecorder<&epoxy_glClear> all;
+        colors.onCall = [](GLenum buffer, GLint index, const GLfloat *value) {
+            EXPECT_EQ(buffer, GLenum(GL_COLOR));
+            EXPECT_EQ(index, 0);
+            EXPECT_EQ(QVector4D(value[0], value[1], value[2], value[3]), QVector4D(0, 0, 0, 1));
+        };
         other.start(nullptr);
         EXPECT_TRUE(all.calls.empty());
+        for (const auto &call : depths.calls)
+            EXPECT_EQ(call, std::make_tuple(GLenum(GL_DEPTH_STENCIL), 0, 1.0f, 0));
         return std::make_pair(colors.calls.size(), depths.calls.size());
     };
     EXPECT_EQ(clears(false, false), std::make_pair(size_t(1), size_t(1)));
     EXPECT_EQ(clears(true, false), std::make_pair(size_t(0), size_t(1)));
     EXPECT_EQ(clears(false, true), std::make_pair(size_t(1), size_t(0)));
     EXPECT_EQ(clears(true, true), std::make_pair(size_t(0), size_t(0)));
+}
+
+TEST_F(SkyboxRenderPassTest, withoutDepthItTakesOneWithAStencil)
+{
+    const auto sky = makeTexture(filled(1, 1, skyColor), GL_RGBA32F);
+    setSize(5, 3);
+    setTexture(Port::LatLongMap, sky.get());
+    GLCallRecorder<&epoxy_glDrawArrays> draws;
+    draws.onCall = [](GLenum, GLint, GLsizei) {
+        for (const GLenum attachment : {GL_DEPTH_ATTACHMENT, GL_STENCIL_ATTACHMENT}) {
+            const TextureManager::PooledTexture depth = poolEntry(attachedTexture(attachment));
+            ASSERT_TRUE(depth.texture);
+            EXPECT_EQ(depth.format, TextureFormat::DepthStencil);
+            EXPECT_EQ(depth.texture->internalFormat(0), GL_DEPTH24_STENCIL8);
+            EXPECT_EQ(depth.texture->target(), GLenum(GL_TEXTURE_2D));
+            EXPECT_EQ(QSize(depth.texture->width(0), depth.texture->height(0)), QSize(5, 3));
+        }
+    };
+    pass->start(nullptr);
+    EXPECT_EQ(draws.calls.size(), 1u);
 }
 
 TEST_F(SkyboxRenderPassTest, choosesTheFormatOfANewFrame)
@@ -648,8 +676,18 @@ TEST_F(SkyboxRenderPassTest, anUnconnectedViewportDrawsNothing)
 {
     const auto sky = makeTexture(filled(1, 1, skyColor), GL_RGBA32F);
     setTexture(Port::LatLongMap, sky.get());
-    pass->start(nullptr);
-    takeGLErrors(); // The clear of an incomplete framebuffer.
+    {
+        GLCallRecorder<&epoxy_glDrawArrays> draws;
+        draws.onCall = [](GLenum, GLint, GLsizei) {
+            GLint viewport[4];
+            glGetIntegerv(GL_VIEWPORT, viewport);
+            EXPECT_EQ(viewport[2] * viewport[3], 0);
+            EXPECT_NE(glCheckFramebufferStatus(GL_DRAW_FRAMEBUFFER), GLenum(GL_FRAMEBUFFER_COMPLETE));
+        };
+        pass->start(nullptr);
+        EXPECT_LE(draws.calls.size(), 1u);
+    }
+    EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION}) << "clears and draw";
     ASSERT_TRUE(frame());
     EXPECT_EQ(frame()->width(0), 0);
 }
@@ -674,6 +712,9 @@ TEST_F(SkyboxRenderPassTest, leavesTheStateThatItSays)
 
     glEnable(GL_BLEND);
     setTexture(Port::Depth, makeDepthStencil(4, 4, 2, [](int, int) { return 0; }));
+    glStencilMask(0xff);
+    glStencilFunc(GL_ALWAYS, 5, 0x0f);
+    glStencilOp(GL_REPLACE, GL_INCR, GL_INVERT);
     pass->start(nullptr);
     EXPECT_FALSE(glFlag(GL_STENCIL_TEST));
     EXPECT_FALSE(glFlag(GL_BLEND));
@@ -681,6 +722,8 @@ TEST_F(SkyboxRenderPassTest, leavesTheStateThatItSays)
     EXPECT_EQ(glInteger(GL_STENCIL_REF), 0);
     EXPECT_EQ(glInteger(GL_STENCIL_VALUE_MASK), 0xff);
     EXPECT_EQ(glInteger(GL_STENCIL_WRITEMASK), 0);
+    for (const GLenum operation : {GL_STENCIL_FAIL, GL_STENCIL_PASS_DEPTH_FAIL, GL_STENCIL_PASS_DEPTH_PASS})
+        EXPECT_EQ(glInteger(operation), GL_KEEP);
     glStencilMask(~0u);
     glStencilFunc(GL_ALWAYS, 0, ~0u);
     glBlendEquation(GL_FUNC_ADD);
@@ -695,8 +738,17 @@ TEST_F(SkyboxRenderPassTest, setsHowTheSourceIsSampled)
         glGetTexParameteriv(texture->target(), name, &value);
         return value;
     };
+    // What none of the sources is to be sampled with.
+    const auto setOthers = [](Texture *texture) {
+        AutoBinder binder(texture);
+        glTexParameteri(texture->target(), GL_TEXTURE_MIN_FILTER, GL_NEAREST_MIPMAP_NEAREST);
+        glTexParameteri(texture->target(), GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+        glTexParameteri(texture->target(), GL_TEXTURE_WRAP_S, GL_MIRRORED_REPEAT);
+        glTexParameteri(texture->target(), GL_TEXTURE_WRAP_T, GL_MIRRORED_REPEAT);
+    };
     setSize(4, 4);
     Texture *const cube = loadArrows(8);
+    setOthers(cube);
     setTexture(Port::Cubemap, cube);
     bool wasSeamless = false;
     {
@@ -710,20 +762,25 @@ TEST_F(SkyboxRenderPassTest, setsHowTheSourceIsSampled)
     EXPECT_EQ(parameter(cube, GL_TEXTURE_MIN_FILTER), GL_LINEAR_MIPMAP_LINEAR);
     EXPECT_EQ(parameter(cube, GL_TEXTURE_MAG_FILTER), GL_LINEAR);
     EXPECT_EQ(parameter(cube, GL_TEXTURE_WRAP_S), GL_CLAMP_TO_EDGE);
+    EXPECT_EQ(parameter(cube, GL_TEXTURE_WRAP_T), GL_CLAMP_TO_EDGE);
 
     setTexture(Port::Cubemap, nullptr);
     Texture *const panorama = loadPanorama(distinctImage(8, 4));
+    setOthers(panorama);
     setTexture(Port::LatLongMap, panorama);
     pass->start(nullptr);
     EXPECT_EQ(parameter(panorama, GL_TEXTURE_WRAP_S), GL_REPEAT);
     EXPECT_EQ(parameter(panorama, GL_TEXTURE_WRAP_T), GL_CLAMP_TO_EDGE);
     EXPECT_EQ(parameter(panorama, GL_TEXTURE_MIN_FILTER), GL_LINEAR);
+    EXPECT_EQ(parameter(panorama, GL_TEXTURE_MAG_FILTER), GL_NEAREST) << "left as it was";
 
     const auto flat = makeTexture(filled(2, 2, skyColor), GL_RGBA32F);
+    setOthers(flat.get());
     setTexture(Port::Background, flat.get());
     pass->start(nullptr);
     EXPECT_EQ(parameter(flat.get(), GL_TEXTURE_MIN_FILTER), GL_LINEAR);
     EXPECT_EQ(parameter(flat.get(), GL_TEXTURE_MAG_FILTER), GL_NEAREST) << "left as it was";
+    EXPECT_EQ(parameter(flat.get(), GL_TEXTURE_WRAP_S), GL_MIRRORED_REPEAT) << "left as it was";
 }
 
 TEST_F(SkyboxRenderPassTest, deletesWhatItMade)
