@@ -813,7 +813,14 @@ TEST_F(DepthOfFieldRenderPassTest, takesItsObjectsAlong)
     const GLObjectCounts before = glObjectCounts();
     {
         DepthOfFieldRenderPass other;
-        startOne(other);
+        {
+            GLCallRecorder<&epoxy_glGenVertexArrays> vertexArrays;
+            GLCallRecorder<&epoxy_glLinkProgram> links;
+            for (int i = 0; i < 3; ++i)
+                startOne(other);
+            EXPECT_EQ(vertexArrays.calls.size(), 1u) << "the quad is made once";
+            EXPECT_EQ(links.calls.size(), 1u);
+        }
         EXPECT_EQ(glObjectCounts().textures, before.textures + 1);
         EXPECT_EQ(glObjectCounts().framebuffers, before.framebuffers + 1);
         EXPECT_EQ(glObjectCounts().programs, before.programs + 1);
