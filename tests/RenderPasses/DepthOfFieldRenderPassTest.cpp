@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "support/Cameras.h"
+#include "support/ChangedShaders.h"
 #include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
 #include "support/MultisampleTextures.h"
@@ -22,6 +23,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <functional>
 #include <limits>
 
 namespace Velmora::Kvz {
@@ -41,6 +43,7 @@ struct Effects
     double fringe = 0.7;
     double gain = 2;
     double bias = 0.5;
+    bool isPentagon = false;
 };
 
 double linearize(double depth)
@@ -101,6 +104,24 @@ Rgb tap(const Image &frame, double u, double v, double blur, const Effects &effe
     return color;
 }
 
+double smoothStep(double from, double to, double value)
+{
+    const double t = std::clamp((value - from) / (to - from), 0.0, 1.0);
+    return t * t * (3 - 2 * t);
+}
+
+/// How much of a point lies inside the pentagon of three rings, by its five edges.
+double insidePentagon(double x, double y)
+{
+    const double apothem = 3 - 1.3;
+    double inside = -4;
+    for (int edge = 0; edge < 5; ++edge) {
+        const double angle = 2 * M_PI * edge / 5;
+        inside += smoothStep(-0.4, 0.4, x * std::cos(angle) + y * std::sin(angle) + apothem);
+    }
+    return std::clamp(inside, 0.0, 1.0);
+}
+
 /// A pixel of the result. `noise` is the hash of the pixel, from -1 to 1.
 Rgb lensReference(const Image &frame, int x, int y, double blur, const std::array<double, 2> &noise,
     const Effects &effects = Effects())
@@ -117,7 +138,9 @@ Rgb lensReference(const Image &frame, int x, int y, double blur, const std::arra
     for (int ring = 1; ring <= 3; ++ring) {
         for (int i = 0; i < 3 * ring; ++i) {
             const double angle = 2 * 3.14159265 * i / (3 * ring);
-            const double weight = 1 + (ring / 3.0 - 1) * effects.bias;
+            double weight = 1 + (ring / 3.0 - 1) * effects.bias;
+            if (effects.isPentagon)
+                weight *= insidePentagon(std::cos(angle) * ring, std::sin(angle) * ring);
             const Rgb other = tap(frame, u + std::cos(angle) * ring * w, v + std::sin(angle) * ring * h, blur, effects);
             for (size_t k = 0; k < 3; ++k)
                 color[k] += weight * other[k];
@@ -457,6 +480,152 @@ TEST_F(DepthOfFieldRenderPassTest, gainsLightWhereItIsBrighterThanTheThreshold)
         for (int k = 0; k < 3; ++k)
             EXPECT_NEAR(double(result.at(4, 4)[k]), expected, 1e-5 * expected) << value;
     }
+}
+
+// Constants of the shader switch these off; whoever turns one on finds that it works.
+TEST_F(DepthOfFieldRenderPassTest, whatTheShadersConstantsSwitchOffWorks)
+{
+    const int width = 64;
+    const int height = 32;
+    const Image frame = pattern(width, height);
+    // Distances that differ from row to row as well.
+    Image depth(width, height, 1);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x)
+            *depth.at(x, y) = float(windowDepth(1.2 + 0.1 * ((x * 5 + y * 7) % 13) + (x > 40 ? 6 : 0)));
+    }
+    const Lens lens{1.8, 10, 2.8};
+    const auto drawWith = [&](const QByteArray &from, const QByteArray &to) {
+        ChangedShaders shaders(from, to);
+        pass = std::make_unique<DepthOfFieldRenderPass>();
+        setLens(lens);
+        GLCallRecorder<&epoxy_glDrawArrays> draws;
+        draws.onCall = [](GLenum, GLint, GLsizei) {
+            GLint isLinked = GL_FALSE;
+            glGetProgramiv(GLuint(glInteger(GL_CURRENT_PROGRAM)), GL_LINK_STATUS, &isLinked);
+            EXPECT_TRUE(isLinked);
+        };
+        const Image result = draw(frame, depth);
+        EXPECT_EQ(draws.calls.size(), 1u);
+        EXPECT_EQ(shaders.changed, 1) << from.constData();
+        return result;
+    };
+    const Image hash = hashOf(QSize(width, height));
+    const auto noiseAt = [&](int x, int y) {
+        return std::array<double, 2>{double(hash.at(x, y)[0]), double(hash.at(x, y)[1])};
+    };
+    const auto distanceAt = [&](int x, int y) { return linearize(double(*depth.at(x, y))); };
+    // Of the picture without a change.
+    const auto plainAt = [&](int x, int y) {
+        return lensReference(frame, x, y, blurOf(distanceAt(x, y), lens), noiseAt(x, y));
+    };
+    const auto compare = [&](const char *name, const Image &result, const std::function<Rgb(int, int)> &expected,
+                             const std::function<double(int, int)> &blur) {
+        SCOPED_TRACE(name);
+        saveForViewing(result, QStringLiteral("depth-of-field-%1").arg(QLatin1String(name)));
+        double largest = 0;
+        int compared = 0;
+        int changed = 0;
+        for (int y = 0; y < height; ++y) {
+            for (int x = 0; x < width; ++x) {
+                if (std::abs(blur(x, y) - 0.05) < 1e-4)
+                    continue;
+                const Rgb wanted = expected(x, y);
+                const Rgb plain = plainAt(x, y);
+                double difference = 0;
+                for (size_t k = 0; k < 3; ++k) {
+                    largest = std::max(largest, std::abs(double(result.at(x, y)[k]) - wanted[k]));
+                    difference = std::max(difference, std::abs(double(result.at(x, y)[k]) - plain[k]));
+                }
+                ++compared;
+                changed += difference > 2 * tolerance ? 1 : 0;
+            }
+        }
+        std::printf("[ COMPARED ] %s: %d pixels, %d changed, largest error %.6f\n", name, compared, changed, largest);
+        EXPECT_LE(largest, tolerance);
+        EXPECT_GT(compared, width * height * 9 / 10);
+        EXPECT_GT(changed, width * height / 10) << "it must show";
+    };
+    const auto lensBlur = [&](int x, int y) { return blurOf(distanceAt(x, y), lens); };
+
+    Effects pentagon;
+    pentagon.isPentagon = true;
+    compare(
+        "pentagon", drawWith("const bool pentagon = false;", "const bool pentagon = true;"),
+        [&](int x, int y) { return lensReference(frame, x, y, lensBlur(x, y), noiseAt(x, y), pentagon); }, lensBlur);
+
+    compare(
+        "vignetting", drawWith("const bool vignetting = false;", "const bool vignetting = true;"),
+        [&](int x, int y) {
+            const double fromMiddle = std::hypot((x + 0.5) / width - 0.5, (y + 0.5) / height - 0.5);
+            Rgb color = plainAt(x, y);
+            for (double &channel : color)
+                channel *= smoothStep(1.3 + lens.fStop / 22, lens.fStop / 22, fromMiddle);
+            return color;
+        },
+        lensBlur);
+
+    compare(
+        "showFocus", drawWith("uniform bool showFocus = false;", "uniform bool showFocus = true;"),
+        [&](int x, int y) {
+            const double edge = 0.002 * distanceAt(x, y);
+            const double m = smoothStep(0, edge, lensBlur(x, y));
+            const double e = smoothStep(1 - edge, 1, lensBlur(x, y));
+            const Rgb sharp{1, 0.5, 0};
+            const Rgb soft{0, 0.5, 1};
+            Rgb color = plainAt(x, y);
+            for (size_t k = 0; k < 3; ++k) {
+                color[k] += (sharp[k] - color[k]) * (1 - m) * 0.6;
+                color[k] += (soft[k] - color[k]) * (m - e) * 0.2;
+            }
+            return color;
+        },
+        lensBlur);
+
+    const auto manualBlur = [&](int x, int y) {
+        const double behind = distanceAt(x, y) - lens.focalDepth;
+        return std::clamp(behind > 0 ? (behind - 1) / 3 : (-behind - 1) / 2, 0.0, 1.0);
+    };
+    compare(
+        "manualdof", drawWith("const bool manualdof = false;", "const bool manualdof = true;"),
+        [&](int x, int y) { return lensReference(frame, x, y, manualBlur(x, y), noiseAt(x, y)); }, manualBlur);
+
+    // Offset 2 lies at both coordinates wh.x - wh.y, which is meant: here one texel to the left and one down.
+    const double dx = 1.25 / width;
+    const double dy = 1.25 / height;
+    const double offsets[9][2] = {
+        {-dx, -dy}, {0, -dy}, {dx - dy, dx - dy}, {-dx, 0}, {0, 0}, {dx, 0}, {-dx, dy}, {0, dy}, {dx, dy}};
+    const auto blurredDepthBlur = [&](int x, int y) {
+        const double weights[9] = {1, 2, 1, 2, 4, 2, 1, 2, 1};
+        double sum = 0;
+        for (int i = 0; i < 9; ++i) {
+            const int column = int(std::floor(x + 0.5 + offsets[i][0] * width));
+            const int row = int(std::floor(y + 0.5 + offsets[i][1] * height));
+            sum += weights[i] / 16 * double(*depth.at(qBound(0, column, width - 1), qBound(0, row, height - 1)));
+        }
+        return blurOf(linearize(sum), lens);
+    };
+    compare(
+        "depthblur", drawWith("const bool depthblur = false;", "const bool depthblur = true;"),
+        [&](int x, int y) { return lensReference(frame, x, y, blurredDepthBlur(x, y), noiseAt(x, y)); },
+        blurredDepthBlur);
+
+    const auto fraction = [](double value) { return value - std::floor(value); };
+    compare(
+        "pattern", drawWith("const bool noise = true;", "const bool noise = false;"),
+        [&](int x, int y) {
+            const double s = fraction(1 - (x + 0.5) / 2);
+            const double t = fraction((y + 0.5) / 2);
+            const std::array<double, 2> noise = {(s * 0.25 + t * 0.75) * 2 - 1, (s * 0.75 + t * 0.25) * 2 - 1};
+            return lensReference(frame, x, y, lensBlur(x, y), noise);
+        },
+        lensBlur);
+
+    // The slip stands in the text.
+    ChangedShaders shaders("vec2( wh.x -wh.y)", "vec2( wh.x -wh.y)");
+    pass = std::make_unique<DepthOfFieldRenderPass>();
+    draw(frame, depth);
+    EXPECT_EQ(shaders.changed, 1);
 }
 
 TEST_F(DepthOfFieldRenderPassTest, autofocusMakesTheDepthUnderItsPointSharp)

@@ -41,10 +41,11 @@ QVector<int> floored(double value)
 
 } // namespace
 
-double ObscuranceReference::depthAt(int x, int y) const
+double ObscuranceReference::depthAt(int x, int y, int level) const
 {
+    const Image &image = level == 0 ? depth : coarserDepths[level - 1];
     // GL leaves open what lies outside; here it is 0.
-    return isInside(depth, x, y) ? double(*depth.at(x, y)) : 0;
+    return isInside(image, x, y) ? double(*image.at(x, y)) : 0;
 }
 
 Vector3d ObscuranceReference::reconstruct(double x, double y, double z) const
@@ -163,6 +164,12 @@ ObscuranceReference::Answer ObscuranceReference::at(int x, int y) const
         const float angle = alpha * (float(turns) * 6.28f) + spin;
         const double slack = 2 * double(std::nextafter(angle, 1e30f) - angle) + 2e-5;
         const double r = double(alpha) * diskRadius;
+        QVector<int> levels{0};
+        if (!coarserDepths.isEmpty()) {
+            levels = floored(std::log2(r / size.width()));
+            for (int &level : levels)
+                level = std::clamp(level - logMaxOffset, 0, 5);
+        }
         double low = 1e30, high = -1e30;
         bool discards = false, stays = false;
         const auto take = [&](const Vector3d &q) {
@@ -181,11 +188,13 @@ ObscuranceReference::Answer ObscuranceReference::at(int x, int y) const
             if (positionsFrom == Positions::FromDepth) {
                 for (int column : cut(x + dx)) {
                     for (int row : cut(y + dy)) {
-                        const double d = depthAt(column, row);
-                        if (d == 1)
-                            discards = true;
-                        else
-                            take(reconstruct(x + dx + 0.5, y + dy + 0.5, d));
+                        for (int level : qAsConst(levels)) {
+                            const double d = depthAt(column, row, level);
+                            if (d == 1)
+                                discards = true;
+                            else
+                                take(reconstruct(x + dx + 0.5, y + dy + 0.5, d));
+                        }
                     }
                 }
                 continue;

@@ -45,10 +45,12 @@ struct ObscuranceReference
     float intensity = 2;
     int taps = 7;
     int turns = 3;
+    int logMaxOffset = 3;
     Positions positionsFrom = Positions::FromDepth;
     Normals normalsFrom = Normals::FromPositions;
     bool isLinear = false; ///< Filter of the positions.
-    Image depth;
+    Image depth; ///< May be larger than the result, of which a pixel reads the texel of its own number.
+    QVector<Image> coarserDepths; ///< Levels 1 and up; without them taps read level 0.
     Image positions;
     Image normals;
 
@@ -61,7 +63,7 @@ private:
         bool isDiscarded;
     };
     Vector3d reconstruct(double x, double y, double z) const;
-    double depthAt(int x, int y) const;
+    double depthAt(int x, int y, int level = 0) const;
     Vector3d fetch(const Image &image, double x, double y) const;
     Vector3d sample(const Image &image, double u, double v, bool linear) const;
     Point pointAt(int x, int y) const;

@@ -604,6 +604,74 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, countsTapsAndTurnsInWholeNumbers
     EXPECT_EQ(maximumDifference(seven, with(7, 3)), 0);
 }
 
+TEST_F(ScalableAmbientObscuranceRenderPassTest, theOffsetChoosesTheLevelThatTapsRead)
+{
+    // Each level of the depth image shows the scene nearer than the one before, in its own texels, so that a tap tells which
+    // it read. They are large enough for all taps to the right and above, also on the coarsest level.
+    const auto withLevels = [this](const QSize &size, float radius, int side, int levels) {
+        ObscuranceReference reference = usual(size);
+        reference.radius = radius;
+        const Image scene = reference.depth;
+        const auto levelOf = [&](int level) {
+            Image image = whole(side >> level, side >> level, 0.6f);
+            for (int y = 0; y < std::min(size.height(), image.height); ++y) {
+                for (int x = 0; x < std::min(size.width(), image.width); ++x)
+                    *image.at(x, y) = *scene.at(x, y) * (1 - 0.01f * float(level));
+            }
+            return image;
+        };
+        reference.depth = levelOf(0);
+        for (int level = 1; level <= levels; ++level)
+            reference.coarserDepths.append(levelOf(level));
+        feed(reference);
+        AutoBinder binder(depth.get());
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST_MIPMAP_NEAREST);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, levels);
+        for (int level = 1; level <= levels; ++level) {
+            const Image &image = reference.coarserDepths[level - 1];
+            glTexImage2D(GL_TEXTURE_2D, level, GL_DEPTH_COMPONENT32F, image.width, image.height, 0, GL_DEPTH_COMPONENT,
+                GL_FLOAT, image.data.constData());
+        }
+        return reference;
+    };
+    const auto with = [this](const QVariant &offset) {
+        set(Port::SaoNumLogMaxOffset, offset);
+        return run();
+    };
+
+    // Level 6 is there to be left alone.
+    ObscuranceReference reference = withLevels(QSize(32, 24), 0.6f, 1024, 6);
+    QVector<Image> images;
+    for (const int offset : {3, -5, -6, -7, -8, -20}) {
+        SCOPED_TRACE(offset);
+        reference.logMaxOffset = offset;
+        const Image image = with(float(offset));
+        saveForViewing(image, QStringLiteral("obscurance-offset%1").arg(offset));
+        const Coverage coverage = compareWithFormula(image, reference);
+        EXPECT_GT(coverage.compared - coverage.white - coverage.black, 50);
+        for (const Image &other : qAsConst(images))
+            EXPECT_GT(maximumDifference(image, other), 0.1);
+        images.append(image);
+    }
+    EXPECT_EQ(maximumDifference(with(20), images[0]), 0) << "level 0";
+    EXPECT_EQ(maximumDifference(with(-100), images[5]), 0) << "level 5";
+    EXPECT_EQ(maximumDifference(with(-5.6f), images[2]), 0) << "rounded";
+    EXPECT_EQ(maximumDifference(with(-5.4f), images[1]), 0) << "rounded";
+    EXPECT_EQ(maximumDifference(with(QStringLiteral("-6")), images[2]), 0) << "as QVariant converts it";
+
+    // So narrow that taps reach as far as several widths, which is what a level above 0 takes here.
+    reference = withLevels(QSize(4, 384), 1.2f, 1024, 1);
+    reference.logMaxOffset = 2;
+    const Image two = with(2.0f);
+    compareWithFormula(two, reference);
+    reference.logMaxOffset = 3;
+    const Image three = with(3.0f);
+    compareWithFormula(three, reference);
+    EXPECT_GT(maximumDifference(two, three), 0.1);
+    EXPECT_EQ(maximumDifference(with(2.6f), three), 0) << "rounded";
+    EXPECT_EQ(maximumDifference(with(2.4f), two), 0) << "rounded";
+}
+
 TEST_F(ScalableAmbientObscuranceRenderPassTest, drawsNothingWithoutDepth)
 {
     const ObscuranceReference reference = [this] {
@@ -871,8 +939,13 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, takesItsObjectsAlong)
         EXPECT_TRUE(glObjectCounts() == before);
         other.setInput(Port::Viewport, QRect(0, 0, 8, 6));
         other.setInput(Port::Depth, QVariant::fromValue(depth.get()));
+        GLCallRecorder<&epoxy_glGenVertexArrays> vertexArrays;
+        GLCallRecorder<&epoxy_glLinkProgram> links;
         other.start(nullptr);
         other.start(nullptr);
+        other.start(nullptr);
+        EXPECT_EQ(vertexArrays.calls.size(), 1u) << "the quad is made once";
+        EXPECT_EQ(links.calls.size(), 1u);
         EXPECT_EQ(glObjectCounts().programs, before.programs + 1);
         EXPECT_EQ(glObjectCounts().framebuffers, before.framebuffers + 1);
         EXPECT_EQ(glObjectCounts().textures, before.textures);
