@@ -488,11 +488,11 @@ TEST_F(DepthOfFieldRenderPassTest, whatTheShadersConstantsSwitchOffWorks)
     const int width = 64;
     const int height = 32;
     const Image frame = pattern(width, height);
-    // Distances that differ from row to row as well.
+    // Distances that differ from row to row as well, too near at the left and too far at the right.
     Image depth(width, height, 1);
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x)
-            *depth.at(x, y) = float(windowDepth(1.2 + 0.1 * ((x * 5 + y * 7) % 13) + (x > 40 ? 6 : 0)));
+            *depth.at(x, y) = float(windowDepth(1.2 + 0.1 * ((x * 5 + y * 7) % 13) + (x > 40 ? 2 : x < 12 ? -0.9 : 0)));
     }
     const Lens lens{1.8, 10, 2.8};
     const auto drawWith = [&](const QByteArray &from, const QByteArray &to) {

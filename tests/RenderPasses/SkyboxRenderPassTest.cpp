@@ -715,7 +715,13 @@ TEST_F(SkyboxRenderPassTest, leavesTheStateThatItSays)
     glStencilMask(0xff);
     glStencilFunc(GL_ALWAYS, 5, 0x0f);
     glStencilOp(GL_REPLACE, GL_INCR, GL_INVERT);
-    pass->start(nullptr);
+    {
+        // GL shows a reference cut to the bits of the stencil that is bound, so the call tells.
+        GLCallRecorder<&epoxy_glStencilFunc> stencilFunctions;
+        pass->start(nullptr);
+        ASSERT_EQ(stencilFunctions.calls.size(), 1u);
+        EXPECT_EQ(stencilFunctions.calls[0], std::make_tuple(GLenum(GL_EQUAL), 0, 0xffu));
+    }
     EXPECT_FALSE(glFlag(GL_STENCIL_TEST));
     EXPECT_FALSE(glFlag(GL_BLEND));
     EXPECT_EQ(glInteger(GL_STENCIL_FUNC), GL_EQUAL);
