@@ -234,7 +234,13 @@ TEST_F(CubemapLoaderRenderPassTest, buffersHoldAsManyBytesAsTheImages)
         const QImage image(paths[1]);
         ASSERT_EQ(image.sizeInBytes() < 7 * 7 * 4, c.isShort);
         std::multiset<long> sizes;
+        QVector<unsigned int> uploadErrors(6, GL_NO_ERROR); // Of each face, in whichever order they go up.
         {
+            GLCallRecorder<&epoxy_glTexImage2D> uploads;
+            uploads.replacement = [&](GLenum face, auto... arguments) {
+                uploads.forward(face, arguments...);
+                uploadErrors[int(face - GL_TEXTURE_CUBE_MAP_POSITIVE_X)] = glGetError();
+            };
             GLCallRecorder<&epoxy_glBufferData> allocations;
             load(paths);
             for (const auto &call : allocations.calls) {
@@ -247,8 +253,12 @@ TEST_F(CubemapLoaderRenderPassTest, buffersHoldAsManyBytesAsTheImages)
         const std::multiset<long> expected{196, 196, 196, 196, 196, long(image.sizeInBytes())};
         EXPECT_EQ(sizes, expected);
         const QVector<unsigned int> errors = takeGLErrors();
+        QVector<unsigned int> expectedErrors(6, GL_NO_ERROR);
+        if (c.isShort)
+            expectedErrors[1] = GL_INVALID_OPERATION; // GL refuses a buffer that is too short.
+        EXPECT_EQ(uploadErrors, expectedErrors);
         if (c.isShort) {
-            EXPECT_EQ(errors, QVector<unsigned int>{GL_INVALID_OPERATION}) << "GL refuses a buffer that is too short";
+            EXPECT_EQ(errors, QVector<unsigned int>{GL_INVALID_OPERATION}) << "mip levels of an incomplete cube map";
             EXPECT_EQ(faceParameter(1, GL_TEXTURE_WIDTH), 0);
         } else {
             EXPECT_TRUE(errors.isEmpty());
