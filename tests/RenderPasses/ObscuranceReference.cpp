@@ -3,6 +3,8 @@
 
 #include <QtCore/QVector>
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 
@@ -43,7 +45,7 @@ QVector<int> floored(double value)
 
 double ObscuranceReference::depthAt(int x, int y, int level) const
 {
-    const Image &image = level == 0 ? depth : coarserDepths[level - 1];
+    const Image &image = level == 0 ? depth : coarserDepths.at(level - 1);
     // GL leaves open what lies outside; here it is 0.
     return isInside(image, x, y) ? double(*image.at(x, y)) : 0;
 }
@@ -169,6 +171,10 @@ ObscuranceReference::Answer ObscuranceReference::at(int x, int y) const
             levels = floored(std::log2(r / size.width()));
             for (int &level : levels)
                 level = std::clamp(level - logMaxOffset, 0, 5);
+            EXPECT_LE(*std::max_element(levels.begin(), levels.end()), coarserDepths.size())
+                << "a level that is not there";
+            for (int &level : levels)
+                level = std::min(level, coarserDepths.size());
         }
         double low = 1e30, high = -1e30;
         bool discards = false, stays = false;

@@ -660,7 +660,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, theOffsetChoosesTheLevelThatTaps
     EXPECT_EQ(maximumDifference(with(QStringLiteral("-6")), images[2]), 0) << "as QVariant converts it";
 
     // So narrow that taps reach as far as several widths, which is what a level above 0 takes here.
-    reference = withLevels(QSize(4, 384), 1.2f, 1024, 1);
+    reference = withLevels(QSize(4, 384), 1.2f, 4096, 3);
     reference.logMaxOffset = 2;
     const Image two = with(2.0f);
     compareWithFormula(two, reference);
