@@ -2,10 +2,10 @@
 // Anti-aliasing and what it needs of the host, beside the same draws in raw GL.
 #include "Comparison.h"
 
+#include <ExtraPasses/MultisampleForwardRenderPass.h>
+#include <ExtraPasses/VelocityRenderPass.h>
 #include <GL/AutoBinder.h>
 #include <GL/Texture.h>
-#include <Host/MultisampleForwardRenderPass.h>
-#include <Host/VelocityRenderPass.h>
 #include <RenderPasses/CameraJitterRenderPass.h>
 #include <RenderPasses/FastApproximateAntiAliasingRenderPass.h>
 #include <RenderPasses/ForwardRenderPass.h>

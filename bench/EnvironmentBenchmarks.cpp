@@ -2,8 +2,8 @@
 // Surroundings and backdrops beside the same draws in raw GL. The floor of the skybox does without its two clears.
 #include "Comparison.h"
 
-#include <Host/ChainLibrary.h>
-#include <Host/MaterialIdRenderPass.h>
+#include <Chain/ChainLibrary.h>
+#include <ExtraPasses/MaterialIdRenderPass.h>
 #include <RenderPasses/BackgroundImageRenderPass.h>
 #include <RenderPasses/CubemapLoaderRenderPass.h>
 #include <RenderPasses/GradientRenderPass.h>

@@ -2,9 +2,9 @@
 // Shading with shadow maps, beside the same draw in raw GL, against the kind and the number of lights.
 #include "Comparison.h"
 
+#include <Chain/LightDescription.h>
+#include <ExtraPasses/ShadowMaskRenderPass.h>
 #include <GL/TextureManager.h>
-#include <Host/LightDescription.h>
-#include <Host/ShadowMaskRenderPass.h>
 #include <RenderPasses/ModelRenderPass.h>
 #include <RenderPasses/ShadowMapRenderPass.h>
 #include <Scene/GPUModelBuilder.h>

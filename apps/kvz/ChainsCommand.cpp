@@ -2,7 +2,7 @@
 #include "Commands.h"
 #include "Console.h"
 
-#include <Host/ChainLibrary.h>
+#include <Chain/ChainLibrary.h>
 
 #include <QtCore/QDir>
 

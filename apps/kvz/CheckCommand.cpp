@@ -2,8 +2,8 @@
 #include "Commands.h"
 #include "Console.h"
 
-#include <Host/ChainLibrary.h>
-#include <Host/ChainValidation.h>
+#include <Chain/ChainLibrary.h>
+#include <Chain/ChainValidation.h>
 #include <Host/HeadlessContext.h>
 
 namespace Velmora::Kvz {

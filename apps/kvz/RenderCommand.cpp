@@ -6,14 +6,14 @@
 #include "RenderTarget.h"
 #include "TimingTable.h"
 
+#include <Chain/ChainLibrary.h>
+#include <Chain/LightDescription.h>
+#include <Chain/RenderChain.h>
 #include <GL/GLErrors.h>
 #include <Host/Camera.h>
-#include <Host/ChainLibrary.h>
 #include <Host/HeadlessContext.h>
 #include <Host/ImageWriter.h>
-#include <Host/LightDescription.h>
-#include <Host/ModelImporter.h>
-#include <Host/RenderChain.h>
+#include <Import/ModelImporter.h>
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>

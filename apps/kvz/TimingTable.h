@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <Host/RenderChain.h>
+#include <Chain/RenderChain.h>
 
 #include <QtCore/QString>
 #include <QtCore/QVector>

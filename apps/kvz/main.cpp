@@ -2,7 +2,7 @@
 #include "Commands.h"
 #include "Console.h"
 
-#include <Host/PassRegistry.h>
+#include <Chain/PassRegistry.h>
 
 #include <QtCore/QCoreApplication>
 

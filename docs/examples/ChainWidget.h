@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <Chain/ChainLibrary.h>
+#include <Chain/RenderChain.h>
 #include <GL/FramebufferObject.h>
 #include <Host/Camera.h>
-#include <Host/ChainLibrary.h>
-#include <Host/ModelImporter.h>
-#include <Host/RenderChain.h>
+#include <Import/ModelImporter.h>
 
 #include <QtGui/QOpenGLContext>
 #include <QtWidgets/QOpenGLWidget>

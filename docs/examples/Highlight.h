@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <Chain/PassRegistry.h>
 #include <GL/ShaderProgram.h>
-#include <Host/PassRegistry.h>
 #include <RenderPasses/ModelRenderPass.h>
 #include <Scene/InstanceDataRegistry.h>
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <Host/Export.h>
-#include <Host/PassRegistry.h>
+#include <Host/TextureDisplay.h>
 
 #include <QtGui/QImage>
 #include <QtGui/QMatrix4x4>

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "ImageFile.h"
 
-#include <Host/PassRegistry.h>
-
 #include <QtCore/QCache>
 #include <QtCore/QDateTime>
 #include <QtCore/QDir>
@@ -110,14 +108,6 @@ ImageFileInfo inspectImageFile(const QString &path)
     if (file.isFile())
         known.insert(path, new Entry{file.lastModified(), file.size(), info});
     return info;
-}
-
-QVariant resolveImageFile(const InputInfo &input, const QVariant &value, const QString &folder)
-{
-    const QString name = value.toString();
-    if (input.imageFile == ImageFileUse::None || name.isEmpty() || !QDir::isRelativePath(name))
-        return value;
-    return QDir::cleanPath(QDir(folder).absoluteFilePath(name));
 }
 
 } // namespace Velmora::Kvz

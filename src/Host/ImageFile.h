@@ -3,11 +3,8 @@
 
 #include <QtCore/QSize>
 #include <QtCore/QString>
-#include <QtCore/QVariant>
 
 namespace Velmora::Kvz {
-
-struct InputInfo;
 
 /// What an image file holds.
 struct ImageFileInfo
@@ -21,9 +18,5 @@ struct ImageFileInfo
 
 /// Reads an image file, all of it, as the loading passes do. What was found is kept, a few files of it, until a file changes.
 ImageFileInfo inspectImageFile(const QString &path);
-
-/// The value of an input, where it names an image file as an absolute path: a relative one starts in `folder`, or in the
-/// working directory where that is empty. Other values come back as they are.
-QVariant resolveImageFile(const InputInfo &input, const QVariant &value, const QString &folder);
 
 } // namespace Velmora::Kvz

@@ -9,7 +9,7 @@
 #include <GL/AutoBinder.h>
 #include <GL/GLStatistics.h>
 #include <Host/Camera.h>
-#include <Host/ModelImporter.h>
+#include <Import/ModelImporter.h>
 #include <RenderPasses/DepthOfFieldRenderPass.h>
 #include <RenderPasses/ModelDeferredPass.h>
 #include <RenderPasses/ModelRenderPass.h>

@@ -4,8 +4,8 @@
 #include "support/ImageFiles.h"
 #include "support/PooledTextures.h"
 
+#include <Chain/ChainLibrary.h>
 #include <GL/GLStatistics.h>
-#include <Host/ChainLibrary.h>
 #include <RenderPasses/TextureLoaderRenderPass.h>
 
 #include <epoxy/gl.h>

@@ -3,8 +3,8 @@
 #include "support/ModelFiles.h"
 #include "support/TemporaryFolder.h"
 
-#include <Host/ChainLibrary.h>
-#include <Host/PassRegistry.h>
+#include <Chain/ChainLibrary.h>
+#include <Chain/PassRegistry.h>
 
 #include <QtCore/QJsonDocument>
 #include <QtCore/QProcess>

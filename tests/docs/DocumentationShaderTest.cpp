@@ -3,8 +3,8 @@
 #include "examples/Highlight.h"
 #include "support/GLTest.h"
 
-#include <Host/ChainLibrary.h>
-#include <Host/RenderChain.h>
+#include <Chain/ChainLibrary.h>
+#include <Chain/RenderChain.h>
 #include <Scene/GPUModelBuilder.h>
 #include <Scene/InstanceDataCollection.h>
 

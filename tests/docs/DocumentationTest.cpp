@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The documentation says what the code does: ports, options, chains, findings, pictures and links.
-#include <Host/ChainLibrary.h>
-#include <Host/ChainValidation.h>
-#include <Host/PassRegistry.h>
+#include <Chain/ChainLibrary.h>
+#include <Chain/ChainValidation.h>
+#include <Chain/PassRegistry.h>
 
 #include <QtCore/QDir>
 #include <QtCore/QDirIterator>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "ModelChain.h"
 
+#include <Chain/ChainLibrary.h>
+#include <Chain/FrameValues.h>
 #include <GL/GLStatistics.h>
 #include <GL/TextureManager.h>
-#include <Host/ChainLibrary.h>
-#include <Host/FrameValues.h>
 
 #include <gtest/gtest.h>
 

@@ -3,10 +3,10 @@
 
 #include "Image.h"
 
+#include <Chain/RenderChain.h>
 #include <GL/FramebufferObject.h>
 #include <Host/Camera.h>
-#include <Host/ModelImporter.h>
-#include <Host/RenderChain.h>
+#include <Import/ModelImporter.h>
 #include <Scene/GPUModel.h>
 
 namespace Velmora::Kvz {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The program that the README shows.
+#include <Chain/ChainLibrary.h>
+#include <Chain/RenderChain.h>
 #include <Host/Camera.h>
-#include <Host/ChainLibrary.h>
 #include <Host/HeadlessContext.h>
 #include <Host/ImageWriter.h>
-#include <Host/ModelImporter.h>
-#include <Host/RenderChain.h>
+#include <Import/ModelImporter.h>
 
 using namespace Velmora::Kvz;
 

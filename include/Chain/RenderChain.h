@@ -1,0 +1,202 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <Chain/ChainDescription.h>
+#include <Chain/ChainValidation.h>
+#include <Chain/FrameValues.h>
+#include <Chain/PassRegistry.h>
+#include <Host/Export.h>
+
+#include <QtCore/QRect>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+#include <QtCore/QVariant>
+#include <QtCore/QVector>
+#include <QtGui/QColor>
+#include <QtGui/QImage>
+#include <QtGui/QMatrix4x4>
+
+#include <memory>
+
+namespace Velmora::Kvz {
+
+class FramebufferObject;
+class GPUModel;
+class RenderPass;
+class Texture;
+
+/// Runs a chain of passes, once for each frame, in the current OpenGL context.
+///
+/// ```cpp
+/// RenderChain chain;
+/// if (!chain.setDescription(description))
+///     qWarning("%s", qPrintable(chain.errorString()));
+/// chain.setFrameValue(FrameValues::viewport, QRect(0, 0, 1280, 720));
+/// chain.setCamera(camera, projection);
+/// chain.setModel(model.data());
+/// chain.renderFrame();
+/// ```
+///
+/// **Wiring.** An input takes, in this order: its explicit connection; the value that was set for it; the nearest earlier
+/// output of an enabled pass with the same port name and a kind that it takes; the frame's value; its default. Inputs of a
+/// disabled pass see no outputs, and its outputs are null.
+///
+/// **State.** Before each pass: viewport (0, 0, width, height) of the pass's own viewport, else of the frame's; depth,
+/// stencil and colour writes on; depth function GL_LESS; depth test, stencil test, blending, culling, scissor, depth clamp
+/// and GL_FRAMEBUFFER_SRGB off; blend equation add, function (one, zero); cull back, front counter-clockwise, filled
+/// polygons; clear colour as set by setClearColor(), clear depth 1, clear stencil 0; unpack alignment 4, no unpack buffer.
+///
+/// **Images.** Pooled textures go back to the pool when their last consumer has run, whether or not that pass gives its
+/// inputs back itself.
+///
+/// **Contexts.** Passes are made in the first frame and belong to the context that is current then. When that context's end
+/// is announced, or its QOpenGLContext is destroyed while it is current, they are torn down. In another context the chain
+/// makes them anew, with their values and options. Use one chain for each context.
+///
+/// All operations run on the thread of the context; those marked so need it current.
+class KVZ_HOST_EXPORT RenderChain
+{
+public:
+    /// `registry` must live as long as the chain, and not change meanwhile.
+    explicit RenderChain(const PassRegistry &registry = PassRegistry::standard());
+    /// Deletes the passes; with their context current, their GL objects too.
+    ~RenderChain();
+
+    /// Takes a chain in the place of the present one. False when it has errors: errorString() is the first one,
+    /// findings() has all, renderFrame() refuses. Passes that both chains have, by name, class and options, live on.
+    bool setDescription(const ChainDescription &description);
+    /// The chain with all changes made since: what a file would hold.
+    const ChainDescription &description() const;
+    /// What validation says of the chain with the frame values that are set at present, the standard ones taken for
+    /// granted.
+    QVector<ChainFinding> findings() const;
+    /// The last failure in one line, and the driver's messages about shaders in further ones; empty when there was none.
+    QString errorString() const;
+
+    /// \name Changes to the chain
+    /// Each returns false, with errorString(), for a pass or port that does not exist, a value that does not convert, and a
+    /// change that brings the chain a new error; nothing changes then.
+    /// @{
+    /// Sets a value that stays in force until clearValue(); an invalid one says "null".
+    bool setValue(const QString &pass, const QString &port, const QVariant &value);
+    bool clearValue(const QString &pass, const QString &port);
+    bool setEnabled(const QString &pass, bool enabled);
+    /// Connects an input explicitly, until disconnect().
+    bool connect(const QString &pass, const QString &port, const ChainSource &source);
+    bool disconnect(const QString &pass, const QString &port);
+    /// Sets a construction option; the pass is made anew in the next frame.
+    bool setOption(const QString &pass, const QString &option, const QVariant &value);
+    /// Publishes an output under a name.
+    bool addExport(const QString &name, const ChainOutput &output);
+    bool removeExport(const QString &name);
+    /// @}
+
+    /// \name Values of the frame
+    /// They stay in force until they are set again. An invalid value takes the name away. The lights of the description are
+    /// the frame's, placed around its bounds, unless others are set.
+    /// @{
+    void setFrameValue(const QString &port, const QVariant &value);
+    QVariant frameValue(const QString &port) const;
+    QStringList frameValueNames() const;
+    /// Target rectangle in pixels, y upwards.
+    void setViewport(const QRect &viewport);
+    /// World to camera, and the projection without jitter.
+    void setCamera(const QMatrix4x4 &camera, const QMatrix4x4 &projection);
+    /// The model to draw, not owned; null for none. The scene bounds follow it unless they are set apart. The chain calls
+    /// GPUModel::advanceFrame() at the end of each frame.
+    void setModel(GPUModel *model);
+    /// Where the last pass presents; null: the default framebuffer, 0. Not owned.
+    void setFramebuffer(FramebufferObject *framebuffer);
+    /// @}
+
+    /// Renders one frame; needs a current context. False, with errorString(), and with nothing rendered: without a context,
+    /// for a chain with errors, for a viewport of the frame or of an enabled pass that is missing, empty or beyond the
+    /// driver's limit, and for a pass that cannot be made. A pass that misses a required input is skipped. That, and a
+    /// failure that a pass reports, is said once in the log.
+    bool renderFrame();
+
+    /// \name Shader files
+    /// @{
+    /// The files that passes of this chain have shaders from, as absolute paths: those that options name, and what these
+    /// include. Needs no context.
+    QStringList shaderFiles() const;
+    /// Makes the passes with shader files anew, as the files are now; needs a current context. False, with errorString(),
+    /// when one of them is gone or does not compile: then all passes stay and work on as they are.
+    bool reloadShaders();
+    /// @}
+
+    /// Deletes the passes with their GL objects; the next frame makes them anew. Call it with the context current.
+    void releaseContext();
+
+    /// \name Results
+    /// @{
+    /// The value of an exported output in the last frame, valid until the next one or releaseExports().
+    QVariant exportedValue(const QString &name) const;
+    Texture *exportedTexture(const QString &name) const;
+    /// Gives the exported textures back to the pool before the next frame does.
+    void releaseExports();
+
+    /// A picture of one output.
+    struct Capture
+    {
+        QString pass;
+        QString port;
+        QImage image; ///< As captureTexture() gives it; null when the output held no picture.
+    };
+    /// Asks for a picture of an output in the next frame, taken right after its pass ran. False as for changes to the chain,
+    /// and for a port that holds neither a texture nor shadow map data, whose layers become a contact sheet.
+    bool requestCapture(const ChainOutput &output);
+    /// Asks for pictures of all such outputs of all enabled passes in the next frame, but those that are hidden.
+    void requestAllCaptures();
+    /// The pictures of the last frame, which the chain then forgets.
+    QVector<Capture> takeCaptures();
+
+    /// Times of one pass in milliseconds. Means are over all frames since resetTimings().
+    struct PassTiming
+    {
+        QString pass;
+        int frames = 0; ///< Frames with a CPU time.
+        double cpuLast = 0;
+        double cpuMean = 0;
+        int gpuFrames = 0; ///< Frames with a GPU time; 0 when the driver has no timer.
+        double gpuLast = 0;
+        double gpuMean = 0;
+    };
+    /// Whether passes are timed. GPU times come from timestamps, read frames later without a stall.
+    void setTimingEnabled(bool enabled);
+    bool isTimingEnabled() const;
+    /// One entry for each pass, in chain order.
+    QVector<PassTiming> timings() const;
+    /// Waits for the GPU times of all frames; needs the context current.
+    void finishTimings();
+    void resetTimings();
+    /// @}
+
+    /// The colour that clears use; transparent black from the start.
+    void setClearColor(const QColor &color);
+    /// Whether the state found before the first pass comes back after the last: bindings, masks, tests, blending, viewport
+    /// and what else the baseline sets. Off from the start.
+    void setRestoresState(bool restores);
+
+    /// Where an input takes its value at present.
+    struct InputSource
+    {
+        enum class Kind { Default, Value, Output, Previous, FrameValue };
+        Kind kind = Kind::Default;
+        QString pass; ///< Of Output and Previous.
+        QString port; ///< Of Output, Previous and FrameValue.
+    };
+    InputSource inputSource(const QString &pass, const QString &port) const;
+    /// The pass object that ran last under a name; null before the first frame. For inspectors and tests.
+    RenderPass *pass(const QString &name) const;
+    /// Pass objects alive, several for passes that are kept for each value.
+    int passObjectCount() const;
+
+private:
+    Q_DISABLE_COPY(RenderChain)
+
+    struct Private;
+    std::unique_ptr<Private> d;
+};
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <ExtraPasses/Export.h>
+#include <RenderPasses/RenderPassProxy.h>
+
+#include <QtCore/QSharedPointer>
+#include <QtCore/QSize>
+#include <QtGui/QMatrix4x4>
+
+namespace Velmora::Kvz {
+
+class DrawBuffers;
+class FramebufferObject;
+class GPUModel;
+class ShaderProgram;
+class Texture;
+
+/// Draws and shades a model as ForwardRenderPass does, over a picture, into a frame of two samples for each texel, for the
+/// modes S2x and 4x of SMAARenderPass.
+///
+/// Drivers put their samples where they like, and some give four for two. So the pass places them itself: it draws the model
+/// once for each sample, with a mask of that one sample and a projection shifted so that the sample lands where the table of
+/// the subsamples wants it. Shading is evaluated at the sample.
+///
+/// | Input | Name                            | Type       | Default | Null means                                        |
+/// |-------|---------------------------------|------------|---------|---------------------------------------------------|
+/// | 0     | Kvz_QRect_Viewport              | QRect      | invalid | 0 by 0 pixels                                     |
+/// | 1     | Kvz_QMatrix4x4_ProjectionMatrix | QMatrix4x4 | invalid | the identity; the projection without jitter       |
+/// | 2     | Kvz_QMatrix4x4_CameraMatrix     | QMatrix4x4 | invalid | the identity                                      |
+/// | 3     | Kvz_KvzGPUModel*_Geometry       | GPUModel*  | invalid | the background alone                              |
+/// | 4     | Kvz_KvzTexture*_Frame           | Texture*   | invalid | transparent black behind the model                |
+/// | 5     | Kvz_int_JitterIndex             | int        | invalid | the samples of S2x; else those of this frame of 4x |
+/// | 6     | Kvz_bool_RenderInHDR            | bool       | true    | false                                             |
+///
+/// | Output | Name                            | Value                                                                  |
+/// |--------|---------------------------------|------------------------------------------------------------------------|
+/// | 0      | Kvz_KvzTexture*_Frame           | Pooled, several samples: GL_RGBA16F in HDR, else GL_RGBA8.              |
+/// | 1      | Kvz_KvzTexture*_Depth           | Pooled, several samples, GL_DEPTH24_STENCIL8.                           |
+/// | 2      | Kvz_QMatrix4x4_ProjectionMatrix | The projection, shifted to the middle of the frame's two samples.      |
+/// | 3      | Kvz_Vector2D_JitterAmount       | That shift in normalised device units.                                 |
+///
+/// Colours of transparent materials are mixed with the background, not with what lies between: the nearest surface wins.
+/// Where a driver has more than two samples, the others repeat the two, a little out of place. The depth test, blending and the
+/// sample mask are off afterwards, multisampling is on, the clear colour is transparent black.
+class KVZ_EXTRAPASSES_EXPORT MultisampleForwardRenderPass : public RenderPassProxy
+{
+public:
+    enum Input { Viewport, ProjectionMatrix, CameraMatrix, Geometry, Background, JitterIndex, RenderInHDR };
+    enum Output { Frame, Depth, ProjectionMatrixOut, JitterAmount };
+
+    MultisampleForwardRenderPass();
+    ~MultisampleForwardRenderPass() override;
+
+    void start(RenderCallbacks *callbacks) override;
+
+private:
+    void drawBackground(Texture *background);
+    void drawModel(GPUModel *model, Texture *background, const QMatrix4x4 &projection, const QMatrix4x4 &camera,
+        const QSize &size, int frame);
+
+    FramebufferObject *m_framebuffer = nullptr;
+    ShaderProgram *m_backgroundProgram = nullptr;
+    ShaderProgram *m_modelProgram = nullptr;
+    QSharedPointer<DrawBuffers> m_screenQuad;
+    Texture *m_noBackground = nullptr; ///< The manager's.
+};
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <Core/RenderPassHelper.h>
+#include <ExtraPasses/Export.h>
+
+#include <QtCore/QSharedPointer>
+#include <QtCore/QSize>
+
+namespace Velmora::Kvz {
+
+class DrawBuffers;
+class FramebufferObject;
+class ShaderProgram;
+
+/// Takes what lies behind opaque surfaces out of the lists of VisibilityBufferRenderPass, which are recorded without a depth
+/// test. It stands between that pass and VisibilitySortRenderPass, whose first 50 places then go to what is seen.
+///
+/// | Input | Name                         | Type     | Default | Null means                  |
+/// |-------|------------------------------|----------|---------|-----------------------------|
+/// | 0     | Kvz_QRect_Viewport           | QRect    | invalid | 0 by 0 pixels               |
+/// | 1     | Kvz_KvzTexture*_HeadPointers | Texture* | invalid | the inputs go through       |
+/// | 2     | Kvz_KvzTexture*_NodeBuffer   | Texture* | invalid | the inputs go through       |
+/// | 3     | Kvz_int_NodeBufferWidth      | int      | invalid | 0: the inputs go through    |
+/// | 4     | Kvz_KvzTexture*_Depth        | Texture* | invalid | the inputs go through       |
+///
+/// | Output | Name                         | Value                                                                     |
+/// |--------|------------------------------|---------------------------------------------------------------------------|
+/// | 0      | Kvz_KvzTexture*_HeadPointers | GL_R32UI of the viewport's size: the heads of the shorter lists           |
+/// | 1      | Kvz_KvzTexture*_NodeBuffer   | that of input 2, whose pointers lead past what is hidden                  |
+/// | 2      | Kvz_int_NodeBufferWidth      | that of input 3                                                           |
+///
+/// The depth image is one of the same camera, with one sample for each texel and the viewport's size. A fragment is hidden when
+/// it is as deep as the texel or deeper. The order of the others stays.
+///
+/// The heads are the pass's own, and those that came in stay as they are. Where the driver has no lists of several nodes, each
+/// pixel's one fragment stays or goes. The depth test is off afterwards.
+class KVZ_EXTRAPASSES_EXPORT VisibilityOcclusionRenderPass : public RenderPassHelper
+{
+public:
+    enum Input { Viewport, HeadPointersIn, NodeBufferIn, NodeBufferWidthIn, Depth };
+    enum Output { HeadPointers, NodeBuffer, NodeBufferWidth };
+
+    VisibilityOcclusionRenderPass();
+    ~VisibilityOcclusionRenderPass() override;
+
+    void start(RenderCallbacks *callbacks) override;
+
+private:
+    FramebufferObject *m_framebuffer = nullptr;
+    ShaderProgram *m_program = nullptr;
+    QSharedPointer<DrawBuffers> m_screenQuad;
+    QSize m_size{0, 0};
+};
+
+} // namespace Velmora::Kvz

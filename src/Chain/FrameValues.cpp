@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+#include <Chain/FrameValues.h>
+
+namespace Velmora::Kvz::FrameValues {
+
+QStringList standardNames()
+{
+    return {viewport, projectionMatrix, cameraMatrix, nearPlane, farPlane, model, sceneBoundsMin, sceneBoundsMax,
+        lights, instanceData, framebuffer};
+}
+
+} // namespace Velmora::Kvz::FrameValues

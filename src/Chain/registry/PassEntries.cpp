@@ -1,0 +1,262 @@
+// SPDX-License-Identifier: MIT
+#include <Chain/registry/PassEntries.h>
+
+#include <QtCore/QSize>
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz::PassEntries {
+
+namespace {
+
+/// How images of a kind are usually shown, and what their numbers are.
+void setUsualTraits(TextureTraits *traits, TextureKind kind)
+{
+    traits->kind = kind;
+    traits->colourSpace = ColourSpace::Data;
+    switch (kind) {
+    case TextureKind::Any:
+    case TextureKind::Colour:
+    case TextureKind::Diffuse:
+    case TextureKind::Specular:
+    case TextureKind::Luminance:
+    case TextureKind::Overlay:
+        traits->colourSpace = ColourSpace::Linear;
+        traits->display = TextureDisplay::Colour;
+        break;
+    case TextureKind::Depth:
+        traits->display = TextureDisplay::Depth;
+        break;
+    case TextureKind::Normal:
+        traits->display = TextureDisplay::Normal;
+        break;
+    case TextureKind::TexCoord:
+        traits->display = TextureDisplay::TexCoord;
+        break;
+    case TextureKind::Id:
+        traits->display = TextureDisplay::Id;
+        break;
+    case TextureKind::Positions:
+        traits->display = TextureDisplay::Positions;
+        break;
+    case TextureKind::Obscurance:
+        traits->display = TextureDisplay::Scalar;
+        break;
+    case TextureKind::Velocity:
+        traits->display = TextureDisplay::Motion;
+        break;
+    case TextureKind::Stencil:
+    case TextureKind::Environment:
+    case TextureKind::NodeList:
+        traits->display = TextureDisplay::Hidden;
+        break;
+    }
+}
+
+} // namespace
+
+InputInfo input(
+    const char *name, ValueType type, const QVariant &defaultValue, const char *description, const char *whenNull)
+{
+    InputInfo info;
+    info.name = QString::fromUtf8(name);
+    info.type = type;
+    info.description = QString::fromUtf8(description);
+    info.defaultValue = defaultValue;
+    info.whenNull = QString::fromUtf8(whenNull);
+    return info;
+}
+
+InputInfo textureInput(const char *name, TextureKind kind, const char *description, const char *whenNull)
+{
+    InputInfo info = input(name, ValueType::Texture, QVariant(), description, whenNull);
+    setUsualTraits(&info.texture, kind);
+    return info;
+}
+
+InputInfo requiredTextureInput(const char *name, TextureKind kind, const char *description)
+{
+    InputInfo info = textureInput(name, kind, description, "the pass must not run");
+    info.required = true;
+    return info;
+}
+
+InputInfo viewportInput()
+{
+    return input("Kvz_QRect_Viewport", ValueType::Rect, QVariant(), "Target rectangle in pixels.", "size 0 by 0");
+}
+
+InputInfo projectionInput()
+{
+    return input(
+        "Kvz_QMatrix4x4_ProjectionMatrix", ValueType::Matrix4x4, QVariant(), "Camera to clip space.", "the identity");
+}
+
+InputInfo unjitteredProjectionInput()
+{
+    InputInfo info = projectionInput();
+    info.description = QStringLiteral("Camera to clip space, without jitter.");
+    info.wiring = ImplicitWiring::FrameOnly;
+    return info;
+}
+
+InputInfo cameraInput()
+{
+    return input(
+        "Kvz_QMatrix4x4_CameraMatrix", ValueType::Matrix4x4, QVariant(), "World to camera space.", "the identity");
+}
+
+InputInfo imageFileInput(const char *name, ImageFileUse use, const char *description, const char *whenNull)
+{
+    InputInfo info = input(name, ValueType::String, QVariant(), description, whenNull);
+    info.imageFile = use;
+    return info;
+}
+
+InputInfo blurRadiusInput(const char *description)
+{
+    InputInfo info = input("Kvz_float_BlurRadius", ValueType::Float, 2.0f, description, "0");
+    info.gridStep = 0.25;
+    return info;
+}
+
+InputInfo shadowModelInput()
+{
+    InputInfo info =
+        input("Kvz_KvzGPUModel*_Geometry", ValueType::Model, QVariant(), "The model.", "the pass must not run");
+    info.required = true;
+    return info;
+}
+
+InputInfo instanceDataInput()
+{
+    return input("Kvz_QList_InstanceData", ValueType::InstanceData, QVariant(),
+        "Rows that place the items in the stead of the model's own.", "the model's own");
+}
+
+InputInfo lightsInput()
+{
+    return input("Kvz_QList_KvzShadowMapManagerLight*_Lights", ValueType::Lights, QVariant(),
+        "The lights that cast shadows.", "no lights, so no layers");
+}
+
+InputInfo shadowProjectionInput()
+{
+    InputInfo info = unjitteredProjectionInput();
+    info.whenNull = QStringLiteral("directional lights have one layer");
+    return info;
+}
+
+InputInfo shadowCameraInput()
+{
+    InputInfo info = cameraInput();
+    info.whenNull = QStringLiteral("directional lights have one layer");
+    return info;
+}
+
+InputInfo sceneBoundsInput(const char *name, const char *description)
+{
+    return input(name, ValueType::Vector3D, QVariant(), description, "the model's bounds");
+}
+
+InputInfo mapSizeInput()
+{
+    return input(
+        "Kvz_QSize_MapSize", ValueType::Size, QSize(512, 512), "Width and height of each map in texels.", "no map");
+}
+
+OutputInfo shadowMapDataOutput()
+{
+    OutputInfo info = output(
+        "Kvz_QVariant_ShadowMapData", ValueType::ShadowMapData, "Layers, matrices, biases and the array of moments.");
+    info.texture.display = TextureDisplay::Depth;
+    return info;
+}
+
+OptionInfo instanceDataPlanOption()
+{
+    return option("instanceDataPlan", ValueType::String, QStringLiteral("TavoInstance"),
+        "The plan of instance data that places the items.");
+}
+
+InputInfo headPointersInput(const char *whenNull)
+{
+    return textureInput(
+        "Kvz_KvzTexture*_HeadPointers", TextureKind::NodeList, "A pointer for each pixel, 0 for none.", whenNull);
+}
+
+InputInfo nodeBufferInput(const char *whenNull)
+{
+    return textureInput("Kvz_KvzTexture*_NodeBuffer", TextureKind::NodeList, "The nodes of the lists.", whenNull);
+}
+
+InputInfo nodeBufferWidthInput(const char *whenNull)
+{
+    return input("Kvz_int_NodeBufferWidth", ValueType::Int, QVariant(), "Nodes in a row of that image.", whenNull);
+}
+
+QVector<OutputInfo> listOutputs(const char *headsDescription, const char *nodesDescription)
+{
+    QVector<OutputInfo> outputs = {
+        textureOutput("Kvz_KvzTexture*_HeadPointers", TextureKind::NodeList, GL_R32UI, headsDescription),
+        textureOutput("Kvz_KvzTexture*_NodeBuffer", TextureKind::NodeList, GL_RGBA32UI, nodesDescription),
+        output("Kvz_int_NodeBufferWidth", ValueType::Int, "Nodes in a row of that image."),
+    };
+    outputs[0].texture.display = TextureDisplay::ListLength;
+    return outputs;
+}
+
+DriverNeed listNeed(const char *without)
+{
+    return {{QStringLiteral("GL_ARB_shader_atomic_counters"), QStringLiteral("GL_ARB_shader_image_load_store"),
+                QStringLiteral("GL_ARB_shading_language_420pack")},
+        QString::fromUtf8(without)};
+}
+
+DriverNeed floatBitsNeed()
+{
+    return {{QStringLiteral("GL_ARB_shader_bit_encoding")},
+        QStringLiteral("depths cannot be read as the integers of lists: its shaders do not compile"), true};
+}
+
+OutputInfo output(const char *name, ValueType type, const char *description)
+{
+    OutputInfo info;
+    info.name = QString::fromUtf8(name);
+    info.type = type;
+    info.description = QString::fromUtf8(description);
+    return info;
+}
+
+OutputInfo textureOutput(const char *name, TextureKind kind, unsigned int internalFormat, const char *description)
+{
+    OutputInfo info = output(name, ValueType::Texture, description);
+    setUsualTraits(&info.texture, kind);
+    info.texture.internalFormat = internalFormat;
+    return info;
+}
+
+OutputInfo pooledOutput(const char *name, TextureKind kind, unsigned int internalFormat, const char *description)
+{
+    OutputInfo info = textureOutput(name, kind, internalFormat, description);
+    info.pooled = true;
+    return info;
+}
+
+OptionInfo option(const char *name, ValueType type, const QVariant &defaultValue, const char *description)
+{
+    OptionInfo info;
+    info.name = QString::fromUtf8(name);
+    info.type = type;
+    info.defaultValue = defaultValue;
+    info.description = QString::fromUtf8(description);
+    return info;
+}
+
+UseRule warnWhenOpen(const char *port, const char *expected, const char *consequence, const char *remedy)
+{
+    const QString name = QString::fromUtf8(port);
+    return {name, QString::fromUtf8(expected), QString::fromUtf8(consequence), QString::fromUtf8(remedy),
+        [name](const PassUse &use) { return !use.isFed(name); }};
+}
+
+} // namespace Velmora::Kvz::PassEntries

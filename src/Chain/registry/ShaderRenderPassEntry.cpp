@@ -1,0 +1,326 @@
+// SPDX-License-Identifier: MIT
+#include <Chain/registry/PassEntries.h>
+
+#include <GL/ShaderPreprocessor.h>
+#include <GL/ShaderProgram.h>
+#include <RenderPasses/ShaderRenderPass.h>
+
+#include <QtCore/QFile>
+#include <QtCore/QRegularExpression>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+const QString texturePrefix = QStringLiteral("Kvz_KvzTexture*_");
+const QString drawBuffersPrefix = QStringLiteral("Kvz_KvzDrawBuffers*_");
+
+struct Stage
+{
+    const char *option;
+    GLenum type;
+    const char *description;
+    void (ShaderRenderPass::*setSource)(const QString &);
+    QString (*defaultSource)(); ///< Null: the stage is left out.
+};
+
+const Stage stages[] = {
+    {"vertex", GL_VERTEX_SHADER, "Vertex stage; without it that of a quad over the screen.",
+        &ShaderRenderPass::setVertexShaderSource, ShaderRenderPass::defaultVertexShaderSource},
+    {"fragment", GL_FRAGMENT_SHADER, "Fragment stage; without it a copy of u_Input.",
+        &ShaderRenderPass::setFragmentShaderSource, ShaderRenderPass::defaultFragmentShaderSource},
+    {"geometry", GL_GEOMETRY_SHADER, "Geometry stage, if any.", &ShaderRenderPass::setGeometryShaderSource, nullptr},
+    {"tessellationControl", GL_TESS_CONTROL_SHADER, "Tessellation control stage, if any.",
+        &ShaderRenderPass::setTessellationControlShaderSource, nullptr},
+    {"tessellationEvaluation", GL_TESS_EVALUATION_SHADER, "Tessellation evaluation stage, if any.",
+        &ShaderRenderPass::setTessellationEvaluationShaderSource, nullptr},
+};
+
+/// The types that uniforms are set from.
+const ValueType uniformTypes[] = {ValueType::Bool, ValueType::Int, ValueType::Float, ValueType::Color, ValueType::Rect,
+    ValueType::Size, ValueType::Vector2D, ValueType::Vector3D, ValueType::Matrix4x4};
+
+/// The kinds of images that 8 bits a channel from 0 to 1 can hold.
+const TextureKind outputKinds[] = {
+    TextureKind::Colour, TextureKind::Diffuse, TextureKind::Obscurance, TextureKind::Overlay};
+
+bool isUniformType(ValueType type)
+{
+    return std::find(std::begin(uniformTypes), std::end(uniformTypes), type) != std::end(uniformTypes);
+}
+
+bool isIdentifier(const QString &name)
+{
+    static const QRegularExpression identifier(QStringLiteral("^[A-Za-z_][A-Za-z0-9_]*$"));
+    return identifier.match(name).hasMatch();
+}
+
+/// What a port is called in the shaders: `u_Foo` for the input `Kvz_KvzTexture*_Foo`. Empty for a name that no shader can
+/// have.
+QString nameInShaders(const QString &port, const QString &texturesAs)
+{
+    if (port.startsWith(drawBuffersPrefix))
+        return port.mid(drawBuffersPrefix.size());
+    if (!port.startsWith(texturePrefix))
+        return isIdentifier(port) ? port : QString();
+    const QString role = port.mid(texturePrefix.size());
+    return isIdentifier(texturesAs + role) && !role.isEmpty() ? texturesAs + role : QString();
+}
+
+/// Reads the records of the options "inputs" and "outputs" into ports.
+class Ports
+{
+public:
+    Ports(PassInfo *pass, QVector<OptionProblem> *problems)
+        : m_pass(pass),
+          m_problems(problems)
+    { }
+
+    // A field that is left out of a record, required or wrong, has a problem of its own already.
+
+    void addInput(const QVariantMap &record, const QString &place)
+    {
+        if (!record.contains(QStringLiteral("name")) || !record.contains(QStringLiteral("type")))
+            return;
+        const QString name = record[QStringLiteral("name")].toString();
+        if (nameInShaders(name, QStringLiteral("u_")).isEmpty()) {
+            report(place + QStringLiteral(".name"), "\"u_NAME\" or a port name such as \"Kvz_KvzTexture*_NAME\"",
+                describeValue(name));
+            return;
+        }
+        if (m_pass->findInput(name) >= 0) {
+            report(place + QStringLiteral(".name"), "a name of its own", describeValue(name), "another input has it");
+            return;
+        }
+        ValueType type;
+        if (!readType(name, record, place, &type))
+            return;
+        InputInfo port = input(type, name, record);
+        const QVariant value = record[QStringLiteral("value")];
+        if (!convertValue(value, type, &port.defaultValue)) {
+            const QString form = writtenForm(type);
+            m_problems->append({place + QStringLiteral(".value"), form.isEmpty() ? QStringLiteral("no value") : form,
+                describeValue(value), QStringLiteral("the input is of type %1").arg(typeName(type))});
+            return;
+        }
+        m_pass->inputs.append(port);
+    }
+
+    void addOutput(const QVariantMap &record, const QString &place)
+    {
+        if (!record.contains(QStringLiteral("name")))
+            return;
+        const QString name = record[QStringLiteral("name")].toString();
+        const QString variable = nameInShaders(name, QStringLiteral("o_"));
+        if (!name.startsWith(texturePrefix) || variable.isEmpty()) {
+            report(place + QStringLiteral(".name"), "\"Kvz_KvzTexture*_NAME\"", describeValue(name));
+            return;
+        }
+        if (m_pass->findOutput(name) >= 0) {
+            report(place + QStringLiteral(".name"), "a name of its own", describeValue(name), "another output has it");
+            return;
+        }
+        const TextureKind kind = outputKinds[record[QStringLiteral("kind")].toInt()];
+        const QByteArray description = QStringLiteral("Written by %1.").arg(variable).toUtf8();
+        m_pass->outputs.append(PassEntries::pooledOutput(name.toUtf8(), kind, GL_RGBA8, description));
+    }
+
+private:
+    void report(const QString &option, const char *expected, const QString &actual, const char *remedy = "")
+    {
+        m_problems->append({option, QString::fromUtf8(expected), actual, QString::fromUtf8(remedy)});
+    }
+
+    /// The type that is given, or that the name says; the two must agree.
+    bool readType(const QString &name, const QVariantMap &record, const QString &place, ValueType *type)
+    {
+        const QVariant given = record[QStringLiteral("type")];
+        const bool isNamed = typeFromPortName(name, type);
+        if (!isNamed && !given.isValid()) {
+            report(place + QStringLiteral(".type"), "a type", QStringLiteral("nothing"), "its name does not say one");
+            return false;
+        }
+        if (isNamed && *type != ValueType::Texture && *type != ValueType::DrawBuffers && !isUniformType(*type)) {
+            report(place + QStringLiteral(".name"), "an image, a drawable or what a uniform can hold",
+                QStringLiteral("%1, %2").arg(describeValue(name), typeName(*type)));
+            return false;
+        }
+        if (!given.isValid())
+            return true;
+        const ValueType wanted = uniformTypes[given.toInt()];
+        if (isNamed && wanted != *type) {
+            report(place + QStringLiteral(".type"), "the type that its name says",
+                QStringLiteral("%1 for %2").arg(typeName(wanted), describeValue(name)), "leave it out");
+            return false;
+        }
+        *type = wanted;
+        return true;
+    }
+
+    static InputInfo input(ValueType type, const QString &name, const QVariantMap &record)
+    {
+        const QByteArray port = name.toUtf8();
+        const QByteArray variable = nameInShaders(name, QStringLiteral("u_")).toUtf8();
+        if (type == ValueType::Texture) {
+            const auto kind = TextureKind(record[QStringLiteral("kind")].toInt());
+            return PassEntries::textureInput(port, kind, "The sampler " + variable + ".", "transparent black");
+        }
+        if (type == ValueType::DrawBuffers)
+            return PassEntries::input(port, type, QVariant(), "What is drawn.", "a quad over the screen");
+        return PassEntries::input(
+            port, type, QVariant(), "The uniform " + variable + ".", "the uniform stays as it is");
+    }
+
+    PassInfo *m_pass;
+    QVector<OptionProblem> *m_problems;
+};
+
+void completePorts(const PassOptions &options, PassInfo *pass, QVector<OptionProblem> *problems)
+{
+    Ports ports(pass, problems);
+    const QVariantList inputs = options[QStringLiteral("inputs")].toList();
+    for (int i = 0; i < inputs.size(); ++i)
+        ports.addInput(inputs[i].toMap(), QStringLiteral("inputs[%1]").arg(i));
+    const QVariantList outputs = options[QStringLiteral("outputs")].toList();
+    for (int i = 0; i < outputs.size(); ++i)
+        ports.addOutput(outputs[i].toMap(), QStringLiteral("outputs[%1]").arg(i));
+}
+
+/// The text of a stage. `given` is a file name, or the text itself.
+bool readSource(const QString &given, QString *source, QString *error)
+{
+    if (isShaderText(given)) {
+        *source = given;
+        return true;
+    }
+    QFile file(given);
+    if (!file.open(QIODevice::ReadOnly)) {
+        *error = QStringLiteral("%1: %2").arg(given, file.errorString());
+        return false;
+    }
+    *source = QString::fromUtf8(file.readAll());
+    return true;
+}
+
+/// Makes the pass after a program like its own was built, for the driver's messages: the pass keeps those to itself.
+std::unique_ptr<RenderPass> createChecked(const PassOptions &options, QString *error)
+{
+    auto pass = std::make_unique<ShaderRenderPass>();
+    ShaderProgram program;
+    for (const Stage &stage : stages) {
+        const QString option = QString::fromUtf8(stage.option);
+        const QString given = options[option].toString();
+        if (given.isEmpty()) {
+            if (stage.defaultSource)
+                program.addShader(int(stage.type), stage.defaultSource(), option);
+            continue;
+        }
+        QString source;
+        if (!readSource(given, &source, error))
+            return nullptr;
+        const QString name = isShaderText(given) ? option : given;
+        program.addShader(int(stage.type), source, name);
+        // The pass gives its sources no names, by which files to include are found, so it gets them included.
+        (pass.get()->*stage.setSource)(ShaderPreprocessor(stage.type, source, name, nullptr).text());
+    }
+
+    PassInfo ports = PassEntries::shaderRenderPass();
+    const int ownInputs = ports.inputs.size();
+    QVector<OptionProblem> ignored;
+    completePorts(options, &ports, &ignored);
+    for (int i = ownInputs; i < ports.inputs.size(); ++i)
+        pass->addInput(ports.inputs[i].name, ports.inputs[i].defaultValue);
+    QStringList colours;
+    for (const OutputInfo &output : qAsConst(ports.outputs)) {
+        pass->addOutput(output.name);
+        colours.append(nameInShaders(output.name, QStringLiteral("o_")));
+    }
+    program.setFragDataLocations(colours);
+    if (!program.compile() || !program.link()) {
+        *error = QStringLiteral("its shaders do not compile:\n%1").arg(program.log().trimmed());
+        return nullptr;
+    }
+
+    pass->setClear(options[QStringLiteral("clear")].toBool());
+    pass->setBlend(ShaderRenderPass::BlendMode(options[QStringLiteral("blend")].toInt()));
+    return pass;
+}
+
+OptionInfo enumeration(
+    const char *name, const QVariant &defaultValue, const char *description, const QStringList &names)
+{
+    OptionInfo option = PassEntries::option(name, ValueType::Enumeration, defaultValue, description);
+    option.enumerators = names;
+    return option;
+}
+
+OptionInfo portNameOption(const char *description)
+{
+    OptionInfo option = PassEntries::option("name", ValueType::String, QVariant(), description);
+    option.required = true;
+    return option;
+}
+
+OptionInfo inputsOption()
+{
+    QStringList types, kinds;
+    for (const ValueType type : uniformTypes)
+        types.append(typeName(type));
+    for (int kind = 0; kind <= int(TextureKind::Environment); ++kind)
+        kinds.append(toString(TextureKind(kind)));
+    OptionInfo inputs = PassEntries::option("inputs", ValueType::Records, QVariantList(), "Further inputs, in order.");
+    inputs.fields = {
+        portNameOption("Port name: an image, a drawable, or the name of a uniform."),
+        enumeration("type", QVariant(), "Type of a uniform whose name does not say it.", types),
+        PassEntries::option("value", ValueType::Variant, QVariant(), "Value of a uniform until something feeds it."),
+        enumeration("kind", int(TextureKind::Any), "Which images it takes by name.", kinds),
+    };
+    return inputs;
+}
+
+OptionInfo outputsOption()
+{
+    QStringList kinds;
+    for (const TextureKind kind : outputKinds)
+        kinds.append(toString(kind));
+    OptionInfo outputs =
+        PassEntries::option("outputs", ValueType::Records, QVariantList(), "Outputs, in order of the colours.");
+    outputs.fields = {
+        portNameOption("Port name of an image."),
+        enumeration("kind", 0, "What the image holds.", kinds),
+    };
+    return outputs;
+}
+
+} // namespace
+
+PassInfo PassEntries::shaderRenderPass()
+{
+    PassInfo pass;
+    pass.className = QStringLiteral("ShaderRenderPass");
+    pass.summary = QStringLiteral("Runs your own GLSL. Its ports are those that its options name.");
+    pass.inputs = {
+        input("Kvz_QRect_Viewport", ValueType::Rect, QVariant(), "Size of the outputs.",
+            "that of the first connected image, else 1 by 1"),
+    };
+    for (const Stage &stage : stages)
+        pass.options.append(option(stage.option, ValueType::ShaderFile, QVariant(), stage.description));
+    pass.options += {
+        inputsOption(),
+        outputsOption(),
+        option("clear", ValueType::Bool, true, "Whether the outputs are cleared each frame."),
+        enumeration("blend", int(ShaderRenderPass::BlendNone), "How the shader's colours meet what is there.",
+            {QStringLiteral("None"), QStringLiteral("Alpha"), QStringLiteral("Additive")}),
+    };
+    pass.completePorts = completePorts;
+    pass.createChecked = createChecked;
+    pass.create = [](const PassOptions &options) {
+        QString ignored;
+        return createChecked(options, &ignored);
+    };
+    return pass;
+}
+
+} // namespace Velmora::Kvz

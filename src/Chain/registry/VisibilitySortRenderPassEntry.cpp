@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#include <Chain/registry/PassEntries.h>
+#include <RenderPasses/VisibilitySortRenderPass.h>
+
+namespace Velmora::Kvz {
+
+PassInfo PassEntries::visibilitySortRenderPass()
+{
+    PassInfo pass;
+    pass.className = QStringLiteral("VisibilitySortRenderPass");
+    pass.summary = QStringLiteral("Sorts lists of fragments by depth, the nearest first.");
+    pass.inputs = {
+        viewportInput(),
+        headPointersInput("no sort"),
+        nodeBufferInput("no sort"),
+        nodeBufferWidthInput("no sort"),
+    };
+    pass.outputs = listOutputs("The pointers that came in.", "The nodes that came in, sorted in place.");
+    for (OutputInfo &output : pass.outputs)
+        output.passesOn = output.name;
+    // It moves what the nodes hold: who else reads them gets the sorted lists too.
+    pass.inputs[2].drawnInto = true;
+    pass.rules = {
+        warnWhenOpen("Kvz_KvzTexture*_HeadPointers", "lists of fragments", "none: there is nothing to sort",
+            "put a VisibilityBufferRenderPass before it"),
+    };
+    pass.driverNeeds = {listNeed("its inputs go through, since each pixel has one fragment")};
+    pass.create = construct<VisibilitySortRenderPass>;
+    return pass;
+}
+
+} // namespace Velmora::Kvz

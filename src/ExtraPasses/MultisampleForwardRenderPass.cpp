@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: MIT
+#include <ExtraPasses/MultisampleForwardRenderPass.h>
+
+#include "SubsampleTable.h"
+#include "steps/DirectionalLight.h"
+#include "steps/ForwardVertex.h"
+#include "steps/InputRead.h"
+#include "steps/LazyProgram.h"
+#include "steps/ModelProgram.h"
+#include "steps/ScreenQuad.h"
+#include "steps/TempTexture.h"
+
+#include <GL/AutoBinder.h>
+#include <GL/DrawBuffers.h>
+#include <GL/FramebufferObject.h>
+#include <GL/ShaderProgram.h>
+#include <GL/Texture.h>
+#include <GL/TextureManager.h>
+#include <Scene/GPUModel.h>
+
+#include <QtGui/QColor>
+#include <QtGui/QVector2D>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+constexpr int sampleCount = 2;
+
+const QString backgroundSource = QStringLiteral(R"(#version 150
+uniform sampler2D u_Background;
+in vec2 vo_TexCoord;
+out vec4 out_FragColor;
+
+void main()
+{
+    out_FragColor = texture(u_Background, vo_TexCoord);
+}
+)");
+
+// Values are those at the texel's centre, which is not where the one sample lies that is drawn, so they are carried over to it.
+// Colours end at 1 as in the frames of ForwardRenderPass, whose highlights may go far beyond.
+const QString fragmentSource = QStringLiteral(R"(#version 150
+#instancedata "OBJMaterial"
+#include "TextureManager.glslh"
+uniform sampler2D u_Background;
+uniform vec2 u_Size;
+uniform vec2 u_FromCentre;
+in vec3 vo_Normal;
+in vec2 vo_TexCoord;
+out vec4 out_FragColor;
+)") + directionalLightSource
+    + QStringLiteral(R"(
+void main()
+{
+    vec3 normal = vo_Normal + dFdx(vo_Normal) * u_FromCentre.x + dFdy(vo_Normal) * u_FromCentre.y;
+    vec2 texCoord = vo_TexCoord + dFdx(vo_TexCoord) * u_FromCentre.x + dFdy(vo_TexCoord) * u_FromCentre.y;
+    vec3 Kd = getKd() * managedTexture(getMap_Kd(), texCoord).rgb;
+    vec3 Ks = getKs() * managedTexture(getMap_Ks(), texCoord).rgb;
+    vec3 L = normalize(vec3(100.0, 100.0, 100.0));
+    vec3 shaded = clamp(directionalLight(Kd, Ks, getNs(), normal, L), 0.0, 1.0);
+    vec4 behind = texture(u_Background, gl_FragCoord.xy / u_Size);
+    float opacity = getD();
+    out_FragColor = vec4(mix(behind.rgb, shaded, opacity), opacity + behind.a * (1.0 - opacity));
+}
+)");
+
+} // namespace
+
+MultisampleForwardRenderPass::MultisampleForwardRenderPass()
+{
+    addInput(QStringLiteral("Kvz_QRect_Viewport"), QVariant());
+    addInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant());
+    addInput(QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QVariant());
+    addInput(QStringLiteral("Kvz_KvzGPUModel*_Geometry"), QVariant());
+    addInput(QStringLiteral("Kvz_KvzTexture*_Frame"), QVariant());
+    addInput(QStringLiteral("Kvz_int_JitterIndex"), QVariant());
+    addInput(QStringLiteral("Kvz_bool_RenderInHDR"), true);
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Depth"));
+    addOutput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"));
+    addOutput(QStringLiteral("Kvz_Vector2D_JitterAmount"));
+}
+
+MultisampleForwardRenderPass::~MultisampleForwardRenderPass()
+{
+    delete m_framebuffer;
+    delete m_backgroundProgram;
+    delete m_modelProgram;
+}
+
+void MultisampleForwardRenderPass::start(RenderCallbacks *)
+{
+    const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
+    const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
+    const auto camera = inputValue<QMatrix4x4>(m_inputs[CameraMatrix]);
+    auto *const model = inputValue<GPUModel *>(m_inputs[Geometry]);
+    auto *const background = getInputPointer<Texture>(Background);
+    const int frame = inputValue<int>(m_inputs[JitterIndex], -1);
+    const bool isHdr = inputValue<bool>(m_inputs[RenderInHDR]);
+
+    ensureFramebuffer(m_framebuffer);
+    {
+        AutoBinder framebuffer(m_framebuffer);
+        Texture *const color = attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0,
+            isHdr ? TextureFormat::HighDynamicRange : TextureFormat::LowDynamicRange, size, sampleCount);
+        Texture *const depth = attachTempTexture(
+            m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, TextureFormat::DepthStencil, size, sampleCount);
+        m_framebuffer->setDrawBuffers();
+        glViewport(0, 0, size.width(), size.height());
+        glEnable(GL_MULTISAMPLE);
+        glClearColor(0, 0, 0, 0);
+        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+        glDisable(GL_DEPTH_TEST);
+        glDisable(GL_BLEND);
+        if (background)
+            drawBackground(background);
+        if (model)
+            drawModel(model, background, projection, camera, size, frame);
+        handOn(m_outputs[Frame], m_numOutputUsers[Frame], color);
+        handOn(m_outputs[Depth], m_numOutputUsers[Depth], depth);
+        detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
+        detachAndGiveBack(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
+    }
+
+    const QPointF middle = (subsamplePosition(frame, 0) + subsamplePosition(frame, 1)) / 2;
+    const QVector2D jitter = shiftTo(QPointF(0.5, 0.5), middle, size);
+    m_outputs[ProjectionMatrixOut].value = shifted(projection, jitter);
+    m_outputs[JitterAmount].value = jitter;
+    giveBack(background);
+}
+
+void MultisampleForwardRenderPass::drawBackground(Texture *background)
+{
+    if (!m_backgroundProgram)
+        m_backgroundProgram = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, backgroundSource);
+    ensureScreenQuad(m_screenQuad, m_backgroundProgram);
+    AutoBinder program(m_backgroundProgram);
+    AutoBinder source(background);
+    m_backgroundProgram->setUniform(QStringLiteral("u_Background"), background->unit());
+    AutoBinder quad(m_screenQuad);
+    m_screenQuad->draw();
+}
+
+void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *background, const QMatrix4x4 &projection,
+    const QMatrix4x4 &camera, const QSize &size, int frame)
+{
+    if (!m_modelProgram)
+        m_modelProgram = buildModelProgram({QStringLiteral("out_FragColor")}, forwardVertexSource, fragmentSource);
+    if (!background) {
+        if (!m_noBackground)
+            m_noBackground = TextureManager::Instance()->colorTexture(QColor(Qt::transparent));
+        background = m_noBackground;
+    }
+
+    AutoBinder program(m_modelProgram);
+    AutoBinder source(background);
+    m_modelProgram->setUniform(QStringLiteral("u_Background"), background->unit());
+    m_modelProgram->setUniform(QStringLiteral("u_Size"), QVector2D(float(size.width()), float(size.height())));
+    m_modelProgram->setUniform(QStringLiteral("u_CameraMatrix"), camera);
+    glEnable(GL_DEPTH_TEST);
+    glEnable(GL_SAMPLE_MASK);
+    for (int sample = 0; sample < sampleCount; ++sample) {
+        GLfloat position[2] = {0.5f, 0.5f};
+        glGetMultisamplefv(GL_SAMPLE_POSITION, GLuint(sample), position);
+        const QPointF actual{double(position[0]), double(position[1])};
+        // This sample, and every other one of those that a driver adds.
+        glSampleMaski(0, 0x55555555u << sample);
+        m_modelProgram->setUniform(QStringLiteral("u_ProjectionMatrix"),
+            shifted(projection, shiftTo(actual, subsamplePosition(frame, sample), size)));
+        m_modelProgram->setUniform(QStringLiteral("u_FromCentre"), QVector2D(position[0] - 0.5f, position[1] - 0.5f));
+        model->draw(m_modelProgram, 0, 0, WindingCounterClockwise, false);
+    }
+    glSampleMaski(0, 0xffffffffu);
+    glDisable(GL_SAMPLE_MASK);
+    glDisable(GL_DEPTH_TEST);
+}
+
+} // namespace Velmora::Kvz

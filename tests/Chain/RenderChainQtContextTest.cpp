@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+// Contexts of Qt need a window system: ctest runs this program under a virtual X server.
+#include "FakePasses.h"
+
+#include <Chain/RenderChain.h>
+#include <GL/GLStatistics.h>
+
+#include <QtGui/QOffscreenSurface>
+#include <QtGui/QOpenGLContext>
+
+#include <gtest/gtest.h>
+
+namespace Velmora::Kvz {
+
+TEST(RenderChainQtContextTest, theChainFollowsTheContextsOfAWidget)
+{
+    QSurfaceFormat format;
+    format.setVersion(3, 2);
+    format.setProfile(QSurfaceFormat::CoreProfile);
+    QOffscreenSurface surface;
+    surface.setFormat(format);
+    surface.create();
+    const auto makeContext = [&] {
+        auto context = std::make_unique<QOpenGLContext>();
+        context->setFormat(format);
+        const bool isCurrent = context->create() && context->makeCurrent(&surface);
+        return isCurrent ? std::move(context) : nullptr;
+    };
+    auto context = makeContext();
+    if (!context)
+        GTEST_SKIP() << "Qt's platform gives no OpenGL context here";
+
+    const GLObjectCounts before = glObjectCounts();
+    QStringList calls;
+    PassRegistry registry;
+    registry.add(fakeClass("Fake", {}, {}, {}, [&](const QString &call, FakePass &) { calls.append(call); }));
+    registry.add(*PassRegistry::standard().find(QStringLiteral("GradientRenderPass")));
+    ChainDescription description;
+    for (const char *name : {"GradientRenderPass", "Fake"}) {
+        ChainPass pass;
+        pass.name = pass.className = QString::fromUtf8(name);
+        description.passes.append(pass);
+    }
+    RenderChain chain(registry);
+    ASSERT_TRUE(chain.setDescription(description)) << qPrintable(chain.errorString());
+    chain.setViewport(QRect(0, 0, 8, 8));
+
+    for (int i = 0; i < 3; ++i) {
+        calls.clear();
+        ASSERT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
+        EXPECT_EQ(calls.value(0), QStringLiteral("construct"));
+        EXPECT_GT(glObjectCounts().programs, before.programs);
+        calls.clear();
+        context.reset();
+        EXPECT_EQ(calls,
+            (QStringList{
+                QStringLiteral("teardown"), QStringLiteral("teardownContextData"), QStringLiteral("destroy")}));
+        EXPECT_TRUE(glObjectCounts() == before);
+        context = makeContext();
+        ASSERT_TRUE(context);
+    }
+}
+
+} // namespace Velmora::Kvz
