@@ -41,9 +41,10 @@ public:
     /// Adds the text of a shader file, found by its bare name under ":/Media/Shaders" or the macro processor's folders.
     /// A file that is not there makes compile() fail, with one log line that names it.
     void addShaderFromFile(int type, const QString &file);
-    /// Compiles all units; false when any fails. The log names file and line as written.
+    /// Compiles all units; false when any fails. The log names file and line as written, and takeProgramFailures() gives it
+    /// too.
     virtual bool compile();
-    /// Links what compile() made; false when that, or the linking, failed.
+    /// Links what compile() made; false when that, or the linking, failed. takeProgramFailures() gives the log of the latter.
     virtual bool link();
     /// Everything that the preprocessor, the compiler and the linker said since compile() began.
     QString log() const;
@@ -93,6 +94,7 @@ private:
 
     void deleteProgram();
     bool compileUnit(const Unit &unit, int number);
+    void keepFailure();
     void readUniforms();
     void assignFixedUnits();
     Uniform *findUniform(const QString &name);
@@ -106,6 +108,7 @@ private:
     QString m_log;
     bool m_compiled = false;
     bool m_linked = false;
+    bool m_isFailureKept = false; ///< For takeProgramFailures(), since compile() began.
     mutable QHash<QString, Uniform> m_uniforms;
     QHash<QString, int> m_attributes;
     QVarLengthArray<int, 4> m_saved;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "ContextResources.h"
+
 #include <GL/OpenGLDeviceContext.h>
 #include <GL/TextureManager.h>
 
@@ -24,6 +26,7 @@ struct ShareGroup
     QSharedPointer<ContextIdentity> identity = QSharedPointer<ContextIdentity>::create();
     std::unique_ptr<TextureManager> textureManager;
     QSet<unsigned int> tessellationPrograms;
+    ContextResources resources;
 
     ~ShareGroup();
 };

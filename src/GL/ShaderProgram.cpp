@@ -2,6 +2,7 @@
 #include <GL/ShaderProgram.h>
 
 #include "GLNames.h"
+#include "ProgramFailuresPrivate.h"
 #include "StandardAttributes.h"
 #include "TessellationPrograms.h"
 
@@ -230,6 +231,9 @@ bool ShaderProgram::compile()
     // Every unit is compiled, so that the log holds all mistakes at once.
     for (int i = 0; i < m_units.size(); ++i)
         m_compiled = compileUnit(m_units[i], i) && m_compiled;
+    m_isFailureKept = false;
+    if (!m_compiled)
+        keepFailure();
     return m_compiled;
 }
 
@@ -295,13 +299,22 @@ bool ShaderProgram::link()
     if (!driverLog.isEmpty())
         m_log += driverLog + QLatin1Char('\n');
     m_linked = linked == GL_TRUE;
-    if (!m_linked)
+    if (!m_linked) {
+        keepFailure();
         return false;
+    }
     if (hasTessellation())
         TessellationPrograms::current().insert(m_name);
     readUniforms();
     assignFixedUnits();
     return true;
+}
+
+void ShaderProgram::keepFailure()
+{
+    if (!m_isFailureKept)
+        addProgramFailure(m_log);
+    m_isFailureKept = true;
 }
 
 void ShaderProgram::readUniforms()
