@@ -1,0 +1,2 @@
+// SPDX-License-Identifier: MIT
+// Gives the precompiled headers a target of their own.
