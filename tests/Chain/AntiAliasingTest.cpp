@@ -522,8 +522,8 @@ TEST_F(GhostTest, temporalModesLeaveNoneBehindWhatMoves)
         moving.insert(QString::fromUtf8(motion.name), cells + unfollowed);
         stopped.insert(QString::fromUtf8(motion.name), losses);
     }
-    expectPageHas(QStringLiteral("What stays of things that move"), moving);
-    expectPageHas(QStringLiteral("What stays when they stop"), stopped);
+    expectPageHas(QStringLiteral("What remains of moving things"), moving);
+    expectPageHas(QStringLiteral("What remains when they stop"), stopped);
 }
 
 } // namespace Velmora::Kvz
