@@ -693,7 +693,7 @@ TEST(ChainValidationTest, theModesOfMorphologicalAntiAliasingWantTheirInputs)
     EXPECT_EQ(only({one, smooth(1)}).toString(),
         QStringLiteral(
             "warning: pass \"a\", Kvz_KvzTexture*_Frame: expected a frame of several samples in modes 1 and 3, found "
-            "one sample for each texel: the samples that are averaged are black; draw the frame with "
+            "one sample per texel: the averaged samples are black; draw the frame with "
             "MultisampleForwardRenderPass, or set Kvz_int_SmaaMode to 0 or 2"));
     EXPECT_EQ(only({mover, one, fed(smooth(3))}).port, QString::fromUtf8(frame));
     // Velocity and jitter, also in the mode as constructed.
@@ -728,7 +728,7 @@ TEST(ChainValidationTest, theConfigurationThatNeverBuildsItsProgramsIsExplained)
     EXPECT_EQ(only({mover, source, smooth(2, 64, 64)}).toString(),
         QStringLiteral(
             "warning: pass \"a\", Kvz_QRect_Viewport: expected any size but 64 by 64 with mode 2 and no predicate, "
-            "found just that, as which the pass begins: it never builds its programs and gives no picture; "
+            "found just that, which counts as built from the start: the pass never builds its programs and gives no picture; "
             "change the size by a pixel"));
     EXPECT_CLEAN({mover, source, smooth(2, 64, 65)});
     EXPECT_CLEAN({mover, source, smooth(0, 64, 64)});

@@ -98,7 +98,7 @@ TEST(ShadowDirtyTest, aPassThatIsNeverDirtyIsAFinding)
     EXPECT_EQ(linesOf(chain),
         QStringList{
             QStringLiteral("warning: pass \"ShadowMapRenderPass2\", Kvz_bool_Dirty: expected a first frame that is "
-                           "dirty, found false for good: the pass never looks at the lights; leave it out, and have "
+                           "dirty, found always false: the pass never looks at the lights; leave it out, and have "
                            "the host set it to false between changes")});
     for (const QVariant &value : {QVariant(true), QVariant()}) {
         chain.passes[0].values.insert(QStringLiteral("Kvz_bool_Dirty"), value);

@@ -43,8 +43,7 @@ TEST(VisibilityValidationTest, shadingUnsortedListsIsAWarning)
     ASSERT_EQ(findings.size(), 1);
     EXPECT_EQ(findings[0].toString(),
         QStringLiteral(
-            "warning: pass \"layers\", Kvz_KvzTexture*_NodeBuffer: expected sorted lists, found lists in the "
-            "order of drawing; put a VisibilitySortRenderPass before it"));
+            "warning: pass \"layers\", Kvz_KvzTexture*_NodeBuffer: expected sorted lists, found lists in drawing order; put a VisibilitySortRenderPass before it"));
 
     // Also where another pass stands between, and where the sort sits beside the road.
     ChainPass visible = pass("visible", "VisibilityOcclusionRenderPass");

@@ -14,7 +14,7 @@ PassInfo PassEntries::backgroundImageRenderPass()
     pass.inputs = {
         viewportInput(),
         textureInput("Kvz_KvzTexture*_Frame", TextureKind::Colour, "Rendered frame.", "opaque black geometry"),
-        textureInput("Kvz_KvzTexture*_Depth", TextureKind::Depth, "Attached, and neither tested nor written.",
+        textureInput("Kvz_KvzTexture*_Depth", TextureKind::Depth, "Attached, but neither tested nor written.",
             "a temporary one"),
         imageFileInput(
             "Kvz_string_FadeImageUrl1", ImageFileUse::Converted, "File of the first image, read once.", "opaque black"),
@@ -23,9 +23,9 @@ PassInfo PassEntries::backgroundImageRenderPass()
         input("Kvz_float_FadeRatio", ValueType::Float, QVariant(), "Factor on the first image.", "0"),
         input("Kvz_float_FadeRatio2", ValueType::Float, QVariant(), "Factor on the second image.", "0"),
         textureInput("Kvz_KvzTexture*_Normal", TextureKind::Normal,
-            "Material ids plus 1 in alpha, 0 where no geometry is; MaterialIdRenderPass makes it.",
+            "Material ids plus 1 in alpha, 0 where there is no geometry, as MaterialIdRenderPass writes them.",
             "an image of undefined content"),
-        input("Kvz_int_FloorMaterialId", ValueType::Int, -1, "Material id of the floor; below 0 none.", "0"),
+        input("Kvz_int_FloorMaterialId", ValueType::Int, -1, "Material id of the floor; below 0: no floor.", "0"),
         input("Kvz_float_FadeRatioFloor", ValueType::Float, QVariant(),
             "Share of the frame on the floor, the rest is the images.", "0"),
     };

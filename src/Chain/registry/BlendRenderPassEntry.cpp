@@ -31,8 +31,8 @@ PassInfo PassEntries::blendRenderPass()
         viewportInput(),
         source,
         destination,
-        input("Int_BlendMode", ValueType::Int, QVariant(), "Number of the operator, from now on.",
-            "the mode in force stays"),
+        input("Int_BlendMode", ValueType::Int, QVariant(), "Number of the operator, which stays in force.",
+            "the current mode stays"),
         input("brightness", ValueType::Float, QVariant(), "Factor on all channels of the destination.", "1"),
     };
     pass.outputs = {

@@ -10,7 +10,7 @@ PassInfo PassEntries::blurAndCombineRenderPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("BlurAndCombineRenderPass");
-    pass.summary = QStringLiteral("Adds a glow to a frame: what is bright in a frame, blurred by a Gaussian.");
+    pass.summary = QStringLiteral("Adds a glow to a frame: the bright parts of a frame, blurred by a Gaussian.");
 
     InputInfo normal = textureInput(
         "Kvz_KvzTexture*_NormalFrame", TextureKind::Colour, "Frame that the glow is added to.", "transparent black");

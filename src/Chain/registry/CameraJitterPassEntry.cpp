@@ -8,13 +8,13 @@ PassInfo PassEntries::cameraJitterPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("CameraJitterPass");
-    pass.summary = QStringLiteral("Shifts the projection by a part of a pixel, another one in each frame.");
+    pass.summary = QStringLiteral("Shifts the projection by a fraction of a pixel that changes each frame.");
     pass.inputs = {
         viewportInput(),
         cameraInput(),
         unjitteredProjectionInput(),
-        input("Kvz_bool_ResetTemporal", ValueType::Bool, true, "Begins the still frames of the random mode anew.",
-            "false"),
+        input(
+            "Kvz_bool_ResetTemporal", ValueType::Bool, true, "Restarts the still frames of the random mode.", "false"),
         input("Kvz_int_JitterMode", ValueType::Int, 0, "0 none, 1 random, 2 anti-diagonal, 3 diagonal.", "none"),
     };
     pass.outputs = {
@@ -33,7 +33,7 @@ PassInfo PassEntries::cameraJitterPass()
                 return modeOf(use).isValid() && (modeOf(use).toInt() < 0 || modeOf(use).toInt() > 3);
             }},
         {QStringLiteral("Kvz_bool_ResetTemporal"), QStringLiteral("false for the random mode"),
-            QStringLiteral("true: each frame begins the still frames anew"), QStringLiteral("set it to false"),
+            QStringLiteral("true: each frame restarts the still frames"), QStringLiteral("set it to false"),
             [modeOf](const PassUse &use) {
                 return modeOf(use) == QVariant(int(JitterRandom))
                     && use.value(QStringLiteral("Kvz_bool_ResetTemporal")).toBool();

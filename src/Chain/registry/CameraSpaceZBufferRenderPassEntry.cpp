@@ -12,15 +12,15 @@ PassInfo PassEntries::cameraSpaceZBufferRenderPass()
     pass.className = QStringLiteral("CameraSpaceZBufferRenderPass");
     pass.summary = QStringLiteral("Turns a depth image into positions in camera space.");
 
-    InputInfo depth = requiredTextureInput(
-        "Kvz_KvzTexture*_Depth", TextureKind::Depth, "Depth from 0 to 1; of several samples the first is read.");
+    InputInfo depth = requiredTextureInput("Kvz_KvzTexture*_Depth", TextureKind::Depth,
+        "Depth from 0 to 1; of a multisampled image the first sample is read.");
     depth.multisampling = Multisampling::Taken;
     pass.inputs = {
         viewportInput(),
         depth,
         projectionInput(),
         input("Kvz_int_NumberMultisamples", ValueType::Int, QVariant(),
-            "Samples for each texel of the result; plain up to 1.", "0"),
+            "Samples per texel of the result; up to 1 it is not multisampled.", "0"),
     };
 
     OutputInfo positions =

@@ -8,12 +8,12 @@ PassInfo PassEntries::cullingRenderPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("CullingRenderPass");
-    pass.summary = QStringLiteral("Marks the items of a model that lie out of view or are hidden as not drawn.");
+    pass.summary = QStringLiteral("Marks items of a model that are out of view or hidden, so that they are not drawn.");
     pass.inputs = {
         input("Kvz_bool_FrustumCullingEnabledIn", ValueType::Bool, QVariant(),
             "Leaves out items outside the camera's view.", "false"),
         input("Kvz_bool_VisibilityCullingEnabledIn", ValueType::Bool, QVariant(),
-            "Leaves out items that were hidden in the frame before.", "false"),
+            "Leaves out items that were hidden in the previous frame.", "false"),
         cameraInput(),
         projectionInput(),
         input("Kvz_KvzGPUModel*_Geometry", ValueType::Model, QVariant(), "The model.", "nothing is marked"),

@@ -10,7 +10,7 @@ PassInfo PassEntries::depthStencilRenderPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("DepthStencilRenderPass");
-    pass.summary = QStringLiteral("Draws a model into depth, and into a stencil that marks the pixels that it covers.");
+    pass.summary = QStringLiteral("Draws a model into depth, and into a stencil that marks the pixels it covers.");
     pass.inputs = {
         viewportInput(),
         projectionInput(),

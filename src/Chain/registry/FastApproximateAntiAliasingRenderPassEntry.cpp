@@ -14,11 +14,11 @@ PassInfo PassEntries::fastApproximateAntiAliasingRenderPass()
     pass.inputs = {
         viewportInput(),
         textureInput("Kvz_KvzTexture*_Frame", TextureKind::Colour, "The frame to smooth.", "the output is empty"),
-        input("Kvz_float_SubPixelQuality", ValueType::Float, 1.0f,
-            "How much of details below a pixel is taken away, from 0 to 1.", "0.75"),
+        input("Kvz_float_SubPixelQuality", ValueType::Float, 1.0f, "How much sub-pixel detail is removed, from 0 to 1.",
+            "0.75"),
         input("Kvz_float_RcpFrameQuality", ValueType::Float, 1.1f, "Factor on the horizontal steps.", "1"),
         input("Kvz_float_EdgeThresholdQuality", ValueType::Float, 0.125f,
-            "Least contrast that counts, in parts of the brightest neighbour.", "0.166"),
+            "Least contrast that counts, as a fraction of the brightest neighbour.", "0.166"),
         input(
             "Kvz_float_EdgeThresholdMinQuality", ValueType::Float, 0.0625f, "Least contrast that counts at all.", "0"),
         input("Kvz_bool_RenderInHDR", ValueType::Bool, true, "Whether the result has floating-point colour.", "false"),

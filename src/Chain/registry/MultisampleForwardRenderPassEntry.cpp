@@ -11,7 +11,7 @@ PassInfo PassEntries::multisampleForwardRenderPass()
     PassInfo pass;
     pass.className = QStringLiteral("MultisampleForwardRenderPass");
     pass.summary =
-        QStringLiteral("Draws and shades a model over a picture, two samples for each texel, placed for SMAA.");
+        QStringLiteral("Draws and shades a model over a picture, with two samples per texel placed for SMAA.");
     pass.inputs = {
         viewportInput(),
         unjitteredProjectionInput(),

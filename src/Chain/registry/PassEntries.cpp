@@ -130,7 +130,7 @@ InputInfo shadowModelInput()
 InputInfo instanceDataInput()
 {
     return input("Kvz_QList_InstanceData", ValueType::InstanceData, QVariant(),
-        "Rows that place the items in the stead of the model's own.", "the model's own");
+        "Rows that place the items instead of the model's own.", "the model's own");
 }
 
 InputInfo lightsInput()
@@ -181,7 +181,7 @@ OptionInfo instanceDataPlanOption()
 InputInfo headPointersInput(const char *whenNull)
 {
     return textureInput(
-        "Kvz_KvzTexture*_HeadPointers", TextureKind::NodeList, "A pointer for each pixel, 0 for none.", whenNull);
+        "Kvz_KvzTexture*_HeadPointers", TextureKind::NodeList, "One pointer per pixel, 0 for none.", whenNull);
 }
 
 InputInfo nodeBufferInput(const char *whenNull)

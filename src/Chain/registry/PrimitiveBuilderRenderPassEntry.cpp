@@ -34,7 +34,7 @@ PassInfo PassEntries::primitiveBuilderRenderPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("PrimitiveBuilderRenderPass");
-    pass.summary = QStringLiteral("Makes one drawable of quads and cubes.");
+    pass.summary = QStringLiteral("Builds one drawable from quads and cubes.");
     pass.outputs = {
         output("Kvz_KvzDrawBuffers*_Geometry", ValueType::DrawBuffers, "The drawable; null without primitives."),
     };

@@ -43,15 +43,15 @@ PassInfo PassEntries::smaaRenderPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("SMAARenderPass");
-    pass.summary = QStringLiteral("Smooths the edges of a frame by their shapes, over samples and frames too.");
+    pass.summary = QStringLiteral("Smooths the edges of a frame by their shapes, optionally over samples and frames.");
 
     InputInfo frame = requiredTextureInput(
-        "Kvz_KvzTexture*_Frame", TextureKind::Colour, "Frame to smooth; modes 1 and 3 want one of several samples.");
+        "Kvz_KvzTexture*_Frame", TextureKind::Colour, "Frame to smooth; modes 1 and 3 need a multisampled one.");
     frame.multisampling = Multisampling::Taken;
     InputInfo predicate = textureInput("Kvz_KvzTexture*_Predicate", TextureKind::Any,
         "Image, such as depth, whose steps of 0.01 or more in red mark likely edges.", "one threshold everywhere");
     InputInfo velocity = textureInput("Kvz_KvzTexture*_Velocity", TextureKind::Velocity,
-        "Current less last position in texture coordinates, for modes 2 and 3.", "nothing moves");
+        "Current minus previous position in texture coordinates, for modes 2 and 3.", "nothing moves");
     velocity.multisampling = Multisampling::Resolved;
     pass.inputs = {
         viewportInput(),
@@ -61,9 +61,9 @@ PassInfo PassEntries::smaaRenderPass()
         predicate,
         velocity,
         input("Kvz_int_JitterIndex", ValueType::Int, QVariant(), "Position in the camera's jitter, 0 or 1.", "0"),
-        input("Kvz_bool_RenderInHDR", ValueType::Bool, true, "Gives floating-point colours, else 8 bits.", "false"),
+        input("Kvz_bool_RenderInHDR", ValueType::Bool, true, "Floating-point colours instead of 8 bits.", "false"),
         input("Kvz_Vector2D_JitterAmount", ValueType::Vector2D, QVariant(),
-            "The camera's jitter in normalised device units, when it is a part of the velocity.", "(0, 0)"),
+            "The camera's jitter in normalised device units, if the velocity includes it.", "(0, 0)"),
     };
     pass.outputs = {
         pooledOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA16F,
@@ -80,7 +80,7 @@ PassInfo PassEntries::smaaRenderPass()
                 return mode.isValid() && (mode.toInt() < 0 || mode.toInt() > 3);
             }},
         {framePort, QStringLiteral("a frame of several samples in modes 1 and 3"),
-            QStringLiteral("one sample for each texel: the samples that are averaged are black"),
+            QStringLiteral("one sample per texel: the averaged samples are black"),
             QStringLiteral("draw the frame with MultisampleForwardRenderPass, or set Kvz_int_SmaaMode to 0 or 2"),
             [](const PassUse &use) {
                 const int mode = modeOf(use);
@@ -96,7 +96,8 @@ PassInfo PassEntries::smaaRenderPass()
             QStringLiteral("put CameraJitterPass before the geometry, or set Kvz_int_SmaaMode to 0 or 1"),
             [](const PassUse &use) { return isTemporal(use) && !use.isFed(jitterIndexPort); }},
         {viewportPort, QStringLiteral("any size but 64 by 64 with mode 2 and no predicate"),
-            QStringLiteral("just that, as which the pass begins: it never builds its programs and gives no picture"),
+            QStringLiteral("just that, which counts as built from the start: the pass never builds its programs and "
+                           "gives no picture"),
             QStringLiteral("change the size by a pixel"), neverBuildsItsPrograms},
     };
     pass.create = construct<SMAARenderPass>;

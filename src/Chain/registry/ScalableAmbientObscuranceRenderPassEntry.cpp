@@ -41,7 +41,7 @@ PassInfo PassEntries::scalableAmbientObscuranceRenderPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("ScalableAmbientObscuranceRenderPass");
-    pass.summary = QStringLiteral("Measures how far corners and crevices shut each pixel off from ambient light.");
+    pass.summary = QStringLiteral("Measures how much corners and crevices block ambient light at each pixel.");
 
     InputInfo depth = requiredTextureInput(
         "Kvz_KvzTexture*_Depth", TextureKind::Depth, "Depth from 0 to 1, with as many samples as the result.");
@@ -62,7 +62,7 @@ PassInfo PassEntries::scalableAmbientObscuranceRenderPass()
         depth,
         number("Kvz_float_SAORadius", 0.09f, "How far to look, in units of the scene.", "0"),
         number("Kvz_float_SAOBias", 0.02f,
-            "Heights up to it do not obscure, in units of the scene; 0 turns the pass off.", "0"),
+            "Heights up to this do not obscure, in units of the scene; 0 turns the pass off.", "0"),
         number("Kvz_float_SAOIntensity", 100.0f, "Factor on the obscurance.", "0"),
         positions,
         normals,
@@ -70,9 +70,9 @@ PassInfo PassEntries::scalableAmbientObscuranceRenderPass()
         number("Kvz_float_SaoNumLogMaxOffset", 3.0f, "Logarithm of the distance from which taps read coarser levels.",
             "0"),
         number("Kvz_float_SaoNumSpiralTurns", 3.0f, "Turns of the spiral of taps, truncated.", "0"),
-        number("Kvz_float_ResolutionDivider", 1.0f, "Divides the size of the result.", "1, as for all below that"),
+        number("Kvz_float_ResolutionDivider", 1.0f, "Divides the size of the result.", "1, as for any value below"),
         input("Kvz_int_NumberMultisamples", ValueType::Int, QVariant(),
-            "Samples for each texel of the result; plain up to 1.", "0"),
+            "Samples per texel of the result; up to 1 it is not multisampled.", "0"),
     };
 
     OutputInfo obscurance = pooledOutput("Kvz_KvzTexture*_Frame", TextureKind::Obscurance, GL_RGBA8,
@@ -81,7 +81,7 @@ PassInfo PassEntries::scalableAmbientObscuranceRenderPass()
     pass.outputs = {obscurance};
 
     OptionInfo processing = option("normalProcessing", ValueType::Enumeration, int(Pass::NormalTransposeInvert),
-        "What the normals are: of world space, or of camera space, as ModelRenderPass gives them.");
+        "Space of the normals: world space, or camera space as ModelRenderPass gives them.");
     processing.enumerators = QStringList{QStringLiteral("NormalTransposeInvert"), QStringLiteral("NormalScreenSpace")};
     pass.options = {processing};
 

@@ -27,9 +27,9 @@ struct Stage
 };
 
 const Stage stages[] = {
-    {"vertex", GL_VERTEX_SHADER, "Vertex stage; without it that of a quad over the screen.",
+    {"vertex", GL_VERTEX_SHADER, "Vertex stage; by default that of a screen quad.",
         &ShaderRenderPass::setVertexShaderSource, ShaderRenderPass::defaultVertexShaderSource},
-    {"fragment", GL_FRAGMENT_SHADER, "Fragment stage; without it a copy of u_Input.",
+    {"fragment", GL_FRAGMENT_SHADER, "Fragment stage; by default a copy of u_Input.",
         &ShaderRenderPass::setFragmentShaderSource, ShaderRenderPass::defaultFragmentShaderSource},
     {"geometry", GL_GEOMETRY_SHADER, "Geometry stage, if any.", &ShaderRenderPass::setGeometryShaderSource, nullptr},
     {"tessellationControl", GL_TESS_CONTROL_SHADER, "Tessellation control stage, if any.",
@@ -168,7 +168,7 @@ private:
             return PassEntries::textureInput(port, kind, "The sampler " + variable + ".", "transparent black");
         }
         if (type == ValueType::DrawBuffers)
-            return PassEntries::input(port, type, QVariant(), "What is drawn.", "a quad over the screen");
+            return PassEntries::input(port, type, QVariant(), "What is drawn.", "a screen quad");
         return PassEntries::input(
             port, type, QVariant(), "The uniform " + variable + ".", "the uniform stays as it is");
     }
@@ -285,8 +285,8 @@ OptionInfo outputsOption()
     QStringList kinds;
     for (const TextureKind kind : outputKinds)
         kinds.append(toString(kind));
-    OptionInfo outputs =
-        PassEntries::option("outputs", ValueType::Records, QVariantList(), "Outputs, in order of the colours.");
+    OptionInfo outputs = PassEntries::option(
+        "outputs", ValueType::Records, QVariantList(), "Outputs, in the order of the colour attachments.");
     outputs.fields = {
         portNameOption("Port name of an image."),
         enumeration("kind", 0, "What the image holds.", kinds),
@@ -300,7 +300,7 @@ PassInfo PassEntries::shaderRenderPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("ShaderRenderPass");
-    pass.summary = QStringLiteral("Runs your own GLSL. Its ports are those that its options name.");
+    pass.summary = QStringLiteral("Runs your own GLSL, with the ports that its options name.");
     pass.inputs = {
         input("Kvz_QRect_Viewport", ValueType::Rect, QVariant(), "Size of the outputs.",
             "that of the first connected image, else 1 by 1"),
@@ -311,7 +311,8 @@ PassInfo PassEntries::shaderRenderPass()
         inputsOption(),
         outputsOption(),
         option("clear", ValueType::Bool, true, "Whether the outputs are cleared each frame."),
-        enumeration("blend", int(ShaderRenderPass::BlendNone), "How the shader's colours meet what is there.",
+        enumeration("blend", int(ShaderRenderPass::BlendNone),
+            "How the shader's colours are blended with what is there.",
             {QStringLiteral("None"), QStringLiteral("Alpha"), QStringLiteral("Additive")}),
     };
     pass.completePorts = completePorts;

@@ -20,8 +20,8 @@ PassInfo PassEntries::shadowMapRenderPass2()
 {
     PassInfo pass;
     pass.className = QStringLiteral("ShadowMapRenderPass2");
-    pass.summary = QStringLiteral(
-        "Renders variance shadow maps of all lights, several layers a draw where the driver can, and only when dirty.");
+    pass.summary = QStringLiteral("Renders variance shadow maps of all lights, several layers per draw where the "
+                                  "driver can, and only when dirty.");
     pass.inputs = {
         shadowModelInput(),
         instanceDataInput(),
@@ -43,7 +43,7 @@ PassInfo PassEntries::shadowMapRenderPass2()
     UseRule neverDirty;
     neverDirty.port = QStringLiteral("Kvz_bool_Dirty");
     neverDirty.expected = QStringLiteral("a first frame that is dirty");
-    neverDirty.actual = QStringLiteral("false for good: the pass never looks at the lights");
+    neverDirty.actual = QStringLiteral("always false: the pass never looks at the lights");
     neverDirty.remedy = QStringLiteral("leave it out, and have the host set it to false between changes");
     neverDirty.broken = [](const PassUse &use) {
         const QVariant dirty = use.value(QStringLiteral("Kvz_bool_Dirty"));
@@ -51,7 +51,7 @@ PassInfo PassEntries::shadowMapRenderPass2()
     };
     pass.rules = {neverDirty};
     pass.driverNeeds = {{{QStringLiteral("GL_ARB_shader_viewport_layer_array")},
-        QStringLiteral("each layer is attached for itself, unless the driver is AMD's: more calls a frame"), false}};
+        QStringLiteral("each layer is attached separately, unless the driver is AMD's: more calls per frame"), false}};
     pass.create = create;
     return pass;
 }

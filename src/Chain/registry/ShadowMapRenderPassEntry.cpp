@@ -19,7 +19,7 @@ PassInfo PassEntries::shadowMapRenderPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("ShadowMapRenderPass");
-    pass.summary = QStringLiteral("Renders variance shadow maps of all lights, a layer at a time, and filters them.");
+    pass.summary = QStringLiteral("Renders variance shadow maps of all lights, one layer at a time, and filters them.");
     pass.inputs = {
         shadowModelInput(),
         instanceDataInput(),

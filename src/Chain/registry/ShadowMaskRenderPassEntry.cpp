@@ -25,7 +25,7 @@ PassInfo PassEntries::shadowMaskRenderPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("ShadowMaskRenderPass");
-    pass.summary = QStringLiteral("Says for each pixel how much of the lights arrives there, from shadow maps.");
+    pass.summary = QStringLiteral("Computes from shadow maps how much light reaches each pixel.");
     pass.inputs = {
         viewportInput(),
         projectionInput(),
@@ -34,20 +34,20 @@ PassInfo PassEntries::shadowMaskRenderPass()
         textureInput("Kvz_KvzTexture*_Normal", TextureKind::Normal, "Normals in camera space.",
             "every surface faces every light"),
         input("Kvz_QList_KvzShadowMapManagerLight*_Lights", ValueType::Lights, QVariant(),
-            "The lights that the shadow maps are of.", "no lights: the mask is 1"),
+            "The lights of the shadow maps.", "no lights: the mask is 1"),
         input("Kvz_QVariant_ShadowMapData", ValueType::ShadowMapData, QVariant(), "The shadow maps of the lights.",
             "nothing casts a shadow"),
         input("Kvz_float_LightBleedingReduction", ValueType::Float, 0.2f,
-            "Visibilities up to this count as 0, from 0 to below 1: higher takes away light that leaks where shadows "
-            "overlap, and makes edges harder.",
+            "Visibilities up to this count as 0, from 0 to below 1: higher values remove light that leaks where "
+            "shadows overlap, and make edges harder.",
             "0"),
         input("Kvz_float_AmbientLight", ValueType::Float, 0.25f, "The mask where no light arrives, from 0 to 1.", "0"),
         input("Kvz_int_Cascade", ValueType::Int, -1,
-            "The cascade that directional lights use, from 0 up; -1: the finest that shows the point.", "0"),
+            "The cascade that directional lights use, from 0 up; -1: the finest that contains the point.", "0"),
     };
     pass.outputs = {
         pooledOutput("Kvz_KvzTexture*_ShadowMask", TextureKind::Colour, GL_RGBA8,
-            "The mask, to multiply into a frame: alike in red, green and blue, alpha 1."),
+            "The mask, to multiply into a frame: equal in red, green and blue, alpha 1."),
     };
     pass.rules = {
         warnWhenOpen("Kvz_QVariant_ShadowMapData", "shadow maps", "none: nothing casts a shadow",

@@ -38,9 +38,9 @@ PassInfo PassEntries::skyboxRenderPass()
         cameraInput(),
         textureInput("Kvz_KvzTexture*_Cubemap", TextureKind::Environment, "Surroundings as a cube map.", "none"),
         textureInput("Kvz_KvzTexture*_LatLongMap", TextureKind::Colour,
-            "Surroundings as a panorama of latitudes and longitudes; a cube map goes before it.", "none"),
+            "Surroundings as a latitude-longitude panorama; a cube map takes precedence.", "none"),
         textureInput("Kvz_KvzTexture*_Background", TextureKind::Colour,
-            "Flat image, top row first, gamma-encoded; it goes before both.", "none"),
+            "Flat image, top row first, gamma-encoded; it takes precedence over both.", "none"),
         frame,
         depth,
         input("Kvz_bool_RenderInHDR", ValueType::Bool, true, "Whether a new frame holds GL_RGBA16F, else GL_RGBA8.",
@@ -54,8 +54,7 @@ PassInfo PassEntries::skyboxRenderPass()
         {cubemap, QStringLiteral("a cube map, a panorama or a flat image"), QStringLiteral("none: nothing is drawn"),
             QStringLiteral("connect one of the three"), [](const PassUse &use) { return sources(use) == 0; }},
         {latLongMap, QStringLiteral("one source of surroundings"),
-            QStringLiteral("several: the flat image goes before "
-                           "the cube map, that before the panorama"),
+            QStringLiteral("several: the flat image takes precedence over the cube map, and that over the panorama"),
             QStringLiteral("connect \"none\" to the others"), [](const PassUse &use) { return sources(use) > 1; }},
     };
     pass.create = construct<SkyboxRenderPass>;

@@ -8,7 +8,7 @@ PassInfo PassEntries::subsampleJitterPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("SubsampleJitterPass");
-    pass.summary = QStringLiteral("Shifts the projection to the samples that SMAA's mode T2x counts on.");
+    pass.summary = QStringLiteral("Shifts the projection to the samples that SMAA's mode T2x expects.");
     pass.inputs = {
         viewportInput(),
         unjitteredProjectionInput(),

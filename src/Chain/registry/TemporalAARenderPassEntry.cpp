@@ -20,7 +20,7 @@ PassInfo PassEntries::temporalAARenderPass()
         input("Kvz_bool_ResetTemporal", ValueType::Bool, true, "Hands the frame on as it is and forgets the mean.",
             "false"),
         input("Kvz_Float_ViewportScale", ValueType::Float, 1.0f, "Divides the size of the result.", "0"),
-        input("Kvz_Bool_ViewportScale_Enable", ValueType::Bool, true, "Whether the scale counts.", "false"),
+        input("Kvz_Bool_ViewportScale_Enable", ValueType::Bool, true, "Whether the scale applies.", "false"),
     };
     OutputInfo mean = pooledOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA8, "The mean.");
     mean.keptByProducer = true;

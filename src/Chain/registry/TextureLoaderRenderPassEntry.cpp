@@ -13,7 +13,7 @@ PassInfo PassEntries::textureLoaderRenderPass()
     pass.summary = QStringLiteral("Loads an image file into a texture.");
     pass.inputs = {
         imageFileInput("Kvz_QString_TexturePath", ImageFileUse::Bits32, "Image file.",
-            "no storage at first, one white texel after another path"),
+            "no storage at first, one white texel once a path was set"),
     };
     pass.outputs = {
         textureOutput(

@@ -20,11 +20,11 @@ PassInfo PassEntries::textureToScreenRenderPass()
         "Depth to present; it makes the pass draw instead of copy.", "no depth is written");
     depth.wiring = ImplicitWiring::Never;
     InputInfo textureOut = textureInput("Kvz_KvzTexture*_TextureOut", TextureKind::Any,
-        "Texture of the host to write; it wins over the framebuffer.", "the framebuffer is written");
+        "Texture of the host to write; it takes precedence over the framebuffer.", "the framebuffer is written");
     textureOut.wiring = ImplicitWiring::FrameOnly;
     textureOut.drawnInto = true;
     InputInfo depthOut = textureInput("Kvz_KvzTexture*_DepthOut", TextureKind::Depth,
-        "Depth texture of the host to write beside the other.", "no depth is written");
+        "Depth texture of the host to write along with it.", "no depth is written");
     depthOut.wiring = ImplicitWiring::FrameOnly;
     depthOut.drawnInto = true;
 
@@ -39,8 +39,8 @@ PassInfo PassEntries::textureToScreenRenderPass()
         textureOut,
         depthOut,
         input("Kvz_Bool_LinearFilter", ValueType::Bool, false, "Filters a copy that changes the size.", "false"),
-        input("Kvz_QVariant_Rects", ValueType::Rects, QVariant(),
-            "Source rectangles in texels, one for each destination.", "the viewport"),
+        input("Kvz_QVariant_Rects", ValueType::Rects, QVariant(), "Source rectangles in texels, one per destination.",
+            "the viewport"),
         input("Kvz_KvzFramebuffer*_FramebufferOut", ValueType::Framebuffer, QVariant(), "Framebuffer to write.",
             "the default framebuffer"),
     };

@@ -21,7 +21,7 @@ PassInfo PassEntries::transparencyRenderPass()
     PassInfo pass;
     pass.className = QStringLiteral("TransparencyRenderPass");
     pass.summary =
-        QStringLiteral("Draws a model with transparency in one pass, by weighted blending without an order.");
+        QStringLiteral("Draws a model with transparency in one pass, by order-independent weighted blending.");
     InputInfo unread = textureInput("Kvz_KvzTexture*_Texture", TextureKind::Any, "Not read.", "no difference");
     unread.wiring = ImplicitWiring::Never;
     pass.inputs = {
@@ -39,9 +39,9 @@ PassInfo PassEntries::transparencyRenderPass()
     };
     pass.options = {
         option("clearColor", ValueType::Color, QVariant(),
-            "Shows where there is nothing; without it the chain's clear colour does, transparent black as a rule."),
+            "Shown where there is nothing; by default the chain's clear colour, usually transparent black."),
         option("premultiply", ValueType::Bool, false,
-            "Multiplies the colours of materials by their opacity, as the formula takes them."),
+            "Multiplies the colours of materials by their opacity, as the formula expects."),
     };
     pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Shades | PassTrait::Transparent;
     pass.create = create;

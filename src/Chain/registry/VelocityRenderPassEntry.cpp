@@ -10,7 +10,7 @@ PassInfo PassEntries::velocityRenderPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("VelocityRenderPass");
-    pass.summary = QStringLiteral("Writes how far each pixel moved on the screen since the frame before.");
+    pass.summary = QStringLiteral("Writes how far each pixel moved on the screen since the previous frame.");
     InputInfo depth =
         textureInput("Kvz_KvzTexture*_Depth", TextureKind::Depth, "Where the surfaces are.", "the output is empty");
     depth.multisampling = Multisampling::Taken;
@@ -24,7 +24,7 @@ PassInfo PassEntries::velocityRenderPass()
     };
     pass.outputs = {
         pooledOutput("Kvz_KvzTexture*_Velocity", TextureKind::Velocity, GL_RGBA16F,
-            "The way since the frame before in texture coordinates, in red and green."),
+            "Motion since the previous frame in texture coordinates, in red and green."),
     };
     pass.rules = {
         warnWhenOpen("Kvz_KvzTexture*_Depth", "a depth image", "none: there is no velocity",

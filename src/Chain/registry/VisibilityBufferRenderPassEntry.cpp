@@ -47,27 +47,27 @@ PassInfo PassEntries::visibilityBufferRenderPass()
 {
     PassInfo pass;
     pass.className = QStringLiteral("VisibilityBufferRenderPass");
-    pass.summary = QStringLiteral("Records for each pixel which triangles of a model cover it, and how deep.");
+    pass.summary = QStringLiteral("Records which triangles of a model cover each pixel, and at what depth.");
     pass.inputs = {
         viewportInput(),
         projectionInput(),
         cameraInput(),
         input("Kvz_KvzGPUModel*_Geometry", ValueType::Model, QVariant(), "The model.", "empty lists"),
     };
-    pass.outputs = listOutputs("A pointer for each pixel, 0 for none.",
+    pass.outputs = listOutputs("One pointer per pixel, 0 for none.",
         "Nodes: next pointer, triangle + 1, bits of the depth, draw. GL_RGBA32I where each pixel has one.");
     // No depth image: nothing takes by name what is never there.
     pass.outputs.append(
         textureOutput("Kvz_KvzTexture*_Depth", TextureKind::NodeList, GL_DEPTH_COMPONENT32F, "Never written."));
     pass.options = {
         option("drawFlagsValue", ValueType::String, QStringLiteral("0"),
-            "Items take part whose feature flags, masked with drawFlagsMask, equal this; a number as text."),
+            "Records items whose feature flags, masked with drawFlagsMask, equal this; a number as text."),
         option("drawFlagsMask", ValueType::String, QStringLiteral("0"),
             "The feature flags that count; \"1\" is the one of imported transparent items."),
     };
     pass.driverNeeds = {
         floatBitsNeed(),
-        listNeed("each pixel has its nearest fragment alone, and only models of one item are shaded right"),
+        listNeed("each pixel has only its nearest fragment, and only models of one item are shaded correctly"),
     };
     pass.fragmentRoom = 4096LL * 4096;
     pass.create = create;

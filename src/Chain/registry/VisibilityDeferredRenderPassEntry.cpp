@@ -26,11 +26,11 @@ PassInfo PassEntries::visibilityDeferredRenderPass()
     pass.inputs[6].keepsGeometry = true;
     pass.outputs = {
         textureOutput("Kvz_KvzTexture*_Frame", TextureKind::Overlay, GL_RGBA,
-            "Colour of the fragments; in alpha the share of what lies behind that comes through, 1 where there are "
+            "Colour of the fragments; in alpha the share of the background that comes through, 1 where there are "
             "none."),
     };
     pass.rules = {
-        {nodes, QStringLiteral("sorted lists"), QStringLiteral("lists in the order of drawing"),
+        {nodes, QStringLiteral("sorted lists"), QStringLiteral("lists in drawing order"),
             QStringLiteral("put a VisibilitySortRenderPass before it"),
             [nodes](const PassUse &use) {
                 const QStringList path = use.sourceClasses(nodes);
