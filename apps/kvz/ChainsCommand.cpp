@@ -23,7 +23,7 @@ int runChains(const QStringList &arguments)
     if (!parser.positionalArguments().isEmpty()) {
         if (!loadChain(parser.positionalArguments().constFirst(), &chain, &error))
             return fail(error);
-        // For a file in the present folder.
+        // Relative file names are to work from a chain file in the current folder.
         print(QString::fromUtf8(movedToFolder(chain, QDir::currentPath()).toJson()).trimmed());
         return Success;
     }

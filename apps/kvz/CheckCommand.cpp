@@ -12,12 +12,12 @@ int runCheck(const QStringList &arguments)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        QStringLiteral("Prints what is wrong with a chain, one line for each finding. Errors keep it from\n"
-                       "running and make the exit status 1; warnings say that the picture is likely not\n"
-                       "what was meant."));
+        QStringLiteral("Prints what is wrong with a chain, one line per finding. Errors keep it from running\n"
+                       "and make the exit status 1; warnings say that the picture is probably not what you\n"
+                       "intended."));
     parser.addPositionalArgument(QStringLiteral("CHAIN"), QStringLiteral("Name of a ready chain, or a chain file."));
     const QCommandLineOption driver(
-        QStringLiteral("driver"), QStringLiteral("Also says what the OpenGL driver here cannot run."));
+        QStringLiteral("driver"), QStringLiteral("Also says what this machine's OpenGL driver cannot run."));
     parser.addOption(driver);
     if (const auto status = parseCommandLine(&parser, arguments, 1, 1))
         return *status;

@@ -35,8 +35,8 @@ void handleMessage(QtMsgType type, const QMessageLogContext &context, const QStr
 
 QString exitStatusHelp()
 {
-    return QStringLiteral("Exit status: 0 done; 1 an input, a value or the driver does not serve, said in\n"
-                          "one line; 2 the command line makes no sense.");
+    return QStringLiteral("Exit status: 0 done; 1 an input, a value or the driver is unusable, explained in\n"
+                          "one line; 2 the command line is wrong.");
 }
 
 int fail(const QString &reason)
@@ -93,7 +93,7 @@ std::optional<int> parseCommandLine(QCommandLineParser *parser, const QStringLis
     if (given.size() < least)
         return failUsage(QStringLiteral("an argument is missing"));
     if (given.size() > most)
-        return failUsage(QStringLiteral("there is no use for the argument \"%1\"").arg(given[most]));
+        return failUsage(QStringLiteral("unexpected argument \"%1\"").arg(given[most]));
     return std::nullopt;
 }
 

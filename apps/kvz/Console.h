@@ -12,33 +12,33 @@ namespace Velmora::Kvz {
 
 enum ExitStatus {
     Success = 0,
-    BadInput = 1, ///< A file, value or driver that does not serve.
-    BadUsage = 2 ///< A command line that makes no sense.
+    BadInput = 1, ///< An unusable file, value or driver.
+    BadUsage = 2 ///< A wrong command line.
 };
 
-/// What help texts say of them.
+/// The paragraph of help texts on exit statuses.
 QString exitStatusHelp();
 
 /// Prints "kvz: reason" to standard error and returns BadInput.
 int fail(const QString &reason);
-/// Prints "kvz: reason" and where help is to be had to standard error and returns BadUsage.
+/// Prints "kvz: reason" and where to find help to standard error and returns BadUsage.
 int failUsage(const QString &reason);
-/// Prints "kvz: warning: text" to standard error, the same text once only.
+/// Prints "kvz: warning: text" to standard error, the same text only once.
 void warn(const QString &text);
 /// Prints lines to standard output.
 void print(const QString &text);
 
-/// Has warnings of the libraries printed as this program's own, and keeps their debug lines and the driver's messages off
-/// the terminal: what a driver cannot do is said as a reason to fail. So are warnings that graphics memory ran out.
+/// Prints the libraries' warnings as this program's own. Their debug lines and the driver's messages stay off the terminal:
+/// what a driver cannot do is reported as the reason of a failure. Warnings that graphics memory ran out are only noted.
 void installMessageHandler();
-/// Whether a library warned that graphics memory ran out since this was asked last.
+/// Whether a library has warned that graphics memory ran out since the last call.
 bool ranOutOfGraphicsMemory();
 
 /// Reads a command line that takes from `least` to `most` arguments besides its options, and adds --help to the options.
-/// A value says that the command is done and with what exit status: help was printed, or what is wrong.
+/// A value is the exit status of a command that is already done, because help or an error was printed.
 std::optional<int> parseCommandLine(QCommandLineParser *parser, const QStringList &arguments, int least, int most);
 
-/// Rows in aligned columns, two blanks apart. Columns named in `numeric` are flush right; the last column is not padded.
+/// Rows in aligned columns, two spaces apart. Columns listed in `numeric` are right-aligned; lines have no trailing spaces.
 QString formatTable(const QVector<QStringList> &rows, const QVector<int> &numeric = {});
 
 } // namespace Velmora::Kvz

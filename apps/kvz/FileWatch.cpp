@@ -47,7 +47,7 @@ bool FileWatch::waitForChange()
     bool hasChanged = false;
     while (!isEnding) {
         const States present = presentStates();
-        // Editors write in several steps, so a change counts when two looks agree.
+        // Editors write in several steps, so a change counts only when two looks in a row agree.
         if (present == m_states && hasChanged)
             return true;
         hasChanged = hasChanged || present != m_states;

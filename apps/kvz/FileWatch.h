@@ -8,17 +8,17 @@
 
 namespace Velmora::Kvz {
 
-/// Notices changes of files by looking at them several times a second, so that a file which an editor replaces is seen too.
-/// While it lives, SIGINT and SIGTERM end the watch and not the program.
+/// Notices changes of files by looking at them several times a second, so that a file that an editor replaces is noticed too.
+/// While it exists, SIGINT and SIGTERM end the watch instead of the program.
 class FileWatch
 {
 public:
     explicit FileWatch(const QStringList &files);
     ~FileWatch();
 
-    /// Watches these files from now on. Those that were watched already are compared with what they were.
+    /// Watches these files from now on. Those that were already watched keep the state they are compared with.
     void setFiles(const QStringList &files);
-    /// Waits until a file has changed and then rested for a moment. False when a signal ended the watch.
+    /// Waits until a file has changed and then stayed the same for a moment. False when a signal ended the watch.
     bool waitForChange();
 
 private:

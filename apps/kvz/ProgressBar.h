@@ -3,7 +3,7 @@
 
 namespace Velmora::Kvz {
 
-/// A bar on standard error that fills while work goes on, when that is a terminal and there are several steps to show.
+/// A progress bar on standard error. It shows only on a terminal, and only for several steps.
 class ProgressBar
 {
 public:
@@ -11,7 +11,7 @@ public:
     /// Wipes the bar.
     ~ProgressBar();
 
-    /// Shows that so many steps are done.
+    /// Shows that `done` steps are done.
     void show(int done);
 
 private:

@@ -67,10 +67,10 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        QStringLiteral("Renders a model through a chain of passes into a picture, with no window and\n"
+        QStringLiteral("Renders a model through a chain of passes into a picture, without a window and\n"
                        "on any OpenGL 3.2 driver, software included. The picture is what a screen would\n"
-                       "show: opaque. A file that is there is replaced when the new picture is done, and\n"
-                       "left as it was when anything goes wrong."));
+                       "show: opaque. An existing file is replaced only when the new picture is complete,\n"
+                       "and stays as it was when anything goes wrong."));
     parser.addPositionalArgument(
         QStringLiteral("MODEL"), QStringLiteral("Model file: OBJ, glTF, GLB, PLY, STL, 3DS and others. Y is up."));
     const QCommandLineOption output({QStringLiteral("o"), QStringLiteral("output")},
@@ -86,33 +86,30 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
         QStringLiteral("1"));
     const QCommandLineOption camera(QStringLiteral("camera"),
         QStringLiteral(
-            "Where to look from: AZIMUTH,ELEVATION[,DISTANCE] in degrees, with distance 1 where the model just "
-            "fits; or eye=X,Y,Z with target=X,Y,Z or without; fov=DEGREES sets the vertical field of view. "
+            "Where to look from: AZIMUTH,ELEVATION[,DISTANCE] in degrees, where the model just fits at distance "
+            "1; or eye=X,Y,Z, optionally with target=X,Y,Z; fov=DEGREES sets the vertical field of view. "
             "Parts are joined by \":\", as in 30,20:fov=50. Default: 30,20,1:fov=35."),
         QStringLiteral("VIEW"), QStringLiteral("30,20"));
     const QCommandLineOption orbit(QStringLiteral("orbit"),
-        QStringLiteral(
-            "Turns the camera around the model by so many degrees from each frame to the next; it gets to VIEW "
-            "in the last one. Wants --frames 2 or more. Default: 0."),
+        QStringLiteral("Turns the camera around the model by this angle between frames; the last frame has VIEW. Needs "
+                       "--frames 2 or more. Default: 0."),
         QStringLiteral("DEGREES"), QStringLiteral("0"));
     const QCommandLineOption light(QStringLiteral("light"),
-        QStringLiteral("A light that casts shadows, once for each; they take the place of the chain's. directional, "
-                       "spot or point, "
-                       "then AZIMUTH,ELEVATION[,DISTANCE] in degrees and scene radii, or position=X,Y,Z; target=X,Y,Z, "
-                       "cone=DEGREES, "
-                       "range=LENGTH, intensity=NUMBER, cascades=N and bias=NUMBER as needed, joined by \":\", as in "
-                       "spot:-60,40,1.5:cone=30."),
+        QStringLiteral("A light that casts shadows; repeat it for several. They replace the chain's lights. "
+                       "directional, spot or point, then AZIMUTH,ELEVATION[,DISTANCE] in degrees and scene radii, or "
+                       "position=X,Y,Z; target=X,Y,Z, cone=DEGREES, range=LENGTH, intensity=NUMBER, cascades=N and "
+                       "bias=NUMBER as needed, joined by \":\", as in spot:-60,40,1.5:cone=30."),
         QStringLiteral("LIGHT"));
     const QCommandLineOption floor(QStringLiteral("floor"),
-        QStringLiteral("Puts a grey floor under the model, which shadows fall on; it is a part of the scene."));
+        QStringLiteral("Puts a grey floor under the model for shadows to fall on, as a part of the scene."));
     const QCommandLineOption capture(QStringLiteral("capture"),
-        QStringLiteral("Also writes each image output of each pass, as it is in the last frame, into this directory."),
+        QStringLiteral("Also writes each image output of each pass of the last frame into this directory."),
         QStringLiteral("DIR"));
     const QCommandLineOption timings(
         QStringLiteral("timings"), QStringLiteral("Prints a table of GPU and CPU milliseconds for each pass."));
     const QCommandLineOption watch(QStringLiteral("watch"),
-        QStringLiteral("Goes on until Ctrl+C: renders again whenever a shader file of the chain changes. A change that "
-                       "does not compile is told, and the last picture stays."));
+        QStringLiteral("Runs until Ctrl+C and renders again whenever a shader file of the chain changes. A change that "
+                       "does not compile is reported, and the last picture stays."));
     parser.addOptions({output, chain, size, frames, camera, orbit, light, floor, capture, timings, watch});
     if (const auto status = parseCommandLine(&parser, arguments, 1, 1))
         return status;

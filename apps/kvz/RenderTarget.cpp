@@ -50,7 +50,7 @@ void RenderTarget::clear()
 
 QImage RenderTarget::picture()
 {
-    QImage image(m_size, QImage::Format_RGB888); // its rows end on 4 bytes, as glReadPixels has it
+    QImage image(m_size, QImage::Format_RGB888); // Rows are padded to 4 bytes, as in glReadPixels.
     if (image.isNull())
         return image;
     AutoBinder binder(&m_framebuffer);

@@ -9,19 +9,19 @@
 
 namespace Velmora::Kvz {
 
-/// A framebuffer of the program's own for a chain to present into: 8 bits a channel, with depth, black and opaque at first.
-/// All needs a current context.
+/// A framebuffer of the program's own for a chain to present into: 8 bits per channel, with depth, opaque black at first.
+/// Everything needs a current context.
 class RenderTarget
 {
 public:
     explicit RenderTarget(const QSize &size);
 
-    /// False when the driver could not give the memory.
+    /// False when the driver had no memory for it.
     bool isComplete() const { return m_complete; }
-    /// Makes it black and opaque again, whatever state a chain left.
+    /// Makes it opaque black again, whatever GL state a chain left.
     void clear();
     FramebufferObject *framebuffer() { return &m_framebuffer; }
-    /// What a screen would show of it: opaque, top row first. Null when there is no memory for it.
+    /// What a screen would show: opaque, top row first. Null when there is no memory for it.
     QImage picture();
 
     /// The largest picture that the driver can draw.

@@ -9,7 +9,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Of the values after the first, or of the first alone; below 0 for none.
+/// The median of the values after the first, or the first if it is the only one; below 0 for none.
 double settledMedian(QVector<double> values)
 {
     if (values.isEmpty())

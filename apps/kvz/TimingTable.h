@@ -8,15 +8,15 @@
 
 namespace Velmora::Kvz {
 
-/// Collects the times of a chain's passes frame by frame and sums them up as medians. The first of several frames is left
-/// out, since programs are built in it.
+/// Collects the times of a chain's passes frame by frame and reports medians. The first of several frames does not count,
+/// because programs are built in it.
 class TimingTable
 {
 public:
-    /// Takes the times of the frame that the chain has just rendered; waits for the GPU.
+    /// Adds the times of the frame that the chain has just rendered; waits for the GPU.
     void addFrame(RenderChain *chain);
 
-    /// One row for each pass and one for their sum: GPU and CPU milliseconds, "-" where the driver has no timer.
+    /// One row per pass and one for their sum: GPU and CPU milliseconds, "-" where the driver has no timer.
     QString toString() const;
 
 private:

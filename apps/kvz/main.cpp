@@ -33,9 +33,9 @@ QString helpText()
     for (const Command &command : commands)
         rows.append({QStringLiteral(" "), QLatin1String(command.name), QLatin1String(command.summary)});
     return QStringLiteral("Usage: kvz COMMAND [options]\n"
-                          "Renders models through chains of OpenGL passes, with no window.\n\n"
+                          "Renders models through chains of OpenGL passes, without a window.\n\n"
                           "Commands:\n%1\n\n"
-                          "kvz COMMAND --help says more on each; kvz --version prints the version.\n\n%2")
+                          "kvz COMMAND --help explains each of them; kvz --version prints the version.\n\n%2")
         .arg(formatTable(rows), exitStatusHelp());
 }
 
@@ -51,7 +51,7 @@ QStringList commandNames()
 
 int main(int argc, char **argv)
 {
-    // Mesa's loader has its own say on standard error when there is no driver; the reason is given in one line here.
+    // Without a driver Mesa's loader prints its own errors; the program gives the reason in one line instead.
     if (!qEnvironmentVariableIsSet("EGL_LOG_LEVEL"))
         qputenv("EGL_LOG_LEVEL", "fatal");
     installMessageHandler();
@@ -61,7 +61,7 @@ int main(int argc, char **argv)
         std::begin(commands), std::end(commands), [&](const Command &c) { return first == QLatin1String(c.name); });
     const bool known = command != std::end(commands);
 
-    // Help texts call the program by the first argument, so a command takes its name into it.
+    // Help texts name the program by the first argument, so that includes the command.
     QByteArray programName = known ? QByteArray("kvz ") + command->name : QByteArray("kvz");
     std::vector<char *> remaining{programName.data()};
     remaining.insert(remaining.end(), argv + std::min(argc, known ? 2 : 1), argv + argc);

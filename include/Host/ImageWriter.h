@@ -8,13 +8,13 @@
 
 namespace Velmora::Kvz {
 
-/// Why no picture can be written under this name, in one line without the name; empty when nothing speaks against it. The
-/// suffix says the format: "png", or another that Qt writes here. Looks only, and changes nothing.
+/// Why no picture can be written to this file, in one line without its name; empty when it should work. The suffix gives the
+/// format: "png", or another that the installed Qt can write. Changes nothing on disk.
 KVZ_HOST_EXPORT QString imageFileProblem(const QString &file);
 
-/// Writes a picture in the format that the file's suffix says, all of it or nothing: on failure a file that was there
-/// stays as it was. False, with one line in `error` that names the file, for a null image, an unknown suffix and a file
-/// that cannot be written.
+/// Writes a picture in the format that the file's suffix gives, completely or not at all: on failure an existing file stays
+/// as it was. False, with one line in `error` that names the file, for a null image, an unknown suffix and a file that cannot
+/// be written.
 KVZ_HOST_EXPORT bool writeImage(const QImage &image, const QString &file, QString *error);
 
 } // namespace Velmora::Kvz

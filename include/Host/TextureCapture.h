@@ -11,16 +11,16 @@ namespace Velmora::Kvz {
 
 class Texture;
 
-/// Reads level 0 of a texture back as a picture, top row first, of format Format_RGBA8888 (straight alpha as the texels
-/// hold it). Several samples for each texel are resolved, of depth too. `projection` is the one that wrote a depth image;
-/// depth counts as it is when it is the identity.
+/// Reads level 0 of a texture back as a picture, top row first, in Format_RGBA8888 (alpha as the texels hold it, not
+/// premultiplied). Multisampled textures are resolved, depth included. `projection` is the one that a depth image was drawn
+/// with; with the identity, depth is shown as it is stored.
 ///
-/// A 2D array becomes a contact sheet: its first `layers` layers, or all for 0 and for more than it has, in rows from the
-/// upper left, as many to a row as makes the sheet square or wide, with captureGap() transparent pixels between. Depths are
-/// stretched in each layer for itself.
+/// A 2D array becomes a contact sheet: its first `layers` layers, or all of them for 0 and for more than it has, in rows from
+/// the upper left, with as many per row as makes the sheet square or wide, and captureGap() transparent pixels in between.
+/// The range of depths is stretched separately in each layer.
 ///
 /// Null for a null texture, `TextureDisplay::Hidden` and `ListLength`, an empty texture, a target other than 2D, 2D
-/// multisampled and 2D array, and where there is no memory. Needs a current context; bindings come back as they were.
+/// multisampled and 2D array, and when there is no memory. Needs a current context; bindings are restored.
 KVZ_HOST_EXPORT QImage captureTexture(
     Texture *texture, TextureDisplay display, const QMatrix4x4 &projection = QMatrix4x4(), int layers = 0);
 
@@ -30,12 +30,12 @@ constexpr int captureGap()
     return 2;
 }
 
-/// Reads how long the lists of VisibilityBufferRenderPass are, as a picture: a colour of its own for each length 0, 1, 2 to
-/// 3, 4 to 7, 8 to 15, 16 to 31, 32 to 50, and above, from black by blue, green and red to white; magenta for a list that
-/// leads to a node for which there was no room. `nodeWidth` is the number of nodes in a row of `nodes`.
+/// Shows how long the lists of VisibilityBufferRenderPass are: a colour for each length 0, 1, 2 to 3, 4 to 7, 8 to 15, 16 to
+/// 31, 32 to 50, and above, from black through blue, green, yellow and orange to white; magenta for a list that leads to a
+/// node for which there was no room. `nodeWidth` is the number of nodes in a row of `nodes`.
 ///
-/// Null for null textures, a width below 1, empty textures, and where there is no memory. Reads the rows of nodes that are in
-/// use. Needs a current context; bindings come back as they were.
+/// Null for null textures, a width below 1, empty textures, and when there is no memory. Reads only the rows of nodes that
+/// are in use. Needs a current context; bindings are restored.
 KVZ_HOST_EXPORT QImage captureListLengths(Texture *heads, Texture *nodes, int nodeWidth);
 
 } // namespace Velmora::Kvz

@@ -66,28 +66,29 @@ public:
             if (m_light.type != Light::Spot)
                 return QStringLiteral("only spot lights have a cone");
             m_light.coneAngle = number;
-            return number > 0 && number < 180 ? QString() : QStringLiteral("cone wants degrees above 0 and below 180");
+            return number > 0 && number < 180 ? QString()
+                                              : QStringLiteral("cone must be above 0 and below 180 degrees");
         }
         if (key == QLatin1String("range")) {
             if (m_light.type == Light::Directional)
                 return QStringLiteral("only spot and point lights have a range");
             m_light.range = number;
-            return number > 0 ? QString() : QStringLiteral("range wants a length above 0");
+            return number > 0 ? QString() : QStringLiteral("range must be above 0");
         }
         if (key == QLatin1String("cascades")) {
             if (m_light.type != Light::Directional)
                 return QStringLiteral("only directional lights have cascades");
             const bool serves = number >= 1 && number <= maximumCascades && number == std::floor(number);
             m_light.cascades = serves ? int(number) : 0;
-            return serves ? QString() : QStringLiteral("cascades wants a whole number from 1 to 16");
+            return serves ? QString() : QStringLiteral("cascades must be a whole number from 1 to 16");
         }
         if (key == QLatin1String("intensity")) {
             m_light.intensity = number;
-            return number >= 0 ? QString() : QStringLiteral("intensity wants a number of 0 or more");
+            return number >= 0 ? QString() : QStringLiteral("intensity must be 0 or more");
         }
         if (key == QLatin1String("bias")) {
             m_light.depthBias = number;
-            return number >= 0 ? QString() : QStringLiteral("bias wants a number of 0 or more");
+            return number >= 0 ? QString() : QStringLiteral("bias must be 0 or more");
         }
         return QStringLiteral("unknown%1")
             .arg(nearestNamesHint(key,
@@ -102,9 +103,9 @@ private:
         if (n.size() != 2 && n.size() != 3)
             return QStringLiteral("expected AZIMUTH,ELEVATION[,DISTANCE] or KEY=VALUE");
         if (n[1] < -90 || n[1] > 90)
-            return QStringLiteral("elevation wants degrees from -90 to 90");
+            return QStringLiteral("elevation must be from -90 to 90 degrees");
         if (n.size() == 3 && n[2] <= 0)
-            return QStringLiteral("distance wants a number above 0");
+            return QStringLiteral("distance must be above 0");
         m_light.azimuth = n[0];
         m_light.elevation = n[1];
         if (n.size() == 3)
@@ -115,7 +116,7 @@ private:
     static QString readPoint(const QString &key, const QVector<float> &n, bool *has, QVector3D *point)
     {
         if (n.size() != 3)
-            return QStringLiteral("%1 wants X,Y,Z").arg(key);
+            return QStringLiteral("%1 must be X,Y,Z").arg(key);
         *has = true;
         *point = QVector3D(n[0], n[1], n[2]);
         return {};

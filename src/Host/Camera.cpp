@@ -16,7 +16,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-constexpr float margin = 1.06f; // of the picture to what the scene fills
+constexpr float margin = 1.06f; // The picture relative to what the scene fills.
 
 bool readPoint(const QString &text, QVector3D *point)
 {
@@ -27,23 +27,23 @@ bool readPoint(const QString &text, QVector3D *point)
     return true;
 }
 
-/// Reads one part of a view's text; an error says what is wrong with it.
+/// Reads one part of a view's text. Returns what is wrong with it, or nothing.
 QString readPart(const QString &part, CameraView *view)
 {
     const QString key = part.section(QLatin1Char('='), 0, 0);
     const QString value = part.section(QLatin1Char('='), 1);
     if (key == QLatin1String("eye")) {
         view->hasEye = true;
-        return readPoint(value, &view->eye) ? QString() : QStringLiteral("eye wants X,Y,Z");
+        return readPoint(value, &view->eye) ? QString() : QStringLiteral("eye must be X,Y,Z");
     }
     if (key == QLatin1String("target")) {
         view->hasTarget = true;
-        return readPoint(value, &view->target) ? QString() : QStringLiteral("target wants X,Y,Z");
+        return readPoint(value, &view->target) ? QString() : QStringLiteral("target must be X,Y,Z");
     }
     if (key == QLatin1String("fov")) {
         const QVector<float> n = numbers(value);
         if (n.size() != 1 || n[0] <= 0 || n[0] >= 180)
-            return QStringLiteral("fov wants degrees above 0 and below 180");
+            return QStringLiteral("fov must be above 0 and below 180 degrees");
         view->fieldOfView = n[0];
         return {};
     }
@@ -51,9 +51,9 @@ QString readPart(const QString &part, CameraView *view)
     if (n.size() != 2 && n.size() != 3)
         return QStringLiteral("expected AZIMUTH,ELEVATION[,DISTANCE], eye=X,Y,Z, target=X,Y,Z or fov=DEGREES");
     if (n[1] < -90 || n[1] > 90)
-        return QStringLiteral("elevation wants degrees from -90 to 90");
+        return QStringLiteral("elevation must be from -90 to 90 degrees");
     if (n.size() == 3 && n[2] <= 0)
-        return QStringLiteral("distance wants a number above 0");
+        return QStringLiteral("distance must be above 0");
     view->azimuth = n[0];
     view->elevation = n[1];
     if (n.size() == 3)
@@ -72,7 +72,7 @@ Corners cornersOf(const QVector3D &low, const QVector3D &high)
     return corners;
 }
 
-/// World to a camera at the target, turned as the view says.
+/// World space to a camera at the target, rotated as the view says.
 QMatrix4x4 orbit(const CameraView &view, const QVector3D &target)
 {
     QMatrix4x4 matrix;
@@ -82,7 +82,7 @@ QMatrix4x4 orbit(const CameraView &view, const QVector3D &target)
     return matrix;
 }
 
-/// World space turned back around the vertical axis through a point, which goes before a camera's matrix.
+/// Turns world space back around the vertical axis through a point; to be applied before a camera's matrix.
 QMatrix4x4 turnedBack(float degrees, const QVector3D &point)
 {
     QMatrix4x4 matrix;
@@ -92,8 +92,8 @@ QMatrix4x4 turnedBack(float degrees, const QVector3D &point)
     return matrix;
 }
 
-/// Where along one axis of the picture, and how far back, a camera must stand to have all corners between two planes that
-/// open by `tangent` to either side.
+/// Where along one axis of the picture, and how far back, a camera must be to have all corners between two planes that open
+/// by `tangent` to either side.
 struct Stand
 {
     float aside;
@@ -112,8 +112,8 @@ Stand standFor(const Corners &corners, const QMatrix4x4 &turned, int axis, float
     return {(high - low) / 2, (high + low) / (2 * tangent)};
 }
 
-/// Steps back from a target until all corners are in the picture. Without a target of its own the view also steps aside,
-/// so that what perspective enlarges takes no more room than the rest.
+/// Steps back from a target until all corners are in the picture. Without an explicit target it also steps aside, so that
+/// the scene is centred although perspective enlarges its near parts.
 QMatrix4x4 stepBack(
     const CameraView &view, const Corners &corners, const QMatrix4x4 &turned, float tangentX, float tangentY)
 {
@@ -161,7 +161,7 @@ Camera frameScene(const QPair<QVector3D, QVector3D> &bounds, const CameraView &v
     Camera camera;
     if (view.hasEye) {
         const QVector3D line = (target - view.eye).normalized();
-        const QVector3D forward = line.isNull() ? QVector3D(0, 0, -1) : line; // an eye at its target
+        const QVector3D forward = line.isNull() ? QVector3D(0, 0, -1) : line; // Null for an eye at its target.
         const bool vertical = std::abs(forward.y()) > 0.999999f;
         const QVector3D up = vertical ? QVector3D(0, 0, forward.y()) : QVector3D(0, 1, 0);
         camera.cameraMatrix.lookAt(view.eye, view.eye + forward, up);
@@ -179,7 +179,7 @@ Camera frameScene(const QPair<QVector3D, QVector3D> &bounds, const CameraView &v
         nearest = std::min(nearest, depth);
         farthest = std::max(farthest, depth);
     }
-    camera.farPlane = farthest > 0 ? farthest * 1.01f : half.length(); // all behind the eye: any range will do
+    camera.farPlane = farthest > 0 ? farthest * 1.01f : half.length(); // With all behind the eye any range will do.
     camera.nearPlane = std::max(nearest * 0.99f, camera.farPlane / 1000);
     camera.projectionMatrix.perspective(view.fieldOfView, aspect, camera.nearPlane, camera.farPlane);
     return camera;

@@ -6,7 +6,7 @@
 
 namespace Velmora::Kvz {
 
-/// Puts the state in force that every pass of a chain starts from; RenderChain documents it. Needs a current context.
+/// Sets the state that every pass of a chain starts from, which RenderChain documents. Needs a current context.
 void applyBaselineState(const QSize &viewport, const QColor &clearColor);
 
 /// The GL state that a chain disturbs: what the baseline sets, stencil functions, scissor box and bindings.

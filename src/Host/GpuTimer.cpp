@@ -51,7 +51,7 @@ void GpuTimer::collect(const Sink &sink, bool waits)
         Frame &frame = m_frames[size_t(m_oldest)];
         if (frame.spans == 0)
             return;
-        // Results come in order, so the last one speaks for all.
+        // Results arrive in order, so the last one tells for all.
         GLint isAvailable = waits;
         if (!waits)
             glGetQueryObjectiv(frame.queries[size_t(2 * frame.spans - 1)], GL_QUERY_RESULT_AVAILABLE, &isAvailable);

@@ -11,33 +11,33 @@ namespace Velmora::Kvz {
 
 /// Measures spans of GPU work by timestamps and reads them back some frames later, so that nothing waits.
 ///
-/// All operations need the context current that the first one saw.
+/// All functions need the same context current as the first call.
 class GpuTimer
 {
 public:
     /// Takes the number of a span and its nanoseconds.
     using Sink = std::function<void(int span, quint64 nanoseconds)>;
 
-    /// Begins a frame of `spans` spans. A frame is left out when the results of the oldest one have not come yet.
+    /// Begins a frame of `spans` spans. A frame is not measured when the results of the oldest one are still missing.
     void beginFrame(int spans);
     void beginSpan(int span);
     void endSpan(int span);
     void endFrame();
 
-    /// Hands over the results that have come.
+    /// Hands over the results that have arrived.
     void poll(const Sink &sink) { collect(sink, false); }
     /// Waits for all results and hands them over.
     void finish(const Sink &sink) { collect(sink, true); }
-    /// Forgets what is under way.
+    /// Forgets results that have not arrived yet.
     void discard();
-    /// Deletes the queries; or forgets their names, when their context is gone.
+    /// Deletes the queries, or only forgets their names when their context is gone.
     void release(bool contextIsCurrent);
 
 private:
     struct Frame
     {
-        std::vector<unsigned int> queries; ///< Two for each span.
-        int spans = 0; ///< 0: nothing under way.
+        std::vector<unsigned int> queries; ///< Two per span.
+        int spans = 0; ///< 0: nothing pending.
     };
 
     static bool isSupported();

@@ -23,7 +23,7 @@ struct Version
     int minor;
 };
 
-/// The core versions to ask for, newest first.
+/// The core versions to request, newest first.
 QVector<Version> versionsToTry(const HeadlessContext::Options &options)
 {
     if (options.majorVersion > 0)
@@ -31,7 +31,7 @@ QVector<Version> versionsToTry(const HeadlessContext::Options &options)
     return {{4, 6}, {4, 5}, {4, 3}, {4, 2}, {4, 0}, {3, 3}, {3, 2}};
 }
 
-/// The loader of GL functions ends the process when it finds no EGL library, so look first.
+/// libepoxy aborts the process when it finds no EGL library, so look first.
 bool hasEGLLibrary()
 {
     static void *const library = dlopen("libEGL.so.1", RTLD_LAZY | RTLD_GLOBAL);
@@ -49,8 +49,7 @@ struct DisplayChoice
     const char *platform;
 };
 
-/// The displays worth trying. A display is asked for by the extension's entry point: the core one is not to be had before
-/// a display exists.
+/// The displays worth trying. They come from the extension's entry point, because the core one needs a display to exist.
 QVector<DisplayChoice> displaysToTry()
 {
     QVector<DisplayChoice> displays;
@@ -77,7 +76,7 @@ QVector<DisplayChoice> displaysToTry()
 void APIENTRY logDriverMessage(
     GLenum source, GLenum type, GLuint id, GLenum severity, GLsizei, const GLchar *message, const void *)
 {
-    // The shader compiler's warnings stand in the program's log; an optional extension that is missing gives one.
+    // The program's log has the shader compiler's warnings too; one comes from each missing optional extension.
     const bool isRemark = source == GL_DEBUG_SOURCE_SHADER_COMPILER && type != GL_DEBUG_TYPE_ERROR;
     if (severity == GL_DEBUG_SEVERITY_HIGH && !isRemark)
         qCCritical(glLog, "driver message %u: %s", id, message);
@@ -189,7 +188,7 @@ std::unique_ptr<HeadlessContext> HeadlessContext::create(const Options &options,
         glDebugMessageCallback(logDriverMessage, nullptr);
         glEnable(GL_DEBUG_OUTPUT);
         glEnable(GL_DEBUG_OUTPUT_SYNCHRONOUS);
-        // Group markers are for frame captures, not for the log.
+        // Debug groups are for frame debuggers, not for the log.
         glDebugMessageControl(GL_DONT_CARE, GL_DEBUG_TYPE_PUSH_GROUP, GL_DONT_CARE, 0, nullptr, GL_FALSE);
         glDebugMessageControl(GL_DONT_CARE, GL_DEBUG_TYPE_POP_GROUP, GL_DONT_CARE, 0, nullptr, GL_FALSE);
     }
@@ -213,7 +212,7 @@ HeadlessContext::~HeadlessContext()
     if (d->surface != EGL_NO_SURFACE)
         eglDestroySurface(d->display, d->surface);
     eglDestroyContext(d->display, d->context);
-    // The display stays initialised: EGL hands out one for the whole process, and another context may live on it.
+    // The display stays initialised: EGL has one per process, and another context may be using it.
 }
 
 bool HeadlessContext::makeCurrent()

@@ -9,7 +9,7 @@
 #include <QtCore/QMutex>
 #include <QtGui/QImageReader>
 
-// The images that come with this library, for chains that were not loaded from its ready ones.
+// The images that come with this library, also for chains that were not loaded by name.
 static void registerEnvironments()
 {
     Q_INIT_RESOURCE(Environments);
@@ -37,13 +37,13 @@ QString describe(const QImage &image)
                               : QStringLiteral("%1 bits a pixel in another order").arg(image.depth());
 }
 
-/// Whether a JPEG file has four inks. Image readers turn them into red, green and blue, and do not tell.
+/// Whether a JPEG file is CMYK. Image readers convert it to RGB without saying so.
 bool isCmykJpeg(const QString &path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly) || file.read(2) != QByteArray("\xff\xd8"))
         return false;
-    // Segments, each with a marker and its length, up to the one that begins the frame.
+    // Walks the segments, each with a marker and its length, to the start of the frame.
     for (QByteArray head = file.read(4); head.size() == 4 && head[0] == '\xff'; head = file.read(4)) {
         const auto marker = uchar(head[1]);
         const int length = uchar(head[2]) << 8 | uchar(head[3]);

@@ -12,11 +12,11 @@ struct ImageFileInfo
     QString problem; ///< Why it cannot be read, such as "which is not there"; empty when it can.
     QSize size; ///< In pixels.
     QString format; ///< In words, such as "16 bits a channel".
-    bool has32Bits = false; ///< Its bits are those of GL_BGRA bytes.
-    bool isCmyk = false; ///< Its inks are turned into red, green and blue without a colour profile.
+    bool has32Bits = false; ///< Its memory layout is GL_BGRA with 8 bits per channel.
+    bool isCmyk = false; ///< CMYK, which is converted to RGB without a colour profile.
 };
 
-/// Reads an image file, all of it, as the loading passes do. What was found is kept, a few files of it, until a file changes.
+/// Reads an image file completely, as the loading passes do. Results for a few files are cached until a file changes.
 ImageFileInfo inspectImageFile(const QString &path);
 
 } // namespace Velmora::Kvz

@@ -16,7 +16,7 @@ QString imageFileProblem(const QString &file)
     if (info.isDir())
         return QStringLiteral("is a directory, not a picture file");
     if (suffix.isEmpty())
-        return QStringLiteral("the name wants a suffix that says the format, such as .png");
+        return QStringLiteral("the name needs a suffix that gives the format, such as .png");
     if (!QImageWriter::supportedImageFormats().contains(suffix.toLatin1()))
         return QStringLiteral("pictures of type .%1 cannot be written; use .png").arg(suffix);
     if (!folder.isDir())
@@ -24,7 +24,7 @@ QString imageFileProblem(const QString &file)
     if (!folder.isWritable())
         return QStringLiteral("the directory %1 cannot be written to").arg(folder.filePath());
     if (info.exists() && !info.isWritable())
-        return QStringLiteral("the file is there and cannot be overwritten");
+        return QStringLiteral("the file exists and cannot be overwritten");
     return {};
 }
 
@@ -37,7 +37,7 @@ bool writeImage(const QImage &image, const QString &file, QString *error)
     const QString problem = imageFileProblem(file);
     if (!problem.isEmpty())
         return refuse(problem);
-    // Encoded first: libpng has its own say on standard error when it meets a full disk.
+    // Encoded in memory first: on a full disk libpng would print errors of its own.
     QBuffer encoded;
     encoded.open(QIODevice::WriteOnly);
     QImageWriter writer(&encoded, QFileInfo(file).suffix().toLower().toLatin1());

@@ -7,7 +7,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Whether a query is under way. One kind of sample query excludes the others.
+/// Whether any kind of sample query is active. They exclude each other.
 bool isCounted()
 {
     for (const GLenum target : {GL_SAMPLES_PASSED, GL_ANY_SAMPLES_PASSED}) {

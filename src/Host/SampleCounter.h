@@ -10,22 +10,22 @@ namespace Velmora::Kvz {
 
 /// Counts the samples that draws write, by queries that are read back some frames later, so that nothing waits.
 ///
-/// All operations need the context current that the first one saw.
+/// All functions need the same context current as the first call.
 class SampleCounter
 {
 public:
     /// Takes the number of samples of a span.
     using Sink = std::function<void(quint64 samples)>;
 
-    /// Begins a span, unless samples are being counted already, or the oldest span has no result yet.
+    /// Begins a span, unless samples are already being counted or the oldest span has no result yet.
     void begin();
     void end();
 
-    /// Hands over the results that have come.
+    /// Hands over the results that have arrived.
     void poll(const Sink &sink) { collect(sink, false); }
     /// Waits for all results and hands them over.
     void finish(const Sink &sink) { collect(sink, true); }
-    /// Deletes the queries; or forgets their names, when their context is gone.
+    /// Deletes the queries, or only forgets their names when their context is gone.
     void release(bool contextIsCurrent);
 
 private:

@@ -21,13 +21,13 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Memory for so many numbers, all 0; null when there is none. Images have more bytes than Qt's containers hold.
+/// Zeroed memory for `count` numbers; null when there is none. Qt's containers are too small for large images.
 template <typename Number> std::unique_ptr<Number[]> allocate(size_t count)
 {
     return std::unique_ptr<Number[]>(new (std::nothrow) Number[count]());
 }
 
-/// Texels as floats, four for each, bottom row first, layer after layer.
+/// Texels as four floats each, bottom row first, layer after layer.
 struct Texels
 {
     int width = 0;
@@ -40,7 +40,7 @@ struct Texels
     float *layer(int number) const { return data.get() + 4 * texelsOfLayer() * size_t(number); }
 };
 
-/// Lets pixels be read into memory without padding, for a scope.
+/// For its scope, pixels are read into memory without padding.
 class PackState
 {
 public:
@@ -81,7 +81,7 @@ template <typename Number> void readChannel(GLenum target, GLenum format, GLenum
         texels->data[4 * i] = float(numbers[i]);
 }
 
-/// The layers of the bound texture: 1 for one that is no array.
+/// The layers of the bound texture: 1 unless it is an array.
 int layersOfBound(GLenum target)
 {
     GLint layers = 1;
@@ -115,7 +115,7 @@ Texels readResolvedTexels(Texture *texture)
     const int height = texture->height(0);
     const auto internalFormat = unsigned(texture->internalFormat(0));
     if (isDepthFormat(internalFormat)) {
-        // Depth is resolved between equal formats only, and the pool has one of them.
+        // Depth can be resolved only between equal formats, and the pool has one of them.
         Texture resolved(GL_TEXTURE_2D, int(internalFormat), width, height, 0, nullptr);
         {
             const AutoBinder binder(&resolved);
@@ -148,7 +148,7 @@ QRgb rgb(float red, float green, float blue, float alpha = 1)
     return qRgba(toByte(red), toByte(green), toByte(blue), toByte(alpha));
 }
 
-/// A colour that neighbouring numbers do not share.
+/// A colour that differs between neighbouring numbers.
 QRgb idColor(float id)
 {
     const auto number = std::isfinite(id) ? std::lround(id) : 0;
@@ -158,7 +158,7 @@ QRgb idColor(float id)
     return QColor::fromHsvF(std::abs(hue), number % 2 ? 0.75 : 0.5, 0.95).rgb();
 }
 
-/// Distance from the camera plane of a depth from 0 to 1.
+/// The distance from the camera plane at a depth from 0 to 1.
 float distanceOf(float depth, const QMatrix4x4 &projection)
 {
     if (projection.isIdentity())
@@ -167,7 +167,7 @@ float distanceOf(float depth, const QMatrix4x4 &projection)
     return -(projection(2, 3) - z * projection(3, 3)) / (z * projection(3, 2) - projection(2, 2));
 }
 
-/// Turns the depths of a layer into greys: 1 for the nearest, 0.2 for the farthest, 0 for nothing.
+/// Converts the depths of a layer to grey: 1 for the nearest, 0.2 for the farthest, 0 for nothing.
 void showDepth(const Texels &texels, int layer, const QMatrix4x4 &projection)
 {
     float nearest = INFINITY;
@@ -232,7 +232,7 @@ std::unique_ptr<quint32[]> readRed(Texture *texture, int width, int rows)
     return numbers;
 }
 
-/// The colour of a list of so many nodes.
+/// The colour of a list of `length` nodes.
 QRgb lengthColor(int length)
 {
     static constexpr QRgb colors[] = {
@@ -247,7 +247,7 @@ QRgb lengthColor(int length)
 
 constexpr QRgb lostColor = 0xffff00ff;
 
-/// Whether there are texels of two dimensions. The size alone does not say it: GL may have had no memory for them.
+/// Whether there are two-dimensional texels. The size alone does not tell: GL may have had no memory for them.
 bool hasTexels(Texture *texture)
 {
     const GLenum target = texture->target();
@@ -259,7 +259,7 @@ bool hasTexels(Texture *texture)
     return width > 0 && layersOfBound(target) > 0;
 }
 
-/// Paints a layer with its upper left corner at a place of the picture.
+/// Paints a layer with its upper left corner at a point of the picture.
 void paint(const Texels &texels, int layer, TextureDisplay display, QImage *image, int left, int top)
 {
     for (int y = 0; y < texels.height; ++y) {

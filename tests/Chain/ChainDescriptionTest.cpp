@@ -115,7 +115,7 @@ TEST(ChainDescriptionTest, lightsAreReadAndWritten)
     EXPECT_EQ(errorOf(R"({"lights": ["directional", 3], "passes": []})"),
         QStringLiteral("lights[1]: expected a text, found a number"));
     EXPECT_EQ(errorOf(R"({"lights": ["directional", "spot:cone=0"], "passes": []})"),
-        QStringLiteral("lights[1]: \"cone=0\": cone wants degrees above 0 and below 180"));
+        QStringLiteral("lights[1]: \"cone=0\": cone must be above 0 and below 180 degrees"));
 }
 
 TEST(ChainDescriptionTest, typedValuesAreWrittenInTheirForms)

@@ -66,19 +66,19 @@ TEST(LightDescriptionTest, whatIsWrongIsSaidInOneLine)
     EXPECT_EQ(errorOf("spot:"), QStringLiteral("\"\": expected AZIMUTH,ELEVATION[,DISTANCE] or KEY=VALUE"));
     EXPECT_EQ(errorOf("spot:30"), QStringLiteral("\"30\": expected AZIMUTH,ELEVATION[,DISTANCE] or KEY=VALUE"));
     EXPECT_EQ(errorOf("spot:30,x"), QStringLiteral("\"30,x\": expected AZIMUTH,ELEVATION[,DISTANCE] or KEY=VALUE"));
-    EXPECT_EQ(errorOf("spot:30,91"), QStringLiteral("\"30,91\": elevation wants degrees from -90 to 90"));
-    EXPECT_EQ(errorOf("spot:30,40,0"), QStringLiteral("\"30,40,0\": distance wants a number above 0"));
-    EXPECT_EQ(errorOf("spot:position=1,2"), QStringLiteral("\"position=1,2\": position wants X,Y,Z"));
-    EXPECT_EQ(errorOf("spot:target=1,2,nan"), QStringLiteral("\"target=1,2,nan\": target wants X,Y,Z"));
-    EXPECT_EQ(errorOf("spot:cone=180"), QStringLiteral("\"cone=180\": cone wants degrees above 0 and below 180"));
-    EXPECT_EQ(errorOf("spot:cone="), QStringLiteral("\"cone=\": cone wants degrees above 0 and below 180"));
-    EXPECT_EQ(errorOf("point:range=0"), QStringLiteral("\"range=0\": range wants a length above 0"));
+    EXPECT_EQ(errorOf("spot:30,91"), QStringLiteral("\"30,91\": elevation must be from -90 to 90 degrees"));
+    EXPECT_EQ(errorOf("spot:30,40,0"), QStringLiteral("\"30,40,0\": distance must be above 0"));
+    EXPECT_EQ(errorOf("spot:position=1,2"), QStringLiteral("\"position=1,2\": position must be X,Y,Z"));
+    EXPECT_EQ(errorOf("spot:target=1,2,nan"), QStringLiteral("\"target=1,2,nan\": target must be X,Y,Z"));
+    EXPECT_EQ(errorOf("spot:cone=180"), QStringLiteral("\"cone=180\": cone must be above 0 and below 180 degrees"));
+    EXPECT_EQ(errorOf("spot:cone="), QStringLiteral("\"cone=\": cone must be above 0 and below 180 degrees"));
+    EXPECT_EQ(errorOf("point:range=0"), QStringLiteral("\"range=0\": range must be above 0"));
     EXPECT_EQ(errorOf("directional:cascades=17"),
-        QStringLiteral("\"cascades=17\": cascades wants a whole number from 1 to 16"));
+        QStringLiteral("\"cascades=17\": cascades must be a whole number from 1 to 16"));
     EXPECT_EQ(errorOf("directional:cascades=1.5"),
-        QStringLiteral("\"cascades=1.5\": cascades wants a whole number from 1 to 16"));
-    EXPECT_EQ(errorOf("spot:intensity=-1"), QStringLiteral("\"intensity=-1\": intensity wants a number of 0 or more"));
-    EXPECT_EQ(errorOf("spot:bias=inf"), QStringLiteral("\"bias=inf\": bias wants a number of 0 or more"));
+        QStringLiteral("\"cascades=1.5\": cascades must be a whole number from 1 to 16"));
+    EXPECT_EQ(errorOf("spot:intensity=-1"), QStringLiteral("\"intensity=-1\": intensity must be 0 or more"));
+    EXPECT_EQ(errorOf("spot:bias=inf"), QStringLiteral("\"bias=inf\": bias must be 0 or more"));
     EXPECT_EQ(errorOf("spot:rang=3"), QStringLiteral("\"rang=3\": unknown; did you mean \"range\"?"));
     EXPECT_EQ(errorOf("spot:position=1,2,3:target=1,2,3"),
         QStringLiteral("\"spot:position=1,2,3:target=1,2,3\": position and target are the same point"));

@@ -205,12 +205,12 @@ TEST(KvzProgramTest, commandLinesThatMakeNoSenseAreRefused)
         "unknown command \"zzzzzz\"; known: \"render\", \"check\", \"passes\", \"chains\" (see kvz --help)");
     expectRefused({"render"}, 2, "an argument is missing", "kvz render --help");
     expectRefused({"render", "a.obj"}, 2, "no picture is named", "-o FILE");
-    expectRefused({"render", "a.obj", "b.obj", "-o", "c.png"}, 2, "there is no use for the argument \"b.obj\"", "");
+    expectRefused({"render", "a.obj", "b.obj", "-o", "c.png"}, 2, "unexpected argument \"b.obj\"", "");
     expectRefused({"render", "a.obj", "--colour", "red", "-o", "c.png"}, 2, "Unknown option 'colour'", "");
     expectRefused({"render", "a.obj", "-o"}, 2, "Missing value after '-o'", "");
     expectRefused({"check"}, 2, "an argument is missing", "kvz check --help");
-    expectRefused({"check", "a", "b"}, 2, "there is no use for the argument \"b\"", "");
-    expectRefused({"passes", "a", "b"}, 2, "there is no use for the argument \"b\"", "");
+    expectRefused({"check", "a", "b"}, 2, "unexpected argument \"b\"", "");
+    expectRefused({"passes", "a", "b"}, 2, "unexpected argument \"b\"", "");
     expectRefused({"chains", "--all"}, 2, "Unknown option 'all'", "");
 }
 
@@ -249,7 +249,7 @@ TEST(KvzProgramTest, otherValuesThatCannotBeAreRefused)
         "--orbit 5: the camera turns between frames; add --frames with 2 or more");
     expectLine(
         {"render", stillLife, "--light", "directional:30,60", "--light", "spot:30,60:cone=200", "-o", folder.picture()},
-        1, "--light \"cone=200\": cone wants degrees above 0 and below 180");
+        1, "--light \"cone=200\": cone must be above 0 and below 180 degrees");
     expectLine({"render", stillLife, "--light", "lamp", "-o", folder.picture()}, 1,
         "--light \"lamp\": expected directional, spot or point");
 }
