@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Anti-aliasing and what it needs of the host, beside the same draws in raw GL.
+// Anti-aliasing, and the extra passes that it needs, beside the same draws in raw GL.
 #include "Comparison.h"
+#include "Scenery.h"
 
 #include <ExtraPasses/MultisampleForwardRenderPass.h>
 #include <ExtraPasses/VelocityRenderPass.h>
-#include <GL/AutoBinder.h>
 #include <GL/Texture.h>
 #include <RenderPasses/CameraJitterRenderPass.h>
 #include <RenderPasses/FastApproximateAntiAliasingRenderPass.h>
@@ -29,23 +29,11 @@ QMatrix4x4 camera()
     return matrix;
 }
 
-QMatrix4x4 projection(const QRect &viewport)
-{
-    QMatrix4x4 matrix;
-    matrix.perspective(45, float(viewport.width()) / float(viewport.height()), 0.5f, 30);
-    return matrix;
-}
-
-/// Bars that lean, many of whose pixels are edges: the third argument of a benchmark is their number, 0 for none.
+/// Slanted bars, for many edge pixels. Their number is the third argument of a benchmark, 0 for none.
 QSharedPointer<GPUModel> bars(int count)
 {
     GPUModelBuilder builder;
-    MeshData mesh;
-    mesh.positions = {{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}, {-1, 1, 0}};
-    mesh.normals = {{0, 0, 1}, {0, 0, 1}, {0, 0, 1}, {0, 0, 1}};
-    mesh.texCoords = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
-    mesh.indices = {0, 1, 2, 0, 2, 3};
-    const int quad = builder.addMesh(mesh);
+    const int quad = builder.addMesh(quadMesh());
     const int material = builder.addMaterial({});
     for (int i = 0; i < count; ++i) {
         QMatrix4x4 matrix;
@@ -61,22 +49,21 @@ class Scene
 {
 public:
     explicit Scene(const benchmark::State &state, int barCount)
-        : viewport(0, 0, int(state.range(0)), int(state.range(1))),
+        : viewport(viewportOf(state)),
           model(bars(barCount))
     {
         set(&forward, ForwardRenderPass::Viewport);
         glViewport(0, 0, viewport.width(), viewport.height());
         forward.start(nullptr);
-        // As FXAA filters it, which the floor must too.
-        AutoBinder binder(frame().value<Texture *>());
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+        filterLinearly(
+            frame().value<Texture *>()); // As FXAA does for its draw, so that the floor reads it the same way.
     }
-    /// The ports of the camera and the model follow the viewport in every pass that draws a model.
+    /// Sets the viewport, and the camera and model ports, which have the same names in every pass that draws a model.
     void set(RenderPass *pass, int viewportPort) const
     {
         pass->setInput(viewportPort, viewport);
-        pass->setInput(pass->findInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix")), projection(viewport));
+        pass->setInput(
+            pass->findInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix")), perspective(viewport, 45, 0.5f, 30));
         pass->setInput(pass->findInput(QStringLiteral("Kvz_QMatrix4x4_CameraMatrix")), camera());
         pass->setInput(pass->findInput(QStringLiteral("Kvz_KvzGPUModel*_Geometry")), QVariant::fromValue(model.data()));
     }
@@ -87,14 +74,14 @@ public:
     ForwardRenderPass forward;
 };
 
-/// FXAA leaves flat ground early, so its time follows the share of edges.
+/// FXAA skips flat areas, so its time depends on the share of edges.
 void fxaa(benchmark::State &state)
 {
     const Scene scene(state, int(state.range(2)));
     FastApproximateAntiAliasingRenderPass pass;
     pass.setInput(FastApproximateAntiAliasingRenderPass::Viewport, scene.viewport);
     pass.setInput(FastApproximateAntiAliasingRenderPass::Frame, scene.frame());
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
 }
 
 void accumulation(benchmark::State &state)
@@ -105,7 +92,7 @@ void accumulation(benchmark::State &state)
     pass.setInput(TemporalAARenderPass::Frame, scene.frame());
     pass.setInput(TemporalAARenderPass::ResetTemporal, false);
     pass.start(nullptr);
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
 }
 
 /// The third argument: whether an item moves.
@@ -121,9 +108,9 @@ void velocity(benchmark::State &state)
     if (state.range(2)) {
         QMatrix4x4 matrix = scene.model->modelMatrix(3);
         matrix.translate(0.1f, 0, 0);
-        scene.model->setModelMatrix(3, matrix); // The frame never ends, so it moves in each.
+        scene.model->setModelMatrix(3, matrix); // No frame ever ends, so it moves in each.
     }
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
 }
 
 /// Two samples, each with a draw of its own.
@@ -132,25 +119,20 @@ void twoSamples(benchmark::State &state)
     const Scene scene(state, 20);
     MultisampleForwardRenderPass pass;
     scene.set(&pass, MultisampleForwardRenderPass::Viewport);
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
 }
 
-/// It draws nothing, so there is no floor: CPU time alone.
+/// It draws nothing, so there is no floor, only CPU time.
 void cameraJitter(benchmark::State &state)
 {
     CameraJitterPass pass;
     pass.setInput(CameraJitterPass::Viewport, QRect(0, 0, 1280, 720));
-    pass.setInput(CameraJitterPass::ProjectionMatrix, projection(QRect(0, 0, 1280, 720)));
+    pass.setInput(CameraJitterPass::ProjectionMatrix, perspective(QRect(0, 0, 1280, 720), 45, 0.5f, 30));
     pass.setInput(CameraJitterPass::CameraMatrix, camera());
     pass.setInput(CameraJitterPass::ResetTemporal, false);
     pass.setInput(CameraJitterPass::Mode, int(JitterRandom));
     for (auto _ : state)
         pass.start(nullptr);
-}
-
-void sizes(benchmark::internal::Benchmark *benchmark)
-{
-    benchmark->Args({1280, 720})->Args({16, 16})->Apply(timing);
 }
 
 void sizesAndEdges(benchmark::internal::Benchmark *benchmark)
@@ -166,9 +148,9 @@ void sizesAndMotion(benchmark::internal::Benchmark *benchmark)
 } // namespace
 
 BENCHMARK(fxaa)->Apply(sizesAndEdges);
-BENCHMARK(accumulation)->Apply(sizes);
+BENCHMARK(accumulation)->Apply(largeAndTiny);
 BENCHMARK(velocity)->Apply(sizesAndMotion);
-BENCHMARK(twoSamples)->Apply(sizes);
+BENCHMARK(twoSamples)->Apply(largeAndTiny);
 BENCHMARK(cameraJitter)->Unit(benchmark::kMicrosecond);
 
 } // namespace Velmora::Kvz

@@ -3,6 +3,8 @@
 
 #include "DrawRecorder.h"
 
+#include <Core/RenderPass.h>
+
 #include <algorithm>
 #include <chrono>
 #include <vector>
@@ -10,8 +12,6 @@
 namespace Velmora::Kvz {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 struct Times
 {
@@ -21,20 +21,12 @@ struct Times
     void measure(const std::function<void()> &work)
     {
         glFinish();
-        const Clock::time_point start = Clock::now();
-        work();
-        submitted.push_back(std::chrono::duration<double>(Clock::now() - start).count());
-        glFinish();
-        done.push_back(std::chrono::duration<double>(Clock::now() - start).count());
+        done.push_back(secondsOf([&] {
+            submitted.push_back(secondsOf(work));
+            glFinish();
+        }));
     }
 };
-
-double median(std::vector<double> values)
-{
-    const auto middle = values.begin() + long(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
 
 } // namespace
 
@@ -43,9 +35,33 @@ void timing(benchmark::internal::Benchmark *benchmark)
     benchmark->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(0.5);
 }
 
+void largeAndTiny(benchmark::internal::Benchmark *benchmark)
+{
+    benchmark->Args({1280, 720})->Args({16, 16})->Apply(timing);
+}
+
+QRect viewportOf(const benchmark::State &state)
+{
+    return QRect(0, 0, int(state.range(0)), int(state.range(1)));
+}
+
+double secondsOf(const std::function<void()> &work)
+{
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+double median(std::vector<double> values)
+{
+    const auto middle = values.begin() + long(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
 void compareWithFloor(benchmark::State &state, const std::function<void()> &frame)
 {
-    // Programs, textures and caches are made by the first frames.
+    // The first frames create programs, textures and caches.
     for (int i = 0; i < 3; ++i)
         frame();
     DrawRecorder floor;
@@ -71,6 +87,11 @@ void compareWithFloor(benchmark::State &state, const std::function<void()> &fram
     state.counters["ratio"] = passDone / rawDone;
     state.counters["cpu_us"] = median(pass.submitted) * 1e6;
     state.counters["floor_cpu_us"] = median(raw.submitted) * 1e6;
+}
+
+void compareWithFloor(benchmark::State &state, RenderPass &pass)
+{
+    compareWithFloor(state, [&pass] { pass.start(nullptr); });
 }
 
 } // namespace Velmora::Kvz

@@ -1,19 +1,36 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QRect>
+
 #include <benchmark/benchmark.h>
 
 #include <functional>
+#include <vector>
 
 namespace Velmora::Kvz {
 
-/// For a benchmark that sets the time of each turn: half a second of turns at least, told in milliseconds.
-void timing(benchmark::internal::Benchmark *benchmark);
+class RenderPass;
 
-/// Measures one frame of a pass, and in the same run, turn by turn, the same draws through raw GL.
+/// For a benchmark that sets the time of each iteration itself: at least half a second of them, reported in milliseconds.
+void timing(benchmark::internal::Benchmark *benchmark);
+/// The same, with width and height as arguments: a large frame, where the draws themselves count, and a tiny one, where
+/// everything around them does.
+void largeAndTiny(benchmark::internal::Benchmark *benchmark);
+/// A viewport whose width and height are the first two arguments of a benchmark.
+QRect viewportOf(const benchmark::State &state);
+
+/// Measures one frame of a pass and, alternating with it in the same run, the same draws through raw GL.
 ///
-/// Counters, medians over all turns: `ms` and `floor_ms` until the GPU is done, `ratio` of the two, `cpu_us` and
+/// Counters, medians over all iterations: `ms` and `floor_ms` until the GPU is done, `ratio` of the two, `cpu_us` and
 /// `floor_cpu_us` until the calls return. `cpu_us` is what the pass costs the host's thread.
 void compareWithFloor(benchmark::State &state, const std::function<void()> &frame);
+/// The same for the `start()` of a pass.
+void compareWithFloor(benchmark::State &state, RenderPass &pass);
+
+/// Seconds until the work's calls return.
+double secondsOf(const std::function<void()> &work);
+/// The upper median of at least one value.
+double median(std::vector<double> values);
 
 } // namespace Velmora::Kvz

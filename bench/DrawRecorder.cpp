@@ -7,7 +7,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// The loader's pointers, which stand in for the driver's functions while a recorder listens.
+/// The loader's function pointers, which are redirected while a recorder listens.
 struct EntryPoints
 {
     decltype(epoxy_glDrawArrays) drawArrays;
@@ -51,7 +51,7 @@ GLint integer(GLenum name)
     return value[0];
 }
 
-/// Whether a texture is a 2D array: binding it elsewhere is refused.
+/// Whether a texture is a 2D array, found by binding it: GL refuses any other target.
 bool isArray(GLuint name)
 {
     const GLint before = integer(GL_TEXTURE_BINDING_2D_ARRAY);
@@ -85,7 +85,7 @@ DrawRecorder::~DrawRecorder()
 
 void DrawRecorder::begin()
 {
-    // The first call of each resolves the loader's pointer; asking for its address is not enough.
+    // The first call of each function resolves the loader's pointer; reading its address does not.
     driver = {epoxy_glDrawArrays, epoxy_glDrawElements, epoxy_glClear, epoxy_glBlitFramebuffer, epoxy_glUniform1ui,
         epoxy_glUniform2fv, epoxy_glUniformMatrix4fv, epoxy_glUniform1iv, epoxy_glBufferSubData, epoxy_glUniform4fv};
     listener = this;
@@ -127,7 +127,7 @@ GLuint DrawRecorder::copyFramebuffer(GLenum binding)
     {
         GLenum point;
         GLuint name;
-        GLint layer; ///< -1: all of them, or of a texture without layers.
+        GLint layer; ///< -1 for all layers, and for a texture without layers.
     };
     std::vector<Attached> attached;
     std::vector<GLenum> buffers;
@@ -143,7 +143,7 @@ GLuint DrawRecorder::copyFramebuffer(GLenum binding)
         glGetFramebufferAttachmentParameteriv(target, point, GL_FRAMEBUFFER_ATTACHMENT_LAYERED, &isLayered);
         GLint layer = 0;
         glGetFramebufferAttachmentParameteriv(target, point, GL_FRAMEBUFFER_ATTACHMENT_TEXTURE_LAYER, &layer);
-        // The first layer of an array and a texture without layers look alike; only an array can be asked for more.
+        // GL reports layer 0 both for an array's first layer and for a texture without layers.
         const bool isOneLayer = !isLayered && (layer > 0 || isArray(GLuint(name)));
         attached.push_back({point, GLuint(name), isOneLayer ? layer : -1});
         if (point != GL_DEPTH_ATTACHMENT && point != GL_STENCIL_ATTACHMENT)
@@ -245,7 +245,7 @@ void DrawRecorder::onDrawArrays(GLenum mode, GLint first, GLsizei count)
 
 void DrawRecorder::onDrawElements(GLenum mode, GLsizei count, GLenum type, const void *indices)
 {
-    // A model's items share all state, so a draw right behind another's uniform keeps the state of that one.
+    // A model's items share all state, so a draw right after another item's uniform keeps that state.
     const bool follows = listener->m_commands.size() > 1 && listener->m_commands.back().kind == Command::UniformUInt
         && listener->m_commands[listener->m_commands.size() - 2].kind == Command::DrawElements;
     Command command{Command::DrawElements, follows ? -1 : listener->recordState()};
@@ -287,7 +287,7 @@ void DrawRecorder::onUniformUInt(GLint location, GLuint value)
     driver.uniformUInt(location, value);
 }
 
-/// Of uploads, that of one atomic counter is noted.
+/// The only upload that is recorded is that of an atomic counter.
 void DrawRecorder::onBufferSubData(GLenum target, GLintptr offset, GLsizeiptr size, const void *data)
 {
     if (target == GL_ATOMIC_COUNTER_BUFFER && offset == 0 && size == sizeof(GLuint)) {

@@ -8,8 +8,8 @@
 
 namespace Velmora::Kvz {
 
-/// Records the draws, clears and blits that are issued while it listens, with the state that they depend on, and issues
-/// them again through raw GL with nothing around them: the floor that a pass is measured against.
+/// Records the draws, clears and blits that are issued while it listens, with the state that they depend on, and replays them
+/// through raw GL with nothing around them: the floor that a pass is measured against.
 ///
 /// Targets are attached to framebuffers of the recorder's own, so the replay also works for textures that the pass has
 /// given back to the pool. They must not be deleted while the recorder is used.
@@ -21,12 +21,12 @@ public:
     DrawRecorder(const DrawRecorder &) = delete;
     DrawRecorder &operator=(const DrawRecorder &) = delete;
 
-    /// Begins to listen. Only one recorder listens at a time.
+    /// Starts listening. Only one recorder listens at a time.
     void begin();
     void end();
-    /// Issues all that was recorded: what changes from one call to the next is set, nothing else.
+    /// Issues everything that was recorded, setting only the state that changes from one call to the next.
     void replay() const;
-    /// Leaves nothing of the replay bound: a program that is deleted while it is current could not be bound again.
+    /// Unbinds what the replay bound: a program that is deleted while it is current could not be bound again.
     static void unbind();
     /// How many draws, clears and blits were recorded.
     int commandCount() const { return int(m_commands.size()); }
@@ -70,7 +70,7 @@ private:
         std::vector<ImageBinding> images;
         GLuint atomicCounter = 0; ///< The buffer behind binding 0.
     };
-    /// Of a program that one pass draws with more than once.
+    /// A uniform that a pass sets between draws.
     struct Uniform
     {
         enum Kind { Vector2, Vector4, Matrix4, Int } kind;
@@ -81,7 +81,7 @@ private:
     struct Command
     {
         enum Kind { DrawArrays, DrawElements, Clear, Blit, UniformUInt, SetCounter } kind;
-        int state; ///< Index; -1 for the state of the command before.
+        int state; ///< Index; -1 for the state of the previous command.
         GLenum mode = 0;
         GLint first = 0;
         GLsizei count = 0;
@@ -92,7 +92,7 @@ private:
         GLenum filter = 0;
         GLint location = 0;
         GLuint value = 0;
-        std::vector<Uniform> uniforms = {}; ///< Set since the draw before, for this one.
+        std::vector<Uniform> uniforms = {}; ///< Set since the previous draw, for this one.
     };
 
     static void onDrawArrays(GLenum mode, GLint first, GLsizei count);

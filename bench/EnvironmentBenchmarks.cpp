@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Surroundings and backdrops beside the same draws in raw GL. The floor of the skybox does without its two clears.
+// Surroundings and backdrops beside the same draws in raw GL. The floor of the skybox lacks its two clears.
 #include "Comparison.h"
+#include "Scenery.h"
 
 #include <Chain/ChainLibrary.h>
 #include <ExtraPasses/MaterialIdRenderPass.h>
@@ -19,24 +20,17 @@ namespace {
 
 QString environment(const char *name)
 {
-    readyChainNames(); // Brings the resources of the host kit to life.
+    readyChainNames(); // Registers the resources of libKvzHost.
     return QStringLiteral(":/Media/Environments/%1.png").arg(QLatin1String(name));
-}
-
-QRect viewportOf(const benchmark::State &state)
-{
-    return QRect(0, 0, int(state.range(0)), int(state.range(1)));
 }
 
 void setUp(SkyboxRenderPass &pass, const QRect &viewport)
 {
-    QMatrix4x4 projection;
-    projection.perspective(60, float(viewport.width()) / float(viewport.height()), 0.1f, 100);
     QMatrix4x4 camera;
     camera.lookAt(QVector3D(), QVector3D(1, 0.2f, -2), QVector3D(0, 1, 0));
     pass.setup(nullptr);
     pass.setInput(SkyboxRenderPass::Viewport, viewport);
-    pass.setInput(SkyboxRenderPass::ProjectionMatrix, projection);
+    pass.setInput(SkyboxRenderPass::ProjectionMatrix, perspective(viewport, 60, 0.1f, 100));
     pass.setInput(SkyboxRenderPass::CameraMatrix, camera);
 }
 
@@ -50,7 +44,7 @@ void skyboxCubemap(benchmark::State &state)
     SkyboxRenderPass pass;
     setUp(pass, viewportOf(state));
     pass.setInput(SkyboxRenderPass::Cubemap, loader.output(CubemapLoaderRenderPass::Cubemap));
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
 }
 
 void skyboxPanorama(benchmark::State &state)
@@ -61,7 +55,7 @@ void skyboxPanorama(benchmark::State &state)
     SkyboxRenderPass pass;
     setUp(pass, viewportOf(state));
     pass.setInput(SkyboxRenderPass::LatLongMap, loader.output(TextureLoaderRenderPass::LoadedTexture));
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
 }
 
 /// Without a model all pixels are background, and each reads both images.
@@ -82,19 +76,13 @@ void backgroundImage(benchmark::State &state)
     pass.setInput(BackgroundImageRenderPass::FadeImageUrl2, environment("evening"));
     pass.setInput(BackgroundImageRenderPass::FadeRatio, 0.5f);
     pass.setInput(BackgroundImageRenderPass::FadeRatio2, 0.5f);
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
-}
-
-/// Large, where the draws themselves must count, and tiny, where what stands around them does.
-void sizes(benchmark::internal::Benchmark *benchmark)
-{
-    benchmark->Args({1280, 720})->Args({16, 16})->Apply(timing);
+    compareWithFloor(state, pass);
 }
 
 } // namespace
 
-BENCHMARK(skyboxCubemap)->Apply(sizes);
-BENCHMARK(skyboxPanorama)->Apply(sizes);
-BENCHMARK(backgroundImage)->Apply(sizes);
+BENCHMARK(skyboxCubemap)->Apply(largeAndTiny);
+BENCHMARK(skyboxPanorama)->Apply(largeAndTiny);
+BENCHMARK(backgroundImage)->Apply(largeAndTiny);
 
 } // namespace Velmora::Kvz

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Depth of field beside the same draw in raw GL, and its time against the taps and against their distance.
 #include "Comparison.h"
+#include "Scenery.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/Texture.h>
@@ -23,7 +24,7 @@ constexpr double focalLength = 10; // millimetres
 constexpr double stop = 1;
 constexpr int tapsOfBlurredPixel = 18;
 
-/// The window depth whose blur, from 0 to 1, is this.
+/// The window depth that gets this blur, from 0 to 1.
 float depthOfBlur(double blur)
 {
     double low = focalDepth;
@@ -38,7 +39,7 @@ float depthOfBlur(double blur)
     return float((100 - 10 / low) / 99.9);
 }
 
-/// A frame, and its depth: sharp but for the lower rows of a percentage, which all have one blur.
+/// A frame with its depth. It is sharp except for a percentage of its rows, at the bottom, which all have the same blur.
 class Lens
 {
 public:
@@ -49,12 +50,8 @@ public:
         m_gradient.setInput(GradientRenderPass::Viewport, viewport);
         m_gradient.start(nullptr);
         const QVariant frame = m_gradient.output(GradientRenderPass::Frame);
-        {
-            // As the pass sets them for its draw, so that the floor reads the frame the same way.
-            AutoBinder binder(frame.value<Texture *>());
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-        }
+        filterLinearly(
+            frame.value<Texture *>()); // As the pass does for its draw, so that the floor reads it the same way.
         const int blurredRows = size.height() * blurredPercent / 100;
         std::vector<float> depths(size_t(size.width()) * size_t(size.height()), depthOfBlur(0));
         std::fill(depths.begin(), depths.begin() + long(size.width()) * blurredRows, depthOfBlur(blur));
@@ -81,11 +78,11 @@ private:
 
 void depthOfField(benchmark::State &state)
 {
-    Lens lens(QSize(int(state.range(0)), int(state.range(1))), 100, 1);
+    Lens lens(viewportOf(state).size(), 100, 1);
     compareWithFloor(state, [&lens] { lens.start(); });
 }
 
-/// Rings and samples of a blurred pixel are fixed; what changes the number of taps is how many pixels are blurred.
+/// A blurred pixel has a fixed number of taps, so their total depends on how many pixels are blurred.
 void depthOfFieldAgainstTaps(benchmark::State &state)
 {
     const QSize size(640, 360);
@@ -106,7 +103,7 @@ void depthOfFieldAgainstRadius(benchmark::State &state)
 
 } // namespace
 
-BENCHMARK(depthOfField)->Args({1280, 720})->Args({16, 16})->Apply(timing);
+BENCHMARK(depthOfField)->Apply(largeAndTiny);
 BENCHMARK(depthOfFieldAgainstTaps)
     ->Arg(0)
     ->Arg(25)

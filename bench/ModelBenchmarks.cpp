@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What an item of a model costs the host's thread.
+#include "Comparison.h"
+
 #include <GL/AutoBinder.h>
 #include <GL/Texture.h>
 #include <RenderPasses/CullingRenderPass.h>
@@ -15,7 +17,6 @@
 #include <epoxy/gl.h>
 
 #include <algorithm>
-#include <chrono>
 #include <vector>
 
 namespace Velmora::Kvz {
@@ -40,14 +41,6 @@ QSharedPointer<GPUModel> createTriangles(int count)
     return builder.build();
 }
 
-/// Seconds that the host's thread spends in `work`.
-template <typename Work> double seconds(Work work)
-{
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
 void drawItems(benchmark::State &state)
 {
     const int items = int(state.range(0));
@@ -59,7 +52,7 @@ void drawItems(benchmark::State &state)
     glFinish();
     double total = 0;
     for (auto _ : state) {
-        const double frame = seconds([&pass] { pass.start(nullptr); });
+        const double frame = secondsOf([&pass] { pass.start(nullptr); });
         glFinish();
         state.SetIterationTime(frame);
         total += frame;
@@ -76,7 +69,7 @@ std::vector<unsigned char> readFrame(const RenderPass &pass, const QSize &size)
     return texels;
 }
 
-/// A frame of many items, of which the camera sees a quarter: marked and drawn, beside drawn as a whole, turn by turn.
+/// A frame of many items, of which the camera sees a quarter: marked and drawn, alternating with all of them drawn.
 void forwardWithFrustumCulling(benchmark::State &state)
 {
     const int items = int(state.range(0));
@@ -113,8 +106,8 @@ void forwardWithFrustumCulling(benchmark::State &state)
     double withCulling = 0;
     double without = 0;
     for (auto _ : state) {
-        without += seconds(drawAll);
-        const double frame = seconds(drawCulled);
+        without += secondsOf(drawAll);
+        const double frame = secondsOf(drawCulled);
         state.SetIterationTime(frame);
         withCulling += frame;
     }

@@ -2,6 +2,7 @@
 // Camera-space positions and ambient obscurance beside the same draws in raw GL, and the obscurance's time against its taps,
 // its resolution and its radius.
 #include "Comparison.h"
+#include "Scenery.h"
 
 #include <GL/TextureManager.h>
 #include <RenderPasses/CameraSpaceZBufferRenderPass.h>
@@ -29,30 +30,19 @@ class Landscape
 {
 public:
     explicit Landscape(const benchmark::State &state)
-        : viewport(0, 0, int(state.range(0)), int(state.range(1)))
+        : viewport(viewportOf(state)),
+          projection(perspective(viewport, 45, 1, 40))
     {
-        projection.perspective(45.0f, float(viewport.width()) / float(viewport.height()), 1.0f, 40.0f);
         camera.lookAt(QVector3D(0, 3, 9), QVector3D(0, 0, 0), QVector3D(0, 1, 0));
-        MeshData mesh;
-        const int side = 128;
-        for (int row = 0; row <= side; ++row) {
-            for (int column = 0; column <= side; ++column) {
-                const float x = 30.0f * (float(column) / side - 0.5f);
-                const float z = 30.0f * (float(row) / side - 0.6f);
-                mesh.positions.append(QVector3D(x, 0.4f * std::sin(3 * x) * std::cos(3 * z), z));
-                mesh.normals.append(
-                    QVector3D(-1.2f * std::cos(3 * x) * std::cos(3 * z), 1, 1.2f * std::sin(3 * x) * std::sin(3 * z))
-                        .normalized());
-                mesh.texCoords.append(QVector2D(0, 0));
-                if (row == side || column == side)
-                    continue;
-                const auto corner = quint32(row * (side + 1) + column);
-                for (quint32 index : {0u, unsigned(side) + 1, 1u, 1u, unsigned(side) + 1, unsigned(side) + 2})
-                    mesh.indices.append(corner + index);
-            }
-        }
+        const MeshData hills = gridMesh(128, 128, [](float column, float row) {
+            const float x = 30 * (column - 0.5f);
+            const float z = 30 * (row - 0.6f);
+            const QVector3D normal(
+                -1.2f * std::cos(3 * x) * std::cos(3 * z), 1, 1.2f * std::sin(3 * x) * std::sin(3 * z));
+            return GridVertex{QVector3D(x, 0.4f * std::sin(3 * x) * std::cos(3 * z), z), normal.normalized()};
+        });
         GPUModelBuilder builder;
-        builder.addItem(builder.addMesh(mesh), builder.addMaterial({}));
+        builder.addItem(builder.addMesh(hills), builder.addMaterial({}));
         m_model = builder.build();
         m_geometry.setInput(ModelRenderPass::Viewport, viewport);
         m_geometry.setInput(ModelRenderPass::ProjectionMatrix, projection);
@@ -78,7 +68,7 @@ public:
         pass.setInput(Unprojection::ProjectionMatrix, projection);
         pass.setInput(Unprojection::Depth, depth());
     }
-    /// With the numbers of the ready chain.
+    /// With the values of the ready chain.
     void feed(Obscurance &pass, bool givePositions) const
     {
         pass.setNormalProcessing(Obscurance::NormalScreenSpace);
@@ -101,8 +91,8 @@ public:
     QMatrix4x4 camera;
 
 private:
-    static constexpr int frames =
-        1 << 30; ///< As many as a benchmark may run, each of which gives the positions back once.
+    /// More than a benchmark runs, each of which gives the positions back once.
+    static constexpr int frames = 1 << 30;
 
     QVariant depth() const { return m_geometry.output(ModelRenderPass::Depth); }
 
@@ -116,10 +106,10 @@ void positions(benchmark::State &state)
     const Landscape landscape(state);
     Unprojection pass;
     landscape.feed(pass);
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
 }
 
-/// Nanoseconds for one tap of one pixel; the less this changes from row to row, the more the time grows with the taps alone.
+/// Nanoseconds per tap and pixel. The more constant this is from row to row, the more the time depends only on the taps.
 void countTaps(benchmark::State &state, double pixels, double taps)
 {
     state.counters["ns_per_tap"] = state.counters["ms"] * 1e6 / (pixels * taps);
@@ -134,7 +124,7 @@ void obscure(benchmark::State &state, bool givePositions)
     pass.setInput(Obscurance::SaoNumSamples, float(state.range(2)));
     pass.setInput(Obscurance::ResolutionDivider, float(state.range(3)));
     pass.setInput(Obscurance::SaoRadius, float(state.range(4)) / 100);
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
     const double divider = double(state.range(3));
     countTaps(state, double(state.range(0) / divider) * double(state.range(1) / divider), double(state.range(2)));
 }
@@ -147,11 +137,6 @@ void obscurance(benchmark::State &state)
 void obscuranceFromDepth(benchmark::State &state)
 {
     obscure(state, false);
-}
-
-void sizes(benchmark::internal::Benchmark *benchmark)
-{
-    benchmark->Args({1280, 720})->Args({16, 16})->Apply(timing);
 }
 
 void usualSizes(benchmark::internal::Benchmark *benchmark)
@@ -182,7 +167,7 @@ void radii(benchmark::internal::Benchmark *benchmark)
 
 } // namespace
 
-BENCHMARK(positions)->Apply(sizes);
+BENCHMARK(positions)->Apply(largeAndTiny);
 BENCHMARK(obscurance)->Apply(usualSizes);
 BENCHMARK(obscuranceFromDepth)->Apply(usualSizes);
 BENCHMARK(obscurance)->Name("obscuranceAgainstTaps")->Apply(taps);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Each pass beside the same draws in raw GL.
 #include "Comparison.h"
+#include "Scenery.h"
 
 #include <GL/FramebufferObject.h>
 #include <GL/TextureManager.h>
@@ -36,9 +37,9 @@ struct View
     QMatrix4x4 camera;
 
     explicit View(const benchmark::State &state)
-        : viewport(0, 0, int(state.range(0)), int(state.range(1)))
+        : viewport(viewportOf(state)),
+          projection(perspective(viewport, 45, 0.1f, 100))
     {
-        projection.perspective(45.0f, float(viewport.width()) / float(viewport.height()), 0.1f, 100.0f);
         camera.lookAt(QVector3D(3, 2, 4), QVector3D(), QVector3D(0, 1, 0));
     }
 };
@@ -60,7 +61,7 @@ QVariant output(const RenderPass &pass, const char *port)
     return pass.output(pass.findOutput(QString::fromLatin1(port)));
 }
 
-/// What RenderChain would set before each pass, as far as these passes look at it.
+/// The part of RenderChain's baseline that these passes depend on.
 void setBaseline(const View &view)
 {
     glViewport(0, 0, view.viewport.width(), view.viewport.height());
@@ -73,25 +74,12 @@ QSharedPointer<GPUModel> createModel()
 {
     GPUModelBuilder builder;
     const int material = builder.addMaterial({});
-    MeshData mesh;
-    constexpr int steps = 64;
-    for (int row = 0; row <= steps; ++row) {
-        for (int column = 0; column <= steps; ++column) {
-            const float x = 2.0f * float(column) / steps - 1.0f;
-            const float z = 2.0f * float(row) / steps - 1.0f;
-            mesh.positions.append(QVector3D(x, 0.3f * x * z, z));
-            mesh.normals.append(QVector3D(-0.3f * z, 1.0f, -0.3f * x).normalized());
-            mesh.texCoords.append(QVector2D(x, z));
-        }
-    }
-    for (quint32 row = 0; row < steps; ++row) {
-        for (quint32 column = 0; column < steps; ++column) {
-            const quint32 corner = row * (steps + 1) + column;
-            mesh.indices << corner << corner + steps + 1 << corner + 1;
-            mesh.indices << corner + 1 << corner + steps + 1 << corner + steps + 2;
-        }
-    }
-    builder.addItem(builder.addMesh(mesh), material);
+    const MeshData saddle = gridMesh(64, 64, [](float column, float row) {
+        const float x = 2 * column - 1;
+        const float z = 2 * row - 1;
+        return GridVertex{QVector3D(x, 0.3f * x * z, z), QVector3D(-0.3f * z, 1, -0.3f * x).normalized()};
+    });
+    builder.addItem(builder.addMesh(saddle), material);
     return builder.build();
 }
 
@@ -100,7 +88,7 @@ void gradient(benchmark::State &state)
     const View view(state);
     GradientRenderPass pass;
     set(pass, "Kvz_QRect_Viewport", view.viewport);
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
 }
 
 void blend(benchmark::State &state)
@@ -116,7 +104,7 @@ void blend(benchmark::State &state)
     set(pass, "Kvz_QRect_Viewport", view.viewport);
     set(pass, "Kvz_KvzTexture*_FrameA", source.output(0));
     set(pass, "Kvz_KvzTexture*_FrameB", destination.output(0));
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
 }
 
 void present(benchmark::State &state, bool superSampling)
@@ -132,7 +120,7 @@ void present(benchmark::State &state, bool superSampling)
     set(pass, "Kvz_KvzTexture*_Texture", source.output(0));
     set(pass, "Kvz_KvzTexture*_TextureOut", QVariant::fromValue(screen));
     set(pass, "Kvz_Bool_EnableSuperSampling", superSampling);
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
     TextureManager::Instance()->releaseTempTextureRef(screen, 1);
 }
 
@@ -177,7 +165,7 @@ void deferred(benchmark::State &state)
     for (const char *port : {"Kvz_KvzTexture*_Normal", "Kvz_KvzTexture*_TexCoord", "Kvz_KvzTexture*_Depth"})
         set(pass, port, output(buffer, port));
     setBaseline(view);
-    compareWithFloor(state, [&] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
 }
 
 void modelBuffer(benchmark::State &state)
@@ -207,7 +195,7 @@ void modelDeferred(benchmark::State &state)
         {"Kvz_KvzTexture*_Diffuse", "Kvz_KvzTexture*_Specular", "Kvz_KvzTexture*_Normal", "Kvz_KvzTexture*_Depth"})
         set(pass, port, output(buffer, port));
     setBaseline(view);
-    compareWithFloor(state, [&] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
 }
 
 void forward(benchmark::State &state)
@@ -223,7 +211,7 @@ void forward(benchmark::State &state)
     });
 }
 
-/// The pass that marks and the one that draws, against the draws of what is left.
+/// The pass that marks and the one that draws, beside the draws of the items that are left.
 void cullAndForward(benchmark::State &state)
 {
     const View view(state);
@@ -256,7 +244,7 @@ void wireframe(benchmark::State &state)
     set(pass, "Kvz_QRect_Viewport", view.viewport);
     set(pass, "Kvz_KvzTexture*_Id", output(buffer, "Kvz_KvzTexture*_Id"));
     set(pass, "Kvz_QColor_WireColor", QColor(Qt::black));
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
 }
 
 /// A user's shader with two images and some values.
@@ -286,28 +274,22 @@ void main()
     pass.addInput(QStringLiteral("u_Tint"), QColor(255, 200, 100));
     pass.addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
     set(pass, "Kvz_QRect_Viewport", view.viewport);
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
-}
-
-/// Large, where the draws themselves must count, and tiny, where what stands around them does.
-void sizes(benchmark::internal::Benchmark *benchmark)
-{
-    benchmark->Args({1280, 720})->Args({16, 16})->Apply(timing);
+    compareWithFloor(state, pass);
 }
 
 } // namespace
 
-BENCHMARK(gradient)->Apply(sizes);
-BENCHMARK(blend)->Apply(sizes);
-BENCHMARK(presentByBlit)->Apply(sizes);
-BENCHMARK(presentByDraw)->Apply(sizes);
-BENCHMARK(geometryBuffer)->Apply(sizes);
-BENCHMARK(deferred)->Apply(sizes);
-BENCHMARK(modelBuffer)->Apply(sizes);
-BENCHMARK(modelDeferred)->Apply(sizes);
-BENCHMARK(forward)->Apply(sizes);
-BENCHMARK(cullAndForward)->Apply(sizes);
-BENCHMARK(wireframe)->Apply(sizes);
-BENCHMARK(userShader)->Apply(sizes);
+BENCHMARK(gradient)->Apply(largeAndTiny);
+BENCHMARK(blend)->Apply(largeAndTiny);
+BENCHMARK(presentByBlit)->Apply(largeAndTiny);
+BENCHMARK(presentByDraw)->Apply(largeAndTiny);
+BENCHMARK(geometryBuffer)->Apply(largeAndTiny);
+BENCHMARK(deferred)->Apply(largeAndTiny);
+BENCHMARK(modelBuffer)->Apply(largeAndTiny);
+BENCHMARK(modelDeferred)->Apply(largeAndTiny);
+BENCHMARK(forward)->Apply(largeAndTiny);
+BENCHMARK(cullAndForward)->Apply(largeAndTiny);
+BENCHMARK(wireframe)->Apply(largeAndTiny);
+BENCHMARK(userShader)->Apply(largeAndTiny);
 
 } // namespace Velmora::Kvz

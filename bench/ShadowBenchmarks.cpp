@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The shadow passes against the number of lights, beside the same draws in raw GL, and a frame in which nothing changed.
 #include "Comparison.h"
+#include "Scenery.h"
 
 #include <GL/GLExtensions.h>
 #include <RenderPasses/ShadowMapRenderPass.h>
@@ -25,29 +26,16 @@ namespace {
 
 constexpr int mapSize = 256;
 
-/// A sphere of so many squares around and half as many up.
+/// A sphere of `around` squares around and half as many from pole to pole.
 MeshData createSphere(int around)
 {
-    MeshData mesh;
-    const int up = around / 2;
-    for (int j = 0; j <= up; ++j) {
-        for (int i = 0; i <= around; ++i) {
-            const float longitude = 2 * float(M_PI) * float(i) / float(around);
-            const float latitude = float(M_PI) * (float(j) / float(up) - 0.5f);
-            const QVector3D normal(
-                std::cos(latitude) * std::sin(longitude), std::sin(latitude), std::cos(latitude) * std::cos(longitude));
-            mesh.positions.append(normal);
-            mesh.normals.append(normal);
-        }
-    }
-    for (int j = 0; j < up; ++j) {
-        for (int i = 0; i < around; ++i) {
-            const auto a = quint32(j * (around + 1) + i);
-            const quint32 b = a + quint32(around) + 1;
-            mesh.indices << a << a + 1 << b << a + 1 << b + 1 << b;
-        }
-    }
-    return mesh;
+    return gridMesh(around, around / 2, [](float column, float row) {
+        const float longitude = 2 * float(M_PI) * column;
+        const float latitude = float(M_PI) * (0.5f - row);
+        const QVector3D normal(
+            std::cos(latitude) * std::sin(longitude), std::sin(latitude), std::cos(latitude) * std::cos(longitude));
+        return GridVertex{normal, normal};
+    });
 }
 
 /// A hundred spheres over a floor, and spot lights around them, one layer each.
@@ -102,8 +90,8 @@ private:
     std::vector<std::unique_ptr<ShadowMapManager::Light>> m_lights;
 };
 
-/// What the driver is made to say while a pass is constructed, so that each strategy is measured on any driver that can
-/// run it.
+/// What the driver is made to claim while a pass is constructed, so that each strategy is measured on any driver that can run
+/// it.
 enum Strategy { Batches, VertexStage, OneByOne };
 
 const GLubyte *(*driverString)(GLenum);
@@ -153,7 +141,7 @@ void shadowMaps(benchmark::State &state, int filter)
     ShadowMapRenderPass pass;
     scene.connect(&pass);
     Scene::set(&pass, "Kvz_int_FilterType", filter);
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
     perLight(state);
 }
 
@@ -166,11 +154,11 @@ void shadowMaps2(benchmark::State &state, Strategy strategy)
     const Scene scene(int(state.range(0)));
     const auto pass = makePass(strategy);
     scene.connect(pass.get());
-    compareWithFloor(state, [&pass] { pass->start(nullptr); });
+    compareWithFloor(state, *pass);
     perLight(state);
 }
 
-/// A frame that is not dirty: microseconds of the host's thread, which is all that it takes.
+/// A frame that is not dirty costs nothing but microseconds of the host's thread.
 void cleanFrame(benchmark::State &state)
 {
     const Scene scene(int(state.range(0)));

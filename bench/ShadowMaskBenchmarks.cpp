@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Shading with shadow maps, beside the same draw in raw GL, against the kind and the number of lights.
 #include "Comparison.h"
+#include "Scenery.h"
 
 #include <Chain/LightDescription.h>
 #include <ExtraPasses/ShadowMaskRenderPass.h>
@@ -48,9 +49,8 @@ QSharedPointer<GPUModel> createStage()
 /// The third argument of a benchmark is the number of lights.
 void shadowMask(benchmark::State &state, Light::Type type)
 {
-    const QRect viewport(0, 0, int(state.range(0)), int(state.range(1)));
-    QMatrix4x4 projection;
-    projection.perspective(45, float(viewport.width()) / float(viewport.height()), 0.1f, 30);
+    const QRect viewport = viewportOf(state);
+    const QMatrix4x4 projection = perspective(viewport, 45, 0.1f, 30);
     QMatrix4x4 camera;
     camera.lookAt({2, 3, 3}, {}, {0, 1, 0});
     const QSharedPointer<GPUModel> model = createStage();
@@ -92,7 +92,7 @@ void shadowMask(benchmark::State &state, Light::Type type)
     pass.setInput(ShadowMaskRenderPass::Normal, geometry.output(ModelRenderPass::Normal));
     pass.setInput(ShadowMaskRenderPass::Lights, list);
     pass.setInput(ShadowMaskRenderPass::ShadowMapData, maps.output(ShadowMapRenderPass::ShadowMapData));
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
     const double pixels = double(viewport.width()) * double(viewport.height());
     state.counters["ns_per_pixel_and_light"] = state.counters["ms"] * 1e6 / (pixels * double(state.range(2)));
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Morphological antialiasing beside the same draws in raw GL, in all modes, and its time against the share of pixels at edges.
 #include "Comparison.h"
+#include "Scenery.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/FramebufferObject.h>
@@ -38,7 +39,7 @@ std::unique_ptr<Texture> chequerboard(const QSize &size, int side)
     return texture;
 }
 
-/// Fields of 16 pixels in each sample: GL uploads nothing to several, so they are cleared one by one.
+/// Fields of 16 pixels, different in each sample. GL cannot upload to multisampled textures, so they are cleared one by one.
 std::unique_ptr<Texture> multisampledFields(const QSize &size)
 {
     auto texture =
@@ -62,7 +63,7 @@ std::unique_ptr<Texture> multisampledFields(const QSize &size)
     return texture;
 }
 
-/// A pass in one mode, with what that wants, and one frame behind it.
+/// A pass in one mode with the inputs that this needs, after its first frame.
 class Scene
 {
 public:
@@ -92,11 +93,11 @@ private:
 
 void smaa(benchmark::State &state)
 {
-    Scene scene(QSize(int(state.range(0)), int(state.range(1))), int(state.range(2)), 16);
-    compareWithFloor(state, [&scene] { scene.pass.start(nullptr); });
+    Scene scene(viewportOf(state).size(), int(state.range(2)), 16);
+    compareWithFloor(state, scene.pass);
 }
 
-/// Pixels that the edge detection keeps, of a frame that was just drawn into these textures.
+/// The percentage of pixels that the edge detection keeps.
 double shareOfEdges(Scene *scene, Texture *edges, Texture *stencil)
 {
     GLuint query = 0;
@@ -119,11 +120,8 @@ struct StageTextures
                 TextureFormat::LowDynamicRange, size.width(), size.height(), 1, 1);
         stencil =
             TextureManager::Instance()->tempTexture(TextureFormat::DepthStencil, size.width(), size.height(), 1, 1);
-        for (Texture *texture : {edges, weights}) {
-            AutoBinder binder(texture);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-        }
+        for (Texture *texture : {edges, weights})
+            filterLinearly(texture);
     }
     ~StageTextures()
     {
@@ -141,18 +139,18 @@ struct StageTextures
 /// The whole pass against the share of pixels at edges.
 void againstEdges(benchmark::State &state)
 {
-    Scene scene(QSize(int(state.range(0)), int(state.range(1))), SMAARenderPass::Smaa1X, int(state.range(2)));
+    Scene scene(viewportOf(state).size(), SMAARenderPass::Smaa1X, int(state.range(2)));
     StageTextures textures(scene.size);
     const double share = shareOfEdges(&scene, textures.edges, textures.stencil);
     glDisable(GL_STENCIL_TEST);
-    compareWithFloor(state, [&scene] { scene.pass.start(nullptr); });
+    compareWithFloor(state, scene.pass);
     state.counters["edge_percent"] = share;
 }
 
-/// The blending weights alone; with the last argument 1 as they would be without the stencil: at every pixel.
+/// Only the blending weights; with a last argument of 1 without the stencil, at every pixel.
 void weightsAgainstEdges(benchmark::State &state)
 {
-    Scene scene(QSize(int(state.range(0)), int(state.range(1))), SMAARenderPass::Smaa1X, int(state.range(2)));
+    Scene scene(viewportOf(state).size(), SMAARenderPass::Smaa1X, int(state.range(2)));
     StageTextures textures(scene.size);
     glDisable(GL_BLEND);
     const double share = shareOfEdges(&scene, textures.edges, textures.stencil);
@@ -173,7 +171,7 @@ void weightsAgainstEdges(benchmark::State &state)
     state.counters["edge_percent"] = share;
 }
 
-/// Large, where the draws themselves must count, and tiny, where what stands around them does.
+/// largeAndTiny() in each mode.
 void modes(benchmark::internal::Benchmark *benchmark)
 {
     for (int mode : {0, 1, 2, 3})

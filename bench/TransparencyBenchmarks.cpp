@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Weighted blending beside the same draws in raw GL: its time against the layers of a pixel and against the pixels covered.
 #include "Comparison.h"
+#include "Scenery.h"
 
 #include <RenderPasses/TransparencyRenderPass.h>
 #include <Scene/GPUModelBuilder.h>
@@ -17,19 +18,13 @@ namespace {
 const QSize size(640, 360);
 constexpr double bytesOfPixel = 16 + 4 + 16 + 4; // frame, depth, colours, weights
 
-/// Walls one behind the other, an item each, which cover a percentage of the picture from its left edge.
+/// Parallel walls, one item each, that cover a percentage of the picture from its left edge.
 QSharedPointer<GPUModel> walls(int layers, int coveredPercent)
 {
     GPUModelBuilder builder;
-    MeshData mesh;
-    const float right = -1 + 2 * float(coveredPercent) / 100;
-    mesh.positions = {QVector3D(-1, -1, 0), QVector3D(right, -1, 0), QVector3D(right, 1, 0), QVector3D(-1, 1, 0)};
-    mesh.normals = QVector<QVector3D>(4, QVector3D(0, 0, 1));
-    mesh.texCoords = {QVector2D(0, 0), QVector2D(1, 0), QVector2D(1, 1), QVector2D(0, 1)};
-    mesh.indices = {0, 1, 2, 0, 2, 3};
     MaterialData glass;
     glass.d = 0.2f;
-    const int wall = builder.addMesh(mesh);
+    const int wall = builder.addMesh(quadMesh(-1 + 2 * float(coveredPercent) / 100));
     const int material = builder.addMaterial(glass);
     for (int i = 0; i < layers; ++i) {
         QMatrix4x4 matrix;
@@ -50,7 +45,7 @@ void measure(benchmark::State &state, int layers, int coveredPercent)
     pass.setInput(TransparencyRenderPass::Geometry, QVariant::fromValue(model.data()));
     glViewport(0, 0, size.width(), size.height());
     glDepthFunc(GL_LESS);
-    compareWithFloor(state, [&pass] { pass.start(nullptr); });
+    compareWithFloor(state, pass);
     const double pixels = double(size.width()) * size.height();
     if (layers > 0 && coveredPercent > 0)
         state.counters["ns_per_fragment"] = state.counters["ms"] * 1e6 / (pixels * layers * coveredPercent / 100);

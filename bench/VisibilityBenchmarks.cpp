@@ -2,6 +2,7 @@
 // What transparency by lists costs: recording, sorting and shading against the layers of a pixel and against the pixels that
 // have any, and the memory behind it.
 #include "Comparison.h"
+#include "Scenery.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/FramebufferObject.h>
@@ -18,8 +19,6 @@
 
 #include <epoxy/gl.h>
 
-#include <algorithm>
-#include <chrono>
 #include <functional>
 #include <vector>
 
@@ -27,24 +26,17 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// So many squares one before the other, in an order without order, over a part of the image from its left edge on.
+/// Parallel squares, shuffled in depth, over a share of the image from its left edge.
 QSharedPointer<GPUModel> createLayers(int layers, float share)
 {
     GPUModelBuilder builder;
-    MeshData mesh;
-    for (const QVector2D &corner : {QVector2D(-1, -1), QVector2D(1, -1), QVector2D(1, 1), QVector2D(-1, 1)}) {
-        mesh.positions.append(QVector3D(corner, 0));
-        mesh.normals.append(QVector3D(0, 0, 1));
-        mesh.texCoords.append(corner);
-    }
-    mesh.indices = {0, 1, 2, 0, 2, 3};
-    const int square = builder.addMesh(mesh);
+    const int square = builder.addMesh(quadMesh());
     MaterialData glass;
     glass.d = 0.1f;
     const int material = builder.addMaterial(glass);
     for (int i = 0; i < layers; ++i) {
         QMatrix4x4 matrix;
-        // 37 has no divisor in common with any number of layers here.
+        // 37 has no common divisor with any number of layers used here.
         matrix.translate(share - 1, 0, 0.9f * (2 * float(i * 37 % layers) / float(layers) - 1));
         matrix.scale(share, 1, 1);
         builder.addItem(square, material, matrix);
@@ -90,20 +82,14 @@ struct Passes
 
 double millisecondsOf(const std::function<void()> &work)
 {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    glFinish();
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    return 1e3 * secondsOf([&work] {
+        work();
+        glFinish();
+    });
 }
 
-double median(std::vector<double> values)
-{
-    std::nth_element(values.begin(), values.begin() + long(values.size() / 2), values.end());
-    return values[values.size() / 2];
-}
-
-/// Each pass of a frame by itself, with fresh lists each time: sorting sorted ones costs more. `record_ms` contains the clears,
-/// `clear_ms`, which a frame without a model has alone.
+/// Each pass of a frame separately, with new lists each time, since sorting sorted ones costs more. `record_ms` includes the
+/// clears, `clear_ms`, which are all that a frame without a model does.
 void threePasses(benchmark::State &state)
 {
     Passes passes(state);
@@ -128,7 +114,7 @@ void threePasses(benchmark::State &state)
     state.counters["clear_ms"] = median(clear);
     state.counters["sort_ms"] = median(sort);
     state.counters["shade_ms"] = median(shade);
-    // Nodes that hold something, and all that the passes keep.
+    // The nodes in use, and everything that the passes hold.
     const double fragments = double(state.range(0)) * double(state.range(1)) / 100 * 640 * 360;
     state.counters["used_MiB"] = fragments * 16 / (1 << 20);
     state.counters["held_MiB"] = (4096.0 * 4096 * 16 + 640.0 * 360 * (4 + 4 + 8)) / (1 << 20);
@@ -157,7 +143,7 @@ void shadeLists(benchmark::State &state)
     compareWithFloor(state, [&passes] { passes.shade(); });
 }
 
-/// The clear of the whole node texture by itself, 256 MiB.
+/// Only the clear of the whole node texture, 256 MiB.
 void clearNodes(benchmark::State &state)
 {
     Texture nodes(GL_TEXTURE_2D, GL_RGBA32UI, 4096, 4096, 0, nullptr);

@@ -12,7 +12,7 @@ int main(int argc, char **argv)
 {
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
-    // Passes report their modes there, between the rows of the table.
+    // Passes log their modes at debug level, which would be printed between the rows of the table.
     QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
     benchmark::Initialize(&argc, argv);
     QGuiApplication application(argc, argv);

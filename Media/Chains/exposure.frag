@@ -2,8 +2,8 @@
 #version 150
 
 uniform sampler2D u_Scene;
-uniform float u_Luminance; // Average of the scene in the frame before; 0 as long as there was none.
-uniform float u_Key;       // Average that the picture shall have.
+uniform float u_Luminance; // Average of the scene in the previous frame; 0 in the first one.
+uniform float u_Key;       // Average that the picture is to have.
 
 out vec4 o_Frame;
 

@@ -5,7 +5,7 @@ uniform sampler2D u_Obscurance; // Grey; alpha 0 where there is no image.
 uniform sampler2D u_Positions;  // In camera space.
 uniform sampler2D u_Normal;     // In camera space; 0 where there is no model.
 uniform vec2 u_Step;            // From texel to texel, in pixels.
-uniform float u_Edge;           // How far off the surface's plane a tap counts no more, by its distance from the camera.
+uniform float u_Edge;           // Distance from the surface's plane beyond which taps do not count, relative to the distance from the camera.
 
 in vec2 vo_TexCoord;
 out vec4 o_Obscurance;
@@ -14,7 +14,7 @@ const int reach = 4;
 const float gauss[reach + 1] = float[reach + 1](0.153170, 0.144893, 0.122649, 0.092902, 0.062970);
 
 // Two draws, along x and along y: a Gaussian over the taps that lie on the same surface. Each tap but the first reads between
-// two texels and so takes both, which leaves no pattern of odd and even ones.
+// two texels and so averages both, which leaves no pattern of odd and even ones.
 void main()
 {
     vec3 centre = texture(u_Positions, vo_TexCoord).xyz;

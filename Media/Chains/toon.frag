@@ -11,7 +11,7 @@ in vec2 vo_TexCoord;
 out vec4 o_Frame;
 
 const vec3 luminanceWeights = vec3(0.2126, 0.7152, 0.0722);
-const float crease = 0.8; // Cosine of the angle at which two faces get an edge between them.
+const float crease = 0.8; // Cosine of the angle from which two faces get an edge between them.
 
 // Whether the surface turns, or ends, between this pixel and the next one in a direction.
 bool edgeTowards(ivec2 pixel, ivec2 direction)
@@ -28,7 +28,7 @@ void main()
     vec4 shading = texelFetch(u_Shading, pixel, 0);
     vec3 background = texture(u_Background, vo_TexCoord).rgb;
 
-    // The hue stays, the luminance goes to the nearest tone.
+    // The hue stays, the luminance goes up to the next tone.
     float luminance = dot(shading.rgb, luminanceWeights);
     float tone = ceil(luminance * u_Tones) / u_Tones;
     vec3 flatColour = shading.rgb * (tone / max(luminance, 0.001));

@@ -31,7 +31,7 @@ PassInfo PassEntries::cullingRenderPass()
     idle.broken = [](const PassUse &use) {
         const auto isOff = [&use](const QString &name) {
             const QVariant value = use.value(name);
-            // One that is fed during the frame may come on any time.
+            // One that is fed during the frame may be turned on at any time.
             return value.isValid() ? !value.toBool() : !use.isFed(name);
         };
         return isOff(QStringLiteral("Kvz_bool_FrustumCullingEnabledIn"))

@@ -8,7 +8,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Whether an input stands at 0, which is what null means there too.
+/// Whether an input is 0, which null means too.
 bool isZero(const PassUse &use, const QString &port)
 {
     const QVariant value = use.value(port);

@@ -19,9 +19,9 @@ PassInfo PassEntries::forwardRenderPass()
     };
     pass.outputs = {
         textureOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA,
-            "The shaded frame, colour not multiplied with alpha; transparent black where there is no model."),
+            "The shaded frame, colour not premultiplied; transparent black where there is no model."),
         textureOutput("Kvz_KvzTexture*_Id", TextureKind::Id, GL_RGBA,
-            "1 where there is a model, 0 elsewhere; it does not tell triangles apart."),
+            "1 where there is a model, 0 elsewhere; it does not distinguish triangles."),
     };
     pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Shades;
     pass.create = construct<ForwardRenderPass>;

@@ -22,7 +22,7 @@ PassInfo PassEntries::modelDeferredPass()
     };
     pass.outputs = {
         textureOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA,
-            "The shaded frame, colour not multiplied with alpha; transparent black where there is no model."),
+            "The shaded frame, colour not premultiplied; transparent black where there is no model."),
     };
     pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Shades;
     pass.create = construct<ModelDeferredPass>;

@@ -16,7 +16,7 @@ PassInfo PassEntries::multisampleForwardRenderPass()
         viewportInput(),
         unjitteredProjectionInput(),
         cameraInput(),
-        input("Kvz_KvzGPUModel*_Geometry", ValueType::Model, QVariant(), "The model.", "the background alone"),
+        input("Kvz_KvzGPUModel*_Geometry", ValueType::Model, QVariant(), "The model.", "only the background"),
         textureInput("Kvz_KvzTexture*_Frame", TextureKind::Colour, "What lies behind the model.", "transparent black"),
         input("Kvz_int_JitterIndex", ValueType::Int, QVariant(), "Which of the two frames of 4x this is, 0 or 1.",
             "the samples of S2x, in every frame"),

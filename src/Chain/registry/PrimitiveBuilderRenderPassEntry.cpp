@@ -22,7 +22,7 @@ std::unique_ptr<RenderPass> create(const PassOptions &options)
         else
             pass->addCube(size, position);
     }
-    // Setting it at all makes the pass publish a drawable, which it must not do without primitives.
+    // Any call of the setter makes the pass publish a drawable, which without primitives would be empty.
     if (!options[QStringLiteral("useIndirectDrawCommands")].toBool())
         pass->setUseIndirectDrawCommands(false);
     return pass;

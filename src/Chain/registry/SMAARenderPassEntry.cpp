@@ -17,7 +17,7 @@ const QString predicatePort = QStringLiteral("Kvz_KvzTexture*_Predicate");
 const QString velocityPort = QStringLiteral("Kvz_KvzTexture*_Velocity");
 const QString jitterIndexPort = QStringLiteral("Kvz_int_JitterIndex");
 
-/// The mode as far as it is known before the frame; -1 when another pass or the host gives it.
+/// The mode, if it is known before the frame; -1 when another pass or the host provides it.
 int modeOf(const PassUse &use)
 {
     const QVariant mode = use.value(modePort);
@@ -30,7 +30,7 @@ bool isTemporal(const PassUse &use)
     return mode == SMAARenderPass::SmaaT2X || mode == SMAARenderPass::Smaa4X;
 }
 
-/// The configuration that counts as built before anything is: a pass that begins with it has no programs.
+/// The configuration that a new pass takes as built already: one that begins with it never has programs.
 bool neverBuildsItsPrograms(const PassUse &use)
 {
     return use.value(viewportPort).toRect().size() == QSize(64, 64) && modeOf(use) == SMAARenderPass::SmaaT2X

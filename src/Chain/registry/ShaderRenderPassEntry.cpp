@@ -57,8 +57,7 @@ bool isIdentifier(const QString &name)
     return identifier.match(name).hasMatch();
 }
 
-/// What a port is called in the shaders: `u_Foo` for the input `Kvz_KvzTexture*_Foo`. Empty for a name that no shader can
-/// have.
+/// What a port is called in the shaders: `u_Foo` for the input `Kvz_KvzTexture*_Foo`. Empty when that is no valid identifier.
 QString nameInShaders(const QString &port, const QString &texturesAs)
 {
     if (port.startsWith(drawBuffersPrefix))
@@ -78,7 +77,7 @@ public:
           m_problems(problems)
     { }
 
-    // A field that is left out of a record, required or wrong, has a problem of its own already.
+    // A required field that is missing, and a field that is wrong, have been reported already.
 
     void addInput(const QVariantMap &record, const QString &place)
     {
@@ -133,7 +132,7 @@ private:
         m_problems->append({option, QString::fromUtf8(expected), actual, QString::fromUtf8(remedy)});
     }
 
-    /// The type that is given, or that the name says; the two must agree.
+    /// The type that is given or that the name implies; the two must agree.
     bool readType(const QString &name, const QVariantMap &record, const QString &place, ValueType *type)
     {
         const QVariant given = record[QStringLiteral("type")];
@@ -204,7 +203,7 @@ bool readSource(const QString &given, QString *source, QString *error)
     return true;
 }
 
-/// Makes the pass after a program like its own was built, for the driver's messages: the pass keeps those to itself.
+/// Constructs the pass after building a program like its own to get the driver's messages, about which the pass is silent.
 std::unique_ptr<RenderPass> createChecked(const PassOptions &options, QString *error)
 {
     auto pass = std::make_unique<ShaderRenderPass>();
@@ -222,7 +221,7 @@ std::unique_ptr<RenderPass> createChecked(const PassOptions &options, QString *e
             return nullptr;
         const QString name = isShaderText(given) ? option : given;
         program.addShader(int(stage.type), source, name);
-        // The pass gives its sources no names, by which files to include are found, so it gets them included.
+        // Included files are found by the source's name, which the pass does not pass on, so it gets them expanded.
         (pass.get()->*stage.setSource)(ShaderPreprocessor(stage.type, source, name, nullptr).text());
     }
 

@@ -12,7 +12,7 @@ const QString cubemap = QStringLiteral("Kvz_KvzTexture*_Cubemap");
 const QString latLongMap = QStringLiteral("Kvz_KvzTexture*_LatLongMap");
 const QString background = QStringLiteral("Kvz_KvzTexture*_Background");
 
-/// How many sources of surroundings are fed.
+/// How many of the three kinds of surroundings are fed.
 int sources(const PassUse &use)
 {
     return int(use.isFed(cubemap)) + int(use.isFed(latLongMap)) + int(use.isFed(background));

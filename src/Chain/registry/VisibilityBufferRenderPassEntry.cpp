@@ -10,7 +10,7 @@ namespace {
 
 const QString flagOptions[] = {QStringLiteral("drawFlagsValue"), QStringLiteral("drawFlagsMask")};
 
-/// A word of feature flags as text: decimal, or hexadecimal behind "0x".
+/// Reads feature flags: decimal, or hexadecimal with "0x".
 unsigned long long flagsOf(const QVariant &text, bool *isNumber = nullptr)
 {
     return text.toString().toULongLong(isNumber, 0);
@@ -22,7 +22,7 @@ std::unique_ptr<RenderPass> create(const PassOptions &options)
         flagsOf(options[flagOptions[0]]), flagsOf(options[flagOptions[1]]));
 }
 
-/// Reports flags that are no numbers, and those that no item can have.
+/// Reports flags that are not numbers, and combinations that no item can match.
 void checkFlags(const PassOptions &options, QVector<OptionProblem> *problems)
 {
     unsigned long long flags[2] = {};
@@ -56,7 +56,7 @@ PassInfo PassEntries::visibilityBufferRenderPass()
     };
     pass.outputs = listOutputs("One pointer per pixel, 0 for none.",
         "Nodes: next pointer, triangle + 1, bits of the depth, draw. GL_RGBA32I where each pixel has one.");
-    // No depth image: nothing takes by name what is never there.
+    // Not declared as depth, so that no pass takes by name what is never written.
     pass.outputs.append(
         textureOutput("Kvz_KvzTexture*_Depth", TextureKind::NodeList, GL_DEPTH_COMPONENT32F, "Never written."));
     pass.options = {

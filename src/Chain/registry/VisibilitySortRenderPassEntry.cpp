@@ -18,7 +18,7 @@ PassInfo PassEntries::visibilitySortRenderPass()
     pass.outputs = listOutputs("The pointers that came in.", "The nodes that came in, sorted in place.");
     for (OutputInfo &output : pass.outputs)
         output.passesOn = output.name;
-    // It moves what the nodes hold: who else reads them gets the sorted lists too.
+    // It moves the contents of the nodes: other readers of them get the sorted lists too.
     pass.inputs[2].drawnInto = true;
     pass.rules = {
         warnWhenOpen("Kvz_KvzTexture*_HeadPointers", "lists of fragments", "none: there is nothing to sort",
