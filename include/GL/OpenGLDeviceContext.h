@@ -12,9 +12,6 @@
 
 namespace Velmora::Kvz {
 
-class ContextIdentity;
-class TextureManager;
-
 /// The device behind an OpenGL context: it makes buffers, vertex arrays and the ready drawables.
 ///
 /// A context is known by what is current: a QOpenGLContext, or else the native EGL or GLX context.
@@ -40,7 +37,7 @@ public:
     /// before. Call it before anything of this library is used in the current context. Contexts of Qt need no such call.
     static void shareObjectsWith(void *other);
     /// Says that the current context is about to be destroyed. Its objects that are deleted later drop their names. Call
-    /// it with the context current, so that a later context under the same handle never finds old objects. Contexts of Qt
+    /// it with the context current, so that a later context with the same handle never finds old objects. Contexts of Qt
     /// need no such call.
     static void announceContextEnd();
     /// The native handle or QOpenGLContext that is current, as the key by which contexts are told apart; null when none
@@ -58,11 +55,9 @@ public:
 
 private:
     Q_DISABLE_COPY(OpenGLDeviceContext)
-    friend class TextureUnitAllocator;
-    friend class BlitFramebuffers;
-    friend class ContextRegistry;
+    struct Holder;
 
-    void notifyEnd();
+    void end();
 
     struct Private;
     std::unique_ptr<Private> d;

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <GL/BlitTexture.h>
 
-#include "DeviceState.h"
-#include "UnpackState.h"
+#include "BlitResources.h"
+#include "ContextRegistry.h"
 
 #include <Core/Log.h>
 #include <GL/AutoBinder.h>
 #include <GL/AutoDisabler.h>
 #include <GL/InternalFormat.h>
+#include <GL/UnpackState.h>
 
 #include <epoxy/gl.h>
 
@@ -82,17 +83,12 @@ Texture *resolveTarget(BlitResources &resources, const Texture *source)
 
 } // namespace
 
-BlitResources &BlitFramebuffers::current()
-{
-    const QSharedPointer<OpenGLDeviceContext> device = OpenGLDeviceContext::current();
-    if (!device->d->blit)
-        device->d->blit = std::make_unique<BlitResources>();
-    return *device->d->blit;
-}
-
 void BlitTexture(const Texture *source, const Texture *destination, TextureFormat format, int width, int height)
 {
-    if (!source || !destination || width < 1 || height < 1 || !OpenGLDeviceContext::currentHandle())
+    if (!source || !destination || width < 1 || height < 1)
+        return;
+    const QSharedPointer<ContextRecord> context = ContextRegistry::current();
+    if (!context)
         return;
     if (destination->isReadOnly()) {
         KVZ_WARNING(QStringLiteral("A read-only texture cannot be copied into"));
@@ -112,7 +108,7 @@ void BlitTexture(const Texture *source, const Texture *destination, TextureForma
     const bool sameSize = sourceWidth == width && sourceHeight == height;
 
     AutoDisabler scissor(GL_SCISSOR_TEST);
-    BlitResources &resources = BlitFramebuffers::current();
+    auto &resources = context->resources.get<BlitResources>();
     const Texture *from = source;
     // A resolve may neither scale nor convert, so a source that needs either goes through one of its own size and format.
     const bool converts = source->internalFormat(0) != destination->internalFormat(0);

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <GL/BufferObject.h>
 
-#include "GLNames.h"
-
-#include <GL/OpenGLDeviceContext.h>
+#include "CurrentContext.h"
+#include "GLStatisticsPrivate.h"
 
 #include <epoxy/gl.h>
 
@@ -168,7 +167,7 @@ void BufferObject::setIndexedTarget(unsigned int target, unsigned int index, lon
 
 unsigned int BufferObject::getBO() const
 {
-    if (!m_name && OpenGLDeviceContext::currentHandle()) {
+    if (!m_name && currentContextHandle()) {
         glGenBuffers(1, &m_name);
         m_owner.claim();
         ++liveNames().buffers;

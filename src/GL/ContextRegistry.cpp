@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "ContextRegistry.h"
 
-#include "TessellationPrograms.h"
+#include "CurrentContext.h"
 
 #include <Core/Log.h>
 
@@ -9,52 +9,11 @@
 #include <QtCore/QMutex>
 #include <QtGui/QOpenGLContext>
 
-#include <dlfcn.h>
+#include <algorithm>
 
 namespace Velmora::Kvz {
 
 namespace {
-
-/// The current context of a window system library, asked only when that library is loaded in this process already.
-class NativeLookup
-{
-public:
-    NativeLookup(const char *library, const char *function)
-        : m_library(library),
-          m_function(function)
-    { }
-
-    void *currentContext()
-    {
-        if (!m_lookup) {
-            void *handle = dlopen(m_library, RTLD_LAZY | RTLD_NOLOAD);
-            if (!handle)
-                return nullptr;
-            m_lookup = reinterpret_cast<Lookup>(dlsym(handle, m_function));
-            if (!m_lookup)
-                return nullptr;
-        }
-        return m_lookup();
-    }
-
-private:
-    using Lookup = void *(*)();
-    const char *m_library;
-    const char *m_function;
-    Lookup m_lookup = nullptr;
-};
-
-void *currentNativeContext()
-{
-    static NativeLookup egl("libEGL.so.1", "eglGetCurrentContext");
-    static NativeLookup glx("libGL.so.1", "glXGetCurrentContext");
-    static NativeLookup glvndGlx("libGLX.so.0", "glXGetCurrentContext");
-    if (void *context = egl.currentContext())
-        return context;
-    if (void *context = glx.currentContext())
-        return context;
-    return glvndGlx.currentContext();
-}
 
 struct Registry
 {
@@ -92,49 +51,39 @@ QSharedPointer<ShareGroup> groupOfSharers(QOpenGLContext *context)
     return {};
 }
 
-QSharedPointer<ContextRecord> addRecord(void *handle, QSharedPointer<ShareGroup> group)
+QSharedPointer<ContextRecord> addRecord(void *handle, const QSharedPointer<ShareGroup> &group)
 {
     const auto record = QSharedPointer<ContextRecord>::create();
-    record->device = QSharedPointer<OpenGLDeviceContext>::create();
-    if (!group) {
-        group = QSharedPointer<ShareGroup>::create();
-        group->textureManager = std::make_unique<TextureManager>();
-    }
-    record->group = group;
+    record->group = group ? group : QSharedPointer<ShareGroup>::create();
     QMutexLocker lock(&registry().mutex);
     registry().records.insert(handle, record);
     return record;
+}
+
+bool isAloneInGroup(const QSharedPointer<ContextRecord> &record)
+{
+    QMutexLocker lock(&registry().mutex);
+    return std::none_of(registry().records.cbegin(), registry().records.cend(),
+        [&](const QSharedPointer<ContextRecord> &other) { return other != record && other->group == record->group; });
 }
 
 } // namespace
 
 ShareGroup::~ShareGroup()
 {
-    // While the identity lives, the manager's textures know whether the current context is theirs.
-    textureManager.reset();
+    // While the identity lives, objects know whether the current context is theirs.
+    resources.clear();
 }
 
 ContextRecord::~ContextRecord()
 {
-    device.clear();
-}
-
-QSet<unsigned int> &TessellationPrograms::current()
-{
-    return ContextRegistry::current()->group->tessellationPrograms;
-}
-
-void *ContextRegistry::currentHandle()
-{
-    if (QOpenGLContext *context = QOpenGLContext::currentContext())
-        return context;
-    return currentNativeContext();
+    resources.clear();
 }
 
 QSharedPointer<ContextRecord> ContextRegistry::current()
 {
     QOpenGLContext *const qtContext = QOpenGLContext::currentContext();
-    void *const handle = qtContext ? qtContext : currentNativeContext();
+    void *const handle = currentContextHandle();
     if (!handle)
         return {};
     if (QSharedPointer<ContextRecord> record = find(handle))
@@ -155,28 +104,22 @@ QSharedPointer<ContextRecord> ContextRegistry::current()
 
 void ContextRegistry::endCurrent()
 {
-    // Releasing the record while the context is current lets the device and, with the last context of its group, the
-    // texture manager delete what they hold.
-    QSharedPointer<ContextRecord> record = find(currentHandle());
+    void *const handle = currentContextHandle();
+    const QSharedPointer<ContextRecord> record = find(handle);
     if (!record)
         return;
-    record->device->notifyEnd();
-    record->device->releaseResources();
-    if (record->group->textureManager) {
-        QMutexLocker lock(&registry().mutex);
-        int members = 0;
-        for (const QSharedPointer<ContextRecord> &other : qAsConst(registry().records))
-            members += other->group == record->group;
-        lock.unlock();
-        if (members == 1)
-            record->group->textureManager.reset();
-    }
-    forget(currentHandle());
+    if (record->onEnd)
+        record->onEnd();
+    // The record is still found while these go, so what they hold is deleted and not dropped.
+    record->resources.clear();
+    if (isAloneInGroup(record))
+        record->group->resources.clear();
+    forget(handle);
 }
 
 void ContextRegistry::shareCurrentWith(void *other)
 {
-    void *const handle = currentHandle();
+    void *const handle = currentContextHandle();
     const QSharedPointer<ContextRecord> otherRecord = find(other);
     if (handle && otherRecord && !find(handle))
         addRecord(handle, otherRecord->group);

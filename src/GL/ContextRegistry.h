@@ -3,15 +3,9 @@
 
 #include "ContextResources.h"
 
-#include <GL/OpenGLDeviceContext.h>
-#include <GL/TextureManager.h>
-
-#include <QtCore/QSet>
 #include <QtCore/QSharedPointer>
 
-#include <memory>
-
-class QOpenGLContext;
+#include <functional>
 
 namespace Velmora::Kvz {
 
@@ -24,19 +18,19 @@ class ContextIdentity
 struct ShareGroup
 {
     QSharedPointer<ContextIdentity> identity = QSharedPointer<ContextIdentity>::create();
-    std::unique_ptr<TextureManager> textureManager;
-    QSet<unsigned int> tessellationPrograms;
     ContextResources resources;
 
     ~ShareGroup();
 };
 
-/// One context.
+/// One context, and what is its own.
 struct ContextRecord
 {
     QSharedPointer<ContextIdentity> identity = QSharedPointer<ContextIdentity>::create();
-    QSharedPointer<OpenGLDeviceContext> device;
     QSharedPointer<ShareGroup> group;
+    ContextResources resources;
+    /// Called by ContextRegistry::endCurrent() before it deletes anything.
+    std::function<void()> onEnd;
 
     ~ContextRecord();
 };
@@ -47,9 +41,8 @@ class ContextRegistry
 public:
     /// The record of the current context, made when it is met first; null when none is current.
     static QSharedPointer<ContextRecord> current();
-    /// The handle of the current context.
-    static void *currentHandle();
-    /// Forgets the current context: its objects drop their names from now on.
+    /// Forgets the current context: its objects drop their names from now on. What the record keeps, and with the last
+    /// context of a share group what the group keeps, is deleted first, while the context still knows the names.
     static void endCurrent();
     /// Makes the current context, which must be new here, a member of another's share group.
     static void shareCurrentWith(void *other);

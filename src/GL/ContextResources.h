@@ -2,17 +2,16 @@
 #pragma once
 
 #include <memory>
-#include <typeindex>
-#include <utility>
+#include <mutex>
 #include <vector>
 
 namespace Velmora::Kvz {
 
-/// What a context or a share group keeps for the classes of this library: one object of each type, made when it is first
-/// asked for. So each class says for itself what it needs of its context.
+/// What a context or a share group holds for the classes of this library: one object of each type, created when it is
+/// first asked for. The types are known to those who ask only, so that contexts depend on no class above them.
 ///
-/// The objects are deleted in the reverse order of their making. A GL object among them deletes its name if its context, or
-/// one that shares objects with it, is current then, and drops it otherwise.
+/// The objects are deleted in the reverse order of their creation. A GL object among them deletes its name if a context
+/// that knows it is current then, and drops the name otherwise.
 class ContextResources
 {
 public:
@@ -21,58 +20,43 @@ public:
     ContextResources(const ContextResources &) = delete;
     ContextResources &operator=(const ContextResources &) = delete;
 
-    /// The object of a type, made now if there is none yet.
+    /// The object of a type, created now if there is none yet.
     template <typename T> T &get()
     {
         if (T *const found = find<T>())
             return *found;
-        const auto made = std::make_shared<T>();
-        m_entries.push_back({std::type_index(typeid(T)), made});
-        return *made;
+        return *static_cast<T *>(add(keyOf<T>(), std::make_shared<T>()));
     }
 
     /// The object of a type, or null.
-    template <typename T> T *find() const
-    {
-        for (const Entry &entry : m_entries) {
-            if (entry.type == std::type_index(typeid(T)))
-                return static_cast<T *>(entry.object.get());
-        }
-        return nullptr;
-    }
+    template <typename T> T *find() const { return static_cast<T *>(find(keyOf<T>())); }
 
     /// Deletes the object of a type, if there is one.
-    template <typename T> void release()
-    {
-        for (auto entry = m_entries.begin(); entry != m_entries.end(); ++entry) {
-            if (entry->type == std::type_index(typeid(T))) {
-                remove(entry);
-                return;
-            }
-        }
-    }
+    template <typename T> void release() { remove(keyOf<T>()); }
 
     /// Deletes all objects.
-    void clear()
-    {
-        while (!m_entries.empty())
-            remove(m_entries.end() - 1);
-    }
+    void clear();
 
 private:
     struct Entry
     {
-        std::type_index type;
+        const void *key;
         std::shared_ptr<void> object; ///< Deletes it as the type that it is.
     };
 
-    /// The object leaves the list first: its destructor may come back here.
-    void remove(std::vector<Entry>::iterator entry)
+    /// An address for each type.
+    template <typename T> static const void *keyOf()
     {
-        const std::shared_ptr<void> object = std::move(entry->object);
-        m_entries.erase(entry);
+        static char key;
+        return &key;
     }
 
+    /// The object that then has the key: that of another thread if it came first.
+    void *add(const void *key, const std::shared_ptr<void> &object);
+    void *find(const void *key) const;
+    void remove(const void *key);
+
+    mutable std::mutex m_mutex; ///< Contexts of one group may be current in several threads.
     std::vector<Entry> m_entries;
 };
 

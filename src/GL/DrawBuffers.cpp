@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <GL/DrawBuffers.h>
 
+#include "SceneSamplers.h"
 #include "TessellationPrograms.h"
 
 #include <Core/Log.h>
@@ -24,7 +25,7 @@ constexpr int commandStride = sizeof(DrawElementsIndirectCommand) / sizeof(quint
 
 Q_LOGGING_CATEGORY(glLog, "kvz.gl")
 
-/// Takes the errors that earlier calls left, so that the one after a draw is the draw's own.
+/// Takes the errors that earlier calls left, so that one after the draw is the draw's own.
 void reportEarlierErrors()
 {
     const GLenum error = takeGLErrors();
@@ -105,7 +106,7 @@ const QVector<DrawElementsIndirectCommand> &DrawBuffers::drawElementsIndirectCom
 QSharedPointer<Bindable> DrawBuffers::getDrawElementsIndirectCommandsUniformBufferObject() const
 {
     if (!m_commandTexture) {
-        m_commandTexture = QSharedPointer<BufferTexture>::create(QStringLiteral("kvz_DrawCommands"), GL_R32UI);
+        m_commandTexture = QSharedPointer<BufferTexture>::create(drawCommandsSampler(), GL_R32UI);
         m_commandTexture->upload(m_commands.constData(), m_commands.size() * long(sizeof(DrawElementsIndirectCommand)));
     }
     return m_commandTexture;

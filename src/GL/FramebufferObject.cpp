@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <GL/FramebufferObject.h>
 
-#include "GLNames.h"
+#include "CurrentContext.h"
+#include "GLStatisticsPrivate.h"
 
 #include <Core/Log.h>
 #include <GL/InternalFormat.h>
-#include <GL/OpenGLDeviceContext.h>
 
 #include <epoxy/gl.h>
 
@@ -174,7 +174,7 @@ void FramebufferObject::setDrawBuffers()
 
 unsigned int FramebufferObject::getFBO() const
 {
-    if (!m_name && !m_wrapped && OpenGLDeviceContext::currentHandle()) {
+    if (!m_name && !m_wrapped && currentContextHandle()) {
         glGenFramebuffers(1, &m_name);
         m_owner.claim();
         ++liveNames().framebuffers;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <GL/GLExtensions.h>
 
-#include <GL/OpenGLDeviceContext.h>
+#include "CurrentContext.h"
 
 #include <QtCore/QByteArray>
 
@@ -11,7 +11,7 @@ namespace Velmora::Kvz {
 
 bool hasGLExtension(const char *name)
 {
-    if (!name || !*name || !OpenGLDeviceContext::currentHandle())
+    if (!name || !*name || !currentContextHandle())
         return false;
     const QByteArray prefix("GL_");
     QByteArray fullName(name);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "GLNames.h"
+#include "GLStatisticsPrivate.h"
 
 namespace Velmora::Kvz {
 

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "ManagedTextures.h"
 
-#include "UnpackState.h"
-
 #include <Core/Log.h>
 #include <GL/AutoBinder.h>
 #include <GL/FixedTextureUnits.h>
 #include <GL/FramebufferObject.h>
+#include <GL/UnpackState.h>
 
 #include <epoxy/gl.h>
 
@@ -47,17 +46,6 @@ std::unique_ptr<Texture> createArray(const QSize &size, int layers)
 }
 
 } // namespace
-
-const QStringList &ManagedTextures::samplers()
-{
-    static const QStringList *const names = [] {
-        auto *list = new QStringList;
-        for (int i = 0; i < arrayCount; ++i)
-            list->append(QStringLiteral("kvz_ManagedTextures%1").arg(i));
-        return list;
-    }();
-    return *names;
-}
 
 int ManagedTextures::add(const QImage &image)
 {
@@ -119,7 +107,7 @@ void ManagedTextures::release(int handle)
     if (--layer.users > 0)
         return;
     m_handles.remove(layer.key);
-    // An array that nobody uses gives its memory and its size back.
+    // An array that nobody uses frees its memory, and its place is open to another size.
     for (const Layer &other : qAsConst(array.layers)) {
         if (other.users > 0)
             return;
@@ -132,7 +120,7 @@ void ManagedTextures::bind()
     GLint active = 0;
     glGetIntegerv(GL_ACTIVE_TEXTURE, &active);
     SavedBinding saved;
-    const int firstUnit = FixedTextureUnits::unitOf(samplers().first());
+    const int firstUnit = FixedTextureUnits::unitOf(managedTextureSampler(0));
     for (int i = 0; i < arrayCount; ++i) {
         const unsigned int name = nameFor(i);
         glActiveTexture(GL_TEXTURE0 + GLenum(firstUnit - i));
@@ -154,7 +142,7 @@ void ManagedTextures::unbind()
     GLint active = 0;
     glGetIntegerv(GL_ACTIVE_TEXTURE, &active);
     const SavedBinding saved = m_saved.takeLast();
-    const int firstUnit = FixedTextureUnits::unitOf(samplers().first());
+    const int firstUnit = FixedTextureUnits::unitOf(managedTextureSampler(0));
     for (int i = 0; i < arrayCount; ++i) {
         glActiveTexture(GL_TEXTURE0 + GLenum(firstUnit - i));
         glBindTexture(GL_TEXTURE_2D_ARRAY, GLuint(saved.textures[i]));
@@ -236,7 +224,7 @@ unsigned int ManagedTextures::nameFor(int array)
 {
     if (array < int(m_arrays.size()) && m_arrays[size_t(array)].texture)
         return m_arrays[size_t(array)].texture->textureID();
-    // Every sampler of a linked program needs a texture that fits it, also those that no handle leads to.
+    // Every active sampler of a program needs a texture of its type, also when no handle refers to it.
     if (!m_white) {
         m_white = createArray(QSize(1, 1), 1);
         UnpackState unpack;

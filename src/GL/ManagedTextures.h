@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "SceneSamplers.h"
+
 #include <GL/Texture.h>
 
 #include <QtCore/QHash>
 #include <QtCore/QSize>
-#include <QtCore/QStringList>
 #include <QtCore/QVector>
 #include <QtGui/QImage>
 
@@ -21,10 +22,7 @@ namespace Velmora::Kvz {
 class ManagedTextures
 {
 public:
-    static constexpr int arrayCount = 6;
-
-    /// The six sampler names, in the order of the arrays. Their units count down one by one.
-    static const QStringList &samplers();
+    static constexpr int arrayCount = managedTextureArrays;
 
     int add(const QImage &image);
     void release(int handle);

@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include <GL/OpenGLDeviceContext.h>
 
+#include "BlitResources.h"
 #include "ContextRegistry.h"
-#include "DeviceState.h"
+#include "CurrentContext.h"
 
 #include <GL/AutoBinder.h>
-#include <GL/ShaderProgram.h>
 
 #include <epoxy/gl.h>
+
+#include <map>
 
 namespace Velmora::Kvz {
 
@@ -25,6 +27,21 @@ QSharedPointer<BufferObject> createStaticBuffer(const float *data, int count)
 
 } // namespace
 
+struct OpenGLDeviceContext::Private
+{
+    QWeakPointer<ContextRecord> context; ///< Null for a device that nobody has from current().
+    QSharedPointer<BufferObject> quadPositions;
+    QSharedPointer<BufferObject> quadTexCoords;
+    std::map<int, std::function<void()>> endListeners; ///< By number.
+    int nextListener = 0;
+};
+
+/// What a context keeps of its device.
+struct OpenGLDeviceContext::Holder
+{
+    QSharedPointer<OpenGLDeviceContext> device;
+};
+
 OpenGLDeviceContext::OpenGLDeviceContext()
     : d(std::make_unique<Private>())
 { }
@@ -34,7 +51,15 @@ OpenGLDeviceContext::~OpenGLDeviceContext() = default;
 QSharedPointer<OpenGLDeviceContext> OpenGLDeviceContext::current()
 {
     const QSharedPointer<ContextRecord> record = ContextRegistry::current();
-    return record ? record->device : QSharedPointer<OpenGLDeviceContext>();
+    if (!record)
+        return {};
+    QSharedPointer<OpenGLDeviceContext> &device = record->resources.get<Holder>().device;
+    if (!device) {
+        device = QSharedPointer<OpenGLDeviceContext>::create();
+        device->d->context = record;
+        record->onEnd = [device = device.data()] { device->end(); };
+    }
+    return device;
 }
 
 QSharedPointer<BufferObject> OpenGLDeviceContext::createBufferObject()
@@ -89,7 +114,7 @@ void OpenGLDeviceContext::announceContextEnd()
 
 void *OpenGLDeviceContext::currentHandle()
 {
-    return ContextRegistry::currentHandle();
+    return currentContextHandle();
 }
 
 int OpenGLDeviceContext::addEndListener(const std::function<void()> &listener)
@@ -103,18 +128,20 @@ void OpenGLDeviceContext::removeEndListener(int number)
     d->endListeners.erase(number);
 }
 
-void OpenGLDeviceContext::notifyEnd()
+void OpenGLDeviceContext::end()
 {
     const auto listeners = d->endListeners; // They may remove themselves.
     for (const auto &listener : listeners)
         listener.second();
+    releaseResources();
 }
 
 void OpenGLDeviceContext::releaseResources()
 {
     d->quadPositions.clear();
     d->quadTexCoords.clear();
-    d->blit.reset();
+    if (const QSharedPointer<ContextRecord> context = d->context.toStrongRef())
+        context->resources.release<BlitResources>();
 }
 
 } // namespace Velmora::Kvz

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int mostKept = 16;
 
-/// Failures of all share groups that nobody has taken.
+/// Failures of all share groups that have not been taken.
 std::atomic<int> pending{0};
 
 /// Those of one share group. Its contexts may be current in several threads.

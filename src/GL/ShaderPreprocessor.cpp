@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <GL/ShaderPreprocessor.h>
 
+#include "PlanDeclarations.h"
+
 #include <Core/Log.h>
-#include <Scene/InstanceDataRegistry.h>
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
@@ -80,13 +81,21 @@ bool isPath(const QString &name)
     return QDir::isAbsolutePath(name) || name.startsWith(QLatin1Char(':'));
 }
 
+/// Constant initialization, so that it does not matter in which order the initializers of files run.
+const PlanDeclarations *planDeclarations = nullptr;
+
 } // namespace
+
+void setPlanDeclarations(const PlanDeclarations *declarations)
+{
+    planDeclarations = declarations;
+}
 
 ShaderPreprocessor::ShaderPreprocessor(
     unsigned int stage, const QString &source, const QString &name, const GLSLMacroProcessor *processor)
     : m_processor(processor)
 {
-    // The version stays first, the macros come behind it; without a version line they come first.
+    // The version stays first and the macros follow it; without a version line they come first.
     const QStringList lines = source.split(QLatin1Char('\n'));
     CommentTracker comments;
     int versionLine = -1;
@@ -172,15 +181,16 @@ void ShaderPreprocessor::expandInclude(const QString &name, const QString &file,
 
 void ShaderPreprocessor::expandInstanceData(const QString &name, const QString &file, int line)
 {
-    const InstanceDataRegistry &registry = InstanceDataRegistry::Instance();
-    if (!registry.hasPlan(name)) {
+    const QString declarations = planDeclarations ? planDeclarations->find(name) : QString();
+    if (declarations.isNull()) {
+        const QStringList known = planDeclarations ? planDeclarations->planNames() : QStringList();
         fail(file, line,
             QStringLiteral("there is no instance data plan '%1'; known plans: %2")
-                .arg(name, registry.planNames().join(QStringLiteral(", "))));
+                .arg(name, known.join(QStringLiteral(", "))));
         return;
     }
-    const QStringList declarations = registry.getPlan(name).declarations().split(QLatin1Char('\n'));
-    for (const QString &declaration : declarations)
+    const QStringList lines = declarations.split(QLatin1Char('\n'));
+    for (const QString &declaration : lines)
         emitLine(declaration, file, line);
 }
 

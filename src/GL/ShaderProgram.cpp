@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <GL/ShaderProgram.h>
 
-#include "GLNames.h"
+#include "CurrentContext.h"
+#include "GLStatisticsPrivate.h"
 #include "ProgramFailuresPrivate.h"
 #include "StandardAttributes.h"
 #include "TessellationPrograms.h"
@@ -9,7 +10,6 @@
 #include <Core/Log.h>
 #include <GL/AutoBinder.h>
 #include <GL/FixedTextureUnits.h>
-#include <GL/OpenGLDeviceContext.h>
 #include <GL/ShaderPreprocessor.h>
 
 #include <QtCore/QFile>
@@ -220,7 +220,7 @@ bool ShaderProgram::compile()
     m_compiled = false;
     m_linked = false;
     deleteProgram();
-    if (!OpenGLDeviceContext::currentHandle()) {
+    if (!currentContextHandle()) {
         m_log = QStringLiteral("no OpenGL context is current");
         return false;
     }

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <GL/Texture.h>
 
-#include "DeviceState.h"
-#include "GLNames.h"
+#include "CurrentContext.h"
+#include "GLStatisticsPrivate.h"
+#include "TextureUnitAllocator.h"
 
 #include <epoxy/gl.h>
 
@@ -119,7 +120,7 @@ int Texture::unit() const
 
 unsigned int Texture::textureID() const
 {
-    if (!m_name && OpenGLDeviceContext::currentHandle()) {
+    if (!m_name && currentContextHandle()) {
         glGenTextures(1, &m_name);
         m_owner.claim();
         ++liveNames().textures;

@@ -2,14 +2,15 @@
 #include <GL/TextureManager.h>
 
 #include "ContextRegistry.h"
+#include "CurrentContext.h"
 #include "ManagedTextures.h"
-#include "UnpackState.h"
 
 #include <Core/Log.h>
 #include <GL/AutoBinder.h>
 #include <GL/InternalFormat.h>
-#include <GL/OpenGLDeviceContext.h>
+#include <GL/UnpackState.h>
 
+#include <QtGui/QColor>
 #include <QtGui/QImageReader>
 
 #include <epoxy/gl.h>
@@ -28,7 +29,7 @@ void setFilterAndWrap(GLenum target, GLint minFilter, GLint magFilter, GLint wra
     glTexParameteri(target, GL_TEXTURE_WRAP_T, wrap);
 }
 
-/// Gives a pooled texture its storage. It is never immutable, since passes may specify it anew.
+/// Gives a pooled texture its storage. It is never immutable, since passes may respecify it.
 void allocate(Texture *texture, GLenum internalFormat, int width, int height, int depth, int samples)
 {
     texture->setSize(0, int(internalFormat), width, height, depth > 1 ? depth : 0);
@@ -95,7 +96,7 @@ bool TextureLoadOptions::operator==(const TextureLoadOptions &other) const
 TextureManager *TextureManager::Instance()
 {
     if (const QSharedPointer<ContextRecord> record = ContextRegistry::current())
-        return record->group->textureManager.get();
+        return &record->group->resources.get<TextureManager>();
     static TextureManager *const withoutContext = new TextureManager;
     return withoutContext;
 }
@@ -107,7 +108,7 @@ TextureManager::~TextureManager() = default;
 Texture *TextureManager::tempTexture(TextureFormat format, int width, int height, int depth, int samples)
 {
     const GLenum internalFormat = internalFormatOf(format);
-    if (!internalFormat || !OpenGLDeviceContext::currentHandle())
+    if (!internalFormat || !currentContextHandle())
         return nullptr;
     width = qMax(0, width);
     height = qMax(0, height);
@@ -118,7 +119,7 @@ Texture *TextureManager::tempTexture(TextureFormat format, int width, int height
         if (entry.references > 0 || entry.format != format || entry.width != width || entry.height != height
             || entry.depth != depth || entry.samples != samples)
             continue;
-        // A pass may have given a placeholder of one texel other storage.
+        // A pass may have respecified a placeholder of one texel.
         if (width == 1 && height == 1 && !hasStorage(entry.texture.get(), internalFormat, width, height))
             allocate(entry.texture.get(), internalFormat, width, height, depth, samples);
         entry.references = 1;
@@ -134,7 +135,7 @@ Texture *TextureManager::tempTexture(TextureFormat format, int width, int height
         AutoBinder binder(texture.get());
         glTexParameteri(target, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
         glTexParameteri(target, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-        // Filters read past the edges of frames, and the opposite edge has no business there.
+        // Filters read past the edges of frames; with a repeating wrap mode the opposite edge would show through.
         glTexParameteri(target, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
         glTexParameteri(target, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
     }
@@ -176,7 +177,7 @@ void TextureManager::deleteUnusedTempTextures()
 
 Texture *TextureManager::colorTexture(const QColor &color)
 {
-    if (!OpenGLDeviceContext::currentHandle())
+    if (!currentContextHandle())
         return nullptr;
     QSharedPointer<Texture> &texture = m_colors[color.rgba()];
     if (!texture) {
@@ -194,7 +195,7 @@ Texture *TextureManager::colorTexture(const QColor &color)
 
 Texture *TextureManager::loadTexture(const QString &path, const TextureLoadOptions &options)
 {
-    if (path.isEmpty() || !OpenGLDeviceContext::currentHandle())
+    if (path.isEmpty() || !currentContextHandle())
         return nullptr;
     for (const LoadedTexture &loaded : m_loaded) {
         if (loaded.path == path && loaded.options == options)
@@ -244,7 +245,7 @@ Texture *TextureManager::loadTexture(const QString &path, const TextureLoadOptio
 
 void TextureManager::bindTextures(ShaderProgram *)
 {
-    if (!OpenGLDeviceContext::currentHandle())
+    if (!currentContextHandle())
         return;
     if (!m_managed)
         m_managed = std::make_unique<ManagedTextures>();
@@ -253,13 +254,13 @@ void TextureManager::bindTextures(ShaderProgram *)
 
 void TextureManager::unbindTextures(ShaderProgram *)
 {
-    if (m_managed && OpenGLDeviceContext::currentHandle())
+    if (m_managed && currentContextHandle())
         m_managed->unbind();
 }
 
 int TextureManager::addManagedTexture(const QImage &image)
 {
-    if (!OpenGLDeviceContext::currentHandle())
+    if (!currentContextHandle())
         return 0;
     if (!m_managed)
         m_managed = std::make_unique<ManagedTextures>();

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <GL/VertexArrayObject.h>
 
-#include "GLNames.h"
+#include "CurrentContext.h"
+#include "GLStatisticsPrivate.h"
 #include "StandardAttributes.h"
 
-#include <GL/OpenGLDeviceContext.h>
 #include <GL/ShaderProgram.h>
 
 #include <epoxy/gl.h>
@@ -95,7 +95,7 @@ void VertexArrayObject::enableShaderProgramArrays(const ShaderProgram *program)
 
 unsigned int VertexArrayObject::getVAO() const
 {
-    if (!m_name && OpenGLDeviceContext::currentHandle()) {
+    if (!m_name && currentContextHandle()) {
         glGenVertexArrays(1, &m_name);
         m_owner.claim();
         ++liveNames().vertexArrays;

@@ -3,6 +3,7 @@
 
 #include <Core/Log.h>
 #include <GL/FixedTextureUnits.h>
+#include <GL/PlanDeclarations.h>
 
 #include <QtCore/QRegularExpression>
 #include <QtCore/QSet>
@@ -35,7 +36,7 @@ QVector<InstanceDataPlan::Field> materialFields()
     };
 }
 
-/// Whether a name can stand in GLSL.
+/// Whether a name is an identifier of GLSL.
 bool isIdentifier(const QString &name)
 {
     static const QRegularExpression identifier(QStringLiteral("^(?!gl_)(?!.*__)[A-Za-z_][A-Za-z0-9_]*$"));
@@ -60,6 +61,22 @@ QString flawOf(const InstanceDataPlan &plan)
     }
     return {};
 }
+
+QString declarationsOf(const QString &plan)
+{
+    const InstanceDataRegistry &registry = InstanceDataRegistry::Instance();
+    return registry.hasPlan(plan) ? registry.getPlan(plan).declarations() : QString();
+}
+
+QStringList planNames()
+{
+    return InstanceDataRegistry::Instance().planNames();
+}
+
+constexpr PlanDeclarations planDeclarations{declarationsOf, planNames};
+
+/// Runs when the library is loaded, so that `#instancedata` also works in programs that never touch the registry.
+const bool isHookSet = (setPlanDeclarations(&planDeclarations), true);
 
 } // namespace
 

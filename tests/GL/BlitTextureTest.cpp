@@ -128,7 +128,7 @@ TEST_F(BlitTextureTest, resolvesAndScales)
     Image image(8, 8);
     for (int i = 0; i < 64; ++i)
         image.setPixel(i % 8, i / 8, QVector4D((i % 8 + 0.5f) / 8, (i / 8 + 0.5f) / 8, 0, 1));
-    for (const int size : {8, 12}) { // The target for resolving serves again, and is made anew for another size.
+    for (const int size : {8, 12}) { // The target for resolving is reused, and recreated for another size.
         const auto source = makeMultisampleTexture(image, GL_RGBA16F, 2);
         const auto destination = makeBlankTexture(4, 4, GL_RGBA32F);
         BlitTexture(source.get(), destination.get(), TextureFormat::Position, 4, 4);

@@ -4,6 +4,7 @@
 #include "support/GLCallRecorder.h"
 
 #include <GL/AutoBinder.h>
+#include <GL/BlitTexture.h>
 #include <GL/FramebufferObject.h>
 #include <GL/GLExtensions.h>
 #include <GL/GLStatistics.h>
@@ -312,6 +313,95 @@ TEST_F(ContextTest, releasedResourcesAreMadeAgain)
     quad.clear();
     device->releaseResources();
     EXPECT_EQ(glObjectCounts().vertexArrays, before.vertexArrays);
+}
+
+TEST_F(ContextTest, releasedResourcesHoldTheCopyingFramebuffersToo)
+{
+    const auto other = createContext();
+    const auto device = OpenGLDeviceContext::current();
+    const auto source = makeBlankTexture(4, 4, GL_RGBA8);
+    const auto target = makeBlankTexture(4, 4, GL_RGBA8);
+    const GLObjectCounts before = glObjectCounts();
+    BlitTexture(source.get(), target.get(), TextureFormat::LowDynamicRange, 4, 4);
+    EXPECT_EQ(glObjectCounts().framebuffers, before.framebuffers + 2);
+    {
+        Deletions deletions;
+        device->releaseResources();
+        EXPECT_EQ(deletions.framebuffers.calls.size(), 2u);
+    }
+    EXPECT_EQ(glObjectCounts().framebuffers, before.framebuffers);
+    BlitTexture(source.get(), target.get(), TextureFormat::LowDynamicRange, 4, 4);
+    EXPECT_EQ(glObjectCounts().framebuffers, before.framebuffers + 2);
+
+    // Released where the context is not current, they drop their names.
+    context().makeCurrent();
+    Deletions deletions;
+    device->releaseResources();
+    EXPECT_EQ(glObjectCounts().framebuffers, before.framebuffers);
+    EXPECT_EQ(deletions.framebuffers.calls.size(), 0u);
+}
+
+TEST_F(ContextTest, theEndIsAnnouncedBeforeAnythingGoes)
+{
+    const auto other = createContext();
+    const auto device = OpenGLDeviceContext::current();
+    TextureManager *const manager = TextureManager::Instance();
+    const auto quad = device->createScreenQuad();
+    const GLuint positions = quad->VAO()->bo("va_Vertex")->getBO();
+    const GLuint pooled = manager->tempTexture(TextureFormat::LowDynamicRange, 4, 4, 1, 1)->textureID();
+    QStringList calls;
+    int first = -1;
+    first = device->addEndListener([&] {
+        EXPECT_EQ(OpenGLDeviceContext::current(), device);
+        EXPECT_EQ(TextureManager::Instance(), manager);
+        EXPECT_TRUE(glIsTexture(pooled));
+        EXPECT_TRUE(glIsBuffer(positions));
+        calls.append("first");
+        device->removeEndListener(first);
+    });
+    const int second = device->addEndListener([&] { calls.append("second"); });
+    const int third = device->addEndListener([&] { calls.append("third"); });
+    EXPECT_NE(first, second);
+    device->removeEndListener(second);
+    device->removeEndListener(12345);
+    OpenGLDeviceContext::announceContextEnd();
+    EXPECT_EQ(calls, QStringList({"first", "third"}));
+    EXPECT_NE(second, third);
+    EXPECT_FALSE(glIsTexture(pooled));
+    OpenGLDeviceContext::announceContextEnd();
+    EXPECT_EQ(calls.size(), 2);
+}
+
+TEST_F(ContextTest, everyObjectThatAContextKeepsIsDeletedWithIt)
+{
+    const auto other = createContext();
+    const auto source = makeBlankTexture(4, 4, GL_RGBA8);
+    const auto target = makeBlankTexture(4, 4, GL_RGBA8);
+    BlitTexture(source.get(), target.get(), TextureFormat::LowDynamicRange, 4, 4);
+    OpenGLDeviceContext::current()->createScreenQuad();
+    TextureManager::Instance()->colorTexture(Qt::red);
+    TextureManager::Instance()->bindTextures(nullptr);
+    TextureManager::Instance()->unbindTextures(nullptr);
+    Deletions deletions;
+    OpenGLDeviceContext::announceContextEnd();
+    EXPECT_EQ(deletions.framebuffers.calls.size(), 2u); // Those of BlitTexture().
+    EXPECT_EQ(deletions.buffers.calls.size(), 2u); // Those of the quads.
+    EXPECT_EQ(deletions.textures.calls.size(), 2u); // The colour, and the white that stands for no material image.
+}
+
+TEST_F(ContextTest, aDeviceThatOutlivesItsContextHasNothingLeft)
+{
+    auto other = createContext();
+    const auto device = OpenGLDeviceContext::current();
+    bool called = false;
+    other.reset();
+    context().makeCurrent();
+    device->addEndListener([&called] { called = true; });
+    device->releaseResources();
+    const auto last = createContext();
+    EXPECT_NE(OpenGLDeviceContext::current(), device);
+    OpenGLDeviceContext::announceContextEnd();
+    EXPECT_FALSE(called);
 }
 
 } // namespace Velmora::Kvz

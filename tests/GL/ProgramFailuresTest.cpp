@@ -17,11 +17,6 @@ namespace {
 class ProgramFailuresTest : public GLTest
 {
 protected:
-    void SetUp() override
-    {
-        GLTest::SetUp();
-        takeProgramFailures();
-    }
     void TearDown() override
     {
         log.takeCategory("kvz.gl");

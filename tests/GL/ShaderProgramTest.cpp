@@ -36,7 +36,7 @@ protected:
                 .arg(declarations, sum));
     }
 
-    /// Compiles sources with mistakes, of which the driver speaks too.
+    /// Compiles sources with mistakes; the driver reports them in the log too.
     bool compileWithMistakes(ShaderProgram &program)
     {
         const bool compiled = program.compile();

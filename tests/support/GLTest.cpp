@@ -2,6 +2,7 @@
 #include "GLTest.h"
 
 #include <GL/OpenGLDeviceContext.h>
+#include <GL/ProgramFailures.h>
 #include <GL/TextureManager.h>
 
 #include <QtCore/QCoreApplication>
@@ -44,6 +45,7 @@ GLTest::~GLTest()
 void GLTest::SetUp()
 {
     context().makeCurrent();
+    takeProgramFailures(); // Those of the tests before.
     log.clear();
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
     glUseProgram(0);

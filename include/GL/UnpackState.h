@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <GL/Export.h>
+
+#include <QtCore/qglobal.h>
+
+namespace Velmora::Kvz {
+
+/// For its scope, the pixels of glTexImage2D and its siblings come from client memory, whole images in rows of four-byte
+/// alignment, whatever the caller left set. With an unpack buffer bound even a null pointer would read from it. At its end
+/// the state is as it was found. Needs a current context.
+class KVZ_GL_EXPORT UnpackState
+{
+public:
+    UnpackState();
+    ~UnpackState();
+
+private:
+    Q_DISABLE_COPY(UnpackState)
+
+    int m_found[7] = {};
+    int m_buffer = 0;
+};
+
+} // namespace Velmora::Kvz
