@@ -26,7 +26,7 @@ class TextureManager;
 /// data. Items are selected by their 64-bit feature word: an item takes part when the word, masked with `drawFlagsMask`,
 /// equals `drawFlagsValue`, so (0, 0) selects all.
 ///
-/// What is asked of an item out of range is 0, the identity matrix or zeros.
+/// Getters of an item out of range give 0, the identity matrix or zeros.
 ///
 /// Culling marks belong to the model: every pass that draws it sees them, in the order of the chain.
 class KVZ_GL_EXPORT GPUModel
@@ -44,15 +44,15 @@ public:
     ~GPUModel();
 
     /// Draws the selected items with the program, which is bound for the draw, their rows, and the textures of materials.
-    /// Rows of a bound InstanceDataCollection go before the model's own. `winding` says which winding is the front; an item
-    /// whose matrix mirrors has it turned round. `ignoreCulling` draws culled items too. Bindings and GL_FRONT_FACE come
-    /// back. A program that is null or not linked, and an incomplete framebuffer, draw nothing.
+    /// Rows of a bound InstanceDataCollection replace the model's own. `winding` says which winding is the front; it is
+    /// reversed for an item whose matrix mirrors. `ignoreCulling` draws culled items too. Bindings and GL_FRONT_FACE are
+    /// restored. Nothing is drawn with a program that is null or not linked, or into an incomplete framebuffer.
     void draw(ShaderProgram *program, const quint64 &drawFlagsValue, const quint64 &drawFlagsMask,
         const WindingType &winding, bool ignoreCulling);
     /// The same, with the manager's material textures, or none for a null manager.
     void draw(
         ShaderProgram *program, TextureManager *manager, const quint64 &drawFlagsValue, const quint64 &drawFlagsMask);
-    /// Whether no item is selected. Culling has no say in it.
+    /// Whether no item is selected, culled or not.
     bool isDrawEmpty(quint64 drawFlagsValue, quint64 drawFlagsMask) const;
 
     /// Whether the model has all these flags.
@@ -83,16 +83,20 @@ public:
     Bindable *objectData(int index) const;
     /// Rows of material data, bindable to their fixed unit; null for an index other than 0.
     Bindable *materialData(int index) const;
+    /// What materialData(0) holds, as the model was built: the rows of all items one after another, each of
+    /// InstanceDataPlan::stride() * 4 floats of the plan "OBJMaterial". Where a value stands in its row is what
+    /// InstanceDataPlan::offset() says. Empty for a model with no items.
+    const QVector<float> &materialRows() const;
 
     /// Marks the items whose world-space bounds lie wholly outside the frustum as not drawn. A matrix that is not finite
     /// marks nothing.
     void frustumCull(const QMatrix4x4 &viewProjection);
-    /// Marks the items that the occlusion queries of the frame before found hidden as not drawn, and has the next draws
-    /// test each item's box once more, so that an item comes back at the latest one frame after it becomes visible. Results
-    /// that have not arrived are not waited for: the driver then decides by the query, and the item bears no mark.
+    /// Marks the items that the occlusion queries of the previous frame found hidden as not drawn, and has the next draws
+    /// test each item's box again, so that an item comes back at the latest one frame after it becomes visible. Results
+    /// that have not arrived are not waited for: the driver then decides by the query, and the item is not marked.
     ///
     /// Draws with a manager test, after their items, with the u_ProjectionMatrix and u_CameraMatrix of their program. When
-    /// draws of one frame have different cameras, an item is hidden that none of them shows.
+    /// draws of one frame have different cameras, an item is hidden when none of them shows it.
     /// resetCulling() ends the testing. Without it, and without this call, draws make no queries.
     void visibilityCull();
     /// Makes all items drawable again.

@@ -3,7 +3,6 @@
 
 #include "steps/InputRead.h"
 
-#include <GL/BufferTexture.h>
 #include <GL/DrawBuffers.h>
 #include <Scene/GPUModel.h>
 #include <Scene/InstanceDataCollection.h>
@@ -17,7 +16,6 @@
 #include <epoxy/gl.h>
 
 #include <algorithm>
-#include <vector>
 
 namespace Velmora::Kvz {
 
@@ -49,14 +47,7 @@ std::unique_ptr<InstanceDataCollection> premultipliedMaterials(const GPUModel &m
 {
     const InstanceDataPlan &plan = InstanceDataRegistry::Instance().getPlan(materialPlan);
     const int rowFloats = plan.stride() * 4;
-    std::vector<float> rows(size_t(model.itemCount()) * size_t(rowFloats));
-    auto *const source = dynamic_cast<BufferTexture *>(model.materialData(0));
-    if (!source || source->size() < long(rows.size() * sizeof(float)))
-        return nullptr;
-    glBindBuffer(GL_COPY_READ_BUFFER, source->buffer()->getBO());
-    glGetBufferSubData(GL_COPY_READ_BUFFER, 0, GLsizeiptr(rows.size() * sizeof(float)), rows.data());
-    glBindBuffer(GL_COPY_READ_BUFFER, 0);
-
+    QVector<float> rows = model.materialRows();
     auto materials = std::make_unique<InstanceDataCollection>(materialPlan);
     materials->setRowCount(model.itemCount());
     for (int item = 0; item < model.itemCount(); ++item) {

@@ -22,13 +22,13 @@ const QString instanceInfoPlan = QStringLiteral("InstanceInfo");
 const QString tavoInstancePlan = QStringLiteral("TavoInstance");
 const QString materialPlan = QStringLiteral("OBJMaterial");
 
-/// The model's own rows for a plan, or null while a collection of the host stands in their place.
+/// The model's own rows for a plan, or null while a collection of the host replaces them.
 Bindable *unlessReplaced(const QString &plan, Bindable *rows)
 {
     return InstanceDataCollection::isBound(plan) ? nullptr : rows;
 }
 
-/// The sense in which GL sees the front of triangles, put back at the end of a scope.
+/// Sets GL_FRONT_FACE, and restores it at the end of a scope.
 class FrontFace
 {
 public:
@@ -113,7 +113,7 @@ void GPUModel::Private::draw(ShaderProgram *program, TextureManager *manager, qu
     AutoBinder infoBinder(unlessReplaced(instanceInfoPlan, objectRows.instanceInfo()));
     AutoBinder tavoBinder(unlessReplaced(tavoInstancePlan, objectRows.tavoInstance()));
     AutoBinder materialBinder(unlessReplaced(materialPlan, &materialRows));
-    // The boxes know the model's own matrices only.
+    // The boxes have the model's own matrices only.
     const bool areMatricesOwn =
         !InstanceDataCollection::isBound(instanceInfoPlan) && !InstanceDataCollection::isBound(tavoInstancePlan);
     const int view = manager && areMatricesOwn ? queries->view(program) : -1;
@@ -153,7 +153,7 @@ void GPUModel::Private::drawItems(
         const Range &range = ranges[item];
         if (isIndexed) {
             const quintptr offset = quintptr(range.first) * sizeof(quint32);
-            // NOLINTNEXTLINE(performance-no-int-to-ptr): OpenGL takes the offset in the place of a pointer.
+            // NOLINTNEXTLINE(performance-no-int-to-ptr): OpenGL takes the offset as a pointer.
             glDrawElements(primitives, GLsizei(range.count), GL_UNSIGNED_INT, reinterpret_cast<const void *>(offset));
         } else {
             glDrawArrays(primitives, GLint(range.first), GLsizei(range.count));
@@ -277,6 +277,11 @@ Bindable *GPUModel::objectData(int index) const
 Bindable *GPUModel::materialData(int index) const
 {
     return index == 0 ? &d->materialRows : nullptr;
+}
+
+const QVector<float> &GPUModel::materialRows() const
+{
+    return d->materialValues;
 }
 
 void GPUModel::frustumCull(const QMatrix4x4 &viewProjection)

@@ -12,6 +12,7 @@
 #include <epoxy/gl.h>
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -299,18 +300,21 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
     for (const MeshData &mesh : m_meshes)
         meshBounds.push_back(boundsOf(mesh));
 
-    std::vector<MaterialRow> materialRows;
+    constexpr int rowFloats = sizeof(MaterialRow) / sizeof(float);
+    data.materialValues.resize(m_items.size() * rowFloats);
+    float *nextRow = data.materialValues.data();
     QVector<DrawElementsIndirectCommand> commands;
     for (const Item &item : m_items) {
         const Layout::Place &place = layout.places[item.mesh];
         const GPUModel::Private::Range range{
             quint32(layout.isIndexed ? place.firstIndex : place.firstVertex), quint32(place.indexCount)};
         data.addItem(range, meshBounds[size_t(item.mesh)], item.modelMatrix, item.featureFlags);
-        materialRows.push_back(materials[size_t(item.material)]);
+        std::memcpy(nextRow, &materials[size_t(item.material)], sizeof(MaterialRow));
+        nextRow += rowFloats;
         commands.append({range.count, 1, range.first, 0, 0});
     }
     data.finish();
-    data.materialRows.upload(materialRows.data(), long(materialRows.size() * sizeof(MaterialRow)));
+    data.materialRows.upload(data.materialValues.constData(), data.materialValues.size() * long(sizeof(float)));
     if (!m_items.isEmpty()) {
         data.geometry = createGeometry(layout, m_meshes);
         data.geometry->setDrawElementsIndirectCommands(commands.constData(), commands.size());

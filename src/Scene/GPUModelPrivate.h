@@ -10,6 +10,8 @@
 #include <GL/GLObject.h>
 #include <Scene/GPUModel.h>
 
+#include <QtCore/QVector>
+
 #include <memory>
 #include <vector>
 
@@ -51,7 +53,7 @@ struct GPUModel::Private
     std::vector<quint64> featureFlags;
     std::vector<Range> ranges;
     std::vector<Mark> marks;
-    std::vector<quint8> isMirrored; ///< Its matrix turns windings round.
+    std::vector<quint8> isMirrored; ///< Its matrix reverses windings.
     std::vector<Bounds> bounds; ///< In world space.
     std::vector<Bounds> meshBounds; ///< In model space.
 
@@ -62,6 +64,7 @@ struct GPUModel::Private
     QSharedPointer<DrawBuffers> geometry; ///< Null without items.
     ObjectRows objectRows;
     BufferTexture materialRows;
+    QVector<float> materialValues; ///< What materialRows holds.
     std::unique_ptr<OcclusionQueries> queries;
 
     std::vector<int> textureHandles; ///< Of the texture manager of `owner`.

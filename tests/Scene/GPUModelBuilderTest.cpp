@@ -4,6 +4,7 @@
 #include <GL/BufferTexture.h>
 #include <GL/DrawBuffers.h>
 #include <GL/GLStatistics.h>
+#include <Scene/InstanceDataRegistry.h>
 
 #include <epoxy/gl.h>
 
@@ -228,6 +229,55 @@ TEST_F(GPUModelBuilderTest, geometryIsPackedWithAbsoluteIndices)
         EXPECT_EQ(command.instanceCount, 1u);
         EXPECT_EQ(command.baseInstance, 0u);
     }
+}
+
+TEST_F(GPUModelBuilderTest, materialRowsAreThoseThatShadersRead)
+{
+    const int mesh = builder.addMesh(unitSquare());
+    MaterialData glass;
+    glass.kd = {0.1f, 0.2f, 0.3f};
+    glass.ks = {0.4f, 0.5f, 0.6f};
+    glass.ns = 70;
+    glass.d = 0.25f;
+    MaterialData painted;
+    painted.mapKd = QImage(2, 2, QImage::Format_RGBA8888);
+    painted.mapKd.fill(Qt::red);
+    const int materials[] = {builder.addMaterial({}), builder.addMaterial(glass), builder.addMaterial(painted)};
+    // The second item comes with the third material.
+    for (const int material : {materials[1], materials[2], materials[1]})
+        builder.addItem(mesh, material);
+    const QSharedPointer<GPUModel> model = builder.build();
+    ASSERT_NE(model, nullptr);
+
+    const InstanceDataPlan &plan = InstanceDataRegistry::Instance().getPlan("OBJMaterial");
+    const int rowFloats = plan.stride() * 4;
+    const QVector<float> &rows = model->materialRows();
+    ASSERT_EQ(rows.size(), 3 * rowFloats);
+    const auto value = [&](int item, const char *getter, int channel = 0) {
+        return rows[item * rowFloats + plan.offset(getter) + channel];
+    };
+    for (const int item : {0, 2}) {
+        for (int channel = 0; channel < 3; ++channel) {
+            EXPECT_EQ(value(item, "getKd", channel), glass.kd[channel]);
+            EXPECT_EQ(value(item, "getKs", channel), glass.ks[channel]);
+        }
+        EXPECT_EQ(value(item, "getNs"), 70);
+        EXPECT_EQ(value(item, "getD"), 0.25f);
+        EXPECT_EQ(value(item, "getMap_Kd"), 0);
+        EXPECT_EQ(value(item, "getMaterialId"), materials[1]);
+    }
+    EXPECT_GT(value(1, "getMap_Kd"), 0);
+    EXPECT_EQ(value(1, "getMaterialId"), materials[2]);
+
+    auto *const uploaded = dynamic_cast<BufferTexture *>(model->materialData(0));
+    ASSERT_NE(uploaded, nullptr);
+    ASSERT_EQ(uploaded->size(), rows.size() * long(sizeof(float)));
+    QVector<float> read(rows.size());
+    glBindBuffer(GL_COPY_READ_BUFFER, uploaded->buffer()->getBO());
+    glGetBufferSubData(GL_COPY_READ_BUFFER, 0, uploaded->size(), read.data());
+    glBindBuffer(GL_COPY_READ_BUFFER, 0);
+    EXPECT_EQ(read, rows);
+    EXPECT_TRUE(GPUModelBuilder().build()->materialRows().isEmpty());
 }
 
 TEST_F(GPUModelBuilderTest, modelIsUnindexedOnlyWhenNoMeshHasIndices)
