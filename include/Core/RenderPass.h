@@ -28,7 +28,7 @@ public:
     virtual void beginFrame(RenderCallbacks *callbacks) = 0;
     /// Runs the pass: reads the inputs, draws, writes the outputs.
     virtual void start(RenderCallbacks *callbacks) = 0;
-    /// Called in the place of start() when the pass is bypassed this frame.
+    /// Called instead of start() when the pass is bypassed this frame.
     virtual void skip(RenderCallbacks *callbacks) = 0;
     /// Called at the end of each frame.
     virtual void endFrame(RenderCallbacks *callbacks) = 0;

@@ -37,8 +37,8 @@ public:
     /// The index buffer, or null.
     QSharedPointer<BufferObject> indexBO() const;
 
-    /// Copies the commands that describe the parts of the drawable. draw() issues the whole index buffer all the same, and
-    /// no command's base vertex moves it: the commands are there for shaders and for GPUModel.
+    /// Copies the commands that describe the parts of the drawable. draw() still issues the whole index buffer and ignores
+    /// their base vertex: the commands are there for shaders and for GPUModel.
     void setDrawElementsIndirectCommands(const DrawElementsIndirectCommand *commands, int count);
     const QVector<DrawElementsIndirectCommand> &drawElementsIndirectCommands() const;
     /// Bound, it lets shaders read the commands: `uniform usamplerBuffer kvz_DrawCommands`, five texels a command, on a

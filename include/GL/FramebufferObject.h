@@ -42,7 +42,7 @@ public:
     /// Attaches all layers, for layered rendering.
     void attachLayers(Texture *texture, unsigned int attachment, int level);
 
-    /// The attached texture, or null.
+    /// The attached texture; null when there is none and when it was deleted.
     Texture *attachment(unsigned int attachment) const;
     bool hasAttachment(unsigned int attachment) const;
     /// Detaches and returns what was attached, or null. The framebuffer need not be bound.

@@ -6,7 +6,7 @@
 
 namespace Velmora::Kvz {
 
-/// The pixel format that glTexImage2D wants beside an internal format: GL_RGBA for GL_RGBA8 and GL_RGBA32F,
+/// The pixel format that glTexImage2D wants with an internal format: GL_RGBA for GL_RGBA8 and GL_RGBA32F,
 /// GL_RED_INTEGER for GL_R32UI, GL_DEPTH_COMPONENT for GL_DEPTH_COMPONENT32F. GL_RGBA for a format that it does not know.
 KVZ_GL_EXPORT unsigned int formatFromInternalFormat(unsigned int internalFormat);
 
@@ -23,7 +23,7 @@ KVZ_GL_EXPORT unsigned int internalFormatOf(TextureFormat format);
 /// Whether the format holds depth, with or without stencil.
 KVZ_GL_EXPORT bool isDepthFormat(unsigned int internalFormat);
 
-/// Whether the format holds stencil beside its depth.
+/// Whether the format holds both depth and stencil.
 KVZ_GL_EXPORT bool hasStencil(unsigned int internalFormat);
 
 } // namespace Velmora::Kvz

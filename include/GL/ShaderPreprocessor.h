@@ -12,11 +12,11 @@ namespace Velmora::Kvz {
 
 /// Turns shader text as people write it into text for a driver, and the driver's messages back.
 ///
-/// Besides plain GLSL it takes `#include "file"` (nested; each file once for a source, whatever `#if`
-/// stands around it; searched beside the including
-/// file, under ":/Media/Shaders" and in the macro processor's folders) and `#instancedata "Name"`, which brings in the
-/// declarations of an instance data plan. Behind the `#version` line it defines KVZ_STAGE_VERTEX,
-/// KVZ_STAGE_FRAGMENT, … by stage, and the processor's macros. Directives inside comments stay untouched.
+/// Besides plain GLSL it takes `#include "file"`, also nested, and `#instancedata "Name"`, which brings in the declarations
+/// of an instance data plan. A file is searched beside the including one, under ":/Media/Shaders" and in the macro
+/// processor's folders, and included once for each source, regardless of any `#if` around the directive. After the
+/// `#version` line it defines KVZ_STAGE_VERTEX, KVZ_STAGE_FRAGMENT, … by stage, and the processor's macros. Directives inside
+/// comments stay untouched.
 class KVZ_GL_EXPORT ShaderPreprocessor
 {
 public:
@@ -42,11 +42,11 @@ public:
     QString mapLog(const QString &driverLog) const;
     /// Where line `line`, from 1, of the result came from.
     Origin origin(int line) const;
-    /// The files that were brought in, as paths.
+    /// The included files, as paths.
     QStringList includedFiles() const;
 
     /// The path of a shader file by its bare name, or empty: ":/Media/Shaders" comes first, then the processor's folders.
-    /// An absolute or resource path is taken as it stands.
+    /// An absolute or resource path is taken as it is.
     static QString findFile(const QString &file, const GLSLMacroProcessor *processor);
 
 private:

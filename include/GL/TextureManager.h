@@ -13,15 +13,16 @@
 #include <QtGui/QImage>
 
 #include <memory>
+#include <vector>
 
 namespace Velmora::Kvz {
 
 class ManagedTextures;
 class ShaderProgram;
 
-/// How TextureManager::loadTexture() turns an image file into a texture. Members stand in the order in which callers
-/// fill the record. Images of every pixel format, palettes, grey and 16 bits a channel among them, are read as red, green,
-/// blue and alpha from 0 to 1; no colour space is converted.
+/// How TextureManager::loadTexture() turns an image file into a texture. Members are in the order in which callers
+/// fill the record. Images of every pixel format, also palettes, grey and 16 bits a channel, are read as red, green, blue
+/// and alpha from 0 to 1; no colour space is converted.
 struct TextureLoadOptions
 {
     float offset = 0.0f; ///< Added to every channel after scaling.

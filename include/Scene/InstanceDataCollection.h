@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <GL/BufferTexture.h>
 #include <GL/Export.h>
 
 #include <QtCore/QObject>
@@ -14,11 +13,12 @@
 
 namespace Velmora::Kvz {
 
+class BufferTexture;
 class InstanceDataPlan;
 class ShaderProgram;
 class TextureManager;
 
-/// Rows of a host for one plan. While bound they stand in the place of the model's own rows for that plan: the item with
+/// Rows of a host for one plan. While bound they replace the model's own rows for that plan: the item with
 /// draw number i reads row i. An item past the last row reads zeros.
 class KVZ_GL_EXPORT InstanceDataCollection : public QObject
 {
@@ -31,7 +31,7 @@ public:
 
     QString planName() const;
     int rowCount() const;
-    /// Grows with zero rows or cuts. More rows than the driver's buffer textures hold are refused with one log line.
+    /// Appends rows of zeros or removes the last ones. More rows than the driver's buffer textures hold are refused with one log line.
     void setRowCount(int count);
     /// Sets one value of a row by the name of its getter; the rows are uploaded at the next bind(). False, with one log
     /// line, for a row out of range, an unknown getter or a value that does not convert.

@@ -43,8 +43,8 @@ public:
     /// What `#instancedata` brings in: the prototypes of the getters.
     QString declarations() const;
     /// A compilation unit that defines the getters for the item whose number `int kvzDrawIndex()` gives. A stage with plans
-    /// gets that function from exactly one further unit: KvzUtilities.glslc or VisibilityBuffer.glslc. Names of its own
-    /// carry the plan's name, so two plans meet in one stage.
+    /// gets that function from exactly one further unit: KvzUtilities.glslc or VisibilityBuffer.glslc. Its other names
+    /// contain the plan's name, so that one stage can have two plans.
     QString glslc() const;
     /// Checks that a program is linked and that its sampler of the rows, where it has one, is on its fixed unit; what fails
     /// is logged as an assertion.

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <GL/Export.h>
-#include <GL/Texture.h>
 
 #include <QtCore/QMetaType>
 #include <QtCore/QObject>
@@ -13,6 +12,8 @@
 #include <QtGui/QVector3D>
 
 namespace Velmora::Kvz {
+
+class Texture;
 
 /// A light that casts shadows. Positions and directions are in world space. ShadowMapManager::Light is this class.
 class KVZ_GL_EXPORT ShadowMapLight : public QObject
@@ -59,7 +60,7 @@ public:
     {
         float matrix[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
     };
-    /// One light, or what of it lies in consecutive layers.
+    /// One light, or the part of it that lies in consecutive layers.
     struct ProjectorInfo
     {
         int layerCount = 0;
@@ -93,8 +94,8 @@ public:
     /// elements and null pointers are left out, and anything else holds no lights.
     static QVector<Light *> lightsIn(const QVariant &lights);
 
-    /// What a light says, put right: a direction, position, range, cone, bias or intensity that is senseless gives way to the
-    /// default of that member.
+    /// The values of a light, made valid: the default replaces a direction, position, range, cone, bias or intensity that
+    /// makes no sense.
     struct LightValues
     {
         Light::Type type;

@@ -10,7 +10,6 @@
 #include <GL/InternalFormat.h>
 #include <GL/UnpackState.h>
 
-#include <QtGui/QColor>
 #include <QtGui/QImageReader>
 
 #include <epoxy/gl.h>

@@ -2,6 +2,7 @@
 #include <Scene/InstanceDataCollection.h>
 
 #include <Core/Log.h>
+#include <GL/BufferTexture.h>
 #include <GL/OpenGLDeviceContext.h>
 #include <Scene/InstanceDataRegistry.h>
 

@@ -17,7 +17,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Visible items that are tested in a round; hidden ones all are, so that none comes back late.
+/// Visible items that are tested in a round. Hidden ones are all tested, so that none comes back late.
 constexpr int visibleTestsPerRound = 4096;
 
 /// Views that are kept. A host that never begins a new round must not grow them with each move of its camera.
@@ -71,7 +71,7 @@ GLint integerState(GLenum name)
 }
 
 /// The depth comparison for boxes under a comparison for items: equal depths show. GL_NEVER where the comparison in force
-/// says nothing of what lies in front.
+/// does not say what lies in front.
 GLenum boxDepthFunction()
 {
     switch (integerState(GL_DEPTH_FUNC)) {
@@ -115,7 +115,7 @@ bool hasIntegerTarget()
     return false;
 }
 
-/// Whether a query of the host is under way. One kind of sample query excludes the other.
+/// Whether a query of the host is active. One kind of sample query excludes the other.
 bool isCounting(GLenum queryTarget)
 {
     GLint query = 0;
@@ -363,8 +363,8 @@ void OcclusionQueries::testBoxes(
         const QVector3D center = itemBounds.minimum() + diagonal / 2;
         const Bounds box =
             itemBounds.grown(std::max(marginOfDiagonal * diagonal.length(), marginInPixels * pixelScale.at(center)));
-        // A box that the viewer stands in shows from inside, where the near plane has cut its faces away. One out of sight
-        // has no say on the day it comes into sight.
+        // The near plane cuts away the faces of a box that the viewer stands in, although the item may be visible. And a
+        // test of a box out of sight would say nothing about the frame in which it comes into sight.
         if (frustum.isCutBy(nearSide, box) || frustum.isOutside(box))
             test.wasHidden = false;
         else

@@ -17,20 +17,20 @@ namespace Velmora::Kvz {
 
 class ShaderProgram;
 
-/// Finds the items of a model that nothing of shows, by drawing their boxes under occlusion queries.
+/// Finds the hidden items of a model by drawing their boxes under occlusion queries.
 ///
 /// collect() begins a round, which lasts until the next one. Draws with one camera are a view of the round; in a view each
 /// item is tested at most once, by the first draw that can. An item is hidden when every view that it took part in
 /// tested it and found nothing.
-/// What collect() says rests on tests of the round before alone, so a wrong "hidden" lasts one frame. A result that has not
+/// The verdicts of collect() come from the tests of the previous round alone, so a wrong "hidden" lasts one frame. A result that has not
 /// arrived is never waited for: the GPU then decides by the query itself.
 class OcclusionQueries
 {
 public:
     enum class Verdict : quint8 {
-        Visible, ///< Or not known.
+        Visible, ///< Or unknown.
         Hidden,
-        Undecided ///< Was hidden and the last result has not arrived: draw it on condition of query().
+        Undecided ///< Was hidden, and the last result has not arrived: draw it under query().
     };
 
     explicit OcclusionQueries(int itemCount);
@@ -44,16 +44,16 @@ public:
     /// The view that a draw belongs to, by the u_ProjectionMatrix and u_CameraMatrix that its program holds. -1 with no
     /// round, for a program that lacks these matrices, and for more views than are kept.
     int view(const ShaderProgram *program);
-    /// Whether samples that pass tell what shows in the framebuffer and the state that are current: not without depth test
-    /// or depth buffer, not into integer targets, and not while the host counts samples itself.
+    /// Whether occlusion queries can tell what is visible in the current framebuffer and state: not without depth test or
+    /// depth buffer, not into integer targets, and not while a query of the host is active.
     bool tellHere() const;
-    /// The query of an item for glBeginConditionalRender in a view; 0 when the round before made none for it. Views are known
+    /// The query of an item for glBeginConditionalRender in a view; 0 when the previous round made none for it. Views are known
     /// by their order: while results are late, a frame that draws its cameras in another order than the last may show an
     /// item one frame later.
     unsigned int query(int view, int item) const;
 
     /// Notes which items a draw of the view selected, as `takesPart` says, and, where `tells` is what tellHere() said, tests
-    /// their boxes against the depth buffer as the draw left it. All GL state comes back. Items that no draw of the view
+    /// their boxes against the depth buffer as the draw left it. All GL state is restored. Items that no draw of the view
     /// tests count as visible.
     void testBoxes(int view, const std::vector<Bounds> &bounds, const std::function<bool(int)> &takesPart, bool tells);
 

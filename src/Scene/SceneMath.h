@@ -31,7 +31,7 @@ inline bool allFinite(const QMatrix4x4 &matrix)
     return std::all_of(values, values + 16, [](float value) { return std::isfinite(value); });
 }
 
-/// An axis-aligned box: minimum x, y, z, then maximum x, y, z. Empty as made.
+/// An axis-aligned box: minimum x, y, z, then maximum x, y, z. Empty by default.
 struct Bounds
 {
     std::array<float, 6> corners = {
@@ -67,7 +67,7 @@ struct Bounds
         return {corners[number & 1 ? 3 : 0], corners[number & 2 ? 4 : 1], corners[number & 4 ? 5 : 2]};
     }
 
-    /// The box around this one's image.
+    /// The axis-aligned box around this one under a matrix.
     Bounds mapped(const QMatrix4x4 &matrix) const
     {
         Bounds result;
@@ -122,7 +122,7 @@ public:
     }
 
 private:
-    /// A plane, and where in Bounds::corners the coordinates of the corners furthest in and furthest out stand.
+    /// A plane, and the indices into Bounds::corners of the corners furthest inside and furthest outside.
     struct Plane
     {
         std::array<float, 4> factors{};

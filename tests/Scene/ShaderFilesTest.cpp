@@ -84,7 +84,7 @@ TEST_F(ShaderFilesTest, panoramaFacesNegativeZAndTurnsRight)
         {{0, 1, -1}, {0.5f, 0.75f}},
         {{1, 0, -1}, {0.625f, 0.5f}},
         {{0, 0, 0}, {0.5f, 0.5f}},
-        // Length has no say.
+        // The length does not matter.
         {{3e-30f, 0, -3e-30f}, {0.625f, 0.5f}},
         {{3e30f, 0, -3e30f}, {0.625f, 0.5f}},
         {{0, -3e38f, 0}, {0.5f, 0}},
