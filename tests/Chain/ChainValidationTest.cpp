@@ -728,7 +728,8 @@ TEST(ChainValidationTest, theConfigurationThatNeverBuildsItsProgramsIsExplained)
     EXPECT_EQ(only({mover, source, smooth(2, 64, 64)}).toString(),
         QStringLiteral(
             "warning: pass \"a\", Kvz_QRect_Viewport: expected any size but 64 by 64 with mode 2 and no predicate, "
-            "found just that, which counts as built from the start: the pass never builds its programs and gives no picture; "
+            "found just that, which counts as built from the start: the pass never builds its programs and gives no "
+            "picture; "
             "change the size by a pixel"));
     EXPECT_CLEAN({mover, source, smooth(2, 64, 65)});
     EXPECT_CLEAN({mover, source, smooth(0, 64, 64)});

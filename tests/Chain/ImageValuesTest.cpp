@@ -271,8 +271,8 @@ TEST_F(ImageValuesTest, wiringOfSurroundingsIsChecked)
             "three"));
     EXPECT_EQ(findingOf(chainWith(noDepth + R"(, "Kvz_KvzTexture*_LatLongMap": "image.Kvz_KvzTexture*_Texture")"),
                   "Kvz_KvzTexture*_LatLongMap"),
-        QStringLiteral(
-            "warning: one source of surroundings, found several: the flat image takes precedence over the cube map, and that over the panorama; connect \"none\" to the others"));
+        QStringLiteral("warning: one source of surroundings, found several: the flat image takes precedence over the "
+                       "cube map, and that over the panorama; connect \"none\" to the others"));
 }
 
 } // namespace Velmora::Kvz

@@ -42,8 +42,8 @@ TEST(VisibilityValidationTest, shadingUnsortedListsIsAWarning)
     const QVector<ChainFinding> findings = findingsOf(plain);
     ASSERT_EQ(findings.size(), 1);
     EXPECT_EQ(findings[0].toString(),
-        QStringLiteral(
-            "warning: pass \"layers\", Kvz_KvzTexture*_NodeBuffer: expected sorted lists, found lists in drawing order; put a VisibilitySortRenderPass before it"));
+        QStringLiteral("warning: pass \"layers\", Kvz_KvzTexture*_NodeBuffer: expected sorted lists, found lists in "
+                       "drawing order; put a VisibilitySortRenderPass before it"));
 
     // Also where another pass stands between, and where the sort sits beside the road.
     ChainPass visible = pass("visible", "VisibilityOcclusionRenderPass");
