@@ -6,10 +6,12 @@
 
 #include <QtCore/QSize>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
-class FramebufferObject;
 class ShaderProgram;
+class TargetFramebuffer;
 
 /// Draws a model into a depth-stencil image alone: depth, and a stencil of 1 wherever the model covers a pixel. It is what
 /// SkyboxRenderPass masks by.
@@ -42,8 +44,8 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size{0, 0};
 };
 

@@ -6,10 +6,12 @@
 
 #include <QtCore/QSize>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
-class FramebufferObject;
 class ShaderProgram;
+class TargetFramebuffer;
 
 /// Draws a model into an image of normals and material ids, which BackgroundImageRenderPass reads, and a depth-stencil image
 /// with it.
@@ -47,8 +49,8 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size{0, 0};
 };
 

@@ -8,6 +8,8 @@
 #include <QtCore/QSize>
 #include <QtGui/QMatrix4x4>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
@@ -59,11 +61,11 @@ private:
     void drawModel(GPUModel *model, Texture *background, const QMatrix4x4 &projection, const QMatrix4x4 &camera,
         const QSize &size, int frame);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_backgroundProgram = nullptr;
-    ShaderProgram *m_modelProgram = nullptr;
     QSharedPointer<DrawBuffers> m_screenQuad;
-    Texture *m_noBackground = nullptr; ///< The manager's.
+    std::unique_ptr<ShaderProgram> m_modelProgram;
+    std::unique_ptr<ShaderProgram> m_backgroundProgram;
+    std::unique_ptr<FramebufferObject> m_framebuffer;
+    Texture *m_noBackground = nullptr; ///< The texture manager's.
 };
 
 } // namespace Velmora::Kvz

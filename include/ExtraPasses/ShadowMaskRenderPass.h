@@ -3,10 +3,13 @@
 
 #include <ExtraPasses/Export.h>
 #include <RenderPasses/RenderPassProxy.h>
-#include <Scene/ShadowMapManager.h>
 
 #include <QtCore/QSharedPointer>
 #include <QtCore/QVector>
+
+#include <memory>
+
+class QMatrix4x4;
 
 namespace Velmora::Kvz {
 
@@ -14,6 +17,8 @@ class BufferObject;
 class DrawBuffers;
 class FramebufferObject;
 class ShaderProgram;
+class ShadowMapLight;
+class ShadowMapRenderData;
 class Texture;
 
 /// Says for each pixel how much of the lights arrives there, from the variance shadow maps of a shadow pass: an image to
@@ -84,14 +89,14 @@ public:
     void teardownContextData(RenderCallbacks *callbacks) override;
 
 private:
-    void uploadLights(const QVector<ShadowMapManager::Light *> &lights, const ShadowMapManager::RenderData *data,
-        const QMatrix4x4 &camera);
+    void uploadLights(
+        const QVector<ShadowMapLight *> &lights, const ShadowMapRenderData *data, const QMatrix4x4 &camera);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
+    std::unique_ptr<FramebufferObject> m_framebuffer;
+    std::unique_ptr<ShaderProgram> m_program;
     QSharedPointer<DrawBuffers> m_screenQuad;
+    std::unique_ptr<Texture> m_lightTexture; ///< Shows the buffer to the shader.
     QSharedPointer<BufferObject> m_lightBuffer;
-    Texture *m_lightTexture = nullptr; ///< Shows the buffer to the shader.
     QVector<float> m_lightRows; ///< What the buffer holds.
 };
 

@@ -11,6 +11,7 @@
 #include <QtGui/QMatrix4x4>
 
 #include <array>
+#include <memory>
 
 namespace Velmora::Kvz {
 
@@ -65,10 +66,10 @@ private:
     void drawMovedItems(GPUModel *model, Texture *depth, bool isMultisampled, const QSize &size);
     void drawItemsFromLastSeen(GPUModel *model, ShaderProgram *program);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    std::array<ShaderProgram *, 2> m_cameraPrograms{}; ///< For depth of one sample and of several.
-    std::array<ShaderProgram *, 2> m_itemPrograms{};
     QSharedPointer<DrawBuffers> m_screenQuad;
+    std::array<std::unique_ptr<ShaderProgram>, 2> m_itemPrograms;
+    std::array<std::unique_ptr<ShaderProgram>, 2> m_cameraPrograms; ///< For depth of one sample and of several.
+    std::unique_ptr<FramebufferObject> m_framebuffer;
     QMatrix4x4 m_projection;
     QMatrix4x4 m_camera;
     QMatrix4x4 m_previousProjection;

@@ -7,11 +7,13 @@
 #include <QtCore/QSharedPointer>
 #include <QtCore/QSize>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
-class FramebufferObject;
 class ShaderProgram;
+class TargetFramebuffer;
 
 /// Takes what lies behind opaque surfaces out of the lists of VisibilityBufferRenderPass, which are recorded without a depth
 /// test. It stands between that pass and VisibilitySortRenderPass, whose first 50 places then go to what is seen.
@@ -47,9 +49,9 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
     QSharedPointer<DrawBuffers> m_screenQuad;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size{0, 0};
 };
 

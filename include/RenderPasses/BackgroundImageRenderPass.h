@@ -4,7 +4,8 @@
 #include <RenderPasses/RenderPassProxy.h>
 
 #include <QtCore/QSharedPointer>
-#include <QtCore/QSize>
+
+#include <memory>
 
 namespace Velmora::Kvz {
 
@@ -73,10 +74,10 @@ public:
 private:
     void draw(Texture *frame, Texture *normal);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_shaderProgram = nullptr;
     QSharedPointer<DrawBuffers> m_screenQuad;
-    Texture *m_image1 = nullptr; ///< The texture manager's, as the second.
+    std::unique_ptr<ShaderProgram> m_shaderProgram;
+    std::unique_ptr<FramebufferObject> m_framebuffer;
+    Texture *m_image1 = nullptr; ///< The texture manager's, like the second.
     Texture *m_image2 = nullptr;
     int m_width = 0;
     int m_height = 0;

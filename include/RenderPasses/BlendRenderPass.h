@@ -5,6 +5,8 @@
 
 #include <QtCore/QSharedPointer>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
@@ -75,9 +77,9 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_shaderProgram = nullptr;
     QSharedPointer<DrawBuffers> m_screenQuad;
+    std::unique_ptr<ShaderProgram> m_shaderProgram;
+    std::unique_ptr<FramebufferObject> m_framebuffer;
     Texture *m_transparentTexture = nullptr; ///< The texture manager's.
     int m_blendMode;
     bool m_warnedFrameA = false;

@@ -3,6 +3,8 @@
 
 #include <RenderPasses/BlurBaseRenderPass.h>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 /// A glow: what is bright in one frame, blurred by a Gaussian and added to another frame.
@@ -50,8 +52,8 @@ protected:
     /// @}
 
 private:
-    ShaderProgram *m_blurAndAddProgram = nullptr;
-    ShaderProgram *m_thresholdProgram = nullptr;
+    std::unique_ptr<ShaderProgram> m_thresholdProgram;
+    std::unique_ptr<ShaderProgram> m_blurAndAddProgram;
     float m_glowAmount = 0.0f;
     float m_glowThreshold = 0.0f;
     float m_width = 0.0f;

@@ -8,6 +8,8 @@
 #include <QtCore/QString>
 #include <QtCore/QVector>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
@@ -48,17 +50,17 @@ protected:
     /// Depth test and depth writes go off.
     void attachAndClear(Texture *target);
     /// Hands the kernel to a program that is bound.
-    void setKernel(ShaderProgram *program) const;
+    void setKernel(ShaderProgram &program) const;
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_shaderProgram = nullptr;
-    QSharedPointer<DrawBuffers> m_screenQuad;
     float m_blurRadius; ///< The radius that the kernel stands for.
     float m_kernelExtent;
     float m_stencilMask; ///< A flag: 0 or not.
+    QSharedPointer<DrawBuffers> m_screenQuad;
     QVector<float> m_weights; ///< Of each tap, the centre first. The others count twice in a sum of 1.
     QVector<float> m_offsets; ///< Of each tap from the centre, in texels.
     QString m_samplesCountName = QStringLiteral("SAMPLES_COUNT");
+    std::unique_ptr<ShaderProgram> m_shaderProgram;
+    std::unique_ptr<FramebufferObject> m_framebuffer;
 };
 
 } // namespace Velmora::Kvz

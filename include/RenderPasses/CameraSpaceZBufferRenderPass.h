@@ -5,12 +5,13 @@
 
 #include <QtCore/QSharedPointer>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
 class FramebufferObject;
 class ShaderProgram;
-class Texture;
 
 /// Turns a depth image into camera-space positions, for passes that measure distances in the scene. The projection can be
 /// any that has an inverse: perspective, orthographic, off axis.
@@ -43,9 +44,9 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr; ///< For the kind of depth image of the first frame.
     QSharedPointer<DrawBuffers> m_screenQuad;
+    std::unique_ptr<ShaderProgram> m_program; ///< For the kind of depth image of the first frame.
+    std::unique_ptr<FramebufferObject> m_framebuffer;
 };
 
 } // namespace Velmora::Kvz

@@ -3,10 +3,11 @@
 
 #include <RenderPasses/RenderPassProxy.h>
 
-#include <QtCore/QHash>
 #include <QtCore/QString>
 
 #include <array>
+#include <map>
+#include <memory>
 
 namespace Velmora::Kvz {
 
@@ -56,12 +57,11 @@ private:
     using Paths = std::array<QString, faceCount>; ///< In the order of the inputs.
 
     static QString keyOf(const Paths &paths);
-    void build();
+    std::unique_ptr<Texture> build() const;
 
-    Texture *m_texture = nullptr;
+    std::map<QString, std::unique_ptr<Texture>> m_cubemaps; ///< All that were built, by keyOf() their paths.
+    Texture *m_texture = nullptr; ///< That of m_paths.
     Paths m_paths;
-    QHash<QString, Texture *>
-        m_cache; ///< Every cube map built before the current one, and that one once it came from here.
 };
 
 } // namespace Velmora::Kvz

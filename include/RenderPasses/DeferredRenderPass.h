@@ -6,11 +6,13 @@
 #include <QtCore/QSharedPointer>
 #include <QtCore/QSize>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
-class FramebufferObject;
 class ShaderProgram;
+class TargetFramebuffer;
 class Texture;
 
 /// Shades the geometry buffer of GBufferRenderPass with Lambert's term of one fixed light at (100, 100, 100) in world space,
@@ -49,10 +51,10 @@ private:
     Texture *placeholder();
     void resizeTarget(const QSize &size);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
     QSharedPointer<DrawBuffers> m_screenQuad;
-    Texture *m_placeholder = nullptr;
+    std::unique_ptr<Texture> m_placeholder;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size{0, 0};
 };
 

@@ -6,11 +6,13 @@
 #include <QtCore/QSharedPointer>
 #include <QtCore/QSize>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
-class FramebufferObject;
 class ShaderProgram;
+class TargetFramebuffer;
 
 /// Blurs a frame by the circle of confusion that a lens gives each depth, in one draw of 18 taps on three rings, with coloured
 /// fringes and bright highlights. The focal distance comes from a port or from the depth under a point of the picture.
@@ -57,9 +59,9 @@ public:
 private:
     void resizeTarget(const QSize &size);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
     QSharedPointer<DrawBuffers> m_screenQuad;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size{0, 0};
 };
 

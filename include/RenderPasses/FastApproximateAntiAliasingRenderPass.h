@@ -5,6 +5,8 @@
 
 #include <QtCore/QSharedPointer>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
@@ -55,9 +57,9 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
     QSharedPointer<DrawBuffers> m_screenQuad;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<FramebufferObject> m_framebuffer;
     int m_width = 0;
     int m_height = 0;
 };

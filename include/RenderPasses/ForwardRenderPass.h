@@ -5,10 +5,12 @@
 
 #include <QtCore/QSize>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
-class FramebufferObject;
 class ShaderProgram;
+class TargetFramebuffer;
 
 /// Draws a model and shades it in the same program, with one directional light that is fixed to the camera, above the
 /// viewer's right shoulder: Lambert's term and Blinn's highlight. The way of one pass to what ModelRenderPass and
@@ -49,8 +51,8 @@ public:
 private:
     void resizeTargets(const QSize &size);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size{0, 0};
 };
 

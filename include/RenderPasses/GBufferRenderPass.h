@@ -7,10 +7,12 @@
 #include <QtCore/QSize>
 #include <QtCore/QString>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
-class FramebufferObject;
 class ShaderProgram;
+class TargetFramebuffer;
 
 /// Draws plain geometry into a geometry buffer, which DeferredRenderPass shades: normal, texture coordinate, depth and
 /// identity.
@@ -65,9 +67,9 @@ public:
 private:
     void resizeTargets(const QSize &size);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
     QList<FBOConfig> m_configs;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size{0, 0};
 };
 

@@ -6,11 +6,13 @@
 #include <QtCore/QSharedPointer>
 #include <QtCore/QSize>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
-class FramebufferObject;
 class ShaderProgram;
+class TargetFramebuffer;
 
 /// Fills an image with a vertical gradient of two colours, or with one flat colour: the background that later passes draw
 /// over.
@@ -43,9 +45,9 @@ private:
     void drawGradient();
     void clearFlat();
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
     QSharedPointer<DrawBuffers> m_screenQuad;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size{0, 0};
 };
 

@@ -6,11 +6,13 @@
 #include <QtCore/QSharedPointer>
 #include <QtCore/QSize>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
-class FramebufferObject;
 class ShaderProgram;
+class TargetFramebuffer;
 class Texture;
 
 /// Measures the average colour and luminance of a frame, and waits for the GPU to have them.
@@ -49,14 +51,13 @@ public:
 private:
     void remakeReducedTarget();
     void makeAverageTarget();
-    void buildProgram();
     void drawReduced(Texture *source, const QSize &size);
 
-    ShaderProgram *m_shaderProgram = nullptr;
     QSharedPointer<DrawBuffers> m_screenQuad;
-    Texture *m_blackTexture = nullptr;
-    FramebufferObject *m_reduceFramebuffer = nullptr; ///< With the target of the first draw.
-    FramebufferObject *m_averageFramebuffer = nullptr; ///< With the target of the second draw.
+    std::unique_ptr<TargetFramebuffer> m_averageFramebuffer; ///< With the target of the second draw.
+    std::unique_ptr<TargetFramebuffer> m_reduceFramebuffer; ///< With the target of the first draw.
+    std::unique_ptr<Texture> m_blackTexture;
+    std::unique_ptr<ShaderProgram> m_shaderProgram;
     int m_reducedWidth = 0; ///< Both sides of the first target.
     int m_reducedHeight = 0;
     int m_averageWidth = 0;

@@ -6,11 +6,13 @@
 #include <QtCore/QSharedPointer>
 #include <QtCore/QSize>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
-class FramebufferObject;
 class ShaderProgram;
+class TargetFramebuffer;
 class Texture;
 
 /// Shades the geometry buffer of ModelRenderPass with one directional light that is fixed to the camera, above the viewer's
@@ -47,10 +49,10 @@ public:
 private:
     void resizeTarget(const QSize &size);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
     QSharedPointer<DrawBuffers> m_screenQuad;
-    Texture *m_fallback = nullptr; ///< Never made, which is meant: the inputs that it stands in for are required.
+    std::unique_ptr<Texture> m_fallback; ///< Never made, on purpose: the inputs that it stands in for are required.
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size{0, 0};
 };
 

@@ -7,10 +7,12 @@
 #include <QtCore/QSize>
 #include <QtCore/QString>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
-class FramebufferObject;
 class ShaderProgram;
+class TargetFramebuffer;
 
 /// Draws a model with its materials into a geometry buffer, which ModelDeferredPass shades: diffuse, specular, normal, depth
 /// and identity.
@@ -69,11 +71,10 @@ public:
 
 private:
     void resizeTargets(const QSize &size);
-    QString shadingSource() const;
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
     QList<FBOConfig> m_configs;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size{0, 0};
     bool m_discardOnDiffuseAlpha = false;
 };

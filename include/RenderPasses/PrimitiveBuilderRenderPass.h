@@ -6,6 +6,8 @@
 #include <QtCore/QList>
 #include <QtGui/QVector3D>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
@@ -50,7 +52,7 @@ public:
     void setUseIndirectDrawCommands(bool use);
 
 private:
-    DrawBuffers *m_drawBuffers = nullptr;
+    std::unique_ptr<DrawBuffers> m_drawBuffers;
     QList<PrimitiveInfo> m_primitives;
     bool m_dirty = false;
     bool m_useIndirectDrawCommands = true;

@@ -3,12 +3,11 @@
 
 #include <RenderPasses/RenderPassProxy.h>
 
-#include <GL/TextureFormat.h>
-
 #include <QtCore/QSharedPointer>
 #include <QtGui/QVector2D>
 
 #include <array>
+#include <memory>
 
 namespace Velmora::Kvz {
 
@@ -99,31 +98,28 @@ public:
 
 private:
     bool isTemporal() const;
-    static Texture *takeTexture(TextureFormat format, int width, int height);
-    /// A copy with one sample, in the place of a use of the input.
-    Texture *resolved(Texture *texture, TextureFormat format) const;
     void clearTarget(Texture *target);
-    void draw(ShaderProgram *program) const;
+    void draw(const ShaderProgram &program) const;
     void createPrograms();
     void deletePrograms();
-    std::array<ShaderProgram **, 6> programs();
+    std::array<std::unique_ptr<ShaderProgram> *, 6> programs();
 
     int m_width = 64;
     int m_height = 64;
     int m_mode = SmaaT2X;
     bool m_predication = false;
-    FramebufferObject *m_framebuffer = nullptr; ///< Separation, gamma, edges, weights, resolve.
-    FramebufferObject *m_blendFramebuffer = nullptr; ///< Clearing the target, neighbourhood blending.
-    Texture *m_areaTexture = nullptr;
-    Texture *m_searchTexture = nullptr;
-    ShaderProgram *m_edgeProgram = nullptr;
-    ShaderProgram *m_weightProgram = nullptr;
-    ShaderProgram *m_blendProgram = nullptr;
-    ShaderProgram *m_resolveProgram = nullptr;
-    ShaderProgram *m_separateProgram = nullptr;
-    ShaderProgram *m_gammaProgram = nullptr;
+    std::unique_ptr<FramebufferObject> m_framebuffer; ///< Separation, gamma, edges, weights, resolve.
+    std::unique_ptr<FramebufferObject> m_blendFramebuffer; ///< Clearing the target, neighbourhood blending.
+    std::unique_ptr<Texture> m_areaTexture;
+    std::unique_ptr<Texture> m_searchTexture;
+    std::unique_ptr<ShaderProgram> m_edgeProgram;
+    std::unique_ptr<ShaderProgram> m_weightProgram;
+    std::unique_ptr<ShaderProgram> m_blendProgram;
+    std::unique_ptr<ShaderProgram> m_resolveProgram;
+    std::unique_ptr<ShaderProgram> m_separateProgram;
+    std::unique_ptr<ShaderProgram> m_gammaProgram;
     QSharedPointer<DrawBuffers> m_screenQuad;
-    Texture *m_previousColour = nullptr; ///< Of the last frame, before its resolve; one reference, as the next.
+    Texture *m_previousColour = nullptr; ///< The last frame before its resolve; holds one reference, like the next.
     Texture *m_previousPackedVelocity = nullptr;
     float m_blendFactor = 1.0f;
     QVector2D m_previousJitter;

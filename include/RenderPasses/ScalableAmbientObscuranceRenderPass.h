@@ -6,6 +6,8 @@
 #include <QtCore/QSharedPointer>
 #include <QtCore/QString>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
@@ -101,9 +103,9 @@ private:
     void draw(const Settings &settings, Texture *depth, Texture *positions, Texture *normals);
     void setUniforms(const Settings &settings);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_shaderProgram = nullptr; ///< For the images of the first frame.
     QSharedPointer<DrawBuffers> m_screenQuad;
+    std::unique_ptr<ShaderProgram> m_shaderProgram; ///< For the images of the first frame.
+    std::unique_ptr<FramebufferObject> m_framebuffer;
     int m_width = 0; ///< Of the latest image.
     int m_height = 0;
     NormalProcessing m_normalProcessing = NormalTransposeInvert;

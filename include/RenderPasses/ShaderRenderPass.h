@@ -9,6 +9,8 @@
 #include <QtCore/QString>
 #include <QtCore/QVector>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
@@ -79,16 +81,16 @@ public:
 
 protected:
     /// The program; null until the first start().
-    ShaderProgram *program() const { return m_program; }
+    ShaderProgram *program() const { return m_program.get(); }
 
 private:
     void reflectPorts();
     void buildProgram();
     void applyBlendMode() const;
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
     QSharedPointer<DrawBuffers> m_screenQuad;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<FramebufferObject> m_framebuffer;
     Texture *m_fallback = nullptr; ///< The texture manager's.
     QString m_vertexSource;
     QString m_fragmentSource;

@@ -2,11 +2,12 @@
 #pragma once
 
 #include <RenderPasses/RenderPassProxy.h>
-#include <Scene/ShadowMapManager.h>
 
-#include <QtCore/QMap>
 #include <QtCore/QSize>
 #include <QtCore/QString>
+
+#include <map>
+#include <memory>
 
 namespace Velmora::Kvz {
 
@@ -15,6 +16,7 @@ class FramebufferObject;
 class GLSLMacroProcessor;
 class GPUModel;
 class ShaderProgram;
+class ShadowMapRenderData;
 class Texture;
 
 /// Renders a variance shadow map for every layer of every light, a layer at a time, and filters them. ShadowMapRenderPass2
@@ -34,7 +36,7 @@ class Texture;
 ///
 /// | Output | Name                       | Value                                                                             |
 /// |--------|----------------------------|-----------------------------------------------------------------------------------|
-/// | 0      | Kvz_QVariant_ShadowMapData | A `ShadowMapManager::RenderData*` of the pass's own, filled in anew by each frame. |
+/// | 0      | Kvz_QVariant_ShadowMapData | A `ShadowMapManager::RenderData*` of the pass's own, filled in by each frame. |
 ///
 /// ShadowMapManager::processLights() says which layers the lights have. The data's projection texture is a
 /// GL_TEXTURE_2D_ARRAY of GL_RG32F, owned by the pass: red is the depth (normalised device z from 0 to 1, 0.0005 of bias
@@ -88,22 +90,23 @@ private:
     bool renderLayers(GPUModel *model);
     Texture *_gaussBlurShadowMapArray(const QSize &size, FilterType type, int iterations);
     ShaderProgram *blurProgram(FilterType type);
-    void ensureBlurQuad(const ShaderProgram *program);
+    void ensureBlurQuad(const ShaderProgram &program);
     void filterOnce(ShaderProgram *program);
     void filterSeparably(ShaderProgram *program, const QSize &size, int iterations);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    Texture *m_depthTexture = nullptr;
-    Texture *m_shadowArray = nullptr;
-    ShaderProgram *m_program = nullptr;
+    QString m_planName;
     int m_layerCount = 0;
     QSize m_mapSize{0, 0};
-    Texture *m_blurArray = nullptr;
-    QMap<FilterType, ShaderProgram *> m_blurPrograms;
-    DrawBuffers *m_blurQuad = nullptr;
-    QString m_planName;
-    ShadowMapManager::RenderData m_renderData;
-    GLSLMacroProcessor *m_macroProcessor;
+    // Deleted from the last to the first.
+    std::unique_ptr<ShadowMapRenderData> m_renderData;
+    std::unique_ptr<GLSLMacroProcessor> m_macroProcessor;
+    std::map<FilterType, std::unique_ptr<ShaderProgram>> m_blurPrograms;
+    std::unique_ptr<Texture> m_blurArray;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<Texture> m_shadowArray;
+    std::unique_ptr<Texture> m_depthTexture;
+    std::unique_ptr<DrawBuffers> m_blurQuad;
+    std::unique_ptr<FramebufferObject> m_framebuffer;
 };
 
 } // namespace Velmora::Kvz

@@ -2,11 +2,12 @@
 #pragma once
 
 #include <RenderPasses/RenderPassProxy.h>
-#include <Scene/ShadowMapManager.h>
 
-#include <QtCore/QMap>
 #include <QtCore/QSize>
 #include <QtCore/QString>
+
+#include <map>
+#include <memory>
 
 namespace Velmora::Kvz {
 
@@ -15,6 +16,7 @@ class FramebufferObject;
 class GLSLMacroProcessor;
 class GPUModel;
 class ShaderProgram;
+class ShadowMapRenderData;
 class Texture;
 
 /// Renders a variance shadow map for every layer of every light, for scenes that are costly to draw: depth alone, several
@@ -39,7 +41,7 @@ class Texture;
 /// | 0      | Kvz_QVariant_ShadowMapData | A `ShadowMapManager::RenderData*` of the pass's own, as `QObject*`, brought up to date where dirty. |
 ///
 /// The data are those of ShadowMapRenderPass, but for three things. The bias is that of each layer in the data. The array may
-/// have more layers than the lights: it is made anew when it is too small or not half used. And an item in the near half of
+/// have more layers than the lights: it is made again when it is too small or not half used. And an item in the near half of
 /// the clip range, which casts nothing itself, hides what lies behind it.
 ///
 /// `Dirty` says that lights, camera, bounds or the model have changed; with false the last maps are published once more, but
@@ -88,21 +90,16 @@ private:
     void chooseStrategy();
     bool ensureFramebuffers();
     bool ensureArrays(const QSize &size);
-    void attach(FramebufferObject *framebuffer, Texture *array, unsigned int attachment) const;
+    void attach(FramebufferObject &framebuffer, Texture *array, unsigned int attachment) const;
     bool buildProgram();
     void render(GPUModel *model);
     void clearLayers();
     void drawDepths(GPUModel *model, int total);
     void _blurShadowMapArray(FilterType type);
     ShaderProgram *blurProgram(FilterType type);
-    void ensureBlurQuad(const ShaderProgram *program);
+    void ensureBlurQuad(const ShaderProgram &program);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    FramebufferObject *m_blurFramebuffer = nullptr;
-    Texture *m_depthArray = nullptr;
-    Texture *m_shadowArray = nullptr;
-    Texture *m_blurData = nullptr;
-    ShaderProgram *m_program = nullptr;
+    QString m_planName;
     int m_layersPerDraw = 1;
     bool m_vertexShaderLayer = false;
     bool m_layeredRendering = false;
@@ -110,11 +107,17 @@ private:
     int m_layerCount = 0;
     int m_layerCapacity = 0;
     QSize m_mapSize{0, 0};
-    QMap<FilterType, ShaderProgram *> m_blurPrograms;
-    DrawBuffers *m_blurQuad = nullptr;
-    QString m_planName;
-    ShadowMapManager::RenderData m_renderData;
-    GLSLMacroProcessor *m_macroProcessor;
+    // Deleted from the last to the first.
+    std::unique_ptr<ShadowMapRenderData> m_renderData;
+    std::unique_ptr<GLSLMacroProcessor> m_macroProcessor;
+    std::map<FilterType, std::unique_ptr<ShaderProgram>> m_blurPrograms;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<Texture> m_shadowArray;
+    std::unique_ptr<Texture> m_depthArray;
+    std::unique_ptr<Texture> m_blurData;
+    std::unique_ptr<DrawBuffers> m_blurQuad;
+    std::unique_ptr<FramebufferObject> m_blurFramebuffer;
+    std::unique_ptr<FramebufferObject> m_framebuffer;
 };
 
 } // namespace Velmora::Kvz

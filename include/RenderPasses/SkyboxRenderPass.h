@@ -5,6 +5,8 @@
 
 #include <QtCore/QSharedPointer>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
@@ -78,11 +80,11 @@ public:
 private:
     void draw(Texture *cubemap, Texture *latLongMap, Texture *background, bool hasFrame, bool hasDepth);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_cubemapProgram = nullptr;
-    ShaderProgram *m_latLongProgram = nullptr;
-    ShaderProgram *m_backgroundProgram = nullptr;
     QSharedPointer<DrawBuffers> m_screenQuad;
+    std::unique_ptr<FramebufferObject> m_framebuffer;
+    std::unique_ptr<ShaderProgram> m_backgroundProgram;
+    std::unique_ptr<ShaderProgram> m_latLongProgram;
+    std::unique_ptr<ShaderProgram> m_cubemapProgram;
     int m_width = 0;
     int m_height = 0;
 };

@@ -3,6 +3,8 @@
 
 #include <RenderPasses/BlurBaseRenderPass.h>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 /// Blurs a frame where its alpha is above 0 and adds the result to another frame. The mask is the blurred frame's own
@@ -48,7 +50,7 @@ protected:
     /// @}
 
 private:
-    ShaderProgram *m_blurAndBlendProgram = nullptr;
+    std::unique_ptr<ShaderProgram> m_blurAndBlendProgram;
     float m_width = 0.0f;
     float m_height = 0.0f;
     bool m_warnedBlur = false;

@@ -7,6 +7,8 @@
 #include <QtCore/QSize>
 #include <QtGui/QMatrix4x4>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
@@ -52,13 +54,13 @@ private:
     void passThrough(Texture *frame);
     /// Takes an accumulation texture of the present size when there is none of it. The framebuffer is unbound afterwards.
     void ensureAccumulation(bool isResized);
-    void beginAnew();
+    void restartMean();
     void continueMean();
     void drawFrame(Texture *frame);
 
-    FramebufferObject *m_framebuffer = nullptr; ///< Holds the accumulation texture between frames.
     QSharedPointer<DrawBuffers> m_screenQuad;
-    ShaderProgram *m_program = nullptr;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<FramebufferObject> m_framebuffer; ///< Holds the accumulation texture between frames.
     QMatrix4x4 m_previousProjection;
     QMatrix4x4 m_previousCamera;
     QSize m_size{0, 0}; ///< Of the accumulation texture.

@@ -5,6 +5,8 @@
 
 #include <QtCore/QString>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class Texture;
@@ -44,7 +46,7 @@ public:
 private:
     void load(const QString &path);
 
-    Texture *m_texture = nullptr;
+    std::unique_ptr<Texture> m_texture;
     QString m_path; ///< The path loaded last.
 };
 

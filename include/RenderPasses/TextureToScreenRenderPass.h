@@ -7,6 +7,8 @@
 #include <QtCore/QSharedPointer>
 #include <QtCore/QVector>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
@@ -67,17 +69,18 @@ public:
 private:
     void deletePrograms();
     void ensureDrawing();
-    ShaderProgram *buildDrawProgram(GLSLMacroProcessor *macros) const;
+    std::unique_ptr<ShaderProgram> buildDrawProgram(GLSLMacroProcessor *macros) const;
     void bindDestination(const Texture *texture, const Texture *depth, const FramebufferObject *framebuffer) const;
     void draw(Texture *source, Texture *depth, const QVector<QRect> &destinations, int count) const;
     void blit(const Texture *source, const QVector<QRect> &sources, const QVector<QRect> &destinations, int count);
 
-    ShaderProgram *m_shaderProgram = nullptr;
-    ShaderProgram *m_depthShaderProgram = nullptr; ///< The same sources with PROCESS_DEPTH defined.
+    std::unique_ptr<ShaderProgram>
+        m_depthShaderProgram; ///< The same sources as the other's, with PROCESS_DEPTH defined.
+    std::unique_ptr<ShaderProgram> m_shaderProgram;
     QSharedPointer<DrawBuffers> m_screenQuad;
+    std::unique_ptr<FramebufferObject> m_drawFramebuffer;
+    std::unique_ptr<FramebufferObject> m_readFramebuffer;
     Texture *m_fallbackTexture = nullptr; ///< The texture manager's.
-    FramebufferObject *m_readFramebuffer = nullptr;
-    FramebufferObject *m_drawFramebuffer = nullptr;
     bool m_useShader = false; ///< How the previous frame was copied.
 };
 

@@ -7,12 +7,14 @@
 #include <QtCore/QSize>
 #include <QtGui/QMatrix4x4>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
-class FramebufferObject;
 class GPUModel;
 class ShaderProgram;
+class TargetFramebuffer;
 class Texture;
 
 /// Draws a model with transparency in one pass, without sorting: opaque surfaces first, then all that lies in front of them
@@ -58,16 +60,17 @@ public:
 private:
     void resizeTargets(const QSize &size);
     void makeWhatIsMissing();
-    void drawModel(ShaderProgram *program, GPUModel *model, const QMatrix4x4 &projection, const QMatrix4x4 &camera);
+    void drawModel(ShaderProgram &program, GPUModel *model, const QMatrix4x4 &projection, const QMatrix4x4 &camera);
     void resolve();
 
-    FramebufferObject *m_framebuffer = nullptr;
-    FramebufferObject *m_accumFramebuffer = nullptr;
-    ShaderProgram *m_opaqueProgram = nullptr;
-    ShaderProgram *m_accumProgram = nullptr;
-    ShaderProgram *m_resolveProgram = nullptr;
+    // Deleted from the last to the first.
     QSharedPointer<DrawBuffers> m_screenQuad;
-    Texture *m_whiteTexture = nullptr;
+    std::unique_ptr<Texture> m_whiteTexture;
+    std::unique_ptr<ShaderProgram> m_resolveProgram;
+    std::unique_ptr<ShaderProgram> m_accumProgram;
+    std::unique_ptr<ShaderProgram> m_opaqueProgram;
+    std::unique_ptr<TargetFramebuffer> m_framebuffer;
+    std::unique_ptr<TargetFramebuffer> m_accumFramebuffer; ///< Shares the depth target of the other.
     QSize m_size{0, 0};
 };
 

@@ -10,13 +10,13 @@
 #include <QtCore/QString>
 
 #include <limits>
+#include <memory>
 
 namespace Velmora::Kvz {
 
 class BufferObject;
-class FramebufferObject;
 class ShaderProgram;
-class Texture;
+class TargetFramebuffer;
 
 /// Records, for each pixel, all triangles of a model that cover it and how deep they lie: the first of three passes for
 /// transparency that needs no order of drawing. VisibilitySortRenderPass brings the lists into order and
@@ -89,21 +89,20 @@ private:
     void clearLists();
     void bindLists();
     void unbindLists();
-    ShaderProgram *buildListProgram() const;
+    std::unique_ptr<ShaderProgram> buildListProgram() const;
 
     bool m_modeChosen = false;
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
-    QSharedPointer<BufferObject> m_counterBuffer;
-    Texture *m_headTexture = nullptr;
-    FramebufferObject *m_headFramebuffer = nullptr;
-    Texture *m_nodeTexture = nullptr;
-    FramebufferObject *m_nodeFramebuffer = nullptr;
-    QList<FBOConfig> m_fboConfigs;
+    bool m_useGL4 = false;
     QSize m_size{std::numeric_limits<int>::min(), std::numeric_limits<int>::min()}; ///< No viewport has this one.
     unsigned long long m_drawFlagsMask;
     unsigned long long m_drawFlagsValue;
-    bool m_useGL4 = false;
+    // Deleted from the last to the first.
+    QSharedPointer<BufferObject> m_counterBuffer;
+    QList<FBOConfig> m_fboConfigs;
+    std::unique_ptr<TargetFramebuffer> m_nodeFramebuffer; ///< With the nodes as its target.
+    std::unique_ptr<TargetFramebuffer> m_headFramebuffer; ///< With the head pointers as its target.
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<TargetFramebuffer> m_framebuffer;
 };
 
 } // namespace Velmora::Kvz

@@ -4,15 +4,17 @@
 #include <Core/RenderPassHelper.h>
 #include <RenderPasses/Export.h>
 
-#include <QtCore/QList>
 #include <QtCore/QSharedPointer>
 #include <QtCore/QSize>
+
+#include <memory>
+#include <vector>
 
 namespace Velmora::Kvz {
 
 class DrawBuffers;
-class FramebufferObject;
 class ShaderProgram;
+class TargetFramebuffer;
 class Texture;
 
 /// Shades the lists of VisibilityBufferRenderPass, which VisibilitySortRenderPass has sorted, into an image: walks each
@@ -64,11 +66,14 @@ public:
 private:
     void makeBufferTextures(const DrawBuffers *geometry);
 
-    FramebufferObject *m_framebuffer = nullptr;
-    ShaderProgram *m_program = nullptr;
+    // Deleted from the last to the first.
     QSharedPointer<DrawBuffers> m_screenQuad;
-    Texture *m_fallbackTexture = nullptr;
-    QList<Texture *> m_bufferTextures; ///< Of vertices, texture coordinates, normals and, if there are any, indices.
+    /// Of vertices, texture coordinates, normals and, if there are any, indices.
+    std::vector<std::unique_ptr<Texture>> m_bufferTextures;
+    std::unique_ptr<Texture>
+        m_fallbackTexture; ///< Never made, on purpose: the inputs that it stands in for are required.
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size{0, 0};
 };
 

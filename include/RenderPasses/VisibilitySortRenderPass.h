@@ -7,6 +7,8 @@
 #include <QtCore/QSharedPointer>
 #include <QtCore/QString>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 class DrawBuffers;
@@ -67,10 +69,10 @@ public:
 
 private:
     bool m_modeChosen = false;
-    ShaderProgram *m_program = nullptr;
-    QSharedPointer<DrawBuffers> m_screenQuad;
-    FramebufferObject *m_framebuffer = nullptr;
     bool m_useGL4 = false;
+    QSharedPointer<DrawBuffers> m_screenQuad;
+    std::unique_ptr<FramebufferObject> m_framebuffer;
+    std::unique_ptr<ShaderProgram> m_program;
 };
 
 } // namespace Velmora::Kvz

@@ -1,19 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "CoverageStencil.h"
 
-#include <GL/FramebufferObject.h>
 #include <Scene/GPUModel.h>
 
-#include "steps/OwnedTarget.h"
+#include "steps/TargetFramebuffer.h"
 
 #include <epoxy/gl.h>
 
 namespace Velmora::Kvz {
 
-void remakeDepthStencilTarget(FramebufferObject *framebuffer, const QSize &size)
+void remakeDepthStencilTarget(TargetFramebuffer &framebuffer, const QSize &size)
 {
-    remakeTarget(
-        framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, GL_DEPTH24_STENCIL8, size, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8);
+    framebuffer.remakeTarget(
+        GL_DEPTH_STENCIL_ATTACHMENT, GL_DEPTH24_STENCIL8, size, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8);
 }
 
 void drawWithCoverage(GPUModel *model, ShaderProgram *program, const QSize &size)

@@ -4,8 +4,8 @@
 #include "CoverageStencil.h"
 #include "steps/InputRead.h"
 #include "steps/ModelProgram.h"
-#include "steps/OwnedTarget.h"
 #include "steps/ScreenQuad.h"
+#include "steps/TargetFramebuffer.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/FramebufferObject.h>
@@ -47,14 +47,7 @@ DepthStencilRenderPass::DepthStencilRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Depth"));
 }
 
-DepthStencilRenderPass::~DepthStencilRenderPass()
-{
-    if (m_framebuffer) {
-        deleteTarget(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
-        delete m_framebuffer;
-    }
-    delete m_program;
-}
+DepthStencilRenderPass::~DepthStencilRenderPass() = default;
 
 void DepthStencilRenderPass::start(RenderCallbacks *)
 {
@@ -67,19 +60,19 @@ void DepthStencilRenderPass::start(RenderCallbacks *)
     if (!m_program)
         m_program = buildModelProgram({}, vertexSource, fragmentSource);
     {
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         if (size != m_size)
-            remakeDepthStencilTarget(m_framebuffer, size);
+            remakeDepthStencilTarget(*m_framebuffer, size);
         m_size = size;
         if (!size.isEmpty()) {
             m_framebuffer->setDrawBuffers();
-            AutoBinder program(m_program);
+            AutoBinder program(m_program.get());
             m_program->setUniform(QStringLiteral("u_ProjectionMatrix"), projection);
             m_program->setUniform(QStringLiteral("u_CameraMatrix"), camera);
-            drawWithCoverage(model, m_program, size);
+            drawWithCoverage(model, m_program.get(), size);
         }
     }
-    publishTarget(m_outputs[Depth], m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
+    publishTarget(m_outputs[Depth], *m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
 }
 
 } // namespace Velmora::Kvz

@@ -4,8 +4,8 @@
 #include "CoverageStencil.h"
 #include "steps/InputRead.h"
 #include "steps/ModelProgram.h"
-#include "steps/OwnedTarget.h"
 #include "steps/ScreenQuad.h"
+#include "steps/TargetFramebuffer.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/FramebufferObject.h>
@@ -57,15 +57,7 @@ MaterialIdRenderPass::MaterialIdRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Depth"));
 }
 
-MaterialIdRenderPass::~MaterialIdRenderPass()
-{
-    if (m_framebuffer) {
-        deleteTarget(m_framebuffer, GL_COLOR_ATTACHMENT0);
-        deleteTarget(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
-        delete m_framebuffer;
-    }
-    delete m_program;
-}
+MaterialIdRenderPass::~MaterialIdRenderPass() = default;
 
 void MaterialIdRenderPass::start(RenderCallbacks *)
 {
@@ -78,23 +70,23 @@ void MaterialIdRenderPass::start(RenderCallbacks *)
     if (!m_program)
         m_program = buildModelProgram({QStringLiteral("out_NormalAndMaterialId")}, vertexSource, fragmentSource);
     {
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         if (size != m_size) {
-            remakeTarget(m_framebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA32F, size, GL_RGBA, GL_FLOAT);
-            remakeDepthStencilTarget(m_framebuffer, size);
+            m_framebuffer->remakeTarget(GL_COLOR_ATTACHMENT0, GL_RGBA32F, size, GL_RGBA, GL_FLOAT);
+            remakeDepthStencilTarget(*m_framebuffer, size);
         }
         m_size = size;
         if (!size.isEmpty()) {
             m_framebuffer->setDrawBuffers();
-            AutoBinder program(m_program);
+            AutoBinder program(m_program.get());
             m_program->setUniform(QStringLiteral("u_ProjectionMatrix"), projection);
             m_program->setUniform(QStringLiteral("u_CameraMatrix"), camera);
             m_program->setUniform(QStringLiteral("u_NormalMatrix"), camera.inverted().transposed());
-            drawWithCoverage(model, m_program, size);
+            drawWithCoverage(model, m_program.get(), size);
         }
     }
-    publishTarget(m_outputs[Normal], m_framebuffer, GL_COLOR_ATTACHMENT0);
-    publishTarget(m_outputs[Depth], m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
+    publishTarget(m_outputs[Normal], *m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[Depth], *m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
 }
 
 } // namespace Velmora::Kvz

@@ -84,12 +84,7 @@ MultisampleForwardRenderPass::MultisampleForwardRenderPass()
     addOutput(QStringLiteral("Kvz_Vector2D_JitterAmount"));
 }
 
-MultisampleForwardRenderPass::~MultisampleForwardRenderPass()
-{
-    delete m_framebuffer;
-    delete m_backgroundProgram;
-    delete m_modelProgram;
-}
+MultisampleForwardRenderPass::~MultisampleForwardRenderPass() = default;
 
 void MultisampleForwardRenderPass::start(RenderCallbacks *)
 {
@@ -103,11 +98,11 @@ void MultisampleForwardRenderPass::start(RenderCallbacks *)
 
     ensureFramebuffer(m_framebuffer);
     {
-        AutoBinder framebuffer(m_framebuffer);
-        Texture *const color = attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0,
+        AutoBinder framebuffer(m_framebuffer.get());
+        Texture *const color = attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0,
             isHdr ? TextureFormat::HighDynamicRange : TextureFormat::LowDynamicRange, size, sampleCount);
         Texture *const depth = attachTempTexture(
-            m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, TextureFormat::DepthStencil, size, sampleCount);
+            *m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, TextureFormat::DepthStencil, size, sampleCount);
         m_framebuffer->setDrawBuffers();
         glViewport(0, 0, size.width(), size.height());
         glEnable(GL_MULTISAMPLE);
@@ -121,8 +116,8 @@ void MultisampleForwardRenderPass::start(RenderCallbacks *)
             drawModel(model, background, projection, camera, size, frame);
         handOn(m_outputs[Frame], m_numOutputUsers[Frame], color);
         handOn(m_outputs[Depth], m_numOutputUsers[Depth], depth);
-        detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
-        detachAndGiveBack(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
+        detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
+        detachAndGiveBack(*m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
     }
 
     const QPointF middle = (subsamplePosition(frame, 0) + subsamplePosition(frame, 1)) / 2;
@@ -136,8 +131,8 @@ void MultisampleForwardRenderPass::drawBackground(Texture *background)
 {
     if (!m_backgroundProgram)
         m_backgroundProgram = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, backgroundSource);
-    ensureScreenQuad(m_screenQuad, m_backgroundProgram);
-    AutoBinder program(m_backgroundProgram);
+    ensureScreenQuad(m_screenQuad, *m_backgroundProgram);
+    AutoBinder program(m_backgroundProgram.get());
     AutoBinder source(background);
     m_backgroundProgram->setUniform(QStringLiteral("u_Background"), background->unit());
     AutoBinder quad(m_screenQuad);
@@ -155,7 +150,7 @@ void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *backgroun
         background = m_noBackground;
     }
 
-    AutoBinder program(m_modelProgram);
+    AutoBinder program(m_modelProgram.get());
     AutoBinder source(background);
     m_modelProgram->setUniform(QStringLiteral("u_Background"), background->unit());
     m_modelProgram->setUniform(QStringLiteral("u_Size"), QVector2D(float(size.width()), float(size.height())));
@@ -171,7 +166,7 @@ void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *backgroun
         m_modelProgram->setUniform(QStringLiteral("u_ProjectionMatrix"),
             shifted(projection, shiftTo(actual, subsamplePosition(frame, sample), size)));
         m_modelProgram->setUniform(QStringLiteral("u_FromCentre"), QVector2D(position[0] - 0.5f, position[1] - 0.5f));
-        model->draw(m_modelProgram, 0, 0, WindingCounterClockwise, false);
+        model->draw(m_modelProgram.get(), 0, 0, WindingCounterClockwise, false);
     }
     glSampleMaski(0, 0xffffffffu);
     glDisable(GL_SAMPLE_MASK);

@@ -5,6 +5,7 @@
 #include "steps/LazyProgram.h"
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
+#include "steps/Uniforms.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/BufferObject.h>
@@ -13,6 +14,7 @@
 #include <GL/OpenGLDeviceContext.h>
 #include <GL/ShaderProgram.h>
 #include <GL/Texture.h>
+#include <Scene/ShadowMapManager.h>
 
 #include <QtCore/QtMath>
 
@@ -256,25 +258,25 @@ void ShadowMaskRenderPass::start(RenderCallbacks *)
     ensureFramebuffer(m_framebuffer);
     if (!m_program)
         m_program = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, fragmentSource);
-    ensureScreenQuad(m_screenQuad, m_program);
+    ensureScreenQuad(m_screenQuad, *m_program);
     uploadLights(lights, shadows ? data : nullptr, camera);
 
-    AutoBinder framebuffer(m_framebuffer);
-    Texture *const mask = attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::LowDynamicRange, size);
+    AutoBinder framebuffer(m_framebuffer.get());
+    Texture *const mask = attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::LowDynamicRange, size);
     m_framebuffer->setDrawBuffers();
     glDisable(GL_DEPTH_TEST);
     glDisable(GL_BLEND);
     glViewport(0, 0, size.width(), size.height());
     {
-        AutoBinder program(m_program);
+        AutoBinder program(m_program.get());
         AutoBinder depthBinder(depth);
         AutoBinder normalBinder(normal);
         AutoBinder shadowBinder(shadows);
-        AutoBinder lightBinder(m_lightTexture);
+        AutoBinder lightBinder(m_lightTexture.get());
         m_program->setUniform(QStringLiteral("u_DepthSampler"), depth->unit());
         // Samplers of one type may share a unit; those of two may not, and unit 0 is nobody's.
         m_program->setUniform(QStringLiteral("u_NormalSampler"), normal ? normal->unit() : depth->unit());
-        m_program->setUniform(QStringLiteral("u_ShadowSampler"), shadows ? shadows->unit() : 0);
+        setSampler(*m_program, QStringLiteral("u_ShadowSampler"), shadows);
         m_program->setUniform(QStringLiteral("u_LightSampler"), m_lightTexture->unit());
         m_program->setUniform(QStringLiteral("u_ClipToCamera"), projection.inverted());
         m_program->setUniform(QStringLiteral("u_LightCount"), lights.size());
@@ -289,27 +291,24 @@ void ShadowMaskRenderPass::start(RenderCallbacks *)
     handOn(m_outputs[ShadowMask], m_numOutputUsers[ShadowMask], mask);
     giveBack(depth);
     giveBack(normal);
-    detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
+    detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 void ShadowMaskRenderPass::teardownContextData(RenderCallbacks *)
 {
-    delete m_framebuffer;
-    m_framebuffer = nullptr;
-    delete m_program;
-    m_program = nullptr;
+    m_framebuffer.reset();
+    m_program.reset();
     m_screenQuad.reset();
-    delete m_lightTexture;
-    m_lightTexture = nullptr;
+    m_lightTexture.reset();
     m_lightBuffer.reset();
 }
 
 /// Puts lights and layers where the shader finds them, in camera space. Without data the lights have no layers.
-void ShadowMaskRenderPass::uploadLights(const QVector<ShadowMapManager::Light *> &lights,
-    const ShadowMapManager::RenderData *data, const QMatrix4x4 &camera)
+void ShadowMaskRenderPass::uploadLights(
+    const QVector<ShadowMapLight *> &lights, const ShadowMapRenderData *data, const QMatrix4x4 &camera)
 {
     float strongest = 0;
-    for (const ShadowMapManager::Light *light : lights)
+    for (const ShadowMapLight *light : lights)
         strongest = std::max(strongest, ShadowMapManager::valuesOf(*light).intensity);
 
     QVector<float> rows;
@@ -335,7 +334,7 @@ void ShadowMaskRenderPass::uploadLights(const QVector<ShadowMapManager::Light *>
     if (!m_lightTexture) {
         m_lightBuffer = OpenGLDeviceContext::current()->createBufferObject();
         m_lightBuffer->setTarget(GL_TEXTURE_BUFFER);
-        m_lightTexture = new Texture(nullptr);
+        m_lightTexture = std::make_unique<Texture>(nullptr);
         m_lightTexture->setTarget(GL_TEXTURE_BUFFER);
         m_lightRows.clear();
     }
@@ -343,7 +342,7 @@ void ShadowMaskRenderPass::uploadLights(const QVector<ShadowMapManager::Light *>
         return;
     m_lightRows = rows;
     m_lightBuffer->upload(rows.constData(), rows.size(), GL_DYNAMIC_DRAW);
-    AutoBinder binder(m_lightTexture);
+    AutoBinder binder(m_lightTexture.get());
     glTexBuffer(GL_TEXTURE_BUFFER, GL_RGBA32F, m_lightBuffer->getBO());
 }
 

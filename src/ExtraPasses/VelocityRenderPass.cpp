@@ -111,21 +111,21 @@ void setMacros(GLSLMacroProcessor *macros, bool isMultisampled)
     macros->addDefine(QStringLiteral("MULTISAMPLED"), isMultisampled ? QStringLiteral("1") : QStringLiteral("0"));
 }
 
-ShaderProgram *makeCameraProgram(bool isMultisampled)
+std::unique_ptr<ShaderProgram> makeCameraProgram(bool isMultisampled)
 {
     GLSLMacroProcessor macros;
     setMacros(&macros, isMultisampled);
     return buildProgram({QStringLiteral("out_Velocity")}, screenQuadVertexSource, cameraFragmentSource, &macros);
 }
 
-ShaderProgram *makeItemProgram(bool isMultisampled)
+std::unique_ptr<ShaderProgram> makeItemProgram(bool isMultisampled)
 {
     GLSLMacroProcessor macros;
     setMacros(&macros, isMultisampled);
-    auto *const program = new ShaderProgram(nullptr);
+    auto program = std::make_unique<ShaderProgram>(nullptr);
     program->setMacroProcessor(&macros);
     program->setFragDataLocations({QStringLiteral("out_Velocity")});
-    addModelVertexStage(program, itemVertexSource);
+    addModelVertexStage(*program, itemVertexSource);
     program->addShader(GL_FRAGMENT_SHADER, itemFragmentSource, QString());
     program->compile();
     program->link();
@@ -202,14 +202,7 @@ VelocityRenderPass::VelocityRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Velocity"));
 }
 
-VelocityRenderPass::~VelocityRenderPass()
-{
-    delete m_framebuffer;
-    for (ShaderProgram *program : m_cameraPrograms)
-        delete program;
-    for (ShaderProgram *program : m_itemPrograms)
-        delete program;
-}
+VelocityRenderPass::~VelocityRenderPass() = default;
 
 void VelocityRenderPass::start(RenderCallbacks *)
 {
@@ -229,9 +222,9 @@ void VelocityRenderPass::start(RenderCallbacks *)
     }
 
     ensureFramebuffer(m_framebuffer);
-    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder framebuffer(m_framebuffer.get());
     Texture *const velocity =
-        attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::ResolvedVelocity, size);
+        attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::ResolvedVelocity, size);
     m_framebuffer->setDrawBuffers();
     glDisable(GL_DEPTH_TEST);
     glDisable(GL_BLEND);
@@ -247,7 +240,7 @@ void VelocityRenderPass::start(RenderCallbacks *)
     m_lastSeen.clear();
     handOn(m_outputs[Velocity], m_numOutputUsers[Velocity], velocity);
     giveBack(depth);
-    detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
+    detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 void VelocityRenderPass::skip(RenderCallbacks *callbacks)
@@ -277,12 +270,12 @@ void VelocityRenderPass::rememberMotion(const GPUModel *model)
 
 void VelocityRenderPass::drawCameraMotion(Texture *depth, bool isMultisampled)
 {
-    ShaderProgram *&program = m_cameraPrograms[size_t(isMultisampled)];
+    std::unique_ptr<ShaderProgram> &program = m_cameraPrograms[size_t(isMultisampled)];
     if (!program)
         program = makeCameraProgram(isMultisampled);
-    ensureScreenQuad(m_screenQuad, program);
+    ensureScreenQuad(m_screenQuad, *program);
 
-    AutoBinder programBinder(program);
+    AutoBinder programBinder(program.get());
     AutoBinder depthBinder(depth);
     program->setUniform(QStringLiteral("u_Depth"), depth->unit());
     program->setUniform(QStringLiteral("u_Reprojection"),
@@ -294,15 +287,15 @@ void VelocityRenderPass::drawCameraMotion(Texture *depth, bool isMultisampled)
 
 void VelocityRenderPass::drawMovedItems(GPUModel *model, Texture *depth, bool isMultisampled, const QSize &size)
 {
-    ShaderProgram *&program = m_itemPrograms[size_t(isMultisampled)];
+    std::unique_ptr<ShaderProgram> &program = m_itemPrograms[size_t(isMultisampled)];
     if (!program)
         program = makeItemProgram(isMultisampled);
 
     // Of moved items the nearest one counts; the depth image itself is being read.
-    attachTempTexture(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, TextureFormat::DepthStencil, size);
+    attachTempTexture(*m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, TextureFormat::DepthStencil, size);
     glClear(GL_DEPTH_BUFFER_BIT);
     glEnable(GL_DEPTH_TEST);
-    AutoBinder programBinder(program);
+    AutoBinder programBinder(program.get());
     AutoBinder depthBinder(depth);
     program->setUniform(QStringLiteral("u_Depth"), depth->unit());
     program->setUniform(QStringLiteral("u_ProjectionMatrix"), m_projection);
@@ -310,11 +303,11 @@ void VelocityRenderPass::drawMovedItems(GPUModel *model, Texture *depth, bool is
     program->setUniform(QStringLiteral("u_PreviousProjectionMatrix"), m_previousProjection);
     program->setUniform(QStringLiteral("u_PreviousCameraMatrix"), m_previousCamera);
     if (m_lastSeen.isEmpty())
-        model->draw(program, nullptr, 0, 0);
+        model->draw(program.get(), nullptr, 0, 0);
     else
-        drawItemsFromLastSeen(model, program);
+        drawItemsFromLastSeen(model, program.get());
     glDisable(GL_DEPTH_TEST);
-    detachAndGiveBack(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
+    detachAndGiveBack(*m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
 }
 
 /// Draws with rows in the place of the model's own, whose previous matrices are of a frame that was not seen.

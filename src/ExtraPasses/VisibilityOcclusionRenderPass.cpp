@@ -3,8 +3,8 @@
 
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
-#include "steps/OwnedTarget.h"
 #include "steps/ScreenQuad.h"
+#include "steps/TargetFramebuffer.h"
 #include "steps/VisibilityLists.h"
 
 #include <GL/AutoBinder.h>
@@ -102,14 +102,7 @@ VisibilityOcclusionRenderPass::VisibilityOcclusionRenderPass()
     addOutput(QStringLiteral("Kvz_int_NodeBufferWidth"));
 }
 
-VisibilityOcclusionRenderPass::~VisibilityOcclusionRenderPass()
-{
-    if (m_framebuffer) {
-        deleteTarget(m_framebuffer, GL_COLOR_ATTACHMENT0);
-        delete m_framebuffer;
-    }
-    delete m_program;
-}
+VisibilityOcclusionRenderPass::~VisibilityOcclusionRenderPass() = default;
 
 void VisibilityOcclusionRenderPass::start(RenderCallbacks *)
 {
@@ -130,17 +123,17 @@ void VisibilityOcclusionRenderPass::start(RenderCallbacks *)
         m_program = buildProgram(
             {QStringLiteral("out_HeadPointer")}, screenQuadVertexSource, fragmentSource.arg(hasLists ? 1 : 0));
     }
-    ensureScreenQuad(m_screenQuad, m_program);
-    AutoBinder framebuffer(m_framebuffer);
+    ensureScreenQuad(m_screenQuad, *m_program);
+    AutoBinder framebuffer(m_framebuffer.get());
     if (size != m_size) {
         m_size = size;
-        remakeTarget(m_framebuffer, GL_COLOR_ATTACHMENT0, GL_R32UI, size, GL_RED_INTEGER, GL_UNSIGNED_INT);
+        m_framebuffer->remakeTarget(GL_COLOR_ATTACHMENT0, GL_R32UI, size, GL_RED_INTEGER, GL_UNSIGNED_INT);
     }
     m_framebuffer->setDrawBuffers();
     glViewport(0, 0, size.width(), size.height());
     glDisable(GL_DEPTH_TEST);
     {
-        AutoBinder program(m_program);
+        AutoBinder program(m_program.get());
         AutoBinder headBinder(heads);
         AutoBinder depthBinder(depth);
         AutoBinder nodeBinder(hasLists ? nullptr : nodes);
@@ -165,7 +158,7 @@ void VisibilityOcclusionRenderPass::start(RenderCallbacks *)
             glMemoryBarrier(GL_TEXTURE_FETCH_BARRIER_BIT | GL_SHADER_IMAGE_ACCESS_BARRIER_BIT);
         }
     }
-    publishTarget(m_outputs[HeadPointers], m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[HeadPointers], *m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 } // namespace Velmora::Kvz

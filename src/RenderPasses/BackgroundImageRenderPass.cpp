@@ -5,6 +5,7 @@
 #include "steps/LazyProgram.h"
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
+#include "steps/Uniforms.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/DrawBuffers.h>
@@ -58,12 +59,6 @@ Texture *loadImage(const QString &path)
     return TextureManager::Instance()->loadTexture(path, options);
 }
 
-/// The unit of a bound texture; for null unit 0, which stays empty and reads as opaque black.
-int unitOf(const Texture *texture)
-{
-    return texture ? texture->unit() : 0;
-}
-
 } // namespace
 
 BackgroundImageRenderPass::BackgroundImageRenderPass()
@@ -81,17 +76,13 @@ BackgroundImageRenderPass::BackgroundImageRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
 }
 
-BackgroundImageRenderPass::~BackgroundImageRenderPass()
-{
-    delete m_framebuffer;
-    delete m_shaderProgram;
-}
+BackgroundImageRenderPass::~BackgroundImageRenderPass() = default;
 
 void BackgroundImageRenderPass::setup(RenderCallbacks *)
 {
     if (!m_shaderProgram)
         m_shaderProgram = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, fragmentSource);
-    ensureScreenQuad(m_screenQuad, m_shaderProgram);
+    ensureScreenQuad(m_screenQuad, *m_shaderProgram);
 }
 
 void BackgroundImageRenderPass::start(RenderCallbacks *callbacks)
@@ -112,39 +103,39 @@ void BackgroundImageRenderPass::start(RenderCallbacks *callbacks)
         setup(callbacks);
 
     {
-        AutoBinder framebuffer(m_framebuffer);
-        attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, size);
+        AutoBinder framebuffer(m_framebuffer.get());
+        attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, size);
         if (depth)
             m_framebuffer->attach(depth, GL_DEPTH_STENCIL_ATTACHMENT, 0);
         else
-            attachTempTexture(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, TextureFormat::DepthStencil, size);
+            attachTempTexture(*m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, TextureFormat::DepthStencil, size);
     }
     if (!normal)
         normal = TextureManager::Instance()->tempTexture(TextureFormat::HighDynamicRange, m_width, m_height, 1, 1);
     draw(frame, normal);
 
     handOn(m_outputs[Frame], m_numOutputUsers[Frame], m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
-    detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
-    detachAndGiveBack(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
+    detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
+    detachAndGiveBack(*m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
     giveBack(frame);
     giveBack(normal);
 }
 
 void BackgroundImageRenderPass::draw(Texture *frame, Texture *normal)
 {
-    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder framebuffer(m_framebuffer.get());
     m_framebuffer->setDrawBuffers();
     glViewport(0, 0, m_width, m_height);
 
-    AutoBinder program(m_shaderProgram);
+    AutoBinder program(m_shaderProgram.get());
     AutoBinder image1(m_image1);
     AutoBinder image2(m_image2);
     AutoBinder normalBinder(normal);
     AutoBinder frameBinder(frame);
-    m_shaderProgram->setUniform(QStringLiteral("u_EnvTexture"), unitOf(m_image1));
-    m_shaderProgram->setUniform(QStringLiteral("u_FadeTexture"), unitOf(m_image2));
-    m_shaderProgram->setUniform(QStringLiteral("u_NormalAndMatIdTex"), unitOf(normal));
-    m_shaderProgram->setUniform(QStringLiteral("u_ColorTexture"), unitOf(frame));
+    setSampler(*m_shaderProgram, QStringLiteral("u_EnvTexture"), m_image1);
+    setSampler(*m_shaderProgram, QStringLiteral("u_FadeTexture"), m_image2);
+    setSampler(*m_shaderProgram, QStringLiteral("u_NormalAndMatIdTex"), normal);
+    setSampler(*m_shaderProgram, QStringLiteral("u_ColorTexture"), frame);
     m_shaderProgram->setUniform(QStringLiteral("u_FloorMatId"), m_inputs[FloorMaterialId].value.toInt());
     m_shaderProgram->setUniform(QStringLiteral("u_fade1"), m_inputs[FadeRatio].value.toFloat());
     m_shaderProgram->setUniform(QStringLiteral("u_fade2"), m_inputs[FadeRatio2].value.toFloat());

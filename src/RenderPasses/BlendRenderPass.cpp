@@ -304,11 +304,7 @@ BlendRenderPass::BlendRenderPass(BlendMode mode)
     addOutput(frameName);
 }
 
-BlendRenderPass::~BlendRenderPass()
-{
-    delete m_framebuffer;
-    delete m_shaderProgram;
-}
+BlendRenderPass::~BlendRenderPass() = default;
 
 void BlendRenderPass::start(RenderCallbacks *)
 {
@@ -349,12 +345,12 @@ void BlendRenderPass::start(RenderCallbacks *)
     }
 
     ensureFramebuffer(m_framebuffer);
-    AutoBinder framebuffer(m_framebuffer);
-    attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, viewport.size());
+    AutoBinder framebuffer(m_framebuffer.get());
+    attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, viewport.size());
     if (!m_shaderProgram)
         m_shaderProgram = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource,
             QStringLiteral("#version 150\n") + fragmentSource);
-    ensureScreenQuad(m_screenQuad, m_shaderProgram);
+    ensureScreenQuad(m_screenQuad, *m_shaderProgram);
 
     m_framebuffer->setDrawBuffers();
     glDisable(GL_DEPTH_TEST);
@@ -362,7 +358,7 @@ void BlendRenderPass::start(RenderCallbacks *)
     glViewport(viewport.left(), viewport.top(), viewport.width(), viewport.height());
     glClear(GL_COLOR_BUFFER_BIT);
     {
-        AutoBinder program(m_shaderProgram);
+        AutoBinder program(m_shaderProgram.get());
         AutoBinder source(frameA);
         AutoBinder destination(frameB);
         m_shaderProgram->setUniform(QStringLiteral("u_SamplerA"), frameA->unit());
@@ -376,7 +372,7 @@ void BlendRenderPass::start(RenderCallbacks *)
     handOn(m_outputs[framePort], m_numOutputUsers[framePort], m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
     giveBack(frameA);
     giveBack(frameB);
-    detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
+    detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 } // namespace Velmora::Kvz

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <RenderPasses/BlurAndCombineRenderPass.h>
 
-#include "steps/BlackTexel.h"
 #include "steps/InputRead.h"
+#include "steps/OneTexel.h"
+#include "steps/Replaced.h"
 #include "steps/ResolveMultisampled.h"
 #include "steps/Sampling.h"
 #include "steps/ScreenQuad.h"
@@ -92,11 +93,7 @@ BlurAndCombineRenderPass::BlurAndCombineRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Output"));
 }
 
-BlurAndCombineRenderPass::~BlurAndCombineRenderPass()
-{
-    delete m_blurAndAddProgram;
-    delete m_thresholdProgram;
-}
+BlurAndCombineRenderPass::~BlurAndCombineRenderPass() = default;
 
 void BlurAndCombineRenderPass::start(RenderCallbacks *callbacks)
 {
@@ -118,9 +115,9 @@ void BlurAndCombineRenderPass::start(RenderCallbacks *callbacks)
     if (radius != m_blurRadius || !m_shaderProgram || !m_blurAndAddProgram) {
         m_blurRadius = radius;
         calculateBlurWeights();
-        // The programs of the radius before are not deleted, on purpose.
-        m_shaderProgram = makeShaderProgram(blurOnlySource);
-        m_blurAndAddProgram = makeShaderProgram(blurAndAddSource);
+        // The programs of the previous radius are not deleted, on purpose.
+        replaceUndeleted(m_shaderProgram, makeShaderProgram(blurOnlySource));
+        replaceUndeleted(m_blurAndAddProgram, makeShaderProgram(blurAndAddSource));
     }
     const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
     m_width = float(size.width());
@@ -148,9 +145,9 @@ void BlurAndCombineRenderPass::start(RenderCallbacks *callbacks)
     ensureFramebuffer(m_framebuffer);
     // It has no kernel, so it outlives a change of radius.
     if (!m_thresholdProgram)
-        m_thresholdProgram = makeShaderProgram(thresholdSource);
-    ensureScreenQuad(m_screenQuad, m_thresholdProgram);
-    AutoBinder framebuffer(m_framebuffer);
+        m_thresholdProgram.reset(makeShaderProgram(thresholdSource));
+    ensureScreenQuad(m_screenQuad, *m_thresholdProgram);
+    AutoBinder framebuffer(m_framebuffer.get());
 
     Texture *current = takeTarget(size);
     Texture *source = blur;
@@ -176,9 +173,9 @@ void BlurAndCombineRenderPass::drawWithThresholdShader(Texture *source, Texture 
 {
     attachAndClear(target);
     {
-        AutoBinder program(m_thresholdProgram);
+        AutoBinder program(m_thresholdProgram.get());
         AutoBinder sourceBinder(source);
-        enableArrays(m_screenQuad, m_thresholdProgram);
+        enableArrays(m_screenQuad, *m_thresholdProgram);
         m_thresholdProgram->setUniform(QStringLiteral("u_Input"), source->unit());
         m_thresholdProgram->setUniform(QStringLiteral("glow_threshold"), m_glowThreshold);
         AutoBinder quad(m_screenQuad);
@@ -192,14 +189,14 @@ void BlurAndCombineRenderPass::drawWithBlurOnlyShader(Texture *source, Texture *
     attachAndClear(target);
     sampleLinearly(source);
     {
-        AutoBinder program(m_shaderProgram);
+        AutoBinder program(m_shaderProgram.get());
         AutoBinder sourceBinder(source);
-        enableArrays(m_screenQuad, m_shaderProgram);
+        enableArrays(m_screenQuad, *m_shaderProgram);
         m_shaderProgram->setUniform(QStringLiteral("stepVec"), QVector2D(float(1.0 / double(m_width)), 0.0f));
         m_shaderProgram->setUniform(QStringLiteral("u_Blurred"), source->unit());
         // The amount is applied here and once more in the next draw, on purpose.
         m_shaderProgram->setUniform(QStringLiteral("glow_amount"), m_glowAmount);
-        setKernel(m_shaderProgram);
+        setKernel(*m_shaderProgram);
         AutoBinder quad(m_screenQuad);
         m_screenQuad->draw();
     }
@@ -211,15 +208,15 @@ void BlurAndCombineRenderPass::drawWithBlurAndAddShader(Texture *original, Textu
     attachAndClear(target);
     sampleLinearly(blurred);
     {
-        AutoBinder program(m_blurAndAddProgram);
+        AutoBinder program(m_blurAndAddProgram.get());
         AutoBinder blurredBinder(blurred);
         AutoBinder originalBinder(original);
-        enableArrays(m_screenQuad, m_blurAndAddProgram);
+        enableArrays(m_screenQuad, *m_blurAndAddProgram);
         m_blurAndAddProgram->setUniform(QStringLiteral("stepVec"), QVector2D(0.0f, float(1.0 / double(m_height))));
         m_blurAndAddProgram->setUniform(QStringLiteral("u_Blurred"), blurred->unit());
         m_blurAndAddProgram->setUniform(QStringLiteral("u_Original"), original->unit());
         m_blurAndAddProgram->setUniform(QStringLiteral("glow_amount"), m_glowAmount);
-        setKernel(m_blurAndAddProgram);
+        setKernel(*m_blurAndAddProgram);
         AutoBinder quad(m_screenQuad);
         m_screenQuad->draw();
     }

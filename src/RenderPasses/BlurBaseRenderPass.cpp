@@ -69,11 +69,7 @@ BlurBaseRenderPass::BlurBaseRenderPass(float stencilMask, float blurRadius, floa
       m_stencilMask(stencilMask)
 { }
 
-BlurBaseRenderPass::~BlurBaseRenderPass()
-{
-    delete m_framebuffer;
-    delete m_shaderProgram;
-}
+BlurBaseRenderPass::~BlurBaseRenderPass() = default;
 
 void BlurBaseRenderPass::calculateBlurWeights()
 {
@@ -122,7 +118,8 @@ ShaderProgram *BlurBaseRenderPass::makeShaderProgram(const QString &fragmentSour
         macros.addDefine(QStringLiteral("STENCIL_MASK"), QStringLiteral("1"));
     macros.addDefine(m_samplesCountName, QString::number(qMax(1, m_weights.size())));
     // The sources call their output o_Output, on purpose: an output alone lies at location 0 whatever its name.
-    return buildProgram({QStringLiteral("out_FragColor")}, getBaseVertexShaderSource(), fragmentSource, &macros);
+    return buildProgram({QStringLiteral("out_FragColor")}, getBaseVertexShaderSource(), fragmentSource, &macros)
+        .release();
 }
 
 QString BlurBaseRenderPass::getBaseFragmentShaderSource()
@@ -149,10 +146,10 @@ void BlurBaseRenderPass::attachAndClear(Texture *target)
     glClear(GL_COLOR_BUFFER_BIT);
 }
 
-void BlurBaseRenderPass::setKernel(ShaderProgram *program) const
+void BlurBaseRenderPass::setKernel(ShaderProgram &program) const
 {
-    program->setUniform(QStringLiteral("weight"), m_weights);
-    program->setUniform(QStringLiteral("offset"), m_offsets);
+    program.setUniform(QStringLiteral("weight"), m_weights);
+    program.setUniform(QStringLiteral("offset"), m_offsets);
 }
 
 } // namespace Velmora::Kvz

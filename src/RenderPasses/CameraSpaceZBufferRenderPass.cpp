@@ -7,6 +7,7 @@
 #include "steps/ResolveMultisampled.h"
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
+#include "steps/Uniforms.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/DrawBuffers.h>
@@ -54,11 +55,7 @@ CameraSpaceZBufferRenderPass::CameraSpaceZBufferRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
 }
 
-CameraSpaceZBufferRenderPass::~CameraSpaceZBufferRenderPass()
-{
-    delete m_framebuffer;
-    delete m_program;
-}
+CameraSpaceZBufferRenderPass::~CameraSpaceZBufferRenderPass() = default;
 
 void CameraSpaceZBufferRenderPass::start(RenderCallbacks *)
 {
@@ -75,16 +72,15 @@ void CameraSpaceZBufferRenderPass::start(RenderCallbacks *)
     }
 
     {
-        AutoBinder framebuffer(m_framebuffer);
-        attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::Position, size, samples);
-        ensureScreenQuad(m_screenQuad, m_program);
+        AutoBinder framebuffer(m_framebuffer.get());
+        attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::Position, size, samples);
+        ensureScreenQuad(m_screenQuad, *m_program);
         m_framebuffer->setDrawBuffers();
         glViewport(0, 0, size.width(), size.height());
 
-        AutoBinder program(m_program);
+        AutoBinder program(m_program.get());
         AutoBinder depthBinder(depth);
-        // Without one the sampler reads unit 0, where never a texture is.
-        m_program->setUniform(QStringLiteral("u_SamplerDepth"), depth ? depth->unit() : 0);
+        setSampler(*m_program, QStringLiteral("u_SamplerDepth"), depth);
         m_program->setUniform(QStringLiteral("u_InvProjMatrix"), projection.inverted());
         AutoBinder quad(m_screenQuad);
         glDisable(GL_STENCIL_TEST);
@@ -93,8 +89,8 @@ void CameraSpaceZBufferRenderPass::start(RenderCallbacks *)
     }
 
     handOn(m_outputs[Frame], m_numOutputUsers[Frame], m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
-    AutoBinder framebuffer(m_framebuffer);
-    detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
+    AutoBinder framebuffer(m_framebuffer.get());
+    detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
     giveBack(depth);
 }
 

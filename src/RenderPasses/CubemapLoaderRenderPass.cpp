@@ -50,11 +50,8 @@ CubemapLoaderRenderPass::CubemapLoaderRenderPass()
 
 CubemapLoaderRenderPass::~CubemapLoaderRenderPass()
 {
-    delete m_texture;
-    for (Texture *texture : qAsConst(m_cache)) {
-        if (texture != m_texture)
-            delete texture;
-    }
+    // The current one first.
+    m_cubemaps.erase(keyOf(m_paths));
 }
 
 void CubemapLoaderRenderPass::start(RenderCallbacks *)
@@ -64,17 +61,16 @@ void CubemapLoaderRenderPass::start(RenderCallbacks *)
         paths[size_t(face)] = m_inputs[face].value.toString();
 
     if (!m_texture || paths != m_paths) {
-        if (m_texture)
-            m_cache.insert(keyOf(m_paths), m_texture);
         m_paths = paths;
-        m_texture = m_cache.value(keyOf(m_paths));
-        if (!m_texture)
-            build();
+        std::unique_ptr<Texture> &cubemap = m_cubemaps[keyOf(m_paths)];
+        if (!cubemap)
+            cubemap = build();
+        m_texture = cubemap.get();
     }
     m_outputs[Cubemap].value = QVariant::fromValue(m_texture);
 }
 
-/// The paths end to end, with nothing between them; that is meant.
+/// The paths end to end, with nothing between them, on purpose.
 QString CubemapLoaderRenderPass::keyOf(const Paths &paths)
 {
     QString key;
@@ -83,12 +79,12 @@ QString CubemapLoaderRenderPass::keyOf(const Paths &paths)
     return key;
 }
 
-void CubemapLoaderRenderPass::build()
+std::unique_ptr<Texture> CubemapLoaderRenderPass::build() const
 {
-    m_texture = new Texture(nullptr);
-    m_texture->setTarget(GL_TEXTURE_CUBE_MAP);
+    auto texture = std::make_unique<Texture>(nullptr);
+    texture->setTarget(GL_TEXTURE_CUBE_MAP);
     UnpackState unpack;
-    AutoBinder texture(m_texture);
+    AutoBinder binder(texture.get());
     for (const GLenum filter : {GL_TEXTURE_MAG_FILTER, GL_TEXTURE_MIN_FILTER})
         glTexParameteri(GL_TEXTURE_CUBE_MAP, filter, GL_LINEAR);
     for (const GLenum wrap : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T, GL_TEXTURE_WRAP_R})
@@ -99,7 +95,8 @@ void CubemapLoaderRenderPass::build()
         faces.insert(GL_TEXTURE_CUBE_MAP_POSITIVE_X + GLenum(face), m_paths[size_t(face)]);
     for (auto face = faces.cbegin(); face != faces.cend(); ++face)
         uploadFace(face.key(), face.value());
-    glGenerateMipmap(m_texture->target());
+    glGenerateMipmap(texture->target());
+    return texture;
 }
 
 } // namespace Velmora::Kvz

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <RenderPasses/DeferredRenderPass.h>
 
-#include "steps/BlackTexel.h"
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
-#include "steps/OwnedTarget.h"
+#include "steps/OneTexel.h"
 #include "steps/ScreenQuad.h"
+#include "steps/TargetFramebuffer.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/DrawBuffers.h>
@@ -69,15 +69,7 @@ DeferredRenderPass::DeferredRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
 }
 
-DeferredRenderPass::~DeferredRenderPass()
-{
-    if (m_framebuffer) {
-        deleteTarget(m_framebuffer, GL_COLOR_ATTACHMENT0);
-        delete m_framebuffer;
-    }
-    delete m_program;
-    delete m_placeholder;
-}
+DeferredRenderPass::~DeferredRenderPass() = default;
 
 void DeferredRenderPass::start(RenderCallbacks *)
 {
@@ -104,15 +96,15 @@ void DeferredRenderPass::start(RenderCallbacks *)
         resizeTarget(size);
     if (!m_program)
         m_program = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, fragmentSource);
-    ensureScreenQuad(m_screenQuad, m_program);
+    ensureScreenQuad(m_screenQuad, *m_program);
 
     {
         // No glViewport here: that the pass draws with the viewport that it finds is meant.
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         glDisable(GL_DEPTH_TEST);
         glClear(GL_COLOR_BUFFER_BIT);
-        AutoBinder program(m_program);
+        AutoBinder program(m_program.get());
         AutoBinder normalBinder(normal);
         AutoBinder texCoordBinder(texCoord);
         AutoBinder depthBinder(depth);
@@ -126,21 +118,21 @@ void DeferredRenderPass::start(RenderCallbacks *)
         m_screenQuad->draw();
     }
 
-    publishTarget(m_outputs[Frame], m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[Frame], *m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 Texture *DeferredRenderPass::placeholder()
 {
     if (!m_placeholder)
-        m_placeholder = makeBlackTexture();
-    return m_placeholder;
+        m_placeholder = makeOneTexel(0);
+    return m_placeholder.get();
 }
 
 void DeferredRenderPass::resizeTarget(const QSize &size)
 {
     m_size = size;
-    AutoBinder framebuffer(m_framebuffer);
-    remakeTarget(m_framebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA, size, GL_BGRA, GL_UNSIGNED_BYTE);
+    AutoBinder framebuffer(m_framebuffer.get());
+    m_framebuffer->remakeTarget(GL_COLOR_ATTACHMENT0, GL_RGBA, size, GL_BGRA, GL_UNSIGNED_BYTE);
 }
 
 } // namespace Velmora::Kvz

@@ -3,8 +3,10 @@
 
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
-#include "steps/OwnedTarget.h"
+#include "steps/Sampling.h"
 #include "steps/ScreenQuad.h"
+#include "steps/TargetFramebuffer.h"
+#include "steps/Uniforms.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/DrawBuffers.h>
@@ -223,37 +225,6 @@ void main()
 }
 )");
 
-/// The filters of a texture, linear while this lives.
-class LinearFilters
-{
-public:
-    explicit LinearFilters(Texture *texture)
-        : m_texture(texture)
-    {
-        AutoBinder binder(m_texture);
-        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, &m_min);
-        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, &m_mag);
-        set(GL_LINEAR, GL_LINEAR);
-    }
-    ~LinearFilters()
-    {
-        AutoBinder binder(m_texture);
-        set(m_min, m_mag);
-    }
-    Q_DISABLE_COPY(LinearFilters)
-
-private:
-    static void set(GLint min, GLint mag)
-    {
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, min);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, mag);
-    }
-
-    Texture *m_texture;
-    GLint m_min = GL_NEAREST;
-    GLint m_mag = GL_NEAREST;
-};
-
 } // namespace
 
 DepthOfFieldRenderPass::DepthOfFieldRenderPass()
@@ -269,14 +240,7 @@ DepthOfFieldRenderPass::DepthOfFieldRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
 }
 
-DepthOfFieldRenderPass::~DepthOfFieldRenderPass()
-{
-    if (m_framebuffer) {
-        deleteTarget(m_framebuffer, GL_COLOR_ATTACHMENT0);
-        delete m_framebuffer;
-    }
-    delete m_program;
-}
+DepthOfFieldRenderPass::~DepthOfFieldRenderPass() = default;
 
 void DepthOfFieldRenderPass::start(RenderCallbacks *)
 {
@@ -298,21 +262,20 @@ void DepthOfFieldRenderPass::start(RenderCallbacks *)
         resizeTarget(size);
     if (!m_program)
         m_program = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, fragmentSource);
-    ensureScreenQuad(m_screenQuad, m_program);
+    ensureScreenQuad(m_screenQuad, *m_program);
 
     {
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         glDisable(GL_DEPTH_TEST);
         glViewport(0, 0, size.width(), size.height());
         glClear(GL_COLOR_BUFFER_BIT);
-        AutoBinder program(m_program);
+        AutoBinder program(m_program.get());
         AutoBinder frameBinder(frame);
         AutoBinder depthBinder(depth);
         LinearFilters filters(frame);
         m_program->setUniform(QStringLiteral("bgl_RenderedTexture"), frame->unit());
-        // Without one the sampler reads unit 0, where never a texture is.
-        m_program->setUniform(QStringLiteral("bgl_DepthTexture"), depth ? depth->unit() : 0);
+        setSampler(*m_program, QStringLiteral("bgl_DepthTexture"), depth);
         m_program->setUniform(QStringLiteral("bgl_RenderedTextureWidth"), m_size.width());
         m_program->setUniform(QStringLiteral("bgl_RenderedTextureHeight"), m_size.height());
         m_program->setUniform(QStringLiteral("focalDepth"), focalDepth);
@@ -324,14 +287,14 @@ void DepthOfFieldRenderPass::start(RenderCallbacks *)
         m_screenQuad->draw();
     }
 
-    publishTarget(m_outputs[Frame], m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[Frame], *m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 void DepthOfFieldRenderPass::resizeTarget(const QSize &size)
 {
     m_size = size;
-    AutoBinder framebuffer(m_framebuffer);
-    remakeTarget(m_framebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA32F, size, GL_BGRA, GL_FLOAT);
+    AutoBinder framebuffer(m_framebuffer.get());
+    m_framebuffer->remakeTarget(GL_COLOR_ATTACHMENT0, GL_RGBA32F, size, GL_BGRA, GL_FLOAT);
 }
 
 } // namespace Velmora::Kvz

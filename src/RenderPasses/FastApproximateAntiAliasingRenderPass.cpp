@@ -2,6 +2,8 @@
 #include <RenderPasses/FastApproximateAntiAliasingRenderPass.h>
 
 #include "steps/InputRead.h"
+#include "steps/LazyProgram.h"
+#include "steps/Sampling.h"
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
 
@@ -46,42 +48,6 @@ void main()
 }
 )");
 
-ShaderProgram *makeProgram()
-{
-    auto *const program = new ShaderProgram(nullptr);
-    program->setFragDataLocations({QStringLiteral("out_FragColor")});
-    program->addShader(GL_VERTEX_SHADER, screenQuadVertexSource, QString());
-    program->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());
-    program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("FXAA.glslc"));
-    program->compile();
-    program->link();
-    return program;
-}
-
-/// Gives the texture that is bound linear filters while it lives.
-class LinearFilters
-{
-public:
-    LinearFilters()
-    {
-        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, &m_minFilter);
-        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, &m_magFilter);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-    }
-    ~LinearFilters()
-    {
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, m_minFilter);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, m_magFilter);
-    }
-    LinearFilters(const LinearFilters &) = delete;
-    LinearFilters &operator=(const LinearFilters &) = delete;
-
-private:
-    GLint m_minFilter = GL_LINEAR;
-    GLint m_magFilter = GL_LINEAR;
-};
-
 } // namespace
 
 FastApproximateAntiAliasingRenderPass::FastApproximateAntiAliasingRenderPass()
@@ -96,11 +62,7 @@ FastApproximateAntiAliasingRenderPass::FastApproximateAntiAliasingRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
 }
 
-FastApproximateAntiAliasingRenderPass::~FastApproximateAntiAliasingRenderPass()
-{
-    delete m_framebuffer;
-    delete m_program;
-}
+FastApproximateAntiAliasingRenderPass::~FastApproximateAntiAliasingRenderPass() = default;
 
 void FastApproximateAntiAliasingRenderPass::start(RenderCallbacks *)
 {
@@ -121,19 +83,20 @@ void FastApproximateAntiAliasingRenderPass::start(RenderCallbacks *)
     m_width = size.width();
     m_height = size.height();
     if (!m_program)
-        m_program = makeProgram();
-    ensureScreenQuad(m_screenQuad, m_program);
+        m_program = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, fragmentSource, nullptr,
+            {QStringLiteral("FXAA.glslc")});
+    ensureScreenQuad(m_screenQuad, *m_program);
 
-    AutoBinder framebuffer(m_framebuffer);
-    attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0,
+    AutoBinder framebuffer(m_framebuffer.get());
+    attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0,
         isHdr ? TextureFormat::HighDynamicRange : TextureFormat::LowDynamicRange, size);
     m_framebuffer->setDrawBuffers();
     glDisable(GL_DEPTH_TEST);
     glViewport(0, 0, size.width(), size.height());
     glClear(GL_COLOR_BUFFER_BIT);
-    AutoBinder program(m_program);
+    AutoBinder program(m_program.get());
     AutoBinder frameBinder(frame);
-    std::optional<LinearFilters> filters(std::in_place);
+    std::optional<LinearFilters> filters(std::in_place, frame);
     m_program->setUniform(QStringLiteral("u_FrameSampler"), frame->unit());
     m_program->setUniform(QStringLiteral("u_Width"), m_width);
     m_program->setUniform(QStringLiteral("u_Height"), m_height);
@@ -146,7 +109,7 @@ void FastApproximateAntiAliasingRenderPass::start(RenderCallbacks *)
     filters.reset();
 
     handOn(m_outputs[FrameOut], m_numOutputUsers[FrameOut], m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
-    detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
+    detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
     giveBack(frame);
 }
 

@@ -5,8 +5,8 @@
 #include "steps/ForwardVertex.h"
 #include "steps/InputRead.h"
 #include "steps/ModelProgram.h"
-#include "steps/OwnedTarget.h"
 #include "steps/ScreenQuad.h"
+#include "steps/TargetFramebuffer.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/AutoEnabler.h>
@@ -52,15 +52,7 @@ ForwardRenderPass::ForwardRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Id"));
 }
 
-ForwardRenderPass::~ForwardRenderPass()
-{
-    if (m_framebuffer) {
-        for (const unsigned int attachment : {GL_COLOR_ATTACHMENT0, GL_COLOR_ATTACHMENT1, GL_DEPTH_ATTACHMENT})
-            deleteTarget(m_framebuffer, attachment);
-        delete m_framebuffer;
-    }
-    delete m_program;
-}
+ForwardRenderPass::~ForwardRenderPass() = default;
 
 void ForwardRenderPass::start(RenderCallbacks *)
 {
@@ -78,30 +70,30 @@ void ForwardRenderPass::start(RenderCallbacks *)
 
     {
         // No glViewport here: that the pass draws with the viewport that it finds is meant.
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         glClearColor(0, 0, 0, 0);
         glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
         if (model) {
             AutoEnabler depthTest(GL_DEPTH_TEST);
-            AutoBinder program(m_program);
+            AutoBinder program(m_program.get());
             m_program->setUniform(QStringLiteral("u_ProjectionMatrix"), projection);
             m_program->setUniform(QStringLiteral("u_CameraMatrix"), camera);
-            model->draw(m_program, 0, 0, WindingCounterClockwise, false);
+            model->draw(m_program.get(), 0, 0, WindingCounterClockwise, false);
         }
     }
 
-    publishTarget(m_outputs[Frame], m_framebuffer, GL_COLOR_ATTACHMENT0);
-    publishTarget(m_outputs[Id], m_framebuffer, GL_COLOR_ATTACHMENT1);
+    publishTarget(m_outputs[Frame], *m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[Id], *m_framebuffer, GL_COLOR_ATTACHMENT1);
 }
 
 void ForwardRenderPass::resizeTargets(const QSize &size)
 {
     m_size = size;
-    AutoBinder framebuffer(m_framebuffer);
-    remakeTarget(m_framebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA, size, GL_BGRA, GL_FLOAT);
-    remakeTarget(m_framebuffer, GL_COLOR_ATTACHMENT1, GL_RGBA, size, GL_BGRA, GL_FLOAT);
-    remakeTarget(m_framebuffer, GL_DEPTH_ATTACHMENT, GL_DEPTH_COMPONENT32F, size, GL_DEPTH_COMPONENT, GL_FLOAT);
+    AutoBinder framebuffer(m_framebuffer.get());
+    m_framebuffer->remakeTarget(GL_COLOR_ATTACHMENT0, GL_RGBA, size, GL_BGRA, GL_FLOAT);
+    m_framebuffer->remakeTarget(GL_COLOR_ATTACHMENT1, GL_RGBA, size, GL_BGRA, GL_FLOAT);
+    m_framebuffer->remakeDepthTarget(size);
 }
 
 } // namespace Velmora::Kvz

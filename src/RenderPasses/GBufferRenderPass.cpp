@@ -4,8 +4,7 @@
 #include "steps/GeometryTargets.h"
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
-#include "steps/OwnedTarget.h"
-#include "steps/ScreenQuad.h"
+#include "steps/Replaced.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/DrawBuffers.h>
@@ -76,14 +75,7 @@ GBufferRenderPass::GBufferRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Id"));
 }
 
-GBufferRenderPass::~GBufferRenderPass()
-{
-    if (m_framebuffer) {
-        deleteGeometryTargets(m_framebuffer, m_configs);
-        delete m_framebuffer;
-    }
-    delete m_program;
-}
+GBufferRenderPass::~GBufferRenderPass() = default;
 
 void GBufferRenderPass::start(RenderCallbacks *)
 {
@@ -102,12 +94,12 @@ void GBufferRenderPass::start(RenderCallbacks *)
         m_program = buildProgram(outputNames(m_configs), vertexSource, fragmentSource);
 
     {
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
         if (!elements.isEmpty()) {
             glEnable(GL_DEPTH_TEST);
-            AutoBinder program(m_program);
+            AutoBinder program(m_program.get());
             m_program->setUniform(QStringLiteral("u_ProjectionMatrix"), projection);
             m_program->setUniform(QStringLiteral("u_CameraMatrix"), camera);
             for (const QVariant &element : elements) {
@@ -116,7 +108,7 @@ void GBufferRenderPass::start(RenderCallbacks *)
                     continue; // Outside what the pass accepts; there is nothing to draw.
                 {
                     AutoBinder vao(drawBuffers->VAO());
-                    drawBuffers->VAO()->enableShaderProgramArrays(m_program);
+                    drawBuffers->VAO()->enableShaderProgramArrays(m_program.get());
                 }
                 AutoBinder binder(drawBuffers);
                 drawBuffers->draw();
@@ -124,23 +116,23 @@ void GBufferRenderPass::start(RenderCallbacks *)
         }
     }
 
-    publishTarget(m_outputs[Normal], m_framebuffer, GL_COLOR_ATTACHMENT0);
-    publishTarget(m_outputs[TexCoord], m_framebuffer, GL_COLOR_ATTACHMENT1);
-    publishTarget(m_outputs[Depth], m_framebuffer, GL_DEPTH_ATTACHMENT);
-    publishTarget(m_outputs[Id], m_framebuffer, GL_COLOR_ATTACHMENT2);
+    publishTarget(m_outputs[Normal], *m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[TexCoord], *m_framebuffer, GL_COLOR_ATTACHMENT1);
+    publishTarget(m_outputs[Depth], *m_framebuffer, GL_DEPTH_ATTACHMENT);
+    publishTarget(m_outputs[Id], *m_framebuffer, GL_COLOR_ATTACHMENT2);
 }
 
 void GBufferRenderPass::setShaderProgram(ShaderProgram *program)
 {
-    m_program = program;
+    replaceUndeleted(m_program, program);
 }
 
 void GBufferRenderPass::resizeTargets(const QSize &size)
 {
     m_size = size;
-    AutoBinder framebuffer(m_framebuffer);
-    remakeColorTargets(m_framebuffer, m_configs, size);
-    remakeTarget(m_framebuffer, GL_DEPTH_ATTACHMENT, GL_DEPTH_COMPONENT32F, size, GL_DEPTH_COMPONENT, GL_FLOAT);
+    AutoBinder framebuffer(m_framebuffer.get());
+    remakeColorTargets(*m_framebuffer, m_configs, size);
+    m_framebuffer->remakeDepthTarget(size);
 }
 
 } // namespace Velmora::Kvz

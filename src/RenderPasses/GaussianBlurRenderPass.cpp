@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <RenderPasses/GaussianBlurRenderPass.h>
 
-#include "steps/BlackTexel.h"
 #include "steps/InputRead.h"
+#include "steps/OneTexel.h"
+#include "steps/Replaced.h"
 #include "steps/Sampling.h"
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
@@ -43,8 +44,8 @@ void GaussianBlurRenderPass::start(RenderCallbacks *)
     if (radius != m_blurRadius || !m_shaderProgram) {
         m_blurRadius = radius;
         calculateBlurWeights();
-        // The program of the radius before is not deleted, on purpose.
-        m_shaderProgram = makeShaderProgram(getBaseFragmentShaderSource());
+        // The program of the previous radius is not deleted, on purpose.
+        replaceUndeleted(m_shaderProgram, makeShaderProgram(getBaseFragmentShaderSource()));
     }
     if (m_blurRadius <= 1.0f)
         return passThrough();
@@ -64,7 +65,7 @@ void GaussianBlurRenderPass::start(RenderCallbacks *)
     sampleLinearly(input);
 
     ensureFramebuffer(m_framebuffer);
-    ensureScreenQuad(m_screenQuad, m_shaderProgram);
+    ensureScreenQuad(m_screenQuad, *m_shaderProgram);
     if (useStencil) {
         glEnable(GL_STENCIL_TEST);
         glStencilFunc(GL_EQUAL, material + 1, 0xff);
@@ -74,8 +75,8 @@ void GaussianBlurRenderPass::start(RenderCallbacks *)
 
     Texture *across = nullptr;
     {
-        AutoBinder framebuffer(m_framebuffer);
-        across = attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, size);
+        AutoBinder framebuffer(m_framebuffer.get());
+        across = attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, size);
         m_framebuffer->attach(stencil, GL_DEPTH_STENCIL_ATTACHMENT, 0);
         m_framebuffer->setDrawBuffers();
         glDisable(GL_DEPTH_TEST);
@@ -87,8 +88,8 @@ void GaussianBlurRenderPass::start(RenderCallbacks *)
 
     Texture *blurred = nullptr;
     {
-        AutoBinder framebuffer(m_framebuffer);
-        blurred = attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, size);
+        AutoBinder framebuffer(m_framebuffer.get());
+        blurred = attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, size);
         sampleLinearly(across);
         m_framebuffer->setDrawBuffers();
         glDisable(GL_DEPTH_TEST);
@@ -124,13 +125,13 @@ void GaussianBlurRenderPass::passThrough()
 
 void GaussianBlurRenderPass::drawBlurred(Texture *source, const QVector2D &step, float divider)
 {
-    AutoBinder program(m_shaderProgram);
+    AutoBinder program(m_shaderProgram.get());
     AutoBinder sourceBinder(source);
-    enableArrays(m_screenQuad, m_shaderProgram);
+    enableArrays(m_screenQuad, *m_shaderProgram);
     m_shaderProgram->setUniform(QStringLiteral("stepVec"), step);
     m_shaderProgram->setUniform(QStringLiteral("u_Input"), source->unit());
     m_shaderProgram->setUniform(QStringLiteral("u_ResolutionDivider"), divider);
-    setKernel(m_shaderProgram);
+    setKernel(*m_shaderProgram);
     AutoBinder quad(m_screenQuad);
     m_screenQuad->draw();
 }

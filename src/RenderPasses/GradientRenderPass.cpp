@@ -3,8 +3,8 @@
 
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
-#include "steps/OwnedTarget.h"
 #include "steps/ScreenQuad.h"
+#include "steps/TargetFramebuffer.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/DrawBuffers.h>
@@ -54,14 +54,7 @@ GradientRenderPass::GradientRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
 }
 
-GradientRenderPass::~GradientRenderPass()
-{
-    if (m_framebuffer) {
-        deleteTarget(m_framebuffer, GL_COLOR_ATTACHMENT0);
-        delete m_framebuffer;
-    }
-    delete m_program;
-}
+GradientRenderPass::~GradientRenderPass() = default;
 
 void GradientRenderPass::start(RenderCallbacks *)
 {
@@ -73,24 +66,24 @@ void GradientRenderPass::start(RenderCallbacks *)
         resizeTarget(size);
     if (!m_program)
         m_program = buildProgram({QStringLiteral("out_FragColor")}, vertexSource, fragmentSource);
-    ensureScreenQuad2(m_screenQuad, m_program);
+    ensureScreenQuad2(m_screenQuad, *m_program);
 
     if (!m_inputs[ColorTop].value.isNull())
         drawGradient();
 
-    publishTarget(m_outputs[Frame], m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[Frame], *m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 void GradientRenderPass::resizeTarget(const QSize &size)
 {
     m_size = size;
-    AutoBinder framebuffer(m_framebuffer);
-    remakeTarget(m_framebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA32F, size, GL_BGRA, GL_FLOAT);
+    AutoBinder framebuffer(m_framebuffer.get());
+    m_framebuffer->remakeTarget(GL_COLOR_ATTACHMENT0, GL_RGBA32F, size, GL_BGRA, GL_FLOAT);
 }
 
 void GradientRenderPass::drawGradient()
 {
-    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder framebuffer(m_framebuffer.get());
     m_framebuffer->setDrawBuffers();
     glViewport(0, 0, m_size.width(), m_size.height());
     glDisable(GL_DEPTH_TEST);
@@ -102,7 +95,7 @@ void GradientRenderPass::drawGradient()
     if (m_inputs[ColorBottom].value.isNull())
         return clearFlat();
 
-    AutoBinder program(m_program);
+    AutoBinder program(m_program.get());
     m_program->setUniform(QStringLiteral("u_ColorTop"), inputValue<QColor>(m_inputs[ColorTop]));
     m_program->setUniform(QStringLiteral("u_ColorBottom"), inputValue<QColor>(m_inputs[ColorBottom]));
     AutoBinder quad(m_screenQuad);

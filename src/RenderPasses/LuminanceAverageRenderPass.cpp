@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <RenderPasses/LuminanceAverageRenderPass.h>
 
-#include "steps/BlackTexel.h"
 #include "steps/InputRead.h"
-#include "steps/OwnedTarget.h"
+#include "steps/LazyProgram.h"
+#include "steps/OneTexel.h"
 #include "steps/ScreenQuad.h"
+#include "steps/TargetFramebuffer.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/DrawBuffers.h>
@@ -49,13 +50,6 @@ void main()
 }
 )");
 
-void deleteWithTarget(FramebufferObject *framebuffer)
-{
-    if (framebuffer)
-        deleteTarget(framebuffer, GL_COLOR_ATTACHMENT0);
-    delete framebuffer;
-}
-
 float luminance(const float *color)
 {
     return float(0.2126 * double(color[0]) + 0.7152 * double(color[1]) + 0.0722 * double(color[2]));
@@ -71,13 +65,7 @@ LuminanceAverageRenderPass::LuminanceAverageRenderPass()
     addOutput(luminanceName);
 }
 
-LuminanceAverageRenderPass::~LuminanceAverageRenderPass()
-{
-    delete m_shaderProgram;
-    delete m_blackTexture;
-    deleteWithTarget(m_reduceFramebuffer);
-    deleteWithTarget(m_averageFramebuffer);
-}
+LuminanceAverageRenderPass::~LuminanceAverageRenderPass() = default;
 
 void LuminanceAverageRenderPass::start(RenderCallbacks *)
 {
@@ -92,8 +80,8 @@ void LuminanceAverageRenderPass::start(RenderCallbacks *)
     auto *source = getInputPointer<Texture>(texturePort);
     if (!source) {
         if (!m_blackTexture)
-            m_blackTexture = makeBlackTexture();
-        source = m_blackTexture;
+            m_blackTexture = makeOneTexel(0);
+        source = m_blackTexture.get();
     }
 
     const bool isFirstFrame = ensureFramebuffer(m_reduceFramebuffer);
@@ -107,11 +95,12 @@ void LuminanceAverageRenderPass::start(RenderCallbacks *)
     if (!m_averageFramebuffer)
         makeAverageTarget();
     if (!m_shaderProgram)
-        buildProgram();
-    ensureScreenQuad2(m_screenQuad, m_shaderProgram);
+        m_shaderProgram = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, fragmentSource,
+            nullptr, {QStringLiteral("KvzUtilities.glslc")});
+    ensureScreenQuad2(m_screenQuad, *m_shaderProgram);
 
     {
-        AutoBinder framebuffer(m_reduceFramebuffer);
+        AutoBinder framebuffer(m_reduceFramebuffer.get());
         m_reduceFramebuffer->setDrawBuffers();
         // The frame's size, and not that of the square, on purpose: the square lies within.
         glViewport(viewport.left(), viewport.top(), viewport.width(), viewport.height());
@@ -125,7 +114,7 @@ void LuminanceAverageRenderPass::start(RenderCallbacks *)
 
     float average[4] = {};
     {
-        AutoBinder framebuffer(m_averageFramebuffer);
+        AutoBinder framebuffer(m_averageFramebuffer.get());
         m_averageFramebuffer->setDrawBuffers();
         glViewport(viewport.left(), viewport.top(), m_averageWidth, m_averageHeight);
         drawReduced(reduced, QSize(1, 1));
@@ -133,15 +122,15 @@ void LuminanceAverageRenderPass::start(RenderCallbacks *)
         glReadPixels(0, 0, 1, 1, GL_RGBA, GL_FLOAT, average);
     }
     m_outputs[luminancePort].value = luminance(average);
-    publishTarget(m_outputs[framePort], m_averageFramebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[framePort], *m_averageFramebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 void LuminanceAverageRenderPass::remakeReducedTarget()
 {
-    AutoBinder framebuffer(m_reduceFramebuffer);
-    // Square, on purpose: the reduced height only says when to make it anew.
-    Texture *const target = remakeTarget(m_reduceFramebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA32F,
-        QSize(m_reducedWidth, m_reducedWidth), GL_BGRA, GL_FLOAT);
+    AutoBinder framebuffer(m_reduceFramebuffer.get());
+    // Square, on purpose: the reduced height only says when to remake it.
+    Texture *const target = m_reduceFramebuffer->remakeTarget(
+        GL_COLOR_ATTACHMENT0, GL_RGBA32F, QSize(m_reducedWidth, m_reducedWidth), GL_BGRA, GL_FLOAT);
     AutoBinder binder(target);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST_MIPMAP_NEAREST);
     glGenerateMipmap(GL_TEXTURE_2D);
@@ -152,20 +141,9 @@ void LuminanceAverageRenderPass::makeAverageTarget()
     m_averageWidth = 1;
     m_averageHeight = 1;
     ensureFramebuffer(m_averageFramebuffer);
-    AutoBinder framebuffer(m_averageFramebuffer);
-    remakeTarget(m_averageFramebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA32F, QSize(m_averageWidth, m_averageHeight),
-        GL_BGRA, GL_FLOAT);
-}
-
-void LuminanceAverageRenderPass::buildProgram()
-{
-    m_shaderProgram = new ShaderProgram(nullptr);
-    m_shaderProgram->setFragDataLocations({QStringLiteral("out_FragColor")});
-    m_shaderProgram->addShader(GL_VERTEX_SHADER, screenQuadVertexSource, QString());
-    m_shaderProgram->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());
-    m_shaderProgram->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("KvzUtilities.glslc"));
-    m_shaderProgram->compile();
-    m_shaderProgram->link();
+    AutoBinder framebuffer(m_averageFramebuffer.get());
+    m_averageFramebuffer->remakeTarget(
+        GL_COLOR_ATTACHMENT0, GL_RGBA32F, QSize(m_averageWidth, m_averageHeight), GL_BGRA, GL_FLOAT);
 }
 
 void LuminanceAverageRenderPass::drawReduced(Texture *source, const QSize &size)
@@ -173,7 +151,7 @@ void LuminanceAverageRenderPass::drawReduced(Texture *source, const QSize &size)
     for (GLenum capability : {GL_DEPTH_TEST, GL_BLEND, GL_CULL_FACE, GL_STENCIL_TEST})
         glDisable(capability);
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
-    AutoBinder program(m_shaderProgram);
+    AutoBinder program(m_shaderProgram.get());
     AutoBinder texture(source);
     m_shaderProgram->setUniform(QStringLiteral("u_SamplerTexture"), source->unit());
     m_shaderProgram->setUniform(QStringLiteral("u_RenderSize"), size);

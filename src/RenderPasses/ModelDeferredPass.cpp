@@ -4,8 +4,8 @@
 #include "steps/DirectionalLight.h"
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
-#include "steps/OwnedTarget.h"
 #include "steps/ScreenQuad.h"
+#include "steps/TargetFramebuffer.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/DrawBuffers.h>
@@ -55,15 +55,7 @@ ModelDeferredPass::ModelDeferredPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
 }
 
-ModelDeferredPass::~ModelDeferredPass()
-{
-    if (m_framebuffer) {
-        deleteTarget(m_framebuffer, GL_COLOR_ATTACHMENT0);
-        delete m_framebuffer;
-    }
-    delete m_program;
-    delete m_fallback;
-}
+ModelDeferredPass::~ModelDeferredPass() = default;
 
 void ModelDeferredPass::start(RenderCallbacks *)
 {
@@ -74,11 +66,11 @@ void ModelDeferredPass::start(RenderCallbacks *)
     Texture *normal = getInputPointer<Texture>(Normal);
 
     if (!diffuse)
-        diffuse = m_fallback;
+        diffuse = m_fallback.get();
     if (!specular)
-        specular = m_fallback;
+        specular = m_fallback.get();
     if (!normal)
-        normal = m_fallback;
+        normal = m_fallback.get();
     if (!diffuse || !specular || !normal) {
         m_outputs[Frame].value = QVariant();
         return;
@@ -89,15 +81,15 @@ void ModelDeferredPass::start(RenderCallbacks *)
         resizeTarget(size);
     if (!m_program)
         m_program = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, fragmentSource);
-    ensureScreenQuad(m_screenQuad, m_program);
+    ensureScreenQuad(m_screenQuad, *m_program);
 
     {
         // No glViewport here: that the pass draws with the viewport that it finds is meant.
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         glDisable(GL_DEPTH_TEST);
         glClear(GL_COLOR_BUFFER_BIT);
-        AutoBinder program(m_program);
+        AutoBinder program(m_program.get());
         AutoBinder diffuseBinder(diffuse);
         AutoBinder specularBinder(specular);
         AutoBinder normalBinder(normal);
@@ -108,14 +100,14 @@ void ModelDeferredPass::start(RenderCallbacks *)
         m_screenQuad->draw();
     }
 
-    publishTarget(m_outputs[Frame], m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[Frame], *m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 void ModelDeferredPass::resizeTarget(const QSize &size)
 {
     m_size = size;
-    AutoBinder framebuffer(m_framebuffer);
-    remakeTarget(m_framebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA, size, GL_BGRA, GL_UNSIGNED_BYTE);
+    AutoBinder framebuffer(m_framebuffer.get());
+    m_framebuffer->remakeTarget(GL_COLOR_ATTACHMENT0, GL_RGBA, size, GL_BGRA, GL_UNSIGNED_BYTE);
 }
 
 } // namespace Velmora::Kvz

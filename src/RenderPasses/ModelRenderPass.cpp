@@ -5,8 +5,7 @@
 #include "steps/InputRead.h"
 #include "steps/MaterialImages.h"
 #include "steps/ModelProgram.h"
-#include "steps/OwnedTarget.h"
-#include "steps/ScreenQuad.h"
+#include "steps/Replaced.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/FramebufferObject.h>
@@ -37,14 +36,7 @@ ModelRenderPass::ModelRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Id"));
 }
 
-ModelRenderPass::~ModelRenderPass()
-{
-    if (m_framebuffer) {
-        deleteGeometryTargets(m_framebuffer, m_configs);
-        delete m_framebuffer;
-    }
-    delete m_program;
-}
+ModelRenderPass::~ModelRenderPass() = default;
 
 void ModelRenderPass::start(RenderCallbacks *)
 {
@@ -58,34 +50,35 @@ void ModelRenderPass::start(RenderCallbacks *)
     if (size != m_size)
         resizeTargets(size);
     if (!m_program)
-        m_program = buildModelProgram(outputNames(m_configs), materialImagesVertexSource, shadingSource());
+        m_program = buildModelProgram(
+            outputNames(m_configs), materialImagesVertexSource, materialImagesFragmentSource(m_discardOnDiffuseAlpha));
 
     {
         // No glViewport here: that the pass draws with the viewport that it finds is meant.
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         glClearColor(0, 0, 0, 0);
         glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
         if (model) {
             glEnable(GL_DEPTH_TEST);
-            AutoBinder program(m_program);
+            AutoBinder program(m_program.get());
             m_program->setUniform(QStringLiteral("u_ProjectionMatrix"), projection);
             m_program->setUniform(QStringLiteral("u_CameraMatrix"), camera);
             m_program->setUniform(QStringLiteral("u_NormalMatrix"), normalMatrix);
-            model->draw(m_program, 0, 0, WindingCounterClockwise, false);
+            model->draw(m_program.get(), 0, 0, WindingCounterClockwise, false);
         }
     }
 
-    publishTarget(m_outputs[Diffuse], m_framebuffer, GL_COLOR_ATTACHMENT0);
-    publishTarget(m_outputs[Specular], m_framebuffer, GL_COLOR_ATTACHMENT1);
-    publishTarget(m_outputs[Normal], m_framebuffer, GL_COLOR_ATTACHMENT2);
-    publishTarget(m_outputs[Depth], m_framebuffer, GL_DEPTH_ATTACHMENT);
-    publishTarget(m_outputs[Id], m_framebuffer, GL_COLOR_ATTACHMENT3);
+    publishTarget(m_outputs[Diffuse], *m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[Specular], *m_framebuffer, GL_COLOR_ATTACHMENT1);
+    publishTarget(m_outputs[Normal], *m_framebuffer, GL_COLOR_ATTACHMENT2);
+    publishTarget(m_outputs[Depth], *m_framebuffer, GL_DEPTH_ATTACHMENT);
+    publishTarget(m_outputs[Id], *m_framebuffer, GL_COLOR_ATTACHMENT3);
 }
 
 void ModelRenderPass::setShaderProgram(ShaderProgram *program)
 {
-    m_program = program;
+    replaceUndeleted(m_program, program);
 }
 
 void ModelRenderPass::setDiscardOnDiffuseAlpha(bool discard)
@@ -93,24 +86,15 @@ void ModelRenderPass::setDiscardOnDiffuseAlpha(bool discard)
     m_discardOnDiffuseAlpha = discard;
 }
 
-/// The fragment source, in which the flag brings the discard to life.
-QString ModelRenderPass::shadingSource() const
-{
-    QString source = materialImagesFragmentSource;
-    if (m_discardOnDiffuseAlpha)
-        source.remove(diffuseAlphaMarker);
-    return source;
-}
-
 void ModelRenderPass::resizeTargets(const QSize &size)
 {
     m_size = size;
-    AutoBinder framebuffer(m_framebuffer);
-    remakeColorTargets(m_framebuffer, m_configs, size);
-    deleteTarget(m_framebuffer, GL_DEPTH_ATTACHMENT);
-    auto *const depth = new Texture(nullptr);
+    AutoBinder framebuffer(m_framebuffer.get());
+    remakeColorTargets(*m_framebuffer, m_configs, size);
+    auto depth = std::make_unique<Texture>(nullptr);
     depth->setTarget(GL_TEXTURE_2D);
-    attachTarget(m_framebuffer, GL_DEPTH_ATTACHMENT, depth, GL_DEPTH_COMPONENT32F, size, GL_DEPTH_COMPONENT, GL_FLOAT);
+    m_framebuffer->replaceTarget(
+        GL_DEPTH_ATTACHMENT, std::move(depth), GL_DEPTH_COMPONENT32F, size, GL_DEPTH_COMPONENT, GL_FLOAT);
 }
 
 } // namespace Velmora::Kvz

@@ -141,10 +141,10 @@ Arrays bake(const QList<PrimitiveBuilderRenderPass::PrimitiveInfo> &primitives, 
     return arrays;
 }
 
-DrawBuffers *makeDrawBuffers(const Arrays &arrays, bool useIndirectDrawCommands)
+std::unique_ptr<DrawBuffers> makeDrawBuffers(const Arrays &arrays, bool useIndirectDrawCommands)
 {
     const QSharedPointer<OpenGLDeviceContext> device = OpenGLDeviceContext::current();
-    auto *drawBuffers = new DrawBuffers(nullptr);
+    auto drawBuffers = std::make_unique<DrawBuffers>(nullptr);
     drawBuffers->setVAO(device->createVertexArrayObject());
 
     const QSharedPointer<BufferObject> indices = device->createBufferObject();
@@ -185,10 +185,7 @@ PrimitiveBuilderRenderPass::PrimitiveBuilderRenderPass()
     addOutput(QStringLiteral("Kvz_KvzDrawBuffers*_Geometry"));
 }
 
-PrimitiveBuilderRenderPass::~PrimitiveBuilderRenderPass()
-{
-    delete m_drawBuffers;
-}
+PrimitiveBuilderRenderPass::~PrimitiveBuilderRenderPass() = default;
 
 void PrimitiveBuilderRenderPass::start(RenderCallbacks *)
 {
@@ -197,10 +194,10 @@ void PrimitiveBuilderRenderPass::start(RenderCallbacks *)
         return;
     if (m_dirty) {
         m_dirty = false;
-        delete m_drawBuffers;
+        m_drawBuffers.reset();
         m_drawBuffers = makeDrawBuffers(bake(m_primitives, m_useIndirectDrawCommands), m_useIndirectDrawCommands);
     }
-    m_outputs[geometry].value = QVariant::fromValue(m_drawBuffers);
+    m_outputs[geometry].value = QVariant::fromValue(m_drawBuffers.get());
 }
 
 void PrimitiveBuilderRenderPass::addQuad(float size, const QVector3D &position)

@@ -3,10 +3,12 @@
 
 #include "smaa/SmaaTableData.h"
 #include "steps/InputRead.h"
+#include "steps/LazyProgram.h"
 #include "steps/ResolveMultisampled.h"
 #include "steps/Sampling.h"
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
+#include "steps/Uniforms.h"
 
 #include <Core/Log.h>
 #include <GL/AutoBinder.h>
@@ -218,15 +220,12 @@ const float *subsampleRow(int mode, int index)
     }
 }
 
-Texture *makeTable(
+std::unique_ptr<Texture> makeTable(
     int width, int height, GLint internalFormat, GLenum format, const unsigned char *texels, GLint alignment)
 {
-    auto *const texture = new Texture(GL_TEXTURE_2D, internalFormat, width, height, 0, nullptr);
-    AutoBinder binder(texture);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    auto texture = std::make_unique<Texture>(GL_TEXTURE_2D, internalFormat, width, height, 0, nullptr);
+    AutoBinder binder(texture.get());
+    sampleLinearly(texture.get());
     // A host's row length or unpack buffer would have the tables read elsewhere.
     UnpackState unpack;
     GLint before = 0;
@@ -237,29 +236,20 @@ Texture *makeTable(
     return texture;
 }
 
-void filterLinearly(Texture *texture)
+Texture *takeTexture(TextureFormat format, int width, int height)
 {
-    AutoBinder binder(texture);
-    glTexParameteri(texture->target(), GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-    glTexParameteri(texture->target(), GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    Texture *const texture = TextureManager::Instance()->tempTexture(format, width, height, 1, 1);
+    sampleLinearly(texture);
+    return texture;
 }
 
-void build(ShaderProgram *program, GLSLMacroProcessor *macros, const QStringList &outputs, const QString &vertexSource,
-    const QString &fragmentSource)
+/// A copy with one sample, which takes the place of the input: that is given back.
+Texture *resolved(Texture *texture, TextureFormat format, int width, int height)
 {
-    program->setMacroProcessor(macros);
-    program->setFragDataLocations(outputs);
-    program->addShader(GL_VERTEX_SHADER, vertexSource, QString());
-    program->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());
-    program->compile();
-    program->link();
-    program->setMacroProcessor(nullptr);
-}
-
-/// Points a sampler at a bound texture; one that is null reads as black, from the unit that stays empty.
-void setSampler(ShaderProgram *program, const char *name, const Texture *texture)
-{
-    program->setUniform(QString::fromLatin1(name), texture ? texture->unit() : 0);
+    Texture *const copy = takeTexture(format, width, height);
+    BlitTexture(texture, copy, format, width, height);
+    giveBack(texture);
+    return copy;
 }
 
 void clearColour()
@@ -285,10 +275,10 @@ SMAARenderPass::SMAARenderPass()
 
 SMAARenderPass::~SMAARenderPass()
 {
-    delete m_framebuffer;
-    delete m_blendFramebuffer;
-    delete m_areaTexture;
-    delete m_searchTexture;
+    m_framebuffer.reset();
+    m_blendFramebuffer.reset();
+    m_areaTexture.reset();
+    m_searchTexture.reset();
     deletePrograms();
     giveBack(m_previousColour);
     giveBack(m_previousPackedVelocity);
@@ -350,7 +340,7 @@ void SMAARenderPass::start(RenderCallbacks *)
     case Smaa1X:
         clearTarget(target);
         if (isMultisampled(frameTexture))
-            frameTexture = resolved(frameTexture, colourFormat);
+            frameTexture = resolved(frameTexture, colourFormat, m_width, m_height);
         doSmaa1x(target, nullptr, frameTexture, predicate, nullptr, 0);
         result = target;
         break;
@@ -373,9 +363,9 @@ void SMAARenderPass::start(RenderCallbacks *)
         Texture *const resolveTarget = takeTexture(colourFormat, m_width, m_height);
         Texture *const packedVelocity = takeTexture(TextureFormat::Velocity, m_width, m_height);
         if (isMultisampled(frameTexture)) {
-            frameTexture = resolved(frameTexture, colourFormat);
+            frameTexture = resolved(frameTexture, colourFormat, m_width, m_height);
             if (velocityTexture)
-                velocityTexture = resolved(velocityTexture, TextureFormat::ResolvedVelocity);
+                velocityTexture = resolved(velocityTexture, TextureFormat::ResolvedVelocity, m_width, m_height);
         }
         doSmaa1x(target, packedVelocity, frameTexture, predicate, velocityTexture, 0);
         doTemporalResolve(resolveTarget, target, velocityTexture, packedVelocity, jitter);
@@ -391,7 +381,7 @@ void SMAARenderPass::start(RenderCallbacks *)
         Texture *const sampleA = takeTexture(colourFormat, m_width, m_height);
         Texture *const sampleB = takeTexture(colourFormat, m_width, m_height);
         if (velocityTexture && isMultisampled(velocityTexture))
-            velocityTexture = resolved(velocityTexture, TextureFormat::ResolvedVelocity);
+            velocityTexture = resolved(velocityTexture, TextureFormat::ResolvedVelocity, m_width, m_height);
         doMultiSampleSeparation(frameTexture, sampleA, sampleB);
         doSmaa1x(target, packedVelocity, sampleA, predicate, velocityTexture, 0);
         doSmaa1x(target, packedVelocity, sampleB, predicate, velocityTexture, 1);
@@ -433,17 +423,17 @@ void SMAARenderPass::init()
     }
 
     const QStringList output = {QStringLiteral("out_output")};
-    build(m_edgeProgram, &macros, output, edgeVertexSource, edgeFragmentSource);
-    build(m_weightProgram, &macros, output, weightVertexSource, weightFragmentSource);
-    build(m_blendProgram, &macros, {QStringLiteral("out_output"), QStringLiteral("out_velocity")}, blendVertexSource,
-        blendFragmentSource);
+    fillProgram(*m_edgeProgram, output, edgeVertexSource, edgeFragmentSource, &macros);
+    fillProgram(*m_weightProgram, output, weightVertexSource, weightFragmentSource, &macros);
+    fillProgram(*m_blendProgram, {QStringLiteral("out_output"), QStringLiteral("out_velocity")}, blendVertexSource,
+        blendFragmentSource, &macros);
     if (isTemporal())
-        build(m_resolveProgram, &macros, output, plainVertexSource, resolveFragmentSource);
+        fillProgram(*m_resolveProgram, output, plainVertexSource, resolveFragmentSource, &macros);
     if (m_mode == SmaaS2X || m_mode == Smaa4X) {
-        build(m_separateProgram, &macros, {QStringLiteral("out_target0"), QStringLiteral("out_target1")},
-            plainVertexSource, separateFragmentSource);
+        fillProgram(*m_separateProgram, {QStringLiteral("out_target0"), QStringLiteral("out_target1")},
+            plainVertexSource, separateFragmentSource, &macros);
     }
-    build(m_gammaProgram, &macros, output, plainVertexSource, gammaFragmentSource);
+    fillProgram(*m_gammaProgram, output, plainVertexSource, gammaFragmentSource, &macros);
     m_screenQuad = OpenGLDeviceContext::current()->createScreenQuad();
 }
 
@@ -501,36 +491,36 @@ void SMAARenderPass::doSmaa1x(
 
 void SMAARenderPass::doMultiSampleSeparation(Texture *frame, Texture *target0, Texture *target1)
 {
-    AutoBinder framebuffer(m_framebuffer);
-    AutoBinder program(m_separateProgram);
+    AutoBinder framebuffer(m_framebuffer.get());
+    AutoBinder program(m_separateProgram.get());
     AutoBinder frameBinder(frame);
     m_framebuffer->attach(target0, GL_COLOR_ATTACHMENT0, 0);
     m_framebuffer->attach(target1, GL_COLOR_ATTACHMENT1, 0);
     m_framebuffer->setDrawBuffers();
-    setSampler(m_separateProgram, "u_ColorTexMS", frame);
+    setSampler(*m_separateProgram, QStringLiteral("u_ColorTexMS"), frame);
     clearColour();
-    draw(m_separateProgram);
+    draw(*m_separateProgram);
     m_framebuffer->detachAll();
 }
 
 void SMAARenderPass::applyGamma(Texture *input, Texture *output, float gamma)
 {
-    AutoBinder framebuffer(m_framebuffer);
-    AutoBinder program(m_gammaProgram);
+    AutoBinder framebuffer(m_framebuffer.get());
+    AutoBinder program(m_gammaProgram.get());
     AutoBinder inputBinder(input);
     m_framebuffer->attach(output, GL_COLOR_ATTACHMENT0, 0);
     m_framebuffer->setDrawBuffers();
-    setSampler(m_gammaProgram, "u_texture", input);
+    setSampler(*m_gammaProgram, QStringLiteral("u_texture"), input);
     m_gammaProgram->setUniform(QStringLiteral("u_gamma"), gamma);
     clearColour();
-    draw(m_gammaProgram);
+    draw(*m_gammaProgram);
     m_framebuffer->detachAll();
 }
 
 void SMAARenderPass::edgeDetection(Texture *edges, Texture *stencil, Texture *input, Texture *predicate)
 {
-    AutoBinder framebuffer(m_framebuffer);
-    AutoBinder program(m_edgeProgram);
+    AutoBinder framebuffer(m_framebuffer.get());
+    AutoBinder program(m_edgeProgram.get());
     m_framebuffer->attach(edges, GL_COLOR_ATTACHMENT0, 0);
     m_framebuffer->attach(stencil, GL_DEPTH_STENCIL_ATTACHMENT, 0);
     m_framebuffer->setDrawBuffers();
@@ -538,9 +528,9 @@ void SMAARenderPass::edgeDetection(Texture *edges, Texture *stencil, Texture *in
     {
         AutoBinder predicateBinder(predicate);
         filterLinearly(input);
-        setSampler(m_edgeProgram, "u_FrameSampler", input);
+        setSampler(*m_edgeProgram, QStringLiteral("u_FrameSampler"), input);
         if (predicate)
-            setSampler(m_edgeProgram, "u_PredicateSampler", predicate);
+            setSampler(*m_edgeProgram, QStringLiteral("u_PredicateSampler"), predicate);
         // 1 where the shader keeps the fragment.
         glStencilFunc(GL_ALWAYS, 1, 0xff);
         glStencilOp(GL_KEEP, GL_KEEP, GL_REPLACE);
@@ -549,31 +539,31 @@ void SMAARenderPass::edgeDetection(Texture *edges, Texture *stencil, Texture *in
         glClearColor(0, 0, 0, 0);
         glClearStencil(0);
         glClear(GL_COLOR_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
-        draw(m_edgeProgram);
+        draw(*m_edgeProgram);
     }
     m_framebuffer->detachAll();
 }
 
 void SMAARenderPass::blendingWeightCalculation(Texture *weights, Texture *edges, Texture *stencil, int subsampleIndex)
 {
-    AutoBinder framebuffer(m_framebuffer);
-    AutoBinder program(m_weightProgram);
-    AutoBinder areaBinder(m_areaTexture);
+    AutoBinder framebuffer(m_framebuffer.get());
+    AutoBinder program(m_weightProgram.get());
+    AutoBinder areaBinder(m_areaTexture.get());
     AutoBinder edgeBinder(edges);
-    AutoBinder searchBinder(m_searchTexture);
+    AutoBinder searchBinder(m_searchTexture.get());
     m_framebuffer->attach(weights, GL_COLOR_ATTACHMENT0, 0);
     m_framebuffer->attach(stencil, GL_DEPTH_STENCIL_ATTACHMENT, 0);
     m_framebuffer->setDrawBuffers();
-    setSampler(m_weightProgram, "u_EdgeTex", edges);
-    setSampler(m_weightProgram, "u_AreaTex", m_areaTexture);
-    setSampler(m_weightProgram, "u_SearchTex", m_searchTexture);
+    setSampler(*m_weightProgram, QStringLiteral("u_EdgeTex"), edges);
+    setSampler(*m_weightProgram, QStringLiteral("u_AreaTex"), m_areaTexture.get());
+    setSampler(*m_weightProgram, QStringLiteral("u_SearchTex"), m_searchTexture.get());
     const int location = m_weightProgram->getUniformLocation(QStringLiteral("u_SubsampleIndice"));
     if (location >= 0)
         glUniform4fv(location, 1, subsampleRow(m_mode, subsampleIndex));
     glStencilFunc(GL_EQUAL, 1, 0xff);
     glStencilMask(0);
     clearColour();
-    draw(m_weightProgram);
+    draw(*m_weightProgram);
     m_framebuffer->detachAll();
     glDisable(GL_STENCIL_TEST);
 }
@@ -581,8 +571,8 @@ void SMAARenderPass::blendingWeightCalculation(Texture *weights, Texture *edges,
 void SMAARenderPass::neighbourhoodBlending(
     Texture *target, Texture *colour, Texture *weights, Texture *velocity, Texture *packedVelocity)
 {
-    AutoBinder framebuffer(m_blendFramebuffer);
-    AutoBinder program(m_blendProgram);
+    AutoBinder framebuffer(m_blendFramebuffer.get());
+    AutoBinder program(m_blendProgram.get());
     AutoBinder colourBinder(colour);
     AutoBinder weightBinder(weights);
     // The blend averages the passes: the first comes in whole over a target of 0, the second halves both.
@@ -594,13 +584,13 @@ void SMAARenderPass::neighbourhoodBlending(
     if (isTemporal())
         m_blendFramebuffer->attach(packedVelocity, GL_COLOR_ATTACHMENT1, 0);
     m_blendFramebuffer->setDrawBuffers();
-    setSampler(m_blendProgram, "u_ColorTex", colour);
-    setSampler(m_blendProgram, "u_BlendTex", weights);
+    setSampler(*m_blendProgram, QStringLiteral("u_ColorTex"), colour);
+    setSampler(*m_blendProgram, QStringLiteral("u_BlendTex"), weights);
     {
         AutoBinder velocityBinder(isTemporal() ? velocity : nullptr);
         if (isTemporal())
-            setSampler(m_blendProgram, "u_VelocityTex", velocity);
-        draw(m_blendProgram);
+            setSampler(*m_blendProgram, QStringLiteral("u_VelocityTex"), velocity);
+        draw(*m_blendProgram);
     }
     m_blendFramebuffer->detachAll();
     glDisablei(GL_BLEND, 0);
@@ -609,8 +599,8 @@ void SMAARenderPass::neighbourhoodBlending(
 void SMAARenderPass::doTemporalResolve(
     Texture *target, Texture *current, Texture *velocity, Texture *packedVelocity, QVector2D jitter)
 {
-    AutoBinder framebuffer(m_framebuffer);
-    AutoBinder program(m_resolveProgram);
+    AutoBinder framebuffer(m_framebuffer.get());
+    AutoBinder program(m_resolveProgram.get());
     AutoBinder currentBinder(current);
     AutoBinder velocityBinder(velocity);
     AutoBinder packedVelocityBinder(packedVelocity);
@@ -624,14 +614,15 @@ void SMAARenderPass::doTemporalResolve(
         m_resolveProgram->setUniform(QStringLiteral("u_TexelDimensions"),
             QVector2D(float(1.0 / double(m_width)), float(1.0 / double(m_height))));
         // The first frame is resolved with itself.
-        setSampler(m_resolveProgram, "u_CurrentColorTex", current);
-        setSampler(m_resolveProgram, "u_PreviousColorTex", m_previousColour ? m_previousColour : current);
-        setSampler(m_resolveProgram, "u_VelocityTex", velocity);
-        setSampler(m_resolveProgram, "u_PackedVelocityTex", packedVelocity);
-        setSampler(m_resolveProgram, "u_PreviousPackedVelocityTex",
+        setSampler(*m_resolveProgram, QStringLiteral("u_CurrentColorTex"), current);
+        setSampler(
+            *m_resolveProgram, QStringLiteral("u_PreviousColorTex"), m_previousColour ? m_previousColour : current);
+        setSampler(*m_resolveProgram, QStringLiteral("u_VelocityTex"), velocity);
+        setSampler(*m_resolveProgram, QStringLiteral("u_PackedVelocityTex"), packedVelocity);
+        setSampler(*m_resolveProgram, QStringLiteral("u_PreviousPackedVelocityTex"),
             m_previousPackedVelocity ? m_previousPackedVelocity : packedVelocity);
         clearColour();
-        draw(m_resolveProgram);
+        draw(*m_resolveProgram);
     }
     m_previousJitter = jitter;
     giveBack(m_previousColour);
@@ -647,24 +638,9 @@ bool SMAARenderPass::isTemporal() const
     return m_mode == SmaaT2X || m_mode == Smaa4X;
 }
 
-Texture *SMAARenderPass::takeTexture(TextureFormat format, int width, int height)
-{
-    Texture *const texture = TextureManager::Instance()->tempTexture(format, width, height, 1, 1);
-    sampleLinearly(texture);
-    return texture;
-}
-
-Texture *SMAARenderPass::resolved(Texture *texture, TextureFormat format) const
-{
-    Texture *const copy = takeTexture(format, m_width, m_height);
-    BlitTexture(texture, copy, format, m_width, m_height);
-    giveBack(texture);
-    return copy;
-}
-
 void SMAARenderPass::clearTarget(Texture *target)
 {
-    AutoBinder framebuffer(m_blendFramebuffer);
+    AutoBinder framebuffer(m_blendFramebuffer.get());
     m_blendFramebuffer->attach(target, GL_COLOR_ATTACHMENT0, 0);
     // A temporal frame before left two draw buffers: the clear wants those of what is attached now.
     m_blendFramebuffer->setDrawBuffers();
@@ -672,7 +648,7 @@ void SMAARenderPass::clearTarget(Texture *target)
     m_blendFramebuffer->detachAll();
 }
 
-void SMAARenderPass::draw(ShaderProgram *program) const
+void SMAARenderPass::draw(const ShaderProgram &program) const
 {
     if (!m_screenQuad)
         return; // Never built: there are no programs to draw with either.
@@ -683,21 +659,19 @@ void SMAARenderPass::draw(ShaderProgram *program) const
 
 void SMAARenderPass::createPrograms()
 {
-    for (ShaderProgram **program : programs()) {
+    for (std::unique_ptr<ShaderProgram> *program : programs()) {
         if (!*program)
-            *program = new ShaderProgram(nullptr);
+            *program = std::make_unique<ShaderProgram>(nullptr);
     }
 }
 
 void SMAARenderPass::deletePrograms()
 {
-    for (ShaderProgram **program : programs()) {
-        delete *program;
-        *program = nullptr;
-    }
+    for (std::unique_ptr<ShaderProgram> *program : programs())
+        program->reset();
 }
 
-std::array<ShaderProgram **, 6> SMAARenderPass::programs()
+std::array<std::unique_ptr<ShaderProgram> *, 6> SMAARenderPass::programs()
 {
     return {&m_edgeProgram, &m_weightProgram, &m_blendProgram, &m_resolveProgram, &m_separateProgram, &m_gammaProgram};
 }

@@ -250,11 +250,7 @@ ScalableAmbientObscuranceRenderPass::ScalableAmbientObscuranceRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
 }
 
-ScalableAmbientObscuranceRenderPass::~ScalableAmbientObscuranceRenderPass()
-{
-    delete m_framebuffer;
-    delete m_shaderProgram;
-}
+ScalableAmbientObscuranceRenderPass::~ScalableAmbientObscuranceRenderPass() = default;
 
 void ScalableAmbientObscuranceRenderPass::setNormalProcessing(NormalProcessing processing)
 {
@@ -286,12 +282,12 @@ void ScalableAmbientObscuranceRenderPass::start(RenderCallbacks *)
     m_height = int(float(settings.viewport.height()) / settings.divider);
 
     ensureFramebuffer(m_framebuffer);
-    AutoBinder framebuffer(m_framebuffer);
-    attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::LowDynamicRange, QSize(m_width, m_height),
+    AutoBinder framebuffer(m_framebuffer.get());
+    attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::LowDynamicRange, QSize(m_width, m_height),
         settings.samples);
     if (!m_shaderProgram)
         buildProgram(depth, positions, normals);
-    ensureScreenQuad2(m_screenQuad, m_shaderProgram);
+    ensureScreenQuad2(m_screenQuad, *m_shaderProgram);
 
     // Without a depth image nothing is drawn, also when there are positions: this is meant.
     unsigned int depthAttachment = GL_DEPTH_ATTACHMENT;
@@ -303,8 +299,8 @@ void ScalableAmbientObscuranceRenderPass::start(RenderCallbacks *)
     }
 
     handOn(m_outputs[Frame], m_numOutputUsers[Frame], m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
-    detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
-    detachAndGiveBack(m_framebuffer, depthAttachment);
+    detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
+    detachAndGiveBack(*m_framebuffer, depthAttachment);
     giveBack(positions);
     giveBack(normals);
 }
@@ -349,7 +345,7 @@ void ScalableAmbientObscuranceRenderPass::buildProgram(
             define(QStringLiteral("NORMAL_SCREENSPACE"));
     }
 
-    m_shaderProgram = new ShaderProgram(nullptr);
+    m_shaderProgram = std::make_unique<ShaderProgram>(nullptr);
     m_shaderProgram->setMacroProcessor(&macros);
     m_shaderProgram->setFragDataLocations({QStringLiteral("out_FragColor")});
     m_shaderProgram->addShader(GL_VERTEX_SHADER, screenQuadVertexSource, QString());
@@ -380,7 +376,7 @@ void ScalableAmbientObscuranceRenderPass::draw(
     glClear(GL_COLOR_BUFFER_BIT);
     glClearColor(0, 0, 0, 0);
 
-    AutoBinder program(m_shaderProgram);
+    AutoBinder program(m_shaderProgram.get());
     AutoBinder positionsBinder(positions);
     AutoBinder normalsBinder(normals);
     m_shaderProgram->setUniform(QStringLiteral("CS_Z_buffer"), positions ? positions->unit() : depth->unit());

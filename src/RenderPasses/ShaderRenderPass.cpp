@@ -82,11 +82,7 @@ ShaderRenderPass::ShaderRenderPass()
     addInput(viewportName, QVariant());
 }
 
-ShaderRenderPass::~ShaderRenderPass()
-{
-    delete m_framebuffer;
-    delete m_program;
-}
+ShaderRenderPass::~ShaderRenderPass() = default;
 
 void ShaderRenderPass::start(RenderCallbacks *)
 {
@@ -122,13 +118,13 @@ void ShaderRenderPass::start(RenderCallbacks *)
         clear = true;
     }
 
-    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder framebuffer(m_framebuffer.get());
     for (int i = 0; i < m_textureOutputs.size(); ++i)
-        attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0 + GLenum(i), TextureFormat::LowDynamicRange, m_size);
+        attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0 + GLenum(i), TextureFormat::LowDynamicRange, m_size);
     if (!m_program)
         buildProgram();
     if (!geometry)
-        ensureScreenQuad2(m_screenQuad, m_program);
+        ensureScreenQuad2(m_screenQuad, *m_program);
 
     m_framebuffer->setDrawBuffers();
     glDisable(GL_DEPTH_TEST);
@@ -136,7 +132,7 @@ void ShaderRenderPass::start(RenderCallbacks *)
     if (clear)
         glClear(GL_COLOR_BUFFER_BIT);
 
-    AutoBinder program(m_program);
+    AutoBinder program(m_program.get());
     for (const int input : qAsConst(m_textureInputs)) {
         bindForSampling(textures[input]);
         m_program->setUniform(QString::fromUtf8(m_uniformNames[input]), textures[input]->unit());
@@ -146,7 +142,7 @@ void ShaderRenderPass::start(RenderCallbacks *)
     if (geometry) {
         if (const QSharedPointer<VertexArrayObject> vao = geometry->VAO()) {
             AutoBinder binder(vao);
-            vao->enableShaderProgramArrays(m_program);
+            vao->enableShaderProgramArrays(m_program.get());
         }
         AutoBinder binder(geometry);
         AutoEnabler pointSize(GL_PROGRAM_POINT_SIZE);
@@ -165,7 +161,7 @@ void ShaderRenderPass::start(RenderCallbacks *)
         const int output = m_textureOutputs[i];
         const GLenum attachment = GL_COLOR_ATTACHMENT0 + GLenum(i);
         handOn(m_outputs[output], m_numOutputUsers[output], m_framebuffer->attachment(attachment));
-        detachAndGiveBack(m_framebuffer, attachment);
+        detachAndGiveBack(*m_framebuffer, attachment);
     }
     // The fallback goes this way too; the pool does not own it.
     for (const int input : qAsConst(m_textureInputs))
@@ -254,7 +250,7 @@ void ShaderRenderPass::buildProgram()
     for (const int output : qAsConst(m_textureOutputs))
         outputs.append(QStringLiteral("o_") + outputName(output).mid(texturePrefix.size()));
 
-    m_program = new ShaderProgram(nullptr);
+    m_program = std::make_unique<ShaderProgram>(nullptr);
     m_program->setFragDataLocations(outputs);
     m_program->addShader(GL_VERTEX_SHADER, m_vertexSource, QString());
     m_program->addShader(GL_FRAGMENT_SHADER, m_fragmentSource, QString());

@@ -2,6 +2,7 @@
 #include <RenderPasses/ShadowMapRenderPass.h>
 
 #include "steps/InputRead.h"
+#include "steps/LazyProgram.h"
 #include "steps/ModelProgram.h"
 #include "steps/ScreenQuad.h"
 #include "steps/ShadowMaps.h"
@@ -15,6 +16,7 @@
 #include <GL/OpenGLDeviceContext.h>
 #include <GL/ShaderProgram.h>
 #include <Scene/InstanceDataRegistry.h>
+#include <Scene/ShadowMapManager.h>
 
 #include <epoxy/gl.h>
 
@@ -245,20 +247,12 @@ const QString &filterSource(ShadowMapRenderPass::FilterType type)
     }
 }
 
-/// Compiles and links. Whether both succeeded; else the log tells why.
-bool build(ShaderProgram *program)
-{
-    if (program->compile() && program->link())
-        return true;
-    KVZ_DEBUG(program->log());
-    return false;
-}
-
 } // namespace
 
 ShadowMapRenderPass::ShadowMapRenderPass()
     : m_planName(QStringLiteral("TavoInstance")),
-      m_macroProcessor(new GLSLMacroProcessor)
+      m_renderData(std::make_unique<ShadowMapRenderData>()),
+      m_macroProcessor(std::make_unique<GLSLMacroProcessor>())
 {
     addInput(QStringLiteral("Kvz_KvzGPUModel*_Geometry"), QVariant());
     addInput(QStringLiteral("Kvz_QList_InstanceData"), QVariant());
@@ -271,18 +265,12 @@ ShadowMapRenderPass::ShadowMapRenderPass()
     addInput(QStringLiteral("Kvz_QSize_MapSize"), QSize(512, 512));
     addOutput(QStringLiteral("Kvz_QVariant_ShadowMapData"));
     m_macroProcessor->addIncludePath(QStringLiteral(":/Media/Shaders"));
-    DrawBuffers::setup(m_macroProcessor);
+    DrawBuffers::setup(m_macroProcessor.get());
 }
 
 ShadowMapRenderPass::~ShadowMapRenderPass()
 {
     ShadowMapRenderPass::teardownContextData(nullptr);
-    delete m_depthTexture;
-    delete m_shadowArray;
-    delete m_program;
-    delete m_blurArray;
-    qDeleteAll(m_blurPrograms);
-    delete m_macroProcessor;
 }
 
 void ShadowMapRenderPass::setInstanceDataPlanName(const QString &name)
@@ -305,49 +293,45 @@ void ShadowMapRenderPass::start(RenderCallbacks *)
         model->resetCulling();
     const auto bounds = sceneBounds(m_inputs[SceneBoundsMin], m_inputs[SceneBoundsMax], model);
     ShadowMapManager::processLights(
-        m_inputs[Lights].value, m_renderData, pointerTo(projection), pointerTo(camera), pointerTo(bounds));
+        m_inputs[Lights].value, *m_renderData, pointerTo(projection), pointerTo(camera), pointerTo(bounds));
 
-    remakeTextures(size, m_renderData.layerCount);
+    remakeTextures(size, m_renderData->layerCount);
     if (!m_program && !buildProgram())
         return;
 
-    Texture *result = m_shadowArray;
+    Texture *result = m_shadowArray.get();
     if (castsNothing(model))
         clearLayers();
     else if (renderLayers(model))
         result = _gaussBlurShadowMapArray(size, FilterType(inputValue<int>(m_inputs[Filter])), 1);
-    m_renderData.setProjectionTexture(result);
-    m_outputs[ShadowMapData].value = QVariant::fromValue<ShadowMapManager::RenderData *>(&m_renderData);
+    m_renderData->setProjectionTexture(result);
+    m_outputs[ShadowMapData].value = QVariant::fromValue<ShadowMapManager::RenderData *>(m_renderData.get());
 }
 
 void ShadowMapRenderPass::teardownContextData(RenderCallbacks *)
 {
     // What contexts do not share.
-    delete m_framebuffer;
-    m_framebuffer = nullptr;
-    delete m_blurQuad;
-    m_blurQuad = nullptr;
+    m_framebuffer.reset();
+    m_blurQuad.reset();
 }
 
 void ShadowMapRenderPass::remakeTextures(const QSize &size, int layers)
 {
     if (m_shadowArray && (layers != m_layerCount || size != m_mapSize)) {
-        delete m_shadowArray;
-        m_shadowArray = nullptr;
-        delete m_blurArray;
-        m_blurArray = nullptr;
+        m_shadowArray.reset();
+        m_blurArray.reset();
     }
     if (size != m_mapSize) {
-        delete m_depthTexture;
-        m_depthTexture = nullptr;
+        m_depthTexture.reset();
     }
     m_layerCount = layers;
     m_mapSize = size;
 
     ensureFramebuffer(m_framebuffer);
     if (!m_depthTexture) {
-        m_depthTexture = new Texture(GL_TEXTURE_2D, GL_DEPTH_COMPONENT32F, size.width(), size.height(), 0, nullptr);
-        AutoBinder binder(m_depthTexture);
+        m_depthTexture =
+            std::make_unique<Texture>(GL_TEXTURE_2D, GL_DEPTH_COMPONENT32F, size.width(), size.height(), 0, nullptr);
+        AutoBinder binder(m_depthTexture.get());
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
         glTexImage2D(GL_TEXTURE_2D, 0, GL_DEPTH_COMPONENT32F, size.width(), size.height(), 0, GL_DEPTH_COMPONENT,
@@ -355,7 +339,7 @@ void ShadowMapRenderPass::remakeTextures(const QSize &size, int layers)
     }
     if (!m_shadowArray) {
         m_shadowArray = makeMomentArray(size, layers);
-        clampToFarBorder(m_shadowArray);
+        clampToFarBorder(m_shadowArray.get());
     }
 }
 
@@ -363,14 +347,14 @@ void ShadowMapRenderPass::remakeTextures(const QSize &size, int layers)
 bool ShadowMapRenderPass::buildProgram()
 {
     const InstanceDataPlan &plan = InstanceDataRegistry::Instance().getPlan(m_planName);
-    m_program = new ShaderProgram(nullptr);
-    m_program->setMacroProcessor(m_macroProcessor);
-    addModelVertexStage(m_program, vertexSource.arg(m_planName), m_planName);
+    m_program = std::make_unique<ShaderProgram>(nullptr);
+    m_program->setMacroProcessor(m_macroProcessor.get());
+    addModelVertexStage(*m_program, vertexSource.arg(m_planName), m_planName);
     m_program->addShader(GL_FRAGMENT_SHADER, fragmentSource.arg(depthBias), QString());
     m_program->setFragDataLocations({QStringLiteral("out_fragDepth")});
-    if (!build(m_program))
+    if (!compileAndLink(*m_program, __FILE__, __LINE__))
         return false;
-    plan.assertShaderProgram(m_program);
+    plan.assertShaderProgram(m_program.get());
     return true;
 }
 
@@ -378,10 +362,10 @@ bool ShadowMapRenderPass::buildProgram()
 void ShadowMapRenderPass::clearLayers()
 {
     setFarClearColor();
-    AutoBinder framebuffer(m_framebuffer);
-    for (const ShadowMapManager::RenderData::ProjectorInfo &projector : qAsConst(m_renderData.projectors)) {
+    AutoBinder framebuffer(m_framebuffer.get());
+    for (const ShadowMapManager::RenderData::ProjectorInfo &projector : qAsConst(m_renderData->projectors)) {
         for (int i = 0; i < projector.layerCount; ++i) {
-            m_framebuffer->attach3D(m_shadowArray, GL_COLOR_ATTACHMENT0, projector.firstLayer + i, 0);
+            m_framebuffer->attach3D(m_shadowArray.get(), GL_COLOR_ATTACHMENT0, projector.firstLayer + i, 0);
             m_framebuffer->setDrawBuffers();
             glClear(GL_COLOR_BUFFER_BIT);
             m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
@@ -397,37 +381,37 @@ bool ShadowMapRenderPass::renderLayers(GPUModel *model)
     bool isRendered = false;
 
     glViewport(0, 0, m_mapSize.width(), m_mapSize.height());
-    AutoBinder program(m_program);
+    AutoBinder program(m_program.get());
     AutoEnabler depthTest(GL_DEPTH_TEST);
     setFarClearColor();
     glDisable(GL_BLEND);
     glDepthMask(GL_TRUE);
     glEnable(GL_DEPTH_CLAMP);
     for (InstanceDataCollection *collection : collections)
-        collection->bind(m_program, nullptr);
-    AutoBinder framebuffer(m_framebuffer);
-    m_framebuffer->attach(m_depthTexture, GL_DEPTH_ATTACHMENT, 0);
+        collection->bind(m_program.get(), nullptr);
+    AutoBinder framebuffer(m_framebuffer.get());
+    m_framebuffer->attach(m_depthTexture.get(), GL_DEPTH_ATTACHMENT, 0);
 
-    for (const ShadowMapManager::RenderData::ProjectorInfo &projector : qAsConst(m_renderData.projectors)) {
+    for (const ShadowMapManager::RenderData::ProjectorInfo &projector : qAsConst(m_renderData->projectors)) {
         for (int i = 0; i < projector.layerCount; ++i) {
             const int layer = projector.firstLayer + i;
-            m_framebuffer->attach3D(m_shadowArray, GL_COLOR_ATTACHMENT0, layer, 0);
+            m_framebuffer->attach3D(m_shadowArray.get(), GL_COLOR_ATTACHMENT0, layer, 0);
             m_framebuffer->setDrawBuffers();
-            AutoBinder array(m_shadowArray);
-            AutoBinder depth(m_depthTexture);
+            AutoBinder array(m_shadowArray.get());
+            AutoBinder depth(m_depthTexture.get());
             // A program that did not link has no such place, and GL would complain.
             const int location = m_program->getUniformLocation(QStringLiteral("modelViewProjectionMatrix"));
             if (location >= 0)
-                glUniformMatrix4fv(location, 1, GL_FALSE, m_renderData.transforms.at(layer).matrix);
+                glUniformMatrix4fv(location, 1, GL_FALSE, m_renderData->transforms.at(layer).matrix);
             glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-            drawCasters(model, m_program, casters);
+            drawCasters(model, m_program.get(), casters);
             m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
             isRendered = true;
         }
     }
 
     for (InstanceDataCollection *collection : collections)
-        collection->unbind(m_program, nullptr);
+        collection->unbind(m_program.get(), nullptr);
     m_framebuffer->detach(GL_DEPTH_ATTACHMENT);
     glDisable(GL_DEPTH_CLAMP);
     return isRendered;
@@ -437,53 +421,53 @@ bool ShadowMapRenderPass::renderLayers(GPUModel *model)
 Texture *ShadowMapRenderPass::_gaussBlurShadowMapArray(const QSize &size, FilterType type, int iterations)
 {
     if (iterations <= 0 || type == FilterNone)
-        return m_shadowArray;
+        return m_shadowArray.get();
     if (!m_blurArray) {
         m_blurArray = makeMomentArray(size, m_layerCount);
-        clampToEdge(m_blurArray);
+        clampToEdge(m_blurArray.get());
     }
     ShaderProgram *const program = blurProgram(type);
     if (!program)
-        return m_shadowArray;
-    ensureBlurQuad(program);
+        return m_shadowArray.get();
+    ensureBlurQuad(*program);
 
     // Filters read within the map. Both arrays, since a frame before may have given the other one a border, too.
-    clampToEdge(m_shadowArray);
-    clampToEdge(m_blurArray);
-    Texture *result = m_shadowArray;
+    clampToEdge(m_shadowArray.get());
+    clampToEdge(m_blurArray.get());
+    Texture *result = m_shadowArray.get();
     if (type == FilterBox3x3) {
         filterOnce(program);
-        result = m_blurArray;
+        result = m_blurArray.get();
         clampToFarBorder(result);
     } else {
         filterSeparably(program, size, iterations);
     }
     // Also where the other array is the result: FilterNone publishes this one as it was made.
-    clampToFarBorder(m_shadowArray);
+    clampToFarBorder(m_shadowArray.get());
     return result;
 }
 
 /// The program of a filter; null in the frame in which it turns out that the driver refuses it.
 ShaderProgram *ShadowMapRenderPass::blurProgram(FilterType type)
 {
-    ShaderProgram *&program = m_blurPrograms[type];
+    std::unique_ptr<ShaderProgram> &program = m_blurPrograms[type];
     if (program)
-        return program;
-    program = new ShaderProgram(nullptr);
+        return program.get();
+    program = std::make_unique<ShaderProgram>(nullptr);
     program->setFragDataLocations({QStringLiteral("out_FragColor")});
     program->addShader(GL_VERTEX_SHADER, screenQuadVertexSource, QString());
     program->addShader(GL_FRAGMENT_SHADER, filterSource(type), QString());
-    return build(program) ? program : nullptr;
+    return compileAndLink(*program, __FILE__, __LINE__) ? program.get() : nullptr;
 }
 
-void ShadowMapRenderPass::ensureBlurQuad(const ShaderProgram *program)
+void ShadowMapRenderPass::ensureBlurQuad(const ShaderProgram &program)
 {
     if (m_blurQuad)
         return;
     const float vertices[] = {-1, -1, -1, -1, 1, -1, 1, -1, -1, -1, 1, -1, 1, -1, -1, 1, 1, -1};
     const float texCoords[] = {0, 0, 0, 1, 1, 0, 0, 1, 1, 0, 1, 1};
     const QSharedPointer<OpenGLDeviceContext> device = OpenGLDeviceContext::current();
-    m_blurQuad = new DrawBuffers(nullptr);
+    m_blurQuad = std::make_unique<DrawBuffers>(nullptr);
     const QSharedPointer<VertexArrayObject> vao = device->createVertexArrayObject();
     m_blurQuad->setVAO(vao);
     const QSharedPointer<BufferObject> vertexBuffer = device->createBufferObject();
@@ -497,7 +481,7 @@ void ShadowMapRenderPass::ensureBlurQuad(const ShaderProgram *program)
     m_blurQuad->setVertexCount(6);
     m_blurQuad->setPrimitiveType(GL_TRIANGLES);
     AutoBinder binder(vao);
-    vao->enableShaderProgramArrays(program);
+    vao->enableShaderProgramArrays(&program);
     // One filter reads no texture coordinates; the others, which may come later, do.
     vao->enableStandardArrays();
 }
@@ -505,14 +489,14 @@ void ShadowMapRenderPass::ensureBlurQuad(const ShaderProgram *program)
 /// One pass from the moments into the other array.
 void ShadowMapRenderPass::filterOnce(ShaderProgram *program)
 {
-    AutoBinder source(m_shadowArray);
+    AutoBinder source(m_shadowArray.get());
     AutoBinder programBinder(program);
-    AutoBinder quad(m_blurQuad);
-    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder quad(m_blurQuad.get());
+    AutoBinder framebuffer(m_framebuffer.get());
     program->setUniform(QStringLiteral("u_FrameSampler"), m_shadowArray->unit());
     for (int layer = 0; layer < m_layerCount; ++layer) {
         program->setUniform(QStringLiteral("u_Index"), layer);
-        m_framebuffer->attach3D(m_blurArray, GL_COLOR_ATTACHMENT0, layer, 0);
+        m_framebuffer->attach3D(m_blurArray.get(), GL_COLOR_ATTACHMENT0, layer, 0);
         m_framebuffer->setDrawBuffers();
         glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
         m_blurQuad->draw(program);
@@ -523,16 +507,16 @@ void ShadowMapRenderPass::filterOnce(ShaderProgram *program)
 /// Passes to the right and upwards in turn, to the other array and back.
 void ShadowMapRenderPass::filterSeparably(ShaderProgram *program, const QSize &size, int iterations)
 {
-    AutoBinder first(m_shadowArray);
+    AutoBinder first(m_shadowArray.get());
     AutoBinder programBinder(program);
-    AutoBinder quad(m_blurQuad);
-    AutoBinder framebuffer(m_framebuffer);
-    AutoBinder second(m_blurArray);
-    m_framebuffer->attach(m_depthTexture, GL_DEPTH_ATTACHMENT, 0);
+    AutoBinder quad(m_blurQuad.get());
+    AutoBinder framebuffer(m_framebuffer.get());
+    AutoBinder second(m_blurArray.get());
+    m_framebuffer->attach(m_depthTexture.get(), GL_DEPTH_ATTACHMENT, 0);
     // No source declares it, which is meant: the constants hold the sigma.
     program->setUniform(QStringLiteral("u_Sigma"), float(blurSigma));
     const QVector3D steps[] = {{1.0f / float(size.width()), 0, 0}, {0, 1.0f / float(size.height()), 0}};
-    Texture *const arrays[] = {m_shadowArray, m_blurArray};
+    Texture *const arrays[] = {m_shadowArray.get(), m_blurArray.get()};
     for (int n = 0; n < 2 * iterations; ++n) {
         const int p = n & 1;
         program->setUniform(QStringLiteral("u_Step"), steps[p]);

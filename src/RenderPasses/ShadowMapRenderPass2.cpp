@@ -2,6 +2,7 @@
 #include <RenderPasses/ShadowMapRenderPass2.h>
 
 #include "steps/InputRead.h"
+#include "steps/LazyProgram.h"
 #include "steps/ModelProgram.h"
 #include "steps/ScreenQuad.h"
 #include "steps/ShadowMaps.h"
@@ -16,6 +17,7 @@
 #include <GL/OpenGLDeviceContext.h>
 #include <GL/ShaderProgram.h>
 #include <Scene/InstanceDataRegistry.h>
+#include <Scene/ShadowMapManager.h>
 
 #include <epoxy/gl.h>
 
@@ -304,20 +306,12 @@ int endOfLayers(const ShadowMapManager::RenderData &data)
     return end;
 }
 
-/// Compiles and links. Whether both succeeded; else the log tells why.
-bool build(ShaderProgram *program)
-{
-    if (program->compile() && program->link())
-        return true;
-    KVZ_DEBUG(program->log());
-    return false;
-}
-
 } // namespace
 
 ShadowMapRenderPass2::ShadowMapRenderPass2()
     : m_planName(QStringLiteral("TavoInstance")),
-      m_macroProcessor(new GLSLMacroProcessor)
+      m_renderData(std::make_unique<ShadowMapRenderData>()),
+      m_macroProcessor(std::make_unique<GLSLMacroProcessor>())
 {
     addInput(QStringLiteral("Kvz_KvzGPUModel*_Geometry"), QVariant());
     addInput(QStringLiteral("Kvz_QList_InstanceData"), QVariant());
@@ -331,19 +325,13 @@ ShadowMapRenderPass2::ShadowMapRenderPass2()
     addInput(QStringLiteral("Kvz_QSize_MapSize"), QSize(512, 512));
     addOutput(QStringLiteral("Kvz_QVariant_ShadowMapData"));
     m_macroProcessor->addIncludePath(QStringLiteral(":/Media/Shaders"));
-    DrawBuffers::setup(m_macroProcessor);
+    DrawBuffers::setup(m_macroProcessor.get());
     chooseStrategy();
 }
 
 ShadowMapRenderPass2::~ShadowMapRenderPass2()
 {
     ShadowMapRenderPass2::teardownContextData(nullptr);
-    delete m_blurData;
-    delete m_depthArray;
-    delete m_shadowArray;
-    delete m_program;
-    qDeleteAll(m_blurPrograms);
-    delete m_macroProcessor;
 }
 
 void ShadowMapRenderPass2::chooseStrategy()
@@ -392,7 +380,7 @@ void ShadowMapRenderPass2::start(RenderCallbacks *)
     const auto bounds = sceneBounds(m_inputs[SceneBoundsMin], m_inputs[SceneBoundsMax], model);
     if (dirty) {
         ShadowMapManager::processLights(
-            m_inputs[Lights].value, m_renderData, pointerTo(projection), pointerTo(camera), pointerTo(bounds));
+            m_inputs[Lights].value, *m_renderData, pointerTo(projection), pointerTo(camera), pointerTo(bounds));
     }
 
     if (ensureFramebuffers())
@@ -407,20 +395,18 @@ void ShadowMapRenderPass2::start(RenderCallbacks *)
 
     if (dirty && m_layerCount > 0)
         render(model);
-    m_renderData.setProjectionTexture(m_shadowArray);
-    m_outputs[ShadowMapData].value = QVariant::fromValue<QObject *>(&m_renderData);
+    m_renderData->setProjectionTexture(m_shadowArray.get());
+    m_outputs[ShadowMapData].value = QVariant::fromValue<QObject *>(m_renderData.get());
 }
 
 void ShadowMapRenderPass2::teardownContextData(RenderCallbacks *)
 {
-    for (FramebufferObject **framebuffer : {&m_framebuffer, &m_blurFramebuffer}) {
+    for (std::unique_ptr<FramebufferObject> *framebuffer : {&m_framebuffer, &m_blurFramebuffer}) {
         if (*framebuffer)
             (*framebuffer)->detachAll();
-        delete *framebuffer;
-        *framebuffer = nullptr;
+        framebuffer->reset();
     }
-    delete m_blurQuad;
-    m_blurQuad = nullptr;
+    m_blurQuad.reset();
 }
 
 /// Whether the framebuffer of the depths was made now.
@@ -434,46 +420,44 @@ bool ShadowMapRenderPass2::ensureFramebuffers()
 /// Makes the arrays fit the layers of the data. Whether one was made now.
 bool ShadowMapRenderPass2::ensureArrays(const QSize &size)
 {
-    const int layers = m_renderData.layerCount;
+    const int layers = m_renderData->layerCount;
     const bool fits = m_depthArray && layers >= m_layerCapacity / 2 && layers <= m_layerCapacity && size == m_mapSize;
     m_layerCount = layers;
     m_mapSize = size;
     if (!fits) {
-        for (FramebufferObject *framebuffer : {m_framebuffer, m_blurFramebuffer}) {
+        for (FramebufferObject *framebuffer : {m_framebuffer.get(), m_blurFramebuffer.get()}) {
             AutoBinder binder(framebuffer);
             framebuffer->detachAll();
         }
-        delete m_shadowArray;
-        m_shadowArray = nullptr;
-        delete m_depthArray;
-        delete m_blurData;
-        m_blurData = nullptr;
+        m_shadowArray.reset();
+        m_depthArray.reset();
+        m_blurData.reset();
         m_layerCapacity = layers;
         m_depthArray = makeDepthArray(size, layers);
-        attach(m_framebuffer, m_depthArray, GL_DEPTH_ATTACHMENT);
+        attach(*m_framebuffer, m_depthArray.get(), GL_DEPTH_ATTACHMENT);
     }
     if (!m_blurData)
         m_blurData = makeDepthArray(QSize(1, 1), m_layerCapacity);
     if (!m_shadowArray) {
         m_shadowArray = makeMomentArray(size, m_layerCapacity);
-        clampToFarBorder(m_shadowArray);
-        attach(m_framebuffer, m_shadowArray, GL_COLOR_ATTACHMENT0);
+        clampToFarBorder(m_shadowArray.get());
+        attach(*m_framebuffer, m_shadowArray.get(), GL_COLOR_ATTACHMENT0);
         if (m_layeredBlur) {
-            AutoBinder binder(m_blurFramebuffer);
-            m_blurFramebuffer->attachLayers(m_shadowArray, GL_COLOR_ATTACHMENT0, 0);
+            AutoBinder binder(m_blurFramebuffer.get());
+            m_blurFramebuffer->attachLayers(m_shadowArray.get(), GL_COLOR_ATTACHMENT0, 0);
         }
     }
     return !fits;
 }
 
 /// Attaches all layers of an array, or its first where layers are drawn one by one.
-void ShadowMapRenderPass2::attach(FramebufferObject *framebuffer, Texture *array, unsigned int attachment) const
+void ShadowMapRenderPass2::attach(FramebufferObject &framebuffer, Texture *array, unsigned int attachment) const
 {
-    AutoBinder binder(framebuffer);
+    AutoBinder binder(&framebuffer);
     if (m_layeredRendering)
-        framebuffer->attachLayers(array, attachment, 0);
+        framebuffer.attachLayers(array, attachment, 0);
     else
-        framebuffer->attach3D(array, attachment, 0, 0);
+        framebuffer.attach3D(array, attachment, 0, 0);
 }
 
 /// Builds the depth program for as many matrices as there are now, and for good. False when the driver refuses it, which is
@@ -490,12 +474,12 @@ bool ShadowMapRenderPass2::buildProgram()
         geometrySource = isBatch ? &batchGeometrySource : &singleLayerGeometrySource;
     }
     const QString layersPerDraw = QString::number(m_layersPerDraw);
-    const QString matrices = QString::number(m_renderData.transforms.size());
+    const QString matrices = QString::number(m_renderData->transforms.size());
     const InstanceDataPlan &plan = InstanceDataRegistry::Instance().getPlan(m_planName);
 
-    m_program = new ShaderProgram(nullptr);
-    m_program->setMacroProcessor(m_macroProcessor);
-    addModelVertexStage(m_program, vertexSource->arg(m_planName, layersPerDraw, matrices), m_planName);
+    m_program = std::make_unique<ShaderProgram>(nullptr);
+    m_program->setMacroProcessor(m_macroProcessor.get());
+    addModelVertexStage(*m_program, vertexSource->arg(m_planName, layersPerDraw, matrices), m_planName);
     m_program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.vert"));
     if (geometrySource) {
         const QString vertices = QString::number(3 * m_layersPerDraw);
@@ -506,9 +490,9 @@ bool ShadowMapRenderPass2::buildProgram()
     }
     m_program->addShader(GL_FRAGMENT_SHADER, depthSource, QString());
     m_program->setFragDataLocations({QStringLiteral("out_fragDepth")});
-    if (!build(m_program))
+    if (!compileAndLink(*m_program, __FILE__, __LINE__))
         return false;
-    plan.assertShaderProgram(m_program);
+    plan.assertShaderProgram(m_program.get());
     return true;
 }
 
@@ -519,7 +503,7 @@ void ShadowMapRenderPass2::render(GPUModel *model)
     glGetIntegerv(GL_VIEWPORT, viewport);
     glViewport(0, 0, m_mapSize.width(), m_mapSize.height());
     {
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         setFarClearColor();
         if (castsNothing(model)) {
             clearLayers();
@@ -528,7 +512,7 @@ void ShadowMapRenderPass2::render(GPUModel *model)
                 m_framebuffer->setDrawBuffers();
                 glClear(GL_DEPTH_BUFFER_BIT);
             }
-            const int total = endOfLayers(m_renderData);
+            const int total = endOfLayers(*m_renderData);
             if (total > 0) {
                 drawDepths(model, total);
                 _blurShadowMapArray(FilterType(inputValue<int>(m_inputs[Filter])));
@@ -546,10 +530,10 @@ void ShadowMapRenderPass2::clearLayers()
         glClear(GL_COLOR_BUFFER_BIT);
         return;
     }
-    for (const ShadowMapManager::RenderData::ProjectorInfo &projector : qAsConst(m_renderData.projectors)) {
+    for (const ShadowMapManager::RenderData::ProjectorInfo &projector : qAsConst(m_renderData->projectors)) {
         for (int i = 0; i < projector.layerCount; ++i) {
             m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
-            m_framebuffer->attach3D(m_shadowArray, GL_COLOR_ATTACHMENT0, projector.firstLayer + i, 0);
+            m_framebuffer->attach3D(m_shadowArray.get(), GL_COLOR_ATTACHMENT0, projector.firstLayer + i, 0);
             m_framebuffer->setDrawBuffers();
             glClear(GL_COLOR_BUFFER_BIT);
         }
@@ -561,36 +545,36 @@ void ShadowMapRenderPass2::drawDepths(GPUModel *model, int total)
 {
     const CasterKinds casters(*model);
     const QVector<InstanceDataCollection *> collections = instanceData(m_inputs[InstanceData]);
-    AutoBinder program(m_program);
+    AutoBinder program(m_program.get());
     AutoEnabler depthTest(GL_DEPTH_TEST);
     glDisable(GL_BLEND);
     glDepthMask(GL_TRUE);
     glDisable(GL_DEPTH_CLAMP);
     glColorMask(GL_FALSE, GL_FALSE, GL_FALSE, GL_FALSE);
     for (InstanceDataCollection *collection : collections)
-        collection->bind(m_program, nullptr);
+        collection->bind(m_program.get(), nullptr);
     // A program that did not link has no such place, and GL would complain.
     const int location = m_program->getUniformLocation(QStringLiteral("modelViewProjectionMatrix[0]"));
     if (location >= 0)
         glUniformMatrix4fv(
-            location, m_renderData.transforms.size(), GL_FALSE, m_renderData.transforms.constData()->matrix);
+            location, m_renderData->transforms.size(), GL_FALSE, m_renderData->transforms.constData()->matrix);
 
     for (int base = 0; base < total; base += m_layersPerDraw) {
         if (!m_layeredRendering) {
             m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
-            m_framebuffer->attach3D(m_shadowArray, GL_COLOR_ATTACHMENT0, base, 0);
+            m_framebuffer->attach3D(m_shadowArray.get(), GL_COLOR_ATTACHMENT0, base, 0);
             m_framebuffer->detach(GL_DEPTH_ATTACHMENT);
-            m_framebuffer->attach3D(m_depthArray, GL_DEPTH_ATTACHMENT, base, 0);
+            m_framebuffer->attach3D(m_depthArray.get(), GL_DEPTH_ATTACHMENT, base, 0);
             m_framebuffer->setDrawBuffers();
             glClear(GL_DEPTH_BUFFER_BIT);
         }
         m_program->setUniform(QStringLiteral("u_layerBase"), base);
         m_program->setUniform(QStringLiteral("u_layerCount"), std::min(m_layersPerDraw, total - base));
-        drawCasters(model, m_program, casters);
+        drawCasters(model, m_program.get(), casters);
     }
 
     for (InstanceDataCollection *collection : collections)
-        collection->unbind(m_program, nullptr);
+        collection->unbind(m_program.get(), nullptr);
     glDisable(GL_DEPTH_CLAMP);
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
 }
@@ -601,15 +585,15 @@ void ShadowMapRenderPass2::_blurShadowMapArray(FilterType type)
     ShaderProgram *const program = blurProgram(type);
     if (!program)
         return;
-    ensureBlurQuad(program);
-    clampToEdge(m_depthArray);
-    AutoBinder depths(m_depthArray);
-    AutoBinder biases(m_blurData);
-    glTexImage3D(m_blurData->target(), 0, GL_DEPTH_COMPONENT32F, 1, 1, m_renderData.depthBiases.size(), 0,
-        GL_DEPTH_COMPONENT, GL_FLOAT, m_renderData.depthBiases.constData());
+    ensureBlurQuad(*program);
+    clampToEdge(m_depthArray.get());
+    AutoBinder depths(m_depthArray.get());
+    AutoBinder biases(m_blurData.get());
+    glTexImage3D(m_blurData->target(), 0, GL_DEPTH_COMPONENT32F, 1, 1, m_renderData->depthBiases.size(), 0,
+        GL_DEPTH_COMPONENT, GL_FLOAT, m_renderData->depthBiases.constData());
     AutoBinder programBinder(program);
-    AutoBinder quad(m_blurQuad);
-    AutoBinder framebuffer(m_blurFramebuffer);
+    AutoBinder quad(m_blurQuad.get());
+    AutoBinder framebuffer(m_blurFramebuffer.get());
     program->setUniform(QStringLiteral("u_DepthFrameSampler"), m_depthArray->unit());
     program->setUniform(QStringLiteral("u_BlurDataSampler"), m_blurData->unit());
     if (m_layeredBlur) {
@@ -619,7 +603,7 @@ void ShadowMapRenderPass2::_blurShadowMapArray(FilterType type)
         return;
     }
     for (int layer = 0; layer < m_layerCount; ++layer) {
-        m_blurFramebuffer->attach3D(m_shadowArray, GL_COLOR_ATTACHMENT0, layer, 0);
+        m_blurFramebuffer->attach3D(m_shadowArray.get(), GL_COLOR_ATTACHMENT0, layer, 0);
         m_blurFramebuffer->setDrawBuffers();
         program->setUniform(QStringLiteral("u_Layer"), layer);
         glClear(GL_COLOR_BUFFER_BIT);
@@ -631,10 +615,10 @@ void ShadowMapRenderPass2::_blurShadowMapArray(FilterType type)
 /// The program of a filter; null in the frame in which it turns out that the driver refuses it.
 ShaderProgram *ShadowMapRenderPass2::blurProgram(FilterType type)
 {
-    ShaderProgram *&program = m_blurPrograms[type];
+    std::unique_ptr<ShaderProgram> &program = m_blurPrograms[type];
     if (program)
-        return program;
-    program = new ShaderProgram(nullptr);
+        return program.get();
+    program = std::make_unique<ShaderProgram>(nullptr);
     if (m_layeredBlur) {
         program->addShader(GL_VERTEX_SHADER, layeredBlurVertexSource, QString());
         program->addShader(GL_GEOMETRY_SHADER, layeredBlurGeometrySource, QString());
@@ -643,21 +627,21 @@ ShaderProgram *ShadowMapRenderPass2::blurProgram(FilterType type)
     }
     program->addShader(GL_FRAGMENT_SHADER, momentSource + (type == FilterNone ? unfilteredMain : boxMain), QString());
     program->setFragDataLocations({QStringLiteral("out_FragColor")});
-    return build(program) ? program : nullptr;
+    return compileAndLink(*program, __FILE__, __LINE__) ? program.get() : nullptr;
 }
 
 /// A drawable without vertex data: all positions come from shader code.
-void ShadowMapRenderPass2::ensureBlurQuad(const ShaderProgram *program)
+void ShadowMapRenderPass2::ensureBlurQuad(const ShaderProgram &program)
 {
     if (m_blurQuad)
         return;
-    m_blurQuad = new DrawBuffers(nullptr);
+    m_blurQuad = std::make_unique<DrawBuffers>(nullptr);
     const QSharedPointer<VertexArrayObject> vao = OpenGLDeviceContext::current()->createVertexArrayObject();
     m_blurQuad->setVAO(vao);
     m_blurQuad->setVertexCount(1);
     m_blurQuad->setPrimitiveType(GL_POINTS);
     AutoBinder binder(vao);
-    vao->enableShaderProgramArrays(program);
+    vao->enableShaderProgramArrays(&program);
 }
 
 } // namespace Velmora::Kvz

@@ -2,6 +2,7 @@
 #include <RenderPasses/SkyboxRenderPass.h>
 
 #include "steps/InputRead.h"
+#include "steps/LazyProgram.h"
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
 
@@ -97,17 +98,11 @@ void main()
 }
 )");
 
-ShaderProgram *buildEnvironmentProgram(const QString &texCoord, const QString &fragmentSource)
+std::unique_ptr<ShaderProgram> buildEnvironmentProgram(const QString &texCoord, const QString &fragmentSource)
 {
-    auto *const program = new ShaderProgram(nullptr);
-    program->setFragDataLocations({QStringLiteral("out_FragColor")});
-    program->addShader(GL_VERTEX_SHADER, vertexSource.arg(texCoord), QString());
-    program->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());
-    if (fragmentSource.contains(QStringLiteral("KvzUtilities.glslh")))
-        program->addShaderFromFile(GL_FRAGMENT_SHADER, QStringLiteral("KvzUtilities.glslc"));
-    program->compile();
-    program->link();
-    return program;
+    const bool usesUtilities = fragmentSource.contains(QStringLiteral("KvzUtilities.glslh"));
+    return buildProgram({QStringLiteral("out_FragColor")}, vertexSource.arg(texCoord), fragmentSource, nullptr,
+        usesUtilities ? QStringList(QStringLiteral("KvzUtilities.glslc")) : QStringList());
 }
 
 // The source is bound, its unit the active one.
@@ -149,13 +144,7 @@ SkyboxRenderPass::SkyboxRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
 }
 
-SkyboxRenderPass::~SkyboxRenderPass()
-{
-    delete m_cubemapProgram;
-    delete m_latLongProgram;
-    delete m_backgroundProgram;
-    delete m_framebuffer;
-}
+SkyboxRenderPass::~SkyboxRenderPass() = default;
 
 void SkyboxRenderPass::setup(RenderCallbacks *)
 {
@@ -184,18 +173,18 @@ void SkyboxRenderPass::start(RenderCallbacks *)
 
     {
         // Attached and drawn to in one binding, by which the viewport becomes that of the frame.
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         if (frame) {
             m_framebuffer->attach(frame, GL_COLOR_ATTACHMENT0, 0);
         } else {
             const bool isHdr = inputValue<bool>(m_inputs[RenderInHDR]);
-            attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0,
+            attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0,
                 isHdr ? TextureFormat::HighDynamicRange : TextureFormat::LowDynamicRange, size);
         }
         if (depth)
             m_framebuffer->attach(depth, GL_DEPTH_STENCIL_ATTACHMENT, 0);
         else
-            attachTempTexture(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, TextureFormat::DepthStencil, size);
+            attachTempTexture(*m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, TextureFormat::DepthStencil, size);
         const bool isSetUp = m_cubemapProgram && m_latLongProgram && m_backgroundProgram;
         if (isSetUp && (cubemap || latLongMap || background))
             draw(cubemap, latLongMap, background, frame, depth);
@@ -205,8 +194,8 @@ void SkyboxRenderPass::start(RenderCallbacks *)
     giveBack(cubemap);
     giveBack(latLongMap);
     giveBack(background);
-    detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
-    detachAndGiveBack(m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
+    detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
+    detachAndGiveBack(*m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
 }
 
 void SkyboxRenderPass::draw(Texture *cubemap, Texture *latLongMap, Texture *background, bool hasFrame, bool hasDepth)
@@ -224,7 +213,7 @@ void SkyboxRenderPass::draw(Texture *cubemap, Texture *latLongMap, Texture *back
     if (!background && cubemap)
         seamless.emplace(GL_TEXTURE_CUBE_MAP_SEAMLESS);
     Texture *const environment = background ? background : cubemap ? cubemap : latLongMap;
-    ShaderProgram *const program = background ? m_backgroundProgram : cubemap ? m_cubemapProgram : m_latLongProgram;
+    ShaderProgram &program = background ? *m_backgroundProgram : cubemap ? *m_cubemapProgram : *m_latLongProgram;
     AutoBinder environmentBinder(environment);
     if (background)
         setBackgroundSampling();
@@ -233,14 +222,14 @@ void SkyboxRenderPass::draw(Texture *cubemap, Texture *latLongMap, Texture *back
     else
         setLatLongSampling();
 
-    AutoBinder programBinder(program);
+    AutoBinder programBinder(&program);
     enableArrays(m_screenQuad, program);
-    program->setUniform(QStringLiteral("u_EnvTexture"), environment->unit());
+    program.setUniform(QStringLiteral("u_EnvTexture"), environment->unit());
     if (!background) {
         const auto camera = inputValue<QMatrix4x4>(m_inputs[CameraMatrix]);
         const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
-        program->setUniform(QStringLiteral("u_InvCameraMatrix"), camera.inverted());
-        program->setUniform(QStringLiteral("u_NDCCoordToDirection"), projection.inverted());
+        program.setUniform(QStringLiteral("u_InvCameraMatrix"), camera.inverted());
+        program.setUniform(QStringLiteral("u_NDCCoordToDirection"), projection.inverted());
     }
 
     if (hasDepth) {
@@ -268,7 +257,7 @@ void SkyboxRenderPass::draw(Texture *cubemap, Texture *latLongMap, Texture *back
 void SkyboxRenderPass::init()
 {
     release();
-    m_framebuffer = new FramebufferObject(nullptr);
+    m_framebuffer = std::make_unique<FramebufferObject>(nullptr);
     m_screenQuad = OpenGLDeviceContext::current()->createScreenQuad();
 }
 
@@ -277,12 +266,11 @@ void SkyboxRenderPass::release()
     if (!m_framebuffer)
         return;
     {
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->detach(GL_COLOR_ATTACHMENT0);
         m_framebuffer->detach(GL_DEPTH_STENCIL_ATTACHMENT);
     }
-    delete m_framebuffer;
-    m_framebuffer = nullptr;
+    m_framebuffer.reset();
     m_screenQuad.clear();
 }
 

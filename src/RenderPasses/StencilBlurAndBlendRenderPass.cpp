@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <RenderPasses/StencilBlurAndBlendRenderPass.h>
 
-#include "steps/BlackTexel.h"
 #include "steps/InputRead.h"
+#include "steps/OneTexel.h"
+#include "steps/Replaced.h"
 #include "steps/ResolveMultisampled.h"
 #include "steps/Sampling.h"
 #include "steps/ScreenQuad.h"
@@ -65,10 +66,7 @@ StencilBlurAndBlendRenderPass::StencilBlurAndBlendRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Output"));
 }
 
-StencilBlurAndBlendRenderPass::~StencilBlurAndBlendRenderPass()
-{
-    delete m_blurAndBlendProgram;
-}
+StencilBlurAndBlendRenderPass::~StencilBlurAndBlendRenderPass() = default;
 
 void StencilBlurAndBlendRenderPass::start(RenderCallbacks *callbacks)
 {
@@ -89,9 +87,9 @@ void StencilBlurAndBlendRenderPass::start(RenderCallbacks *callbacks)
     if (rebuilt) {
         m_blurRadius = radius;
         calculateBlurWeights();
-        // The programs of the radius before are not deleted, on purpose.
-        m_shaderProgram = makeShaderProgram(getBaseFragmentShaderSource());
-        m_blurAndBlendProgram = makeShaderProgram(blurAndBlendSource);
+        // The programs of the previous radius are not deleted, on purpose.
+        replaceUndeleted(m_shaderProgram, makeShaderProgram(getBaseFragmentShaderSource()));
+        replaceUndeleted(m_blurAndBlendProgram, makeShaderProgram(blurAndBlendSource));
     }
     const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
     m_width = float(size.width());
@@ -115,8 +113,8 @@ void StencilBlurAndBlendRenderPass::start(RenderCallbacks *callbacks)
     }
 
     ensureFramebuffer(m_framebuffer);
-    ensureScreenQuad(m_screenQuad, m_shaderProgram);
-    AutoBinder framebuffer(m_framebuffer);
+    ensureScreenQuad(m_screenQuad, *m_shaderProgram);
+    AutoBinder framebuffer(m_framebuffer.get());
 
     Texture *const across = takeTarget(size);
     drawWithBlurOnlyShader(rebuilt, blur, across);
@@ -135,12 +133,12 @@ void StencilBlurAndBlendRenderPass::drawWithBlurOnlyShader(const bool &, Texture
     attachAndClear(target);
     sampleLinearly(source);
     {
-        AutoBinder program(m_shaderProgram);
+        AutoBinder program(m_shaderProgram.get());
         AutoBinder sourceBinder(source);
-        enableArrays(m_screenQuad, m_shaderProgram);
+        enableArrays(m_screenQuad, *m_shaderProgram);
         m_shaderProgram->setUniform(QStringLiteral("stepVec"), QVector2D(float(1.0 / double(m_width)), 0.0f));
         m_shaderProgram->setUniform(QStringLiteral("u_Input"), source->unit());
-        setKernel(m_shaderProgram);
+        setKernel(*m_shaderProgram);
         AutoBinder quad(m_screenQuad);
         m_screenQuad->draw();
     }
@@ -153,14 +151,14 @@ void StencilBlurAndBlendRenderPass::drawWithBlurAndAddShader(
     attachAndClear(target);
     sampleLinearly(blurred);
     {
-        AutoBinder program(m_blurAndBlendProgram);
+        AutoBinder program(m_blurAndBlendProgram.get());
         AutoBinder blurredBinder(blurred);
         AutoBinder originalBinder(original);
-        enableArrays(m_screenQuad, m_blurAndBlendProgram);
+        enableArrays(m_screenQuad, *m_blurAndBlendProgram);
         m_blurAndBlendProgram->setUniform(QStringLiteral("stepVec"), QVector2D(0.0f, float(1.0 / double(m_height))));
         m_blurAndBlendProgram->setUniform(QStringLiteral("u_Blurred"), blurred->unit());
         m_blurAndBlendProgram->setUniform(QStringLiteral("u_Original"), original->unit());
-        setKernel(m_blurAndBlendProgram);
+        setKernel(*m_blurAndBlendProgram);
         AutoBinder quad(m_screenQuad);
         m_screenQuad->draw();
     }

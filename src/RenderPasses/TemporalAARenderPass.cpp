@@ -65,13 +65,9 @@ TemporalAARenderPass::TemporalAARenderPass()
 TemporalAARenderPass::~TemporalAARenderPass()
 {
     if (m_framebuffer) {
-        {
-            AutoBinder framebuffer(m_framebuffer);
-            detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
-        }
-        delete m_framebuffer;
+        AutoBinder framebuffer(m_framebuffer.get());
+        detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
     }
-    delete m_program;
 }
 
 void TemporalAARenderPass::start(RenderCallbacks *)
@@ -99,7 +95,7 @@ void TemporalAARenderPass::start(RenderCallbacks *)
     ensureAccumulation(isResized);
     if (!m_program)
         m_program = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, fragmentSource);
-    ensureScreenQuad(m_screenQuad, m_program);
+    ensureScreenQuad(m_screenQuad, *m_program);
 
     m_framebuffer->bind();
     glViewport(0, 0, size.width(), size.height());
@@ -107,7 +103,7 @@ void TemporalAARenderPass::start(RenderCallbacks *)
         glDisable(GL_DEPTH_TEST);
         glDepthMask(GL_FALSE);
         if (hasChanged)
-            beginAnew();
+            restartMean();
         else
             continueMean();
         drawFrame(frame);
@@ -139,13 +135,13 @@ void TemporalAARenderPass::ensureAccumulation(bool isResized)
         return;
     m_framebuffer->bind();
     if (!isNew)
-        detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
-    attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::LowDynamicRange, m_size);
+        detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
+    attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::LowDynamicRange, m_size);
     m_framebuffer->setDrawBuffers();
     m_framebuffer->unbind();
 }
 
-void TemporalAARenderPass::beginAnew()
+void TemporalAARenderPass::restartMean()
 {
     clearToZeros();
     glDisable(GL_BLEND);
@@ -165,7 +161,7 @@ void TemporalAARenderPass::continueMean()
 
 void TemporalAARenderPass::drawFrame(Texture *frame)
 {
-    AutoBinder program(m_program);
+    AutoBinder program(m_program.get());
     AutoBinder quad(m_screenQuad);
     AutoBinder source(frame);
     m_program->setUniform(QStringLiteral("u_newFrame"), frame->unit());

@@ -45,21 +45,18 @@ TextureLoaderRenderPass::TextureLoaderRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Texture"));
 }
 
-TextureLoaderRenderPass::~TextureLoaderRenderPass()
-{
-    delete m_texture;
-}
+TextureLoaderRenderPass::~TextureLoaderRenderPass() = default;
 
 void TextureLoaderRenderPass::start(RenderCallbacks *)
 {
     if (!m_texture) {
-        m_texture = new Texture(nullptr);
+        m_texture = std::make_unique<Texture>(nullptr);
         m_texture->setTarget(GL_TEXTURE_2D);
     }
     const QString path = m_inputs[TexturePath].value.toString();
     if (path != m_path)
         load(path);
-    m_outputs[LoadedTexture].value = QVariant::fromValue(m_texture);
+    m_outputs[LoadedTexture].value = QVariant::fromValue(m_texture.get());
 }
 
 void TextureLoaderRenderPass::load(const QString &path)
@@ -77,7 +74,7 @@ void TextureLoaderRenderPass::load(const QString &path)
     m_texture->setSize(0, GL_RGBA, image.width(), image.height(), 1);
     {
         UnpackState unpack;
-        AutoBinder texture(m_texture);
+        AutoBinder texture(m_texture.get());
         glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, image.width(), image.height(), 0, GL_BGRA, GL_UNSIGNED_BYTE, bits);
         glGenerateMipmap(m_texture->target());
     }

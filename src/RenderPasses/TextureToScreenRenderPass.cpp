@@ -78,7 +78,6 @@ TextureToScreenRenderPass::TextureToScreenRenderPass()
 TextureToScreenRenderPass::~TextureToScreenRenderPass()
 {
     TextureToScreenRenderPass::teardownContextData(nullptr);
-    deletePrograms();
 }
 
 void TextureToScreenRenderPass::start(RenderCallbacks *)
@@ -124,19 +123,15 @@ void TextureToScreenRenderPass::start(RenderCallbacks *)
 
 void TextureToScreenRenderPass::teardownContextData(RenderCallbacks *)
 {
-    delete m_readFramebuffer;
-    m_readFramebuffer = nullptr;
-    delete m_drawFramebuffer;
-    m_drawFramebuffer = nullptr;
+    m_readFramebuffer.reset();
+    m_drawFramebuffer.reset();
     m_screenQuad.clear();
 }
 
 void TextureToScreenRenderPass::deletePrograms()
 {
-    delete m_shaderProgram;
-    m_shaderProgram = nullptr;
-    delete m_depthShaderProgram;
-    m_depthShaderProgram = nullptr;
+    m_shaderProgram.reset();
+    m_depthShaderProgram.reset();
 }
 
 void TextureToScreenRenderPass::ensureDrawing()
@@ -152,11 +147,11 @@ void TextureToScreenRenderPass::ensureDrawing()
     }
 }
 
-ShaderProgram *TextureToScreenRenderPass::buildDrawProgram(GLSLMacroProcessor *macros) const
+std::unique_ptr<ShaderProgram> TextureToScreenRenderPass::buildDrawProgram(GLSLMacroProcessor *macros) const
 {
-    ShaderProgram *const program =
+    std::unique_ptr<ShaderProgram> program =
         buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, fragmentSource, macros);
-    enableArrays(m_screenQuad, program);
+    enableArrays(m_screenQuad, *program);
     return program;
 }
 
@@ -192,7 +187,7 @@ void TextureToScreenRenderPass::draw(
         glDepthMask(GL_TRUE);
     }
 
-    ShaderProgram *const program = depth ? m_depthShaderProgram : m_shaderProgram;
+    ShaderProgram *const program = depth ? m_depthShaderProgram.get() : m_shaderProgram.get();
     AutoBinder programBinder(program);
     AutoBinder sourceBinder(source);
     AutoBinder quadBinder(m_screenQuad);

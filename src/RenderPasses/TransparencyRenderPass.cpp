@@ -6,8 +6,10 @@
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
 #include "steps/ModelProgram.h"
-#include "steps/OwnedTarget.h"
+#include "steps/OneTexel.h"
 #include "steps/ScreenQuad.h"
+#include "steps/TargetFramebuffer.h"
+#include "steps/Uniforms.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/AutoDisabler.h>
@@ -85,17 +87,6 @@ void main()
 }
 )");
 
-Texture *makeWhiteTexture()
-{
-    const unsigned char white[4] = {0xFF, 0xFF, 0xFF, 0xFF};
-    auto *const texture = new Texture(GL_TEXTURE_2D, GL_RGBA, 1, 1, 0, nullptr);
-    AutoBinder binder(texture);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 1, 1, 0, GL_BGRA, GL_UNSIGNED_BYTE, white);
-    return texture;
-}
-
 } // namespace
 
 TransparencyRenderPass::TransparencyRenderPass()
@@ -109,23 +100,7 @@ TransparencyRenderPass::TransparencyRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Depth"));
 }
 
-TransparencyRenderPass::~TransparencyRenderPass()
-{
-    if (m_accumFramebuffer) {
-        deleteTarget(m_accumFramebuffer, GL_COLOR_ATTACHMENT0);
-        deleteTarget(m_accumFramebuffer, GL_COLOR_ATTACHMENT1);
-        delete m_accumFramebuffer;
-    }
-    if (m_framebuffer) {
-        deleteTarget(m_framebuffer, GL_COLOR_ATTACHMENT0);
-        deleteTarget(m_framebuffer, GL_DEPTH_ATTACHMENT);
-        delete m_framebuffer;
-    }
-    delete m_opaqueProgram;
-    delete m_accumProgram;
-    delete m_resolveProgram;
-    delete m_whiteTexture;
-}
+TransparencyRenderPass::~TransparencyRenderPass() = default;
 
 void TransparencyRenderPass::start(RenderCallbacks *)
 {
@@ -142,18 +117,18 @@ void TransparencyRenderPass::start(RenderCallbacks *)
 
     {
         // No glViewport and no clear colour here: that the pass takes what it finds is meant.
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
         if (model) {
             AutoEnabler depthTest(GL_DEPTH_TEST);
-            AutoBinder program(m_opaqueProgram);
-            drawModel(m_opaqueProgram, model, projection, camera);
+            AutoBinder program(m_opaqueProgram.get());
+            drawModel(*m_opaqueProgram, model, projection, camera);
         }
     }
     {
         // The revealage begins at 1, the weight at 0. Depth is kept.
-        AutoBinder framebuffer(m_accumFramebuffer);
+        AutoBinder framebuffer(m_accumFramebuffer.get());
         m_accumFramebuffer->setDrawBuffers();
         glClearColor(0, 0, 0, 1);
         glClear(GL_COLOR_BUFFER_BIT);
@@ -163,29 +138,29 @@ void TransparencyRenderPass::start(RenderCallbacks *)
             AutoEnabler blend(GL_BLEND);
             glBlendFuncSeparate(GL_ONE, GL_ONE, GL_ZERO, GL_ONE_MINUS_SRC_ALPHA);
             glDepthMask(GL_FALSE);
-            AutoBinder program(m_accumProgram);
-            drawModel(m_accumProgram, model, projection, camera);
+            AutoBinder program(m_accumProgram.get());
+            drawModel(*m_accumProgram, model, projection, camera);
             glDepthMask(GL_TRUE);
         }
     }
     if (model)
         resolve();
 
-    publishTarget(m_outputs[Frame], m_framebuffer, GL_COLOR_ATTACHMENT0);
-    publishTarget(m_outputs[Depth], m_framebuffer, GL_DEPTH_ATTACHMENT);
+    publishTarget(m_outputs[Frame], *m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[Depth], *m_framebuffer, GL_DEPTH_ATTACHMENT);
 }
 
 void TransparencyRenderPass::resizeTargets(const QSize &size)
 {
     m_size = size;
     {
-        AutoBinder framebuffer(m_framebuffer);
-        remakeTarget(m_framebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA32F, size, GL_BGRA, GL_FLOAT);
-        remakeTarget(m_framebuffer, GL_DEPTH_ATTACHMENT, GL_DEPTH_COMPONENT32F, size, GL_DEPTH_COMPONENT, GL_FLOAT);
+        AutoBinder framebuffer(m_framebuffer.get());
+        m_framebuffer->remakeTarget(GL_COLOR_ATTACHMENT0, GL_RGBA32F, size, GL_BGRA, GL_FLOAT);
+        m_framebuffer->remakeDepthTarget(size);
     }
-    AutoBinder framebuffer(m_accumFramebuffer);
-    remakeTarget(m_accumFramebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA32F, size, GL_BGRA, GL_FLOAT);
-    remakeTarget(m_accumFramebuffer, GL_COLOR_ATTACHMENT1, GL_R32F, size, GL_BGRA, GL_FLOAT);
+    AutoBinder framebuffer(m_accumFramebuffer.get());
+    m_accumFramebuffer->remakeTarget(GL_COLOR_ATTACHMENT0, GL_RGBA32F, size, GL_BGRA, GL_FLOAT);
+    m_accumFramebuffer->remakeTarget(GL_COLOR_ATTACHMENT1, GL_R32F, size, GL_BGRA, GL_FLOAT);
     m_accumFramebuffer->detach(GL_DEPTH_ATTACHMENT);
     m_accumFramebuffer->attach(m_framebuffer->attachment(GL_DEPTH_ATTACHMENT), GL_DEPTH_ATTACHMENT, 0);
 }
@@ -193,7 +168,7 @@ void TransparencyRenderPass::resizeTargets(const QSize &size)
 void TransparencyRenderPass::makeWhatIsMissing()
 {
     if (!m_whiteTexture)
-        m_whiteTexture = makeWhiteTexture(); // Meant for nobody: it is bound nowhere.
+        m_whiteTexture = makeOneTexel(0xFF); // Intentional, though nothing binds it.
     if (!m_opaqueProgram)
         m_opaqueProgram = buildModelProgram({QStringLiteral("out_FragColor")}, forwardVertexSource, opaqueSource);
     if (!m_accumProgram)
@@ -201,17 +176,15 @@ void TransparencyRenderPass::makeWhatIsMissing()
             {QStringLiteral("out_FragColor[0]"), QStringLiteral("out_FragColor[1]")}, forwardVertexSource, accumSource);
     if (!m_resolveProgram)
         m_resolveProgram = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, resolveSource);
-    ensureScreenQuad(m_screenQuad, m_resolveProgram);
+    ensureScreenQuad(m_screenQuad, *m_resolveProgram);
 }
 
 void TransparencyRenderPass::drawModel(
-    ShaderProgram *program, GPUModel *model, const QMatrix4x4 &projection, const QMatrix4x4 &camera)
+    ShaderProgram &program, GPUModel *model, const QMatrix4x4 &projection, const QMatrix4x4 &camera)
 {
-    if (program->hasUniform(QStringLiteral("u_ProjectionMatrix")))
-        program->setUniform(QStringLiteral("u_ProjectionMatrix"), projection);
-    if (program->hasUniform(QStringLiteral("u_CameraMatrix")))
-        program->setUniform(QStringLiteral("u_CameraMatrix"), camera);
-    model->draw(program, 0, 0, WindingCounterClockwise, false);
+    setIfPresent(program, QStringLiteral("u_ProjectionMatrix"), projection);
+    setIfPresent(program, QStringLiteral("u_CameraMatrix"), camera);
+    model->draw(&program, 0, 0, WindingCounterClockwise, false);
 }
 
 /// Lays the weighted mean over the opaque image: the less of it is revealed, the more of the mean.
@@ -220,9 +193,9 @@ void TransparencyRenderPass::resolve()
     AutoDisabler depthTest(GL_DEPTH_TEST);
     AutoEnabler blend(GL_BLEND);
     glBlendFunc(GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA);
-    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder framebuffer(m_framebuffer.get());
     m_framebuffer->setDrawBuffers();
-    AutoBinder program(m_resolveProgram);
+    AutoBinder program(m_resolveProgram.get());
     Texture *const colors = m_accumFramebuffer->attachment(GL_COLOR_ATTACHMENT0);
     Texture *const weights = m_accumFramebuffer->attachment(GL_COLOR_ATTACHMENT1);
     if (!colors || !weights)

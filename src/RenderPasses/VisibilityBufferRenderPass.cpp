@@ -4,9 +4,9 @@
 #include "steps/GeometryTargets.h"
 #include "steps/InputRead.h"
 #include "steps/ModelProgram.h"
-#include "steps/OwnedTarget.h"
-#include "steps/ScreenQuad.h"
+#include "steps/TargetFramebuffer.h"
 #include "steps/TempTexture.h"
+#include "steps/Uniforms.h"
 #include "steps/VisibilityLists.h"
 
 #include <Core/Log.h>
@@ -87,12 +87,12 @@ void main()
 #endif
 )");
 
-/// A texture of integers of the caller's, made anew at the framebuffer's first colour attachment.
-Texture *remakeIntegerTarget(FramebufferObject *framebuffer, int internalFormat, const QSize &size)
+/// Replaces the target at an attachment of a bound framebuffer by one of integers.
+void remakeIntegerTarget(TargetFramebuffer &framebuffer, unsigned int attachment, int internalFormat, const QSize &size)
 {
-    AutoBinder binder(framebuffer);
-    return remakeTarget(framebuffer, GL_COLOR_ATTACHMENT0, internalFormat, size,
-        formatFromInternalFormat(GLenum(internalFormat)), typeFromInternalFormat(GLenum(internalFormat)));
+    const auto format = GLenum(internalFormat);
+    framebuffer.remakeTarget(
+        attachment, internalFormat, size, formatFromInternalFormat(format), typeFromInternalFormat(format));
 }
 
 /// Keeps the first colour target as it is for a scope. The list program has no colour to write; but rasterisers that work tile
@@ -121,10 +121,10 @@ private:
     GLboolean m_found[4] = {};
 };
 
-void clearTarget(FramebufferObject *framebuffer)
+void clearTarget(FramebufferObject &framebuffer)
 {
-    AutoBinder binder(framebuffer);
-    framebuffer->setDrawBuffers();
+    AutoBinder binder(&framebuffer);
+    framebuffer.setDrawBuffers();
     glClear(GL_COLOR_BUFFER_BIT);
 }
 
@@ -145,18 +145,7 @@ VisibilityBufferRenderPass::VisibilityBufferRenderPass(
     addOutput(QStringLiteral("Kvz_KvzTexture*_Depth"));
 }
 
-VisibilityBufferRenderPass::~VisibilityBufferRenderPass()
-{
-    if (m_framebuffer) {
-        deleteGeometryTargets(m_framebuffer, m_fboConfigs);
-        delete m_framebuffer;
-    }
-    delete m_program;
-    delete m_headTexture;
-    delete m_headFramebuffer;
-    delete m_nodeTexture;
-    delete m_nodeFramebuffer;
-}
+VisibilityBufferRenderPass::~VisibilityBufferRenderPass() = default;
 
 void VisibilityBufferRenderPass::start(RenderCallbacks *)
 {
@@ -175,13 +164,15 @@ void VisibilityBufferRenderPass::start(RenderCallbacks *)
     ensureFramebuffer(m_framebuffer);
     if (m_useGL4) {
         // A framebuffer needs a target. Nothing is written to this one.
-        AutoBinder framebuffer(m_framebuffer);
-        attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, size);
+        AutoBinder framebuffer(m_framebuffer.get());
+        attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, size);
     }
     if (size != m_size)
         remakeSizedTextures(size);
-    if (m_useGL4 && !m_nodeTexture)
-        m_nodeTexture = remakeIntegerTarget(m_nodeFramebuffer, GL_RGBA32UI, QSize(poolSide, poolSide));
+    if (m_useGL4 && !m_nodeFramebuffer->hasAttachment(GL_COLOR_ATTACHMENT0)) {
+        AutoBinder framebuffer(m_nodeFramebuffer.get());
+        remakeIntegerTarget(*m_nodeFramebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA32UI, QSize(poolSide, poolSide));
+    }
     if (!m_program)
         m_program = buildListProgram();
     if (m_useGL4)
@@ -189,7 +180,7 @@ void VisibilityBufferRenderPass::start(RenderCallbacks *)
 
     {
         // No glViewport here: that the pass draws with the viewport that it finds is meant.
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         if (!m_useGL4) {
             glClearColor(0, 0, 0, 0);
@@ -198,31 +189,30 @@ void VisibilityBufferRenderPass::start(RenderCallbacks *)
         if (model) {
             // Without a depth attachment all fragments pass the test, and all layers reach their lists.
             glEnable(GL_DEPTH_TEST);
-            AutoBinder program(m_program);
+            AutoBinder program(m_program.get());
             if (m_useGL4)
                 bindLists();
             m_program->setUniform(QStringLiteral("u_ProjectionMatrix"), projection);
             m_program->setUniform(QStringLiteral("u_CameraMatrix"), camera);
-            if (m_program->hasUniform(QStringLiteral("u_NodeBufferImageWidth")))
-                m_program->setUniform(QStringLiteral("u_NodeBufferImageWidth"), nodeWidth);
+            setIfPresent(*m_program, QStringLiteral("u_NodeBufferImageWidth"), nodeWidth);
             if (m_useGL4) {
                 m_program->setUniform(QStringLiteral("u_HeadPointerImage"), int(headImageUnit));
                 m_program->setUniform(QStringLiteral("u_NodeBufferImage"), int(nodeImageUnit));
             }
             {
                 ColorWritesOff colorWrites(m_useGL4);
-                model->draw(m_program, m_drawFlagsValue, m_drawFlagsMask, WindingCounterClockwise, false);
+                model->draw(m_program.get(), m_drawFlagsValue, m_drawFlagsMask, WindingCounterClockwise, false);
             }
             if (m_useGL4)
                 unbindLists();
         }
         if (m_useGL4) {
-            m_outputs[HeadPointers].value = QVariant::fromValue(m_headTexture);
-            m_outputs[NodeBuffer].value = QVariant::fromValue(m_nodeTexture);
-            detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
+            publishTarget(m_outputs[HeadPointers], *m_headFramebuffer, GL_COLOR_ATTACHMENT0);
+            publishTarget(m_outputs[NodeBuffer], *m_nodeFramebuffer, GL_COLOR_ATTACHMENT0);
+            detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
         } else {
-            publishTarget(m_outputs[HeadPointers], m_framebuffer, GL_COLOR_ATTACHMENT0);
-            publishTarget(m_outputs[NodeBuffer], m_framebuffer, GL_COLOR_ATTACHMENT1);
+            publishTarget(m_outputs[HeadPointers], *m_framebuffer, GL_COLOR_ATTACHMENT0);
+            publishTarget(m_outputs[NodeBuffer], *m_framebuffer, GL_COLOR_ATTACHMENT1);
         }
         m_outputs[NodeBufferWidth].value = nodeWidth;
     }
@@ -245,16 +235,14 @@ void VisibilityBufferRenderPass::chooseMode()
 void VisibilityBufferRenderPass::remakeSizedTextures(const QSize &size)
 {
     if (m_useGL4) {
-        m_headTexture = remakeIntegerTarget(m_headFramebuffer, GL_R32UI, size);
+        AutoBinder framebuffer(m_headFramebuffer.get());
+        remakeIntegerTarget(*m_headFramebuffer, GL_COLOR_ATTACHMENT0, GL_R32UI, size);
     } else {
-        AutoBinder framebuffer(m_framebuffer);
+        AutoBinder framebuffer(m_framebuffer.get());
         unsigned int attachment = GL_COLOR_ATTACHMENT0;
-        for (const FBOConfig &config : qAsConst(m_fboConfigs)) {
-            const auto format = GLenum(config.internalFormat);
-            remakeTarget(m_framebuffer, attachment++, config.internalFormat, size, formatFromInternalFormat(format),
-                typeFromInternalFormat(format));
-        }
-        remakeTarget(m_framebuffer, GL_DEPTH_ATTACHMENT, GL_DEPTH_COMPONENT32F, size, GL_DEPTH_COMPONENT, GL_FLOAT);
+        for (const FBOConfig &config : qAsConst(m_fboConfigs))
+            remakeIntegerTarget(*m_framebuffer, attachment++, config.internalFormat, size);
+        m_framebuffer->remakeDepthTarget(size);
     }
     m_size = size;
 }
@@ -274,16 +262,18 @@ void VisibilityBufferRenderPass::clearLists()
         AutoBinder counter(m_counterBuffer);
         glBufferSubData(GL_ATOMIC_COUNTER_BUFFER, 0, counterSize, &zero);
     }
-    clearTarget(m_headFramebuffer);
-    clearTarget(m_nodeFramebuffer);
+    clearTarget(*m_headFramebuffer);
+    clearTarget(*m_nodeFramebuffer);
 }
 
 void VisibilityBufferRenderPass::bindLists()
 {
     glBindBufferRange(GL_ATOMIC_COUNTER_BUFFER, 0, m_counterBuffer->getBO(), 0, counterSize);
     // The shader exchanges heads, which reads them too; the access is meant all the same.
-    glBindImageTexture(headImageUnit, m_headTexture->textureID(), 0, GL_FALSE, 0, GL_WRITE_ONLY, GL_R32UI);
-    glBindImageTexture(nodeImageUnit, m_nodeTexture->textureID(), 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
+    const GLuint heads = m_headFramebuffer->attachment(GL_COLOR_ATTACHMENT0)->textureID();
+    const GLuint nodes = m_nodeFramebuffer->attachment(GL_COLOR_ATTACHMENT0)->textureID();
+    glBindImageTexture(headImageUnit, heads, 0, GL_FALSE, 0, GL_WRITE_ONLY, GL_R32UI);
+    glBindImageTexture(nodeImageUnit, nodes, 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
 }
 
 void VisibilityBufferRenderPass::unbindLists()
@@ -293,11 +283,11 @@ void VisibilityBufferRenderPass::unbindLists()
     glMemoryBarrier(GL_TEXTURE_FETCH_BARRIER_BIT);
 }
 
-ShaderProgram *VisibilityBufferRenderPass::buildListProgram() const
+std::unique_ptr<ShaderProgram> VisibilityBufferRenderPass::buildListProgram() const
 {
-    auto *const program = new ShaderProgram(nullptr);
+    auto program = std::make_unique<ShaderProgram>(nullptr);
     program->setFragDataLocations(outputNames(m_fboConfigs));
-    addModelVertexStage(program, vertexSource);
+    addModelVertexStage(*program, vertexSource);
     program->addShader(GL_FRAGMENT_SHADER, fragmentSource.arg(m_useGL4 ? 0 : 1), QString());
     program->compile();
     program->link();

@@ -3,8 +3,9 @@
 
 #include "steps/DirectionalLight.h"
 #include "steps/InputRead.h"
-#include "steps/OwnedTarget.h"
 #include "steps/ScreenQuad.h"
+#include "steps/TargetFramebuffer.h"
+#include "steps/Uniforms.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/AutoDisabler.h>
@@ -78,10 +79,10 @@ void main()
 }
 )");
 
-ShaderProgram *buildShadingProgram()
+std::unique_ptr<ShaderProgram> buildShadingProgram()
 {
     const InstanceDataRegistry &plans = InstanceDataRegistry::Instance();
-    auto *const program = new ShaderProgram(nullptr);
+    auto program = std::make_unique<ShaderProgram>(nullptr);
     program->setFragDataLocations({QStringLiteral("out_FragColor")});
     program->addShader(GL_VERTEX_SHADER, screenQuadVertexSource, QString());
     program->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());
@@ -92,19 +93,6 @@ ShaderProgram *buildShadingProgram()
     program->compile();
     program->link();
     return program;
-}
-
-void setIfPresent(ShaderProgram *program, const char *name, const QVariant &value)
-{
-    const QString uniform = QString::fromLatin1(name);
-    if (program->hasUniform(uniform))
-        program->setUniform(uniform, value);
-}
-
-/// The unit of a bound texture; 0, where nothing is bound, for none.
-int unitOf(const Texture *texture)
-{
-    return texture ? texture->unit() : 0;
 }
 
 } // namespace
@@ -121,16 +109,7 @@ VisibilityDeferredRenderPass::VisibilityDeferredRenderPass()
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
 }
 
-VisibilityDeferredRenderPass::~VisibilityDeferredRenderPass()
-{
-    if (m_framebuffer) {
-        deleteTarget(m_framebuffer, GL_COLOR_ATTACHMENT0);
-        delete m_framebuffer;
-    }
-    delete m_program;
-    delete m_fallbackTexture;
-    qDeleteAll(m_bufferTextures);
-}
+VisibilityDeferredRenderPass::~VisibilityDeferredRenderPass() = default;
 
 void VisibilityDeferredRenderPass::start(RenderCallbacks *)
 {
@@ -146,74 +125,75 @@ void VisibilityDeferredRenderPass::start(RenderCallbacks *)
     auto *const model = inputValue<GPUModel *>(m_inputs[Geometry]);
     DrawBuffers *const geometry = model ? model->drawBuffers(0) : nullptr;
     if (!heads)
-        heads = m_fallbackTexture;
+        heads = m_fallbackTexture.get();
     if (!nodes)
-        nodes = m_fallbackTexture;
+        nodes = m_fallbackTexture.get();
 
-    if (m_bufferTextures.isEmpty() && geometry)
+    if (m_bufferTextures.empty() && geometry)
         makeBufferTextures(geometry);
     ensureFramebuffer(m_framebuffer);
     if (size != m_size) {
         m_size = size;
-        AutoBinder framebuffer(m_framebuffer);
-        remakeTarget(m_framebuffer, GL_COLOR_ATTACHMENT0, GL_RGBA, size, GL_BGRA, GL_UNSIGNED_BYTE);
+        AutoBinder framebuffer(m_framebuffer.get());
+        m_framebuffer->remakeTarget(GL_COLOR_ATTACHMENT0, GL_RGBA, size, GL_BGRA, GL_UNSIGNED_BYTE);
     }
     if (!m_program)
         m_program = buildShadingProgram();
-    ensureScreenQuad(m_screenQuad, m_program);
+    ensureScreenQuad(m_screenQuad, *m_program);
 
     // Neither glViewport nor glClearColor here: that the pass takes both as it finds them is meant.
-    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder framebuffer(m_framebuffer.get());
     m_framebuffer->setDrawBuffers();
     glClear(GL_COLOR_BUFFER_BIT);
     if (geometry) {
         // The present model decides, while the buffers are those of the first one.
         const bool isIndexed = !geometry->indexBO().isNull();
-        Texture *const indices = isIndexed ? m_bufferTextures.value(IndexBuffer) : nullptr;
+        Texture *const indices =
+            isIndexed && m_bufferTextures.size() > IndexBuffer ? m_bufferTextures[IndexBuffer].get() : nullptr;
         AutoDisabler depthTest(GL_DEPTH_TEST);
-        AutoBinder program(m_program);
+        AutoBinder program(m_program.get());
         AutoBinder headBinder(heads);
         AutoBinder nodeBinder(nodes);
-        AutoBinder vertexBinder(m_bufferTextures[VertexBuffer]);
-        AutoBinder texCoordBinder(m_bufferTextures[TexCoordBuffer]);
-        AutoBinder normalBinder(m_bufferTextures[NormalBuffer]);
+        AutoBinder vertexBinder(m_bufferTextures[VertexBuffer].get());
+        AutoBinder texCoordBinder(m_bufferTextures[TexCoordBuffer].get());
+        AutoBinder normalBinder(m_bufferTextures[NormalBuffer].get());
         if (indices)
             indices->bind();
-        setIfPresent(m_program, "u_SamplerHeadPointer", unitOf(heads));
-        setIfPresent(m_program, "u_SamplerNodeBuffer", unitOf(nodes));
-        setIfPresent(m_program, "u_SamplerNodeBufferWidth", nodeWidth);
-        setIfPresent(m_program, "u_VertexBuffer", m_bufferTextures[VertexBuffer]->unit());
-        setIfPresent(m_program, "u_texCoordBuffer", m_bufferTextures[TexCoordBuffer]->unit());
-        setIfPresent(m_program, "u_NormalBuffer", m_bufferTextures[NormalBuffer]->unit());
+        setIfPresent(*m_program, QStringLiteral("u_SamplerHeadPointer"), unitOf(heads));
+        setIfPresent(*m_program, QStringLiteral("u_SamplerNodeBuffer"), unitOf(nodes));
+        setIfPresent(*m_program, QStringLiteral("u_SamplerNodeBufferWidth"), nodeWidth);
+        setIfPresent(*m_program, QStringLiteral("u_VertexBuffer"), m_bufferTextures[VertexBuffer]->unit());
+        setIfPresent(*m_program, QStringLiteral("u_texCoordBuffer"), m_bufferTextures[TexCoordBuffer]->unit());
+        setIfPresent(*m_program, QStringLiteral("u_NormalBuffer"), m_bufferTextures[NormalBuffer]->unit());
         if (indices)
-            setIfPresent(m_program, "u_IndexBuffer", indices->unit());
-        setIfPresent(m_program, "u_CameraMatrix", camera);
-        setIfPresent(m_program, "u_ProjectionMatrix", projection);
-        setIfPresent(m_program, "u_NormalMatrix", normalMatrix);
-        setIfPresent(m_program, "u_InvProjMatrix", invProj);
-        setIfPresent(m_program, "u_InvCameraMatrix", invCamera);
-        setIfPresent(m_program, "u_indexedDraw", isIndexed);
+            setIfPresent(*m_program, QStringLiteral("u_IndexBuffer"), indices->unit());
+        setIfPresent(*m_program, QStringLiteral("u_CameraMatrix"), camera);
+        setIfPresent(*m_program, QStringLiteral("u_ProjectionMatrix"), projection);
+        setIfPresent(*m_program, QStringLiteral("u_NormalMatrix"), normalMatrix);
+        setIfPresent(*m_program, QStringLiteral("u_InvProjMatrix"), invProj);
+        setIfPresent(*m_program, QStringLiteral("u_InvCameraMatrix"), invCamera);
+        setIfPresent(*m_program, QStringLiteral("u_indexedDraw"), isIndexed);
         {
             AutoBinder quad(m_screenQuad);
             AutoBinder commands(geometry->getDrawElementsIndirectCommandsUniformBufferObject());
             AutoBinder materials(model->materialData(0));
             AutoBinder objects(model->objectData(0));
-            TextureManager::Instance()->bindTextures(m_program);
+            TextureManager::Instance()->bindTextures(m_program.get());
             m_screenQuad->draw();
             if (indices)
                 indices->unbind();
-            TextureManager::Instance()->unbindTextures(m_program);
+            TextureManager::Instance()->unbindTextures(m_program.get());
         }
     }
-    publishTarget(m_outputs[Frame], m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[Frame], *m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 /// Lets shaders read the buffers of a model's vertices.
 void VisibilityDeferredRenderPass::makeBufferTextures(const DrawBuffers *geometry)
 {
     const auto append = [this](GLenum format, const QSharedPointer<BufferObject> &buffer) {
-        auto *const texture = new Texture(nullptr);
-        m_bufferTextures.append(texture);
+        m_bufferTextures.push_back(std::make_unique<Texture>(nullptr));
+        Texture *const texture = m_bufferTextures.back().get();
         texture->setTarget(GL_TEXTURE_BUFFER);
         AutoBinder binder(texture);
         glTexBuffer(GL_TEXTURE_BUFFER, format, buffer ? buffer->getBO() : 0);

@@ -2,8 +2,10 @@
 #include <RenderPasses/VisibilitySortRenderPass.h>
 
 #include "steps/InputRead.h"
+#include "steps/Replaced.h"
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
+#include "steps/Uniforms.h"
 #include "steps/VisibilityLists.h"
 
 #include <GL/AutoBinder.h>
@@ -200,11 +202,7 @@ VisibilitySortRenderPass::VisibilitySortRenderPass()
     addOutput(QStringLiteral("Kvz_int_NodeBufferWidth"));
 }
 
-VisibilitySortRenderPass::~VisibilitySortRenderPass()
-{
-    delete m_program;
-    delete m_framebuffer;
-}
+VisibilitySortRenderPass::~VisibilitySortRenderPass() = default;
 
 void VisibilitySortRenderPass::start(RenderCallbacks *)
 {
@@ -228,39 +226,36 @@ void VisibilitySortRenderPass::start(RenderCallbacks *)
     ensureFramebuffer(m_framebuffer);
     {
         // A framebuffer needs a target. Nothing is written to this one.
-        AutoBinder framebuffer(m_framebuffer);
-        attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, size);
+        AutoBinder framebuffer(m_framebuffer.get());
+        attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, size);
         m_framebuffer->setDrawBuffers();
     }
     if (!m_program) {
-        m_program = new ShaderProgram(nullptr);
+        m_program = std::make_unique<ShaderProgram>(nullptr);
         m_program->addShader(GL_VERTEX_SHADER, screenQuadVertexSource, QString());
         m_program->addShader(GL_FRAGMENT_SHADER, sortSource, QString());
         m_program->compile();
         m_program->link();
     }
-    ensureScreenQuad(m_screenQuad, m_program);
+    ensureScreenQuad(m_screenQuad, *m_program);
     glEnable(GL_DEPTH_TEST);
-    AutoBinder program(m_program);
-    AutoBinder framebuffer(m_framebuffer);
+    AutoBinder program(m_program.get());
+    AutoBinder framebuffer(m_framebuffer.get());
     AutoBinder headBinder(heads);
     glBindImageTexture(nodeImageUnit, nodes->textureID(), 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
-    if (m_program->hasUniform(QStringLiteral("u_NodeBufferImageWidth")))
-        m_program->setUniform(QStringLiteral("u_NodeBufferImageWidth"), nodeWidth);
-    if (m_program->hasUniform(QStringLiteral("u_SamplerHeadPointer")))
-        m_program->setUniform(QStringLiteral("u_SamplerHeadPointer"), heads->unit());
-    if (m_program->hasUniform(QStringLiteral("u_NodeBufferImage")))
-        m_program->setUniform(QStringLiteral("u_NodeBufferImage"), int(nodeImageUnit));
+    setIfPresent(*m_program, QStringLiteral("u_NodeBufferImageWidth"), nodeWidth);
+    setIfPresent(*m_program, QStringLiteral("u_SamplerHeadPointer"), heads->unit());
+    setIfPresent(*m_program, QStringLiteral("u_NodeBufferImage"), int(nodeImageUnit));
     AutoBinder quad(m_screenQuad);
     m_screenQuad->draw();
     glBindImageTexture(nodeImageUnit, 0, 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
     glMemoryBarrier(GL_TEXTURE_FETCH_BARRIER_BIT);
-    detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
+    detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 void VisibilitySortRenderPass::setShaderProgram(ShaderProgram *program)
 {
-    m_program = program;
+    replaceUndeleted(m_program, program);
 }
 
 } // namespace Velmora::Kvz

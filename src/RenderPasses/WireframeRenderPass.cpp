@@ -78,11 +78,7 @@ WireframeRenderPass::WireframeRenderPass()
     addOutput(frameName);
 }
 
-WireframeRenderPass::~WireframeRenderPass()
-{
-    delete m_framebuffer;
-    delete m_program;
-}
+WireframeRenderPass::~WireframeRenderPass() = default;
 
 void WireframeRenderPass::start(RenderCallbacks *)
 {
@@ -107,18 +103,18 @@ void WireframeRenderPass::start(RenderCallbacks *)
     }
 
     ensureFramebuffer(m_framebuffer);
-    AutoBinder framebuffer(m_framebuffer);
-    attachTempTexture(m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::LowDynamicRange, viewport.size());
+    AutoBinder framebuffer(m_framebuffer.get());
+    attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::LowDynamicRange, viewport.size());
     if (!m_program)
         m_program = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, fragmentSource);
-    ensureScreenQuad(m_screenQuad, m_program);
+    ensureScreenQuad(m_screenQuad, *m_program);
 
     m_framebuffer->setDrawBuffers();
     glDisable(GL_DEPTH_TEST);
     glViewport(viewport.left(), viewport.top(), viewport.width(), viewport.height());
     glClear(GL_COLOR_BUFFER_BIT);
     {
-        AutoBinder program(m_program);
+        AutoBinder program(m_program.get());
         // The viewport's size, not the image's: that is meant.
         m_program->setUniform(QStringLiteral("u_IdSamplerWidth"), viewport.width());
         m_program->setUniform(QStringLiteral("u_IdSamplerHeight"), viewport.height());
@@ -131,7 +127,7 @@ void WireframeRenderPass::start(RenderCallbacks *)
 
     handOn(m_outputs[framePort], m_numOutputUsers[framePort], m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
     giveBack(id);
-    detachAndGiveBack(m_framebuffer, GL_COLOR_ATTACHMENT0);
+    detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 } // namespace Velmora::Kvz

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <Chain/registry/PassEntries.h>
+#include <ExtraPasses/OpaqueModelProgram.h>
+#include <GL/ShaderProgram.h>
 #include <RenderPasses/ModelRenderPass.h>
-
-#include "steps/MaterialImages.h"
-#include "steps/ModelProgram.h"
 
 #include <epoxy/gl.h>
 
@@ -16,15 +15,8 @@ std::unique_ptr<RenderPass> create(const PassOptions &options)
     auto pass = std::make_unique<ModelRenderPass>();
     const bool discardsOnAlpha = options[QStringLiteral("discardOnDiffuseAlpha")].toBool();
     pass->setDiscardOnDiffuseAlpha(discardsOnAlpha);
-    if (options[QStringLiteral("opaqueOnly")].toBool()) {
-        QString source = materialImagesFragmentSource;
-        source.remove(opaqueOnlyMarker);
-        if (discardsOnAlpha)
-            source.remove(diffuseAlphaMarker);
-        pass->setShaderProgram(buildModelProgram({QStringLiteral("out_Kd"), QStringLiteral("out_Ks"),
-                                                     QStringLiteral("out_Normal"), QStringLiteral("out_Id")},
-            materialImagesVertexSource, source));
-    }
+    if (options[QStringLiteral("opaqueOnly")].toBool())
+        pass->setShaderProgram(makeOpaqueModelProgram(discardsOnAlpha).release());
     return pass;
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "OwnedTarget.h"
+#include "TargetFramebuffer.h"
 
 #include <QtCore/QList>
 #include <QtCore/QStringList>
@@ -10,8 +10,8 @@
 
 namespace Velmora::Kvz {
 
-// The targets of a geometry buffer, from a pass's own list of records { outputName, internalFormat }. Record i stands at
-// GL_COLOR_ATTACHMENT0 + i.
+// The colour targets of a geometry buffer, from a pass's own list of records { outputName, internalFormat }. Record i
+// stands at GL_COLOR_ATTACHMENT0 + i.
 
 /// The fragment outputs in the order of their attachments.
 template <typename Config> QStringList outputNames(const QList<Config> &configs)
@@ -22,21 +22,13 @@ template <typename Config> QStringList outputNames(const QList<Config> &configs)
     return names;
 }
 
-/// Makes each colour target anew; the framebuffer must be bound.
+/// Replaces each colour target by one of this size, in texels; the framebuffer must be bound.
 template <typename Config>
-void remakeColorTargets(FramebufferObject *framebuffer, const QList<Config> &configs, const QSize &size)
+void remakeColorTargets(TargetFramebuffer &framebuffer, const QList<Config> &configs, const QSize &size)
 {
     unsigned int attachment = GL_COLOR_ATTACHMENT0;
     for (const Config &config : configs)
-        remakeTarget(framebuffer, attachment++, config.internalFormat, size, GL_BGRA, GL_FLOAT);
-}
-
-/// Deletes the colour targets and the depth target.
-template <typename Config> void deleteGeometryTargets(FramebufferObject *framebuffer, const QList<Config> &configs)
-{
-    for (int i = 0; i < configs.size(); ++i)
-        deleteTarget(framebuffer, GL_COLOR_ATTACHMENT0 + unsigned(i));
-    deleteTarget(framebuffer, GL_DEPTH_ATTACHMENT);
+        framebuffer.remakeTarget(attachment++, config.internalFormat, size, GL_BGRA, GL_FLOAT);
 }
 
 } // namespace Velmora::Kvz

@@ -5,57 +5,14 @@
 
 namespace Velmora::Kvz {
 
-// The program that draws a model into the images of its materials, for buildModelProgram(). Inline, so that a source built of
-// these at load time finds them filled in.
+// The program that draws a model into the images of its materials, for buildModelProgram().
 
-// The normal's w of 1 is meant: it shows with matrices that are not affine.
-inline const QString materialImagesVertexSource = QStringLiteral(R"(#version 150
-#instancedata "InstanceInfo"
-uniform mat4 u_CameraMatrix;
-uniform mat4 u_ProjectionMatrix;
-uniform mat4 u_NormalMatrix;
-in vec3 va_Vertex;
-in vec3 va_Normal;
-in vec2 va_TexCoord;
-out vec3 vo_Normal;
-out vec2 vo_TexCoord;
+extern const QString materialImagesVertexSource;
 
-void main()
-{
-    gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
-    vo_Normal = (u_NormalMatrix * getModelNormalMatrix() * vec4(va_Normal, 1.0)).xyz;
-    vo_TexCoord = va_TexCoord;
-}
-)");
+/// With `discardOnDiffuseAlpha` fragments are discarded where the alpha of the diffuse image is next to nothing. Where
+/// opaqueOnlyMacro is defined, materials with an opacity below 1 are discarded.
+QString materialImagesFragmentSource(bool discardOnDiffuseAlpha);
 
-/// Stands before code that removing it brings to life: a discard where the alpha of the diffuse image is next to nothing.
-inline const QString diffuseAlphaMarker = QStringLiteral("//DODA ");
-/// The same for a discard of materials that let light through.
-inline const QString opaqueOnlyMarker = QStringLiteral("//OPAQUE ");
-
-// vo_Vertex, which the vertex stage does not write, is not read, and out_TexCoord has no target; both are meant.
-inline const QString materialImagesFragmentSource = QStringLiteral(R"(#version 150
-#instancedata "OBJMaterial"
-#include "TextureManager.glslh"
-in vec3 vo_Vertex;
-in vec3 vo_Normal;
-in vec2 vo_TexCoord;
-out vec4 out_Kd;
-out vec4 out_Ks;
-out vec3 out_Normal;
-out vec2 out_TexCoord;
-out vec4 out_Id;
-
-void main()
-{
-//OPAQUE if(getD() < 1.0) { discard; }
-//DODA if(managedTexture(getMap_Kd(), vo_TexCoord).a <= 0.01) { discard; }
-    out_Kd = vec4(getKd() * managedTexture(getMap_Kd(), vo_TexCoord).rgb, getD());
-    out_Ks = vec4(getKs() * managedTexture(getMap_Ks(), vo_TexCoord).rgb, getNs());
-    out_Normal = normalize(vo_Normal);
-    out_TexCoord = vo_TexCoord;
-    out_Id = vec4(gl_PrimitiveID + 1.0);
-}
-)");
+extern const QString opaqueOnlyMacro;
 
 } // namespace Velmora::Kvz

@@ -8,19 +8,21 @@
 
 namespace Velmora::Kvz {
 
-void addModelVertexStage(ShaderProgram *program, const QString &source, const QString &plan)
+void addModelVertexStage(ShaderProgram &program, const QString &source, const QString &plan)
 {
-    program->addShader(GL_VERTEX_SHADER, source, QString());
-    program->addShader(GL_VERTEX_SHADER, InstanceDataRegistry::Instance().getPlan(plan).glslc(), QString());
-    program->addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.glslc"));
+    program.addShader(GL_VERTEX_SHADER, source, QString());
+    program.addShader(GL_VERTEX_SHADER, InstanceDataRegistry::Instance().getPlan(plan).glslc(), QString());
+    program.addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.glslc"));
 }
 
-ShaderProgram *buildModelProgram(const QStringList &outputs, const QString &vertexSource, const QString &fragmentSource)
+std::unique_ptr<ShaderProgram> buildModelProgram(
+    const QStringList &outputs, const QString &vertexSource, const QString &fragmentSource, GLSLMacroProcessor *macros)
 {
-    auto *const program = new ShaderProgram(nullptr);
+    auto program = std::make_unique<ShaderProgram>(nullptr);
+    program->setMacroProcessor(macros);
     program->setFragDataLocations(outputs);
 
-    addModelVertexStage(program, vertexSource);
+    addModelVertexStage(*program, vertexSource);
     program->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());
     program->addShader(
         GL_FRAGMENT_SHADER, InstanceDataRegistry::Instance().getPlan(QStringLiteral("OBJMaterial")).glslc(), QString());
@@ -29,6 +31,8 @@ ShaderProgram *buildModelProgram(const QStringList &outputs, const QString &vert
 
     program->compile();
     program->link();
+    // The processor may be a local of the caller's.
+    program->setMacroProcessor(nullptr);
     return program;
 }
 

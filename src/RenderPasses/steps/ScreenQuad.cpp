@@ -19,15 +19,15 @@ void main()
 }
 )");
 
-bool ensureFramebuffer(FramebufferObject *&framebuffer)
+bool ensureFramebuffer(std::unique_ptr<FramebufferObject> &framebuffer)
 {
     if (framebuffer)
         return false;
-    framebuffer = new FramebufferObject(nullptr);
+    framebuffer = std::make_unique<FramebufferObject>(nullptr);
     return true;
 }
 
-void ensureScreenQuad(QSharedPointer<DrawBuffers> &quad, const ShaderProgram *program)
+void ensureScreenQuad(QSharedPointer<DrawBuffers> &quad, const ShaderProgram &program)
 {
     if (quad)
         return;
@@ -35,7 +35,7 @@ void ensureScreenQuad(QSharedPointer<DrawBuffers> &quad, const ShaderProgram *pr
     enableArrays(quad, program);
 }
 
-void ensureScreenQuad2(QSharedPointer<DrawBuffers> &quad, const ShaderProgram *program)
+void ensureScreenQuad2(QSharedPointer<DrawBuffers> &quad, const ShaderProgram &program)
 {
     if (quad)
         return;
@@ -43,10 +43,10 @@ void ensureScreenQuad2(QSharedPointer<DrawBuffers> &quad, const ShaderProgram *p
     enableArrays(quad, program);
 }
 
-void enableArrays(const QSharedPointer<DrawBuffers> &quad, const ShaderProgram *program)
+void enableArrays(const QSharedPointer<DrawBuffers> &quad, const ShaderProgram &program)
 {
     AutoBinder binder(quad->VAO());
-    quad->VAO()->enableShaderProgramArrays(program);
+    quad->VAO()->enableShaderProgramArrays(&program);
 }
 
 } // namespace Velmora::Kvz

@@ -12,10 +12,11 @@ namespace {
 /// What no caster touched.
 constexpr float farMoment = 1e9f;
 
-Texture *makeArray(const QSize &size, int layers, GLint internalFormat, GLenum format, GLint filter)
+std::unique_ptr<Texture> makeArray(const QSize &size, int layers, GLint internalFormat, GLenum format, GLint filter)
 {
-    auto *const array = new Texture(GL_TEXTURE_2D_ARRAY, internalFormat, size.width(), size.height(), layers, nullptr);
-    AutoBinder binder(array);
+    auto array =
+        std::make_unique<Texture>(GL_TEXTURE_2D_ARRAY, internalFormat, size.width(), size.height(), layers, nullptr);
+    AutoBinder binder(array.get());
     glTexImage3D(
         GL_TEXTURE_2D_ARRAY, 0, internalFormat, size.width(), size.height(), layers, 0, format, GL_FLOAT, nullptr);
     glTexParameteri(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_MIN_FILTER, filter);
@@ -59,12 +60,12 @@ void setFarClearColor()
     glClearColor(farMoment, farMoment, farMoment, 1.0f);
 }
 
-Texture *makeMomentArray(const QSize &size, int layers)
+std::unique_ptr<Texture> makeMomentArray(const QSize &size, int layers)
 {
     return makeArray(size, layers, GL_RG32F, GL_RG, GL_LINEAR);
 }
 
-Texture *makeDepthArray(const QSize &size, int layers)
+std::unique_ptr<Texture> makeDepthArray(const QSize &size, int layers)
 {
     return makeArray(size, layers, GL_DEPTH_COMPONENT32F, GL_DEPTH_COMPONENT, GL_NEAREST);
 }

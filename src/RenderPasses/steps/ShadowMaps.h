@@ -12,6 +12,7 @@
 #include <QtCore/QVector>
 #include <QtGui/QVector3D>
 
+#include <memory>
 #include <optional>
 
 namespace Velmora::Kvz {
@@ -21,10 +22,10 @@ namespace Velmora::Kvz {
 /// The feature bits by which the shadow passes select items.
 inline constexpr quint64 castsNoShadow = GPUModel::NoShadowA | GPUModel::NoShadowB;
 
-/// Reads a port whose null value, or one that does not convert, means nothing.
+/// Reads a port that may be unset: nothing for a null value and for one that does not convert.
 template <typename T> std::optional<T> optionalValue(const NamedValue<QVariant> &port)
 {
-    // That Qt counts a zero QVector3D as null is meant.
+    // Qt counts a QVector3D of zeros as null. Intentional: such a corner counts as unset.
     if (port.value.isNull() || !port.value.canConvert<T>())
         return std::nullopt;
     return port.value.value<T>();
@@ -37,26 +38,26 @@ template <typename T> const T *pointerTo(const std::optional<T> &value)
 
 using CornerPair = QPair<QVector3D, QVector3D>;
 
-/// Minimum and maximum corner of the scene: those of the ports when both are there, else the model's, if it has some.
+/// Minimum and maximum corner of the scene: those of the ports when both are set, else the model's, if it has any.
 std::optional<CornerPair> sceneBounds(
     const NamedValue<QVariant> &minimum, const NamedValue<QVariant> &maximum, const GPUModel *model);
 
-/// The collections of a list of instance data. What is none of them is left out.
+/// The collections of a list of instance data. Elements that are no collection are left out.
 QVector<InstanceDataCollection *> instanceData(const NamedValue<QVariant> &port);
 
 /// The clear colour of moments: infinitely far.
 void setFarClearColor();
 
 /// An array of depth moments, GL_RG32F with linear filters. The size is in texels.
-Texture *makeMomentArray(const QSize &size, int layers);
-/// An array of depths, GL_DEPTH_COMPONENT32F with nearest filters; `data` can be null.
-Texture *makeDepthArray(const QSize &size, int layers);
+std::unique_ptr<Texture> makeMomentArray(const QSize &size, int layers);
+/// An array of depths, GL_DEPTH_COMPONENT32F with nearest filters.
+std::unique_ptr<Texture> makeDepthArray(const QSize &size, int layers);
 
-/// Has reads beside a map give moments that are infinitely far.
+/// Makes reads outside a map give moments that are infinitely far.
 void clampToFarBorder(Texture *moments);
 void clampToEdge(Texture *array);
 
-/// Whether nothing of the model casts a shadow; so, too, for null.
+/// Whether nothing of the model casts a shadow, as with null.
 bool castsNothing(const GPUModel *model);
 
 /// Which kinds of items a model has, casting or not.
@@ -67,8 +68,8 @@ struct CasterKinds
     bool hasDoubleSided;
 };
 
-/// Draws what casts shadows with the bound program: items seen from behind are left out where they are single-sided. Face
-/// culling is off afterwards.
+/// Draws what casts shadows with the bound program, single-sided items without their back faces. Face culling is off
+/// afterwards.
 void drawCasters(GPUModel *model, ShaderProgram *program, const CasterKinds &kinds);
 
 } // namespace Velmora::Kvz

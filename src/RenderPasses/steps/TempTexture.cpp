@@ -7,10 +7,10 @@
 namespace Velmora::Kvz {
 
 Texture *attachTempTexture(
-    FramebufferObject *framebuffer, unsigned int attachment, TextureFormat format, const QSize &size, int samples)
+    FramebufferObject &framebuffer, unsigned int attachment, TextureFormat format, const QSize &size, int samples)
 {
     Texture *const texture = TextureManager::Instance()->tempTexture(format, size.width(), size.height(), 1, samples);
-    framebuffer->attach(texture, attachment, 0);
+    framebuffer.attach(texture, attachment, 0);
     return texture;
 }
 
@@ -25,9 +25,9 @@ void giveBack(Texture *texture)
     TextureManager::Instance()->releaseTempTextureRef(texture, 1);
 }
 
-void detachAndGiveBack(FramebufferObject *framebuffer, unsigned int attachment)
+void detachAndGiveBack(FramebufferObject &framebuffer, unsigned int attachment)
 {
-    giveBack(framebuffer->detach(attachment));
+    giveBack(framebuffer.detach(attachment));
 }
 
 } // namespace Velmora::Kvz
