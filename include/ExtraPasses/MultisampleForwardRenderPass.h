@@ -43,7 +43,7 @@ class Texture;
 /// | 3      | Kvz_Vector2D_JitterAmount       | That shift in normalised device units.                                 |
 ///
 /// Colours of transparent materials are mixed with the background, not with what lies between: the nearest surface wins.
-/// Where a driver has more than two samples, the others repeat the two, a little out of place. The depth test, blending and the
+/// Where a driver has more than two samples, the others repeat these two, slightly out of place. The depth test, blending and the
 /// sample mask are off afterwards, multisampling is on, the clear colour is transparent black.
 class KVZ_EXTRAPASSES_EXPORT MultisampleForwardRenderPass : public RenderPassProxy
 {

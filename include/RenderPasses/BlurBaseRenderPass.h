@@ -17,8 +17,8 @@ class FramebufferObject;
 class ShaderProgram;
 class Texture;
 
-/// What the passes share that blur by a Gaussian in two draws, one along each axis: the kernel, the programs that are built
-/// for it, and their basic GLSL. It has no ports, and a host never makes one.
+/// The base of the passes that blur by a Gaussian in two draws, one along each axis: the kernel, the programs that are built
+/// for it, and their basic GLSL. It has no ports, and hosts do not create it.
 ///
 /// The kernel's standard deviation is the blur radius, in texels of the target. Neighbouring samples are folded into one
 /// read between two texels, so a draw with `m_weights.size()` taps reads its image `2 * m_weights.size() - 1` times for
@@ -38,7 +38,7 @@ protected:
     /// Fills `m_weights` and `m_offsets` for the radius in force. A radius of 0 or less gives one tap of weight 1.
     void calculateBlurWeights();
     /// A program, the caller's, of the base vertex source and this fragment source. The number of taps is part of it, so
-    /// calculateBlurWeights() comes first. Whether it compiled is not looked at.
+    /// calculateBlurWeights() comes first. Whether it compiled is not checked.
     ShaderProgram *makeShaderProgram(const QString &fragmentSource) const;
     /// Blurs `u_Input` along `stepVec`. With STENCIL_MASK, pixels with an alpha of 0 or less stay as they are.
     static QString getBaseFragmentShaderSource();
@@ -46,10 +46,10 @@ protected:
 
     /// A target for a draw from the pool, GL_RGBA16F, of this size in pixels.
     static Texture *takeTarget(const QSize &size);
-    /// Attaches the target of a draw to the framebuffer, which is bound, and fills it with the clear colour in force.
+    /// Attaches the target of a draw to the framebuffer, which is bound, and clears it to the current clear colour.
     /// Depth test and depth writes go off.
     void attachAndClear(Texture *target);
-    /// Hands the kernel to a program that is bound.
+    /// Sets the kernel's uniforms on a program that is bound.
     void setKernel(ShaderProgram &program) const;
 
     float m_blurRadius; ///< The radius that the kernel stands for.

@@ -36,7 +36,7 @@ enum JitterMode : int {
 /// | 2      | Kvz_Vector2D_JitterAmount       | QVector2D, the shift in normalised device units: a pixel is 2 / width |
 ///
 /// The frame is a reset when Kvz_bool_ResetTemporal is true, and when the viewport's size or any element of the two
-/// matrices differs from that of the latest reset. A reset begins the still frames of JitterRandom anew and leaves the index
+/// matrices differs from that of the latest reset. A reset restarts the still frames of JitterRandom and leaves the index
 /// alone. The random numbers are drand48()'s, which a host may seed.
 class KVZ_RENDERPASSES_EXPORT CameraJitterPass : public RenderPassProxy
 {

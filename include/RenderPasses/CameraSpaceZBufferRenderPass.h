@@ -28,8 +28,8 @@ class ShaderProgram;
 /// | 0      | Kvz_KvzTexture*_Frame | A pooled GL_RGBA32F texture of the viewport's size: x, y, z in camera space, in units of the scene, and 1. The camera looks along -z. |
 ///
 /// Where nothing was drawn, at a depth of 1, stands the point on the far plane. Of a multisampled depth image sample 0 is
-/// read, at the pixel; a plain one is stretched over the viewport. Which of the two, the first frame settles for good. The
-/// samples of the result are apart from those of the depth.
+/// read, at the pixel; a plain one is stretched over the viewport. The first frame decides for good which of the two. The
+/// samples of the result do not depend on those of the depth.
 ///
 /// Depth writes and the stencil test are off afterwards; the depth test stays as it is.
 class KVZ_RENDERPASSES_EXPORT CameraSpaceZBufferRenderPass : public RenderPassProxy

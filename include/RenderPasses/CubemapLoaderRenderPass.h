@@ -13,9 +13,9 @@ namespace Velmora::Kvz {
 
 class Texture;
 
-/// Builds a cube map from six image files, and hands it on in every frame. Each cube map that was built is kept, so going
-/// back to an earlier set of paths reads no file. All six files are read by the frame that brings another path, on the
-/// thread of start().
+/// Builds a cube map from six image files, and publishes it in every frame. Each cube map that was built is kept, so going
+/// back to an earlier set of paths reads no file. The frame that brings a new path reads all six files, on the thread of
+/// start().
 ///
 /// | Input | Name                        | Type    | Default | Null means                                     |
 /// |-------|-----------------------------|---------|---------|------------------------------------------------|
@@ -30,14 +30,14 @@ class Texture;
 /// |--------|-------------------------|-----------------------------------------------------------------------------------|
 /// | 0      | Kvz_KvzTexture*_Cubemap | A GL_TEXTURE_CUBE_MAP of format GL_RGBA, linear filters, clamped to its edges, with mip levels |
 ///
-/// The textures are the pass's own, not counted, deleted with the pass. The number that it keeps has no limit.
+/// The textures are the pass's own, not counted, deleted with the pass. There is no limit to how many it keeps.
 ///
 /// The rows of a file go to its face as they are, the top row first, which is how OpenGL lays out cube maps: looking along
 /// -z with +y up, a face's top row is up, and its columns run from right to left, since faces are pictures of the outside of
 /// the cube. The top row of the face towards +y lies at -z, that of the face towards -y at +z.
 ///
 /// A face whose path is no file, or no image, is one transparent black texel, and nothing is logged. OpenGL samples a cube
-/// map only when its six faces are squares of one size, else it gives black; the pass does not look.
+/// map only when its six faces are squares of one size, else it gives black; the pass does not check.
 ///
 /// The bits go to GL as QImage holds them, as GL_BGRA bytes, so images of 32 bits for each pixel come out right. For an
 /// image with fewer bits GL refuses the face with GL_INVALID_OPERATION.

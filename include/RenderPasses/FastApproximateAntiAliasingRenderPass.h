@@ -30,7 +30,7 @@ class ShaderProgram;
 /// |--------|-----------------------|-----------------------------------------------------------------------------|
 /// | 0      | Kvz_KvzTexture*_Frame | A pooled texture of the viewport's size: GL_RGBA16F in HDR, else GL_RGBA8.  |
 ///
-/// Sub-pixel quality takes away details of less than a pixel, from 0 (none) to 1 (soft). The edge threshold is the least
+/// Sub-pixel quality removes details of less than a pixel, from 0 (none) to 1 (soft). The edge threshold is the least
 /// contrast that counts, in parts of the brightest neighbour; the other threshold is its floor. The reciprocal frame factor
 /// widens the horizontal steps alone. Green stands for luma, so the frame should be as bright to the eye as its numbers
 /// say: tone-mapped, encoded for the screen. HDR changes the output's format and nothing else.

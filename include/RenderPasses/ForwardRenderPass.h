@@ -13,7 +13,7 @@ class ShaderProgram;
 class TargetFramebuffer;
 
 /// Draws a model and shades it in the same program, with one directional light that is fixed to the camera, above the
-/// viewer's right shoulder: Lambert's term and Blinn's highlight. The way of one pass to what ModelRenderPass and
+/// viewer's right shoulder: Lambert's term and Blinn's highlight. It does in one pass what ModelRenderPass and
 /// ModelDeferredPass do in two.
 ///
 /// | Input | Name                           | Type       | Default | Null means                                         |

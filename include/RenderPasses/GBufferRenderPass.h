@@ -59,7 +59,7 @@ public:
 
     void start(RenderCallbacks *callbacks) override;
 
-    /// Draws with this linked program instead of the pass's own; null goes back to the pass's own, built anew. It writes
+    /// Draws with this linked program instead of the pass's own; null goes back to the pass's own, built again. It writes
     /// "out_Normal", "out_TexCoord" and "out_Id" at colours 0, 1 and 2, and gets `u_ProjectionMatrix` and `u_CameraMatrix`.
     /// The pass takes ownership; a program that it held before is not deleted.
     void setShaderProgram(ShaderProgram *program);

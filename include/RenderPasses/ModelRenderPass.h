@@ -61,7 +61,7 @@ public:
 
     void start(RenderCallbacks *callbacks) override;
 
-    /// Draws with this linked program instead of the pass's own; null goes back to the pass's own, built anew. It writes
+    /// Draws with this linked program instead of the pass's own; null goes back to the pass's own, built again. It writes
     /// "out_Kd", "out_Ks", "out_Normal" and "out_Id" at colours 0 to 3, and gets `u_ProjectionMatrix`, `u_CameraMatrix` and
     /// `u_NormalMatrix`. The pass takes ownership; a program that it held before is not deleted.
     void setShaderProgram(ShaderProgram *program);

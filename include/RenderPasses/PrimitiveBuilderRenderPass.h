@@ -21,7 +21,7 @@ class DrawBuffers;
 /// Positions are in world space. Neither shape winds all its triangles alike, so draw them without face culling. A cube's
 /// texture coordinates step up by one from face to face, from 0 to 6: a repeating texture shows whole on each face.
 ///
-/// A list that grew is baked anew, whole, by the next start().
+/// When the list has grown, the next start() bakes all of it again.
 class KVZ_RENDERPASSES_EXPORT PrimitiveBuilderRenderPass : public RenderPassProxy
 {
 public:

@@ -40,10 +40,24 @@ class Texture;
 /// |--------|-------------------------|-------------------------------------------------------------------------------------|
 /// | 0      | Kvz_KvzTexture*_Frame   | A pooled texture of the viewport's size: GL_RGBA16F in HDR, else GL_RGBA8; null without a frame. Alpha is 1 in T2X and 4X. |
 ///
-/// T2X and 4X want a camera with CameraJitterPass's jitter. With the jitter's amount on its port the velocity must be that
-/// between the pictures as they were drawn, the change of the jitter in it: the pass takes it out again. With a velocity that is
-/// free of it, leave the amount unfed. A configuration of 64 by 64 pixels, mode 2 and no predicate as a pass's very first never
-/// builds the programs, and the output has no picture.
+/// The area table holds for samples that lie at these places of a pixel, in texture coordinates:
+///
+/// | Mode | Jitter index | Sample 0       | Sample 1       |
+/// |------|--------------|----------------|----------------|
+/// | 1X   | any          | (0.5, 0.5)     |                |
+/// | S2X  | any          | (0.75, 0.75)   | (0.25, 0.25)   |
+/// | T2X  | 0            | (0.75, 0.75)   |                |
+/// | T2X  | 1            | (0.25, 0.25)   |                |
+/// | 4X   | 0            | (0.875, 0.625) | (0.375, 0.125) |
+/// | 4X   | 1            | (0.625, 0.875) | (0.125, 0.375) |
+///
+/// SubsampleJitterPass places the sample of T2X, MultisampleForwardRenderPass those of S2X and 4X. The modes of
+/// CameraJitterPass place it elsewhere: T2X runs with them, but leaves edges rougher.
+///
+/// With the jitter's amount on its port the velocity must be that between the pictures as they were drawn, which contains the
+/// change of the jitter: the pass takes it out again. With a velocity that is free of jitter, leave the amount unset. A
+/// configuration of 64 by 64 pixels, mode 2 and no predicate as a pass's very first never builds the programs, and the output
+/// has no picture.
 ///
 /// setup() must have run before the first start(): it makes the lookup tables. 1X and T2X resolve a multisampled frame first.
 /// The frame keeps the linear filters that the pass sets.

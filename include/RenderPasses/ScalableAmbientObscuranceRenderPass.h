@@ -49,7 +49,7 @@ extern KVZ_RENDERPASSES_EXPORT const QString gSaoFragmentShaderSource;
 ///
 /// White stays where the depth of the pixel or of one of its taps is exactly 1 and positions come from the depth, and
 /// where a point is more than 50 units away. Which of the image inputs are connected and which of them are multisampled,
-/// the first frame settles for good. Multisampled images are read at sample 0.
+/// the first frame decides for good. Multisampled images are read at sample 0.
 ///
 /// The depth image is also attached as depth, so it must have as many samples as the result. When positions come from the
 /// depth, a pixel of the result reads the texel of its own number: with a divider above 1 that is the lower left part of

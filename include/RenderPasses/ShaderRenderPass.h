@@ -29,7 +29,7 @@ class Texture;
 /// | Port                                | Meaning                                                                    |
 /// |-------------------------------------|----------------------------------------------------------------------------|
 /// | input `Kvz_KvzTexture*_Foo`         | feeds the sampler `u_Foo`; null means transparent black                    |
-/// | input `Kvz_KvzDrawBuffers*_Foo`     | what is drawn in the place of a quad over the screen; null means the quad  |
+/// | input `Kvz_KvzDrawBuffers*_Foo`     | what is drawn instead of a quad over the screen; null means the quad       |
 /// | input of any other name             | sets the uniform of that whole name, for a value that is a bool, int, double, float, QRect, QSize, QColor, QMatrix4x4, QVector2D, QVector3D or QVector4D |
 /// | output `Kvz_KvzTexture*_Bar`        | is written by the fragment output `o_Bar`                                  |
 ///

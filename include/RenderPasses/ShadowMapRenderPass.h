@@ -20,7 +20,7 @@ class ShadowMapRenderData;
 class Texture;
 
 /// Renders a variance shadow map for every layer of every light, a layer at a time, and filters them. ShadowMapRenderPass2
-/// comes to the same with fewer draws.
+/// does the same with fewer draws.
 ///
 /// | Input | Name                                          | Type         | Default    | Null means                                    |
 /// |-------|-----------------------------------------------|--------------|------------|-----------------------------------------------|
@@ -40,13 +40,13 @@ class Texture;
 ///
 /// ShadowMapManager::processLights() says which layers the lights have. The data's projection texture is a
 /// GL_TEXTURE_2D_ARRAY of GL_RG32F, owned by the pass: red is the depth (normalised device z from 0 to 1, 0.0005 of bias
-/// included), green its square. What no caster touched, and all beside a map, holds 1e9. Depths of 0 and less, the near half
+/// included), green its square. What no caster touched, and what lies outside a map, holds 1e9. Depths of 0 and less, the near half
 /// of the clip range, cast nothing. Items with either of the two highest feature bits cast nothing; those with
 /// GPUModel::DoubleSided are drawn without face culling.
 ///
 /// Qt counts a QVector3D of zeros as null, so a scene whose minimum corner is the origin takes the model's bounds.
 ///
-/// All culling marks of the model are taken away, so that casters outside the camera's view are in.
+/// All culling marks of the model are removed, so that casters outside the camera's view count.
 ///
 /// After Donnelly and Lauritzen, "Variance Shadow Maps", I3D 2006.
 class KVZ_RENDERPASSES_EXPORT ShadowMapRenderPass : public RenderPassProxy

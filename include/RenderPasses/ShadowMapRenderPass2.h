@@ -20,7 +20,7 @@ class ShadowMapRenderData;
 class Texture;
 
 /// Renders a variance shadow map for every layer of every light, for scenes that are costly to draw: depth alone, several
-/// layers a draw where the driver allows it, the moments worked out of the depths afterwards, and nothing at all while
+/// layers in a draw where the driver allows it, moments computed from the depths afterwards, and nothing at all while
 /// nothing changes.
 ///
 /// | Input | Name                                          | Type         | Default    | Null means                                    |
@@ -44,14 +44,14 @@ class Texture;
 /// have more layers than the lights: it is made again when it is too small or not half used. And an item in the near half of
 /// the clip range, which casts nothing itself, hides what lies behind it.
 ///
-/// `Dirty` says that lights, camera, bounds or the model have changed; with false the last maps are published once more, but
-/// for a frame in which the pass makes something anew, such as after a change of the map size. The first frame should be
+/// `Dirty` says that lights, camera, bounds or the model have changed; with false the last maps are published again, except
+/// for a frame in which the pass recreates something, such as after a change of the map size. The first frame should be
 /// dirty and have as many layers as there will ever be: the program is built for their number and never again. Layers past it
 /// have no sound matrix, and with none at all the driver refuses the program, with its words in the log at debug level.
 ///
-/// All culling marks of the model are taken away, dirty or not.
+/// All culling marks of the model are removed, dirty or not.
 ///
-/// The constructor asks the driver what it can do, so a context must be current, and logs the choice at debug level.
+/// The constructor asks what the driver can do, so a context must be current, and logs the choice at debug level.
 /// teardownContextData() leaves the arrays, which are put to work in a new context by the next change of size or number.
 class KVZ_RENDERPASSES_EXPORT ShadowMapRenderPass2 : public RenderPassProxy
 {

@@ -70,7 +70,7 @@ public:
     void setup(RenderCallbacks *callbacks) override;
     void start(RenderCallbacks *callbacks) override;
 
-    /// Makes the framebuffer and the quad, anew where they are there; start() calls it for its first frame and after
+    /// Makes the framebuffer and the quad, in place of those that exist; start() calls it for its first frame and after
     /// release().
     void init();
     /// Deletes the framebuffer and drops the quad; start() calls it when the viewport changes its size. What is attached is

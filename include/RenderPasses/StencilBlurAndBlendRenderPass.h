@@ -41,7 +41,7 @@ public:
 protected:
     /// \name Draws
     /// Each into `target`, with the framebuffer bound. `rebuilt` says that the programs are new; it makes no difference,
-    /// since every uniform is set anew.
+    /// since every uniform is set in each draw.
     /// @{
     /// `source` blurred horizontally where its alpha is above 0.
     void drawWithBlurOnlyShader(const bool &rebuilt, Texture *source, Texture *target);

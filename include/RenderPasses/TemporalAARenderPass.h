@@ -17,7 +17,7 @@ class ShaderProgram;
 class Texture;
 
 /// Refines a still image: the running mean of the frames since camera, projection or size last changed, kept in one texture.
-/// Jittered frames average out into an anti-aliased image. Nothing is reprojected: any change of view starts anew.
+/// Jittered frames average out into an anti-aliased image. Nothing is reprojected: any change of view starts over.
 ///
 /// | Input | Name                            | Type       | Default | Null means                                      |
 /// |-------|---------------------------------|------------|---------|-------------------------------------------------|

@@ -11,8 +11,8 @@ namespace Velmora::Kvz {
 
 class Texture;
 
-/// Loads an image file into a texture, and hands that on in every frame. The file is read by the frame that brings another
-/// path, on the thread of start().
+/// Loads an image file into a texture, and publishes that in every frame. The frame that brings a new path reads the file,
+/// on the thread of start().
 ///
 /// | Input | Name                     | Type    | Default | Null means                                                       |
 /// |-------|--------------------------|---------|---------|------------------------------------------------------------------|
@@ -25,7 +25,7 @@ class Texture;
 /// The texture is the pass's own, one object for all paths, read-only, not counted, deleted with the pass. It has no storage
 /// until a path is set. Its filters and wrap modes are those of a new GL texture until a consumer sets others.
 ///
-/// What is no file, or no image, gives one opaque white texel, and nothing is logged. A path is tried once: changes on disk
+/// A path that is no file, or no image, gives one opaque white texel, and nothing is logged. A path is tried once: changes on disk
 /// are not noticed until another path has been set in between.
 ///
 /// The bits go to GL as QImage holds them, as GL_BGRA bytes, so images of 32 bits for each pixel come out right: colour PNGs

@@ -61,7 +61,7 @@ public:
 
     void start(RenderCallbacks *callbacks) override;
 
-    /// Sorts with this linked program instead of the pass's own; null goes back to the pass's own, built anew. It gets
+    /// Sorts with this linked program instead of the pass's own; null goes back to the pass's own, built again. It gets
     /// `u_SamplerHeadPointer`, `u_NodeBufferImage` (image unit 1) and `u_NodeBufferImageWidth`, and draws one quad. The pass
     /// takes ownership; a program that it held before is not deleted. The quad's arrays are enabled for the program of the
     /// first sort alone.

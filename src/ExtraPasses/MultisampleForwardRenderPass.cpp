@@ -40,7 +40,7 @@ void main()
 }
 )");
 
-// Values are those at the texel's centre, which is not where the one sample lies that is drawn, so they are carried over to it.
+// Values are interpolated at the texel's centre, which is not where the sample that is drawn lies, so they are carried over.
 // Colours end at 1 as in the frames of ForwardRenderPass, whose highlights may go far beyond.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #instancedata "OBJMaterial"

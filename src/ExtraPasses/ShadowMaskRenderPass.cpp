@@ -274,7 +274,7 @@ void ShadowMaskRenderPass::start(RenderCallbacks *)
         AutoBinder shadowBinder(shadows);
         AutoBinder lightBinder(m_lightTexture.get());
         m_program->setUniform(QStringLiteral("u_DepthSampler"), depth->unit());
-        // Samplers of one type may share a unit; those of two may not, and unit 0 is nobody's.
+        // Samplers of one type may share a unit, those of different types may not, and unit 0 stays empty.
         m_program->setUniform(QStringLiteral("u_NormalSampler"), normal ? normal->unit() : depth->unit());
         setSampler(*m_program, QStringLiteral("u_ShadowSampler"), shadows);
         m_program->setUniform(QStringLiteral("u_LightSampler"), m_lightTexture->unit());
@@ -303,7 +303,7 @@ void ShadowMaskRenderPass::teardownContextData(RenderCallbacks *)
     m_lightBuffer.reset();
 }
 
-/// Puts lights and layers where the shader finds them, in camera space. Without data the lights have no layers.
+/// Uploads lights and layers for the shader, in camera space. Without data the lights have no layers.
 void ShadowMaskRenderPass::uploadLights(
     const QVector<ShadowMapLight *> &lights, const ShadowMapRenderData *data, const QMatrix4x4 &camera)
 {

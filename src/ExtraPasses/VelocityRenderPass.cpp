@@ -29,7 +29,7 @@ namespace {
 const QString instanceInfoPlan = QStringLiteral("InstanceInfo");
 const QString previousMatrixGetter = QStringLiteral("getPreviousModelMatrix");
 
-/// Goes behind a version line: reads the depth image, of one sample or of several, at a pixel.
+/// Follows a version line: reads the depth image, of one sample or of several, at a pixel.
 const QString depthSource = QStringLiteral(R"(
 #if MULTISAMPLED
 uniform sampler2DMS u_Depth;
@@ -80,7 +80,7 @@ void main()
     vo_Present = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
     vo_Previous =
         u_PreviousProjectionMatrix * u_PreviousCameraMatrix * getPreviousModelMatrix() * vec4(va_Vertex, 1.0);
-    // Items that did not move have their motion already: they go where nothing is drawn.
+    // Items that did not move have their motion already: they are moved out of sight.
     bool moved = getModelMatrix() != getPreviousModelMatrix();
     gl_Position = moved ? vo_Present : vec4(2.0, 2.0, 2.0, 1.0);
 }
@@ -133,7 +133,7 @@ std::unique_ptr<ShaderProgram> makeItemProgram(bool isMultisampled)
     return program;
 }
 
-/// Rows of doubles: with near and far plane far apart, the inverse of a projection wants more than single precision.
+/// Rows of doubles: with near and far plane far apart, the inverse of a projection needs more than single precision.
 using Rows = std::array<std::array<double, 4>, 4>;
 
 Rows rowsOf(const QMatrix4x4 &matrix)
@@ -154,7 +154,7 @@ Rows product(const Rows &a, const Rows &b)
     return rows;
 }
 
-/// By elimination with row pivots; no numbers for a singular matrix.
+/// By elimination with row pivots; NaN or infinity for a singular matrix.
 Rows inverse(Rows left)
 {
     Rows right = rowsOf(QMatrix4x4());
@@ -256,7 +256,7 @@ bool VelocityRenderPass::wasSeen(const GPUModel *model) const
     return geometry && m_seenGeometry == geometry;
 }
 
-/// Keeps where items were that move in this frame, before its end makes their previous matrices the present ones.
+/// Keeps where the items were that move in this frame, before its end overwrites their previous matrices.
 void VelocityRenderPass::rememberMotion(const GPUModel *model)
 {
     if (!wasSeen(model))
@@ -291,7 +291,7 @@ void VelocityRenderPass::drawMovedItems(GPUModel *model, Texture *depth, bool is
     if (!program)
         program = makeItemProgram(isMultisampled);
 
-    // Of moved items the nearest one counts; the depth image itself is being read.
+    // The nearest of the moved items counts. This depth is a separate one, since the depth image is being read.
     attachTempTexture(*m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, TextureFormat::DepthStencil, size);
     glClear(GL_DEPTH_BUFFER_BIT);
     glEnable(GL_DEPTH_TEST);
@@ -310,7 +310,7 @@ void VelocityRenderPass::drawMovedItems(GPUModel *model, Texture *depth, bool is
     detachAndGiveBack(*m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT);
 }
 
-/// Draws with rows in the place of the model's own, whose previous matrices are of a frame that was not seen.
+/// Draws with rows that replace the model's own, whose previous matrices belong to a frame that was not seen.
 void VelocityRenderPass::drawItemsFromLastSeen(GPUModel *model, ShaderProgram *program)
 {
     rememberMotion(model);

@@ -141,7 +141,7 @@ void VisibilityOcclusionRenderPass::start(RenderCallbacks *)
         m_program->setUniform(QStringLiteral("u_SamplerDepth"), depth->unit());
         m_program->setUniform(QStringLiteral("u_NodeBufferImageWidth"), nodeWidth);
         if (hasLists) {
-            // Who recorded the lists has readers by fetches in mind; a chain issues this too, a host that has none need not know.
+            // The barrier of the recording pass covers fetches alone. A chain issues this one too; other hosts need not know.
             glMemoryBarrier(GL_SHADER_IMAGE_ACCESS_BARRIER_BIT);
             glBindImageTexture(nodeImageUnit, nodes->textureID(), 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
             m_program->setUniform(QStringLiteral("u_NodeBufferImage"), int(nodeImageUnit));
@@ -154,7 +154,7 @@ void VisibilityOcclusionRenderPass::start(RenderCallbacks *)
         }
         if (hasLists) {
             glBindImageTexture(nodeImageUnit, 0, 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
-            // The sort goes on with images, the shading with fetches.
+            // The sort reads by images, the shading by fetches.
             glMemoryBarrier(GL_TEXTURE_FETCH_BARRIER_BIT | GL_SHADER_IMAGE_ACCESS_BARRIER_BIT);
         }
     }

@@ -144,7 +144,7 @@ void BackgroundImageRenderPass::draw(Texture *frame, Texture *normal)
     glDisable(GL_DEPTH_TEST);
     glDepthMask(GL_FALSE);
     glDisable(GL_STENCIL_TEST);
-    // Without effect on the draw; this is the state that the pass leaves.
+    // Without effect on the draw; it is the state that the pass leaves behind.
     glStencilFunc(GL_EQUAL, 0, 0xff);
     glStencilOp(GL_KEEP, GL_KEEP, GL_KEEP);
     glStencilMask(0);

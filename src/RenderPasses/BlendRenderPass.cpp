@@ -29,7 +29,7 @@ const QString modeName = QStringLiteral("Int_BlendMode");
 const QString brightnessName = QStringLiteral("brightness");
 const QString frameName = QStringLiteral("Kvz_KvzTexture*_Frame");
 
-/// Goes behind a version line. Colours are premultiplied by alpha; divisions by alpha are not guarded.
+/// Follows a version line. Colours are premultiplied by alpha; divisions by alpha are not guarded.
 const QString fragmentSource = QStringLiteral(R"(
 uniform sampler2D u_SamplerA;
 uniform sampler2D u_SamplerB;

@@ -39,7 +39,7 @@ void CameraJitterPass::start(RenderCallbacks *)
         m_previousSize = size;
         m_stillFrames = 0;
     } else if (m_stillFrames > 33 && mode == JitterRandom) {
-        // Never acts, since the counter stops at 4: that is meant.
+        // Never happens, since the counter stops at 4, on purpose.
         mode = JitterOff;
     }
 

@@ -65,7 +65,7 @@ void CameraSpaceZBufferRenderPass::start(RenderCallbacks *)
     const int samples = inputValue<int>(m_inputs[NumberMultisamples]);
 
     ensureFramebuffer(m_framebuffer);
-    // The first frame settles the sampler's type for good: this is meant.
+    // Intentional: the first frame decides the sampler's type for good.
     if (!m_program) {
         m_program = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource,
             fragmentSourceFor(depth && isMultisampled(depth)));

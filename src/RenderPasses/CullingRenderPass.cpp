@@ -25,7 +25,7 @@ void CullingRenderPass::start(RenderCallbacks *)
     const bool cullsByFrustum = inputValue<bool>(m_inputs[FrustumCullingEnabled]);
     const bool cullsByVisibility = inputValue<bool>(m_inputs[VisibilityCullingEnabled]);
 
-    // With both flags off nothing is reset: that the last frame's marks stay in force is meant.
+    // Intentional: with both flags off nothing is reset, and the last frame's marks stay in force.
     if (model && (cullsByFrustum || cullsByVisibility)) {
         model->resetCulling();
         if (cullsByVisibility)

@@ -21,7 +21,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-// Meant as they stand: the depth is not mapped from -1 to 1 as x and y are, and the normal is not normalised.
+// Intentional: the depth is not mapped to -1 to 1 as x and y are, and the normal is not normalised.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 // Some naive example implementation of Lambertian diffuse from fixed light source
 uniform sampler2D u_SamplerNormal;
@@ -81,7 +81,7 @@ void DeferredRenderPass::start(RenderCallbacks *)
     Texture *depth = getInputPointer<Texture>(Depth);
 
     const QMatrix4x4 normalMatrix = camera.inverted().transposed();
-    // Transposed like the normal matrix; that this is not the inverse is meant.
+    // Intentional: transposed like the normal matrix, so it is not the inverse.
     const QMatrix4x4 inverseProjection = projection.inverted().transposed();
 
     if (!normal)
@@ -99,7 +99,7 @@ void DeferredRenderPass::start(RenderCallbacks *)
     ensureScreenQuad(m_screenQuad, *m_program);
 
     {
-        // No glViewport here: that the pass draws with the viewport that it finds is meant.
+        // Intentional: no glViewport here. The pass draws with the viewport that it finds.
         AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         glDisable(GL_DEPTH_TEST);
@@ -108,7 +108,7 @@ void DeferredRenderPass::start(RenderCallbacks *)
         AutoBinder normalBinder(normal);
         AutoBinder texCoordBinder(texCoord);
         AutoBinder depthBinder(depth);
-        // u_SamplerTexCoord stays unset, as is meant: the result does not depend on it.
+        // Intentional: u_SamplerTexCoord stays unset, since the result does not depend on it.
         m_program->setUniform(QStringLiteral("u_SamplerNormal"), normal->unit());
         m_program->setUniform(QStringLiteral("u_SamplerDepth"), depth->unit());
         m_program->setUniform(QStringLiteral("u_CameraMatrix"), camera);

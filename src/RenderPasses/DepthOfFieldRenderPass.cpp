@@ -22,7 +22,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-// The reads keep the name texture2D, which strict compilers do not know in this version: hence the macro.
+// The reads keep the name texture2D, which strict compilers do not know in this version; hence the macro.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #define PI  3.14159265
 #define texture2D texture
@@ -51,7 +51,7 @@ const float zfar = 100.0;        // its far plane
 const int samples = 3;           // on the first ring
 const int rings = 3;
 
-const bool manualdof = false;    // four distances in the place of the lens
+const bool manualdof = false;    // four distances instead of the lens
 const float ndofstart = 1.0;     // where the near blur starts
 const float ndofdist = 2.0;      // how far it takes to its full strength
 const float fdofstart = 1.0;     // the same of the far blur
@@ -69,7 +69,7 @@ const float threshold = 0.5;     // of highlights
 const float gain = 2.0;          // of highlights
 const float bias = 0.5;          // to the edge of a blurred point
 const float fringe = 0.7;        // how far the colours stand apart
-const bool noise = true;         // hashed noise in the place of a pattern
+const bool noise = true;         // hashed noise instead of a pattern
 const float namount = 0.0001;    // strength of the noise
 
 const bool depthblur = false;    // blur the depth before its use
@@ -90,7 +90,7 @@ float bdepth(vec2 coords)
         2.0 / 16.0, 4.0 / 16.0, 2.0 / 16.0,
         1.0 / 16.0, 2.0 / 16.0, 1.0 / 16.0);
     vec2 wh = texel * dbsize;
-    // Offset 2 is meant as it stands: both its components are wh.x - wh.y.
+    // Both components of offset 2 are wh.x - wh.y, on purpose.
     vec2 offset[9] = vec2[9](
         vec2(-wh.x, -wh.y), vec2(0.0, -wh.y), vec2( wh.x -wh.y),
         vec2(-wh.x,  0.0),  vec2(0.0,  0.0),  vec2( wh.x, 0.0),
@@ -172,7 +172,7 @@ void main()
     if (autofocus)
         fDepth = linearize(texture2D(bgl_DepthTexture, focus).r);
 
-    // Divisions by zero are meant to go on to the clamp.
+    // Intentional: divisions by zero go on to the clamp.
     float blur = 0.0;
     if (manualdof) {
         float a = depth - fDepth;
@@ -220,7 +220,7 @@ void main()
         col *= vignette();
 
     out_FragColor.rgb = col;
-    // That alpha is not written is meant.
+    // Intentional: alpha is not written.
     //out_FragColor.a = 1.0;
 }
 )");

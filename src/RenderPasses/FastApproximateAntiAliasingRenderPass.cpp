@@ -21,7 +21,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-// The horizontal step alone is scaled, which is meant.
+// Only the horizontal step is scaled, on purpose.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 uniform sampler2D u_FrameSampler;
 uniform int u_Width;
@@ -67,7 +67,7 @@ FastApproximateAntiAliasingRenderPass::~FastApproximateAntiAliasingRenderPass() 
 void FastApproximateAntiAliasingRenderPass::start(RenderCallbacks *)
 {
     const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
-    // An invalid value gives another number than the port is constructed with, which is meant.
+    // Intentional: for an invalid value other numbers than the ports are constructed with.
     const float subPixel = inputValue<float>(m_inputs[SubPixelQuality], 0.75f);
     const float rcpFrame = inputValue<float>(m_inputs[RcpFrameQuality], 1.0f);
     const float edgeThreshold = inputValue<float>(m_inputs[EdgeThresholdQuality], 0.166f);

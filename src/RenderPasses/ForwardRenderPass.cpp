@@ -20,7 +20,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-// That the interpolated normal is not normalised is meant.
+// Intentional: the interpolated normal is not normalised.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #instancedata "OBJMaterial"
 #include "TextureManager.glslh"
@@ -69,7 +69,7 @@ void ForwardRenderPass::start(RenderCallbacks *)
             {QStringLiteral("out_FragColor"), QStringLiteral("out_Id")}, forwardVertexSource, fragmentSource);
 
     {
-        // No glViewport here: that the pass draws with the viewport that it finds is meant.
+        // Intentional: no glViewport here. The pass draws with the viewport that it finds.
         AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         glClearColor(0, 0, 0, 0);

@@ -105,7 +105,7 @@ void GBufferRenderPass::start(RenderCallbacks *)
             for (const QVariant &element : elements) {
                 auto *const drawBuffers = element.value<DrawBuffers *>();
                 if (!drawBuffers || !drawBuffers->VAO())
-                    continue; // Outside what the pass accepts; there is nothing to draw.
+                    continue; // Not what the pass accepts, so there is nothing to draw.
                 {
                     AutoBinder vao(drawBuffers->VAO());
                     drawBuffers->VAO()->enableShaderProgramArrays(m_program.get());

@@ -56,7 +56,7 @@ void GaussianBlurRenderPass::start(RenderCallbacks *)
     auto *stencil = getInputPointer<Texture>(Stencil);
     const int material = inputValue<int>(m_inputs[StencilMaterial]);
     const bool useStencil = stencil && material >= 0;
-    // A stencil that comes without a material is dropped and not given back, on purpose.
+    // A stencil without a material is dropped and not given back, on purpose.
     if (!useStencil)
         stencil =
             TextureManager::Instance()->tempTexture(TextureFormat::DepthStencil, size.width(), size.height(), 1, 1);

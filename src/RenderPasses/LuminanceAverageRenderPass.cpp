@@ -44,7 +44,7 @@ void main()
         for (int y = 0; float(y) < StepSize.y; ++y)
             Output += texelFetch(u_SamplerTexture, Base + ivec2(x, y), 0);
     }
-    // The area, and not the number of texels, where a step is fractional: this is meant.
+    // Intentional: the area, and not the number of texels, where a step is fractional.
     Output /= float(StepSize.x) * float(StepSize.y);
     out_FragColor = Output; // gammaCorrect(Output, u_ScreenGamma);
 }
@@ -118,7 +118,7 @@ void LuminanceAverageRenderPass::start(RenderCallbacks *)
         m_averageFramebuffer->setDrawBuffers();
         glViewport(viewport.left(), viewport.top(), m_averageWidth, m_averageHeight);
         drawReduced(reduced, QSize(1, 1));
-        // Always the corner's pixel, also when the viewport lies elsewhere.
+        // Always the corner's pixel, even when the viewport lies elsewhere.
         glReadPixels(0, 0, 1, 1, GL_RGBA, GL_FLOAT, average);
     }
     m_outputs[luminancePort].value = luminance(average);

@@ -84,7 +84,7 @@ void ModelDeferredPass::start(RenderCallbacks *)
     ensureScreenQuad(m_screenQuad, *m_program);
 
     {
-        // No glViewport here: that the pass draws with the viewport that it finds is meant.
+        // Intentional: no glViewport here. The pass draws with the viewport that it finds.
         AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         glDisable(GL_DEPTH_TEST);

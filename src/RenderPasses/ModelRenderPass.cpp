@@ -54,7 +54,7 @@ void ModelRenderPass::start(RenderCallbacks *)
             outputNames(m_configs), materialImagesVertexSource, materialImagesFragmentSource(m_discardOnDiffuseAlpha));
 
     {
-        // No glViewport here: that the pass draws with the viewport that it finds is meant.
+        // Intentional: no glViewport here. The pass draws with the viewport that it finds.
         AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         glClearColor(0, 0, 0, 0);

@@ -32,8 +32,8 @@ constexpr std::array<Vertex, 4> quadVertices = {{
 
 constexpr std::array<unsigned int, 6> quadIndices = {0, 1, 2, 1, 2, 3};
 
-/// The faces -z, +z, -x, +x, -y, +y, two triangles each. The faces of a pair list their corners alike, so one winds against
-/// the other; this is meant.
+/// The faces -z, +z, -x, +x, -y, +y, two triangles each. The faces of a pair list their corners in one order, on purpose, so
+/// they wind in opposite directions.
 constexpr std::array<Vertex, 36> makeCubeVertices()
 {
     constexpr int axes[6] = {2, 2, 0, 0, 1, 1};
@@ -81,7 +81,7 @@ struct Shape
     unsigned int indexCount;
 };
 
-// Half the extent is 1 for the quad and 0.5 for the cube: one size scales them differently, which is meant.
+// Half the extent is 1 for the quad and 0.5 for the cube, on purpose: one size scales them differently.
 constexpr Shape quadShape = {quadVertices.data(), 4, quadIndices.data(), 6};
 constexpr Shape cubeShape = {cubeVertices.data(), 36, cubeIndices.data(), 36};
 
@@ -124,7 +124,7 @@ Arrays bake(const QList<PrimitiveBuilderRenderPass::PrimitiveInfo> &primitives, 
     for (int i = 0; i < primitives.size(); ++i) {
         const auto &primitive = primitives[i];
         const Shape &shape = shapeOf(primitive.type);
-        // The vertex base stands in the command and in the indices; both are meant.
+        // The vertex base goes into the command and into the indices, on purpose.
         if (useIndirectDrawCommands)
             arrays.commands[i] = {shape.indexCount, 1, firstIndex, vertexBase, 0};
         for (const Vertex *vertex = shape.vertices; vertex != shape.vertices + shape.vertexCount; ++vertex) {

@@ -135,7 +135,7 @@ void main()
 }
 )");
 
-/// Of the draws that need no more than the place.
+/// For the draws that need texture coordinates and nothing else.
 const QString plainVertexSource = vertexHead + QStringLiteral(R"(
 void main()
 {
@@ -226,7 +226,7 @@ std::unique_ptr<Texture> makeTable(
     auto texture = std::make_unique<Texture>(GL_TEXTURE_2D, internalFormat, width, height, 0, nullptr);
     AutoBinder binder(texture.get());
     sampleLinearly(texture.get());
-    // A host's row length or unpack buffer would have the tables read elsewhere.
+    // With a host's row length or unpack buffer the tables would be read from elsewhere.
     UnpackState unpack;
     GLint before = 0;
     glGetIntegerv(GL_UNPACK_ALIGNMENT, &before);
@@ -318,7 +318,8 @@ void SMAARenderPass::start(RenderCallbacks *)
     ensureFramebuffer(m_framebuffer);
     ensureFramebuffer(m_blendFramebuffer);
     createPrograms();
-    // What the members hold from the start counts as built, so a pass that begins with exactly that has no programs. It is meant.
+    // Intentional: what the members hold from the start counts as built, so a pass that begins with exactly that has no
+    // programs.
     if (size.width() != m_width || size.height() != m_height || predication != m_predication || mode != m_mode) {
         release();
         m_width = size.width();
@@ -392,7 +393,7 @@ void SMAARenderPass::start(RenderCallbacks *)
         break;
     }
     default:
-        break; // No mode: the target is lost and the output null, on purpose.
+        break; // No such mode: the target leaks and the output is null, on purpose.
     }
 
     handOn(m_outputs[FrameOut], m_numOutputUsers[FrameOut], result);
@@ -473,7 +474,7 @@ void SMAARenderPass::doSmaa1x(
     Texture *const weights = takeTexture(TextureFormat::LowDynamicRange, m_width, m_height);
     filterLinearly(input);
 
-    // Edges are seen where the eye sees them, whatever the range; what is mixed in the end is the input as it came.
+    // Edges are found where the eye sees them, whatever the range; what is blended in the end is the input as it came.
     Texture *const gammaCopy = takeTexture(TextureFormat::LowDynamicRange, m_width, m_height);
     applyGamma(input, gammaCopy, 2.2f);
     edgeDetection(edges, stencil, gammaCopy, predicate);
@@ -575,7 +576,7 @@ void SMAARenderPass::neighbourhoodBlending(
     AutoBinder program(m_blendProgram.get());
     AutoBinder colourBinder(colour);
     AutoBinder weightBinder(weights);
-    // The blend averages the passes: the first comes in whole over a target of 0, the second halves both.
+    // Blending averages the passes: the first is added whole to a target of 0, the second halves both.
     glEnablei(GL_BLEND, 0);
     glBlendColor(m_blendFactor, m_blendFactor, m_blendFactor, m_blendFactor);
     glBlendEquation(GL_FUNC_ADD);
@@ -627,7 +628,7 @@ void SMAARenderPass::doTemporalResolve(
     m_previousJitter = jitter;
     giveBack(m_previousColour);
     giveBack(m_previousPackedVelocity);
-    // Their references go over to the history, which is thus the frame before its resolve.
+    // The history takes over their references; it is the frame before its resolve.
     m_previousColour = current;
     m_previousPackedVelocity = packedVelocity;
     m_framebuffer->detachAll();
@@ -642,7 +643,7 @@ void SMAARenderPass::clearTarget(Texture *target)
 {
     AutoBinder framebuffer(m_blendFramebuffer.get());
     m_blendFramebuffer->attach(target, GL_COLOR_ATTACHMENT0, 0);
-    // A temporal frame before left two draw buffers: the clear wants those of what is attached now.
+    // A temporal frame left two draw buffers behind; the clear needs those of what is attached now.
     m_blendFramebuffer->setDrawBuffers();
     clearColour();
     m_blendFramebuffer->detachAll();
@@ -651,7 +652,7 @@ void SMAARenderPass::clearTarget(Texture *target)
 void SMAARenderPass::draw(const ShaderProgram &program) const
 {
     if (!m_screenQuad)
-        return; // Never built: there are no programs to draw with either.
+        return; // Never built, so there are no programs to draw with either.
     enableArrays(m_screenQuad, program);
     AutoBinder quad(m_screenQuad);
     m_screenQuad->draw();

@@ -42,7 +42,7 @@ const QString gSaoFragmentShaderSource = QStringLiteral(R"(#version 150
 #extension GL_ARB_gpu_shader5 : enable
 #define gl_FragColor out_FragColor
 
-// Uniforms stand in the place of the first three.
+// Uniforms replace the first three.
 #define NUM_SAMPLES (7)
 #define LOG_MAX_OFFSET (3)
 #define NUM_SPIRAL_TURNS (3)
@@ -191,7 +191,7 @@ void main()
 #else
     vec3 worldNormal = texture(u_Normals, vo_TexCoord).xyz;
 #endif
-    // Not normalised, which is meant.
+    // Not normalised, on purpose.
     vec3 n_C = transpose(inverse(mat3(u_Camera))) * worldNormal;
 #elif defined(NORMAL_SCREENSPACE)
     vec3 n_C = normalize(texture(u_Normals, vo_TexCoord).xyz);
@@ -289,7 +289,7 @@ void ScalableAmbientObscuranceRenderPass::start(RenderCallbacks *)
         buildProgram(depth, positions, normals);
     ensureScreenQuad2(m_screenQuad, *m_shaderProgram);
 
-    // Without a depth image nothing is drawn, also when there are positions: this is meant.
+    // Intentional: without a depth image nothing is drawn, even when there are positions.
     unsigned int depthAttachment = GL_DEPTH_ATTACHMENT;
     if (depth) {
         AutoBinder depthBinder(depth);
@@ -387,7 +387,7 @@ void ScalableAmbientObscuranceRenderPass::draw(
     AutoBinder quad(m_screenQuad);
     glDisable(GL_DEPTH_TEST);
     glDepthMask(GL_FALSE);
-    // The stencil state with the test off is meant.
+    // Intentional, though the test is off.
     glDisable(GL_STENCIL_TEST);
     glStencilFunc(GL_EQUAL, 1, 0xFF);
     glStencilOp(GL_KEEP, GL_KEEP, GL_KEEP);
@@ -415,7 +415,7 @@ void ScalableAmbientObscuranceRenderPass::setUniforms(const Settings &settings)
     set("bias", settings.bias);
     set("intensity", settings.intensity);
     set("u_ClipInfo", QVector3D(nearPlane * farPlane, nearPlane - farPlane, farPlane));
-    // QMatrix4x4 takes row, column. Plus P21, as it stands, is meant: for a projection off axis in y it is no inverse.
+    // QMatrix4x4 takes row, column. Intentional: plus P21, which is no inverse for a projection that is off axis in y.
     set("u_ProjInfo",
         QVector4D(-2.0f / (width * p(0, 0)), -2.0f / (height * p(1, 1)), (1.0f - p(0, 2)) / p(0, 0),
             (1.0f + p(1, 2)) / p(1, 1)));

@@ -40,12 +40,12 @@ void main()
 }
 )");
 
-/// Makes the texture's unit the active one, and its sampler state ours.
+/// Binds a texture, makes its unit the active one, and sets its sampler state.
 void bindForSampling(Texture *texture)
 {
     texture->bind();
     if (isMultisampled(texture)) {
-        // The line that hosts know this message by. It goes on: what follows is refused by GL.
+        // Hosts know this message by its line number. The pass goes on, and GL refuses what follows.
         logAssertion(__FILE__, 319, QStringLiteral("texture->target() != GL_TEXTURE_2D_MULTISAMPLE"),
             QStringLiteral("Modification of sampler state for a texture with target GL_TEXTURE_2D_MULTISAMPLE is not "
                            "allowed"));
@@ -151,7 +151,7 @@ void ShaderRenderPass::start(RenderCallbacks *)
         AutoBinder quad(m_screenQuad);
         m_screenQuad->draw();
     }
-    // Last bound, first unbound, so that the active unit comes back.
+    // In reverse order, so that the active unit is restored.
     for (int i = m_textureInputs.size() - 1; i >= 0; --i)
         textures[m_textureInputs[i]]->unbind();
     if (m_blend != BlendNone)
@@ -163,7 +163,7 @@ void ShaderRenderPass::start(RenderCallbacks *)
         handOn(m_outputs[output], m_numOutputUsers[output], m_framebuffer->attachment(attachment));
         detachAndGiveBack(*m_framebuffer, attachment);
     }
-    // The fallback goes this way too; the pool does not own it.
+    // The fallback too: the pool does not own it and ignores it.
     for (const int input : qAsConst(m_textureInputs))
         giveBack(textures[input]);
 }
@@ -226,7 +226,7 @@ void ShaderRenderPass::setBlend(ShaderRenderPass::BlendMode blend)
 
 void ShaderRenderPass::reflectPorts()
 {
-    // The lists are not emptied first, which is meant: ports are complete before the first frame.
+    // Intentional: the lists are not emptied first, since ports are complete before the first frame.
     for (int i = 0; i < numInputs(); ++i) {
         QString name = inputName(i);
         if (name.startsWith(texturePrefix)) {
@@ -276,7 +276,7 @@ void ShaderRenderPass::applyBlendMode() const
         break;
     default:
         glEnable(GL_BLEND);
-        // The source weighs less as its alpha rises: these factors in this order are meant.
+        // Intentional: these factors in this order, so the source weighs less as its alpha rises.
         glBlendFunc(GL_ONE_MINUS_SRC_ALPHA, GL_SRC_ALPHA);
         break;
     }

@@ -89,7 +89,7 @@ void main()
 }
 )");
 
-// The search for two taps to extend is meant as it stands, mixed pairs included.
+// The search for two taps to extend from takes mixed pairs too, on purpose.
 const QString gaussianEdgeSource = QStringLiteral(R"(#version 150
 uniform sampler2DArray u_FrameSampler;
 uniform int u_Index;
@@ -343,7 +343,7 @@ void ShadowMapRenderPass::remakeTextures(const QSize &size, int layers)
     }
 }
 
-/// Builds the depth program. False when the driver refuses it, which is then not tried again.
+/// Builds the depth program. Returns false when the driver refuses it; it is not tried again.
 bool ShadowMapRenderPass::buildProgram()
 {
     const InstanceDataPlan &plan = InstanceDataRegistry::Instance().getPlan(m_planName);
@@ -373,7 +373,7 @@ void ShadowMapRenderPass::clearLayers()
     }
 }
 
-/// Draws the moments of every layer. Whether there was one.
+/// Draws the moments of every layer. Returns whether there was one.
 bool ShadowMapRenderPass::renderLayers(GPUModel *model)
 {
     const CasterKinds casters(*model);
@@ -399,7 +399,7 @@ bool ShadowMapRenderPass::renderLayers(GPUModel *model)
             m_framebuffer->setDrawBuffers();
             AutoBinder array(m_shadowArray.get());
             AutoBinder depth(m_depthTexture.get());
-            // A program that did not link has no such place, and GL would complain.
+            // A program that did not link has no such uniform, and GL would complain.
             const int location = m_program->getUniformLocation(QStringLiteral("modelViewProjectionMatrix"));
             if (location >= 0)
                 glUniformMatrix4fv(location, 1, GL_FALSE, m_renderData->transforms.at(layer).matrix);
@@ -417,7 +417,7 @@ bool ShadowMapRenderPass::renderLayers(GPUModel *model)
     return isRendered;
 }
 
-/// Filters the moments. The array that then holds them.
+/// Filters the moments. Returns the array that holds them then.
 Texture *ShadowMapRenderPass::_gaussBlurShadowMapArray(const QSize &size, FilterType type, int iterations)
 {
     if (iterations <= 0 || type == FilterNone)
@@ -431,7 +431,7 @@ Texture *ShadowMapRenderPass::_gaussBlurShadowMapArray(const QSize &size, Filter
         return m_shadowArray.get();
     ensureBlurQuad(*program);
 
-    // Filters read within the map. Both arrays, since a frame before may have given the other one a border, too.
+    // Filters read within the map. Both arrays, since an earlier frame may have given the other one a border too.
     clampToEdge(m_shadowArray.get());
     clampToEdge(m_blurArray.get());
     Texture *result = m_shadowArray.get();
@@ -442,12 +442,12 @@ Texture *ShadowMapRenderPass::_gaussBlurShadowMapArray(const QSize &size, Filter
     } else {
         filterSeparably(program, size, iterations);
     }
-    // Also where the other array is the result: FilterNone publishes this one as it was made.
+    // Even where the other array is the result: FilterNone publishes this one as it was made.
     clampToFarBorder(m_shadowArray.get());
     return result;
 }
 
-/// The program of a filter; null in the frame in which it turns out that the driver refuses it.
+/// The program of a filter; null in the frame in which the driver refuses it.
 ShaderProgram *ShadowMapRenderPass::blurProgram(FilterType type)
 {
     std::unique_ptr<ShaderProgram> &program = m_blurPrograms[type];
@@ -513,7 +513,7 @@ void ShadowMapRenderPass::filterSeparably(ShaderProgram *program, const QSize &s
     AutoBinder framebuffer(m_framebuffer.get());
     AutoBinder second(m_blurArray.get());
     m_framebuffer->attach(m_depthTexture.get(), GL_DEPTH_ATTACHMENT, 0);
-    // No source declares it, which is meant: the constants hold the sigma.
+    // Intentional, though no source declares it: the constants hold the sigma.
     program->setUniform(QStringLiteral("u_Sigma"), float(blurSigma));
     const QVector3D steps[] = {{1.0f / float(size.width()), 0, 0}, {0, 1.0f / float(size.height()), 0}};
     Texture *const arrays[] = {m_shadowArray.get(), m_blurArray.get()};

@@ -27,9 +27,10 @@ namespace Velmora::Kvz {
 
 namespace {
 
-// In all of these %1 is the instance data plan, %2 the layers a draw, %3 the matrices, and %4 the vertices of a batch.
+// In all of these %1 is the instance data plan, %2 the number of layers in a draw, %3 that of matrices, and %4 that of the
+// vertices of a batch.
 
-// One layer a draw, to which the framebuffer leads.
+// One layer in a draw: the one that is attached.
 const QString plainVertexSource = QStringLiteral(R"(#version 150
 #instancedata "%1"
 #define LAYER_COUNT_MAX %2
@@ -45,7 +46,7 @@ void main()
 }
 )");
 
-// One layer a draw, to which the vertex stage leads.
+// One layer in a draw, chosen by the vertex stage.
 const QString layerVertexSource = QStringLiteral(R"(#version 410
 #extension GL_ARB_shader_viewport_layer_array : enable
 #instancedata "%1"
@@ -63,7 +64,7 @@ void main()
 }
 )");
 
-// Several layers a draw: the geometry stage makes a triangle for each.
+// Several layers in a draw: the geometry stage makes a triangle for each.
 const QString worldVertexSource = QStringLiteral(R"(#version 150
 #instancedata "%1"
 #define LAYER_COUNT_MAX %2
@@ -79,7 +80,7 @@ void main()
 }
 )");
 
-// The layer is written once for each triangle, which is meant.
+// The layer is written once for each triangle, on purpose.
 const QString batchGeometrySource = QStringLiteral(R"(#version 150
 #instancedata "%1"
 #define LAYER_COUNT_MAX %2
@@ -107,7 +108,7 @@ void main()
 }
 )");
 
-// The same for one layer a draw. No driver gets these two at present.
+// The same for one layer in a draw. No driver gets these two at present.
 const QString projectingVertexSource = QStringLiteral(R"(#version 150
 #instancedata "%1"
 #define LAYER_COUNT_MAX %2
@@ -374,7 +375,7 @@ void ShadowMapRenderPass2::start(RenderCallbacks *)
     bool dirty = m_inputs[Dirty].value.isNull() || inputValue<bool>(m_inputs[Dirty]);
     const auto camera = optionalValue<QMatrix4x4>(m_inputs[CameraMatrix]);
     const auto projection = optionalValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
-    // Clean frames, too, take the culling marks away, which is meant.
+    // Intentional: clean frames reset culling too.
     if (model)
         model->resetCulling();
     const auto bounds = sceneBounds(m_inputs[SceneBoundsMin], m_inputs[SceneBoundsMax], model);
@@ -409,7 +410,7 @@ void ShadowMapRenderPass2::teardownContextData(RenderCallbacks *)
     m_blurQuad.reset();
 }
 
-/// Whether the framebuffer of the depths was made now.
+/// Returns whether the framebuffer of the depths was made now.
 bool ShadowMapRenderPass2::ensureFramebuffers()
 {
     const bool isNew = ensureFramebuffer(m_framebuffer);
@@ -417,7 +418,7 @@ bool ShadowMapRenderPass2::ensureFramebuffers()
     return isNew;
 }
 
-/// Makes the arrays fit the layers of the data. Whether one was made now.
+/// Makes the arrays fit the layers of the data. Returns whether they were made again.
 bool ShadowMapRenderPass2::ensureArrays(const QSize &size)
 {
     const int layers = m_renderData->layerCount;
@@ -460,8 +461,8 @@ void ShadowMapRenderPass2::attach(FramebufferObject &framebuffer, Texture *array
         framebuffer.attach3D(array, attachment, 0, 0);
 }
 
-/// Builds the depth program for as many matrices as there are now, and for good. False when the driver refuses it, which is
-/// then not tried again.
+/// Builds the depth program, once and for as many matrices as there are now. Returns false when the driver refuses it; it is
+/// not tried again.
 bool ShadowMapRenderPass2::buildProgram()
 {
     const bool isBatch = m_layersPerDraw > 1;
@@ -540,7 +541,7 @@ void ShadowMapRenderPass2::clearLayers()
     }
 }
 
-/// Draws the depths of the first `total` layers, as many a draw as the strategy allows.
+/// Draws the depths of the first `total` layers, as many in a draw as the strategy allows.
 void ShadowMapRenderPass2::drawDepths(GPUModel *model, int total)
 {
     const CasterKinds casters(*model);
@@ -553,7 +554,7 @@ void ShadowMapRenderPass2::drawDepths(GPUModel *model, int total)
     glColorMask(GL_FALSE, GL_FALSE, GL_FALSE, GL_FALSE);
     for (InstanceDataCollection *collection : collections)
         collection->bind(m_program.get(), nullptr);
-    // A program that did not link has no such place, and GL would complain.
+    // A program that did not link has no such uniform, and GL would complain.
     const int location = m_program->getUniformLocation(QStringLiteral("modelViewProjectionMatrix[0]"));
     if (location >= 0)
         glUniformMatrix4fv(
@@ -579,7 +580,7 @@ void ShadowMapRenderPass2::drawDepths(GPUModel *model, int total)
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
 }
 
-/// Works the moments out of the depths.
+/// Computes the moments from the depths.
 void ShadowMapRenderPass2::_blurShadowMapArray(FilterType type)
 {
     ShaderProgram *const program = blurProgram(type);
@@ -612,7 +613,7 @@ void ShadowMapRenderPass2::_blurShadowMapArray(FilterType type)
     }
 }
 
-/// The program of a filter; null in the frame in which it turns out that the driver refuses it.
+/// The program of a filter; null in the frame in which the driver refuses it.
 ShaderProgram *ShadowMapRenderPass2::blurProgram(FilterType type)
 {
     std::unique_ptr<ShaderProgram> &program = m_blurPrograms[type];

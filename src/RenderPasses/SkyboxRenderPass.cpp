@@ -40,7 +40,7 @@ void main()
 )");
 
 const QString plainTexCoord = QStringLiteral("  vo_TexCoord = va_TexCoord");
-/// The flat image is turned top to bottom, which is meant.
+/// Turns the flat image top to bottom, on purpose.
 const QString flippedTexCoord = QStringLiteral("  vo_TexCoord = vec2(1.0, -1.0) * va_TexCoord + vec2(0.0, 1.0)");
 
 const QString forwardDirectionSource = QStringLiteral(R"(
@@ -105,7 +105,7 @@ std::unique_ptr<ShaderProgram> buildEnvironmentProgram(const QString &texCoord, 
         usesUtilities ? QStringList(QStringLiteral("KvzUtilities.glslc")) : QStringList());
 }
 
-// The source is bound, its unit the active one.
+// For these the source must be bound and its unit be the active one.
 
 void setBackgroundSampling()
 {
@@ -172,7 +172,7 @@ void SkyboxRenderPass::start(RenderCallbacks *)
     auto *const depth = getInputPointer<Texture>(Depth);
 
     {
-        // Attached and drawn to in one binding, by which the viewport becomes that of the frame.
+        // Attached and drawn to within one binding, so that the viewport becomes that of the frame.
         AutoBinder framebuffer(m_framebuffer.get());
         if (frame) {
             m_framebuffer->attach(frame, GL_COLOR_ATTACHMENT0, 0);

@@ -111,7 +111,7 @@ void TemporalAARenderPass::start(RenderCallbacks *)
         if (!hasChanged)
             glDisable(GL_BLEND);
     } else {
-        // The count stays as it was, which is meant.
+        // The count stays as it was, on purpose.
         clearToZeros();
     }
 
@@ -150,7 +150,7 @@ void TemporalAARenderPass::restartMean()
 
 void TemporalAARenderPass::continueMean()
 {
-    // After a first frame this is 0, so the second one takes its place, which is meant.
+    // Intentional: after the first frame this is 0, so the second one replaces it.
     const float kept = float(m_frameCount) / float(m_frameCount + 1);
     ++m_frameCount;
     glEnable(GL_BLEND);

@@ -22,7 +22,7 @@ qint64 bytesRead(const QImage &image)
     return qint64(4) * image.width() * image.height();
 }
 
-/// Whether GL has enough to read, or the bits can be padded: a QByteArray counts in int and keeps its head in the same block.
+/// Whether GL has enough to read, or the bits can be padded: a QByteArray's size is an int, header included.
 bool canBeUploaded(const QImage &image)
 {
     constexpr qint64 largestPadded = std::numeric_limits<int>::max() - 64;
@@ -79,7 +79,7 @@ void TextureLoaderRenderPass::load(const QString &path)
         glGenerateMipmap(m_texture->target());
     }
     m_texture->setReadOnly();
-    m_path = path; // Also after a failure, which is not tried again.
+    m_path = path; // Even after a failure, so that it is not tried again.
 }
 
 } // namespace Velmora::Kvz

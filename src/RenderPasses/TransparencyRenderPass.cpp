@@ -33,7 +33,7 @@ in vec3 vo_Normal;
 in vec2 vo_TexCoord;
 )");
 
-// That the interpolated normal is not normalised is meant.
+// Intentional: the interpolated normal is not normalised.
 const QString materialLight = directionalLightSource + QStringLiteral(R"(
 vec3 light()
 {
@@ -44,7 +44,7 @@ vec3 light()
 }
 )");
 
-// That out_Id is never written is meant.
+// Intentional: out_Id is never written.
 const QString opaqueSource = materialHeader + QStringLiteral(R"(out vec4 out_FragColor;
 out vec4 out_Id;
 )") + materialLight
@@ -58,7 +58,7 @@ void main()
 }
 )");
 
-// That the colour is not multiplied by alpha, while the divisor is, is meant.
+// Intentional: the divisor is multiplied by alpha, the colour is not.
 const QString accumSource = materialHeader + QStringLiteral(R"(out vec4 out_FragColor[2];
 )") + materialLight
     + QStringLiteral(R"(
@@ -116,7 +116,7 @@ void TransparencyRenderPass::start(RenderCallbacks *)
     makeWhatIsMissing();
 
     {
-        // No glViewport and no clear colour here: that the pass takes what it finds is meant.
+        // Intentional: neither glViewport nor glClearColor here. The pass takes both as it finds them.
         AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
@@ -187,7 +187,7 @@ void TransparencyRenderPass::drawModel(
     model->draw(&program, 0, 0, WindingCounterClockwise, false);
 }
 
-/// Lays the weighted mean over the opaque image: the less of it is revealed, the more of the mean.
+/// Blends the weighted mean over the opaque image: the less of that is revealed, the more of the mean shows.
 void TransparencyRenderPass::resolve()
 {
     AutoDisabler depthTest(GL_DEPTH_TEST);

@@ -163,7 +163,7 @@ void VisibilityBufferRenderPass::start(RenderCallbacks *)
     }
     ensureFramebuffer(m_framebuffer);
     if (m_useGL4) {
-        // A framebuffer needs a target. Nothing is written to this one.
+        // A framebuffer needs a target; nothing is written to this one.
         AutoBinder framebuffer(m_framebuffer.get());
         attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, size);
     }
@@ -179,7 +179,7 @@ void VisibilityBufferRenderPass::start(RenderCallbacks *)
         clearLists();
 
     {
-        // No glViewport here: that the pass draws with the viewport that it finds is meant.
+        // Intentional: no glViewport here. The pass draws with the viewport that it finds.
         AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         if (!m_useGL4) {
@@ -228,7 +228,7 @@ void VisibilityBufferRenderPass::chooseMode()
     }
     KVZ_DEBUG(QStringLiteral("Using non-GL4 mode"));
     m_fboConfigs.append({QStringLiteral("out_HeadPointer"), GL_R32UI});
-    // Signed, while what writes it and the nodes of the other mode are not: that is meant.
+    // Intentional: signed, unlike what writes it and unlike the nodes of the other mode.
     m_fboConfigs.append({QStringLiteral("out_NodeBuffer"), GL_RGBA32I});
 }
 
@@ -247,7 +247,7 @@ void VisibilityBufferRenderPass::remakeSizedTextures(const QSize &size)
     m_size = size;
 }
 
-/// Empties all lists: the counter, the heads, and all nodes, also those that the last frame left alone.
+/// Empties all lists: the counter, the heads, and all nodes, even those that the last frame did not use.
 void VisibilityBufferRenderPass::clearLists()
 {
     if (!m_counterBuffer) {
@@ -269,7 +269,7 @@ void VisibilityBufferRenderPass::clearLists()
 void VisibilityBufferRenderPass::bindLists()
 {
     glBindBufferRange(GL_ATOMIC_COUNTER_BUFFER, 0, m_counterBuffer->getBO(), 0, counterSize);
-    // The shader exchanges heads, which reads them too; the access is meant all the same.
+    // Write-only on purpose, although the shader's exchange also reads the heads.
     const GLuint heads = m_headFramebuffer->attachment(GL_COLOR_ATTACHMENT0)->textureID();
     const GLuint nodes = m_nodeFramebuffer->attachment(GL_COLOR_ATTACHMENT0)->textureID();
     glBindImageTexture(headImageUnit, heads, 0, GL_FALSE, 0, GL_WRITE_ONLY, GL_R32UI);

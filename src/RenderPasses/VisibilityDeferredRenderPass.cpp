@@ -27,8 +27,8 @@ namespace {
 /// Places in the list of buffer textures.
 enum { VertexBuffer, TexCoordBuffer, NormalBuffer, IndexBuffer };
 
-// Meant: the two products that nobody reads; the normal's w of 1 and length; that colours enter twice, by a mix and by an
-// under-blend; that alpha starts at 1, since it holds what comes through.
+// Intentional: two products that nothing reads; the normal's w of 1 and its length; colours that count twice, in a mix and
+// in an under-blend; an alpha that starts at 1, since it holds what comes through.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #include "VisibilityBuffer.glslh"
 #include "TextureManager.glslh"
@@ -141,12 +141,12 @@ void VisibilityDeferredRenderPass::start(RenderCallbacks *)
         m_program = buildShadingProgram();
     ensureScreenQuad(m_screenQuad, *m_program);
 
-    // Neither glViewport nor glClearColor here: that the pass takes both as it finds them is meant.
+    // Intentional: neither glViewport nor glClearColor here. The pass takes both as it finds them.
     AutoBinder framebuffer(m_framebuffer.get());
     m_framebuffer->setDrawBuffers();
     glClear(GL_COLOR_BUFFER_BIT);
     if (geometry) {
-        // The present model decides, while the buffers are those of the first one.
+        // The current model decides, although the buffers are those of the first one.
         const bool isIndexed = !geometry->indexBO().isNull();
         Texture *const indices =
             isIndexed && m_bufferTextures.size() > IndexBuffer ? m_bufferTextures[IndexBuffer].get() : nullptr;

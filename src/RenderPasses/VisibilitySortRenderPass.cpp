@@ -22,7 +22,7 @@ namespace {
 
 constexpr GLuint nodeImageUnit = 1;
 
-// The macros for a packed form of pointers, and insertionSort, have no user: they are for programs that start from this one.
+// Nothing uses insertionSort or the macros for packed pointers here: they are for programs that start from this text.
 const QString sortSource = QStringLiteral(R"(#version 150
 #extension GL_ARB_shader_atomic_counters : enable
 #extension GL_ARB_shader_image_load_store : enable
@@ -225,7 +225,7 @@ void VisibilitySortRenderPass::start(RenderCallbacks *)
 
     ensureFramebuffer(m_framebuffer);
     {
-        // A framebuffer needs a target. Nothing is written to this one.
+        // A framebuffer needs a target; nothing is written to this one.
         AutoBinder framebuffer(m_framebuffer.get());
         attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, size);
         m_framebuffer->setDrawBuffers();

@@ -90,7 +90,7 @@ void WireframeRenderPass::start(RenderCallbacks *)
     if (framePort < 0)
         return;
 
-    // An unset port gives an invalid colour, not this one, which is meant.
+    // Intentional: an unset port gives an invalid colour, not this one.
     QColor color(23, 23, 23, 23);
     const int colorPort = findInput(wireColorName);
     if (colorPort >= 0)
@@ -115,7 +115,7 @@ void WireframeRenderPass::start(RenderCallbacks *)
     glClear(GL_COLOR_BUFFER_BIT);
     {
         AutoBinder program(m_program.get());
-        // The viewport's size, not the image's: that is meant.
+        // The viewport's size, not the image's, on purpose.
         m_program->setUniform(QStringLiteral("u_IdSamplerWidth"), viewport.width());
         m_program->setUniform(QStringLiteral("u_IdSamplerHeight"), viewport.height());
         m_program->setUniform(QStringLiteral("u_WireframeColour"), color);

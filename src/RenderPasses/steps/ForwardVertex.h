@@ -7,8 +7,8 @@ namespace Velmora::Kvz {
 
 /// The vertex stage of passes that shade a model while they draw it, for buildModelProgram(): `vo_Normal` in camera space and
 /// `vo_TexCoord`.
-// The normal matrix of each vertex, of camera and model together, and the normal's w of 1 are meant. Inline, so that a source
-// built of it at load time finds it filled in.
+// Intentional: a normal matrix for each vertex, of camera and model together, and the normal's w of 1. Inline, so that a
+// source built from it at load time finds it filled in.
 inline const QString forwardVertexSource = QStringLiteral(R"(#version 150
 #instancedata "InstanceInfo"
 uniform mat4 u_CameraMatrix;

@@ -10,7 +10,7 @@ namespace Velmora::Kvz {
 /// image may hold anything then.
 bool loadImageFile(const QString &path, QImage *image);
 
-/// An image of one texel, 32 bits, in the place of one that cannot be had.
+/// An image of one texel, 32 bits, as a substitute for one that cannot be loaded.
 QImage oneTexel(const QColor &color);
 
 } // namespace Velmora::Kvz
