@@ -21,9 +21,9 @@ class Texture;
 /// Draws and shades a model as ForwardRenderPass does, over a picture, into a frame of two samples for each texel, for the
 /// modes S2x and 4x of SMAARenderPass.
 ///
-/// Drivers put their samples where they like, and some give four for two. So the pass places them itself: it draws the model
+/// Drivers choose where samples lie, and some give four for two. So the pass places them itself: it draws the model
 /// once for each sample, with a mask of that one sample and a projection shifted so that the sample lands where the table of
-/// the subsamples wants it. Shading is evaluated at the sample.
+/// the subsamples wants it. Shading is evaluated at the samples.
 ///
 /// | Input | Name                            | Type       | Default | Null means                                        |
 /// |-------|---------------------------------|------------|---------|---------------------------------------------------|

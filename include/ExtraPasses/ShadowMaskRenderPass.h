@@ -21,7 +21,7 @@ class ShadowMapLight;
 class ShadowMapRenderData;
 class Texture;
 
-/// Says for each pixel how much of the lights arrives there, from the variance shadow maps of a shadow pass: an image to
+/// Computes for each pixel how much light arrives there, from the variance shadow maps of a shadow pass: an image to
 /// multiply into a shaded frame.
 ///
 /// | Input | Name                                      | Type         | Default | Null means                             |

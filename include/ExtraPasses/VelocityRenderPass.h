@@ -35,15 +35,15 @@ class Texture;
 ///
 /// | Output | Name                     | Value                                                                    |
 /// |--------|--------------------------|--------------------------------------------------------------------------|
-/// | 0      | Kvz_KvzTexture*_Velocity | A pooled GL_RGBA16F texture of the viewport's size: the way in r and g.  |
+/// | 0      | Kvz_KvzTexture*_Velocity | A pooled GL_RGBA16F texture of the viewport's size: the motion in r, g.  |
 ///
-/// The way is the present position less the previous one, in texture coordinates: 1 is the whole width or height, y upwards.
-/// With a jittered projection it holds the change of the jitter too, as SMAARenderPass takes it when it has the jitter's
-/// amount. Pixels without a surface move with the far plane. Where a point was behind the previous camera, the way is (1, 1).
+/// The motion is the current position minus the previous one, in texture coordinates: 1 is the whole width or height, y upwards.
+/// With a jittered projection it includes the change of the jitter, as SMAARenderPass takes it when it has the jitter's
+/// amount. Pixels without a surface move with the far plane. Where a point was behind the previous camera, the motion is (1, 1).
 /// In the first frame nothing moves, and neither do the items of a model that was not there in the last one.
 ///
-/// A frame in which the pass is skipped or has no depth is not seen. What items moved by in it is kept, so that the next way of
-/// items and camera alike is from the last frame that was seen. A frame for which the pass is neither started nor skipped must
+/// A frame in which the pass is skipped or has no depth is not seen. The motion of items in it is kept, so that the next motion
+/// of items and camera alike is from the last frame that was seen. A frame for which the pass is neither started nor skipped must
 /// not end with GPUModel::advanceFrame(), or that motion of items is lost.
 ///
 /// A depth image of several samples is read at its first one. Depth test and blending are off afterwards.

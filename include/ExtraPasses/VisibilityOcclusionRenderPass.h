@@ -15,8 +15,8 @@ class DrawBuffers;
 class ShaderProgram;
 class TargetFramebuffer;
 
-/// Takes what lies behind opaque surfaces out of the lists of VisibilityBufferRenderPass, which are recorded without a depth
-/// test. It stands between that pass and VisibilitySortRenderPass, whose first 50 places then go to what is seen.
+/// Removes what lies behind opaque surfaces from the lists of VisibilityBufferRenderPass, which are recorded without a depth
+/// test. It stands between that pass and VisibilitySortRenderPass, whose 50 sorted places then go to what is visible.
 ///
 /// | Input | Name                         | Type     | Default | Null means                  |
 /// |-------|------------------------------|----------|---------|-----------------------------|

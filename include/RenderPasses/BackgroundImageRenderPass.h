@@ -20,7 +20,7 @@ class Texture;
 /// | Input | Name                     | Type     | Default | Null means                                                   |
 /// |-------|--------------------------|----------|---------|--------------------------------------------------------------|
 /// | 0     | Kvz_QRect_Viewport       | QRect    | invalid | 0 by 0 pixels                                                |
-/// | 1     | Kvz_KvzTexture*_Frame    | Texture* | invalid | opaque black geometry; nothing is put in its place           |
+/// | 1     | Kvz_KvzTexture*_Frame    | Texture* | invalid | opaque black geometry; there is no substitute                |
 /// | 2     | Kvz_KvzTexture*_Depth    | Texture* | invalid | a temporary one; it is attached and neither tested nor written |
 /// | 3     | Kvz_string_FadeImageUrl1 | QString  | invalid | the empty path: opaque black                                 |
 /// | 4     | Kvz_string_FadeImageUrl2 | QString  | invalid | the empty path: opaque black                                 |
@@ -40,8 +40,8 @@ class Texture;
 /// - frame * FadeRatioFloor + B * (1 - FadeRatioFloor) where the material is the floor,
 /// - the frame elsewhere.
 ///
-/// The ratios are free; for a cross-fade they sum to 1. Images are stretched over the viewport, whose left and top do not
-/// count, and are read through TextureManager::loadTexture(), so their colours are kept as they are.
+/// The ratios are free; for a cross-fade they sum to 1. Images are stretched over the viewport, whose left and top are
+/// ignored, and are read through TextureManager::loadTexture(), so their colours are kept as they are.
 ///
 /// Each image is loaded once: a path that is set later has no effect. A file that cannot be read is tried again in each
 /// frame, and TextureManager logs one line for it.

@@ -21,7 +21,7 @@ class Texture;
 /// | 0     | Kvz_QRect_Viewport      | QRect    | invalid | 0 by 0 pixels                                                |
 /// | 1     | Kvz_KvzTexture*_FrameA  | Texture* | invalid | transparent black; the source of the operator                |
 /// | 2     | Kvz_KvzTexture*_FrameB  | Texture* | invalid | transparent black; the destination of the operator           |
-/// | 3     | Int_BlendMode           | int      | invalid | the mode in force stays; a number replaces it from now on    |
+/// | 3     | Int_BlendMode           | int      | invalid | the mode stays; a number replaces it from now on             |
 /// | 4     | brightness              | float    | invalid | 1; a factor on all four channels of FrameB. 0 when it does not convert |
 ///
 /// | Output | Name                   | Value                                                                          |
@@ -30,7 +30,7 @@ class Texture;
 ///
 /// Frames are sampled over their whole area, so one of another size than the viewport is stretched to it. A multisampled
 /// frame is resolved to the viewport's size first; that is logged as a warning, once for each input of an object. The
-/// viewport's left and top shift the picture within the result, and what it leaves free holds the clear colour in force.
+/// viewport's left and top shift the picture within the result, whose rest holds the current clear colour.
 ///
 /// The operators are those of T. Porter and T. Duff, "Compositing Digital Images" (SIGGRAPH 1984), and the blend modes that
 /// image editors made common, in their premultiplied form. Colour dodge, colour burn and soft light divide by the

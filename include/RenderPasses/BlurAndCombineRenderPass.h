@@ -15,12 +15,12 @@ namespace Velmora::Kvz {
 /// | 1     | Kvz_KvzTexture*_NormalFrame   | Texture* | invalid | transparent black; the frame that the glow is added to  |
 /// | 2     | Kvz_float_BlurRadius          | float    | 2.0     | 0; standard deviation in pixels                         |
 /// | 3     | Kvz_float_GlowThreshold       | float    | invalid | 0; the luma from which a pixel glows, all at 0 or less  |
-/// | 4     | Kvz_float_GlowAmount          | float    | invalid | 0; the glow's strength, which counts squared            |
+/// | 4     | Kvz_float_GlowAmount          | float    | invalid | 0; the glow's strength, which takes effect squared      |
 /// | 5     | Kvz_KvzTexture*_BlurFrame     | Texture* | invalid | transparent black; the frame that glows                 |
 ///
 /// | Output | Name                     | Value                                                                             |
 /// |--------|--------------------------|-----------------------------------------------------------------------------------|
-/// | 0      | Kvz_KvzTexture*_Output   | A pooled GL_RGBA16F texture of the viewport's size, not clamped. With a radius or an amount of 0 or less the normal frame itself, drawn nowhere. |
+/// | 0      | Kvz_KvzTexture*_Output   | A pooled GL_RGBA16F texture of the viewport's size, not clamped. With a radius or an amount of 0 or less the normal frame itself, and nothing is drawn. |
 ///
 /// The amount is applied in both draws of the blur: 0.5 adds a quarter of the blurred frame. Alpha is treated like colour.
 /// The kernel reaches three times the radius. Luma is that of ITU-R BT.709 as 0.2125, 0.7154, 0.0721.

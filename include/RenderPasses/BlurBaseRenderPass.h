@@ -22,7 +22,7 @@ class Texture;
 ///
 /// The kernel's standard deviation is the blur radius, in texels of the target. Neighbouring samples are folded into one
 /// read between two texels, so a draw with `m_weights.size()` taps reads its image `2 * m_weights.size() - 1` times for
-/// each pixel. That rests on linear filters, which the passes set on every texture they blur and leave on it.
+/// each pixel. It needs linear filters, which the passes set on every texture that they blur and leave set.
 ///
 /// The folding is that of D. Rákos, "Efficient Gaussian blur with linear sampling" (2010).
 class KVZ_RENDERPASSES_EXPORT BlurBaseRenderPass : public RenderPassProxy
@@ -35,7 +35,7 @@ protected:
     /// texels to either side.
     BlurBaseRenderPass(float stencilMask, float blurRadius, float kernelExtent);
 
-    /// Fills `m_weights` and `m_offsets` for the radius in force. A radius of 0 or less gives one tap of weight 1.
+    /// Fills `m_weights` and `m_offsets` for the current radius. A radius of 0 or less gives one tap of weight 1.
     void calculateBlurWeights();
     /// A program, the caller's, of the base vertex source and this fragment source. The number of taps is part of it, so
     /// calculateBlurWeights() comes first. Whether it compiled is not checked.

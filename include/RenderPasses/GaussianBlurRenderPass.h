@@ -20,11 +20,11 @@ namespace Velmora::Kvz {
 ///
 /// | Output | Name                     | Value                                                                             |
 /// |--------|--------------------------|-----------------------------------------------------------------------------------|
-/// | 0      | Kvz_KvzTexture*_Output   | A pooled GL_RGBA16F texture of the viewport's size by the divider, truncated. At a radius up to 1 the input itself, drawn nowhere. |
+/// | 0      | Kvz_KvzTexture*_Output   | A pooled GL_RGBA16F texture of the viewport's size by the divider, truncated. At a radius up to 1 the input itself, and nothing is drawn. |
 ///
 /// The kernel reaches three times the radius. With a stencil and a material, the pixels whose stencil value is the material's
 /// number plus 1 are blurred, and the others are opaque black. The stencil image is not scaled: its lower left corner is the
-/// result's. The first draw leaves the clear colour in force on the other pixels, which the second draw then takes in at the
+/// result's. The first draw leaves the current clear colour on the other pixels, which the second draw then blends in at the
 /// material's borders. A stencil given together with a material below 0 is dropped and not given back.
 ///
 /// The input must be a plain 2D image; it keeps the linear filters and clamping that the pass sets. Depth and stencil writes

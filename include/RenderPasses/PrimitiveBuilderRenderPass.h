@@ -18,7 +18,7 @@ class DrawBuffers;
 /// |--------|------------------------------|----------------------------------------------------------------------|
 /// | 0      | Kvz_KvzDrawBuffers*_Geometry | The pass's own drawable with `va_Vertex`, `va_TexCoord` and `va_Normal`, deleted by the first start() after a change. Null until there is something to bake. |
 ///
-/// Positions are in world space. Neither shape winds all its triangles alike, so draw them without face culling. A cube's
+/// Positions are in world space. Neither shape has all its triangles wound alike, so draw them without face culling. A cube's
 /// texture coordinates step up by one from face to face, from 0 to 6: a repeating texture shows whole on each face.
 ///
 /// When the list has grown, the next start() bakes all of it again.
@@ -44,8 +44,8 @@ public:
     void addQuad(float size, const QVector3D &position);
     /// Adds a cube around `position`. `size` is its whole edge, in world units.
     void addCube(float size, const QVector3D &position);
-    /// Whether the drawable gets an indirect draw command for each primitive, as it does by default. Also without
-    /// primitives, the next start() then bakes: it publishes an empty drawable instead of null.
+    /// Whether the drawable gets an indirect draw command for each primitive, as it does by default. Even without
+    /// primitives the next start() bakes then, and publishes an empty drawable instead of null.
     ///
     /// A command's base vertex counts the vertices of the primitives before it, as the indices do already: read the
     /// commands to tell the parts apart, and draw the index buffer as a whole.

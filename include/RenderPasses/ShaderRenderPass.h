@@ -34,7 +34,7 @@ class Texture;
 /// | output `Kvz_KvzTexture*_Bar`        | is written by the fragment output `o_Bar`                                  |
 ///
 /// Outputs are pooled GL_RGBA8 textures, attached as colours 0, 1, … in the order of the ports. Their size is the
-/// viewport's, or that of the first connected texture when the viewport has no width; its left and top have no say. The
+/// viewport's, or that of the first connected texture when the viewport has no width; its left and top are ignored. The
 /// screen quad has `va_Vertex` (vec3, clip space) and `va_TexCoord` (vec2, 0 to 1).
 ///
 /// Every connected texture gets linear filters and clamped edges, each frame, and keeps them. For a multisampled one, which

@@ -40,9 +40,9 @@ class Texture;
 /// | given | null  | under what is there: colour x (1 - the frame's alpha) is added, alpha becomes the larger one |
 /// | null  | null  | everywhere                                                                                  |
 ///
-/// Of several sources the flat image goes before the cube map, and that before the panorama. With none of them nothing is
+/// Of several sources the flat image takes precedence over the cube map, and that over the panorama. Without any, nothing is
 /// drawn and nothing cleared. The frame and the depth image should have the viewport's size; the flat image is stretched to
-/// it. Surroundings are infinitely far: the camera's place does not count. Cube maps need mip levels.
+/// it. Surroundings are infinitely far: the camera's position has no effect. Cube maps need mip levels.
 ///
 /// The pass sets filters and wrap modes of the source and leaves them, and the stencil test or blending off, the depth test
 /// off, the stencil's write mask 0 where there was a depth image, the blend equation's alpha at GL_MAX where it blended.

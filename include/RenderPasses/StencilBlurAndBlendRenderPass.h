@@ -19,7 +19,7 @@ namespace Velmora::Kvz {
 ///
 /// | Output | Name                     | Value                                                                             |
 /// |--------|--------------------------|-----------------------------------------------------------------------------------|
-/// | 0      | Kvz_KvzTexture*_Output   | A pooled GL_RGBA16F texture of the viewport's size, not clamped. With a radius of 0 or less the normal frame itself, drawn nowhere. |
+/// | 0      | Kvz_KvzTexture*_Output   | A pooled GL_RGBA16F texture of the viewport's size, not clamped. With a radius of 0 or less the normal frame itself, and nothing is drawn. |
 ///
 /// Pixels with an alpha of 0 or less are added as they are. The sum is plain: alpha weighs nothing, and is added like
 /// colour. The kernel reaches twice the radius, less than that of the other blurs.

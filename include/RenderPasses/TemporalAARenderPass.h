@@ -34,8 +34,8 @@ class Texture;
 /// | 0      | Kvz_KvzTexture*_Frame | The mean, GL_RGBA8, viewport / scale pixels; the input with Kvz_bool_ResetTemporal |
 ///
 /// While Kvz_bool_ResetTemporal is true the frame passes through, and that is the port's default. The first frame after a
-/// change is drawn as it is, the second replaces it, and the mean is of the second and those after it. It has no end: in 8
-/// bits, later frames stop to show.
+/// change is drawn as it is, the second replaces it, and the mean is of the second and those after it. It never ends, but in 8
+/// bits later frames no longer show.
 ///
 /// The texture comes from the pool and stays with the pass, which draws into it in the next frame: it goes out with fresh
 /// references each time. Depth test and blending are off afterwards, depth writes on.

@@ -33,16 +33,16 @@ class Texture;
 /// | 8     | Kvz_QVariant_Rects                  | QRect or list      | invalid | the viewport; source rectangles in texels       |
 /// | 9     | Kvz_KvzFramebuffer*_FramebufferOut  | FramebufferObject* | invalid | the default framebuffer is written              |
 ///
-/// Rectangles have their origin at the lower left. Lists pair up, and the longer one's rest is left out.
+/// Rectangles have their origin at the lower left. Lists pair up, and the rest of the longer one is ignored.
 ///
 /// Without depth and super sampling each pair is one blit of colour, from the source rectangle to the destination rectangle,
 /// as it stands; it filters only where the sizes differ and input 7 allows it. With either, a program draws the destination
 /// rectangles: each pixel is the average of a box of texels, as many as the image's size holds of the rectangle's, rounded to
-/// whole numbers and at least one, and its depth is the texel under it. Source rectangles only count there. Texels are taken
-/// under the pixel's place in the destination, so a rectangle away from the origin shows another part of the image. A
-/// multisampled image can be blitted, not drawn.
+/// whole numbers and at least one, and its depth is the texel under it. Of the source rectangles only the number counts then.
+/// Texels are taken under the pixel's place in the destination, so a rectangle away from the origin shows another part of the
+/// image. A multisampled image can be blitted, not drawn.
 ///
-/// DepthOut serves together with TextureOut only, and stays attached until another replaces it.
+/// DepthOut has an effect only with TextureOut, and stays attached until another replaces it.
 class KVZ_RENDERPASSES_EXPORT TextureToScreenRenderPass : public RenderPassProxy
 {
 public:

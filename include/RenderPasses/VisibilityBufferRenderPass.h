@@ -19,7 +19,7 @@ class ShaderProgram;
 class TargetFramebuffer;
 
 /// Records, for each pixel, all triangles of a model that cover it and how deep they lie: the first of three passes for
-/// transparency that needs no order of drawing. VisibilitySortRenderPass brings the lists into order and
+/// transparency that needs no order of drawing. VisibilitySortRenderPass sorts the lists and
 /// VisibilityDeferredRenderPass shades them. The method is that of per-pixel linked lists: J. C. Yang, J. Hensley,
 /// H. Grün, N. Thibieroz, "Real-Time Concurrent Linked List Construction on the GPU", Computer Graphics Forum 29(4), 2010.
 ///
@@ -52,7 +52,7 @@ class TargetFramebuffer;
 /// - GL4 mode, where the driver has ARB_shader_atomic_counters, ARB_shader_image_load_store and
 ///   ARB_shading_language_420pack: lists of any length, the latest fragment first. The nodes are GL_RGBA32UI, 4096 by 4096:
 ///   16,777,216 of them in 256 MiB. There is no depth test, so hidden surfaces are recorded too. Fragments past the last
-///   node are lost, and so is what lies behind them in their lists; nothing is said of it.
+///   node are lost, and so is what lies behind them in their lists; nothing is logged.
 /// - Otherwise each pixel has the nearest fragment alone. The nodes are GL_RGBA32I of the viewport's size, node n is that of
 ///   pixel n, and a is 0 whatever the draw: only models of one item can be shaded from these lists.
 ///

@@ -15,7 +15,7 @@ class DrawBuffers;
 class FramebufferObject;
 class ShaderProgram;
 
-/// Brings the lists of VisibilityBufferRenderPass into order, the nearest fragment first, for VisibilityDeferredRenderPass.
+/// Sorts the lists of VisibilityBufferRenderPass, the nearest fragment first, for VisibilityDeferredRenderPass.
 ///
 /// | Input | Name                         | Type     | Default | Null means    |
 /// |-------|------------------------------|----------|---------|---------------|
@@ -31,10 +31,10 @@ class ShaderProgram;
 /// | 2      | Kvz_int_NodeBufferWidth      | that of input 3 |
 ///
 /// The sort is in place: heads and the chains of nodes stay as they are, what the nodes hold moves along them. The first 50
-/// nodes of a list are sorted, those that were written last; the rest keeps its place and order behind them. Fragments of
+/// nodes of a list are sorted, those that were written last; the rest stays behind them in its order. Fragments of
 /// equal depth come out in the order that the quicksort gives them, which is not that in which they were drawn.
 ///
-/// Where the driver lacks what lists of several nodes need, the inputs go through and no GL call is made.
+/// Where the driver lacks what lists of several nodes need, the inputs are passed through and no GL call is made.
 ///
 /// The depth test is on afterwards, and the GL viewport is (0, 0, width, height). skip() makes the outputs invalid and gives
 /// nothing back.

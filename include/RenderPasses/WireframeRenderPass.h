@@ -30,8 +30,8 @@ class ShaderProgram;
 /// else 0.33 for one whose blue differs, which is another part of a tessellated triangle. Channels hold whole numbers.
 ///
 /// Neighbours are one pixel of the viewport away, whatever the identity image's size; beyond the image's edge its wrap mode
-/// decides. The viewport's left and top shift the picture within the result, and what it leaves free holds the clear colour
-/// in force. The depth test is off afterwards; blending stays as it is.
+/// decides. The viewport's left and top shift the picture within the result, whose rest holds the current clear
+/// colour. The depth test is off afterwards; blending stays as it is.
 class KVZ_RENDERPASSES_EXPORT WireframeRenderPass : public RenderPassProxy
 {
 public:

@@ -41,7 +41,7 @@ void main()
 )");
 
 // Values are interpolated at the texel's centre, which is not where the sample that is drawn lies, so they are carried over.
-// Colours end at 1 as in the frames of ForwardRenderPass, whose highlights may go far beyond.
+// Colours are clamped at 1, as in the 8-bit frames of ForwardRenderPass, since highlights may go far beyond.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #instancedata "OBJMaterial"
 #include "TextureManager.glslh"
@@ -161,7 +161,7 @@ void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *backgroun
         GLfloat position[2] = {0.5f, 0.5f};
         glGetMultisamplefv(GL_SAMPLE_POSITION, GLuint(sample), position);
         const QPointF actual{double(position[0]), double(position[1])};
-        // This sample, and every other one of those that a driver adds.
+        // This sample, and every second one of those that a driver adds.
         glSampleMaski(0, 0x55555555u << sample);
         m_modelProgram->setUniform(QStringLiteral("u_ProjectionMatrix"),
             shifted(projection, shiftTo(actual, subsamplePosition(frame, sample), size)));

@@ -42,8 +42,8 @@ float depthAt(vec2 pixel)
     return texelFetch(u_Depth, ivec2(pixel), 0).r;
 }
 
-// The way from the previous position to the present one, both in normalised device units, in texture coordinates.
-vec4 wayFrom(vec4 previous, vec2 present)
+// The motion from the previous position to the current one, both in normalised device units, in texture coordinates.
+vec4 motionFrom(vec4 previous, vec2 present)
 {
     // Behind the previous camera there is no picture to follow.
     if (previous.w <= 0.0)
@@ -61,7 +61,7 @@ out vec4 out_Velocity;
 void main()
 {
     vec3 present = 2.0 * vec3(vo_TexCoord, depthAt(gl_FragCoord.xy)) - 1.0;
-    out_Velocity = wayFrom(u_Reprojection * vec4(present, 1.0), present.xy);
+    out_Velocity = motionFrom(u_Reprojection * vec4(present, 1.0), present.xy);
 }
 )");
 
@@ -94,7 +94,7 @@ out vec4 out_Velocity;
     + QStringLiteral(R"(
 void main()
 {
-    // As far away as the depth image says, but for what another program, and a sample beside the centre, make of it.
+    // As far away as the depth image says, give or take what another program and a sample off the centre make of it.
 #if MULTISAMPLED
     float tolerance = 2e-6 + 0.4 * fwidth(gl_FragCoord.z);
 #else
@@ -102,7 +102,7 @@ void main()
 #endif
     if (gl_FragCoord.z > depthAt(gl_FragCoord.xy) + tolerance)
         discard;
-    out_Velocity = wayFrom(vo_Previous, vo_Present.xy / vo_Present.w);
+    out_Velocity = motionFrom(vo_Previous, vo_Present.xy / vo_Present.w);
 }
 )");
 

@@ -42,7 +42,7 @@ void main()
 }
 )");
 
-/// What both blurs begin with. 2 * SAMPLES_COUNT - 1 reads of the image.
+/// The common start of both blurs: 2 * SAMPLES_COUNT - 1 reads of the image.
 const QString blurSource = QStringLiteral(R"(#version 150
 uniform sampler2D u_Blurred;
 uniform vec2 stepVec;
@@ -143,7 +143,7 @@ void BlurAndCombineRenderPass::start(RenderCallbacks *callbacks)
     sampleLinearly(blur);
 
     ensureFramebuffer(m_framebuffer);
-    // It has no kernel, so it outlives a change of radius.
+    // It has no kernel, so it survives a change of radius.
     if (!m_thresholdProgram)
         m_thresholdProgram.reset(makeShaderProgram(thresholdSource));
     ensureScreenQuad(m_screenQuad, *m_thresholdProgram);

@@ -79,11 +79,11 @@ void BlurBaseRenderPass::calculateBlurWeights()
     // Keeps a radius of 0 from dividing by 0.
     const float sigma = m_blurRadius + 0.0001f;
     const float limit = m_blurRadius * m_kernelExtent;
-    // Past this a float no longer counts, and an endless radius would never end.
+    // Above this a float cannot be counted up, and an infinite radius would never end.
     constexpr float lastCount = 16777215.0f;
     float sum = 0.0f;
     float count = 0.0f;
-    // Ends on an odd count, so that the samples beside the centre pair up; a radius that is no number ends it at 1.
+    // Ends on an odd count, so that the samples beside the centre pair up; a NaN radius ends it at 1.
     while ((count < limit && count < lastCount) || int(count) % 2 == 0) {
         const float sample = normalDensity(count, sigma);
         m_weights.append(sample);

@@ -50,7 +50,7 @@ CubemapLoaderRenderPass::CubemapLoaderRenderPass()
 
 CubemapLoaderRenderPass::~CubemapLoaderRenderPass()
 {
-    // The current one first.
+    // The current cube map goes first.
     m_cubemaps.erase(keyOf(m_paths));
 }
 

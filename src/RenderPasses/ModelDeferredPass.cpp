@@ -59,7 +59,7 @@ ModelDeferredPass::~ModelDeferredPass() = default;
 
 void ModelDeferredPass::start(RenderCallbacks *)
 {
-    // The matrices and the depth have no part in this light.
+    // The light depends on neither the matrices nor the depth.
     const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
     Texture *diffuse = getInputPointer<Texture>(Diffuse);
     Texture *specular = getInputPointer<Texture>(Specular);

@@ -90,7 +90,7 @@ const Shape &shapeOf(PrimitiveBuilderRenderPass::PrimitiveType type)
     return type == PrimitiveBuilderRenderPass::Cube ? cubeShape : quadShape;
 }
 
-/// All primitives in one.
+/// All primitives together.
 struct Arrays
 {
     QVector<float> positions;

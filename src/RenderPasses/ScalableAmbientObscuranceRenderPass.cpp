@@ -36,7 +36,7 @@ const QString reconstructionSource = QStringLiteral("#version 150\n") + position
 
 } // namespace
 
-// Other files of this library must not take part in it: it is there for whoever else starts up.
+// Made of this literal alone: a string of another file might not be initialised yet.
 const QString gSaoFragmentShaderSource = QStringLiteral(R"(#version 150
 #extension GL_EXT_gpu_shader4 : enable
 #extension GL_ARB_gpu_shader5 : enable

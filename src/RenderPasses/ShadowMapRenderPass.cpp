@@ -176,7 +176,7 @@ uniform sampler2DArray u_FrameSampler;
 uniform int u_Index;
 out vec4 out_FragColor;
 
-// A fetch beside the map is undefined, so it is kept on the edge.
+// A fetch outside the map is undefined, so it is clamped to the edge.
 vec2 moments(int x, int y)
 {
     ivec2 last = textureSize(u_FrameSampler, 0).xy - 1;
@@ -486,7 +486,7 @@ void ShadowMapRenderPass::ensureBlurQuad(const ShaderProgram &program)
     vao->enableStandardArrays();
 }
 
-/// One pass from the moments into the other array.
+/// Filters once, from the moments into the other array.
 void ShadowMapRenderPass::filterOnce(ShaderProgram *program)
 {
     AutoBinder source(m_shadowArray.get());
@@ -504,7 +504,7 @@ void ShadowMapRenderPass::filterOnce(ShaderProgram *program)
     }
 }
 
-/// Passes to the right and upwards in turn, to the other array and back.
+/// Filters horizontally and vertically in turn, to the other array and back.
 void ShadowMapRenderPass::filterSeparably(ShaderProgram *program, const QSize &size, int iterations)
 {
     AutoBinder first(m_shadowArray.get());

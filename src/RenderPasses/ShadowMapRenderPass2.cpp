@@ -246,7 +246,7 @@ void main()
 )");
 
 const QString boxMain = QStringLiteral(R"(
-// A fetch beside the map is undefined, so it is kept on the edge.
+// A fetch outside the map is undefined, so it is clamped to the edge.
 vec2 moments(int x, int y)
 {
     ivec2 last = textureSize(u_DepthFrameSampler, 0).xy - 1;
@@ -298,7 +298,7 @@ void main()
 /// Layers that one draw reaches through the geometry stage.
 constexpr int batchSize = 8;
 
-/// The layers of all projectors end here.
+/// One past the last layer of all projectors.
 int endOfLayers(const ShadowMapManager::RenderData &data)
 {
     int end = 0;
@@ -497,7 +497,7 @@ bool ShadowMapRenderPass2::buildProgram()
     return true;
 }
 
-/// Brings the moments of all layers up to date.
+/// Updates the moments of all layers.
 void ShadowMapRenderPass2::render(GPUModel *model)
 {
     GLint viewport[4];

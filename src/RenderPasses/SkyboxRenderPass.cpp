@@ -85,7 +85,7 @@ void main()
 }
 )");
 
-/// Goes from gamma to linear.
+/// Converts from gamma to linear.
 const QString backgroundSource = QStringLiteral(R"(#version 150
 uniform sampler2D u_EnvTexture;
 in vec2 vo_TexCoord;

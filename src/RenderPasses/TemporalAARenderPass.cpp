@@ -21,7 +21,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-// The mean is made by blending; u_prevFrame is set by nobody.
+// Blending makes the mean; nothing sets u_prevFrame.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 uniform sampler2D u_newFrame;
 uniform sampler2D u_prevFrame;
@@ -56,7 +56,7 @@ TemporalAARenderPass::TemporalAARenderPass()
     addInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant());
     addInput(QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QVariant());
     addInput(QStringLiteral("Kvz_bool_ResetTemporal"), true);
-    // Capitals as hosts know them.
+    // Capitalised as hosts know them.
     addInput(QStringLiteral("Kvz_Float_ViewportScale"), 1.0f);
     addInput(QStringLiteral("Kvz_Bool_ViewportScale_Enable"), true);
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
@@ -115,7 +115,7 @@ void TemporalAARenderPass::start(RenderCallbacks *)
         clearToZeros();
     }
 
-    // It stays attached: the same texture goes out frame after frame.
+    // It stays attached: the same texture is published frame after frame.
     handOn(m_outputs[FrameOut], m_numOutputUsers[FrameOut], m_framebuffer->attachment(GL_COLOR_ATTACHMENT0));
     giveBack(frame);
     m_framebuffer->unbind();

@@ -25,7 +25,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Nodes in a row of the pool, and rows.
+/// Nodes in a row of the pool, and number of rows.
 constexpr int poolSide = 4096;
 
 constexpr GLuint headImageUnit = 0;
@@ -45,7 +45,7 @@ void main()
 }
 )");
 
-// The next node is written behind the exchange: nobody reads it before the barrier.
+// The pointer to the next node is written after the exchange; nothing reads it before the barrier.
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #include "ShaderBitEncoding.glslh"
 #define KVZ_GL_3_2 %1
@@ -95,8 +95,8 @@ void remakeIntegerTarget(TargetFramebuffer &framebuffer, unsigned int attachment
         attachment, internalFormat, size, formatFromInternalFormat(format), typeFromInternalFormat(format));
 }
 
-/// Keeps the first colour target as it is for a scope. The list program has no colour to write; but rasterisers that work tile
-/// by tile take draws that fill a tile for such that paint over all before them, and leave those out, with what they record.
+/// Masks writes to the first colour target for a scope. The list program writes no colour, but tile-based rasterisers assume
+/// that an opaque draw that fills a tile hides all draws before it, and skip those together with the nodes they would record.
 class ColorWritesOff
 {
 public:

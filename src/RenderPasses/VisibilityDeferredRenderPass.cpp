@@ -188,7 +188,7 @@ void VisibilityDeferredRenderPass::start(RenderCallbacks *)
     publishTarget(m_outputs[Frame], *m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
-/// Lets shaders read the buffers of a model's vertices.
+/// Makes a model's vertex buffers readable by shaders.
 void VisibilityDeferredRenderPass::makeBufferTextures(const DrawBuffers *geometry)
 {
     const auto append = [this](GLenum format, const QSharedPointer<BufferObject> &buffer) {

@@ -33,7 +33,7 @@ uniform vec4 u_WireframeColour;
 in vec2 vo_TexCoord;
 out vec4 out_FragColor;
 
-// Takes rounding noise away, so that identities compare exactly.
+// Removes rounding noise, so that identities compare exactly.
 ivec4 Clampi(vec4 value)
 {
     return ivec4(floor(value + vec4(0.1)));

@@ -5,6 +5,7 @@
 #include "support/PooledTextures.h"
 
 #include <ExtraPasses/ShadowMaskRenderPass.h>
+#include <Scene/ShadowMapManager.h>
 
 #include <QtCore/QtMath>
 #include <QtGui/QVector2D>

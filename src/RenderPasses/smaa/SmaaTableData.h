@@ -5,7 +5,7 @@
 
 namespace Velmora::Kvz {
 
-/// SmaaTables::area() and SmaaTables::search(), worked out while the library was built.
+/// SmaaTables::area() and SmaaTables::search(), computed while the library is built.
 extern const unsigned char smaaAreaTable[2 * SmaaTables::areaWidth * SmaaTables::areaHeight];
 extern const unsigned char smaaSearchTable[SmaaTables::searchWidth * SmaaTables::searchHeight];
 

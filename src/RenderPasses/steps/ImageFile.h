@@ -6,8 +6,8 @@
 
 namespace Velmora::Kvz {
 
-/// Reads an image file, on disk or in the resources. False, in silence, for what is no file and for what is no image; the
-/// image may hold anything then.
+/// Reads an image file, on disk or in the resources. Returns false, and logs nothing, for a path that is no file or no image;
+/// `image` is undefined then.
 bool loadImageFile(const QString &path, QImage *image);
 
 /// An image of one texel, 32 bits, as a substitute for one that cannot be loaded.

@@ -9,7 +9,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// What no caster touched.
+/// The moments of texels that no caster touched.
 constexpr float farMoment = 1e9f;
 
 std::unique_ptr<Texture> makeArray(const QSize &size, int layers, GLint internalFormat, GLenum format, GLint filter)
