@@ -70,8 +70,7 @@ private:
     QSharedPointer<DrawBuffers> m_screenQuad;
     /// Of vertices, texture coordinates, normals and, if there are any, indices.
     std::vector<std::unique_ptr<Texture>> m_bufferTextures;
-    std::unique_ptr<Texture>
-        m_fallbackTexture; ///< Never made, on purpose: the inputs that it stands in for are required.
+    std::unique_ptr<Texture> m_fallbackTexture; ///< Never made, on purpose: both inputs are required.
     std::unique_ptr<ShaderProgram> m_program;
     std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size{0, 0};
