@@ -8,8 +8,6 @@ namespace Velmora::Kvz {
 
 namespace {
 
-const QString indent = QStringLiteral(" ");
-
 QString typeOf(const PortInfo &port)
 {
     if (port.type != ValueType::Texture)
@@ -25,31 +23,40 @@ QString defaultOf(const QVariant &value)
     return value.isValid() ? describeValue(value) : QStringLiteral("-");
 }
 
-QVector<QStringList> inputRows(const PassInfo &pass)
+/// What a pass has of one sort: inputs, outputs or options.
+struct Table
 {
-    QVector<QStringList> rows{{indent, QStringLiteral("#"), QStringLiteral("input"), QStringLiteral("type"),
-        QStringLiteral("default"), QStringLiteral("meaning")}};
-    for (int i = 0; i < pass.inputs.size(); ++i) {
-        const InputInfo &input = pass.inputs[i];
+    QString title;
+    QStringList columns;
+    int nameColumn;
+    QVector<QStringList> rows;
+};
+
+Table inputsOf(const PassInfo &pass)
+{
+    Table table{QStringLiteral("Inputs"),
+        {QStringLiteral("#"), QStringLiteral("input"), QStringLiteral("type"), QStringLiteral("default"),
+            QStringLiteral("meaning")},
+        1, {}};
+    for (const InputInfo &input : pass.inputs) {
         QString meaning = input.description;
         if (input.required)
             meaning += QStringLiteral(" Required.");
         else if (!input.whenNull.isEmpty())
             meaning += QStringLiteral(" Null: %1.").arg(input.whenNull);
-        rows.append({indent, QString::number(i), input.name, typeOf(input), defaultOf(input.defaultValue), meaning});
+        table.rows.append(
+            {QString::number(table.rows.size()), input.name, typeOf(input), defaultOf(input.defaultValue), meaning});
     }
-    return rows;
+    return table;
 }
 
-QVector<QStringList> outputRows(const PassInfo &pass)
+Table outputsOf(const PassInfo &pass)
 {
-    QVector<QStringList> rows{
-        {indent, QStringLiteral("#"), QStringLiteral("output"), QStringLiteral("type"), QStringLiteral("meaning")}};
-    for (int i = 0; i < pass.outputs.size(); ++i) {
-        const OutputInfo &output = pass.outputs[i];
-        rows.append({indent, QString::number(i), output.name, typeOf(output), output.description});
-    }
-    return rows;
+    Table table{QStringLiteral("Outputs"),
+        {QStringLiteral("#"), QStringLiteral("output"), QStringLiteral("type"), QStringLiteral("meaning")}, 1, {}};
+    for (const OutputInfo &output : pass.outputs)
+        table.rows.append({QString::number(table.rows.size()), output.name, typeOf(output), output.description});
+    return table;
 }
 
 /// Rows of options, the fields of records below them under dotted names.
@@ -64,16 +71,53 @@ void appendOptionRows(const QVector<OptionInfo> &options, const QString &prefix,
         const QString type = option.type == ValueType::Enumeration ? QStringLiteral("name or number")
             : option.type == ValueType::Records                    ? QStringLiteral("list of objects")
                                                                    : typeName(option.type);
-        rows->append({indent, prefix + option.name, type,
+        rows->append({prefix + option.name, type,
             option.fields.isEmpty() ? defaultOf(option.defaultValue) : QStringLiteral("[]"), meaning});
         appendOptionRows(option.fields, prefix + option.name + QLatin1Char('.'), rows);
     }
 }
 
-void printSection(const QVector<QStringList> &rows)
+Table optionsOf(const PassInfo &pass)
 {
+    Table table{QStringLiteral("Options"),
+        {QStringLiteral("option"), QStringLiteral("type"), QStringLiteral("default"), QStringLiteral("meaning")}, 0,
+        {}};
+    appendOptionRows(pass.options, QString(), &table.rows);
+    return table;
+}
+
+/// In aligned columns below an empty line; nothing without rows.
+void printAligned(const Table &table)
+{
+    if (table.rows.isEmpty())
+        return;
+    QVector<QStringList> lines{table.columns};
+    lines += table.rows;
+    for (QStringList &line : lines)
+        line.prepend(QStringLiteral(" "));
     print(QString());
-    print(formatTable(rows));
+    print(formatTable(lines));
+}
+
+/// As the pages of the documentation have it; nothing without rows.
+void printMarkdown(const Table &table)
+{
+    if (table.rows.isEmpty())
+        return;
+    const auto line = [](const QStringList &cells) {
+        return QStringLiteral("| %1 |").arg(cells.join(QLatin1String(" | ")));
+    };
+    QStringList headings = table.columns;
+    headings[table.nameColumn] = QStringLiteral("name");
+    for (QString &heading : headings)
+        heading[0] = heading[0].toUpper();
+    print(QStringLiteral("### %1\n\n%2\n|%3")
+              .arg(table.title, line(headings), QStringLiteral("---|").repeated(headings.size())));
+    for (QStringList row : table.rows) {
+        row[table.nameColumn] = QStringLiteral("`%1`").arg(row[table.nameColumn]);
+        print(line(row.replaceInStrings(QStringLiteral("|"), QStringLiteral("\\|"))));
+    }
+    print(QString());
 }
 
 void describe(const PassInfo &pass)
@@ -82,18 +126,17 @@ void describe(const PassInfo &pass)
     const QStringList traits = toStringList(pass.traits);
     if (!traits.isEmpty())
         print(QStringLiteral("Traits: %1").arg(traits.join(QLatin1String(", "))));
-    if (!pass.inputs.isEmpty())
-        printSection(inputRows(pass));
-    if (!pass.outputs.isEmpty())
-        printSection(outputRows(pass));
+    printAligned(inputsOf(pass));
+    printAligned(outputsOf(pass));
     if (pass.completePorts)
         print(QStringLiteral("\nIts options name further ports."));
-    if (!pass.options.isEmpty()) {
-        QVector<QStringList> rows{{indent, QStringLiteral("option"), QStringLiteral("type"), QStringLiteral("default"),
-            QStringLiteral("meaning")}};
-        appendOptionRows(pass.options, QString(), &rows);
-        printSection(rows);
-    }
+    printAligned(optionsOf(pass));
+}
+
+void describeInMarkdown(const PassInfo &pass)
+{
+    for (const Table &table : {inputsOf(pass), outputsOf(pass), optionsOf(pass)})
+        printMarkdown(table);
 }
 
 } // namespace
@@ -106,6 +149,9 @@ int runPasses(const QStringList &arguments)
                        "and options, as chain files name them."));
     parser.addPositionalArgument(
         QStringLiteral("CLASS"), QStringLiteral("Class name of a pass."), QStringLiteral("[CLASS]"));
+    const QCommandLineOption markdown(QStringLiteral("markdown"),
+        QStringLiteral("Prints the tables of CLASS as the pages in docs/passes have them."));
+    parser.addOption(markdown);
     if (const auto status = parseCommandLine(&parser, arguments, 0, 1))
         return *status;
 
@@ -117,9 +163,14 @@ int runPasses(const QStringList &arguments)
             return fail(
                 QStringLiteral("no pass of class \"%1\"%2")
                     .arg(name, nearestNamesHint(name, registry.classNames(), QStringLiteral("see kvz passes"))));
-        describe(*pass);
+        if (parser.isSet(markdown))
+            describeInMarkdown(*pass);
+        else
+            describe(*pass);
         return Success;
     }
+    if (parser.isSet(markdown))
+        return failUsage(QStringLiteral("--markdown wants a CLASS"));
     QVector<QStringList> rows;
     for (const QString &name : registry.classNames())
         rows.append({name, registry.find(name)->summary});

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "FakePasses.h"
 #include "support/GLTest.h"
+#include "support/PortListing.h"
 
 #include <Chain/PassRegistry.h>
 #include <Core/RenderPass.h>
@@ -23,6 +24,12 @@ QVariantMap leastOptions(const PassInfo &info)
     return options;
 }
 
+QStringList sorted(QStringList names)
+{
+    names.sort();
+    return names;
+}
+
 std::unique_ptr<RenderPass> make(const QString &className, const QVariantMap &given)
 {
     const PassInfo *info = PassRegistry::standard().find(className);
@@ -35,6 +42,21 @@ std::unique_ptr<RenderPass> make(const QString &className, const QVariantMap &gi
 } // namespace
 
 using PassRegistryTest = GLTest;
+
+TEST_F(PassRegistryTest, everyConstructedPassHasThePortsOfTheListing)
+{
+    const QMap<QString, QStringList> listing = portListing();
+    EXPECT_EQ(QStringList(listing.keys()), sorted(PassRegistry::standard().classNames()));
+    for (const QString &name : PassRegistry::standard().classNames()) {
+        SCOPED_TRACE(qPrintable(name));
+        const PassInfo &info = *PassRegistry::standard().find(name);
+        const std::unique_ptr<RenderPass> pass = make(name, leastOptions(info));
+        ASSERT_TRUE(pass);
+        EXPECT_EQ(portRows(*pass, info), listing.value(name));
+        for (int i = 0; i < pass->numOutputs(); ++i)
+            EXPECT_FALSE(pass->output(i).isValid()) << "an output before the first frame: " << i;
+    }
+}
 
 TEST_F(PassRegistryTest, everyEntryHasThePortsOfTheConstructedPass)
 {

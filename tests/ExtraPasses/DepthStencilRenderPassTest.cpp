@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/Cameras.h"
-#include "support/GLTest.h"
 #include "support/Meshes.h"
+#include "support/PassTest.h"
 #include "support/RayCastScene.h"
 
 #include <ExtraPasses/DepthStencilRenderPass.h>
@@ -18,10 +18,9 @@ namespace {
 
 using Port = DepthStencilRenderPass;
 
-class DepthStencilRenderPassTest : public GLTest
+class DepthStencilRenderPassTest : public PassTest<DepthStencilRenderPass>
 {
 protected:
-    std::unique_ptr<DepthStencilRenderPass> pass = std::make_unique<DepthStencilRenderPass>();
     const QSize size{120, 80};
     const QMatrix4x4 projection = perspective(size, 1, 20);
     const QMatrix4x4 camera = lookAt(QVector3D(2, 3, 6), QVector3D(0, 0, 0));
@@ -54,17 +53,6 @@ RayCastScene ballAndBox()
 }
 
 } // namespace
-
-TEST_F(DepthStencilRenderPassTest, declaresItsPorts)
-{
-    const char *const names[] = {"Kvz_QRect_Viewport", "Kvz_QMatrix4x4_ProjectionMatrix", "Kvz_QMatrix4x4_CameraMatrix",
-        "Kvz_KvzGPUModel*_Geometry"};
-    ASSERT_EQ(pass->numInputs(), 4);
-    for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(pass->inputName(i), QLatin1String(names[i]));
-    ASSERT_EQ(pass->numOutputs(), 1);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Depth"));
-}
 
 TEST_F(DepthStencilRenderPassTest, marksWhatTheRaysMeet)
 {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/Cameras.h"
-#include "support/GLTest.h"
 #include "support/Meshes.h"
+#include "support/PassTest.h"
 #include "support/RayCast.h"
 
 #include <ExtraPasses/MaterialIdRenderPass.h>
@@ -19,10 +19,9 @@ namespace {
 
 using Port = MaterialIdRenderPass;
 
-class MaterialIdRenderPassTest : public GLTest
+class MaterialIdRenderPassTest : public PassTest<MaterialIdRenderPass>
 {
 protected:
-    std::unique_ptr<MaterialIdRenderPass> pass = std::make_unique<MaterialIdRenderPass>();
     const QSize size{120, 80};
     const QMatrix4x4 projection = perspective(size, 1, 20);
     const QMatrix4x4 camera = lookAt(QVector3D(2, 3, 6), QVector3D(0, 0, 0));
@@ -34,7 +33,6 @@ protected:
         pass->setInput(Port::ProjectionMatrix, projection);
         pass->setInput(Port::CameraMatrix, camera);
     }
-    Texture *texture(int output) const { return pass->output(output).value<Texture *>(); }
     void start(const QSharedPointer<GPUModel> &model)
     {
         pass->setInput(Port::Geometry, QVariant::fromValue(model.data()));
@@ -75,15 +73,6 @@ private:
 };
 
 } // namespace
-
-TEST_F(MaterialIdRenderPassTest, declaresItsPorts)
-{
-    ASSERT_EQ(pass->numInputs(), 4);
-    EXPECT_EQ(pass->inputName(3), QStringLiteral("Kvz_KvzGPUModel*_Geometry"));
-    ASSERT_EQ(pass->numOutputs(), 2);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Normal"));
-    EXPECT_EQ(pass->outputName(1), QStringLiteral("Kvz_KvzTexture*_Depth"));
-}
 
 TEST_F(MaterialIdRenderPassTest, normalsIdsDepthAndStencilAreWhatTheRaysMeet)
 {

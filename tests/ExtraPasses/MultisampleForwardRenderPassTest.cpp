@@ -122,25 +122,6 @@ TEST_F(MultisampleForwardRenderPassTest, samplesLieWhereTheTableWantsThem)
     }
 }
 
-TEST_F(MultisampleForwardRenderPassTest, declaresItsPorts)
-{
-    const QStringList inputs{QStringLiteral("Kvz_QRect_Viewport"), QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"),
-        QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QStringLiteral("Kvz_KvzGPUModel*_Geometry"),
-        QStringLiteral("Kvz_KvzTexture*_Frame"), QStringLiteral("Kvz_int_JitterIndex"),
-        QStringLiteral("Kvz_bool_RenderInHDR")};
-    ASSERT_EQ(pass->numInputs(), inputs.size());
-    for (int i = 0; i < inputs.size(); ++i) {
-        EXPECT_EQ(pass->inputName(i), inputs[i]);
-        EXPECT_EQ(pass->defaultValue(i).isValid(), i == Port::RenderInHDR);
-    }
-    EXPECT_EQ(pass->defaultValue(Port::RenderInHDR), QVariant(true));
-    ASSERT_EQ(pass->numOutputs(), 4);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
-    EXPECT_EQ(pass->outputName(1), QStringLiteral("Kvz_KvzTexture*_Depth"));
-    EXPECT_EQ(pass->outputName(2), QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"));
-    EXPECT_EQ(pass->outputName(3), QStringLiteral("Kvz_Vector2D_JitterAmount"));
-}
-
 TEST_F(MultisampleForwardRenderPassTest, samplesGoWithTheSlicesOfTheAreaTable)
 {
     // Offsets of the slices for edges; a slice is made for the sample on the other side of the texel's middle.

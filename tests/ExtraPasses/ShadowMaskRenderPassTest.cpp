@@ -349,25 +349,6 @@ protected:
     std::unique_ptr<Texture> normal;
 };
 
-TEST_F(ShadowMaskRenderPassTest, portsAndDefaults)
-{
-    const ShadowMaskRenderPass pass;
-    const char *const inputs[] = {"Kvz_QRect_Viewport", "Kvz_QMatrix4x4_ProjectionMatrix",
-        "Kvz_QMatrix4x4_CameraMatrix", "Kvz_KvzTexture*_Depth", "Kvz_KvzTexture*_Normal",
-        "Kvz_QList_KvzShadowMapManagerLight*_Lights", "Kvz_QVariant_ShadowMapData", "Kvz_float_LightBleedingReduction",
-        "Kvz_float_AmbientLight", "Kvz_int_Cascade"};
-    ASSERT_EQ(pass.numInputs(), 10);
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_EQ(pass.inputName(i), QLatin1String(inputs[i]));
-        EXPECT_EQ(pass.defaultValue(i).isValid(), i >= 7);
-    }
-    EXPECT_EQ(pass.defaultValue(ShadowMaskRenderPass::LightBleedingReduction), QVariant(0.2f));
-    EXPECT_EQ(pass.defaultValue(ShadowMaskRenderPass::AmbientLight), QVariant(0.25f));
-    EXPECT_EQ(pass.defaultValue(ShadowMaskRenderPass::Cascade), QVariant(-1));
-    ASSERT_EQ(pass.numOutputs(), 1);
-    EXPECT_EQ(pass.outputName(0), QLatin1String("Kvz_KvzTexture*_ShadowMask"));
-}
-
 TEST_F(ShadowMaskRenderPassTest, eachLightAloneMatchesTheReference)
 {
     for (Light *light : {&sun, &spot, &lamp}) {

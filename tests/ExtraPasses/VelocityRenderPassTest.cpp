@@ -157,20 +157,6 @@ const auto everywhere = [](int, int) { return true; };
 
 } // namespace
 
-TEST_F(VelocityRenderPassTest, declaresItsPorts)
-{
-    const QStringList inputs{QStringLiteral("Kvz_QRect_Viewport"), QStringLiteral("Kvz_KvzTexture*_Depth"),
-        QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"),
-        QStringLiteral("Kvz_KvzGPUModel*_Geometry")};
-    ASSERT_EQ(pass->numInputs(), inputs.size());
-    for (int i = 0; i < inputs.size(); ++i) {
-        EXPECT_EQ(pass->inputName(i), inputs[i]);
-        EXPECT_FALSE(pass->defaultValue(i).isValid());
-    }
-    ASSERT_EQ(pass->numOutputs(), 1);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Velocity"));
-}
-
 TEST_F(VelocityRenderPassTest, nothingMovesInTheFirstFrameAndInAStillOne)
 {
     const QSharedPointer<GPUModel> model = makeModel();
@@ -239,7 +225,7 @@ TEST_F(VelocityRenderPassTest, aMovingItemHasItsOwnMotion)
 
     const DoubleMatrix view = DoubleMatrix(projection) * DoubleMatrix(camera);
     const DoubleMatrix back = DoubleMatrix(before) * DoubleMatrix(now).inverted();
-    // The numbers of triangles begin anew in each item, so the ball is told by where it is.
+    // Triangles are numbered from the first of each item, so the ball is told by where it is.
     const QVector3D centre(-1.1f, 0.3f, 0.4f);
     const OnBall onBall(depth, view, centre, 1.01);
     const OnBall nearBall(depth, view, centre, 1.2);

@@ -41,8 +41,8 @@ CameraView parsed(const char *text)
 void expectNear(const QVector3D &actual, const QVector3D &expected, float tolerance)
 {
     EXPECT_LE((actual - expected).length(), tolerance)
-        << actual.x() << " " << actual.y() << " " << actual.z() << " in the place of " << expected.x() << " "
-        << expected.y() << " " << expected.z();
+        << actual.x() << " " << actual.y() << " " << actual.z() << " instead of " << expected.x() << " " << expected.y()
+        << " " << expected.z();
 }
 
 } // namespace

@@ -89,7 +89,7 @@ protected:
             for (int x = 0; x < width; ++x) {
                 if ((image.pixel(x, y) - expected(x, y)).length() > tolerance) {
                     ADD_FAILURE() << "pixel " << x << ", " << y << ": " << image.pixel(x, y).x() << ", alpha "
-                                  << image.pixel(x, y).w() << " in the place of " << expected(x, y).x() << ", alpha "
+                                  << image.pixel(x, y).w() << " instead of " << expected(x, y).x() << ", alpha "
                                   << expected(x, y).w();
                     return false;
                 }
@@ -100,21 +100,6 @@ protected:
 };
 
 } // namespace
-
-TEST_F(BackgroundImageRenderPassTest, declaresItsPorts)
-{
-    const char *const names[] = {"Kvz_QRect_Viewport", "Kvz_KvzTexture*_Frame", "Kvz_KvzTexture*_Depth",
-        "Kvz_string_FadeImageUrl1", "Kvz_string_FadeImageUrl2", "Kvz_float_FadeRatio", "Kvz_float_FadeRatio2",
-        "Kvz_KvzTexture*_Normal", "Kvz_int_FloorMaterialId", "Kvz_float_FadeRatioFloor"};
-    ASSERT_EQ(pass->numInputs(), 10);
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_EQ(pass->inputName(i), QLatin1String(names[i]));
-        EXPECT_EQ(pass->defaultValue(i).isValid(), i == 8);
-    }
-    EXPECT_EQ(pass->defaultValue(8), QVariant(-1));
-    ASSERT_EQ(pass->numOutputs(), 1);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
-}
 
 TEST_F(BackgroundImageRenderPassTest, crossFadesTwoImagesBehindTheFrame)
 {

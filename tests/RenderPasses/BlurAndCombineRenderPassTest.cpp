@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "BlurReference.h"
+#include "support/DrawSteps.h"
 #include "support/GLTest.h"
 #include "support/PooledTextures.h"
 
@@ -63,20 +64,6 @@ Image glowing(const Image &normal, const Image &blur, double radius, double amou
 }
 
 } // namespace
-
-TEST_F(BlurAndCombineRenderPassTest, declaresItsPorts)
-{
-    const char *const names[] = {"Kvz_QRect_Viewport", "Kvz_KvzTexture*_NormalFrame", "Kvz_float_BlurRadius",
-        "Kvz_float_GlowThreshold", "Kvz_float_GlowAmount", "Kvz_KvzTexture*_BlurFrame"};
-    ASSERT_EQ(pass.numInputs(), 6);
-    for (int i = 0; i < 6; ++i) {
-        EXPECT_EQ(pass.inputName(i), QString::fromLatin1(names[i]));
-        EXPECT_EQ(pass.defaultValue(i), i == 2 ? QVariant(2.0f) : QVariant()) << names[i];
-    }
-    EXPECT_EQ(pass.defaultValue(2).userType(), int(QMetaType::Float));
-    ASSERT_EQ(pass.numOutputs(), 1);
-    EXPECT_EQ(pass.outputName(0), QStringLiteral("Kvz_KvzTexture*_Output"));
-}
 
 TEST_F(BlurAndCombineRenderPassTest, addsABlurredPhotographAsADirectGaussianDoes)
 {
@@ -442,6 +429,18 @@ TEST_F(BlurAndCombineRenderPassTest, clearsEachTargetWithTheColourInForce)
     for (const auto &call : clears.calls)
         EXPECT_EQ(std::get<0>(call), GLbitfield(GL_COLOR_BUFFER_BIT));
     EXPECT_TRUE(colors.calls.empty());
+}
+
+TEST_F(BlurAndCombineRenderPassTest, attachesEachTargetForItsDrawAlone)
+{
+    const auto frame = makeTexture(photograph(8, 8), GL_RGBA32F);
+    const QStringList draw{QStringLiteral("attach colour"), QStringLiteral("draw"), QStringLiteral("detach colour")};
+    for (const float threshold : {0.0f, 0.5f}) {
+        set(frame.get(), frame.get(), QSize(8, 8), 2.0f, 1.0f, threshold);
+        DrawSteps steps;
+        pass.start(nullptr);
+        EXPECT_EQ(steps.taken, threshold > 0 ? draw + draw + draw : draw + draw) << threshold;
+    }
 }
 
 TEST_F(BlurAndCombineRenderPassTest, stepsByThePixelsOfTheViewport)

@@ -79,7 +79,7 @@ struct Deviation
 Deviation deviation(const std::string &name, const Image &image, const Image &reference);
 /// @}
 
-/// Changes the fragment shaders of blurs that are compiled while it lives: in the place of a picture they write how often
+/// Changes the fragment shaders of blurs that are compiled while it lives: instead of a picture they write how often
 /// they read a texture. It looks at the first pixel after each draw.
 class TextureReads
 {

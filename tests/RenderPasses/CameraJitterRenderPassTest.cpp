@@ -72,25 +72,6 @@ protected:
 
 } // namespace
 
-TEST_F(CameraJitterPassTest, declaresItsPorts)
-{
-    const CameraJitterPass fresh;
-    const QStringList inputs{QStringLiteral("Kvz_QRect_Viewport"), QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"),
-        QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QStringLiteral("Kvz_bool_ResetTemporal"),
-        QStringLiteral("Kvz_int_JitterMode")};
-    ASSERT_EQ(fresh.numInputs(), inputs.size());
-    for (int i = 0; i < inputs.size(); ++i)
-        EXPECT_EQ(fresh.inputName(i), inputs[i]);
-    for (int i = 0; i < 3; ++i)
-        EXPECT_FALSE(fresh.defaultValue(i).isValid());
-    EXPECT_EQ(fresh.defaultValue(3), QVariant(true));
-    EXPECT_EQ(fresh.defaultValue(4), QVariant(0));
-    ASSERT_EQ(fresh.numOutputs(), 3);
-    EXPECT_EQ(fresh.outputName(0), QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"));
-    EXPECT_EQ(fresh.outputName(1), QStringLiteral("Kvz_int_JitterIndex"));
-    EXPECT_EQ(fresh.outputName(2), QStringLiteral("Kvz_Vector2D_JitterAmount"));
-}
-
 TEST_F(CameraJitterPassTest, numbersItsModes)
 {
     EXPECT_EQ(int(JitterOff), 0);
@@ -239,7 +220,7 @@ TEST_F(CameraJitterPassTest, theFirstFrameOfAnySizeIsAReset)
         fresh.start(nullptr);
         const auto shift = fresh.output(Port::JitterAmount).value<QVector2D>();
         if (viewport.isValid()) {
-            EXPECT_EQ(shift, QVector2D(0, 0)) << "still anew";
+            EXPECT_EQ(shift, QVector2D(0, 0)) << "still again";
         } else {
             // Divided by 0 pixels a still frame has NaN.
             EXPECT_TRUE(std::isinf(shift.x()) && std::isinf(shift.y())) << "no reset: 0 by 0 is the size before";

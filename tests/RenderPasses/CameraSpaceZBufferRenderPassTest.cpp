@@ -113,19 +113,6 @@ void compareWithUnprojection(const Image &positions, const Image &depth, const Q
 
 } // namespace
 
-TEST_F(CameraSpaceZBufferRenderPassTest, declaresItsPorts)
-{
-    const QStringList inputs{QStringLiteral("Kvz_QRect_Viewport"), QStringLiteral("Kvz_KvzTexture*_Depth"),
-        QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QStringLiteral("Kvz_int_NumberMultisamples")};
-    ASSERT_EQ(pass->numInputs(), inputs.size());
-    for (int i = 0; i < inputs.size(); ++i) {
-        EXPECT_EQ(pass->inputName(i), inputs[i]);
-        EXPECT_FALSE(pass->defaultValue(i).isValid());
-    }
-    ASSERT_EQ(pass->numOutputs(), 1);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
-}
-
 TEST_F(CameraSpaceZBufferRenderPassTest, unprojectsEveryPixelForEveryKindOfProjection)
 {
     const Image depth = randomDepth(37, 23, 4);

@@ -74,18 +74,6 @@ Image expectedTexels(const QImage &image)
 
 } // namespace
 
-TEST_F(CubemapLoaderRenderPassTest, declaresItsPorts)
-{
-    const char *const names[] = {"PosX", "NegX", "PosY", "NegY", "PosZ", "NegZ"};
-    ASSERT_EQ(pass->numInputs(), 6);
-    for (int i = 0; i < 6; ++i) {
-        EXPECT_EQ(pass->inputName(i), QStringLiteral("Kvz_QString_CubemapPath%1").arg(QLatin1String(names[i])));
-        EXPECT_FALSE(pass->defaultValue(i).isValid());
-    }
-    ASSERT_EQ(pass->numOutputs(), 1);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Cubemap"));
-}
-
 TEST_F(CubemapLoaderRenderPassTest, putsEachFileOnItsFaceRowByRow)
 {
     const QStringList paths = writeFaces("a", 5, 0);

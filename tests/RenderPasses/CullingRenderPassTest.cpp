@@ -190,20 +190,6 @@ double distanceOutside(const QPair<QVector3D, QVector3D> &bounds, const DoubleMa
 
 } // namespace
 
-TEST_F(CullingRenderPassTest, declaresItsPorts)
-{
-    const QStringList inputs = {QStringLiteral("Kvz_bool_FrustumCullingEnabledIn"),
-        QStringLiteral("Kvz_bool_VisibilityCullingEnabledIn"), QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"),
-        QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QStringLiteral("Kvz_KvzGPUModel*_Geometry")};
-    ASSERT_EQ(pass.numInputs(), inputs.size());
-    for (int i = 0; i < inputs.size(); ++i) {
-        EXPECT_EQ(pass.inputName(i), inputs[i]);
-        EXPECT_FALSE(pass.defaultValue(i).isValid());
-    }
-    ASSERT_EQ(pass.numOutputs(), 1);
-    EXPECT_EQ(pass.outputName(0), QStringLiteral("Kvz_KvzGPUModel*_Geometry"));
-}
-
 TEST_F(CullingRenderPassTest, handsTheModelOn)
 {
     makeBoxes({placed({0, 0, 0})});
@@ -555,7 +541,7 @@ TEST_F(CullingRenderPassTest, takesMoreCamerasThanItKeepsResultsOf)
     }
     EXPECT_EQ(model->culledCount(), 0);
 
-    // A camera that moves while nobody culls anew makes no more queries without end.
+    // A camera that moves while nobody culls again does not make queries without end.
     GLCallRecorder<&epoxy_glGenQueries> queries;
     setFlags(false, false);
     for (int i = 0; i < 200; ++i)

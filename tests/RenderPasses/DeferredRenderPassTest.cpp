@@ -2,8 +2,8 @@
 #include "support/Cameras.h"
 #include "support/DoubleMatrix.h"
 #include "support/GLCallRecorder.h"
-#include "support/GLTest.h"
 #include "support/Meshes.h"
+#include "support/PassTest.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/GLStatistics.h>
@@ -25,21 +25,10 @@ namespace Velmora::Kvz {
 
 namespace {
 
-class DeferredRenderPassTest : public GLTest
+class DeferredRenderPassTest : public PassTest<DeferredRenderPass>
 {
 protected:
-    using Port = DeferredRenderPass;
-
-    std::unique_ptr<DeferredRenderPass> pass = std::make_unique<DeferredRenderPass>();
-
-    /// Gives the pass a viewport and, as a host does, GL the same.
-    void setViewport(int width, int height)
-    {
-        pass->setInput(Port::Viewport, QRect(0, 0, width, height));
-        glViewport(0, 0, width, height);
-    }
-    void setTexture(int input, Texture *texture) { pass->setInput(input, QVariant::fromValue(texture)); }
-    Texture *frame() const { return pass->output(Port::Frame).value<Texture *>(); }
+    Texture *frame() const { return texture(Port::Frame); }
 };
 
 /// Ways in which the pass does not compute.
@@ -111,20 +100,6 @@ void compareWithFormula(const Image &frame, const Image &normals, const Image &d
 
 } // namespace
 
-TEST_F(DeferredRenderPassTest, declaresItsPorts)
-{
-    const QStringList inputs = {QStringLiteral("Kvz_QRect_Viewport"), QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"),
-        QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QStringLiteral("Kvz_KvzTexture*_Normal"),
-        QStringLiteral("Kvz_KvzTexture*_TexCoord"), QStringLiteral("Kvz_KvzTexture*_Depth")};
-    ASSERT_EQ(pass->numInputs(), inputs.size());
-    for (int i = 0; i < inputs.size(); ++i) {
-        EXPECT_EQ(pass->inputName(i), inputs[i]);
-        EXPECT_FALSE(pass->defaultValue(i).isValid());
-    }
-    ASSERT_EQ(pass->numOutputs(), 1);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
-}
-
 TEST_F(DeferredRenderPassTest, shadesAGeometryBufferByItsFormula)
 {
     const QSize size(320, 240);
@@ -189,7 +164,7 @@ TEST_F(DeferredRenderPassTest, shadesAnyBufferByItsFormula)
     QMatrix4x4 camera = lookAt(QVector3D(20, 60, -30), QVector3D(1, 2, 3));
     camera.scale(1.2f, 0.8f, 1.1f);
 
-    setViewport(width, height);
+    setViewport(QSize(width, height));
     pass->setInput(Port::ProjectionMatrix, projection);
     pass->setInput(Port::CameraMatrix, camera);
     setTexture(Port::Normal, normal.get());
@@ -204,7 +179,7 @@ TEST_F(DeferredRenderPassTest, shadesMissingTexturesFromOnePlaceholder)
     pass->start(nullptr); // The first frame makes what all frames share.
     takeGLErrors();
     const GLObjectCounts before = glObjectCounts();
-    setViewport(6, 5);
+    setViewport(QSize(6, 5));
     pass->start(nullptr);
     EXPECT_TRUE(glObjectCounts() == before);
     const Image black = readTexture(frame());
@@ -238,7 +213,7 @@ TEST_F(DeferredRenderPassTest, writesBlackForSurfacesThatFaceAway)
     normals.setPixel(0, 0, QVector4D(-1, -1, -1, 1));
     normals.setPixel(1, 0, QVector4D(1, 1, 1, 1));
     const std::unique_ptr<Texture> normal = makeTexture(normals, GL_RGB32F);
-    setViewport(2, 1);
+    setViewport(QSize(2, 1));
     setTexture(Port::Normal, normal.get());
     pass->start(nullptr);
     EXPECT_EQ(readTexture(frame()).pixel(0, 0), QVector4D(0, 0, 0, 1));
@@ -270,7 +245,7 @@ TEST_F(DeferredRenderPassTest, drawsWithTheViewportThatItFinds)
 
 TEST_F(DeferredRenderPassTest, setsNoMoreStateThanTheDepthTest)
 {
-    setViewport(4, 4);
+    setViewport(QSize(4, 4));
     glEnable(GL_DEPTH_TEST);
     glEnable(GL_BLEND);
     pass->start(nullptr);
@@ -283,7 +258,7 @@ TEST_F(DeferredRenderPassTest, setsNoMoreStateThanTheDepthTest)
 
 TEST_F(DeferredRenderPassTest, ownsATargetOf8Bits)
 {
-    setViewport(4, 3);
+    setViewport(QSize(4, 3));
     pass->setNumOutputUsers(0, 2);
     pass->start(nullptr);
     EXPECT_EQ(frame()->internalFormat(0), GL_RGBA);
@@ -300,24 +275,13 @@ TEST_F(DeferredRenderPassTest, ownsATargetOf8Bits)
 
 TEST_F(DeferredRenderPassTest, remakesItsTargetWhenTheSizeChanges)
 {
-    setViewport(4, 4);
-    pass->start(nullptr);
-    const QPointer<Texture> old = frame();
-    const GLObjectCounts before = glObjectCounts();
-    pass->start(nullptr);
-    EXPECT_EQ(frame(), old);
-    setViewport(9, 2);
-    pass->start(nullptr);
-    EXPECT_TRUE(old.isNull());
-    EXPECT_EQ(frame()->width(0), 9);
-    EXPECT_EQ(frame()->height(0), 2);
-    EXPECT_TRUE(glObjectCounts() == before);
+    expectTexturesFollowTheViewport(1, 1);
 }
 
 TEST_F(DeferredRenderPassTest, releasesNoInput)
 {
     Texture *const normal = TextureManager::Instance()->tempTexture(TextureFormat::HighDynamicRange, 4, 4, 1, 1);
-    setViewport(4, 4);
+    setViewport(QSize(4, 4));
     setTexture(Port::Normal, normal);
     pass->start(nullptr);
     EXPECT_EQ(TextureManager::Instance()->tempTextureRefs(normal), 1);
@@ -334,7 +298,7 @@ TEST_F(DeferredRenderPassTest, takesItsObjectsAlong)
         takeGLErrors();
     }
     const GLObjectCounts before = glObjectCounts();
-    setViewport(4, 4);
+    setViewport(QSize(4, 4));
     pass->start(nullptr);
     EXPECT_EQ(glObjectCounts().textures, before.textures + 2);
     EXPECT_EQ(glObjectCounts().programs, before.programs + 1);

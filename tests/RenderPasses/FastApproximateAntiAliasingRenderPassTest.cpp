@@ -171,31 +171,6 @@ double differenceBesideDraws(const Image &filtered, const Image &image, FxaaSett
 
 } // namespace
 
-TEST_F(FxaaTest, declaresItsPorts)
-{
-    const struct
-    {
-        const char *name;
-        QVariant value;
-    } inputs[] = {
-        {"Kvz_QRect_Viewport", QVariant()},
-        {"Kvz_KvzTexture*_Frame", QVariant()},
-        {"Kvz_float_SubPixelQuality", 1.0f},
-        {"Kvz_float_RcpFrameQuality", 1.1f},
-        {"Kvz_float_EdgeThresholdQuality", 0.125f},
-        {"Kvz_float_EdgeThresholdMinQuality", 0.0625f},
-        {"Kvz_bool_RenderInHDR", true},
-    };
-    ASSERT_EQ(pass->numInputs(), 7);
-    for (int i = 0; i < 7; ++i) {
-        EXPECT_EQ(pass->inputName(i), QString::fromUtf8(inputs[i].name));
-        EXPECT_EQ(pass->defaultValue(i), inputs[i].value) << i;
-        EXPECT_EQ(pass->defaultValue(i).userType(), inputs[i].value.userType()) << i;
-    }
-    ASSERT_EQ(pass->numOutputs(), 1);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
-}
-
 TEST_F(FxaaTest, matchesTheReferenceOnARenderedFrame)
 {
     const Image image = renderedScene(QSize(512, 256));

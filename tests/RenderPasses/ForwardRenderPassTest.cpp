@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/Cameras.h"
 #include "support/GLCallRecorder.h"
-#include "support/GLTest.h"
 #include "support/Meshes.h"
+#include "support/PassTest.h"
 #include "support/RayCastScene.h"
 
 #include <GL/GLStatistics.h>
@@ -27,23 +27,9 @@ const QSize sceneSize(320, 240);
 const QMatrix4x4 sceneCamera = lookAt(QVector3D(1.2f, 2.2f, 6), QVector3D(0, 0.1f, 0));
 const QMatrix4x4 sceneProjection = perspective(sceneSize, 0.5f, 40);
 
-class ForwardRenderPassTest : public GLTest
+class ForwardRenderPassTest : public PassTest<ForwardRenderPass>
 {
 protected:
-    using Port = ForwardRenderPass;
-
-    std::unique_ptr<ForwardRenderPass> pass = std::make_unique<ForwardRenderPass>();
-
-    /// Gives the pass a viewport and, as a host does, GL the same.
-    void setViewport(const QSize &size)
-    {
-        pass->setInput(Port::Viewport, QRect(QPoint(0, 0), size));
-        glViewport(0, 0, size.width(), size.height());
-    }
-    void setModel(const QSharedPointer<GPUModel> &model)
-    {
-        pass->setInput(Port::Geometry, QVariant::fromValue(model.data()));
-    }
     Image drawScene(const QSharedPointer<GPUModel> &model, const QMatrix4x4 &camera = sceneCamera)
     {
         setViewport(sceneSize);
@@ -53,8 +39,6 @@ protected:
         pass->start(nullptr);
         return image(Port::Frame);
     }
-    Texture *texture(int output) const { return pass->output(output).value<Texture *>(); }
-    Image image(int output) const { return readTexture(texture(output)); }
 };
 
 QMatrix4x4 placed(const QVector3D &position, float angle = 0, const QVector3D &scale = QVector3D(1, 1, 1))
@@ -136,20 +120,6 @@ constexpr double halfStep = 0.5 / 255;
 constexpr double tolerance = halfStep + 0.004;
 
 } // namespace
-
-TEST_F(ForwardRenderPassTest, declaresItsPorts)
-{
-    const QStringList inputs = {QStringLiteral("Kvz_QRect_Viewport"), QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"),
-        QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QStringLiteral("Kvz_KvzGPUModel*_Geometry")};
-    ASSERT_EQ(pass->numInputs(), inputs.size());
-    for (int i = 0; i < inputs.size(); ++i) {
-        EXPECT_EQ(pass->inputName(i), inputs[i]);
-        EXPECT_FALSE(pass->defaultValue(i).isValid());
-    }
-    ASSERT_EQ(pass->numOutputs(), 2);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
-    EXPECT_EQ(pass->outputName(1), QStringLiteral("Kvz_KvzTexture*_Id"));
-}
 
 TEST_F(ForwardRenderPassTest, matchesARayCast)
 {
@@ -418,23 +388,7 @@ TEST_F(ForwardRenderPassTest, makesTargetsOfItsFormats)
 
 TEST_F(ForwardRenderPassTest, remakesItsTargetsWhenTheSizeChanges)
 {
-    setViewport(QSize(16, 8));
-    pass->start(nullptr);
-    const GLObjectCounts before = glObjectCounts();
-    const QPointer<Texture> frame = texture(Port::Frame);
-    const QPointer<Texture> id = texture(Port::Id);
-    pass->start(nullptr);
-    EXPECT_EQ(texture(Port::Frame), frame);
-    EXPECT_EQ(texture(Port::Id), id);
-
-    GLCallRecorder<&epoxy_glDeleteTextures> deletions;
-    setViewport(QSize(16, 9));
-    pass->start(nullptr);
-    EXPECT_EQ(deletions.calls.size(), 3u) << "colour, identity and depth";
-    EXPECT_TRUE(frame.isNull());
-    EXPECT_TRUE(id.isNull());
-    EXPECT_EQ(texture(Port::Id)->height(0), 9);
-    EXPECT_TRUE(glObjectCounts() == before);
+    expectTexturesFollowTheViewport(2, 3); // Depth, too.
 }
 
 TEST_F(ForwardRenderPassTest, publishesNullWithoutAViewport)

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/Cameras.h"
 #include "support/GLCallRecorder.h"
-#include "support/GLTest.h"
 #include "support/Meshes.h"
+#include "support/PassTest.h"
 #include "support/RayCast.h"
 
 #include <GL/GLStatistics.h>
@@ -23,17 +23,11 @@ namespace Velmora::Kvz {
 
 namespace {
 
-class GBufferRenderPassTest : public GLTest
+class GBufferRenderPassTest : public PassTest<GBufferRenderPass>
 {
 protected:
-    using Port = GBufferRenderPass;
-
-    std::unique_ptr<GBufferRenderPass> pass = std::make_unique<GBufferRenderPass>();
-
     void setViewport(int width, int height) { pass->setInput(Port::Viewport, QRect(0, 0, width, height)); }
     void setGeometry(DrawBuffers *drawBuffers) { pass->setInput(Port::Geometry, QVariant::fromValue(drawBuffers)); }
-    Texture *texture(int output) const { return pass->output(output).value<Texture *>(); }
-    Image image(int output) const { return readTexture(texture(output)); }
 };
 
 MeshData moved(MeshData mesh, const QVector3D &offset)
@@ -81,22 +75,6 @@ void compareWithRayCast(const Buffers &buffers, const RayCaster &caster, double 
 }
 
 } // namespace
-
-TEST_F(GBufferRenderPassTest, declaresItsPorts)
-{
-    const QStringList inputs = {QStringLiteral("Kvz_QRect_Viewport"), QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"),
-        QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QStringLiteral("Kvz_KvzDrawBuffers*_Geometry")};
-    ASSERT_EQ(pass->numInputs(), inputs.size());
-    for (int i = 0; i < inputs.size(); ++i) {
-        EXPECT_EQ(pass->inputName(i), inputs[i]);
-        EXPECT_FALSE(pass->defaultValue(i).isValid());
-    }
-    const QStringList outputs = {QStringLiteral("Kvz_KvzTexture*_Normal"), QStringLiteral("Kvz_KvzTexture*_TexCoord"),
-        QStringLiteral("Kvz_KvzTexture*_Depth"), QStringLiteral("Kvz_KvzTexture*_Id")};
-    ASSERT_EQ(pass->numOutputs(), outputs.size());
-    for (int i = 0; i < outputs.size(); ++i)
-        EXPECT_EQ(pass->outputName(i), outputs[i]);
-}
 
 TEST_F(GBufferRenderPassTest, matchesARayCastOfPrimitives)
 {
@@ -273,25 +251,7 @@ TEST_F(GBufferRenderPassTest, leavesTheDepthTestWithoutGeometry)
 
 TEST_F(GBufferRenderPassTest, remakesItsTexturesWhenTheSizeChanges)
 {
-    setViewport(16, 8);
-    pass->start(nullptr);
-    const GLObjectCounts before = glObjectCounts();
-    QVector<QPointer<Texture>> old;
-    for (int i = 0; i < 4; ++i)
-        old.append(texture(i));
-    pass->start(nullptr);
-    for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(texture(i), old[i]) << "an unchanged size keeps the textures";
-
-    GLCallRecorder<&epoxy_glDeleteTextures> deletions;
-    setViewport(16, 9);
-    pass->start(nullptr);
-    EXPECT_EQ(deletions.calls.size(), 4u);
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_TRUE(old[i].isNull());
-        EXPECT_EQ(texture(i)->height(0), 9);
-    }
-    EXPECT_TRUE(glObjectCounts() == before);
+    expectTexturesFollowTheViewport(4, 4);
 }
 
 TEST_F(GBufferRenderPassTest, publishesNullWithoutAViewport)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "BlurReference.h"
+#include "support/DrawSteps.h"
 #include "support/GLTest.h"
 #include "support/PooledTextures.h"
 
@@ -94,21 +95,6 @@ Image blurredByTaps(const Image &input, const QSize &size, const Kernel &kernel)
 }
 
 } // namespace
-
-TEST_F(GaussianBlurRenderPassTest, declaresItsPorts)
-{
-    const char *const names[] = {"Kvz_QRect_Viewport", "Kvz_KvzTexture*_Input", "Kvz_float_BlurRadius",
-        "Kvz_float_ResolutionDivider", "Kvz_KvzTexture*_Stencil", "Kvz_int_StencilMaterial"};
-    const QVariant defaults[] = {QVariant(), QVariant(), 2.0f, 1.0f, QVariant(), -1};
-    ASSERT_EQ(pass.numInputs(), 6);
-    for (int i = 0; i < 6; ++i) {
-        EXPECT_EQ(pass.inputName(i), QString::fromLatin1(names[i]));
-        EXPECT_EQ(pass.defaultValue(i), defaults[i]) << names[i];
-        EXPECT_EQ(pass.defaultValue(i).userType(), defaults[i].userType()) << names[i];
-    }
-    ASSERT_EQ(pass.numOutputs(), 1);
-    EXPECT_EQ(pass.outputName(0), QStringLiteral("Kvz_KvzTexture*_Output"));
-}
 
 TEST_F(GaussianBlurRenderPassTest, blursAPhotographAsADirectGaussianDoes)
 {
@@ -602,6 +588,17 @@ TEST_F(GaussianBlurRenderPassTest, readsAsManyTexelsAsItsTapsHaveSides)
         const int taps = foldedKernel(radius, 3.0f).weights.size();
         EXPECT_EQ(reads.counts, QVector<int>(2, 2 * taps - 1)) << radius;
     }
+}
+
+TEST_F(GaussianBlurRenderPassTest, attachesItsTargetsForTheirDrawsAlone)
+{
+    const auto frame = makeTexture(photograph(8, 8), GL_RGBA32F);
+    set(frame.get(), QSize(8, 8), 2.0f);
+    DrawSteps steps;
+    pass.start(nullptr);
+    EXPECT_EQ(steps.taken.join(QLatin1String(", ")),
+        QStringLiteral("attach colour, attach stencil, draw, detach colour, attach colour, draw, detach colour, "
+                       "detach stencil"));
 }
 
 TEST_F(GaussianBlurRenderPassTest, anEmptyViewportGivesAnEmptyResult)

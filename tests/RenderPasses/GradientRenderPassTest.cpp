@@ -48,19 +48,6 @@ Image expectedGradient(const QColor &top, const QColor &bottom, int width, int h
 
 } // namespace
 
-TEST_F(GradientRenderPassTest, declaresItsPorts)
-{
-    ASSERT_EQ(pass.numInputs(), 3);
-    EXPECT_EQ(pass.inputName(0), QStringLiteral("Kvz_QRect_Viewport"));
-    EXPECT_EQ(pass.inputName(1), QStringLiteral("Kvz_QColor_ColorTop"));
-    EXPECT_EQ(pass.inputName(2), QStringLiteral("Kvz_QColor_ColorBottom"));
-    EXPECT_FALSE(pass.defaultValue(0).isValid());
-    EXPECT_EQ(pass.defaultValue(1).value<QColor>(), QColor(64, 64, 64, 255));
-    EXPECT_EQ(pass.defaultValue(2).value<QColor>(), QColor(153, 153, 153, 255));
-    ASSERT_EQ(pass.numOutputs(), 1);
-    EXPECT_EQ(pass.outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
-}
-
 TEST_F(GradientRenderPassTest, drawsTheDefaultGradient)
 {
     setViewport(31, 17);

@@ -110,18 +110,6 @@ Image checkerboard(int width, int height, int cell)
 
 } // namespace
 
-TEST_F(LuminanceAverageRenderPassTest, declaresItsPorts)
-{
-    ASSERT_EQ(pass.numInputs(), 2);
-    EXPECT_EQ(pass.inputName(0), QStringLiteral("Kvz_QRect_Viewport"));
-    EXPECT_EQ(pass.inputName(1), QStringLiteral("Kvz_KvzTexture*_Texture"));
-    EXPECT_FALSE(pass.defaultValue(0).isValid());
-    EXPECT_FALSE(pass.defaultValue(1).isValid());
-    ASSERT_EQ(pass.numOutputs(), 2);
-    EXPECT_EQ(pass.outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
-    EXPECT_EQ(pass.outputName(1), QStringLiteral("Kvz_float_averageLuminance"));
-}
-
 TEST_F(LuminanceAverageRenderPassTest, emulatesItsTwoDraws)
 {
     const QSize sizes[] = {

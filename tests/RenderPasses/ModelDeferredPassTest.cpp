@@ -2,8 +2,8 @@
 #include "support/Cameras.h"
 #include "support/DoubleMatrix.h"
 #include "support/GLCallRecorder.h"
-#include "support/GLTest.h"
 #include "support/Meshes.h"
+#include "support/PassTest.h"
 
 #include <GL/GLStatistics.h>
 #include <GL/TextureManager.h>
@@ -24,26 +24,16 @@ namespace Velmora::Kvz {
 
 namespace {
 
-class ModelDeferredPassTest : public GLTest
+class ModelDeferredPassTest : public PassTest<ModelDeferredPass>
 {
 protected:
-    using Port = ModelDeferredPass;
-
-    std::unique_ptr<ModelDeferredPass> pass = std::make_unique<ModelDeferredPass>();
-
-    /// Gives the pass a viewport and, as a host does, GL the same.
-    void setViewport(int width, int height)
-    {
-        pass->setInput(Port::Viewport, QRect(0, 0, width, height));
-        glViewport(0, 0, width, height);
-    }
     void setTextures(Texture *diffuse, Texture *specular, Texture *normal)
     {
         pass->setInput(Port::Diffuse, QVariant::fromValue(diffuse));
         pass->setInput(Port::Specular, QVariant::fromValue(specular));
         pass->setInput(Port::Normal, QVariant::fromValue(normal));
     }
-    Texture *frame() const { return pass->output(Port::Frame).value<Texture *>(); }
+    Texture *frame() const { return texture(Port::Frame); }
 };
 
 /// The colour of one pixel in the range of the target; alpha as the diffuse image has it.
@@ -111,21 +101,6 @@ struct RandomBuffers
 
 } // namespace
 
-TEST_F(ModelDeferredPassTest, declaresItsPorts)
-{
-    const QStringList inputs = {QStringLiteral("Kvz_QRect_Viewport"), QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"),
-        QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QStringLiteral("Kvz_KvzTexture*_Diffuse"),
-        QStringLiteral("Kvz_KvzTexture*_Specular"), QStringLiteral("Kvz_KvzTexture*_Normal"),
-        QStringLiteral("Kvz_KvzTexture*_Depth")};
-    ASSERT_EQ(pass->numInputs(), inputs.size());
-    for (int i = 0; i < inputs.size(); ++i) {
-        EXPECT_EQ(pass->inputName(i), inputs[i]);
-        EXPECT_FALSE(pass->defaultValue(i).isValid());
-    }
-    ASSERT_EQ(pass->numOutputs(), 1);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
-}
-
 TEST_F(ModelDeferredPassTest, shadesAModelByItsFormula)
 {
     const QSize size(320, 240);
@@ -172,7 +147,7 @@ TEST_F(ModelDeferredPassTest, shadesAModelByItsFormula)
     geometry.setInput(ModelRenderPass::ProjectionMatrix, projection);
     geometry.setInput(ModelRenderPass::CameraMatrix, camera);
     geometry.setInput(ModelRenderPass::Geometry, QVariant::fromValue(model.data()));
-    setViewport(size.width(), size.height());
+    setViewport(size);
     geometry.start(nullptr);
 
     pass->setInput(Port::ProjectionMatrix, projection);
@@ -213,7 +188,7 @@ TEST_F(ModelDeferredPassTest, shadesAnyBufferByItsFormula)
     const std::unique_ptr<Texture> diffuse = makeTexture(buffers.diffuse, GL_RGBA32F);
     const std::unique_ptr<Texture> specular = makeTexture(buffers.specular, GL_RGBA32F);
     const std::unique_ptr<Texture> normal = makeTexture(buffers.normal, GL_RGB32F);
-    setViewport(101, 73);
+    setViewport(QSize(101, 73));
     setTextures(diffuse.get(), specular.get(), normal.get());
     pass->start(nullptr);
     const Image first = readTexture(frame());
@@ -232,7 +207,7 @@ TEST_F(ModelDeferredPassTest, publishesNothingWithoutARequiredTexture)
     const RandomBuffers buffers(4, 4);
     const std::unique_ptr<Texture> texture = makeTexture(buffers.diffuse, GL_RGBA32F);
     for (const int missing : {Port::Diffuse, Port::Specular, Port::Normal}) {
-        setViewport(4, 4);
+        setViewport(QSize(4, 4));
         setTextures(texture.get(), texture.get(), texture.get());
         pass->start(nullptr);
         EXPECT_NE(frame(), nullptr);
@@ -271,7 +246,7 @@ TEST_F(ModelDeferredPassTest, setsNoMoreStateThanTheDepthTest)
 {
     const RandomBuffers buffers(4, 4);
     const std::unique_ptr<Texture> diffuse = makeTexture(buffers.diffuse, GL_RGBA32F);
-    setViewport(4, 4);
+    setViewport(QSize(4, 4));
     setTextures(diffuse.get(), diffuse.get(), diffuse.get());
     glEnable(GL_DEPTH_TEST);
     glEnable(GL_BLEND);
@@ -288,19 +263,8 @@ TEST_F(ModelDeferredPassTest, remakesItsTargetWhenTheSizeChanges)
     const RandomBuffers buffers(4, 4);
     const std::unique_ptr<Texture> diffuse = makeTexture(buffers.diffuse, GL_RGBA32F);
     setTextures(diffuse.get(), diffuse.get(), diffuse.get());
-    setViewport(4, 4);
-    pass->start(nullptr);
+    expectTexturesFollowTheViewport(1, 1);
     EXPECT_EQ(frame()->internalFormat(0), GL_RGBA);
-    const QPointer<Texture> old = frame();
-    const GLObjectCounts before = glObjectCounts();
-    pass->start(nullptr);
-    EXPECT_EQ(frame(), old);
-    setViewport(3, 7);
-    pass->start(nullptr);
-    EXPECT_TRUE(old.isNull());
-    EXPECT_EQ(frame()->width(0), 3);
-    EXPECT_EQ(frame()->height(0), 7);
-    EXPECT_TRUE(glObjectCounts() == before);
 }
 
 TEST_F(ModelDeferredPassTest, makesAFrameOfNoPixelsWithoutAViewport)
@@ -319,7 +283,7 @@ TEST_F(ModelDeferredPassTest, releasesNoInput)
 {
     TextureManager *const manager = TextureManager::Instance();
     Texture *const input = manager->tempTexture(TextureFormat::HighDynamicRange, 4, 4, 1, 1);
-    setViewport(4, 4);
+    setViewport(QSize(4, 4));
     setTextures(input, input, input);
     manager->addTempTextureRef(input, 2);
     pass->setNumOutputUsers(0, 1);
@@ -335,7 +299,7 @@ TEST_F(ModelDeferredPassTest, takesItsObjectsAlong)
 {
     const RandomBuffers buffers(4, 4);
     const std::unique_ptr<Texture> diffuse = makeTexture(buffers.diffuse, GL_RGBA32F);
-    setViewport(4, 4);
+    setViewport(QSize(4, 4));
     setTextures(diffuse.get(), diffuse.get(), diffuse.get());
     pass->start(nullptr); // Makes what the device keeps.
     const GLObjectCounts before = glObjectCounts();

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/Cameras.h"
 #include "support/GLCallRecorder.h"
-#include "support/GLTest.h"
 #include "support/Meshes.h"
+#include "support/PassTest.h"
 #include "support/RayCastScene.h"
 
 #include <GL/GLStatistics.h>
@@ -23,26 +23,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-class ModelRenderPassTest : public GLTest
-{
-protected:
-    using Port = ModelRenderPass;
-
-    std::unique_ptr<ModelRenderPass> pass = std::make_unique<ModelRenderPass>();
-
-    /// Gives the pass a viewport and, as a host does, GL the same.
-    void setViewport(const QSize &size)
-    {
-        pass->setInput(Port::Viewport, QRect(QPoint(0, 0), size));
-        glViewport(0, 0, size.width(), size.height());
-    }
-    void setModel(const QSharedPointer<GPUModel> &model)
-    {
-        pass->setInput(Port::Geometry, QVariant::fromValue(model.data()));
-    }
-    Texture *texture(int output) const { return pass->output(output).value<Texture *>(); }
-    Image image(int output) const { return readTexture(texture(output)); }
-};
+using ModelRenderPassTest = PassTest<ModelRenderPass>;
 
 QImage randomImage(int width, int height, unsigned int seed)
 {
@@ -200,28 +181,7 @@ const QSize sceneSize(320, 240);
 const QVector3D sceneEye(0.9f, 1.1f, 4.6f);
 const QVector3D sceneCenter(0, 0.2f, 0);
 
-QStringList portNames(const RenderPass &pass, bool isInput)
-{
-    QStringList names;
-    for (int i = 0; i < (isInput ? pass.numInputs() : pass.numOutputs()); ++i)
-        names.append(isInput ? pass.inputName(i) : pass.outputName(i));
-    return names;
-}
-
 } // namespace
-
-TEST_F(ModelRenderPassTest, declaresItsPorts)
-{
-    const QStringList inputs = {QStringLiteral("Kvz_QRect_Viewport"), QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"),
-        QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QStringLiteral("Kvz_KvzGPUModel*_Geometry")};
-    EXPECT_EQ(portNames(*pass, true), inputs);
-    for (int i = 0; i < inputs.size(); ++i)
-        EXPECT_FALSE(pass->defaultValue(i).isValid());
-    const QStringList outputs = {QStringLiteral("Kvz_KvzTexture*_Diffuse"), QStringLiteral("Kvz_KvzTexture*_Specular"),
-        QStringLiteral("Kvz_KvzTexture*_Normal"), QStringLiteral("Kvz_KvzTexture*_Depth"),
-        QStringLiteral("Kvz_KvzTexture*_Id")};
-    EXPECT_EQ(portNames(*pass, false), outputs);
-}
 
 TEST_F(ModelRenderPassTest, matchesARayCast)
 {
@@ -456,25 +416,7 @@ TEST_F(ModelRenderPassTest, makesTargetsOfItsFormats)
 
 TEST_F(ModelRenderPassTest, remakesItsTexturesWhenTheSizeChanges)
 {
-    setViewport(QSize(16, 8));
-    pass->start(nullptr);
-    const GLObjectCounts before = glObjectCounts();
-    QVector<QPointer<Texture>> old;
-    for (int i = 0; i < 5; ++i)
-        old.append(texture(i));
-    pass->start(nullptr);
-    for (int i = 0; i < 5; ++i)
-        EXPECT_EQ(texture(i), old[i]) << "an unchanged size keeps the textures";
-
-    GLCallRecorder<&epoxy_glDeleteTextures> deletions;
-    setViewport(QSize(15, 8));
-    pass->start(nullptr);
-    EXPECT_EQ(deletions.calls.size(), 5u);
-    for (int i = 0; i < 5; ++i) {
-        EXPECT_TRUE(old[i].isNull());
-        EXPECT_EQ(texture(i)->width(0), 15);
-    }
-    EXPECT_TRUE(glObjectCounts() == before);
+    expectTexturesFollowTheViewport(5, 5);
 }
 
 TEST_F(ModelRenderPassTest, publishesNullWithoutAViewport)

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 namespace Velmora::Kvz {
 
@@ -294,6 +295,50 @@ Image ObscuranceScene::worldNormals(const QMatrix4x4 &camera) const
             world.setPixel(x, y, QVector4D(turn.mapVector(normals.pixel(x, y).toVector3D()), 0));
     }
     return world;
+}
+
+ObscuranceCoverage compareWithFormula(const Image &image, const ObscuranceReference &reference)
+{
+    ObscuranceCoverage coverage;
+    EXPECT_EQ(QSize(image.width, image.height), reference.size);
+    if (QSize(image.width, image.height) != reference.size)
+        return coverage;
+    const double tolerance = 1.0 / 255;
+    double error = 0;
+    for (int y = 0; y < image.height; ++y) {
+        for (int x = 0; x < image.width; ++x) {
+            const QVector4D pixel = image.pixel(x, y);
+            EXPECT_EQ(pixel, QVector4D(pixel.x(), pixel.x(), pixel.x(), 1)) << x << ' ' << y;
+            const ObscuranceReference::Answer answer = reference.at(x, y);
+            if (!answer.isDefined) {
+                ++coverage.undefined;
+                continue;
+            }
+            ++coverage.compared;
+            const double value = double(pixel.x());
+            const double off = std::max(answer.low - value, value - answer.high);
+            error = std::max(error, off);
+            EXPECT_LE(off, tolerance) << x << ' ' << y << ": " << value << " for " << answer.low << " to "
+                                      << answer.high;
+            coverage.vague += answer.high - answer.low > 4.0 / 255 ? 1 : 0;
+            coverage.white += answer.low == 1 ? 1 : 0;
+            coverage.black += answer.high == 0 ? 1 : 0;
+            if (::testing::Test::HasFailure())
+                return coverage;
+        }
+    }
+    std::printf("[ COMPARED ] %d pixels (%d white, %d black, %d vague, %d undefined), largest excess %.2f steps\n",
+        coverage.compared, coverage.white, coverage.black, coverage.vague, coverage.undefined, error * 255);
+    return coverage;
+}
+
+void expectTelling(const ObscuranceCoverage &coverage)
+{
+    const int pixels = coverage.compared + coverage.undefined;
+    EXPECT_LT(coverage.undefined, pixels / 20);
+    EXPECT_LT(coverage.vague, pixels / 10);
+    EXPECT_GT(coverage.white, pixels / 10);
+    EXPECT_GT(coverage.compared - coverage.white - coverage.black, pixels / 25) << "shades of grey";
 }
 
 } // namespace Velmora::Kvz

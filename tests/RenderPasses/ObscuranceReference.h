@@ -82,4 +82,20 @@ struct ObscuranceScene
     Image worldNormals(const QMatrix4x4 &camera) const;
 };
 
+/// What compareWithFormula() saw of an image.
+struct ObscuranceCoverage
+{
+    int compared = 0;
+    int undefined = 0;
+    int vague = 0; ///< Pixels with more than four steps of 8 bits of right answers.
+    int white = 0;
+    int black = 0;
+};
+
+/// Holds every pixel of an image against the formulas. Half a step of 8 bits, and half a one more for positions and normals
+/// in single precision, whose differences lose digits.
+ObscuranceCoverage compareWithFormula(const Image &image, const ObscuranceReference &reference);
+/// Holds that the image had enough of white and of grey, and few pixels that may be anything.
+void expectTelling(const ObscuranceCoverage &coverage);
+
 } // namespace Velmora::Kvz

@@ -124,61 +124,6 @@ protected:
     }
 };
 
-struct Coverage
-{
-    int compared = 0;
-    int undefined = 0;
-    int vague = 0; ///< Pixels with more than four steps of 8 bits of right answers.
-    int white = 0;
-    int black = 0;
-};
-
-/// Holds every pixel of an image against the formulas. Half a step of 8 bits, and half a one more for positions and normals
-/// in single precision, whose differences lose digits.
-Coverage compareWithFormula(const Image &image, const ObscuranceReference &reference)
-{
-    Coverage coverage;
-    EXPECT_EQ(QSize(image.width, image.height), reference.size);
-    if (QSize(image.width, image.height) != reference.size)
-        return coverage;
-    const double tolerance = 1.0 / 255;
-    double error = 0;
-    for (int y = 0; y < image.height; ++y) {
-        for (int x = 0; x < image.width; ++x) {
-            const QVector4D pixel = image.pixel(x, y);
-            EXPECT_EQ(pixel, QVector4D(pixel.x(), pixel.x(), pixel.x(), 1)) << x << ' ' << y;
-            const ObscuranceReference::Answer answer = reference.at(x, y);
-            if (!answer.isDefined) {
-                ++coverage.undefined;
-                continue;
-            }
-            ++coverage.compared;
-            const double value = double(pixel.x());
-            const double off = std::max(answer.low - value, value - answer.high);
-            error = std::max(error, off);
-            EXPECT_LE(off, tolerance) << x << ' ' << y << ": " << value << " for " << answer.low << " to "
-                                      << answer.high;
-            coverage.vague += answer.high - answer.low > 4.0 / 255 ? 1 : 0;
-            coverage.white += answer.low == 1 ? 1 : 0;
-            coverage.black += answer.high == 0 ? 1 : 0;
-            if (::testing::Test::HasFailure())
-                return coverage;
-        }
-    }
-    std::printf("[ COMPARED ] %d pixels (%d white, %d black, %d vague, %d undefined), largest excess %.2f steps\n",
-        coverage.compared, coverage.white, coverage.black, coverage.vague, coverage.undefined, error * 255);
-    return coverage;
-}
-
-void expectTelling(const Coverage &coverage)
-{
-    const int pixels = coverage.compared + coverage.undefined;
-    EXPECT_LT(coverage.undefined, pixels / 20);
-    EXPECT_LT(coverage.vague, pixels / 10);
-    EXPECT_GT(coverage.white, pixels / 10);
-    EXPECT_GT(coverage.compared - coverage.white - coverage.black, pixels / 25) << "shades of grey";
-}
-
 double mean(const Image &image)
 {
     double sum = 0;
@@ -196,35 +141,8 @@ Image whole(int width, int height, float value)
 
 } // namespace
 
-TEST_F(ScalableAmbientObscuranceRenderPassTest, declaresItsPorts)
+TEST_F(ScalableAmbientObscuranceRenderPassTest, normalProcessingHasFixedNumbers)
 {
-    const QVector<QPair<QString, QVariant>> inputs{
-        {QStringLiteral("Kvz_QRect_Viewport"), QVariant()},
-        {QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant()},
-        {QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QVariant()},
-        {QStringLiteral("Kvz_float_NearPlane"), 0.1f},
-        {QStringLiteral("Kvz_float_FarPlane"), 100.0f},
-        {QStringLiteral("Kvz_KvzTexture*_Depth"), QVariant()},
-        {QStringLiteral("Kvz_float_SAORadius"), 0.09f},
-        {QStringLiteral("Kvz_float_SAOBias"), 0.02f},
-        {QStringLiteral("Kvz_float_SAOIntensity"), 100.0f},
-        {QStringLiteral("Kvz_KvzTexture*_CameraSpacePosition"), QVariant()},
-        {QStringLiteral("Kvz_KvzTexture*_Normal"), QVariant()},
-        {QStringLiteral("Kvz_float_SaoNumSamples"), 7.0f},
-        {QStringLiteral("Kvz_float_SaoNumLogMaxOffset"), 3.0f},
-        {QStringLiteral("Kvz_float_SaoNumSpiralTurns"), 3.0f},
-        {QStringLiteral("Kvz_float_ResolutionDivider"), 1.0f},
-        {QStringLiteral("Kvz_int_NumberMultisamples"), QVariant()},
-    };
-    ASSERT_EQ(pass->numInputs(), inputs.size());
-    for (int i = 0; i < inputs.size(); ++i) {
-        EXPECT_EQ(pass->inputName(i), inputs[i].first);
-        EXPECT_EQ(pass->defaultValue(i), inputs[i].second) << qPrintable(inputs[i].first);
-        EXPECT_EQ(pass->defaultValue(i).userType(), inputs[i].second.userType());
-    }
-    ASSERT_EQ(pass->numOutputs(), 1);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
-    EXPECT_EQ(int(Port::NumberMultisamples), 15);
     EXPECT_EQ(int(Pass::NormalTransposeInvert), 0);
     EXPECT_EQ(int(Pass::NormalScreenSpace), 1);
 }
@@ -310,7 +228,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, matchesTheFormulasForOtherNumber
         }
         }
         feed(reference);
-        const Coverage coverage = compareWithFormula(run(), reference);
+        const ObscuranceCoverage coverage = compareWithFormula(run(), reference);
         EXPECT_GT(coverage.compared - coverage.white - coverage.black, 200);
         if (HasFailure())
             return;
@@ -344,7 +262,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, readsThePositionsOfTheOtherPass)
         set(Port::CameraSpacePosition, unprojection.output(0));
         pass->start(nullptr);
         EXPECT_EQ(PooledTextures::references(made), 1);
-        const Coverage coverage = compareWithFormula(take(), reference);
+        const ObscuranceCoverage coverage = compareWithFormula(take(), reference);
         EXPECT_GT(coverage.compared - coverage.white - coverage.black, 160 / int(divider));
         TextureManager::Instance()->releaseTempTextureRef(made, 1);
         pass = std::make_unique<Pass>();
@@ -367,7 +285,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, dividesTheResolution)
             expectTelling(compareWithFormula(run(), reference));
         }
     }
-    // From depth, each pixel reads the texel of its own number: the lower left part, which is meant.
+    // From depth, each pixel reads the texel of its own number: the lower left part, on purpose.
     ObscuranceReference reference = usual(full);
     reference.size = full / 3;
     pass = std::make_unique<Pass>();
@@ -647,7 +565,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, theOffsetChoosesTheLevelThatTaps
         reference.logMaxOffset = offset;
         const Image image = with(float(offset));
         saveForViewing(image, QStringLiteral("obscurance-offset%1").arg(offset));
-        const Coverage coverage = compareWithFormula(image, reference);
+        const ObscuranceCoverage coverage = compareWithFormula(image, reference);
         EXPECT_GT(coverage.compared - coverage.white - coverage.black, 50);
         for (const Image &other : qAsConst(images))
             EXPECT_GT(maximumDifference(image, other), 0.1);

@@ -1,19 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "ShadowReference.h"
+#include "ShadowPassFixture.h"
 #include "support/ChangedShaders.h"
-#include "support/DriverClaims.h"
 #include "support/GLCallRecorder.h"
 
-#include <GL/AutoBinder.h>
-#include <GL/FramebufferObject.h>
 #include <GL/GLExtensions.h>
 #include <GL/GLStatistics.h>
-#include <RenderPasses/ShadowMapRenderPass.h>
-#include <RenderPasses/ShadowMapRenderPass2.h>
-#include <Scene/InstanceDataCollection.h>
-#include <Scene/InstanceDataRegistry.h>
 
-#include <QtCore/QRegularExpression>
 #include <QtCore/QSize>
 
 #include <epoxy/gl.h>
@@ -29,118 +21,15 @@ namespace Velmora::Kvz {
 
 namespace {
 
-using Port = ShadowMapRenderPass2;
-using RenderData = ShadowMapManager::RenderData;
-
-constexpr double bias = 0.0005; // Of lights unless set.
-constexpr int mapSize = 64;
-
-const char viewportLayer[] = "GL_ARB_shader_viewport_layer_array";
-
-/// A row of the table of strategies, made to hold by what the driver claims.
-struct Strategy
-{
-    const char *name;
-    QByteArray renderer;
-    int geometryVertices;
-    bool hidesExtension;
-};
-
-/// What names the row that a run of the tests is for; empty when the driver decides.
-QString expectedStrategy()
-{
-    return qEnvironmentVariable("KVZ_EXPECTED_SHADOW_STRATEGY");
-}
-
-/// What the driver calls itself.
-QString driverName()
-{
-    return QString::fromUtf8(reinterpret_cast<const char *>(glGetString(GL_RENDERER)));
-}
-
-/// Whether this driver can run the rows of the vertex stage, which a claim cannot bring about. Mesa's software driver can,
-/// unless the run is one for another row.
-bool hasVertexStage()
-{
-    const bool has = hasGLExtension(viewportLayer);
-    EXPECT_TRUE(has || !expectedStrategy().isEmpty() || !driverName().contains(QStringLiteral("llvmpipe")))
-        << "the rows of the vertex stage did not run, for the driver hides " << viewportLayer;
-    return has;
-}
-
-/// The rows that this driver can run, each with both ways to filter.
-QVector<Strategy> strategies()
-{
-    // A limit of 3 vertices is in the way of layered filtering only: batches need 24.
-    QVector<Strategy> rows = {
-        {"batches, layered filter", "AMD Test", 24, false},
-        {"one by one, layered filter", "Test", 4, true},
-        {"one by one, single filter", "Test", 3, true},
-    };
-    if (hasVertexStage()) {
-        rows.append({"vertex stage, layered filter", "Test", 4, false});
-        rows.append({"vertex stage, single filter", "Test", 3, false});
-    }
-    for (const Strategy &row : qAsConst(rows))
-        std::printf("[ STRATEGY ] %s\n", row.name);
-    return rows;
-}
-
-class ShadowMapRenderPass2Test : public ShadowTest
+class ShadowMapRenderPass2Test : public ShadowPassTest<ShadowMapRenderPass2>
 {
 protected:
-    void SetUp() override
-    {
-        ShadowTest::SetUp();
-        make();
-    }
-    void TearDown() override
-    {
-        pass.reset();
-        ShadowTest::TearDown();
-    }
-
-    /// A pass with what the driver itself says.
-    void make()
-    {
-        pass = std::make_unique<ShadowMapRenderPass2>();
-        log.takeDebug();
-    }
-    void make(const Strategy &strategy)
-    {
-        const DriverClaims claims(
-            strategy.renderer, strategy.geometryVertices, strategy.hidesExtension ? viewportLayer : QByteArray());
-        make();
-    }
-
-    Texture *array() const { return renderDataOf(*pass)->projectionTexture(); }
-    void setFilter(int filter) { pass->setInput(Port::Filter, filter); }
-    QVector<Image> render(int filter)
-    {
-        setFilter(filter);
-        connect(*pass, mapSize);
-        run(*pass);
-        return readMaps(*pass);
-    }
-    void setView(RenderPass &target)
-    {
-        set(target, "Kvz_QMatrix4x4_ProjectionMatrix", perspective({4, 3}, 0.5f, 40));
-        set(target, "Kvz_QMatrix4x4_CameraMatrix", lookAt({6, 5, 8}, {0, 1, 0}));
-    }
-    /// Three kinds of light, ten layers: no multiple of eight.
-    void addLights()
-    {
-        lights.directional({-0.4f, -1, -0.3f}, 3);
-        lights.spot({4, 6, 3}, {-4, -6, -3}, 100, 20);
-        lights.point({-0.5f, 4.5f, 0}, 15);
-    }
+    static QVector<ShadowDriver> drivers() { return Traits::drivers(); }
     void addSpots(int count)
     {
         for (int i = 0; i < count; ++i)
             lights.spot({4, 6, float(i) / 4}, {-4, -6, -3}, 60, 20);
     }
-
-    std::unique_ptr<ShadowMapRenderPass2> pass;
 };
 
 /// Counts what is drawn and cleared while it lives.
@@ -177,31 +66,6 @@ void expectNearlyEqual(const Image &map, const Image &expected, double tolerance
 
 } // namespace
 
-TEST_F(ShadowMapRenderPass2Test, declaresItsPorts)
-{
-    const QVector<QPair<QString, QVariant>> inputs = {
-        {QStringLiteral("Kvz_KvzGPUModel*_Geometry"), QVariant()},
-        {QStringLiteral("Kvz_QList_InstanceData"), QVariant()},
-        {QStringLiteral("Kvz_QList_KvzShadowMapManagerLight*_Lights"), QVariant()},
-        {QStringLiteral("Kvz_bool_Dirty"), QVariant()},
-        {QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant()},
-        {QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QVariant()},
-        {QStringLiteral("Kvz_QVector3D_SceneBoundsMin"), QVariant()},
-        {QStringLiteral("Kvz_QVector3D_SceneBoundsMax"), QVariant()},
-        {QStringLiteral("Kvz_int_FilterType"), 3},
-        {QStringLiteral("Kvz_QSize_MapSize"), QSize(512, 512)},
-    };
-    ASSERT_EQ(pass->numInputs(), inputs.size());
-    for (int i = 0; i < inputs.size(); ++i) {
-        EXPECT_EQ(pass->inputName(i), inputs[i].first);
-        EXPECT_EQ(pass->defaultValue(i), inputs[i].second) << i;
-        EXPECT_EQ(pass->defaultValue(i).isValid(), inputs[i].second.isValid()) << i;
-    }
-    ASSERT_EQ(pass->numOutputs(), 1);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_QVariant_ShadowMapData"));
-    EXPECT_EQ(pass->defaultValue(Port::Filter).userType(), int(QMetaType::Int));
-}
-
 // The comparison that other tests rest on.
 TEST_F(ShadowMapRenderPass2Test, nearlyEqualMapsAreOfOneSizeAndAllNumbers)
 {
@@ -219,29 +83,13 @@ TEST_F(ShadowMapRenderPass2Test, nearlyEqualMapsAreOfOneSizeAndAllNumbers)
     }
 }
 
-TEST_F(ShadowMapRenderPass2Test, publishesItsOwnDataAsAnObject)
-{
-    buildScene();
-    addLights();
-    EXPECT_FALSE(pass->output(0).isValid());
-    render(0);
-    EXPECT_EQ(pass->output(0).userType(), int(QMetaType::QObjectStar));
-    RenderData *const data = renderDataOf(*pass);
-    ASSERT_TRUE(data);
-    EXPECT_EQ(data->projectionTexture()->internalFormat(0), GL_RG32F);
-    run(*pass);
-    EXPECT_EQ(renderDataOf(*pass), data);
-    pass->skip(nullptr);
-    EXPECT_FALSE(pass->output(0).isValid());
-}
-
 TEST_F(ShadowMapRenderPass2Test, theArraysHaveTheirFormatsFiltersAndEdges)
 {
     buildScene();
     addLights();
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
-        make(strategy);
+    for (const ShadowDriver &driver : drivers()) {
+        SCOPED_TRACE(driver.name);
+        make(driver);
         setView(*pass);
         GLuint depths = 0;
         GLuint biases = 0;
@@ -329,7 +177,7 @@ TEST_F(ShadowMapRenderPass2Test, theDriverDecidesTheStrategyAndTheLogTellsIt)
         std::printf("[ STRATEGY ] %s, %d vertices%s\n", row.renderer.constData(), row.vertices,
             row.hidesExtension ? "" : ", vertex stage");
         SCOPED_TRACE(row.renderer.constData() + std::to_string(row.vertices));
-        const DriverClaims claims(row.renderer, row.vertices, row.hidesExtension ? viewportLayer : QByteArray());
+        const DriverClaims claims(row.renderer, row.vertices, row.hidesExtension ? vertexStageExtension : QByteArray());
         log.clear();
         const ShadowMapRenderPass2 made;
         for (const LogCapture::Message &message : log.messages()) {
@@ -346,28 +194,19 @@ TEST_F(ShadowMapRenderPass2Test, theDriverDecidesTheStrategyAndTheLogTellsIt)
 // Runs in several environments, each of which says what it makes of the driver.
 TEST_F(ShadowMapRenderPass2Test, theStrategyIsTheOneThatTheEnvironmentExpects)
 {
-    QString expected = expectedStrategy();
+    QString expected = expectedShadowStrategy();
     if (expected.isEmpty()) {
         const bool isBatching =
             driverName().contains(QStringLiteral("AMD")) || driverName().contains(QStringLiteral("ATI"));
         expected = isBatching && glInteger(GL_MAX_GEOMETRY_OUTPUT_VERTICES) > 23
             ? QStringLiteral("bath 8 layered rendering")
-            : hasGLExtension(viewportLayer) ? QStringLiteral("GL_ARB_shader_viewport_layer_array layered rendering")
-                                            : QStringLiteral("non-Layered rendering");
+            : hasGLExtension(vertexStageExtension)
+            ? QStringLiteral("GL_ARB_shader_viewport_layer_array layered rendering")
+            : QStringLiteral("non-Layered rendering");
     }
     log.clear();
     const ShadowMapRenderPass2 made;
     EXPECT_EQ(log.takeDebug().value(1), QStringLiteral("SMRP2: Using ") + expected);
-}
-
-TEST_F(ShadowMapRenderPass2Test, allLayersOfAllLightsAreWhatRaysMeet)
-{
-    buildScene();
-    addLights();
-    setView(*pass);
-    render(0);
-    EXPECT_EQ(renderDataOf(*pass)->layerCount, 10);
-    expectRayCast(*pass, bias);
 }
 
 TEST_F(ShadowMapRenderPass2Test, allStrategiesGiveTheSameMaps)
@@ -376,17 +215,17 @@ TEST_F(ShadowMapRenderPass2Test, allStrategiesGiveTheSameMaps)
     addLights();
     for (const int filter : {0, 3}) {
         QVector<Image> expected;
-        for (const Strategy &strategy : strategies()) {
-            SCOPED_TRACE(strategy.name);
-            make(strategy);
+        for (const ShadowDriver &driver : drivers()) {
+            SCOPED_TRACE(driver.name);
+            make(driver);
             setView(*pass);
             WorkRecorder work;
             const QVector<Image> maps = render(filter);
             ASSERT_EQ(maps.size(), 10);
             // Four items a batch or layer, and the filter.
-            const bool isBatched = strategy.renderer.startsWith("AMD");
+            const bool isBatched = driver.renderer.startsWith("AMD");
             EXPECT_EQ(work.elements.calls.size(), isBatched ? 4u * 2u : 4u * 10u);
-            EXPECT_EQ(work.arrays.calls.size(), strategy.geometryVertices > 3 ? 1u : 10u);
+            EXPECT_EQ(work.arrays.calls.size(), driver.geometryVertices > 3 ? 1u : 10u);
             if (expected.isEmpty()) {
                 expected = maps;
                 continue;
@@ -404,9 +243,9 @@ TEST_F(ShadowMapRenderPass2Test, drawsDepthsAloneInBatchesOfWhatIsLeft)
 {
     buildScene();
     addLights();
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
-        make(strategy);
+    for (const ShadowDriver &driver : drivers()) {
+        SCOPED_TRACE(driver.name);
+        make(driver);
         setView(*pass);
         QVector<QPair<int, int>> batches;
         {
@@ -429,7 +268,7 @@ TEST_F(ShadowMapRenderPass2Test, drawsDepthsAloneInBatchesOfWhatIsLeft)
             };
             render(3);
         }
-        if (strategy.renderer.startsWith("AMD")) {
+        if (driver.renderer.startsWith("AMD")) {
             EXPECT_EQ(batches, (QVector<QPair<int, int>>{{0, 8}, {8, 2}}));
         } else {
             ASSERT_EQ(batches.size(), 10);
@@ -516,117 +355,16 @@ TEST_F(ShadowMapRenderPass2Test, theNearHalfOfTheClipRangeIsEmptyAndHides)
     EXPECT_TRUE(isAllFar(render(0)[0]));
 }
 
-TEST_F(ShadowMapRenderPass2Test, featureBitsDecideWhatCastsAndFromWhichSide)
-{
-    addSpot();
-    QMatrix4x4 turned = placedAt({0, 0, -5}, {1, 1, 1});
-    turned.rotate(180, 0, 1, 0);
-    add(wallMesh(), placedAt({0, 0, -4}, {0.5f, 0.5f, 1}), GPUModel::NoShadowA);
-    add(wallMesh(), placedAt({0, 0, -4}, {0.5f, 0.5f, 1}), GPUModel::NoShadowB | GPUModel::DoubleSided);
-    add(wallMesh(), turned);
-    add(wallMesh(), placedAt({0, 0, -7}, {3, 3, 1}), 0x0f00000000000000 | 8);
-    build();
-    expectAxisDepth(*pass, render(0)[0], 7, bias);
-    add(wallMesh(), turned, GPUModel::DoubleSided);
-    build();
-    expectAxisDepth(*pass, render(0)[0], 5, bias);
-}
-
-TEST_F(ShadowMapRenderPass2Test, doubleSidedItemsAreDrawnWholeWhateverCullingWas)
-{
-    addSpot();
-    QMatrix4x4 turned = placedAt({0, 0, -5}, {1, 1, 1});
-    turned.rotate(180, 0, 1, 0);
-    add(wallMesh(), turned, GPUModel::DoubleSided);
-    build();
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
-        make(strategy);
-        glEnable(GL_CULL_FACE);
-        expectAxisDepth(*pass, render(3)[0], 5, bias);
-    }
-}
-
-TEST_F(ShadowMapRenderPass2Test, aFilterThatDoesNotBuildLeavesTheMomentsAndIsNotBuiltAgain)
-{
-    buildScene();
-    addLights();
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
-        make(strategy);
-        const QVector<Image> unfiltered = render(0);
-        const int programs = glObjectCounts().programs;
-        const auto expectUnfiltered = [&](const QVector<Image> &maps) {
-            ASSERT_EQ(maps.size(), unfiltered.size());
-            for (int layer = 0; layer < maps.size(); ++layer)
-                EXPECT_EQ(maximumDifference(maps[layer], unfiltered[layer]), 0) << layer;
-        };
-        {
-            const RefusedShaders refused;
-            expectUnfiltered(render(3));
-        }
-        log.takeCategory(QStringLiteral("kvz.gl"));
-        const QStringList lines = log.takeDebug();
-        ASSERT_EQ(lines.size(), 1);
-        EXPECT_TRUE(
-            QRegularExpression(QStringLiteral("^\\[ShadowMapRenderPass2:\\d+\\] .*refused")).match(lines[0]).hasMatch())
-            << qPrintable(lines[0]);
-        EXPECT_TRUE(pass->output(0).isValid());
-        EXPECT_EQ(glObjectCounts().programs, programs + 1);
-        // The next frame takes the broken one, although the driver would now build it. What a draw without a program leaves is
-        // not defined.
-        render(3);
-        EXPECT_EQ(glObjectCounts().programs, programs + 1);
-        EXPECT_TRUE(log.messages().isEmpty());
-        // Others go on.
-        expectUnfiltered(render(0));
-    }
-}
-
-// The stages are right each by itself, so that linking alone can fail.
-TEST_F(ShadowMapRenderPass2Test, aFilterThatDoesNotLinkLeavesTheMomentsAndIsNotBuiltAgain)
-{
-    buildScene();
-    addLights();
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
-        make(strategy);
-        const QVector<Image> unfiltered = render(0);
-        const int programs = glObjectCounts().programs;
-        {
-            ChangedShaders other("in VarGeom {\n    flat int layer;", "in VarGeom {\n    flat uint layer;");
-            GLCallRecorder<&epoxy_glLinkProgram> links;
-            const QVector<Image> maps = render(3);
-            EXPECT_EQ(other.changed, 1);
-            EXPECT_EQ(links.calls.size(), 1u) << "it compiles";
-            ASSERT_EQ(maps.size(), unfiltered.size());
-            for (int layer = 0; layer < maps.size(); ++layer)
-                EXPECT_EQ(maximumDifference(maps[layer], unfiltered[layer]), 0) << layer;
-        }
-        log.takeCategory(QStringLiteral("kvz.gl"));
-        const QStringList lines = log.takeDebug();
-        ASSERT_EQ(lines.size(), 1);
-        EXPECT_TRUE(
-            QRegularExpression(QStringLiteral("^\\[ShadowMapRenderPass2:\\d+\\] .*VarGeom")).match(lines[0]).hasMatch())
-            << qPrintable(lines[0]);
-        EXPECT_TRUE(pass->output(0).isValid());
-        EXPECT_EQ(glObjectCounts().programs, programs + 1);
-        render(3);
-        EXPECT_EQ(glObjectCounts().programs, programs + 1);
-        EXPECT_TRUE(log.messages().isEmpty());
-    }
-}
-
 TEST_F(ShadowMapRenderPass2Test, aDepthProgramThatDoesNotBuildEndsTheFrameAndIsNotBuiltAgain)
 {
     buildScene();
     addLights();
     const QByteArray body = "void main()\n{\n    out_fragDepth = vec4(1.0, 1.0, 0.0, 0.0);";
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
+    for (const ShadowDriver &driver : drivers()) {
+        SCOPED_TRACE(driver.name);
         for (const bool compiles : {false, true}) {
             SCOPED_TRACE(compiles ? "does not link" : "does not compile");
-            make(strategy);
+            make(driver);
             connect(*pass, mapSize);
             const int programs = glObjectCounts().programs;
             {
@@ -640,13 +378,7 @@ TEST_F(ShadowMapRenderPass2Test, aDepthProgramThatDoesNotBuildEndsTheFrameAndIsN
                 EXPECT_EQ(links.calls.size(), compiles ? 1u : 0u);
                 EXPECT_EQ(work.all(), 0u);
             }
-            log.takeCategory(QStringLiteral("kvz.gl"));
-            const QStringList lines = log.takeDebug();
-            ASSERT_EQ(lines.size(), 1);
-            EXPECT_TRUE(QRegularExpression(QStringLiteral("^\\[ShadowMapRenderPass2:\\d+\\] .*u_layerBase"))
-                            .match(lines[0])
-                            .hasMatch())
-                << qPrintable(lines[0]);
+            expectOneDebugLine("u_layerBase");
             EXPECT_FALSE(pass->output(0).isValid());
             EXPECT_EQ(glObjectCounts().programs, programs + 1);
             // From then on the maps are empty, although the driver would now build it.
@@ -695,7 +427,7 @@ TEST_F(ShadowMapRenderPass2Test, everyFilterNumberButZeroIsTheSameFilter)
     }
     EXPECT_GT(maximumDifference(unfiltered[0], expected[0]), 0.001);
     // What is no number counts as 0.
-    pass->setInput(Port::Filter, QSize(3, 3));
+    pass->setInput(ShadowMapRenderPass2::Filter, QSize(3, 3));
     run(*pass);
     EXPECT_EQ(maximumDifference(readMaps(*pass)[0], unfiltered[0]), 0);
 }
@@ -802,7 +534,7 @@ TEST_F(ShadowMapRenderPass2Test, arraysShrinkOnlyBelowHalfTheirCapacity)
         EXPECT_EQ(array(), first) << count;
         EXPECT_EQ(layersOf(array()), 10);
     }
-    // The biases alone are given anew, one for each layer.
+    // The biases alone are uploaded again, one for each layer.
     ASSERT_EQ(storage.calls.size(), 4u);
     EXPECT_EQ(std::get<5>(storage.calls[0]), 6);
     EXPECT_EQ(std::get<3>(storage.calls[0]), 1);
@@ -834,35 +566,14 @@ TEST_F(ShadowMapRenderPass2Test, theProgramKeepsTheNumberOfItsFirstFrame)
     EXPECT_EQ(maximumDifference(readMaps(*pass)[0], first), 0) << "the layer that has a matrix is right";
 }
 
-TEST_F(ShadowMapRenderPass2Test, withoutCastersEveryLayerIsFarAndNothingIsFiltered)
-{
-    lights.directional({0, -1, 0});
-    lights.point({0, 1, 0}, 10);
-    add(boxMesh(), QMatrix4x4(), GPUModel::NoShadowA);
-    add(boxMesh(), placedAt({3, 0, 0}), GPUModel::NoShadowB);
-    build();
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
-        make(strategy);
-        connect(*pass, mapSize);
-        WorkRecorder work;
-        run(*pass);
-        EXPECT_EQ(work.draws(), 0u);
-        const QVector<Image> maps = readMaps(*pass);
-        ASSERT_EQ(maps.size(), 7);
-        for (const Image &map : maps)
-            EXPECT_TRUE(isAllFar(map));
-    }
-}
-
 TEST_F(ShadowMapRenderPass2Test, castersThatComeAndGoLeaveNothing)
 {
     buildScene();
     addLights();
     const auto casters = model;
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
-        make(strategy);
+    for (const ShadowDriver &driver : drivers()) {
+        SCOPED_TRACE(driver.name);
+        make(driver);
         model = casters;
         const QVector<Image> maps = render(3);
         ASSERT_GT(maps.size(), 0);
@@ -890,16 +601,16 @@ TEST_F(ShadowMapRenderPass2Test, lightsThatGoLeaveNoLayersAndComeBackWhole)
         set(target, "Kvz_QList_KvzShadowMapManagerLight*_Lights", value);
         run(target);
     };
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
-        make(strategy);
+    for (const ShadowDriver &driver : drivers()) {
+        SCOPED_TRACE(driver.name);
+        make(driver);
         const QVector<Image> fresh = render(3);
         ASSERT_EQ(fresh.size(), 6);
         EXPECT_FALSE(isAllFar(fresh[5]));
-        // From six layers the arrays are made anew; from one, half of which is none, they stay.
+        // From six layers the arrays are recreated; from one, half of which is none, they stay.
         for (const int count : {6, 1}) {
             SCOPED_TRACE(count);
-            make(strategy);
+            make(driver);
             render(3);
             frame(*pass, all.mid(0, count));
             const GLObjectCounts counts = glObjectCounts();
@@ -926,175 +637,13 @@ TEST_F(ShadowMapRenderPass2Test, lightsThatGoLeaveNoLayersAndComeBackWhole)
     }
 }
 
-TEST_F(ShadowMapRenderPass2Test, boundsComeFromThePortsElseFromTheModel)
-{
-    expectBoundsOfPortsElseOfTheModel(*pass);
-}
-
-TEST_F(ShadowMapRenderPass2Test, theCameraCountsOnlyWhenBothMatricesAreThere)
-{
-    expectCameraOnlyWithBothMatrices(*pass);
-}
-
-TEST_F(ShadowMapRenderPass2Test, takesTheCullingMarksAwayOnDirtyFrames)
-{
-    buildScene();
-    lights.directional({-0.4f, -1, -0.3f});
-    for (const QVariant &dirty : {QVariant(), QVariant(true)}) {
-        QMatrix4x4 nowhere;
-        nowhere.translate(100, 0, 0);
-        model->frustumCull(nowhere);
-        ASSERT_EQ(model->culledCount(), 4);
-        set(*pass, "Kvz_bool_Dirty", dirty);
-        render(0);
-        EXPECT_EQ(model->culledCount(), 0);
-        expectRayCast(*pass, bias);
-    }
-}
-
-TEST_F(ShadowMapRenderPass2Test, aNullModelIsAssertedAndMakesEmptyMaps)
-{
-    lights.directional({0, -1, 0});
-    connect(*pass, mapSize);
-    const QString isNull = QStringLiteral("false == modelAsQVariant.isNull() | Input Geometry is NULL");
-    const QString isOther = QStringLiteral(
-        "true == modelAsQVariant.canConvert<GPUModel*>() | Input Geometry is not a 'GPUModel*', type is '%1'");
-    set(*pass, "Kvz_KvzGPUModel*_Geometry", QVariant::fromValue<GPUModel *>(nullptr));
-    run(*pass);
-    EXPECT_EQ(assertionTexts("ShadowMapRenderPass2", log.takeCriticals()), QStringList{isNull});
-    EXPECT_TRUE(isAllFar(readMaps(*pass)[0]));
-    set(*pass, "Kvz_KvzGPUModel*_Geometry", QVariant(QStringLiteral("model")));
-    run(*pass);
-    EXPECT_EQ(assertionTexts("ShadowMapRenderPass2", log.takeCriticals()),
-        QStringList{isOther.arg(QStringLiteral("QString"))});
-    set(*pass, "Kvz_KvzGPUModel*_Geometry", QVariant());
-    run(*pass);
-    EXPECT_EQ(
-        assertionTexts("ShadowMapRenderPass2", log.takeCriticals()), (QStringList{isNull, isOther.arg(QString())}));
-    EXPECT_EQ(pass->errorCode(), 0u);
-}
-
-TEST_F(ShadowMapRenderPass2Test, rowsOfInstanceDataPlaceTheItems)
-{
-    addWall(5, 1);
-    build();
-    addSpot();
-    InstanceDataCollection rows(QStringLiteral("TavoInstance"));
-    rows.setRowCount(1);
-    rows.setModelMatrix(0, placedAt({0, 0, -9}));
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
-        make(strategy);
-        set(*pass, "Kvz_QList_InstanceData", QVariantList{QVariant(3), QVariant::fromValue(&rows), QVariant()});
-        expectAxisDepth(*pass, render(0)[0], 9, bias);
-        EXPECT_FALSE(InstanceDataCollection::isBound(QStringLiteral("TavoInstance")));
-        set(*pass, "Kvz_QList_InstanceData", QVariant());
-        expectAxisDepth(*pass, render(0)[0], 5, bias);
-    }
-}
-
-TEST_F(ShadowMapRenderPass2Test, thePlanIsTheOneNamedBeforeTheFirstFrame)
-{
-    const QString name = QStringLiteral("ShadowTestPlan2");
-    if (!InstanceDataRegistry::Instance().hasPlan(name)) {
-        InstanceDataRegistry::Instance().addPlan(InstanceDataPlan(name,
-            {{QStringLiteral("getOther"), InstanceDataPlan::Type::Vec3},
-                {QStringLiteral("getModelMatrix"), InstanceDataPlan::Type::Mat4}}));
-    }
-    addWall(5, 1);
-    build();
-    addSpot();
-    InstanceDataCollection rows(name);
-    rows.setRowCount(1);
-    rows.setValue(0, QStringLiteral("getModelMatrix"), placedAt({0, 0, -11}, {3, 3, 1}));
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
-        make(strategy);
-        set(*pass, "Kvz_QList_InstanceData", QVariantList{QVariant::fromValue(&rows)});
-        expectAxisDepth(*pass, render(0)[0], 5, bias);
-        pass->setInstanceDataPlanName(name);
-        expectAxisDepth(*pass, render(0)[0], 5, bias); // Too late.
-        make(strategy);
-        pass->setInstanceDataPlanName(name);
-        set(*pass, "Kvz_QList_InstanceData", QVariantList{QVariant::fromValue(&rows)});
-        expectAxisDepth(*pass, render(0)[0], 11, bias);
-    }
-}
-
-TEST_F(ShadowMapRenderPass2Test, aMapSizeThatIsNoneGivesNoMap)
-{
-    buildScene();
-    lights.directional({-0.4f, -1, -0.3f});
-    for (const QVariant &size :
-        {QVariant(), QVariant(QStringLiteral("large")), QVariant(7), QVariant(QVector3D(64, 64, 1))}) {
-        SCOPED_TRACE(size.typeName() ? size.typeName() : "nothing");
-        make();
-        connect(*pass, mapSize);
-        set(*pass, "Kvz_QSize_MapSize", size);
-        GLCallRecorder<&epoxy_glTexImage3D> storage;
-        run(*pass);
-        EXPECT_FALSE(takeGLErrors().isEmpty()) << "GL refuses a negative size";
-        // The arrays of depths and moments; the biases are one texel a layer, whatever the size.
-        const auto isArray = [](const auto &call) { return std::get<3>(call) == -1 && std::get<4>(call) == -1; };
-        const auto isBiases = [](const auto &call) { return std::get<3>(call) == 1 && std::get<4>(call) == 1; };
-        EXPECT_EQ(std::count_if(storage.calls.begin(), storage.calls.end(), isArray), 2);
-        const auto biases = std::count_if(storage.calls.begin(), storage.calls.end(), isBiases);
-        EXPECT_GE(biases, 1);
-        EXPECT_EQ(biases, int(storage.calls.size()) - 2);
-    }
-    render(0);
-    expectRayCast(*pass, bias);
-}
-
-TEST_F(ShadowMapRenderPass2Test, putsTheViewportBackAndLeavesTheRestAsItSays)
-{
-    buildScene();
-    lights.directional({-0.4f, -1, -0.3f});
-    FramebufferObject own;
-    AutoBinder ownBinder(&own);
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
-        make(strategy);
-        for (const int filter : {0, 3}) {
-            glViewport(3, 4, 5, 6);
-            glEnable(GL_BLEND);
-            glEnable(GL_DEPTH_CLAMP);
-            glEnable(GL_CULL_FACE);
-            glDepthMask(GL_FALSE);
-            glActiveTexture(GL_TEXTURE5);
-            render(filter);
-            EXPECT_FALSE(glFlag(GL_BLEND));
-            EXPECT_FALSE(glFlag(GL_DEPTH_CLAMP));
-            EXPECT_FALSE(glFlag(GL_CULL_FACE));
-            EXPECT_FALSE(glFlag(GL_DEPTH_TEST));
-            GLboolean mask[4] = {};
-            glGetBooleanv(GL_COLOR_WRITEMASK, mask);
-            EXPECT_TRUE(mask[0] && mask[1] && mask[2] && mask[3]);
-            float clear[4];
-            glGetFloatv(GL_COLOR_CLEAR_VALUE, clear);
-            EXPECT_EQ(clear[0], farMoment);
-            int viewport[4];
-            glGetIntegerv(GL_VIEWPORT, viewport);
-            EXPECT_EQ(viewport[0], 3);
-            EXPECT_EQ(viewport[1], 4);
-            EXPECT_EQ(viewport[2], 5);
-            EXPECT_EQ(viewport[3], 6);
-            EXPECT_EQ(glInteger(GL_DRAW_FRAMEBUFFER_BINDING), int(own.getFBO()));
-            EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);
-            EXPECT_EQ(glInteger(GL_VERTEX_ARRAY_BINDING), 0);
-            EXPECT_EQ(glInteger(GL_ACTIVE_TEXTURE), GL_TEXTURE5);
-            EXPECT_EQ(array()->unit(), 0);
-        }
-    }
-}
-
 TEST_F(ShadowMapRenderPass2Test, aNewContextNeedsAReallocation)
 {
     buildScene();
     lights.directional({-0.4f, -1, -0.3f});
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
-        make(strategy);
+    for (const ShadowDriver &driver : drivers()) {
+        SCOPED_TRACE(driver.name);
+        make(driver);
         render(0);
         const GLObjectCounts counts = glObjectCounts();
         pass->teardownContextData(nullptr);
@@ -1133,32 +682,6 @@ TEST_F(ShadowMapRenderPass2Test, withoutAReallocationNothingIsAttachedInANewCont
     run(*pass);
     EXPECT_FALSE(takeGLErrors().isEmpty()) << "nothing to draw into";
     EXPECT_EQ(maximumDifference(readMaps(*pass)[0], expected), 0) << "the old maps stay";
-}
-
-TEST_F(ShadowMapRenderPass2Test, deletesWhatItMade)
-{
-    buildScene();
-    addLights();
-    // The model, too, makes things when it is first drawn.
-    render(0);
-    pass.reset();
-    const GLObjectCounts before = glObjectCounts();
-    for (const Strategy &strategy : strategies()) {
-        SCOPED_TRACE(strategy.name);
-        make(strategy);
-        for (const int filter : {0, 1, 3})
-            render(filter);
-        EXPECT_FALSE(glObjectCounts() == before);
-        pass.reset();
-        EXPECT_TRUE(glObjectCounts() == before);
-        // Without a context names are dropped.
-        make(strategy);
-        render(1);
-        context().doneCurrent();
-        pass.reset();
-        context().makeCurrent();
-        EXPECT_TRUE(glObjectCounts() == before);
-    }
 }
 
 } // namespace Velmora::Kvz

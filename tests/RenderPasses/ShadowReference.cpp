@@ -201,6 +201,13 @@ bool isAllFar(const Image &map)
     return !map.data.isEmpty();
 }
 
+void expectSameMaps(const QVector<Image> &maps, const QVector<Image> &expected)
+{
+    ASSERT_EQ(maps.size(), expected.size());
+    for (int layer = 0; layer < maps.size(); ++layer)
+        EXPECT_EQ(maximumDifference(maps[layer], expected[layer]), 0) << "layer " << layer;
+}
+
 int layersOf(Texture *array)
 {
     GLint value = 0;

@@ -65,6 +65,8 @@ void expectMoments(const Image &layer, const MomentMap &reference, double tolera
 
 /// Whether no caster touched a layer.
 bool isAllFar(const Image &map);
+/// Holds the maps of all layers to be the same, bit for bit.
+void expectSameMaps(const QVector<Image> &maps, const QVector<Image> &expected);
 /// The layers that an array has.
 int layersOf(Texture *array);
 /// The texts of assertions as "condition | message", without their places, which must be in this file.

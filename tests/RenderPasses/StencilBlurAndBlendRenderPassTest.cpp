@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "BlurReference.h"
+#include "support/DrawSteps.h"
 #include "support/GLTest.h"
 #include "support/PooledTextures.h"
 
@@ -73,20 +74,6 @@ Image combined(const Image &normal, const Image &blurred, double radius, int rea
 }
 
 } // namespace
-
-TEST_F(StencilBlurAndBlendRenderPassTest, declaresItsPorts)
-{
-    const char *const names[] = {
-        "Kvz_QRect_Viewport", "Kvz_KvzTexture*_NormalFrame", "Kvz_float_BlurRadius", "Kvz_KvzTexture*_BlurFrame"};
-    ASSERT_EQ(pass.numInputs(), 4);
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(pass.inputName(i), QString::fromLatin1(names[i]));
-        EXPECT_EQ(pass.defaultValue(i), i == 2 ? QVariant(2.0f) : QVariant()) << names[i];
-    }
-    EXPECT_EQ(pass.defaultValue(2).userType(), int(QMetaType::Float));
-    ASSERT_EQ(pass.numOutputs(), 1);
-    EXPECT_EQ(pass.outputName(0), QStringLiteral("Kvz_KvzTexture*_Output"));
-}
 
 TEST_F(StencilBlurAndBlendRenderPassTest, addsABlurredPhotographAsADirectGaussianDoes)
 {
@@ -405,6 +392,16 @@ TEST_F(StencilBlurAndBlendRenderPassTest, leavesTheStateThatItSets)
     EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);
     EXPECT_EQ(glInteger(GL_VERTEX_ARRAY_BINDING), 0);
     EXPECT_EQ(glInteger(GL_ACTIVE_TEXTURE), GL_TEXTURE0);
+}
+
+TEST_F(StencilBlurAndBlendRenderPassTest, attachesEachTargetForItsDrawAlone)
+{
+    const auto frame = makeTexture(photograph(8, 8), GL_RGBA32F);
+    set(frame.get(), frame.get(), QSize(8, 8), 2.0f);
+    DrawSteps steps;
+    pass.start(nullptr);
+    const QStringList draw{QStringLiteral("attach colour"), QStringLiteral("draw"), QStringLiteral("detach colour")};
+    EXPECT_EQ(steps.taken, draw + draw);
 }
 
 TEST_F(StencilBlurAndBlendRenderPassTest, stepsByThePixelsOfTheViewport)

@@ -64,32 +64,6 @@ double rounded(double value)
 
 } // namespace
 
-TEST_F(TemporalAARenderPassTest, declaresItsPorts)
-{
-    const struct
-    {
-        const char *name;
-        QVariant value;
-    } inputs[] = {
-        {"Kvz_QRect_Viewport", QVariant()},
-        {"Kvz_KvzTexture*_Frame", QVariant()},
-        {"Kvz_QMatrix4x4_ProjectionMatrix", QVariant()},
-        {"Kvz_QMatrix4x4_CameraMatrix", QVariant()},
-        {"Kvz_bool_ResetTemporal", true},
-        {"Kvz_Float_ViewportScale", 1.0f},
-        {"Kvz_Bool_ViewportScale_Enable", true},
-    };
-    ASSERT_EQ(pass->numInputs(), 7);
-    for (int i = 0; i < 7; ++i) {
-        EXPECT_EQ(pass->inputName(i), QString::fromUtf8(inputs[i].name));
-        EXPECT_EQ(pass->defaultValue(i), inputs[i].value) << i;
-        EXPECT_EQ(pass->defaultValue(i).userType(), inputs[i].value.userType()) << i;
-    }
-    ASSERT_EQ(pass->numOutputs(), 1);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
-    EXPECT_EQ(pass->findInput(QStringLiteral("Kvz_float_ViewportScale")), -1);
-}
-
 TEST_F(TemporalAARenderPassTest, theSecondFrameReplacesTheFirst)
 {
     EXPECT_EQ(add(1.0f).x(), 1.0f);

@@ -53,15 +53,6 @@ Image expectedTexels(const QImage &image)
 
 } // namespace
 
-TEST_F(TextureLoaderRenderPassTest, declaresItsPorts)
-{
-    ASSERT_EQ(pass->numInputs(), 1);
-    EXPECT_EQ(pass->inputName(0), QStringLiteral("Kvz_QString_TexturePath"));
-    EXPECT_FALSE(pass->defaultValue(0).isValid());
-    ASSERT_EQ(pass->numOutputs(), 1);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Texture"));
-}
-
 TEST_F(TextureLoaderRenderPassTest, withoutAPathPublishesATextureWithoutStorage)
 {
     for (const QVariant &path : {QVariant(), QVariant(QString()), QVariant(QVariant::String)}) {

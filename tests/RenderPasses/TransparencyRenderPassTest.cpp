@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/Cameras.h"
 #include "support/GLCallRecorder.h"
-#include "support/GLTest.h"
 #include "support/Meshes.h"
+#include "support/PassTest.h"
 #include "support/PooledTextures.h"
 #include "support/RayCastScene.h"
 
@@ -29,28 +29,14 @@ const QMatrix4x4 sceneCamera = lookAt(QVector3D(1.2f, 1.6f, 6), QVector3D(0, 0.1
 const QMatrix4x4 sceneProjection = perspective(sceneSize, 0.5f, 40);
 const QVector4D background(0.125f, 0.25f, 0.5f, 0.75f);
 
-class TransparencyRenderPassTest : public GLTest
+class TransparencyRenderPassTest : public PassTest<TransparencyRenderPass>
 {
 protected:
-    using Port = TransparencyRenderPass;
-
-    std::unique_ptr<TransparencyRenderPass> pass = std::make_unique<TransparencyRenderPass>();
-
     void SetUp() override
     {
         GLTest::SetUp();
         glDepthFunc(GL_LESS);
         glClearColor(background.x(), background.y(), background.z(), background.w());
-    }
-    /// Gives the pass a viewport and, as a host does, GL the same.
-    void setViewport(const QSize &size)
-    {
-        pass->setInput(Port::Viewport, QRect(QPoint(0, 0), size));
-        glViewport(0, 0, size.width(), size.height());
-    }
-    void setModel(const QSharedPointer<GPUModel> &model)
-    {
-        pass->setInput(Port::Geometry, QVariant::fromValue(model.data()));
     }
     Image draw(const QSharedPointer<GPUModel> &model, const QSize &size = sceneSize,
         const QMatrix4x4 &camera = sceneCamera, const QMatrix4x4 &projection = sceneProjection)
@@ -76,8 +62,6 @@ protected:
         projection.ortho(-1, 1, -1, 1, -1, 1);
         return draw(scene.build(), QSize(4, 4), QMatrix4x4(), projection).pixel(1, 2);
     }
-    Texture *texture(int output) const { return pass->output(output).value<Texture *>(); }
-    Image image(int output) const { return readTexture(texture(output)); }
 };
 
 QMatrix4x4 placed(const QVector3D &position, float angle = 0, const QVector3D &scale = QVector3D(1, 1, 1))
@@ -166,21 +150,6 @@ double facing(double kd)
 constexpr double tolerance = 0.004;
 
 } // namespace
-
-TEST_F(TransparencyRenderPassTest, declaresItsPorts)
-{
-    const QStringList inputs = {QStringLiteral("Kvz_QRect_Viewport"), QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"),
-        QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QStringLiteral("Kvz_KvzGPUModel*_Geometry"),
-        QStringLiteral("Kvz_KvzTexture*_Texture")};
-    ASSERT_EQ(pass->numInputs(), inputs.size());
-    for (int i = 0; i < inputs.size(); ++i) {
-        EXPECT_EQ(pass->inputName(i), inputs[i]);
-        EXPECT_FALSE(pass->defaultValue(i).isValid());
-    }
-    ASSERT_EQ(pass->numOutputs(), 2);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
-    EXPECT_EQ(pass->outputName(1), QStringLiteral("Kvz_KvzTexture*_Depth"));
-}
 
 TEST_F(TransparencyRenderPassTest, matchesTheFormulasAlongRays)
 {

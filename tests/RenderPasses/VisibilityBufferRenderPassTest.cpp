@@ -74,19 +74,6 @@ RayCastScene layeredScene(bool isIndexed)
 
 } // namespace
 
-TEST_F(VisibilityBufferRenderPassTest, declaresItsPorts)
-{
-    const QStringList inputs = {QStringLiteral("Kvz_QRect_Viewport"), QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"),
-        QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QStringLiteral("Kvz_KvzGPUModel*_Geometry")};
-    EXPECT_EQ(portNames(*buffer, true), inputs);
-    for (int i = 0; i < inputs.size(); ++i)
-        EXPECT_FALSE(buffer->defaultValue(i).isValid());
-    const QStringList outputs = {QStringLiteral("Kvz_KvzTexture*_HeadPointers"),
-        QStringLiteral("Kvz_KvzTexture*_NodeBuffer"), QStringLiteral("Kvz_int_NodeBufferWidth"),
-        QStringLiteral("Kvz_KvzTexture*_Depth")};
-    EXPECT_EQ(portNames(*buffer, false), outputs);
-}
-
 TEST_F(VisibilityBufferListsTest, recordsAllThatRaysMeet)
 {
     for (const bool isIndexed : {true, false}) {
@@ -164,7 +151,7 @@ TEST_F(VisibilityBufferListsTest, givesEachFragmentItsOwnNode)
     EXPECT_EQ(*places.begin(), 1u);
     EXPECT_EQ(int(*places.rbegin()), nodes);
 
-    // The counter starts anew with each frame.
+    // The counter starts at 0 in each frame.
     runBuffer();
     const VisibilityLists second(*buffer);
     const std::set<quint32> secondPlaces = placesOf(second);

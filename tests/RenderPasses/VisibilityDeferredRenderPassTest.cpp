@@ -163,18 +163,6 @@ GPUModelBuilder gridOfSquares(int columns, int rows, QVector<QVector3D> *colors)
 
 } // namespace
 
-TEST_F(VisibilityDeferredRenderPassTest, declaresItsPorts)
-{
-    const QStringList inputs = {QStringLiteral("Kvz_QRect_Viewport"), QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"),
-        QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QStringLiteral("Kvz_KvzTexture*_HeadPointers"),
-        QStringLiteral("Kvz_KvzTexture*_NodeBuffer"), QStringLiteral("Kvz_int_NodeBufferWidth"),
-        QStringLiteral("Kvz_KvzGPUModel*_Geometry")};
-    EXPECT_EQ(portNames(*deferred, true), inputs);
-    for (int i = 0; i < inputs.size(); ++i)
-        EXPECT_FALSE(deferred->defaultValue(i).isValid());
-    EXPECT_EQ(portNames(*deferred, false), QStringList{QStringLiteral("Kvz_KvzTexture*_Frame")});
-}
-
 TEST_F(VisibilityDeferredListsTest, compositesWhatRaysMeet)
 {
     for (const bool isIndexed : {true, false}) {
@@ -473,7 +461,7 @@ TEST_F(VisibilityDeferredListsTest, outlivesMoreFragmentsThanThereAreNodes)
     // that found no node find none either: a pixel has all its layers or none.
     EXPECT_EQ(whole + lost, 1024 * 1024);
 
-    // The next frame starts anew.
+    // The next frame starts from nothing.
     setViewport(QSize(64, 64));
     EXPECT_NEAR(double(runAll().at(5, 5)[3]), through(17), colorTolerance);
 }
@@ -629,8 +617,8 @@ TEST_F(VisibilityDeferredRenderPassTest, makesItsFrameAnewWhenTheSizeChanges)
     for (const QSize &other : {QSize(7, 6), QSize(8, 6)}) {
         setViewport(other);
         deferred->start(nullptr);
-        auto *const anew = deferred->output(Deferred::Frame).value<Texture *>();
-        EXPECT_EQ(QSize(anew->width(0), anew->height(0)), other);
+        auto *const resized = deferred->output(Deferred::Frame).value<Texture *>();
+        EXPECT_EQ(QSize(resized->width(0), resized->height(0)), other);
         EXPECT_TRUE(glObjectCounts() == before);
     }
 }

@@ -88,14 +88,6 @@ protected:
     }
     Image frame() const { return readTexture(deferred->output(Deferred::Frame).value<Texture *>()); }
 
-    static QStringList portNames(const RenderPass &pass, bool isInput)
-    {
-        QStringList names;
-        for (int i = 0; i < (isInput ? pass.numInputs() : pass.numOutputs()); ++i)
-            names.append(isInput ? pass.inputName(i) : pass.outputName(i));
-        return names;
-    }
-
     /// The image bound at an image unit; -1 without such units.
     static int boundImage(unsigned int unit)
     {

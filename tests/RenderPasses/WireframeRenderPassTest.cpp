@@ -135,18 +135,6 @@ Image flatIdImage(int width, int height, float red)
 
 } // namespace
 
-TEST_F(WireframeRenderPassTest, declaresItsPorts)
-{
-    ASSERT_EQ(pass->numInputs(), 3);
-    EXPECT_EQ(pass->inputName(0), QStringLiteral("Kvz_QRect_Viewport"));
-    EXPECT_EQ(pass->inputName(1), QStringLiteral("Kvz_KvzTexture*_Id"));
-    EXPECT_EQ(pass->inputName(2), QStringLiteral("Kvz_QColor_WireColor"));
-    for (int i = 0; i < 3; ++i)
-        EXPECT_FALSE(pass->defaultValue(i).isValid());
-    ASSERT_EQ(pass->numOutputs(), 1);
-    EXPECT_EQ(pass->outputName(0), QStringLiteral("Kvz_KvzTexture*_Frame"));
-}
-
 TEST_F(WireframeRenderPassTest, matchesTheFormulaOverAWholeImage)
 {
     const Image id = makeIdImage(157, 101, 5);

@@ -45,7 +45,7 @@ class Kvz
 {
 public:
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    QString terminal; ///< Where standard error goes in the place of Result::errors.
+    QString terminal; ///< Where standard error goes instead of into Result::errors.
 
     Result run(const QStringList &arguments) const
     {
@@ -509,6 +509,23 @@ TEST(KvzProgramTest, columnsOfPortsAreAligned)
         EXPECT_EQ(lines[i][column - 1], QChar(' ')) << lines[i].toStdString();
         EXPECT_NE(lines[i][column], QChar(' ')) << lines[i].toStdString();
     }
+}
+
+// Pages are written by hand around these tables, which are pasted there.
+TEST(KvzProgramTest, pagesOfPassesShowTheTablesInMarkdown)
+{
+    for (const QString &name : PassRegistry::standard().classNames()) {
+        SCOPED_TRACE(name.toStdString());
+        QFile page(QStringLiteral(KVZ_SOURCE_DIR "/docs/passes/%1.md").arg(name));
+        ASSERT_TRUE(page.open(QIODevice::ReadOnly));
+        const QString text = QString::fromUtf8(page.readAll());
+        EXPECT_TRUE(text.startsWith("# " + name + "\n"));
+        const QStringList tables = run({"passes", name, "--markdown"}).output.split("### ").mid(1);
+        EXPECT_FALSE(tables.isEmpty());
+        for (const QString &table : tables)
+            EXPECT_TRUE(text.contains("\n### " + table)) << "not in the page:\n### " << table.toStdString();
+    }
+    expectLine({"passes", "--markdown"}, 2, "--markdown wants a CLASS (see kvz passes --help)");
 }
 
 TEST(KvzProgramTest, unknownPassIsRefused)

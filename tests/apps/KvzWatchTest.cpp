@@ -95,7 +95,7 @@ protected:
         return image.size() == QSize(16, 8) ? image.pixelColor(0, 0) : QColor();
     }
 
-    /// As editors do: a new file in the place of the old one.
+    /// As editors do: a new file replaces the old one.
     void replaceShader(const QByteArray &content)
     {
         const QString fresh = folder.write("colour.frag.new", content);

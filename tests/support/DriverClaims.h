@@ -7,7 +7,7 @@
 
 namespace Velmora::Kvz {
 
-/// Things that stand in the place of what the driver says, while they live.
+/// Replaces what the driver says of itself while it lives.
 class DriverClaims
 {
 public:

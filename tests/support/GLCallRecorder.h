@@ -10,8 +10,8 @@
 
 namespace Velmora::Kvz {
 
-/// Stands in the place of a GL function while it lives and notes every call that any library of the process makes through
-/// it. Calls go on to the driver unless `replacement` is set. One at a time for each function.
+/// Replaces a GL function while it lives and records every call that any library of the process makes to it. Calls
+/// go on to the driver unless `replacement` is set. One at a time for each function.
 ///
 ///     GLCallRecorder<&epoxy_glViewport> viewports;
 ///     pass.start(nullptr);

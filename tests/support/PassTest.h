@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "GLCallRecorder.h"
+#include "GLTest.h"
+#include "Image.h"
+
+#include <Core/RenderPass.h>
+#include <GL/GLStatistics.h>
+#include <GL/Texture.h>
+#include <Scene/GPUModel.h>
+
+#include <QtCore/QPointer>
+#include <QtCore/QRect>
+#include <QtCore/QSharedPointer>
+#include <QtCore/QVector>
+
+#include <epoxy/gl.h>
+
+#include <memory>
+
+namespace Velmora::Kvz {
+
+/// One object of a pass with a default constructor, made before the test and deleted after it. `Port` names its inputs and
+/// outputs, as in `Port::Viewport`.
+template <typename Pass> class PassTest : public GLTest
+{
+protected:
+    using Port = Pass;
+
+    std::unique_ptr<Pass> pass = std::make_unique<Pass>();
+
+    /// Gives the pass a viewport at the origin and, as a host does, GL the same.
+    void setViewport(const QSize &size)
+    {
+        pass->setInput(Port::Viewport, QRect(QPoint(), size));
+        glViewport(0, 0, size.width(), size.height());
+    }
+    void setTexture(int input, Texture *texture) { pass->setInput(input, QVariant::fromValue(texture)); }
+    /// `model` outlives the frames that are drawn of it.
+    void setModel(const QSharedPointer<GPUModel> &model)
+    {
+        pass->setInput(Port::Geometry, QVariant::fromValue(model.data()));
+    }
+
+    Texture *texture(int output) const { return pass->output(output).template value<Texture *>(); }
+    Image image(int output) const { return readTexture(texture(output)); }
+
+    /// Holds that the first so many outputs are textures of the pass: kept while the viewport keeps its size, deleted when
+    /// either side changes. `deleted` textures are, those included that are not published.
+    void expectTexturesFollowTheViewport(int outputs, size_t deleted)
+    {
+        setViewport(QSize(16, 8));
+        pass->start(nullptr);
+        const GLObjectCounts before = glObjectCounts();
+        QVector<QPointer<Texture>> old;
+        for (int i = 0; i < outputs; ++i)
+            old.append(texture(i));
+        pass->start(nullptr);
+        for (int i = 0; i < outputs; ++i)
+            EXPECT_EQ(texture(i), old[i]) << "an unchanged size keeps the textures";
+        for (const QSize &other : {QSize(16, 9), QSize(15, 9)}) {
+            GLCallRecorder<&epoxy_glDeleteTextures> deletions;
+            setViewport(other);
+            pass->start(nullptr);
+            EXPECT_EQ(deletions.calls.size(), deleted);
+            for (int i = 0; i < outputs; ++i) {
+                EXPECT_TRUE(old[i].isNull()) << i;
+                EXPECT_EQ(QSize(texture(i)->width(0), texture(i)->height(0)), other);
+                old[i] = texture(i);
+            }
+            EXPECT_TRUE(glObjectCounts() == before);
+        }
+    }
+};
+
+} // namespace Velmora::Kvz
