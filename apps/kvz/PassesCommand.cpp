@@ -23,6 +23,15 @@ QString defaultOf(const QVariant &value)
     return value.isValid() ? describeValue(value) : QStringLiteral("-");
 }
 
+QString defaultOf(const OptionInfo &option)
+{
+    if (!option.fields.isEmpty())
+        return QStringLiteral("[]");
+    if (option.defaultValue.isValid() && !option.enumerators.isEmpty())
+        return option.enumerators.value(option.defaultValue.toInt());
+    return defaultOf(option.defaultValue);
+}
+
 /// What a pass has of one sort: inputs, outputs or options.
 struct Table
 {
@@ -71,8 +80,7 @@ void appendOptionRows(const QVector<OptionInfo> &options, const QString &prefix,
         const QString type = option.type == ValueType::Enumeration ? QStringLiteral("name or number")
             : option.type == ValueType::Records                    ? QStringLiteral("list of objects")
                                                                    : typeName(option.type);
-        rows->append({prefix + option.name, type,
-            option.fields.isEmpty() ? defaultOf(option.defaultValue) : QStringLiteral("[]"), meaning});
+        rows->append({prefix + option.name, type, defaultOf(option), meaning});
         appendOptionRows(option.fields, prefix + option.name + QLatin1Char('.'), rows);
     }
 }

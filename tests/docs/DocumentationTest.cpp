@@ -63,7 +63,7 @@ QString commentOfClass(const QString &className)
     return comment.match(text).captured(1);
 }
 
-/// What a table of ports in a header says: "in" or "out", index, name and, of an input, the default.
+/// What the tables of ports in a header say: "in" or "out", index, name and, of an input, the default.
 QStringList portRowsOfComment(const QString &comment)
 {
     QStringList rows;
@@ -72,14 +72,14 @@ QStringList portRowsOfComment(const QString &comment)
         QStringList cells;
         for (const QString &cell : line.split(QLatin1Char('|')).mid(1))
             cells.append(cell.trimmed());
-        if (cells.size() < 3 || cells[0].startsWith(QLatin1String("--")))
-            continue;
-        if (cells[0] == QLatin1String("Input") || cells[0] == QLatin1String("Output"))
+        bool isIndex = false;
+        cells.value(0).toInt(&isIndex);
+        if (cells.value(0) == QLatin1String("Input") || cells.value(0) == QLatin1String("Output"))
             areInputs = cells[0] == QLatin1String("Input");
-        else if (areInputs)
-            rows.append(QStringLiteral("in %1 %2 %3").arg(cells[0], cells[1], cells[3]));
-        else
-            rows.append(QStringLiteral("out %1 %2").arg(cells[0], cells[1]));
+        else if (isIndex && areInputs)
+            rows.append(QStringLiteral("in %1 %2 %3").arg(cells[0], cells.value(1), cells.value(3)));
+        else if (isIndex)
+            rows.append(QStringLiteral("out %1 %2").arg(cells[0], cells.value(1)));
     }
     return rows;
 }
