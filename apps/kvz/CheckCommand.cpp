@@ -4,6 +4,7 @@
 
 #include <Chain/ChainLibrary.h>
 #include <Chain/ChainValidation.h>
+#include <Chain/ResolvedChain.h>
 #include <Host/HeadlessContext.h>
 
 namespace Velmora::Kvz {
@@ -27,17 +28,18 @@ int runCheck(const QStringList &arguments)
     ChainDescription chain;
     if (!loadChain(name, &chain, &error))
         return fail(error);
-    QVector<ChainFinding> findings = validateChain(chain);
+    const ResolvedChain resolved(chain);
+    QVector<ChainFinding> findings = resolved.findings();
     if (parser.isSet(driver)) {
         const auto context = HeadlessContext::create(&error);
         if (!context)
             return fail(QStringLiteral("no usable OpenGL driver: %1").arg(error));
-        findings += validateChainOnDriver(chain);
+        findings += validateChainOnDriver(resolved);
     }
     for (const ChainFinding &finding : qAsConst(findings))
         print(QStringLiteral("%1: %2").arg(name, finding.toString()));
     // A host may take the exports alone.
-    const bool isSeen = hasErrors(findings) || presents(chain) || !chain.exports.isEmpty();
+    const bool isSeen = hasErrors(findings) || resolved.presents() || !chain.exports.isEmpty();
     if (!isSeen) {
         print(QStringLiteral("%1: warning: no enabled pass presents a picture, and nothing is exported; add a "
                              "TextureToScreenRenderPass or \"exports\"")

@@ -23,11 +23,14 @@ void printError(const QString &text)
 void handleMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
     const bool fromDriver = context.category && std::strcmp(context.category, "kvz.gl") == 0;
+    const bool fromChain = context.category && std::strcmp(context.category, "kvz.chain") == 0;
+    if (type == QtDebugMsg && fromChain) // Off unless the user asks for it.
+        printError(QStringLiteral("debug: %1").arg(text));
     if (type == QtDebugMsg || type == QtInfoMsg || fromDriver)
         return;
     if (text.contains(QLatin1String("out of graphics memory")))
         noGraphicsMemory = true;
-    else
+    else if (!text.contains(QLatin1String(": the driver refuses a program: "))) // The frame fails, which says it too.
         warn(text);
 }
 

@@ -2,6 +2,8 @@
 #include "Commands.h"
 #include "Console.h"
 
+#include <Chain/NearestNames.h>
+#include <Chain/PassInfo.h>
 #include <Chain/PassRegistry.h>
 
 namespace Velmora::Kvz {

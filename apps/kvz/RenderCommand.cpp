@@ -7,8 +7,10 @@
 #include "TimingTable.h"
 
 #include <Chain/ChainLibrary.h>
+#include <Chain/ChainValidation.h>
 #include <Chain/LightDescription.h>
 #include <Chain/RenderChain.h>
+#include <Chain/ResolvedChain.h>
 #include <GL/GLErrors.h>
 #include <Host/Camera.h>
 #include <Host/HeadlessContext.h>
@@ -169,15 +171,6 @@ QString chainProblem(const QVector<ChainFinding> &findings, const QString &name,
     return QStringLiteral("%1: %2%3").arg(name, errors.constFirst().toString(), more);
 }
 
-/// Whether a pass of the chain would take lights if there were some.
-bool takesLights(ChainDescription description)
-{
-    description.lights.resize(1);
-    const QVector<ChainFinding> findings = validateChain(description);
-    return std::none_of(findings.begin(), findings.end(),
-        [](const ChainFinding &finding) { return finding.code == ChainFinding::Code::UnusedLights; });
-}
-
 /// Whether a directory is there or can be made. Looks only, so that a failure leaves no empty directory.
 bool canMakeFolder(const QString &folder)
 {
@@ -327,7 +320,7 @@ int renderAndWatch(const Rendering &rendering)
     return Success;
 }
 
-int render(const ImportedScene &scene, const ChainDescription &description, const RenderOptions &options)
+int render(const ImportedScene &scene, const ResolvedChain &resolved, const RenderOptions &options)
 {
     QString error;
     HeadlessContext::Options contextOptions;
@@ -343,7 +336,7 @@ int render(const ImportedScene &scene, const ChainDescription &description, cons
                         .arg(largest.width())
                         .arg(largest.height()));
     const QString lack =
-        chainProblem(validateChainOnDriver(description), options.chain, QStringLiteral("kvz check --driver"));
+        chainProblem(validateChainOnDriver(resolved), options.chain, QStringLiteral("kvz check --driver"));
     if (!lack.isEmpty())
         return fail(lack);
     RenderTarget target(options.size);
@@ -360,7 +353,7 @@ int render(const ImportedScene &scene, const ChainDescription &description, cons
     chain.setModel(model.data());
     chain.setFramebuffer(target.framebuffer());
     chain.setTimingEnabled(options.timings);
-    if (!chain.setDescription(description))
+    if (!chain.setDescription(resolved.description()))
         return fail(QStringLiteral("%1: %2").arg(options.chain, chain.errorString()));
 
     return options.watch ? renderAndWatch(rendering) : renderPicture(rendering);
@@ -381,14 +374,15 @@ int runRender(const QStringList &arguments)
         return fail(error);
     if (!options.lights.empty())
         description.lights = options.lights;
-    const QString problem = chainProblem(validateChain(description), options.chain, QStringLiteral("kvz check"));
+    const ResolvedChain resolved(description);
+    const QString problem = chainProblem(resolved.findings(), options.chain, QStringLiteral("kvz check"));
     if (!problem.isEmpty())
         return fail(problem);
-    if (!presents(description)) {
+    if (!resolved.presents()) {
         warn(QStringLiteral("%1: no enabled pass presents, so the picture is empty; add a TextureToScreenRenderPass")
                  .arg(options.chain));
     }
-    if (description.lights.empty() && takesLights(description))
+    if (description.lights.empty() && resolved.takesLights())
         warn(QStringLiteral("%1: it has no lights, so nothing casts a shadow; add --light").arg(options.chain));
     const QString outputProblem = imageFileProblem(options.output);
     if (!outputProblem.isEmpty())
@@ -402,7 +396,7 @@ int runRender(const QStringList &arguments)
         warn(warning);
     if (options.floor)
         addFloor(&scene);
-    return render(scene, description, options);
+    return render(scene, resolved, options);
 }
 
 } // namespace Velmora::Kvz

@@ -2,7 +2,7 @@
 #include "Commands.h"
 #include "Console.h"
 
-#include <Chain/PassRegistry.h>
+#include <Chain/NearestNames.h>
 
 #include <QtCore/QCoreApplication>
 

@@ -20,7 +20,7 @@ struct KVZ_HOST_EXPORT LightDescription
     float elevation = 45; ///< Degrees above the horizon, -90 to 90.
     float distance = 2; ///< From the target, in radii of the sphere around the scene, above 0.
 
-    bool hasPosition = false; ///< Stands at `position` in the place of the three above.
+    bool hasPosition = false; ///< Stands at `position` instead of where the three above say.
     QVector3D position; ///< World space.
     bool hasTarget = false;
     QVector3D target; ///< World space; the centre of the scene without hasTarget. Point lights have none.

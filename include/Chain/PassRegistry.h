@@ -1,240 +1,25 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <Chain/ChainValue.h>
 #include <Host/Export.h>
-#include <Host/TextureDisplay.h>
 
-#include <QtCore/QFlags>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
 #include <QtCore/QVector>
-#include <QtGui/QColor>
 
-#include <functional>
 #include <memory>
 
 namespace Velmora::Kvz {
 
-class RenderPass;
-struct OptionProblem;
-
-/// What an image holds. One port name serves several kinds, so the kind decides which image an input takes by name.
-enum class TextureKind {
-    Any, ///< Of inputs: takes all kinds.
-    Colour,
-    Depth,
-    Normal,
-    TexCoord,
-    Id,
-    Diffuse, ///< Material colour and opacity.
-    Specular, ///< Specular colour, with the exponent in alpha.
-    Positions, ///< Camera-space positions.
-    Obscurance,
-    Luminance, ///< One texel of average colour.
-    Overlay, ///< Lines or surfaces that are laid over a frame.
-    Velocity,
-    Stencil,
-    Environment, ///< Cube map of surroundings; a latitude-longitude image is a Colour.
-    NodeList ///< Buffers of the transparency lists.
-};
-
-enum class ColourSpace {
-    Linear,
-    SRgb,
-    Data ///< Not a colour.
-};
-
-/// What a texture port carries.
-struct TextureTraits
-{
-    TextureKind kind = TextureKind::Any;
-    unsigned int internalFormat =
-        0; ///< GL internal format of an output; 0 where it follows an input or does not matter.
-    ColourSpace colourSpace = ColourSpace::Linear;
-    TextureDisplay display = TextureDisplay::Colour;
-};
-
-/// A port, as data.
-struct PortInfo
-{
-    QString name; ///< Exact port name.
-    ValueType type = ValueType::Variant;
-    QString description; ///< One sentence.
-    TextureTraits texture; ///< Of texture ports, and how to show shadow map data.
-};
-
-/// Where an input may find its value when nothing is said about it.
-enum class ImplicitWiring {
-    EarlierPass, ///< The nearest earlier output of its name and kind, else the frame's value.
-    FrameOnly, ///< The frame's value alone, such as the projection without jitter.
-    Never ///< It must be asked for.
-};
-
-/// What a pass does when an input image has several samples for each texel.
-enum class Multisampling {
-    Refused, ///< It cannot read the image.
-    Resolved, ///< It makes a copy with one sample.
-    Taken ///< It reads the samples.
-};
-
-/// What becomes of an image file that an input names.
-enum class ImageFileUse {
-    None, ///< The input names no image file.
-    Converted, ///< Images of every format come out right, and those beyond the driver's limit are scaled down.
-    Bits32, ///< Its bits are uploaded as they are, taken as 32 for each pixel, at its full size.
-    CubemapFace ///< The same, and all such inputs of a pass want squares of one size.
-};
-
-struct InputInfo : PortInfo
-{
-    QVariant defaultValue; ///< As the pass is constructed.
-    QString whenNull; ///< What the pass does with a null value, in a few words.
-    bool required = false; ///< The pass must not run without a value.
-    ImplicitWiring wiring = ImplicitWiring::EarlierPass;
-    Multisampling multisampling = Multisampling::Refused; ///< Of texture ports.
-    /// Of texture ports: inputs with which the pass cannot read several samples after all, when they are fed or true.
-    QStringList refusesSamplesWith;
-    /// Of texture ports: the input that must say how many samples the image has, since it is attached beside the result.
-    QString samplesAs;
-    /// Of inputs of type String: what becomes of the image file that the value names. Relative names in a chain's values count
-    /// from the folder of the chain file.
-    ImageFileUse imageFile = ImageFileUse::None;
-    bool drawnInto = false; ///< The pass draws into the image that it is given.
-    /// Of model inputs: the pass keeps the geometry of the first model that it sees, so the chain makes it anew for another.
-    bool keepsGeometry = false;
-    bool needsStencil = false; ///< The pass masks by the stencil of this depth image.
-    /// Above 0: the pass keeps objects for each new value, so the chain rounds values to this grid and keeps a pass object
-    /// for each of the last few.
-    double gridStep = 0;
-};
-
-struct OutputInfo : PortInfo
-{
-    bool pooled = false; ///< A temporary texture, counted; otherwise the pass owns it and overwrites it each frame.
-    bool keptByProducer = false; ///< The pass relies on the content in later frames, so nobody may draw into it.
-    QString passesOn; ///< The input whose value it hands on as it is.
-    QString samplesInput; ///< The input that says how many samples for each texel the image has.
-    int samples = 1; ///< Of images: samples for each texel, where no input says it.
-};
-
-/// A construction option: an argument of the constructor, a setter, or what is added to a pass before its first frame.
-struct OptionInfo
-{
-    QString name;
-    ValueType type = ValueType::Variant;
-    QVariant defaultValue; ///< Invalid: none.
-    bool required = false;
-    QString description; ///< One sentence.
-    QStringList enumerators; ///< Of enumerations: the names, from value 0 up.
-    QVector<OptionInfo> fields; ///< Of records.
-};
-
-/// What the rules of order and use need to know of a pass.
-enum class PassTrait {
-    NeverReleasesInputs = 0x1, ///< Leaves the references of its input images to the chain.
-    JittersCamera = 0x2,
-    AccumulatesFrames = 0x4, ///< Consumes jitter: it averages or resolves over frames.
-    Shades = 0x8,
-    Obscures = 0x10, ///< Ambient obscurance. What lays an obscurance image over a picture has it without being told.
-    Transparent = 0x20, ///< Composites transparent surfaces.
-    AntiAliases = 0x40, ///< Filters the edges of a finished frame.
-    Culls = 0x80, ///< Marks items of a model as not drawn.
-    ResetsCulling = 0x100, ///< Makes all items of a model drawable again.
-    Presents = 0x200 ///< Puts the frame on the screen or the host's framebuffer.
-};
-Q_DECLARE_FLAGS(PassTraits, PassTrait)
-Q_DECLARE_OPERATORS_FOR_FLAGS(PassTraits)
-
-/// What a rule of use may ask about a pass in its chain.
-class KVZ_HOST_EXPORT PassUse
-{
-public:
-    virtual ~PassUse();
-    /// Whether a connection, a value, an earlier pass or the frame feeds an input.
-    virtual bool isFed(const QString &input) const = 0;
-    /// The value of an input as far as it is known before the frame: what was set, else the default.
-    virtual QVariant value(const QString &input) const = 0;
-    /// An option, else its default.
-    virtual QVariant option(const QString &name) const = 0;
-    /// The classes of the passes that an input's value comes through, the nearest first: that of the pass that gives it, of
-    /// the one that gives that pass the value which it hands on, and so forth. Empty where no pass gives it.
-    virtual QStringList sourceClasses(const QString &input) const = 0;
-    /// The samples for each texel of the image that an earlier pass gives to an input; 0 where that is not known.
-    virtual int samples(const QString &input) const = 0;
-};
-
-/// A configuration that a pass accepts and that gives no good picture.
-struct UseRule
-{
-    QString port; ///< Where the finding is shown.
-    QString expected;
-    QString actual;
-    QString remedy;
-    std::function<bool(const PassUse &)> broken;
-};
-
-/// A trait that a pass has in some configurations only.
-struct ConditionalTrait
-{
-    PassTrait trait;
-    std::function<bool(const PassUse &)> holds;
-};
-
-/// What a pass, or one of its strategies, needs of the driver.
-struct DriverNeed
-{
-    QStringList extensions; ///< All of them, as hasGLExtension() takes them.
-    QString without; ///< What the pass does where one is missing.
-    bool vital = false; ///< Without them the pass is of no use.
-};
-
-/// Options by name, converted to their types: enumerations as int, records as QVariantList of QVariantMap.
-using PassOptions = QVariantMap;
-
-/// All that is known of a pass class without constructing it.
-struct KVZ_HOST_EXPORT PassInfo
-{
-    QString className;
-    QString summary; ///< One line.
-    QVector<InputInfo> inputs; ///< In index order.
-    QVector<OutputInfo> outputs; ///< In index order.
-    QVector<OptionInfo> options;
-    PassTraits traits; ///< Those that it has always.
-    QVector<ConditionalTrait> conditionalTraits;
-    QVector<UseRule> rules;
-    QVector<DriverNeed> driverNeeds;
-    QColor clearColor; ///< In force before each start(), in the place of the chain's, where it is valid.
-    /// Above 0: where the driver has all of `driverNeeds`, the pass keeps so many fragments of a frame and loses the rest
-    /// without a word. The chain counts them and says when there were more.
-    qint64 fragmentRoom = 0;
-    /// Makes a pass with these options, all of them known and of the right type, defaults filled in. The context is
-    /// current.
-    std::function<std::unique_ptr<RenderPass>(const PassOptions &)> create;
-    /// In the place of `create`, for a class that can refuse its options with the driver at hand, such as shaders that do
-    /// not compile: null, with the reason in `error`, which may have several lines. Empty: the class has `create` alone.
-    std::function<std::unique_ptr<RenderPass>(const PassOptions &, QString *error)> createChecked;
-    /// Reports options of the right type whose values make no pass. Empty: all values serve.
-    std::function<void(const PassOptions &, QVector<OptionProblem> *problems)> checkOptions;
-    /// Adds the ports that a pass with these options has besides those of its class, and reports options that make none.
-    /// Empty: the class has its ports whatever its options are.
-    std::function<void(const PassOptions &, PassInfo *, QVector<OptionProblem> *problems)> completePorts;
-
-    /// Index by exact name; -1 when there is none.
-    int findInput(const QString &name) const;
-    int findOutput(const QString &name) const;
-    int findOption(const QString &name) const;
-    QStringList inputNames() const;
-    QStringList outputNames() const;
-    QStringList optionNames() const;
-};
+struct ConfiguredPass;
+struct PassInfo;
 
 /// The pass classes that chains are made of, as data. Needs no OpenGL context.
 class KVZ_HOST_EXPORT PassRegistry
 {
 public:
-    /// The classes of libKvzRenderPasses.
+    /// The classes of libKvzRenderPasses and libKvzExtraPasses.
     static const PassRegistry &standard();
 
     /// An empty registry.
@@ -243,11 +28,16 @@ public:
     PassRegistry(const PassRegistry &other);
     PassRegistry &operator=(const PassRegistry &other);
 
-    /// Adds a class in the place of one of the same name.
+    /// Adds a class; one of the same name is replaced.
     void add(const PassInfo &info);
     /// The class of a name; null when it is unknown. Valid until the registry changes.
     const PassInfo *find(const QString &className) const;
-    /// A class as a pass with these options has it, with the ports that they add; null when the class is unknown.
+    /// A pass of a class with options: the class with the ports that they add, the options converted, and what is wrong with
+    /// them. Without `info` when the class is unknown. Relative file names start in `folder`, or in the working directory
+    /// where it is empty.
+    ConfiguredPass configure(
+        const QString &className, const QVariantMap &options, const QString &folder = QString()) const;
+    /// The `info` of that.
     std::shared_ptr<const PassInfo> describe(const QString &className, const QVariantMap &options) const;
     /// All classes, by name.
     QStringList classNames() const;
@@ -255,42 +45,5 @@ public:
 private:
     QVector<std::shared_ptr<const PassInfo>> m_passes;
 };
-
-/// What is wrong with an option.
-struct OptionProblem
-{
-    QString option; ///< Name or path, such as "primitives[2].size".
-    QString expected;
-    QString actual;
-    QString remedy;
-};
-
-/// Converts the options of a pass, fills in defaults, and reports what is wrong. Options with problems are left out, but
-/// for files that are not there. File names become absolute; relative ones start in `folder`, or in the working directory
-/// where it is empty.
-KVZ_HOST_EXPORT PassOptions resolveOptions(const PassInfo &pass, const QVariantMap &given,
-    QVector<OptionProblem> *problems = nullptr, const QString &folder = QString());
-
-/// The names that a person may have meant, nearest first, at most three; empty when none is near. Case does not count, and
-/// neither do the words "Kvz_" and "RenderPass".
-KVZ_HOST_EXPORT QStringList nearestNames(const QString &name, const QStringList &known);
-
-/// Advice about an unknown name: `did you mean "A" or "B"?`; all known names where none is near and they are few;
-/// `otherwise` where they are many, and where there are none.
-KVZ_HOST_EXPORT QString nearestNamesAdvice(
-    const QString &name, const QStringList &known, const QString &otherwise = QString());
-
-/// The same to put behind a message: "; " and the advice, or nothing where there is none.
-KVZ_HOST_EXPORT QString nearestNamesHint(
-    const QString &name, const QStringList &known, const QString &otherwise = QString());
-
-/// Names of the enumerators, as messages and `kvz passes` show them.
-KVZ_HOST_EXPORT QString toString(TextureKind kind);
-KVZ_HOST_EXPORT QString toString(TextureDisplay display);
-KVZ_HOST_EXPORT QString toString(ColourSpace space);
-KVZ_HOST_EXPORT QString toString(Multisampling multisampling);
-KVZ_HOST_EXPORT QStringList toStringList(PassTraits traits);
-/// The name of a GL internal format, such as "GL_RGBA16F"; its number in hexadecimal for one that no pass uses.
-KVZ_HOST_EXPORT QString formatName(unsigned int internalFormat);
 
 } // namespace Velmora::Kvz

@@ -2,7 +2,8 @@
 #pragma once
 
 #include <Chain/ChainDescription.h>
-#include <Chain/ChainValidation.h>
+#include <Chain/ChainFinding.h>
+#include <Chain/ChainResults.h>
 #include <Chain/FrameValues.h>
 #include <Chain/PassRegistry.h>
 #include <Host/Export.h>
@@ -12,11 +13,11 @@
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
 #include <QtCore/QVector>
-#include <QtGui/QColor>
-#include <QtGui/QImage>
 #include <QtGui/QMatrix4x4>
 
 #include <memory>
+
+class QColor;
 
 namespace Velmora::Kvz {
 
@@ -51,9 +52,14 @@ class Texture;
 ///
 /// **Contexts.** Passes are made in the first frame and belong to the context that is current then. When that context's end
 /// is announced, or its QOpenGLContext is destroyed while it is current, they are torn down. In another context the chain
-/// makes them anew, with their values and options. Use one chain for each context.
+/// makes new ones, with their values and options. Use one chain for each context.
 ///
-/// All operations run on the thread of the context; those marked so need it current.
+/// **Programs.** Passes say nothing of a shader that the driver refuses, and go on without it. A frame in which a pass built
+/// or used such a program is rendered to its end, but its picture is wrong: renderFrame() returns false for it and for each
+/// further one in which the pass still uses the program, and errorString() has the pass and the driver's words. The log has
+/// them once. Programs that failed before the frame, and outside of the chain, do not count.
+///
+/// All operations run on the thread of the context; whether they need it current is said with each.
 class KVZ_HOST_EXPORT RenderChain
 {
 public:
@@ -62,8 +68,8 @@ public:
     /// Deletes the passes; with their context current, their GL objects too.
     ~RenderChain();
 
-    /// Takes a chain in the place of the present one. False when it has errors: errorString() is the first one,
-    /// findings() has all, renderFrame() refuses. Passes that both chains have, by name, class and options, live on.
+    /// Replaces the chain. False when the new one has errors: errorString() is the first one, findings() has all, and
+    /// renderFrame() refuses. Passes that both chains have, by name, class and options, live on.
     bool setDescription(const ChainDescription &description);
     /// The chain with all changes made since: what a file would hold.
     const ChainDescription &description() const;
@@ -75,7 +81,9 @@ public:
 
     /// \name Changes to the chain
     /// Each returns false, with errorString(), for a pass or port that does not exist, a value that does not convert, and a
-    /// change that brings the chain a new error; nothing changes then.
+    /// change that brings the chain a new error; nothing changes then. A change resolves the chain again, except for a new
+    /// value of an input that has one set already, if no finding and no source depends on it: that is cheap enough for each
+    /// frame.
     /// @{
     /// Sets a value that stays in force until clearValue(); an invalid one says "null".
     bool setValue(const QString &pass, const QString &port, const QVariant &value);
@@ -84,7 +92,7 @@ public:
     /// Connects an input explicitly, until disconnect().
     bool connect(const QString &pass, const QString &port, const ChainSource &source);
     bool disconnect(const QString &pass, const QString &port);
-    /// Sets a construction option; the pass is made anew in the next frame.
+    /// Sets a construction option; the pass is made again in the next frame.
     bool setOption(const QString &pass, const QString &option, const QVariant &value);
     /// Publishes an output under a name.
     bool addExport(const QString &name, const ChainOutput &output);
@@ -111,8 +119,9 @@ public:
 
     /// Renders one frame; needs a current context. False, with errorString(), and with nothing rendered: without a context,
     /// for a chain with errors, for a viewport of the frame or of an enabled pass that is missing, empty or beyond the
-    /// driver's limit, and for a pass that cannot be made. A pass that misses a required input is skipped. That, and a
-    /// failure that a pass reports, is said once in the log.
+    /// driver's limit, and for a pass that cannot be made. False, with errorString(), and rendered wrong: when the driver
+    /// refuses a program of a pass. A pass that misses a required input is skipped. That, and a failure that a pass reports,
+    /// is said once in the log.
     bool renderFrame();
 
     /// \name Shader files
@@ -120,12 +129,12 @@ public:
     /// The files that passes of this chain have shaders from, as absolute paths: those that options name, and what these
     /// include. Needs no context.
     QStringList shaderFiles() const;
-    /// Makes the passes with shader files anew, as the files are now; needs a current context. False, with errorString(),
-    /// when one of them is gone or does not compile: then all passes stay and work on as they are.
+    /// Makes the passes with shader files again, from the files as they are now; needs a current context. False, with
+    /// errorString(), when one of them is gone or does not compile: then all passes stay and work on as they are.
     bool reloadShaders();
     /// @}
 
-    /// Deletes the passes with their GL objects; the next frame makes them anew. Call it with the context current.
+    /// Deletes the passes with their GL objects; the next frame makes new ones. Call it with the context current.
     void releaseContext();
 
     /// \name Results
@@ -136,32 +145,16 @@ public:
     /// Gives the exported textures back to the pool before the next frame does.
     void releaseExports();
 
-    /// A picture of one output.
-    struct Capture
-    {
-        QString pass;
-        QString port;
-        QImage image; ///< As captureTexture() gives it; null when the output held no picture.
-    };
+    using Capture = PassCapture;
     /// Asks for a picture of an output in the next frame, taken right after its pass ran. False as for changes to the chain,
     /// and for a port that holds neither a texture nor shadow map data, whose layers become a contact sheet.
     bool requestCapture(const ChainOutput &output);
-    /// Asks for pictures of all such outputs of all enabled passes in the next frame, but those that are hidden.
+    /// Asks for pictures of all such outputs of all enabled passes in the next frame, except hidden ones.
     void requestAllCaptures();
     /// The pictures of the last frame, which the chain then forgets.
     QVector<Capture> takeCaptures();
 
-    /// Times of one pass in milliseconds. Means are over all frames since resetTimings().
-    struct PassTiming
-    {
-        QString pass;
-        int frames = 0; ///< Frames with a CPU time.
-        double cpuLast = 0;
-        double cpuMean = 0;
-        int gpuFrames = 0; ///< Frames with a GPU time; 0 when the driver has no timer.
-        double gpuLast = 0;
-        double gpuMean = 0;
-    };
+    using PassTiming = Velmora::Kvz::PassTiming;
     /// Whether passes are timed. GPU times come from timestamps, read frames later without a stall.
     void setTimingEnabled(bool enabled);
     bool isTimingEnabled() const;
@@ -175,7 +168,7 @@ public:
     /// The colour that clears use; transparent black from the start.
     void setClearColor(const QColor &color);
     /// Whether the state found before the first pass comes back after the last: bindings, masks, tests, blending, viewport
-    /// and what else the baseline sets. Off from the start.
+    /// and everything else that the baseline sets. Off from the start.
     void setRestoresState(bool restores);
 
     /// Where an input takes its value at present.
@@ -183,6 +176,7 @@ public:
     {
         enum class Kind { Default, Value, Output, Previous, FrameValue };
         Kind kind = Kind::Default;
+        bool isExplicit = false; ///< The chain names the connection, also one to nothing.
         QString pass; ///< Of Output and Previous.
         QString port; ///< Of Output, Previous and FrameValue.
     };

@@ -18,6 +18,7 @@ struct ProgramFailure
 /// those that come after them are dropped until the next call. Empty with no current context.
 ///
 /// A program counts once for each ShaderProgram::compile(): one that did not compile does not count again when it is linked.
+/// It does count again each time that it is bound, so that a frame that draws with it can be told from one that does not.
 /// Passes ignore what compile() and link() return, so this is how a host learns of a shader that the driver refused. Code
 /// that tries a program which may well fail takes its failure from here, so that nobody else reports it.
 KVZ_GL_EXPORT QVector<ProgramFailure> takeProgramFailures();

@@ -2,7 +2,7 @@
 #include <Chain/ChainDescription.h>
 
 #include <Chain/ChainValue.h>
-#include <Chain/PassRegistry.h>
+#include <Chain/NearestNames.h>
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>

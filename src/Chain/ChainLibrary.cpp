@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <Chain/ChainLibrary.h>
 
+#include <Chain/NearestNames.h>
+#include <Chain/PassInfo.h>
 #include <Chain/PassRegistry.h>
 
 #include <QtCore/QDir>

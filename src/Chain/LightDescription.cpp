@@ -3,7 +3,7 @@
 
 #include <Host/NumberList.h>
 
-#include <Chain/PassRegistry.h>
+#include <Chain/NearestNames.h>
 
 #include <QtCore/QStringList>
 #include <QtCore/QVector>

@@ -529,6 +529,9 @@ void ShaderProgram::bind()
     glGetIntegerv(GL_CURRENT_PROGRAM, &previous);
     m_saved.append(previous);
     glUseProgram(m_linked ? m_name : 0);
+    // Whoever goes on with a failed program gets nothing drawn, so each use counts again.
+    if (!m_linked && m_isFailureKept)
+        addProgramFailure(m_log);
 }
 
 void ShaderProgram::unbind()

@@ -2,6 +2,7 @@
 // Pass classes made up for a test: their ports are data, their work is a function.
 #pragma once
 
+#include <Chain/PassInfo.h>
 #include <Chain/PassRegistry.h>
 #include <Core/RenderPassHelper.h>
 #include <GL/Texture.h>

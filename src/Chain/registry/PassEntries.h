@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <Chain/PassRegistry.h>
+#include <Chain/PassInfo.h>
 
 #include <QtGui/QColor>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <Chain/InputValue.h>
 #include <Chain/registry/PassEntries.h>
-
 #include <GL/ShaderPreprocessor.h>
 #include <GL/ShaderProgram.h>
 #include <RenderPasses/ShaderRenderPass.h>
@@ -98,7 +98,9 @@ public:
             return;
         InputInfo port = input(type, name, record);
         const QVariant value = record[QStringLiteral("value")];
-        if (!convertValue(value, type, &port.defaultValue)) {
+        const InputValue read = readInputValue(port, value, QString());
+        port.defaultValue = read.value;
+        if (read.problem != InputValue::Problem::None) {
             const QString form = writtenForm(type);
             m_problems->append({place + QStringLiteral(".value"), form.isEmpty() ? QStringLiteral("no value") : form,
                 describeValue(value), QStringLiteral("the input is of type %1").arg(typeName(type))});

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QString>
+#include <QtGui/QImage>
+
+namespace Velmora::Kvz {
+
+/// A picture of one output of a pass.
+struct PassCapture
+{
+    QString pass;
+    QString port;
+    QImage image; ///< As captureTexture() gives it; null when the output held no picture.
+};
+
+/// Times of one pass in milliseconds. Means are over all frames since they were reset.
+struct PassTiming
+{
+    QString pass;
+    int frames = 0; ///< Frames with a CPU time.
+    double cpuLast = 0;
+    double cpuMean = 0;
+    int gpuFrames = 0; ///< Frames with a GPU time; 0 when the driver has no timer.
+    double gpuLast = 0;
+    double gpuMean = 0;
+};
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,252 @@
+// SPDX-License-Identifier: MIT
+#include <Chain/running/FrameRunner.h>
+
+#include <Chain/running/FrameResults.h>
+#include <Chain/running/FrameTimes.h>
+#include <Chain/running/FrameValueTable.h>
+#include <Chain/running/ObjectIn.h>
+#include <Chain/running/SlotList.h>
+#include <Chain/running/TextureReferences.h>
+#include <Core/Log.h>
+#include <Core/RenderPass.h>
+#include <GL/DrawBuffers.h>
+#include <GL/GLErrors.h>
+#include <GL/Texture.h>
+#include <GL/TextureManager.h>
+#include <Host/GLState.h>
+#include <Scene/GPUModel.h>
+
+#include <QtCore/QRect>
+#include <QtCore/QVarLengthArray>
+
+#include <epoxy/gl.h>
+
+#include <algorithm>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+/// A debug group for a scope, where the driver has them.
+class DebugGroup
+{
+public:
+    DebugGroup(bool isSupported, const QByteArray &label)
+        : m_isSupported(isSupported)
+    {
+        if (m_isSupported)
+            glPushDebugGroup(GL_DEBUG_SOURCE_APPLICATION, 0, label.size(), label.constData());
+    }
+    ~DebugGroup()
+    {
+        if (m_isSupported)
+            glPopDebugGroup();
+    }
+
+private:
+    Q_DISABLE_COPY(DebugGroup)
+
+    bool m_isSupported;
+};
+
+bool isMissing(const QVariant &value, ValueType type)
+{
+    switch (type) {
+    case ValueType::Texture:
+        return !objectIn<Texture>(value);
+    case ValueType::Model:
+        return !value.value<GPUModel *>();
+    case ValueType::DrawBuffers: {
+        if (value.userType() != QMetaType::QVariantList)
+            return !objectIn<DrawBuffers>(value);
+        const QVariantList list = value.toList();
+        return std::any_of(
+            list.begin(), list.end(), [](const QVariant &element) { return !objectIn<DrawBuffers>(element); });
+    }
+    default:
+        return !value.isValid();
+    }
+}
+
+/// The line of a log that says what is wrong: the first that speaks of an error, else the first of all.
+QString decisiveLine(const QString &log)
+{
+    const QStringList lines = log.split(QLatin1Char('\n'));
+    const auto error = std::find_if(lines.begin(), lines.end(),
+        [](const QString &line) { return line.contains(QLatin1String("error"), Qt::CaseInsensitive); });
+    const auto any =
+        std::find_if(lines.begin(), lines.end(), [](const QString &line) { return !line.trimmed().isEmpty(); });
+    const auto decisive = error != lines.end() ? error : any;
+    return decisive == lines.end() ? QStringLiteral("without a word") : decisive->trimmed();
+}
+
+} // namespace
+
+void FrameRunner::enterContext()
+{
+    m_hasDebugGroups = epoxy_gl_version() >= 43 || epoxy_has_gl_extension("GL_KHR_debug");
+}
+
+void FrameRunner::beginFrame(const QSize &size)
+{
+    m_manager = TextureManager::Instance();
+    m_results->beginFrame();
+    if (size != m_lastSize)
+        m_manager->deleteUnusedTempTextures();
+    m_lastSize = size;
+    m_size = size;
+    m_refusal.clear();
+    ++m_frame;
+}
+
+void FrameRunner::beginPasses() const
+{
+    for (const auto &slot : *m_slots) {
+        if (!slot->choosesObject())
+            slot->active->beginFrame(nullptr);
+    }
+}
+
+void FrameRunner::runPasses()
+{
+    for (int i = 0; i < m_slots->size(); ++i)
+        run(&(*m_slots)[i], i);
+    m_manager->setHolderLabel(QString());
+}
+
+void FrameRunner::run(PassSlot *slot, int index)
+{
+    m_times->beginPass();
+    m_results->markCaptures(slot);
+    for (const auto &habit : slot->habits)
+        habit->prepare(&m_slots->objects(), m_frame);
+
+    applyBaselineState(viewportOf(*slot), slot->info->clearColor.isValid() ? slot->info->clearColor : m_clearColor);
+    m_manager->setHolderLabel(slot->name);
+    TextureReferences references(m_manager);
+    const InputInfo *missing = setInputs(slot, &references);
+    if (slot->enabled && missing && !slot->saidMissing) {
+        slot->saidMissing = true;
+        KVZ_WARNING(QStringLiteral("pass \"%1\" is skipped: %2 is null").arg(slot->name, missing->name));
+    }
+    start(slot, index, slot->enabled && !missing);
+    reportFailure(slot);
+    reportRefusals(slot);
+    references.balance(*slot);
+    m_times->endPass(slot);
+    m_results->capture(slot);
+}
+
+/// Gives a pass its inputs and the numbers of its users. A required input that is missing comes back.
+const InputInfo *FrameRunner::setInputs(PassSlot *slot, TextureReferences *references) const
+{
+    const InputInfo *missing = nullptr;
+    for (int i = 0; i < int(slot->inputs.size()); ++i) {
+        const SlotInput &input = slot->inputs[size_t(i)];
+        QVariant value = slot->inputValue(i);
+        for (const auto &habit : slot->habits)
+            value = habit->adjusted(i, value);
+        if (input.info->required && isMissing(value, input.info->type))
+            missing = input.info;
+        if (input.info->type == ValueType::Texture) {
+            if (Texture *texture = objectIn<Texture>(value))
+                references->hold(texture, input.producer);
+        }
+        slot->active->setInput(i, value);
+    }
+    for (size_t i = 0; i < slot->outputs.size(); ++i)
+        slot->active->setNumOutputUsers(int(i), slot->outputs[i].references());
+    return missing;
+}
+
+/// Starts or skips a pass.
+void FrameRunner::start(PassSlot *slot, int index, bool runs) const
+{
+    m_times->beginSpan(index);
+    {
+        const DebugGroup group(m_hasDebugGroups, slot->label);
+        if (runs) {
+            for (const auto &habit : slot->habits)
+                habit->beforeStart();
+            slot->active->start(nullptr);
+            for (const auto &habit : slot->habits)
+                habit->afterStart();
+        } else {
+            slot->active->skip(nullptr);
+        }
+    }
+    m_times->endSpan(index);
+}
+
+QSize FrameRunner::viewportOf(const PassSlot &slot) const
+{
+    if (slot.viewportInput < 0)
+        return m_size;
+    const QRect viewport = slot.inputValue(slot.viewportInput).toRect();
+    return viewport.isValid() ? viewport.size() : m_size;
+}
+
+/// Says that a pass reports a failure, once for each pass, and clears it for the next frame.
+void FrameRunner::reportFailure(PassSlot *slot)
+{
+    const unsigned int code = slot->active->errorCode();
+    if (code == 0)
+        return;
+    slot->active->clearErrorCode();
+    if (slot->saidFailed)
+        return;
+    slot->saidFailed = true;
+    // Where memory ran out, that is the reason.
+    const bool noMemory = takeGLErrors() == GL_OUT_OF_MEMORY;
+    const QString reason =
+        noMemory ? QStringLiteral("out of graphics memory") : QStringLiteral("error code 0x%1").arg(code, 0, 16);
+    KVZ_WARNING(QStringLiteral("pass \"%1\" failed: %2").arg(slot->name, reason));
+}
+
+/// Says that the driver refuses programs that a pass built or used in this frame, once until it says something else.
+void FrameRunner::reportRefusals(PassSlot *slot)
+{
+    slot->refusals += takeRefusals();
+    if (slot->refusals.isEmpty())
+        return;
+    const QString log = slot->refusals.first().trimmed();
+    slot->refusals.clear();
+    const QString line =
+        QStringLiteral("pass \"%1\": the driver refuses a program: %2").arg(slot->name, decisiveLine(log));
+    if (m_refusal.isEmpty())
+        m_refusal = log.contains(QLatin1Char('\n')) ? line + QLatin1Char('\n') + log : line;
+    if (slot->saidRefusal == line)
+        return;
+    slot->saidRefusal = line;
+    KVZ_WARNING(line);
+}
+
+void FrameRunner::endPasses(const FrameValueTable &values) const
+{
+    for (const auto &slot : *m_slots) {
+        for (size_t i = 0; i < slot->outputs.size(); ++i) {
+            if (slot->outputs[i].isKept)
+                slot->outputs[i].previous = slot->active->output(int(i));
+        }
+        slot->active->endFrame(nullptr);
+    }
+
+    QVarLengthArray<GPUModel *, 4> models;
+    const auto addModel = [&](const QVariant &value) {
+        GPUModel *model = value.userType() == qMetaTypeId<GPUModel *>() ? value.value<GPUModel *>() : nullptr;
+        if (model && !models.contains(model))
+            models.append(model);
+    };
+    for (const auto &value : values.all())
+        addModel(value.second);
+    for (const auto &slot : *m_slots) {
+        for (const SlotInput &input : slot->inputs) {
+            if (input.value)
+                addModel(*input.value);
+        }
+    }
+    for (GPUModel *model : models)
+        model->advanceFrame();
+}
+
+} // namespace Velmora::Kvz

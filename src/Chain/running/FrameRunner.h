@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QSize>
+#include <QtCore/QString>
+#include <QtGui/QColor>
+
+namespace Velmora::Kvz {
+
+class FrameResults;
+class FrameTimes;
+class FrameValueTable;
+struct InputInfo;
+struct PassSlot;
+class SlotList;
+class TextureManager;
+class TextureReferences;
+
+/// Runs the passes of one frame after the other: the state that each finds, what it is given, and what it leaves.
+class FrameRunner
+{
+public:
+    /// All must live as long as this.
+    FrameRunner(SlotList *slots, FrameResults *results, FrameTimes *times)
+        : m_slots(slots),
+          m_results(results),
+          m_times(times)
+    { }
+
+    void setClearColor(const QColor &color) { m_clearColor = color; }
+    /// What the driver of a new context has.
+    void enterContext();
+    void leaveContext() { m_lastSize = QSize(); }
+
+    /// \name The steps of a frame, in order
+    /// @{
+    void beginFrame(const QSize &size);
+    /// Begins the frame for the passes.
+    void beginPasses() const;
+    void runPasses();
+    /// Ends it for the passes, and for the models that they drew.
+    void endPasses(const FrameValueTable &values) const;
+    /// @}
+
+    /// What the driver says of the first program that it refused in this frame; empty when there was none.
+    const QString &refusal() const { return m_refusal; }
+
+private:
+    void run(PassSlot *slot, int index);
+    const InputInfo *setInputs(PassSlot *slot, TextureReferences *references) const;
+    void start(PassSlot *slot, int index, bool runs) const;
+    QSize viewportOf(const PassSlot &slot) const;
+    static void reportFailure(PassSlot *slot);
+    void reportRefusals(PassSlot *slot);
+
+    SlotList *m_slots;
+    FrameResults *m_results;
+    FrameTimes *m_times;
+    QColor m_clearColor{0, 0, 0, 0};
+    bool m_hasDebugGroups = false;
+    QSize m_lastSize;
+    QSize m_size;
+    quint64 m_frame = 0;
+    TextureManager *m_manager = nullptr; ///< Of the frame that runs.
+    QString m_refusal;
+};
+
+} // namespace Velmora::Kvz

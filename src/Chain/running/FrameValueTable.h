@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <Chain/LightDescription.h>
+#include <Scene/ShadowMapManager.h>
+
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+#include <QtCore/QVariant>
+
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace Velmora::Kvz {
+
+/// The values that a host gives for the frame, and those that follow from them: the bounds of its model, and the lights of
+/// the chain, placed around the bounds.
+class FrameValueTable
+{
+public:
+    /// An invalid value takes the name away. Bounds and lights that the host sets follow nothing until it takes them away.
+    void set(const QString &name, const QVariant &value);
+    /// Lights for frames whose host sets none.
+    void setChainLights(const std::vector<LightDescription> &lights);
+    /// Reads the bounds of the model again, unless the host set some.
+    void updateBounds();
+
+    /// Null for a name that is not set. The pointer holds until the name goes away.
+    const QVariant *find(const QString &name) const;
+    QVariant value(const QString &name) const;
+    QStringList names() const;
+    /// The names that count as given: the standard ones, and what is set besides.
+    QStringList grantedNames() const;
+    const std::map<QString, QVariant> &all() const { return m_values; }
+
+    /// Grows when a name comes or goes.
+    quint64 namesRevision() const { return m_namesRevision; }
+    /// Grows when a value is set or goes.
+    quint64 valuesRevision() const { return m_valuesRevision; }
+
+private:
+    void store(const QString &name, const QVariant &value);
+    void followModel();
+    void placeLights();
+
+    std::map<QString, QVariant> m_values; ///< A map, since inputs point to its values.
+    bool m_boundsFollowModel = true;
+    bool m_lightsFollowChain = true;
+    std::vector<LightDescription> m_described;
+    std::vector<std::unique_ptr<ShadowMapManager::Light>> m_lights; ///< Parallel to those, at their places.
+    quint64 m_namesRevision = 0;
+    quint64 m_valuesRevision = 0;
+};
+
+} // namespace Velmora::Kvz
