@@ -13,7 +13,7 @@ struct KVZ_HOST_EXPORT ChainFinding
 {
     enum class Severity {
         Error, ///< The chain cannot run, or cannot give a right picture.
-        Warning ///< It runs, and the picture may not be what was meant.
+        Warning ///< It runs, and the picture is likely not what was wanted.
     };
     enum class Code {
         EmptyChain,

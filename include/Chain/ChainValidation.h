@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <Chain/ChainDescription.h>
 #include <Chain/ChainFinding.h>
 #include <Chain/FrameValues.h>
 #include <Chain/PassRegistry.h>
@@ -12,7 +13,6 @@
 
 namespace Velmora::Kvz {
 
-struct ChainDescription;
 class ResolvedChain;
 
 /// ResolvedChain::findings() of a chain, for who asks nothing else of it. Checks a chain without an OpenGL context and without constructing a pass. Errors come first, then warnings; each group

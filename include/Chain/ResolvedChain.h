@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <Chain/ChainDescription.h>
 #include <Chain/ChainFinding.h>
 #include <Chain/FrameValues.h>
 #include <Chain/PassRegistry.h>
@@ -14,7 +15,6 @@
 
 namespace Velmora::Kvz {
 
-struct ChainDescription;
 struct InputValue;
 class ResolvedPasses;
 

@@ -7,6 +7,7 @@
 #include "support/Samples.h"
 
 #include <Chain/ChainLibrary.h>
+#include <Chain/ChainValidation.h>
 #include <Chain/RenderChain.h>
 #include <ExtraPasses/SubsampleTable.h>
 #include <GL/TextureManager.h>

@@ -413,7 +413,7 @@ TEST(ChainValidationTest, anImageThatIsDrawnIntoMustHaveNoOtherLaterReader)
     EXPECT_EQ(finding.code, Code::SharedDrawTarget);
     EXPECT_EQ(finding.pass, QStringLiteral("p"));
     EXPECT_EQ(finding.severity, Severity::Warning);
-    // What the painter hands on is meant to be read, and who read before it saw the image as it was.
+    // What the painter hands on is there to be read, and who read before it saw the image as it was.
     EXPECT_CLEAN({pass("s", "Source"), pass("p", "Painter"), pass("f", "Filter")});
     EXPECT_CLEAN(
         {pass("s", "Source"), pass("f", "Filter"), connected(pass("p", "Painter"), frame, "s.Kvz_KvzTexture*_Frame")});

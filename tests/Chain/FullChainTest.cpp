@@ -8,6 +8,7 @@
 #include "support/VisibilityLists.h"
 
 #include <Chain/ChainLibrary.h>
+#include <Chain/ChainValidation.h>
 #include <Chain/LightDescription.h>
 #include <GL/GLStatistics.h>
 
@@ -133,7 +134,7 @@ TEST_F(FullChainTest, jittersWhatIsDrawnAndNothingElse)
         EXPECT_EQ(source.kind, Kind::Output) << pass;
         EXPECT_EQ(source.pass, QStringLiteral("jitter")) << pass;
     }
-    // Maps that trembled would give trembling shadows; a mean that looked at the jitter would begin anew in each frame.
+    // Maps that trembled would give trembling shadows; a mean that looked at the jitter would start again in each frame.
     for (const char *const pass : {"jitter", "maps", "accumulate"})
         EXPECT_EQ(chain->chain.inputSource(QString::fromUtf8(pass), projection).kind, Kind::FrameValue) << pass;
     const ChainDescription description = chain->chain.description();
@@ -281,7 +282,7 @@ TEST_F(FullChainTest, framesOfAStillViewSettleOnTheirMean)
         EXPECT_TRUE(chain->chain.setValue(QStringLiteral("maps"), QStringLiteral("Kvz_bool_Dirty"), false));
         return chain;
     };
-    // The truth: 8 by 8 places in each pixel, by projections that are set in the place of the jitter's.
+    // The truth: 8 by 8 places in each pixel, by projections that are set instead of the jitter's.
     Image truth(small.width(), small.height());
     {
         const auto chain = makeStill();

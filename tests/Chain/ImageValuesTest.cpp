@@ -228,7 +228,24 @@ TEST_F(ImageValuesTest, aRunningChainRefusesAPathWithoutAnImage)
             .arg(folder.path("missing.png")));
     EXPECT_EQ(chain.description().passes[0].values[texturePath], QVariant(folder.path("a.png")));
     EXPECT_TRUE(chain.setValue("loader", texturePath, write("b.png", 4, 4))) << qPrintable(chain.errorString());
+    const QString grey = write("grey.png", 4, 4, QImage::Format_Grayscale8);
+    EXPECT_FALSE(chain.setValue("loader", texturePath, grey));
+    EXPECT_TRUE(chain.errorString().contains("would come out scrambled")) << qPrintable(chain.errorString());
+    EXPECT_EQ(chain.description().passes[0].values[texturePath], QVariant(folder.path("b.png")));
     EXPECT_TRUE(chain.setValue("loader", texturePath, QString())) << "no path is no fault";
+}
+
+TEST_F(ImageValuesTest, aRunningChainRefusesAFaceOfAnotherSize)
+{
+    QStringList paths;
+    for (int face = 0; face < 6; ++face)
+        paths.append(write(QStringLiteral("%1.png").arg(face), 4, 4));
+    RenderChain chain;
+    ASSERT_TRUE(chain.setDescription(cubeOf(paths))) << qPrintable(chain.errorString());
+    EXPECT_FALSE(chain.setValue("loader", facePorts()[3], write("large.png", 8, 8)));
+    EXPECT_TRUE(chain.errorString().contains("give all faces one size")) << qPrintable(chain.errorString());
+    EXPECT_EQ(chain.description().passes[0].values[facePorts()[3]], QVariant(paths[3]));
+    EXPECT_FALSE(hasErrors(chain.findings()));
 }
 
 TEST_F(ImageValuesTest, wiringOfSurroundingsIsChecked)

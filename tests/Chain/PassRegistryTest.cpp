@@ -3,6 +3,8 @@
 #include "support/GLTest.h"
 #include "support/PortListing.h"
 
+#include <Chain/NearestNames.h>
+#include <Chain/PassOptions.h>
 #include <Chain/PassRegistry.h>
 #include <Core/RenderPass.h>
 #include <GL/DrawBuffers.h>

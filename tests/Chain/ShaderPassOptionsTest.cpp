@@ -4,6 +4,7 @@
 
 #include <Chain/ChainLibrary.h>
 #include <Chain/ChainValidation.h>
+#include <Chain/PassInfo.h>
 #include <Chain/RenderChain.h>
 
 #include <QtGui/QColor>

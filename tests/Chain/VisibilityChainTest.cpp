@@ -10,6 +10,7 @@
 
 #include <Chain/ChainLibrary.h>
 #include <Chain/ChainValidation.h>
+#include <Chain/PassInfo.h>
 #include <Chain/RenderChain.h>
 #include <ExtraPasses/VisibilityOcclusionRenderPass.h>
 #include <GL/FramebufferObject.h>
@@ -406,7 +407,7 @@ TEST_F(VisibilityChainListsTest, saysOnceThatFragmentsFoundNoRoom)
             << qPrintable(lines[0]);
         EXPECT_TRUE(lines[0].contains(QStringLiteral("room for 1000"))) << qPrintable(lines[0]);
 
-        // Once they fit, it can happen anew.
+        // Once they fit, it can happen again.
         chain.setViewport(QRect(0, 0, 16, 12));
         for (int i = 0; i < 6; ++i) {
             ASSERT_TRUE(chain.renderFrame());

@@ -4,6 +4,7 @@
 #include "support/TemporaryFolder.h"
 
 #include <Chain/ChainLibrary.h>
+#include <Chain/PassInfo.h>
 #include <Chain/PassRegistry.h>
 
 #include <QtCore/QJsonDocument>

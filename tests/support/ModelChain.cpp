@@ -2,6 +2,7 @@
 #include "ModelChain.h"
 
 #include <Chain/ChainLibrary.h>
+#include <Chain/ChainValidation.h>
 #include <Chain/FrameValues.h>
 #include <GL/GLStatistics.h>
 #include <GL/TextureManager.h>
