@@ -7,6 +7,7 @@
 #include <RenderPasses/ShadowMapRenderPass.h>
 #include <RenderPasses/ShadowMapRenderPass2.h>
 #include <Scene/GPUModelBuilder.h>
+#include <Scene/ShadowMapManager.h>
 
 #include <QtCore/QSize>
 #include <QtCore/QVariantList>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <Chain/PassInfo.h>
 #include <Chain/PassRegistry.h>
 #include <GL/ShaderProgram.h>
 #include <RenderPasses/ModelRenderPass.h>

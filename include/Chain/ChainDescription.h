@@ -47,7 +47,7 @@ struct KVZ_HOST_EXPORT ChainSource
 
     /// The written form.
     QString toString() const;
-    /// Reads the written form. False, with `source` untouched, for text that is none.
+    /// Reads the written form. False, with `source` untouched, for text in no such form.
     static bool fromString(const QString &text, ChainSource *source);
 
     bool operator==(const ChainSource &other) const;
@@ -85,8 +85,8 @@ struct KVZ_HOST_EXPORT ChainPass
 /// ```
 ///
 /// `"lights": ["directional:30,60", "spot:-60,40:cone=30"]` gives the chain lights; LightDescription says how they are
-/// written. A pass may also have "enabled" (true unless said) and "options". "name" of a pass may be left out where its class comes
-/// once: the class name stands for it. Whether names and types are right is for validateChain() to say.
+/// written. A pass may also have "enabled" (true unless said) and "options". "name" of a pass may be left out if its
+/// class occurs once: it is then the class name. validateChain() says whether names and types are right.
 struct KVZ_HOST_EXPORT ChainDescription
 {
     QString name;
@@ -94,15 +94,15 @@ struct KVZ_HOST_EXPORT ChainDescription
     QVector<ChainPass> passes; ///< In the order in which they run.
     std::vector<LightDescription> lights; ///< The frame's lights unless the host sets others.
     QMap<QString, ChainOutput> exports; ///< Outputs that the host reads after a frame, by a name of its choice.
-    /// Where relative names of files in options and values start; empty: in the working directory. loadChain() sets it. It is no part
-    /// of what a file holds, so neither toJson() nor a comparison sees it.
+    /// Where relative names of files in options and values start; empty: in the working directory. loadChain() sets it. It is not
+    /// part of a chain file, so toJson() and comparisons leave it out.
     QString folder;
 
     /// Index of a pass by name; -1 when there is none.
     int findPass(const QString &passName) const;
     QStringList passNames() const;
 
-    /// Reads a chain. False, with `chain` untouched, for text that is no JSON (`error` then says line and column) and for a
+    /// Reads a chain. False, with `chain` untouched, for text that is not JSON (`error` then says line and column) and for a
     /// wrong structure (`error` then names the place, such as "passes[2].options").
     static bool fromJson(const QByteArray &json, ChainDescription *chain, QString *error);
     /// The chain as indented JSON. Values that are objects cannot be written and are left out.

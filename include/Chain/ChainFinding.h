@@ -12,7 +12,7 @@ namespace Velmora::Kvz {
 struct KVZ_HOST_EXPORT ChainFinding
 {
     enum class Severity {
-        Error, ///< The chain cannot run, or cannot give a right picture.
+        Error, ///< The chain cannot run, or its picture cannot be right.
         Warning ///< It runs, and the picture is likely not what was wanted.
     };
     enum class Code {

@@ -13,13 +13,13 @@ namespace Velmora::Kvz {
 /// Names of the ready chains that this library carries.
 KVZ_HOST_EXPORT QStringList readyChainNames();
 
-/// Loads a ready chain by name, or a chain file by path: what has a directory or ends in ".json" is a path. False, with one
-/// line in `error`, for an unknown name (the nearest ones are offered), a file that cannot be read, and a file that is no
+/// Loads a ready chain by name, or a chain file by path: a name with a directory or ending in ".json" is a path. False, with one
+/// line in `error`, for an unknown name (the nearest ones are offered), a file that cannot be read, and a file that is not a
 /// chain. Files that its options and values name are looked for from its own folder.
 KVZ_HOST_EXPORT bool loadChain(const QString &nameOrFile, ChainDescription *chain, QString *error);
 
-/// The chain as it is to be written in another folder: relative names of files in its options and values lead from there
-/// to where they led.
+/// The chain as it must be written in another folder: relative file names in its options and values lead to the same files
+/// from there.
 KVZ_HOST_EXPORT ChainDescription movedToFolder(
     ChainDescription chain, const QString &folder, const PassRegistry &registry = PassRegistry::standard());
 

@@ -22,7 +22,7 @@ enum class ValueType {
     Vector2D,
     Vector3D,
     Matrix4x4,
-    Variant, ///< a bag that the pass looks into itself
+    Variant, ///< anything; the pass looks at the type itself
     Texture, ///< Texture *
     DrawBuffers, ///< DrawBuffers *, or a QVariantList of them
     Model, ///< GPUModel *
@@ -43,20 +43,20 @@ KVZ_HOST_EXPORT QString typeName(ValueType type);
 KVZ_HOST_EXPORT bool isPlain(ValueType type);
 
 /// Whether an output of type `from` may feed an input of type `to`: equal types, numbers among themselves, a rectangle
-/// where a list of them is taken, and anything to or from a bag.
+/// where a list of them is taken, and anything to or from Variant.
 KVZ_HOST_EXPORT bool canFeed(ValueType from, ValueType to);
 
-/// The type that the name of a port says, such as Rect for "Kvz_QRect_Viewport". False for a name outside that grammar.
+/// The type that the name of a port says, such as Rect for "Kvz_QRect_Viewport". False for a name that does not follow the pattern.
 KVZ_HOST_EXPORT bool typeFromPortName(const QString &port, ValueType *type);
 
 /// How a value of this type is written in a chain file, such as "[x, y, width, height]"; empty for types that are not
 /// plain.
 KVZ_HOST_EXPORT QString writtenForm(ValueType type);
 
-/// Whether a ShaderFile is the text itself and no name: it has several lines.
+/// Whether a ShaderFile is the shader text itself rather than a file name: it has several lines.
 KVZ_HOST_EXPORT bool isShaderText(const QString &text);
 
-/// Turns a value into the given type. Takes both a value of the C++ type and what a chain file holds in its place:
+/// Turns a value into the given type. Takes both a value of the C++ type and the form that a chain file has for it:
 ///
 /// - numbers; for `Int` whole ones only
 /// - true and false

@@ -40,11 +40,11 @@ struct KVZ_HOST_EXPORT LightDescription
     /// untouched and one line in `error`, for text that is none of these, values out of range, and parts that the type does
     /// not have.
     static bool fromString(const QString &text, LightDescription *light, QString *error);
-    /// The text that reads as this light. Parts that are as without them are left out.
+    /// The text that fromString() reads as this light, without parts that have their default.
     QString toString() const;
 
-    /// Makes `light` this one, for a scene with these bounds (minimum, then maximum corner, world space). For bounds without
-    /// extent a scene one unit across is taken.
+    /// Makes `light` this one, for a scene with these bounds (minimum, then maximum corner, world space). Bounds without
+    /// extent count as a scene one unit across.
     void place(const QPair<QVector3D, QVector3D> &bounds, ShadowMapManager::Light *light) const;
 
     bool operator==(const LightDescription &other) const { return toString() == other.toString(); }

@@ -93,7 +93,7 @@ struct InputInfo : PortInfo
     bool required = false; ///< The pass must not run without a value.
     ImplicitWiring wiring = ImplicitWiring::EarlierPass;
     Multisampling multisampling = Multisampling::Refused; ///< Of texture ports.
-    /// Of texture ports: inputs with which the pass cannot read several samples after all, when they are fed or true.
+    /// Of texture ports: inputs that, when fed or true, keep the pass from reading several samples.
     QStringList refusesSamplesWith;
     /// Of texture ports: the input that must say how many samples the image has, since it is attached beside the result.
     QString samplesAs;
@@ -136,7 +136,7 @@ enum class PassTrait {
     JittersCamera = 0x2,
     AccumulatesFrames = 0x4, ///< Consumes jitter: it averages or resolves over frames.
     Shades = 0x8,
-    Obscures = 0x10, ///< Ambient obscurance. What lays an obscurance image over a picture has it without being told.
+    Obscures = 0x10, ///< Ambient obscurance. A pass that lays an obscurance image over a picture has it by itself.
     Transparent = 0x20, ///< Composites transparent surfaces.
     AntiAliases = 0x40, ///< Filters the edges of a finished frame.
     Culls = 0x80, ///< Marks items of a model as not drawn.
@@ -158,13 +158,13 @@ public:
     /// An option, else its default.
     virtual QVariant option(const QString &name) const = 0;
     /// The classes of the passes that an input's value comes through, the nearest first: that of the pass that gives it, of
-    /// the one that gives that pass the value which it hands on, and so forth. Empty where no pass gives it.
+    /// the one that gives that pass the value which it hands on, and so on. Empty if no pass gives it.
     virtual QStringList sourceClasses(const QString &input) const = 0;
     /// The samples for each texel of the image that an earlier pass gives to an input; 0 where that is not known.
     virtual int samples(const QString &input) const = 0;
 };
 
-/// A configuration that a pass accepts and that gives no good picture.
+/// A configuration that a pass accepts although it gives no good picture.
 struct UseRule
 {
     QString port; ///< Where the finding is shown.
@@ -186,7 +186,7 @@ struct DriverNeed
 {
     QStringList extensions; ///< All of them, as hasGLExtension() takes them.
     QString without; ///< What the pass does where one is missing.
-    bool vital = false; ///< Without them the pass is of no use.
+    bool vital = false; ///< Without them the pass is useless.
 };
 
 /// What is wrong with an option.
@@ -214,13 +214,13 @@ struct KVZ_HOST_EXPORT PassInfo
     QVector<UseRule> rules;
     QVector<DriverNeed> driverNeeds;
     QColor clearColor; ///< In force before each start(), instead of the chain's, where it is valid.
-    /// Above 0: where the driver has all of `driverNeeds`, the pass keeps so many fragments of a frame and loses the rest
-    /// without a word. The chain counts them and says when there were more.
+    /// Above 0: where the driver has all of `driverNeeds`, the pass keeps this many fragments of a frame and silently loses
+    /// the rest. The chain counts them and says when there were more.
     qint64 fragmentRoom = 0;
     /// Makes a pass with these options, all of them known and of the right type, defaults filled in. The context is
     /// current.
     std::function<std::unique_ptr<RenderPass>(const PassOptions &)> create;
-    /// In the place of `create`, for a class that can refuse its options with the driver at hand, such as shaders that do
+    /// Used instead of `create` for a class that can refuse its options with the driver at hand, such as shaders that do
     /// not compile: null, with the reason in `error`, which may have several lines. Empty: the class has `create` alone.
     std::function<std::unique_ptr<RenderPass>(const PassOptions &, QString *error)> createChecked;
     /// Reports options of the right type whose values make no pass. Empty: all values serve.

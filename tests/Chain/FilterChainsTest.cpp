@@ -4,6 +4,7 @@
 #include "support/GLTest.h"
 #include "support/ModelChain.h"
 
+#include <Chain/PassInfo.h>
 #include <GL/TextureManager.h>
 #include <RenderPasses/BlendRenderPass.h>
 

@@ -839,4 +839,34 @@ TEST(KvzProgramTest, missingDriverIsSaidInOneLine)
     }
 }
 
+TEST(KvzProgramTest, aShaderThatTheDriverRefusesIsToldWithItsPass)
+{
+    PictureFolder folder; // The old picture stays.
+    Kvz program;
+    program.environment.insert("MESA_GLSL_VERSION_OVERRIDE", "140"); // Too old for "#version 150".
+    program.environment.insert("MESA_SHADER_CACHE_DISABLE", "true");
+    const Result result = program.run({"render", stillLife, "--chain", "deferred", "-o", folder.picture()});
+    EXPECT_EQ(result.status, 1);
+    ASSERT_FALSE(result.errors.isEmpty());
+    EXPECT_TRUE(result.errors[0].startsWith("kvz: deferred: pass \"")) << result.errors.join('\n').toStdString();
+    EXPECT_TRUE(result.errors[0].contains("\": the driver refuses a program: ")) << result.errors[0].toStdString();
+    EXPECT_TRUE(result.errors[0].contains("GLSL 1.50")) << result.errors[0].toStdString();
+    EXPECT_EQ(result.errors.filter("the driver refuses").size(), 1) << "once, and not as a warning besides";
+}
+
+TEST(KvzProgramTest, aChainIsResolvedTwiceBeforeItsFirstFrame)
+{
+    for (const char *chain : {"deferred", "shadows", "full"}) {
+        TemporaryFolder folder;
+        Kvz program;
+        program.environment.insert("QT_LOGGING_RULES", "kvz.chain.debug=true");
+        const Result result = program.run(
+            {"render", stillLife, "--chain", chain, "--size", "64x48", "--frames", "2", "-o", folder.path("out.png")});
+        EXPECT_EQ(result.status, 0) << chain;
+        const int resolutions = result.errors.filter("kvz: debug: resolved \"").size();
+        EXPECT_GE(resolutions, 1) << result.errors.join('\n').toStdString();
+        EXPECT_LE(resolutions, 2) << result.errors.join('\n').toStdString();
+    }
+}
+
 } // namespace Velmora::Kvz

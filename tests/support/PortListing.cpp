@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "PortListing.h"
 
-#include <Chain/PassRegistry.h>
+#include <Chain/PassInfo.h>
 #include <Core/RenderPass.h>
 
 #include <QtCore/QFile>
