@@ -42,14 +42,9 @@ TEST(ResolvedChainTest, whatTakesTheLightsOfTheFrameTakesLights)
     shadows.lights.clear();
     EXPECT_TRUE(ResolvedChain(shadows).takesLights()) << "whether there are any or not";
     EXPECT_FALSE(ResolvedChain(shadows, PassRegistry::standard(), {FrameValues::model}).takesLights());
-    for (ChainPass &pass : shadows.passes) {
-        if (pass.className == QLatin1String("ShadowMapRenderPass"))
-            pass.enabled = false;
-    }
-    EXPECT_FALSE(ResolvedChain(shadows).takesLights());
 }
 
-TEST(ResolvedChainTest, aConnectionToNothingTakesNoLights)
+TEST(ResolvedChainTest, aConnectionToNothingTakesNoLightsAndADisabledPassNeither)
 {
     PassRegistry registry;
     registry.add(fakeClass("Lit", {fakeInput(lights.toUtf8(), ValueType::Lights)}, {}));
@@ -58,6 +53,9 @@ TEST(ResolvedChainTest, aConnectionToNothingTakesNoLights)
     pass.name = pass.className = QStringLiteral("Lit");
     chain.passes = {pass};
     EXPECT_TRUE(ResolvedChain(chain, registry).takesLights());
+    chain.passes[0].enabled = false;
+    EXPECT_FALSE(ResolvedChain(chain, registry).takesLights());
+    chain.passes[0].enabled = true;
     chain.passes[0].connections.insert(lights, ChainSource::none());
     EXPECT_FALSE(ResolvedChain(chain, registry).takesLights());
 }

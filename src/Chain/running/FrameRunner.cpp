@@ -130,8 +130,8 @@ void FrameRunner::run(PassSlot *slot, int index)
         KVZ_WARNING(QStringLiteral("pass \"%1\" is skipped: %2 is null").arg(slot->name, missing->name));
     }
     start(slot, index, slot->enabled && !missing);
-    reportFailure(slot);
-    reportRefusals(slot);
+    const bool isRefused = reportRefusals(slot);
+    reportFailure(slot, isRefused);
     references.balance(*slot);
     m_times->endPass(slot);
     m_results->capture(slot);
@@ -186,14 +186,15 @@ QSize FrameRunner::viewportOf(const PassSlot &slot) const
     return viewport.isValid() ? viewport.size() : m_size;
 }
 
-/// Says that a pass reports a failure, once for each pass, and clears it for the next frame.
-void FrameRunner::reportFailure(PassSlot *slot)
+/// Says that a pass reports a failure, once for each pass, and clears it for the next frame. Says nothing when the reason
+/// `isKnown`.
+void FrameRunner::reportFailure(PassSlot *slot, bool isKnown)
 {
     const unsigned int code = slot->active->errorCode();
     if (code == 0)
         return;
     slot->active->clearErrorCode();
-    if (slot->saidFailed)
+    if (isKnown || slot->saidFailed)
         return;
     slot->saidFailed = true;
     // Where memory ran out, that is the reason.
@@ -203,22 +204,24 @@ void FrameRunner::reportFailure(PassSlot *slot)
     KVZ_WARNING(QStringLiteral("pass \"%1\" failed: %2").arg(slot->name, reason));
 }
 
-/// Says that the driver refuses programs that a pass built or used in this frame, once until it says something else.
-void FrameRunner::reportRefusals(PassSlot *slot)
+/// Says that the driver refuses programs that a pass built or used in this frame, once until it says something else. Returns
+/// whether it refuses any.
+bool FrameRunner::reportRefusals(PassSlot *slot)
 {
     slot->refusals += takeRefusals();
     if (slot->refusals.isEmpty())
-        return;
+        return false;
     const QString log = slot->refusals.first().trimmed();
     slot->refusals.clear();
     const QString line =
         QStringLiteral("pass \"%1\": the driver refuses a program: %2").arg(slot->name, decisiveLine(log));
     if (m_refusal.isEmpty())
-        m_refusal = log.contains(QLatin1Char('\n')) ? line + QLatin1Char('\n') + log : line;
-    if (slot->saidRefusal == line)
-        return;
-    slot->saidRefusal = line;
-    KVZ_WARNING(line);
+        m_refusal = line;
+    if (slot->saidRefusal != line) {
+        slot->saidRefusal = line;
+        KVZ_WARNING(line);
+    }
+    return true;
 }
 
 void FrameRunner::endPasses(const FrameValueTable &values) const

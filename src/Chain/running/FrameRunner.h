@@ -50,8 +50,8 @@ private:
     const InputInfo *setInputs(PassSlot *slot, TextureReferences *references) const;
     void start(PassSlot *slot, int index, bool runs) const;
     QSize viewportOf(const PassSlot &slot) const;
-    static void reportFailure(PassSlot *slot);
-    void reportRefusals(PassSlot *slot);
+    static void reportFailure(PassSlot *slot, bool isKnown);
+    bool reportRefusals(PassSlot *slot);
 
     SlotList *m_slots;
     FrameResults *m_results;
