@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <Scene/GPUModelBuilder.h>
+
+#include <assimp/material.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QHash>
+#include <QtCore/QStringList>
+
+#include <initializer_list>
+
+struct aiScene;
+
+namespace Velmora::Kvz {
+
+/// Makes the materials of a scene that assimp read, and reads their images, each once. Says in `warnings` which images could
+/// not be had, one line each.
+class MaterialReader
+{
+public:
+    MaterialReader(const aiScene *source, const QString &file, QStringList *warnings);
+
+    MaterialData read(const aiMaterial &source);
+
+private:
+    MaterialData mtlMaterial(const aiMaterial &source);
+    MaterialData metallicMaterial(const aiMaterial &source, float metallic, float roughness);
+    QImage texture(const aiMaterial &material, std::initializer_list<aiTextureType> types);
+    QImage readTexture(const QString &path, QString *reason);
+
+    const aiScene *m_source;
+    QString m_file;
+    QDir m_directory;
+    QStringList *m_warnings;
+    QHash<QString, QImage> m_images; // by path as the file gives it; null: unreadable, and said so
+};
+
+/// Whether a material lets light through: d < 1 or an image with alpha below 1 somewhere, and no word of the file that its
+/// opacity does not count.
+bool isTransparent(const aiMaterial &source, const MaterialData &material);
+
+} // namespace Velmora::Kvz
