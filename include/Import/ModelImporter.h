@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Host/Export.h>
+#include <Import/ImportOptions.h>
 #include <Import/ImportedScene.h>
 
 #include <QtCore/QString>
@@ -34,7 +35,11 @@ namespace Velmora::Kvz {
 ///
 /// False, with `scene` untouched and one line in `error` that names the file, when there is nothing to draw: no such
 /// file, a directory, an unknown type, a damaged or truncated file, no triangles, an index past the end of its mesh,
-/// texture coordinates or normals that are not there, a position or matrix that is not finite. One import at a time: all threads share the log of assimp.
+/// texture coordinates or normals that are not there, a position or matrix that is not finite, a header that declares more than
+/// its file can hold, or one of the limits was passed. One import at a time: all threads share the log of assimp.
+KVZ_HOST_EXPORT bool importModel(
+    const QString &file, const ImportOptions &options, ImportedScene *scene, QString *error);
+/// The same with options as they are by default: limits that grow with the size of the file.
 KVZ_HOST_EXPORT bool importModel(const QString &file, ImportedScene *scene, QString *error);
 
 } // namespace Velmora::Kvz

@@ -2,39 +2,127 @@
 #include "AssimpLoader.h"
 
 #include "FileNames.h"
+#include "ImportBudget.h"
 
 #include <assimp/DefaultIOSystem.h>
 #include <assimp/DefaultLogger.hpp>
+#include <assimp/IOStream.hpp>
+#include <assimp/MemoryIOWrapper.h>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
 #include <QtCore/QFileInfo>
 
+#include <algorithm>
 #include <cstring>
+#include <memory>
+#include <vector>
 
 namespace Velmora::Kvz {
 
 namespace {
 
-/// Notes the files that cannot be opened: of material libraries the loaders say nothing.
+/// A file whose reading counts against the budget: past a limit it reads as if it had ended.
+class BudgetedStream : public Assimp::IOStream
+{
+public:
+    BudgetedStream(std::unique_ptr<Assimp::IOStream> stream, ImportBudget *budget)
+        : m_stream(std::move(stream)),
+          m_budget(budget)
+    { }
+
+    size_t Read(void *buffer, size_t size, size_t count) override
+    {
+        const size_t left = m_stream->FileSize() - std::min(m_stream->Tell(), m_stream->FileSize());
+        const qint64 bytes = qint64(std::min(size > 0 ? count * size : 0, left));
+        return m_budget->isTimeLeft() && m_budget->takeBytes(bytes) ? m_stream->Read(buffer, size, count) : 0;
+    }
+    size_t Write(const void *, size_t, size_t) override { return 0; }
+    aiReturn Seek(size_t offset, aiOrigin origin) override { return m_stream->Seek(offset, origin); }
+    size_t Tell() const override { return m_stream->Tell(); }
+    size_t FileSize() const override { return m_stream->FileSize(); }
+    void Flush() override { }
+
+private:
+    std::unique_ptr<Assimp::IOStream> m_stream;
+    ImportBudget *m_budget;
+};
+
+/// Notes the files that cannot be opened: of material libraries the loaders say nothing. Gives the model's own text in place of
+/// its file where there is one.
 class FileWatcher : public Assimp::DefaultIOSystem
 {
 public:
-    explicit FileWatcher(QStringList *missing)
-        : m_missing(missing)
+    FileWatcher(const QByteArray &model, const QByteArray &text, ImportBudget *budget, QStringList *missing)
+        : m_model(model),
+          m_text(text),
+          m_budget(budget),
+          m_missing(missing)
     { }
 
     Assimp::IOStream *Open(const char *file, const char *mode) override
     {
-        Assimp::IOStream *stream = DefaultIOSystem::Open(file, mode);
-        if (!stream)
+        if (!m_text.isNull() && m_model == file)
+            return new Assimp::MemoryIOStream(
+                reinterpret_cast<const uint8_t *>(m_text.constData()), size_t(m_text.size()));
+        std::unique_ptr<Assimp::IOStream> stream(DefaultIOSystem::Open(file, mode));
+        if (!stream) {
             m_missing->append(bareName(QFile::decodeName(file)));
-        return stream;
+            return nullptr;
+        }
+        return new BudgetedStream(std::move(stream), m_budget);
     }
 
 private:
+    QByteArray m_model;
+    QByteArray m_text;
+    ImportBudget *m_budget;
     QStringList *m_missing;
 };
+
+/// Leaves out children that a loader counted and did not make: for RAW files of several groups assimp 5.2 makes the last alone.
+/// Returns whether there were any.
+bool dropMissingChildren(aiNode *root)
+{
+    bool dropped = false;
+    std::vector<aiNode *> open{root};
+    while (!open.empty()) {
+        aiNode *node = open.back();
+        open.pop_back();
+        aiNode **const end = node->mChildren + node->mNumChildren;
+        aiNode **const last = std::remove(node->mChildren, end, nullptr);
+        dropped |= last != end;
+        node->mNumChildren = unsigned(last - node->mChildren);
+        open.insert(open.end(), node->mChildren, last);
+    }
+    return dropped;
+}
+
+/// Gives the root all meshes that no node has.
+void adoptMeshes(aiScene *scene)
+{
+    std::vector<bool> used(scene->mNumMeshes);
+    std::vector<const aiNode *> open{scene->mRootNode};
+    while (!open.empty()) {
+        const aiNode *node = open.back();
+        open.pop_back();
+        for (unsigned m = 0; m < node->mNumMeshes; ++m) {
+            if (node->mMeshes[m] < used.size())
+                used[node->mMeshes[m]] = true;
+        }
+        open.insert(open.end(), node->mChildren, node->mChildren + node->mNumChildren);
+    }
+    aiNode *root = scene->mRootNode;
+    std::vector<unsigned> meshes(root->mMeshes, root->mMeshes + root->mNumMeshes);
+    for (unsigned m = 0; m < used.size(); ++m) {
+        if (!used[m])
+            meshes.push_back(m);
+    }
+    delete[] root->mMeshes;
+    root->mMeshes = new unsigned[meshes.size()];
+    std::copy(meshes.begin(), meshes.end(), root->mMeshes);
+    root->mNumMeshes = unsigned(meshes.size());
+}
 
 } // namespace
 
@@ -69,22 +157,37 @@ void LoaderLog::Stream::write(const char *message)
     indicesDropped |= std::strstr(message, "out-of-range indices") != nullptr;
 }
 
-AssimpLoader::AssimpLoader(const QString &file)
-    : m_file(file)
+AssimpLoader::AssimpLoader(const QString &file, const QByteArray &text, ImportBudget *budget)
+    : m_file(file),
+      m_budget(budget)
 {
-    m_importer.SetIOHandler(new FileWatcher(&m_missingFiles)); // the importer owns it
+    // The importer owns it.
+    m_importer.SetIOHandler(new FileWatcher(QFile::encodeName(file), text, budget, &m_missingFiles));
 }
 
 const aiScene *AssimpLoader::read(QString *reason)
 {
     const aiScene *scene = m_importer.ReadFile(QFile::encodeName(m_file).constData(), 0);
-    if (!scene)
+    *reason = m_budget->problem();
+    if (!reason->isEmpty())
+        return nullptr;
+    if (!scene) {
         *reason = failureReason();
-    if (scene && m_log.indicesDropped()) {
+        return nullptr;
+    }
+    if (m_log.indicesDropped()) {
         *reason = QStringLiteral("a face has an index past the end of its mesh's vertices");
         return nullptr;
     }
-    return scene;
+    if (scene->mRootNode && dropMissingChildren(scene->mRootNode))
+        adoptMeshes(const_cast<aiScene *>(scene));
+    qint64 vertices = 0;
+    for (unsigned m = 0; m < scene->mNumMeshes; ++m)
+        vertices += scene->mMeshes[m]->mNumVertices;
+    if (m_budget->takeVertices(vertices) && m_budget->isTimeLeft())
+        return scene;
+    *reason = m_budget->problem();
+    return nullptr;
 }
 
 const aiScene *AssimpLoader::process(QString *reason)

@@ -4,6 +4,7 @@
 #include <assimp/Importer.hpp>
 #include <assimp/LogStream.hpp>
 
+#include <QtCore/QByteArray>
 #include <QtCore/QFile>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
@@ -14,6 +15,8 @@ namespace Velmora::Kvz {
 
 /// Whether a file is PLY with no line that ends its header: assimp 5.2 crashes on one or never comes back.
 bool isCutPly(QFile *file);
+
+class ImportBudget;
 
 /// Keeps assimp's warnings off the terminal, and notes that a loader dropped faces, which only its log tells. A logger
 /// that the host installed stays in force.
@@ -38,11 +41,12 @@ private:
 };
 
 /// Reads a file with assimp, and keeps what assimp's interface does not tell: files that it did not find, and faces that a
-/// loader dropped.
+/// loader dropped. Mends node trees that a loader left with holes.
 class AssimpLoader
 {
 public:
-    explicit AssimpLoader(const QString &file);
+    /// `text` takes the place of the file's content unless it is null. All that is read counts against the budget.
+    AssimpLoader(const QString &file, const QByteArray &text, ImportBudget *budget);
 
     /// The scene as the loader left it, without any post-processing; null with a reason. Belongs to this object.
     const aiScene *read(QString *reason);
@@ -57,6 +61,7 @@ private:
     QString failureReason() const;
 
     QString m_file;
+    ImportBudget *m_budget;
     LoaderLog m_log;
     QStringList m_missingFiles;
     Assimp::Importer m_importer;

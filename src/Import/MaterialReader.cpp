@@ -2,14 +2,16 @@
 #include "MaterialReader.h"
 
 #include "AssimpTypes.h"
+#include "ImportBudget.h"
 
 #include <assimp/GltfMaterial.h>
 #include <assimp/scene.h>
 
+#include <QtCore/QBuffer>
+#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QUrl>
 #include <QtGui/QColor>
-#include <QtGui/QImageReader>
 
 #include <cstring>
 
@@ -124,10 +126,11 @@ bool isTransparent(const aiMaterial &source, const MaterialData &material)
     return !isDeclaredOpaque(source) && (material.d < 1 || isSeeThrough(material.mapKd));
 }
 
-MaterialReader::MaterialReader(const aiScene *source, const QString &file, QStringList *warnings)
+MaterialReader::MaterialReader(const aiScene *source, const QString &file, ImportBudget *budget, QStringList *warnings)
     : m_source(source),
       m_file(file),
       m_directory(QFileInfo(file).absoluteDir()),
+      m_budget(budget),
       m_warnings(warnings)
 { }
 
@@ -190,41 +193,51 @@ QImage MaterialReader::texture(const aiMaterial &material, std::initializer_list
         const auto known = m_images.constFind(path);
         if (known != m_images.constEnd())
             return known.value();
-        QString reason;
-        const QImage image = readTexture(path, &reason);
+        const auto say = [&](const QString &what) {
+            m_warnings->append(QStringLiteral("%1: material \"%2\": texture \"%3\" %4")
+                                   .arg(m_file, toQString(const_cast<aiMaterial &>(material).GetName()), path, what));
+        };
+        const DecodedImage decoded = readTexture(path);
+        const QImage image = decoded.image;
         if (image.isNull())
-            m_warnings->append(QStringLiteral("%1: material \"%2\": texture \"%3\" %4; white is used")
-                                   .arg(m_file, toQString(const_cast<aiMaterial &>(material).GetName()), path, reason));
+            say(decoded.remark + QStringLiteral("; white is used"));
+        else if (!decoded.remark.isEmpty())
+            say(decoded.remark);
         m_images.insert(path, image);
         return image;
     }
     return {};
 }
 
-QImage MaterialReader::readTexture(const QString &path, QString *reason)
+DecodedImage MaterialReader::readTexture(const QString &path)
 {
+    if (!m_budget->isTimeLeft())
+        return {};
     if (const aiTexture *embedded = m_source->GetEmbeddedTexture(path.toUtf8().constData())) {
-        const auto *data = reinterpret_cast<const uchar *>(embedded->pcData);
-        const QImage image = embedded->mHeight == 0
-            ? QImage::fromData(data, int(embedded->mWidth))
-            : QImage(data, int(embedded->mWidth), int(embedded->mHeight), QImage::Format_ARGB32).copy();
-        *reason = QStringLiteral("in the file is no image that can be read");
-        return image;
+        auto *data = reinterpret_cast<const uchar *>(embedded->pcData);
+        if (embedded->mHeight > 0) {
+            const QImage pixels(data, int(embedded->mWidth), int(embedded->mHeight), QImage::Format_ARGB32);
+            return {pixels.copy(), QString()};
+        }
+        QByteArray bytes = QByteArray::fromRawData(reinterpret_cast<const char *>(data), int(embedded->mWidth));
+        QBuffer buffer(&bytes);
+        buffer.open(QIODevice::ReadOnly);
+        DecodedImage decoded = decodeImage(&buffer, m_budget->imageSide());
+        if (decoded.image.isNull())
+            decoded.remark = QStringLiteral("in the file ") + decoded.remark;
+        return decoded;
     }
     const QString slashed = QString(path).replace(QLatin1Char('\\'), QLatin1Char('/'));
-    const QString decoded = QUrl::fromPercentEncoding(slashed.toUtf8());
-    for (const QString &candidate : {slashed, decoded, QFileInfo(slashed).fileName()}) {
-        const QString file = m_directory.filePath(candidate);
+    const QString unescaped = QUrl::fromPercentEncoding(slashed.toUtf8());
+    for (const QString &candidate : {slashed, unescaped, QFileInfo(slashed).fileName()}) {
+        QFile file(m_directory.filePath(candidate));
         if (!QFileInfo(file).isFile())
             continue;
-        QImageReader reader(file);
-        reader.setDecideFormatFromContent(true);
-        const QImage image = reader.read();
-        *reason = QStringLiteral("cannot be read (%1)").arg(reader.errorString());
-        return image;
+        if (!file.open(QIODevice::ReadOnly))
+            return {QImage(), QStringLiteral("cannot be read (%1)").arg(file.errorString())};
+        return decodeImage(&file, m_budget->imageSide());
     }
-    *reason = QStringLiteral("is not there");
-    return {};
+    return {QImage(), QStringLiteral("is not there")};
 }
 
 } // namespace Velmora::Kvz

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "ImageDecoder.h"
+
 #include <Scene/GPUModelBuilder.h>
 
 #include <assimp/material.h>
@@ -15,12 +17,14 @@ struct aiScene;
 
 namespace Velmora::Kvz {
 
+class ImportBudget;
+
 /// Makes the materials of a scene that assimp read, and reads their images, each once. Says in `warnings` which images could
 /// not be had, one line each.
 class MaterialReader
 {
 public:
-    MaterialReader(const aiScene *source, const QString &file, QStringList *warnings);
+    MaterialReader(const aiScene *source, const QString &file, ImportBudget *budget, QStringList *warnings);
 
     MaterialData read(const aiMaterial &source);
 
@@ -28,11 +32,12 @@ private:
     MaterialData mtlMaterial(const aiMaterial &source);
     MaterialData metallicMaterial(const aiMaterial &source, float metallic, float roughness);
     QImage texture(const aiMaterial &material, std::initializer_list<aiTextureType> types);
-    QImage readTexture(const QString &path, QString *reason);
+    DecodedImage readTexture(const QString &path);
 
     const aiScene *m_source;
     QString m_file;
     QDir m_directory;
+    ImportBudget *m_budget;
     QStringList *m_warnings;
     QHash<QString, QImage> m_images; // by path as the file gives it; null: unreadable, and said so
 };

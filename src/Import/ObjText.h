@@ -2,21 +2,25 @@
 #pragma once
 
 #include <QtCore/QByteArray>
-#include <QtCore/QFile>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
 namespace Velmora::Kvz {
 
-/// What assimp keeps to itself of an OBJ file. Where an index of a texture coordinate or normal is past the end, it drops all
-/// of the mesh and says nothing; nor does it tell which material libraries the file names.
+/// What assimp keeps to itself or reads wrongly of an OBJ file. Where an index of a texture coordinate or normal is past the end,
+/// it drops all of the mesh and says nothing; nor does it tell which material libraries the file names. Numbers that start
+/// with a point, lines that start with a space, comments behind values, texture coordinates of one number, a byte order mark
+/// and UTF-16 are legal or common, and cost it vertices or the whole file.
 class ObjText
 {
 public:
-    explicit ObjText(QFile *file);
+    /// Looks through the text once.
+    explicit ObjText(const QByteArray &text);
 
     /// What is wrong with the indices, in one line; empty when nothing is.
     QString problem() const { return m_problem; }
+    /// The text as assimp reads it rightly. Null where the file is already so.
+    QByteArray plainText() const { return m_plain; }
     /// What is said of the material libraries, when these files could not be opened. For each that is missing assimp takes
     /// the one that is called like the model.
     QStringList libraryWarnings(const QString &file, const QStringList &missingFiles) const;
@@ -31,12 +35,17 @@ private:
         qint64 largestLine = 0;
     };
 
-    void readLine(const QByteArray &text);
+    void read(const QByteArray &text);
+    void readLine(const char *begin, const char *end);
+    void readNumbers(const char *begin, const char *end, int fewest);
+    void readFace(const char *begin, const char *end);
     void readIndex(Kind *kind, qint64 index);
     void report(const Kind &kind, qint64 line, qint64 index);
 
     Kind m_kinds[2] = {{"vt", "texture coordinate"}, {"vn", "normal"}};
     qint64 m_line = 0;
+    bool m_isOdd = false;
+    QByteArray m_plain;
     QStringList m_libraries;
     QString m_problem;
 };

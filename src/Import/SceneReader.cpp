@@ -2,6 +2,7 @@
 #include "SceneReader.h"
 
 #include "AssimpTypes.h"
+#include "ImportBudget.h"
 #include "MeshReader.h"
 
 #include <assimp/material.h>
@@ -39,10 +40,11 @@ QString findProblem(const aiScene *source)
     return hasTriangles ? QString() : noTriangles;
 }
 
-SceneReader::SceneReader(const aiScene *source, const QString &file)
+SceneReader::SceneReader(const aiScene *source, const QString &file, ImportBudget *budget)
     : m_source(source),
       m_file(file),
-      m_materials(source, file, &m_scene.warnings)
+      m_budget(budget),
+      m_materials(source, file, budget, &m_scene.warnings)
 { }
 
 ImportedScene SceneReader::read()
@@ -54,7 +56,7 @@ ImportedScene SceneReader::read()
     };
     // A stack of its own: files nest nodes deeper than a thread's stack reaches.
     QVector<Placed> open{{m_source->mRootNode, QMatrix4x4()}};
-    while (!open.isEmpty()) {
+    while (!open.isEmpty() && m_budget->isTimeLeft()) {
         const Placed placed = open.takeLast();
         const QMatrix4x4 matrix = placed.parent * toQMatrix(placed.node->mTransformation);
         readNode(*placed.node, matrix);

@@ -13,6 +13,8 @@ struct aiScene;
 
 namespace Velmora::Kvz {
 
+class ImportBudget;
+
 const QString noTriangles = QStringLiteral("no triangles");
 
 /// A reason why what a loader read cannot be drawn; empty when it can.
@@ -22,8 +24,9 @@ QString findProblem(const aiScene *source);
 class SceneReader
 {
 public:
-    SceneReader(const aiScene *source, const QString &file);
+    SceneReader(const aiScene *source, const QString &file, ImportBudget *budget);
 
+    /// Cut short where the budget has no time left: its problem says so.
     ImportedScene read();
 
 private:
@@ -33,6 +36,7 @@ private:
 
     const aiScene *m_source;
     QString m_file;
+    ImportBudget *m_budget;
     ImportedScene m_scene;
     MaterialReader m_materials;
     QHash<unsigned, int> m_meshNumbers; // by assimp's index, what nodes use alone; -1: no triangles

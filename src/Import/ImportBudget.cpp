@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+#include "ImportBudget.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QList>
+
+#include <algorithm>
+#include <limits>
+
+namespace Velmora::Kvz {
+
+ImportLimits ImportLimits::forFileSize(qint64 bytes)
+{
+    const qint64 size = std::max<qint64>(bytes, 0);
+    ImportLimits limits;
+    limits.bytes = (qint64(1) << 30) + 8 * size; // text formats are read more than once, to recognize them
+    limits.vertices = 8000000 + 2 * size; // no format says a vertex in less than half a byte
+    limits.seconds = 60 + double(size) * 1e-6;
+    limits.imageSide = 8192;
+    return limits;
+}
+
+ImportBudget::ImportBudget(const ImportLimits &limits, qint64 fileSize)
+    : m_limits(limits)
+{
+    const ImportLimits standard = ImportLimits::forFileSize(fileSize);
+    if (m_limits.bytes <= 0)
+        m_limits.bytes = standard.bytes;
+    if (m_limits.vertices <= 0)
+        m_limits.vertices = standard.vertices;
+    if (!(m_limits.seconds > 0))
+        m_limits.seconds = standard.seconds;
+    if (m_limits.imageSide <= 0)
+        m_limits.imageSide = standard.imageSide;
+    m_clock.start();
+}
+
+bool ImportBudget::takeBytes(qint64 count)
+{
+    m_bytes += count;
+    return m_bytes <= m_limits.bytes
+        || refuse(QStringLiteral("reading it takes more than the limit of %1 bytes").arg(m_limits.bytes));
+}
+
+bool ImportBudget::takeVertices(qint64 count)
+{
+    m_vertices += count;
+    return m_vertices <= m_limits.vertices
+        || refuse(QStringLiteral("it has more than the limit of %1 vertices").arg(m_limits.vertices));
+}
+
+bool ImportBudget::isTimeLeft()
+{
+    return double(m_clock.nsecsElapsed()) * 1e-9 <= m_limits.seconds
+        || refuse(QStringLiteral("reading it takes more than the limit of %1 s").arg(m_limits.seconds));
+}
+
+bool ImportBudget::refuse(const QString &problem)
+{
+    if (m_problem.isEmpty())
+        m_problem = problem;
+    return false;
+}
+
+namespace {
+
+QString declares(qint64 count, const char *what, qint64 fileSize)
+{
+    return QStringLiteral("its header declares %1 %2, more than its %3 bytes can hold")
+        .arg(QString::number(count), QLatin1String(what), QString::number(fileSize));
+}
+
+/// A number that does not fit counts as the largest.
+qint64 countOf(const QByteArray &word)
+{
+    bool fits = false;
+    const qint64 count = word.toLongLong(&fits);
+    const bool isNumber = !word.isEmpty()
+        && std::all_of(word.begin(), word.end(), [](char digit) { return digit >= '0' && digit <= '9'; });
+    return fits ? count : isNumber ? std::numeric_limits<qint64>::max() : 0;
+}
+
+QString exaggeratedOff(const QList<QByteArray> &lines, qint64 fileSize)
+{
+    // The counts follow the keyword, on its line or on the first one after it that is neither empty nor a comment.
+    QList<QByteArray> words;
+    for (QByteArray line : lines) {
+        line = line.left(line.indexOf('#')).simplified();
+        if (line.isEmpty())
+            continue;
+        for (const QByteArray &word : line.split(' ')) {
+            if (!word.endsWith("OFF"))
+                words.append(word);
+        }
+        if (words.size() >= 2)
+            break;
+    }
+    const qint64 vertices = countOf(words.value(0));
+    const qint64 faces = countOf(words.value(1));
+    if (vertices > fileSize)
+        return declares(vertices, "vertices", fileSize);
+    return faces > fileSize ? declares(faces, "faces", fileSize) : QString();
+}
+
+QString exaggeratedPly(const QList<QByteArray> &lines, qint64 fileSize)
+{
+    for (const QByteArray &line : lines) {
+        const QList<QByteArray> words = line.simplified().split(' ');
+        if (words.value(0) == "end_header")
+            break;
+        if (words.value(0) == "element" && countOf(words.value(2)) > fileSize)
+            return declares(countOf(words.value(2)), "elements", fileSize);
+    }
+    return {};
+}
+
+} // namespace
+
+QString exaggeratedHeader(const QByteArray &start, qint64 fileSize)
+{
+    const QList<QByteArray> lines = start.split('\n');
+    const QByteArray first = lines.value(0).simplified();
+    if (first == "ply")
+        return exaggeratedPly(lines, fileSize);
+    return first.left(first.indexOf(' ')).endsWith("OFF") ? exaggeratedOff(lines, fileSize) : QString();
+}
+
+} // namespace Velmora::Kvz

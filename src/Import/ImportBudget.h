@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <Import/ImportOptions.h>
+
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QString>
+
+namespace Velmora::Kvz {
+
+/// What is left of an import's limits. Each question that the limits answer with no notes which limit it was.
+class ImportBudget
+{
+public:
+    /// Starts the clock.
+    ImportBudget(const ImportLimits &limits, qint64 fileSize);
+
+    bool takeBytes(qint64 count);
+    bool takeVertices(qint64 count);
+    bool isTimeLeft();
+    int imageSide() const { return m_limits.imageSide; }
+    /// The limit that was passed first, in one line; empty while none was.
+    QString problem() const { return m_problem; }
+
+private:
+    bool refuse(const QString &problem);
+
+    ImportLimits m_limits;
+    QElapsedTimer m_clock;
+    qint64 m_bytes = 0;
+    qint64 m_vertices = 0;
+    QString m_problem;
+};
+
+/// Why the header of a text format declares what its file cannot hold, in one line; empty when it does not. Loaders make room
+/// for what a header declares before they read on: a file of 300 bytes may ask for all memory. Knows OFF and PLY.
+QString exaggeratedHeader(const QByteArray &start, qint64 fileSize);
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: MIT
+#include "ImportHelpers.h"
+#include "support/ModelFiles.h"
+#include "support/TemporaryFolder.h"
+
+#include <QtCore/QFileInfo>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+const QByteArray triangle = "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n";
+const QByteArray texturedTriangle = "mtllib a.mtl\nusemtl a\n" + triangle;
+
+} // namespace
+
+TEST(ImportLimitsTest, headersThatDeclareMoreThanTheirFileHoldsAreRefusedBeforeALoaderMakesRoom)
+{
+    TemporaryFolder folder;
+    EXPECT_EQ(refusal(folder.write("a.off", "OFF\n# so many\n353535235358 6 0\n0 0 0\n")),
+        "its header declares 353535235358 vertices, more than its 40 bytes can hold");
+    EXPECT_EQ(refusal(folder.write("b.off", "OFF 3 99999999999999999999 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n")),
+        "its header declares 9223372036854775807 faces, more than its 55 bytes can hold");
+    EXPECT_EQ(refusal(folder.write("c.ply",
+                  "ply\nformat binary_little_endian 1.0\nelement vertex 4000000000\nproperty float x\nend_header\n")),
+        "its header declares 4000000000 elements, more than its 86 bytes can hold");
+    EXPECT_EQ(importScene(folder.write("d.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n")).items.size(), 1);
+}
+
+TEST(ImportLimitsTest, eachLimitOfTheHostIsNamedByTheRefusal)
+{
+    TemporaryFolder folder;
+    const QString file = folder.write("a.obj", triangle);
+    ImportOptions options;
+    options.limits.bytes = triangle.size() - 1;
+    EXPECT_EQ(refusal(file, options), "reading it takes more than the limit of 33 bytes");
+    options.limits.bytes = 0;
+    options.limits.vertices = 2;
+    EXPECT_EQ(refusal(file, options), "it has more than the limit of 2 vertices");
+    options.limits.vertices = 3;
+    EXPECT_EQ(importScene(file, options).items.size(), 1);
+    options.limits.seconds = 1e-9;
+    EXPECT_EQ(refusal(file, options), "reading it takes more than the limit of 1e-09 s");
+}
+
+TEST(ImportLimitsTest, filesThatTheModelNamesCountAgainstItsBytes)
+{
+    TemporaryFolder folder;
+    folder.write("a.mtl", "newmtl a\n" + QByteArray(100000, '#') + "\n");
+    const QString file = folder.write("a.obj", texturedTriangle);
+    ImportOptions options;
+    options.limits.bytes = 100000;
+    EXPECT_EQ(refusal(file, options), "reading it takes more than the limit of 100000 bytes");
+    EXPECT_EQ(importScene(file).items.size(), 1);
+}
+
+TEST(ImportLimitsTest, standardLimitsGrowWithTheFile)
+{
+    const ImportLimits small = ImportLimits::forFileSize(0);
+    const ImportLimits large = ImportLimits::forFileSize(qint64(1) << 30);
+    EXPECT_GT(small.vertices, 0);
+    EXPECT_GT(large.vertices, 3 * (qint64(1) << 30) / 50) << "binary STL, three vertices in 50 bytes";
+    EXPECT_GT(small.seconds, 0);
+    EXPECT_GT(large.seconds, small.seconds);
+    EXPECT_GT(small.bytes, 0);
+    EXPECT_GT(large.bytes, qint64(1) << 30);
+    EXPECT_GT(small.imageSide, 0);
+}
+
+TEST(ImportLimitsTest, largeImagesAreScaledWithAWarning)
+{
+    TemporaryFolder folder;
+    folder.write("wide.png", pngBytes(plainImage(64, 32, Qt::red)));
+    folder.write("a.mtl", "newmtl a\nmap_Kd wide.png\n");
+    const QString file = folder.write("a.obj", texturedTriangle);
+    ImportOptions options;
+    options.limits.imageSide = 16;
+    const ImportedScene scene = importScene(file, options);
+    ASSERT_EQ(scene.materials.size(), 1);
+    EXPECT_EQ(scene.materials[0].mapKd.size(), QSize(16, 8));
+    EXPECT_EQ(scene.materials[0].mapKd.pixelColor(8, 4), QColor(Qt::red));
+    EXPECT_EQ(scene.warnings,
+        QStringList(file + ": material \"a\": texture \"wide.png\" has 64x32 pixels and is scaled to 16x8"));
+    options.limits.imageSide = 64;
+    EXPECT_EQ(importScene(file, options).materials.value(0).mapKd.size(), QSize(64, 32));
+}
+
+TEST(ImportLimitsTest, ktx2ImagesAreRefusedByName)
+{
+    TemporaryFolder folder;
+    folder.write("a.ktx2", QByteArray("\xabKTX 20\xbb\r\n\x1a\n") + QByteArray(100, '\0'));
+    folder.write("a.mtl", "newmtl a\nmap_Kd a.ktx2\n");
+    const QString file = folder.write("a.obj", texturedTriangle);
+    const ImportedScene scene = importScene(file);
+    EXPECT_EQ(scene.warnings,
+        QStringList(
+            file + ": material \"a\": texture \"a.ktx2\" is a KTX2 image, a type that is not read; white is used"));
+}
+
+/// The loader counts a node for each group and makes that of the last alone.
+TEST(ImportLimitsTest, rawFilesOfSeveralGroupsKeepAll)
+{
+    TemporaryFolder folder;
+    const ImportedScene scene = importScene(folder.write(
+        "a.raw", "Red\n1 0 0 0 0 0 0 1 0 1 0 0\nGreen\n0 1 0 0 0 1 0 1 1 1 0 1\nBlue\n0 0 1 0 0 2 0 1 2 1 0 2\n"));
+    QVector<float> heights;
+    for (const ImportedItem &item : scene.items)
+        heights.append(item.modelMatrix.map(scene.meshes[item.mesh].positions.value(0)).z());
+    std::sort(heights.begin(), heights.end());
+    EXPECT_EQ(heights, (QVector<float>{0, 1, 2}));
+}
+
+struct OddObj
+{
+    const char *label;
+    QByteArray content;
+};
+
+void PrintTo(const OddObj &file, std::ostream *stream)
+{
+    *stream << file.label;
+}
+
+class OddObjTest : public ::testing::TestWithParam<OddObj>
+{ };
+
+/// Each says the same triangle.
+TEST_P(OddObjTest, isReadRightly)
+{
+    TemporaryFolder folder;
+    const ImportedScene scene = importScene(folder.write("a.obj", GetParam().content));
+    EXPECT_EQ(scene.warnings, QStringList());
+    ASSERT_EQ(scene.meshes.size(), 1);
+    const MeshData &mesh = scene.meshes[0];
+    ASSERT_EQ(mesh.indices.size(), 3);
+    const QVector<QVector3D> expected = {{1, 0.5f, 0}, {0, 1, -0.25f}, {0, 0, 0}};
+    // Any corner may come first.
+    int first = 0;
+    while (first < 3 && mesh.positions[int(mesh.indices[first])] != expected[0])
+        ++first;
+    for (int corner = 0; corner < 3; ++corner)
+        EXPECT_EQ(mesh.positions[int(mesh.indices[(first + corner) % 3])], expected[corner]) << "corner " << corner;
+}
+
+namespace {
+
+QByteArray utf16(const QByteArray &text, bool bigEndian)
+{
+    QByteArray wide = bigEndian ? "\xfe\xff" : "\xff\xfe";
+    for (const char c : text)
+        wide += bigEndian ? QByteArray(1, '\0') + c : c + QByteArray(1, '\0');
+    return wide;
+}
+
+const QByteArray plainTriangle = "v 1 0.5 0\nv 0 1 -0.25\nv 0 0 0\nf 1 2 3\n";
+
+} // namespace
+
+INSTANTIATE_TEST_SUITE_P(All, OddObjTest,
+    ::testing::Values(OddObj{"plain", plainTriangle},
+        OddObj{"leadingPoint", "v 1 .5 0\nv 0 1 -.25\nv 0 0 .0\nf 1 2 3\n"},
+        OddObj{"trailingPoint", "v 1. +0.5 0\nv 0. 1. -0.25\nv 0 0 0.\nf 1 2 3\n"},
+        OddObj{"exponents", "v 1e0 5e-1 0\nv 0 1E+0 -.25e0\nv 0 0 0\nf 1 2 3\n"},
+        OddObj{"tabs", "v\t1\t0.5\t0\nv\t0\t1 \t-0.25\nv 0 0\t0\nf\t1\t2\t3\n"},
+        OddObj{"leadingSpaces", "  v 1 0.5 0\n\tv 0 1 -0.25\n v 0 0 0\n    f 1 2 3\n"},
+        OddObj{"trailingSpaces", "v 1 0.5 0  \nv 0 1 -0.25\t\nv 0 0 0 \nf 1 2 3 \n"},
+        OddObj{"continuedLines", "v 1 \\\n 0.5 0\nv 0 1 -0.25\nv 0 0 0\nf 1 \\\n2 \\\n3\n"},
+        OddObj{"continuedWithLeadingPoint", "v 1 \\\n .5 0\nv 0 1 \\\n-.25\nv 0 0 0\nf 1 \\\n2 \\\n3"},
+        OddObj{"carriageReturns", "v 1 0.5 0\r\nv 0 1 \\\r\n-0.25\r\nv 0 0 0\r\nf 1 2 3\r\n"},
+        OddObj{"commentsBehindValues", "v 1 0.5 0 # first\nv 0 1 -0.25\nv 0 0 0\nf 1 2 3 # all\n"},
+        OddObj{"negativeIndices", "v 9 9 9\nv 1 0.5 0\nv 0 1 -0.25\nv 0 0 0\nf -3 -2 -1\n"},
+        OddObj{"noLastNewline", plainTriangle.chopped(1)},
+        OddObj{"oneTextureCoordinate", "v 1 0.5 0\nv 0 1 -0.25\nv 0 0 0\nvt .5\nf 1/1 2/1 3/1\n"},
+        OddObj{"colours", "v 1 0.5 0 1 0 0\nv 0 1 -0.25 0 1 0\nv 0 0 0 .5 .5 .5\nf 1 2 3\n"},
+        OddObj{"utf8Mark", "\xef\xbb\xbf" + plainTriangle}, OddObj{"utf16LittleEndian", utf16(plainTriangle, false)},
+        OddObj{"utf16BigEndian", utf16(plainTriangle, true)}),
+    [](const auto &test) { return std::string(test.param.label); });
+
+TEST(OddObjTest, namesWithOtherLettersAreKept)
+{
+    TemporaryFolder folder;
+    const QByteArray name = QStringLiteral("Größe").toUtf8();
+    folder.write("a.mtl", "newmtl " + name + "\nKd 0.25 0.5 1\n");
+    const ImportedScene scene =
+        importScene(folder.write("a.obj", "mtllib a.mtl\no " + name + "\n  usemtl " + name + "\n" + plainTriangle));
+    ASSERT_EQ(scene.items.size(), 1);
+    EXPECT_EQ(scene.items[0].name, QStringLiteral("Größe"));
+    EXPECT_EQ(scene.materials.value(0).kd, QVector3D(0.25f, 0.5f, 1));
+}
+
+} // namespace Velmora::Kvz
