@@ -251,4 +251,187 @@ TEST(CameraTest, badTextIsRefused)
     }
 }
 
+/// Uneven scenes: a cone of points that leans, and two clusters far from each other.
+QVector<QVector3D> unevenScene(int which)
+{
+    QVector<QVector3D> points;
+    if (which == 0) {
+        for (int i = 0; i < 200; ++i) {
+            const float t = float(i) / 199;
+            const float angle = 40 * t;
+            points.append({3 + t + (1 - t) * std::cos(angle), 5 * t, -2 + (1 - t) * std::sin(angle)});
+        }
+    } else {
+        for (int i = 0; i < 8; ++i) {
+            points.append(corner({QVector3D(-9, 0, 4), QVector3D(-8, 0.5f, 6)}, i));
+            points.append(corner({QVector3D(1, -3, -1), QVector3D(2, 7, 0)}, i));
+        }
+    }
+    return points;
+}
+
+struct Projected
+{
+    float low[2] = {9, 9};
+    float high[2] = {-9, -9};
+};
+
+Projected projectAll(const Camera &camera, const QVector<QVector3D> &points)
+{
+    Projected all;
+    for (const QVector3D &point : points) {
+        const QVector3D p = project(camera, point);
+        for (int axis : {0, 1}) {
+            all.low[axis] = std::min(all.low[axis], p[axis]);
+            all.high[axis] = std::max(all.high[axis], p[axis]);
+        }
+        EXPECT_GE(p.z(), -1.0001f);
+        EXPECT_LE(p.z(), 1.0001f);
+    }
+    return all;
+}
+
+TEST(FramingTest, unevenScenesAreCentredAndFilledFromEverySide)
+{
+    const char *views[] = {"front", "back", "left", "right", "top", "bottom", "iso", "30,20", "-120,-35",
+        "75,80:fov=90", "10,5:fov=4", "200,45:fov=60"};
+    int tips = 0;
+    for (int scene : {0, 1}) {
+        const QVector<QVector3D> points = unevenScene(scene);
+        for (const QSize &size : {QSize(1280, 720), QSize(300, 900)}) {
+            for (const char *view : views) {
+                for (const char *kind : {"", ":ortho"}) {
+                    const QString text = QString::fromUtf8(view) + QString::fromUtf8(kind);
+                    SCOPED_TRACE(text.toStdString());
+                    const Camera camera = framePoints(points, parsed(text.toUtf8()), size);
+                    const Projected seen = projectAll(camera, points);
+                    EXPECT_NEAR(seen.low[0], -seen.high[0], 1.0f / float(size.width()));
+                    EXPECT_NEAR(seen.low[1], -seen.high[1], 1.0f / float(size.height()));
+                    // The tip of the cone points at these eyes, which keep their distance from it.
+                    const bool isTip = scene == 0 && camera.nearPlane < 0.006f * camera.farPlane;
+                    tips += isTip;
+                    if (!isTip) {
+                        EXPECT_NEAR(std::max(seen.high[0], seen.high[1]), 0.95f, 2e-3f);
+                    }
+                }
+            }
+        }
+    }
+    EXPECT_EQ(tips, 3) << "from above in the wide picture, and with 90 degrees in both";
+}
+
+TEST(FramingTest, aFartherViewStaysCentred)
+{
+    const QVector<QVector3D> points = unevenScene(1);
+    const QSize size(640, 360);
+    for (const char *text : {"30,20,2", "30,20,2:ortho"}) {
+        const Projected seen = projectAll(framePoints(points, parsed(text), size), points);
+        EXPECT_NEAR(seen.low[0], -seen.high[0], 1.0f / 640) << text;
+        EXPECT_NEAR(seen.low[1], -seen.high[1], 1.0f / 360) << text;
+        EXPECT_LT(std::max(seen.high[0], seen.high[1]), 0.7f) << text;
+    }
+    const Projected half = projectAll(framePoints(points, parsed("30,20,2:ortho"), size), points);
+    EXPECT_NEAR(std::max(half.high[0], half.high[1]), 0.475f, 1e-3f) << "twice as far shows half as large";
+}
+
+TEST(FramingTest, namedDirectionsAreThoseOfTheAxes)
+{
+    const QVector<QVector3D> cube = unevenScene(0);
+    const auto behind = [&](const char *text) {
+        return framePoints(cube, parsed(text), QSize(64, 64)).cameraMatrix.inverted().mapVector(QVector3D(0, 0, 1));
+    };
+    expectNear(behind("front"), {0, 0, 1}, 1e-5f);
+    expectNear(behind("back"), {0, 0, -1}, 1e-5f);
+    expectNear(behind("left"), {-1, 0, 0}, 1e-5f);
+    expectNear(behind("right"), {1, 0, 0}, 1e-5f);
+    expectNear(behind("top"), {0, 1, 0}, 1e-5f);
+    expectNear(behind("bottom"), {0, -1, 0}, 1e-5f);
+    expectNear(behind("iso"), QVector3D(1, 1, 1).normalized(), 1e-5f);
+}
+
+TEST(FramingTest, parallelRaysShowTheSameSizeAtEveryDepth)
+{
+    const Camera camera = framePoints(unevenScene(1), parsed("front:ortho"), QSize(200, 100));
+    const float nearWidth = project(camera, {1, 0, 6}).x() - project(camera, {0, 0, 6}).x();
+    const float farWidth = project(camera, {1, 0, -1}).x() - project(camera, {0, 0, -1}).x();
+    EXPECT_NEAR(nearWidth, farWidth, 1e-6f);
+    const float height = project(camera, {0, 1, 0}).y() - project(camera, {0, 0, 0}).y();
+    EXPECT_NEAR(height, 2 * nearWidth, 1e-5f) << "square pixels";
+    // From an eye, too, the whole scene is in the picture.
+    const Projected seen =
+        projectAll(framePoints(unevenScene(1), parsed("eye=30,20,30:ortho"), QSize(200, 100)), unevenScene(1));
+    EXPECT_NEAR(std::max({seen.high[0], seen.high[1], -seen.low[0], -seen.low[1]}), 0.95f, 1e-3f);
+}
+
+TEST(FramingTest, turntablesNeitherWobbleNorPump)
+{
+    QVector<float> turns;
+    for (int i = 0; i < 36; ++i)
+        turns.append(float(10 * i));
+    const QSize size(640, 480);
+    for (int scene : {0, 1}) {
+        const QVector<QVector3D> points = unevenScene(scene);
+        QVector3D low = points.first();
+        QVector3D high = low;
+        for (const QVector3D &point : points) {
+            for (int axis = 0; axis < 3; ++axis) {
+                low[axis] = std::min(low[axis], point[axis]);
+                high[axis] = std::max(high[axis], point[axis]);
+            }
+        }
+        const QVector3D centre = (low + high) / 2;
+        for (const char *text : {"30,20", "front", "0,-40:fov=80", "iso:ortho"}) {
+            SCOPED_TRACE(text);
+            const QVector<Camera> cameras = frameTurntable(points, parsed(text), turns, size);
+            ASSERT_EQ(cameras.size(), turns.size());
+            Projected all;
+            float distance = 0;
+            for (const Camera &camera : cameras) {
+                for (float height : {low.y(), centre.y(), high.y()}) {
+                    const QVector3D onAxis(centre.x(), height, centre.z());
+                    const QVector3D place = project(camera, onAxis);
+                    const QVector3D first = project(cameras.first(), onAxis);
+                    EXPECT_NEAR(place.x(), first.x(), 0.2f / 640) << "a tenth of a pixel";
+                    EXPECT_NEAR(place.y(), first.y(), 0.2f / 480);
+                    EXPECT_NEAR(place.x(), 0, 0.2f / 640);
+                }
+                const Projected seen = projectAll(camera, points);
+                for (int axis : {0, 1}) {
+                    all.low[axis] = std::min(all.low[axis], seen.low[axis]);
+                    all.high[axis] = std::max(all.high[axis], seen.high[axis]);
+                }
+                const float now = (eyeOf(camera) - centre).length();
+                distance = distance > 0 ? distance : now;
+                EXPECT_NEAR(now, distance, 1e-4f * distance);
+            }
+            EXPECT_NEAR(all.low[1], -all.high[1], 1.0f / 480) << "centred in height over the whole turn";
+            const float reach = std::max({-all.low[0], all.high[0], all.high[1]});
+            EXPECT_NEAR(reach, 0.95f, 2e-3f) << "as close as no picture is cut";
+        }
+    }
+}
+
+TEST(FramingTest, aTurntableAroundATargetKeepsItInTheMiddle)
+{
+    const QVector<QVector3D> points = unevenScene(0);
+    const QVector3D target(3, 2, -2);
+    for (const char *text : {"30,20:target=3,2,-2", "eye=12,9,3:target=3,2,-2"}) {
+        const QVector<Camera> cameras = frameTurntable(points, parsed(text), {0, 45, 200}, QSize(320, 200));
+        for (const Camera &camera : cameras) {
+            EXPECT_NEAR(project(camera, target).x(), 0, 1e-5f) << text;
+            EXPECT_NEAR(project(camera, target).y(), 0, 1e-5f) << text;
+        }
+    }
+    EXPECT_TRUE(frameTurntable(points, CameraView(), {}, QSize(320, 200)).isEmpty());
+}
+
+TEST(FramingTest, scenesWithoutExtentAreOneUnitAcross)
+{
+    const Camera none = framePoints({}, CameraView(), QSize(64, 64));
+    const Camera unit =
+        frameScene({QVector3D(-0.5f, -0.5f, -0.5f), QVector3D(0.5f, 0.5f, 0.5f)}, CameraView(), QSize(64, 64));
+    EXPECT_EQ(none.cameraMatrix, unit.cameraMatrix);
+    EXPECT_EQ(none.projectionMatrix, unit.projectionMatrix);
+}
+
 } // namespace Velmora::Kvz
