@@ -89,12 +89,14 @@ std::optional<int> readOptions(const QStringList &arguments, RenderOptions *opti
     const QCommandLineOption camera(QStringLiteral("camera"),
         QStringLiteral(
             "Where to look from: AZIMUTH,ELEVATION[,DISTANCE] in degrees, where the model just fits at distance "
-            "1; or eye=X,Y,Z, optionally with target=X,Y,Z; fov=DEGREES sets the vertical field of view. "
-            "Parts are joined by \":\", as in 30,20:fov=50. Default: 30,20,1:fov=35."),
+            "1; front, back, left, right, top, bottom or iso; or eye=X,Y,Z, optionally with target=X,Y,Z. ortho "
+            "gives parallel rays, fov=DEGREES sets the vertical field of view. Parts are joined by \":\", as in "
+            "30,20:fov=50. Default: 30,20,1:fov=35."),
         QStringLiteral("VIEW"), QStringLiteral("30,20"));
     const QCommandLineOption orbit(QStringLiteral("orbit"),
-        QStringLiteral("Turns the camera around the model by this angle between frames; the last frame has VIEW. Needs "
-                       "--frames 2 or more. Default: 0."),
+        QStringLiteral(
+            "Turns the camera around the model by this angle between frames, at one distance at which it fits "
+            "in all of them; the last frame has VIEW. Needs --frames 2 or more. Default: 0."),
         QStringLiteral("DEGREES"), QStringLiteral("0"));
     const QCommandLineOption light(QStringLiteral("light"),
         QStringLiteral("A light that casts shadows; repeat it for several. They replace the chain's lights. "
@@ -197,16 +199,24 @@ struct Rendering
     RenderTarget *target;
     const HeadlessContext &context;
     const RenderOptions &options;
-    QPair<QVector3D, QVector3D> sceneBounds;
+    QVector<Camera> cameras; ///< Of each frame, or of all where it does not move.
 };
+
+/// The cameras of all frames, framed together; one where it does not move.
+QVector<Camera> camerasOf(const QVector<QVector3D> &points, const RenderOptions &options)
+{
+    if (options.orbit == 0)
+        return {framePoints(points, options.view, options.size)};
+    QVector<float> turns;
+    for (int frame = 0; frame < options.frames; ++frame)
+        turns.append(options.orbit * float(frame + 1 - options.frames));
+    return frameTurntable(points, options.view, turns, options.size);
+}
 
 /// Puts the camera where it is in a frame.
 void setCamera(const Rendering &rendering, int frame)
 {
-    const RenderOptions &options = rendering.options;
-    CameraView view = options.view;
-    view.turn = options.orbit * float(frame + 1 - options.frames);
-    const Camera camera = frameScene(rendering.sceneBounds, view, options.size);
+    const Camera &camera = rendering.cameras[std::min(frame, rendering.cameras.size() - 1)];
     rendering.chain->setCamera(camera.cameraMatrix, camera.projectionMatrix);
     rendering.chain->setFrameValue(FrameValues::nearPlane, camera.nearPlane);
     rendering.chain->setFrameValue(FrameValues::farPlane, camera.farPlane);
@@ -347,7 +357,7 @@ int render(const ImportedScene &scene, const ResolvedChain &resolved, const Rend
         return fail(QStringLiteral("%1: the driver cannot hold it").arg(options.model));
 
     RenderChain chain;
-    const Rendering rendering{&chain, &target, *context, options, model->sceneBounds()};
+    const Rendering rendering{&chain, &target, *context, options, camerasOf(scene.points(), options)};
     chain.setViewport(QRect(QPoint(0, 0), options.size));
     setCamera(rendering, 0);
     chain.setModel(model.data());

@@ -35,6 +35,9 @@ struct KVZ_HOST_EXPORT ImportedScene
     QVector<ImportedItem> items;
     QStringList warnings; ///< What could not be had and what stands in its place: one line each, the file named.
 
+    /// The corners of all items in world space, as framePoints() takes them.
+    QVector<QVector3D> points() const;
+
     /// The scene on the GPU; needs a current context. Null, with one log line, when the driver cannot hold it.
     QSharedPointer<GPUModel> build() const;
 };

@@ -6,6 +6,16 @@
 
 namespace Velmora::Kvz {
 
+QVector<QVector3D> ImportedScene::points() const
+{
+    QVector<QVector3D> points;
+    for (const ImportedItem &item : items) {
+        for (const QVector3D &position : meshes[item.mesh].positions)
+            points.append(item.modelMatrix.map(position));
+    }
+    return points;
+}
+
 QSharedPointer<GPUModel> ImportedScene::build() const
 {
     GPUModelBuilder builder;
@@ -23,13 +33,11 @@ void addFloor(ImportedScene *scene)
     constexpr float most = std::numeric_limits<float>::max();
     QVector3D low(most, most, most);
     QVector3D high = -low;
-    for (const ImportedItem &item : qAsConst(scene->items)) {
-        for (const QVector3D &position : scene->meshes[item.mesh].positions) {
-            const QVector3D point = item.modelMatrix * position;
-            for (int axis = 0; axis < 3; ++axis) {
-                low[axis] = std::min(low[axis], point[axis]);
-                high[axis] = std::max(high[axis], point[axis]);
-            }
+    const QVector<QVector3D> points = scene->points();
+    for (const QVector3D &point : points) {
+        for (int axis = 0; axis < 3; ++axis) {
+            low[axis] = std::min(low[axis], point[axis]);
+            high[axis] = std::max(high[axis], point[axis]);
         }
     }
     const QVector3D extent = high - low;
