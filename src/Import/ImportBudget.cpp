@@ -80,12 +80,19 @@ qint64 countOf(const QByteArray &word)
     return fits ? count : isNumber ? std::numeric_limits<qint64>::max() : 0;
 }
 
+/// What stands before a character, or all of the text.
+QByteArray before(const QByteArray &text, char end)
+{
+    const int length = text.indexOf(end);
+    return length < 0 ? text : text.left(length);
+}
+
 QString exaggeratedOff(const QList<QByteArray> &lines, qint64 fileSize)
 {
     // The counts follow the keyword, on its line or on the first one after it that is neither empty nor a comment.
     QList<QByteArray> words;
     for (QByteArray line : lines) {
-        line = line.left(line.indexOf('#')).simplified();
+        line = before(line, '#').simplified();
         if (line.isEmpty())
             continue;
         for (const QByteArray &word : line.split(' ')) {
@@ -122,7 +129,7 @@ QString exaggeratedHeader(const QByteArray &start, qint64 fileSize)
     const QByteArray first = lines.value(0).simplified();
     if (first == "ply")
         return exaggeratedPly(lines, fileSize);
-    return first.left(first.indexOf(' ')).endsWith("OFF") ? exaggeratedOff(lines, fileSize) : QString();
+    return before(first, ' ').endsWith("OFF") ? exaggeratedOff(lines, fileSize) : QString();
 }
 
 } // namespace Velmora::Kvz

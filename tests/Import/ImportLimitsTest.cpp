@@ -18,12 +18,12 @@ TEST(ImportLimitsTest, headersThatDeclareMoreThanTheirFileHoldsAreRefusedBeforeA
 {
     TemporaryFolder folder;
     EXPECT_EQ(refusal(folder.write("a.off", "OFF\n# so many\n353535235358 6 0\n0 0 0\n")),
-        "its header declares 353535235358 vertices, more than its 40 bytes can hold");
+        "its header declares 353535235358 vertices, more than its 37 bytes can hold");
     EXPECT_EQ(refusal(folder.write("b.off", "OFF 3 99999999999999999999 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n")),
         "its header declares 9223372036854775807 faces, more than its 55 bytes can hold");
     EXPECT_EQ(refusal(folder.write("c.ply",
                   "ply\nformat binary_little_endian 1.0\nelement vertex 4000000000\nproperty float x\nend_header\n")),
-        "its header declares 4000000000 elements, more than its 86 bytes can hold");
+        "its header declares 4000000000 elements, more than its 90 bytes can hold");
     EXPECT_EQ(importScene(folder.write("d.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n")).items.size(), 1);
 }
 
@@ -33,7 +33,7 @@ TEST(ImportLimitsTest, eachLimitOfTheHostIsNamedByTheRefusal)
     const QString file = folder.write("a.obj", triangle);
     ImportOptions options;
     options.limits.bytes = triangle.size() - 1;
-    EXPECT_EQ(refusal(file, options), "reading it takes more than the limit of 33 bytes");
+    EXPECT_EQ(refusal(file, options), "reading it takes more than the limit of 31 bytes");
     options.limits.bytes = 0;
     options.limits.vertices = 2;
     EXPECT_EQ(refusal(file, options), "it has more than the limit of 2 vertices");

@@ -620,10 +620,13 @@ TEST(KvzProgramTest, orbitGetsToTheViewAndMovesUntilThen)
         EXPECT_EQ(result.errors, QStringList());
         return expectPicture(folder.path("out.png"), {160, 120});
     };
-    // A chain without memory shows the last frame alone.
-    const QImage still = rendered("deferred", {});
-    EXPECT_EQ(rendered("deferred", {"--frames", "3", "--orbit", "7"}), still);
-    EXPECT_EQ(rendered("deferred", {"--frames", "3", "--orbit", "0"}), still);
+    // A chain without memory shows the last frame alone. From an eye nothing is framed, so that it is the still picture.
+    const QStringList eye{"--camera", "eye=6,4,8"};
+    const QImage still = rendered("deferred", eye);
+    EXPECT_EQ(rendered("deferred", eye + QStringList{"--frames", "3", "--orbit", "7"}), still);
+    EXPECT_EQ(rendered("deferred", eye + QStringList{"--frames", "3", "--orbit", "0"}), still);
+    // Else one distance serves all frames: the model is whole in each.
+    EXPECT_NE(rendered("deferred", {"--frames", "3", "--orbit", "50"}), rendered("deferred", {}));
 
     // What is nearest to the camera goes to the left when it turns to the right, and back.
     const auto redInFront = [&](const QString &degrees) {
