@@ -74,8 +74,7 @@ private:
     void draw(Texture *source, Texture *depth, const QVector<QRect> &destinations, int count) const;
     void blit(const Texture *source, const QVector<QRect> &sources, const QVector<QRect> &destinations, int count);
 
-    std::unique_ptr<ShaderProgram>
-        m_depthShaderProgram; ///< The same sources as the other's, with PROCESS_DEPTH defined.
+    std::unique_ptr<ShaderProgram> m_depthShaderProgram; ///< The same sources with PROCESS_DEPTH defined.
     std::unique_ptr<ShaderProgram> m_shaderProgram;
     QSharedPointer<DrawBuffers> m_screenQuad;
     std::unique_ptr<FramebufferObject> m_drawFramebuffer;
