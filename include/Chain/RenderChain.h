@@ -56,8 +56,8 @@ class Texture;
 ///
 /// **Programs.** Passes say nothing of a shader that the driver refuses, and go on without it. A frame in which a pass built
 /// or used such a program is rendered to its end, but its picture is wrong: renderFrame() returns false for it and for each
-/// further one in which the pass still uses the program, and errorString() is one line with the pass and the driver's decisive words. The log has
-/// them once. Programs that failed before the frame, and outside of the chain, do not count.
+/// further one in which the pass still uses the program, and errorString() is one line with the pass and the driver's
+/// decisive words. The log has them once. Programs that failed before the frame, and outside of the chain, do not count.
 ///
 /// All operations run on the thread of the context; whether they need it current is said with each.
 class KVZ_HOST_EXPORT RenderChain
