@@ -28,6 +28,13 @@ struct KVZ_HOST_EXPORT ImportLimits
 struct ImportOptions
 {
     ImportLimits limits;
+    /// The axis of the file that points up: "x", "y", "z" or one of them with a minus. Empty: what the file says, else y.
+    QString up;
+    /// The animation that poses the nodes, by name or by number from 0. Empty: the first one if `time` is given, else none.
+    QString animation;
+    /// The moment of the animation, in seconds; outside its span the first or last pose stays. Below 0: 0 if an animation is
+    /// given, else the nodes are not animated.
+    double time = -1;
 };
 
 } // namespace Velmora::Kvz

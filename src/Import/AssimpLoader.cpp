@@ -8,6 +8,7 @@
 #include <assimp/DefaultLogger.hpp>
 #include <assimp/IOStream.hpp>
 #include <assimp/MemoryIOWrapper.h>
+#include <assimp/importerdesc.h>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
@@ -200,9 +201,11 @@ const aiScene *AssimpLoader::process(QString *reason)
     return nullptr;
 }
 
-bool AssimpLoader::isObj() const
+QByteArray AssimpLoader::format() const
 {
-    return m_importer.GetPropertyInteger("importerIndex") == int(m_importer.GetImporterIndex("obj"));
+    const int index = m_importer.GetPropertyInteger("importerIndex", -1);
+    const aiImporterDesc *description = index < 0 ? nullptr : m_importer.GetImporterInfo(size_t(index));
+    return description ? QByteArray(description->mFileExtensions).split(' ').first() : QByteArray();
 }
 
 /// Why assimp gave no scene, in one line.

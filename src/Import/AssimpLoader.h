@@ -53,7 +53,8 @@ public:
     /// Triangles alone, with texture coordinates as the file means them; null with a reason. Post-processing trusts its
     /// input, so what was read is to be checked before.
     const aiScene *process(QString *reason);
-    bool isObj() const;
+    /// The first suffix of the loader that read the file: "obj", "gltf", "stl" and so on.
+    QByteArray format() const;
     /// Bare names of the files that the loader asked for and that cannot be opened.
     QStringList missingFiles() const { return m_missingFiles; }
 

@@ -1,10 +1,35 @@
 // SPDX-License-Identifier: MIT
 #include <Import/ImportedScene.h>
 
+#include <QtCore/QHash>
+#include <QtCore/QPair>
+
 #include <algorithm>
 #include <limits>
 
 namespace Velmora::Kvz {
+
+namespace {
+
+/// A mesh with the texture coordinates that a texture asks for.
+MeshData withCoordinates(const ImportedMesh &mesh, const ImportedTexture &texture)
+{
+    MeshData result = mesh;
+    if (texture.uvSet == 1 && !mesh.texCoords1.isEmpty())
+        result.texCoords = mesh.texCoords1;
+    if (texture.transform.isIdentity())
+        return result;
+    for (QVector2D &texCoord : result.texCoords)
+        texCoord = QVector2D(texture.transform.map(texCoord.toPointF()));
+    return result;
+}
+
+bool isPlain(const ImportedTexture &texture)
+{
+    return texture.image < 0 || (texture.uvSet == 0 && texture.transform.isIdentity());
+}
+
+} // namespace
 
 QVector<QVector3D> ImportedScene::points() const
 {
@@ -19,12 +44,24 @@ QVector<QVector3D> ImportedScene::points() const
 QSharedPointer<GPUModel> ImportedScene::build() const
 {
     GPUModelBuilder builder;
-    for (const MeshData &mesh : meshes)
+    for (const ImportedMesh &mesh : meshes)
         builder.addMesh(mesh);
-    for (const MaterialData &material : materials)
+    for (const ImportedMaterial &material : materials)
         builder.addMaterial(material);
-    for (const ImportedItem &item : items)
-        builder.addItem(item.mesh, item.material, item.modelMatrix, item.featureFlags);
+    QHash<QPair<int, int>, int> placed; // mesh and material to the builder's mesh
+    for (const ImportedItem &item : items) {
+        const ImportedTexture texture = item.material >= 0 && item.material < materials.size()
+            ? materials[item.material].baseColourTexture
+            : ImportedTexture();
+        int mesh = item.mesh;
+        if (mesh >= 0 && mesh < meshes.size() && !isPlain(texture)) {
+            const auto key = qMakePair(mesh, item.material);
+            const auto known = placed.constFind(key);
+            mesh = known != placed.constEnd() ? known.value() : builder.addMesh(withCoordinates(meshes[mesh], texture));
+            placed.insert(key, mesh);
+        }
+        builder.addItem(mesh, item.material, item.modelMatrix, item.featureFlags);
+    }
     return builder.build();
 }
 
@@ -45,7 +82,7 @@ void addFloor(ImportedScene *scene)
     if (scene->items.isEmpty() || half <= 0)
         return;
 
-    MeshData mesh;
+    ImportedMesh mesh;
     for (const QVector2D &corner : {QVector2D(-1, 1), QVector2D(1, 1), QVector2D(1, -1), QVector2D(-1, -1)}) {
         mesh.positions.append(
             {(low.x() + high.x()) / 2 + corner.x() * half, low.y(), (low.z() + high.z()) / 2 + corner.y() * half});
@@ -53,7 +90,7 @@ void addFloor(ImportedScene *scene)
         mesh.texCoords.append((corner + QVector2D(1, 1)) / 2);
     }
     mesh.indices = {0, 1, 2, 0, 2, 3};
-    MaterialData material;
+    ImportedMaterial material;
     material.kd = {0.75f, 0.75f, 0.75f};
 
     ImportedItem item;

@@ -2,74 +2,16 @@
 #include "MaterialReader.h"
 
 #include "AssimpTypes.h"
-#include "ImportBudget.h"
+#include "MaterialModel.h"
 
 #include <assimp/GltfMaterial.h>
 #include <assimp/scene.h>
-
-#include <QtCore/QBuffer>
-#include <QtCore/QFile>
-#include <QtCore/QFileInfo>
-#include <QtCore/QUrl>
-#include <QtGui/QColor>
 
 #include <cstring>
 
 namespace Velmora::Kvz {
 
 namespace {
-
-/// What stands in for the material of a mesh without one.
-MaterialData standInMaterial()
-{
-    MaterialData material;
-    material.ks = QVector3D(0.2f, 0.2f, 0.2f);
-    return material;
-}
-
-/// Whether a glTF material says that its opacity does not count.
-bool isDeclaredOpaque(const aiMaterial &material)
-{
-    aiString alphaMode;
-    return material.Get(AI_MATKEY_GLTF_ALPHAMODE, alphaMode) == aiReturn_SUCCESS
-        && std::strcmp(alphaMode.C_Str(), "BLEND") != 0;
-}
-
-/// Whether any pixel has an alpha below 1: many images have the channel and make no use of it.
-bool isSeeThrough(const QImage &image)
-{
-    if (!image.hasAlphaChannel())
-        return false;
-    const QImage rgba = image.convertToFormat(QImage::Format_ARGB32);
-    for (int y = 0; y < rgba.height(); ++y) {
-        const QRgb *line = reinterpret_cast<const QRgb *>(rgba.constScanLine(y));
-        if (std::any_of(line, line + rgba.width(), [](QRgb pixel) { return qAlpha(pixel) < 255; }))
-            return true;
-    }
-    return false;
-}
-
-/// A colour image with the opacity of another in its alpha: that one's alpha or, without such a channel, its grey. A null
-/// colour image is white.
-QImage withOpacity(const QImage &colour, const QImage &opacity)
-{
-    QImage result = colour.convertToFormat(QImage::Format_ARGB32);
-    if (result.isNull()) {
-        result = QImage(opacity.size(), QImage::Format_ARGB32);
-        result.fill(Qt::white);
-    }
-    const bool hasAlpha = opacity.hasAlphaChannel();
-    const QImage fitted = opacity.convertToFormat(QImage::Format_ARGB32)
-                              .scaled(result.size(), Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
-                              .convertToFormat(QImage::Format_ARGB32);
-    for (int y = 0; y < result.height(); ++y) {
-        QRgb *line = reinterpret_cast<QRgb *>(result.scanLine(y));
-        const QRgb *other = reinterpret_cast<const QRgb *>(fitted.constScanLine(y));
-        for (int x = 0; x < result.width(); ++x)
-            line[x] = (line[x] & 0x00ffffff) | QRgb(hasAlpha ? qAlpha(other[x]) : qGray(other[x])) << 24;
-    }
-    return result;
-}
 
 float number(const aiMaterial &material, const char *key, unsigned type, unsigned index, float fallback)
 {
@@ -104,140 +46,165 @@ bool isStandIn(const aiMaterial &material)
         && colour(material, AI_MATKEY_COLOR_DIFFUSE, QVector3D()) == white;
 }
 
-/// Mean of a channel over an image, 0 to 1; 1 for a null image.
-float mean(const QImage &image, int (*channel)(QRgb))
+bool isGltf(const aiMaterial &source)
 {
-    if (image.isNull())
-        return 1;
-    const QImage rgb = image.convertToFormat(QImage::Format_RGB32);
-    quint64 sum = 0;
-    for (int y = 0; y < rgb.height(); ++y) {
-        const QRgb *line = reinterpret_cast<const QRgb *>(rgb.constScanLine(y));
-        for (int x = 0; x < rgb.width(); ++x)
-            sum += quint64(channel(line[x]));
-    }
-    return float(double(sum) / (255.0 * rgb.width() * rgb.height()));
+    aiString mode;
+    return source.Get(AI_MATKEY_GLTF_ALPHAMODE, mode) == aiReturn_SUCCESS;
+}
+
+/// What a glTF material says of its alpha; Blend for materials of other formats, which do not say.
+ImportedMaterial::AlphaMode alphaModeOf(const aiMaterial &source)
+{
+    aiString mode;
+    if (source.Get(AI_MATKEY_GLTF_ALPHAMODE, mode) != aiReturn_SUCCESS || std::strcmp(mode.C_Str(), "BLEND") == 0)
+        return ImportedMaterial::Blend;
+    return std::strcmp(mode.C_Str(), "MASK") == 0 ? ImportedMaterial::Mask : ImportedMaterial::Opaque;
+}
+
+ImportedTexture::Wrap wrapOf(const aiMaterial &source, const char *key, aiTextureType type)
+{
+    int mode = aiTextureMapMode_Wrap;
+    source.Get(key, type, 0, mode);
+    return mode == aiTextureMapMode_Mirror ? ImportedTexture::MirroredRepeat
+        : mode == aiTextureMapMode_Wrap    ? ImportedTexture::Repeat
+                                           : ImportedTexture::ClampToEdge;
+}
+
+int uvSetOf(const aiMaterial &source, aiTextureType type)
+{
+    int set = 0;
+    source.Get(AI_MATKEY_UVWSRC(type, 0), set);
+    return set;
 }
 
 } // namespace
 
-bool isTransparent(const aiMaterial &source, const MaterialData &material)
-{
-    return !isDeclaredOpaque(source) && (material.d < 1 || isSeeThrough(material.mapKd));
-}
-
-MaterialReader::MaterialReader(const aiScene *source, const QString &file, ImportBudget *budget, QStringList *warnings)
+MaterialReader::MaterialReader(const aiScene *source, const QByteArray &format, SceneImages *images)
     : m_source(source),
-      m_file(file),
-      m_directory(QFileInfo(file).absoluteDir()),
-      m_budget(budget),
-      m_warnings(warnings)
+      m_format(format),
+      m_images(images)
 { }
 
-MaterialData MaterialReader::read(const aiMaterial &source)
+ImportedMaterial MaterialReader::read(const aiMaterial &source, bool isColoured)
 {
-    if (isStandIn(source))
-        return standInMaterial();
+    ImportedMaterial material = standInMaterial();
+    int twoSided = 0;
+    material.saysSides = source.Get(AI_MATKEY_TWOSIDED, twoSided) == aiReturn_SUCCESS;
+    material.name = toQString(const_cast<aiMaterial &>(source).GetName());
+    material.isDoubleSided = twoSided != 0;
+    if (isStandIn(source)) {
+        if (isColoured) {
+            material.kd = QVector3D(1, 1, 1);
+            material.baseColour = QVector4D(1, 1, 1, 1);
+        }
+        return material;
+    }
+
+    material.alphaMode = alphaModeOf(source);
+    material.alphaCutoff = number(source, AI_MATKEY_GLTF_ALPHACUTOFF, 0.5f);
+    const float opacity = qBound(0.0f, number(source, AI_MATKEY_OPACITY, 1), 1.0f);
+    // Exporters of COLLADA write an opacity of 0 for surfaces that are not to be seen through.
+    const bool isIgnored = m_format == "dae" && opacity <= 0;
+    material.d = material.alphaMode == ImportedMaterial::Blend && !isIgnored ? opacity : 1;
+
     const float metallic = number(source, AI_MATKEY_METALLIC_FACTOR, -1);
     const float roughness = number(source, AI_MATKEY_ROUGHNESS_FACTOR, -1);
-    MaterialData material = metallic < 0 && roughness < 0
-        ? mtlMaterial(source)
-        : metallicMaterial(source, std::max(metallic, 0.0f), roughness < 0 ? 1 : roughness);
+    material.isMetallicRoughness = metallic >= 0 || roughness >= 0;
+    if (material.isMetallicRoughness)
+        readMetallic(source, std::max(metallic, 0.0f), roughness < 0 ? 1 : roughness, &material);
+    else
+        readPhong(source, &material);
+    material.baseColour.setW(opacity);
+    readSurface(source, &material);
 
-    material.d = isDeclaredOpaque(source) ? 1 : qBound(0.0f, number(source, AI_MATKEY_OPACITY, 1), 1.0f);
-    material.mapKd = texture(source, {aiTextureType_DIFFUSE, aiTextureType_BASE_COLOR});
-    const QImage opacity = texture(source, {aiTextureType_OPACITY});
-    if (!opacity.isNull())
-        material.mapKd = withOpacity(material.mapKd, opacity);
+    material.baseColourTexture =
+        texture(source, {aiTextureType_DIFFUSE, aiTextureType_BASE_COLOR}, ImportedImage::Colour);
+    material.mapKd = m_images->at(material.baseColourTexture.image);
+    material.opacityTexture = texture(source, {aiTextureType_OPACITY}, ImportedImage::Data);
+    const QImage opacityMap = m_images->at(material.opacityTexture.image);
+    if (!opacityMap.isNull())
+        material.mapKd = withOpacity(material.mapKd, opacityMap);
+    // Formats other than glTF do not say whether they blend: what the material lets through tells.
+    if (material.alphaMode == ImportedMaterial::Blend && material.d >= 1 && !isSeeThrough(material.mapKd)
+        && !isGltf(source))
+        material.alphaMode = ImportedMaterial::Opaque;
     return material;
 }
 
-MaterialData MaterialReader::mtlMaterial(const aiMaterial &source)
+void MaterialReader::readPhong(const aiMaterial &source, ImportedMaterial *material)
 {
-    MaterialData material;
-    material.kd = colour(source, AI_MATKEY_COLOR_DIFFUSE, material.kd);
+    material->kd = colour(source, AI_MATKEY_COLOR_DIFFUSE, MaterialData().kd);
+    material->baseColour = QVector4D(material->kd, 1);
+    material->ks = QVector3D();
     const float exponent = number(source, AI_MATKEY_SHININESS, 0);
-    if (exponent > 0) {
-        material.ks = colour(source, AI_MATKEY_COLOR_SPECULAR, material.ks);
-        material.ns = exponent;
-        material.mapKs = texture(source, {aiTextureType_SPECULAR});
-    }
-    return material;
+    if (exponent <= 0)
+        return;
+    material->ks = colour(source, AI_MATKEY_COLOR_SPECULAR, QVector3D());
+    material->ns = exponent;
+    material->specularTexture = texture(source, {aiTextureType_SPECULAR}, ImportedImage::Colour);
+    material->mapKs = m_images->at(material->specularTexture.image);
 }
 
-MaterialData MaterialReader::metallicMaterial(const aiMaterial &source, float metallic, float roughness)
+void MaterialReader::readMetallic(const aiMaterial &source, float metallic, float roughness, ImportedMaterial *material)
 {
-    // glTF packs both into one map: roughness in green, metallic in blue. In a grey map the channels agree.
-    const float m = qBound(0.0f, metallic * mean(texture(source, {aiTextureType_METALNESS}), qBlue), 1.0f);
-    const float r = qBound(0.0f, roughness * mean(texture(source, {aiTextureType_DIFFUSE_ROUGHNESS}), qGreen), 1.0f);
-    const QVector3D base =
-        colour(source, AI_MATKEY_BASE_COLOR, colour(source, AI_MATKEY_COLOR_DIFFUSE, standInMaterial().kd));
-    const QVector3D reflectance = QVector3D(0.04f, 0.04f, 0.04f) * (1 - m) + base * m;
-    const float strongest = std::max({reflectance.x(), reflectance.y(), reflectance.z(), 1e-3f});
-
-    MaterialData material;
-    material.kd = base * (1 - m / 2);
-    material.ns = r > 0 ? qBound(1.0f, 2 / std::pow(r, 4.0f) - 2, 1024.0f) : 1024;
-    material.ks = reflectance * (1 - r) * std::min((material.ns + 8) / 8, 1 / strongest);
-    return material;
+    const QVector3D base = colour(source, AI_MATKEY_BASE_COLOR, colour(source, AI_MATKEY_COLOR_DIFFUSE, material->kd));
+    material->baseColour = QVector4D(base, 1);
+    material->metallic = qBound(0.0f, metallic, 1.0f);
+    material->roughness = qBound(0.0f, roughness, 1.0f);
+    // Other formats than glTF may keep the two in maps of their own, which are grey: there the channels agree.
+    const ImportedTexture metallicMap = texture(source, {aiTextureType_METALNESS}, ImportedImage::Data);
+    const ImportedTexture roughnessMap = texture(source, {aiTextureType_DIFFUSE_ROUGHNESS}, ImportedImage::Data);
+    if (metallicMap.image == roughnessMap.image)
+        material->metallicRoughnessTexture = metallicMap;
+    setPhongFromMetallic(material, m_images->at(metallicMap.image), m_images->at(roughnessMap.image));
 }
 
-/// The first texture of these types; null, which is white, without one and with a warning for one that cannot be read.
-QImage MaterialReader::texture(const aiMaterial &material, std::initializer_list<aiTextureType> types)
+/// What all kinds of material may have beside their colours.
+void MaterialReader::readSurface(const aiMaterial &source, ImportedMaterial *material)
 {
+    int shading = 0;
+    source.Get(AI_MATKEY_SHADING_MODEL, shading);
+    material->isUnlit = m_format == "gltf" && shading == aiShadingMode_Unlit;
+    material->emission = colour(source, AI_MATKEY_COLOR_EMISSIVE, QVector3D());
+    material->refractiveIndex = number(source, AI_MATKEY_REFRACTI, material->refractiveIndex);
+    material->emissionTexture =
+        texture(source, {aiTextureType_EMISSIVE, aiTextureType_EMISSION_COLOR}, ImportedImage::Colour);
+    material->normalTexture =
+        texture(source, {aiTextureType_NORMALS, aiTextureType_NORMAL_CAMERA}, ImportedImage::Data);
+    material->occlusionTexture =
+        texture(source, {aiTextureType_AMBIENT_OCCLUSION, aiTextureType_LIGHTMAP}, ImportedImage::Data);
+}
+
+/// The first texture of these types.
+ImportedTexture MaterialReader::texture(
+    const aiMaterial &source, std::initializer_list<aiTextureType> types, ImportedImage::Use use)
+{
+    ImportedTexture result;
     for (const aiTextureType type : types) {
         aiString name;
-        if (material.GetTexture(type, 0, &name) != aiReturn_SUCCESS || name.length == 0)
+        if (source.GetTexture(type, 0, &name) != aiReturn_SUCCESS || name.length == 0)
             continue;
-        const QString path = toQString(name);
-        const auto known = m_images.constFind(path);
-        if (known != m_images.constEnd())
-            return known.value();
-        const auto say = [&](const QString &what) {
-            m_warnings->append(QStringLiteral("%1: material \"%2\": texture \"%3\" %4")
-                                   .arg(m_file, toQString(const_cast<aiMaterial &>(material).GetName()), path, what));
-        };
-        const DecodedImage decoded = readTexture(path);
-        const QImage image = decoded.image;
-        if (image.isNull())
-            say(decoded.remark + QStringLiteral("; white is used"));
-        else if (!decoded.remark.isEmpty())
-            say(decoded.remark);
-        m_images.insert(path, image);
-        return image;
+        result.image = image(toQString(name), use, toQString(const_cast<aiMaterial &>(source).GetName()));
+        // The mesh reader puts the set of the diffuse texture first, with the transforms of all sets in place.
+        result.uvSet = uvSetOf(source, type) != uvSetOf(source, aiTextureType_DIFFUSE);
+        result.wrapU = wrapOf(source, _AI_MATKEY_MAPPINGMODE_U_BASE, type);
+        result.wrapV = wrapOf(source, _AI_MATKEY_MAPPINGMODE_V_BASE, type);
+        break;
     }
-    return {};
+    return result;
 }
 
-DecodedImage MaterialReader::readTexture(const QString &path)
+int MaterialReader::image(const QString &path, ImportedImage::Use use, const QString &material)
 {
-    if (!m_budget->isTimeLeft())
-        return {};
-    if (const aiTexture *embedded = m_source->GetEmbeddedTexture(path.toUtf8().constData())) {
-        auto *data = reinterpret_cast<const uchar *>(embedded->pcData);
-        if (embedded->mHeight > 0) {
-            const QImage pixels(data, int(embedded->mWidth), int(embedded->mHeight), QImage::Format_ARGB32);
-            return {pixels.copy(), QString()};
-        }
-        QByteArray bytes = QByteArray::fromRawData(reinterpret_cast<const char *>(data), int(embedded->mWidth));
-        QBuffer buffer(&bytes);
-        buffer.open(QIODevice::ReadOnly);
-        DecodedImage decoded = decodeImage(&buffer, m_budget->imageSide());
-        if (decoded.image.isNull())
-            decoded.remark = QStringLiteral("in the file ") + decoded.remark;
-        return decoded;
-    }
-    const QString slashed = QString(path).replace(QLatin1Char('\\'), QLatin1Char('/'));
-    const QString unescaped = QUrl::fromPercentEncoding(slashed.toUtf8());
-    for (const QString &candidate : {slashed, unescaped, QFileInfo(slashed).fileName()}) {
-        QFile file(m_directory.filePath(candidate));
-        if (!QFileInfo(file).isFile())
-            continue;
-        if (!file.open(QIODevice::ReadOnly))
-            return {QImage(), QStringLiteral("cannot be read (%1)").arg(file.errorString())};
-        return decodeImage(&file, m_budget->imageSide());
-    }
-    return {QImage(), QStringLiteral("is not there")};
+    const aiTexture *embedded = m_source->GetEmbeddedTexture(path.toUtf8().constData());
+    if (!embedded)
+        return m_images->fromPath(path, use, material);
+    const auto *data = reinterpret_cast<const char *>(embedded->pcData);
+    if (embedded->mHeight == 0)
+        return m_images->fromBytes(path, QByteArray::fromRawData(data, int(embedded->mWidth)), use, material);
+    const QImage pixels(
+        reinterpret_cast<const uchar *>(data), int(embedded->mWidth), int(embedded->mHeight), QImage::Format_ARGB32);
+    return m_images->fromPixels(path, pixels.copy(), use);
 }
 
 } // namespace Velmora::Kvz

@@ -1,15 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "ImageDecoder.h"
+#include "SceneImages.h"
 
-#include <Scene/GPUModelBuilder.h>
+#include <Import/ImportedScene.h>
 
 #include <assimp/material.h>
-
-#include <QtCore/QDir>
-#include <QtCore/QHash>
-#include <QtCore/QStringList>
 
 #include <initializer_list>
 
@@ -17,33 +13,27 @@ struct aiScene;
 
 namespace Velmora::Kvz {
 
-class ImportBudget;
-
-/// Makes the materials of a scene that assimp read, and reads their images, each once. Says in `warnings` which images could
-/// not be had, one line each.
+/// Makes the materials of a scene that assimp read.
 class MaterialReader
 {
 public:
-    MaterialReader(const aiScene *source, const QString &file, ImportBudget *budget, QStringList *warnings);
+    /// `format` is the loader's first file suffix.
+    MaterialReader(const aiScene *source, const QByteArray &format, SceneImages *images);
 
-    MaterialData read(const aiMaterial &source);
+    /// What stands in for a material that the file does not have is white for meshes with colours of their own, else grey.
+    ImportedMaterial read(const aiMaterial &source, bool isColoured);
 
 private:
-    MaterialData mtlMaterial(const aiMaterial &source);
-    MaterialData metallicMaterial(const aiMaterial &source, float metallic, float roughness);
-    QImage texture(const aiMaterial &material, std::initializer_list<aiTextureType> types);
-    DecodedImage readTexture(const QString &path);
+    void readPhong(const aiMaterial &source, ImportedMaterial *material);
+    void readMetallic(const aiMaterial &source, float metallic, float roughness, ImportedMaterial *material);
+    void readSurface(const aiMaterial &source, ImportedMaterial *material);
+    ImportedTexture texture(
+        const aiMaterial &source, std::initializer_list<aiTextureType> types, ImportedImage::Use use);
+    int image(const QString &path, ImportedImage::Use use, const QString &material);
 
     const aiScene *m_source;
-    QString m_file;
-    QDir m_directory;
-    ImportBudget *m_budget;
-    QStringList *m_warnings;
-    QHash<QString, QImage> m_images; // by path as the file gives it; null: unreadable, and said so
+    QByteArray m_format;
+    SceneImages *m_images;
 };
-
-/// Whether a material lets light through: d < 1 or an image with alpha below 1 somewhere, and no word of the file that its
-/// opacity does not count.
-bool isTransparent(const aiMaterial &source, const MaterialData &material);
 
 } // namespace Velmora::Kvz

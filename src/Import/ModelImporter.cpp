@@ -3,17 +3,101 @@
 
 #include "AssimpLoader.h"
 #include "AssimpTypes.h"
+#include "GltfFile.h"
+#include "GltfReader.h"
 #include "ImportBudget.h"
 #include "ObjText.h"
 #include "SceneReader.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
+#include <QtCore/QLocale>
 
 #include <limits>
 #include <optional>
 
 namespace Velmora::Kvz {
+
+namespace {
+
+const QString noTriangles = QStringLiteral("no triangles");
+
+/// The number of points and lines of a scene in words; empty where it has none.
+QString notDrawn(const ImportedScene &scene)
+{
+    qint64 points = 0;
+    qint64 lines = 0;
+    for (const ImportedPrimitives &set : scene.pointSets)
+        points += set.indices.size();
+    for (const ImportedPrimitives &set : scene.lineSets)
+        lines += set.indices.size() / 2;
+    const auto words = [](qint64 count, const QString &one) {
+        return QLocale(QLocale::English).toString(count) + QLatin1Char(' ') + one
+            + (count == 1 ? QString() : QStringLiteral("s"));
+    };
+    QStringList parts;
+    if (points > 0)
+        parts.append(words(points, QStringLiteral("point")));
+    if (lines > 0)
+        parts.append(words(lines, QStringLiteral("line")));
+    if (parts.isEmpty())
+        return {};
+    return parts.join(QStringLiteral(" and ")) + (points + lines == 1 ? QStringLiteral(" is") : QStringLiteral(" are"))
+        + QStringLiteral(" not drawn: triangles alone are");
+}
+
+bool readWithAssimp(
+    QFile *content, const ImportOptions &options, ImportBudget *budget, ImportedScene *scene, QString *problem)
+{
+    const QString file = content->fileName();
+    const QFileInfo info(file);
+    std::optional<ObjText> objText;
+    if (info.suffix().compare(QLatin1String("obj"), Qt::CaseInsensitive) == 0) {
+        if (info.size() > std::numeric_limits<int>::max()) {
+            *problem = QStringLiteral("OBJ files of 2 GiB and more are not read");
+            return false;
+        }
+        const uchar *bytes = content->map(0, info.size());
+        objText.emplace(QByteArray::fromRawData(reinterpret_cast<const char *>(bytes), bytes ? int(info.size()) : 0));
+    }
+    AssimpLoader loader(file, objText ? objText->plainText() : QByteArray(), budget);
+    const aiScene *source = loader.read(problem);
+    if (!source)
+        return false;
+    *problem = findProblem(source);
+    if (problem->isEmpty() && objText)
+        *problem = objText->problem();
+    if (!problem->isEmpty())
+        return false;
+    source = loader.process(problem);
+    if (!source || !SceneReader(source, loader.format(), file, options, budget).read(scene, problem))
+        return false;
+    if (objText)
+        scene->warnings = objText->libraryWarnings(file, loader.missingFiles()) + scene->warnings;
+    return true;
+}
+
+bool readContent(
+    QFile *content, const ImportOptions &options, ImportBudget *budget, ImportedScene *scene, QString *problem)
+{
+    const QFileInfo info(content->fileName());
+    const bool mayBeGltf = content->seek(0)
+        && (content->peek(4) == "glTF" || info.suffix().compare(QLatin1String("gltf"), Qt::CaseInsensitive) == 0);
+    if (mayBeGltf && info.size() < std::numeric_limits<int>::max()) {
+        const uchar *mapped = content->map(0, info.size());
+        const QByteArray bytes = mapped
+            ? QByteArray::fromRawData(reinterpret_cast<const char *>(mapped), int(info.size()))
+            : content->readAll();
+        if (GltfFile::isGltf2(info.suffix(), bytes)) {
+            GltfFile document;
+            return document.load(content->fileName(), bytes, budget, problem)
+                && GltfReader(&document, content->fileName(), options, budget).read(scene, problem);
+        }
+    }
+    return readWithAssimp(content, options, budget, scene, problem);
+}
+
+} // namespace
 
 bool importModel(const QString &file, ImportedScene *scene, QString *error)
 {
@@ -44,39 +128,21 @@ bool importModel(const QString &file, const ImportOptions &options, ImportedScen
     if (!budget.takeBytes(info.size()))
         return refuse(budget.problem());
 
-    std::optional<ObjText> objText;
-    if (info.suffix().compare(QLatin1String("obj"), Qt::CaseInsensitive) == 0) {
-        if (info.size() > std::numeric_limits<int>::max())
-            return refuse(QStringLiteral("OBJ files of 2 GiB and more are not read"));
-        const uchar *bytes = content.map(0, info.size());
-        if (!bytes && info.size() > 0)
-            return refuse(content.errorString());
-        objText.emplace(QByteArray::fromRawData(reinterpret_cast<const char *>(bytes), int(info.size())));
-    }
-    AssimpLoader loader(file, objText ? objText->plainText() : QByteArray(), &budget);
-    const aiScene *source = loader.read(&problem);
-    if (!source)
-        return refuse(problem);
-    problem = findProblem(source);
-    if (problem.isEmpty() && objText)
-        problem = objText->problem();
-    if (!problem.isEmpty())
-        return refuse(problem);
-    source = loader.process(&problem);
-    if (!source)
-        return refuse(problem);
-
-    ImportedScene result = SceneReader(source, file, &budget).read();
+    ImportedScene result;
+    const bool isRead = readContent(&content, options, &budget, &result, &problem);
     if (!budget.problem().isEmpty())
         return refuse(budget.problem());
+    if (!isRead)
+        return refuse(problem);
+    const QString primitives = notDrawn(result);
     if (result.items.isEmpty())
-        return refuse(noTriangles);
-    for (const ImportedItem &item : result.items) {
+        return refuse(primitives.isEmpty() ? noTriangles : QStringLiteral("%1; %2").arg(noTriangles, primitives));
+    for (const ImportedItem &item : qAsConst(result.items)) {
         if (!isFinite(item.modelMatrix))
             return refuse(QStringLiteral("node \"%1\" has a matrix that is not finite").arg(item.name));
     }
-    if (objText)
-        result.warnings = objText->libraryWarnings(file, loader.missingFiles()) + result.warnings;
+    if (!primitives.isEmpty())
+        result.warnings.append(QStringLiteral("%1: %2").arg(file, primitives));
     *scene = result;
     return true;
 }

@@ -2,10 +2,14 @@
 #pragma once
 
 #include "MaterialReader.h"
+#include "NodePose.h"
+#include "SceneImages.h"
 
+#include <Import/ImportOptions.h>
 #include <Import/ImportedScene.h>
 
 #include <QtCore/QHash>
+#include <QtCore/QPair>
 #include <QtCore/QVector>
 
 struct aiNode;
@@ -15,8 +19,6 @@ namespace Velmora::Kvz {
 
 class ImportBudget;
 
-const QString noTriangles = QStringLiteral("no triangles");
-
 /// A reason why what a loader read cannot be drawn; empty when it can.
 QString findProblem(const aiScene *source);
 
@@ -24,24 +26,39 @@ QString findProblem(const aiScene *source);
 class SceneReader
 {
 public:
-    SceneReader(const aiScene *source, const QString &file, ImportBudget *budget);
+    /// `format` is the loader's first file suffix.
+    SceneReader(const aiScene *source, const QByteArray &format, const QString &file, const ImportOptions &options,
+        ImportBudget *budget);
 
-    /// Cut short where the budget has no time left: its problem says so.
-    ImportedScene read();
+    /// False with a problem. Cut short where the budget has no time left, which its own problem says.
+    bool read(ImportedScene *scene, QString *problem);
 
 private:
-    void readNode(const aiNode &node, const QMatrix4x4 &matrix);
+    void readNodes();
+    void readAnimations();
+    bool findRoot(QMatrix4x4 *root, QString *problem);
+    void readItems(int node);
+    void readCameras();
+    void readLights();
     int meshNumber(unsigned sourceNumber);
-    int materialNumber(unsigned sourceNumber);
+    int materialNumber(unsigned sourceNumber, bool isColoured);
 
     const aiScene *m_source;
+    QByteArray m_format;
     QString m_file;
+    ImportOptions m_options;
     ImportBudget *m_budget;
     ImportedScene m_scene;
+    SceneImages m_images;
     MaterialReader m_materials;
+    QVector<const aiNode *> m_nodes; // of the numbers of the scene's nodes
+    QHash<QString, int> m_nodeNumbers; // by name, the first of each
+    QVector<NodePose> m_poses; // by node
+    QVector<QMatrix4x4> m_world; // by node
     QHash<unsigned, int> m_meshNumbers; // by assimp's index, what nodes use alone; -1: no triangles
-    QHash<unsigned, int> m_materialNumbers;
-    QVector<bool> m_transparent; // one for each material of the scene
+    QHash<QPair<unsigned, bool>, int> m_materialNumbers; // by assimp's index and whether the mesh has colours
+    QVector<ImportedPrimitives> m_points; // one for each mesh of assimp; without positions where it has none
+    QVector<ImportedPrimitives> m_lines;
 };
 
 } // namespace Velmora::Kvz

@@ -3,7 +3,12 @@
 #include "support/ModelFiles.h"
 #include "support/TemporaryFolder.h"
 
+#include <GL/BufferObject.h>
+#include <GL/DrawBuffers.h>
+#include <GL/VertexArrayObject.h>
 #include <Import/ModelImporter.h>
+
+#include <epoxy/gl.h>
 
 namespace Velmora::Kvz {
 
@@ -30,6 +35,45 @@ TEST_F(ModelImporterGLTest, sceneIsBuiltWithItsItems)
     EXPECT_EQ(model->sceneBounds().second, QVector3D(4, 4, 3));
     EXPECT_FALSE(model->isDrawEmpty(ImportedScene::Transparent, ImportedScene::Transparent));
     EXPECT_TRUE(model->isDrawEmpty(0, ImportedScene::Transparent));
+}
+
+/// One mesh, two materials: the first samples set 1 through a transform, the second set 0 as it is.
+TEST_F(ModelImporterGLTest, textureCoordinatesAreThoseThatTheMaterialAsksFor)
+{
+    ImportedScene scene;
+    ImportedMesh mesh;
+    mesh.positions = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
+    mesh.indices = {0, 1, 2};
+    mesh.texCoords = {{0, 0}, {1, 0}, {0, 1}};
+    mesh.texCoords1 = {{0.5f, 0.5f}, {0.75f, 0.5f}, {0.5f, 0.75f}};
+    scene.meshes = {mesh};
+    scene.images = {{"map", QImage(), ImportedImage::Colour}};
+    ImportedMaterial moved;
+    moved.baseColourTexture.image = 0;
+    moved.baseColourTexture.uvSet = 1;
+    moved.baseColourTexture.transform = QTransform(2, 0, 0, 3, 10, 20);
+    ImportedMaterial plain;
+    plain.baseColourTexture.image = 0;
+    scene.materials = {moved, plain};
+    for (const int material : {0, 1, 0}) {
+        ImportedItem item;
+        item.material = material;
+        scene.items.append(item);
+    }
+    const auto model = scene.build();
+    ASSERT_TRUE(model);
+    EXPECT_EQ(model->itemCount(), 3);
+    const auto buffer = model->drawBuffers(0)->VAO()->bo(QStringLiteral("va_TexCoord"));
+    ASSERT_EQ(buffer->size(), long(6 * sizeof(QVector2D))) << "items of one mesh and material share it";
+    const auto *mapped = static_cast<const QVector2D *>(buffer->map(GL_READ_ONLY));
+    QVector<QVector2D> texCoords;
+    for (int v = 0; v < 6; ++v)
+        texCoords.append(mapped[v]);
+    buffer->unmap();
+    const QVector<QVector2D> expected = {{11, 21.5f}, {11.5f, 21.5f}, {11, 22.25f}};
+    const bool movedFirst = texCoords[0] == expected[0];
+    EXPECT_EQ(texCoords.mid(movedFirst ? 0 : 3, 3), expected);
+    EXPECT_EQ(texCoords.mid(movedFirst ? 3 : 0, 3), mesh.texCoords);
 }
 
 } // namespace Velmora::Kvz

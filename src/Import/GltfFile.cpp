@@ -1,0 +1,511 @@
+// SPDX-License-Identifier: MIT
+#include "GltfFile.h"
+
+#include "ImportBudget.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+#include <QtCore/QRegularExpression>
+#include <QtCore/QStringList>
+#include <QtCore/QtEndian>
+
+#include <meshoptimizer.h>
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <limits>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+const QStringList readExtensions{
+    QStringLiteral("KHR_mesh_quantization"),
+    QStringLiteral("KHR_texture_transform"),
+    QStringLiteral("KHR_materials_unlit"),
+    QStringLiteral("KHR_materials_emissive_strength"),
+    QStringLiteral("KHR_materials_pbrSpecularGlossiness"),
+    QStringLiteral("KHR_lights_punctual"),
+    QStringLiteral("EXT_mesh_gpu_instancing"),
+    QStringLiteral("EXT_meshopt_compression"),
+    QStringLiteral("EXT_texture_webp"),
+};
+
+/// What the library asks of the file system. Images are none of its business: they are read later, under their own limits.
+struct Reader
+{
+    QString directory;
+    ImportBudget *budget;
+    QString missing;
+
+    static bool exists(const std::string &name, void *user)
+    {
+        auto *reader = static_cast<Reader *>(user);
+        const QString file = QString::fromStdString(name);
+        static const QStringList images{QStringLiteral("png"), QStringLiteral("jpg"), QStringLiteral("jpeg"),
+            QStringLiteral("webp"), QStringLiteral("ktx2"), QStringLiteral("ktx"), QStringLiteral("tga"),
+            QStringLiteral("bmp"), QStringLiteral("gif"), QStringLiteral("dds"), QStringLiteral("tif")};
+        const QFileInfo info(file);
+        // It also tries the working directory.
+        if (images.contains(info.suffix().toLower()) || !file.startsWith(reader->directory))
+            return false;
+        if (!info.isFile())
+            reader->missing = info.fileName();
+        return info.isFile();
+    }
+
+    static std::string expand(const std::string &name, void *) { return name; }
+
+    static bool read(std::vector<unsigned char> *bytes, std::string *error, const std::string &name, void *user)
+    {
+        auto *reader = static_cast<Reader *>(user);
+        QFile file(QString::fromStdString(name));
+        if (!file.open(QIODevice::ReadOnly)) {
+            *error += file.errorString().toStdString();
+            return false;
+        }
+        if (!reader->budget->isTimeLeft() || !reader->budget->takeBytes(file.size()))
+            return false;
+        bytes->resize(size_t(file.size()));
+        return file.read(reinterpret_cast<char *>(bytes->data()), file.size()) == file.size();
+    }
+
+    static bool write(std::string *, const std::string &, const std::vector<unsigned char> &, void *) { return false; }
+};
+
+/// Keeps the bytes of an image that is part of the document's text. Those in buffers stay there.
+bool keepImage(tinygltf::Image *image, const int, std::string *, std::string *, int, int, const unsigned char *bytes,
+    int size, void *)
+{
+    image->as_is = true;
+    if (image->bufferView < 0)
+        image->image.assign(bytes, bytes + size);
+    return true;
+}
+
+struct Chunk
+{
+    int begin = 0;
+    int size = 0;
+};
+
+/// The document of a GLB.
+Chunk jsonChunk(const QByteArray &glb)
+{
+    if (glb.size() < 20)
+        return {};
+    const quint32 size = qFromLittleEndian<quint32>(glb.constData() + 12);
+    return {20, int(std::min<quint32>(size, quint32(glb.size() - 20)))};
+}
+
+bool isCompressedBuffer(const QJsonObject &buffer)
+{
+    return buffer[QStringLiteral("extensions")]
+        .toObject()[QStringLiteral("EXT_meshopt_compression")]
+        .toObject()[QStringLiteral("fallback")]
+        .toBool();
+}
+
+/// The document with buffers of one byte in place of those that have no data, since what lies in them is compressed
+/// elsewhere: the library knows no such buffers.
+QByteArray withoutFallbacks(const QByteArray &json)
+{
+    QJsonObject document = QJsonDocument::fromJson(json).object();
+    QJsonArray buffers = document[QStringLiteral("buffers")].toArray();
+    for (int b = 0; b < buffers.size(); ++b) {
+        const QJsonObject buffer = buffers[b].toObject();
+        if (isCompressedBuffer(buffer) && !buffer.contains(QStringLiteral("uri")))
+            buffers[b] = QJsonObject{{QStringLiteral("byteLength"), 1},
+                {QStringLiteral("uri"), QStringLiteral("data:application/octet-stream;base64,AA==")}};
+    }
+    document[QStringLiteral("buffers")] = buffers;
+    return QJsonDocument(document).toJson(QJsonDocument::Compact);
+}
+
+QByteArray withJson(const QByteArray &glb, const Chunk &chunk, QByteArray json)
+{
+    json.append(QByteArray((4 - json.size() % 4) % 4, ' '));
+    QByteArray result = glb.left(chunk.begin) + json + glb.mid(chunk.begin + chunk.size);
+    qToLittleEndian(quint32(result.size()), result.data() + 8);
+    qToLittleEndian(quint32(json.size()), result.data() + 12);
+    return result;
+}
+
+QString firstLine(const std::string &text)
+{
+    return QString::fromStdString(text).section(QLatin1Char('\n'), 0, 0, QString::SectionSkipEmpty).trimmed();
+}
+
+float component(const char *at, int type, bool isNormalized)
+{
+    switch (type) {
+    case TINYGLTF_COMPONENT_TYPE_BYTE: {
+        const float value = float(*reinterpret_cast<const qint8 *>(at));
+        return isNormalized ? std::max(value / 127, -1.0f) : value;
+    }
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE: {
+        const float value = float(*reinterpret_cast<const quint8 *>(at));
+        return isNormalized ? value / 255 : value;
+    }
+    case TINYGLTF_COMPONENT_TYPE_SHORT: {
+        const float value = float(qFromLittleEndian<qint16>(at));
+        return isNormalized ? std::max(value / 32767, -1.0f) : value;
+    }
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT: {
+        const float value = float(qFromLittleEndian<quint16>(at));
+        return isNormalized ? value / 65535 : value;
+    }
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT:
+        return float(qFromLittleEndian<quint32>(at));
+    default: {
+        const quint32 bits = qFromLittleEndian<quint32>(at);
+        float value;
+        std::memcpy(&value, &bits, sizeof(value));
+        return value;
+    }
+    }
+}
+
+int componentSize(int type)
+{
+    switch (type) {
+    case TINYGLTF_COMPONENT_TYPE_BYTE:
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE:
+        return 1;
+    case TINYGLTF_COMPONENT_TYPE_SHORT:
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT:
+        return 2;
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT:
+    case TINYGLTF_COMPONENT_TYPE_FLOAT:
+        return 4;
+    default:
+        return 0;
+    }
+}
+
+quint32 integer(const char *at, int type)
+{
+    switch (componentSize(type)) {
+    case 1:
+        return quint8(*at);
+    case 2:
+        return qFromLittleEndian<quint16>(at);
+    default:
+        return qFromLittleEndian<quint32>(at);
+    }
+}
+
+} // namespace
+
+double numberOf(const tinygltf::Value &object, const char *key, double fallback)
+{
+    if (!object.Has(key) || !object.Get(std::string(key)).IsNumber())
+        return fallback;
+    return object.Get(std::string(key)).GetNumberAsDouble();
+}
+
+int integerOf(const tinygltf::Value &object, const char *key, int fallback)
+{
+    const double number = numberOf(object, key, fallback);
+    return std::abs(number) < std::numeric_limits<int>::max() ? int(number) : fallback;
+}
+
+const tinygltf::Value &extensionOf(const tinygltf::ExtensionMap &extensions, const char *name)
+{
+    static const tinygltf::Value none;
+    const auto found = extensions.find(name);
+    return found != extensions.end() ? found->second : none;
+}
+
+bool GltfFile::isGltf2(const QString &suffix, const QByteArray &content)
+{
+    if (content.startsWith("glTF"))
+        return content.size() >= 12 && qFromLittleEndian<quint32>(content.constData() + 4) != 1;
+    if (suffix.compare(QLatin1String("gltf"), Qt::CaseInsensitive) != 0)
+        return false;
+    const int asset = content.indexOf("\"asset\"");
+    static const QRegularExpression version(QStringLiteral("\"version\"\\s*:\\s*\"([0-9]+)"));
+    return version.match(QString::fromUtf8(content.mid(std::max(asset, 0), 2000))).captured(1) != QLatin1String("1");
+}
+
+bool GltfFile::load(const QString &file, const QByteArray &content, ImportBudget *budget, QString *problem)
+{
+    Reader reader{QFileInfo(file).absolutePath(), budget, QString()};
+    tinygltf::TinyGLTF library;
+    library.SetFsCallbacks({&Reader::exists, &Reader::expand, &Reader::read, &Reader::write, &reader});
+    library.SetImageLoader(&keepImage, nullptr);
+
+    const bool isBinary = content.startsWith("glTF");
+    const Chunk json = isBinary ? jsonChunk(content) : Chunk{0, content.size()};
+    QByteArray text = content;
+    if (content.indexOf("EXT_meshopt_compression") >= 0) {
+        const QByteArray mended = withoutFallbacks(content.mid(json.begin, json.size));
+        text = isBinary ? withJson(content, json, mended) : mended;
+    }
+    std::string error;
+    std::string warning;
+    const std::string directory = reader.directory.toStdString();
+    bool isLoaded = false;
+    try { // its parser of JSON throws
+        isLoaded = isBinary ? library.LoadBinaryFromMemory(&m_document, &error, &warning,
+                       reinterpret_cast<const unsigned char *>(text.constData()), unsigned(text.size()), directory)
+                            : library.LoadASCIIFromString(
+                                &m_document, &error, &warning, text.constData(), unsigned(text.size()), directory);
+    } catch (const std::exception &exception) {
+        error = exception.what();
+    }
+    if (!isLoaded) {
+        const QString reason = firstLine(error);
+        *problem = !budget->problem().isEmpty() ? budget->problem()
+            : !reader.missing.isEmpty()         ? QStringLiteral("its file \"%1\" is not there").arg(reader.missing)
+                                                : QStringLiteral("damaged or truncated glTF: %1")
+                                              .arg(reason.isEmpty() ? QStringLiteral("no document in it") : reason);
+        return false;
+    }
+    for (const std::string &required : m_document.extensionsRequired) {
+        const QString name = QString::fromStdString(required);
+        if (!readExtensions.contains(name)) {
+            *problem = QStringLiteral("it requires the glTF extension %1, which is not read").arg(name);
+            return false;
+        }
+    }
+    return true;
+}
+
+QByteArray GltfFile::bytes(int bufferView)
+{
+    if (bufferView < 0 || size_t(bufferView) >= m_document.bufferViews.size())
+        return {};
+    const tinygltf::BufferView &view = m_document.bufferViews[size_t(bufferView)];
+    const tinygltf::Value &compression = extensionOf(view.extensions, "EXT_meshopt_compression");
+    if (compression.IsObject()) {
+        const auto known = m_decompressed.constFind(bufferView);
+        if (known != m_decompressed.constEnd())
+            return known.value();
+        return *m_decompressed.insert(bufferView, decompressed(bufferView, compression));
+    }
+    if (view.buffer < 0 || size_t(view.buffer) >= m_document.buffers.size())
+        return {};
+    const std::vector<unsigned char> &data = m_document.buffers[size_t(view.buffer)].data;
+    if (view.byteOffset > data.size() || view.byteLength > data.size() - view.byteOffset
+        || view.byteLength > size_t(std::numeric_limits<int>::max()))
+        return {};
+    return QByteArray::fromRawData(reinterpret_cast<const char *>(data.data()) + view.byteOffset, int(view.byteLength));
+}
+
+/// The data of a view of EXT_meshopt_compression; null where it is damaged.
+QByteArray GltfFile::decompressed(int bufferView, const tinygltf::Value &extension)
+{
+    const int buffer = integerOf(extension, "buffer", -1);
+    const double offset = numberOf(extension, "byteOffset", 0);
+    const double length = numberOf(extension, "byteLength", 0);
+    const int stride = integerOf(extension, "byteStride", 0);
+    const int count = integerOf(extension, "count", 0);
+    if (buffer < 0 || size_t(buffer) >= m_document.buffers.size() || stride <= 0 || stride > 256 || count <= 0)
+        return {};
+    const std::vector<unsigned char> &data = m_document.buffers[size_t(buffer)].data;
+    const double declared = double(stride) * count;
+    if (offset < 0 || length <= 0 || offset + length > double(data.size())
+        || declared > double(std::numeric_limits<int>::max())
+        || declared > double(m_document.bufferViews[size_t(bufferView)].byteLength))
+        return {};
+    const unsigned char *const from = data.data() + size_t(offset);
+    const std::string mode =
+        extension.Get("mode").IsString() ? extension.Get("mode").Get<std::string>() : std::string();
+    const std::string filter = extension.Has("filter") && extension.Get("filter").IsString()
+        ? extension.Get("filter").Get<std::string>()
+        : "NONE";
+    QByteArray result(stride * count, '\0');
+    int failed = -1;
+    if (mode == "ATTRIBUTES" && stride % 4 == 0)
+        failed = meshopt_decodeVertexBuffer(result.data(), size_t(count), size_t(stride), from, size_t(length));
+    else if (mode == "TRIANGLES" && count % 3 == 0 && (stride == 2 || stride == 4))
+        failed = meshopt_decodeIndexBuffer(result.data(), size_t(count), size_t(stride), from, size_t(length));
+    else if (mode == "INDICES" && (stride == 2 || stride == 4))
+        failed = meshopt_decodeIndexSequence(result.data(), size_t(count), size_t(stride), from, size_t(length));
+    if (failed != 0)
+        return {};
+    if (filter == "OCTAHEDRAL" && (stride == 4 || stride == 8))
+        meshopt_decodeFilterOct(result.data(), size_t(count), size_t(stride));
+    else if (filter == "QUATERNION" && stride == 8)
+        meshopt_decodeFilterQuat(result.data(), size_t(count), size_t(stride));
+    else if (filter == "EXPONENTIAL" && stride % 4 == 0)
+        meshopt_decodeFilterExp(result.data(), size_t(count), size_t(stride));
+    else if (filter != "NONE")
+        return {};
+    return result;
+}
+
+bool GltfFile::open(int accessor, Elements *elements, QString *problem)
+{
+    if (accessor < 0 || size_t(accessor) >= m_document.accessors.size()) {
+        *problem = QStringLiteral("accessor %1 does not exist").arg(accessor);
+        return false;
+    }
+    const tinygltf::Accessor &from = m_document.accessors[size_t(accessor)];
+    elements->componentType = from.componentType;
+    elements->components = tinygltf::GetNumComponentsInType(uint32_t(from.type));
+    elements->isNormalized = from.normalized;
+    const int size = componentSize(from.componentType) * elements->components;
+    if (size <= 0 || from.count > size_t(std::numeric_limits<int>::max()) / size_t(std::max(size, 1)) / 4) {
+        *problem = QStringLiteral("accessor %1 has no type or count that glTF knows").arg(accessor);
+        return false;
+    }
+    elements->count = int(from.count);
+    elements->stride = size;
+    if (from.bufferView < 0) { // zeros
+        elements->data = QByteArray(size * elements->count, '\0');
+        return !from.sparse.isSparse || applySparse(from, elements, problem);
+    }
+    const QByteArray view = bytes(from.bufferView);
+    const size_t declared = size_t(from.bufferView) < m_document.bufferViews.size()
+        ? m_document.bufferViews[size_t(from.bufferView)].byteStride
+        : 0;
+    elements->stride = declared > 0 ? int(std::min<size_t>(declared, 1 << 16)) : size;
+    const qint64 needed = elements->count > 0 ? qint64(elements->stride) * (elements->count - 1) + size : 0;
+    if (from.byteOffset > size_t(view.size()) || needed > view.size() - qint64(from.byteOffset)) {
+        *problem = QStringLiteral("accessor %1 reaches past the end of its data").arg(accessor);
+        return false;
+    }
+    elements->data = QByteArray::fromRawData(view.constData() + from.byteOffset, int(needed));
+    return !from.sparse.isSparse || applySparse(from, elements, problem);
+}
+
+/// Puts the sparse elements of an accessor into a copy of the others.
+bool GltfFile::applySparse(const tinygltf::Accessor &accessor, Elements *elements, QString *problem)
+{
+    const auto &sparse = accessor.sparse;
+    const QByteArray indices = bytes(sparse.indices.bufferView).mid(std::max(sparse.indices.byteOffset, 0));
+    const QByteArray values = bytes(sparse.values.bufferView).mid(std::max(sparse.values.byteOffset, 0));
+    const int indexSize = componentSize(sparse.indices.componentType);
+    const int size = componentSize(accessor.componentType) * elements->components;
+    if (sparse.count < 0 || indexSize == 0 || qint64(sparse.count) * indexSize > indices.size()
+        || qint64(sparse.count) * size > values.size()) {
+        *problem = QStringLiteral("the sparse part of an accessor reaches past the end of its data");
+        return false;
+    }
+    QByteArray data(elements->data.constData(), elements->data.size()); // a copy of its own
+    for (int i = 0; i < sparse.count; ++i) {
+        const quint32 index = integer(indices.constData() + i * indexSize, sparse.indices.componentType);
+        if (index >= quint32(elements->count)) {
+            *problem = QStringLiteral("the sparse part of an accessor has an index past the end");
+            return false;
+        }
+        std::memcpy(data.data() + qint64(index) * elements->stride, values.constData() + i * size, size_t(size));
+    }
+    elements->data = data;
+    return true;
+}
+
+bool GltfFile::readVectors(int accessor, std::initializer_list<int> types, QVector<QVector4D> *values, QString *problem)
+{
+    Elements elements;
+    if (!open(accessor, &elements, problem))
+        return false;
+    const int type = m_document.accessors[size_t(accessor)].type;
+    if (std::find(types.begin(), types.end(), type) == types.end()) {
+        *problem = QStringLiteral("accessor %1 is of a type that does not fit its use").arg(accessor);
+        return false;
+    }
+    const int size = componentSize(elements.componentType);
+    values->resize(elements.count);
+    for (int i = 0; i < elements.count; ++i) {
+        const char *const at = elements.data.constData() + qint64(i) * elements.stride;
+        QVector4D value(0, 0, 0, 1);
+        for (int c = 0; c < elements.components; ++c)
+            value[c] = component(at + c * size, elements.componentType, elements.isNormalized);
+        (*values)[i] = value;
+    }
+    return true;
+}
+
+bool GltfFile::readVectors(int accessor, QVector<QVector3D> *values, QString *problem)
+{
+    Elements elements;
+    if (!open(accessor, &elements, problem))
+        return false;
+    if (elements.components != 3) {
+        *problem = QStringLiteral("accessor %1 is of a type that does not fit its use").arg(accessor);
+        return false;
+    }
+    values->resize(elements.count);
+    if (elements.componentType == TINYGLTF_COMPONENT_TYPE_FLOAT && elements.stride == sizeof(QVector3D)
+        && Q_BYTE_ORDER == Q_LITTLE_ENDIAN) {
+        std::memcpy(values->data(), elements.data.constData(), size_t(elements.data.size()));
+        return true;
+    }
+    const int size = componentSize(elements.componentType);
+    for (int i = 0; i < elements.count; ++i) {
+        const char *const at = elements.data.constData() + qint64(i) * elements.stride;
+        for (int c = 0; c < 3; ++c)
+            (*values)[i][c] = component(at + c * size, elements.componentType, elements.isNormalized);
+    }
+    return true;
+}
+
+bool GltfFile::readVectors(int accessor, QVector<QVector2D> *values, QString *problem)
+{
+    Elements elements;
+    if (!open(accessor, &elements, problem))
+        return false;
+    if (elements.components != 2) {
+        *problem = QStringLiteral("accessor %1 is of a type that does not fit its use").arg(accessor);
+        return false;
+    }
+    const int size = componentSize(elements.componentType);
+    values->resize(elements.count);
+    for (int i = 0; i < elements.count; ++i) {
+        const char *const at = elements.data.constData() + qint64(i) * elements.stride;
+        (*values)[i] = QVector2D(component(at, elements.componentType, elements.isNormalized),
+            component(at + size, elements.componentType, elements.isNormalized));
+    }
+    return true;
+}
+
+bool GltfFile::readNumbers(int accessor, QVector<float> *values, QString *problem)
+{
+    QVector<QVector4D> vectors;
+    if (!readVectors(accessor, {TINYGLTF_TYPE_SCALAR}, &vectors, problem))
+        return false;
+    values->clear();
+    for (const QVector4D &vector : qAsConst(vectors))
+        values->append(vector.x());
+    return true;
+}
+
+bool GltfFile::readMatrix(int accessor, QVector<float> *values, QString *problem)
+{
+    Elements elements;
+    if (!open(accessor, &elements, problem))
+        return false;
+    if (elements.components != 16 || m_document.accessors[size_t(accessor)].type != TINYGLTF_TYPE_MAT4
+        || elements.componentType != TINYGLTF_COMPONENT_TYPE_FLOAT || elements.count < 1) {
+        *problem = QStringLiteral("accessor %1 is of a type that does not fit its use").arg(accessor);
+        return false;
+    }
+    values->clear();
+    for (int i = 0; i < 16; ++i)
+        values->append(component(elements.data.constData() + 4 * i, elements.componentType, false));
+    return true;
+}
+
+bool GltfFile::readIndices(int accessor, QVector<quint32> *values, QString *problem)
+{
+    Elements elements;
+    if (!open(accessor, &elements, problem))
+        return false;
+    if (elements.components != 1 || elements.componentType == TINYGLTF_COMPONENT_TYPE_FLOAT) {
+        *problem = QStringLiteral("accessor %1 is of a type that does not fit its use").arg(accessor);
+        return false;
+    }
+    values->resize(elements.count);
+    for (int i = 0; i < elements.count; ++i)
+        (*values)[i] = integer(elements.data.constData() + qint64(i) * elements.stride, elements.componentType);
+    return true;
+}
+
+} // namespace Velmora::Kvz

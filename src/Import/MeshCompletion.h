@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <Import/ImportedScene.h>
+
+#include <vector>
+
+namespace Velmora::Kvz {
+
+/// The direction that a triangle faces, of unit length; zero for one without area. In double precision, since models may be
+/// some millionths across.
+QVector3D faceNormal(const QVector3D &a, const QVector3D &b, const QVector3D &c);
+
+/// Leaves out triangles without area and makes what an indexed mesh lacks: normals where it has none or null ones, texture
+/// coordinates where it has none. Vertices are split where triangles disagree, and left out where no triangle uses them; the
+/// others keep their order. Normals against the winding of most triangles are turned. Returns whether they were.
+bool completeMesh(ImportedMesh *mesh);
+
+/// Orders triangles for the vertex cache and vertices by their first use. For meshes whose file gives no order of its own.
+void orderForCache(ImportedMesh *mesh);
+
+/// Moves the vertices of a mesh: vertex v becomes remap[v], where that is not ~0u, of `count`.
+void moveVertices(ImportedMesh *mesh, const std::vector<unsigned> &remap, int count);
+
+} // namespace Velmora::Kvz

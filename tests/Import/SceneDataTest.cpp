@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: MIT
+#include "ImportHelpers.h"
+#include "support/ModelFiles.h"
+#include "support/TemporaryFolder.h"
+
+namespace Velmora::Kvz {
+
+namespace {
+
+const QByteArray plyHeader = "ply\nformat ascii 1.0\n";
+const QByteArray plyPosition = "property float x\nproperty float y\nproperty float z\n";
+
+/// A cube as STL, each facet with corners of its own.
+QByteArray cubeStl()
+{
+    const QVector3D axes[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    QByteArray stl = "solid cube\n";
+    for (int axis = 0; axis < 3; ++axis) {
+        for (const int sign : {-1, 1}) {
+            const QVector3D n = axes[axis] * sign;
+            const QVector3D u = axes[(axis + 1) % 3];
+            const QVector3D v = QVector3D::crossProduct(n, u);
+            const QVector3D corners[] = {n - u - v, n + u - v, n + u + v, n - u + v};
+            for (const int first : {1, 2}) {
+                stl += "facet normal 0 0 0\nouter loop\n";
+                for (const QVector3D &corner : {corners[0], corners[first], corners[first + 1]})
+                    stl +=
+                        QStringLiteral("vertex %1 %2 %3\n").arg(corner.x()).arg(corner.y()).arg(corner.z()).toLatin1();
+                stl += "endloop\nendfacet\n";
+            }
+        }
+    }
+    return stl + "endsolid cube\n";
+}
+
+} // namespace
+
+TEST(SceneDataTest, vertexColoursOfPlyAndObjAreKept)
+{
+    TemporaryFolder folder;
+    const ImportedScene ply = importScene(folder.write("a.ply",
+        plyHeader + "element vertex 3\n" + plyPosition
+            + "property uchar red\nproperty uchar green\nproperty uchar blue\n"
+            + "element face 1\nproperty list uchar int vertex_indices\nend_header\n"
+              "0 0 0 255 0 0\n1 0 0 0 255 0\n0 1 0 0 0 51\n3 0 1 2\n"));
+    const ImportedScene obj =
+        importScene(folder.write("a.obj", "v 0 0 0 1 0 0\nv 1 0 0 0 1 0\nv 0 1 0 0 0 0.2\nf 1 2 3\n"));
+    for (const ImportedScene &scene : {ply, obj}) {
+        ASSERT_EQ(scene.meshes.size(), 1);
+        const ImportedMesh &mesh = scene.meshes[0];
+        ASSERT_EQ(mesh.colours.size(), 3);
+        for (int v = 0; v < 3; ++v) {
+            const QVector4D expected = mesh.positions[v].x() > 0 ? QVector4D(0, 1, 0, 1)
+                : mesh.positions[v].y() > 0                      ? QVector4D(0, 0, 0.2f, 1)
+                                                                 : QVector4D(1, 0, 0, 1);
+            EXPECT_NEAR((mesh.colours[v] - expected).length(), 0, 1e-5) << v;
+        }
+    }
+    EXPECT_EQ(ply.materials.value(0).kd, QVector3D(1, 1, 1)) << "no material dims the colours";
+}
+
+TEST(SceneDataTest, pointsAndLinesOfAnyFormatAreSetsOfTheirOwn)
+{
+    TemporaryFolder folder;
+    const QString file = folder.write("a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 5 5 5\nf 1 2 3\nl 1 2 4\np 3 4\n");
+    const ImportedScene scene = importScene(file);
+    int lineEnds = 0;
+    for (const ImportedPrimitives &set : scene.lineSets)
+        lineEnds += set.indices.size();
+    EXPECT_EQ(lineEnds, 4) << "two lines";
+    int points = 0;
+    bool hasFar = false;
+    for (const ImportedPrimitives &set : scene.pointSets) {
+        points += set.indices.size();
+        hasFar |= set.positions.contains(QVector3D(5, 5, 5));
+    }
+    EXPECT_EQ(points, 2);
+    EXPECT_TRUE(hasFar);
+    EXPECT_EQ(scene.warnings, QStringList(file + ": 2 points and 2 lines are not drawn: triangles alone are"));
+
+    QByteArray cloud = plyHeader + "element vertex 12000\n" + plyPosition + "end_header\n";
+    for (int i = 0; i < 12000; ++i)
+        cloud += "1 2 3\n";
+    EXPECT_EQ(refusal(folder.write("b.ply", cloud)), "no triangles; 12,000 points are not drawn: triangles alone are");
+}
+
+TEST(SceneDataTest, facetsWeldToSmoothSurfacesWithHardEdges)
+{
+    TemporaryFolder folder;
+    const ImportedMesh mesh = importScene(folder.write("a.stl", cubeStl())).meshes.value(0);
+    EXPECT_EQ(mesh.indices.size(), 36);
+    EXPECT_EQ(mesh.positions.size(), 24) << "of 36 corners: four for each side";
+    for (int i = 0; i < mesh.indices.size(); i += 3) {
+        const QVector3D a = mesh.positions[int(mesh.indices[i])];
+        const QVector3D b = mesh.positions[int(mesh.indices[i + 1])];
+        const QVector3D c = mesh.positions[int(mesh.indices[i + 2])];
+        for (int corner = 0; corner < 3; ++corner)
+            EXPECT_NEAR((mesh.normals[int(mesh.indices[i + corner])] - QVector3D::normal(a, b, c)).length(), 0, 1e-5);
+    }
+}
+
+TEST(SceneDataTest, indexedVerticesKeepTheirOrder)
+{
+    // A grid of 4 by 4 vertices with normals and texture coordinates, from the last to the first, and one that nothing uses.
+    QByteArray vertices;
+    QVector<QVector3D> expected;
+    for (int v = 15; v >= 0; --v) {
+        vertices += QStringLiteral("%1 %2 0 0 0 1 0 0\n").arg(v % 4).arg(v / 4).toLatin1();
+        expected.append(QVector3D(v % 4, v / 4, 0));
+        if (v == 8)
+            vertices += "9 9 9 0 0 1 0 0\n";
+    }
+    const auto number = [](int x, int y) { return 15 - (4 * y + x) + (4 * y + x < 8 ? 1 : 0); };
+    QByteArray faces;
+    for (int y = 0; y < 3; ++y) {
+        for (int x = 0; x < 3; ++x)
+            faces += QStringLiteral("4 %1 %2 %3 %4\n")
+                         .arg(number(x, y))
+                         .arg(number(x + 1, y))
+                         .arg(number(x + 1, y + 1))
+                         .arg(number(x, y + 1))
+                         .toLatin1();
+    }
+    TemporaryFolder folder;
+    const ImportedMesh mesh = importScene(
+        folder.write("a.ply",
+            plyHeader + "element vertex 17\n" + plyPosition
+                + "property float nx\nproperty float ny\nproperty float nz\nproperty float s\nproperty float t\n"
+                  "element face 9\nproperty list uchar int vertex_indices\nend_header\n"
+                + vertices + faces))
+                                  .meshes.value(0);
+    EXPECT_EQ(mesh.positions, expected) << "but the one that no triangle uses";
+    EXPECT_EQ(mesh.indices.size(), 54);
+}
+
+TEST(SceneDataTest, normalsAgainstTheWindingAreTurned)
+{
+    TemporaryFolder folder;
+    const QString file =
+        folder.write("a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 1 1 0\nvn 0 0 -1\nf 1//1 2//1 3//1\nf 2//1 4//1 3//1\n");
+    const ImportedScene scene = importScene(file);
+    ASSERT_EQ(scene.meshes.size(), 1);
+    for (const QVector3D &normal : scene.meshes[0].normals)
+        EXPECT_EQ(normal, QVector3D(0, 0, 1));
+    ASSERT_EQ(scene.warnings.size(), 1);
+    EXPECT_TRUE(scene.warnings[0].endsWith("its normals point against its faces and are turned"))
+        << qPrintable(scene.warnings[0]);
+}
+
+TEST(SceneDataTest, colladaKeepsItsAxisUnlessToldOtherwise)
+{
+    const QByteArray dae =
+        "<?xml version=\"1.0\"?><COLLADA xmlns=\"http://www.collada.org/2005/11/COLLADASchema\" version=\"1.4.1\">"
+        "<asset><unit meter=\"0.5\"/><up_axis>Z_UP</up_axis></asset>"
+        "<library_geometries><geometry id=\"g\"><mesh><source id=\"p\"><float_array id=\"pa\" count=\"9\">"
+        "0 0 0 2 0 0 0 0 2</float_array><technique_common><accessor source=\"#pa\" count=\"3\" stride=\"3\">"
+        "<param name=\"X\" type=\"float\"/><param name=\"Y\" type=\"float\"/><param name=\"Z\" "
+        "type=\"float\"/></accessor>"
+        "</technique_common></source><vertices id=\"v\"><input semantic=\"POSITION\" source=\"#p\"/></vertices>"
+        "<triangles count=\"1\"><input semantic=\"VERTEX\" source=\"#v\" offset=\"0\"/><p>0 1 2</p></triangles></mesh>"
+        "</geometry></library_geometries><library_visual_scenes><visual_scene id=\"s\"><node id=\"n\">"
+        "<instance_geometry url=\"#g\"/></node></visual_scene></library_visual_scenes>"
+        "<scene><instance_visual_scene url=\"#s\"/></scene></COLLADA>";
+    TemporaryFolder folder;
+    const QString file = folder.write("a.dae", dae);
+    const ImportedScene scene = importScene(file);
+    EXPECT_EQ(scene.upAxis, "z");
+    EXPECT_NEAR((scene.items.value(0).modelMatrix.map(QVector3D(0, 0, 2)) - QVector3D(0, 1, 0)).length(), 0, 1e-5)
+        << "two units of half a metre";
+    ImportOptions options;
+    options.up = "y";
+    const ImportedScene kept = importScene(file, options);
+    EXPECT_NEAR((kept.items.value(0).modelMatrix.map(QVector3D(0, 0, 2)) - QVector3D(0, 0, 1)).length(), 0, 1e-5);
+}
+
+TEST(SceneDataTest, materialsOfMtlKeepMoreThanThePassesShade)
+{
+    TemporaryFolder folder;
+    folder.write("map.png", pngBytes(plainImage(2, 2, Qt::red)));
+    folder.write("a.mtl", "newmtl m\nKd 0.5 0.25 1\nKe 1 0.5 0.25\nNi 1.25\nd 0.5\nmap_Kd map.png\nnorm map.png\n");
+    const ImportedScene scene =
+        importScene(folder.write("a.obj", "mtllib a.mtl\nusemtl m\nv 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n"));
+    ASSERT_EQ(scene.materials.size(), 1);
+    const ImportedMaterial &material = scene.materials[0];
+    EXPECT_EQ(material.name, "m");
+    EXPECT_EQ(material.baseColour, QVector4D(0.5f, 0.25f, 1, 0.5f));
+    EXPECT_EQ(material.emission, QVector3D(1, 0.5f, 0.25f));
+    EXPECT_FLOAT_EQ(material.refractiveIndex, 1.25f);
+    EXPECT_EQ(material.alphaMode, ImportedMaterial::Blend);
+    EXPECT_FALSE(material.isMetallicRoughness);
+    EXPECT_FALSE(material.saysSides) << "MTL knows no sides";
+    ASSERT_EQ(scene.images.size(), 1);
+    EXPECT_EQ(material.baseColourTexture.image, 0);
+    EXPECT_EQ(material.normalTexture.image, 0);
+    EXPECT_EQ(scene.images[0].uses, ImportedImage::Colour | ImportedImage::Data);
+}
+
+} // namespace Velmora::Kvz
