@@ -15,8 +15,8 @@ namespace Velmora::Kvz {
 ///
 /// What a file leaves out is made:
 /// - Normals are smooth, the mean of the triangles around a point by their angles; edges sharper than 80 degrees stay hard.
-///   So are those of STL, whose facets carry none of their own. Normals against the winding of most triangles of their mesh
-///   are turned, with a warning.
+///   So are those of STL, whose facets carry none of their own. Where the normals of a mesh are against its winding,
+///   whichever of the two points inwards is turned, with a warning.
 /// - Texture coordinates are a box projection: each triangle along the axis that it faces most, one texture to the
 ///   largest extent of the mesh.
 /// - Meshes without a material are light grey with a soft highlight, or white where they have colours of their own.

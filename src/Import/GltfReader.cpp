@@ -408,8 +408,9 @@ bool GltfReader::readPrimitive(
     data.indices = trianglesOf(corners, mode);
     if (source.indices < 0 && !data.indices.isEmpty())
         weld(&data);
-    if (completeMesh(&data))
-        warn(QStringLiteral("%1: its normals point against its faces and are turned").arg(label));
+    const QString remark = completeMesh(&data);
+    if (!remark.isEmpty())
+        warn(QStringLiteral("%1: %2").arg(label, remark));
     if (data.indices.isEmpty())
         return true;
     if (source.indices < 0)

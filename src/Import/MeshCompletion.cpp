@@ -84,6 +84,8 @@ public:
         }
     }
 
+    QVector3D centre() const { return m_centre; }
+
 private:
     QVector3D m_centre;
     float m_extent;
@@ -339,21 +341,50 @@ bool normalize(QVector<QVector3D> *normals)
     return hasNull;
 }
 
-/// Turns the normals when most triangles wind the other way.
-bool turnNormals(ImportedMesh *mesh, const QVector<QVector3D> &faces)
+/// Whether most triangles face away from the normals of their corners.
+bool isAgainstNormals(const ImportedMesh &mesh, const QVector<QVector3D> &faces)
 {
     int against = 0;
     for (int t = 0; t < faces.size(); ++t) {
         QVector3D sum;
         for (int corner = 0; corner < 3; ++corner)
-            sum += mesh->normals.at(int(mesh->indices.at(3 * t + corner)));
+            sum += mesh.normals.at(int(mesh.indices.at(3 * t + corner)));
         against += QVector3D::dotProduct(sum, faces.at(t)) < 0;
     }
-    if (against <= faces.size() / 2)
-        return false;
+    return against > faces.size() / 2;
+}
+
+/// Whether the triangles of a mesh face inwards: the volume that they enclose, seen from the middle of its vertices, is negative.
+bool facesInwards(const ImportedMesh &mesh)
+{
+    const BoxProjection box(mesh.positions);
+    double volume = 0;
+    for (int i = 0; i + 2 < mesh.indices.size(); i += 3) {
+        const QVector3D a = mesh.positions.at(int(mesh.indices.at(i))) - box.centre();
+        const QVector3D b = mesh.positions.at(int(mesh.indices.at(i + 1))) - box.centre();
+        const QVector3D c = mesh.positions.at(int(mesh.indices.at(i + 2))) - box.centre();
+        volume += double(QVector3D::dotProduct(a, QVector3D::crossProduct(b, c)));
+    }
+    return volume < 0;
+}
+
+/// Where normals and triangles disagree, turns whichever of the two points inwards; the normals of what has no inside.
+QString makeSidesAgree(ImportedMesh *mesh, QVector<QVector3D> *faces)
+{
+    if (!isAgainstNormals(*mesh, *faces))
+        return {};
+    if (facesInwards(*mesh)) {
+        for (int i = 0; i + 2 < mesh->indices.size(); i += 3)
+            std::swap(mesh->indices[i + 1], mesh->indices[i + 2]);
+        for (QVector3D &face : *faces)
+            face = -face;
+        return QStringLiteral("its faces wind against its normals and are turned");
+    }
     for (QVector3D &normal : mesh->normals)
         normal = -normal;
-    return true;
+    for (QVector4D &tangent : mesh->tangents)
+        tangent.setW(-tangent.w()); // the bitangent stays
+    return QStringLiteral("its normals point against its faces and are turned");
 }
 
 void dropUnusedVertices(ImportedMesh *mesh)
@@ -388,14 +419,14 @@ QVector3D faceNormal(const QVector3D &a, const QVector3D &b, const QVector3D &c)
                                                : QVector3D();
 }
 
-bool completeMesh(ImportedMesh *mesh)
+QString completeMesh(ImportedMesh *mesh)
 {
-    const QVector<QVector3D> faces = dropFlatTriangles(mesh);
+    QVector<QVector3D> faces = dropFlatTriangles(mesh);
     if (faces.isEmpty())
-        return false;
+        return {};
     const bool hadNormals = !mesh->normals.isEmpty();
     const bool hasNull = normalize(&mesh->normals);
-    const bool turned = hadNormals && turnNormals(mesh, faces);
+    const QString remark = hadNormals ? makeSidesAgree(mesh, &faces) : QString();
     const bool needsSides = mesh->texCoords.isEmpty();
 
     if (!hadNormals || hasNull || needsSides) {
@@ -424,7 +455,7 @@ bool completeMesh(ImportedMesh *mesh)
         }
     }
     dropUnusedVertices(mesh);
-    return turned;
+    return remark;
 }
 
 void orderForCache(ImportedMesh *mesh)

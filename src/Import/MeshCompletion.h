@@ -13,8 +13,8 @@ QVector3D faceNormal(const QVector3D &a, const QVector3D &b, const QVector3D &c)
 
 /// Leaves out triangles without area and makes what an indexed mesh lacks: normals where it has none or null ones, texture
 /// coordinates where it has none. Vertices are split where triangles disagree, and left out where no triangle uses them; the
-/// others keep their order. Normals against the winding of most triangles are turned. Returns whether they were.
-bool completeMesh(ImportedMesh *mesh);
+/// others keep their order. Where normals and winding disagree, whichever points inwards is turned: the remark says which.
+QString completeMesh(ImportedMesh *mesh);
 
 /// Orders triangles for the vertex cache and vertices by their first use. For meshes whose file gives no order of its own.
 void orderForCache(ImportedMesh *mesh);

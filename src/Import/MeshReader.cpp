@@ -154,7 +154,7 @@ MeshReading readMesh(const aiMesh &source, const aiMaterial &material, bool hasF
     result.mesh = copy(arrays, remap, count, total);
     result.mesh.name = toQString(source.mName);
     result.mesh.indices = indices;
-    result.normalsTurned = completeMesh(&result.mesh);
+    result.remark = completeMesh(&result.mesh);
     if (isUnshared && !result.mesh.indices.isEmpty())
         orderForCache(&result.mesh);
     return result;

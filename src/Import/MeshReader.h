@@ -13,7 +13,7 @@ struct MeshReading
 {
     ImportedMesh mesh; ///< No indices: there is no triangle with an area.
     int cutFaces = 0; ///< Faces with fewer than three corners.
-    bool normalsTurned = false; ///< They were against the winding.
+    QString remark; ///< What was turned; empty: nothing.
 };
 
 /// The triangles of a mesh that have an area, with normals and texture coordinates that are made where the mesh has none. Corners

@@ -280,9 +280,8 @@ int SceneReader::meshNumber(unsigned sourceNumber)
         m_scene.warnings.append(
             QStringLiteral("%1: %2: faces with fewer than 3 corners are left out (%3); is the file truncated?")
                 .arg(m_file, meshName(source), QString::number(reading.cutFaces)));
-    if (reading.normalsTurned)
-        m_scene.warnings.append(
-            QStringLiteral("%1: %2: its normals point against its faces and are turned").arg(m_file, meshName(source)));
+    if (!reading.remark.isEmpty())
+        m_scene.warnings.append(QStringLiteral("%1: %2: %3").arg(m_file, meshName(source), reading.remark));
     int number = -1;
     if (!reading.mesh.indices.isEmpty()) {
         number = m_scene.meshes.size();

@@ -147,6 +147,40 @@ TEST(SceneDataTest, normalsAgainstTheWindingAreTurned)
         << qPrintable(scene.warnings[0]);
 }
 
+TEST(SceneDataTest, facesThatWindInwardsAgainstTheirNormalsAreTurned)
+{
+    TemporaryFolder folder;
+    QByteArray obj = "v 1 0 0\nv -1 0 0\nv 0 1 0\nv 0 -1 0\nv 0 0 1\nv 0 0 -1\nvn 1 0 0\nvn -1 0 0\nvn 0 1 0\nvn 0 -1 "
+                     "0\nvn 0 0 1\nvn 0 0 -1\n";
+    for (const int x : {1, 2}) {
+        for (const int y : {3, 4}) {
+            for (const int z : {5, 6}) {
+                const bool isEven = (x + y + z) % 2 != 0; // x, y, z are counter-clockwise from outside
+                obj += QStringLiteral("f %1//%1 %2//%2 %3//%3\n")
+                           .arg(x)
+                           .arg(isEven ? z : y)
+                           .arg(isEven ? y : z)
+                           .toLatin1();
+            }
+        }
+    }
+    const ImportedScene scene = importScene(folder.write("a.obj", obj));
+    ASSERT_EQ(scene.meshes.size(), 1);
+    const ImportedMesh &mesh = scene.meshes[0];
+    ASSERT_EQ(mesh.indices.size(), 24);
+    for (int i = 0; i < mesh.indices.size(); i += 3) {
+        const QVector3D a = mesh.positions[int(mesh.indices[i])];
+        const QVector3D b = mesh.positions[int(mesh.indices[i + 1])];
+        const QVector3D c = mesh.positions[int(mesh.indices[i + 2])];
+        EXPECT_GT(QVector3D::dotProduct(QVector3D::crossProduct(b - a, c - a), a + b + c), 0) << "outwards";
+    }
+    for (int v = 0; v < mesh.positions.size(); ++v)
+        EXPECT_EQ(mesh.normals[v], mesh.positions[v]);
+    ASSERT_EQ(scene.warnings.size(), 1);
+    EXPECT_TRUE(scene.warnings[0].endsWith("its faces wind against its normals and are turned"))
+        << qPrintable(scene.warnings[0]);
+}
+
 TEST(SceneDataTest, colladaKeepsItsAxisUnlessToldOtherwise)
 {
     const QByteArray dae =
