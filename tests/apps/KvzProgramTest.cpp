@@ -273,15 +273,16 @@ TEST(KvzProgramTest, badModelsAreRefused)
     expectModelRefused("empty.obj", "", "OBJ-file is too small.");
     expectModelRefused("unknown.xyz", "hello\n",
         "unknown type of model file (OBJ, glTF, GLB, PLY, STL and 3DS are known, among others)");
-    expectModelRefused("points.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\n", "no triangles");
+    expectModelRefused(
+        "points.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\n", "no triangles; 3 points are not drawn: triangles alone are");
     expectModelRefused("past.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 9\n", "OBJ: vertex index out of range");
     expectModelRefused("pastmap.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1 2/1 3/9\n",
         "line 5: a face has texture coordinate 9, past the end of 1");
     expectModelRefused("nan.obj", "v 0 0 nan\nv 1 0 0\nv 0 1 0\nf 1 2 3\n",
         "mesh \"defaultobject\": the position of vertex 0 is not a finite number");
-    expectModelRefused("cut.obj", cubeObj().left(70), "no triangles");
+    expectModelRefused("cut.obj", cubeObj().left(70), "no triangles; 7 points are not drawn: triangles alone are");
     expectModelRefused("cut.glb", glbBytes(squareGltf({QJsonObject{{"mesh", 0}}}, {}), QImage()).chopped(60),
-        "GLTF: Unable to read gltf file");
+        "damaged or truncated glTF: Invalid glTF binary.");
     expectModelRefused(
         "cut.ply", "ply\nformat ascii 1.0\nelement vertex 3\n", "damaged or truncated: its header has no end");
 }
