@@ -626,7 +626,7 @@ TEST(KvzProgramTest, orbitGetsToTheViewAndMovesUntilThen)
     const QImage still = rendered("deferred", eye);
     EXPECT_EQ(rendered("deferred", eye + QStringList{"--frames", "3", "--orbit", "7"}), still);
     EXPECT_EQ(rendered("deferred", eye + QStringList{"--frames", "3", "--orbit", "0"}), still);
-    // Else one distance serves all frames: the model is whole in each.
+    // Else the frames of an orbit share a distance, which is not that of the still picture.
     EXPECT_NE(rendered("deferred", {"--frames", "3", "--orbit", "50"}), rendered("deferred", {}));
 
     // What is nearest to the camera goes to the left when it turns to the right, and back.
