@@ -28,6 +28,18 @@ public:
     /// Registers a buffer as the attribute `name`, tightly packed, with so many components of a type such as GL_FLOAT for
     /// each vertex. A name that is registered already gets the new buffer. Null is ignored.
     void upload(const QString &name, const QSharedPointer<BufferObject> &buffer, int components, unsigned int type);
+    /// How an attribute lies in a buffer that has more than it.
+    struct Interleaving
+    {
+        int components;
+        unsigned int type;
+        bool isNormalized; ///< Integers count from 0 or -1 to 1.
+        int stride; ///< Bytes from one vertex to the next.
+        int offset; ///< Bytes before the first one.
+    };
+    /// The same for an attribute that shares its buffer with others.
+    void uploadInterleaved(
+        const QString &name, const QSharedPointer<BufferObject> &buffer, const Interleaving &interleaving);
     /// The buffer under a name, or null.
     QSharedPointer<BufferObject> bo(const QString &name) const;
     /// Points and enables the arrays that the program's active attributes read; this object must be bound and the program
@@ -45,8 +57,7 @@ private:
     {
         QString name;
         QSharedPointer<BufferObject> buffer;
-        int components;
-        unsigned int type;
+        Interleaving place;
     };
 
     static void enableArray(const Array &array, int location);

@@ -21,9 +21,6 @@ namespace Velmora::Kvz {
 struct ImportedMesh : MeshData
 {
     QString name; ///< Empty where the file gives none.
-    QVector<QVector2D> texCoords1; ///< The second set; (0, 0) is the lower left corner of an image, as in `texCoords`.
-    QVector<QVector4D> colours; ///< Linear, straight alpha; to be multiplied with the base colour.
-    QVector<QVector4D> tangents; ///< w is 1 or -1: the bitangent is w cross(normal, tangent).
 };
 
 /// Points or lines of a file, in model space. Arrays are empty or as long as `positions`.
@@ -51,41 +48,27 @@ struct ImportedImage
     int uses = 0; ///< Of Use, or-ed.
 };
 
-/// How a material samples an image.
-struct ImportedTexture
+/// An image of a material.
+struct ImportedTexture : ImageSampling
 {
-    enum Wrap { Repeat, MirroredRepeat, ClampToEdge };
-    enum Filter { Linear, Nearest };
-
     int image = -1; ///< Index into ImportedScene::images; -1: no texture, which counts as white.
-    int uvSet = 0; ///< 0: texCoords, 1: texCoords1.
-    QTransform transform; ///< Of texture coordinates whose (0, 0) is the lower left corner.
-    Wrap wrapU = Repeat;
-    Wrap wrapV = Repeat;
-    Filter magnification = Linear;
-    Filter minification = Linear;
-    bool mipmaps = true;
 };
 
 /// A material: what the passes shade with, and what the file says beyond that. Textures other than mapKd and mapKs are for
 /// whoever shades with them.
 struct ImportedMaterial : MaterialData
 {
-    enum AlphaMode { Opaque, Mask, Blend };
+    ImportedMaterial() { alphaMode = Opaque; }
 
     QString name;
-    AlphaMode alphaMode = Opaque;
-    float alphaCutoff = 0.5f; ///< With Mask: what has a smaller alpha is not there.
     bool isDoubleSided = false;
     bool saysSides =
         false; ///< Whether the file says if it is double-sided. Where it does not, both sides are to be lit.
-    bool isUnlit = false; ///< The base colour is what is seen.
     bool isMetallicRoughness =
         false; ///< The file gives base colour, metallic and roughness; kd, ks and ns follow from them.
     QVector4D baseColour{1, 1, 1, 1}; ///< Linear, with opacity.
     float metallic = 0; ///< 0 to 1, to be multiplied with the blue of `metallicRoughness`.
     float roughness = 1; ///< 0 to 1, to be multiplied with its green.
-    QVector3D emission; ///< Linear; may be above 1.
     float normalScale = 1; ///< For x and y of the normal texture.
     float occlusionStrength = 1; ///< 0 to 1.
     float refractiveIndex = 1.5f;
@@ -177,7 +160,7 @@ struct KVZ_HOST_EXPORT ImportedScene
     /// Feature bit of items whose material lets light through: d < 1, or a diffuse image with an alpha below 1 somewhere. As
     /// drawFlagsValue and drawFlagsMask, (Transparent, Transparent) selects these and (0, Transparent) the opaque ones. It
     /// meets none of GPUModel's own feature bits.
-    enum : quint64 { Transparent = 1 };
+    enum : quint64 { Transparent = GPUModel::Transparent };
 
     QVector<ImportedMesh> meshes; ///< Indexed triangles with normals and texture coordinates.
     QVector<ImportedPrimitives> pointSets; ///< Not part of the model that build() makes.

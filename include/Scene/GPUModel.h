@@ -16,9 +16,24 @@
 
 namespace Velmora::Kvz {
 
+class BufferObject;
 class DrawBuffers;
 class ShaderProgram;
 class TextureManager;
+
+/// Colours, second texture coordinates and tangents of a model's vertices, interleaved in one buffer of texels of two 32-bit
+/// words (GL_RG32UI), so that one buffer texture makes them all readable by shaders:
+/// - a colour is four 16-bit numbers from 0 to 1, red in the low half of the first word;
+/// - second texture coordinates are two floats;
+/// - a tangent is four signed 16-bit numbers from -1 to 1, x in the low half of the first word, w the handedness.
+struct VertexExtras
+{
+    QSharedPointer<BufferObject> buffer; ///< Null when the model has none of them.
+    int stride = 0; ///< Texels of a vertex.
+    int colour = -1; ///< Place of each within a vertex; -1: the model has none.
+    int texCoord1 = -1;
+    int tangent = -1;
+};
 
 /// A model on the GPU: items that each draw a part of one shared geometry with their own matrix and material.
 ///
@@ -34,6 +49,8 @@ class KVZ_GL_EXPORT GPUModel
 public:
     /// Feature bits of an item.
     enum : quint64 {
+        Transparent =
+            1, ///< Its material lets light through. (Transparent, Transparent) selects these, (0, Transparent) the others.
         DoubleSided = 0x1000000000000000, ///< Drawn without face culling by the shadow passes.
         NoShadowA = 0x4000000000000000, ///< Either of these two keeps an item out of the shadow passes.
         NoShadowB = 0x8000000000000000
@@ -87,6 +104,10 @@ public:
     /// InstanceDataPlan::stride() * 4 floats of the plan "OBJMaterial". Where a value stands in its row is what
     /// InstanceDataPlan::offset() says. Empty for a model with no items.
     const QVector<float> &materialRows() const;
+    /// Rows of the plan "SurfaceMaterial", bindable to their fixed unit.
+    Bindable *surfaceData() const;
+    /// What vertices have beyond position, normal and first texture coordinates.
+    const VertexExtras &vertexExtras() const;
 
     /// Marks the items whose world-space bounds lie wholly outside the frustum as not drawn. A matrix that is not finite
     /// marks nothing.

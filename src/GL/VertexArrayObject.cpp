@@ -43,15 +43,21 @@ void VertexArrayObject::unbind()
 void VertexArrayObject::upload(
     const QString &name, const QSharedPointer<BufferObject> &buffer, int components, unsigned int type)
 {
+    uploadInterleaved(name, buffer, {components, type, false, 0, 0});
+}
+
+void VertexArrayObject::uploadInterleaved(
+    const QString &name, const QSharedPointer<BufferObject> &buffer, const Interleaving &interleaving)
+{
     if (!buffer)
         return;
     for (Array &array : m_arrays) {
         if (array.name == name) {
-            array = {name, buffer, components, type};
+            array = {name, buffer, interleaving};
             return;
         }
     }
-    m_arrays.append({name, buffer, components, type});
+    m_arrays.append({name, buffer, interleaving});
 }
 
 QSharedPointer<BufferObject> VertexArrayObject::bo(const QString &name) const
@@ -68,7 +74,11 @@ void VertexArrayObject::enableArray(const Array &array, int location)
     GLint previous = 0;
     glGetIntegerv(GL_ARRAY_BUFFER_BINDING, &previous);
     glBindBuffer(GL_ARRAY_BUFFER, array.buffer->getBO());
-    glVertexAttribPointer(GLuint(location), array.components, array.type, GL_FALSE, 0, nullptr);
+    const Interleaving &place = array.place;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): OpenGL takes the offset as a pointer.
+    const auto *const offset = reinterpret_cast<const void *>(quintptr(place.offset));
+    glVertexAttribPointer(
+        GLuint(location), place.components, place.type, place.isNormalized ? GL_TRUE : GL_FALSE, place.stride, offset);
     glEnableVertexAttribArray(GLuint(location));
     glBindBuffer(GL_ARRAY_BUFFER, GLuint(previous));
 }

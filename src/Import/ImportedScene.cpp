@@ -24,6 +24,23 @@ MeshData withCoordinates(const ImportedMesh &mesh, const ImportedTexture &textur
     return result;
 }
 
+/// The material with its textures where a builder takes them.
+MaterialData surfaceOf(const ImportedMaterial &material, const QVector<ImportedImage> &images)
+{
+    MaterialData result = material;
+    const int emission = material.emissionTexture.image;
+    if (emission >= 0 && emission < images.size())
+        result.mapEmission = images[emission].image;
+    result.mapKdSampling = material.baseColourTexture;
+    result.mapKsSampling = material.specularTexture;
+    result.mapEmissionSampling = material.emissionTexture;
+    // d says nothing of masks, whose opacity is the base colour's: compared with a cutoff raised by as much.
+    if (material.alphaMode == MaterialData::Mask)
+        result.alphaCutoff = material.alphaCutoff / std::max(material.baseColour.w(), 1e-6f);
+    result.isLitFromBothSides = material.isDoubleSided || !material.saysSides;
+    return result;
+}
+
 bool isPlain(const ImportedTexture &texture)
 {
     return texture.image < 0 || (texture.uvSet == 0 && texture.transform.isIdentity());
@@ -47,7 +64,7 @@ QSharedPointer<GPUModel> ImportedScene::build() const
     for (const ImportedMesh &mesh : meshes)
         builder.addMesh(mesh);
     for (const ImportedMaterial &material : materials)
-        builder.addMaterial(material);
+        builder.addMaterial(surfaceOf(material, images));
     QHash<QPair<int, int>, int> placed; // mesh and material to the builder's mesh
     for (const ImportedItem &item : items) {
         const ImportedTexture texture = item.material >= 0 && item.material < materials.size()

@@ -21,6 +21,7 @@ namespace {
 const QString instanceInfoPlan = QStringLiteral("InstanceInfo");
 const QString tavoInstancePlan = QStringLiteral("TavoInstance");
 const QString materialPlan = QStringLiteral("OBJMaterial");
+const QString surfacePlan = QStringLiteral("SurfaceMaterial");
 
 /// The model's own rows for a plan, or null while a collection of the host replaces them.
 Bindable *unlessReplaced(const QString &plan, Bindable *rows)
@@ -61,6 +62,7 @@ GLenum primitivesFor(const ShaderProgram *program)
 
 GPUModel::Private::Private()
     : materialRows(InstanceDataRegistry::Instance().getPlan(materialPlan).samplerName(), GL_RGBA32F),
+      surfaceRows(InstanceDataRegistry::Instance().getPlan(surfacePlan).samplerName(), GL_RGBA32F),
       owner(GLObject::Sharing::ShareGroup)
 { }
 
@@ -113,6 +115,7 @@ void GPUModel::Private::draw(ShaderProgram *program, TextureManager *manager, qu
     AutoBinder infoBinder(unlessReplaced(instanceInfoPlan, objectRows.instanceInfo()));
     AutoBinder tavoBinder(unlessReplaced(tavoInstancePlan, objectRows.tavoInstance()));
     AutoBinder materialBinder(unlessReplaced(materialPlan, &materialRows));
+    AutoBinder surfaceBinder(unlessReplaced(surfacePlan, &surfaceRows));
     // The boxes have the model's own matrices only.
     const bool areMatricesOwn =
         !InstanceDataCollection::isBound(instanceInfoPlan) && !InstanceDataCollection::isBound(tavoInstancePlan);
@@ -282,6 +285,16 @@ Bindable *GPUModel::materialData(int index) const
 const QVector<float> &GPUModel::materialRows() const
 {
     return d->materialValues;
+}
+
+Bindable *GPUModel::surfaceData() const
+{
+    return &d->surfaceRows;
+}
+
+const VertexExtras &GPUModel::vertexExtras() const
+{
+    return d->extras;
 }
 
 void GPUModel::frustumCull(const QMatrix4x4 &viewProjection)

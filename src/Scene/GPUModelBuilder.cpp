@@ -2,6 +2,8 @@
 #include <Scene/GPUModelBuilder.h>
 
 #include "GPUModelPrivate.h"
+#include "SurfaceRows.h"
+#include "VertexExtrasBuffer.h"
 
 #include <Core/Log.h>
 #include <GL/AutoBinder.h>
@@ -76,6 +78,16 @@ QString flawOf(const MeshData &mesh)
                 .arg(vertexCount);
         }
     }
+    const auto countFlaw = [vertexCount](int count, const char *what) {
+        return count == 0 || count == vertexCount
+            ? QString()
+            : QStringLiteral("it has %1 %2 for %3 positions").arg(count).arg(QLatin1String(what)).arg(vertexCount);
+    };
+    for (const QString &flaw : {countFlaw(mesh.texCoords1.size(), "second texture coordinates"),
+             countFlaw(mesh.colours.size(), "colours"), countFlaw(mesh.tangents.size(), "tangents")}) {
+        if (!flaw.isEmpty())
+            return flaw;
+    }
     const int position = firstNotFinite(mesh.positions);
     if (position >= 0)
         return QStringLiteral("position %1 is not finite").arg(position);
@@ -85,6 +97,15 @@ QString flawOf(const MeshData &mesh)
     const int texCoord = firstNotFinite(mesh.texCoords);
     if (texCoord >= 0)
         return QStringLiteral("texture coordinate %1 is not finite").arg(texCoord);
+    const int texCoord1 = firstNotFinite(mesh.texCoords1);
+    if (texCoord1 >= 0)
+        return QStringLiteral("second texture coordinate %1 is not finite").arg(texCoord1);
+    const int colour = firstNotFinite(mesh.colours);
+    if (colour >= 0)
+        return QStringLiteral("colour %1 is not finite").arg(colour);
+    const int tangent = firstNotFinite(mesh.tangents);
+    if (tangent >= 0)
+        return QStringLiteral("tangent %1 is not finite").arg(tangent);
     return {};
 }
 
@@ -98,6 +119,10 @@ QString flawOf(const MaterialData &material)
         return QStringLiteral("ns is not finite");
     if (!std::isfinite(material.d))
         return QStringLiteral("d is not finite");
+    if (!allFinite(material.emission))
+        return QStringLiteral("emission is not finite");
+    if (!std::isfinite(material.alphaCutoff))
+        return QStringLiteral("alphaCutoff is not finite");
     return {};
 }
 
@@ -155,13 +180,26 @@ QSharedPointer<BufferObject> createIndexBuffer(const Layout &layout, const QVect
     return buffer;
 }
 
-QSharedPointer<DrawBuffers> createGeometry(const Layout &layout, const QVector<MeshData> &meshes)
+/// Where the meshes that are used put their vertices, as VertexExtrasBuffer takes them.
+std::vector<PlacedMesh> placedMeshes(const Layout &layout, const QVector<MeshData> &meshes)
+{
+    std::vector<PlacedMesh> placed;
+    for (int i = 0; i < meshes.size(); ++i) {
+        if (layout.places[i].isUsed)
+            placed.push_back({&meshes[i], layout.places[i].firstVertex});
+    }
+    return placed;
+}
+
+QSharedPointer<DrawBuffers> createGeometry(
+    const Layout &layout, const QVector<MeshData> &meshes, const VertexExtras &extras)
 {
     const QSharedPointer<OpenGLDeviceContext> device = OpenGLDeviceContext::current();
     const QSharedPointer<VertexArrayObject> vao = device->createVertexArrayObject();
     vao->upload(QStringLiteral("va_Vertex"), createVertexBuffer(layout, meshes, &MeshData::positions), 3, GL_FLOAT);
     vao->upload(QStringLiteral("va_Normal"), createVertexBuffer(layout, meshes, &MeshData::normals), 3, GL_FLOAT);
     vao->upload(QStringLiteral("va_TexCoord"), createVertexBuffer(layout, meshes, &MeshData::texCoords), 2, GL_FLOAT);
+    addExtraAttributes(extras, *vao);
     {
         AutoBinder binder(vao);
         vao->enableStandardArrays();
@@ -212,6 +250,7 @@ QString obstacleTo(int itemCount, const Layout &layout)
     const InstanceDataRegistry &registry = InstanceDataRegistry::Instance();
     const int texelsPerItem = std::max({registry.getPlan(QStringLiteral("InstanceInfo")).stride(),
         registry.getPlan(QStringLiteral("OBJMaterial")).stride(),
+        registry.getPlan(QStringLiteral("SurfaceMaterial")).stride(),
         int(sizeof(DrawElementsIndirectCommand) / sizeof(quint32))});
     const int itemLimit = BufferTexture::maximumTexels() / texelsPerItem;
     if (itemCount > itemLimit) {
@@ -249,7 +288,8 @@ int GPUModelBuilder::addMaterial(const MaterialData &material)
     return m_materials.size() - 1;
 }
 
-int GPUModelBuilder::addItem(int mesh, int material, const QMatrix4x4 &modelMatrix, quint64 featureFlags)
+int GPUModelBuilder::addItem(
+    int mesh, int material, const QMatrix4x4 &modelMatrix, quint64 featureFlags, ItemOption option)
 {
     const QString what = QStringLiteral("Item %1").arg(m_items.size());
     if (mesh < 0 || mesh >= m_meshes.size())
@@ -260,6 +300,8 @@ int GPUModelBuilder::addItem(int mesh, int material, const QMatrix4x4 &modelMatr
     }
     if (!allFinite(modelMatrix))
         return refuse(what, QStringLiteral("its matrix is not finite"));
+    if (option == ClassifyTransparency && letsLightThrough(m_materials[material], m_meshes[mesh]))
+        featureFlags |= GPUModel::Transparent;
     m_items.append({mesh, material, modelMatrix, featureFlags});
     return m_items.size() - 1;
 }
@@ -288,12 +330,15 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
     data.owner.claim();
 
     std::vector<MaterialRow> materials(size_t(m_materials.size()));
+    std::vector<SurfaceRow> surfaces(size_t(m_materials.size()));
     for (int i = 0; i < m_materials.size(); ++i) {
         if (!isMaterialUsed[size_t(i)])
             continue;
         const int mapKd = TextureManager::Instance()->addManagedTexture(m_materials[i].mapKd);
         const int mapKs = TextureManager::Instance()->addManagedTexture(m_materials[i].mapKs);
-        data.textureHandles.insert(data.textureHandles.end(), {mapKd, mapKs});
+        const int mapEmission = TextureManager::Instance()->addManagedTexture(m_materials[i].mapEmission);
+        data.textureHandles.insert(data.textureHandles.end(), {mapKd, mapKs, mapEmission});
+        surfaces[size_t(i)] = surfaceRow(m_materials[i], {mapKd, mapKs, mapEmission}, i);
         materials[size_t(i)] = rowOf(m_materials[i], mapKd, mapKs, i);
     }
     std::vector<Bounds> meshBounds;
@@ -303,6 +348,8 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
     constexpr int rowFloats = sizeof(MaterialRow) / sizeof(float);
     data.materialValues.resize(m_items.size() * rowFloats);
     float *nextRow = data.materialValues.data();
+    std::vector<SurfaceRow> surfaceRows;
+    surfaceRows.reserve(size_t(m_items.size()));
     QVector<DrawElementsIndirectCommand> commands;
     for (const Item &item : m_items) {
         const Layout::Place &place = layout.places[item.mesh];
@@ -311,12 +358,15 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
         data.addItem(range, meshBounds[size_t(item.mesh)], item.modelMatrix, item.featureFlags);
         std::memcpy(nextRow, &materials[size_t(item.material)], sizeof(MaterialRow));
         nextRow += rowFloats;
+        surfaceRows.push_back(surfaces[size_t(item.material)]);
         commands.append({range.count, 1, range.first, 0, 0});
     }
     data.finish();
     data.materialRows.upload(data.materialValues.constData(), data.materialValues.size() * long(sizeof(float)));
+    data.surfaceRows.upload(surfaceRows.data(), long(surfaceRows.size() * sizeof(SurfaceRow)));
     if (!m_items.isEmpty()) {
-        data.geometry = createGeometry(layout, m_meshes);
+        data.extras = packVertexExtras(placedMeshes(layout, m_meshes), layout.vertexCount);
+        data.geometry = createGeometry(layout, m_meshes, data.extras);
         data.geometry->setDrawElementsIndirectCommands(commands.constData(), commands.size());
     }
     return model;

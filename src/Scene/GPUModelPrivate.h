@@ -65,6 +65,8 @@ struct GPUModel::Private
     ObjectRows objectRows;
     BufferTexture materialRows;
     QVector<float> materialValues; ///< What materialRows holds.
+    BufferTexture surfaceRows;
+    VertexExtras extras;
     std::unique_ptr<OcclusionQueries> queries;
 
     std::vector<int> textureHandles; ///< Of the texture manager of `owner`.

@@ -36,6 +36,32 @@ QVector<InstanceDataPlan::Field> materialFields()
     };
 }
 
+QVector<InstanceDataPlan::Field> surfaceFields()
+{
+    return {
+        {QStringLiteral("getBaseColour"), Type::Vec3},
+        {QStringLiteral("getOpacity"), Type::Float},
+        {QStringLiteral("getSpecularColour"), Type::Vec3},
+        {QStringLiteral("getShininess"), Type::Float},
+        {QStringLiteral("getEmission"), Type::Vec3},
+        {QStringLiteral("getAlphaCutoff"), Type::Float},
+        {QStringLiteral("getBaseColourMap"), Type::Int},
+        {QStringLiteral("getSpecularMap"), Type::Int},
+        {QStringLiteral("getEmissionMap"), Type::Int},
+        {QStringLiteral("getSurfaceFlags"), Type::Int},
+        {QStringLiteral("getBaseColourMapU"), Type::Vec3},
+        {QStringLiteral("getBaseColourMapSampling"), Type::Int},
+        {QStringLiteral("getBaseColourMapV"), Type::Vec3},
+        {QStringLiteral("getSurfaceId"), Type::Int},
+        {QStringLiteral("getSpecularMapU"), Type::Vec3},
+        {QStringLiteral("getSpecularMapSampling"), Type::Int},
+        {QStringLiteral("getSpecularMapV"), Type::Vec3},
+        {QStringLiteral("getEmissionMapU"), Type::Vec3},
+        {QStringLiteral("getEmissionMapSampling"), Type::Int},
+        {QStringLiteral("getEmissionMapV"), Type::Vec3},
+    };
+}
+
 /// Whether a name is an identifier of GLSL.
 bool isIdentifier(const QString &name)
 {
@@ -85,6 +111,7 @@ InstanceDataRegistry::InstanceDataRegistry()
     addPlan(InstanceDataPlan(QStringLiteral("InstanceInfo"), objectFields()));
     addPlan(InstanceDataPlan(QStringLiteral("OBJMaterial"), materialFields()));
     addPlan(InstanceDataPlan(QStringLiteral("TavoInstance"), objectFields()));
+    addPlan(InstanceDataPlan(QStringLiteral("SurfaceMaterial"), surfaceFields()));
 }
 
 InstanceDataRegistry &InstanceDataRegistry::Instance()

@@ -25,6 +25,12 @@ inline bool allFinite(const QVector3D &vector)
     return std::isfinite(vector.x()) && std::isfinite(vector.y()) && std::isfinite(vector.z());
 }
 
+inline bool allFinite(const QVector4D &vector)
+{
+    return std::isfinite(vector.x()) && std::isfinite(vector.y()) && std::isfinite(vector.z())
+        && std::isfinite(vector.w());
+}
+
 inline bool allFinite(const QMatrix4x4 &matrix)
 {
     const float *const values = matrix.constData();

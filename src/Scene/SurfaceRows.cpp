@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: MIT
+#include "SurfaceRows.h"
+
+#include <algorithm>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+int wrapFlag(ImageSampling::Wrap wrap, int mirrored, int clamped)
+{
+    switch (wrap) {
+    case ImageSampling::Repeat:
+        return 0;
+    case ImageSampling::MirroredRepeat:
+        return mirrored;
+    case ImageSampling::ClampToEdge:
+        return clamped;
+    }
+    return 0;
+}
+
+/// `isColour` says that the image holds colours as screens show them, rather than numbers.
+int samplingFlags(const ImageSampling &sampling, bool isColour)
+{
+    int flags = wrapFlag(sampling.wrapU, MirroredU, ClampedU) | wrapFlag(sampling.wrapV, MirroredV, ClampedV);
+    if (sampling.magnification == ImageSampling::Nearest)
+        flags |= NearestMagnified;
+    if (sampling.minification == ImageSampling::Nearest)
+        flags |= NearestMinified;
+    if (!sampling.mipmaps)
+        flags |= WithoutMipmaps;
+    if (sampling.uvSet == 1)
+        flags |= SecondTexCoords;
+    if (isColour)
+        flags |= SRgbEncoded;
+    return flags;
+}
+
+int surfaceFlags(const MaterialData &material)
+{
+    int flags = 0;
+    if (material.isLitFromBothSides)
+        flags |= LitFromBothSides;
+    if (material.isUnlit)
+        flags |= Unlit;
+    if (material.alphaMode == MaterialData::Mask)
+        flags |= Masked;
+    if (material.alphaMode == MaterialData::Blend)
+        flags |= Blended;
+    return flags;
+}
+
+void store(const QVector3D &vector, float *target)
+{
+    for (int i = 0; i < 3; ++i)
+        target[i] = vector[i];
+}
+
+/// The two rows of a transform that give u and v for (u, v, 1).
+void store(const QTransform &transform, float *u, float *v)
+{
+    store(QVector3D(float(transform.m11()), float(transform.m21()), float(transform.m31())), u);
+    store(QVector3D(float(transform.m12()), float(transform.m22()), float(transform.m32())), v);
+}
+
+bool hasAlphaBelowOne(const QImage &image)
+{
+    if (!image.hasAlphaChannel())
+        return false;
+    const QImage rgba = image.convertToFormat(QImage::Format_ARGB32);
+    for (int y = 0; y < rgba.height(); ++y) {
+        const auto *line = reinterpret_cast<const QRgb *>(rgba.constScanLine(y));
+        if (std::any_of(line, line + rgba.width(), [](QRgb pixel) { return qAlpha(pixel) < 255; }))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+SurfaceRow surfaceRow(const MaterialData &material, const SurfaceImages &images, int number)
+{
+    SurfaceRow row = {};
+    store(material.kd, row.baseColour);
+    row.opacity = material.d;
+    store(material.ks, row.specularColour);
+    row.shininess = material.ns;
+    store(material.emission, row.emission);
+    row.alphaCutoff = material.alphaCutoff;
+    row.baseColourMap = float(images.kd);
+    row.specularMap = float(images.ks);
+    row.emissionMap = float(images.emission);
+    row.flags = float(surfaceFlags(material));
+    row.number = float(number);
+    store(material.mapKdSampling.transform, row.baseColourMapU, row.baseColourMapV);
+    store(material.mapKsSampling.transform, row.specularMapU, row.specularMapV);
+    store(material.mapEmissionSampling.transform, row.emissionMapU, row.emissionMapV);
+    row.baseColourMapSampling = float(samplingFlags(material.mapKdSampling, true));
+    row.specularMapSampling = float(samplingFlags(material.mapKsSampling, true));
+    row.emissionMapSampling = float(samplingFlags(material.mapEmissionSampling, true));
+    return row;
+}
+
+bool letsLightThrough(const MaterialData &material, const MeshData &mesh)
+{
+    if (material.alphaMode != MaterialData::Blend)
+        return false;
+    return material.d < 1 || hasAlphaBelowOne(material.mapKd)
+        || std::any_of(mesh.colours.begin(), mesh.colours.end(), [](const QVector4D &c) { return c.w() < 1; });
+}
+
+} // namespace Velmora::Kvz
