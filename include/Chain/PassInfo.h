@@ -29,6 +29,7 @@ enum class TextureKind {
     Id,
     Diffuse, ///< Material colour and opacity.
     Specular, ///< Specular colour, with the exponent in alpha.
+    Emission, ///< Light of a surface's own; 1 in alpha: the diffuse colour is seen unlit.
     Positions, ///< Camera-space positions.
     Obscurance,
     Luminance, ///< One texel of average colour.
@@ -141,7 +142,8 @@ enum class PassTrait {
     AntiAliases = 0x40, ///< Filters the edges of a finished frame.
     Culls = 0x80, ///< Marks items of a model as not drawn.
     ResetsCulling = 0x100, ///< Makes all items of a model drawable again.
-    Presents = 0x200 ///< Puts the frame on the screen or the host's framebuffer.
+    Presents = 0x200, ///< Puts the frame on the screen or the host's framebuffer.
+    Background = 0x400 ///< Fills what lies behind the model.
 };
 Q_DECLARE_FLAGS(PassTraits, PassTrait)
 Q_DECLARE_OPERATORS_FOR_FLAGS(PassTraits)

@@ -76,6 +76,8 @@ QString toString(TextureKind kind)
         return QStringLiteral("diffuse");
     case TextureKind::Specular:
         return QStringLiteral("specular");
+    case TextureKind::Emission:
+        return QStringLiteral("emission");
     case TextureKind::Positions:
         return QStringLiteral("positions");
     case TextureKind::Obscurance:
@@ -166,6 +168,7 @@ QStringList toStringList(PassTraits traits)
         {PassTrait::Culls, "culls"},
         {PassTrait::ResetsCulling, "resets culling"},
         {PassTrait::Presents, "presents"},
+        {PassTrait::Background, "background"},
     };
     QStringList list;
     for (const auto &text : texts) {

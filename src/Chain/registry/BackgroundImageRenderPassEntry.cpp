@@ -38,6 +38,7 @@ PassInfo PassEntries::backgroundImageRenderPass()
         warnWhenOpen("Kvz_KvzTexture*_Normal", "an image of material ids", "none: what is background is undefined",
             "connect the normals of MaterialIdRenderPass"),
     };
+    pass.traits = PassTrait::Background;
     pass.create = construct<BackgroundImageRenderPass>;
     return pass;
 }

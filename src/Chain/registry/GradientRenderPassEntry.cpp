@@ -21,7 +21,7 @@ PassInfo PassEntries::gradientRenderPass()
     pass.outputs = {
         textureOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA32F, "The gradient."),
     };
-    pass.traits = PassTrait::NeverReleasesInputs;
+    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Background;
     pass.create = construct<GradientRenderPass>;
     return pass;
 }

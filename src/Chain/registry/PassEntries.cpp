@@ -18,6 +18,7 @@ void setUsualTraits(TextureTraits *traits, TextureKind kind)
     case TextureKind::Colour:
     case TextureKind::Diffuse:
     case TextureKind::Specular:
+    case TextureKind::Emission:
     case TextureKind::Luminance:
     case TextureKind::Overlay:
         traits->colourSpace = ColourSpace::Linear;
@@ -117,6 +118,24 @@ InputInfo blurRadiusInput(const char *description)
     InputInfo info = input("Kvz_float_BlurRadius", ValueType::Float, 2.0f, description, "0");
     info.gridStep = 0.25;
     return info;
+}
+
+QVector<InputInfo> lightInputs()
+{
+    return {
+        input("Kvz_float_HeadlightIntensity", ValueType::Float, 0.85f, "Factor on the light from the eye, from 0 up.",
+            "0.85"),
+        input("Kvz_float_AmbientIntensity", ValueType::Float, 0.15f,
+            "Share of the base colour that is seen without light, from 0 up.", "0.15"),
+        input("Kvz_bool_FixedLight", ValueType::Bool, false,
+            "Whether one fixed light from the upper right takes the place of both.", "false"),
+    };
+}
+
+OptionInfo opaqueOnlyOption()
+{
+    return option("opaqueOnly", ValueType::Bool, false,
+        "Leaves out the items that let light through, for chains that draw these apart.");
 }
 
 InputInfo shadowModelInput()

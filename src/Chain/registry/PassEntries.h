@@ -15,6 +15,7 @@ PassInfo blendRenderPass();
 PassInfo blurAndCombineRenderPass();
 PassInfo cameraJitterPass();
 PassInfo cameraSpaceZBufferRenderPass();
+PassInfo compositeRenderPass();
 PassInfo cubemapLoaderRenderPass();
 PassInfo cullingRenderPass();
 PassInfo deferredRenderPass();
@@ -25,6 +26,8 @@ PassInfo forwardRenderPass();
 PassInfo gaussianBlurRenderPass();
 PassInfo gBufferRenderPass();
 PassInfo gradientRenderPass();
+PassInfo litDeferredRenderPass();
+PassInfo litForwardRenderPass();
 PassInfo luminanceAverageRenderPass();
 PassInfo materialIdRenderPass();
 PassInfo modelDeferredPass();
@@ -41,6 +44,7 @@ PassInfo shadowMaskRenderPass();
 PassInfo stencilBlurAndBlendRenderPass();
 PassInfo textureLoaderRenderPass();
 PassInfo subsampleJitterPass();
+PassInfo surfaceRenderPass();
 PassInfo temporalAARenderPass();
 PassInfo textureToScreenRenderPass();
 PassInfo visibilityBufferRenderPass();
@@ -58,6 +62,7 @@ inline constexpr PassInfo (*all[])() = {
     blurAndCombineRenderPass,
     cameraJitterPass,
     cameraSpaceZBufferRenderPass,
+    compositeRenderPass,
     cubemapLoaderRenderPass,
     cullingRenderPass,
     deferredRenderPass,
@@ -68,6 +73,8 @@ inline constexpr PassInfo (*all[])() = {
     gaussianBlurRenderPass,
     gBufferRenderPass,
     gradientRenderPass,
+    litDeferredRenderPass,
+    litForwardRenderPass,
     luminanceAverageRenderPass,
     materialIdRenderPass,
     modelDeferredPass,
@@ -84,6 +91,7 @@ inline constexpr PassInfo (*all[])() = {
     stencilBlurAndBlendRenderPass,
     textureLoaderRenderPass,
     subsampleJitterPass,
+    surfaceRenderPass,
     temporalAARenderPass,
     textureToScreenRenderPass,
     visibilityBufferRenderPass,
@@ -138,6 +146,11 @@ DriverNeed listNeed(const char *without);
 /// That shaders can read floats as integers, which OpenGL 3.3 has.
 DriverNeed floatBitsNeed();
 /// @}
+
+/// The lights of a pass that lights surfaces: its last three inputs.
+QVector<InputInfo> lightInputs();
+/// The option of a pass that can leave out the items with GPUModel::Transparent.
+OptionInfo opaqueOnlyOption();
 
 /// An output that holds no image.
 OutputInfo output(const char *name, ValueType type, const char *description);

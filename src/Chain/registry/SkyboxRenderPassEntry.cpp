@@ -57,6 +57,7 @@ PassInfo PassEntries::skyboxRenderPass()
             QStringLiteral("several: the flat image takes precedence over the cube map, and that over the panorama"),
             QStringLiteral("connect \"none\" to the others"), [](const PassUse &use) { return sources(use) > 1; }},
     };
+    pass.traits = PassTrait::Background;
     pass.create = construct<SkyboxRenderPass>;
     return pass;
 }

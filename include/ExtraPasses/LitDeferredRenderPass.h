@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <ExtraPasses/Export.h>
+#include <RenderPasses/RenderPassProxy.h>
+
+#include <QtCore/QSharedPointer>
+
+#include <memory>
+
+namespace Velmora::Kvz {
+
+class DrawBuffers;
+class FramebufferObject;
+class ShaderProgram;
+
+/// Lights the images of SurfaceRenderPass from the camera, as LitForwardRenderPass lights a model.
+///
+/// | Input | Name                            | Type       | Default | Null means                                      |
+/// |-------|---------------------------------|------------|---------|-------------------------------------------------|
+/// | 0     | Kvz_QRect_Viewport              | QRect      | invalid | 0 by 0 pixels                                   |
+/// | 1     | Kvz_QMatrix4x4_ProjectionMatrix | QMatrix4x4 | invalid | the identity; the one that drew the images      |
+/// | 2     | Kvz_QMatrix4x4_CameraMatrix     | QMatrix4x4 | invalid | no difference: the lights stand with the camera |
+/// | 3     | Kvz_KvzTexture*_Diffuse         | Texture*   | invalid | no result: the output is empty                  |
+/// | 4     | Kvz_KvzTexture*_Specular        | Texture*   | invalid | no highlights                                   |
+/// | 5     | Kvz_KvzTexture*_Normal          | Texture*   | invalid | no result: the output is empty                  |
+/// | 6     | Kvz_KvzTexture*_Emission        | Texture*   | invalid | no surface emits light, all are lit             |
+/// | 7     | Kvz_KvzTexture*_Depth           | Texture*   | invalid | positions on the near plane                     |
+/// | 8     | Kvz_float_HeadlightIntensity    | float      | 0.85    | 0.85; below 0 counts as 0                       |
+/// | 9     | Kvz_float_AmbientIntensity      | float      | 0.15    | 0.15; below 0 counts as 0                       |
+/// | 10    | Kvz_bool_FixedLight             | bool       | false   | false                                           |
+///
+/// | Output | Name                  | Value                                                                                  |
+/// |--------|-----------------------|----------------------------------------------------------------------------------------|
+/// | 0      | Kvz_KvzTexture*_Frame | Pooled, GL_RGBA8: colour multiplied by opacity, opacity in alpha; zeros where nothing is. |
+///
+/// Images are read with one sample for each texel. With an empty viewport the output is empty. The depth test and
+/// blending are off afterwards.
+class KVZ_EXTRAPASSES_EXPORT LitDeferredRenderPass : public RenderPassProxy
+{
+public:
+    enum Input {
+        Viewport,
+        ProjectionMatrix,
+        CameraMatrix,
+        Diffuse,
+        Specular,
+        Normal,
+        Emission,
+        Depth,
+        HeadlightIntensity,
+        AmbientIntensity,
+        FixedLight
+    };
+    enum Output { Frame };
+
+    LitDeferredRenderPass();
+    ~LitDeferredRenderPass() override;
+
+    void start(RenderCallbacks *callbacks) override;
+
+private:
+    void light();
+
+    QSharedPointer<DrawBuffers> m_screenQuad;
+    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<FramebufferObject> m_framebuffer;
+};
+
+} // namespace Velmora::Kvz

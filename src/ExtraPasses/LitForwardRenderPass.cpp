@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: MIT
+#include <ExtraPasses/LitForwardRenderPass.h>
+
+#include "PlainLights.h"
+#include "SurfaceProgram.h"
+#include "steps/InputRead.h"
+#include "steps/TargetFramebuffer.h"
+
+#include <GL/AutoBinder.h>
+#include <GL/ShaderProgram.h>
+#include <GL/Texture.h>
+#include <Scene/GPUModel.h>
+
+#include <QtGui/QMatrix4x4>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+// Clamped before it is multiplied, so that no colour exceeds its alpha.
+const QString fragmentSource = QStringLiteral(R"(#version 150
+#include "SurfaceShading.glslh"
+out vec4 out_Frame;
+out float out_Id;
+)") + surfaceInputSource
+    + directionToEyeSource + QStringLiteral(R"(
+void main()
+{
+    Surface surface = surfaceAt(surfacePlace());
+    if (!surface.isThere)
+        discard;
+    vec3 normal = surfaceNormal(surface, vo_Normal, gl_FrontFacing);
+    vec3 shaded = clamp(shadeSurface(surface, vo_Position, normal, directionToEye(vo_Position)), 0.0, 1.0);
+    out_Frame = vec4(shaded * surface.opacity, surface.opacity);
+    out_Id = float(gl_PrimitiveID + 1);
+}
+)");
+
+} // namespace
+
+LitForwardRenderPass::LitForwardRenderPass()
+{
+    addInput(QStringLiteral("Kvz_QRect_Viewport"), QVariant());
+    addInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant());
+    addInput(QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QVariant());
+    addInput(QStringLiteral("Kvz_KvzGPUModel*_Geometry"), QVariant());
+    addLightInputs(*this);
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Depth"));
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Id"));
+}
+
+LitForwardRenderPass::~LitForwardRenderPass() = default;
+
+void LitForwardRenderPass::start(RenderCallbacks *callbacks)
+{
+    const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
+    const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
+    const auto camera = inputValue<QMatrix4x4>(m_inputs[CameraMatrix]);
+    auto *const model = inputValue<GPUModel *>(m_inputs[Geometry]);
+
+    if (size.isEmpty()) {
+        skip(callbacks);
+        return;
+    }
+    ensureFramebuffer(m_framebuffer);
+    if (size != m_size)
+        resizeTargets(size);
+    if (!m_program)
+        m_program = buildSurfaceProgram(
+            {QStringLiteral("out_Frame"), QStringLiteral("out_Id")}, fragmentSource, {surfaceShadingFile});
+    {
+        AutoBinder framebuffer(m_framebuffer.get());
+        m_framebuffer->setDrawBuffers();
+        clearForSurfaces(size);
+        if (model) {
+            AutoBinder program(m_program.get());
+            setSurfaceCamera(*m_program, projection, camera);
+            PlainLights::read(m_inputs, HeadlightIntensity).set(*m_program);
+            drawSurfaces(*model, *m_program, m_isOpaqueOnly ? SurfaceSelection::Opaque : SurfaceSelection::All);
+        }
+        glDisable(GL_DEPTH_TEST);
+    }
+    publishTarget(m_outputs[Frame], *m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[Depth], *m_framebuffer, GL_DEPTH_ATTACHMENT);
+    publishTarget(m_outputs[Id], *m_framebuffer, GL_COLOR_ATTACHMENT1);
+}
+
+void LitForwardRenderPass::setOpaqueOnly(bool isOpaqueOnly)
+{
+    m_isOpaqueOnly = isOpaqueOnly;
+}
+
+void LitForwardRenderPass::resizeTargets(const QSize &size)
+{
+    m_size = size;
+    AutoBinder framebuffer(m_framebuffer.get());
+    m_framebuffer->remakeTarget(GL_COLOR_ATTACHMENT0, GL_RGBA8, size, GL_RGBA, GL_UNSIGNED_BYTE);
+    m_framebuffer->remakeTarget(GL_COLOR_ATTACHMENT1, GL_R32F, size, GL_RED, GL_FLOAT);
+    m_framebuffer->remakeDepthTarget(size);
+}
+
+} // namespace Velmora::Kvz

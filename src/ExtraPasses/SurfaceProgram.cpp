@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#include "SurfaceProgram.h"
+
+#include "steps/ModelProgram.h"
+
+#include <GL/ShaderProgram.h>
+#include <GL/StandardAttributes.h>
+#include <Scene/GPUModel.h>
+#include <Scene/InstanceDataRegistry.h>
+
+#include <QtCore/QSize>
+#include <QtGui/QMatrix4x4>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+std::unique_ptr<ShaderProgram> buildSurfaceProgram(
+    const QStringList &outputs, const QString &fragmentSource, const QStringList &fragmentFiles)
+{
+    auto program = std::make_unique<ShaderProgram>(nullptr);
+    program->setFragDataLocations(outputs);
+    addModelVertexStage(*program, surfaceVertexSource);
+    program->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());
+    program->addShader(GL_FRAGMENT_SHADER,
+        InstanceDataRegistry::Instance().getPlan(QStringLiteral("SurfaceMaterial")).glslc(), QString());
+    const QStringList files = QStringList{QStringLiteral("Surface.glslc"), QStringLiteral("SurfaceTextures.glslc"),
+                                  QStringLiteral("KvzUtilities.glslc")}
+        + fragmentFiles;
+    for (const QString &file : files)
+        program->addShaderFromFile(GL_FRAGMENT_SHADER, file);
+    program->compile();
+    program->link();
+    return program;
+}
+
+void setSurfaceCamera(ShaderProgram &program, const QMatrix4x4 &projection, const QMatrix4x4 &camera)
+{
+    program.setUniform(QStringLiteral("u_ProjectionMatrix"), projection);
+    program.setUniform(QStringLiteral("u_CameraMatrix"), camera);
+    program.setUniform(QStringLiteral("u_NormalMatrix"), camera.inverted().transposed());
+}
+
+void clearForSurfaces(const QSize &size)
+{
+    glViewport(0, 0, size.width(), size.height());
+    glDisable(GL_BLEND);
+    glDisable(GL_CULL_FACE);
+    glDisable(GL_SCISSOR_TEST);
+    glDisable(GL_STENCIL_TEST);
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+    glDepthMask(GL_TRUE);
+    glClearColor(0, 0, 0, 0);
+    glClearDepth(1);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    glEnable(GL_DEPTH_TEST);
+    glDepthFunc(GL_LESS);
+}
+
+void drawSurfaces(GPUModel &model, ShaderProgram &program, SurfaceSelection selection)
+{
+    // What vertices have whose model has no such array.
+    glVertexAttrib4f(GLuint(standardAttributeLocation(QStringLiteral("va_Color"))), 1, 1, 1, 1);
+    glVertexAttrib4f(GLuint(standardAttributeLocation(QStringLiteral("va_TexCoord1"))), 0, 0, 0, 1);
+    const quint64 mask = selection == SurfaceSelection::All ? 0 : quint64(GPUModel::Transparent);
+    const quint64 value = selection == SurfaceSelection::Transparent ? quint64(GPUModel::Transparent) : 0;
+    model.draw(&program, value, mask, WindingCounterClockwise, false);
+}
+
+} // namespace Velmora::Kvz

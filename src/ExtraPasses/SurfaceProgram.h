@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+#include <memory>
+
+class QMatrix4x4;
+class QSize;
+
+namespace Velmora::Kvz {
+
+class GPUModel;
+class ShaderProgram;
+
+// What the passes share that draw a model with all that its materials say of surfaces.
+
+/// `vec3 directionToEye(vec3 position)`: the unit direction from a point of camera space to the eye; along the axis where
+/// the projection is parallel. The uniform `u_ProjectionMatrix` is the projection.
+// Inline, as the texts below, so that a source built from it at load time finds it filled in.
+inline const QString directionToEyeSource = QStringLiteral(R"(
+uniform mat4 u_ProjectionMatrix;
+
+vec3 directionToEye(vec3 position)
+{
+    bool isPerspective = u_ProjectionMatrix[2][3] != 0.0;
+    return isPerspective ? normalize(-position) : vec3(0.0, 0.0, 1.0);
+}
+)");
+
+/// The vertex stage. It writes what surfaceInputSource reads.
+// Normals are of unit length before they are interpolated: by the length that a scale leaves them, corners would weigh
+// differently. The place in clip space is formed as in the other passes that draw models, so that depths are equal.
+inline const QString surfaceVertexSource = QStringLiteral(R"(#version 150
+#instancedata "InstanceInfo"
+uniform mat4 u_CameraMatrix;
+uniform mat4 u_ProjectionMatrix;
+uniform mat4 u_NormalMatrix;
+in vec3 va_Vertex;
+in vec3 va_Normal;
+in vec2 va_TexCoord;
+in vec4 va_Color;
+in vec2 va_TexCoord1;
+out vec3 vo_Position;
+out vec3 vo_Normal;
+out vec4 vo_Colour;
+out vec2 vo_TexCoord;
+out vec2 vo_TexCoord1;
+
+// Zeros stay zeros.
+vec3 unit(vec3 direction)
+{
+    vec3 size = abs(direction);
+    float largest = max(size.x, max(size.y, size.z));
+    return largest > 0.0 ? normalize(direction / largest) : vec3(0.0);
+}
+
+void main()
+{
+    gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
+    vo_Position = (u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0)).xyz;
+    vo_Normal = unit(mat3(u_NormalMatrix) * unit(mat3(getModelNormalMatrix()) * va_Normal));
+    vo_Colour = va_Color;
+    vo_TexCoord = va_TexCoord;
+    vo_TexCoord1 = va_TexCoord1;
+}
+)");
+
+/// Follows the version line of a fragment stage and its includes, Surface.glslh among them: the interpolated inputs, and
+/// `SurfacePlace surfacePlace()`, to be called where all pixels of a quad get to.
+inline const QString surfaceInputSource = QStringLiteral(R"(
+in vec3 vo_Position;
+in vec3 vo_Normal;
+in vec4 vo_Colour;
+in vec2 vo_TexCoord;
+in vec2 vo_TexCoord1;
+
+SurfacePlace surfacePlace()
+{
+    SurfacePlace place;
+    place.colour = vo_Colour;
+    place.texCoords[0] = vo_TexCoord;
+    place.texCoords[1] = vo_TexCoord1;
+    for (int i = 0; i < 2; ++i) {
+        place.texCoordsX[i] = dFdx(place.texCoords[i]);
+        place.texCoordsY[i] = dFdy(place.texCoords[i]);
+    }
+    return place;
+}
+)");
+
+/// The unit that lights, for programs whose fragment stage calls shadeSurface().
+inline const QString surfaceShadingFile = QStringLiteral("PlainShading.glslc");
+
+/// Builds a program that draws surfaces: surfaceVertexSource, the fragment source, all units that surfaceAt() needs, and
+/// `fragmentFiles`. `outputs` names the fragment outputs in the order of the colour attachments. Whether it compiled and
+/// linked is not checked.
+std::unique_ptr<ShaderProgram> buildSurfaceProgram(
+    const QStringList &outputs, const QString &fragmentSource, const QStringList &fragmentFiles = {});
+
+/// Sets the matrices that surfaceVertexSource and directionToEyeSource read.
+void setSurfaceCamera(ShaderProgram &program, const QMatrix4x4 &projection, const QMatrix4x4 &camera);
+
+/// Readies the bound framebuffer for surfaces: sets the viewport, clears colour to zeros and depth to 1, and turns the depth
+/// test on and all else off that would keep fragments out or change them.
+void clearForSurfaces(const QSize &size);
+
+enum class SurfaceSelection {
+    All,
+    Opaque, ///< Items without GPUModel::Transparent.
+    Transparent ///< Items with it.
+};
+
+/// Draws items of a model with a bound program that buildSurfaceProgram() made. Vertices without colours are white. The
+/// constant values of va_Color and va_TexCoord1 are changed.
+void drawSurfaces(GPUModel &model, ShaderProgram &program, SurfaceSelection selection);
+
+} // namespace Velmora::Kvz

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+#include <ExtraPasses/SurfaceRenderPass.h>
+
+#include "SurfaceProgram.h"
+#include "steps/GeometryTargets.h"
+#include "steps/InputRead.h"
+
+#include <GL/AutoBinder.h>
+#include <GL/ShaderProgram.h>
+#include <GL/Texture.h>
+#include <Scene/GPUModel.h>
+
+#include <QtGui/QMatrix4x4>
+
+#include <epoxy/gl.h>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+struct Target
+{
+    QString outputName;
+    int internalFormat;
+};
+
+const QList<Target> &targets()
+{
+    static const QList<Target> list{
+        {QStringLiteral("out_Diffuse"), GL_RGBA8},
+        {QStringLiteral("out_Specular"), GL_RGBA16F},
+        {QStringLiteral("out_Normal"), GL_RGBA16F},
+        {QStringLiteral("out_Emission"), GL_RGBA16F},
+        {QStringLiteral("out_Id"), GL_R32F},
+    };
+    return list;
+}
+
+// Half floats end at 65504.
+const QString fragmentSource = QStringLiteral(R"(#version 150
+#include "Surface.glslh"
+out vec4 out_Diffuse;
+out vec4 out_Specular;
+out vec4 out_Normal;
+out vec4 out_Emission;
+out float out_Id;
+)") + surfaceInputSource
+    + QStringLiteral(R"(
+void main()
+{
+    Surface surface = surfaceAt(surfacePlace());
+    if (!surface.isThere)
+        discard;
+    out_Diffuse = vec4(surface.baseColour, surface.opacity);
+    out_Specular = min(vec4(surface.specular, surface.shininess), 65504.0);
+    out_Normal = vec4(surfaceNormal(surface, vo_Normal, gl_FrontFacing), 1.0);
+    out_Emission = vec4(min(surface.emission, 65504.0), surface.isUnlit ? 1.0 : 0.0);
+    out_Id = float(gl_PrimitiveID + 1);
+}
+)");
+
+} // namespace
+
+SurfaceRenderPass::SurfaceRenderPass()
+{
+    addInput(QStringLiteral("Kvz_QRect_Viewport"), QVariant());
+    addInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant());
+    addInput(QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QVariant());
+    addInput(QStringLiteral("Kvz_KvzGPUModel*_Geometry"), QVariant());
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Diffuse"));
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Specular"));
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Normal"));
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Emission"));
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Depth"));
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Id"));
+}
+
+SurfaceRenderPass::~SurfaceRenderPass() = default;
+
+void SurfaceRenderPass::start(RenderCallbacks *callbacks)
+{
+    const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
+    const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
+    const auto camera = inputValue<QMatrix4x4>(m_inputs[CameraMatrix]);
+    auto *const model = inputValue<GPUModel *>(m_inputs[Geometry]);
+
+    if (size.isEmpty()) {
+        skip(callbacks);
+        return;
+    }
+    ensureFramebuffer(m_framebuffer);
+    if (size != m_size)
+        resizeTargets(size);
+    if (!m_program)
+        m_program = buildSurfaceProgram(outputNames(targets()), fragmentSource);
+    {
+        AutoBinder framebuffer(m_framebuffer.get());
+        m_framebuffer->setDrawBuffers();
+        clearForSurfaces(size);
+        if (model) {
+            AutoBinder program(m_program.get());
+            setSurfaceCamera(*m_program, projection, camera);
+            drawSurfaces(*model, *m_program, m_isOpaqueOnly ? SurfaceSelection::Opaque : SurfaceSelection::All);
+        }
+        glDisable(GL_DEPTH_TEST);
+    }
+    publishTarget(m_outputs[Diffuse], *m_framebuffer, GL_COLOR_ATTACHMENT0);
+    publishTarget(m_outputs[Specular], *m_framebuffer, GL_COLOR_ATTACHMENT1);
+    publishTarget(m_outputs[Normal], *m_framebuffer, GL_COLOR_ATTACHMENT2);
+    publishTarget(m_outputs[Emission], *m_framebuffer, GL_COLOR_ATTACHMENT3);
+    publishTarget(m_outputs[Depth], *m_framebuffer, GL_DEPTH_ATTACHMENT);
+    publishTarget(m_outputs[Id], *m_framebuffer, GL_COLOR_ATTACHMENT4);
+}
+
+void SurfaceRenderPass::setOpaqueOnly(bool isOpaqueOnly)
+{
+    m_isOpaqueOnly = isOpaqueOnly;
+}
+
+void SurfaceRenderPass::resizeTargets(const QSize &size)
+{
+    m_size = size;
+    AutoBinder framebuffer(m_framebuffer.get());
+    remakeColorTargets(*m_framebuffer, targets(), size);
+    m_framebuffer->remakeDepthTarget(size);
+}
+
+} // namespace Velmora::Kvz
