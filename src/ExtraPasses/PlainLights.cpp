@@ -3,7 +3,7 @@
 
 #include "steps/InputRead.h"
 
-#include <Core/RenderPass.h>
+#include <Core/RenderPassHelper.h>
 #include <GL/ShaderProgram.h>
 
 #include <cmath>
@@ -34,7 +34,7 @@ void PlainLights::set(ShaderProgram &program) const
     program.setUniform(QStringLiteral("u_FixedLight"), isFixed);
 }
 
-void addLightInputs(RenderPass &pass)
+void addLightInputs(RenderPassHelper &pass)
 {
     const PlainLights usual;
     pass.addInput(QStringLiteral("Kvz_float_HeadlightIntensity"), usual.headlight);

@@ -9,7 +9,7 @@
 
 namespace Velmora::Kvz {
 
-class RenderPass;
+class RenderPassHelper;
 class ShaderProgram;
 
 /// The lights of PlainShading.glslc, as the last three inputs of a pass that lights surfaces give them.
@@ -26,6 +26,6 @@ struct PlainLights
 };
 
 /// Adds the three inputs to a pass under construction.
-void addLightInputs(RenderPass &pass);
+void addLightInputs(RenderPassHelper &pass);
 
 } // namespace Velmora::Kvz
