@@ -12,7 +12,10 @@ class DriverClaims
 {
 public:
     /// `renderer` empty: its own name. `geometryVertices` 0: its own limit. `hiddenExtension` empty: all that it has.
-    DriverClaims(const QByteArray &renderer, int geometryVertices, const QByteArray &hiddenExtension);
+    /// `stageUnits`: texture units of a stage, of which the claimed driver has three; 0: its own limits. Contexts made before
+    /// keep the units that they count with.
+    DriverClaims(
+        const QByteArray &renderer, int geometryVertices, const QByteArray &hiddenExtension, int stageUnits = 0);
 
 private:
     QByteArray m_renderer;
@@ -21,5 +24,8 @@ private:
     GLCallRecorder<&epoxy_glGetStringi> m_extensions;
     GLCallRecorder<&epoxy_glGetIntegerv> m_integers;
 };
+
+/// How many samplers a program reads, in all its stages.
+int activeSamplers(unsigned int program);
 
 } // namespace Velmora::Kvz
