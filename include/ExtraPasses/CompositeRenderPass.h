@@ -18,13 +18,13 @@ class Texture;
 /// Lays transparent layers over a frame, the frame over a background image, and all over a colour. The images are multiplied by
 /// their alpha, and so is the result.
 ///
-/// | Input | Name                       | Type     | Default     | Null means                                               |
-/// |-------|----------------------------|----------|-------------|----------------------------------------------------------|
-/// | 0     | Kvz_QRect_Viewport         | QRect    | invalid     | 0 by 0 pixels                                            |
-/// | 1     | Kvz_KvzTexture*_Frame      | Texture* | invalid     | no frame: transparent                                    |
-/// | 2     | Kvz_KvzTexture*_Layers     | Texture* | invalid     | no layers                                                |
-/// | 3     | Kvz_KvzTexture*_Background | Texture* | invalid     | no image: transparent                                    |
-/// | 4     | Kvz_QColor_BackgroundColor | QColor   | transparent | transparent; the colour is not multiplied by its alpha   |
+/// | Input | Name                       | Type     | Default      | Null means                                             |
+/// |-------|----------------------------|----------|--------------|--------------------------------------------------------|
+/// | 0     | Kvz_QRect_Viewport         | QRect    | invalid      | 0 by 0 pixels                                          |
+/// | 1     | Kvz_KvzTexture*_Frame      | Texture* | invalid      | no frame: transparent                                  |
+/// | 2     | Kvz_KvzTexture*_Layers     | Texture* | invalid      | no layers                                              |
+/// | 3     | Kvz_KvzTexture*_Background | Texture* | invalid      | no image: transparent                                  |
+/// | 4     | Kvz_QColor_BackgroundColor | QColor   | (0, 0, 0, 0) | transparent; the colour is not multiplied by its alpha |
 ///
 /// | Output | Name                  | Value                                                          |
 /// |--------|-----------------------|----------------------------------------------------------------|

@@ -30,8 +30,8 @@ class ShaderProgram;
 /// | 9     | Kvz_float_AmbientIntensity      | float      | 0.15    | 0.15; below 0 counts as 0                       |
 /// | 10    | Kvz_bool_FixedLight             | bool       | false   | false                                           |
 ///
-/// | Output | Name                  | Value                                                                                  |
-/// |--------|-----------------------|----------------------------------------------------------------------------------------|
+/// | Output | Name                  | Value                                                                                     |
+/// |--------|-----------------------|-------------------------------------------------------------------------------------------|
 /// | 0      | Kvz_KvzTexture*_Frame | Pooled, GL_RGBA8: colour multiplied by opacity, opacity in alpha; zeros where nothing is. |
 ///
 /// Images are read with one sample for each texel. With an empty viewport the output is empty. The depth test and

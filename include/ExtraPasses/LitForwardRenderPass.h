@@ -16,21 +16,21 @@ class TargetFramebuffer;
 /// Draws a model and lights it from the camera, with all that its materials say: vertex colours, images with their own
 /// texture coordinates and wrap modes, masks, opacity, emission, and surfaces that are lit from both sides.
 ///
-/// | Input | Name                            | Type       | Default | Null means                              |
-/// |-------|---------------------------------|------------|---------|-----------------------------------------|
-/// | 0     | Kvz_QRect_Viewport              | QRect      | invalid | 0 by 0 pixels                           |
-/// | 1     | Kvz_QMatrix4x4_ProjectionMatrix | QMatrix4x4 | invalid | the identity                            |
-/// | 2     | Kvz_QMatrix4x4_CameraMatrix     | QMatrix4x4 | invalid | the identity                            |
-/// | 3     | Kvz_KvzGPUModel*_Geometry       | GPUModel*  | invalid | a cleared frame                         |
-/// | 4     | Kvz_float_HeadlightIntensity    | float      | 0.85    | 0.85; below 0 counts as 0               |
-/// | 5     | Kvz_float_AmbientIntensity      | float      | 0.15    | 0.15; below 0 counts as 0               |
-/// | 6     | Kvz_bool_FixedLight             | bool       | false   | false                                   |
+/// | Input | Name                            | Type       | Default | Null means                |
+/// |-------|---------------------------------|------------|---------|---------------------------|
+/// | 0     | Kvz_QRect_Viewport              | QRect      | invalid | 0 by 0 pixels             |
+/// | 1     | Kvz_QMatrix4x4_ProjectionMatrix | QMatrix4x4 | invalid | the identity              |
+/// | 2     | Kvz_QMatrix4x4_CameraMatrix     | QMatrix4x4 | invalid | the identity              |
+/// | 3     | Kvz_KvzGPUModel*_Geometry       | GPUModel*  | invalid | a cleared frame           |
+/// | 4     | Kvz_float_HeadlightIntensity    | float      | 0.85    | 0.85; below 0 counts as 0 |
+/// | 5     | Kvz_float_AmbientIntensity      | float      | 0.15    | 0.15; below 0 counts as 0 |
+/// | 6     | Kvz_bool_FixedLight             | bool       | false   | false                     |
 ///
-/// | Output | Name                    | Value                                                                          |
-/// |--------|-------------------------|--------------------------------------------------------------------------------|
-/// | 0      | Kvz_KvzTexture*_Frame   | GL_RGBA8: colour multiplied by opacity, opacity in alpha; zeros where nothing is. |
-/// | 1      | Kvz_KvzTexture*_Depth   | GL_DEPTH_COMPONENT32F.                                                         |
-/// | 2      | Kvz_KvzTexture*_Id      | GL_R32F: number of the triangle within its item, from 1 up; 0 for none.        |
+/// | Output | Name                  | Value                                                                             |
+/// |--------|-----------------------|-----------------------------------------------------------------------------------|
+/// | 0      | Kvz_KvzTexture*_Frame | GL_RGBA8: colour multiplied by opacity, opacity in alpha; zeros where nothing is. |
+/// | 1      | Kvz_KvzTexture*_Depth | GL_DEPTH_COMPONENT32F.                                                            |
+/// | 2      | Kvz_KvzTexture*_Id    | GL_R32F: number of the triangle within its item, from 1 up; 0 for none.           |
 ///
 /// The headlight shines from the eye: surfaces reflect Lambert's term and Blinn's highlight (Blinn, "Models of light reflection for
 /// computer synthesized pictures", 1977). The ambient share is a factor on the base colour. The fixed light takes the place of

@@ -16,23 +16,23 @@ class TargetFramebuffer;
 /// Draws a model into the images that LitDeferredRenderPass lights, with all that its materials say: vertex colours, images with
 /// their own texture coordinates and wrap modes, masks, opacity, emission, and surfaces that are lit from both sides.
 ///
-/// | Input | Name                            | Type       | Default | Null means      |
-/// |-------|---------------------------------|------------|---------|-----------------|
-/// | 0     | Kvz_QRect_Viewport              | QRect      | invalid | 0 by 0 pixels   |
-/// | 1     | Kvz_QMatrix4x4_ProjectionMatrix | QMatrix4x4 | invalid | the identity    |
-/// | 2     | Kvz_QMatrix4x4_CameraMatrix     | QMatrix4x4 | invalid | the identity    |
-/// | 3     | Kvz_KvzGPUModel*_Geometry       | GPUModel*  | invalid | cleared images  |
+/// | Input | Name                            | Type       | Default | Null means     |
+/// |-------|---------------------------------|------------|---------|----------------|
+/// | 0     | Kvz_QRect_Viewport              | QRect      | invalid | 0 by 0 pixels  |
+/// | 1     | Kvz_QMatrix4x4_ProjectionMatrix | QMatrix4x4 | invalid | the identity   |
+/// | 2     | Kvz_QMatrix4x4_CameraMatrix     | QMatrix4x4 | invalid | the identity   |
+/// | 3     | Kvz_KvzGPUModel*_Geometry       | GPUModel*  | invalid | cleared images |
 ///
-/// | Output | Name                    | Value                                                                           |
-/// |--------|-------------------------|---------------------------------------------------------------------------------|
-/// | 0      | Kvz_KvzTexture*_Diffuse | GL_RGBA8: base colour, clamped to 0 to 1, not multiplied by its opacity in alpha. |
-/// | 1      | Kvz_KvzTexture*_Specular | GL_RGBA16F: specular colour, exponent in alpha.                                |
-/// | 2      | Kvz_KvzTexture*_Normal  | GL_RGBA16F: unit normal in camera space, turned to the seen side where the material is lit from both; 1 in alpha. |
-/// | 3      | Kvz_KvzTexture*_Emission | GL_RGBA16F: light of the surface's own; in alpha 1 for unlit materials, else 0. |
-/// | 4      | Kvz_KvzTexture*_Depth   | GL_DEPTH_COMPONENT32F.                                                          |
-/// | 5      | Kvz_KvzTexture*_Id      | GL_R32F: number of the triangle within its item, from 1 up; 0 for none.         |
+/// | Output | Name                     | Value                                                                             |
+/// |--------|--------------------------|-----------------------------------------------------------------------------------|
+/// | 0      | Kvz_KvzTexture*_Diffuse  | GL_RGBA8: base colour, clamped to 0 to 1, not multiplied by its opacity in alpha. |
+/// | 1      | Kvz_KvzTexture*_Specular | GL_RGBA16F: specular colour, exponent in alpha.                                   |
+/// | 2      | Kvz_KvzTexture*_Normal   | GL_RGBA16F: unit normal in camera space, turned to the seen side; 1 in alpha.     |
+/// | 3      | Kvz_KvzTexture*_Emission | GL_RGBA16F: light of the surface's own; in alpha 1 for unlit materials, else 0.   |
+/// | 4      | Kvz_KvzTexture*_Depth    | GL_DEPTH_COMPONENT32F.                                                            |
+/// | 5      | Kvz_KvzTexture*_Id       | GL_R32F: number of the triangle within its item, from 1 up; 0 for none.           |
 ///
-/// Where nothing is, all images but depth are zero. With setOpaqueOnly() the items with GPUModel::Transparent are left out, for
+/// Normals are turned to the seen side where the material is lit from both sides. Where nothing is, all images but depth are zero. With setOpaqueOnly() the items with GPUModel::Transparent are left out, for
 /// chains that draw these apart. The textures are the pass's own, of the viewport's size, and the next frame overwrites
 /// them; with an empty viewport the outputs are empty. The depth test is off afterwards.
 class KVZ_EXTRAPASSES_EXPORT SurfaceRenderPass : public RenderPassProxy

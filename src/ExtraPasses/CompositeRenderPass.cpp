@@ -44,8 +44,11 @@ void main()
 }
 )");
 
+/// Zeros for a value that is no colour.
 QVector4D premultiplied(const QColor &color)
 {
+    if (!color.isValid())
+        return {};
     const auto alpha = float(color.alphaF());
     return {float(color.redF()) * alpha, float(color.greenF()) * alpha, float(color.blueF()) * alpha, alpha};
 }
@@ -108,8 +111,8 @@ void CompositeRenderPass::compose()
     // Opaque black, which the empty unit gives, is what layers are where there are none.
     setSampler(*m_program, QStringLiteral("u_Layers"), layers);
     setSampler(*m_program, QStringLiteral("u_Background"), background);
-    m_program->setUniform(QStringLiteral("u_BackgroundColor"),
-        premultiplied(inputValue<QColor>(m_inputs[BackgroundColor], Qt::transparent)));
+    m_program->setUniform(
+        QStringLiteral("u_BackgroundColor"), premultiplied(inputValue<QColor>(m_inputs[BackgroundColor])));
     AutoBinder quad(m_screenQuad);
     m_screenQuad->draw();
 }

@@ -119,7 +119,7 @@ TEST_F(CompositeRenderPassTest, aColourAloneIsMultipliedByItsAlpha)
     EXPECT_LE(
         maximumDifference(compose(), filled(size.width(), size.height(), QVector4D(0.2f, 0, 0.04f, 0.2f))), 0.6 / 255);
     pass->setInput(Port::BackgroundColor, QColor(255, 0, 51));
-    EXPECT_EQ(maximumDifference(compose(), filled(size.width(), size.height(), QVector4D(1, 0, 0.2f, 1))), 0);
+    EXPECT_LE(maximumDifference(compose(), filled(size.width(), size.height(), QVector4D(1, 0, 0.2f, 1))), 1e-6);
 }
 
 TEST_F(CompositeRenderPassTest, stretchesImagesOfOtherSizes)

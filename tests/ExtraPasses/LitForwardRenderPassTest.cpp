@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "LitFixture.h"
 #include "support/DriverClaims.h"
+#include "support/RayCastScene.h"
 
 #include <ExtraPasses/LitForwardRenderPass.h>
 #include <GL/FixedTextureUnits.h>
@@ -162,7 +163,8 @@ TEST_F(LitForwardRenderPassTest, countsNullAndNonsenseAsTheUsualLight)
 
 TEST_F(LitForwardRenderPassTest, aScaleOnScaledGeometryChangesNothing)
 {
-    const View view = perspectiveView();
+    View view = perspectiveView();
+    view.camera = lookAt(QVector3D(0.8f, 1.4f, 3), QVector3D());
     const QMatrix4x4 place = placed({0.2f, 0.1f, 0}, 30);
     const MeshData ball = sphereMesh(7);
     const QVector3D scales[] = {{0.001f, 0.001f, 0.001f}, {1000, 1000, 1000}, {0.001f, 1, 1000}, {-1, 1, 1},
