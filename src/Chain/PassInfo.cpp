@@ -168,7 +168,7 @@ QStringList toStringList(PassTraits traits)
         {PassTrait::Culls, "culls"},
         {PassTrait::ResetsCulling, "resets culling"},
         {PassTrait::Presents, "presents"},
-        {PassTrait::Background, "background"},
+        {PassTrait::Background, "fills the background"},
     };
     QStringList list;
     for (const auto &text : texts) {

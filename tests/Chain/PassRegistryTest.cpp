@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "FakePasses.h"
 #include "support/GLTest.h"
+#include "support/Image.h"
+#include "support/Meshes.h"
 #include "support/PortListing.h"
 
 #include <Chain/NearestNames.h>
@@ -8,7 +10,11 @@
 #include <Chain/PassRegistry.h>
 #include <Core/RenderPass.h>
 #include <GL/DrawBuffers.h>
+#include <GL/Texture.h>
+#include <Scene/GPUModelBuilder.h>
 
+#include <QtCore/QRect>
+#include <QtGui/QMatrix4x4>
 #include <QtGui/QVector3D>
 
 namespace Velmora::Kvz {
@@ -116,6 +122,45 @@ TEST_F(PassRegistryTest, everyEntryIsDescribedAndFollowsTheGrammarOfPortNames)
             EXPECT_FALSE(option.description.isEmpty()) << qPrintable(option.name);
         for (const UseRule &rule : info.rules)
             EXPECT_TRUE(info.findInput(rule.port) >= 0 || info.findOption(rule.port) >= 0) << qPrintable(rule.port);
+    }
+}
+
+TEST_F(PassRegistryTest, passesThatFillTheBackgroundSaySo)
+{
+    QStringList names;
+    for (const QString &name : PassRegistry::standard().classNames()) {
+        if (PassRegistry::standard().find(name)->traits.testFlag(PassTrait::Background))
+            names.append(name);
+    }
+    EXPECT_EQ(sorted(names),
+        (QStringList{QStringLiteral("BackgroundImageRenderPass"), QStringLiteral("GradientRenderPass"),
+            QStringLiteral("SkyboxRenderPass")}));
+    EXPECT_EQ(toStringList(PassTrait::Background), QStringList(QStringLiteral("fills the background")));
+}
+
+TEST_F(PassRegistryTest, opaqueOnlyReachesThePassesThatHaveIt)
+{
+    QMatrix4x4 nearer;
+    nearer.translate(0, 0, -0.5f);
+    GPUModelBuilder builder;
+    MaterialData white;
+    white.isUnlit = true;
+    white.kd = QVector3D(1, 1, 1);
+    MaterialData green = white;
+    green.kd = QVector3D(0, 1, 0);
+    builder.addItem(builder.addMesh(wallMesh()), builder.addMaterial(white));
+    builder.addItem(builder.addMesh(wallMesh()), builder.addMaterial(green), nearer, GPUModel::Transparent);
+    const QSharedPointer<GPUModel> model = builder.build();
+    for (const char *name : {"LitForwardRenderPass", "SurfaceRenderPass"}) {
+        for (const bool isOpaqueOnly : {false, true}) {
+            const std::unique_ptr<RenderPass> pass =
+                make(QString::fromLatin1(name), {{QStringLiteral("opaqueOnly"), isOpaqueOnly}});
+            pass->setInput(0, QRect(0, 0, 2, 2));
+            pass->setInput(3, QVariant::fromValue(model.data()));
+            pass->start(nullptr);
+            const Image image = readTexture(pass->output(0).value<Texture *>());
+            EXPECT_EQ(image.pixel(1, 1), isOpaqueOnly ? QVector4D(1, 1, 1, 1) : QVector4D(0, 1, 0, 1)) << name;
+        }
     }
 }
 
