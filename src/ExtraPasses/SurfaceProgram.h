@@ -60,7 +60,7 @@ void main()
 {
     gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
     vo_Position = (u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0)).xyz;
-    vo_Normal = unit(mat3(u_NormalMatrix) * unit(mat3(getModelNormalMatrix()) * va_Normal));
+    vo_Normal = unit(mat3(u_NormalMatrix) * (mat3(getModelNormalMatrix()) * va_Normal));
     vo_Colour = va_Color;
     vo_TexCoord = va_TexCoord;
     vo_TexCoord1 = va_TexCoord1;

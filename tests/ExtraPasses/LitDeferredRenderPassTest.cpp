@@ -120,13 +120,15 @@ TEST_F(LitDeferredRenderPassTest, doesWithoutSomeImages)
         EXPECT_LE(maximumDifference(light(), filled(4, 4, QVector4D(r, g, b, 1))), 1.01 / 255);
     };
     drawSurfaces(scene, view);
-    expectColour(0.655f, 0.555f, 0.655f);
+    pass->setInput(Port::HeadlightIntensity, 0.5f);
+    pass->setInput(Port::AmbientIntensity, 0.1f);
+    expectColour(0.39f, 0.33f, 0.47f);
     setTexture(Port::Specular, nullptr);
-    expectColour(0.4f, 0.3f, 0.4f);
+    expectColour(0.24f, 0.18f, 0.32f);
     setTexture(Port::Emission, nullptr);
-    expectColour(0.4f, 0.3f, 0.2f);
+    expectColour(0.24f, 0.18f, 0.12f);
     setTexture(Port::Depth, nullptr);
-    expectColour(0.4f, 0.3f, 0.2f);
+    expectColour(0.24f, 0.18f, 0.12f);
     for (const int input : {Port::Diffuse, Port::Normal}) {
         drawSurfaces(scene, view);
         setTexture(input, nullptr);

@@ -96,6 +96,7 @@ TEST_F(LitForwardRenderPassTest, litPixelsFollowTheFormulas)
     glDepthFunc(GL_GREATER);
     glEnable(GL_SCISSOR_TEST);
     glScissor(0, 0, 1, 1);
+    glEnable(GL_STENCIL_TEST);
     glVertexAttrib4f(3, 0.1f, 0.2f, 0.3f, 0.4f);
     for (const View &view : {perspectiveView(), parallelView()}) {
         SCOPED_TRACE(view.name);
@@ -391,6 +392,90 @@ TEST_F(LitForwardRenderPassTest, smallImagesAreReadFromMipLevelsUnlessTheyAreNot
     }
 }
 
+TEST_F(LitForwardRenderPassTest, mipLevelsFollowTheLongerSideOfAPixelInTheSetAndTransformThatAreRead)
+{
+    // One texel for each pixel as the coordinates are; in one direction eight, in which black and white mix. From the largest
+    // level a pixel would read between two texels of one colour.
+    const float texel = 1.0f / 64;
+    const View view = wallView(QSize(64, 64));
+    const QImage checker = checkerImage(64, Qt::black, Qt::white);
+    for (const QVector2D &scale : {QVector2D(8, 1), QVector2D(1, 8), QVector2D(1, 1)}) {
+        MeshData wall = wallMesh();
+        for (const QVector2D &texCoord : qAsConst(wall.texCoords))
+            wall.texCoords1.append(texCoord * scale + QVector2D(texel, texel));
+        for (const bool isOfSet : {true, false}) {
+            for (const bool hasMipmaps : {true, false}) {
+                MaterialData material = coloured({1, 1, 1});
+                material.mapKd = checker;
+                // A wrap mode that changes nothing here has levels worked out by the shader.
+                material.mapKdSampling.wrapV = hasMipmaps ? ImageSampling::Repeat : ImageSampling::MirroredRepeat;
+                if (isOfSet)
+                    material.mapKdSampling.uvSet = 1;
+                else
+                    material.mapKdSampling.transform =
+                        QTransform(double(scale.x()), 0, 0, double(scale.y()), double(texel), double(texel));
+                LitScene scene;
+                scene.add(wall, material);
+                const Image frame = draw(scene, view);
+                const bool isGrey = scale != QVector2D(1, 1);
+                const int grey = 64 * 64 - pixelsBeyond(frame, filled(64, 64, QVector4D(0.5f, 0.5f, 0.5f, 1)), 0.01);
+                EXPECT_EQ(grey, isGrey ? 64 * 64 : 0)
+                    << scale.x() << ' ' << scale.y() << ' ' << isOfSet << ' ' << hasMipmaps;
+            }
+        }
+    }
+}
+
+TEST_F(LitForwardRenderPassTest, nearestMinifiedTexelsAreThoseOfOneLevel)
+{
+    // Between level 1, whose texels are black and white, and level 2, which is grey; nearer to level 1.
+    MaterialData material = coloured({1, 1, 1});
+    material.mapKd = checkerImage(64, Qt::black, Qt::white);
+    material.mapKdSampling.minification = ImageSampling::Nearest;
+    LitScene scene;
+    scene.add(wallMesh(), material);
+    const Image frame = draw(scene, wallView(QSize(24, 24)));
+    int black = 0, white = 0;
+    for (int i = 0; i < 24 * 24; ++i) {
+        black += frame.pixel(i % 24, i / 24).x() == 0;
+        white += frame.pixel(i % 24, i / 24).x() == 1;
+    }
+    EXPECT_EQ(black + white, 24 * 24);
+    EXPECT_GT(black, 200);
+    EXPECT_GT(white, 200);
+}
+
+TEST_F(LitForwardRenderPassTest, aSecondSetThatIsNotThereIsAllZeros)
+{
+    MaterialData material = coloured({1, 1, 1});
+    material.mapKd = QImage(2, 2, QImage::Format_RGB32);
+    material.mapKd.fill(Qt::black);
+    material.mapKd.setPixelColor(0, 1, QColor(255, 51, 0));
+    material.mapKdSampling.magnification = ImageSampling::Nearest;
+    material.mapKdSampling.uvSet = 1;
+    glVertexAttrib4f(5, 0.6f, 0.7f, 0, 1);
+    expectColour(drawWall(wallMesh(), material), QVector4D(1, 0.2f, 0, 1));
+}
+
+TEST_F(LitForwardRenderPassTest, opacityIsAShare)
+{
+    MaterialData material = coloured({0.5f, 0.4f, 0.3f});
+    material.d = 1.6f;
+    expectColour(drawWall(wallMesh(), material), QVector4D(0.5f, 0.4f, 0.3f, 1));
+    material.d = -0.6f;
+    expectColour(drawWall(wallMesh(), material), QVector4D());
+}
+
+TEST_F(LitForwardRenderPassTest, anExponentOfZeroLightsNoSurfaceThatFacesAway)
+{
+    MaterialData material = coloured({0.5f, 0.5f, 0.5f}, {0.4f, 0.4f, 0.4f}, 0);
+    expectColour(drawWall(wallMesh(), material), QVector4D(0.84f, 0.84f, 0.84f, 1));
+    material.isLitFromBothSides = false;
+    QMatrix4x4 behind;
+    behind.rotate(180, 0, 1, 0);
+    expectColour(drawWall(wallMesh(), material, behind), QVector4D(0.075f, 0.075f, 0.075f, 1));
+}
+
 TEST_F(LitForwardRenderPassTest, verticesColourWhatTheyHave)
 {
     MeshData wall = wallMesh();
@@ -500,6 +585,8 @@ TEST_F(LitForwardRenderPassTest, remakesItsTargetsWhenTheSizeChanges)
 
 TEST_F(LitForwardRenderPassTest, leavesTheStateThatItSays)
 {
+    for (const GLenum capability : {GL_DEPTH_TEST, GL_CULL_FACE, GL_BLEND, GL_SCISSOR_TEST, GL_STENCIL_TEST})
+        glEnable(capability);
     draw(plainScene(), perspectiveView());
     for (const GLenum capability : {GL_DEPTH_TEST, GL_CULL_FACE, GL_BLEND, GL_SCISSOR_TEST, GL_STENCIL_TEST})
         EXPECT_FALSE(glFlag(capability));
