@@ -18,7 +18,7 @@ class GPUModel;
 class ShaderProgram;
 class Texture;
 
-/// Draws and shades a model as ForwardRenderPass does, over a picture, into a frame of two samples for each texel, for the
+/// Draws and shades a model as LitForwardRenderPass does, over a picture, into a frame of two samples for each texel, for the
 /// modes S2x and 4x of SMAARenderPass.
 ///
 /// Drivers choose where samples lie, and some give four for two. So the pass places them itself: it draws the model
@@ -34,6 +34,9 @@ class Texture;
 /// | 4     | Kvz_KvzTexture*_Frame           | Texture*   | invalid | transparent black behind the model                |
 /// | 5     | Kvz_int_JitterIndex             | int        | invalid | the samples of S2x; else those of this frame of 4x |
 /// | 6     | Kvz_bool_RenderInHDR            | bool       | true    | false                                             |
+/// | 7     | Kvz_float_HeadlightIntensity    | float      | 0.85    | the default; of the lamp at the eye, 1 is full    |
+/// | 8     | Kvz_float_AmbientIntensity      | float      | 0.15    | the default; of the light from everywhere         |
+/// | 9     | Kvz_bool_FixedLight             | bool       | false   | the default; true: one fixed light instead of both |
 ///
 /// | Output | Name                            | Value                                                                  |
 /// |--------|---------------------------------|------------------------------------------------------------------------|
@@ -43,12 +46,24 @@ class Texture;
 /// | 3      | Kvz_Vector2D_JitterAmount       | That shift in normalised device units.                                 |
 ///
 /// Colours of transparent materials are mixed with the background, not with what lies between: the nearest surface wins.
-/// Where a driver has more than two samples, the others repeat these two, slightly out of place. The depth test, blending and the
-/// sample mask are off afterwards, multisampling is on, the clear colour is transparent black.
+/// What a mask cuts out is not drawn. Where a driver has more than two samples, the others repeat these two, slightly out of place. The depth test, blending and the
+/// sample mask are off afterwards, multisampling is on, the clear colour is transparent black, and the constant values of va_Color
+/// and va_TexCoord1 are changed.
 class KVZ_EXTRAPASSES_EXPORT MultisampleForwardRenderPass : public RenderPassProxy
 {
 public:
-    enum Input { Viewport, ProjectionMatrix, CameraMatrix, Geometry, Background, JitterIndex, RenderInHDR };
+    enum Input {
+        Viewport,
+        ProjectionMatrix,
+        CameraMatrix,
+        Geometry,
+        Background,
+        JitterIndex,
+        RenderInHDR,
+        HeadlightIntensity,
+        AmbientIntensity,
+        FixedLight
+    };
     enum Output { Frame, Depth, ProjectionMatrixOut, JitterAmount };
 
     MultisampleForwardRenderPass();

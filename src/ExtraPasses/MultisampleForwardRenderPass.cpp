@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <ExtraPasses/MultisampleForwardRenderPass.h>
 
+#include "PlainLights.h"
 #include "SubsampleTable.h"
-#include "steps/DirectionalLight.h"
-#include "steps/ForwardVertex.h"
+#include "SurfaceProgram.h"
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
-#include "steps/ModelProgram.h"
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
 
@@ -41,29 +40,36 @@ void main()
 )");
 
 // Values are interpolated at the texel's centre, which is not where the sample that is drawn lies, so they are carried over.
-// Colours are clamped at 1, as in the 8-bit frames of ForwardRenderPass, since highlights may go far beyond.
+// Colours are clamped at 1, as in 8-bit frames, since highlights may go far beyond.
 const QString fragmentSource = QStringLiteral(R"(#version 150
-#instancedata "OBJMaterial"
-#include "TextureManager.glslh"
+#include "SurfaceShading.glslh"
 uniform sampler2D u_Background;
 uniform vec2 u_Size;
 uniform vec2 u_FromCentre;
-in vec3 vo_Normal;
-in vec2 vo_TexCoord;
 out vec4 out_FragColor;
-)") + directionalLightSource
-    + QStringLiteral(R"(
+)") + surfaceInputSource
+    + directionToEyeSource + QStringLiteral(R"(
+SurfacePlace placeAtSample()
+{
+    SurfacePlace place = surfacePlace();
+    vec4 colour = place.colour + dFdx(vo_Colour) * u_FromCentre.x + dFdy(vo_Colour) * u_FromCentre.y;
+    place.colour = clamp(colour, 0.0, 1.0);
+    for (int i = 0; i < 2; ++i)
+        place.texCoords[i] += place.texCoordsX[i] * u_FromCentre.x + place.texCoordsY[i] * u_FromCentre.y;
+    return place;
+}
+
 void main()
 {
+    vec3 position = vo_Position + dFdx(vo_Position) * u_FromCentre.x + dFdy(vo_Position) * u_FromCentre.y;
     vec3 normal = vo_Normal + dFdx(vo_Normal) * u_FromCentre.x + dFdy(vo_Normal) * u_FromCentre.y;
-    vec2 texCoord = vo_TexCoord + dFdx(vo_TexCoord) * u_FromCentre.x + dFdy(vo_TexCoord) * u_FromCentre.y;
-    vec3 Kd = getKd() * managedTexture(getMap_Kd(), texCoord).rgb;
-    vec3 Ks = getKs() * managedTexture(getMap_Ks(), texCoord).rgb;
-    vec3 L = normalize(vec3(100.0, 100.0, 100.0));
-    vec3 shaded = clamp(directionalLight(Kd, Ks, getNs(), normal, L), 0.0, 1.0);
+    Surface surface = surfaceAt(placeAtSample());
+    if (!surface.isThere)
+        discard;
+    normal = surfaceNormal(surface, normal, gl_FrontFacing);
+    vec3 shaded = clamp(shadeSurface(surface, position, normal, directionToEye(position)), 0.0, 1.0);
     vec4 behind = texture(u_Background, gl_FragCoord.xy / u_Size);
-    float opacity = getD();
-    out_FragColor = vec4(mix(behind.rgb, shaded, opacity), opacity + behind.a * (1.0 - opacity));
+    out_FragColor = vec4(mix(behind.rgb, shaded, surface.opacity), surface.opacity + behind.a * (1.0 - surface.opacity));
 }
 )");
 
@@ -78,6 +84,7 @@ MultisampleForwardRenderPass::MultisampleForwardRenderPass()
     addInput(QStringLiteral("Kvz_KvzTexture*_Frame"), QVariant());
     addInput(QStringLiteral("Kvz_int_JitterIndex"), QVariant());
     addInput(QStringLiteral("Kvz_bool_RenderInHDR"), true);
+    addLightInputs(*this);
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
     addOutput(QStringLiteral("Kvz_KvzTexture*_Depth"));
     addOutput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"));
@@ -143,7 +150,7 @@ void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *backgroun
     const QMatrix4x4 &camera, const QSize &size, int frame)
 {
     if (!m_modelProgram)
-        m_modelProgram = buildModelProgram({QStringLiteral("out_FragColor")}, forwardVertexSource, fragmentSource);
+        m_modelProgram = buildSurfaceProgram({QStringLiteral("out_FragColor")}, fragmentSource, {surfaceShadingFile});
     if (!background) {
         if (!m_noBackground)
             m_noBackground = TextureManager::Instance()->colorTexture(QColor(Qt::transparent));
@@ -154,7 +161,7 @@ void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *backgroun
     AutoBinder source(background);
     m_modelProgram->setUniform(QStringLiteral("u_Background"), background->unit());
     m_modelProgram->setUniform(QStringLiteral("u_Size"), QVector2D(float(size.width()), float(size.height())));
-    m_modelProgram->setUniform(QStringLiteral("u_CameraMatrix"), camera);
+    PlainLights::read(m_inputs, HeadlightIntensity).set(*m_modelProgram);
     glEnable(GL_DEPTH_TEST);
     glEnable(GL_SAMPLE_MASK);
     for (int sample = 0; sample < sampleCount; ++sample) {
@@ -163,10 +170,10 @@ void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *backgroun
         const QPointF actual{double(position[0]), double(position[1])};
         // This sample, and every second one of those that a driver adds.
         glSampleMaski(0, 0x55555555u << sample);
-        m_modelProgram->setUniform(QStringLiteral("u_ProjectionMatrix"),
-            shifted(projection, shiftTo(actual, subsamplePosition(frame, sample), size)));
+        setSurfaceCamera(
+            *m_modelProgram, shifted(projection, shiftTo(actual, subsamplePosition(frame, sample), size)), camera);
         m_modelProgram->setUniform(QStringLiteral("u_FromCentre"), QVector2D(position[0] - 0.5f, position[1] - 0.5f));
-        model->draw(m_modelProgram.get(), 0, 0, WindingCounterClockwise, false);
+        drawSurfaces(*model, *m_modelProgram, SurfaceSelection::All);
     }
     glSampleMaski(0, 0xffffffffu);
     glDisable(GL_SAMPLE_MASK);

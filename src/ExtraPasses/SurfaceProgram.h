@@ -29,6 +29,16 @@ vec3 directionToEye(vec3 position)
 }
 )");
 
+/// `vec3 unit(vec3 direction)`: the direction with a length of 1, whatever length it had; zeros stay zeros.
+inline const QString unitDirectionSource = QStringLiteral(R"(
+vec3 unit(vec3 direction)
+{
+    vec3 size = abs(direction);
+    float largest = max(size.x, max(size.y, size.z));
+    return largest > 0.0 ? normalize(direction / largest) : vec3(0.0);
+}
+)");
+
 /// The vertex stage. It writes what surfaceInputSource reads.
 // Normals are of unit length before they are interpolated: by the length that a scale leaves them, corners would weigh
 // differently. The place in clip space is formed as in the other passes that draw models, so that depths are equal.
@@ -47,15 +57,8 @@ out vec3 vo_Normal;
 out vec4 vo_Colour;
 out vec2 vo_TexCoord;
 out vec2 vo_TexCoord1;
-
-// Zeros stay zeros.
-vec3 unit(vec3 direction)
-{
-    vec3 size = abs(direction);
-    float largest = max(size.x, max(size.y, size.z));
-    return largest > 0.0 ? normalize(direction / largest) : vec3(0.0);
-}
-
+)") + unitDirectionSource
+    + QStringLiteral(R"(
 void main()
 {
     gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);

@@ -5,11 +5,11 @@
 #include "support/PooledTextures.h"
 #include "support/Samples.h"
 
+#include <ExtraPasses/LitForwardRenderPass.h>
 #include <ExtraPasses/MultisampleForwardRenderPass.h>
 #include <ExtraPasses/SubsampleJitterPass.h>
 #include <ExtraPasses/SubsampleTable.h>
 #include <GL/GLStatistics.h>
-#include <RenderPasses/ForwardRenderPass.h>
 #include <Scene/GPUModel.h>
 
 #include <QtCore/QRect>
@@ -77,15 +77,14 @@ protected:
 /// The picture of one sample for each pixel, taken at a place of the pixel other than its middle.
 Image sampledAt(const QPointF &place, GPUModel *model)
 {
-    ForwardRenderPass forward;
-    forward.setInput(ForwardRenderPass::Viewport, QRect(QPoint(), size));
+    LitForwardRenderPass forward;
+    forward.setInput(LitForwardRenderPass::Viewport, QRect(QPoint(), size));
     forward.setInput(
-        ForwardRenderPass::ProjectionMatrix, movedByPixels(projection, size, 0.5 - place.x(), 0.5 - place.y()));
-    forward.setInput(ForwardRenderPass::CameraMatrix, camera);
-    forward.setInput(ForwardRenderPass::Geometry, QVariant::fromValue(model));
-    glViewport(0, 0, size.width(), size.height());
+        LitForwardRenderPass::ProjectionMatrix, movedByPixels(projection, size, 0.5 - place.x(), 0.5 - place.y()));
+    forward.setInput(LitForwardRenderPass::CameraMatrix, camera);
+    forward.setInput(LitForwardRenderPass::Geometry, QVariant::fromValue(model));
     forward.start(nullptr);
-    return readTexture(forward.output(ForwardRenderPass::Frame).value<Texture *>());
+    return readTexture(forward.output(LitForwardRenderPass::Frame).value<Texture *>());
 }
 
 /// Pixels that differ by more than half a step of 8 bits and what extrapolated shading adds.
@@ -190,6 +189,45 @@ TEST_F(MultisampleForwardRenderPassTest, mixesTheNearestSurfaceWithTheBackground
         }
     }
     EXPECT_GT(mixtures, 1000);
+}
+
+TEST_F(MultisampleForwardRenderPassTest, lightsByItsInputsAndLeavesMasksOut)
+{
+    const QVector4D behind(0.25f, 0.5f, 1, 1);
+    Texture *const background = textures.take(TextureFormat::HighDynamicRange, filled(192, 128, behind), 5);
+    GPUModelBuilder builder;
+    MaterialData material;
+    material.kd = QVector3D(0.8f, 0.4f, 0.2f);
+    material.emission = QVector3D(0, 0, 0.1f);
+    material.d = 0.6f;
+    material.alphaMode = MaterialData::Mask;
+    MeshData wall = wallMesh();
+    // Opaque where the alpha is at least a half: 0.3 + 0.3 x, in x from -1 to 1.
+    for (const QVector3D &position : qAsConst(wall.positions))
+        wall.colours.append(QVector4D(0.5f, 1, 1, 0.5f + 0.5f * position.x()));
+    builder.addItem(builder.addMesh(wall), builder.addMaterial(material));
+    const QSharedPointer<GPUModel> model = builder.build();
+    pass->setInput(Port::ProjectionMatrix, QMatrix4x4());
+    pass->setInput(Port::CameraMatrix, QMatrix4x4());
+    const auto pixels = [&] {
+        pass->setInput(Port::Background, QVariant::fromValue(background));
+        draw(model.data());
+        const Image image = readSample(texture(Port::Frame), 0);
+        release();
+        EXPECT_EQ(image.pixel(150, 64), behind) << "an alpha of 0.47: a hole";
+        return image.pixel(170, 64);
+    };
+    const QVector3D base(0.4f, 0.4f, 0.2f);
+    const auto expected = [&](float light) { return QVector4D(base * light + material.emission, 1); };
+    EXPECT_LT((pixels() - expected(1)).length(), 2e-3f);
+    pass->setInput(Port::HeadlightIntensity, 0.25f);
+    pass->setInput(Port::AmbientIntensity, 0.5f);
+    EXPECT_LT((pixels() - expected(0.75f)).length(), 2e-3f);
+    pass->setInput(Port::FixedLight, true);
+    EXPECT_LT((pixels() - expected(float(1 / std::sqrt(3.0)))).length(), 2e-3f);
+    for (const int input : {Port::HeadlightIntensity, Port::AmbientIntensity, Port::FixedLight})
+        pass->setInput(input, QVariant());
+    EXPECT_LT((pixels() - expected(1)).length(), 2e-3f) << "null is the default";
 }
 
 TEST_F(MultisampleForwardRenderPassTest, withoutAModelTheBackgroundRemains)

@@ -237,6 +237,23 @@ DriverNeed floatBitsNeed()
         QStringLiteral("depths cannot be read as the integers of lists: its shaders do not compile"), true};
 }
 
+DriverNeed vertexTexelsNeed()
+{
+    return {{QStringLiteral("GL_ARB_texture_buffer_object_rgb32")},
+        QStringLiteral("vertices cannot be read: the image stays empty"), true};
+}
+
+UseRule sortedListsRule()
+{
+    const QString nodes = QStringLiteral("Kvz_KvzTexture*_NodeBuffer");
+    return {nodes, QStringLiteral("sorted lists"), QStringLiteral("lists in drawing order"),
+        QStringLiteral("put a VisibilitySortRenderPass before it"), [nodes](const PassUse &use) {
+            const QStringList path = use.sourceClasses(nodes);
+            return path.contains(QStringLiteral("VisibilityBufferRenderPass"))
+                && !path.contains(QStringLiteral("VisibilitySortRenderPass"));
+        }};
+}
+
 OutputInfo output(const char *name, ValueType type, const char *description)
 {
     OutputInfo info;

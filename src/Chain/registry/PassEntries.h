@@ -28,6 +28,8 @@ PassInfo gBufferRenderPass();
 PassInfo gradientRenderPass();
 PassInfo litDeferredRenderPass();
 PassInfo litForwardRenderPass();
+PassInfo litListRenderPass();
+PassInfo litWeightedRenderPass();
 PassInfo luminanceAverageRenderPass();
 PassInfo materialIdRenderPass();
 PassInfo modelDeferredPass();
@@ -75,6 +77,8 @@ inline constexpr PassInfo (*all[])() = {
     gradientRenderPass,
     litDeferredRenderPass,
     litForwardRenderPass,
+    litListRenderPass,
+    litWeightedRenderPass,
     luminanceAverageRenderPass,
     materialIdRenderPass,
     modelDeferredPass,
@@ -145,6 +149,10 @@ QVector<OutputInfo> listOutputs(const char *headsDescription, const char *nodesD
 DriverNeed listNeed(const char *without);
 /// That shaders can read floats as integers, which OpenGL 3.3 has.
 DriverNeed floatBitsNeed();
+/// That shaders can read vertices from buffers, which OpenGL 4.0 has.
+DriverNeed vertexTexelsNeed();
+/// For a pass that shades lists: warns of lists that no sort precedes.
+UseRule sortedListsRule();
 /// @}
 
 /// The lights of a pass that lights surfaces: its last three inputs.

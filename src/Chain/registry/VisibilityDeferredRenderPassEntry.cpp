@@ -8,7 +8,6 @@ namespace Velmora::Kvz {
 
 PassInfo PassEntries::visibilityDeferredRenderPass()
 {
-    const QString nodes = QStringLiteral("Kvz_KvzTexture*_NodeBuffer");
     PassInfo pass;
     pass.className = QStringLiteral("VisibilityDeferredRenderPass");
     pass.summary = QStringLiteral("Shades lists of fragments from front to back.");
@@ -29,20 +28,8 @@ PassInfo PassEntries::visibilityDeferredRenderPass()
             "Colour of the fragments; in alpha the share of the background that comes through, 1 where there are "
             "none."),
     };
-    pass.rules = {
-        {nodes, QStringLiteral("sorted lists"), QStringLiteral("lists in drawing order"),
-            QStringLiteral("put a VisibilitySortRenderPass before it"),
-            [nodes](const PassUse &use) {
-                const QStringList path = use.sourceClasses(nodes);
-                return path.contains(QStringLiteral("VisibilityBufferRenderPass"))
-                    && !path.contains(QStringLiteral("VisibilitySortRenderPass"));
-            }},
-    };
-    pass.driverNeeds = {
-        floatBitsNeed(),
-        {{QStringLiteral("GL_ARB_texture_buffer_object_rgb32")},
-            QStringLiteral("vertices cannot be read: the image stays empty"), true},
-    };
+    pass.rules = {sortedListsRule()};
+    pass.driverNeeds = {floatBitsNeed(), vertexTexelsNeed()};
     pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Transparent;
     pass.clearColor = QColor(0, 0, 0, 255);
     pass.create = construct<VisibilityDeferredRenderPass>;
