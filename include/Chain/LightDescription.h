@@ -10,10 +10,20 @@
 
 namespace Velmora::Kvz {
 
-/// A light as people write it, in chain files and on the command line: it stands somewhere around a scene, or at a point, and
-/// looks at the scene's centre, or at a point.
+/// A light as people write it, in chain files and on the command line.
+///
+/// A light that casts shadows stands somewhere around a scene, or at a point, and looks at the scene's centre, or at a point.
+/// The headlight and the ambient light have nothing but an intensity: they light what the lit passes draw.
 struct KVZ_HOST_EXPORT LightDescription
 {
+    enum class Kind {
+        ShadowCaster, ///< Of the `type` below. It casts shadows and does not light.
+        Headlight, ///< A lamp at the eye.
+        Ambient, ///< Light from everywhere alike.
+        None ///< Neither headlight nor ambient light: the one fixed light of the basic passes takes their place.
+    };
+
+    Kind kind = Kind::ShadowCaster;
     ShadowMapManager::Light::Type type = ShadowMapManager::Light::Directional;
 
     float azimuth = 45; ///< Degrees around the Y axis, seen from the target: 0 stands towards +Z, 90 towards +X.
@@ -28,10 +38,14 @@ struct KVZ_HOST_EXPORT LightDescription
     float coneAngle = 40; ///< Of spots: full angle, degrees, above 0 and below 180.
     float range = 0; ///< Of spots and points: world units; 0: twice the way to the far side of the scene.
     int cascades = 3; ///< Of directional lights: 1 to 16.
-    float intensity = 1; ///< Beside other lights, 0 or more.
+    float intensity = 1; ///< 0 or more; of shadow casters, beside other lights.
     float depthBias = 0.0005f; ///< In normalised device units, 0 or more.
 
-    /// Reads a type, `directional`, `spot` or `point`, with parts behind it, each with ":" before it:
+    /// The intensity of a light of this kind where nothing is said: together those of headlight and ambient light are 1.
+    static float usualIntensity(Kind kind);
+
+    /// Reads `headlight` or `ambient`, `:intensity=NUMBER` behind it or not, `none`, or a type, `directional`, `spot` or
+    /// `point`, with parts behind it, each with ":" before it:
     /// - `AZIMUTH,ELEVATION` or `AZIMUTH,ELEVATION,DISTANCE`,
     /// - `position=X,Y,Z`, `target=X,Y,Z`, `cone=DEGREES`, `range=LENGTH`, `cascades=NUMBER`, `intensity=NUMBER`,
     ///   `bias=NUMBER`,
@@ -43,7 +57,7 @@ struct KVZ_HOST_EXPORT LightDescription
     /// The text that fromString() reads as this light, without parts that have their default.
     QString toString() const;
 
-    /// Makes `light` this one, for a scene with these bounds (minimum, then maximum corner, world space). Bounds without
+    /// Makes `light` this one, which casts shadows, for a scene with these bounds (minimum, then maximum corner, world space). Bounds without
     /// extent count as a scene one unit across.
     void place(const QPair<QVector3D, QVector3D> &bounds, ShadowMapManager::Light *light) const;
 

@@ -6,7 +6,7 @@ namespace Velmora::Kvz::FrameValues {
 QStringList standardNames()
 {
     return {viewport, projectionMatrix, cameraMatrix, nearPlane, farPlane, model, sceneBoundsMin, sceneBoundsMax,
-        lights, instanceData, framebuffer};
+        lights, headlightIntensity, ambientIntensity, fixedLight, instanceData, framebuffer};
 }
 
 } // namespace Velmora::Kvz::FrameValues

@@ -20,6 +20,49 @@ using Light = ShadowMapManager::Light;
 /// In the order of Light::Type.
 const char *const typeNames[] = {"directional", "spot", "point"};
 
+using Kind = LightDescription::Kind;
+
+/// The lights that have no type.
+const QVector<QPair<Kind, QString>> &otherKinds()
+{
+    static const QVector<QPair<Kind, QString>> kinds{{Kind::Headlight, QStringLiteral("headlight")},
+        {Kind::Ambient, QStringLiteral("ambient")}, {Kind::None, QStringLiteral("none")}};
+    return kinds;
+}
+
+QString nameOf(const LightDescription &light)
+{
+    for (const auto &other : otherKinds()) {
+        if (other.first == light.kind)
+            return other.second;
+    }
+    return QString::fromLatin1(typeNames[light.type]);
+}
+
+/// Sets kind and type by their name; an error says which names there are.
+QString readName(const QString &name, LightDescription *light)
+{
+    QStringList names;
+    for (const char *typeName : typeNames) {
+        names.append(QString::fromLatin1(typeName));
+        if (name == names.last()) {
+            light->type = Light::Type(names.size() - 1);
+            return {};
+        }
+    }
+    for (const auto &other : otherKinds()) {
+        names.append(other.second);
+        if (name == other.second) {
+            light->kind = other.first;
+            light->intensity = LightDescription::usualIntensity(other.first);
+            return {};
+        }
+    }
+    const bool isNear = !nearestNames(name, names).isEmpty();
+    return QStringLiteral("\"%1\": expected headlight, ambient, none, directional, spot or point%2")
+        .arg(name, isNear ? nearestNamesHint(name, names) : QString());
+}
+
 constexpr int maximumCascades = 16;
 
 /// The shortest text that reads as the same number.
@@ -39,7 +82,7 @@ QString written(const QVector3D &point)
     return QStringLiteral("%1,%2,%3").arg(written(point.x()), written(point.y()), written(point.z()));
 }
 
-/// Reads the parts of a light behind its type; an error says what is wrong with one.
+/// Reads the parts of a light that follow its type; an error says what is wrong with one.
 class PartReader
 {
 public:
@@ -52,6 +95,10 @@ public:
         const int sign = part.indexOf(QLatin1Char('='));
         const QString key = part.left(sign);
         const QVector<float> n = numbers(part.mid(sign + 1));
+        if (m_light.kind == Kind::None)
+            return QStringLiteral("none stands alone");
+        if (m_light.kind != Kind::ShadowCaster && key != QLatin1String("intensity"))
+            return QStringLiteral("%1 has nothing but an intensity, as in %1:intensity=0.5").arg(nameOf(m_light));
         if (sign < 0)
             return readAngles(n);
         if (key == QLatin1String("position"))
@@ -131,20 +178,9 @@ bool LightDescription::fromString(const QString &text, LightDescription *light, 
 {
     const QStringList parts = text.split(QLatin1Char(':'));
     LightDescription result;
-    QStringList types;
-    int type = -1;
-    for (const char *name : typeNames) {
-        types.append(QString::fromLatin1(name));
-        if (parts.first() == types.last())
-            type = types.size() - 1;
-    }
-    if (type < 0) {
-        const bool isNear = !nearestNames(parts.first(), types).isEmpty();
-        *error = QStringLiteral("\"%1\": expected directional, spot or point%2")
-                     .arg(parts.first(), isNear ? nearestNamesHint(parts.first(), types) : QString());
+    *error = readName(parts.first(), &result);
+    if (!error->isEmpty())
         return false;
-    }
-    result.type = Light::Type(type);
     PartReader reader(&result);
     for (const QString &part : parts.mid(1)) {
         const QString problem = reader.read(part);
@@ -161,10 +197,19 @@ bool LightDescription::fromString(const QString &text, LightDescription *light, 
     return true;
 }
 
+float LightDescription::usualIntensity(Kind kind)
+{
+    return kind == Kind::Headlight ? 0.85f : kind == Kind::Ambient ? 0.15f : 1;
+}
+
 QString LightDescription::toString() const
 {
     const LightDescription plain;
-    QStringList parts{QString::fromLatin1(typeNames[type])};
+    QStringList parts{nameOf(*this)};
+    if (kind != Kind::ShadowCaster)
+        return intensity == usualIntensity(kind)
+            ? parts.first()
+            : QStringLiteral("%1:intensity=%2").arg(parts.first(), written(intensity));
     if (distance != plain.distance)
         parts.append(QStringLiteral("%1,%2,%3").arg(written(azimuth), written(elevation), written(distance)));
     else if (azimuth != plain.azimuth || elevation != plain.elevation)

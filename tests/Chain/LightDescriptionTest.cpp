@@ -58,11 +58,12 @@ TEST(LightDescriptionTest, partsAreRead)
     EXPECT_EQ(read("point:10,20,1.5").distance, 1.5f);
 }
 
-TEST(LightDescriptionTest, whatIsWrongIsSaidInOneLine)
+TEST(LightDescriptionTest, whatIsWrongIsReportedInOneLine)
 {
-    EXPECT_EQ(errorOf(""), QStringLiteral("\"\": expected directional, spot or point"));
-    EXPECT_EQ(
-        errorOf("spott:3,4"), QStringLiteral("\"spott\": expected directional, spot or point; did you mean \"spot\"?"));
+    EXPECT_EQ(errorOf(""), QStringLiteral("\"\": expected headlight, ambient, none, directional, spot or point"));
+    EXPECT_EQ(errorOf("spott:3,4"),
+        QStringLiteral(
+            "\"spott\": expected headlight, ambient, none, directional, spot or point; did you mean \"spot\"?"));
     EXPECT_EQ(errorOf("spot:"), QStringLiteral("\"\": expected AZIMUTH,ELEVATION[,DISTANCE] or KEY=VALUE"));
     EXPECT_EQ(errorOf("spot:30"), QStringLiteral("\"30\": expected AZIMUTH,ELEVATION[,DISTANCE] or KEY=VALUE"));
     EXPECT_EQ(errorOf("spot:30,x"), QStringLiteral("\"30,x\": expected AZIMUTH,ELEVATION[,DISTANCE] or KEY=VALUE"));
@@ -87,6 +88,27 @@ TEST(LightDescriptionTest, whatIsWrongIsSaidInOneLine)
     EXPECT_EQ(errorOf("directional:range=3"), QStringLiteral("\"range=3\": only spot and point lights have a range"));
     EXPECT_EQ(errorOf("spot:cascades=3"), QStringLiteral("\"cascades=3\": only directional lights have cascades"));
     EXPECT_EQ(errorOf("point:target=0,0,0"), QStringLiteral("\"target=0,0,0\": point lights have no target"));
+}
+
+TEST(LightDescriptionTest, headlightAndAmbientHaveAnIntensityAlone)
+{
+    using Kind = LightDescription::Kind;
+    EXPECT_EQ(read("spot").kind, Kind::ShadowCaster);
+    EXPECT_EQ(read("headlight").kind, Kind::Headlight);
+    EXPECT_EQ(read("headlight").intensity, LightDescription::usualIntensity(Kind::Headlight));
+    EXPECT_EQ(read("ambient:intensity=0.3").kind, Kind::Ambient);
+    EXPECT_EQ(read("ambient:intensity=0.3").intensity, 0.3f);
+    EXPECT_EQ(read("none").kind, Kind::None);
+    EXPECT_FLOAT_EQ(
+        LightDescription::usualIntensity(Kind::Headlight) + LightDescription::usualIntensity(Kind::Ambient), 1);
+    EXPECT_EQ(errorOf("headlight:30,40"),
+        QStringLiteral("\"30,40\": headlight has nothing but an intensity, as in headlight:intensity=0.5"));
+    EXPECT_EQ(errorOf("ambient:bias=1"),
+        QStringLiteral("\"bias=1\": ambient has nothing but an intensity, as in ambient:intensity=0.5"));
+    EXPECT_EQ(errorOf("ambient:intensity=-1"), QStringLiteral("\"intensity=-1\": intensity must be 0 or more"));
+    EXPECT_EQ(errorOf("none:intensity=1"), QStringLiteral("\"intensity=1\": none stands alone"));
+    for (const char *text : {"headlight", "headlight:intensity=1", "ambient:intensity=0", "none"})
+        EXPECT_EQ(read(text).toString(), QString::fromUtf8(text));
 }
 
 TEST(LightDescriptionTest, theWrittenFormReadsAsTheSame)

@@ -16,19 +16,52 @@ void FrameValueTable::set(const QString &name, const QVariant &value)
         m_boundsFollowModel = !value.isValid();
     if (name == FrameValues::lights)
         m_lightsFollowChain = !value.isValid();
+    if (value.isValid())
+        m_ofHost.insert(name);
+    else
+        m_ofHost.remove(name);
     store(name, value);
     if (name == FrameValues::model || isBound)
         updateBounds();
-    // Bounds of the model bring their lights along.
+    // Lights follow the bounds of the model.
     if (m_lightsFollowChain && (name == FrameValues::lights || (isBound && !m_boundsFollowModel)))
         placeLights();
 }
 
 void FrameValueTable::setChainLights(const std::vector<LightDescription> &lights)
 {
-    m_described = lights;
+    m_described.clear();
+    QVariant headlight;
+    QVariant ambient;
+    QVariant fixed;
+    for (const LightDescription &light : lights) {
+        switch (light.kind) {
+        case LightDescription::Kind::ShadowCaster:
+            m_described.push_back(light);
+            break;
+        case LightDescription::Kind::Headlight:
+            headlight = light.intensity;
+            break;
+        case LightDescription::Kind::Ambient:
+            ambient = light.intensity;
+            break;
+        case LightDescription::Kind::None:
+            fixed = true;
+            break;
+        }
+    }
+    setUnlessOfHost(FrameValues::headlightIntensity, headlight);
+    setUnlessOfHost(FrameValues::ambientIntensity, ambient);
+    setUnlessOfHost(FrameValues::fixedLight, fixed);
     if (m_lightsFollowChain)
         placeLights();
+}
+
+/// Sets what the chain's lights give, unless the host has set it.
+void FrameValueTable::setUnlessOfHost(const QString &name, const QVariant &value)
+{
+    if (!m_ofHost.contains(name))
+        store(name, value);
 }
 
 void FrameValueTable::updateBounds()
