@@ -13,5 +13,5 @@ void main()
 {
     vec4 colour = texelFetch(u_Scene, ivec2(gl_FragCoord.xy), 0);
     float exposure = u_Luminance > 0.0 ? u_Key / max(u_Luminance, darkest) : 1.0;
-    o_Frame = vec4(colour.rgb * exposure, 1.0);
+    o_Frame = vec4(colour.rgb * exposure, colour.a);
 }

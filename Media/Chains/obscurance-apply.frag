@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #version 150
 
-uniform sampler2D u_Shading;    // Colour with opacity in alpha.
+uniform sampler2D u_Shading;    // Opacity in alpha.
 uniform sampler2D u_Obscurance; // 1 in the open; alpha 0 where there is no image.
 uniform float u_Strength;       // From 0, none, to 1.
 

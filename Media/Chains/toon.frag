@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: MIT
 #version 150
 
-uniform sampler2D u_Shading;    // Colour with opacity in alpha; all 0 where there is no model.
-uniform sampler2D u_Background;
-uniform sampler2D u_Normal;     // In camera space; 0 where there is no model.
-uniform float u_Tones;          // Steps from dark to bright.
+uniform sampler2D u_Shading; // Colour multiplied by the opacity in alpha; all 0 where there is no model.
+uniform sampler2D u_Normal;  // In camera space; 0 where there is no model.
+uniform float u_Tones;       // Steps from dark to bright.
 uniform vec4 u_Ink;
 
-in vec2 vo_TexCoord;
 out vec4 o_Frame;
 
 const vec3 luminanceWeights = vec3(0.2126, 0.7152, 0.0722);
@@ -26,15 +24,13 @@ void main()
 {
     ivec2 pixel = ivec2(gl_FragCoord.xy);
     vec4 shading = texelFetch(u_Shading, pixel, 0);
-    vec3 background = texture(u_Background, vo_TexCoord).rgb;
 
     // The hue stays, the luminance goes up to the next tone.
     float luminance = dot(shading.rgb, luminanceWeights);
     float tone = ceil(luminance * u_Tones) / u_Tones;
-    vec3 flatColour = shading.rgb * (tone / max(luminance, 0.001));
-    vec3 colour = mix(background, flatColour, shading.a);
+    vec4 colour = vec4(shading.rgb * (tone / max(luminance, 0.001)), shading.a);
 
     bool isEdge = edgeTowards(pixel, ivec2(1, 0)) || edgeTowards(pixel, ivec2(-1, 0))
         || edgeTowards(pixel, ivec2(0, 1)) || edgeTowards(pixel, ivec2(0, -1));
-    o_Frame = vec4(isEdge ? mix(colour, u_Ink.rgb, u_Ink.a) : colour, 1.0);
+    o_Frame = isEdge ? mix(colour, vec4(u_Ink.rgb, 1.0), u_Ink.a) : colour;
 }

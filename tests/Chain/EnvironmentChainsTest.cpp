@@ -138,7 +138,7 @@ TEST_F(EnvironmentChainsTest, theSunStandsAboveTheHorizonToTheRight)
 
 TEST_F(EnvironmentChainsTest, theStencilKeepsTheCubeMapOffTheModel)
 {
-    load("skybox-cubemap");
+    load("skybox-cubemap-basic");
     lookTowards(QVector3D(0, 0, -1));
     const Image sky = output("sky");
     buildModel();
@@ -163,7 +163,7 @@ TEST_F(EnvironmentChainsTest, theBackdropGoesBehindTheModelAndIntoItsFloor)
     load("backdrop");
     lookTowards(QVector3D(0, 0, -1));
     buildModel();
-    const Image ids = output("ids", "Kvz_KvzTexture*_Normal");
+    const Image ids = output("geometry", "Kvz_KvzTexture*_Normal");
     const Image shading = output("shading");
     const Image image = output("backdrop");
     for (const char *share : {"0", "0.35", "1"}) {
@@ -193,7 +193,7 @@ TEST_F(EnvironmentChainsTest, theBackdropGoesBehindTheModelAndIntoItsFloor)
 
 TEST_F(EnvironmentChainsTest, noChainLeaks)
 {
-    for (const char *name : {"skybox-panorama", "skybox-cubemap", "backdrop"}) {
+    for (const char *name : {"skybox-panorama", "skybox-cubemap", "skybox-cubemap-basic", "backdrop"}) {
         load(name);
         lookTowards(QVector3D(0, 0, -1));
         buildModel();

@@ -24,7 +24,7 @@ namespace {
 
 const QSize size(160, 120);
 const QSize small(80, 60); // For many frames.
-const QString full = QStringLiteral("full");
+const QString full = QStringLiteral("full-basic");
 const QString projection = QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix");
 
 /// The passes that draw by the jittered projection or read what was drawn so.
@@ -134,7 +134,7 @@ TEST_F(FullChainTest, jittersWhatIsDrawnAndNothingElse)
         EXPECT_EQ(source.kind, Kind::Output) << pass;
         EXPECT_EQ(source.pass, QStringLiteral("jitter")) << pass;
     }
-    // Maps that trembled would give trembling shadows; a mean that looked at the jitter would start again in each frame.
+    // Maps that followed the jitter would give flickering shadows; a mean that looked at the jitter would start again in each frame.
     for (const char *const pass : {"jitter", "maps", "accumulate"})
         EXPECT_EQ(chain->chain.inputSource(QString::fromUtf8(pass), projection).kind, Kind::FrameValue) << pass;
     const ChainDescription description = chain->chain.description();
@@ -324,7 +324,7 @@ TEST_F(FullChainTest, framesOfAStillViewSettleOnTheirMean)
     EXPECT_NEAR(still[2], still[0], 0.02 * still[0]) << "without jitter nothing gets better";
 }
 
-TEST_F(FullChainTest, aChangeOfTheViewBeginsAnew)
+TEST_F(FullChainTest, aChangeOfTheViewStartsOver)
 {
     const auto chain = makeChain();
     for (int i = 0; i < 6; ++i)

@@ -119,7 +119,7 @@ TEST_F(LensAndGlassChainsTest, weightedBlendingLiesOverTheGradient)
     addSquare(&builder, {1, 0, -0.2f}, {0.2f, 0.2f, 0.2f}, 1); // behind
     addSquare(&builder, {1, 0, 0}, {0.6f, 0.1f, 0.2f}, 0.7f); // over opaque
     addSquare(&builder, {1, 0, -0.4f}, {5, 5, 5}, 0.5f); // hidden
-    ModelChain blending(QStringLiteral("transparency-weighted"), builder.build(), size);
+    ModelChain blending(QStringLiteral("transparency-weighted-basic"), builder.build(), size);
     // Planes that lie well off: in the nearest tenth of the depths the clamp of the divisor shows.
     QMatrix4x4 camera;
     camera.translate(0, 0, -4);
@@ -167,7 +167,7 @@ TEST_F(LensAndGlassChainsTest, thePremultiplyOptionMultipliesColoursOfTheModelAt
         }
         return count;
     };
-    const QString chainName = QStringLiteral("transparency-weighted");
+    const QString chainName = QStringLiteral("transparency-weighted-basic");
     CameraView view;
     view.azimuth = 25;
     view.elevation = 18;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Transparency by lists, as chains run it. Tests of suites with "Lists" in their names need a driver that has lists, those with
-// "SingleNode" one that has none, as tests/Host/CMakeLists.txt provides; all others hold on both.
+// "SingleNode" one that has none, as tests/Chain/CMakeLists.txt provides; all others hold on both.
 #include "support/Cameras.h"
 #include "support/GLTest.h"
 #include "support/Meshes.h"
@@ -54,7 +54,7 @@ protected:
     {
         ChainDescription description;
         QString error;
-        ASSERT_TRUE(loadChain(QStringLiteral("transparency-lists"), &description, &error)) << qPrintable(error);
+        ASSERT_TRUE(loadChain(QStringLiteral("transparency-lists-basic"), &description, &error)) << qPrintable(error);
         ASSERT_TRUE(chain->setDescription(description)) << qPrintable(chain->errorString());
         prepare(chain);
     }
@@ -391,7 +391,7 @@ TEST_F(VisibilityChainListsTest, saysOnceThatFragmentsFoundNoRoom)
     const PassRegistry registry = registryWithRoom(1000);
     ChainDescription description;
     QString error;
-    ASSERT_TRUE(loadChain(QStringLiteral("transparency-lists"), &description, &error)) << qPrintable(error);
+    ASSERT_TRUE(loadChain(QStringLiteral("transparency-lists-basic"), &description, &error)) << qPrintable(error);
     {
         RenderChain chain(registry);
         ASSERT_TRUE(chain.setDescription(description));
