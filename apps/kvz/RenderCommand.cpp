@@ -352,7 +352,9 @@ int render(const ImportedScene &scene, const ResolvedChain &resolved, const Rend
     RenderTarget target(options.size);
     if (!target.isComplete())
         return fail(noMemory(options.size));
-    const QSharedPointer<GPUModel> model = scene.build();
+    SceneBuildOptions building;
+    building.forBasicPasses = true;
+    const QSharedPointer<GPUModel> model = scene.build(building);
     if (!model)
         return fail(QStringLiteral("%1: the driver cannot hold it").arg(options.model));
 

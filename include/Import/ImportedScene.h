@@ -153,6 +153,18 @@ struct ImportedAnimation
     QVector<Channel> channels;
 };
 
+/// How a scene is put on the GPU.
+struct SceneBuildOptions
+{
+    /// For chains that shade in the basic passes. They take normals as the matrices of items leave them and texture coordinates as
+    /// they are, so whatever a node stretches is stretched before, and the coordinates are those that the base colour texture
+    /// asks for, its transform included. Each stretch and each such texture costs a copy of the mesh. Passes that
+    /// light surfaces draw both alike.
+    bool forBasicPasses = false;
+    /// The memory that images may take, as GPUModelBuilder::setImageBudget() has it.
+    qint64 imageBudget = qint64(512) << 20;
+};
+
 /// A model file as plain data, with Y up and counter-clockwise fronts. Flat arrays and numbers throughout: it needs no GL, and
 /// could be handed from one process to another.
 struct KVZ_HOST_EXPORT ImportedScene
@@ -180,10 +192,19 @@ struct KVZ_HOST_EXPORT ImportedScene
     /// The corners of all items in world space, as framePoints() takes them.
     QVector<QVector3D> points() const;
 
-    /// The scene on the GPU; needs a current context. Null, with one log line, when the driver cannot hold it. Texture
-    /// coordinates are those that the base colour texture asks for, its transform included.
-    QSharedPointer<GPUModel> build() const;
+    /// Whether the material of any item is a mask: shadow passes draw such an item without its holes.
+    bool hasMasks() const;
+
+    /// The scene on the GPU; needs a current context. Null, with one log line, when the driver cannot hold it.
+    QSharedPointer<GPUModel> build(const SceneBuildOptions &options = SceneBuildOptions()) const;
+    /// Frees the pixels of all images, which build() has copied: those of materials too. All else stays.
+    void releaseImages();
 };
+
+/// Scales a scene about the origin, with its cameras and lights, so that the largest side of the bounds of its items is as long as
+/// given: some passes have constants that are lengths. False, and nothing is changed, for a scene without extent and for a length
+/// that is not above 0 or out of reach of floats.
+KVZ_HOST_EXPORT bool scaleInto(ImportedScene *scene, float largestExtent);
 
 /// Puts a floor under a scene: a square at the height of its lowest point, light grey, facing upwards. It reaches beyond the
 /// scene by the scene's height on every side, so that shadows of lights from 45 degrees up fall on it whole. A scene without

@@ -295,7 +295,7 @@ bool GltfReader::readItems(int node, QString *problem)
             item.material = material;
             item.node = node;
             item.modelMatrix = matrix;
-            item.featureFlags = featureFlagsOf(m_scene.materials[material], m_scene.meshes[primitive.mesh]);
+            item.featureFlags = m_flags.of(m_scene, material, primitive.mesh);
             m_scene.items.append(item);
         }
     }

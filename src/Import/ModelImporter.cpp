@@ -143,6 +143,8 @@ bool importModel(const QString &file, const ImportOptions &options, ImportedScen
     }
     if (!primitives.isEmpty())
         result.warnings.append(QStringLiteral("%1: %2").arg(file, primitives));
+    if (!(options.scaleInto >= 0) || (options.scaleInto > 0 && !scaleInto(&result, options.scaleInto)))
+        return refuse(QStringLiteral("cannot be scaled to a length of %1").arg(double(options.scaleInto)));
     *scene = result;
     return true;
 }

@@ -262,7 +262,7 @@ void SceneReader::readItems(int node)
         item.material = materialNumber(sourceMaterial, !m_scene.meshes[mesh].colours.isEmpty());
         item.node = node;
         item.modelMatrix = m_world[node];
-        item.featureFlags = featureFlagsOf(m_scene.materials[item.material], m_scene.meshes[mesh]);
+        item.featureFlags = m_flags.of(m_scene, item.material, mesh);
         m_scene.items.append(item);
     }
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "MaterialModel.h"
 #include "MaterialReader.h"
 #include "NodePose.h"
 #include "SceneImages.h"
@@ -51,6 +52,7 @@ private:
     ImportedScene m_scene;
     SceneImages m_images;
     MaterialReader m_materials;
+    ItemFlags m_flags;
     QVector<const aiNode *> m_nodes; // of the numbers of the scene's nodes
     QHash<QString, int> m_nodeNumbers; // by name, the first of each
     QVector<NodePose> m_poses; // by node

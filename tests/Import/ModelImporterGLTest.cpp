@@ -60,7 +60,9 @@ TEST_F(ModelImporterGLTest, textureCoordinatesAreThoseThatTheMaterialAsksFor)
         item.material = material;
         scene.items.append(item);
     }
-    const auto model = scene.build();
+    SceneBuildOptions options;
+    options.forBasicPasses = true;
+    const auto model = scene.build(options);
     ASSERT_TRUE(model);
     EXPECT_EQ(model->itemCount(), 3);
     const auto buffer = model->drawBuffers(0)->VAO()->bo(QStringLiteral("va_TexCoord"));
