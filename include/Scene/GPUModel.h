@@ -108,6 +108,9 @@ public:
     const QVector<float> &materialRows() const;
     /// Rows of the plan "SurfaceMaterial", bindable to their fixed unit.
     Bindable *surfaceData() const;
+    /// While it is bound, TextureManager::bindTextures() takes the model's images: for draws of a pass's own with rows that
+    /// replace the model's. Both kinds of rows above bind it themselves.
+    Bindable *materialImages() const;
     /// Stores one more image with those of the model and returns its handle, for rows of a host's own: draws of a model, and
     /// draws with its rows bound, sample the model's images alone. It lives as long as the model. As for the limits, see
     /// TextureManager::addManagedTexture(). 0, which samples white, for a null image and without a context.

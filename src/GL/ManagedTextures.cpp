@@ -9,6 +9,7 @@
 #include <GL/AutoBinder.h>
 #include <GL/FixedTextureUnits.h>
 #include <GL/FramebufferObject.h>
+#include <GL/GLExtensions.h>
 #include <GL/UnpackState.h>
 
 #include <epoxy/gl.h>
@@ -53,7 +54,11 @@ std::unique_ptr<Texture> createArray(const QSize &size, int layers)
         std::make_unique<Texture>(GL_TEXTURE_2D_ARRAY, GL_RGBA8, size.width(), size.height(), layers, nullptr);
     UnpackState unpack;
     AutoBinder binder(texture.get());
-    for (int level = 0; level < mipLevels(size); ++level) {
+    // Where a driver is not told of all levels at once, it makes room for the first one twice.
+    const bool hasStorage = hasGLExtension("GL_ARB_texture_storage");
+    if (hasStorage)
+        glTexStorage3D(GL_TEXTURE_2D_ARRAY, mipLevels(size), GL_RGBA8, size.width(), size.height(), layers);
+    for (int level = 0; !hasStorage && level < mipLevels(size); ++level) {
         glTexImage3D(GL_TEXTURE_2D_ARRAY, level, GL_RGBA8, qMax(1, size.width() >> level),
             qMax(1, size.height() >> level), layers, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
     }

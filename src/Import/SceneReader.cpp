@@ -8,6 +8,7 @@
 
 #include <assimp/scene.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -51,6 +52,16 @@ ImportedPrimitives primitivesOf(const aiMesh &mesh, unsigned corners)
         add(v);
     set.name = toQString(mesh.mName);
     return set;
+}
+
+/// Colours of OFF are numbers to 1 or to 255; the loader hands out what the file says.
+void mendColours(QVector<QVector4D> *colours)
+{
+    const bool areBytes = std::any_of(colours->cbegin(), colours->cend(), [](const QVector4D &colour) {
+        return std::max({colour.x(), colour.y(), colour.z()}) > 1;
+    });
+    for (QVector4D &colour : *colours)
+        colour /= areBytes ? 255 : 1;
 }
 
 ImportedAnimation::Channel channelOf(int node, ImportedAnimation::Path path)
@@ -286,6 +297,8 @@ int SceneReader::meshNumber(unsigned sourceNumber)
     if (!reading.mesh.indices.isEmpty()) {
         number = m_scene.meshes.size();
         m_scene.meshes.append(reading.mesh);
+        if (m_format == "off")
+            mendColours(&m_scene.meshes.last().colours);
     }
     m_meshNumbers.insert(sourceNumber, number);
     return number;

@@ -304,6 +304,11 @@ Bindable *GPUModel::surfaceData() const
     return &d->surfaceRows;
 }
 
+Bindable *GPUModel::materialImages() const
+{
+    return &d->images;
+}
+
 int GPUModel::addImage(const QImage &image)
 {
     ManagedImage added;

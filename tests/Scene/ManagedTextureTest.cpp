@@ -245,6 +245,10 @@ TEST_F(ManagedTextureTest, boundRowsSayWhoseImagesAreBound)
         AutoBinder inner(second->surfaceData());
         EXPECT_EQ(boundWidth(), 4);
     }
+    {
+        AutoBinder inner(second->materialImages());
+        EXPECT_EQ(boundWidth(), 4);
+    }
     EXPECT_EQ(boundWidth(), 8);
     second->materialData(0)->bind();
     second.clear();
