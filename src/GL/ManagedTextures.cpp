@@ -86,7 +86,7 @@ QString inWords(const QSize &size)
     return QStringLiteral("%1 by %2").arg(size.width()).arg(size.height());
 }
 
-/// Says which images lost resolution to the limit of bytes. All of `images` are on the same places as those of the plan.
+/// Says which images lost resolution, and to which limit. `images` are in the order of the plan.
 void reportShrunk(const QVector<ManagedImage> &images, const ImageArrayPlan &plan, int side, qint64 bytes)
 {
     constexpr int most = 5;
