@@ -2,6 +2,7 @@
 #pragma once
 
 #include <GL/Export.h>
+#include <GL/ImageUse.h>
 #include <GL/Texture.h>
 #include <GL/TextureFormat.h>
 
@@ -78,18 +79,13 @@ public:
     virtual void bindTextures(ShaderProgram *program);
     virtual void unbindTextures(ShaderProgram *program);
 
-    /// What an image holds.
-    enum ImageUse {
-        Colour, ///< Colours, as screens show them.
-        Data ///< Numbers.
-    };
     /// Stores an image for draws of a host's own and returns the handle by which `managedTexture` samples it. (A model keeps images
     /// of its own, with handles of its own: GPUModel::addImage().) Row 0 of the texture is the image's bottom row; repeat
     /// wrap, mip levels, trilinear filter. Copies of one QImage of the same use share one handle, and each call counts: pair
     /// it with releaseManagedTexture(). 0, which samples white, for a null image, without a context, and, with one log line,
     /// when the driver holds no more. Images of more than six sizes are enlarged to one of the six, or scaled down with one
     /// log line where all are smaller.
-    int addManagedTexture(const QImage &image, ImageUse use = Colour);
+    int addManagedTexture(const QImage &image, ImageUse use = ImageUse::Colour);
     /// Gives a handle back. 0 and unknown handles are ignored.
     void releaseManagedTexture(int handle);
 

@@ -138,7 +138,7 @@ QVector<int> ManagedTextures::addAll(const QVector<ManagedImage> &images, qint64
     QVector<PlannedImage> planned;
     QHash<Key, int> known;
     for (const ManagedImage &image : images) {
-        const Key key(image.image.cacheKey(), image.use);
+        const Key key(image.image.cacheKey(), int(image.use));
         int number = image.image.isNull() ? -1 : known.value(key, distinct.size());
         numbers.append(number);
         if (number < 0)
@@ -168,7 +168,7 @@ QVector<int> ManagedTextures::addAll(const QVector<ManagedImage> &images, qint64
             reportNoPlace(distinct[i], layers);
             continue;
         }
-        const Key key(distinct[i].image.cacheKey(), distinct[i].use);
+        const Key key(distinct[i].image.cacheKey(), int(distinct[i].use));
         Array &array = m_arrays[size_t(place.array)];
         store(array, place.layer, distinct[i]);
         array.layers[place.layer].key = key;
@@ -178,7 +178,7 @@ QVector<int> ManagedTextures::addAll(const QVector<ManagedImage> &images, qint64
     QVector<int> handles;
     for (const int number : numbers) {
         const int handle =
-            number < 0 ? 0 : m_handles.value(Key(distinct[number].image.cacheKey(), distinct[number].use));
+            number < 0 ? 0 : m_handles.value(Key(distinct[number].image.cacheKey(), int(distinct[number].use)));
         handles.append(handle);
         if (handle > 0)
             ++m_arrays[size_t((handle - 1) % arrayCount)].layers[(handle - 1) / arrayCount].users;
@@ -190,7 +190,7 @@ int ManagedTextures::add(const ManagedImage &image)
 {
     if (image.image.isNull())
         return 0;
-    const Key key(image.image.cacheKey(), image.use);
+    const Key key(image.image.cacheKey(), int(image.use));
     if (const int handle = m_handles.value(key)) {
         ++m_arrays[size_t((handle - 1) % arrayCount)].layers[(handle - 1) / arrayCount].users;
         return handle;

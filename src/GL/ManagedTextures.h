@@ -4,8 +4,8 @@
 #include "SceneSamplers.h"
 
 #include <GL/Bindable.h>
+#include <GL/ImageUse.h>
 #include <GL/Texture.h>
-#include <GL/TextureManager.h>
 
 #include <QtCore/QHash>
 #include <QtCore/QPair>
@@ -23,7 +23,7 @@ namespace Velmora::Kvz {
 struct ManagedImage
 {
     QImage image; ///< Null: handle 0.
-    TextureManager::ImageUse use = TextureManager::Colour;
+    ImageUse use = ImageUse::Colour;
     bool isNearest = false; ///< Enlarged by whole factors, where another size is to take it.
     QString name; ///< For messages; can be empty.
 };

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <Import/ImportedScene.h>
+#include <Scene/ModelData.h>
+
+#include <QtGui/QMatrix4x4>
 
 namespace Velmora::Kvz {
 

@@ -244,8 +244,7 @@ QVector<ManagedImage> imagesOf(const QVector<MaterialData> &materials, const std
         const MaterialData &material = materials[i];
         const auto add = [&](const QImage &image, const ImageSampling &sampling) {
             const bool isNearest = sampling.magnification == ImageSampling::Nearest;
-            images.append(
-                {isUsed[size_t(i)] ? image : QImage(), TextureManager::Colour, isNearest, sampling.imageName});
+            images.append({isUsed[size_t(i)] ? image : QImage(), ImageUse::Colour, isNearest, sampling.imageName});
         };
         add(material.mapKd, material.mapKdSampling);
         add(material.mapKs, material.mapKsSampling);

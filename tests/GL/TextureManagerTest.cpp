@@ -603,9 +603,9 @@ TEST_F(ManagedImagesTest, anImageOfTwoUsesHasTwoHandles)
 {
     const QImage image = filled(4, 4, Qt::red);
     const int colour = manager->addManagedTexture(image);
-    const int data = manager->addManagedTexture(image, TextureManager::Data);
+    const int data = manager->addManagedTexture(image, ImageUse::Data);
     EXPECT_NE(data, colour);
-    EXPECT_EQ(manager->addManagedTexture(image, TextureManager::Data), data);
+    EXPECT_EQ(manager->addManagedTexture(image, ImageUse::Data), data);
     manager->releaseManagedTexture(colour);
     EXPECT_EQ(stored(data).pixel(0, 0), QVector4D(1, 0, 0, 1));
     EXPECT_EQ(manager->addManagedTexture(filled(4, 4, Qt::green)), colour) << "its place is free";
