@@ -10,5 +10,7 @@ int runRender(const QStringList &arguments);
 int runCheck(const QStringList &arguments);
 int runPasses(const QStringList &arguments);
 int runChains(const QStringList &arguments);
+int runInfo(const QStringList &arguments);
+int runFormats(const QStringList &arguments);
 
 } // namespace Velmora::Kvz

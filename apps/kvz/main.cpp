@@ -25,6 +25,8 @@ const Command commands[] = {
     {"check", "Says what is wrong with a chain, without rendering.", runCheck},
     {"passes", "Lists the passes that chains are made of, or describes one.", runPasses},
     {"chains", "Lists the ready chains, or prints one as a file to start from.", runChains},
+    {"info", "Says what a model file holds.", runInfo},
+    {"formats", "Lists the types of files that are read and written.", runFormats},
 };
 
 QString helpText()

@@ -172,6 +172,10 @@ struct KVZ_HOST_EXPORT ImportedScene
     QVector<ImportedCamera> cameras;
     QVector<ImportedLight> lights;
     QVector<ImportedAnimation> animations;
+    QString format; ///< The type of the file, by its name in modelFormats().
+    QStringList extensionsUsed; ///< Of glTF, as the file lists them.
+    QStringList extensionsRequired; ///< Of glTF: those without which the file makes no sense.
+    QStringList variants; ///< Names of the sets of materials that glTF offers; `materials` are those of no set.
     QString
         upAxis; ///< "x", "-y" and so on: what the file says of itself, before it was turned; empty: it does not say.
     float unit = 0; ///< In metres: what the file says of its lengths; 0: it does not say. Lengths are not scaled.

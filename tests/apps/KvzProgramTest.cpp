@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "KvzRun.h"
 #include "support/GLTest.h"
 #include "support/ModelFiles.h"
 #include "support/TemporaryFolder.h"
@@ -26,48 +27,6 @@ namespace {
 
 const QString bunny = QStringLiteral("/usr/share/glmark2/models/bunny.obj");
 const QString stillLife = QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj");
-
-struct Result
-{
-    int status = -1; ///< -1 for a program that crashed or did not end.
-    QString output;
-    QStringList errors; ///< Lines of standard error.
-};
-
-QStringList linesOf(const QString &text)
-{
-    QStringList lines = text.split('\n');
-    lines.removeAll(QString());
-    return lines;
-}
-
-/// Runs the program to its end.
-class Kvz
-{
-public:
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    QString terminal; ///< Where standard error goes instead of into Result::errors.
-
-    Result run(const QStringList &arguments) const
-    {
-        QProcess process;
-        process.setProcessEnvironment(environment);
-        if (!terminal.isEmpty())
-            process.setStandardErrorFile(terminal);
-        process.start(QStringLiteral(KVZ_PROGRAM), arguments);
-        Result result;
-        if (process.waitForFinished(100000) && process.exitStatus() == QProcess::NormalExit)
-            result.status = process.exitCode();
-        result.output = QString::fromUtf8(process.readAllStandardOutput());
-        result.errors = linesOf(QString::fromUtf8(process.readAllStandardError()));
-        return result;
-    }
-};
-
-Result run(const QStringList &arguments)
-{
-    return Kvz().run(arguments);
-}
 
 /// Expects the program to refuse these arguments in one line, "kvz: " and `start`, with `part` further on.
 void expectRefused(
