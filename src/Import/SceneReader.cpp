@@ -8,6 +8,7 @@
 
 #include <assimp/scene.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -22,12 +23,14 @@ bool hasPrimitives(const aiMesh &mesh)
     return (mesh.mPrimitiveTypes & pointsAndLines) != 0 || mesh.mNumFaces == 0;
 }
 
-/// The faces of a mesh that have one or two corners. A mesh without faces is one of points.
-ImportedPrimitives primitivesOf(const aiMesh &mesh, unsigned corners)
+/// The faces of a mesh that have one or two corners. A mesh without faces is one of points. What has a position that is not
+/// finite is counted instead: scanners write such points where they measured nothing.
+ImportedPrimitives primitivesOf(const aiMesh &mesh, unsigned corners, int *leftOut)
 {
     ImportedPrimitives set;
     if (!hasPrimitives(mesh))
         return set;
+    const auto isPlaced = [&mesh](unsigned vertex) { return isFinite(toQVector(mesh.mVertices[vertex])); };
     std::vector<unsigned> remap(mesh.mNumVertices, ~0u);
     const auto add = [&](unsigned vertex) {
         if (remap[vertex] == ~0u) {
@@ -44,11 +47,19 @@ ImportedPrimitives primitivesOf(const aiMesh &mesh, unsigned corners)
         const aiFace &face = mesh.mFaces[f];
         if (face.mNumIndices != corners)
             continue;
+        if (!std::all_of(face.mIndices, face.mIndices + corners, isPlaced)) {
+            ++*leftOut;
+            continue;
+        }
         for (unsigned corner = 0; corner < corners; ++corner)
             add(face.mIndices[corner]);
     }
-    for (unsigned v = 0; mesh.mNumFaces == 0 && corners == 1 && v < mesh.mNumVertices; ++v)
-        add(v);
+    for (unsigned v = 0; mesh.mNumFaces == 0 && corners == 1 && v < mesh.mNumVertices; ++v) {
+        if (isPlaced(v))
+            add(v);
+        else
+            ++*leftOut;
+    }
     set.name = toQString(mesh.mName);
     return set;
 }
@@ -76,7 +87,9 @@ QString findProblem(const aiScene *source)
 {
     for (unsigned m = 0; m < source->mNumMeshes; ++m) {
         const aiMesh &mesh = *source->mMeshes[m];
-        for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
+        const bool hasSurface = std::any_of(
+            mesh.mFaces, mesh.mFaces + mesh.mNumFaces, [](const aiFace &face) { return face.mNumIndices > 2; });
+        for (unsigned v = 0; v < mesh.mNumVertices && hasSurface; ++v) {
             if (!isFinite(toQVector(mesh.mVertices[v])))
                 return QStringLiteral("%1: the position of vertex %2 is not a finite number")
                     .arg(meshName(mesh), QString::number(v));
@@ -273,8 +286,13 @@ int SceneReader::meshNumber(unsigned sourceNumber)
     if (known != m_meshNumbers.constEnd())
         return known.value();
     const aiMesh &source = *m_source->mMeshes[sourceNumber];
-    m_points[int(sourceNumber)] = primitivesOf(source, 1);
-    m_lines[int(sourceNumber)] = primitivesOf(source, 2);
+    int leftOut = 0;
+    m_points[int(sourceNumber)] = primitivesOf(source, 1, &leftOut);
+    m_lines[int(sourceNumber)] = primitivesOf(source, 2, &leftOut);
+    if (leftOut > 0)
+        m_scene.warnings.append(
+            QStringLiteral("%1: %2: points and lines at positions that are not finite numbers are left out (%3)")
+                .arg(m_file, meshName(source), QString::number(leftOut)));
     const MeshReading reading = readMesh(source, *m_source->mMaterials[source.mMaterialIndex], m_format == "stl");
     if (reading.cutFaces > 0 && !hasPrimitives(source))
         m_scene.warnings.append(
