@@ -225,6 +225,10 @@ struct KVZ_HOST_EXPORT PassInfo
     std::function<std::unique_ptr<RenderPass>(const PassOptions &, QString *error)> createChecked;
     /// Reports options of the right type whose values make no pass. Empty: all values serve.
     std::function<void(const PassOptions &, QVector<OptionProblem> *problems)> checkOptions;
+    /// Reports what a pass with these options makes little sense of, as only the driver knows: such as inputs for uniforms that
+    /// its shaders do not read. The options are those that `create` takes; `use` tells what feeds the inputs. The context is
+    /// current. Empty: there is nothing to report.
+    std::function<void(const PassOptions &, const PassUse &use, QVector<OptionProblem> *problems)> checkOnDriver;
     /// Adds the ports that a pass with these options has besides those of its class, and reports options that make none.
     /// Empty: the class has its ports whatever its options are.
     std::function<void(const PassOptions &, PassInfo *, QVector<OptionProblem> *problems)> completePorts;

@@ -112,7 +112,9 @@ TEST(ShaderPassOptionsTest, optionsThatMakeNoPortAreFindings)
         const char *options;
         const char *finding;
     } cases[] = {
-        {R"("inputs": [{"name": "u_A"}])", "inputs[0].type: expected a type, found nothing; its name does not say one"},
+        {R"("inputs": [{"name": "u_A"}])",
+            R"(inputs[0].type: expected a type, found nothing; its name does not say one, as )"
+            R"("Kvz_KvzTexture*_NAME" does for an image)"},
         {R"("inputs": [{"type": "int"}])",
             "inputs[0].name: expected a text in quotes, found nothing; Port name: an image, a drawable, or the name of "
             "a uniform."},
