@@ -20,7 +20,7 @@ struct SceneFacts
     qint64 vertices = 0;
     qint64 points = 0;
     qint64 lines = 0;
-    /// What build() uploads: vertices, indices, rows of items, and mapKd and mapKs with their mip levels. An estimate, since
+    /// What build() uploads: vertices, indices, rows of items, and the images of materials that passes read, with their mip levels. An estimate, since
     /// drivers round up and images of more sizes than there are arrays are resampled.
     qint64 gpuBytes = 0;
 };

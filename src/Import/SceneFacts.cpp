@@ -12,8 +12,9 @@ namespace Velmora::Kvz {
 namespace {
 
 constexpr qint64 vertexBytes = 2 * sizeof(QVector3D) + sizeof(QVector2D);
+constexpr qint64 extraBytes = 8; // a vertex's colour, second texture coordinates or tangent
 constexpr qint64 itemBytes = 3 * 16 * sizeof(float) // model, normal and previous matrix
-    + 12 * sizeof(float) // material
+    + (12 + 40) * sizeof(float) // material, for the basic passes and for those that light surfaces
     + 5 * sizeof(quint32); // draw command
 
 void include(const QVector<QVector3D> &positions, const QMatrix4x4 &modelMatrix, SceneFacts *facts)
@@ -73,17 +74,31 @@ SceneFacts factsOf(const ImportedScene &scene)
     }
 
     facts.gpuBytes = itemBytes * scene.items.size();
+    qint64 vertices = 0;
+    bool hasColours = false;
+    bool hasTexCoords1 = false;
+    bool hasTangents = false;
     for (const std::pair<int, int> &place : placed) {
         const ImportedMesh &mesh = scene.meshes[place.first];
-        facts.gpuBytes += vertexBytes * mesh.positions.size() + qint64(sizeof(quint32)) * mesh.indices.size();
+        vertices += mesh.positions.size();
+        facts.gpuBytes += qint64(sizeof(quint32)) * mesh.indices.size();
+        hasColours |= !mesh.colours.isEmpty();
+        hasTexCoords1 |= !mesh.texCoords1.isEmpty();
+        hasTangents |= !mesh.tangents.isEmpty();
     }
+    // What one mesh has of these, all vertices of the model have room for.
+    facts.gpuBytes += vertices * (vertexBytes + extraBytes * (int(hasColours) + int(hasTexCoords1) + int(hasTangents)));
     QSet<qint64> images; // one that several materials share is there once
-    for (const int material : qAsConst(materials)) {
-        for (const QImage *image : {&scene.materials[material].mapKd, &scene.materials[material].mapKs}) {
-            if (image->isNull() || images.contains(image->cacheKey()))
+    for (const int number : qAsConst(materials)) {
+        const ImportedMaterial &material = scene.materials[number];
+        const int emission = material.emissionTexture.image;
+        const QImage mapEmission =
+            emission >= 0 && emission < scene.images.size() ? scene.images[emission].image : QImage();
+        for (const QImage &image : {material.mapKd, material.mapKs, mapEmission}) {
+            if (image.isNull() || images.contains(image.cacheKey()))
                 continue;
-            images.insert(image->cacheKey());
-            facts.gpuBytes += imageBytes(*image);
+            images.insert(image.cacheKey());
+            facts.gpuBytes += imageBytes(image);
         }
     }
     return facts;

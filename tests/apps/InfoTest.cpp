@@ -152,7 +152,7 @@ TEST(InfoTest, jsonHasEveryFactOfAFile)
     EXPECT_EQ(info["extensionsUsed"].toArray().size(), 4);
     EXPECT_EQ(info["extensionsRequired"], QJsonArray{"KHR_lights_punctual"});
     // One mesh of 4 vertices and 6 indices, two items, one image of 8x4 with its levels 4x2, 2x1 and 1x1.
-    EXPECT_EQ(info["gpuBytes"], 4 * 32 + 6 * 4 + 2 * 260 + 4 * (32 + 8 + 2 + 1));
+    EXPECT_EQ(info["gpuBytes"], 4 * 32 + 6 * 4 + 2 * 420 + 4 * (32 + 8 + 2 + 1));
     ASSERT_EQ(info["warnings"].toArray().size(), 1);
     EXPECT_EQ(info["warnings"].toArray()[0], model + ": 8 points and 6 lines are not drawn: triangles alone are");
 }
@@ -184,7 +184,7 @@ TEST(InfoTest, textHasOneLineForEachFact)
     EXPECT_EQ(rows("Variants"), (QStringList{"2", "day", "night"}));
     EXPECT_EQ(
         rows("Extensions").mid(0, 3), (QStringList{"4", "KHR_lights_punctual, required", "KHR_materials_variants"}));
-    EXPECT_EQ(rows("GPU memory"), QStringList("about 844 bytes"));
+    EXPECT_EQ(rows("GPU memory"), QStringList("about 1.1 KiB"));
 }
 
 TEST(InfoTest, whatAFileDoesNotSayIsNull)
