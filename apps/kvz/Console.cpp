@@ -28,6 +28,9 @@ void handleMessage(QtMsgType type, const QMessageLogContext &context, const QStr
         printError(QStringLiteral("debug: %1").arg(text));
     if (type == QtDebugMsg || type == QtInfoMsg || fromDriver)
         return;
+    if (text.startsWith(
+            QLatin1String("libpng warning: iCCP: "))) // Colour profiles are not used; it names no file either.
+        return;
     if (text.contains(QLatin1String("out of graphics memory")))
         noGraphicsMemory = true;
     else if (!text.contains(QLatin1String(": the driver refuses a program: "))) // The frame fails, which says it too.

@@ -17,7 +17,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iostream>
 #include <memory>
+#include <sstream>
 #include <vector>
 
 namespace Velmora::Kvz {
@@ -80,6 +82,25 @@ private:
     QByteArray m_text;
     ImportBudget *m_budget;
     QStringList *m_missing;
+};
+
+/// Keeps what is written to std::cerr while it lives: assimp's reader of OpenGEX writes there.
+class SilentErrors
+{
+public:
+    explicit SilentErrors(bool isWanted)
+        : m_former(isWanted ? std::cerr.rdbuf(m_sink.rdbuf()) : nullptr)
+    { }
+    ~SilentErrors()
+    {
+        if (m_former)
+            std::cerr.rdbuf(m_former);
+    }
+    Q_DISABLE_COPY(SilentErrors)
+
+private:
+    std::ostringstream m_sink;
+    std::streambuf *m_former;
 };
 
 /// Leaves out children that a loader counted and did not make: for RAW files of several groups assimp 5.2 makes the last alone.
@@ -183,6 +204,7 @@ AssimpLoader::AssimpLoader(const QString &file, const QByteArray &text, ImportBu
 
 const aiScene *AssimpLoader::read(QString *reason)
 {
+    const SilentErrors silence(m_file.endsWith(QLatin1String(".ogex"), Qt::CaseInsensitive));
     const aiScene *scene = m_importer.ReadFile(QFile::encodeName(m_file).constData(), 0);
     *reason = m_budget->problem();
     if (!reason->isEmpty())
@@ -243,8 +265,9 @@ QString AssimpLoader::failureReason() const
     // Where the suffix says nothing, a reader took the file for its own by a word in it; its complaint would mislead.
     if (suffix.isEmpty() || !m_importer.IsExtensionSupported(suffix.toUtf8().constData()))
         return QStringLiteral("unknown type of model file (OBJ, glTF, GLB, PLY, STL and 3DS are known, among others)");
+    constexpr int longest = 200; // some quote the rest of the file
     if (!text.isEmpty() && !text.startsWith(QLatin1String("No suitable reader")))
-        return text;
+        return text.size() > longest ? text.left(longest) + QStringLiteral("...") : text;
     return QStringLiteral("damaged or truncated: no reader for .%1 files accepts it").arg(suffix);
 }
 

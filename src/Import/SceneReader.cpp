@@ -72,6 +72,18 @@ ImportedAnimation::Channel channelOf(int node, ImportedAnimation::Path path)
     return channel;
 }
 
+/// Whether two matrices are the same but for rounding.
+bool isNear(const QMatrix4x4 &a, const QMatrix4x4 &b)
+{
+    float largest = 0;
+    float difference = 0;
+    for (int i = 0; i < 16; ++i) {
+        largest = std::max(largest, std::abs(a.constData()[i]));
+        difference = std::max(difference, std::abs(a.constData()[i] - b.constData()[i]));
+    }
+    return difference <= 1e-3f * largest;
+}
+
 /// The rotation of a matrix left out, its scale kept.
 QMatrix4x4 withoutRotation(const QMatrix4x4 &matrix)
 {
@@ -129,7 +141,11 @@ bool SceneReader::read(ImportedScene *scene, QString *problem)
     readNodes();
     readAnimations();
     QMatrix4x4 root;
-    if (!findRoot(&root, problem) || !poseNodes(m_options, m_poses, &m_scene, problem))
+    if (!findRoot(&root, problem))
+        return false;
+    m_world = worldMatrices(m_scene.nodes, root);
+    readSkins();
+    if (!poseNodes(m_options, m_poses, &m_scene, problem))
         return false;
     m_world = worldMatrices(m_scene.nodes, root);
     m_points.resize(int(m_source->mNumMeshes));
@@ -250,6 +266,36 @@ bool SceneReader::findRoot(QMatrix4x4 *root, QString *problem)
     return true;
 }
 
+/// Skinned meshes stand where their joints put them in bind pose: their node may be elsewhere. The nodes of some files are in
+/// another pose, which the joints of a mesh then tell by disagreeing; there the nodes count.
+void SceneReader::readSkins()
+{
+    bool hasSkins = false;
+    bool isBindPose = true;
+    for (unsigned m = 0; m < m_source->mNumMeshes; ++m) {
+        const aiMesh &mesh = *m_source->mMeshes[m];
+        if (mesh.mNumAnimMeshes > 0)
+            m_scene.warnings.append(
+                QStringLiteral("%1: %2: its morph targets are left out").arg(m_file, meshName(mesh)));
+        for (unsigned b = 0; b < mesh.mNumBones; ++b) {
+            const aiBone &bone = *mesh.mBones[b];
+            const int joint = m_nodeNumbers.value(toQString(bone.mName), -1);
+            hasSkins = true;
+            if (joint < 0)
+                continue;
+            const QMatrix4x4 place = m_world[joint] * toQMatrix(bone.mOffsetMatrix);
+            const QMatrix4x4 first = m_skins.value(m, place);
+            isBindPose &= isFinite(place) && isNear(place, first);
+            m_skins.insert(m, first);
+        }
+    }
+    if (!isBindPose)
+        m_skins.clear();
+    if (hasSkins)
+        m_scene.warnings.append(
+            QStringLiteral("%1: skins are not animated: their meshes stay in bind pose").arg(m_file));
+}
+
 void SceneReader::readItems(int node)
 {
     const aiNode &source = *m_nodes[node];
@@ -258,13 +304,14 @@ void SceneReader::readItems(int node)
         if (sourceMesh >= m_source->mNumMeshes)
             continue;
         const int mesh = meshNumber(sourceMesh);
+        const QMatrix4x4 place = m_skins.value(sourceMesh, m_world[node]);
         const unsigned sourceMaterial = m_source->mMeshes[sourceMesh]->mMaterialIndex;
         for (int kind = 0; kind < 2; ++kind) {
             ImportedPrimitives set = (kind == 0 ? m_points : m_lines)[int(sourceMesh)];
             if (set.positions.isEmpty())
                 continue;
             set.material = materialNumber(sourceMaterial, !set.colours.isEmpty());
-            set.modelMatrix = m_world[node];
+            set.modelMatrix = place;
             (kind == 0 ? m_scene.pointSets : m_scene.lineSets).append(set);
         }
         if (mesh < 0)
@@ -274,7 +321,7 @@ void SceneReader::readItems(int node)
         item.mesh = mesh;
         item.material = materialNumber(sourceMaterial, !m_scene.meshes[mesh].colours.isEmpty());
         item.node = node;
-        item.modelMatrix = m_world[node];
+        item.modelMatrix = place;
         item.featureFlags = featureFlagsOf(m_scene.materials[item.material], m_scene.meshes[mesh]);
         m_scene.items.append(item);
     }

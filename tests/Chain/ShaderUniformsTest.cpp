@@ -10,8 +10,8 @@ namespace Velmora::Kvz {
 namespace {
 
 /// A chain that filters a gradient by a fragment stage, which has these uniforms and writes `colour`.
-ChainDescription filterOf(
-    const QByteArray &uniforms, const QByteArray &colour, const QByteArray &inputs, const QByteArray &values = "{}")
+ChainDescription filterOf(const QByteArray &uniforms, const QByteArray &colour, const QByteArray &inputs,
+    const QByteArray &values = "{}", const QByteArray &connections = "{}")
 {
     const QByteArray text = "#version 150\\n" + QByteArray(uniforms)
         + "in vec2 vo_TexCoord;\\nout vec4 o_Frame;\\nvoid main()\\n{\\n    " + "o_Frame = " + colour + ";\\n}\\n";
@@ -21,7 +21,7 @@ ChainDescription filterOf(
         {"name": "sky", "class": "GradientRenderPass"},
         {"name": "filter", "class": "ShaderRenderPass", "options": {"fragment": ")"
             + text + R"(", "inputs": [)" + inputs + R"(], "outputs": [{"name": "Kvz_KvzTexture*_Frame"}]}, "values": )"
-            + values + R"(},
+            + values + R"(, "connections": )" + connections + R"(},
         {"name": "screen", "class": "TextureToScreenRenderPass",
             "connections": {"Kvz_KvzTexture*_Texture": "filter.Kvz_KvzTexture*_Frame"}}]})",
         &chain, &error))
@@ -125,11 +125,11 @@ TEST_F(ShaderUniformsTest, uniformsThatNothingFeedsAreNamed)
         QStringList());
 }
 
-/// An image may be there for its size alone; a second one, or one beside a viewport, may not.
+/// Without a viewport the first image gives the size; otherwise one that is not read is there for nothing.
 TEST_F(ShaderUniformsTest, theImageThatGivesTheSizeNeedsNoSampler)
 {
-    EXPECT_EQ(linesOf(filterOf("", "vec4(1)", image)), QStringList());
-    const QStringList lines = linesOf(filterOf("", "vec4(1)", image, R"({"Kvz_QRect_Viewport": [0, 0, 4, 4]})"));
+    EXPECT_EQ(linesOf(filterOf("", "vec4(1)", image, "{}", R"({"Kvz_QRect_Viewport": "none"})")), QStringList());
+    const QStringList lines = linesOf(filterOf("", "vec4(1)", image));
     ASSERT_EQ(lines.size(), 1);
     EXPECT_TRUE(lines[0].contains("expected a uniform \"u_Frame\" that its shaders read, found none"))
         << qPrintable(lines[0]);

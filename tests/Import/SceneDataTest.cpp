@@ -35,6 +35,42 @@ QByteArray cubeStl()
 
 } // namespace
 
+/// A triangle of joints that stand at (0, 5, 0), where the skin has it, and at (0, `other`, 0), in a frame at (10, 0, 0).
+static QByteArray skinnedX(float other)
+{
+    const auto place = [](float x, float y) {
+        return "1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, " + QByteArray::number(double(x)) + ", "
+            + QByteArray::number(double(y)) + ", 0, 1;;";
+    };
+    const auto frame = [&](const char *name, float x, float y, const QByteArray &content) {
+        return "Frame " + QByteArray(name) + " { FrameTransformMatrix { " + place(x, y) + " } " + content + "}\n";
+    };
+    const auto weights = [&](const char *joint) {
+        return "SkinWeights { \"" + QByteArray(joint) + "\"; 3; 0, 1, 2; 0.5, 0.5, 0.5; " + place(0, 0) + " }\n";
+    };
+    return "xof 0303txt 0032\n"
+        + frame("Root", 0, 0,
+            frame("Body", 10, 0,
+                "Mesh { 3; 0;0;0;, 1;0;0;, 0;1;0;; 1; 3;0,1,2;;\nXSkinMeshHeader { 2; 2; 2; }\n" + weights("Arm")
+                    + weights("Hand") + "}\n")
+                + frame("Arm", 0, 5, "") + frame("Hand", 0, other, ""));
+}
+
+TEST(SceneDataTest, skinnedMeshesStandInBindPose)
+{
+    TemporaryFolder folder;
+    const QString file = folder.write("a.x", skinnedX(5));
+    const ImportedScene scene = importScene(file);
+    ASSERT_EQ(scene.items.size(), 1);
+    EXPECT_EQ(scene.items[0].modelMatrix.map(QVector3D()), QVector3D(0, 5, 0));
+    EXPECT_EQ(scene.warnings, QStringList(file + ": skins are not animated: their meshes stay in bind pose"));
+
+    // Joints in another pose than that in which they were bound say nothing of the mesh.
+    const ImportedScene posed = importScene(folder.write("b.x", skinnedX(6)));
+    ASSERT_EQ(posed.items.size(), 1);
+    EXPECT_EQ(posed.items[0].modelMatrix.map(QVector3D()), QVector3D(10, 0, 0));
+}
+
 TEST(SceneDataTest, vertexColoursOfPlyAndObjAreKept)
 {
     TemporaryFolder folder;

@@ -237,6 +237,18 @@ TEST(InfoTest, aFileThatCannotBeReadIsRefusedInOneLine)
     EXPECT_EQ(runWithoutDriver({"info", model, model}).status, 2);
 }
 
+/// The reader of OpenGEX writes to standard error by itself, and gives no reason.
+TEST(InfoTest, readersDoNotWriteToTheTerminal)
+{
+    const TemporaryFolder folder;
+    const QString model = folder.write(
+        "camera.ogex", "CameraObject {\n    Param (attrib = \"fov\") { float { 0.97 } }\n}\nCameraObject {}\n");
+    const Result result = runWithoutDriver({"info", model});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(
+        result.errors, QStringList("kvz: " + model + ": damaged or truncated: no reader for .ogex files accepts it"));
+}
+
 TEST(FormatsTest, everyTypeHasItsSuffixesAndItsLibrary)
 {
     const QJsonObject formats = jsonFrom({"formats", "--json"});
