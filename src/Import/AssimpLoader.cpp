@@ -158,6 +158,8 @@ QString reasonByMark(const QString &name)
         return QStringLiteral("it is binary glTF (GLB) of version 1, which is not read; convert it to glTF 2");
     if (start.startsWith("#VRML "))
         return QStringLiteral("it is VRML, which is not read; convert it to glTF or X3D");
+    if (start.startsWith("\xff\xfe") || start.startsWith("\xfe\xff"))
+        return QStringLiteral("its text is UTF-16, which its reader does not take; convert it to UTF-8");
     return {};
 }
 

@@ -576,6 +576,8 @@ INSTANTIATE_TEST_SUITE_P(All, BadModelFileTest,
             QByteArray(plyHeader).replace("element face 2\nproperty list uchar int vertex_indices\n", "")
                 + "0 0 0\nnan nan nan\n1 0 0\n0 1 0\n",
             ": no triangles; 3 points are not drawn: triangles alone are"},
+        BadFile{"textOfUtf16", "a.dae", QByteArray("\xff\xfe<\0?\0x\0m\0l\0>\0", 14),
+            ": its text is UTF-16, which its reader does not take; convert it to UTF-8"},
         BadFile{"readerThatQuotesTheFile", "a.x",
             "xof 0303txt 0032\nFrame A { FrameTransformMatrix { " + QByteArray(4000, 'x') + " } }\n",
             "xxxxxxxxxxxxxxxxxxxx..."},

@@ -136,7 +136,7 @@ TEST(KvzProgramTest, helpIsPrintedForTheProgramAndEachCommand)
     const Result program = run({"--help"});
     EXPECT_EQ(program.status, 0);
     EXPECT_EQ(program.errors, QStringList());
-    for (const char *command : {"render", "check", "passes", "chains"}) {
+    for (const char *command : {"render", "check", "passes", "chains", "info", "formats"}) {
         EXPECT_TRUE(program.output.contains(command));
         const Result help = run({command, "--help"});
         EXPECT_EQ(help.status, 0) << command;
@@ -162,7 +162,8 @@ TEST(KvzProgramTest, commandLinesThatMakeNoSenseAreRefused)
     expectRefused({}, 2, "a command is missing", "kvz --help");
     expectLine({"rendr"}, 2, "unknown command \"rendr\"; did you mean \"render\"? (see kvz --help)");
     expectLine({"zzzzzz"}, 2,
-        "unknown command \"zzzzzz\"; known: \"render\", \"check\", \"passes\", \"chains\" (see kvz --help)");
+        "unknown command \"zzzzzz\"; known: \"render\", \"check\", \"passes\", \"chains\", \"info\", "
+        "\"formats\" (see kvz --help)");
     expectRefused({"render"}, 2, "an argument is missing", "kvz render --help");
     expectRefused({"render", "a.obj"}, 2, "no picture is named", "-o FILE");
     expectRefused({"render", "a.obj", "b.obj", "-o", "c.png"}, 2, "unexpected argument \"b.obj\"", "");
