@@ -44,6 +44,8 @@ public:
     bool presents() const;
     /// Whether an enabled pass takes the frame's lights.
     bool takesLights() const;
+    /// Whether a frame may depend on those before it: an enabled pass keeps a past, or takes a value of an earlier frame.
+    bool keepsPast() const;
     /// The files that passes have shaders from, as absolute paths, without those that they include.
     QStringList shaderFiles() const;
 

@@ -166,6 +166,7 @@ QStringList toStringList(PassTraits traits)
         {PassTrait::Culls, "culls"},
         {PassTrait::ResetsCulling, "resets culling"},
         {PassTrait::Presents, "presents"},
+        {PassTrait::ComparesFrames, "compares frames"},
     };
     QStringList list;
     for (const auto &text : texts) {

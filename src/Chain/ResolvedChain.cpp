@@ -53,6 +53,16 @@ bool ResolvedChain::takesLights() const
     return m_passes->takeLights();
 }
 
+bool ResolvedChain::keepsPast() const
+{
+    const PassTraits past =
+        PassTrait::JittersCamera | PassTrait::AccumulatesFrames | PassTrait::Culls | PassTrait::ComparesFrames;
+    return std::any_of(m_passes->begin(), m_passes->end(), [past](const ResolvedPass &pass) {
+        const auto isPast = [](const ResolvedInput &input) { return input.source == ResolvedInput::Source::Previous; };
+        return pass.enabled && (pass.traits & past || std::any_of(pass.inputs.begin(), pass.inputs.end(), isPast));
+    });
+}
+
 QStringList ResolvedChain::shaderFiles() const
 {
     QStringList files;
