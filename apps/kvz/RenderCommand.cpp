@@ -1,108 +1,38 @@
 // SPDX-License-Identifier: MIT
+#include "ChainSettings.h"
 #include "Commands.h"
 #include "Console.h"
 #include "FileWatch.h"
-#include "ProgressBar.h"
-#include "RenderCameras.h"
-#include "RenderOptions.h"
+#include "ModelInput.h"
+#include "PictureList.h"
+#include "PictureRenderer.h"
 #include "RenderOutputs.h"
-#include "RenderTarget.h"
-#include "TimingTable.h"
 
-#include <Chain/ChainLibrary.h>
-#include <Chain/ChainValidation.h>
-#include <Chain/RenderChain.h>
-#include <Chain/ResolvedChain.h>
-#include <GL/GLErrors.h>
-#include <Host/HeadlessContext.h>
-#include <Import/ModelImporter.h>
-
-#include <epoxy/gl.h>
+#include <QtCore/QElapsedTimer>
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 namespace Velmora::Kvz {
 
 namespace {
 
-/// Why a chain cannot run, in one line; what does not keep it from running is told as warnings. `check` is the command that
-/// lists all findings.
-QString chainProblem(const QVector<ChainFinding> &findings, const QString &name, const QString &check)
+/// Milliseconds since the last question.
+class Stopwatch
 {
-    QVector<ChainFinding> errors;
-    for (const ChainFinding &finding : findings) {
-        if (finding.severity == ChainFinding::Severity::Error)
-            errors.append(finding);
+public:
+    Stopwatch() { m_timer.start(); }
+    double lap()
+    {
+        const double milliseconds = double(m_timer.nsecsElapsed()) * 1e-6;
+        return milliseconds - std::exchange(m_last, milliseconds);
     }
-    if (errors.isEmpty()) {
-        for (const ChainFinding &finding : findings)
-            warn(QStringLiteral("%1: %2").arg(name, finding.description()));
-        return {};
-    }
-    const QString more = errors.size() > 1
-        ? QStringLiteral(" (and %1 more, see %2 %3)").arg(QString::number(errors.size() - 1), check, name)
-        : QString();
-    return QStringLiteral("%1: %2%3").arg(name, errors.constFirst().toString(), more);
-}
 
-/// All that pictures are rendered with.
-struct Rendering
-{
-    RenderChain *chain;
-    RenderTarget *target;
-    const HeadlessContext &context;
-    const RenderOptions &options;
-    QVector<Camera> cameras; ///< Of each frame, or of all where it does not move.
+private:
+    QElapsedTimer m_timer;
+    double m_last = 0;
 };
-
-/// Puts the camera where it is in a frame.
-void setCamera(const Rendering &rendering, int frame)
-{
-    const Camera &camera = rendering.cameras[std::min(frame, rendering.cameras.size() - 1)];
-    rendering.chain->setCamera(camera.cameraMatrix, camera.projectionMatrix);
-    rendering.chain->setFrameValue(FrameValues::nearPlane, camera.nearPlane);
-    rendering.chain->setFrameValue(FrameValues::farPlane, camera.farPlane);
-}
-
-/// Renders all frames; on failure the reason.
-QString renderFrames(const Rendering &rendering, TimingTable *table)
-{
-    RenderChain *const chain = rendering.chain;
-    const RenderOptions &options = rendering.options;
-    ProgressBar progress(options.frames);
-    for (int frame = 0; frame < options.frames; ++frame) {
-        setCamera(rendering, frame);
-        if (!options.captureFolder.isEmpty() && frame == options.frames - 1)
-            chain->requestAllCaptures();
-        if (!chain->renderFrame())
-            return QStringLiteral("%1: %2").arg(options.chain, chain->errorString());
-        const bool isPending = takeGLErrors() == GL_OUT_OF_MEMORY;
-        if (ranOutOfGraphicsMemory() || isPending)
-            return QStringLiteral("%1: out of graphics memory at --size %2x%3; try a smaller one")
-                .arg(options.chain, QString::number(options.size.width()), QString::number(options.size.height()));
-        if (options.timings)
-            table->addFrame(chain);
-        progress.show(frame + 1);
-    }
-    return {};
-}
-
-/// Renders the picture and writes all that was asked for.
-int renderPicture(const Rendering &rendering)
-{
-    const RenderOptions &options = rendering.options;
-    TimingTable table;
-    const QString problem = renderFrames(rendering, &table);
-    if (!problem.isEmpty())
-        return fail(problem);
-    const int status = writeResults(rendering.target->picture(), rendering.chain, options);
-    if (status == Success && options.timings)
-        print(QStringLiteral("%1, %2x%3, %4\n%5")
-                  .arg(options.chain, QString::number(options.size.width()), QString::number(options.size.height()),
-                      rendering.context.renderer(), table.toString()));
-    return status;
-}
 
 /// The shader files of a chain that can change: not those within the program.
 QStringList filesToWatch(const RenderChain &chain)
@@ -114,72 +44,164 @@ QStringList filesToWatch(const RenderChain &chain)
     return files;
 }
 
-/// Renders now and after each change of a shader file, until a signal ends it.
-int renderAndWatch(const Rendering &rendering)
+/// A call of the command: its models one after another, each with all its pictures.
+class RenderCall
 {
-    RenderChain *const chain = rendering.chain;
-    const RenderOptions &options = rendering.options;
-    const QStringList files = filesToWatch(*chain);
+public:
+    RenderCall(const RenderOptions &options, const ResolvedChain &resolved, const QVector<Picture> &pictures)
+        : m_options(options),
+          m_pictures(pictures),
+          m_renderer(options, resolved),
+          m_progress(pictures.size(), options.samples)
+    { }
+
+    int run();
+
+private:
+    bool beginModel(int model, int *status);
+    QString drawAndWrite(const Picture &picture);
+    int watch();
+    void printTimings() const;
+
+    const RenderOptions &m_options;
+    const QVector<Picture> &m_pictures;
+    PictureRenderer m_renderer;
+    ProgressBar m_progress;
+    TimingTable m_times;
+    Stopwatch m_clock;
+    PhaseTimes m_phases; ///< Of the next picture.
+    QVector<CameraPath> m_paths; ///< Of the present model.
+};
+
+/// Reads a model and makes it the present one. False when that fails: the status says whether the others may still be drawn.
+bool RenderCall::beginModel(int model, int *status)
+{
+    const QString name = displayName(m_options.models[model]);
+    QString error;
+    ImportedScene scene;
+    m_clock.lap();
+    *status = Success;
+    if (!readModel(m_options.models[model], m_options, &scene, &error)) {
+        fail(error);
+        return false;
+    }
+    const QVector<QVector3D> points = scene.points();
+    if (!CameraPath::make(points, scene.cameras, m_options, &m_paths, &error)) {
+        fail(QStringLiteral("%1: %2").arg(name, error));
+        return false;
+    }
+    for (int i = 0; i < m_paths.size(); ++i) {
+        if (m_paths[i].looksPast(points))
+            warn(QStringLiteral("%1: --camera %2 looks past it").arg(name, m_options.cameras[i].text));
+    }
+    m_phases.load = m_clock.lap();
+    error = m_renderer.start();
+    if (!error.isEmpty()) {
+        *status = fail(error);
+        return false;
+    }
+    error = m_renderer.setModel(scene, name);
+    if (!error.isEmpty()) {
+        fail(error);
+        return false;
+    }
+    m_phases.upload = m_clock.lap();
+    return true;
+}
+
+/// Returns why it cannot.
+QString RenderCall::drawAndWrite(const Picture &picture)
+{
+    TimingTable times;
+    QString error = m_renderer.draw(
+        picture.frame, m_paths[picture.camera], !picture.captureFolder.isEmpty(), &m_progress, &times, &m_times);
+    if (!error.isEmpty())
+        return error;
+    const QImage image = m_renderer.image();
+    m_phases.draw = m_clock.lap();
+    if (!writeResults(image, m_renderer.chain(), picture, m_options, &error))
+        return error;
+    m_phases.write = m_clock.lap();
+    if (m_options.json)
+        print(describePicture(picture, m_options, m_phases, times, m_renderer.renderer()));
+    m_phases = PhaseTimes();
+    return {};
+}
+
+int RenderCall::run()
+{
+    const int warningsOfAll = warnings().size();
+    int result = Success;
+    int next = 0;
+    while (next < m_pictures.size()) {
+        const int model = m_pictures[next].model;
+        const auto end = std::find_if(m_pictures.begin() + next, m_pictures.end(),
+            [model](const Picture &picture) { return picture.model != model; });
+        const int last = int(end - m_pictures.begin());
+        int status = Success;
+        keepWarnings(warningsOfAll);
+        if (!beginModel(model, &status)) {
+            if (status != Success)
+                return status;
+            result = BadInput;
+            m_progress.skip((last - next) * m_options.samples);
+            next = last;
+            continue;
+        }
+        if (m_options.watch)
+            return watch();
+        for (; next < last; ++next) {
+            const QString error = drawAndWrite(m_pictures[next]);
+            if (!error.isEmpty())
+                return fail(error);
+        }
+    }
+    printTimings();
+    return result;
+}
+
+void RenderCall::printTimings() const
+{
+    if (!m_options.timings || m_options.json || m_times.isEmpty())
+        return;
+    print(QStringLiteral("%1, %2x%3, %4\n%5")
+              .arg(m_options.chain, QString::number(m_options.size.width()), QString::number(m_options.size.height()),
+                  m_renderer.renderer(), m_times.toString()));
+}
+
+/// Renders the only picture now and after each change of a shader file, until a signal ends it.
+int RenderCall::watch()
+{
+    const Picture &picture = m_pictures.first();
+    QString error = m_renderer.prepareChain();
+    if (!error.isEmpty())
+        return fail(error);
+    const QStringList files = filesToWatch(*m_renderer.chain());
     if (files.isEmpty())
-        return fail(QStringLiteral("--watch: the chain %1 has no shader files").arg(options.chain));
+        return fail(QStringLiteral("--watch: the chain %1 has no shader files").arg(m_options.chain));
     FileWatch watch(files);
-    if (const int status = renderPicture(rendering))
-        return status;
-    print(QStringLiteral("%1: rendered; watching %2").arg(options.output, files.join(QStringLiteral(", "))));
+    error = drawAndWrite(picture);
+    if (!error.isEmpty())
+        return fail(error);
+    printTimings();
+    print(QStringLiteral("%1: rendered; watching %2").arg(picture.file, files.join(QStringLiteral(", "))));
     std::fflush(stdout);
     while (watch.waitForChange()) {
+        RenderChain *const chain = m_renderer.chain();
         // Before they are read, so that a change meanwhile is seen as one.
         watch.setFiles(filesToWatch(*chain));
-        if (!chain->reloadShaders()) {
-            fail(QStringLiteral("%1: %2").arg(options.chain, chain->errorString()));
+        m_times = TimingTable();
+        error = chain->reloadShaders() ? drawAndWrite(picture)
+                                       : QStringLiteral("%1: %2").arg(m_options.chain, chain->errorString());
+        if (error.isEmpty()) {
+            printTimings();
+            print(QStringLiteral("%1: rendered").arg(picture.file));
         } else {
-            chain->resetTimings();
-            rendering.target->clear();
-            if (renderPicture(rendering) == Success)
-                print(QStringLiteral("%1: rendered").arg(options.output));
+            fail(error);
         }
         std::fflush(stdout);
     }
     return Success;
-}
-
-int render(const ImportedScene &scene, const ResolvedChain &resolved, const RenderOptions &options)
-{
-    QString error;
-    HeadlessContext::Options contextOptions;
-    contextOptions.debug = false;
-    const auto context = HeadlessContext::create(contextOptions, &error);
-    if (!context)
-        return fail(QStringLiteral("no usable OpenGL driver: %1").arg(error));
-    const QSize largest = RenderTarget::largestSize();
-    if (options.size.boundedTo(largest) != options.size)
-        return fail(QStringLiteral("--size %1x%2: the limit of this driver is %3x%4")
-                        .arg(options.size.width())
-                        .arg(options.size.height())
-                        .arg(largest.width())
-                        .arg(largest.height()));
-    const QString lack =
-        chainProblem(validateChainOnDriver(resolved), options.chain, QStringLiteral("kvz check --driver"));
-    if (!lack.isEmpty())
-        return fail(lack);
-    RenderTarget target(options.size);
-    if (!target.isComplete())
-        return fail(noMemory(options.size));
-    const QSharedPointer<GPUModel> model = scene.build();
-    if (!model)
-        return fail(QStringLiteral("%1: the driver cannot hold it").arg(options.model));
-
-    RenderChain chain;
-    const Rendering rendering{&chain, &target, *context, options, camerasOf(scene.points(), options)};
-    chain.setViewport(QRect(QPoint(0, 0), options.size));
-    setCamera(rendering, 0);
-    chain.setModel(model.data());
-    chain.setFramebuffer(target.framebuffer());
-    chain.setTimingEnabled(options.timings);
-    if (!chain.setDescription(resolved.description()))
-        return fail(QStringLiteral("%1: %2").arg(options.chain, chain.errorString()));
-
-    return options.watch ? renderAndWatch(rendering) : renderPicture(rendering);
 }
 
 } // namespace
@@ -192,32 +214,13 @@ int runRender(const QStringList &arguments)
 
     // What can be known without a driver is said first.
     QString error;
-    ChainDescription description;
-    if (!loadChain(options.chain, &description, &error))
+    const std::unique_ptr<ResolvedChain> resolved = resolveChain(options, &error);
+    if (!resolved)
         return fail(error);
-    if (!options.lights.empty())
-        description.lights = options.lights;
-    const ResolvedChain resolved(description);
-    const QString problem = chainProblem(resolved.findings(), options.chain, QStringLiteral("kvz check"));
-    if (!problem.isEmpty())
-        return fail(problem);
-    if (!resolved.presents()) {
-        warn(QStringLiteral("%1: no enabled pass presents, so the picture is empty; add a TextureToScreenRenderPass")
-                 .arg(options.chain));
-    }
-    if (description.lights.empty() && resolved.takesLights())
-        warn(QStringLiteral("%1: it has no lights, so nothing casts a shadow; add --light").arg(options.chain));
-    const QString noPlace = outputProblem(options);
-    if (!noPlace.isEmpty())
-        return fail(noPlace);
-    ImportedScene scene;
-    if (!importModel(options.model, &scene, &error))
+    QVector<Picture> pictures;
+    if (!listPictures(options, &pictures, &error))
         return fail(error);
-    for (const QString &warning : qAsConst(scene.warnings))
-        warn(warning);
-    if (options.floor)
-        addFloor(&scene);
-    return render(scene, resolved, options);
+    return RenderCall(options, *resolved, pictures).run();
 }
 
 } // namespace Velmora::Kvz

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "RenderOptions.h"
 
+#include "Commands.h"
 #include "Console.h"
 
 #include <QtCore/QRegularExpression>
 
 #include <cmath>
+
+#include <unistd.h>
 
 namespace Velmora::Kvz {
 
@@ -28,94 +31,204 @@ QString readSize(const QString &text, QSize *size)
     return {};
 }
 
-} // namespace
-
-std::optional<int> readOptions(const QStringList &arguments, RenderOptions *options)
+/// A view, or what may be a camera of the file: nothing but the file tells which names those have.
+bool readCamera(const QString &text, CameraChoice *camera, QString *problem)
 {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Renders a model through a chain of passes into a picture, without a window and\n"
-                       "on any OpenGL 3.2 driver, software included. The picture is what a screen would\n"
-                       "show: opaque. An existing file is replaced only when the new picture is complete,\n"
-                       "and stays as it was when anything goes wrong."));
-    parser.addPositionalArgument(
-        QStringLiteral("MODEL"), QStringLiteral("Model file: OBJ, glTF, GLB, PLY, STL, 3DS and others. Y is up."));
-    const QCommandLineOption output({QStringLiteral("o"), QStringLiteral("output")},
-        QStringLiteral("The picture to write, such as out.png. Required."), QStringLiteral("FILE"));
-    const QCommandLineOption chain(QStringLiteral("chain"),
-        QStringLiteral("Name of a ready chain, or a chain file. Default: deferred."), QStringLiteral("NAME|FILE"),
-        QStringLiteral("deferred"));
-    const QCommandLineOption size(QStringLiteral("size"),
-        QStringLiteral("Size of the picture in pixels. Default: 1280x720."), QStringLiteral("WxH"),
-        QStringLiteral("1280x720"));
-    const QCommandLineOption frames(QStringLiteral("frames"),
-        QStringLiteral("Frames to render; the last one is the picture. Default: 1."), QStringLiteral("N"),
-        QStringLiteral("1"));
-    const QCommandLineOption camera(QStringLiteral("camera"),
-        QStringLiteral(
-            "Where to look from: AZIMUTH,ELEVATION[,DISTANCE] in degrees, where the model just fits at distance "
-            "1; front, back, left, right, top, bottom or iso; or eye=X,Y,Z, optionally with target=X,Y,Z. ortho "
-            "gives parallel rays, fov=DEGREES sets the vertical field of view. Parts are joined by \":\", as in "
-            "30,20:fov=50. Default: 30,20,1:fov=35."),
-        QStringLiteral("VIEW"), QStringLiteral("30,20"));
-    const QCommandLineOption orbit(QStringLiteral("orbit"),
-        QStringLiteral(
-            "Turns the camera around the model by this angle between frames, at one distance at which it fits "
-            "in all of them; the last frame has VIEW. Needs --frames 2 or more. Default: 0."),
-        QStringLiteral("DEGREES"), QStringLiteral("0"));
-    const QCommandLineOption light(QStringLiteral("light"),
-        QStringLiteral("A light that casts shadows; repeat it for several. They replace the chain's lights. "
-                       "directional, spot or point, then AZIMUTH,ELEVATION[,DISTANCE] in degrees and scene radii, or "
-                       "position=X,Y,Z; target=X,Y,Z, cone=DEGREES, range=LENGTH, intensity=NUMBER, cascades=N and "
-                       "bias=NUMBER as needed, joined by \":\", as in spot:-60,40,1.5:cone=30."),
-        QStringLiteral("LIGHT"));
-    const QCommandLineOption floor(QStringLiteral("floor"),
-        QStringLiteral("Puts a grey floor under the model for shadows to fall on, as a part of the scene."));
-    const QCommandLineOption capture(QStringLiteral("capture"),
-        QStringLiteral("Also writes each image output of each pass of the last frame into this directory."),
-        QStringLiteral("DIR"));
-    const QCommandLineOption timings(
-        QStringLiteral("timings"), QStringLiteral("Prints a table of GPU and CPU milliseconds for each pass."));
-    const QCommandLineOption watch(QStringLiteral("watch"),
-        QStringLiteral("Runs until Ctrl+C and renders again whenever a shader file of the chain changes. A change that "
-                       "does not compile is reported, and the last picture stays."));
-    parser.addOptions({output, chain, size, frames, camera, orbit, light, floor, capture, timings, watch});
-    if (const auto status = parseCommandLine(&parser, arguments, 1, 1))
-        return status;
-    if (!parser.isSet(output))
-        return failUsage(QStringLiteral("no picture is named: -o FILE is missing"));
+    static const QRegularExpression mayBeName(QStringLiteral("^[^,=:]+$"));
+    static const QString ofFile = QStringLiteral("file=");
+    camera->text = text;
+    if (text.startsWith(ofFile) && text != ofFile)
+        camera->fileCamera = text.mid(ofFile.size());
+    else if (!CameraView::fromString(text, &camera->view, problem)) {
+        if (!mayBeName.match(text).hasMatch())
+            return false;
+        camera->fileCamera = text;
+    }
+    return true;
+}
 
-    options->model = parser.positionalArguments().constFirst();
-    options->chain = parser.value(chain);
-    options->output = parser.value(output);
-    options->captureFolder = parser.value(capture);
-    options->timings = parser.isSet(timings);
-    options->watch = parser.isSet(watch);
-    options->floor = parser.isSet(floor);
-    const QString sizeProblem = readSize(parser.value(size), &options->size);
+/// The command line as it is read, with the first problem in it.
+class OptionReader
+{
+public:
+    OptionReader(const QCommandLineParser &parser, RenderOptions *options)
+        : m_parser(parser),
+          m_options(*options)
+    { }
+
+    /// A value is an exit status, after an error was printed.
+    std::optional<int> read();
+
+private:
+    QString value(const char *option) const { return m_parser.value(QLatin1String(option)); }
+    QStringList values(const char *option) const { return m_parser.values(QLatin1String(option)); }
+    bool isSet(const char *option) const { return m_parser.isSet(QLatin1String(option)); }
+
+    std::optional<int> readModels();
+    std::optional<int> readPictures();
+    std::optional<int> readFrames();
+    std::optional<int> readOutputs();
+    std::optional<int> readLights();
+    std::optional<int> readCount(const char *option, const char *what, int *count);
+
+    const QCommandLineParser &m_parser;
+    RenderOptions &m_options;
+};
+
+std::optional<int> OptionReader::read()
+{
+    if (!isSet("output"))
+        return failUsage(QStringLiteral("no picture is named: -o FILE is missing"));
+    m_options.chain = value("chain");
+    m_options.settings = values("set");
+    m_options.floor = isSet("floor");
+    m_options.timings = isSet("timings");
+    m_options.watch = isSet("watch");
+    m_options.quiet = isSet("quiet");
+    m_options.json = isSet("json");
+    for (const auto step : {&OptionReader::readModels, &OptionReader::readPictures, &OptionReader::readFrames,
+             &OptionReader::readOutputs, &OptionReader::readLights}) {
+        if (const auto status = (this->*step)())
+            return status;
+    }
+    return std::nullopt;
+}
+
+std::optional<int> OptionReader::readModels()
+{
+    m_options.models = m_parser.positionalArguments();
+    m_options.format = value("format");
+    const int fromInput = m_options.models.count(RenderOptions::standardStream);
+    if (fromInput > 1)
+        return failUsage(QStringLiteral("standard input holds one model, not %1").arg(fromInput));
+    if (fromInput == 0 && isSet("format"))
+        return failUsage(QStringLiteral("--format is for a model from standard input, -"));
+    if (fromInput == 1 && m_options.format.isEmpty())
+        return failUsage(QStringLiteral("standard input has no name that tells its type; add --format SUFFIX"));
+    if (m_options.format.startsWith(QLatin1Char('.')))
+        m_options.format.remove(0, 1);
+
+    static const QRegularExpression axis(QStringLiteral("^-?[xyz]$"));
+    m_options.import.up = value("up").toLower();
+    if (isSet("up") && !axis.match(m_options.import.up).hasMatch())
+        return fail(QStringLiteral("--up %1: expected x, y, z, -x, -y or -z").arg(value("up")));
+    m_options.import.animation = value("animation");
+    if (isSet("animation") && m_options.import.animation.isEmpty())
+        return fail(QStringLiteral("--animation: expected its name or number"));
+    if (isSet("time")) {
+        bool isNumber = false;
+        m_options.import.time = value("time").toDouble(&isNumber);
+        if (!isNumber || !std::isfinite(m_options.import.time) || m_options.import.time < 0)
+            return fail(QStringLiteral("--time %1: expected seconds, 0 or more").arg(value("time")));
+    }
+    return std::nullopt;
+}
+
+std::optional<int> OptionReader::readPictures()
+{
+    const QString sizeProblem = readSize(value("size"), &m_options.size);
     if (!sizeProblem.isEmpty())
-        return fail(QStringLiteral("--size %1: %2").arg(parser.value(size), sizeProblem));
-    options->frames = parser.value(frames).toInt();
-    if (options->frames < 1)
-        return fail(QStringLiteral("--frames %1: expected a number of frames, 1 or more").arg(parser.value(frames)));
-    QString cameraProblem;
-    if (!CameraView::fromString(parser.value(camera), &options->view, &cameraProblem))
-        return fail(QStringLiteral("--camera %1").arg(cameraProblem));
+        return fail(QStringLiteral("--size %1: %2").arg(value("size"), sizeProblem));
+    for (const QString &text : values("camera")) {
+        CameraChoice camera;
+        QString problem;
+        if (!readCamera(text, &camera, &problem))
+            return fail(QStringLiteral("--camera %1").arg(problem));
+        m_options.cameras.append(camera);
+    }
+    return std::nullopt;
+}
+
+std::optional<int> OptionReader::readCount(const char *option, const char *what, int *count)
+{
+    *count = value(option).toInt();
+    if (*count >= 1)
+        return std::nullopt;
+    return fail(QStringLiteral("--%1 %2: expected a number of %3, 1 or more")
+                    .arg(QLatin1String(option), value(option), QLatin1String(what)));
+}
+
+std::optional<int> OptionReader::readFrames()
+{
+    m_options.output = value("output");
+    m_options.captureFolder = value("capture");
+    QString problem;
+    if (!NameTemplate::fromString(m_options.output, &m_options.outputName, &problem))
+        return fail(QStringLiteral("-o %1").arg(problem));
+    if (!NameTemplate::fromString(m_options.captureFolder, &m_options.captureName, &problem))
+        return fail(QStringLiteral("--capture %1").arg(problem));
+
+    const bool countsPictures = m_options.outputName.has(QStringLiteral("frame"));
+    if (!countsPictures && isSet("frames") && isSet("samples"))
+        return failUsage(
+            QStringLiteral("--frames and --samples mean the same where -o has no {frame}; give one of them"));
+    if (const auto status = readCount("samples", "frames", &m_options.samples))
+        return status;
+    if (const auto status = readCount("frames", "frames", &m_options.frames))
+        return status;
+    if (!countsPictures && isSet("frames"))
+        m_options.samples = m_options.frames;
+    if (!countsPictures)
+        m_options.frames = 1;
+
     bool orbitFits = false;
-    options->orbit = parser.value(orbit).toFloat(&orbitFits);
-    if (!orbitFits || !std::isfinite(options->orbit))
-        return fail(QStringLiteral("--orbit %1: expected degrees, such as 2.5").arg(parser.value(orbit)));
-    if (options->orbit != 0 && options->frames == 1)
-        return fail(QStringLiteral("--orbit %1: the camera turns between frames; add --frames with 2 or more")
-                        .arg(parser.value(orbit)));
-    for (const QString &text : parser.values(light)) {
+    m_options.orbit = value("orbit").toFloat(&orbitFits);
+    m_options.turnsFromPictureToPicture = countsPictures;
+    if (!orbitFits || !std::isfinite(m_options.orbit))
+        return fail(QStringLiteral("--orbit %1: expected degrees, such as 2.5").arg(value("orbit")));
+    if (m_options.orbit != 0 && countsPictures && m_options.frames == 1)
+        return fail(QStringLiteral("--orbit %1: the camera turns from picture to picture; add --frames with 2 or more")
+                        .arg(value("orbit")));
+    if (m_options.orbit != 0 && !countsPictures && m_options.samples == 1)
+        return fail(
+            QStringLiteral("--orbit %1: the camera turns between frames; put {frame} into -o and add --frames with "
+                           "2 or more")
+                .arg(value("orbit")));
+    return std::nullopt;
+}
+
+std::optional<int> OptionReader::readOutputs()
+{
+    if (m_options.writesToStandardOutput()) {
+        for (const char *other : {"json", "timings", "watch"}) {
+            if (isSet(other))
+                return failUsage(QStringLiteral("-o - and --%1 both want standard output").arg(QLatin1String(other)));
+        }
+        if (isatty(STDOUT_FILENO))
+            return failUsage(QStringLiteral("-o -: standard output is a terminal; send it into a file or a program"));
+    }
+    if (m_options.watch && m_options.pictureCount() > 1)
+        return failUsage(QStringLiteral("--watch renders one picture, not %1").arg(m_options.pictureCount()));
+    if (m_options.watch && m_options.json)
+        return failUsage(QStringLiteral("--watch and --json do not go together"));
+    if (m_options.frames > 1 && m_options.orbit == 0)
+        warn(QStringLiteral("--frames %1: nothing moves from picture to picture; add --orbit").arg(value("frames")));
+    return std::nullopt;
+}
+
+std::optional<int> OptionReader::readLights()
+{
+    for (const QString &text : values("light")) {
         LightDescription described;
         QString problem;
         if (!LightDescription::fromString(text, &described, &problem))
             return fail(QStringLiteral("--light %1").arg(problem));
-        options->lights.push_back(described);
+        m_options.lights.push_back(described);
     }
     return std::nullopt;
+}
+
+} // namespace
+
+const QString RenderOptions::standardStream = QStringLiteral("-");
+
+std::optional<int> readOptions(const QStringList &arguments, RenderOptions *options)
+{
+    QCommandLineParser parser;
+    if (const auto status = parseCommandLine(renderCommand(), arguments, &parser))
+        return status;
+    setQuiet(parser.isSet(QStringLiteral("quiet")));
+    return OptionReader(parser, options).read();
 }
 
 } // namespace Velmora::Kvz

@@ -1,33 +1,63 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "NameTemplate.h"
+
 #include <Chain/LightDescription.h>
 #include <Host/Camera.h>
+#include <Import/ImportOptions.h>
 
 #include <QtCore/QSize>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
+#include <QtCore/QVector>
 
 #include <optional>
 #include <vector>
 
 namespace Velmora::Kvz {
 
+/// What one --camera asks for: a view, or a camera of the model file.
+struct CameraChoice
+{
+    QString text; ///< As it was given.
+    CameraView view; ///< Where `fileCamera` is empty.
+    QString fileCamera; ///< Name or number of a camera of the file.
+};
+
 /// What the command line of `kvz render` asks for.
 struct RenderOptions
 {
-    QString model;
-    QString chain;
-    QString output;
-    QString captureFolder; // empty: no captures
-    QSize size;
-    int frames = 1;
-    CameraView view;
-    float orbit = 0; // degrees from frame to frame
-    std::vector<LightDescription> lights; // empty: those of the chain
+    /// "-" for standard input and standard output.
+    static const QString standardStream;
+
+    QStringList models;
+    QString format; ///< Suffix of what comes from standard input.
+    ImportOptions import;
     bool floor = false;
+
+    QString chain;
+    QStringList settings; ///< PASS.PORT=VALUE
+    std::vector<LightDescription> lights; ///< empty: those of the chain
+
+    QString output;
+    NameTemplate outputName;
+    QString captureFolder; ///< empty: no captures
+    NameTemplate captureName;
+    QSize size;
+    QVector<CameraChoice> cameras; ///< At least one.
+    int frames = 1; ///< Pictures of each model from each camera.
+    int samples = 1; ///< Frames that go into each of them.
+    float orbit = 0; ///< Degrees from picture to picture, or from sample to sample.
+    bool turnsFromPictureToPicture = false;
+
     bool timings = false;
     bool watch = false;
+    bool quiet = false;
+    bool json = false;
+
+    bool writesToStandardOutput() const { return output == standardStream; }
+    int pictureCount() const { return models.size() * cameras.size() * frames; }
 };
 
 /// Reads the command line. A value is the exit status of a command that is already done.
