@@ -122,8 +122,10 @@ QString RenderCall::drawAndWrite(const Picture &picture)
     if (!writeResults(image, m_renderer.chain(), picture, m_options, &error))
         return error;
     m_phases.write = m_clock.lap();
-    if (m_options.json)
+    if (m_options.json) {
         print(describePicture(picture, m_options, m_phases, times, m_renderer.renderer()));
+        std::fflush(stdout); // Whoever reads the lines wants each when its picture is there.
+    }
     m_phases = PhaseTimes();
     return {};
 }

@@ -197,6 +197,9 @@ std::optional<int> OptionReader::readOutputs()
         if (isatty(STDOUT_FILENO))
             return failUsage(QStringLiteral("-o -: standard output is a terminal; send it into a file or a program"));
     }
+    constexpr qint64 most = 1000000;
+    if (qint64(m_options.models.size()) * m_options.cameras.size() * m_options.frames > most)
+        return fail(QStringLiteral("--frames %1: one call draws at most %2 pictures").arg(value("frames")).arg(most));
     if (m_options.watch && m_options.pictureCount() > 1)
         return failUsage(QStringLiteral("--watch renders one picture, not %1").arg(m_options.pictureCount()));
     if (m_options.watch && m_options.json)

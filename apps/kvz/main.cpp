@@ -5,6 +5,7 @@
 #include <Chain/NearestNames.h>
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QFileInfo>
 
 #include <algorithm>
 #include <vector>
@@ -73,6 +74,9 @@ int main(int argc, char **argv)
     }
     if (first.isEmpty())
         return failUsage(QStringLiteral("a command is missing"));
+    if (QFileInfo(first).isFile())
+        return failUsage(
+            QStringLiteral("\"%1\" is a file, not a command; kvz render %1 -o out.png draws it").arg(first));
     QStringList names;
     for (const Command &each : commands)
         names.append(each.spec.name);

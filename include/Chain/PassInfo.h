@@ -142,7 +142,7 @@ enum class PassTrait {
     Culls = 0x80, ///< Marks items of a model as not drawn.
     ResetsCulling = 0x100, ///< Makes all items of a model drawable again.
     Presents = 0x200, ///< Puts the frame on the screen or the host's framebuffer.
-    ComparesFrames = 0x400 ///< Its output tells what has changed since the previous frame.
+    ComparesFrames = 0x1000 ///< Its output tells what has changed since the previous frame.
 };
 Q_DECLARE_FLAGS(PassTraits, PassTrait)
 Q_DECLARE_OPERATORS_FOR_FLAGS(PassTraits)

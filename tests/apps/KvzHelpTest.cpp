@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the program says of itself: help, the manual page, completions, and the page of its documentation.
-#include "KvzProgram.h"
+#include "KvzRun.h"
 #include "support/TemporaryFolder.h"
 
 #include <Chain/ChainLibrary.h>
@@ -101,6 +101,9 @@ TEST(KvzHelpTest, misspeltNamesAreAnsweredWithTheNearest)
     expectLine({"render", "a.obj", "-x", "-o", "x.png"}, 2, "unknown option \"-x\" (see kvz render --help)");
     expectLine({"check", "--drivers", "full"}, 2,
         "unknown option \"--drivers\"; did you mean \"--driver\"? (see kvz check --help)");
+    const QString model = QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj");
+    expectLine({model}, 2,
+        "\"" + model + "\" is a file, not a command; kvz render " + model + " -o out.png draws it (see kvz --help)");
     expectLine({"chain"}, 2, "unknown command \"chain\"; did you mean \"chains\"? (see kvz --help)");
     expectLine({"help", "rendr"}, 2, "unknown command \"rendr\"; did you mean \"render\"? (see kvz --help)");
     expectLine({"chains", "fulll"}, 1, "no chain named \"fulll\"; did you mean \"full\"?");

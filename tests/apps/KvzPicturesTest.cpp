@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
 // `kvz render` with several pictures in a call, and with what a model file says of itself.
 #include "../Import/GltfDocument.h"
-#include "KvzProgram.h"
+#include "KvzRun.h"
 #include "support/ModelFiles.h"
 #include "support/TemporaryFolder.h"
 
 #include <Chain/ChainLibrary.h>
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 
 namespace Velmora::Kvz {
 
@@ -15,12 +17,13 @@ namespace {
 
 const QString stillLife = QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj");
 
-/// A square, 1 by 1, in the middle of the picture of a camera "straight", which is 4 wide and 2 high, and aside in that of "front". An
+/// A red square, 1 by 1, in the middle of the picture of a camera "straight", which is 4 wide and 2 high, and aside in that of "front". An
 /// animation, "slide", moves it by 4 along x in 2 seconds.
 QByteArray squareWithCameras()
 {
     GltfDocument document;
-    document.setSquare({{"pbrMetallicRoughness", QJsonObject{{"metallicFactor", 0}, {"roughnessFactor", 1}}}});
+    document.setSquare({{"pbrMetallicRoughness",
+        QJsonObject{{"baseColorFactor", QJsonArray{1, 0, 0, 1}}, {"metallicFactor", 0}, {"roughnessFactor", 1}}}});
     document.root["cameras"] = QJsonArray{
         QJsonObject{{"type", "orthographic"}, {"name", "straight"},
             {"orthographic", QJsonObject{{"xmag", 2}, {"ymag", 1}, {"znear", 0.1}, {"zfar", 100}}}},
@@ -48,7 +51,11 @@ QRect covered(const QImage &image)
     QRect area;
     for (int y = 0; y < image.height(); ++y) {
         for (int x = 0; x < image.width(); ++x) {
-            if (std::abs(qGray(image.pixel(x, y)) - qGray(image.pixel(image.width() - 1, y))) > 8)
+            const QRgb pixel = image.pixel(x, y);
+            const QRgb edge = image.pixel(image.width() - 1, y);
+            const int differences[] = {
+                qRed(pixel) - qRed(edge), qGreen(pixel) - qGreen(edge), qBlue(pixel) - qBlue(edge)};
+            if (std::any_of(std::begin(differences), std::end(differences), [](int d) { return std::abs(d) > 8; }))
                 area |= QRect(x, y, 1, 1);
         }
     }
@@ -242,6 +249,9 @@ TEST_F(KvzPicturesTest, framesCountPicturesOrSamples)
         {"render", stillLife, "--samples", "0", "-o", out}, 1, "--samples 0: expected a number of frames, 1 or more");
     expectLine({"render", stillLife, "--orbit", "5", "-o", folder.path("{frame}.png")}, 1,
         "--orbit 5: the camera turns from picture to picture; add --frames with 2 or more");
+    expectLine({"render", stillLife, "--frames", "2000000000", "--orbit", "1", "--camera", "top", "--camera", "iso",
+                   "-o", folder.path("{view}{frame}.png")},
+        1, "--frames 2000000000: one call draws at most 1000000 pictures");
     // The older name.
     const QStringList temporal{stillLife, "--chain", "temporal"};
     const QImage one = picture(temporal, {64, 48});

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "KvzProgram.h"
+#include "KvzRun.h"
 #include "support/GLTest.h"
 #include "support/ModelFiles.h"
 #include "support/TemporaryFolder.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The command lines of docs/recipes.md do what the page says.
 #include "../Import/GltfDocument.h"
-#include "KvzProgram.h"
+#include "KvzRun.h"
 #include "support/ModelFiles.h"
 #include "support/TemporaryFolder.h"
 

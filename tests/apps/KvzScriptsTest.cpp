@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The program in scripts and services: what goes to which stream, with and without a terminal.
-#include "KvzProgram.h"
+#include "KvzRun.h"
 #include "support/ModelFiles.h"
 #include "support/TemporaryFolder.h"
 
