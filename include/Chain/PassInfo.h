@@ -71,7 +71,7 @@ enum class ImplicitWiring {
     Never ///< It must be asked for.
 };
 
-/// What a pass does when an input image has several samples for each texel.
+/// What a pass does when an input image has several samples per texel.
 enum class Multisampling {
     Refused, ///< It cannot read the image.
     Resolved, ///< It makes a copy with one sample.
@@ -114,8 +114,8 @@ struct OutputInfo : PortInfo
     bool pooled = false; ///< A temporary texture, counted; otherwise the pass owns it and overwrites it each frame.
     bool keptByProducer = false; ///< The pass relies on the content in later frames, so nobody may draw into it.
     QString passesOn; ///< The input whose value it hands on as it is.
-    QString samplesInput; ///< The input that says how many samples for each texel the image has.
-    int samples = 1; ///< Of images: samples for each texel, where no input says it.
+    QString samplesInput; ///< The input that says how many samples per texel the image has.
+    int samples = 1; ///< Of images: samples per texel, where no input says it.
 };
 
 /// A construction option: an argument of the constructor, a setter, or what is added to a pass before its first frame.
@@ -160,7 +160,7 @@ public:
     /// The classes of the passes that an input's value comes through, the nearest first: that of the pass that gives it, of
     /// the one that gives that pass the value which it hands on, and so on. Empty if no pass gives it.
     virtual QStringList sourceClasses(const QString &input) const = 0;
-    /// The samples for each texel of the image that an earlier pass gives to an input; 0 where that is not known.
+    /// The samples per texel of the image that an earlier pass gives to an input; 0 where that is not known.
     virtual int samples(const QString &input) const = 0;
 };
 

@@ -39,7 +39,7 @@ QString written(const QVector3D &point)
     return QStringLiteral("%1,%2,%3").arg(written(point.x()), written(point.y()), written(point.z()));
 }
 
-/// Reads the parts of a light behind its type; an error says what is wrong with one.
+/// Reads the parts of a light that follow its type; an error says what is wrong with one.
 class PartReader
 {
 public:

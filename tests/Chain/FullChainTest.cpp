@@ -324,7 +324,7 @@ TEST_F(FullChainTest, framesOfAStillViewSettleOnTheirMean)
     EXPECT_NEAR(still[2], still[0], 0.02 * still[0]) << "without jitter nothing gets better";
 }
 
-TEST_F(FullChainTest, aChangeOfTheViewBeginsAnew)
+TEST_F(FullChainTest, aChangeOfTheViewStartsOver)
 {
     const auto chain = makeChain();
     for (int i = 0; i < 6; ++i)

@@ -58,7 +58,7 @@ TEST(LightDescriptionTest, partsAreRead)
     EXPECT_EQ(read("point:10,20,1.5").distance, 1.5f);
 }
 
-TEST(LightDescriptionTest, whatIsWrongIsSaidInOneLine)
+TEST(LightDescriptionTest, whatIsWrongIsReportedInOneLine)
 {
     EXPECT_EQ(errorOf(""), QStringLiteral("\"\": expected directional, spot or point"));
     EXPECT_EQ(

@@ -156,7 +156,7 @@ TEST_F(ShaderChainTest, aDrawableAndValuesOfTheFrameReachTheShaders)
     }
 }
 
-TEST_F(ShaderChainTest, aMistakeIsToldWithFileAndLineBeforeTheFrame)
+TEST_F(ShaderChainTest, aMistakeIsReportedWithFileAndLineBeforeTheFrame)
 {
     const QString file = folder.write("a.frag", fragment("undeclared"));
     load(R"("fragment": "a.frag")");
@@ -191,14 +191,14 @@ TEST_F(ShaderChainTest, filesBesideTheShaderAreIncluded)
     EXPECT_EQ(rendered(), QVector4D(0, 0, 1, 1));
 }
 
-TEST_F(ShaderChainTest, stagesThatDoNotFitTogetherAreTold)
+TEST_F(ShaderChainTest, stagesThatDoNotFitTogetherAreReported)
 {
     load(R"("fragment": "#version 150\nin vec4 vo_TexCoord;\nout vec4 o_Frame;\n)"
          R"(void main() { o_Frame = vo_TexCoord; }\n")");
     EXPECT_TRUE(refusal().contains("vo_TexCoord")) << qPrintable(chain.errorString());
 }
 
-TEST_F(ShaderChainTest, aFileThatIsGoneBeforeTheFirstFrameIsTold)
+TEST_F(ShaderChainTest, aFileThatIsGoneBeforeTheFirstFrameIsReported)
 {
     const QString file = folder.write("a.frag", fragment("u_Tint"));
     load(R"("fragment": "a.frag")");

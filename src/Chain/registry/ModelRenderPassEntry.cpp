@@ -46,7 +46,7 @@ PassInfo PassEntries::modelRenderPass()
         option("discardOnDiffuseAlpha", ValueType::Bool, false,
             "Leaves out texels whose diffuse image has an alpha of 0.01 or less."),
         option("opaqueOnly", ValueType::Bool, false,
-            "Leaves out materials with an opacity below 1, for chains that draw these apart."),
+            "Leaves out materials with an opacity below 1, for chains that draw them separately."),
     };
     pass.traits = PassTrait::NeverReleasesInputs;
     pass.create = create;

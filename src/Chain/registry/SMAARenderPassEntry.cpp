@@ -96,7 +96,7 @@ PassInfo PassEntries::smaaRenderPass()
             QStringLiteral("put CameraJitterPass before the geometry, or set Kvz_int_SmaaMode to 0 or 1"),
             [](const PassUse &use) { return isTemporal(use) && !use.isFed(jitterIndexPort); }},
         {viewportPort, QStringLiteral("any size but 64 by 64 with mode 2 and no predicate"),
-            QStringLiteral("just that, which counts as built from the start: the pass never builds its programs and "
+            QStringLiteral("exactly that, which counts as built from the start: the pass never builds its programs and "
                            "gives no picture"),
             QStringLiteral("change the size by a pixel"), neverBuildsItsPrograms},
     };

@@ -90,7 +90,7 @@ public:
             return;
         }
         if (m_pass->findInput(name) >= 0) {
-            report(place + QStringLiteral(".name"), "a name of its own", describeValue(name), "another input has it");
+            report(place + QStringLiteral(".name"), "a unique name", describeValue(name), "another input has it");
             return;
         }
         ValueType type;
@@ -120,7 +120,7 @@ public:
             return;
         }
         if (m_pass->findOutput(name) >= 0) {
-            report(place + QStringLiteral(".name"), "a name of its own", describeValue(name), "another output has it");
+            report(place + QStringLiteral(".name"), "a unique name", describeValue(name), "another output has it");
             return;
         }
         const TextureKind kind = outputKinds[record[QStringLiteral("kind")].toInt()];
@@ -223,7 +223,7 @@ std::unique_ptr<RenderPass> createChecked(const PassOptions &options, QString *e
             return nullptr;
         const QString name = isShaderText(given) ? option : given;
         program.addShader(int(stage.type), source, name);
-        // Included files are found by the source's name, which the pass does not pass on, so it gets them expanded.
+        // Included files are found relative to the source's name, which the pass does not take, so it is given expanded text.
         (pass.get()->*stage.setSource)(ShaderPreprocessor(stage.type, source, name, nullptr).text());
     }
 

@@ -19,7 +19,7 @@ void FrameValueTable::set(const QString &name, const QVariant &value)
     store(name, value);
     if (name == FrameValues::model || isBound)
         updateBounds();
-    // Bounds of the model bring their lights along.
+    // Lights follow the bounds of the model.
     if (m_lightsFollowChain && (name == FrameValues::lights || (isBound && !m_boundsFollowModel)))
         placeLights();
 }

@@ -19,14 +19,14 @@ namespace Velmora::Kvz {
 class FrameValueTable
 {
 public:
-    /// An invalid value takes the name away. Bounds and lights that the host sets follow nothing until it takes them away.
+    /// An invalid value removes the name. Bounds and lights that the host sets stay as they are until it removes them.
     void set(const QString &name, const QVariant &value);
     /// Lights for frames whose host sets none.
     void setChainLights(const std::vector<LightDescription> &lights);
     /// Reads the bounds of the model again, unless the host set some.
     void updateBounds();
 
-    /// Null for a name that is not set. The pointer holds until the name goes away.
+    /// Null for a name that is not set. The pointer is valid until the name is removed.
     const QVariant *find(const QString &name) const;
     QVariant value(const QString &name) const;
     QStringList names() const;
@@ -34,9 +34,9 @@ public:
     QStringList grantedNames() const;
     const std::map<QString, QVariant> &all() const { return m_values; }
 
-    /// Grows when a name comes or goes.
+    /// Grows when a name is added or removed.
     quint64 namesRevision() const { return m_namesRevision; }
-    /// Grows when a value is set or goes.
+    /// Grows when a value is set or removed.
     quint64 valuesRevision() const { return m_valuesRevision; }
 
 private:
