@@ -145,7 +145,7 @@ TEST_F(ShadowMapRenderPass2Test, theArraysHaveTheirFormatsFiltersAndEdges)
     }
 }
 
-TEST_F(ShadowMapRenderPass2Test, theDriverDecidesTheStrategyAndTheLogTellsIt)
+TEST_F(ShadowMapRenderPass2Test, theDriverDecidesTheStrategyAndTheLogNamesIt)
 {
     struct Row
     {
@@ -278,7 +278,7 @@ TEST_F(ShadowMapRenderPass2Test, drawsDepthsAloneInBatchesOfWhatIsLeft)
     }
 }
 
-TEST_F(ShadowMapRenderPass2Test, comesToWhatTheOtherPassComesTo)
+TEST_F(ShadowMapRenderPass2Test, agreesWithTheOtherPass)
 {
     buildScene();
     addLights();
@@ -472,7 +472,7 @@ TEST_F(ShadowMapRenderPass2Test, aCleanFrameDrawsNothingAndPublishesTheSame)
     }
 }
 
-TEST_F(ShadowMapRenderPass2Test, aCleanFrameWithAnotherMapSizeIsRenderedAllTheSame)
+TEST_F(ShadowMapRenderPass2Test, aCleanFrameWithAnotherMapSizeIsRenderedAnyway)
 {
     buildScene();
     addLights();

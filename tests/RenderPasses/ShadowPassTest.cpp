@@ -195,7 +195,7 @@ TYPED_TEST(ShadowPassTest, aNullModelIsAssertedAndMakesEmptyMaps)
     EXPECT_EQ(this->pass->errorCode(), 0u);
 }
 
-TYPED_TEST(ShadowPassTest, aMapSizeThatIsNoneGivesNoMap)
+TYPED_TEST(ShadowPassTest, anInvalidMapSizeGivesNoMap)
 {
     this->buildScene();
     this->lights.directional({-0.4f, -1, -0.3f});

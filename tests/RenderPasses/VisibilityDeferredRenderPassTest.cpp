@@ -596,7 +596,7 @@ TEST_F(VisibilityDeferredRenderPassTest, doesNotCrashWithoutLists)
     EXPECT_EQ(frame().pixel(2, 2), QVector4D(0, 1, 0, 1));
 }
 
-TEST_F(VisibilityDeferredRenderPassTest, makesItsFrameAnewWhenTheSizeChanges)
+TEST_F(VisibilityDeferredRenderPassTest, recreatesItsFrameWhenTheSizeChanges)
 {
     setViewport(QSize(7, 5));
     deferred->start(nullptr);
