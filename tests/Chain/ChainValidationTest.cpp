@@ -521,7 +521,7 @@ TEST(ChainValidationTest, framesOfTwoSamplesGoToPassesThatTakeThem)
     EXPECT_EQ(finding.pass, QStringLiteral("smooth"));
     EXPECT_TRUE(finding.actual.contains(QStringLiteral("2 samples")));
     EXPECT_FALSE(finding.remedy.contains(QStringLiteral("set ")));
-    // In mode 4x the camera trembles.
+    // In mode 4x the camera jitters.
     const auto placed = with(sampled, "Kvz_int_JitterIndex", 0);
     EXPECT_EQ(only({placed, with(pass("smooth", "SMAARenderPass"), "Kvz_int_SmaaMode", 1)}).code, Code::RoleOrder);
 }

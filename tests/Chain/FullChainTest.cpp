@@ -134,7 +134,7 @@ TEST_F(FullChainTest, jittersWhatIsDrawnAndNothingElse)
         EXPECT_EQ(source.kind, Kind::Output) << pass;
         EXPECT_EQ(source.pass, QStringLiteral("jitter")) << pass;
     }
-    // Maps that trembled would give trembling shadows; a mean that looked at the jitter would start again in each frame.
+    // Maps that followed the jitter would give flickering shadows; a mean that looked at the jitter would start again in each frame.
     for (const char *const pass : {"jitter", "maps", "accumulate"})
         EXPECT_EQ(chain->chain.inputSource(QString::fromUtf8(pass), projection).kind, Kind::FrameValue) << pass;
     const ChainDescription description = chain->chain.description();

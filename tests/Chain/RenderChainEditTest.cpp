@@ -21,7 +21,7 @@ const QString amount = QStringLiteral("Kvz_float_Amount");
 const QString samples = QStringLiteral("Kvz_int_NumberMultisamples");
 const QString pass = QStringLiteral("Consumer");
 
-/// An input that decides on nothing, one that a rule reads, one that a trait hangs on, and one that must not be null.
+/// An input that decides on nothing, one that a rule reads, one that a trait depends on, and one that must not be null.
 PassInfo consumer()
 {
     InputInfo needed = fakeInput("Kvz_QSize_Needed", ValueType::Size);

@@ -167,7 +167,7 @@ TEST_F(ShaderChainTest, aMistakeIsReportedWithFileAndLineBeforeTheFrame)
     EXPECT_TRUE(lines[1].contains("undeclared")) << qPrintable(lines[1]);
     EXPECT_EQ(chain.pass("filter"), nullptr);
 
-    // The mended file is read by the next frame.
+    // The corrected file is read by the next frame.
     folder.write("a.frag", fragment("u_Tint"));
     EXPECT_EQ(rendered(), QVector4D(1, 0, 0, 1));
 }

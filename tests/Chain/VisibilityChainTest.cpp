@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Transparency by lists, as chains run it. Tests of suites with "Lists" in their names need a driver that has lists, those with
-// "SingleNode" one that has none, as tests/Host/CMakeLists.txt provides; all others hold on both.
+// "SingleNode" one that has none, as tests/Chain/CMakeLists.txt provides; all others hold on both.
 #include "support/Cameras.h"
 #include "support/GLTest.h"
 #include "support/Meshes.h"

@@ -43,7 +43,7 @@ struct WorkRecorder
     size_t all() const { return draws() + clears.calls.size(); }
 };
 
-/// Holds maps of two ways to draw them against each other. At an edge the rounding of a corner decides whether a texel is
+/// Checks maps of two ways to draw them against each other. At an edge the rounding of a corner decides whether a texel is
 /// covered, so of a thousand texels one may be another's. None may be no number.
 void expectNearlyEqual(const Image &map, const Image &expected, double tolerance)
 {

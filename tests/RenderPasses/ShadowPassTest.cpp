@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What both shadow passes do alike. What each does in its own way stands in the file of its name.
+// What both shadow passes do alike. What only one of them does is in the file named after it.
 #include "ShadowPassFixture.h"
 #include "support/ChangedShaders.h"
 #include "support/GLCallRecorder.h"
