@@ -35,6 +35,7 @@ public:
             const float z = 4 * row - 2;
             return GridVertex{QVector3D(x, 0.3f * x * z, z), QVector3D(-0.3f * z, 1, -0.3f * x).normalized()};
         });
+        saddle.texCoords.clear();
         for (const QVector3D &position : qAsConst(saddle.positions)) {
             saddle.texCoords.append(QVector2D(position.x(), position.z()));
             saddle.colours.append(QVector4D(1, 0.5f + 0.2f * position.x(), 1, 1));

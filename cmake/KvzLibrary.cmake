@@ -54,11 +54,17 @@ function(kvz_precompile target)
     endif()
 endfunction()
 
-# kvz_add_library(NAME SOURCES ... HEADERS ... PUBLIC ... PRIVATE ...)
+# kvz_compile_briefly(SOURCE...): for what runs a few times and never in a frame, such as tables of data, checks and commands.
+# Debug builds stay as they are.
+function(kvz_compile_briefly)
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release,RelWithDebInfo>:-O1>")
+endfunction()
+
+# kvz_add_library(NAME [MOC] SOURCES ... HEADERS ... PUBLIC ... PRIVATE ...)
 # Adds the shared library libKvzNAME, known to users as Kvz::NAME, and installs it as the component NAME.
-# HEADERS are public headers relative to include/.
+# HEADERS are public headers relative to include/. MOC: some of its classes have Q_OBJECT.
 function(kvz_add_library name)
-    cmake_parse_arguments(ARG "" "" "SOURCES;HEADERS;PUBLIC;PRIVATE" ${ARGN})
+    cmake_parse_arguments(ARG "MOC" "" "SOURCES;HEADERS;PUBLIC;PRIVATE" ${ARGN})
     set(target Kvz${name})
     list(TRANSFORM ARG_HEADERS PREPEND "${PROJECT_SOURCE_DIR}/include/" OUTPUT_VARIABLE header_files)
     add_library(${target} SHARED ${ARG_SOURCES} ${header_files})
@@ -73,7 +79,7 @@ function(kvz_add_library name)
     target_compile_features(${target} PUBLIC cxx_std_17)
     kvz_precompile(${target})
     set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
-        EXPORT_NAME ${name} AUTOMOC ON AUTORCC ON)
+        EXPORT_NAME ${name} AUTOMOC ${ARG_MOC} AUTORCC ON)
     install(TARGETS ${target} EXPORT Kvz${name}Targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${name})
     foreach(header IN LISTS ARG_HEADERS)

@@ -9,18 +9,34 @@
 
 namespace Velmora::Kvz {
 
+CommandSpec checkCommand()
+{
+    CommandSpec command;
+    command.name = QStringLiteral("check");
+    command.summary = QStringLiteral("Says what is wrong with a chain, without rendering.");
+    command.detail = QStringLiteral("One line for each finding. Errors keep the chain from running and make the exit "
+                                    "status 1; warnings say that the "
+                                    "picture is probably not what you intended.");
+    command.argument.name = QStringLiteral("CHAIN");
+    command.argument.help = QStringLiteral("Name of a ready chain, or a chain file.");
+    command.argument.least = 1;
+    command.argument.most = 1;
+    command.argument.completion = Completion::Chain;
+    command.examples = {
+        {QStringLiteral("kvz check my-chain.json"), QStringLiteral("what keeps it from running")},
+        {QStringLiteral("kvz check full --driver"), QStringLiteral("whether this machine can run it")},
+    };
+    OptionSpec driver;
+    driver.names = QStringList{QStringLiteral("driver")};
+    driver.help = QStringLiteral("Also says what this machine's OpenGL driver cannot run.");
+    command.options = {driver};
+    return command;
+}
+
 int runCheck(const QStringList &arguments)
 {
     QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Prints what is wrong with a chain, one line per finding. Errors keep it from running\n"
-                       "and make the exit status 1; warnings say that the picture is probably not what you\n"
-                       "intended."));
-    parser.addPositionalArgument(QStringLiteral("CHAIN"), QStringLiteral("Name of a ready chain, or a chain file."));
-    const QCommandLineOption driver(
-        QStringLiteral("driver"), QStringLiteral("Also says what this machine's OpenGL driver cannot run."));
-    parser.addOption(driver);
-    if (const auto status = parseCommandLine(&parser, arguments, 1, 1))
+    if (const auto status = parseCommandLine(checkCommand(), arguments, &parser))
         return *status;
 
     const QString name = parser.positionalArguments().constFirst();
@@ -30,7 +46,7 @@ int runCheck(const QStringList &arguments)
         return fail(error);
     const ResolvedChain resolved(chain);
     QVector<ChainFinding> findings = resolved.findings();
-    if (parser.isSet(driver)) {
+    if (parser.isSet(QStringLiteral("driver"))) {
         const auto context = HeadlessContext::create(&error);
         if (!context)
             return fail(QStringLiteral("no usable OpenGL driver: %1").arg(error));

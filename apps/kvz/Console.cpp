@@ -7,16 +7,35 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <utility>
+
+#include <unistd.h>
 
 namespace Velmora::Kvz {
 
 namespace {
 
+constexpr const char *wipe = "\r\033[K";
+
 bool noGraphicsMemory = false;
+bool isQuiet = false;
+QStringList allWarnings;
+std::mutex terminal;
+bool isProgressShown = false;
+
+/// What is shown in passing makes room for what stays. With `terminal` locked.
+void wipeProgress()
+{
+    if (isProgressShown)
+        std::fputs(wipe, stderr);
+    isProgressShown = false;
+}
 
 void printError(const QString &text)
 {
+    const std::lock_guard<std::mutex> lock(terminal);
+    wipeProgress();
     std::fprintf(stderr, "kvz: %s\n", qPrintable(text));
 }
 
@@ -27,6 +46,9 @@ void handleMessage(QtMsgType type, const QMessageLogContext &context, const QStr
     if (type == QtDebugMsg && fromChain) // Off unless the user asks for it.
         printError(QStringLiteral("debug: %1").arg(text));
     if (type == QtDebugMsg || type == QtInfoMsg || fromDriver)
+        return;
+    if (text.startsWith(
+            QLatin1String("libpng warning: iCCP: "))) // Colour profiles are not used; it names no file either.
         return;
     if (text.contains(QLatin1String("out of graphics memory")))
         noGraphicsMemory = true;
@@ -57,14 +79,45 @@ int failUsage(const QString &reason)
 void warn(const QString &text)
 {
     static QSet<QString> told;
-    if (told.contains(text))
+    allWarnings.append(text);
+    if (isQuiet || told.contains(text))
         return;
     told.insert(text);
     printError(QStringLiteral("warning: %1").arg(text));
 }
 
+void setQuiet(bool quiet)
+{
+    isQuiet = quiet;
+}
+
+bool canShowProgress()
+{
+    return !isQuiet && isatty(STDERR_FILENO) && qgetenv("TERM") != "dumb";
+}
+
+void showProgress(const QString &line)
+{
+    const std::lock_guard<std::mutex> lock(terminal);
+    wipeProgress();
+    isProgressShown = !line.isEmpty();
+    std::fputs(qPrintable(line), stderr);
+}
+
+QStringList warnings()
+{
+    return allWarnings;
+}
+
+void keepWarnings(int count)
+{
+    allWarnings = allWarnings.mid(0, count);
+}
+
 void print(const QString &text)
 {
+    const std::lock_guard<std::mutex> lock(terminal);
+    wipeProgress();
     std::fprintf(stdout, "%s\n", qPrintable(text));
 }
 
@@ -76,28 +129,6 @@ void installMessageHandler()
 bool ranOutOfGraphicsMemory()
 {
     return std::exchange(noGraphicsMemory, false);
-}
-
-std::optional<int> parseCommandLine(QCommandLineParser *parser, const QStringList &arguments, int least, int most)
-{
-    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Prints this help."));
-    parser->addOption(help);
-    parser->setApplicationDescription(
-        QStringLiteral("%1\n\n%2").arg(parser->applicationDescription(), exitStatusHelp()));
-    if (!parser->parse(arguments)) {
-        const QString error = parser->errorText();
-        return failUsage(error.endsWith(QLatin1Char('.')) ? error.chopped(1) : error);
-    }
-    if (parser->isSet(help)) {
-        print(parser->helpText().trimmed());
-        return Success;
-    }
-    const QStringList given = parser->positionalArguments();
-    if (given.size() < least)
-        return failUsage(QStringLiteral("an argument is missing"));
-    if (given.size() > most)
-        return failUsage(QStringLiteral("unexpected argument \"%1\"").arg(given[most]));
-    return std::nullopt;
 }
 
 QString formatTable(const QVector<QStringList> &rows, const QVector<int> &numeric)

@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <QtCore/QCommandLineParser>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 #include <QtCore/QVector>
-
-#include <optional>
 
 namespace Velmora::Kvz {
 
@@ -23,8 +20,21 @@ QString exitStatusHelp();
 int fail(const QString &reason);
 /// Prints "kvz: reason" and where to find help to standard error and returns BadUsage.
 int failUsage(const QString &reason);
-/// Prints "kvz: warning: text" to standard error, the same text only once.
+/// Prints "kvz: warning: text" to standard error, the same text only once, and not at all when quiet.
 void warn(const QString &text);
+/// Whether warnings stay unprinted, and progress unshown.
+void setQuiet(bool quiet);
+/// Whether progress may be shown: standard error is a terminal that can wipe a line, and the program is not quiet.
+bool canShowProgress();
+/// Shows a line on the terminal in place of the one shown before; the next line printed, or an empty one, wipes it. For
+/// canShowProgress() alone. May be called from any thread.
+void showProgress(const QString &line);
+
+/// The warnings of the program so far, also those that were not printed: each as often as it came up.
+QStringList warnings();
+/// Forgets those after the first `count`.
+void keepWarnings(int count);
+
 /// Prints lines to standard output.
 void print(const QString &text);
 
@@ -33,10 +43,6 @@ void print(const QString &text);
 void installMessageHandler();
 /// Whether a library has warned that graphics memory ran out since the last call.
 bool ranOutOfGraphicsMemory();
-
-/// Reads a command line that takes from `least` to `most` arguments besides its options, and adds --help to the options.
-/// A value is the exit status of a command that is already done, because help or an error was printed.
-std::optional<int> parseCommandLine(QCommandLineParser *parser, const QStringList &arguments, int least, int most);
 
 /// Rows in aligned columns, two spaces apart. Columns listed in `numeric` are right-aligned; lines have no trailing spaces.
 QString formatTable(const QVector<QStringList> &rows, const QVector<int> &numeric = {});

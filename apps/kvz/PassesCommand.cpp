@@ -151,18 +151,31 @@ void describeInMarkdown(const PassInfo &pass)
 
 } // namespace
 
+CommandSpec passesCommand()
+{
+    CommandSpec command;
+    command.name = QStringLiteral("passes");
+    command.summary = QStringLiteral("Lists the passes that chains are made of, or describes one.");
+    command.detail = QStringLiteral("With a class, its inputs, outputs and options, as chain files name them.");
+    command.argument.name = QStringLiteral("CLASS");
+    command.argument.help = QStringLiteral("Class name of a pass.");
+    command.argument.most = 1;
+    command.argument.completion = Completion::Pass;
+    command.examples = {
+        {QStringLiteral("kvz passes"), QStringLiteral("all of them")},
+        {QStringLiteral("kvz passes BlendRenderPass"), QStringLiteral("the ports and options of one")},
+    };
+    OptionSpec markdown;
+    markdown.names = QStringList{QStringLiteral("markdown")};
+    markdown.help = QStringLiteral("Prints the tables of CLASS as Markdown.");
+    command.options = {markdown};
+    return command;
+}
+
 int runPasses(const QStringList &arguments)
 {
     QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Lists the passes that chains are made of, or describes one: its inputs, outputs\n"
-                       "and options, as chain files name them."));
-    parser.addPositionalArgument(
-        QStringLiteral("CLASS"), QStringLiteral("Class name of a pass."), QStringLiteral("[CLASS]"));
-    const QCommandLineOption markdown(QStringLiteral("markdown"),
-        QStringLiteral("Prints the tables of CLASS as the pages in docs/passes have them."));
-    parser.addOption(markdown);
-    if (const auto status = parseCommandLine(&parser, arguments, 0, 1))
+    if (const auto status = parseCommandLine(passesCommand(), arguments, &parser))
         return *status;
 
     const PassRegistry &registry = PassRegistry::standard();
@@ -173,13 +186,13 @@ int runPasses(const QStringList &arguments)
             return fail(
                 QStringLiteral("no pass of class \"%1\"%2")
                     .arg(name, nearestNamesHint(name, registry.classNames(), QStringLiteral("see kvz passes"))));
-        if (parser.isSet(markdown))
+        if (parser.isSet(QStringLiteral("markdown")))
             describeInMarkdown(*pass);
         else
             describe(*pass);
         return Success;
     }
-    if (parser.isSet(markdown))
+    if (parser.isSet(QStringLiteral("markdown")))
         return failUsage(QStringLiteral("--markdown wants a CLASS"));
     QVector<QStringList> rows;
     for (const QString &name : registry.classNames())

@@ -1,35 +1,67 @@
 // SPDX-License-Identifier: MIT
 #include "ProgressBar.h"
 
-#include <cstdio>
-#include <string>
+#include "Console.h"
 
-#include <unistd.h>
+#include <chrono>
 
 namespace Velmora::Kvz {
 
 static constexpr int width = 40;
 
-ProgressBar::ProgressBar(int steps)
-    : m_steps(steps),
-      m_visible(steps > 1 && isatty(STDERR_FILENO))
+ProgressBar::ProgressBar(int pictures, int samples)
+    : m_pictures(pictures),
+      m_samples(samples),
+      m_visible(m_pictures * m_samples > 1 && canShowProgress())
 { }
 
 ProgressBar::~ProgressBar()
 {
     if (m_visible)
-        std::fputs("\r\033[K", stderr);
+        showProgress(QString());
 }
 
-void ProgressBar::show(int done)
+void ProgressBar::step()
 {
-    const int percent = int(100.0 * done / m_steps);
-    if (!m_visible || percent == m_shown)
+    ++m_done;
+    if (!m_visible)
         return;
-    m_shown = percent;
-    const auto filled = size_t(width * percent / 100);
-    const std::string bar = std::string(filled, '#') + std::string(width - filled, '.');
-    std::fprintf(stderr, "\r[%s] frame %d of %d", bar.c_str(), done, m_steps);
+    const int filled = int(width * m_done / (m_pictures * m_samples));
+    QString place = m_pictures > 1
+        ? QStringLiteral("picture %1 of %2").arg((m_done + m_samples - 1) / m_samples).arg(m_pictures)
+        : QStringLiteral("frame %1 of %2").arg(m_done).arg(m_samples);
+    showProgress(QStringLiteral("[%1%2] %3")
+                     .arg(QString(filled, QLatin1Char('#')), QString(width - filled, QLatin1Char('.')), place));
+}
+
+void ProgressBar::skip(int frames)
+{
+    m_done += frames;
+}
+
+ActivityLine::ActivityLine(const QString &activity)
+{
+    if (!canShowProgress())
+        return;
+    showProgress(activity);
+    m_thread = std::thread([this, activity] {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        for (int seconds = 1; !m_wake.wait_for(lock, std::chrono::seconds(1), [this] { return m_isOver; }); ++seconds)
+            showProgress(QStringLiteral("%1 %2 s").arg(activity).arg(seconds));
+    });
+}
+
+ActivityLine::~ActivityLine()
+{
+    if (!m_thread.joinable())
+        return;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isOver = true;
+    }
+    m_wake.notify_all();
+    m_thread.join();
+    showProgress(QString());
 }
 
 } // namespace Velmora::Kvz

@@ -1,26 +1,49 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QString>
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
 namespace Velmora::Kvz {
 
-/// A progress bar on standard error. It shows only on a terminal, and only for several steps.
+/// Progress over the frames of all pictures on standard error, on a terminal alone and for more than one frame.
 class ProgressBar
 {
 public:
-    explicit ProgressBar(int steps);
+    /// `samples` frames go into each picture.
+    ProgressBar(int pictures, int samples);
     /// Wipes the bar.
     ~ProgressBar();
 
-    /// Shows that `done` steps are done.
-    void show(int done);
+    /// Shows that one more frame is done.
+    void step();
+    /// Leaves frames out that are not going to be drawn.
+    void skip(int frames);
 
 private:
-    ProgressBar(const ProgressBar &) = delete;
-    ProgressBar &operator=(const ProgressBar &) = delete;
-
-    int m_steps;
+    qint64 m_pictures;
+    qint64 m_samples;
+    qint64 m_done = 0;
     bool m_visible;
-    int m_shown = -1; // percent
+};
+
+/// Says on a terminal what the program is doing, with the seconds that it takes, for as long as the object lives.
+class ActivityLine
+{
+public:
+    explicit ActivityLine(const QString &activity);
+    ~ActivityLine();
+    ActivityLine(const ActivityLine &) = delete;
+    ActivityLine &operator=(const ActivityLine &) = delete;
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    bool m_isOver = false;
+    std::thread m_thread;
 };
 
 } // namespace Velmora::Kvz

@@ -50,12 +50,22 @@ void RenderTarget::clear()
 
 QImage RenderTarget::picture()
 {
-    QImage image(m_size, QImage::Format_RGB888); // Rows are padded to 4 bytes, as in glReadPixels.
+    return read(QImage::Format_RGB888, GL_RGB);
+}
+
+QImage RenderTarget::pictureWithAlpha()
+{
+    return read(QImage::Format_RGBA8888_Premultiplied, GL_RGBA).convertToFormat(QImage::Format_RGBA8888);
+}
+
+QImage RenderTarget::read(QImage::Format imageFormat, unsigned int format)
+{
+    QImage image(m_size, imageFormat); // Rows are padded to 4 bytes, as in glReadPixels.
     if (image.isNull())
         return image;
     AutoBinder binder(&m_framebuffer);
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
-    glReadPixels(0, 0, m_size.width(), m_size.height(), GL_RGB, GL_UNSIGNED_BYTE, image.bits());
+    glReadPixels(0, 0, m_size.width(), m_size.height(), format, GL_UNSIGNED_BYTE, image.bits());
     return image.mirrored();
 }
 

@@ -23,11 +23,15 @@ public:
     FramebufferObject *framebuffer() { return &m_framebuffer; }
     /// What a screen would show: opaque, top row first. Null when there is no memory for it.
     QImage picture();
+    /// The same with straight alpha, from colours that are multiplied by it.
+    QImage pictureWithAlpha();
 
     /// The largest picture that the driver can draw.
     static QSize largestSize();
 
 private:
+    QImage read(QImage::Format imageFormat, unsigned int format);
+
     QSize m_size;
     Texture m_colour;
     Texture m_depth;

@@ -9,13 +9,11 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// The median of the values after the first, or the first if it is the only one; below 0 for none.
-double settledMedian(QVector<double> values)
+/// Below 0 for none.
+double medianOf(QVector<double> values)
 {
     if (values.isEmpty())
         return -1;
-    if (values.size() > 1)
-        values.removeFirst();
     std::sort(values.begin(), values.end());
     const int middle = values.size() / 2;
     return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
@@ -28,19 +26,28 @@ QString milliseconds(double value)
 
 } // namespace
 
-void TimingTable::addFrame(RenderChain *chain)
+void TimingTable::addFrame(const QVector<PassTiming> &timings, bool buildsPrograms)
 {
-    chain->finishTimings();
-    const QVector<RenderChain::PassTiming> timings = chain->timings();
     m_rows.resize(timings.size());
     for (int i = 0; i < timings.size(); ++i) {
+        Times *const times = buildsPrograms ? &m_rows[i].building : &m_rows[i].settled;
         m_rows[i].pass = timings[i].pass;
-        if (timings[i].frames > m_frames)
-            m_rows[i].cpu.append(timings[i].cpuLast);
-        if (timings[i].gpuFrames > m_frames)
-            m_rows[i].gpu.append(timings[i].gpuLast);
+        if (timings[i].frames > 0)
+            times->cpu.append(timings[i].cpuLast);
+        if (timings[i].gpuFrames > 0)
+            times->gpu.append(timings[i].gpuLast);
     }
-    ++m_frames;
+    ++(buildsPrograms ? m_buildingFrames : m_settledFrames);
+}
+
+QVector<TimingTable::Medians> TimingTable::medians() const
+{
+    QVector<Medians> list;
+    for (const Row &row : m_rows) {
+        const Times &times = m_settledFrames > 0 ? row.settled : row.building;
+        list.append({row.pass, medianOf(times.gpu), medianOf(times.cpu)});
+    }
+    return list;
 }
 
 QString TimingTable::toString() const
@@ -48,18 +55,23 @@ QString TimingTable::toString() const
     QVector<QStringList> rows{{QStringLiteral("pass"), QStringLiteral("GPU ms"), QStringLiteral("CPU ms")}};
     double gpuSum = -1;
     double cpuSum = 0;
-    for (const Row &row : m_rows) {
-        const double gpu = settledMedian(row.gpu);
-        const double cpu = settledMedian(row.cpu);
-        if (gpu >= 0)
-            gpuSum = std::max(gpuSum, 0.0) + gpu;
-        cpuSum += std::max(cpu, 0.0);
-        rows.append({row.pass, milliseconds(gpu), milliseconds(cpu)});
+    for (const Medians &row : medians()) {
+        if (row.gpu >= 0)
+            gpuSum = std::max(gpuSum, 0.0) + row.gpu;
+        cpuSum += std::max(row.cpu, 0.0);
+        rows.append({row.pass, milliseconds(row.gpu), milliseconds(row.cpu)});
     }
     rows.append({QStringLiteral("sum"), milliseconds(gpuSum), milliseconds(cpuSum)});
-    const QString heading = m_frames > 1
-        ? QStringLiteral("median of %1 frames, after one in which programs were built").arg(m_frames - 1)
-        : QStringLiteral("one frame, in which programs were built; --frames gives a median");
+    const auto frames = [](int count, const QString &one) {
+        return count == 1 ? one : QStringLiteral("%1 frames").arg(count);
+    };
+    const QString heading = m_settledFrames == 0
+        ? QStringLiteral("%1, in which programs were built; --samples gives a median")
+              .arg(frames(m_buildingFrames, QStringLiteral("one frame")))
+        : m_buildingFrames == 0
+        ? QStringLiteral("median of %1").arg(frames(m_settledFrames, QStringLiteral("1 frame")))
+        : QStringLiteral("median of %1, after %2 in which programs were built")
+              .arg(frames(m_settledFrames, QStringLiteral("1 frame")), frames(m_buildingFrames, QStringLiteral("one")));
     return heading + QLatin1Char('\n') + formatTable(rows, {1, 2});
 }
 

@@ -5,6 +5,7 @@
 #include <Chain/NearestNames.h>
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QFileInfo>
 
 #include <algorithm>
 #include <vector>
@@ -13,38 +14,19 @@ using namespace Velmora::Kvz;
 
 namespace {
 
-struct Command
-{
-    const char *name;
-    const char *summary;
-    int (*run)(const QStringList &arguments);
-};
-
-const Command commands[] = {
-    {"render", "Renders a model through a chain of passes into a picture.", runRender},
-    {"check", "Says what is wrong with a chain, without rendering.", runCheck},
-    {"passes", "Lists the passes that chains are made of, or describes one.", runPasses},
-    {"chains", "Lists the ready chains, or prints one as a file to start from.", runChains},
-};
-
-QString helpText()
+QString helpText(const QVector<Command> &commands)
 {
     QVector<QStringList> rows;
     for (const Command &command : commands)
-        rows.append({QStringLiteral(" "), QLatin1String(command.name), QLatin1String(command.summary)});
+        rows.append({QString(), command.spec.name, command.spec.summary});
     return QStringLiteral("Usage: kvz COMMAND [options]\n"
                           "Renders models through chains of OpenGL passes, without a window.\n\n"
+                          "Examples:\n"
+                          "  kvz render car.glb -o car.png\n"
+                          "  kvz render --help\n\n"
                           "Commands:\n%1\n\n"
                           "kvz COMMAND --help explains each of them; kvz --version prints the version.\n\n%2")
         .arg(formatTable(rows), exitStatusHelp());
-}
-
-QStringList commandNames()
-{
-    QStringList names;
-    for (const Command &command : commands)
-        names.append(QLatin1String(command.name));
-    return names;
 }
 
 } // namespace
@@ -56,15 +38,24 @@ int main(int argc, char **argv)
         qputenv("EGL_LOG_LEVEL", "fatal");
     installMessageHandler();
 
-    const QString first = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
-    const auto command = std::find_if(
-        std::begin(commands), std::end(commands), [&](const Command &c) { return first == QLatin1String(c.name); });
-    const bool known = command != std::end(commands);
+    const QVector<Command> commands = allCommands();
+    // "kvz help render" is "kvz render --help".
+    std::vector<char *> given(argv + std::min(argc, 1), argv + argc);
+    char help[] = "--help";
+    if (!given.empty() && qstrcmp(given[0], "help") == 0) {
+        given.erase(given.begin());
+        given.resize(std::min<size_t>(given.size(), 1));
+        given.push_back(help);
+    }
+    const QString first = given.empty() ? QString() : QString::fromLocal8Bit(given[0]);
+    const auto command =
+        std::find_if(commands.begin(), commands.end(), [&](const Command &c) { return first == c.spec.name; });
+    const bool known = command != commands.end();
 
     // Help texts name the program by the first argument, so that includes the command.
-    QByteArray programName = known ? QByteArray("kvz ") + command->name : QByteArray("kvz");
+    QByteArray programName = known ? QByteArray("kvz ") + command->spec.name.toUtf8() : QByteArray("kvz");
     std::vector<char *> remaining{programName.data()};
-    remaining.insert(remaining.end(), argv + std::min(argc, known ? 2 : 1), argv + argc);
+    remaining.insert(remaining.end(), given.begin() + (known ? 1 : 0), given.end());
     remaining.push_back(nullptr);
     int count = int(remaining.size()) - 1;
     QCoreApplication application(count, remaining.data());
@@ -74,7 +65,7 @@ int main(int argc, char **argv)
     if (known)
         return command->run(QCoreApplication::arguments());
     if (first == QLatin1String("--help") || first == QLatin1String("-h")) {
-        print(helpText());
+        print(helpText(commands));
         return Success;
     }
     if (first == QLatin1String("--version")) {
@@ -83,5 +74,11 @@ int main(int argc, char **argv)
     }
     if (first.isEmpty())
         return failUsage(QStringLiteral("a command is missing"));
-    return failUsage(QStringLiteral("unknown command \"%1\"%2").arg(first, nearestNamesHint(first, commandNames())));
+    if (QFileInfo(first).isFile())
+        return failUsage(
+            QStringLiteral("\"%1\" is a file, not a command; kvz render %1 -o out.png draws it").arg(first));
+    QStringList names;
+    for (const Command &each : commands)
+        names.append(each.spec.name);
+    return failUsage(QStringLiteral("unknown command \"%1\"%2").arg(first, nearestNamesHint(first, names)));
 }

@@ -72,7 +72,7 @@ enum class ImplicitWiring {
     Never ///< It must be asked for.
 };
 
-/// What a pass does when an input image has several samples for each texel.
+/// What a pass does when an input image has several samples per texel.
 enum class Multisampling {
     Refused, ///< It cannot read the image.
     Resolved, ///< It makes a copy with one sample.
@@ -115,8 +115,8 @@ struct OutputInfo : PortInfo
     bool pooled = false; ///< A temporary texture, counted; otherwise the pass owns it and overwrites it each frame.
     bool keptByProducer = false; ///< The pass relies on the content in later frames, so nobody may draw into it.
     QString passesOn; ///< The input whose value it hands on as it is.
-    QString samplesInput; ///< The input that says how many samples for each texel the image has.
-    int samples = 1; ///< Of images: samples for each texel, where no input says it.
+    QString samplesInput; ///< The input that says how many samples per texel the image has.
+    int samples = 1; ///< Of images: samples per texel, where no input says it.
 };
 
 /// A construction option: an argument of the constructor, a setter, or what is added to a pass before its first frame.
@@ -143,7 +143,11 @@ enum class PassTrait {
     Culls = 0x80, ///< Marks items of a model as not drawn.
     ResetsCulling = 0x100, ///< Makes all items of a model drawable again.
     Presents = 0x200, ///< Puts the frame on the screen or the host's framebuffer.
-    Background = 0x400 ///< Fills what lies behind the model.
+    Background = 0x400, ///< Fills what lies behind the model.
+    LosesAlpha = 0x800, ///< The alpha of its picture is not that of its frame, or does not fit its colours.
+    BasicSurfaces =
+        0x2000, ///< Draws what the basic passes know of a model: materials without colours of vertices or sampling.
+    ComparesFrames = 0x1000 ///< Its output tells what has changed since the previous frame.
 };
 Q_DECLARE_FLAGS(PassTraits, PassTrait)
 Q_DECLARE_OPERATORS_FOR_FLAGS(PassTraits)
@@ -162,7 +166,7 @@ public:
     /// The classes of the passes that an input's value comes through, the nearest first: that of the pass that gives it, of
     /// the one that gives that pass the value which it hands on, and so on. Empty if no pass gives it.
     virtual QStringList sourceClasses(const QString &input) const = 0;
-    /// The samples for each texel of the image that an earlier pass gives to an input; 0 where that is not known.
+    /// The samples per texel of the image that an earlier pass gives to an input; 0 where that is not known.
     virtual int samples(const QString &input) const = 0;
 };
 
@@ -227,6 +231,10 @@ struct KVZ_HOST_EXPORT PassInfo
     std::function<std::unique_ptr<RenderPass>(const PassOptions &, QString *error)> createChecked;
     /// Reports options of the right type whose values make no pass. Empty: all values serve.
     std::function<void(const PassOptions &, QVector<OptionProblem> *problems)> checkOptions;
+    /// Reports what a pass with these options makes little sense of, as only the driver knows: such as inputs for uniforms that
+    /// its shaders do not read. The options are those that `create` takes; `use` tells what feeds the inputs. The context is
+    /// current. Empty: there is nothing to report.
+    std::function<void(const PassOptions &, const PassUse &use, QVector<OptionProblem> *problems)> checkOnDriver;
     /// Adds the ports that a pass with these options has besides those of its class, and reports options that make none.
     /// Empty: the class has its ports whatever its options are.
     std::function<void(const PassOptions &, PassInfo *, QVector<OptionProblem> *problems)> completePorts;

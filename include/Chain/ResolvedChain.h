@@ -4,6 +4,7 @@
 #include <Chain/ChainDescription.h>
 #include <Chain/ChainFinding.h>
 #include <Chain/FrameValues.h>
+#include <Chain/PassInfo.h>
 #include <Chain/PassRegistry.h>
 #include <Host/Export.h>
 
@@ -42,8 +43,14 @@ public:
     /// Whether an enabled pass presents: puts a picture on the screen or into the host's framebuffer. A chain without one
     /// serves a host that takes its exports or captures.
     bool presents() const;
+    /// Whether an enabled pass has a trait.
+    bool has(PassTrait trait) const;
+    /// Whether an enabled pass takes a value of the frame of this name.
+    bool takes(const QString &frameValue) const;
     /// Whether an enabled pass takes the frame's lights.
     bool takesLights() const;
+    /// Whether a frame may depend on those before it: an enabled pass keeps a past, or takes a value of an earlier frame.
+    bool keepsPast() const;
     /// The files that passes have shaders from, as absolute paths, without those that they include.
     QStringList shaderFiles() const;
 

@@ -28,7 +28,7 @@ class Texture;
 ///
 /// | Output | Name                  | Value                                                          |
 /// |--------|-----------------------|----------------------------------------------------------------|
-/// | 0      | Kvz_KvzTexture*_Frame | Pooled, GL_RGBA8: the picture, colour multiplied by its alpha. |
+/// | 0      | Kvz_KvzTexture*_Frame | Pooled, GL_RGBA16F: the picture, colour multiplied by its alpha. |
 ///
 /// The alpha of layers is the share T of what lies behind them that comes through, 1 where there are none, as
 /// LitWeightedRenderPass, LitListRenderPass and VisibilityDeferredRenderPass write it:

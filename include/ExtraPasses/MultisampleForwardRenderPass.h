@@ -45,9 +45,10 @@ class Texture;
 /// | 2      | Kvz_QMatrix4x4_ProjectionMatrix | The projection, shifted to the middle of the frame's two samples.      |
 /// | 3      | Kvz_Vector2D_JitterAmount       | That shift in normalised device units.                                 |
 ///
-/// Colours of transparent materials are mixed with the background, not with what lies between: the nearest surface wins.
-/// What a mask cuts out is not drawn. Where a driver has more than two samples, the others repeat these two, slightly out of place. The depth test, blending and the
-/// sample mask are off afterwards, multisampling is on, the clear colour is transparent black, and the constant values of va_Color
+/// Items with GPUModel::Transparent are laid over what is drawn, in the order of the model, and leave no depth. Translucent
+/// items without it are mixed with the background, not with what lies between: the nearest surface wins. What a mask cuts out
+/// is not drawn. Where a driver has more than two samples, the others repeat these two, slightly out of place. The depth test,
+/// blending and the sample mask are off afterwards, multisampling is on, the clear colour is transparent black, and the constant values of va_Color
 /// and va_TexCoord1 are changed.
 class KVZ_EXTRAPASSES_EXPORT MultisampleForwardRenderPass : public RenderPassProxy
 {
@@ -75,6 +76,7 @@ private:
     void drawBackground(Texture *background);
     void drawModel(GPUModel *model, Texture *background, const QMatrix4x4 &projection, const QMatrix4x4 &camera,
         const QSize &size, int frame);
+    void blendTransparentItems(GPUModel *model);
 
     QSharedPointer<DrawBuffers> m_screenQuad;
     std::unique_ptr<ShaderProgram> m_modelProgram;

@@ -27,7 +27,7 @@ class TargetFramebuffer;
 /// |--------|--------------------------|-----------------------------------------------------------------------------------|
 /// | 0      | Kvz_KvzTexture*_Diffuse  | GL_RGBA8: base colour, clamped to 0 to 1, not multiplied by its opacity in alpha. |
 /// | 1      | Kvz_KvzTexture*_Specular | GL_RGBA16F: specular colour, exponent in alpha.                                   |
-/// | 2      | Kvz_KvzTexture*_Normal   | GL_RGBA16F: unit normal in camera space, turned to the seen side; 1 in alpha.     |
+/// | 2      | Kvz_KvzTexture*_Normal   | GL_RGBA16F: unit normal in camera space; number of the material, from 1 up, in alpha. |
 /// | 3      | Kvz_KvzTexture*_Emission | GL_RGBA16F: light of the surface's own; in alpha 1 for unlit materials, else 0.   |
 /// | 4      | Kvz_KvzTexture*_Depth    | GL_DEPTH_COMPONENT32F.                                                            |
 /// | 5      | Kvz_KvzTexture*_Id       | GL_R32F: number of the triangle within its item, from 1 up; 0 for none.           |

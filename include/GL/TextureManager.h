@@ -2,6 +2,7 @@
 #pragma once
 
 #include <GL/Export.h>
+#include <GL/ImageUse.h>
 #include <GL/Texture.h>
 #include <GL/TextureFormat.h>
 
@@ -18,6 +19,7 @@
 namespace Velmora::Kvz {
 
 class ManagedTextures;
+class ManagedTextureUnits;
 class ShaderProgram;
 
 /// How TextureManager::loadTexture() turns an image file into a texture. Members are in the order in which callers
@@ -71,16 +73,19 @@ public:
     /// the same pointer. Row 0 of the texture is the image's bottom row. Null for an empty path, silently, and for a file
     /// that cannot be read: that is logged once, and each call tries again.
     virtual Texture *loadTexture(const QString &path, const TextureLoadOptions &options = TextureLoadOptions());
-    /// Makes the images of materials available to `managedTexture` in shaders until unbindTextures(). They lie on fixed
-    /// units that every linked program knows, so `program` can be null.
+    /// Makes images available to `managedTexture` in shaders until unbindTextures(): those of the model whose rows of material
+    /// data are bound, or those of addManagedTexture() where none are. They lie on fixed units that every linked program
+    /// knows, so `program` can be null.
     virtual void bindTextures(ShaderProgram *program);
     virtual void unbindTextures(ShaderProgram *program);
 
-    /// Stores the image of a material and returns the handle by which `managedTexture` samples it. Row 0 of the texture
-    /// is the image's bottom row; repeat wrap, mip levels, trilinear filter. Copies of one QImage share one handle, and each
-    /// call counts: pair it with releaseManagedTexture(). 0, which samples white, for a null image, without a
-    /// context, and, with one log line, when the driver holds no more.
-    int addManagedTexture(const QImage &image);
+    /// Stores an image for draws of a host's own and returns the handle by which `managedTexture` samples it. (A model keeps images
+    /// of its own, with handles of its own: GPUModel::addImage().) Row 0 of the texture is the image's bottom row; repeat
+    /// wrap, mip levels, trilinear filter. Copies of one QImage of the same use share one handle, and each call counts: pair
+    /// it with releaseManagedTexture(). 0, which samples white, for a null image, without a context, and, with one log line,
+    /// when the driver holds no more. Images of more than six sizes are enlarged to one of the six, or scaled down with one
+    /// log line where all are smaller.
+    int addManagedTexture(const QImage &image, ImageUse use = ImageUse::Colour);
     /// Gives a handle back. 0 and unknown handles are ignored.
     void releaseManagedTexture(int handle);
 
@@ -134,6 +139,7 @@ private:
         std::unique_ptr<Texture> texture;
     };
 
+    ManagedTextures &managed();
     Entry *findEntry(const Texture *texture);
     const Entry *findEntry(const Texture *texture) const;
 
@@ -142,6 +148,7 @@ private:
     QHash<QString, QString> m_reported; ///< By path, what was last said of an image that could not be read.
     QHash<QRgb, QSharedPointer<Texture>> m_colors;
     std::unique_ptr<ManagedTextures> m_managed;
+    std::unique_ptr<ManagedTextureUnits> m_managedUnits;
     QString m_holderLabel;
 };
 

@@ -4,6 +4,7 @@
 #include <Host/Export.h>
 
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 #include <QtGui/QImage>
 
 namespace Velmora::Kvz {
@@ -11,6 +12,9 @@ namespace Velmora::Kvz {
 /// Why no picture can be written to this file, in one line without its name; empty when it should work. The suffix gives the
 /// format: "png", or another that the installed Qt can write. Changes nothing on disk.
 KVZ_HOST_EXPORT QString imageFileProblem(const QString &file);
+
+/// The suffixes that writeImage() takes, in order.
+KVZ_HOST_EXPORT QStringList writableImageSuffixes();
 
 /// Writes a picture in the format that the file's suffix gives, completely or not at all: on failure an existing file stays
 /// as it was. False, with one line in `error` that names the file, for a null image, an unknown suffix and a file that cannot

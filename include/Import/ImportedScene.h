@@ -153,6 +153,18 @@ struct ImportedAnimation
     QVector<Channel> channels;
 };
 
+/// How a scene is put on the GPU.
+struct SceneBuildOptions
+{
+    /// For chains that shade in the basic passes. They take normals as the matrices of items leave them and texture coordinates as
+    /// they are, so whatever a node stretches is stretched before, and the coordinates are those that the base colour texture
+    /// asks for, its transform included. Each stretch and each such texture costs a copy of the mesh. Passes that
+    /// light surfaces draw both alike.
+    bool forBasicPasses = false;
+    /// The memory that images may take, as GPUModelBuilder::setImageBudget() has it.
+    qint64 imageBudget = qint64(512) << 20;
+};
+
 /// A model file as plain data, with Y up and counter-clockwise fronts. Flat arrays and numbers throughout: it needs no GL, and
 /// could be handed from one process to another.
 struct KVZ_HOST_EXPORT ImportedScene
@@ -172,6 +184,10 @@ struct KVZ_HOST_EXPORT ImportedScene
     QVector<ImportedCamera> cameras;
     QVector<ImportedLight> lights;
     QVector<ImportedAnimation> animations;
+    QString format; ///< The type of the file, by its name in modelFormats().
+    QStringList extensionsUsed; ///< Of glTF, as the file lists them.
+    QStringList extensionsRequired; ///< Of glTF: those without which the file makes no sense.
+    QStringList variants; ///< Names of the sets of materials that glTF offers; `materials` are those of no set.
     QString
         upAxis; ///< "x", "-y" and so on: what the file says of itself, before it was turned; empty: it does not say.
     float unit = 0; ///< In metres: what the file says of its lengths; 0: it does not say. Lengths are not scaled.
@@ -180,10 +196,19 @@ struct KVZ_HOST_EXPORT ImportedScene
     /// The corners of all items in world space, as framePoints() takes them.
     QVector<QVector3D> points() const;
 
-    /// The scene on the GPU; needs a current context. Null, with one log line, when the driver cannot hold it. Texture
-    /// coordinates are those that the base colour texture asks for, its transform included.
-    QSharedPointer<GPUModel> build() const;
+    /// Whether the material of any item is a mask: shadow passes draw such an item without its holes.
+    bool hasMasks() const;
+
+    /// The scene on the GPU; needs a current context. Null, with one log line, when the driver cannot hold it.
+    QSharedPointer<GPUModel> build(const SceneBuildOptions &options = SceneBuildOptions()) const;
+    /// Frees the pixels of all images, which build() has copied: those of materials too. All else stays.
+    void releaseImages();
 };
+
+/// Scales a scene about the origin, with its cameras and lights, so that the largest side of the bounds of its items is as long as
+/// given: some passes have constants that are lengths. False, and nothing is changed, for a scene without extent and for a length
+/// that is not above 0 or out of reach of floats.
+KVZ_HOST_EXPORT bool scaleInto(ImportedScene *scene, float largestExtent);
 
 /// Puts a floor under a scene: a square at the height of its lowest point, light grey, facing upwards. It reaches beyond the
 /// scene by the scene's height on every side, so that shadows of lights from 45 degrees up fall on it whole. A scene without

@@ -37,6 +37,9 @@ namespace Velmora::Kvz {
 /// surfaces. An image of the opacity (map_d) becomes the alpha of the diffuse image, which the passes do not blend by:
 /// ModelRenderPass can cut holes by it.
 ///
+/// Images are PNG, JPEG, TGA, BMP, GIF and whatever else Qt's plugins know, such as WebP; 16 bits a channel are rounded to 8. An
+/// emissive image without a colour beside it shines as it is, but in glTF, where that means not at all.
+///
 /// Textures are looked for in the file itself, at their path beside the model file, then by bare name beside it. Each texture
 /// that cannot be read gives a warning that names it with the file and material, and white takes its place. Each material
 /// library that cannot be read gives a warning that names it with the file: for OBJ the library of the model's own name takes

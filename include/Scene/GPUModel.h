@@ -9,6 +9,7 @@
 #include <QtCore/QPair>
 #include <QtCore/QSharedPointer>
 #include <QtCore/QVector>
+#include <QtGui/QImage>
 #include <QtGui/QMatrix4x4>
 #include <QtGui/QVector3D>
 
@@ -98,7 +99,8 @@ public:
     DrawBuffers *drawBuffers(int index) const;
     /// Rows of object data, bindable to their fixed unit; null for an index other than 0.
     Bindable *objectData(int index) const;
-    /// Rows of material data, bindable to their fixed unit; null for an index other than 0.
+    /// Rows of material data, bindable to their fixed unit; null for an index other than 0. While they or those of
+    /// surfaceData() are bound, TextureManager::bindTextures() takes the model's images.
     Bindable *materialData(int index) const;
     /// What materialData(0) holds, as the model was built: the rows of all items one after another, each of
     /// InstanceDataPlan::stride() * 4 floats of the plan "OBJMaterial". Where a value stands in its row is what
@@ -106,6 +108,13 @@ public:
     const QVector<float> &materialRows() const;
     /// Rows of the plan "SurfaceMaterial", bindable to their fixed unit.
     Bindable *surfaceData() const;
+    /// While it is bound, TextureManager::bindTextures() takes the model's images: for draws of a pass's own with rows that
+    /// replace the model's. Both kinds of rows above bind it themselves.
+    Bindable *materialImages() const;
+    /// Stores one more image with those of the model and returns its handle, for rows of a host's own: draws of a model, and
+    /// draws with its rows bound, sample the model's images alone. It lives as long as the model. As for the limits, see
+    /// TextureManager::addManagedTexture(). 0, which samples white, for a null image and without a context.
+    int addImage(const QImage &image);
     /// What vertices have beyond position, normal and first texture coordinates.
     const VertexExtras &vertexExtras() const;
 

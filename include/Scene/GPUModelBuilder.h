@@ -5,6 +5,8 @@
 #include <Scene/GPUModel.h>
 #include <Scene/ModelData.h>
 
+#include <QtCore/QHash>
+#include <QtCore/QPair>
 #include <QtCore/QSharedPointer>
 #include <QtCore/QVector>
 #include <QtGui/QMatrix4x4>
@@ -33,6 +35,10 @@ public:
     /// finite.
     int addItem(int mesh, int material, const QMatrix4x4 &modelMatrix = QMatrix4x4(), quint64 featureFlags = 0,
         ItemOption option = AsGiven);
+    /// The memory that the material images of the model may take on the GPU, in bytes, with their mip levels; 512 MiB unless it is
+    /// set, and at least 1. Images of one size share an array texture, and there are six: further sizes are enlarged to share
+    /// one. Where all of it takes more than this, the largest images are halved until it does not, with one log line.
+    void setImageBudget(qint64 bytes);
     /// The model; needs a current context. Meshes and materials that no item uses take no room in it. A builder without
     /// items gives a model that draws nothing. Null, with one log line, without a context and for more items than the
     /// driver's buffer textures hold.
@@ -47,9 +53,13 @@ private:
         quint64 featureFlags;
     };
 
+    bool isTransparent(int mesh, int material);
+
     QVector<MeshData> m_meshes;
     QVector<MaterialData> m_materials;
     QVector<Item> m_items;
+    QHash<QPair<int, int>, bool> m_isTransparent; ///< By mesh and material, what is known of them.
+    qint64 m_imageBudget = qint64(512) << 20;
 };
 
 } // namespace Velmora::Kvz

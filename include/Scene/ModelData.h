@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <GL/Export.h>
+
+#include <QtCore/QString>
 #include <QtCore/QVector>
 #include <QtGui/QImage>
 #include <QtGui/QTransform>
@@ -30,11 +33,12 @@ struct ImageSampling
     enum Wrap { Repeat, MirroredRepeat, ClampToEdge };
     enum Filter { Linear, Nearest };
 
+    QString imageName; ///< What the image is called, for messages; can be empty.
     int uvSet = 0; ///< 0: texCoords, 1: texCoords1.
     QTransform transform; ///< Of texture coordinates whose (0, 0) is the lower left corner; affine.
     Wrap wrapU = Repeat;
     Wrap wrapV = Repeat;
-    Filter magnification = Linear;
+    Filter magnification = Linear; ///< Nearest also keeps pixels square where the image is stored enlarged.
     Filter minification = Linear;
     bool mipmaps = true;
 };
@@ -68,5 +72,11 @@ struct MaterialData
         true; ///< Faces seen from behind are lit from the side that is seen; else by their normal.
     bool isUnlit = false; ///< The diffuse colour is shown as it is.
 };
+
+/// Whether any pixel has an alpha below 1: many images have the channel and make no use of it.
+KVZ_GL_EXPORT bool isSeeThrough(const QImage &image);
+
+/// Whether a surface of this material and mesh has alphas below 1 that are blended.
+KVZ_GL_EXPORT bool letsLightThrough(const MaterialData &material, const MeshData &mesh);
 
 } // namespace Velmora::Kvz

@@ -176,7 +176,7 @@ std::vector<LightDescription> readLights(const QJsonValue &value, Reader *reader
 
 QString syntaxError(const QByteArray &json, const QJsonParseError &problem)
 {
-    // The parser stands behind the character that it stumbled over.
+    // The parser stops one past the character that it could not read.
     const QByteArray before = json.left(std::max(0, problem.offset - 1));
     const int line = before.count('\n') + 1;
     const int column = QString::fromUtf8(before.mid(before.lastIndexOf('\n') + 1)).size() + 1;

@@ -36,10 +36,11 @@ QString tooLarge(int limit)
 class DriverCheck
 {
 public:
-    DriverCheck(const ChainPass &described, const ResolvedPass &pass, QVector<ChainFinding> *findings)
+    DriverCheck(const ChainPass &described, const ResolvedPasses &passes, int index, QVector<ChainFinding> *findings)
         : m_described(described),
-          m_pass(pass),
-          m_gravest(pass.enabled ? Severity::Error : Severity::Warning),
+          m_pass(passes[index]),
+          m_use(passes, index),
+          m_gravest(m_pass.enabled ? Severity::Error : Severity::Warning),
           m_findings(findings)
     { }
 
@@ -57,6 +58,8 @@ public:
         }
         for (const DriverNeed &need : m_pass.info->driverNeeds)
             checkNeed(need);
+        if (m_pass.info->checkOnDriver && m_pass.optionProblems.isEmpty())
+            checkOptions();
     }
 
 private:
@@ -98,8 +101,18 @@ private:
         }
     }
 
+    void checkOptions()
+    {
+        QVector<OptionProblem> problems;
+        m_pass.info->checkOnDriver(m_pass.options, m_use, &problems);
+        for (const OptionProblem &problem : qAsConst(problems))
+            m_findings->append({Severity::Warning, Code::UnusableConfiguration, m_described.name, problem.option,
+                problem.expected, problem.actual, problem.remedy});
+    }
+
     const ChainPass &m_described;
     const ResolvedPass &m_pass;
+    ResolvedUse m_use;
     Severity m_gravest;
     QVector<ChainFinding> *m_findings;
 };
@@ -123,7 +136,7 @@ QVector<ChainFinding> validateChainOnDriver(const ResolvedChain &chain)
     const ResolvedPasses &passes = chain.passes();
     for (int i = 0; i < passes.size(); ++i) {
         if (passes[i].info)
-            DriverCheck(chain.description().passes[i], passes[i], &findings).run();
+            DriverCheck(chain.description().passes[i], passes, i, &findings).run();
     }
     return findings;
 }

@@ -21,8 +21,8 @@ struct InputValue
     QVariant value; ///< Of the input's type; invalid says "null". The name of an image file is an absolute path.
 };
 
-/// Converts a value for an input. The relative name of an image file starts in `folder`, or in the working directory where
-/// that is empty. Does not look at the file.
+/// Converts a value for an input. The relative name of an image file is resolved against `folder`, or against the working
+/// directory when that is empty. Does not look at the file.
 InputValue readInputValue(const InputInfo &input, const QVariant &given, const QString &folder);
 
 } // namespace Velmora::Kvz

@@ -11,7 +11,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// What of a name a person remembers: letters and digits, without the words that all names share.
+/// The memorable part of a name: letters and digits, without the words that all names share.
 QString essence(const QString &name)
 {
     QString text = name.toLower();

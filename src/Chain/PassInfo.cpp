@@ -169,6 +169,9 @@ QStringList toStringList(PassTraits traits)
         {PassTrait::ResetsCulling, "resets culling"},
         {PassTrait::Presents, "presents"},
         {PassTrait::Background, "fills the background"},
+        {PassTrait::LosesAlpha, "loses alpha"},
+        {PassTrait::BasicSurfaces, "draws basic surfaces"},
+        {PassTrait::ComparesFrames, "compares frames"},
     };
     QStringList list;
     for (const auto &text : texts) {

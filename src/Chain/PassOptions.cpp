@@ -39,14 +39,15 @@ QString resolveShaderFile(
     const QString path = QDir::cleanPath(QDir(folder).absoluteFilePath(given));
     const QFileInfo file(path);
     const char *const problem = !file.exists() ? "which is not there"
-        : !file.isFile()                       ? "which is no file"
+        : !file.isFile()                       ? "which is not a file"
         : !file.isReadable()                   ? "which cannot be read"
                                                : nullptr;
     if (problem) {
         problems->append({option, QStringLiteral("a shader file"),
             QStringLiteral("%1, %2").arg(quoted(path), QLatin1String(problem)),
-            QDir::isRelativePath(given) ? QStringLiteral("its name counts from the folder of the chain file")
-                                        : QString()});
+            QDir::isRelativePath(given)
+                ? QStringLiteral("relative names are resolved against the folder of the chain file")
+                : QString()});
     }
     return path;
 }
@@ -129,7 +130,7 @@ ConfiguredPass configurePass(
 PassOptions resolveOptions(
     const PassInfo &pass, const QVariantMap &given, QVector<OptionProblem> *problems, const QString &folder)
 {
-    // The entry is the caller's: nothing is to be deleted.
+    // The entry belongs to the caller, so the deleter does nothing.
     const ConfiguredPass configured = configurePass({std::shared_ptr<void>(), &pass}, given, folder);
     if (problems)
         *problems += configured.problems;

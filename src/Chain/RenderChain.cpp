@@ -39,8 +39,8 @@ struct RenderChain::Private
     ChainState state;
     ChainEditor editor{&state};
     SlotList slots;
-    quint64 followedRevision = 0; ///< Of the state: what the slots follow.
-    quint64 followedNames = 0; ///< Of the values: what the slots follow.
+    quint64 followedRevision = 0; ///< The revision of the state that the slots reflect.
+    quint64 followedNames = 0; ///< The revision of the values' names that the slots reflect.
     FrameResults results;
     FrameTimes times;
     FrameRunner runner{&slots, &results, &times};
@@ -64,7 +64,7 @@ struct RenderChain::Private
     bool reloadShaders();
 };
 
-/// Makes the slots those of the chain as it is. False for a chain with errors.
+/// Brings the slots up to date with the chain. False for a chain with errors.
 bool RenderChain::Private::followChain()
 {
     const ResolvedChain &chain = state.resolved();
@@ -88,7 +88,7 @@ void RenderChain::Private::enterContext()
     runner.enterContext();
 }
 
-/// Deletes all passes. Their objects in a context that is not current drop their names.
+/// Deletes all passes. GL objects of a context that is not current only forget their names.
 void RenderChain::Private::leaveContext()
 {
     context.stopListening();
@@ -135,7 +135,7 @@ bool RenderChain::Private::render()
     if (!followChain() || !checkViewports(&size))
         return false;
     slots.objects().deleteRetired(true);
-    takeRefusals(); // Programs that failed before are not those of this frame.
+    takeRefusals(); // Earlier failures do not belong to this frame.
     if (!slots.makePasses(&error))
         return false;
 

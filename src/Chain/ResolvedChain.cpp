@@ -44,13 +44,37 @@ QStringList ResolvedChain::errors() const
 
 bool ResolvedChain::presents() const
 {
+    return has(PassTrait::Presents);
+}
+
+bool ResolvedChain::has(PassTrait trait) const
+{
     return std::any_of(m_passes->begin(), m_passes->end(),
-        [](const ResolvedPass &pass) { return pass.enabled && pass.traits.testFlag(PassTrait::Presents); });
+        [trait](const ResolvedPass &pass) { return pass.enabled && pass.traits.testFlag(trait); });
+}
+
+bool ResolvedChain::takes(const QString &frameValue) const
+{
+    return std::any_of(m_passes->begin(), m_passes->end(), [&](const ResolvedPass &pass) {
+        return pass.enabled && std::any_of(pass.inputs.begin(), pass.inputs.end(), [&](const ResolvedInput &input) {
+            return input.source == ResolvedInput::Source::FrameValue && input.frameValue == frameValue;
+        });
+    });
 }
 
 bool ResolvedChain::takesLights() const
 {
     return m_passes->takeLights();
+}
+
+bool ResolvedChain::keepsPast() const
+{
+    const PassTraits past =
+        PassTrait::JittersCamera | PassTrait::AccumulatesFrames | PassTrait::Culls | PassTrait::ComparesFrames;
+    return std::any_of(m_passes->begin(), m_passes->end(), [past](const ResolvedPass &pass) {
+        const auto isPast = [](const ResolvedInput &input) { return input.source == ResolvedInput::Source::Previous; };
+        return pass.enabled && (pass.traits & past || std::any_of(pass.inputs.begin(), pass.inputs.end(), isPast));
+    });
 }
 
 QStringList ResolvedChain::shaderFiles() const

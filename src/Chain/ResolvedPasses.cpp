@@ -12,7 +12,7 @@ using Source = ResolvedInput::Source;
 
 namespace {
 
-/// Whether an input takes an output of its name when nothing is said about it.
+/// Whether an input takes an output of the same name when the chain does not mention it.
 bool takesByName(const InputInfo &input, const OutputInfo &output)
 {
     if (input.name != output.name || !canFeed(output.type, input.type))
@@ -34,7 +34,7 @@ public:
           m_allEnabled(allEnabled)
     { }
 
-    /// Where an input takes its value; the value that the chain sets stays out.
+    /// Where an input takes its value, the value that the chain sets left aside.
     ResolvedInput find(int consumer, const InputInfo &input) const
     {
         const ChainPass &pass = m_chain.passes[consumer];
@@ -68,7 +68,7 @@ private:
             const int producer = m_chain.findPass(source.pass);
             const PassInfo *info = producer < 0 ? nullptr : m_passes[size_t(producer)].info.get();
             const int output = info ? info->findOutput(source.port) : -1;
-            // A disabled pass takes nothing from others: skipping it gives no texture back that it never had.
+            // A disabled pass takes nothing from others, so that skipping it releases no texture that it never held.
             if (output >= 0 && isEnabled(consumer) && (isPrevious || producer < consumer)) {
                 found.source = isPrevious ? Source::Previous : Source::Output;
                 found.pass = producer;
@@ -112,7 +112,7 @@ private:
     bool m_allEnabled;
 };
 
-/// The names of the inputs whose values say how many samples a pass's images have, or whether several serve.
+/// The names of the inputs whose values say how many samples a pass's images have, or whether it accepts several.
 QStringList sampleInputsOf(const PassInfo &info)
 {
     QStringList names;

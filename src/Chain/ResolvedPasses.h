@@ -69,17 +69,17 @@ public:
     std::vector<ResolvedPass>::const_iterator begin() const { return m_passes.begin(); }
     std::vector<ResolvedPass>::const_iterator end() const { return m_passes.end(); }
 
-    /// The output behind a source that is one.
+    /// The output that a source refers to, if it is an output.
     const OutputInfo &outputOf(const ResolvedInput &source) const;
-    /// The output that made an image, behind passes that hand it on.
+    /// The output that an image comes from, looking through passes that hand it on.
     ResolvedInput originOf(ResolvedInput source) const;
     /// Whether an enabled pass takes the frame's lights.
     bool takeLights() const;
     /// What an input would take if all passes were enabled.
     ResolvedInput whenAllRun(int pass, int input) const;
 
-    /// Exchanges a value that the chain sets already, if nothing but the value itself changes by it: no source, no rule, no
-    /// trait, no number of samples. False, with nothing changed, if something may.
+    /// Exchanges a value that the chain sets already, provided that this changes nothing else: no source, no rule, no trait,
+    /// no number of samples. False, with nothing changed, if something may.
     bool exchangeValue(int pass, int input, const QVariant &given, const InputValue &value);
 
 private:

@@ -81,7 +81,7 @@ void CompositeRenderPass::start(RenderCallbacks *callbacks)
 
     AutoBinder framebuffer(m_framebuffer.get());
     Texture *const frame =
-        attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::LowDynamicRange, size);
+        attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::HighDynamicRange, size);
     m_framebuffer->setDrawBuffers();
     glDisable(GL_DEPTH_TEST);
     glDisable(GL_BLEND);

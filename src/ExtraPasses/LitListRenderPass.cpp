@@ -196,7 +196,7 @@ void LitListRenderPass::start(RenderCallbacks *)
     giveBack(nodes);
 }
 
-/// Makes the model's buffers readable by shaders. That is done anew in each frame, since another model may have come, and a
+/// Makes the model's buffers readable by shaders. Done in each frame, since another model may have come, and a
 /// deleted buffer's name may be in use again.
 void LitListRenderPass::showBuffers(const GPUModel &model)
 {
@@ -245,6 +245,7 @@ void LitListRenderPass::shade(GPUModel &model, Texture *heads, Texture *nodes)
         AutoBinder commands(geometry.getDrawElementsIndirectCommandsUniformBufferObject());
         AutoBinder objects(unlessReplaced(objectPlan, model.objectData(0)));
         AutoBinder surfaces(unlessReplaced(surfacePlan, model.surfaceData()));
+        AutoBinder images(model.materialImages());
         TextureManager::Instance()->bindTextures(m_program.get());
         m_screenQuad->draw();
         TextureManager::Instance()->unbindTextures(m_program.get());

@@ -46,6 +46,7 @@ const QString fragmentSource = QStringLiteral(R"(#version 150
 uniform sampler2D u_Background;
 uniform vec2 u_Size;
 uniform vec2 u_FromCentre;
+uniform bool u_BlendsOverFrame; // Else the background alone is behind a surface.
 out vec4 out_FragColor;
 )") + surfaceInputSource
     + directionToEyeSource + QStringLiteral(R"(
@@ -68,7 +69,7 @@ void main()
         discard;
     normal = surfaceNormal(surface, normal, gl_FrontFacing);
     vec3 shaded = clamp(shadeSurface(surface, position, normal, directionToEye(position)), 0.0, 1.0);
-    vec4 behind = texture(u_Background, gl_FragCoord.xy / u_Size);
+    vec4 behind = u_BlendsOverFrame ? vec4(0.0) : texture(u_Background, gl_FragCoord.xy / u_Size);
     out_FragColor = vec4(mix(behind.rgb, shaded, surface.opacity), surface.opacity + behind.a * (1.0 - surface.opacity));
 }
 )");
@@ -173,11 +174,26 @@ void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *backgroun
         setSurfaceCamera(
             *m_modelProgram, shifted(projection, shiftTo(actual, subsamplePosition(frame, sample), size)), camera);
         m_modelProgram->setUniform(QStringLiteral("u_FromCentre"), QVector2D(position[0] - 0.5f, position[1] - 0.5f));
-        drawSurfaces(*model, *m_modelProgram, SurfaceSelection::All);
+        m_modelProgram->setUniform(QStringLiteral("u_BlendsOverFrame"), false);
+        drawSurfaces(*model, *m_modelProgram, SurfaceSelection::Opaque);
+        if (!model->isDrawEmpty(GPUModel::Transparent, GPUModel::Transparent))
+            blendTransparentItems(model);
     }
     glSampleMaski(0, 0xffffffffu);
     glDisable(GL_SAMPLE_MASK);
     glDisable(GL_DEPTH_TEST);
+}
+
+/// Lays the transparent items over what is drawn, in the order of the model.
+void MultisampleForwardRenderPass::blendTransparentItems(GPUModel *model)
+{
+    m_modelProgram->setUniform(QStringLiteral("u_BlendsOverFrame"), true);
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+    glDepthMask(GL_FALSE);
+    drawSurfaces(*model, *m_modelProgram, SurfaceSelection::Transparent);
+    glDepthMask(GL_TRUE);
+    glDisable(GL_BLEND);
 }
 
 } // namespace Velmora::Kvz

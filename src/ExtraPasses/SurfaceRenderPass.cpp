@@ -38,6 +38,7 @@ const QList<Target> &targets()
 
 // Half floats end at 65504.
 const QString fragmentSource = QStringLiteral(R"(#version 150
+#instancedata "SurfaceMaterial"
 #include "Surface.glslh"
 out vec4 out_Diffuse;
 out vec4 out_Specular;
@@ -53,7 +54,7 @@ void main()
         discard;
     out_Diffuse = vec4(surface.baseColour, surface.opacity);
     out_Specular = min(vec4(surface.specular, surface.shininess), 65504.0);
-    out_Normal = vec4(surfaceNormal(surface, vo_Normal, gl_FrontFacing), 1.0);
+    out_Normal = vec4(surfaceNormal(surface, vo_Normal, gl_FrontFacing), float(getSurfaceId() + 1));
     out_Emission = vec4(min(surface.emission, 65504.0), surface.isUnlit ? 1.0 : 0.0);
     out_Id = float(gl_PrimitiveID + 1);
 }

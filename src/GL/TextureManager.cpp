@@ -246,30 +246,34 @@ void TextureManager::bindTextures(ShaderProgram *)
 {
     if (!currentContextHandle())
         return;
-    if (!m_managed)
-        m_managed = std::make_unique<ManagedTextures>();
-    m_managed->bind();
+    if (!m_managedUnits)
+        m_managedUnits = std::make_unique<ManagedTextureUnits>();
+    ManagedTextures *const bound = ManagedTextures::bound();
+    m_managedUnits->bind(bound ? *bound : managed());
 }
 
 void TextureManager::unbindTextures(ShaderProgram *)
 {
-    if (m_managed && currentContextHandle())
-        m_managed->unbind();
+    if (m_managedUnits && currentContextHandle())
+        m_managedUnits->unbind();
 }
 
-int TextureManager::addManagedTexture(const QImage &image)
+int TextureManager::addManagedTexture(const QImage &image, ImageUse use)
 {
-    if (!currentContextHandle())
-        return 0;
-    if (!m_managed)
-        m_managed = std::make_unique<ManagedTextures>();
-    return m_managed->add(image);
+    return currentContextHandle() ? managed().add({image, use, false, QString()}) : 0;
 }
 
 void TextureManager::releaseManagedTexture(int handle)
 {
     if (m_managed)
         m_managed->release(handle);
+}
+
+ManagedTextures &TextureManager::managed()
+{
+    if (!m_managed)
+        m_managed = std::make_unique<ManagedTextures>();
+    return *m_managed;
 }
 
 TextureManager::PoolStatistics TextureManager::poolStatistics() const

@@ -34,7 +34,7 @@ QString describe(const QImage &image)
         break;
     }
     return image.depth() > 32 ? QStringLiteral("16 bits a channel")
-                              : QStringLiteral("%1 bits a pixel in another order").arg(image.depth());
+                              : QStringLiteral("%1 bits per pixel in another order").arg(image.depth());
 }
 
 /// Whether a JPEG file is CMYK. Image readers convert it to RGB without saying so.
@@ -61,7 +61,7 @@ ImageFileInfo inspect(const QString &path)
     registerEnvironments();
     const QFileInfo file(path);
     info.problem = !file.exists() ? QStringLiteral("which is not there")
-        : !file.isFile()          ? QStringLiteral("which is no file")
+        : !file.isFile()          ? QStringLiteral("which is not a file")
         : !file.isReadable()      ? QStringLiteral("which cannot be read")
                                   : QString();
     if (!info.problem.isEmpty())
@@ -81,7 +81,7 @@ ImageFileInfo inspect(const QString &path)
     info.size = image.size();
     info.has32Bits = image.format() == QImage::Format_RGB32 || image.format() == QImage::Format_ARGB32
         || image.format() == QImage::Format_ARGB32_Premultiplied;
-    info.format = info.has32Bits ? QStringLiteral("32 bits a pixel") : describe(image);
+    info.format = info.has32Bits ? QStringLiteral("32 bits per pixel") : describe(image);
     info.isCmyk = isCmykJpeg(path);
     return info;
 }

@@ -8,6 +8,14 @@
 
 namespace Velmora::Kvz {
 
+QStringList writableImageSuffixes()
+{
+    QStringList suffixes;
+    for (const QByteArray &suffix : QImageWriter::supportedImageFormats())
+        suffixes.append(QString::fromLatin1(suffix));
+    return suffixes;
+}
+
 QString imageFileProblem(const QString &file)
 {
     const QFileInfo info(file);
@@ -17,7 +25,7 @@ QString imageFileProblem(const QString &file)
         return QStringLiteral("is a directory, not a picture file");
     if (suffix.isEmpty())
         return QStringLiteral("the name needs a suffix that gives the format, such as .png");
-    if (!QImageWriter::supportedImageFormats().contains(suffix.toLatin1()))
+    if (!writableImageSuffixes().contains(suffix))
         return QStringLiteral("pictures of type .%1 cannot be written; use .png").arg(suffix);
     if (!folder.isDir())
         return QStringLiteral("the directory %1 does not exist").arg(folder.filePath());

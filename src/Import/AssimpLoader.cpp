@@ -2,6 +2,7 @@
 #include "AssimpLoader.h"
 
 #include "FileNames.h"
+#include "FormatNames.h"
 #include "ImportBudget.h"
 
 #include <assimp/DefaultIOSystem.h>
@@ -16,7 +17,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iostream>
 #include <memory>
+#include <sstream>
 #include <vector>
 
 namespace Velmora::Kvz {
@@ -81,6 +84,25 @@ private:
     QStringList *m_missing;
 };
 
+/// Keeps what is written to std::cerr while it lives: assimp's reader of OpenGEX writes there.
+class SilentErrors
+{
+public:
+    explicit SilentErrors(bool isWanted)
+        : m_former(isWanted ? std::cerr.rdbuf(m_sink.rdbuf()) : nullptr)
+    { }
+    ~SilentErrors()
+    {
+        if (m_former)
+            std::cerr.rdbuf(m_former);
+    }
+    Q_DISABLE_COPY(SilentErrors)
+
+private:
+    std::ostringstream m_sink;
+    std::streambuf *m_former;
+};
+
 /// Leaves out children that a loader counted and did not make: for RAW files of several groups assimp 5.2 makes the last alone.
 /// Returns whether there were any.
 bool dropMissingChildren(aiNode *root)
@@ -123,6 +145,22 @@ void adoptMeshes(aiScene *scene)
     root->mMeshes = new unsigned[meshes.size()];
     std::copy(meshes.begin(), meshes.end(), root->mMeshes);
     root->mNumMeshes = unsigned(meshes.size());
+}
+
+/// Why a file that says what it is cannot be read; empty for all others.
+QString reasonByMark(const QString &name)
+{
+    QFile file(name);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QByteArray start = file.read(12);
+    if (start.startsWith("glTF\x01"))
+        return QStringLiteral("it is binary glTF (GLB) of version 1, which is not read; convert it to glTF 2");
+    if (start.startsWith("#VRML "))
+        return QStringLiteral("it is VRML, which is not read; convert it to glTF or X3D");
+    if (start.startsWith("\xff\xfe") || start.startsWith("\xfe\xff"))
+        return QStringLiteral("its text is UTF-16, which its reader does not take; convert it to UTF-8");
+    return {};
 }
 
 } // namespace
@@ -168,6 +206,7 @@ AssimpLoader::AssimpLoader(const QString &file, const QByteArray &text, ImportBu
 
 const aiScene *AssimpLoader::read(QString *reason)
 {
+    const SilentErrors silence(m_file.endsWith(QLatin1String(".ogex"), Qt::CaseInsensitive));
     const aiScene *scene = m_importer.ReadFile(QFile::encodeName(m_file).constData(), 0);
     *reason = m_budget->problem();
     if (!reason->isEmpty())
@@ -201,23 +240,37 @@ const aiScene *AssimpLoader::process(QString *reason)
     return nullptr;
 }
 
-QByteArray AssimpLoader::format() const
+const aiImporterDesc *AssimpLoader::description() const
 {
     const int index = m_importer.GetPropertyInteger("importerIndex", -1);
-    const aiImporterDesc *description = index < 0 ? nullptr : m_importer.GetImporterInfo(size_t(index));
-    return description ? QByteArray(description->mFileExtensions).split(' ').first() : QByteArray();
+    return index < 0 ? nullptr : m_importer.GetImporterInfo(size_t(index));
+}
+
+QByteArray AssimpLoader::format() const
+{
+    return description() ? QByteArray(description()->mFileExtensions).split(' ').first() : QByteArray();
+}
+
+QString AssimpLoader::formatName() const
+{
+    return description() ? formatNameOf(description()->mName) : QString();
 }
 
 /// Why assimp gave no scene, in one line.
 QString AssimpLoader::failureReason() const
 {
     const QString suffix = QFileInfo(m_file).suffix();
-    const QString text = QString::fromUtf8(m_importer.GetErrorString());
-    if (!text.startsWith(QLatin1String("No suitable reader")))
-        return text.section(QLatin1Char('\n'), 0, 0).trimmed();
-    if (!suffix.isEmpty() && m_importer.IsExtensionSupported(suffix.toUtf8().constData()))
-        return QStringLiteral("damaged or truncated: no reader for .%1 files accepts it").arg(suffix);
-    return QStringLiteral("unknown type of model file (OBJ, glTF, GLB, PLY, STL and 3DS are known, among others)");
+    const QString text = QString::fromUtf8(m_importer.GetErrorString()).section(QLatin1Char('\n'), 0, 0).trimmed();
+    const QString mark = reasonByMark(m_file);
+    if (!mark.isEmpty())
+        return mark;
+    // Where the suffix says nothing, a reader took the file for its own by a word in it; its complaint would mislead.
+    if (suffix.isEmpty() || !m_importer.IsExtensionSupported(suffix.toUtf8().constData()))
+        return QStringLiteral("unknown type of model file (OBJ, glTF, GLB, PLY, STL and 3DS are known, among others)");
+    constexpr int longest = 200; // some quote the rest of the file
+    if (!text.isEmpty() && !text.startsWith(QLatin1String("No suitable reader")))
+        return text.size() > longest ? text.left(longest) + QStringLiteral("...") : text;
+    return QStringLiteral("damaged or truncated: no reader for .%1 files accepts it").arg(suffix);
 }
 
 } // namespace Velmora::Kvz

@@ -9,6 +9,7 @@
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
+struct aiImporterDesc;
 struct aiScene;
 
 namespace Velmora::Kvz {
@@ -55,10 +56,13 @@ public:
     const aiScene *process(QString *reason);
     /// The first suffix of the loader that read the file: "obj", "gltf", "stl" and so on.
     QByteArray format() const;
+    /// Its name, as modelFormats() has it.
+    QString formatName() const;
     /// Bare names of the files that the loader asked for and that cannot be opened.
     QStringList missingFiles() const { return m_missingFiles; }
 
 private:
+    const aiImporterDesc *description() const;
     QString failureReason() const;
 
     QString m_file;

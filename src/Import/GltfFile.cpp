@@ -102,23 +102,38 @@ Chunk jsonChunk(const QByteArray &glb)
     return {20, int(std::min<quint32>(size, quint32(glb.size() - 20)))};
 }
 
-bool isCompressedBuffer(const QJsonObject &buffer)
+QJsonObject meshoptOf(const QJsonObject &object)
 {
-    return buffer[QStringLiteral("extensions")]
-        .toObject()[QStringLiteral("EXT_meshopt_compression")]
-        .toObject()[QStringLiteral("fallback")]
-        .toBool();
+    return object[QStringLiteral("extensions")].toObject()[QStringLiteral("EXT_meshopt_compression")].toObject();
+}
+
+/// Whether all that lies in a buffer is compressed elsewhere. Not every writer marks such a buffer.
+bool isFallback(const QJsonObject &document, int number)
+{
+    if (meshoptOf(document[QStringLiteral("buffers")].toArray()[number].toObject())[QStringLiteral("fallback")]
+            .toBool())
+        return true;
+    const QJsonArray views = document[QStringLiteral("bufferViews")].toArray();
+    bool isUsed = false;
+    for (const QJsonValue &value : views) {
+        const QJsonObject view = value.toObject();
+        if (view[QStringLiteral("buffer")].toInt(-1) != number)
+            continue;
+        if (meshoptOf(view).isEmpty())
+            return false;
+        isUsed = true;
+    }
+    return isUsed;
 }
 
 /// The document with buffers of one byte in place of those that have no data, since what lies in them is compressed
-/// elsewhere: the library knows no such buffers.
-QByteArray withoutFallbacks(const QByteArray &json)
+/// elsewhere: the library knows no such buffers. The first buffer of a GLB lies in the file.
+QByteArray withoutFallbacks(const QByteArray &json, bool isBinary)
 {
     QJsonObject document = QJsonDocument::fromJson(json).object();
     QJsonArray buffers = document[QStringLiteral("buffers")].toArray();
-    for (int b = 0; b < buffers.size(); ++b) {
-        const QJsonObject buffer = buffers[b].toObject();
-        if (isCompressedBuffer(buffer) && !buffer.contains(QStringLiteral("uri")))
+    for (int b = isBinary ? 1 : 0; b < buffers.size(); ++b) {
+        if (!buffers[b].toObject().contains(QStringLiteral("uri")) && isFallback(document, b))
             buffers[b] = QJsonObject{{QStringLiteral("byteLength"), 1},
                 {QStringLiteral("uri"), QStringLiteral("data:application/octet-stream;base64,AA==")}};
     }
@@ -133,6 +148,27 @@ QByteArray withJson(const QByteArray &glb, const Chunk &chunk, QByteArray json)
     qToLittleEndian(quint32(result.size()), result.data() + 8);
     qToLittleEndian(quint32(json.size()), result.data() + 12);
     return result;
+}
+
+QString unreadExtension(const QString &name)
+{
+    return QStringLiteral("it requires the glTF extension %1, which is not read").arg(name);
+}
+
+/// Why the library does not take a document, where that says more than the library does; else empty.
+QString flawOf(const QByteArray &json, bool isBinary)
+{
+    const QJsonObject document = QJsonDocument::fromJson(json).object();
+    for (const QJsonValue &name : document[QStringLiteral("extensionsRequired")].toArray()) {
+        if (!readExtensions.contains(name.toString()))
+            return unreadExtension(name.toString());
+    }
+    const QJsonArray buffers = document[QStringLiteral("buffers")].toArray();
+    for (int b = isBinary ? 1 : 0; b < buffers.size(); ++b) {
+        if (!buffers[b].toObject().contains(QStringLiteral("uri")))
+            return QStringLiteral("buffer %1 names no file: its uri is missing").arg(b);
+    }
+    return {};
 }
 
 QString firstLine(const std::string &text)
@@ -243,7 +279,7 @@ bool GltfFile::load(const QString &file, const QByteArray &content, ImportBudget
     const Chunk json = isBinary ? jsonChunk(content) : Chunk{0, content.size()};
     QByteArray text = content;
     if (content.indexOf("EXT_meshopt_compression") >= 0) {
-        const QByteArray mended = withoutFallbacks(content.mid(json.begin, json.size));
+        const QByteArray mended = withoutFallbacks(content.mid(json.begin, json.size), isBinary);
         text = isBinary ? withJson(content, json, mended) : mended;
     }
     std::string error;
@@ -260,7 +296,9 @@ bool GltfFile::load(const QString &file, const QByteArray &content, ImportBudget
     }
     if (!isLoaded) {
         const QString reason = firstLine(error);
+        const QString flaw = flawOf(content.mid(json.begin, json.size), isBinary);
         *problem = !budget->problem().isEmpty() ? budget->problem()
+            : !flaw.isEmpty()                   ? flaw
             : !reader.missing.isEmpty()         ? QStringLiteral("its file \"%1\" is not there").arg(reader.missing)
                                                 : QStringLiteral("damaged or truncated glTF: %1")
                                               .arg(reason.isEmpty() ? QStringLiteral("no document in it") : reason);
@@ -269,11 +307,17 @@ bool GltfFile::load(const QString &file, const QByteArray &content, ImportBudget
     for (const std::string &required : m_document.extensionsRequired) {
         const QString name = QString::fromStdString(required);
         if (!readExtensions.contains(name)) {
-            *problem = QStringLiteral("it requires the glTF extension %1, which is not read").arg(name);
+            *problem = unreadExtension(name);
             return false;
         }
     }
     return true;
+}
+
+bool GltfFile::isCompressed(int bufferView) const
+{
+    return bufferView >= 0 && size_t(bufferView) < m_document.bufferViews.size()
+        && extensionOf(m_document.bufferViews[size_t(bufferView)].extensions, "EXT_meshopt_compression").IsObject();
 }
 
 QByteArray GltfFile::bytes(int bufferView)
@@ -362,6 +406,11 @@ bool GltfFile::open(int accessor, Elements *elements, QString *problem)
         return !from.sparse.isSparse || applySparse(from, elements, problem);
     }
     const QByteArray view = bytes(from.bufferView);
+    if (view.isNull() && isCompressed(from.bufferView)) {
+        *problem = QStringLiteral("accessor %1: its data cannot be decoded by EXT_meshopt_compression; is it damaged?")
+                       .arg(accessor);
+        return false;
+    }
     const size_t declared = size_t(from.bufferView) < m_document.bufferViews.size()
         ? m_document.bufferViews[size_t(from.bufferView)].byteStride
         : 0;

@@ -56,6 +56,7 @@ private:
 
     bool open(int accessor, Elements *elements, QString *problem);
     bool applySparse(const tinygltf::Accessor &accessor, Elements *elements, QString *problem);
+    bool isCompressed(int bufferView) const;
     QByteArray decompressed(int bufferView, const tinygltf::Value &extension);
 
     tinygltf::Model m_document;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "GltfReader.h"
 
+#include "FormatNames.h"
 #include "ImportBudget.h"
 #include "MaterialModel.h"
 #include "MeshCompletion.h"
@@ -110,8 +111,22 @@ GltfReader::GltfReader(GltfFile *document, const QString &file, const ImportOpti
       m_images(file, budget, &m_scene),
       m_materials(document, &m_images)
 {
+    m_scene.format = gltf2Name();
     m_scene.upAxis = QStringLiteral("y");
     m_scene.unit = 1;
+    const tinygltf::Model &source = document->document();
+    for (const std::string &name : source.extensionsUsed)
+        m_scene.extensionsUsed.append(QString::fromStdString(name));
+    for (const std::string &name : source.extensionsRequired)
+        m_scene.extensionsRequired.append(QString::fromStdString(name));
+    const tinygltf::Value &variants = extensionOf(source.extensions, "KHR_materials_variants");
+    if (!variants.IsObject() || !variants.Get("variants").IsArray())
+        return;
+    const tinygltf::Value &list = variants.Get("variants");
+    for (int i = 0; i < int(list.ArrayLen()); ++i) {
+        const tinygltf::Value &name = list.Get(i).IsObject() ? list.Get(i).Get("name") : list.Get(i);
+        m_scene.variants.append(name.IsString() ? QString::fromStdString(name.Get<std::string>()) : QString());
+    }
 }
 
 bool GltfReader::read(ImportedScene *scene, QString *problem)
@@ -295,7 +310,7 @@ bool GltfReader::readItems(int node, QString *problem)
             item.material = material;
             item.node = node;
             item.modelMatrix = matrix;
-            item.featureFlags = featureFlagsOf(m_scene.materials[material], m_scene.meshes[primitive.mesh]);
+            item.featureFlags = m_flags.of(m_scene, material, primitive.mesh);
             m_scene.items.append(item);
         }
     }

@@ -3,6 +3,7 @@
 
 #include "GltfFile.h"
 #include "GltfMaterials.h"
+#include "MaterialModel.h"
 #include "NodePose.h"
 #include "SceneImages.h"
 
@@ -59,6 +60,7 @@ private:
     ImportedScene m_scene;
     SceneImages m_images;
     GltfMaterials m_materials;
+    ItemFlags m_flags;
     QVector<int> m_nodes; // the document's, by the scene's
     QVector<int> m_numbers; // the scene's, by the document's; -1: not part of the scene
     QVector<NodePose> m_poses; // by the scene's node

@@ -109,14 +109,43 @@ QString exaggeratedOff(const QList<QByteArray> &lines, qint64 fileSize)
     return faces > fileSize ? declares(faces, "faces", fileSize) : QString();
 }
 
+/// Bytes of a number of PLY; 0 for a word that is no type.
+int plyBytes(const QByteArray &type)
+{
+    static const QList<QByteArray> types[] = {{"char", "uchar", "int8", "uint8"},
+        {"short", "ushort", "int16", "uint16"}, {"int", "uint", "float", "int32", "uint32", "float32"},
+        {"double", "float64"}};
+    for (int power = 0; power < 4; ++power) {
+        if (types[power].contains(type))
+            return 1 << power;
+    }
+    return 0;
+}
+
 QString exaggeratedPly(const QList<QByteArray> &lines, qint64 fileSize)
 {
+    bool isBinary = false;
+    qint64 count = 0; // of the element whose properties follow
+    qint64 header = 0;
+    qint64 data = 0; // at least: lists may be empty
     for (const QByteArray &line : lines) {
         const QList<QByteArray> words = line.simplified().split(' ');
-        if (words.value(0) == "end_header")
-            break;
-        if (words.value(0) == "element" && countOf(words.value(2)) > fileSize)
-            return declares(countOf(words.value(2)), "elements", fileSize);
+        header += line.size() + 1;
+        if (words.value(0) == "format")
+            isBinary = words.value(1).startsWith("binary");
+        if (words.value(0) == "element") {
+            count = countOf(words.value(2));
+            if (count > fileSize)
+                return declares(count, "elements", fileSize);
+        }
+        if (words.value(0) == "property")
+            data += count * plyBytes(words.value(1) == "list" ? words.value(2) : words.value(1));
+        if (words.value(0) != "end_header")
+            continue;
+        if (isBinary && data > fileSize - header)
+            return QStringLiteral("damaged or truncated: its header declares %1 bytes of data, and %2 are there")
+                .arg(QString::number(data), QString::number(fileSize - header));
+        break;
     }
     return {};
 }

@@ -32,7 +32,7 @@ private:
     QString m_problem;
 };
 
-/// Why the header of a text format declares what its file cannot hold, in one line; empty when it does not. Loaders make room
+/// Why the header of a file declares what the file cannot hold, in one line; empty when it does not. Loaders make room
 /// for what a header declares before they read on: a file of 300 bytes may ask for all memory. Knows OFF and PLY.
 QString exaggeratedHeader(const QByteArray &start, qint64 fileSize);
 

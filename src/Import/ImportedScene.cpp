@@ -1,39 +1,35 @@
 // SPDX-License-Identifier: MIT
 #include <Import/ImportedScene.h>
 
-#include <QtCore/QHash>
-#include <QtCore/QPair>
+#include "BakedMesh.h"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <limits>
+#include <map>
+#include <tuple>
 
 namespace Velmora::Kvz {
 
 namespace {
 
-/// A mesh with the texture coordinates that a texture asks for.
-MeshData withCoordinates(const ImportedMesh &mesh, const ImportedTexture &texture)
-{
-    MeshData result = mesh;
-    if (texture.uvSet == 1 && !mesh.texCoords1.isEmpty())
-        result.texCoords = mesh.texCoords1;
-    if (texture.transform.isIdentity())
-        return result;
-    for (QVector2D &texCoord : result.texCoords)
-        texCoord = QVector2D(texture.transform.map(texCoord.toPointF()));
-    return result;
-}
-
 /// The material with its textures where a builder takes them.
 MaterialData surfaceOf(const ImportedMaterial &material, const QVector<ImportedImage> &images)
 {
     MaterialData result = material;
+    const auto samplingOf = [&](const ImportedTexture &texture) {
+        ImageSampling sampling = texture;
+        if (texture.image >= 0 && texture.image < images.size())
+            sampling.imageName = images[texture.image].name;
+        return sampling;
+    };
     const int emission = material.emissionTexture.image;
     if (emission >= 0 && emission < images.size())
         result.mapEmission = images[emission].image;
-    result.mapKdSampling = material.baseColourTexture;
-    result.mapKsSampling = material.specularTexture;
-    result.mapEmissionSampling = material.emissionTexture;
+    result.mapKdSampling = samplingOf(material.baseColourTexture);
+    result.mapKsSampling = samplingOf(material.specularTexture);
+    result.mapEmissionSampling = samplingOf(material.emissionTexture);
     // d says nothing of masks, whose opacity is the base colour's: compared with a cutoff raised by as much.
     if (material.alphaMode == MaterialData::Mask)
         result.alphaCutoff = material.alphaCutoff / std::max(material.baseColour.w(), 1e-6f);
@@ -41,10 +37,105 @@ MaterialData surfaceOf(const ImportedMaterial &material, const QVector<ImportedI
     return result;
 }
 
-bool isPlain(const ImportedTexture &texture)
+/// A material that reads its images from coordinates that are made for that of its base colour.
+MaterialData withBakedCoordinates(const MaterialData &material)
 {
-    return texture.image < 0 || (texture.uvSet == 0 && texture.transform.isIdentity());
+    MaterialData result = material;
+    const ImageSampling texture = material.mapKdSampling;
+    for (ImageSampling *const sampling : {&result.mapKdSampling, &result.mapKsSampling, &result.mapEmissionSampling})
+        *sampling = fromCoordinatesOf(texture, *sampling);
+    return result;
 }
+
+/// Makes the meshes that the basic passes need, one for all items that are stretched alike and read the same coordinates.
+class Baker
+{
+public:
+    Baker(const ImportedScene &scene, GPUModelBuilder *builder)
+        : m_scene(scene),
+          m_builder(builder)
+    { }
+
+    void addItem(const ImportedItem &item)
+    {
+        const bool isKnown = item.mesh >= 0 && item.mesh < m_scene.meshes.size() && item.material >= 0
+            && item.material < m_scene.materials.size();
+        QMatrix4x4 stretch;
+        const bool isStretched = isKnown && splitStretch(item.modelMatrix, &stretch);
+        const bool isMapped = isKnown && hasOwnCoordinates(m_scene.materials[item.material].baseColourTexture);
+        if (!isStretched && !isMapped) {
+            m_builder->addItem(item.mesh, item.material, item.modelMatrix, item.featureFlags);
+            return;
+        }
+        const Key key(item.mesh, isMapped ? item.material : -1, isStretched ? rounded(stretch) : Rounded());
+        auto known = m_meshes.find(key);
+        if (known == m_meshes.end()) {
+            MeshData mesh = m_scene.meshes[item.mesh];
+            if (isMapped)
+                mesh = withCoordinates(mesh, m_scene.materials[item.material].baseColourTexture);
+            if (isStretched)
+                mesh = stretched(mesh, stretch);
+            known = m_meshes.emplace(key, Baked{m_builder->addMesh(mesh), stretch}).first;
+        }
+        const QMatrix4x4 matrix = isStretched ? without(known->second.stretch, item.modelMatrix) : item.modelMatrix;
+        m_builder->addItem(known->second.mesh, item.material, matrix, item.featureFlags);
+    }
+
+private:
+    /// A stretch to five digits.
+    using Rounded = std::array<float, 9>;
+    using Key = std::tuple<int, int, Rounded>;
+    struct Baked
+    {
+        int mesh;
+        QMatrix4x4 stretch;
+    };
+
+    static Rounded rounded(const QMatrix4x4 &stretch)
+    {
+        float largest = 0;
+        for (int i = 0; i < 9; ++i)
+            largest = std::max(largest, std::abs(stretch(i / 3, i % 3)));
+        const double unit = std::pow(10.0, std::floor(std::log10(double(largest))) - 5);
+        Rounded result;
+        for (int i = 0; i < 9; ++i)
+            result[size_t(i)] = float(std::round(double(stretch(i / 3, i % 3)) / unit) * unit);
+        return result;
+    }
+
+    /// What is left of a matrix without a stretch before it.
+    static QMatrix4x4 without(const QMatrix4x4 &stretch, const QMatrix4x4 &matrix)
+    {
+        return matrix * stretch.inverted();
+    }
+
+    const ImportedScene &m_scene;
+    GPUModelBuilder *m_builder;
+    std::map<Key, Baked> m_meshes;
+};
+
+/// The bounds of all items in world space; low above high without any.
+struct SceneBounds
+{
+    QVector3D low{1, 1, 1};
+    QVector3D high{-1, -1, -1};
+
+    explicit SceneBounds(const ImportedScene &scene)
+    {
+        constexpr float most = std::numeric_limits<float>::max();
+        low *= most;
+        high *= most;
+        for (const ImportedItem &item : scene.items) {
+            for (const QVector3D &position : scene.meshes[item.mesh].positions) {
+                const QVector3D point = item.modelMatrix.map(position);
+                for (int axis = 0; axis < 3; ++axis) {
+                    low[axis] = std::min(low[axis], point[axis]);
+                    high[axis] = std::max(high[axis], point[axis]);
+                }
+            }
+        }
+    }
+};
 
 } // namespace
 
@@ -58,42 +149,98 @@ QVector<QVector3D> ImportedScene::points() const
     return points;
 }
 
-QSharedPointer<GPUModel> ImportedScene::build() const
+bool ImportedScene::hasMasks() const
+{
+    return std::any_of(items.begin(), items.end(), [this](const ImportedItem &item) {
+        return item.material >= 0 && item.material < materials.size()
+            && materials[item.material].alphaMode == MaterialData::Mask;
+    });
+}
+
+void ImportedScene::releaseImages()
+{
+    for (ImportedImage &image : images)
+        image.image = QImage();
+    for (ImportedMaterial &material : materials) {
+        for (QImage *const image : {&material.mapKd, &material.mapKs, &material.mapEmission})
+            *image = QImage();
+    }
+}
+
+QSharedPointer<GPUModel> ImportedScene::build(const SceneBuildOptions &options) const
 {
     GPUModelBuilder builder;
+    builder.setImageBudget(options.imageBudget);
     for (const ImportedMesh &mesh : meshes)
         builder.addMesh(mesh);
-    for (const ImportedMaterial &material : materials)
-        builder.addMaterial(surfaceOf(material, images));
-    QHash<QPair<int, int>, int> placed; // mesh and material to the builder's mesh
+    for (const ImportedMaterial &material : materials) {
+        const MaterialData surface = surfaceOf(material, images);
+        builder.addMaterial(options.forBasicPasses ? withBakedCoordinates(surface) : surface);
+    }
+    Baker baker(*this, &builder);
     for (const ImportedItem &item : items) {
-        const ImportedTexture texture = item.material >= 0 && item.material < materials.size()
-            ? materials[item.material].baseColourTexture
-            : ImportedTexture();
-        int mesh = item.mesh;
-        if (mesh >= 0 && mesh < meshes.size() && !isPlain(texture)) {
-            const auto key = qMakePair(mesh, item.material);
-            const auto known = placed.constFind(key);
-            mesh = known != placed.constEnd() ? known.value() : builder.addMesh(withCoordinates(meshes[mesh], texture));
-            placed.insert(key, mesh);
-        }
-        builder.addItem(mesh, item.material, item.modelMatrix, item.featureFlags);
+        if (options.forBasicPasses)
+            baker.addItem(item);
+        else
+            builder.addItem(item.mesh, item.material, item.modelMatrix, item.featureFlags);
     }
     return builder.build();
 }
 
-void addFloor(ImportedScene *scene)
+bool scaleInto(ImportedScene *scene, float largestExtent)
 {
-    constexpr float most = std::numeric_limits<float>::max();
-    QVector3D low(most, most, most);
-    QVector3D high = -low;
-    const QVector<QVector3D> points = scene->points();
-    for (const QVector3D &point : points) {
-        for (int axis = 0; axis < 3; ++axis) {
-            low[axis] = std::min(low[axis], point[axis]);
-            high[axis] = std::max(high[axis], point[axis]);
+    const SceneBounds bounds(*scene);
+    const QVector3D extent = bounds.high - bounds.low;
+    const float largest = std::max({extent.x(), extent.y(), extent.z()});
+    const float factor = largestExtent / largest;
+    if (scene->items.isEmpty() || !(largest > 0) || !(factor > 0) || !std::isfinite(factor)
+        || !std::isfinite(1 / factor))
+        return false;
+    QMatrix4x4 scale;
+    scale.scale(factor);
+    const auto moved = [factor](QMatrix4x4 matrix) {
+        matrix.setColumn(3, QVector4D(matrix.column(3).toVector3D() * factor, 1));
+        return matrix;
+    };
+    for (ImportedItem &item : scene->items)
+        item.modelMatrix = scale * item.modelMatrix;
+    for (QVector<ImportedPrimitives> *const sets : {&scene->pointSets, &scene->lineSets}) {
+        for (ImportedPrimitives &set : *sets)
+            set.modelMatrix = scale * set.modelMatrix;
+    }
+    for (ImportedNode &node : scene->nodes) {
+        if (node.parent < 0)
+            node.matrix = scale * node.matrix;
+    }
+    for (ImportedAnimation &animation : scene->animations) {
+        for (ImportedAnimation::Channel &channel : animation.channels) {
+            const bool isOfRoot = channel.node >= 0 && scene->nodes[channel.node].parent < 0;
+            for (QVector4D &value : channel.values)
+                value *= isOfRoot && channel.path != ImportedAnimation::Rotation ? factor : 1;
         }
     }
+    for (ImportedCamera &camera : scene->cameras) {
+        camera.worldMatrix = moved(camera.worldMatrix);
+        camera.nearPlane *= factor;
+        camera.farPlane *= factor;
+        camera.halfExtent *= factor;
+    }
+    for (ImportedLight &light : scene->lights) {
+        light.worldMatrix = moved(light.worldMatrix);
+        light.range *= factor;
+        // What arrives of a lamp falls with the square of its distance.
+        if (light.type == ImportedLight::Point || light.type == ImportedLight::Spot)
+            light.intensity *= factor * factor;
+    }
+    scene->unit /= factor;
+    return true;
+}
+
+void addFloor(ImportedScene *scene)
+{
+    const SceneBounds bounds(*scene);
+    const QVector3D low = bounds.low;
+    const QVector3D high = bounds.high;
     const QVector3D extent = high - low;
     const float half = std::max(extent.x(), extent.z()) / 2 + std::max(extent.y(), 0.0f);
     if (scene->items.isEmpty() || half <= 0)

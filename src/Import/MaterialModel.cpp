@@ -15,14 +15,15 @@ float mean(const QImage &image, int (*channel)(QRgb))
 {
     if (image.isNull())
         return 1;
-    const QImage rgb = image.convertToFormat(QImage::Format_RGB32);
     quint64 sum = 0;
-    for (int y = 0; y < rgb.height(); ++y) {
-        const QRgb *line = reinterpret_cast<const QRgb *>(rgb.constScanLine(y));
-        for (int x = 0; x < rgb.width(); ++x)
+    for (int y = 0; y < image.height(); ++y) {
+        // A row at a time: a second copy of a large image would cost as much as the first.
+        const QImage row = image.copy(0, y, image.width(), 1).convertToFormat(QImage::Format_RGB32);
+        const QRgb *line = reinterpret_cast<const QRgb *>(row.constScanLine(0));
+        for (int x = 0; x < row.width(); ++x)
             sum += quint64(channel(line[x]));
     }
-    return float(double(sum) / (255.0 * rgb.width() * rgb.height()));
+    return float(double(sum) / (255.0 * image.width() * image.height()));
 }
 
 } // namespace
@@ -47,19 +48,6 @@ void setPhongFromMetallic(ImportedMaterial *material, const QImage &metallicMap,
     material->ks = reflectance * (1 - r) * std::min((material->ns + 8) / 8, 1 / strongest);
 }
 
-bool isSeeThrough(const QImage &image)
-{
-    if (!image.hasAlphaChannel())
-        return false;
-    const QImage rgba = image.convertToFormat(QImage::Format_ARGB32);
-    for (int y = 0; y < rgba.height(); ++y) {
-        const QRgb *line = reinterpret_cast<const QRgb *>(rgba.constScanLine(y));
-        if (std::any_of(line, line + rgba.width(), [](QRgb pixel) { return qAlpha(pixel) < 255; }))
-            return true;
-    }
-    return false;
-}
-
 QImage withOpacity(const QImage &colour, const QImage &opacity)
 {
     QImage result = colour.convertToFormat(QImage::Format_ARGB32);
@@ -80,15 +68,16 @@ QImage withOpacity(const QImage &colour, const QImage &opacity)
     return result;
 }
 
-quint64 featureFlagsOf(const ImportedMaterial &material, const ImportedMesh &mesh)
+quint64 ItemFlags::of(const ImportedScene &scene, int material, int mesh)
 {
-    quint64 flags = material.isDoubleSided ? quint64(GPUModel::DoubleSided) : 0;
-    const auto letsLightThrough = [&] {
-        return material.d < 1 || isSeeThrough(material.mapKd)
-            || std::any_of(mesh.colours.begin(), mesh.colours.end(), [](const QVector4D &c) { return c.w() < 1; });
-    };
-    if (material.alphaMode == ImportedMaterial::Blend && letsLightThrough())
+    const auto key = qMakePair(material, mesh);
+    const auto known = m_known.constFind(key);
+    if (known != m_known.constEnd())
+        return known.value();
+    quint64 flags = scene.materials[material].isDoubleSided ? quint64(GPUModel::DoubleSided) : 0;
+    if (letsLightThrough(scene.materials[material], scene.meshes[mesh]))
         flags |= ImportedScene::Transparent;
+    m_known.insert(key, flags);
     return flags;
 }
 

@@ -3,6 +3,9 @@
 
 #include <Import/ImportedScene.h>
 
+#include <QtCore/QHash>
+#include <QtCore/QPair>
+
 namespace Velmora::Kvz {
 
 /// What stands in for the material of a mesh without one: light grey with a soft highlight.
@@ -12,14 +15,18 @@ ImportedMaterial standInMaterial();
 /// of blue and of green.
 void setPhongFromMetallic(ImportedMaterial *material, const QImage &metallicMap, const QImage &roughnessMap);
 
-/// Whether any pixel has an alpha below 1: many images have the channel and make no use of it.
-bool isSeeThrough(const QImage &image);
-
 /// A colour image with the opacity of another in its alpha: that one's alpha or, without such a channel, its grey. A null
 /// colour image is white.
 QImage withOpacity(const QImage &colour, const QImage &opacity);
 
-/// The feature bits of items with this material.
-quint64 featureFlagsOf(const ImportedMaterial &material, const ImportedMesh &mesh);
+/// The feature bits of items. The images of a material are looked at once, however many items share them.
+class ItemFlags
+{
+public:
+    quint64 of(const ImportedScene &scene, int material, int mesh);
+
+private:
+    QHash<QPair<int, int>, quint64> m_known; // by material and mesh
+};
 
 } // namespace Velmora::Kvz

@@ -169,6 +169,9 @@ void MaterialReader::readSurface(const aiMaterial &source, ImportedMaterial *mat
     material->refractiveIndex = number(source, AI_MATKEY_REFRACTI, material->refractiveIndex);
     material->emissionTexture =
         texture(source, {aiTextureType_EMISSIVE, aiTextureType_EMISSION_COLOR}, ImportedImage::Colour);
+    // A colour that the file leaves out does not darken the image.
+    if (!m_images->at(material->emissionTexture.image).isNull() && material->emission == QVector3D() && !isGltf(source))
+        material->emission = QVector3D(1, 1, 1);
     material->normalTexture =
         texture(source, {aiTextureType_NORMALS, aiTextureType_NORMAL_CAMERA}, ImportedImage::Data);
     material->occlusionTexture =

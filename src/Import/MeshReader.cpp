@@ -25,6 +25,19 @@ int diffuseSet(const aiMesh &mesh, const aiMaterial &material)
     return set > 0 && mesh.HasTextureCoords(unsigned(set)) ? set : 0;
 }
 
+/// The first set beside the diffuse map's that one of the other maps uses, else the first that is left.
+int otherSet(const aiMesh &mesh, const aiMaterial &material, int diffuse)
+{
+    for (const aiTextureType type : {aiTextureType_EMISSIVE, aiTextureType_SPECULAR, aiTextureType_NORMALS,
+             aiTextureType_LIGHTMAP, aiTextureType_BASE_COLOR}) {
+        int set = diffuse;
+        if (material.Get(AI_MATKEY_UVWSRC(type, 0), set) == aiReturn_SUCCESS && set >= 0 && set != diffuse
+            && mesh.HasTextureCoords(unsigned(set)))
+            return set;
+    }
+    return diffuse == 0 ? 1 : 0;
+}
+
 /// What is taken of a mesh; null for what it has not.
 struct Arrays
 {
@@ -56,7 +69,7 @@ struct Arrays
 Arrays arraysOf(const aiMesh &mesh, const aiMaterial &material, bool hasFacetNormals)
 {
     const int set = diffuseSet(mesh, material);
-    const int other = set == 0 ? 1 : 0;
+    const int other = otherSet(mesh, material, set);
     const bool hasTangents = mesh.mTangents && mesh.mBitangents && mesh.mNormals && !hasFacetNormals;
     return {mesh.mVertices, hasFacetNormals ? nullptr : mesh.mNormals, mesh.mTextureCoords[set],
         mesh.mTextureCoords[set] ? mesh.mTextureCoords[other] : nullptr, mesh.mColors[0],

@@ -72,6 +72,7 @@ bool readWithAssimp(
     source = loader.process(problem);
     if (!source || !SceneReader(source, loader.format(), file, options, budget).read(scene, problem))
         return false;
+    scene->format = loader.formatName();
     if (objText)
         scene->warnings = objText->libraryWarnings(file, loader.missingFiles()) + scene->warnings;
     return true;
@@ -135,7 +136,7 @@ bool importModel(const QString &file, const ImportOptions &options, ImportedScen
     if (!isRead)
         return refuse(problem);
     const QString primitives = notDrawn(result);
-    if (result.items.isEmpty())
+    if (result.items.isEmpty() && options.needsTriangles)
         return refuse(primitives.isEmpty() ? noTriangles : QStringLiteral("%1; %2").arg(noTriangles, primitives));
     for (const ImportedItem &item : qAsConst(result.items)) {
         if (!isFinite(item.modelMatrix))
@@ -143,6 +144,8 @@ bool importModel(const QString &file, const ImportOptions &options, ImportedScen
     }
     if (!primitives.isEmpty())
         result.warnings.append(QStringLiteral("%1: %2").arg(file, primitives));
+    if (!(options.scaleInto >= 0) || (options.scaleInto > 0 && !scaleInto(&result, options.scaleInto)))
+        return refuse(QStringLiteral("cannot be scaled to a length of %1").arg(double(options.scaleInto)));
     *scene = result;
     return true;
 }

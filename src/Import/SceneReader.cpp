@@ -8,6 +8,7 @@
 
 #include <assimp/scene.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -22,12 +23,14 @@ bool hasPrimitives(const aiMesh &mesh)
     return (mesh.mPrimitiveTypes & pointsAndLines) != 0 || mesh.mNumFaces == 0;
 }
 
-/// The faces of a mesh that have one or two corners. A mesh without faces is one of points.
-ImportedPrimitives primitivesOf(const aiMesh &mesh, unsigned corners)
+/// The faces of a mesh that have one or two corners. A mesh without faces is one of points. What has a position that is not
+/// finite is counted instead: scanners write such points where they measured nothing.
+ImportedPrimitives primitivesOf(const aiMesh &mesh, unsigned corners, int *leftOut)
 {
     ImportedPrimitives set;
     if (!hasPrimitives(mesh))
         return set;
+    const auto isPlaced = [&mesh](unsigned vertex) { return isFinite(toQVector(mesh.mVertices[vertex])); };
     std::vector<unsigned> remap(mesh.mNumVertices, ~0u);
     const auto add = [&](unsigned vertex) {
         if (remap[vertex] == ~0u) {
@@ -44,13 +47,31 @@ ImportedPrimitives primitivesOf(const aiMesh &mesh, unsigned corners)
         const aiFace &face = mesh.mFaces[f];
         if (face.mNumIndices != corners)
             continue;
+        if (!std::all_of(face.mIndices, face.mIndices + corners, isPlaced)) {
+            ++*leftOut;
+            continue;
+        }
         for (unsigned corner = 0; corner < corners; ++corner)
             add(face.mIndices[corner]);
     }
-    for (unsigned v = 0; mesh.mNumFaces == 0 && corners == 1 && v < mesh.mNumVertices; ++v)
-        add(v);
+    for (unsigned v = 0; mesh.mNumFaces == 0 && corners == 1 && v < mesh.mNumVertices; ++v) {
+        if (isPlaced(v))
+            add(v);
+        else
+            ++*leftOut;
+    }
     set.name = toQString(mesh.mName);
     return set;
+}
+
+/// Colours of OFF are numbers to 1 or to 255; the loader hands out what the file says.
+void mendColours(QVector<QVector4D> *colours)
+{
+    const bool areBytes = std::any_of(colours->cbegin(), colours->cend(), [](const QVector4D &colour) {
+        return std::max({colour.x(), colour.y(), colour.z()}) > 1;
+    });
+    for (QVector4D &colour : *colours)
+        colour /= areBytes ? 255 : 1;
 }
 
 ImportedAnimation::Channel channelOf(int node, ImportedAnimation::Path path)
@@ -59,6 +80,18 @@ ImportedAnimation::Channel channelOf(int node, ImportedAnimation::Path path)
     channel.node = node;
     channel.path = path;
     return channel;
+}
+
+/// Whether two matrices are the same but for rounding.
+bool isNear(const QMatrix4x4 &a, const QMatrix4x4 &b)
+{
+    float largest = 0;
+    float difference = 0;
+    for (int i = 0; i < 16; ++i) {
+        largest = std::max(largest, std::abs(a.constData()[i]));
+        difference = std::max(difference, std::abs(a.constData()[i] - b.constData()[i]));
+    }
+    return difference <= 1e-3f * largest;
 }
 
 /// The rotation of a matrix left out, its scale kept.
@@ -76,7 +109,9 @@ QString findProblem(const aiScene *source)
 {
     for (unsigned m = 0; m < source->mNumMeshes; ++m) {
         const aiMesh &mesh = *source->mMeshes[m];
-        for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
+        const bool hasSurface = std::any_of(
+            mesh.mFaces, mesh.mFaces + mesh.mNumFaces, [](const aiFace &face) { return face.mNumIndices > 2; });
+        for (unsigned v = 0; v < mesh.mNumVertices && hasSurface; ++v) {
             if (!isFinite(toQVector(mesh.mVertices[v])))
                 return QStringLiteral("%1: the position of vertex %2 is not a finite number")
                     .arg(meshName(mesh), QString::number(v));
@@ -116,7 +151,11 @@ bool SceneReader::read(ImportedScene *scene, QString *problem)
     readNodes();
     readAnimations();
     QMatrix4x4 root;
-    if (!findRoot(&root, problem) || !poseNodes(m_options, m_poses, &m_scene, problem))
+    if (!findRoot(&root, problem))
+        return false;
+    m_world = worldMatrices(m_scene.nodes, root);
+    readSkins();
+    if (!poseNodes(m_options, m_poses, &m_scene, problem))
         return false;
     m_world = worldMatrices(m_scene.nodes, root);
     m_points.resize(int(m_source->mNumMeshes));
@@ -237,6 +276,36 @@ bool SceneReader::findRoot(QMatrix4x4 *root, QString *problem)
     return true;
 }
 
+/// Skinned meshes stand where their joints put them in bind pose: their node may be elsewhere. The nodes of some files are in
+/// another pose, which the joints of a mesh then tell by disagreeing; there the nodes count.
+void SceneReader::readSkins()
+{
+    bool hasSkins = false;
+    bool isBindPose = true;
+    for (unsigned m = 0; m < m_source->mNumMeshes; ++m) {
+        const aiMesh &mesh = *m_source->mMeshes[m];
+        if (mesh.mNumAnimMeshes > 0)
+            m_scene.warnings.append(
+                QStringLiteral("%1: %2: its morph targets are left out").arg(m_file, meshName(mesh)));
+        for (unsigned b = 0; b < mesh.mNumBones; ++b) {
+            const aiBone &bone = *mesh.mBones[b];
+            const int joint = m_nodeNumbers.value(toQString(bone.mName), -1);
+            hasSkins = true;
+            if (joint < 0)
+                continue;
+            const QMatrix4x4 place = m_world[joint] * toQMatrix(bone.mOffsetMatrix);
+            const QMatrix4x4 first = m_skins.value(m, place);
+            isBindPose &= isFinite(place) && isNear(place, first);
+            m_skins.insert(m, first);
+        }
+    }
+    if (!isBindPose)
+        m_skins.clear();
+    if (hasSkins)
+        m_scene.warnings.append(
+            QStringLiteral("%1: skins are not animated: their meshes stay in bind pose").arg(m_file));
+}
+
 void SceneReader::readItems(int node)
 {
     const aiNode &source = *m_nodes[node];
@@ -245,13 +314,14 @@ void SceneReader::readItems(int node)
         if (sourceMesh >= m_source->mNumMeshes)
             continue;
         const int mesh = meshNumber(sourceMesh);
+        const QMatrix4x4 place = m_skins.value(sourceMesh, m_world[node]);
         const unsigned sourceMaterial = m_source->mMeshes[sourceMesh]->mMaterialIndex;
         for (int kind = 0; kind < 2; ++kind) {
             ImportedPrimitives set = (kind == 0 ? m_points : m_lines)[int(sourceMesh)];
             if (set.positions.isEmpty())
                 continue;
             set.material = materialNumber(sourceMaterial, !set.colours.isEmpty());
-            set.modelMatrix = m_world[node];
+            set.modelMatrix = place;
             (kind == 0 ? m_scene.pointSets : m_scene.lineSets).append(set);
         }
         if (mesh < 0)
@@ -261,8 +331,8 @@ void SceneReader::readItems(int node)
         item.mesh = mesh;
         item.material = materialNumber(sourceMaterial, !m_scene.meshes[mesh].colours.isEmpty());
         item.node = node;
-        item.modelMatrix = m_world[node];
-        item.featureFlags = featureFlagsOf(m_scene.materials[item.material], m_scene.meshes[mesh]);
+        item.modelMatrix = place;
+        item.featureFlags = m_flags.of(m_scene, item.material, mesh);
         m_scene.items.append(item);
     }
 }
@@ -273,8 +343,13 @@ int SceneReader::meshNumber(unsigned sourceNumber)
     if (known != m_meshNumbers.constEnd())
         return known.value();
     const aiMesh &source = *m_source->mMeshes[sourceNumber];
-    m_points[int(sourceNumber)] = primitivesOf(source, 1);
-    m_lines[int(sourceNumber)] = primitivesOf(source, 2);
+    int leftOut = 0;
+    m_points[int(sourceNumber)] = primitivesOf(source, 1, &leftOut);
+    m_lines[int(sourceNumber)] = primitivesOf(source, 2, &leftOut);
+    if (leftOut > 0)
+        m_scene.warnings.append(
+            QStringLiteral("%1: %2: points and lines at positions that are not finite numbers are left out (%3)")
+                .arg(m_file, meshName(source), QString::number(leftOut)));
     const MeshReading reading = readMesh(source, *m_source->mMaterials[source.mMaterialIndex], m_format == "stl");
     if (reading.cutFaces > 0 && !hasPrimitives(source))
         m_scene.warnings.append(
@@ -286,6 +361,8 @@ int SceneReader::meshNumber(unsigned sourceNumber)
     if (!reading.mesh.indices.isEmpty()) {
         number = m_scene.meshes.size();
         m_scene.meshes.append(reading.mesh);
+        if (m_format == "off")
+            mendColours(&m_scene.meshes.last().colours);
     }
     m_meshNumbers.insert(sourceNumber, number);
     return number;

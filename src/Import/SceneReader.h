@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "MaterialModel.h"
 #include "MaterialReader.h"
 #include "NodePose.h"
 #include "SceneImages.h"
@@ -37,6 +38,7 @@ private:
     void readNodes();
     void readAnimations();
     bool findRoot(QMatrix4x4 *root, QString *problem);
+    void readSkins();
     void readItems(int node);
     void readCameras();
     void readLights();
@@ -51,10 +53,12 @@ private:
     ImportedScene m_scene;
     SceneImages m_images;
     MaterialReader m_materials;
+    ItemFlags m_flags;
     QVector<const aiNode *> m_nodes; // of the numbers of the scene's nodes
     QHash<QString, int> m_nodeNumbers; // by name, the first of each
     QVector<NodePose> m_poses; // by node
     QVector<QMatrix4x4> m_world; // by node
+    QHash<unsigned, QMatrix4x4> m_skins; // by assimp's index of a mesh: its place in bind pose
     QHash<unsigned, int> m_meshNumbers; // by assimp's index, what nodes use alone; -1: no triangles
     QHash<QPair<unsigned, bool>, int> m_materialNumbers; // by assimp's index and whether the mesh has colours
     QVector<ImportedPrimitives> m_points; // one for each mesh of assimp; without positions where it has none

@@ -5,6 +5,7 @@
 
 #include <Core/Log.h>
 #include <GL/AutoBinder.h>
+#include <GL/OpenGLDeviceContext.h>
 #include <GL/ShaderProgram.h>
 #include <GL/TextureManager.h>
 #include <Scene/InstanceDataCollection.h>
@@ -60,19 +61,29 @@ GLenum primitivesFor(const ShaderProgram *program)
 
 } // namespace
 
-GPUModel::Private::Private()
-    : materialRows(InstanceDataRegistry::Instance().getPlan(materialPlan).samplerName(), GL_RGBA32F),
-      surfaceRows(InstanceDataRegistry::Instance().getPlan(surfacePlan).samplerName(), GL_RGBA32F),
-      owner(GLObject::Sharing::ShareGroup)
+MaterialRows::MaterialRows(const QString &sampler, ManagedTextures *images)
+    : BufferTexture(sampler, GL_RGBA32F),
+      m_images(images)
 { }
 
-GPUModel::Private::~Private()
+void MaterialRows::bind()
 {
-    if (!owner.isKnownToCurrentContext())
-        return;
-    for (const int handle : textureHandles)
-        TextureManager::Instance()->releaseManagedTexture(handle);
+    BufferTexture::bind();
+    m_images->bind();
 }
+
+void MaterialRows::unbind()
+{
+    m_images->unbind();
+    BufferTexture::unbind();
+}
+
+GPUModel::Private::Private()
+    : materialRows(InstanceDataRegistry::Instance().getPlan(materialPlan).samplerName(), &images),
+      surfaceRows(InstanceDataRegistry::Instance().getPlan(surfacePlan).samplerName(), &images)
+{ }
+
+GPUModel::Private::~Private() = default;
 
 void GPUModel::Private::addItem(
     const Range &range, const Bounds &itemMeshBounds, const QMatrix4x4 &matrix, quint64 itemFeatureFlags)
@@ -116,6 +127,7 @@ void GPUModel::Private::draw(ShaderProgram *program, TextureManager *manager, qu
     AutoBinder tavoBinder(unlessReplaced(tavoInstancePlan, objectRows.tavoInstance()));
     AutoBinder materialBinder(unlessReplaced(materialPlan, &materialRows));
     AutoBinder surfaceBinder(unlessReplaced(surfacePlan, &surfaceRows));
+    AutoBinder imageBinder(&images); // also where rows of a host refer to them
     // The boxes have the model's own matrices only.
     const bool areMatricesOwn =
         !InstanceDataCollection::isBound(instanceInfoPlan) && !InstanceDataCollection::isBound(tavoInstancePlan);
@@ -290,6 +302,18 @@ const QVector<float> &GPUModel::materialRows() const
 Bindable *GPUModel::surfaceData() const
 {
     return &d->surfaceRows;
+}
+
+Bindable *GPUModel::materialImages() const
+{
+    return &d->images;
+}
+
+int GPUModel::addImage(const QImage &image)
+{
+    ManagedImage added;
+    added.image = image;
+    return OpenGLDeviceContext::currentHandle() ? d->images.add(added) : 0;
 }
 
 const VertexExtras &GPUModel::vertexExtras() const

@@ -236,6 +236,23 @@ MaterialRow rowOf(const MaterialData &material, int mapKd, int mapKs, int number
         {material.ks.x(), material.ks.y(), material.ks.z()}, material.ns, float(mapKd), float(mapKs), float(number), 0};
 }
 
+/// The three images of each material, null ones for a material that no item uses.
+QVector<ManagedImage> imagesOf(const QVector<MaterialData> &materials, const std::vector<bool> &isUsed)
+{
+    QVector<ManagedImage> images;
+    for (int i = 0; i < materials.size(); ++i) {
+        const MaterialData &material = materials[i];
+        const auto add = [&](const QImage &image, const ImageSampling &sampling) {
+            const bool isNearest = sampling.magnification == ImageSampling::Nearest;
+            images.append({isUsed[size_t(i)] ? image : QImage(), ImageUse::Colour, isNearest, sampling.imageName});
+        };
+        add(material.mapKd, material.mapKdSampling);
+        add(material.mapKs, material.mapKsSampling);
+        add(material.mapEmission, material.mapEmissionSampling);
+    }
+    return images;
+}
+
 Bounds boundsOf(const MeshData &mesh)
 {
     Bounds bounds;
@@ -300,10 +317,27 @@ int GPUModelBuilder::addItem(
     }
     if (!allFinite(modelMatrix))
         return refuse(what, QStringLiteral("its matrix is not finite"));
-    if (option == ClassifyTransparency && letsLightThrough(m_materials[material], m_meshes[mesh]))
+    if (option == ClassifyTransparency && isTransparent(mesh, material))
         featureFlags |= GPUModel::Transparent;
     m_items.append({mesh, material, modelMatrix, featureFlags});
     return m_items.size() - 1;
+}
+
+void GPUModelBuilder::setImageBudget(qint64 bytes)
+{
+    m_imageBudget = std::max<qint64>(bytes, 1);
+}
+
+bool GPUModelBuilder::isTransparent(int mesh, int material)
+{
+    const auto key = qMakePair(mesh, material);
+    const auto known = m_isTransparent.constFind(key);
+    if (known != m_isTransparent.constEnd())
+        return known.value();
+    // Images are looked at once, however many items share them.
+    const bool result = letsLightThrough(m_materials[material], m_meshes[mesh]);
+    m_isTransparent.insert(key, result);
+    return result;
 }
 
 QSharedPointer<GPUModel> GPUModelBuilder::build() const
@@ -327,19 +361,14 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
 
     const QSharedPointer<GPUModel> model(new GPUModel);
     GPUModel::Private &data = *model->d;
-    data.owner.claim();
 
+    const QVector<int> handles = data.images.addAll(imagesOf(m_materials, isMaterialUsed), m_imageBudget);
     std::vector<MaterialRow> materials(size_t(m_materials.size()));
     std::vector<SurfaceRow> surfaces(size_t(m_materials.size()));
     for (int i = 0; i < m_materials.size(); ++i) {
-        if (!isMaterialUsed[size_t(i)])
-            continue;
-        const int mapKd = TextureManager::Instance()->addManagedTexture(m_materials[i].mapKd);
-        const int mapKs = TextureManager::Instance()->addManagedTexture(m_materials[i].mapKs);
-        const int mapEmission = TextureManager::Instance()->addManagedTexture(m_materials[i].mapEmission);
-        data.textureHandles.insert(data.textureHandles.end(), {mapKd, mapKs, mapEmission});
-        surfaces[size_t(i)] = surfaceRow(m_materials[i], {mapKd, mapKs, mapEmission}, i);
-        materials[size_t(i)] = rowOf(m_materials[i], mapKd, mapKs, i);
+        const SurfaceImages images{handles[3 * i], handles[3 * i + 1], handles[3 * i + 2]};
+        surfaces[size_t(i)] = surfaceRow(m_materials[i], images, i);
+        materials[size_t(i)] = rowOf(m_materials[i], images.kd, images.ks, i);
     }
     std::vector<Bounds> meshBounds;
     for (const MeshData &mesh : m_meshes)

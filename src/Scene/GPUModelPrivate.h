@@ -7,7 +7,7 @@
 
 #include <GL/BufferTexture.h>
 #include <GL/DrawBuffers.h>
-#include <GL/GLObject.h>
+#include <GL/ManagedTextures.h>
 #include <Scene/GPUModel.h>
 
 #include <QtCore/QVector>
@@ -16,6 +16,19 @@
 #include <vector>
 
 namespace Velmora::Kvz {
+
+/// Rows of material data. Their handles are those of the model's images, which are bound with them.
+class MaterialRows : public BufferTexture
+{
+public:
+    MaterialRows(const QString &sampler, ManagedTextures *images);
+
+    void bind() override;
+    void unbind() override;
+
+private:
+    ManagedTextures *m_images;
+};
 
 /// What a model holds. The vectors "by item" are parallel and keep what a draw reads of each item close together.
 struct GPUModel::Private
@@ -63,14 +76,12 @@ struct GPUModel::Private
 
     QSharedPointer<DrawBuffers> geometry; ///< Null without items.
     ObjectRows objectRows;
-    BufferTexture materialRows;
+    ManagedTextures images;
+    MaterialRows materialRows;
     QVector<float> materialValues; ///< What materialRows holds.
-    BufferTexture surfaceRows;
+    MaterialRows surfaceRows;
     VertexExtras extras;
     std::unique_ptr<OcclusionQueries> queries;
-
-    std::vector<int> textureHandles; ///< Of the texture manager of `owner`.
-    GLObject owner;
 };
 
 } // namespace Velmora::Kvz

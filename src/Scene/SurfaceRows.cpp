@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "SurfaceRows.h"
 
-#include <algorithm>
-
 namespace Velmora::Kvz {
 
 namespace {
@@ -64,19 +62,6 @@ void store(const QTransform &transform, float *u, float *v)
     store(QVector3D(float(transform.m12()), float(transform.m22()), float(transform.m32())), v);
 }
 
-bool hasAlphaBelowOne(const QImage &image)
-{
-    if (!image.hasAlphaChannel())
-        return false;
-    const QImage rgba = image.convertToFormat(QImage::Format_ARGB32);
-    for (int y = 0; y < rgba.height(); ++y) {
-        const auto *line = reinterpret_cast<const QRgb *>(rgba.constScanLine(y));
-        if (std::any_of(line, line + rgba.width(), [](QRgb pixel) { return qAlpha(pixel) < 255; }))
-            return true;
-    }
-    return false;
-}
-
 } // namespace
 
 SurfaceRow surfaceRow(const MaterialData &material, const SurfaceImages &images, int number)
@@ -100,14 +85,6 @@ SurfaceRow surfaceRow(const MaterialData &material, const SurfaceImages &images,
     row.specularMapSampling = float(samplingFlags(material.mapKsSampling, true));
     row.emissionMapSampling = float(samplingFlags(material.mapEmissionSampling, true));
     return row;
-}
-
-bool letsLightThrough(const MaterialData &material, const MeshData &mesh)
-{
-    if (material.alphaMode != MaterialData::Blend)
-        return false;
-    return material.d < 1 || hasAlphaBelowOne(material.mapKd)
-        || std::any_of(mesh.colours.begin(), mesh.colours.end(), [](const QVector4D &c) { return c.w() < 1; });
 }
 
 } // namespace Velmora::Kvz

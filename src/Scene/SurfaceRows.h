@@ -57,7 +57,4 @@ struct SurfaceImages
 /// `number` is the material's.
 SurfaceRow surfaceRow(const MaterialData &material, const SurfaceImages &images, int number);
 
-/// Whether a surface of this material and mesh has alphas below 1 that are blended.
-bool letsLightThrough(const MaterialData &material, const MeshData &mesh);
-
 } // namespace Velmora::Kvz

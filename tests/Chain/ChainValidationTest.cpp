@@ -382,7 +382,7 @@ TEST(ChainValidationTest, multisampledImagesStayMultisampledWhereTheyAreHandedOn
 {
     const auto source = with(pass("s", "Source"), "Kvz_int_NumberMultisamples", 4);
     EXPECT_EQ(only({source, pass("t", "Through"), pass("u", "Through"), pass("f", "Filter")}).toString(),
-        QStringLiteral("error: pass \"f\", Kvz_KvzTexture*_Frame: expected one sample for each texel, found 4 samples "
+        QStringLiteral("error: pass \"f\", Kvz_KvzTexture*_Frame: expected one sample per texel, found 4 samples "
                        "from \"u.Kvz_KvzTexture*_Frame\"; set Kvz_int_NumberMultisamples of pass \"s\" to 1"));
     EXPECT_CLEAN({source, pass("t", "Through"), pass("r", "Resolver"), pass("f", "Filter")});
     EXPECT_CLEAN({pass("s", "Source"), pass("t", "Through"), pass("f", "Filter")});
@@ -396,7 +396,7 @@ TEST(ChainValidationTest, multisampledImagesAreCopiedToTheScreenButNotDrawn)
     EXPECT_CLEAN({source, screen});
     EXPECT_CLEAN({source, with(screen, "Kvz_Bool_EnableSuperSampling", false)});
     EXPECT_EQ(only({source, with(screen, "Kvz_Bool_EnableSuperSampling", true)}).toString(),
-        QStringLiteral("error: pass \"screen\", Kvz_KvzTexture*_Texture: expected one sample for each texel beside "
+        QStringLiteral("error: pass \"screen\", Kvz_KvzTexture*_Texture: expected one sample per texel beside "
                        "Kvz_Bool_EnableSuperSampling, found 4 samples from \"s.Kvz_KvzTexture*_Frame\"; set "
                        "Kvz_int_NumberMultisamples of pass \"s\" to 1"));
     const ChainFinding drawn = only({source, connected(screen, depth, "s.Kvz_KvzTexture*_Depth")});
@@ -512,7 +512,7 @@ TEST(ChainValidationTest, temporalPassesPassFramesThroughWhileTheyAreReset)
         Code::SharedDrawTarget);
 }
 
-TEST(ChainValidationTest, framesOfTwoSamplesGoToThoseWhoTakeThem)
+TEST(ChainValidationTest, framesOfTwoSamplesGoToPassesThatTakeThem)
 {
     const auto sampled = pass("frame", "MultisampleForwardRenderPass");
     EXPECT_CLEAN({sampled, with(pass("smooth", "SMAARenderPass"), "Kvz_int_SmaaMode", 1)});
@@ -521,7 +521,7 @@ TEST(ChainValidationTest, framesOfTwoSamplesGoToThoseWhoTakeThem)
     EXPECT_EQ(finding.pass, QStringLiteral("smooth"));
     EXPECT_TRUE(finding.actual.contains(QStringLiteral("2 samples")));
     EXPECT_FALSE(finding.remedy.contains(QStringLiteral("set ")));
-    // In mode 4x the camera trembles.
+    // In mode 4x the camera jitters.
     const auto placed = with(sampled, "Kvz_int_JitterIndex", 0);
     EXPECT_EQ(only({placed, with(pass("smooth", "SMAARenderPass"), "Kvz_int_SmaaMode", 1)}).code, Code::RoleOrder);
 }
@@ -536,7 +536,7 @@ TEST(ChainValidationTest, velocityNeedsDepthAndTheJitterAnIndex)
     EXPECT_CLEAN({pass("i", "CameraJitterPass"), pass("j", "SubsampleJitterPass"), pass("a", "Accumulator")});
 }
 
-TEST(ChainValidationTest, antiAliasingStandsBehindShading)
+TEST(ChainValidationTest, antiAliasingComesAfterShading)
 {
     const auto smooth = pass("smooth", "FastApproximateAntiAliasingRenderPass");
     EXPECT_CLEAN({pass("f", "ForwardRenderPass"), smooth});
@@ -628,7 +628,7 @@ TEST(ChainValidationTest, obscuranceIsToldHowToReadItsImages)
     // The depth is attached, so its samples are those of the result.
     const ChainFinding unequal = only({with(geometry, samples, 4), obscurance});
     EXPECT_EQ(unequal.toString(),
-        QStringLiteral("error: pass \"o\", Kvz_KvzTexture*_Depth: expected one sample for each texel, as "
+        QStringLiteral("error: pass \"o\", Kvz_KvzTexture*_Depth: expected one sample per texel, as "
                        "Kvz_int_NumberMultisamples says, "
                        "found 4 from \"g.Kvz_KvzTexture*_Depth\"; set Kvz_int_NumberMultisamples to 4"));
     EXPECT_EQ(unequal.code, Code::MultisampleMismatch);
@@ -728,7 +728,7 @@ TEST(ChainValidationTest, theConfigurationThatNeverBuildsItsProgramsIsExplained)
     EXPECT_EQ(only({mover, source, smooth(2, 64, 64)}).toString(),
         QStringLiteral(
             "warning: pass \"a\", Kvz_QRect_Viewport: expected any size but 64 by 64 with mode 2 and no predicate, "
-            "found just that, which counts as built from the start: the pass never builds its programs and gives no "
+            "found exactly that, which counts as built from the start: the pass never builds its programs and gives no "
             "picture; "
             "change the size by a pixel"));
     EXPECT_CLEAN({mover, source, smooth(2, 64, 65)});

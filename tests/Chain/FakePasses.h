@@ -14,7 +14,7 @@
 
 namespace Velmora::Kvz {
 
-/// Does in start() what its class says, and tells of each lifecycle call.
+/// Does in start() what its class says, and records each lifecycle call.
 class FakePass : public RenderPassHelper
 {
 public:

@@ -85,7 +85,7 @@ TEST_F(ImageValuesTest, aGoodImageHasNoFinding)
     EXPECT_EQ(linesOf(loaderOf(write("b.png", 4, 3, QImage::Format_RGB32))), QStringList());
 }
 
-TEST_F(ImageValuesTest, whatIsNoImageIsNamedInOneLine)
+TEST_F(ImageValuesTest, whatIsNotAnImageIsNamedInOneLine)
 {
     write("good.png", 64, 64);
     const QByteArray bytes = folder.read("good.png");
@@ -96,7 +96,7 @@ TEST_F(ImageValuesTest, whatIsNoImageIsNamedInOneLine)
         return text.mid(head.size());
     };
     EXPECT_EQ(finding(folder.path("missing.png")), QStringLiteral("which is not there"));
-    EXPECT_EQ(finding(QFileInfo(folder.path("x")).absolutePath()), QStringLiteral("which is no file"));
+    EXPECT_EQ(finding(QFileInfo(folder.path("x")).absolutePath()), QStringLiteral("which is not a file"));
     EXPECT_EQ(
         finding(folder.write("text.png", "no image")), QStringLiteral("which is no image: unsupported image format"));
     const QString truncated = finding(folder.write("short.png", bytes.left(bytes.size() / 2)));
@@ -118,10 +118,10 @@ TEST_F(ImageValuesTest, anImageWithoutThirtyTwoBitsIsNamedWhereItIsNotConverted)
     };
     for (const auto &c : cases) {
         const QString path = write(QStringLiteral("%1.png").arg(c.format), 8, 8, c.format);
-        const QString finding =
-            QStringLiteral("error: an image of 32 bits a pixel, found \"%1\" with %2, which would come out scrambled; "
-                           "save it with 8 bits each for red, green and blue")
-                .arg(path, QLatin1String(c.text));
+        const QString finding = QStringLiteral(
+            "error: an image with 32 bits per pixel, found \"%1\" with %2, which would come out scrambled; "
+            "save it with 8 bits each for red, green and blue")
+                                    .arg(path, QLatin1String(c.text));
         EXPECT_EQ(findingOf(loaderOf(path), texturePath), finding);
         EXPECT_EQ(findingOf(cubeOf({path, path, path, path, path, path}), facePorts()[0]), QStringLiteral("6 lines"));
         const QStringList converted = linesOf(
@@ -181,7 +181,7 @@ TEST_F(ImageValuesTest, facesAreSquaresOfOneSize)
             "paths"));
 }
 
-TEST_F(ImageValuesTest, relativeNamesCountFromTheFolderOfTheChainFile)
+TEST_F(ImageValuesTest, relativeNamesAreResolvedAgainstTheFolderOfTheChainFile)
 {
     ASSERT_TRUE(QDir(folder.path(QString())).mkpath("pictures"));
     write("pictures/a.png", 4, 4);
@@ -193,7 +193,8 @@ TEST_F(ImageValuesTest, relativeNamesCountFromTheFolderOfTheChainFile)
     EXPECT_EQ(linesOf(chain), QStringList());
     chain.passes[0].values[texturePath] = QStringLiteral("a.png");
     EXPECT_EQ(findingOf(chain, texturePath),
-        QStringLiteral("error: an image file, found \"%1\", which is not there; its name counts from the folder of the "
+        QStringLiteral("error: an image file, found \"%1\", which is not there; relative names are resolved against "
+                       "the folder of the "
                        "chain file")
             .arg(folder.path("a.png")));
 }

@@ -203,7 +203,7 @@ TEST(PassOptionsTest, defaultsAreFilledInAlsoWithinRecords)
     EXPECT_EQ(primitive.value(QStringLiteral("position")).value<QVector3D>(), QVector3D(1, 2, 3));
 }
 
-TEST(PassRegistryDataTest, aRegistryOfOnesOwnReplacesAndKeepsOrder)
+TEST(PassRegistryDataTest, aCustomRegistryReplacesAndKeepsOrder)
 {
     PassRegistry registry;
     EXPECT_EQ(registry.find(QStringLiteral("B")), nullptr);

@@ -66,7 +66,7 @@ protected:
     }
 };
 
-TEST_F(ProgramRefusalTest, isSaidOnceWithTheNameOfThePassAndFailsEachFrame)
+TEST_F(ProgramRefusalTest, isReportedOnceWithTheNameOfThePassAndFailsEachFrame)
 {
     registry.add(painter("Good", good));
     registry.add(painter("Bad", bad));

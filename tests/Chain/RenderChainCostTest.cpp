@@ -56,7 +56,7 @@ TEST_F(RenderChainCostTest, aPassThatBuildsForEachValueIsKeptForTheLastFewOfAGri
     EXPECT_EQ(calls.count(text("construct")), 0);
 }
 
-TEST_F(RenderChainCostTest, oneObjectServesAGridValueThatIsNoNumber)
+TEST_F(RenderChainCostTest, oneObjectServesGridValuesThatAreNotNumbers)
 {
     float produced = NAN;
     QVector<QPair<const FakePass *, float>> runs;

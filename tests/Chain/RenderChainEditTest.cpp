@@ -21,7 +21,7 @@ const QString amount = QStringLiteral("Kvz_float_Amount");
 const QString samples = QStringLiteral("Kvz_int_NumberMultisamples");
 const QString pass = QStringLiteral("Consumer");
 
-/// An input that decides on nothing, one that a rule reads, one that a trait hangs on, and one that must not be null.
+/// An input that decides on nothing, one that a rule reads, one that a trait depends on, and one that must not be null.
 PassInfo consumer()
 {
     InputInfo needed = fakeInput("Kvz_QSize_Needed", ValueType::Size);
@@ -117,7 +117,7 @@ TEST_F(RenderChainEditTest, aValueThatDecidesOnNothingResolvesNothing)
     EXPECT_EQ(resolutions.take(), 0);
 }
 
-TEST_F(RenderChainEditTest, aValueThatARuleReadsResolvesWhenTheRuleTurns)
+TEST_F(RenderChainEditTest, aValueThatARuleReadsResolvesWhenTheRuleChanges)
 {
     const QString ruled = QStringLiteral("Kvz_float_Ruled");
     cost(ruled, 1);
@@ -131,7 +131,7 @@ TEST_F(RenderChainEditTest, aValueThatARuleReadsResolvesWhenTheRuleTurns)
     EXPECT_EQ(warnings(), QStringList());
 }
 
-TEST_F(RenderChainEditTest, aValueThatATraitHangsOnResolvesWhenTheTraitTurns)
+TEST_F(RenderChainEditTest, aValueThatATraitDependsOnResolvesWhenTheTraitChanges)
 {
     const QString jitters = QStringLiteral("Kvz_bool_Jitters");
     cost(jitters, false);
@@ -142,11 +142,11 @@ TEST_F(RenderChainEditTest, aValueThatATraitHangsOnResolvesWhenTheTraitTurns)
     EXPECT_EQ(cost(jitters, true), 0);
 }
 
-TEST_F(RenderChainEditTest, aValueThatBringsAnErrorIsRefused)
+TEST_F(RenderChainEditTest, aValueThatCausesAnErrorIsRefused)
 {
     const QString source = QStringLiteral("Source");
     EXPECT_TRUE(chain.setValue(source, samples, 1));
-    expectRefused([&] { return chain.setValue(source, samples, 4); }, "expected one sample for each texel");
+    expectRefused([&] { return chain.setValue(source, samples, 4); }, "expected one sample per texel");
     EXPECT_EQ(chain.description().passes[0].values.value(samples), QVariant(1));
     expectRefused(
         [&] { return chain.setValue(pass, QStringLiteral("Kvz_QSize_Needed"), QVariant()); }, "nothing feeds it");
@@ -162,7 +162,7 @@ TEST_F(RenderChainEditTest, aValueThatBringsAnErrorIsRefused)
     EXPECT_TRUE(chain.setEnabled(QStringLiteral("Reader"), true)) << qPrintable(chain.errorString());
 }
 
-TEST_F(RenderChainEditTest, aChainWithAnErrorTakesChangesThatBringNoOther)
+TEST_F(RenderChainEditTest, aChainWithAnErrorTakesChangesThatCauseNoOther)
 {
     ChainDescription broken = chain.description();
     broken.passes[2].values.clear();

@@ -36,7 +36,7 @@ TEST_F(RenderChainLifecycleTest, aDisabledPassIsSkipped)
     EXPECT_EQ(calls.count(text("construct")), 1);
 }
 
-TEST_F(RenderChainLifecycleTest, passesThatBothChainsHaveLiveOn)
+TEST_F(RenderChainLifecycleTest, passesThatBothChainsHaveAreKept)
 {
     registry.add(fakeClass("A", {}, {}, {}, listener()));
     setChain({described("a", "A"), described("b", "A")});
@@ -54,7 +54,7 @@ TEST_F(RenderChainLifecycleTest, passesThatBothChainsHaveLiveOn)
     EXPECT_EQ(chain->passObjectCount(), 2);
 }
 
-TEST_F(RenderChainLifecycleTest, anOptionMakesThePassAnew)
+TEST_F(RenderChainLifecycleTest, aChangedOptionRecreatesThePass)
 {
     QVariant seenOption;
     PassInfo info = fakeClass(
@@ -76,7 +76,7 @@ TEST_F(RenderChainLifecycleTest, anOptionMakesThePassAnew)
     EXPECT_EQ(calls.count(text("destroy")), 1);
 }
 
-TEST_F(RenderChainLifecycleTest, theEndOfAContextTearsDownAndTheNextFrameMakesAnew)
+TEST_F(RenderChainLifecycleTest, theEndOfAContextTearsDownAndTheNextFrameRecreates)
 {
     QVariant value;
     registry.add(fakeClass(

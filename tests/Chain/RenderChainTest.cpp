@@ -55,7 +55,7 @@ TEST_F(RenderChainTest, aBadViewportOfAPassIsRefused)
         text("pass \"a\": viewport of 4 by -1 pixels: each side must be from 1 to %1").arg(limit));
 }
 
-TEST_F(RenderChainTest, unknownNamesAreSaidWithTheNearest)
+TEST_F(RenderChainTest, unknownNamesAreReportedWithTheNearest)
 {
     QVector<InputInfo> many;
     for (int i = 0; i < 9; ++i)
@@ -86,9 +86,8 @@ TEST_F(RenderChainTest, aValueThatMakesSamplesUnreadableIsRefused)
     render();
     EXPECT_FALSE(chain->setValue(text("a"), text("smooth"), true));
     EXPECT_EQ(chain->errorString(),
-        text(
-            "pass \"a\", Kvz_KvzTexture*_Frame: expected one sample for each texel beside smooth, found 4 samples from "
-            "\"s.Kvz_KvzTexture*_Frame\"; set Kvz_int_NumberMultisamples of pass \"s\" to 1"));
+        text("pass \"a\", Kvz_KvzTexture*_Frame: expected one sample per texel beside smooth, found 4 samples from "
+             "\"s.Kvz_KvzTexture*_Frame\"; set Kvz_int_NumberMultisamples of pass \"s\" to 1"));
     EXPECT_EQ(chain->description().passes[1].values.value(text("smooth")), QVariant(false));
     render();
 }
@@ -115,7 +114,7 @@ TEST_F(RenderChainTest, samplesThatTheFrameSaysAreCheckedAgainWhenTheyChange)
     }
 }
 
-TEST_F(RenderChainTest, aFailureOfAPassIsSaidOnceAndCleared)
+TEST_F(RenderChainTest, aFailureOfAPassIsReportedOnceAndCleared)
 {
     QVector<unsigned int> codes;
     registry.add(fakeClass("A", {}, {}, [&](FakePass &pass) {
@@ -130,7 +129,7 @@ TEST_F(RenderChainTest, aFailureOfAPassIsSaidOnceAndCleared)
             text("pass \"a\" failed: error code 0xffffffff"), text("pass \"b\" failed: error code 0xffffffff")}));
 }
 
-TEST_F(RenderChainTest, aPassThatFailsForWantOfMemoryIsSaidTo)
+TEST_F(RenderChainTest, aPassThatRunsOutOfMemoryIsReportedAsSuch)
 {
     GLCallRecorder<&epoxy_glGetError> errors;
     registry.add(fakeClass("A", {}, {}, [&](FakePass &pass) {
@@ -147,7 +146,7 @@ TEST_F(RenderChainTest, aPassThatFailsForWantOfMemoryIsSaidTo)
     EXPECT_EQ(takeWarnings(), QStringList(text("pass \"a\" failed: out of graphics memory")));
 }
 
-TEST_F(RenderChainTest, aChainWithErrorsIsNotRenderedUntilItIsMended)
+TEST_F(RenderChainTest, aChainWithErrorsIsNotRenderedUntilItIsFixed)
 {
     InputInfo required = fakeImageInput(frame, TextureKind::Colour);
     required.required = true;
@@ -169,7 +168,7 @@ TEST_F(RenderChainTest, aChainWithErrorsIsNotRenderedUntilItIsMended)
     EXPECT_EQ(chain->errorString(), QString());
 }
 
-TEST_F(RenderChainTest, inputsAreSetAnewEachFrame)
+TEST_F(RenderChainTest, inputsAreSetAgainEachFrame)
 {
     QVector<QVariant> values;
     registry.add(fakeClass(

@@ -108,7 +108,7 @@ TEST_F(RenderChainWiringTest, itsKindMustFit)
     EXPECT_EQ(source(frame), QStringLiteral("Positions.Kvz_KvzTexture*_Frame"));
 }
 
-TEST_F(RenderChainWiringTest, aSetValueGoesBeforeAnEarlierOutput)
+TEST_F(RenderChainWiringTest, aSetValueTakesPrecedenceOverAnEarlierOutput)
 {
     setPasses(words("Amount Consumer"));
     EXPECT_EQ(source(amount), QStringLiteral("Amount.Kvz_float_Amount"));
@@ -120,7 +120,7 @@ TEST_F(RenderChainWiringTest, aSetValueGoesBeforeAnEarlierOutput)
     EXPECT_EQ(source(amount), QStringLiteral("value"));
 }
 
-TEST_F(RenderChainWiringTest, anExplicitConnectionGoesBeforeASetValue)
+TEST_F(RenderChainWiringTest, anExplicitConnectionTakesPrecedenceOverASetValue)
 {
     setPasses(words("Amount Amount Consumer"));
     EXPECT_TRUE(chain.setValue(consumer, amount, 3));

@@ -44,6 +44,21 @@ TEST(ResolvedChainTest, whatTakesTheLightsOfTheFrameTakesLights)
     EXPECT_FALSE(ResolvedChain(shadows, PassRegistry::standard(), {FrameValues::model}).takesLights());
 }
 
+TEST(ResolvedChainTest, whatGathersOrComparesFramesKeepsAPast)
+{
+    for (const char *name : {"temporal", "full", "smaa-t2x", "smaa-4x", "exposure"})
+        EXPECT_TRUE(ResolvedChain(ready(name)).keepsPast()) << name;
+    for (const char *name : {"deferred", "shadows", "fxaa", "smaa-1x", "smaa-s2x"})
+        EXPECT_FALSE(ResolvedChain(ready(name)).keepsPast()) << name;
+    ChainDescription velocity = ready("deferred");
+    ChainPass pass;
+    pass.name = pass.className = QStringLiteral("VelocityRenderPass");
+    velocity.passes.insert(2, pass);
+    EXPECT_TRUE(ResolvedChain(velocity).keepsPast());
+    velocity.passes[2].enabled = false;
+    EXPECT_FALSE(ResolvedChain(velocity).keepsPast());
+}
+
 TEST(ResolvedChainTest, aConnectionToNothingTakesNoLightsAndADisabledPassNeither)
 {
     PassRegistry registry;

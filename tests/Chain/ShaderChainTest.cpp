@@ -156,7 +156,7 @@ TEST_F(ShaderChainTest, aDrawableAndValuesOfTheFrameReachTheShaders)
     }
 }
 
-TEST_F(ShaderChainTest, aMistakeIsToldWithFileAndLineBeforeTheFrame)
+TEST_F(ShaderChainTest, aMistakeIsReportedWithFileAndLineBeforeTheFrame)
 {
     const QString file = folder.write("a.frag", fragment("undeclared"));
     load(R"("fragment": "a.frag")");
@@ -167,7 +167,7 @@ TEST_F(ShaderChainTest, aMistakeIsToldWithFileAndLineBeforeTheFrame)
     EXPECT_TRUE(lines[1].contains("undeclared")) << qPrintable(lines[1]);
     EXPECT_EQ(chain.pass("filter"), nullptr);
 
-    // The mended file is read by the next frame.
+    // The corrected file is read by the next frame.
     folder.write("a.frag", fragment("u_Tint"));
     EXPECT_EQ(rendered(), QVector4D(1, 0, 0, 1));
 }
@@ -191,14 +191,14 @@ TEST_F(ShaderChainTest, filesBesideTheShaderAreIncluded)
     EXPECT_EQ(rendered(), QVector4D(0, 0, 1, 1));
 }
 
-TEST_F(ShaderChainTest, stagesThatDoNotFitTogetherAreTold)
+TEST_F(ShaderChainTest, stagesThatDoNotFitTogetherAreReported)
 {
     load(R"("fragment": "#version 150\nin vec4 vo_TexCoord;\nout vec4 o_Frame;\n)"
          R"(void main() { o_Frame = vo_TexCoord; }\n")");
     EXPECT_TRUE(refusal().contains("vo_TexCoord")) << qPrintable(chain.errorString());
 }
 
-TEST_F(ShaderChainTest, aFileThatIsGoneBeforeTheFirstFrameIsTold)
+TEST_F(ShaderChainTest, aFileThatIsGoneBeforeTheFirstFrameIsReported)
 {
     const QString file = folder.write("a.frag", fragment("u_Tint"));
     load(R"("fragment": "a.frag")");

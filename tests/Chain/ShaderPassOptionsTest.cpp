@@ -112,7 +112,9 @@ TEST(ShaderPassOptionsTest, optionsThatMakeNoPortAreFindings)
         const char *options;
         const char *finding;
     } cases[] = {
-        {R"("inputs": [{"name": "u_A"}])", "inputs[0].type: expected a type, found nothing; its name does not say one"},
+        {R"("inputs": [{"name": "u_A"}])",
+            R"(inputs[0].type: expected a type, found nothing; its name does not say one, as )"
+            R"("Kvz_KvzTexture*_NAME" does for an image)"},
         {R"("inputs": [{"type": "int"}])",
             "inputs[0].name: expected a text in quotes, found nothing; Port name: an image, a drawable, or the name of "
             "a uniform."},
@@ -125,9 +127,9 @@ TEST(ShaderPassOptionsTest, optionsThatMakeNoPortAreFindings)
             R"(inputs[0].name: expected "u_NAME" or a port name such as "Kvz_KvzTexture*_NAME", found )"
             R"("Kvz_KvzTexture*_")"},
         {R"("inputs": [{"name": "u_A", "type": "int"}, {"name": "u_A", "type": "int"}])",
-            R"(inputs[1].name: expected a name of its own, found "u_A"; another input has it)"},
+            R"(inputs[1].name: expected a unique name, found "u_A"; another input has it)"},
         {R"("inputs": [{"name": "Kvz_QRect_Viewport"}])",
-            R"(inputs[0].name: expected a name of its own, found "Kvz_QRect_Viewport"; another input has it)"},
+            R"(inputs[0].name: expected a unique name, found "Kvz_QRect_Viewport"; another input has it)"},
         {R"("inputs": [{"name": "Kvz_float_A", "type": "int"}])",
             R"(inputs[0].type: expected the type that its name says, found int for "Kvz_float_A"; leave it out)"},
         {R"("inputs": [{"name": "Kvz_QString_A"}])",
@@ -139,7 +141,7 @@ TEST(ShaderPassOptionsTest, optionsThatMakeNoPortAreFindings)
             "inputs[0].value: expected no value, found 3; the input is of type Texture *"},
         {R"("outputs": [{"name": "o_A"}])", R"(outputs[0].name: expected "Kvz_KvzTexture*_NAME", found "o_A")"},
         {R"("outputs": [{"name": "Kvz_KvzTexture*_A"}, {"name": "Kvz_KvzTexture*_A"}])",
-            R"(outputs[1].name: expected a name of its own, found "Kvz_KvzTexture*_A"; another output has it)"},
+            R"(outputs[1].name: expected a unique name, found "Kvz_KvzTexture*_A"; another output has it)"},
     };
     for (const auto &wrong : cases) {
         EXPECT_EQ(linesOf(chainOf(filter(wrong.options))),
@@ -148,7 +150,7 @@ TEST(ShaderPassOptionsTest, optionsThatMakeNoPortAreFindings)
     }
 }
 
-TEST(ShaderPassOptionsTest, filesCountFromTheFolderOfTheChainFile)
+TEST(ShaderPassOptionsTest, filesAreResolvedAgainstTheFolderOfTheChainFile)
 {
     TemporaryFolder folder;
     QDir(folder.path(".")).mkpath("shaders");
@@ -184,10 +186,10 @@ TEST(ShaderPassOptionsTest, aMissingFileIsAFindingWithItsPath)
     chain.folder = folder.path(".");
     EXPECT_EQ(linesOf(chain),
         QStringList(QStringLiteral("error: pass \"filter\", fragment: expected a shader file, found \"%1\", which is "
-                                   "not there; its name counts from the folder of the chain file")
+                                   "not there; relative names are resolved against the folder of the chain file")
                         .arg(folder.path("none.frag"))));
     chain.passes[0].options["fragment"] = folder.path("");
-    EXPECT_TRUE(linesOf(chain).value(0).contains("which is no file")) << qPrintable(linesOf(chain).value(0));
+    EXPECT_TRUE(linesOf(chain).value(0).contains("which is not a file")) << qPrintable(linesOf(chain).value(0));
     chain.passes[0].options["fragment"] = 3;
     EXPECT_TRUE(linesOf(chain).value(0).contains("expected the name of a shader file in quotes, found 3"));
 }

@@ -49,7 +49,7 @@ TEST_P(ShadowWiringTest, aChainOfItIsSoundWithoutAContext)
     EXPECT_EQ(linesOf(chainOf({shadowClass()})), QStringList());
 }
 
-TEST_P(ShadowWiringTest, theProjectionIsTheFramesBehindAPassThatJittersIt)
+TEST_P(ShadowWiringTest, theProjectionIsTheFramesEvenAfterAPassThatJittersIt)
 {
     ChainDescription description = chainOf({QStringLiteral("CameraJitterPass"), shadowClass()});
     RenderChain chain;
@@ -74,7 +74,7 @@ TEST_P(ShadowWiringTest, cullingThatItUndoesIsAFinding)
     EXPECT_EQ(linesOf(chainOf({culling, shadowClass()})),
         QStringList{
             QStringLiteral("warning: pass \"CullingRenderPass\": expected culling after the passes that reset it, "
-                           "found it stands before pass \"%1\"; move it behind the shadow pass, which makes all "
+                           "found it comes before pass \"%1\"; move it after the shadow pass, which makes all "
                            "items of the model drawable again")
                 .arg(shadowClass())});
     EXPECT_EQ(linesOf(chainOf({shadowClass(), culling})), QStringList());

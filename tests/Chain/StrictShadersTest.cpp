@@ -388,7 +388,7 @@ TEST_F(StrictShadersOfImagesTest, theShadersOfFastApproximateAntiAliasing)
     pass.setInput(Pass::Frame, give(frame));
     pass.start(nullptr);
 
-    // The pass takes one setting of the two switches; the others stand in its texts.
+    // The pass takes one setting of the two switches; the others are in its texts.
     const QByteArray preset = "#define FXAA_QUALITY_PRESET ", green = "#define FXAA_GREEN_AS_LUMA ";
     QVector<QByteArray> texts;
     QStringList presets;

@@ -45,7 +45,7 @@ TEST(VisibilityValidationTest, shadingUnsortedListsIsAWarning)
         QStringLiteral("warning: pass \"layers\", Kvz_KvzTexture*_NodeBuffer: expected sorted lists, found lists in "
                        "drawing order; put a VisibilitySortRenderPass before it"));
 
-    // Also where another pass stands between, and where the sort sits beside the road.
+    // Also where another pass stands between, and where the sort is not on the way.
     ChainPass visible = pass("visible", "VisibilityOcclusionRenderPass");
     visible.values.insert(QStringLiteral("Kvz_KvzTexture*_Depth"), QVariant());
     bool isFound = false;

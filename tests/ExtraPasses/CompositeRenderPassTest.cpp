@@ -8,6 +8,8 @@
 
 #include <epoxy/gl.h>
 
+#include <cmath>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -115,11 +117,12 @@ TEST_F(CompositeRenderPassTest, nothingIsTransparentBlack)
 
 TEST_F(CompositeRenderPassTest, aColourAloneIsMultipliedByItsAlpha)
 {
+    const double lastHalfBit = std::ldexp(1.0, -13); // Of half floats from 0.125 to 0.25.
     pass->setInput(Port::BackgroundColor, QColor(255, 0, 51, 51));
-    EXPECT_LE(
-        maximumDifference(compose(), filled(size.width(), size.height(), QVector4D(0.2f, 0, 0.04f, 0.2f))), 0.6 / 255);
+    EXPECT_LE(maximumDifference(compose(), filled(size.width(), size.height(), QVector4D(0.2f, 0, 0.04f, 0.2f))),
+        lastHalfBit);
     pass->setInput(Port::BackgroundColor, QColor(255, 0, 51));
-    EXPECT_LE(maximumDifference(compose(), filled(size.width(), size.height(), QVector4D(1, 0, 0.2f, 1))), 1e-6);
+    EXPECT_LE(maximumDifference(compose(), filled(size.width(), size.height(), QVector4D(1, 0, 0.2f, 1))), lastHalfBit);
 }
 
 TEST_F(CompositeRenderPassTest, stretchesImagesOfOtherSizes)
@@ -154,7 +157,7 @@ TEST_F(CompositeRenderPassTest, givesEachInputBackOnceAndHandsItsPictureOn)
         EXPECT_EQ(PooledTextures::references(texture), 2);
     ASSERT_TRUE(texture(Port::Frame));
     EXPECT_EQ(PooledTextures::references(texture(Port::Frame)), 2);
-    EXPECT_EQ(texture(Port::Frame)->internalFormat(0), GL_RGBA8);
+    EXPECT_EQ(texture(Port::Frame)->internalFormat(0), GL_RGBA16F);
     const QVector4D texel = frame.pixel(9, 9);
     EXPECT_LE((image(Port::Frame).pixel(9, 9) - composed(texel, texel, texel, QVector4D())).length(), 2.0f / 255);
     for (const GLenum capability : {GL_DEPTH_TEST, GL_BLEND, GL_SCISSOR_TEST})

@@ -385,6 +385,8 @@ TEST_F(LitWeightedRenderPassTest, takesAWholeDepthStencilImageToo)
         FramebufferObject framebuffer;
         AutoBinder binder(&framebuffer);
         framebuffer.attach(depth, GL_DEPTH_STENCIL_ATTACHMENT, 0);
+        framebuffer.setDrawBuffers();
+        glReadBuffer(GL_NONE); // Before OpenGL 4.1 it is incomplete otherwise.
         glClearDepth(0.25);
         glClear(GL_DEPTH_BUFFER_BIT);
         glClearDepth(1);

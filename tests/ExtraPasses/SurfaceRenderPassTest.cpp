@@ -70,7 +70,7 @@ TEST_F(SurfaceRenderPassTest, imagesHoldWhatMaterialsAndVerticesSay)
             diffuseError =
                 std::max(diffuseError, distance(diffuse.at(x, y), surface.baseColour, isThere ? surface.opacity : 0));
             specularError = std::max(specularError, distance(specular.at(x, y), surface.specular, surface.shininess));
-            normalError = std::max(normalError, distance(normal.at(x, y), surface.normal, isThere));
+            normalError = std::max(normalError, distance(normal.at(x, y), surface.normal, isThere ? hit.item + 1 : 0));
             emissionError = std::max(emissionError, distance(emission.at(x, y), surface.emission, surface.isUnlit));
             depthError = std::max(depthError, std::abs(double(depth.at(x, y)[0]) - hit.depth));
             wrongIds += id.at(x, y)[0] != float(hit.triangle + 1);

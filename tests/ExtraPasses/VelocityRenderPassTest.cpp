@@ -19,6 +19,7 @@
 
 #include <cmath>
 #include <functional>
+#include <iterator>
 
 namespace Velmora::Kvz {
 
@@ -185,6 +186,27 @@ TEST_F(VelocityRenderPassTest, aMovingCameraMovesWhatItSeesByDepth)
     EXPECT_EQ(pixels, size.width() * size.height()) << "the far plane moves too";
     // Near things move more than far ones.
     EXPECT_GT((image.pixel(40, 55) - image.pixel(80, 62)).length(), 0.01f);
+}
+
+TEST_F(VelocityRenderPassTest, theCameraMayLookAlongAnyAxis)
+{
+    const QSharedPointer<GPUModel> model = makeModel();
+    QMatrix4x4 onItsSide;
+    onItsSide.rotate(90, 0, 0, 1);
+    const QMatrix4x4 views[] = {lookAt(QVector3D(6, 1, 0.3f), QVector3D()), lookAt(QVector3D(-0.2f, 6, 1), QVector3D()),
+        lookAt(QVector3D(0.4f, 1, -4), QVector3D()), onItsSide * camera};
+    for (size_t i = 0; i < std::size(views); ++i) {
+        SCOPED_TRACE(i);
+        frame(model.data(), views[i]);
+        QMatrix4x4 moved = views[i];
+        moved.translate(0.1f, 0.05f, -0.1f);
+        const Image image = frame(model.data(), moved);
+        int pixels = 0;
+        EXPECT_LT(worst(image, depth, DoubleMatrix(projection) * DoubleMatrix(views[i]),
+                      DoubleMatrix(projection) * DoubleMatrix(moved), everywhere, &pixels),
+            1);
+        EXPECT_GT(image.pixel(80, 60).toVector2D().length(), 0.001f) << "it moves";
+    }
 }
 
 TEST_F(VelocityRenderPassTest, holdsTheChangeOfTheJitter)

@@ -71,7 +71,7 @@ TEST_F(ContextResourcesTest, keepOneObjectOfEachType)
     EXPECT_EQ(others.find<A>(), nullptr);
 }
 
-TEST_F(ContextResourcesTest, goInTheReverseOrderOfTheirMaking)
+TEST_F(ContextResourcesTest, goInReverseOrderOfCreation)
 {
     resources.get<B>();
     resources.get<A>();

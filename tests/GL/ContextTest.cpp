@@ -300,7 +300,7 @@ TEST_F(ContextTest, tessellationOfOneContextDoesNotTouchAnother)
     EXPECT_TRUE(drawQuad(plain.get()));
 }
 
-TEST_F(ContextTest, releasedResourcesAreMadeAgain)
+TEST_F(ContextTest, releasedResourcesAreRecreated)
 {
     const auto other = createContext();
     const GLObjectCounts before = glObjectCounts();

@@ -358,7 +358,7 @@ TEST_F(FramebufferObjectTest, anEarlierBindingLeavesTheViewport)
     EXPECT_EQ(viewport(), (Viewport{0, 0, 30, 20}));
 }
 
-TEST_F(FramebufferObjectTest, followsStorageThatWasSpecifiedAnew)
+TEST_F(FramebufferObjectTest, followsStorageThatWasRespecified)
 {
     Texture texture(GL_TEXTURE_2D, GL_RGBA8, 4, 4, 0, nullptr);
     {

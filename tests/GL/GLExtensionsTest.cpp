@@ -26,7 +26,7 @@ TEST_F(GLExtensionsTest, takesNamesWithAndWithoutThePrefix)
     }
 }
 
-TEST_F(GLExtensionsTest, refusesWhatIsNoExtension)
+TEST_F(GLExtensionsTest, refusesWhatIsNotAnExtension)
 {
     for (const char *name : {static_cast<const char *>(nullptr), "", "GL_", "GL_KVZ_no_such_thing", "KVZ_no_such_thing",
              "ARB_shader", "GL_GL_ARB_shader_image_load_store"})

@@ -121,7 +121,7 @@ TEST_F(HeadlessContextTest, logsWhatTheDriverSays)
     EXPECT_TRUE(log.messages().isEmpty());
 }
 
-TEST_F(HeadlessContextTest, theShaderCompilersWarningsAreNoWarnings)
+TEST_F(HeadlessContextTest, theShaderCompilersWarningsAreNotWarnings)
 {
     if (epoxy_gl_version() < 43 && !epoxy_has_gl_extension("GL_KHR_debug"))
         GTEST_SKIP() << "this driver reports no messages";

@@ -95,7 +95,7 @@ TEST_F(ShaderPreprocessorTest, definesTheStage)
             QStringLiteral("#version 150\n#define %1 1\n").arg(stage.second));
 }
 
-TEST_F(ShaderPreprocessorTest, putsMacrosBehindTheVersion)
+TEST_F(ShaderPreprocessorTest, putsMacrosAfterTheVersion)
 {
     processor.addDefine("RADIUS", "4");
     processor.addDefine("KERNEL(i)", "kernel[i]");

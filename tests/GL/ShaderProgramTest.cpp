@@ -100,7 +100,7 @@ TEST_F(ShaderProgramTest, namesLineAndSourceOfAMistake)
     EXPECT_TRUE(log.messages().isEmpty()); // Passes decide what goes to the log.
 }
 
-TEST_F(ShaderProgramTest, namesLinesAsWrittenBehindIncludesAndDefines)
+TEST_F(ShaderProgramTest, namesLinesAsWrittenAfterIncludesAndDefines)
 {
     QTemporaryDir folder;
     QFile header(folder.filePath("header.glslh"));
@@ -424,7 +424,7 @@ TEST_F(ShaderProgramTest, aLocationThatIsHandedOutLeavesTheCache)
     EXPECT_EQ(program->getUniformLocation("u_None[1]"), -1);
 }
 
-TEST_F(ShaderProgramTest, linkingAnewStartsAnew)
+TEST_F(ShaderProgramTest, linkingAgainStartsOver)
 {
     const auto program = programWith("uniform float u_F;", "u_F");
     program->setUniform("u_F", 3);

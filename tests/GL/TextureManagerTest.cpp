@@ -599,6 +599,18 @@ TEST_F(ManagedImagesTest, copiesShareAHandle)
     EXPECT_EQ(stored(again).pixel(3, 3), QVector4D(1, 0, 0, 1));
 }
 
+TEST_F(ManagedImagesTest, anImageOfTwoUsesHasTwoHandles)
+{
+    const QImage image = filled(4, 4, Qt::red);
+    const int colour = manager->addManagedTexture(image);
+    const int data = manager->addManagedTexture(image, ImageUse::Data);
+    EXPECT_NE(data, colour);
+    EXPECT_EQ(manager->addManagedTexture(image, ImageUse::Data), data);
+    manager->releaseManagedTexture(colour);
+    EXPECT_EQ(stored(data).pixel(0, 0), QVector4D(1, 0, 0, 1));
+    EXPECT_EQ(manager->addManagedTexture(filled(4, 4, Qt::green)), colour) << "its place is free";
+}
+
 TEST_F(ManagedImagesTest, growingKeepsWhatIsThere)
 {
     std::vector<int> handles;
@@ -613,21 +625,24 @@ TEST_F(ManagedImagesTest, growingKeepsWhatIsThere)
     EXPECT_EQ(glInteger(GL_READ_FRAMEBUFFER_BINDING), 0);
 }
 
-TEST_F(ManagedImagesTest, aSeventhSizeTakesTheNearest)
+TEST_F(ManagedImagesTest, aSeventhSizeGoesToALargerOne)
 {
     const QSize sizes[] = {{8, 8}, {16, 16}, {32, 32}, {64, 64}, {8, 32}, {64, 8}};
     std::vector<int> handles;
     for (const QSize &size : sizes)
         handles.push_back(manager->addManagedTexture(filled(size.width(), size.height(), Qt::blue)));
-    EXPECT_TRUE(log.messages().isEmpty());
     const int handle = manager->addManagedTexture(filled(30, 34, Qt::green));
+    EXPECT_EQ((handle - 1) % 6, (handles[3] - 1) % 6) << "32 by 32 is nearer, and too small";
+    const Image image = stored(handle);
+    EXPECT_EQ(image.width, 64);
+    EXPECT_EQ(image.pixel(63, 0), QVector4D(0, 1, 0, 1));
+    EXPECT_TRUE(log.messages().isEmpty()) << "nothing is lost";
+
+    const int cut = manager->addManagedTexture(filled(65, 60, Qt::green));
     const QStringList warnings = log.takeWarnings();
     ASSERT_EQ(warnings.size(), 1);
-    EXPECT_TRUE(warnings[0].contains("30 by 34") && warnings[0].contains("32 by 32")) << qPrintable(warnings[0]);
-    EXPECT_EQ((handle - 1) % 6, (handles[2] - 1) % 6);
-    const Image image = stored(handle);
-    EXPECT_EQ(image.width, 32);
-    EXPECT_EQ(image.pixel(31, 0), QVector4D(0, 1, 0, 1));
+    EXPECT_TRUE(warnings[0].contains("65 by 60") && warnings[0].contains("64 by 64")) << qPrintable(warnings[0]);
+    EXPECT_EQ((cut - 1) % 6, (handles[3] - 1) % 6);
 
     // A size that nobody uses any more makes room for another.
     manager->releaseManagedTexture(handles[5]);

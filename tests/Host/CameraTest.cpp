@@ -165,7 +165,7 @@ TEST(CameraTest, targetStaysInTheMiddleOfAPictureThatHasTheWholeScene)
     EXPECT_GT(widest, 0.92f);
 }
 
-TEST(CameraTest, aTurnGoesAroundTheTargetWithoutFramingAnew)
+TEST(CameraTest, aTurnGoesAroundTheTargetWithoutReframing)
 {
     const Bounds box{QVector3D(0, 1, 2), QVector3D(4, 2, 3)};
     const QVector3D centre(2, 1.5f, 2.5f);

@@ -162,7 +162,7 @@ TEST_F(TextureCaptureTest, multisampledDepthIsResolved)
     }
 }
 
-TEST_F(TextureCaptureTest, whatIsNoPictureGivesNone)
+TEST_F(TextureCaptureTest, whatIsNotAPictureGivesNone)
 {
     EXPECT_TRUE(captureTexture(nullptr, TextureDisplay::Colour).isNull());
     const auto texture = texture2x2({{}, {}, {}, {}}, GL_RGBA8);

@@ -154,13 +154,23 @@ TEST(GltfImportTest, meshoptCompressionIsDecoded)
     EXPECT_EQ(scene.meshes[0].indices.size(), 6);
     EXPECT_EQ(scene.meshes[0].positions, (QVector<QVector3D>{{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}}));
 
+    // The buffer of what lies elsewhere is recognized without its mark too.
+    document.root["buffers"] = QJsonArray{document.root["buffers"].toArray()[0], QJsonObject{{"byteLength", 60}}};
+    EXPECT_EQ(importDocument(document).meshes.value(0).positions, scene.meshes[0].positions);
+
     QJsonObject broken = document.views()[0].toObject();
     QJsonObject extension = broken["extensions"].toObject()["EXT_meshopt_compression"].toObject();
     extension["byteLength"] = extension["byteLength"].toInt() - 4;
     broken["extensions"] = QJsonObject{{"EXT_meshopt_compression", extension}};
     document.views()[0] = broken;
     TemporaryFolder folder;
-    EXPECT_EQ(refusal(folder.write("a.gltf", document.bytes())), "mesh 0: accessor 0 reaches past the end of its data");
+    EXPECT_EQ(refusal(folder.write("a.gltf", document.bytes())),
+        "mesh 0: accessor 0: its data cannot be decoded by EXT_meshopt_compression; is it damaged?");
+
+    // Not all that lies in the buffer without a uri is compressed, so some data is nowhere.
+    document.root["buffers"] = QJsonArray{document.root["buffers"].toArray()[0], QJsonObject{{"byteLength", 60}}};
+    document.views().append(QJsonObject{{"buffer", 1}, {"byteLength", 4}});
+    EXPECT_EQ(refusal(folder.write("b.gltf", document.bytes())), "buffer 1 names no file: its uri is missing");
 }
 
 TEST(GltfImportTest, vertexColoursAreReadInAllTheirTypes)

@@ -7,6 +7,7 @@
 #include <GL/DrawBuffers.h>
 #include <GL/VertexArrayObject.h>
 #include <Import/ModelImporter.h>
+#include <Import/SceneFacts.h>
 
 #include <epoxy/gl.h>
 
@@ -60,7 +61,9 @@ TEST_F(ModelImporterGLTest, textureCoordinatesAreThoseThatTheMaterialAsksFor)
         item.material = material;
         scene.items.append(item);
     }
-    const auto model = scene.build();
+    SceneBuildOptions options;
+    options.forBasicPasses = true;
+    const auto model = scene.build(options);
     ASSERT_TRUE(model);
     EXPECT_EQ(model->itemCount(), 3);
     const auto buffer = model->drawBuffers(0)->VAO()->bo(QStringLiteral("va_TexCoord"));
@@ -74,6 +77,39 @@ TEST_F(ModelImporterGLTest, textureCoordinatesAreThoseThatTheMaterialAsksFor)
     const bool movedFirst = texCoords[0] == expected[0];
     EXPECT_EQ(texCoords.mid(movedFirst ? 0 : 3, 3), expected);
     EXPECT_EQ(texCoords.mid(movedFirst ? 3 : 0, 3), mesh.texCoords);
+}
+
+/// Bytes of all buffers that there are.
+static qint64 bytesInBuffers()
+{
+    qint64 bytes = 0;
+    for (GLuint name = 1; name < 1000; ++name) {
+        if (!glIsBuffer(name))
+            continue;
+        GLint size = 0;
+        glBindBuffer(GL_COPY_READ_BUFFER, name);
+        glGetBufferParameteriv(GL_COPY_READ_BUFFER, GL_BUFFER_SIZE, &size);
+        bytes += size;
+    }
+    glBindBuffer(GL_COPY_READ_BUFFER, 0);
+    return bytes;
+}
+
+TEST_F(ModelImporterGLTest, factsAreThoseOfTheModelOnTheGpu)
+{
+    ImportedScene scene;
+    QString error;
+    ASSERT_TRUE(importModel(QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj"), &scene, &error))
+        << qPrintable(error);
+    const SceneFacts facts = factsOf(scene);
+    const qint64 before = bytesInBuffers();
+    const auto model = scene.build();
+    ASSERT_TRUE(model);
+    EXPECT_EQ(3 * facts.triangles * long(sizeof(quint32)), model->drawBuffers(0)->indexBO()->size());
+    EXPECT_EQ(facts.low, model->sceneBounds().first);
+    EXPECT_EQ(facts.high, model->sceneBounds().second);
+    const qint64 images = 3 * 4 * (128 * 128 * 4 - 1) / 3; // three of 128 by 128, with all levels
+    EXPECT_NEAR(double(bytesInBuffers() - before), double(facts.gpuBytes - images), 0.01 * double(facts.gpuBytes));
 }
 
 } // namespace Velmora::Kvz

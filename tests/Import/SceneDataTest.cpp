@@ -3,6 +3,9 @@
 #include "support/ModelFiles.h"
 #include "support/TemporaryFolder.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -34,6 +37,42 @@ QByteArray cubeStl()
 }
 
 } // namespace
+
+/// A triangle of joints that stand at (0, 5, 0), where the skin has it, and at (0, `other`, 0), in a frame at (10, 0, 0).
+static QByteArray skinnedX(float other)
+{
+    const auto place = [](float x, float y) {
+        return "1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, " + QByteArray::number(double(x)) + ", "
+            + QByteArray::number(double(y)) + ", 0, 1;;";
+    };
+    const auto frame = [&](const char *name, float x, float y, const QByteArray &content) {
+        return "Frame " + QByteArray(name) + " { FrameTransformMatrix { " + place(x, y) + " } " + content + "}\n";
+    };
+    const auto weights = [&](const char *joint) {
+        return "SkinWeights { \"" + QByteArray(joint) + "\"; 3; 0, 1, 2; 0.5, 0.5, 0.5; " + place(0, 0) + " }\n";
+    };
+    return "xof 0303txt 0032\n"
+        + frame("Root", 0, 0,
+            frame("Body", 10, 0,
+                "Mesh { 3; 0;0;0;, 1;0;0;, 0;1;0;; 1; 3;0,1,2;;\nXSkinMeshHeader { 2; 2; 2; }\n" + weights("Arm")
+                    + weights("Hand") + "}\n")
+                + frame("Arm", 0, 5, "") + frame("Hand", 0, other, ""));
+}
+
+TEST(SceneDataTest, skinnedMeshesStandInBindPose)
+{
+    TemporaryFolder folder;
+    const QString file = folder.write("a.x", skinnedX(5));
+    const ImportedScene scene = importScene(file);
+    ASSERT_EQ(scene.items.size(), 1);
+    EXPECT_EQ(scene.items[0].modelMatrix.map(QVector3D()), QVector3D(0, 5, 0));
+    EXPECT_EQ(scene.warnings, QStringList(file + ": skins are not animated: their meshes stay in bind pose"));
+
+    // Joints in another pose than that in which they were bound say nothing of the mesh.
+    const ImportedScene posed = importScene(folder.write("b.x", skinnedX(6)));
+    ASSERT_EQ(posed.items.size(), 1);
+    EXPECT_EQ(posed.items[0].modelMatrix.map(QVector3D()), QVector3D(10, 0, 0));
+}
 
 TEST(SceneDataTest, vertexColoursOfPlyAndObjAreKept)
 {
@@ -227,6 +266,145 @@ TEST(SceneDataTest, materialsOfMtlKeepMoreThanThePassesShade)
     EXPECT_EQ(material.baseColourTexture.image, 0);
     EXPECT_EQ(material.normalTexture.image, 0);
     EXPECT_EQ(scene.images[0].uses, ImportedImage::Colour | ImportedImage::Data);
+}
+
+TEST(SceneDataTest, coloursOfOffFilesAreKept)
+{
+    TemporaryFolder folder;
+    for (const char *const rows : {"0 0 0 255 0 0 255\n1 0 0 0 255 0 255\n0 1 0 0 0 51 255\n",
+             "0 0 0 1.0 0.0 0.0 1.0\n1 0 0 0.0 1.0 0.0 1.0\n0 1 0 0.0 0.0 0.2 1.0\n"}) {
+        const ImportedScene scene =
+            importScene(folder.write("a.off", QByteArray("COFF\n3 1 0\n") + rows + "3 0 1 2\n"));
+        ASSERT_EQ(scene.meshes.size(), 1);
+        const ImportedMesh &mesh = scene.meshes[0];
+        ASSERT_EQ(mesh.colours.size(), 3) << rows;
+        for (int v = 0; v < 3; ++v) {
+            const QVector4D expected = mesh.positions[v].x() > 0 ? QVector4D(0, 1, 0, 1)
+                : mesh.positions[v].y() > 0                      ? QVector4D(0, 0, 0.2f, 1)
+                                                                 : QVector4D(1, 0, 0, 1);
+            EXPECT_LT((mesh.colours[v] - expected).length(), 1e-5f) << v;
+        }
+    }
+}
+
+TEST(SceneDataTest, emissiveImagesShineWhereTheFileGivesNoColour)
+{
+    TemporaryFolder folder;
+    folder.write("map.png", pngBytes(plainImage(2, 2, Qt::red)));
+    folder.write("a.mtl", "newmtl a\nmap_Ke map.png\nnewmtl b\nKe 0.5 0.25 0\nmap_Ke map.png\nnewmtl c\nKd 1 1 1\n");
+    const ImportedScene scene = importScene(folder.write(
+        "a.obj", "mtllib a.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\nusemtl a\nf 1 2 3\nusemtl b\nf 1 2 3\nusemtl c\nf 1 2 3\n"));
+    ASSERT_EQ(scene.items.size(), 3);
+    EXPECT_EQ(scene.materials[scene.items[0].material].emission, QVector3D(1, 1, 1));
+    EXPECT_EQ(scene.materials[scene.items[1].material].emission, QVector3D(0.5f, 0.25f, 0));
+    EXPECT_EQ(scene.materials[scene.items[2].material].emission, QVector3D());
+}
+
+TEST(SceneDataTest, masksAreToldOf)
+{
+    ImportedScene scene;
+    scene.materials.resize(2);
+    scene.materials[1].alphaMode = MaterialData::Mask;
+    EXPECT_FALSE(scene.hasMasks());
+    scene.items.resize(1);
+    EXPECT_FALSE(scene.hasMasks()) << "no item has it";
+    scene.items[0].material = 1;
+    EXPECT_TRUE(scene.hasMasks());
+}
+
+TEST(SceneDataTest, scenesAreScaledIntoALengthWithAllThatTheyHold)
+{
+    ImportedScene scene;
+    ImportedMesh mesh;
+    mesh.positions = {{0, 0, 0}, {4, 0, 0}, {0, 1, 0}};
+    mesh.indices = {0, 1, 2};
+    scene.meshes = {mesh};
+    scene.materials = {ImportedMaterial()};
+    scene.unit = 0.5f;
+    ImportedNode root;
+    root.matrix.translate(1, 2, 3);
+    ImportedNode child;
+    child.parent = 0;
+    child.matrix.scale(2);
+    scene.nodes = {root, child};
+    ImportedItem item;
+    item.node = 1;
+    item.modelMatrix = root.matrix * child.matrix;
+    scene.items = {item};
+    ImportedPrimitives set;
+    set.modelMatrix = root.matrix;
+    scene.pointSets = {set};
+    scene.lineSets = {set};
+    ImportedCamera camera;
+    camera.worldMatrix.translate(0, 0, 10);
+    camera.worldMatrix.rotate(90, 0, 1, 0);
+    camera.nearPlane = 1;
+    camera.farPlane = 100;
+    camera.halfExtent = {2, 3};
+    scene.cameras = {camera};
+    ImportedLight lamp;
+    lamp.worldMatrix.translate(0, 8, 0);
+    lamp.range = 20;
+    lamp.intensity = 16;
+    ImportedLight sun = lamp;
+    sun.type = ImportedLight::Directional;
+    scene.lights = {lamp, sun};
+    ImportedAnimation animation;
+    animation.channels.resize(4);
+    const int nodes[] = {0, 1, 0, 0};
+    const ImportedAnimation::Path paths[] = {ImportedAnimation::Translation, ImportedAnimation::Translation,
+        ImportedAnimation::Rotation, ImportedAnimation::Scale};
+    for (int c = 0; c < 4; ++c) {
+        animation.channels[c].node = nodes[c];
+        animation.channels[c].path = paths[c];
+        animation.channels[c].values = {QVector4D(4, 8, 12, 1)};
+    }
+    scene.animations = {animation};
+
+    ImportedScene scaled = scene;
+    ASSERT_TRUE(scaleInto(&scaled, 2)); // from 8
+    const float f = 0.25f;
+    EXPECT_EQ(scaled.items[0].modelMatrix.map(QVector3D(4, 0, 0)), QVector3D(9, 2, 3) * f);
+    EXPECT_EQ(scaled.nodes[0].matrix * scaled.nodes[1].matrix, scaled.items[0].modelMatrix);
+    EXPECT_EQ(scaled.pointSets[0].modelMatrix.map(QVector3D(1, 1, 1)), QVector3D(2, 3, 4) * f);
+    EXPECT_EQ(scaled.lineSets[0].modelMatrix, scaled.pointSets[0].modelMatrix);
+    EXPECT_EQ(scaled.unit, 2.0f);
+    EXPECT_EQ(scaled.cameras[0].worldMatrix.map(QVector3D()), QVector3D(0, 0, 2.5f));
+    EXPECT_NEAR(scaled.cameras[0].worldMatrix.column(0).toVector3D().length(), 1, 1e-6f) << "a view does not stretch";
+    EXPECT_EQ(scaled.cameras[0].nearPlane, 0.25f);
+    EXPECT_EQ(scaled.cameras[0].farPlane, 25.0f);
+    EXPECT_EQ(scaled.cameras[0].halfExtent, QVector2D(0.5f, 0.75f));
+    EXPECT_EQ(scaled.lights[0].worldMatrix.map(QVector3D()), QVector3D(0, 2, 0));
+    EXPECT_EQ(scaled.lights[0].range, 5.0f);
+    EXPECT_EQ(scaled.lights[0].intensity, 1.0f) << "a quarter as far away it would be sixteen times as bright";
+    EXPECT_EQ(scaled.lights[1].intensity, 16.0f);
+    EXPECT_EQ(scaled.animations[0].channels[0].values[0].toVector3D(), QVector3D(1, 2, 3));
+    EXPECT_EQ(scaled.animations[0].channels[1].values[0].toVector3D(), QVector3D(4, 8, 12));
+    EXPECT_EQ(scaled.animations[0].channels[2].values[0], QVector4D(4, 8, 12, 1));
+    EXPECT_EQ(scaled.animations[0].channels[3].values[0].toVector3D(), QVector3D(1, 2, 3));
+
+    for (const float length : {0.0f, -1.0f, std::nanf(""), INFINITY}) {
+        ImportedScene same = scene;
+        EXPECT_FALSE(scaleInto(&same, length)) << length;
+        EXPECT_EQ(same.items[0].modelMatrix, scene.items[0].modelMatrix);
+    }
+    ImportedScene empty;
+    EXPECT_FALSE(scaleInto(&empty, 1));
+}
+
+TEST(SceneDataTest, importScalesAsItsOptionsSay)
+{
+    TemporaryFolder folder;
+    const QString file = folder.write("a.obj", "v 0 0 0\nv 4000 0 0\nv 0 1000 0\nf 1 2 3\n");
+    ImportOptions options;
+    options.scaleInto = 10;
+    const QVector<QVector3D> points = importScene(file, options).points();
+    QVector3D high;
+    for (const QVector3D &point : points)
+        high = {std::max(high.x(), point.x()), std::max(high.y(), point.y()), 0};
+    EXPECT_LT((high - QVector3D(10, 2.5f, 0)).length(), 1e-5f);
+    options.scaleInto = -3;
+    EXPECT_EQ(refusal(file, options), "cannot be scaled to a length of -3");
 }
 
 } // namespace Velmora::Kvz

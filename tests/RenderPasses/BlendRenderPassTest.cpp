@@ -637,7 +637,7 @@ TEST_F(BlendRenderPassTest, allModesShareOneProgram)
     EXPECT_EQ(links.calls.size(), 1u);
 }
 
-TEST_F(BlendRenderPassTest, keepsItsObjectsThroughTeardownAndDeletesThemInTheEnd)
+TEST_F(BlendRenderPassTest, keepsItsObjectsThroughTeardownAndDeletesThemAtTheEnd)
 {
     // What the device and the manager keep for everybody exists from here on.
     setViewport(QRect(0, 0, 2, 2));

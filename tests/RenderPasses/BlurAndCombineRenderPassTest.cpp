@@ -222,7 +222,7 @@ TEST_F(BlurAndCombineRenderPassTest, aNullNormalFrameLeavesTheGlow)
     EXPECT_EQ(pool.allReferences(), 0);
 }
 
-TEST_F(BlurAndCombineRenderPassTest, buildsTheBlurAnewForEachRadiusAndTheThresholdOnce)
+TEST_F(BlurAndCombineRenderPassTest, buildsTheBlurForEachRadiusAndTheThresholdOnce)
 {
     const auto texture = makeTexture(photograph(8, 8), GL_RGBA32F);
     set(texture.get(), texture.get(), QSize(8, 8), 2.0f, 1.0f, 0.5f);

@@ -147,7 +147,7 @@ TEST(BlurKernelTest, endsAtTheFirstOddSampleAtOrBeyondTheLimit)
     EXPECT_EQ(Blur(-1.0f, 3.0f).m_offsets, QVector<float>{0.0f});
 }
 
-TEST(BlurKernelTest, endsForRadiiThatAreNoNumbers)
+TEST(BlurKernelTest, endsForRadiiThatAreNotNumbers)
 {
     EXPECT_EQ(Blur(std::numeric_limits<float>::quiet_NaN(), 3.0f).m_weights.size(), 1);
     EXPECT_EQ(Blur(-std::numeric_limits<float>::infinity(), 3.0f).m_weights.size(), 1);
@@ -156,7 +156,7 @@ TEST(BlurKernelTest, endsForRadiiThatAreNoNumbers)
     EXPECT_EQ(endless.m_weights.size(), 8388608);
 }
 
-TEST(BlurKernelTest, isMadeAnewEachTime)
+TEST(BlurKernelTest, isComputedEachTime)
 {
     Blur blur(0, 8.0f, 3.0f);
     EXPECT_TRUE(blur.m_weights.isEmpty());

@@ -37,7 +37,7 @@ struct Kernel
     QVector<double> offsets;
 };
 
-/// The kernel of a blur radius, worked out apart from the pass.
+/// The kernel of a blur radius, computed independently of the pass.
 Kernel foldedKernel(float radius, float extent);
 
 /// The colour at a distance from a pixel, in whole texels.

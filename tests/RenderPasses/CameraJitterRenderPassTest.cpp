@@ -80,7 +80,7 @@ TEST_F(CameraJitterPassTest, numbersItsModes)
     EXPECT_EQ(int(JitterDiagonal), 3);
 }
 
-TEST_F(CameraJitterPassTest, beginsAtIndexZeroAndAlternates)
+TEST_F(CameraJitterPassTest, startsAtIndexZeroAndAlternates)
 {
     for (int mode = 0; mode < 4; ++mode) {
         CameraJitterPass fresh;
@@ -169,7 +169,7 @@ TEST_F(CameraJitterPassTest, restsWhileResetsAreLeftOn)
     }
 }
 
-TEST_F(CameraJitterPassTest, anyChangeBeginsTheStillFramesAnew)
+TEST_F(CameraJitterPassTest, anyChangeRestartsTheStillFrames)
 {
     setMode(JitterRandom);
     srand48(4);

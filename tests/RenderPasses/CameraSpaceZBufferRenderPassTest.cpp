@@ -82,7 +82,7 @@ Vector3d unproject(const DoubleMatrix &inverse, double u, double v, double depth
     return xyz(point) * (1 / point[3]);
 }
 
-/// Holds the positions of all pixels against those of a depth image that lies stretched over the viewport.
+/// Checks the positions of all pixels against those of a depth image that lies stretched over the viewport.
 ///
 /// The homogeneous point is exact to some units of single precision in the last place; where its w is small against the
 /// numbers that it is made of, by far over near at the far plane, so much more of that shows in the result.

@@ -305,7 +305,7 @@ TEST_F(CubemapLoaderRenderPassTest, countsNoReferences)
     EXPECT_FALSE(pass->output(0).isValid());
 }
 
-TEST_F(CubemapLoaderRenderPassTest, deletesEveryCubeMapInTheEnd)
+TEST_F(CubemapLoaderRenderPassTest, deletesEveryCubeMapAtTheEnd)
 {
     const GLObjectCounts before = glObjectCounts();
     const QStringList a = writeFaces("a", 4, 0);

@@ -65,7 +65,7 @@ double clamped(double value)
 /// Half a step of the target's 8 bits, and what single precision adds.
 constexpr double tolerance = 0.5 / 255 + 2e-5;
 
-/// Holds every pixel of the frame against the formula, and makes sure that the picture tells the formula from each mistake.
+/// Checks every pixel of the frame against the formula, and makes sure that the picture tells the formula from each mistake.
 /// `telltale` is the least share of pixels that each mistake must change by more than two steps.
 void compareWithFormula(const Image &frame, const Image &normals, const Image &depths, const QMatrix4x4 &projection,
     const QMatrix4x4 &camera, const QVector<Mistake> &mistakes, double telltale)

@@ -443,7 +443,7 @@ TEST_F(DepthOfFieldRenderPassTest, whatTheShadersConstantsSwitchOffWorks)
         },
         lensBlur);
 
-    // The slip stands in the text.
+    // The slip is in the text.
     ChangedShaders shaders("vec2( wh.x -wh.y)", "vec2( wh.x -wh.y)");
     pass = std::make_unique<DepthOfFieldRenderPass>();
     draw(frame, depth);

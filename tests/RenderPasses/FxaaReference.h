@@ -7,7 +7,7 @@
 
 namespace Velmora::Kvz {
 
-/// What FXAA 3.11 is told.
+/// The settings of FXAA 3.11.
 struct FxaaSettings
 {
     double subpix = 1.0;

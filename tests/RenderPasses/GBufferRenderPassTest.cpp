@@ -51,7 +51,7 @@ struct Buffers
     Image id;
 };
 
-/// Holds the four buffers against the ray cast of the same drawables, at all pixels clear of edges.
+/// Checks the four buffers against the ray cast of the same drawables, at all pixels clear of edges.
 void compareWithRayCast(const Buffers &buffers, const RayCaster &caster, double leastShare, int leastGeometry)
 {
     double normalError = 0;

@@ -223,7 +223,7 @@ TEST_F(LuminanceAverageRenderPassTest, drawsIntoASquareAndIntoOnePixel)
     EXPECT_EQ(sizes.values, QVector<QVector2D>({QVector2D(240, 240), QVector2D(1, 1)}));
 }
 
-TEST_F(LuminanceAverageRenderPassTest, makesTheSquareAnewWhenAnEighthOfTheViewportChanges)
+TEST_F(LuminanceAverageRenderPassTest, recreatesTheSquareWhenAnEighthOfTheViewportChanges)
 {
     const auto texture = makeTexture(gradient(64, 64), GL_RGBA32F);
     const auto made = [&](int width, int height) {
@@ -317,7 +317,7 @@ TEST_F(LuminanceAverageRenderPassTest, hasNoSquareBelowAWidthOfEight)
     EXPECT_NEAR(average(), luminanceOf(trueAverage(gradient(64, 64))), 2e-5f) << "it recovers";
 }
 
-TEST_F(LuminanceAverageRenderPassTest, beginsWithAFrameTooSmallForASquare)
+TEST_F(LuminanceAverageRenderPassTest, startsWithAFrameTooSmallForASquare)
 {
     const auto texture = makeTexture(gradient(64, 64), GL_RGBA32F);
     for (const QVariant &viewport : {QVariant(), QVariant(QRect(0, 0, 7, 7)), QVariant(QRect(0, 0, 4, 4))}) {
@@ -380,7 +380,7 @@ TEST_F(LuminanceAverageRenderPassTest, leavesTheStateThatItSets)
     glStencilFunc(GL_ALWAYS, 0, 0xff);
 }
 
-TEST_F(LuminanceAverageRenderPassTest, keepsItsObjectsThroughTeardownAndDeletesThemInTheEnd)
+TEST_F(LuminanceAverageRenderPassTest, keepsItsObjectsThroughTeardownAndDeletesThemAtTheEnd)
 {
     set(QRect(0, 0, 64, 64), nullptr);
     pass.start(nullptr);

@@ -66,7 +66,7 @@ constexpr double colorTolerance = 2.0 / 255;
 constexpr double normalTolerance = 2e-4;
 constexpr double depthTolerance = 2e-6;
 
-/// Holds the five buffers against the ray cast of the scene, at all pixels clear of edges.
+/// Checks the five buffers against the ray cast of the scene, at all pixels clear of edges.
 void compareWithRayCast(const Buffers &buffers, const RayCastScene &scene, const QMatrix4x4 &projection,
     const QMatrix4x4 &camera, double leastShare, int leastGeometry, const QVector<int> &leastPerItem)
 {

@@ -9,7 +9,7 @@
 
 namespace Velmora::Kvz {
 
-/// Ambient obscurance worked out on the CPU, in doubles, from the formulas.
+/// Ambient obscurance computed on the CPU, in doubles, from the formulas.
 ///
 /// The spiral of a pixel is turned by angles of thousands of radians, of which single precision keeps three decimals, and a tap
 /// at the border of two texels may read either. So a pixel has a range of right answers, from the angles and texels that
@@ -92,10 +92,10 @@ struct ObscuranceCoverage
     int black = 0;
 };
 
-/// Holds every pixel of an image against the formulas. Half a step of 8 bits, and half a one more for positions and normals
+/// Checks every pixel of an image against the formulas. Half a step of 8 bits, and half a one more for positions and normals
 /// in single precision, whose differences lose digits.
 ObscuranceCoverage compareWithFormula(const Image &image, const ObscuranceReference &reference);
-/// Holds that the image had enough of white and of grey, and few pixels that may be anything.
+/// Checks that the image had enough of white and of grey, and few pixels that may be anything.
 void expectTelling(const ObscuranceCoverage &coverage);
 
 } // namespace Velmora::Kvz

@@ -265,7 +265,7 @@ TEST_F(PrimitiveBuilderRenderPassTest, bakesOnceForAnUnchangedList)
     EXPECT_TRUE(uploads.calls.empty());
 }
 
-TEST_F(PrimitiveBuilderRenderPassTest, bakesTheWholeListAnewWhenItGrows)
+TEST_F(PrimitiveBuilderRenderPassTest, bakesTheWholeListAgainWhenItGrows)
 {
     pass.addQuad(1, QVector3D());
     pass.start(nullptr);
@@ -277,7 +277,7 @@ TEST_F(PrimitiveBuilderRenderPassTest, bakesTheWholeListAnewWhenItGrows)
     EXPECT_EQ(glObjectCounts().buffers, before.buffers);
 }
 
-TEST_F(PrimitiveBuilderRenderPassTest, bakesAnewForTheSameChoiceOfCommands)
+TEST_F(PrimitiveBuilderRenderPassTest, bakesAgainForTheSameChoiceOfCommands)
 {
     pass.addQuad(1, QVector3D());
     pass.start(nullptr);

@@ -5,7 +5,7 @@
 
 namespace Velmora::Kvz {
 
-TEST(RenderPassesVersionsTest, tellsTheBuild)
+TEST(RenderPassesVersionsTest, namesTheBuild)
 {
     EXPECT_EQ(RenderPassesVersions::getVersion(), QStringLiteral("1.0.0"));
     EXPECT_EQ(RenderPassesVersions::getGitHash(), QString());

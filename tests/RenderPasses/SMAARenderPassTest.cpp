@@ -404,7 +404,7 @@ TEST_F(SMAARenderPassTest, resolvesAMultisampledFrameFirst)
     EXPECT_EQ(pool.references(velocity), 1);
 }
 
-TEST_F(SMAARenderPassTest, aModeThatIsNoneGivesNullAndLosesItsTarget)
+TEST_F(SMAARenderPassTest, anUnknownModeGivesNullAndLosesItsTarget)
 {
     const QSize size(24, 18);
     Texture *const frame = pool.take(TextureFormat::HighDynamicRange, 24, 18, 3);

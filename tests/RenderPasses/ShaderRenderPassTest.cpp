@@ -176,7 +176,7 @@ TEST_F(ShaderRenderPassTest, takesBothSidesFromTheFirstConnectedTextureForAViewp
     EXPECT_EQ(image.height, 40);
 }
 
-TEST_F(ShaderRenderPassTest, clearsEachFrameUnlessTold)
+TEST_F(ShaderRenderPassTest, clearsEachFrameUnlessToldNotTo)
 {
     // Draws the right half and leaves the left as it was.
     addOutput();
@@ -364,7 +364,7 @@ TEST_F(ShaderRenderPassTest, setsUniformsOfEachType)
     }
 }
 
-TEST_F(ShaderRenderPassTest, passesOverValuesOfOtherTypesAndNamesThatAreNoUniform)
+TEST_F(ShaderRenderPassTest, skipsValuesOfOtherTypesAndNamesThatAreNotUniforms)
 {
     pass->addInput(QStringLiteral("u_Value"), QVariant());
     pass->addInput(QStringLiteral("u_Missing"), 3);

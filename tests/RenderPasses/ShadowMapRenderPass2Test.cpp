@@ -43,7 +43,7 @@ struct WorkRecorder
     size_t all() const { return draws() + clears.calls.size(); }
 };
 
-/// Holds maps of two ways to draw them against each other. At an edge the rounding of a corner decides whether a texel is
+/// Checks maps of two ways to draw them against each other. At an edge the rounding of a corner decides whether a texel is
 /// covered, so of a thousand texels one may be another's. None may be no number.
 void expectNearlyEqual(const Image &map, const Image &expected, double tolerance)
 {
@@ -145,7 +145,7 @@ TEST_F(ShadowMapRenderPass2Test, theArraysHaveTheirFormatsFiltersAndEdges)
     }
 }
 
-TEST_F(ShadowMapRenderPass2Test, theDriverDecidesTheStrategyAndTheLogTellsIt)
+TEST_F(ShadowMapRenderPass2Test, theDriverDecidesTheStrategyAndTheLogNamesIt)
 {
     struct Row
     {
@@ -278,7 +278,7 @@ TEST_F(ShadowMapRenderPass2Test, drawsDepthsAloneInBatchesOfWhatIsLeft)
     }
 }
 
-TEST_F(ShadowMapRenderPass2Test, comesToWhatTheOtherPassComesTo)
+TEST_F(ShadowMapRenderPass2Test, agreesWithTheOtherPass)
 {
     buildScene();
     addLights();
@@ -472,7 +472,7 @@ TEST_F(ShadowMapRenderPass2Test, aCleanFrameDrawsNothingAndPublishesTheSame)
     }
 }
 
-TEST_F(ShadowMapRenderPass2Test, aCleanFrameWithAnotherMapSizeIsRenderedAllTheSame)
+TEST_F(ShadowMapRenderPass2Test, aCleanFrameWithAnotherMapSizeIsRenderedAnyway)
 {
     buildScene();
     addLights();

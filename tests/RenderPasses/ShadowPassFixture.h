@@ -32,7 +32,7 @@ QString driverName();
 /// for another strategy; the test fails where it is missing for no such reason.
 bool hasVertexStage();
 
-/// In what the tests that both shadow passes share differ from pass to pass.
+/// How the shared tests of the shadow passes differ from pass to pass.
 template <typename Pass> struct ShadowPassTraits;
 
 template <> struct ShadowPassTraits<ShadowMapRenderPass>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What both shadow passes do alike. What each does in its own way stands in the file of its name.
+// What both shadow passes do alike. What only one of them does is in the file named after it.
 #include "ShadowPassFixture.h"
 #include "support/ChangedShaders.h"
 #include "support/GLCallRecorder.h"
@@ -195,7 +195,7 @@ TYPED_TEST(ShadowPassTest, aNullModelIsAssertedAndMakesEmptyMaps)
     EXPECT_EQ(this->pass->errorCode(), 0u);
 }
 
-TYPED_TEST(ShadowPassTest, aMapSizeThatIsNoneGivesNoMap)
+TYPED_TEST(ShadowPassTest, anInvalidMapSizeGivesNoMap)
 {
     this->buildScene();
     this->lights.directional({-0.4f, -1, -0.3f});

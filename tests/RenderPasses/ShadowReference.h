@@ -60,12 +60,12 @@ MomentMap gaussianEdgeReference(const MomentMap &map, int *extended);
 MomentMap boxReference(const MomentMap &map, bool isOneEmpty, int *extended);
 /// @}
 
-/// Holds a filtered layer against its reference: `tolerance` is for means and squares up to 1 or so, and grows with them.
+/// Checks a filtered layer against its reference: `tolerance` is for means and squares up to 1 or so, and grows with them.
 void expectMoments(const Image &layer, const MomentMap &reference, double tolerance);
 
 /// Whether no caster touched a layer.
 bool isAllFar(const Image &map);
-/// Holds the maps of all layers to be the same, bit for bit.
+/// Checks that the maps of all layers are the same, bit for bit.
 void expectSameMaps(const QVector<Image> &maps, const QVector<Image> &expected);
 /// The layers that an array has.
 int layersOf(Texture *array);
@@ -128,7 +128,7 @@ protected:
     ShadowMapManager::Light *addSpot();
     /// Normalised device z, by the published matrix, of a point on the axis of addSpot().
     static double axisDepth(const RenderPass &pass, double distance, int layer = 0);
-    /// Holds the middle of a map against a wall at this distance.
+    /// Checks the middle of a map against a wall at this distance.
     static void expectAxisDepth(const RenderPass &pass, const Image &map, double distance, double bias);
     /// The distance at which axisDepth() is so much.
     static double axisDistance(const RenderPass &pass, double depth);
@@ -139,12 +139,12 @@ protected:
     /// One frame.
     static void run(RenderPass &pass);
 
-    /// Holds the lights' matrices against those of bounds from both ports, else from the model, which is replaced at the end.
+    /// Checks the lights' matrices against those of bounds from both ports, else from the model, which is replaced at the end.
     void expectBoundsOfPortsElseOfTheModel(RenderPass &pass);
-    /// Holds the number of cascades against whether both matrices are there.
+    /// Checks the number of cascades against whether both matrices are there.
     void expectCameraOnlyWithBothMatrices(RenderPass &pass);
 
-    /// Holds every layer against a ray cast: `bias` is what the depths have on top.
+    /// Checks every layer against a ray cast: `bias` is what the depths have on top.
     void expectRayCast(const RenderPass &pass, double bias);
 
     QSharedPointer<GPUModel> model;

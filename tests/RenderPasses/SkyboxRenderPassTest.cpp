@@ -527,7 +527,7 @@ TEST_F(SkyboxRenderPassTest, choosesTheFormatOfANewFrame)
     EXPECT_EQ(formatWith(true), GL_RGBA8) << "a frame that came in keeps its format";
 }
 
-TEST_F(SkyboxRenderPassTest, theFlatImageGoesBeforeTheCubeMapAndThatBeforeThePanorama)
+TEST_F(SkyboxRenderPassTest, theFlatImageTakesPrecedenceOverTheCubeMapAndThatOverThePanorama)
 {
     Texture *const flat = pool.take(TextureFormat::HighDynamicRange, filled(2, 2, QVector4D(1, 1, 1, 1)), 3);
     Texture *const panorama = pool.take(TextureFormat::HighDynamicRange, filled(2, 2, skyColor), 4);
@@ -611,7 +611,7 @@ TEST_F(SkyboxRenderPassTest, givesBackFrameAndDepth)
     EXPECT_FALSE(pass->output(0).isValid());
 }
 
-TEST_F(SkyboxRenderPassTest, aChangeOfSizeMakesFramebufferAndQuadAnewAndKeepsThePrograms)
+TEST_F(SkyboxRenderPassTest, aChangeOfSizeRecreatesFramebufferAndQuadAndKeepsThePrograms)
 {
     const auto sky = makeTexture(filled(1, 1, skyColor), GL_RGBA32F);
     setTexture(Port::LatLongMap, sky.get());

@@ -131,7 +131,7 @@ TEST_F(TemporalAARenderPassTest, averagesAllFourChannels)
     EXPECT_LT((mean - QVector4D(0.5f, 0.5f, 0.4f, 0.5f)).length(), 1.5f / 255);
 }
 
-TEST_F(TemporalAARenderPassTest, laterFramesStopToShow)
+TEST_F(TemporalAARenderPassTest, laterFramesStopCounting)
 {
     for (int i = 0; i < 300; ++i)
         add(1.0f);
@@ -140,7 +140,7 @@ TEST_F(TemporalAARenderPassTest, laterFramesStopToShow)
         EXPECT_GE(add(0.9f).x(), 0.999f);
 }
 
-TEST_F(TemporalAARenderPassTest, anyChangeOfViewBeginsAnew)
+TEST_F(TemporalAARenderPassTest, anyChangeOfViewStartsOver)
 {
     const QMatrix4x4 projection = perspective(QSize(16, 8), 0.5f, 30);
     const QMatrix4x4 camera = lookAt(QVector3D(1, 2, 4), QVector3D());
@@ -159,7 +159,7 @@ TEST_F(TemporalAARenderPassTest, anyChangeOfViewBeginsAnew)
     }
 }
 
-TEST_F(TemporalAARenderPassTest, aMatrixThatIsNoNumberNeverAccumulates)
+TEST_F(TemporalAARenderPassTest, aMatrixThatIsNotANumberNeverAccumulates)
 {
     QMatrix4x4 matrix;
     matrix(1, 2) = std::numeric_limits<float>::quiet_NaN();

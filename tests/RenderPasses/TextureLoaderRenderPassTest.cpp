@@ -100,7 +100,7 @@ TEST_F(TextureLoaderRenderPassTest, onePointerServesAllPaths)
     EXPECT_EQ(load(folder.path("missing.png")), first);
 }
 
-TEST_F(TextureLoaderRenderPassTest, whatIsNoImageGivesAWhiteTexel)
+TEST_F(TextureLoaderRenderPassTest, whatIsNotAnImageGivesAWhiteTexel)
 {
     const QString good = write("good.png", distinctImage(64, 64));
     const QByteArray bytes = folder.read("good.png");
@@ -184,7 +184,7 @@ TEST_F(TextureLoaderRenderPassTest, padsBitsThatAreTooFewWithZeros)
     EXPECT_EQ(handedOver, bitsOf(QImage(path).mirrored(false, true)) + QByteArray(3 * 32 * 5, '\0'));
 }
 
-TEST_F(TextureLoaderRenderPassTest, whatCannotBePaddedIsNoImage)
+TEST_F(TextureLoaderRenderPassTest, whatCannotBePaddedIsNotAnImage)
 {
     // 64 MiB of bits, of which GL would read 2 GiB.
     QImage image(32768, 16384, QImage::Format_Mono);
@@ -253,7 +253,7 @@ TEST_F(TextureLoaderRenderPassTest, countsNoReferences)
     EXPECT_EQ(PooledTextures::allReferences(), before);
 }
 
-TEST_F(TextureLoaderRenderPassTest, keepsItsTextureThroughTeardownAndDeletesItInTheEnd)
+TEST_F(TextureLoaderRenderPassTest, keepsItsTextureThroughTeardownAndDeletesItAtTheEnd)
 {
     const GLObjectCounts before = glObjectCounts();
     load(write("a.png", distinctImage(4, 4)));

@@ -597,7 +597,7 @@ TEST_F(TextureToScreenRenderPassTest, teardownContextDataDeletesFramebuffersAndQ
     EXPECT_EQ(maximumDifference(readTexture(again.get()), image), 0.0);
 }
 
-TEST_F(TextureToScreenRenderPassTest, deletesAllItsObjectsInTheEnd)
+TEST_F(TextureToScreenRenderPassTest, deletesAllItsObjectsAtTheEnd)
 {
     // What device and manager keep for everybody exists from here on.
     const auto target = makeTarget(4, 4);

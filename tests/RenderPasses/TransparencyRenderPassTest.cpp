@@ -466,7 +466,7 @@ TEST_F(TransparencyRenderPassTest, remakesItsTargetsWhenTheSizeChanges)
         for (const Texture *const target : {frame.data(), depth.data()})
             EXPECT_EQ(QSize(target->width(0), target->height(0)), size);
         EXPECT_TRUE(glObjectCounts() == counts);
-        // The accumulation draws with the new depth: the wall hides the glass behind it, and nothing else is amiss.
+        // The accumulation draws with the new depth: the wall hides the glass behind it, and everything else is as before.
         for (int y = 0; y < size.height(); ++y) {
             EXPECT_NEAR(double(larger.pixel(2, y).x()), facing(0.3), 1e-5);
             EXPECT_EQ(larger.pixel(2, y).w(), 1.0f);

@@ -40,7 +40,7 @@ protected:
         int textured;
         int deepest;
     };
-    /// Holds a frame against the four statements along the ray of each clear pixel whose images are magnified. `inOrder`
+    /// Checks a frame against the four statements along the ray of each clear pixel whose images are magnified. `inOrder`
     /// brings what a ray meets into the order of its list.
     void compareWithRayCast(const Image &frame, double leastShare, int leastGeometry, const Least &least,
         const std::function<QVector<RayHit>(const QVector<RayHit> &)> &inOrder)
@@ -548,7 +548,7 @@ TEST_F(VisibilityDeferredRenderPassTest, goesByThePresentModelsIndicesInTheFirst
             elements.onCall = [&](GLenum, GLsizei, GLenum, const void *) { check(); };
             runDeferred();
             EXPECT_EQ(draws, 1);
-            // What comes through does not hang on vertices; the colour is right only with those of the first model's kind.
+            // What comes through does not depend on vertices; the colour is right only with those of the first model's kind.
             const QVector4D pixel = frame().pixel(1, 2);
             EXPECT_NEAR(double(pixel.w()), 0.75, colorTolerance);
             if (isIndexed == isFirstIndexed) {
@@ -596,7 +596,7 @@ TEST_F(VisibilityDeferredRenderPassTest, doesNotCrashWithoutLists)
     EXPECT_EQ(frame().pixel(2, 2), QVector4D(0, 1, 0, 1));
 }
 
-TEST_F(VisibilityDeferredRenderPassTest, makesItsFrameAnewWhenTheSizeChanges)
+TEST_F(VisibilityDeferredRenderPassTest, recreatesItsFrameWhenTheSizeChanges)
 {
     setViewport(QSize(7, 5));
     deferred->start(nullptr);

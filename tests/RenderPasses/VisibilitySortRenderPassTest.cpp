@@ -80,7 +80,7 @@ class VisibilitySortListsTest : public VisibilitySortRenderPassTest
 class VisibilitySortSingleNodeTest : public VisibilitySortRenderPassTest
 { };
 
-/// Holds sorted lists against what they were: the chain of nodes stays, and what the first 50 hold is in the order that the
+/// Checks sorted lists against what they were: the chain of nodes stays, and what the first 50 hold is in the order that the
 /// same steps give on the CPU.
 void compareSorted(const VisibilityLists &before, const VisibilityLists &after)
 {

@@ -82,7 +82,7 @@ struct Coverage
     int between = 0;
 };
 
-/// Holds a whole overlay against the formula: half a step of 8 bits, and what single precision adds.
+/// Checks a whole overlay against the formula: half a step of 8 bits, and what single precision adds.
 Coverage compareWithFormula(
     const Image &overlay, const Image &id, const QColor &color, Wrap wrap, const QPoint &origin = QPoint())
 {

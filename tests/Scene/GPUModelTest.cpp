@@ -335,7 +335,7 @@ TEST_F(GPUModelTest, selectionByFeatureFlags)
     EXPECT_EQ(drawn(2, 7), QStringLiteral("....."));
 }
 
-TEST_F(GPUModelTest, cullingHasNoSayInIsDrawEmpty)
+TEST_F(GPUModelTest, cullingDoesNotAffectIsDrawEmpty)
 {
     const Grid grid(2);
     const QSharedPointer<GPUModel> model = grid.builder.build();

@@ -3,8 +3,10 @@
 
 #include <GL/AutoBinder.h>
 #include <GL/DrawBuffers.h>
+#include <GL/FixedTextureUnits.h>
 #include <GL/OpenGLDeviceContext.h>
 #include <GL/TextureManager.h>
+#include <Scene/InstanceDataCollection.h>
 #include <Scene/InstanceDataRegistry.h>
 
 #include <QtGui/QImage>
@@ -72,19 +74,185 @@ TEST_F(ManagedTextureTest, imagesOfSeveralSizesAndNone)
     EXPECT_NEAR(image.pixel(6 * 4 + 2, 2).z(), 6.0f / 255, 1e-5f);
 }
 
-TEST_F(ManagedTextureTest, furtherSizesAreResampledWithOneLine)
+TEST_F(ManagedTextureTest, eightSizesLoseNothing)
+{
+    // Each image has a fine pattern, at one texel for a pixel, so that a lost texel shows.
+    const QSize sizes[] = {{16, 16}, {32, 8}, {8, 8}, {7, 9}, {64, 64}, {2, 2}, {1, 1}, {20, 12}};
+    for (const QSize &size : sizes) {
+        QVector<MaterialData> materials(8);
+        for (int i = 0; i < 8; ++i)
+            materials[i].mapKd = filled(sizes[i].width(), sizes[i].height(), Qt::red);
+        const int number = int(&size - sizes);
+        QImage pattern(size, QImage::Format_RGB32);
+        for (int y = 0; y < size.height(); ++y) {
+            for (int x = 0; x < size.width(); ++x)
+                pattern.setPixelColor(x, y, (x / 2 + y / 2) % 2 ? QColor(250, 200, 10) : QColor(20, 60, 240));
+        }
+        materials[number].mapKd = pattern;
+        GPUModelBuilder builder;
+        builder.addMesh(unitSquare());
+        QMatrix4x4 matrix;
+        const int zoom = size.width() == 1 ? 4 : 1; // derivatives need neighbours
+        matrix.scale(float(zoom * size.width()), float(zoom * size.height()));
+        for (int i = 0; i < 8; ++i)
+            builder.addMaterial(materials[i]);
+        // The others are beside the picture.
+        for (int i = 0; i < 8; ++i)
+            builder.addItem(0, i, i == number ? matrix : placed(1000, 0, 0, 4));
+        const QSharedPointer<GPUModel> model = builder.build();
+        const Image image =
+            draw(*model, mapColor, zoom * size.width(), zoom * size.height(), TextureManager::Instance());
+        float largest = 0;
+        for (int y = 0; y < zoom * size.height(); ++y) {
+            for (int x = 0; x < zoom * size.width(); ++x) {
+                const QRgb texel = pattern.pixel(x / zoom, size.height() - 1 - y / zoom);
+                const QVector4D expected = QVector4D(qRed(texel), qGreen(texel), qBlue(texel), 255) / 255;
+                largest = qMax(largest, (image.pixel(x, y) - expected).length());
+            }
+        }
+        // Linear enlargement softens the edges of squares of two texels, no more.
+        EXPECT_LT(largest, 0.45f) << size.width() << " by " << size.height();
+    }
+    EXPECT_TRUE(log.takeWarnings().isEmpty());
+}
+
+TEST_F(ManagedTextureTest, nearestImagesKeepTheirSquaresInALargerArray)
 {
     QVector<MaterialData> materials(7);
-    for (int i = 0; i < 6; ++i)
-        materials[i].mapKd = filled(1 << i, 1 << i, Qt::red);
-    materials[6].mapKd = filled(7, 9, Qt::green);
-    const QSharedPointer<GPUModel> model = rowOfSquares(materials, 4);
+    const QSize sizes[] = {{16, 16}, {256, 2}, {64, 64}, {2, 256}, {128, 128}, {96, 48}, {5, 3}};
+    for (int i = 0; i < 7; ++i)
+        materials[i].mapKd = filled(sizes[i].width(), sizes[i].height(), Qt::red);
+    QImage squares(5, 3, QImage::Format_RGB32);
+    for (int i = 0; i < 15; ++i)
+        squares.setPixelColor(i % 5, i / 5, i % 2 ? Qt::white : Qt::black);
+    materials[6].mapKd = squares;
+    materials[6].mapKdSampling.magnification = ImageSampling::Nearest;
+    const QSharedPointer<GPUModel> model = rowOfSquares(materials, 32);
+    model->setModelMatrix(0, placed(1000, 0, 0, 1));
+    model->setModelMatrix(6, placed(0, 0, 0, 30));
+    // Sampled at the centres of a grid of four times as many: no mixture, whatever the filter of the array.
+    const Image image = draw(*model,
+        QStringLiteral("managedTexture(getMap_Kd(), (floor(vo_TexCoord * vec2(10.0, 6.0)) + 0.5) / vec2(10.0, 6.0))"),
+        30, 30, TextureManager::Instance());
+    for (int y = 1; y < 30; y += 5) {
+        for (int x = 1; x < 30; x += 3) {
+            const float expected = ((x / 6) + 5 * (2 - y / 10)) % 2 ? 1 : 0;
+            EXPECT_NEAR(image.pixel(x, y).x(), expected, 1e-5f) << x << ", " << y;
+        }
+    }
+}
+
+TEST_F(ManagedTextureTest, overItsBudgetTheLargestImageShrinksAndOneLineNamesIt)
+{
+    QVector<MaterialData> materials(2);
+    materials[0].mapKd = filled(64, 64, Qt::red);
+    materials[0].mapKdSampling.imageName = QStringLiteral("brick.png");
+    materials[1].mapKd = filled(16, 16, Qt::green);
+    GPUModelBuilder builder;
+    builder.addMesh(unitSquare());
+    for (int i = 0; i < 2; ++i)
+        builder.addItem(0, builder.addMaterial(materials[i]), placed(float(i) * 4, 0, 0, 4));
+    builder.setImageBudget(8192);
+    QSharedPointer<GPUModel> model = builder.build();
     const QStringList lines = log.takeWarnings();
     ASSERT_EQ(lines.size(), 1);
-    EXPECT_TRUE(lines[0].contains(QLatin1String("7 by 9 is resampled to 8 by 8"))) << qPrintable(lines[0]);
-    const Image image = draw(*model, mapColor, 28, 4, TextureManager::Instance());
-    EXPECT_LT((image.pixel(26, 2) - QVector4D(0, 1, 0, 1)).length(), 0.01f);
-    EXPECT_LT((image.pixel(22, 2) - QVector4D(1, 0, 0, 1)).length(), 0.01f);
+    EXPECT_TRUE(lines[0].contains(QLatin1String("take more than 0.0078125 MiB; scaled down: \"brick.png\" from 64 by "
+                                                "64 to 32 by 32"))
+        && !lines[0].contains(QLatin1String("16 by 16")))
+        << qPrintable(lines[0]);
+    const Image image = draw(*model, mapColor, 8, 4, TextureManager::Instance());
+    EXPECT_LT((image.pixel(2, 2) - QVector4D(1, 0, 0, 1)).length(), 1e-5f);
+    EXPECT_LT((image.pixel(6, 2) - QVector4D(0, 1, 0, 1)).length(), 1e-5f);
+    builder.setImageBudget(65536);
+    model = builder.build();
+    EXPECT_TRUE(log.takeWarnings().isEmpty());
+}
+
+TEST_F(ManagedTextureTest, aModelHasTheSameArraysWhateverOtherModelsThereAre)
+{
+    const auto handlesOf = [](const GPUModel &model) {
+        const InstanceDataPlan &plan = InstanceDataRegistry::Instance().getPlan(QStringLiteral("OBJMaterial"));
+        QVector<float> handles;
+        for (int i = 0; i < model.itemCount(); ++i)
+            handles.append(model.materialRows()[i * plan.stride() * 4 + plan.offset(QStringLiteral("getMap_Kd"))]);
+        return handles;
+    };
+    QVector<MaterialData> materials(3);
+    materials[0].mapKd = filled(32, 32, Qt::red);
+    materials[1].mapKd = filled(16, 16, Qt::green);
+    materials[2].mapKd = filled(32, 32, Qt::blue);
+    const QVector<float> alone = handlesOf(*rowOfSquares(materials, 4));
+    QVector<MaterialData> others(8);
+    for (int i = 0; i < 8; ++i)
+        others[i].mapKd = filled(3 + i, 11 - i, Qt::yellow);
+    const QSharedPointer<GPUModel> other = rowOfSquares(others, 4);
+    const int own = TextureManager::Instance()->addManagedTexture(filled(100, 3, Qt::magenta));
+    ASSERT_GT(own, 0);
+    const QSharedPointer<GPUModel> model = rowOfSquares(materials, 4);
+    EXPECT_EQ(handlesOf(*model), alone);
+    EXPECT_TRUE(log.takeWarnings().isEmpty());
+    const QVector4D expected[] = {{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0, 1, 1}};
+    const Image image = draw(*model, mapColor, 12, 4, TextureManager::Instance());
+    for (int i = 0; i < 3; ++i)
+        EXPECT_LT((image.pixel(4 * i + 2, 2) - expected[i]).length(), 1e-5f) << i;
+    EXPECT_LT(
+        (draw(*other, mapColor, 4, 4, TextureManager::Instance()).pixel(2, 2) - QVector4D(1, 1, 0, 1)).length(), 1e-5f);
+    TextureManager::Instance()->releaseManagedTexture(own);
+}
+
+TEST_F(ManagedTextureTest, rowsOfAHostSampleImagesThatItAddsToTheModel)
+{
+    QVector<MaterialData> materials(1);
+    materials[0].mapKd = filled(8, 8, Qt::red);
+    const QSharedPointer<GPUModel> model = rowOfSquares(materials, 4);
+    const QImage added = filled(16, 4, Qt::green);
+    const int handle = model->addImage(added);
+    ASSERT_GT(handle, 0);
+    EXPECT_EQ(model->addImage(added), handle);
+    EXPECT_EQ(model->addImage(QImage()), 0);
+    InstanceDataCollection rows(QStringLiteral("OBJMaterial"));
+    rows.setRowCount(1);
+    ASSERT_TRUE(rows.setValue(0, QStringLiteral("getMap_Kd"), handle));
+    rows.bind(nullptr, nullptr);
+    EXPECT_LT(
+        (draw(*model, mapColor, 4, 4, TextureManager::Instance()).pixel(2, 2) - QVector4D(0, 1, 0, 1)).length(), 1e-5f);
+    rows.unbind(nullptr, nullptr);
+    EXPECT_LT(
+        (draw(*model, mapColor, 4, 4, TextureManager::Instance()).pixel(2, 2) - QVector4D(1, 0, 0, 1)).length(), 1e-5f);
+}
+
+TEST_F(ManagedTextureTest, boundRowsSayWhoseImagesAreBound)
+{
+    const unsigned int unit = unsigned(FixedTextureUnits::unitOf(QStringLiteral("kvz_ManagedTextures0")));
+    const auto boundWidth = [&] {
+        TextureManager::Instance()->bindTextures(nullptr);
+        glActiveTexture(GL_TEXTURE0 + unit);
+        GLint width = 0;
+        glGetTexLevelParameteriv(GL_TEXTURE_2D_ARRAY, 0, GL_TEXTURE_WIDTH, &width);
+        glActiveTexture(GL_TEXTURE0);
+        TextureManager::Instance()->unbindTextures(nullptr);
+        return width;
+    };
+    QVector<MaterialData> materials(1);
+    materials[0].mapKd = filled(8, 8, Qt::red);
+    const QSharedPointer<GPUModel> first = rowOfSquares(materials, 4);
+    materials[0].mapKd = filled(4, 4, Qt::red);
+    QSharedPointer<GPUModel> second = rowOfSquares(materials, 4);
+    EXPECT_EQ(boundWidth(), 1) << "white stands in";
+    AutoBinder outer(first->materialData(0));
+    EXPECT_EQ(boundWidth(), 8);
+    {
+        AutoBinder inner(second->surfaceData());
+        EXPECT_EQ(boundWidth(), 4);
+    }
+    {
+        AutoBinder inner(second->materialImages());
+        EXPECT_EQ(boundWidth(), 4);
+    }
+    EXPECT_EQ(boundWidth(), 8);
+    second->materialData(0)->bind();
+    second.clear();
+    EXPECT_EQ(boundWidth(), 8) << "a model that is gone leaves nothing behind";
 }
 
 TEST_F(ManagedTextureTest, lowerLeftOfTheImageIsTheOrigin)

@@ -200,7 +200,7 @@ float texelOf(const RenderData &data, int layer)
     return 1 / (256 * std::sqrt(square));
 }
 
-TEST_F(ShadowMapManagerTest, cascadesDoNotSwimWhileTheCameraMovesAndTurns)
+TEST_F(ShadowMapManagerTest, cascadesDoNotShimmerWhileTheCameraMovesAndTurns)
 {
     Light light;
     light.direction = {0.4f, -1, 0.3f};

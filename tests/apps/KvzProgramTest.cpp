@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "KvzRun.h"
 #include "support/GLTest.h"
 #include "support/ModelFiles.h"
 #include "support/TemporaryFolder.h"
@@ -8,7 +9,6 @@
 #include <Chain/PassRegistry.h>
 
 #include <QtCore/QJsonDocument>
-#include <QtCore/QProcess>
 #include <QtCore/QRect>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QSet>
@@ -26,71 +26,6 @@ namespace {
 
 const QString bunny = QStringLiteral("/usr/share/glmark2/models/bunny.obj");
 const QString stillLife = QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj");
-
-struct Result
-{
-    int status = -1; ///< -1 for a program that crashed or did not end.
-    QString output;
-    QStringList errors; ///< Lines of standard error.
-};
-
-QStringList linesOf(const QString &text)
-{
-    QStringList lines = text.split('\n');
-    lines.removeAll(QString());
-    return lines;
-}
-
-/// Runs the program to its end.
-class Kvz
-{
-public:
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    QString terminal; ///< Where standard error goes instead of into Result::errors.
-
-    Result run(const QStringList &arguments) const
-    {
-        QProcess process;
-        process.setProcessEnvironment(environment);
-        if (!terminal.isEmpty())
-            process.setStandardErrorFile(terminal);
-        process.start(QStringLiteral(KVZ_PROGRAM), arguments);
-        Result result;
-        if (process.waitForFinished(100000) && process.exitStatus() == QProcess::NormalExit)
-            result.status = process.exitCode();
-        result.output = QString::fromUtf8(process.readAllStandardOutput());
-        result.errors = linesOf(QString::fromUtf8(process.readAllStandardError()));
-        return result;
-    }
-};
-
-Result run(const QStringList &arguments)
-{
-    return Kvz().run(arguments);
-}
-
-/// Expects the program to refuse these arguments in one line, "kvz: " and `start`, with `part` further on.
-void expectRefused(
-    const QStringList &arguments, int status, const QString &start, const QString &part, const Kvz &program = Kvz())
-{
-    const Result result = program.run(arguments);
-    const std::string command = arguments.join(' ').toStdString();
-    EXPECT_EQ(result.status, status) << command;
-    EXPECT_EQ(result.output, QString()) << command;
-    ASSERT_EQ(result.errors.size(), 1) << command << "\n" << result.errors.join('\n').toStdString();
-    EXPECT_TRUE(result.errors[0].startsWith("kvz: " + start)) << command << "\n" << result.errors[0].toStdString();
-    EXPECT_TRUE(result.errors[0].contains(part)) << command << "\n" << result.errors[0].toStdString();
-}
-
-/// Expects the program to refuse these arguments with this line alone, behind "kvz: ".
-void expectLine(const QStringList &arguments, int status, const QString &line, const Kvz &program = Kvz())
-{
-    const Result result = program.run(arguments);
-    const std::string command = arguments.join(' ').toStdString();
-    EXPECT_EQ(result.status, status) << command;
-    EXPECT_EQ(result.output, QString()) << command;
-    EXPECT_EQ(result.errors, QStringList("kvz: " + line)) << command;
-}
 
 /// A folder with a picture that must stay as it is.
 class PictureFolder : public TemporaryFolder
@@ -137,16 +72,6 @@ QByteArray chainOf(const QByteArray &passes)
     return "{\"passes\": [" + passes + "]}";
 }
 
-/// The picture is there, of this size, opaque, and no plain field: some part of it differs from the corner that
-/// the background alone fills.
-QImage expectPicture(const QString &file, const QSize &size)
-{
-    const QImage image(file);
-    EXPECT_EQ(image.size(), size) << file.toStdString();
-    EXPECT_FALSE(image.hasAlphaChannel());
-    return image.convertToFormat(QImage::Format_RGB32);
-}
-
 int distinctColours(const QImage &image)
 {
     QSet<QRgb> colours;
@@ -177,7 +102,7 @@ TEST(KvzProgramTest, helpIsPrintedForTheProgramAndEachCommand)
     const Result program = run({"--help"});
     EXPECT_EQ(program.status, 0);
     EXPECT_EQ(program.errors, QStringList());
-    for (const char *command : {"render", "check", "passes", "chains"}) {
+    for (const char *command : {"render", "check", "passes", "chains", "info", "formats"}) {
         EXPECT_TRUE(program.output.contains(command));
         const Result help = run({command, "--help"});
         EXPECT_EQ(help.status, 0) << command;
@@ -186,8 +111,9 @@ TEST(KvzProgramTest, helpIsPrintedForTheProgramAndEachCommand)
         EXPECT_TRUE(help.output.contains("Exit status:")) << command;
     }
     const QString render = run({"render", "-h"}).output;
-    for (const char *option : {"--output", "--chain", "--size", "--frames", "--camera", "--orbit", "--light", "--floor",
-             "--capture", "--timings", "--watch"})
+    for (const char *option :
+        {"--output", "--chain", "--size", "--frames", "--samples", "--camera", "--orbit", "--light", "--floor", "--set",
+            "--up", "--animation", "--time", "--format", "--capture", "--timings", "--json", "--quiet", "--watch"})
         EXPECT_TRUE(render.contains(option)) << option;
 }
 
@@ -203,16 +129,16 @@ TEST(KvzProgramTest, commandLinesThatMakeNoSenseAreRefused)
     expectRefused({}, 2, "a command is missing", "kvz --help");
     expectLine({"rendr"}, 2, "unknown command \"rendr\"; did you mean \"render\"? (see kvz --help)");
     expectLine({"zzzzzz"}, 2,
-        "unknown command \"zzzzzz\"; known: \"render\", \"check\", \"passes\", \"chains\" (see kvz --help)");
+        "unknown command \"zzzzzz\"; known: \"render\", \"check\", \"passes\", \"chains\", \"info\", \"formats\", "
+        "\"manual\", \"completion\" (see kvz --help)");
     expectRefused({"render"}, 2, "an argument is missing", "kvz render --help");
     expectRefused({"render", "a.obj"}, 2, "no picture is named", "-o FILE");
-    expectRefused({"render", "a.obj", "b.obj", "-o", "c.png"}, 2, "unexpected argument \"b.obj\"", "");
-    expectRefused({"render", "a.obj", "--colour", "red", "-o", "c.png"}, 2, "Unknown option 'colour'", "");
+    expectRefused({"render", "a.obj", "--colour", "red", "-o", "c.png"}, 2, "unknown option \"--colour\"", "");
     expectRefused({"render", "a.obj", "-o"}, 2, "Missing value after '-o'", "");
     expectRefused({"check"}, 2, "an argument is missing", "kvz check --help");
     expectRefused({"check", "a", "b"}, 2, "unexpected argument \"b\"", "");
     expectRefused({"passes", "a", "b"}, 2, "unexpected argument \"b\"", "");
-    expectRefused({"chains", "--all"}, 2, "Unknown option 'all'", "");
+    expectRefused({"chains", "--all"}, 2, "unknown option \"--all\"", "");
 }
 
 TEST(KvzProgramTest, sizesThatCannotBeAreRefused)
@@ -247,12 +173,12 @@ TEST(KvzProgramTest, otherValuesThatCannotBeAreRefused)
             QStringLiteral("--orbit %1: expected degrees, such as 2.5").arg(degrees));
     }
     expectLine({"render", stillLife, "--orbit", "5", "-o", folder.picture()}, 1,
-        "--orbit 5: the camera turns between frames; add --frames with 2 or more");
+        "--orbit 5: the camera turns between frames; put {frame} into -o and add --frames with 2 or more");
     expectLine(
         {"render", stillLife, "--light", "directional:30,60", "--light", "spot:30,60:cone=200", "-o", folder.picture()},
         1, "--light \"cone=200\": cone must be above 0 and below 180 degrees");
     expectLine({"render", stillLife, "--light", "lamp", "-o", folder.picture()}, 1,
-        "--light \"lamp\": expected directional, spot or point");
+        "--light \"lamp\": expected headlight, ambient, none, directional, spot or point");
 }
 
 TEST(KvzProgramTest, picturesThatCannotBeWrittenAreRefused)
@@ -761,7 +687,9 @@ TEST(KvzProgramTest, outputsOfPassesAreCaptured)
     for (const QString &file : files) {
         const QImage image(captures.filePath(file));
         EXPECT_EQ(image.size(), QSize(160, 120)) << file.toStdString();
-        EXPECT_GT(distinctColours(image.convertToFormat(QImage::Format_RGB32)), 1) << file.toStdString();
+        // Nothing here shines by itself.
+        const bool isEven = file.endsWith("-Emission.png");
+        EXPECT_EQ(distinctColours(image.convertToFormat(QImage::Format_RGB32)) == 1, isEven) << file.toStdString();
     }
     const QImage diffuse = QImage(captures.filePath("02-geometry-Diffuse.png")).convertToFormat(QImage::Format_RGB32);
     EXPECT_EQ(diffuse.pixelColor(80, 60), QColor(204, 204, 204)) << "light grey, since the file has no material";

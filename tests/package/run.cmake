@@ -22,6 +22,14 @@ if(NOT EXISTS "${WORK_DIR}/picture.png")
     message(FATAL_ERROR "render-model wrote no picture")
 endif()
 
+# The manual page and the completions come along, written.
+foreach(document man/man1/kvz.1 bash-completion/completions/kvz zsh/site-functions/_kvz fish/vendor_completions.d/kvz.fish)
+    file(READ "${WORK_DIR}/prefix/share/${document}" text)
+    if(NOT text MATCHES "samples")
+        message(FATAL_ERROR "${document} does not tell of --samples")
+    endif()
+endforeach()
+
 # What the README shows is this program, and its chain is one.
 file(READ "${SOURCE_DIR}/README.md" readme)
 file(READ "${CONSUMER_DIR}/render-model.cpp" program)

@@ -10,7 +10,7 @@
 
 namespace Velmora::Kvz {
 
-/// Vectors and matrices of doubles, for references that must be more exact than what they are held against.
+/// Vectors and matrices of doubles, for references that must be more exact than what they are compared with.
 using Vector4d = std::array<double, 4>;
 using Vector3d = std::array<double, 3>;
 

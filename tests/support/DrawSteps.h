@@ -9,7 +9,7 @@
 namespace Velmora::Kvz {
 
 /// Notes what is attached to framebuffers, drawn and detached while it lives, in order: "attach colour", "draw",
-/// "detach colour". A pooled texture that stays attached is one that somebody else may be given.
+/// "detach colour". A pooled texture that stays attached may be handed out while it is still a target.
 class DrawSteps
 {
 public:

@@ -19,7 +19,7 @@ namespace Velmora::Kvz {
 class GLTest : public ::testing::Test
 {
 protected:
-    /// What the members of a test hold is given back by now.
+    /// The members of a test have released what they held by now.
     ~GLTest() override;
 
     void SetUp() override;
@@ -27,7 +27,7 @@ protected:
 
     static HeadlessContext &context();
 
-    /// The GL errors that the test expects to have caused: the codes, which leave GL and the log.
+    /// The GL errors that the test expects to have caused: their codes. They are cleared from GL and the log.
     QVector<unsigned int> takeGLErrors();
 
     LogCapture log;
@@ -39,5 +39,5 @@ bool glFlag(unsigned int name);
 
 } // namespace Velmora::Kvz
 
-/// So that gtest prints texts and lists of them.
+/// Lets gtest print strings and lists of them.
 void PrintTo(const QString &text, std::ostream *stream);

@@ -7,7 +7,7 @@
 
 namespace Velmora::Kvz {
 
-/// Takes every message of Qt's logger while it lives, and prints none.
+/// Captures every message of Qt's logger while it lives, and prints none.
 class LogCapture
 {
 public:
@@ -26,11 +26,11 @@ public:
 
     /// All messages since the start or the last take.
     const QVector<Message> &messages() const { return m_messages; }
-    /// The texts of one type, which leave the capture.
+    /// Removes the texts of one type from the capture and returns them.
     QStringList takeDebug() { return take(QtDebugMsg); }
     QStringList takeWarnings() { return take(QtWarningMsg); }
     QStringList takeCriticals() { return take(QtCriticalMsg); }
-    /// The texts of one category, of any type, which leave the capture.
+    /// Removes the texts of one category, of any type, from the capture and returns them.
     QStringList takeCategory(const QString &category);
     void clear() { m_messages.clear(); }
 

@@ -46,7 +46,7 @@ protected:
     Texture *texture(int output) const { return pass->output(output).template value<Texture *>(); }
     Image image(int output) const { return readTexture(texture(output)); }
 
-    /// Holds that the first so many outputs are textures of the pass: kept while the viewport keeps its size, deleted when
+    /// Checks that the first so many outputs are textures of the pass: kept while the viewport keeps its size, deleted when
     /// either side changes. `deleted` textures are, those included that are not published.
     void expectTexturesFollowTheViewport(int outputs, size_t deleted)
     {

@@ -10,7 +10,7 @@
 
 namespace Velmora::Kvz {
 
-/// Textures of the pool in the hands of a test, which give every reference back in the end.
+/// Textures of the pool that a test holds; every reference is given back at the end.
 class PooledTextures
 {
 public:

@@ -42,7 +42,7 @@ struct RayCastCoverage
     int geometry = 0; ///< Those of them that show geometry.
 };
 
-/// The picture that a rasteriser must come to, worked out the other way round: for each pixel a ray in world space, met with
+/// The picture that a rasteriser must produce, computed the other way round: for each pixel a ray in world space, met with
 /// every triangle, all in doubles.
 class RayCaster
 {

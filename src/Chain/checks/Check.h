@@ -9,7 +9,7 @@
 
 namespace Velmora::Kvz {
 
-/// Base of what checks a chain: access to its passes, and words to report findings in.
+/// Base of the checks of a chain: access to its passes, and reporting of findings.
 class Check
 {
 public:

@@ -9,7 +9,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Whether a picture is wanted and an overlay given, which is one too once a chain asks for it.
+/// Whether an overlay is given where a picture is expected, which is fine when a chain asks for it.
 bool isPicture(TextureKind wanted, TextureKind given)
 {
     return wanted == TextureKind::Colour && given == TextureKind::Overlay;
@@ -59,16 +59,16 @@ void ImageCheck::checkSamples(int index, const InputInfo &input, const ResolvedI
         report(Severity::Error, Code::MultisampleMismatch, passName(index), input.name, refusal,
             QStringLiteral("%1 samples from %2").arg(samples).arg(sourceText(source)),
             outputOf(origin).samplesInput.isEmpty()
-                ? QStringLiteral("connect an image of one sample")
+                ? QStringLiteral("connect a single-sampled image")
                 : QStringLiteral("set %1 of pass %2 to 1")
                       .arg(outputOf(origin).samplesInput, quoted(passName(origin.pass))));
     }
 }
 
-/// What an input wants instead of several samples for each texel; empty if it takes them.
+/// What an input wants instead of several samples per texel; empty if it takes them.
 QString ImageCheck::refusalOfSamples(int index, const InputInfo &input) const
 {
-    QString oneSample = QStringLiteral("one sample for each texel");
+    QString oneSample = QStringLiteral("one sample per texel");
     if (input.multisampling == Multisampling::Refused)
         return oneSample;
     const ResolvedPass &pass = m_passes[index];
@@ -81,7 +81,7 @@ QString ImageCheck::refusalOfSamples(int index, const InputInfo &input) const
     return {};
 }
 
-/// Whether an image has as many samples as the pass is told. A number that is known only in the frame passes.
+/// Checks that an image has as many samples as the pass is told. A number that is only known in the frame is not checked.
 void ImageCheck::checkSamplesAgree(int index, const InputInfo &input, const ResolvedInput &source)
 {
     const ResolvedUse use(m_passes, index);
@@ -92,7 +92,7 @@ void ImageCheck::checkSamplesAgree(int index, const InputInfo &input, const Reso
     const int given = std::max(1, use.samples(input.name));
     if (wanted != given) {
         report(Severity::Error, Code::MultisampleMismatch, passName(index), input.name,
-            QStringLiteral("%1 for each texel, as %2 says")
+            QStringLiteral("%1 per texel, as %2 says")
                 .arg(wanted == 1 ? QStringLiteral("one sample") : QStringLiteral("%1 samples").arg(wanted),
                     input.samplesAs),
             QStringLiteral("%1 from %2").arg(given).arg(sourceText(source)),
@@ -100,7 +100,7 @@ void ImageCheck::checkSamplesAgree(int index, const InputInfo &input, const Reso
     }
 }
 
-/// Whether an image reaches `source` as `origin` made it, not through the pass `painter`.
+/// Whether an image reaches `source` as `origin` made it, without passing through the pass `painter`.
 bool ImageCheck::readsAround(ResolvedInput source, const ResolvedInput &origin, int painter) const
 {
     while (source.source == Source::Output) {

@@ -21,11 +21,11 @@ const OrderRule orderRules[] = {
     {PassTrait::Obscures, PassTrait::Transparent, false, "obscurance before transparent surfaces are composited",
         "move it before the transparency passes"},
     {PassTrait::Shades, PassTrait::AntiAliases, true, "anti-aliasing after all shading",
-        "move it behind the last pass that shades"},
+        "move it after the last pass that shades"},
     {PassTrait::Transparent, PassTrait::AntiAliases, true, "anti-aliasing after transparent surfaces are composited",
-        "move it behind the transparency passes"},
+        "move it after the transparency passes"},
     {PassTrait::ResetsCulling, PassTrait::Culls, true, "culling after the passes that reset it",
-        "move it behind the shadow pass, which makes all items of the model drawable again"},
+        "move it after the shadow pass, which makes all items of the model drawable again"},
 };
 
 int firstWith(const QVector<PassTraits> &traits, PassTrait trait, int from)
@@ -66,15 +66,15 @@ void OrderCheck::checkRoles()
         const int blamed = rule.blamesLater ? firstLater : lastEarlier;
         const int other = rule.blamesLater ? lastEarlier : firstLater;
         report(Severity::Warning, Code::RoleOrder, passName(blamed), {}, rule.expected,
-            QStringLiteral("it stands %1 pass %2")
-                .arg(rule.blamesLater ? QStringLiteral("before") : QStringLiteral("behind"), quoted(passName(other))),
+            QStringLiteral("it comes %1 pass %2")
+                .arg(rule.blamesLater ? QStringLiteral("before") : QStringLiteral("after"), quoted(passName(other))),
             rule.remedy);
     }
 
     const int jitter = firstWith(traits, PassTrait::JittersCamera, 0);
     if (jitter >= 0 && firstWith(traits, PassTrait::AccumulatesFrames, jitter + 1) < 0) {
         report(Severity::Warning, Code::RoleOrder, passName(jitter), {}, "a later pass that accumulates frames",
-            "none: the picture trembles", "add one, or disable the jitter");
+            "none: the picture jitters", "add one, or disable the jitter");
     }
 }
 
@@ -94,7 +94,11 @@ bool OrderCheck::appliesObscurance(const ResolvedPass &pass) const
 
 void OrderCheck::checkLights()
 {
-    if (!chain().lights.empty() && !m_passes.takeLights()) {
+    const auto castsShadows = [](const LightDescription &light) {
+        return light.kind == LightDescription::Kind::ShadowCaster;
+    };
+    const auto &lights = chain().lights;
+    if (std::any_of(lights.begin(), lights.end(), castsShadows) && !m_passes.takeLights()) {
         report(Severity::Warning, Code::UnusedLights, {}, {}, "a pass that takes the lights", "none",
             "add a ShadowMapRenderPass, or take the lights out");
     }

@@ -5,7 +5,7 @@
 
 namespace Velmora::Kvz {
 
-/// What is wrong between the passes as a whole: their order by roles, and lights that nobody takes.
+/// What is wrong between the passes as a whole: their order by roles, and lights that no pass takes.
 class OrderCheck : public Check
 {
 public:

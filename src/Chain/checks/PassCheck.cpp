@@ -21,7 +21,7 @@ void PassCheck::checkName(int index)
         report(Severity::Error, Code::BadPassName, name, {}, "a name without \".\" and \":\"", quoted(name),
             "rename the pass");
     } else if (chain().findPass(name) != index) {
-        report(Severity::Error, Code::DuplicatePass, name, {}, "a name of its own",
+        report(Severity::Error, Code::DuplicatePass, name, {}, "a unique name",
             QStringLiteral("the name of pass %1").arg(chain().findPass(name) + 1), "give each pass its own \"name\"");
     }
 }
@@ -86,11 +86,11 @@ void PassCheck::checkImageFile(int index, const InputInfo &input, const QString 
     if (!image.problem.isEmpty()) {
         report(Severity::Error, Code::BadValue, pass, input.name, "an image file",
             QStringLiteral("%1, %2").arg(quoted(path), image.problem),
-            QDir::isRelativePath(name) ? "its name counts from the folder of the chain file" : "");
+            QDir::isRelativePath(name) ? "relative names are resolved against the folder of the chain file" : "");
         return;
     }
     if (input.imageFile != ImageFileUse::Converted && !image.has32Bits) {
-        report(Severity::Error, Code::BadValue, pass, input.name, "an image of 32 bits a pixel",
+        report(Severity::Error, Code::BadValue, pass, input.name, "an image with 32 bits per pixel",
             QStringLiteral("%1 with %2, which would come out scrambled").arg(quoted(path), image.format),
             "save it with 8 bits each for red, green and blue");
         return;

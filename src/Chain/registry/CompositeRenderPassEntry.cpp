@@ -24,7 +24,7 @@ PassInfo PassEntries::compositeRenderPass()
     };
     pass.outputs = {
         pooledOutput(
-            "Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA8, "The picture, colour multiplied by alpha."),
+            "Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA16F, "The picture, colour multiplied by alpha."),
     };
     pass.create = construct<CompositeRenderPass>;
     return pass;

@@ -58,7 +58,7 @@ PassInfo PassEntries::depthOfFieldRenderPass()
                 return !isAuto && isZero(use, QStringLiteral("Kvz_float_FocalDepth"));
             }},
     };
-    pass.traits = PassTrait::NeverReleasesInputs;
+    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::LosesAlpha;
     pass.create = construct<DepthOfFieldRenderPass>;
     return pass;
 }

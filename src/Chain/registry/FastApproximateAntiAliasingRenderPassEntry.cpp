@@ -27,7 +27,7 @@ PassInfo PassEntries::fastApproximateAntiAliasingRenderPass()
         pooledOutput(
             "Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA16F, "The smoothed frame; GL_RGBA8 without HDR."),
     };
-    pass.traits = PassTrait::AntiAliases;
+    pass.traits = PassTrait::AntiAliases | PassTrait::LosesAlpha;
     pass.create = construct<FastApproximateAntiAliasingRenderPass>;
     return pass;
 }

@@ -23,7 +23,7 @@ PassInfo PassEntries::forwardRenderPass()
         textureOutput("Kvz_KvzTexture*_Id", TextureKind::Id, GL_RGBA,
             "1 where there is a model, 0 elsewhere; it does not distinguish triangles."),
     };
-    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Shades;
+    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Shades | PassTrait::BasicSurfaces;
     pass.create = construct<ForwardRenderPass>;
     return pass;
 }

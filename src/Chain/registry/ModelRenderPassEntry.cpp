@@ -46,9 +46,9 @@ PassInfo PassEntries::modelRenderPass()
         option("discardOnDiffuseAlpha", ValueType::Bool, false,
             "Leaves out texels whose diffuse image has an alpha of 0.01 or less."),
         option("opaqueOnly", ValueType::Bool, false,
-            "Leaves out materials with an opacity below 1, for chains that draw these apart."),
+            "Leaves out materials with an opacity below 1, for chains that draw them separately."),
     };
-    pass.traits = PassTrait::NeverReleasesInputs;
+    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::BasicSurfaces;
     pass.create = create;
     return pass;
 }

@@ -107,7 +107,7 @@ inline constexpr PassInfo (*all[])() = {
     wireframeRenderPass,
 };
 
-/// \name Words that entries are written in
+/// \name Helpers to write entries with
 /// @{
 
 /// An input of any type with its default.
@@ -132,7 +132,7 @@ InputInfo blurRadiusInput(const char *description);
 InputInfo shadowModelInput();
 InputInfo instanceDataInput();
 InputInfo lightsInput();
-/// The frame's projection, also behind a pass that jitters it: cascades that trembled with it would swim.
+/// The frame's projection, even after a pass that jitters it: cascades fitted to the jittered one would shimmer.
 InputInfo shadowProjectionInput();
 InputInfo shadowCameraInput();
 InputInfo sceneBoundsInput(const char *name, const char *description);
@@ -145,7 +145,7 @@ InputInfo headPointersInput(const char *whenNull);
 InputInfo nodeBufferInput(const char *whenNull);
 InputInfo nodeBufferWidthInput(const char *whenNull);
 QVector<OutputInfo> listOutputs(const char *headsDescription, const char *nodesDescription);
-/// The extensions without which each pixel has one fragment, and what is so then.
+/// The extensions without which each pixel has a single fragment, and what follows from that.
 DriverNeed listNeed(const char *without);
 /// That shaders can read floats as integers, which OpenGL 3.3 has.
 DriverNeed floatBitsNeed();
@@ -169,7 +169,7 @@ OutputInfo pooledOutput(const char *name, TextureKind kind, unsigned int interna
 
 OptionInfo option(const char *name, ValueType type, const QVariant &defaultValue, const char *description);
 
-/// A rule that warns of an input that nothing feeds.
+/// A rule that warns about an input that nothing feeds.
 UseRule warnWhenOpen(const char *port, const char *expected, const char *consequence, const char *remedy);
 
 /// A factory for a class whose constructor takes nothing.

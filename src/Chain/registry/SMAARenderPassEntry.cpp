@@ -71,7 +71,8 @@ PassInfo PassEntries::smaaRenderPass()
     };
     pass.traits = PassTrait::AntiAliases;
     pass.conditionalTraits = {
-        {PassTrait::AccumulatesFrames, [](const PassUse &use) { return isTemporal(use) || modeOf(use) == -1; }}};
+        {PassTrait::AccumulatesFrames, [](const PassUse &use) { return isTemporal(use) || modeOf(use) == -1; }},
+        {PassTrait::LosesAlpha, [](const PassUse &use) { return isTemporal(use) || modeOf(use) == -1; }}};
     pass.rules = {
         {modePort, QStringLiteral("a mode from 0 to 3"), QStringLiteral("another: there is no picture"),
             QStringLiteral("set 0 (1x), 1 (S2x), 2 (T2x) or 3 (4x)"),
@@ -96,7 +97,7 @@ PassInfo PassEntries::smaaRenderPass()
             QStringLiteral("put CameraJitterPass before the geometry, or set Kvz_int_SmaaMode to 0 or 1"),
             [](const PassUse &use) { return isTemporal(use) && !use.isFed(jitterIndexPort); }},
         {viewportPort, QStringLiteral("any size but 64 by 64 with mode 2 and no predicate"),
-            QStringLiteral("just that, which counts as built from the start: the pass never builds its programs and "
+            QStringLiteral("exactly that, which counts as built from the start: the pass never builds its programs and "
                            "gives no picture"),
             QStringLiteral("change the size by a pixel"), neverBuildsItsPrograms},
     };

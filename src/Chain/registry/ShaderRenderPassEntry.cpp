@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <Chain/InputValue.h>
 #include <Chain/registry/PassEntries.h>
+#include <Chain/registry/ShaderUniforms.h>
 #include <GL/ShaderPreprocessor.h>
 #include <GL/ShaderProgram.h>
 #include <RenderPasses/ShaderRenderPass.h>
@@ -90,7 +91,7 @@ public:
             return;
         }
         if (m_pass->findInput(name) >= 0) {
-            report(place + QStringLiteral(".name"), "a name of its own", describeValue(name), "another input has it");
+            report(place + QStringLiteral(".name"), "a unique name", describeValue(name), "another input has it");
             return;
         }
         ValueType type;
@@ -120,7 +121,7 @@ public:
             return;
         }
         if (m_pass->findOutput(name) >= 0) {
-            report(place + QStringLiteral(".name"), "a name of its own", describeValue(name), "another output has it");
+            report(place + QStringLiteral(".name"), "a unique name", describeValue(name), "another output has it");
             return;
         }
         const TextureKind kind = outputKinds[record[QStringLiteral("kind")].toInt()];
@@ -140,7 +141,8 @@ private:
         const QVariant given = record[QStringLiteral("type")];
         const bool isNamed = typeFromPortName(name, type);
         if (!isNamed && !given.isValid()) {
-            report(place + QStringLiteral(".type"), "a type", QStringLiteral("nothing"), "its name does not say one");
+            report(place + QStringLiteral(".type"), "a type", QStringLiteral("nothing"),
+                "its name does not say one, as \"Kvz_KvzTexture*_NAME\" does for an image");
             return false;
         }
         if (isNamed && *type != ValueType::Texture && *type != ValueType::DrawBuffers && !isUniformType(*type)) {
@@ -205,48 +207,89 @@ bool readSource(const QString &given, QString *source, QString *error)
     return true;
 }
 
-/// Constructs the pass after building a program like its own to get the driver's messages, about which the pass is silent.
-std::unique_ptr<RenderPass> createChecked(const PassOptions &options, QString *error)
+/// The ports of a pass with these options, and from which on its inputs are not those of the class.
+PassInfo portsOf(const PassOptions &options, int *ownInputs)
 {
-    auto pass = std::make_unique<ShaderRenderPass>();
-    ShaderProgram program;
+    PassInfo ports = PassEntries::shaderRenderPass();
+    *ownInputs = ports.inputs.size();
+    QVector<OptionProblem> ignored;
+    completePorts(options, &ports, &ignored);
+    return ports;
+}
+
+/// Builds the program that the pass will build, to learn what the pass is silent about. `pass`, if any, gets the sources.
+bool buildProgram(const PassOptions &options, ShaderProgram *program, ShaderRenderPass *pass, QString *error)
+{
     for (const Stage &stage : stages) {
         const QString option = QString::fromUtf8(stage.option);
         const QString given = options[option].toString();
         if (given.isEmpty()) {
             if (stage.defaultSource)
-                program.addShader(int(stage.type), stage.defaultSource(), option);
+                program->addShader(int(stage.type), stage.defaultSource(), option);
             continue;
         }
         QString source;
         if (!readSource(given, &source, error))
-            return nullptr;
+            return false;
         const QString name = isShaderText(given) ? option : given;
-        program.addShader(int(stage.type), source, name);
-        // Included files are found by the source's name, which the pass does not pass on, so it gets them expanded.
-        (pass.get()->*stage.setSource)(ShaderPreprocessor(stage.type, source, name, nullptr).text());
+        program->addShader(int(stage.type), source, name);
+        // Included files are found relative to the source's name, which the pass does not take, so it is given expanded text.
+        if (pass)
+            (pass->*stage.setSource)(ShaderPreprocessor(stage.type, source, name, nullptr).text());
     }
+    int ownInputs = 0;
+    const PassInfo ports = portsOf(options, &ownInputs);
+    QStringList colours;
+    for (const OutputInfo &output : ports.outputs)
+        colours.append(nameInShaders(output.name, QStringLiteral("o_")));
+    program->setFragDataLocations(colours);
+    if (program->compile() && program->link())
+        return true;
+    *error = QStringLiteral("its shaders do not compile:\n%1").arg(program->log().trimmed());
+    return false;
+}
 
-    PassInfo ports = PassEntries::shaderRenderPass();
-    const int ownInputs = ports.inputs.size();
-    QVector<OptionProblem> ignored;
-    completePorts(options, &ports, &ignored);
+/// Constructs the pass after building a program like its own to get the driver's messages, about which the pass is silent.
+std::unique_ptr<RenderPass> createChecked(const PassOptions &options, QString *error)
+{
+    auto pass = std::make_unique<ShaderRenderPass>();
+    ShaderProgram program;
+    if (!buildProgram(options, &program, pass.get(), error))
+        return nullptr;
+    int ownInputs = 0;
+    const PassInfo ports = portsOf(options, &ownInputs);
     for (int i = ownInputs; i < ports.inputs.size(); ++i)
         pass->addInput(ports.inputs[i].name, ports.inputs[i].defaultValue);
-    QStringList colours;
-    for (const OutputInfo &output : qAsConst(ports.outputs)) {
+    for (const OutputInfo &output : qAsConst(ports.outputs))
         pass->addOutput(output.name);
-        colours.append(nameInShaders(output.name, QStringLiteral("o_")));
-    }
-    program.setFragDataLocations(colours);
-    if (!program.compile() || !program.link()) {
-        *error = QStringLiteral("its shaders do not compile:\n%1").arg(program.log().trimmed());
-        return nullptr;
-    }
-
     pass->setClear(options[QStringLiteral("clear")].toBool());
     pass->setBlend(ShaderRenderPass::BlendMode(options[QStringLiteral("blend")].toInt()));
     return pass;
+}
+
+/// Shaders that do not compile are reported when the pass is made.
+void checkOnDriver(const PassOptions &options, const PassUse &use, QVector<OptionProblem> *problems)
+{
+    ShaderProgram program;
+    QString ignored;
+    if (!buildProgram(options, &program, nullptr, &ignored))
+        return;
+    int ownInputs = 0;
+    const PassInfo info = portsOf(options, &ownInputs);
+    QVector<UniformPort> ports;
+    bool givesSize = !use.isFed(QStringLiteral("Kvz_QRect_Viewport"));
+    for (int i = 0; i < info.inputs.size(); ++i) {
+        const InputInfo &input = info.inputs[i];
+        if (input.type == ValueType::DrawBuffers)
+            continue;
+        const bool isTexture = input.type == ValueType::Texture;
+        // The viewport is the pass's own, and without one the first image gives the size: shaders need not read them.
+        ports.append({input.name, nameInShaders(input.name, QStringLiteral("u_")), input.type,
+            i < ownInputs || (isTexture && givesSize)});
+        if (isTexture && use.isFed(input.name))
+            givesSize = false;
+    }
+    checkUniforms(program, ports, use, problems);
 }
 
 OptionInfo enumeration(
@@ -318,6 +361,7 @@ PassInfo PassEntries::shaderRenderPass()
     };
     pass.completePorts = completePorts;
     pass.createChecked = createChecked;
+    pass.checkOnDriver = checkOnDriver;
     pass.create = [](const PassOptions &options) {
         QString ignored;
         return createChecked(options, &ignored);

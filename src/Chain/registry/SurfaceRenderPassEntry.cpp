@@ -33,7 +33,7 @@ PassInfo PassEntries::surfaceRenderPass()
         textureOutput(
             "Kvz_KvzTexture*_Specular", TextureKind::Specular, GL_RGBA16F, "Specular colour, exponent in alpha."),
         textureOutput("Kvz_KvzTexture*_Normal", TextureKind::Normal, GL_RGBA16F,
-            "Unit normals in camera space to light by, 1 in alpha; zeros where nothing is."),
+            "Unit normals in camera space to light by, material ids plus 1 in alpha; zeros where nothing is."),
         textureOutput("Kvz_KvzTexture*_Emission", TextureKind::Emission, GL_RGBA16F,
             "Light of the surface's own; 1 in alpha where it is unlit, else 0."),
         textureOutput("Kvz_KvzTexture*_Depth", TextureKind::Depth, GL_DEPTH_COMPONENT32F, "Depth from 0 to 1."),

@@ -43,7 +43,8 @@ PassInfo PassEntries::transparencyRenderPass()
         option("premultiply", ValueType::Bool, false,
             "Multiplies the colours of materials by their opacity, as the formula expects."),
     };
-    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Shades | PassTrait::Transparent;
+    pass.traits =
+        PassTrait::NeverReleasesInputs | PassTrait::Shades | PassTrait::Transparent | PassTrait::BasicSurfaces;
     pass.create = create;
     return pass;
 }

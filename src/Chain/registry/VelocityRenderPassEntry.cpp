@@ -26,6 +26,7 @@ PassInfo PassEntries::velocityRenderPass()
         pooledOutput("Kvz_KvzTexture*_Velocity", TextureKind::Velocity, GL_RGBA16F,
             "Motion since the previous frame in texture coordinates, in red and green."),
     };
+    pass.traits = PassTrait::ComparesFrames;
     pass.rules = {
         warnWhenOpen("Kvz_KvzTexture*_Depth", "a depth image", "none: there is no velocity",
             "put a pass before it that draws the model with depth"),

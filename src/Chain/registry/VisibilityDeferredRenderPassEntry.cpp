@@ -30,7 +30,7 @@ PassInfo PassEntries::visibilityDeferredRenderPass()
     };
     pass.rules = {sortedListsRule()};
     pass.driverNeeds = {floatBitsNeed(), vertexTexelsNeed()};
-    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Transparent;
+    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Transparent | PassTrait::BasicSurfaces;
     pass.clearColor = QColor(0, 0, 0, 255);
     pass.create = construct<VisibilityDeferredRenderPass>;
     return pass;

@@ -21,8 +21,8 @@ const ChainDescription &ChainState::description() const
     return m_resolved ? m_resolved->description() : none;
 }
 
-/// Whether the frame values have changed in a way that can bring errors or other sources. Other values of the frame are
-/// read by rules, which only warn; findings() asks them again.
+/// Whether the frame values have changed in a way that can cause errors or change sources. All others matter to rules only,
+/// which just warn, and which findings() evaluates again.
 bool ChainState::isStale()
 {
     if (!m_resolved)

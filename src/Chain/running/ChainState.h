@@ -26,18 +26,18 @@ public:
     ~ChainState();
 
     const ChainDescription &description() const;
-    /// The chain with the frame values that are set at present, the standard ones taken for granted.
+    /// The chain resolved with the frame values that are set now; the standard ones are assumed to be set.
     const ResolvedChain &resolved();
-    /// Grows with each resolution. What points into the former one is void then.
+    /// Grows with each resolution, which invalidates pointers into the one before.
     quint64 revision() const { return m_revision; }
-    /// Has files looked at again.
+    /// Resolves again even though nothing has changed, since files may have.
     void resolveAgain();
-    /// Those of the chain with all values of the frame as they are now.
+    /// The findings of the chain with all values of the frame as they are now.
     QVector<ChainFinding> findings();
 
     /// Replaces the chain, with errors or without.
     void replace(const ChainDescription &chain);
-    /// Takes a changed chain unless it has an error that the present one has not, which is returned then.
+    /// Takes a changed chain unless it has an error that the current one does not have; then returns that error.
     std::optional<ChainFinding> tryChange(const Change &change);
     /// As ResolvedChain::exchangeValue().
     bool exchangeValue(int pass, int input, const QVariant &given, const InputValue &value);
@@ -53,9 +53,9 @@ private:
     const FrameValueTable &m_values;
     std::unique_ptr<ResolvedChain> m_resolved; ///< Null before the first chain.
     quint64 m_revision = 0;
-    QStringList m_grantedNames; ///< That the chain was resolved with.
+    QStringList m_grantedNames; ///< What the chain was resolved with.
     quint64 m_namesRevision = 0; ///< Of m_grantedNames.
-    quint64 m_valuesRevision = 0; ///< That the chain was resolved with.
+    quint64 m_valuesRevision = 0; ///< What the chain was resolved with.
 };
 
 } // namespace Velmora::Kvz

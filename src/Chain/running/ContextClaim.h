@@ -11,7 +11,7 @@ namespace Velmora::Kvz {
 class GLObject;
 class OpenGLDeviceContext;
 
-/// Says which OpenGL context something belongs to, and hears of its end.
+/// Records which OpenGL context something belongs to, and is told when that context ends.
 class ContextClaim
 {
 public:
@@ -21,7 +21,7 @@ public:
     /// Claims the current context. `end` is called when its end is announced, with the context current.
     void claim(const std::function<void()> &end);
     void release();
-    /// No word of the end any more; the context stays claimed.
+    /// Stops listening for the end; the context stays claimed.
     void stopListening();
     bool isCurrent() const;
 
@@ -30,7 +30,7 @@ private:
 
     std::unique_ptr<GLObject> m_object;
     QWeakPointer<OpenGLDeviceContext> m_device;
-    int m_listener = 0; ///< At the device.
+    int m_listener = 0; ///< Its number at the device context.
 };
 
 } // namespace Velmora::Kvz

@@ -16,7 +16,7 @@ struct PassSlot;
 class SlotList;
 class Texture;
 
-/// What a host takes out of frames: exports and captures.
+/// What a host reads from frames: exports and captures.
 class FrameResults
 {
 public:

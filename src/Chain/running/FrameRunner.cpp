@@ -68,7 +68,7 @@ bool isMissing(const QVariant &value, ValueType type)
     }
 }
 
-/// The line of a log that says what is wrong: the first that speaks of an error, else the first of all.
+/// The line of a log that says what is wrong: the first that mentions an error, else the first line.
 QString decisiveLine(const QString &log)
 {
     const QStringList lines = log.split(QLatin1Char('\n'));
@@ -137,7 +137,7 @@ void FrameRunner::run(PassSlot *slot, int index)
     m_results->capture(slot);
 }
 
-/// Gives a pass its inputs and the numbers of its users. A required input that is missing comes back.
+/// Gives a pass its inputs and the numbers of its users. Returns a required input that is missing.
 const InputInfo *FrameRunner::setInputs(PassSlot *slot, TextureReferences *references) const
 {
     const InputInfo *missing = nullptr;
@@ -186,7 +186,7 @@ QSize FrameRunner::viewportOf(const PassSlot &slot) const
     return viewport.isValid() ? viewport.size() : m_size;
 }
 
-/// Says that a pass reports a failure, once for each pass, and clears it for the next frame. Says nothing when the reason
+/// Logs that a pass reports a failure, once per pass, and clears it for the next frame. Logs nothing when the reason
 /// `isKnown`.
 void FrameRunner::reportFailure(PassSlot *slot, bool isKnown)
 {
@@ -204,8 +204,8 @@ void FrameRunner::reportFailure(PassSlot *slot, bool isKnown)
     KVZ_WARNING(QStringLiteral("pass \"%1\" failed: %2").arg(slot->name, reason));
 }
 
-/// Says that the driver refuses programs that a pass built or used in this frame, once until it says something else. Returns
-/// whether it refuses any.
+/// Logs that the driver refused programs that a pass built or used in this frame, once for each message. Returns whether it
+/// refused any.
 bool FrameRunner::reportRefusals(PassSlot *slot)
 {
     slot->refusals += takeRefusals();

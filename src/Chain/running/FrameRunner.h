@@ -16,7 +16,7 @@ class SlotList;
 class TextureManager;
 class TextureReferences;
 
-/// Runs the passes of one frame after the other: the state that each finds, what it is given, and what it leaves.
+/// Runs the passes of a frame in order: sets the state that each finds, provides its inputs, and accounts for what it leaves.
 class FrameRunner
 {
 public:
@@ -28,7 +28,7 @@ public:
     { }
 
     void setClearColor(const QColor &color) { m_clearColor = color; }
-    /// What the driver of a new context has.
+    /// Asks the driver of a new context what it can do.
     void enterContext();
     void leaveContext() { m_lastSize = QSize(); }
 
@@ -61,7 +61,7 @@ private:
     QSize m_lastSize;
     QSize m_size;
     quint64 m_frame = 0;
-    TextureManager *m_manager = nullptr; ///< Of the frame that runs.
+    TextureManager *m_manager = nullptr; ///< Of the current frame.
     QString m_refusal;
 };
 

@@ -33,7 +33,7 @@ public:
     /// Waits for the GPU times of all frames; needs the context current.
     void finish(const SlotList &slots) { collect(slots, true); }
     void reset(const SlotList &slots);
-    /// Forgets GPU times under way, since slots have other numbers now.
+    /// Discards pending GPU times, for slots that have been renumbered.
     void discard() { m_gpu.discard(); }
     void leaveContext(bool isCurrent) { m_gpu.release(isCurrent); }
 

@@ -11,10 +11,10 @@
 
 namespace Velmora::Kvz {
 
-/// The logs of the programs that the driver refused since the last call; none where all is well.
+/// The logs of the programs that the driver refused since the last call.
 QStringList takeRefusals();
 
-/// Makes the pass objects of slots, and keeps those that are to be deleted until their context is at hand.
+/// Creates the pass objects of slots, and keeps retired ones until their context is current and they can be deleted.
 class PassObjects
 {
 public:

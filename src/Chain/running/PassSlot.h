@@ -18,7 +18,7 @@ namespace Velmora::Kvz {
 
 struct PassSlot;
 
-/// A pass object and the value that it serves, where a slot keeps one for each of several.
+/// A pass object, and the value that it serves where a slot keeps one object per value.
 struct PassObject
 {
     std::unique_ptr<RenderPass> pass;
@@ -32,7 +32,7 @@ struct SlotInput
     const InputInfo *info = nullptr;
     const PassSlot *producer = nullptr; ///< Of outputs.
     int output = -1; ///< Of outputs.
-    const QVariant *value = nullptr; ///< Of values, earlier frames and frame values; stands elsewhere.
+    const QVariant *value = nullptr; ///< Of values, earlier frames and frame values; owned elsewhere.
 };
 
 struct SlotOutput
@@ -46,7 +46,7 @@ struct SlotOutput
     int references() const { return users + int(isCaptured); }
 };
 
-/// The place of a pass in a running chain: its objects, its wiring, and what was said of it.
+/// The place of a pass in a running chain: its objects, its wiring, and what has been logged about it.
 struct PassSlot
 {
     QString name;
@@ -66,7 +66,7 @@ struct PassSlot
 
     bool saidMissing = false; ///< The log has the line about a missing input.
     bool saidFailed = false; ///< The log has the line about a failure.
-    QString saidRefusal; ///< What the log has about a program that the driver refuses.
+    QString saidRefusal; ///< The last logged message about a program that the driver refused.
     QStringList refusals; ///< Logs of its programs that the driver refused and that no frame has reported.
     PassTiming timing;
 

@@ -7,8 +7,8 @@ namespace Velmora::Kvz {
 
 class PassObjects;
 
-/// What the chain does around a pass for a peculiarity of its class, so that the runner needs to know none of them. A slot
-/// has those that its class asks for.
+/// What the chain does around a pass to serve a peculiarity of its class, which the runner then need not know about. A slot
+/// has the habits that its class asks for.
 class SlotHabit
 {
 public:
@@ -18,7 +18,7 @@ public:
     virtual bool choosesObject() const { return false; }
     /// Before the inputs are set. May exchange the active object of the slot.
     virtual void prepare(PassObjects *, quint64 /*frame*/) { }
-    /// The value that an input gets instead of the one that came.
+    /// The value that an input gets in place of its own.
     virtual QVariant adjusted(int /*input*/, const QVariant &value) const { return value; }
     /// Around start(); not around skip().
     virtual void beforeStart() { }

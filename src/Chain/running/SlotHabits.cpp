@@ -24,7 +24,7 @@ namespace {
 constexpr size_t keptObjects = 4;
 
 /// A pass that builds programs for each new value of an input: values are rounded to a grid, and an object is kept for each
-/// of the last few, so that each sees one value and a dragged slider grows nothing.
+/// of the last few, so that each sees one value and dragging a slider does not pile up programs.
 class GridHabit : public SlotHabit
 {
 public:
@@ -48,7 +48,7 @@ public:
     QVariant adjusted(int input, const QVariant &value) const override { return input == m_input ? m_value : value; }
 
 private:
-    /// Makes the object for a value the active one; the least recently used one makes room for it.
+    /// Makes the object for a value the active one, in place of the least recently used one where there are too many.
     void chooseObject(PassObjects *objects, double value, quint64 frame)
     {
         std::vector<PassObject> &kept = m_slot->objects;
@@ -87,7 +87,7 @@ private:
     QVariant m_value;
 };
 
-/// A pass that keeps the geometry of the first model that it sees: it is made again for another one.
+/// A pass that keeps the geometry of the first model that it sees: it is created again for another model.
 class GeometryHabit : public SlotHabit
 {
 public:
@@ -134,8 +134,8 @@ private:
     bool m_hasGeometry = false; ///< The object has seen one, which may be gone since.
 };
 
-/// A pass that loses fragments, without a word, when there are more than it has room for: they are counted by queries, and
-/// the log tells. Since such a pass writes images, barriers stand around it.
+/// A pass that silently loses fragments when there are more than it has room for: queries count them, and the log reports
+/// it. Since such a pass writes images, there are barriers around it.
 class FragmentRoomHabit : public SlotHabit
 {
 public:
@@ -158,7 +158,7 @@ public:
         if (!isLimited())
             return;
         m_counter.end();
-        // The next pass may go on with images.
+        // The next pass may read or write the same images.
         glMemoryBarrier(GL_SHADER_IMAGE_ACCESS_BARRIER_BIT);
     }
 
@@ -187,7 +187,7 @@ private:
         return m_isLimited;
     }
 
-    /// Says that there were too many fragments, once until they fit again.
+    /// Logs that there were too many fragments, once until they fit again.
     void report(quint64 count)
     {
         const auto room = quint64(m_slot->info->fragmentRoom);

@@ -123,7 +123,7 @@ void SlotList::wire(const ResolvedPasses &passes, const FrameValueTable &values)
                 break;
             }
             case ResolvedInput::Source::FrameValue:
-                // A granted name may be without a value: the default then.
+                // A name that is assumed to be set may have no value: the default, then.
                 input.value = values.find(source.frameValue);
                 m_usesBounds = m_usesBounds || source.frameValue == FrameValues::sceneBoundsMin
                     || source.frameValue == FrameValues::sceneBoundsMax;
@@ -154,7 +154,7 @@ bool SlotList::makePasses(QString *error)
 
 bool SlotList::remakeShaderPasses(QString *error)
 {
-    // The passes give way when the last new one is made.
+    // The old passes are retired only once all new ones exist.
     std::vector<std::pair<PassSlot *, std::unique_ptr<RenderPass>>> remade;
     for (const auto &slot : m_slots) {
         if (slot->objects.empty() || shaderFilesOf(*slot->info, slot->options).isEmpty())

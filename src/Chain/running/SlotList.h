@@ -15,7 +15,7 @@ class FrameValueTable;
 class ResolvedChain;
 class ResolvedPasses;
 
-/// The slots of a running chain, one for each pass in its order.
+/// The slots of a running chain, one per pass, in order.
 class SlotList
 {
 public:
@@ -38,9 +38,9 @@ public:
     /// options, keeps its slot. The slots point to values of both until they follow the next time. False when slots have
     /// other numbers now. `isCurrent` says whether the context of the objects is.
     bool follow(const ResolvedChain &chain, const FrameValueTable &values, bool isCurrent);
-    /// Makes the objects that are missing. False, with the reason, for one that cannot be made. Needs a current context.
+    /// Creates the missing objects. False, with the reason, when one cannot be created. Needs a current context.
     bool makePasses(QString *error);
-    /// Makes the passes with shader files again; all or none.
+    /// Creates the passes with shader files again; all or none.
     bool remakeShaderPasses(QString *error);
     /// Deletes all objects; with their context current, their GL objects too.
     void leaveContext(bool isCurrent);

@@ -9,8 +9,7 @@ struct PassSlot;
 class Texture;
 class TextureManager;
 
-/// Keeps the references of the pooled images that one pass is given, so that none leaks and none is lost, whether the pass
-/// gives them back or not.
+/// Keeps the reference counts of the pooled images that one pass is given exact, whether the pass gives them back or not.
 class TextureReferences
 {
 public:

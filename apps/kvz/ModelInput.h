@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "RenderOptions.h"
+
+#include <Import/ImportedScene.h>
+
+namespace Velmora::Kvz {
+
+/// How a model is called in what the program says.
+QString displayName(const QString &model);
+
+/// Reads a model from its file or from standard input, with its floor. Tells its warnings, and on a terminal that it reads. False,
+/// with one line in `error`, when that fails.
+bool readModel(const QString &model, const RenderOptions &options, ImportedScene *scene, QString *error);
+
+} // namespace Velmora::Kvz
