@@ -10,7 +10,7 @@
 
 namespace Velmora::Kvz {
 
-class ShaderProgram;
+class SurfaceProgramVariants;
 class TargetFramebuffer;
 
 /// Draws a model and lights it from the camera, with all that its materials say: vertex colours, images with their own
@@ -57,7 +57,7 @@ public:
 private:
     void resizeTargets(const QSize &size);
 
-    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<SurfaceProgramVariants> m_programs;
     std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size;
     bool m_isOpaqueOnly = false;

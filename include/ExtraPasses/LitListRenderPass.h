@@ -14,7 +14,7 @@ namespace Velmora::Kvz {
 class DrawBuffers;
 class FramebufferObject;
 class GPUModel;
-class ShaderProgram;
+class SurfaceProgramVariants;
 class Texture;
 
 /// Shades the lists of VisibilityBufferRenderPass, which VisibilitySortRenderPass has sorted, into an image of layers to lay over
@@ -78,7 +78,7 @@ private:
     QSharedPointer<DrawBuffers> m_screenQuad;
     /// Of vertices, texture coordinates, normals, indices and vertex extras.
     std::vector<std::unique_ptr<Texture>> m_bufferTextures;
-    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<SurfaceProgramVariants> m_programs;
     std::unique_ptr<FramebufferObject> m_framebuffer;
 };
 

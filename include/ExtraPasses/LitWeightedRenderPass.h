@@ -17,6 +17,7 @@ class DrawBuffers;
 class FramebufferObject;
 class GPUModel;
 class ShaderProgram;
+class SurfaceProgramVariants;
 class TargetFramebuffer;
 class Texture;
 
@@ -79,7 +80,7 @@ private:
     Texture *suitableDepth(Texture *depth);
 
     QSharedPointer<DrawBuffers> m_screenQuad;
-    std::unique_ptr<ShaderProgram> m_layerProgram;
+    std::unique_ptr<SurfaceProgramVariants> m_layerPrograms;
     std::unique_ptr<ShaderProgram> m_resolveProgram;
     std::unique_ptr<TargetFramebuffer> m_sums; ///< Weighted colours with T in alpha, and weights.
     std::unique_ptr<FramebufferObject> m_framebuffer;

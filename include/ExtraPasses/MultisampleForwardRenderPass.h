@@ -16,6 +16,7 @@ class DrawBuffers;
 class FramebufferObject;
 class GPUModel;
 class ShaderProgram;
+class SurfaceProgramVariants;
 class Texture;
 
 /// Draws and shades a model as LitForwardRenderPass does, over a picture, into a frame of two samples for each texel, for the
@@ -76,10 +77,10 @@ private:
     void drawBackground(Texture *background);
     void drawModel(GPUModel *model, Texture *background, const QMatrix4x4 &projection, const QMatrix4x4 &camera,
         const QSize &size, int frame);
-    void blendTransparentItems(GPUModel *model);
+    void blendTransparentItems(GPUModel &model, ShaderProgram &program);
 
     QSharedPointer<DrawBuffers> m_screenQuad;
-    std::unique_ptr<ShaderProgram> m_modelProgram;
+    std::unique_ptr<SurfaceProgramVariants> m_modelPrograms;
     std::unique_ptr<ShaderProgram> m_backgroundProgram;
     std::unique_ptr<FramebufferObject> m_framebuffer;
     Texture *m_noBackground = nullptr; ///< The texture manager's.

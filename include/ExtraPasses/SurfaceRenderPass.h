@@ -10,7 +10,7 @@
 
 namespace Velmora::Kvz {
 
-class ShaderProgram;
+class SurfaceProgramVariants;
 class TargetFramebuffer;
 
 /// Draws a model into the images that LitDeferredRenderPass lights, with all that its materials say: vertex colours, images with
@@ -52,7 +52,7 @@ public:
 private:
     void resizeTargets(const QSize &size);
 
-    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<SurfaceProgramVariants> m_programs;
     std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size;
     bool m_isOpaqueOnly = false;

@@ -108,6 +108,9 @@ public:
     const QVector<float> &materialRows() const;
     /// Rows of the plan "SurfaceMaterial", bindable to their fixed unit.
     Bindable *surfaceData() const;
+    /// What surfaceData() asks of a shader, as bits of SurfaceFeature: a program without the rest draws the same. All of them
+    /// while rows of a host replace the model's.
+    int surfaceFeatures() const;
     /// While it is bound, TextureManager::bindTextures() takes the model's images: for draws of a pass's own with rows that
     /// replace the model's. Both kinds of rows above bind it themselves.
     Bindable *materialImages() const;

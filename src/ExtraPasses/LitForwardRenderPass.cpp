@@ -41,6 +41,10 @@ void main()
 } // namespace
 
 LitForwardRenderPass::LitForwardRenderPass()
+    : m_programs(std::make_unique<SurfaceProgramVariants>([](GLSLMacroProcessor &macros) {
+          return buildSurfaceProgram(
+              macros, {QStringLiteral("out_Frame"), QStringLiteral("out_Id")}, fragmentSource, {surfaceShadingFile});
+      }))
 {
     addInput(QStringLiteral("Kvz_QRect_Viewport"), QVariant());
     addInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant());
@@ -68,18 +72,16 @@ void LitForwardRenderPass::start(RenderCallbacks *callbacks)
     ensureFramebuffer(m_framebuffer);
     if (size != m_size)
         resizeTargets(size);
-    if (!m_program)
-        m_program = buildSurfaceProgram(
-            {QStringLiteral("out_Frame"), QStringLiteral("out_Id")}, fragmentSource, {surfaceShadingFile});
     {
         AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         clearForSurfaces(size);
         if (model) {
-            AutoBinder program(m_program.get());
-            setSurfaceCamera(*m_program, projection, camera);
-            PlainLights::read(m_inputs, HeadlightIntensity).set(*m_program);
-            drawSurfaces(*model, *m_program, m_isOpaqueOnly ? SurfaceSelection::Opaque : SurfaceSelection::All);
+            ShaderProgram &program = m_programs->forModel(*model);
+            AutoBinder programBinder(&program);
+            setSurfaceCamera(program, projection, camera);
+            PlainLights::read(m_inputs, HeadlightIntensity).set(program);
+            drawSurfaces(*model, program, m_isOpaqueOnly ? SurfaceSelection::Opaque : SurfaceSelection::All);
         }
         glDisable(GL_DEPTH_TEST);
     }

@@ -127,10 +127,11 @@ void main()
 }
 )");
 
-std::unique_ptr<ShaderProgram> buildShadingProgram()
+std::unique_ptr<ShaderProgram> buildShadingProgram(GLSLMacroProcessor &macros)
 {
     const InstanceDataRegistry &plans = InstanceDataRegistry::Instance();
     auto program = std::make_unique<ShaderProgram>(nullptr);
+    program->setMacroProcessor(&macros);
     program->setFragDataLocations({QStringLiteral("out_FragColor")});
     program->addShader(GL_VERTEX_SHADER, screenQuadVertexSource, QString());
     program->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());
@@ -141,6 +142,7 @@ std::unique_ptr<ShaderProgram> buildShadingProgram()
         program->addShaderFromFile(GL_FRAGMENT_SHADER, file);
     program->compile();
     program->link();
+    program->setMacroProcessor(nullptr);
     return program;
 }
 
@@ -153,6 +155,7 @@ Bindable *unlessReplaced(const QString &plan, Bindable *rows)
 } // namespace
 
 LitListRenderPass::LitListRenderPass()
+    : m_programs(std::make_unique<SurfaceProgramVariants>(buildShadingProgram))
 {
     addInput(QStringLiteral("Kvz_QRect_Viewport"), QVariant());
     addInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant());
@@ -177,9 +180,7 @@ void LitListRenderPass::start(RenderCallbacks *)
         m_outputs[Frame].value = QVariant::fromValue<Texture *>(nullptr);
     } else {
         ensureFramebuffer(m_framebuffer);
-        if (!m_program)
-            m_program = buildShadingProgram();
-        ensureScreenQuad(m_screenQuad, *m_program);
+        ensureScreenQuad(m_screenQuad, m_programs->forModel(*model));
         showBuffers(*model);
 
         AutoBinder framebuffer(m_framebuffer.get());
@@ -222,23 +223,24 @@ void LitListRenderPass::shade(GPUModel &model, Texture *heads, Texture *nodes)
     const DrawBuffers &geometry = *model.drawBuffers(0);
     const VertexExtras &extras = model.vertexExtras();
 
-    AutoBinder program(m_program.get());
+    ShaderProgram &program = m_programs->forModel(model);
+    AutoBinder programBinder(&program);
     AutoBinder headBinder(heads);
     AutoBinder nodeBinder(nodes);
-    m_program->setUniform(QStringLiteral("u_SamplerHeadPointer"), heads->unit());
-    m_program->setUniform(QStringLiteral("u_SamplerNodeBuffer"), nodes->unit());
-    m_program->setUniform(QStringLiteral("u_SamplerNodeBufferWidth"), inputValue<int>(m_inputs[NodeBufferWidth]));
-    setSurfaceCamera(*m_program, projection, camera);
-    m_program->setUniform(QStringLiteral("u_InvProjMatrix"), projection.inverted());
-    m_program->setUniform(QStringLiteral("u_InvCameraMatrix"), camera.inverted());
-    m_program->setUniform(QStringLiteral("u_indexedDraw"), !geometry.indexBO().isNull());
-    m_program->setUniform(QStringLiteral("u_ExtrasStride"), extras.stride);
-    m_program->setUniform(QStringLiteral("u_ColourPlace"), extras.colour);
-    m_program->setUniform(QStringLiteral("u_TexCoord1Place"), extras.texCoord1);
-    PlainLights::read(m_inputs, HeadlightIntensity).set(*m_program);
+    program.setUniform(QStringLiteral("u_SamplerHeadPointer"), heads->unit());
+    program.setUniform(QStringLiteral("u_SamplerNodeBuffer"), nodes->unit());
+    program.setUniform(QStringLiteral("u_SamplerNodeBufferWidth"), inputValue<int>(m_inputs[NodeBufferWidth]));
+    setSurfaceCamera(program, projection, camera);
+    program.setUniform(QStringLiteral("u_InvProjMatrix"), projection.inverted());
+    program.setUniform(QStringLiteral("u_InvCameraMatrix"), camera.inverted());
+    program.setUniform(QStringLiteral("u_indexedDraw"), !geometry.indexBO().isNull());
+    program.setUniform(QStringLiteral("u_ExtrasStride"), extras.stride);
+    program.setUniform(QStringLiteral("u_ColourPlace"), extras.colour);
+    program.setUniform(QStringLiteral("u_TexCoord1Place"), extras.texCoord1);
+    PlainLights::read(m_inputs, HeadlightIntensity).set(program);
     for (size_t i = 0; i < m_bufferTextures.size(); ++i) {
         m_bufferTextures[i]->bind();
-        m_program->setUniform(QString::fromLatin1(bufferTexels[i].sampler), m_bufferTextures[i]->unit());
+        program.setUniform(QString::fromLatin1(bufferTexels[i].sampler), m_bufferTextures[i]->unit());
     }
     {
         AutoBinder quad(m_screenQuad);
@@ -246,9 +248,9 @@ void LitListRenderPass::shade(GPUModel &model, Texture *heads, Texture *nodes)
         AutoBinder objects(unlessReplaced(objectPlan, model.objectData(0)));
         AutoBinder surfaces(unlessReplaced(surfacePlan, model.surfaceData()));
         AutoBinder images(model.materialImages());
-        TextureManager::Instance()->bindTextures(m_program.get());
+        TextureManager::Instance()->bindTextures(&program);
         m_screenQuad->draw();
-        TextureManager::Instance()->unbindTextures(m_program.get());
+        TextureManager::Instance()->unbindTextures(&program);
     }
     for (size_t i = m_bufferTextures.size(); i-- > 0;)
         m_bufferTextures[i]->unbind();

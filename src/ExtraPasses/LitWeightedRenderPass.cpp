@@ -103,6 +103,10 @@ QVector2D depthRange(const GPUModel &model, const QMatrix4x4 &projection, const 
 } // namespace
 
 LitWeightedRenderPass::LitWeightedRenderPass()
+    : m_layerPrograms(std::make_unique<SurfaceProgramVariants>([](GLSLMacroProcessor &macros) {
+          return buildSurfaceProgram(macros, {QStringLiteral("out_FragColor[0]"), QStringLiteral("out_FragColor[1]")},
+              layerSource, {surfaceShadingFile});
+      }))
 {
     addInput(QStringLiteral("Kvz_QRect_Viewport"), QVariant());
     addInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant());
@@ -143,10 +147,6 @@ void LitWeightedRenderPass::accumulate(GPUModel &model, Texture *depth)
 {
     const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
     const auto camera = inputValue<QMatrix4x4>(m_inputs[CameraMatrix]);
-    if (!m_layerProgram) {
-        m_layerProgram = buildSurfaceProgram({QStringLiteral("out_FragColor[0]"), QStringLiteral("out_FragColor[1]")},
-            layerSource, {surfaceShadingFile});
-    }
 
     AutoBinder framebuffer(m_sums.get());
     m_sums->attach(depth, GL_DEPTH_ATTACHMENT, 0);
@@ -162,11 +162,12 @@ void LitWeightedRenderPass::accumulate(GPUModel &model, Texture *depth)
     // One function for both targets: all that GL 3.2 has.
     glBlendFuncSeparate(GL_ONE, GL_ONE, GL_ZERO, GL_ONE_MINUS_SRC_ALPHA);
     {
-        AutoBinder program(m_layerProgram.get());
-        setSurfaceCamera(*m_layerProgram, projection, camera);
-        m_layerProgram->setUniform(QStringLiteral("u_DepthRange"), depthRange(model, projection, camera));
-        PlainLights::read(m_inputs, HeadlightIntensity).set(*m_layerProgram);
-        drawSurfaces(model, *m_layerProgram, SurfaceSelection::Transparent);
+        ShaderProgram &program = m_layerPrograms->forModel(model);
+        AutoBinder programBinder(&program);
+        setSurfaceCamera(program, projection, camera);
+        program.setUniform(QStringLiteral("u_DepthRange"), depthRange(model, projection, camera));
+        PlainLights::read(m_inputs, HeadlightIntensity).set(program);
+        drawSurfaces(model, program, SurfaceSelection::Transparent);
     }
     glDisable(GL_BLEND);
     glDepthMask(GL_TRUE);

@@ -77,6 +77,9 @@ void main()
 } // namespace
 
 MultisampleForwardRenderPass::MultisampleForwardRenderPass()
+    : m_modelPrograms(std::make_unique<SurfaceProgramVariants>([](GLSLMacroProcessor &macros) {
+          return buildSurfaceProgram(macros, {QStringLiteral("out_FragColor")}, fragmentSource, {surfaceShadingFile});
+      }))
 {
     addInput(QStringLiteral("Kvz_QRect_Viewport"), QVariant());
     addInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant());
@@ -150,19 +153,18 @@ void MultisampleForwardRenderPass::drawBackground(Texture *background)
 void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *background, const QMatrix4x4 &projection,
     const QMatrix4x4 &camera, const QSize &size, int frame)
 {
-    if (!m_modelProgram)
-        m_modelProgram = buildSurfaceProgram({QStringLiteral("out_FragColor")}, fragmentSource, {surfaceShadingFile});
     if (!background) {
         if (!m_noBackground)
             m_noBackground = TextureManager::Instance()->colorTexture(QColor(Qt::transparent));
         background = m_noBackground;
     }
 
-    AutoBinder program(m_modelProgram.get());
+    ShaderProgram &program = m_modelPrograms->forModel(*model);
+    AutoBinder programBinder(&program);
     AutoBinder source(background);
-    m_modelProgram->setUniform(QStringLiteral("u_Background"), background->unit());
-    m_modelProgram->setUniform(QStringLiteral("u_Size"), QVector2D(float(size.width()), float(size.height())));
-    PlainLights::read(m_inputs, HeadlightIntensity).set(*m_modelProgram);
+    program.setUniform(QStringLiteral("u_Background"), background->unit());
+    program.setUniform(QStringLiteral("u_Size"), QVector2D(float(size.width()), float(size.height())));
+    PlainLights::read(m_inputs, HeadlightIntensity).set(program);
     glEnable(GL_DEPTH_TEST);
     glEnable(GL_SAMPLE_MASK);
     for (int sample = 0; sample < sampleCount; ++sample) {
@@ -171,13 +173,12 @@ void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *backgroun
         const QPointF actual{double(position[0]), double(position[1])};
         // This sample, and every second one of those that a driver adds.
         glSampleMaski(0, 0x55555555u << sample);
-        setSurfaceCamera(
-            *m_modelProgram, shifted(projection, shiftTo(actual, subsamplePosition(frame, sample), size)), camera);
-        m_modelProgram->setUniform(QStringLiteral("u_FromCentre"), QVector2D(position[0] - 0.5f, position[1] - 0.5f));
-        m_modelProgram->setUniform(QStringLiteral("u_BlendsOverFrame"), false);
-        drawSurfaces(*model, *m_modelProgram, SurfaceSelection::Opaque);
+        setSurfaceCamera(program, shifted(projection, shiftTo(actual, subsamplePosition(frame, sample), size)), camera);
+        program.setUniform(QStringLiteral("u_FromCentre"), QVector2D(position[0] - 0.5f, position[1] - 0.5f));
+        program.setUniform(QStringLiteral("u_BlendsOverFrame"), false);
+        drawSurfaces(*model, program, SurfaceSelection::Opaque);
         if (!model->isDrawEmpty(GPUModel::Transparent, GPUModel::Transparent))
-            blendTransparentItems(model);
+            blendTransparentItems(*model, program);
     }
     glSampleMaski(0, 0xffffffffu);
     glDisable(GL_SAMPLE_MASK);
@@ -185,13 +186,13 @@ void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *backgroun
 }
 
 /// Lays the transparent items over what is drawn, in the order of the model.
-void MultisampleForwardRenderPass::blendTransparentItems(GPUModel *model)
+void MultisampleForwardRenderPass::blendTransparentItems(GPUModel &model, ShaderProgram &program)
 {
-    m_modelProgram->setUniform(QStringLiteral("u_BlendsOverFrame"), true);
+    program.setUniform(QStringLiteral("u_BlendsOverFrame"), true);
     glEnable(GL_BLEND);
     glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
     glDepthMask(GL_FALSE);
-    drawSurfaces(*model, *m_modelProgram, SurfaceSelection::Transparent);
+    drawSurfaces(model, program, SurfaceSelection::Transparent);
     glDepthMask(GL_TRUE);
     glDisable(GL_BLEND);
 }

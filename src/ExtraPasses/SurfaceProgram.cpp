@@ -3,6 +3,7 @@
 
 #include "steps/ModelProgram.h"
 
+#include <GL/GLSLMacroProcessor.h>
 #include <GL/ShaderProgram.h>
 #include <GL/StandardAttributes.h>
 #include <Scene/GPUModel.h>
@@ -15,10 +16,11 @@
 
 namespace Velmora::Kvz {
 
-std::unique_ptr<ShaderProgram> buildSurfaceProgram(
-    const QStringList &outputs, const QString &fragmentSource, const QStringList &fragmentFiles)
+std::unique_ptr<ShaderProgram> buildSurfaceProgram(GLSLMacroProcessor &macros, const QStringList &outputs,
+    const QString &fragmentSource, const QStringList &fragmentFiles)
 {
     auto program = std::make_unique<ShaderProgram>(nullptr);
+    program->setMacroProcessor(&macros);
     program->setFragDataLocations(outputs);
     addModelVertexStage(*program, surfaceVertexSource);
     program->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());
@@ -31,7 +33,29 @@ std::unique_ptr<ShaderProgram> buildSurfaceProgram(
         program->addShaderFromFile(GL_FRAGMENT_SHADER, file);
     program->compile();
     program->link();
+    program->setMacroProcessor(nullptr);
     return program;
+}
+
+SurfaceProgramVariants::SurfaceProgramVariants(Build build)
+    : m_build(std::move(build))
+{ }
+
+SurfaceProgramVariants::~SurfaceProgramVariants() = default;
+
+ShaderProgram &SurfaceProgramVariants::forModel(const GPUModel &model)
+{
+    const int features = model.surfaceFeatures();
+    const auto known = m_programs.find(features);
+    if (known != m_programs.end())
+        return *known->second;
+    // Whoever shows one model after another does not gather programs without end.
+    constexpr size_t limit = 16;
+    if (m_programs.size() == limit)
+        m_programs.clear();
+    GLSLMacroProcessor macros;
+    macros.addDefine(QStringLiteral("KVZ_SURFACE_FEATURES"), QString::number(features));
+    return *(m_programs[features] = m_build(macros));
 }
 
 void setSurfaceCamera(ShaderProgram &program, const QMatrix4x4 &projection, const QMatrix4x4 &camera)

@@ -4,6 +4,8 @@
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
+#include <functional>
+#include <map>
 #include <memory>
 
 class QMatrix4x4;
@@ -11,6 +13,7 @@ class QSize;
 
 namespace Velmora::Kvz {
 
+class GLSLMacroProcessor;
 class GPUModel;
 class ShaderProgram;
 
@@ -99,8 +102,26 @@ inline const QString surfaceShadingFile = QStringLiteral("PlainShading.glslc");
 /// Builds a program that draws surfaces: surfaceVertexSource, the fragment source, all units that surfaceAt() needs, and
 /// `fragmentFiles`. `outputs` names the fragment outputs in the order of the colour attachments. Whether it compiled and
 /// linked is not checked.
-std::unique_ptr<ShaderProgram> buildSurfaceProgram(
-    const QStringList &outputs, const QString &fragmentSource, const QStringList &fragmentFiles = {});
+std::unique_ptr<ShaderProgram> buildSurfaceProgram(GLSLMacroProcessor &macros, const QStringList &outputs,
+    const QString &fragmentSource, const QStringList &fragmentFiles = {});
+
+/// The variants of one program that reads surfaces: each has what models ask for and nothing else.
+class SurfaceProgramVariants
+{
+public:
+    using Build = std::function<std::unique_ptr<ShaderProgram>(GLSLMacroProcessor &macros)>;
+
+    /// `build` makes a program with the macros.
+    explicit SurfaceProgramVariants(Build build);
+    ~SurfaceProgramVariants();
+
+    /// The program for a model as it is now, built when no model has asked for the like lately. It stays until the next call.
+    ShaderProgram &forModel(const GPUModel &model);
+
+private:
+    Build m_build;
+    std::map<int, std::unique_ptr<ShaderProgram>> m_programs; ///< By SurfaceFeature bits.
+};
 
 /// Sets the matrices that surfaceVertexSource and directionToEyeSource read.
 void setSurfaceCamera(ShaderProgram &program, const QMatrix4x4 &projection, const QMatrix4x4 &camera);

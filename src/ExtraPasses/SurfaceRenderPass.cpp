@@ -63,6 +63,8 @@ void main()
 } // namespace
 
 SurfaceRenderPass::SurfaceRenderPass()
+    : m_programs(std::make_unique<SurfaceProgramVariants>(
+        [](GLSLMacroProcessor &macros) { return buildSurfaceProgram(macros, outputNames(targets()), fragmentSource); }))
 {
     addInput(QStringLiteral("Kvz_QRect_Viewport"), QVariant());
     addInput(QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix"), QVariant());
@@ -92,16 +94,15 @@ void SurfaceRenderPass::start(RenderCallbacks *callbacks)
     ensureFramebuffer(m_framebuffer);
     if (size != m_size)
         resizeTargets(size);
-    if (!m_program)
-        m_program = buildSurfaceProgram(outputNames(targets()), fragmentSource);
     {
         AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
         clearForSurfaces(size);
         if (model) {
-            AutoBinder program(m_program.get());
-            setSurfaceCamera(*m_program, projection, camera);
-            drawSurfaces(*model, *m_program, m_isOpaqueOnly ? SurfaceSelection::Opaque : SurfaceSelection::All);
+            ShaderProgram &program = m_programs->forModel(*model);
+            AutoBinder programBinder(&program);
+            setSurfaceCamera(program, projection, camera);
+            drawSurfaces(*model, program, m_isOpaqueOnly ? SurfaceSelection::Opaque : SurfaceSelection::All);
         }
         glDisable(GL_DEPTH_TEST);
     }

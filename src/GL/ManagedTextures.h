@@ -39,6 +39,8 @@ class ManagedTextures : public Bindable
 {
 public:
     static constexpr int arrayCount = managedTextureArrays;
+    /// The array of a handle above 0.
+    static constexpr int arrayOf(int handle) { return (handle - 1) % arrayCount; }
 
     ManagedTextures() = default;
     ~ManagedTextures() override;

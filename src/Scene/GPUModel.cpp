@@ -10,6 +10,7 @@
 #include <GL/TextureManager.h>
 #include <Scene/InstanceDataCollection.h>
 #include <Scene/InstanceDataRegistry.h>
+#include <Scene/SurfaceFeature.h>
 
 #include <epoxy/gl.h>
 
@@ -302,6 +303,11 @@ const QVector<float> &GPUModel::materialRows() const
 Bindable *GPUModel::surfaceData() const
 {
     return &d->surfaceRows;
+}
+
+int GPUModel::surfaceFeatures() const
+{
+    return InstanceDataCollection::isBound(surfacePlan) ? int(AllSurfaceFeatures) : d->surfaceFeatures;
 }
 
 Bindable *GPUModel::materialImages() const

@@ -388,6 +388,7 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
         std::memcpy(nextRow, &materials[size_t(item.material)], sizeof(MaterialRow));
         nextRow += rowFloats;
         surfaceRows.push_back(surfaces[size_t(item.material)]);
+        data.surfaceFeatures |= surfaceFeatures(surfaceRows.back());
         commands.append({range.count, 1, range.first, 0, 0});
     }
     data.finish();

@@ -80,6 +80,7 @@ struct GPUModel::Private
     MaterialRows materialRows;
     QVector<float> materialValues; ///< What materialRows holds.
     MaterialRows surfaceRows;
+    int surfaceFeatures = 0; ///< Of surfaceRows.
     VertexExtras extras;
     std::unique_ptr<OcclusionQueries> queries;
 };

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "SurfaceRows.h"
 
+#include <GL/ManagedTextures.h>
+#include <Scene/SurfaceFeature.h>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -62,7 +65,31 @@ void store(const QTransform &transform, float *u, float *v)
     store(QVector3D(float(transform.m12()), float(transform.m22()), float(transform.m32())), v);
 }
 
+/// What one map of a row asks of a shader, beyond itself.
+int mapFeatures(int map, float handle, float sampling)
+{
+    if (handle <= 0)
+        return 0;
+    const int flags = int(sampling);
+    constexpr int modes =
+        MirroredU | ClampedU | MirroredV | ClampedV | NearestMagnified | NearestMinified | WithoutMipmaps;
+    int features = map | (SurfaceFirstImageArray << ManagedTextures::arrayOf(int(handle)));
+    if (flags & modes)
+        features |= SurfaceImageModes;
+    if (flags & SecondTexCoords)
+        features |= SurfaceSecondTexCoords;
+    return features;
+}
+
 } // namespace
+
+int surfaceFeatures(const SurfaceRow &row)
+{
+    return mapFeatures(SurfaceBaseColourMap, row.baseColourMap, row.baseColourMapSampling)
+        | mapFeatures(SurfaceSpecularMap, row.specularMap, row.specularMapSampling)
+        | mapFeatures(SurfaceEmissionMap, row.emissionMap, row.emissionMapSampling)
+        | (int(row.flags) & Masked ? SurfaceMask : 0);
+}
 
 SurfaceRow surfaceRow(const MaterialData &material, const SurfaceImages &images, int number)
 {

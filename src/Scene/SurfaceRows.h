@@ -54,6 +54,9 @@ struct SurfaceImages
     int emission;
 };
 
+/// What the row asks of a shader, as bits of SurfaceFeature.
+int surfaceFeatures(const SurfaceRow &row);
+
 /// `number` is the material's.
 SurfaceRow surfaceRow(const MaterialData &material, const SurfaceImages &images, int number);
 

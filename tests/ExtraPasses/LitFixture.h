@@ -81,6 +81,18 @@ inline QImage speckledImage(int width, int height, unsigned int seed = 1)
     return image;
 }
 
+/// Gives two materials three images each, which fill all six arrays of a model.
+inline void fillAllImageArrays(
+    MaterialData *first, MaterialData *second, const std::function<QImage(int size)> &makeImage)
+{
+    first->mapKd = makeImage(2);
+    first->mapKs = makeImage(4);
+    first->mapEmission = makeImage(8);
+    second->mapKd = makeImage(16);
+    second->mapKs = makeImage(32);
+    second->mapEmission = makeImage(64);
+}
+
 /// Two balls and a box, one ball mirrored and one flattened, with all of what materials and vertices can have but images.
 inline LitScene plainScene()
 {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "LayerScene.h"
+#include "LitFixture.h"
 
 #include "support/Cameras.h"
 #include "support/DriverClaims.h"
@@ -335,8 +336,12 @@ TEST_F(LitListRenderPassTest, runsOnADriverWith16TextureUnitsAStage)
     mesh.colours = QVector<QVector4D>(4, QVector4D(0.5f, 1, 1, 0.5f));
     mesh.texCoords1 = mesh.texCoords;
     MaterialData glass = flatGlass({0.8f, 0.6f, 0.4f}, 0.5f);
-    glass.mapKd = QImage(2, 2, QImage::Format_ARGB32);
-    glass.mapKd.fill(QColor(255, 255, 255, 128));
+    MaterialData other = glass;
+    fillAllImageArrays(&glass, &other, [](int size) {
+        QImage image(size, size, QImage::Format_ARGB32);
+        image.fill(QColor(255, 255, 255, 128));
+        return image;
+    });
     glass.mapKdSampling.uvSet = 1;
     pass.reset();
     {
@@ -352,15 +357,15 @@ TEST_F(LitListRenderPassTest, runsOnADriverWith16TextureUnitsAStage)
         std::swap(sort, modestSort);
         int samplers = 0;
         {
-            const QSharedPointer<GPUModel> model = wallModel({{0, glass}}, mesh);
+            const QSharedPointer<GPUModel> model = wallModel({{0, glass}, {0.5f, other}}, mesh);
             GLCallRecorder<&epoxy_glDrawArrays> draws;
             draws.onCall = [&](GLenum, GLint, GLsizei) {
                 samplers = std::max(samplers, activeSamplers(GLuint(glInteger(GL_CURRENT_PROGRAM))));
             };
             const QVector4D pixel = draw(model).pixel(1, 1);
             const double opacity = 0.5 * 0.5 * 128 / 255;
-            EXPECT_NEAR(pixel.x(), 0.8 * 0.5 * opacity, halfTolerance);
-            EXPECT_NEAR(pixel.w(), 1 - opacity, halfTolerance);
+            EXPECT_NEAR(pixel.x(), 0.8 * 0.5 * opacity * (2 - opacity), halfTolerance);
+            EXPECT_NEAR(pixel.w(), (1 - opacity) * (1 - opacity), halfTolerance);
         }
         EXPECT_EQ(samplers, 16) << "all of them in the fragment stage";
         pass.reset();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "LayerScene.h"
+#include "LitFixture.h"
 
 #include "support/Cameras.h"
 #include "support/DriverClaims.h"
@@ -401,7 +402,15 @@ TEST_F(LitWeightedRenderPassTest, takesAWholeDepthStencilImageToo)
 TEST_F(LitWeightedRenderPassTest, runsOnADriverWith16TextureUnitsAStage)
 {
     const QSize size(24, 18);
-    const Image expected = draw(layerScene().build(), size, layerSceneCamera, layerSceneProjection);
+    MaterialData first = flatGlass({0.8f, 0.6f, 0.4f}, 0.5f);
+    MaterialData second = first;
+    fillAllImageArrays(&first, &second, [](int side) { return speckledImage(side, side, unsigned(side)); });
+    const auto buildModel = [&] {
+        LitScene scene = layerScene();
+        scene.add(boxMesh(), first, QMatrix4x4(), GPUModel::Transparent);
+        return scene.add(boxMesh(), second, placed({0.5f, 0, 0}), GPUModel::Transparent).build();
+    };
+    const Image expected = draw(buildModel(), size, layerSceneCamera, layerSceneProjection);
     pass.reset();
     {
         const DriverClaims claims({}, 0, {}, 16);
@@ -410,7 +419,7 @@ TEST_F(LitWeightedRenderPassTest, runsOnADriverWith16TextureUnitsAStage)
         ASSERT_TRUE(modest) << qPrintable(error);
         ASSERT_TRUE(modest->makeCurrent());
         pass = std::make_unique<LitWeightedRenderPass>();
-        const QSharedPointer<GPUModel> model = layerScene().build();
+        const QSharedPointer<GPUModel> model = buildModel();
         int samplers = 0;
         GLCallRecorder<&epoxy_glDrawElements> draws;
         draws.onCall = [&](GLenum, GLsizei, GLenum, const void *) {

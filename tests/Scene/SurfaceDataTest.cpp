@@ -4,9 +4,13 @@
 #include <GL/AutoBinder.h>
 #include <GL/BufferObject.h>
 #include <GL/DrawBuffers.h>
+#include <GL/GLSLMacroProcessor.h>
 #include <GL/OpenGLDeviceContext.h>
+#include <GL/ShaderProgram.h>
 #include <GL/VertexArrayObject.h>
+#include <Scene/InstanceDataCollection.h>
 #include <Scene/InstanceDataRegistry.h>
+#include <Scene/SurfaceFeature.h>
 
 #include <epoxy/gl.h>
 
@@ -143,6 +147,102 @@ TEST_F(SurfaceDataTest, rowsHoldWhatMaterialsSay)
         EXPECT_EQ(values.pixel(i, 1), own[i]) << qPrintable(expressions[i]);
         EXPECT_EQ(values.pixel(i, 0), standard[i]) << qPrintable(expressions[i]);
     }
+}
+
+TEST_F(SurfaceDataTest, aModelTellsWhatItsRowsAskFor)
+{
+    MaterialData plain;
+    EXPECT_EQ(columnOf({plain}, 1)->surfaceFeatures(), 0);
+
+    MaterialData painted;
+    painted.mapKd = filled(4, 4, Qt::red);
+    EXPECT_EQ(columnOf({plain, painted}, 1)->surfaceFeatures(), SurfaceBaseColourMap | SurfaceFirstImageArray);
+
+    MaterialData glowing;
+    glowing.mapEmission = filled(8, 8, Qt::blue);
+    glowing.mapEmissionSampling.uvSet = 1;
+    glowing.alphaMode = MaterialData::Mask;
+    // Without an image nothing asks for what it would be sampled by.
+    glowing.mapKdSampling.wrapU = ImageSampling::ClampToEdge;
+    EXPECT_EQ(columnOf({painted, glowing}, 1)->surfaceFeatures(),
+        SurfaceBaseColourMap | SurfaceEmissionMap | SurfaceSecondTexCoords | SurfaceMask | SurfaceFirstImageArray
+            | SurfaceFirstImageArray << 1);
+
+    for (void (*choose)(ImageSampling *) : {+[](ImageSampling *s) { s->wrapU = ImageSampling::MirroredRepeat; },
+             +[](ImageSampling *s) { s->wrapV = ImageSampling::ClampToEdge; },
+             +[](ImageSampling *s) { s->magnification = ImageSampling::Nearest; },
+             +[](ImageSampling *s) { s->minification = ImageSampling::Nearest; },
+             +[](ImageSampling *s) { s->mipmaps = false; }}) {
+        MaterialData shining;
+        shining.mapKs = filled(4, 4, Qt::green);
+        choose(&shining.mapKsSampling);
+        EXPECT_EQ(
+            columnOf({shining}, 1)->surfaceFeatures(), SurfaceSpecularMap | SurfaceImageModes | SurfaceFirstImageArray);
+    }
+}
+
+TEST_F(SurfaceDataTest, rowsOfAHostMayAskForAll)
+{
+    const QSharedPointer<GPUModel> model = columnOf({MaterialData()}, 1);
+    InstanceDataCollection rows(QStringLiteral("SurfaceMaterial"));
+    rows.setRowCount(1);
+    rows.bind(nullptr, nullptr);
+    EXPECT_EQ(model->surfaceFeatures(), AllSurfaceFeatures);
+    rows.unbind(nullptr, nullptr);
+    EXPECT_EQ(model->surfaceFeatures(), 0);
+}
+
+TEST_F(SurfaceDataTest, shadersLeaveOutWhatNoRowAsksFor)
+{
+    const auto samplersFor = [](int features) {
+        GLSLMacroProcessor macros;
+        macros.addDefine(QStringLiteral("KVZ_SURFACE_FEATURES"), QString::number(features));
+        ShaderProgram program(nullptr);
+        program.setMacroProcessor(&macros);
+        program.addShader(GL_VERTEX_SHADER, itemVertexSource(QStringLiteral("InstanceInfo")), QString());
+        program.addShader(GL_VERTEX_SHADER,
+            InstanceDataRegistry::Instance().getPlan(QStringLiteral("InstanceInfo")).glslc(), QString());
+        program.addShaderFromFile(GL_VERTEX_SHADER, QStringLiteral("KvzUtilities.glslc"));
+        program.addShader(GL_FRAGMENT_SHADER, QStringLiteral(R"(#version 150
+#include "Surface.glslh"
+uniform vec2 u_Place;
+out vec4 out_FragColor;
+void main()
+{
+    SurfacePlace place;
+    place.colour = vec4(1.0);
+    for (int i = 0; i < 2; ++i) {
+        place.texCoords[i] = u_Place;
+        place.texCoordsX[i] = u_Place.yx;
+        place.texCoordsY[i] = u_Place;
+    }
+    Surface surface = surfaceAt(place);
+    out_FragColor = vec4(surface.baseColour + surface.specular + surface.emission, 1.0);
+}
+)"),
+            QString());
+        program.addShader(GL_FRAGMENT_SHADER,
+            InstanceDataRegistry::Instance().getPlan(QStringLiteral("SurfaceMaterial")).glslc(), QString());
+        for (const char *file : {"Surface.glslc", "SurfaceTextures.glslc", "KvzUtilities.glslc"})
+            program.addShaderFromFile(GL_FRAGMENT_SHADER, QString::fromLatin1(file));
+        program.compile();
+        program.link();
+        EXPECT_TRUE(program.isLinked()) << features;
+        QString found;
+        for (int i = 0; i < 6; ++i) {
+            if (program.getUniformLocation(QStringLiteral("kvz_ManagedTextures%1").arg(i)) >= 0)
+                found += QString::number(i);
+        }
+        return found.toStdString();
+    };
+    EXPECT_EQ(samplersFor(0), "");
+    EXPECT_EQ(samplersFor(SurfaceMask), "");
+    EXPECT_EQ(samplersFor(SurfaceBaseColourMap | SurfaceFirstImageArray << 2), "2");
+    EXPECT_EQ(
+        samplersFor(SurfaceSpecularMap | SurfaceImageModes | SurfaceFirstImageArray | SurfaceFirstImageArray << 5),
+        "05");
+    EXPECT_EQ(samplersFor(SurfaceEmissionMap | SurfaceSecondTexCoords | SurfaceFirstImageArray << 1), "1");
+    EXPECT_EQ(samplersFor(AllSurfaceFeatures), "012345");
 }
 
 TEST_F(SurfaceDataTest, vertexExtrasArePackedAndAreAttributes)
