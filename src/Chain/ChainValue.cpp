@@ -66,6 +66,33 @@ bool toNumbers(const QVariant &value, QVector<double> *numbers)
     return true;
 }
 
+const QString lengthKey = QStringLiteral("ofScene");
+const QString inverseKey = QStringLiteral("perScene");
+
+/// Takes a SceneRelative or its form in files. What reads one as a plain number, such as the rules of a pass, gets its value.
+bool toSceneRelative(const QVariant &value, QVariant *result)
+{
+    static const bool hasConverter =
+        QMetaType::registerConverter<SceneRelative, float>([](const SceneRelative &number) { return number.value; });
+    static const bool hasDoubleConverter = QMetaType::registerConverter<SceneRelative, double>(
+        [](const SceneRelative &number) { return double(number.value); });
+    Q_UNUSED(hasConverter)
+    Q_UNUSED(hasDoubleConverter)
+    SceneRelative relative = value.value<SceneRelative>();
+    if (value.userType() != qMetaTypeId<SceneRelative>()) {
+        const QVariantMap form = value.toMap();
+        double number;
+        if (value.userType() != QMetaType::QVariantMap || form.size() != 1 || !toNumber(form.first(), &number)
+            || (form.firstKey() != lengthKey && form.firstKey() != inverseKey))
+            return false;
+        relative = {float(number), form.firstKey() == lengthKey ? 1 : -1};
+    }
+    if (!std::isfinite(relative.value) || std::abs(relative.power) != 1)
+        return false;
+    *result = QVariant::fromValue(relative);
+    return true;
+}
+
 bool isWholeInt(double number)
 {
     return number == std::floor(number) && std::abs(number) <= 2147483647.0;
@@ -379,7 +406,7 @@ bool convertValue(const QVariant &value, ValueType type, QVariant *result)
         return toInt(value, result);
     case ValueType::Float:
         if (!toNumber(value, &number))
-            return false;
+            return toSceneRelative(value, result);
         *result = float(number);
         return true;
     case ValueType::String:
@@ -450,6 +477,10 @@ bool convertValue(const QVariant &value, ValueType type, QVariant *result)
 
 QJsonValue valueToJson(const QVariant &value)
 {
+    if (value.userType() == qMetaTypeId<SceneRelative>()) {
+        const auto relative = value.value<SceneRelative>();
+        return QJsonObject{{relative.power == 1 ? lengthKey : inverseKey, shortest(relative.value)}};
+    }
     switch (value.userType()) {
     case QMetaType::UnknownType:
         return QJsonValue::Null;

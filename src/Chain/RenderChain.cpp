@@ -139,7 +139,7 @@ bool RenderChain::Private::render()
     if (!slots.makePasses(&error))
         return false;
 
-    runner.beginFrame(size);
+    runner.beginFrame(size, values.sceneSize());
     if (slots.usesBounds())
         values.updateBounds();
     std::unique_ptr<SavedGLState> found;

@@ -13,6 +13,8 @@
 #include <QtGui/QVector2D>
 #include <QtGui/QVector3D>
 
+#include <cmath>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -110,6 +112,11 @@ TEST(ChainValueTest, otherFormsAreRefused)
         {"[1, 0, 0, 0]", ValueType::Matrix4x4},
         {"1", ValueType::Texture},
         {"[]", ValueType::Model},
+        {"{\"ofScene\": 0.5}", ValueType::Int},
+        {"{\"ofScene\": \"half\"}", ValueType::Float},
+        {"{\"ofScene\": 0.5, \"least\": 1}", ValueType::Float},
+        {"{\"ofscene\": 0.5}", ValueType::Float},
+        {"{}", ValueType::Float},
     };
     for (const auto &refused : cases)
         EXPECT_TRUE(isRefused(fromFile(refused.json), refused.type))
@@ -155,6 +162,27 @@ TEST(ChainValueTest, writtenFormsComeBackAsTheSameValues)
             << qPrintable(typeName(kept.type));
         EXPECT_EQ(result, kept.value) << qPrintable(describeValue(kept.value));
     }
+}
+
+TEST(ChainValueTest, numbersCanBeInUnitsOfTheScene)
+{
+    for (const int power : {1, -1}) {
+        const char *const form = power == 1 ? "{\"ofScene\":0.25}" : "{\"perScene\":0.25}";
+        SCOPED_TRACE(form);
+        QVariant result;
+        ASSERT_TRUE(convertValue(fromFile(form), ValueType::Float, &result));
+        ASSERT_EQ(result.userType(), qMetaTypeId<SceneRelative>());
+        EXPECT_EQ(result.value<SceneRelative>().value, 0.25f);
+        EXPECT_EQ(result.value<SceneRelative>().power, power);
+        EXPECT_EQ(result.toFloat(), 0.25f) << "as rules of passes read it";
+        EXPECT_EQ(result.toDouble(), 0.25);
+        EXPECT_EQ(describeValue(result), QString::fromLatin1(form));
+        QVariant again;
+        ASSERT_TRUE(convertValue(result, ValueType::Float, &again));
+        EXPECT_EQ(again.value<SceneRelative>().power, power);
+    }
+    EXPECT_TRUE(isRefused(QVariant::fromValue(SceneRelative{std::nanf(""), 1}), ValueType::Float));
+    EXPECT_TRUE(isRefused(QVariant::fromValue(SceneRelative{1, 2}), ValueType::Float));
 }
 
 TEST(ChainValueTest, floatsAreWrittenWithTheirOwnDigitsOnly)

@@ -87,6 +87,30 @@ TEST_F(ObscuranceChainTest, darkensTheShadingByTheBlurredObscurance)
     }
 }
 
+TEST_F(ObscuranceChainTest, looksAlikeAtAnyScale)
+{
+    const auto obscuranceAt = [&](float extent) {
+        ImportedScene scene = importScene(stillLife);
+        EXPECT_TRUE(scaleInto(&scene, extent));
+        chain.reset();
+        chain = std::make_unique<ModelChain>(QStringLiteral("ambient-obscurance"), scene.build(), size);
+        chain->look(CameraView());
+        return chain->render({output("obscurance")})[0];
+    };
+    const Image expected = obscuranceAt(4);
+    int dark = 0;
+    for (int i = 0; i < expected.data.size(); i += 4)
+        dark += expected.data[i] < 0.6f ? 1 : 0;
+    EXPECT_GT(dark, 100);
+    for (const float extent : {0.02f, 1.0f, 15.0f}) {
+        SCOPED_TRACE(extent);
+        EXPECT_LT(meanError(obscuranceAt(extent), expected), 0.5);
+    }
+    // A radius in units would not.
+    setValue("obscurance", "Kvz_float_SAORadius", 0.3f);
+    EXPECT_GT(meanError(chain->render({output("obscurance")})[0], expected), 2);
+}
+
 // The two draws of the blur, each against the Gaussian over the taps near the surface's plane.
 TEST_F(ObscuranceChainTest, blursOnlyWithinASurface)
 {

@@ -87,7 +87,7 @@ void FrameRunner::enterContext()
     m_hasDebugGroups = epoxy_gl_version() >= 43 || epoxy_has_gl_extension("GL_KHR_debug");
 }
 
-void FrameRunner::beginFrame(const QSize &size)
+void FrameRunner::beginFrame(const QSize &size, float sceneSize)
 {
     m_manager = TextureManager::Instance();
     m_results->beginFrame();
@@ -95,6 +95,7 @@ void FrameRunner::beginFrame(const QSize &size)
         m_manager->deleteUnusedTempTextures();
     m_lastSize = size;
     m_size = size;
+    m_sceneSize = sceneSize;
     m_refusal.clear();
     ++m_frame;
 }
@@ -117,6 +118,7 @@ void FrameRunner::runPasses()
 void FrameRunner::run(PassSlot *slot, int index)
 {
     m_times->beginPass();
+    slot->sceneSize = m_sceneSize;
     m_results->markCaptures(slot);
     for (const auto &habit : slot->habits)
         habit->prepare(&m_slots->objects(), m_frame);

@@ -34,7 +34,8 @@ public:
 
     /// \name The steps of a frame, in order
     /// @{
-    void beginFrame(const QSize &size);
+    /// `sceneSize` is the longest side of the scene's bounds; 0 without a scene.
+    void beginFrame(const QSize &size, float sceneSize);
     /// Begins the frame for the passes.
     void beginPasses() const;
     void runPasses();
@@ -60,6 +61,7 @@ private:
     bool m_hasDebugGroups = false;
     QSize m_lastSize;
     QSize m_size;
+    float m_sceneSize = 0;
     quint64 m_frame = 0;
     TextureManager *m_manager = nullptr; ///< Of the current frame.
     QString m_refusal;

@@ -7,6 +7,8 @@
 #include <QtCore/QPair>
 #include <QtGui/QVector3D>
 
+#include <algorithm>
+
 namespace Velmora::Kvz {
 
 void FrameValueTable::set(const QString &name, const QVariant &value)
@@ -68,6 +70,17 @@ void FrameValueTable::updateBounds()
 {
     if (m_boundsFollowModel)
         followModel();
+}
+
+float FrameValueTable::sceneSize() const
+{
+    QPair<QVector3D, QVector3D> bounds{
+        value(FrameValues::sceneBoundsMin).value<QVector3D>(), value(FrameValues::sceneBoundsMax).value<QVector3D>()};
+    const GPUModel *model = value(FrameValues::model).value<GPUModel *>();
+    if (m_boundsFollowModel && model)
+        bounds = model->sceneBounds(); // Also where an item was moved since the values were stored.
+    const QVector3D size = bounds.second - bounds.first;
+    return std::max({0.0f, size.x(), size.y(), size.z()});
 }
 
 const QVariant *FrameValueTable::find(const QString &name) const

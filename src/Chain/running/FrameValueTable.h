@@ -27,6 +27,9 @@ public:
     /// Reads the bounds of the model again, unless the host set some.
     void updateBounds();
 
+    /// The longest side of the bounds; 0 where there are none.
+    float sceneSize() const;
+
     /// Null for a name that is not set. The pointer is valid until the name is removed.
     const QVariant *find(const QString &name) const;
     QVariant value(const QString &name) const;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <Chain/running/PassSlot.h>
 
+#include <Chain/ChainValue.h>
 #include <Core/RenderPass.h>
 
 #include <algorithm>
@@ -12,7 +13,12 @@ QVariant PassSlot::inputValue(int index) const
     const SlotInput &input = inputs[size_t(index)];
     if (input.producer)
         return input.producer->active->output(input.output);
-    return input.value ? *input.value : active->defaultValue(index);
+    const QVariant value = input.value ? *input.value : active->defaultValue(index);
+    if (value.userType() != qMetaTypeId<SceneRelative>())
+        return value;
+    const auto relative = value.value<SceneRelative>();
+    const float unit = sceneSize > 0 ? sceneSize : 1;
+    return relative.power == 1 ? relative.value * unit : relative.value / unit;
 }
 
 bool PassSlot::choosesObject() const

@@ -61,6 +61,7 @@ struct PassSlot
 
     std::vector<SlotInput> inputs;
     std::vector<SlotOutput> outputs;
+    float sceneSize = 0; ///< Of the frame.
     int viewportInput = -1;
     int projectionInput = -1;
 
@@ -70,7 +71,7 @@ struct PassSlot
     QStringList refusals; ///< Logs of its programs that the driver refused and that no frame has reported.
     PassTiming timing;
 
-    /// What an input gets: the present value of its source, else its default. Needs an active object here and at the source.
+    /// What an input gets: the present value of its source, else its default; a SceneRelative is worked out. Needs an active object here and at the source.
     QVariant inputValue(int input) const;
     bool choosesObject() const;
 };
