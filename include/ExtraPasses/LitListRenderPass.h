@@ -11,6 +11,7 @@
 
 namespace Velmora::Kvz {
 
+class BufferObject;
 class DrawBuffers;
 class FramebufferObject;
 class GPUModel;
@@ -47,6 +48,9 @@ class Texture;
 /// usually the transparent ones, recorded with (GPUModel::Transparent, GPUModel::Transparent). VisibilitySortRenderPass sorts the
 /// first 50 fragments of a pixel.
 ///
+/// A model with more vertices or indices than the driver's buffer textures hold (GL_MAX_TEXTURE_BUFFER_SIZE; at least 65,536) gives no
+/// image, and one log line.
+///
 /// The fragment stage uses 16 textures, as many as every driver has. Left behind: the depth test and blending off, the GL
 /// viewport at (0, 0) with the port's size. Each input image is given back once.
 class KVZ_EXTRAPASSES_EXPORT LitListRenderPass : public RenderPassProxy
@@ -72,14 +76,18 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
-    void showBuffers(const GPUModel &model);
+    bool canShow(const GPUModel &model);
+    void showBuffers();
     void shade(GPUModel &model, Texture *heads, Texture *nodes);
 
     QSharedPointer<DrawBuffers> m_screenQuad;
-    /// Of vertices, texture coordinates, normals, indices and vertex extras.
+    std::vector<QSharedPointer<BufferObject>>
+        m_buffers; ///< Of vertices, texture coordinates, normals, indices and vertex extras.
     std::vector<std::unique_ptr<Texture>> m_bufferTextures;
     std::unique_ptr<SurfaceProgramVariants> m_programs;
     std::unique_ptr<FramebufferObject> m_framebuffer;
+    int m_maximumTexels = 0; ///< Of a buffer texture.
+    bool m_isModelRefused = false;
 };
 
 } // namespace Velmora::Kvz

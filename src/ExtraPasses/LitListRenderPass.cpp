@@ -7,8 +7,10 @@
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
 
+#include <Core/Log.h>
 #include <GL/AutoBinder.h>
 #include <GL/BufferObject.h>
+#include <GL/BufferTexture.h>
 #include <GL/DrawBuffers.h>
 #include <GL/FramebufferObject.h>
 #include <GL/ShaderProgram.h>
@@ -23,6 +25,8 @@
 
 #include <epoxy/gl.h>
 
+#include <algorithm>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -35,13 +39,14 @@ struct BufferTexels
 {
     const char *sampler;
     GLenum format;
+    int bytes; ///< Of a texel.
 };
 constexpr BufferTexels bufferTexels[] = {
-    {"u_VertexBuffer", GL_RGB32F},
-    {"u_texCoordBuffer", GL_RG32F},
-    {"u_NormalBuffer", GL_RGB32F},
-    {"u_IndexBuffer", GL_R32I},
-    {"u_ExtrasBuffer", GL_RG32UI},
+    {"u_VertexBuffer", GL_RGB32F, 12},
+    {"u_texCoordBuffer", GL_RG32F, 8},
+    {"u_NormalBuffer", GL_RGB32F, 12},
+    {"u_IndexBuffer", GL_R32I, 4},
+    {"u_ExtrasBuffer", GL_RG32UI, 8},
 };
 
 const QString fragmentSource = QStringLiteral(R"(#version 150
@@ -176,12 +181,12 @@ void LitListRenderPass::start(RenderCallbacks *)
     auto *const model = inputValue<GPUModel *>(m_inputs[Geometry]);
     auto *const heads = getInputPointer<Texture>(HeadPointers);
     auto *const nodes = getInputPointer<Texture>(NodeBuffer);
-    if (size.isEmpty() || !heads || !nodes || !model || !model->drawBuffers(0)) {
+    if (size.isEmpty() || !heads || !nodes || !model || !model->drawBuffers(0) || !canShow(*model)) {
         m_outputs[Frame].value = QVariant::fromValue<Texture *>(nullptr);
     } else {
         ensureFramebuffer(m_framebuffer);
         ensureScreenQuad(m_screenQuad, m_programs->forModel(*model));
-        showBuffers(*model);
+        showBuffers();
 
         AutoBinder framebuffer(m_framebuffer.get());
         Texture *const frame =
@@ -192,26 +197,47 @@ void LitListRenderPass::start(RenderCallbacks *)
         shade(*model, heads, nodes);
         handOn(m_outputs[Frame], m_numOutputUsers[Frame], frame);
         detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
+        m_buffers.clear();
     }
     giveBack(heads);
     giveBack(nodes);
 }
 
-/// Makes the model's buffers readable by shaders. Done in each frame, since another model may have come, and a
-/// deleted buffer's name may be in use again.
-void LitListRenderPass::showBuffers(const GPUModel &model)
+/// Finds the buffers of the model, and whether the driver can make them readable by shaders.
+bool LitListRenderPass::canShow(const GPUModel &model)
 {
     const DrawBuffers &geometry = *model.drawBuffers(0);
-    const QSharedPointer<BufferObject> buffers[] = {geometry.VAO()->bo(QStringLiteral("va_Vertex")),
-        geometry.VAO()->bo(QStringLiteral("va_TexCoord")), geometry.VAO()->bo(QStringLiteral("va_Normal")),
-        geometry.indexBO(), model.vertexExtras().buffer};
-    for (size_t i = 0; i < std::size(buffers); ++i) {
+    m_buffers = {geometry.VAO()->bo(QStringLiteral("va_Vertex")), geometry.VAO()->bo(QStringLiteral("va_TexCoord")),
+        geometry.VAO()->bo(QStringLiteral("va_Normal")), geometry.indexBO(), model.vertexExtras().buffer};
+    if (m_maximumTexels == 0)
+        m_maximumTexels = BufferTexture::maximumTexels();
+    qint64 texels = 0;
+    for (size_t i = 0; i < m_buffers.size(); ++i) {
+        if (m_buffers[i])
+            texels = std::max(texels, qint64(m_buffers[i]->size()) / bufferTexels[i].bytes);
+    }
+    const bool isRefused = texels > m_maximumTexels;
+    if (isRefused && !m_isModelRefused) {
+        KVZ_WARNING(QStringLiteral("The lists of a model whose buffers have %1 elements are not shaded: this driver's "
+                                   "buffer textures hold %2; split the model")
+                        .arg(texels)
+                        .arg(m_maximumTexels));
+    }
+    m_isModelRefused = isRefused;
+    return !isRefused;
+}
+
+/// Makes the buffers readable by shaders. Done in each frame, since another model may have come, and a deleted buffer's name may
+/// be in use again.
+void LitListRenderPass::showBuffers()
+{
+    for (size_t i = 0; i < m_buffers.size(); ++i) {
         if (m_bufferTextures.size() == i) {
             m_bufferTextures.push_back(std::make_unique<Texture>(nullptr));
             m_bufferTextures[i]->setTarget(GL_TEXTURE_BUFFER);
         }
         AutoBinder binder(m_bufferTextures[i].get());
-        glTexBuffer(GL_TEXTURE_BUFFER, bufferTexels[i].format, buffers[i] ? buffers[i]->getBO() : 0);
+        glTexBuffer(GL_TEXTURE_BUFFER, bufferTexels[i].format, m_buffers[i] ? m_buffers[i]->getBO() : 0);
     }
 }
 

@@ -329,6 +329,35 @@ TEST_F(LitListRenderPassTest, withoutListsOrModelThereIsNoImage)
     TextureManager::Instance()->releaseTempTextureRef(texture(Port::Frame), 1);
 }
 
+TEST_F(LitListRenderPassTest, refusesModelsThatBufferTexturesDoNotHold)
+{
+    const QSharedPointer<GPUModel> model = wallModel({{0, flatGlass({1, 1, 1}, 0.5f)}});
+    const int texels = 6; // Of the indices, the longest buffer of a wall.
+    for (const int limit : {texels - 1, texels}) {
+        SCOPED_TRACE(limit);
+        pass = std::make_unique<LitListRenderPass>();
+        GLCallRecorder<&epoxy_glGetIntegerv> integers;
+        integers.replacement = [&](GLenum name, GLint *value) {
+            integers.forward(name, value);
+            if (name == GL_MAX_TEXTURE_BUFFER_SIZE)
+                *value = limit;
+        };
+        for (int frame = 0; frame < 2; ++frame) {
+            record(model, QSize(4, 4), QMatrix4x4(), QMatrix4x4());
+            pass->start(nullptr);
+            EXPECT_EQ(texture(Port::Frame) != nullptr, limit == texels);
+            if (Texture *const frameTexture = texture(Port::Frame))
+                TextureManager::Instance()->releaseTempTextureRef(frameTexture, 1);
+        }
+        const QStringList lines = log.takeWarnings();
+        EXPECT_EQ(lines.size(), limit == texels ? 0 : 1) << "once, not for each frame";
+        if (!lines.isEmpty()) {
+            EXPECT_TRUE(lines[0].contains(QStringLiteral("hold 5; split the model"))) << qPrintable(lines[0]);
+        }
+    }
+    EXPECT_EQ(TextureManager::Instance()->poolStatistics().references, 0);
+}
+
 TEST_F(LitListRenderPassTest, runsOnADriverWith16TextureUnitsAStage)
 {
     // With vertex extras of both kinds, images, and an index buffer.
