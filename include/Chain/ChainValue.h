@@ -60,7 +60,8 @@ KVZ_HOST_EXPORT bool isPlain(ValueType type);
 /// where a list of them is taken, and anything to or from Variant.
 KVZ_HOST_EXPORT bool canFeed(ValueType from, ValueType to);
 
-/// The type that the name of a port says, such as Rect for "Kvz_QRect_Viewport". False for a name that does not follow the pattern.
+/// The type that a port's name states, such as Rect for "Kvz_QRect_Viewport". False for a name that does not follow the
+/// pattern.
 KVZ_HOST_EXPORT bool typeFromPortName(const QString &port, ValueType *type);
 
 /// How a value of this type is written in a chain file, such as "[x, y, width, height]"; empty for types that are not
