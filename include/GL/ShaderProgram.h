@@ -20,8 +20,8 @@ class GLSLMacroProcessor;
 /// A GLSL program of any stages.
 ///
 /// Sources pass through ShaderPreprocessor when compile() runs. link() binds the standard attributes to fixed locations
-/// (va_Vertex 0, va_Normal 1, va_TexCoord 2, va_Color 3, va_Tangent 4) and the samplers of scene data to their fixed
-/// units, so that one vertex array serves every program.
+/// (va_Vertex 0, va_Normal 1, va_TexCoord 2, va_Color 3, va_Tangent 4, va_TexCoord1 5) and the samplers of scene data to
+/// their fixed units, so that one vertex array serves every program.
 class KVZ_GL_EXPORT ShaderProgram : public QObject, public Bindable
 {
     Q_OBJECT
