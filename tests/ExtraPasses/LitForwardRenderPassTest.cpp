@@ -647,7 +647,7 @@ TEST_F(LitForwardRenderPassTest, readsOnlyTheImagesThatAModelHas)
     };
     MaterialData painted = coloured({1, 1, 1});
     painted.mapKd = speckledImage(4, 4);
-    // Beside the images: the rows of items and surfaces.
+    // Two samplers read the rows of items and surfaces; the others read images.
     EXPECT_EQ(samplersOf(coloured({1, 1, 1})), 2);
     EXPECT_EQ(samplersOf(painted), 3);
     painted.mapEmission = speckledImage(8, 8);

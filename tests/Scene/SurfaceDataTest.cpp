@@ -162,7 +162,7 @@ TEST_F(SurfaceDataTest, aModelTellsWhatItsRowsAskFor)
     glowing.mapEmission = filled(8, 8, Qt::blue);
     glowing.mapEmissionSampling.uvSet = 1;
     glowing.alphaMode = MaterialData::Mask;
-    // Without an image nothing asks for what it would be sampled by.
+    // The sampling of a material without an image adds no feature.
     glowing.mapKdSampling.wrapU = ImageSampling::ClampToEdge;
     EXPECT_EQ(columnOf({painted, glowing}, 1)->surfaceFeatures(),
         SurfaceBaseColourMap | SurfaceEmissionMap | SurfaceSecondTexCoords | SurfaceMask | SurfaceFirstImageArray
