@@ -94,8 +94,8 @@ struct KVZ_HOST_EXPORT ChainDescription
     QVector<ChainPass> passes; ///< In the order in which they run.
     std::vector<LightDescription> lights; ///< The frame's lights unless the host sets others.
     QMap<QString, ChainOutput> exports; ///< Outputs that the host reads after a frame, by a name of its choice.
-    /// Where relative names of files in options and values start; empty: in the working directory. loadChain() sets it. It is not
-    /// part of a chain file, so toJson() and comparisons leave it out.
+    /// The folder that relative file names in options and values start from; empty: the working directory. loadChain()
+    /// sets it. It is not part of a chain file, so toJson() and comparisons leave it out.
     QString folder;
 
     /// Index of a pass by name; -1 when there is none.

@@ -10,7 +10,7 @@
 
 namespace Velmora::Kvz {
 
-/// Names of the ready chains that this library carries.
+/// The names of the ready chains in this library.
 KVZ_HOST_EXPORT QStringList readyChainNames();
 
 /// Loads a ready chain by name, or a chain file by path: a name with a directory or ending in ".json" is a path. False, with one
@@ -18,8 +18,8 @@ KVZ_HOST_EXPORT QStringList readyChainNames();
 /// chain. Files that its options and values name are looked for from its own folder.
 KVZ_HOST_EXPORT bool loadChain(const QString &nameOrFile, ChainDescription *chain, QString *error);
 
-/// The chain as it must be written in another folder: relative file names in its options and values lead to the same files
-/// from there.
+/// The chain as it must be written in another folder: its relative file names in options and values are changed so that
+/// they lead to the same files from there.
 KVZ_HOST_EXPORT ChainDescription movedToFolder(
     ChainDescription chain, const QString &folder, const PassRegistry &registry = PassRegistry::standard());
 

@@ -15,10 +15,10 @@ namespace Velmora::Kvz {
 
 class ResolvedChain;
 
-/// ResolvedChain::findings() of a chain, for who asks nothing else of it. Checks a chain without an OpenGL context and without constructing a pass. Errors come first, then warnings; each group
-/// goes through the passes in their order, then through the exports, the rules of order between passes and the lights.
-/// `frameValues` names the values that the host gives for each frame, and `known` holds those of them that it knows already,
-/// by name, such as the viewport.
+/// Checks a chain without an OpenGL context and without constructing a pass: ResolvedChain::findings() for callers that
+/// need nothing else of it. Errors come first, then warnings; each group goes through the passes in their order, then
+/// through the exports, the rules of order between passes and the lights. `frameValues` names the values that the host
+/// gives for each frame, and `known` holds those of them that it knows already, by name, such as the viewport.
 KVZ_HOST_EXPORT QVector<ChainFinding> validateChain(const ChainDescription &chain,
     const PassRegistry &registry = PassRegistry::standard(),
     const QStringList &frameValues = FrameValues::standardNames(), const QVariantMap &known = QVariantMap());

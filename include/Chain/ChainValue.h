@@ -36,10 +36,10 @@ enum class ValueType {
     ShaderFile ///< of options only: the name of a file of shader text, or the text itself
 };
 
-/// A number in units of the scene's size, in place of a float: `value` times the longest side of the scene's bounds to the power
-/// of 1, a length, or -1, what counts for each unit of length. A chain works it out for each frame, by the bounds of the frame values
-/// (FrameValues::sceneBoundsMin and sceneBoundsMax), or else of the model, so that it looks alike at any scale. Without bounds, or
-/// with bounds of no size, the input is `value` itself.
+/// A number relative to the scene's size, instead of a float: `value` times the longest side of the scene's bounds for a
+/// length (power 1), or divided by it for a density (power -1), so that a scene looks the same at any scale. A chain
+/// computes it in each frame from the bounds in the frame values (FrameValues::sceneBoundsMin and sceneBoundsMax), or else
+/// from those of the model. Without bounds, or with bounds of no size, the input is `value` itself.
 ///
 /// Set it with `chain.setValue(pass, port, QVariant::fromValue(SceneRelative{0.05f}))`. In a chain file a length is
 /// {"ofScene": 0.05}, and the inverse of one {"perScene": 20}.
@@ -60,7 +60,8 @@ KVZ_HOST_EXPORT bool isPlain(ValueType type);
 /// where a list of them is taken, and anything to or from Variant.
 KVZ_HOST_EXPORT bool canFeed(ValueType from, ValueType to);
 
-/// The type that the name of a port says, such as Rect for "Kvz_QRect_Viewport". False for a name that does not follow the pattern.
+/// The type that a port's name states, such as Rect for "Kvz_QRect_Viewport". False for a name that does not follow the
+/// pattern.
 KVZ_HOST_EXPORT bool typeFromPortName(const QString &port, ValueType *type);
 
 /// How a value of this type is written in a chain file, such as "[x, y, width, height]"; empty for types that are not
@@ -72,7 +73,7 @@ KVZ_HOST_EXPORT bool isShaderText(const QString &text);
 
 /// Turns a value into the given type. Takes both a value of the C++ type and the form that a chain file has for it:
 ///
-/// - numbers; for `Int` whole ones only; for `Float` also a SceneRelative, which stays one, or its written form
+/// - numbers; for `Int` whole ones only; for `Float` also a SceneRelative, which stays one, or its form in a chain file
 /// - true and false
 /// - colours as "#rrggbb", "#rrggbbaa" (alpha last), a colour name, or [r, g, b] and [r, g, b, a] with channels from 0 to 1
 /// - rectangles as [x, y, width, height], sizes as [width, height], vectors as [x, y] and [x, y, z]

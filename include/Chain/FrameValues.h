@@ -21,8 +21,8 @@ inline const QLatin1String model{"Kvz_KvzGPUModel*_Geometry"}; ///< GPUModel *.
 inline const QLatin1String sceneBoundsMin{"Kvz_QVector3D_SceneBoundsMin"}; ///< QVector3D, world space.
 inline const QLatin1String sceneBoundsMax{"Kvz_QVector3D_SceneBoundsMax"}; ///< QVector3D, world space.
 inline const QLatin1String lights{"Kvz_QList_KvzShadowMapManagerLight*_Lights"}; ///< QVariantList.
-inline const QLatin1String headlightIntensity{"Kvz_float_HeadlightIntensity"}; ///< float, of the lamp at the eye.
-inline const QLatin1String ambientIntensity{"Kvz_float_AmbientIntensity"}; ///< float, of light from everywhere.
+inline const QLatin1String headlightIntensity{"Kvz_float_HeadlightIntensity"}; ///< float, of the headlight.
+inline const QLatin1String ambientIntensity{"Kvz_float_AmbientIntensity"}; ///< float, of the ambient light.
 inline const QLatin1String fixedLight{"Kvz_bool_FixedLight"}; ///< bool: the basic passes' light in place of these two.
 inline const QLatin1String instanceData{"Kvz_QList_InstanceData"}; ///< QVariantList.
 inline const QLatin1String framebuffer{"Kvz_KvzFramebuffer*_FramebufferOut"}; ///< FramebufferObject *.

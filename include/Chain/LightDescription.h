@@ -12,8 +12,8 @@ namespace Velmora::Kvz {
 
 /// A light as people write it, in chain files and on the command line.
 ///
-/// A light that casts shadows stands somewhere around a scene, or at a point, and looks at the scene's centre, or at a point.
-/// The headlight and the ambient light have nothing but an intensity: they light what the lit passes draw.
+/// A light that casts shadows is placed around a scene or at a point, and points at the scene's centre or at a point.
+/// The headlight and the ambient light have only an intensity: they light what the lit passes draw.
 struct KVZ_HOST_EXPORT LightDescription
 {
     enum class Kind {
@@ -41,11 +41,11 @@ struct KVZ_HOST_EXPORT LightDescription
     float intensity = 1; ///< 0 or more; of shadow casters, beside other lights.
     float depthBias = 0.0005f; ///< In normalised device units, 0 or more.
 
-    /// The intensity of a light of this kind where nothing is said: together those of headlight and ambient light are 1.
+    /// The intensity of a light of this kind if none is given: those of headlight and ambient light add up to 1.
     static float usualIntensity(Kind kind);
 
-    /// Reads `headlight` or `ambient`, `:intensity=NUMBER` behind it or not, `none`, or a type, `directional`, `spot` or
-    /// `point`, with parts behind it, each with ":" before it:
+    /// Reads `headlight` or `ambient`, optionally followed by `:intensity=NUMBER`; `none`; or a type, `directional`,
+    /// `spot` or `point`, followed by parts, each with ":" in front:
     /// - `AZIMUTH,ELEVATION` or `AZIMUTH,ELEVATION,DISTANCE`,
     /// - `position=X,Y,Z`, `target=X,Y,Z`, `cone=DEGREES`, `range=LENGTH`, `cascades=NUMBER`, `intensity=NUMBER`,
     ///   `bias=NUMBER`,
@@ -57,8 +57,8 @@ struct KVZ_HOST_EXPORT LightDescription
     /// The text that fromString() reads as this light, without parts that have their default.
     QString toString() const;
 
-    /// Makes `light` this one, which casts shadows, for a scene with these bounds (minimum, then maximum corner, world space). Bounds without
-    /// extent count as a scene one unit across.
+    /// Sets `light` to this one, which casts shadows, for a scene with these bounds (minimum, then maximum corner,
+    /// world space). Bounds without extent count as a scene one unit across.
     void place(const QPair<QVector3D, QVector3D> &bounds, ShadowMapManager::Light *light) const;
 
     bool operator==(const LightDescription &other) const { return toString() == other.toString(); }

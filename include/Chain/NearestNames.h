@@ -8,8 +8,8 @@
 
 namespace Velmora::Kvz {
 
-/// The names that a person may have meant, nearest first, at most three; empty when none is near. Case does not count, and
-/// neither do the words "Kvz_" and "RenderPass".
+/// The known names that may have been meant, nearest first, at most three; empty if none is near. Case is ignored, and
+/// so are the words "Kvz_" and "RenderPass".
 KVZ_HOST_EXPORT QStringList nearestNames(const QString &name, const QStringList &known);
 
 /// Advice about an unknown name: `did you mean "A" or "B"?`; all known names where none is near and they are few;

@@ -29,7 +29,7 @@ enum class TextureKind {
     Id,
     Diffuse, ///< Material colour and opacity.
     Specular, ///< Specular colour, with the exponent in alpha.
-    Emission, ///< Light of a surface's own; 1 in alpha: the diffuse colour is seen unlit.
+    Emission, ///< Light that a surface emits; 1 in alpha: the diffuse colour is shown unlit.
     Positions, ///< Camera-space positions.
     Obscurance,
     Luminance, ///< One texel of average colour.
@@ -83,7 +83,7 @@ enum class Multisampling {
 enum class ImageFileUse {
     None, ///< The input names no image file.
     Converted, ///< Images of every format come out right, and those beyond the driver's limit are scaled down.
-    Bits32, ///< Its bits are uploaded as they are, taken as 32 for each pixel, at its full size.
+    Bits32, ///< Its bits are uploaded unconverted, as 32 per pixel, at full size.
     CubemapFace ///< The same, and all such inputs of a pass want squares of one size.
 };
 
@@ -102,7 +102,8 @@ struct InputInfo : PortInfo
     /// from the folder of the chain file.
     ImageFileUse imageFile = ImageFileUse::None;
     bool drawnInto = false; ///< The pass draws into the image that it is given.
-    /// Of model inputs: the pass keeps the geometry of the first model that it sees, so the chain makes another pass for another model.
+    /// Of model inputs: the pass keeps the geometry of the first model it sees, so the chain makes a new pass for
+    /// another model.
     bool keepsGeometry = false;
     bool needsStencil = false; ///< The pass masks by the stencil of this depth image.
     /// Above 0: the pass keeps objects for each new value, so the chain rounds values to this grid and keeps a pass object
@@ -137,7 +138,7 @@ enum class PassTrait {
     JittersCamera = 0x2,
     AccumulatesFrames = 0x4, ///< Consumes jitter: it averages or resolves over frames.
     Shades = 0x8,
-    Obscures = 0x10, ///< Ambient obscurance. A pass that lays an obscurance image over a picture has it by itself.
+    Obscures = 0x10, ///< Ambient obscurance. A pass that applies an obscurance image to a picture has it automatically.
     Transparent = 0x20, ///< Composites transparent surfaces.
     AntiAliases = 0x40, ///< Filters the edges of a finished frame.
     Culls = 0x80, ///< Marks items of a model as not drawn.
@@ -147,7 +148,7 @@ enum class PassTrait {
     LosesAlpha = 0x800, ///< The alpha of its picture is not that of its frame, or does not fit its colours.
     BasicSurfaces =
         0x2000, ///< Draws what the basic passes know of a model: materials without colours of vertices or sampling.
-    ComparesFrames = 0x1000 ///< Its output tells what has changed since the previous frame.
+    ComparesFrames = 0x1000 ///< Its output shows what has changed since the previous frame.
 };
 Q_DECLARE_FLAGS(PassTraits, PassTrait)
 Q_DECLARE_OPERATORS_FOR_FLAGS(PassTraits)
@@ -163,8 +164,8 @@ public:
     virtual QVariant value(const QString &input) const = 0;
     /// An option, else its default.
     virtual QVariant option(const QString &name) const = 0;
-    /// The classes of the passes that an input's value comes through, the nearest first: that of the pass that gives it, of
-    /// the one that gives that pass the value which it hands on, and so on. Empty if no pass gives it.
+    /// The classes of the passes that an input's value comes through, the nearest first: the class of the pass that
+    /// outputs it, of the pass whose value that one hands on, and so on. Empty if no pass outputs it.
     virtual QStringList sourceClasses(const QString &input) const = 0;
     /// The samples per texel of the image that an earlier pass gives to an input; 0 where that is not known.
     virtual int samples(const QString &input) const = 0;
@@ -231,9 +232,9 @@ struct KVZ_HOST_EXPORT PassInfo
     std::function<std::unique_ptr<RenderPass>(const PassOptions &, QString *error)> createChecked;
     /// Reports options of the right type whose values make no pass. Empty: all values serve.
     std::function<void(const PassOptions &, QVector<OptionProblem> *problems)> checkOptions;
-    /// Reports what a pass with these options makes little sense of, as only the driver knows: such as inputs for uniforms that
-    /// its shaders do not read. The options are those that `create` takes; `use` tells what feeds the inputs. The context is
-    /// current. Empty: there is nothing to report.
+    /// Reports what a pass with these options can hardly use, as only the driver knows, such as inputs for uniforms
+    /// that its shaders do not read. The options are those that `create` takes; `use` tells what feeds the inputs. The
+    /// context is current. Empty: there is nothing to report.
     std::function<void(const PassOptions &, const PassUse &use, QVector<OptionProblem> *problems)> checkOnDriver;
     /// Adds the ports that a pass with these options has besides those of its class, and reports options that make none.
     /// Empty: the class has its ports whatever its options are.

@@ -12,7 +12,7 @@
 
 namespace Velmora::Kvz {
 
-/// A class as a pass with some options has it.
+/// The description of a class for a pass with certain options.
 struct ConfiguredPass
 {
     std::shared_ptr<const PassInfo> info; ///< With the ports that the options add.

@@ -54,10 +54,11 @@ class Texture;
 /// is announced, or its QOpenGLContext is destroyed while it is current, they are torn down. In another context the chain
 /// makes new ones, with their values and options. Use one chain for each context.
 ///
-/// **Programs.** Passes say nothing of a shader that the driver refuses, and go on without it. A frame in which a pass built
-/// or used such a program is rendered to its end, but its picture is wrong: renderFrame() returns false for it and for each
-/// further one in which the pass still uses the program, and errorString() is one line with the pass and the driver's
-/// decisive words. The log has them once. Programs that failed before the frame, and outside of the chain, do not count.
+/// **Programs.** Passes do not report a shader that the driver refuses, and continue without it. A frame in which a
+/// pass built or used such a program is rendered to its end, but its picture is wrong: renderFrame() returns false for
+/// it and for every later one in which the pass still uses the program, and errorString() is one line with the pass and
+/// the driver's decisive words. The log has them once. Programs that failed before the frame, or outside the chain, do
+/// not count.
 ///
 /// All operations run on the thread of the context; whether they need it current is said with each.
 class KVZ_HOST_EXPORT RenderChain
@@ -100,8 +101,8 @@ public:
     /// @}
 
     /// \name Values of the frame
-    /// They stay in force until they are set again. An invalid value takes the name away. The lights of the description are
-    /// the frame's, placed around its bounds, unless others are set.
+    /// They stay in force until they are set again. An invalid value removes the name. The lights of the description
+    /// are the frame's, placed around its bounds, unless others are set.
     /// @{
     void setFrameValue(const QString &port, const QVariant &value);
     QVariant frameValue(const QString &port) const;

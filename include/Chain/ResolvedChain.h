@@ -22,8 +22,8 @@ class ResolvedPasses;
 /// A chain with everything looked up that can be known before a frame: the classes of its passes, their options and values
 /// converted, where each input takes its value, and what is wrong. Needs no OpenGL context and constructs no pass.
 ///
-/// To resolve is the expensive step; all questions below only read. Each resolution leaves a line at debug level in the log
-/// category "kvz.chain", which is off unless asked for.
+/// Resolving is the expensive step; all functions below only read its result. Each resolution leaves a line at debug
+/// level in the log category "kvz.chain", which is off unless asked for.
 class KVZ_HOST_EXPORT ResolvedChain
 {
 public:

@@ -53,8 +53,8 @@ public:
 
     /// Reads a value that is one `T` or a list of them into `result`, which is emptied first.
     ///
-    /// An element that does not convert becomes a default `T`; an invalid element is left out. Returns false when the
-    /// value is null or is neither, with `result` empty.
+    /// An element that does not convert becomes a default `T`; an invalid element is left out. Returns false, with
+    /// `result` empty, for a null value and for one that is neither.
     template <typename T, template <typename> class Container>
     static bool getVectorFromVariant(const QVariant &value, Container<T> &result);
 

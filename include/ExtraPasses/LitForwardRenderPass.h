@@ -37,9 +37,10 @@ class TargetFramebuffer;
 /// both: it comes from the upper right behind the camera and is what ForwardRenderPass has. Unlit materials show their
 /// base colour.
 ///
-/// The nearest surface wins, also where it lets light through: nothing is blended. With setOpaqueOnly() the items with
-/// GPUModel::Transparent are left out, for chains that draw these apart. The textures are the pass's own, of the viewport's size, and
-/// the next frame overwrites them; with an empty viewport the outputs are empty. The depth test is off afterwards.
+/// The nearest surface wins, even if it lets light through: nothing is blended. With setOpaqueOnly() the items with
+/// GPUModel::Transparent are left out, for chains that draw these separately. The textures are the pass's own, of the
+/// viewport's size, and the next frame overwrites them; with an empty viewport the outputs are empty. The depth test is
+/// off afterwards.
 class KVZ_EXTRAPASSES_EXPORT LitForwardRenderPass : public RenderPassProxy
 {
 public:

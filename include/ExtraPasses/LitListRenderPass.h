@@ -40,9 +40,9 @@ class Texture;
 /// | 0      | Kvz_KvzTexture*_Frame | Pooled, GL_RGBA16F: the layers' colour, premultiplied, and in alpha the share T of what   |
 /// |        |                       | lies behind that comes through. Null without lists or model.                             |
 ///
-/// Each fragment of lit colour c, clamped at 1, and opacity a adds T a c to the colour and multiplies T, which begins at 1, by 1 - a; the walk
-/// ends where T is 0. The image is laid over a frame F as `rgb + T F`; a pixel without fragments has (0, 0, 0, 1). A fragment
-/// that a mask cuts out is passed over.
+/// Each fragment of lit colour c, clamped at 1, and opacity a adds T a c to the colour and multiplies T, which begins
+/// at 1, by 1 - a; the walk ends where T is 0. The image is laid over a frame F as `rgb + T F`; a pixel without
+/// fragments has (0, 0, 0, 1). A fragment that a mask cuts out is skipped.
 ///
 /// Matrices and model must be those that the lists were recorded with, and the lists hold the items that are to be composited:
 /// usually the transparent ones, recorded with (GPUModel::Transparent, GPUModel::Transparent). VisibilitySortRenderPass sorts the

@@ -41,19 +41,21 @@ class Texture;
 /// | 0      | Kvz_KvzTexture*_Frame | Pooled, GL_RGBA16F: the layers' colour, premultiplied, and in alpha the share T of what |
 /// |        |                       | lies behind that comes through. Null where the model has no transparent items.          |
 ///
-/// Transparent items are those with GPUModel::Transparent. With c the lit colour, clamped at 1, a the opacity and w a weight of each fragment
-/// in front of the opaque surfaces, T is the product of all 1 - a, and the colour is (1 - T) sum(w a c) / sum(w a). It is laid
-/// over a frame F as `rgb + T F`; a pixel without layers has (0, 0, 0, 1). A single layer gives a c exactly, as far as half
-/// floats go, and equal colours do in any number; of different ones the nearer count more.
+/// Transparent items are those with GPUModel::Transparent. With c the lit colour, clamped at 1, a the opacity and w a
+/// weight of each fragment in front of the opaque surfaces, T is the product of all 1 - a, and the colour is
+/// (1 - T) sum(w a c) / sum(w a). It is laid over a frame F as `rgb + T F`; a pixel without layers has (0, 0, 0, 1). A single
+/// layer gives exactly a c, within the precision of half floats, and so do any number of layers of one colour; of
+/// different colours the nearer count more.
 ///
-/// The weight is 2^(8 - 8 t), where t runs from 0 to 1 over the view depths of the transparent items' bounds, so that a scene
-/// looks alike at any scale. The sums have room for 255 layers of full brightness and opacity right
-/// before the eye; where more make them overflow, the layers' proportions are lost, but the picture stays finite.
+/// The weight is 2^(8 - 8 t), where t runs from 0 to 1 over the view depths of the transparent items' bounds, so that a
+/// scene looks the same at any scale. The sums have room for 255 layers of full brightness and opacity directly in
+/// front of the camera; if more of them overflow, the layers' proportions are lost, but the picture stays finite.
 ///
-/// The depth image has the viewport's size and one sample for each texel; another one is left aside, with one log line. It is
-/// attached, not written. Left behind: the depth test off, depth writes on, the depth function GL_LESS, blending off with the
-/// function (GL_ONE, GL_ONE, GL_ZERO, GL_ONE_MINUS_SRC_ALPHA), the clear colour (0, 0, 0, 1), the GL viewport at (0, 0) with the
-/// port's size, and the constant values of va_Color and va_TexCoord1 changed. The depth image is given back once.
+/// The depth image must have the viewport's size and one sample per texel; another one is ignored, with one log line.
+/// It is attached, not written. Left behind: the depth test off, depth writes on, the depth function GL_LESS, blending
+/// off with the function (GL_ONE, GL_ONE, GL_ZERO, GL_ONE_MINUS_SRC_ALPHA), the clear colour (0, 0, 0, 1), the GL
+/// viewport at (0, 0) with the port's size, and the constant values of va_Color and va_TexCoord1 changed. The depth
+/// image is given back once.
 class KVZ_EXTRAPASSES_EXPORT LitWeightedRenderPass : public RenderPassProxy
 {
 public:
@@ -85,7 +87,7 @@ private:
     std::unique_ptr<TargetFramebuffer> m_sums; ///< Weighted colours with T in alpha, and weights.
     std::unique_ptr<FramebufferObject> m_framebuffer;
     QSize m_size{0, 0};
-    bool m_isDepthRefused = false; ///< The log says so already.
+    bool m_isDepthRefused = false; ///< Logged once already.
 };
 
 } // namespace Velmora::Kvz

@@ -46,11 +46,11 @@ class Texture;
 /// | 2      | Kvz_QMatrix4x4_ProjectionMatrix | The projection, shifted to the middle of the frame's two samples.      |
 /// | 3      | Kvz_Vector2D_JitterAmount       | That shift in normalised device units.                                 |
 ///
-/// Items with GPUModel::Transparent are laid over what is drawn, in the order of the model, and leave no depth. Translucent
-/// items without it are mixed with the background, not with what lies between: the nearest surface wins. What a mask cuts out
-/// is not drawn. Where a driver has more than two samples, the others repeat these two, slightly out of place. The depth test,
-/// blending and the sample mask are off afterwards, multisampling is on, the clear colour is transparent black, and the constant values of va_Color
-/// and va_TexCoord1 are changed.
+/// Items with GPUModel::Transparent are blended over what is drawn, in the order of the model, and leave no depth.
+/// Translucent items without it are mixed with the background, not with what lies between: the nearest surface wins.
+/// What a mask cuts out is not drawn. Where a driver has more than two samples, the others repeat these two, slightly
+/// out of place. The depth test, blending and the sample mask are off afterwards, multisampling is on, the clear colour
+/// is transparent black, and the constant values of va_Color and va_TexCoord1 are changed.
 class KVZ_EXTRAPASSES_EXPORT MultisampleForwardRenderPass : public RenderPassProxy
 {
 public:

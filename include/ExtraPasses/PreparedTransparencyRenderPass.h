@@ -13,13 +13,14 @@ namespace Velmora::Kvz {
 
 class InstanceDataCollection;
 
-/// TransparencyRenderPass with what it leaves to its host: the background, which it takes from GL's clear colour, and
-/// materials whose colours are multiplied by their opacity. Same ports, same outputs.
+/// TransparencyRenderPass with the two things that it leaves to its host: the background, which it takes from GL's
+/// clear colour, and materials whose colours are multiplied by their opacity. Same ports, same outputs.
 class KVZ_EXTRAPASSES_EXPORT PreparedTransparencyRenderPass : public TransparencyRenderPass
 {
 public:
-    /// `clearColor` shows where there is nothing; with an invalid one GL's clear colour does, as it is found. `premultiply`
-    /// says whether the pass multiplies kd and ks of materials by their opacity, as the formula of the blend takes them.
+    /// `clearColor` shows where there is nothing; if it is invalid, GL's clear colour does, as it is found.
+    /// `premultiply` says whether the pass multiplies kd and ks of materials by their opacity, which the blend formula
+    /// expects.
     PreparedTransparencyRenderPass(const QColor &clearColor, bool premultiply);
     ~PreparedTransparencyRenderPass() override;
 

@@ -32,9 +32,10 @@ class TargetFramebuffer;
 /// | 4      | Kvz_KvzTexture*_Depth    | GL_DEPTH_COMPONENT32F.                                                            |
 /// | 5      | Kvz_KvzTexture*_Id       | GL_R32F: number of the triangle within its item, from 1 up; 0 for none.           |
 ///
-/// Normals are turned to the seen side where the material is lit from both sides. Where nothing is, all images but depth are zero. With setOpaqueOnly() the items with GPUModel::Transparent are left out, for
-/// chains that draw these apart. The textures are the pass's own, of the viewport's size, and the next frame overwrites
-/// them; with an empty viewport the outputs are empty. The depth test is off afterwards.
+/// Normals are turned to the visible side if the material is lit from both sides. Where nothing is, all images but
+/// depth are zero. With setOpaqueOnly() the items with GPUModel::Transparent are left out, for chains that draw these
+/// separately. The textures are the pass's own, of the viewport's size, and the next frame overwrites them; with an
+/// empty viewport the outputs are empty. The depth test is off afterwards.
 class KVZ_EXTRAPASSES_EXPORT SurfaceRenderPass : public RenderPassProxy
 {
 public:

@@ -42,9 +42,9 @@ class Texture;
 /// amount. Pixels without a surface move with the far plane. Where a point was behind the previous camera, the motion is (1, 1).
 /// In the first frame nothing moves, and neither do the items of a model that was not there in the last one.
 ///
-/// A frame in which the pass is skipped or has no depth is not seen. The motion of items in it is kept, so that the next motion
-/// of items and camera alike is from the last frame that was seen. A frame for which the pass is neither started nor skipped must
-/// not end with GPUModel::advanceFrame(), or that motion of items is lost.
+/// A frame in which the pass is skipped or has no depth is not seen. The motion of items in it is kept, so that the
+/// next motion of items and camera alike is measured from the last frame that was seen. A frame in which the pass is
+/// neither started nor skipped must not end with GPUModel::advanceFrame(), or that motion of items is lost.
 ///
 /// A depth image of several samples is read at its first one. Depth test and blending are off afterwards.
 class KVZ_EXTRAPASSES_EXPORT VelocityRenderPass : public RenderPassProxy

@@ -7,9 +7,9 @@
 
 namespace Velmora::Kvz {
 
-/// Binds an object for a scope. What was bound before comes back at its end.
+/// Binds an object for a scope and restores the previous binding at its end.
 ///
-/// A null object is accepted and does nothing. Binders nest, also several on one object; they end in reverse order.
+/// A null object is accepted and does nothing. Binders may be nested, even on one object; they end in reverse order.
 class KVZ_GL_EXPORT AutoBinder
 {
 public:

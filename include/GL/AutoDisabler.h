@@ -5,7 +5,7 @@
 
 namespace Velmora::Kvz {
 
-/// Disables a GL capability, such as GL_DEPTH_TEST, for a scope. At its end the capability is as it was found.
+/// Disables a GL capability, such as GL_DEPTH_TEST, for a scope and restores its state at the end.
 class KVZ_GL_EXPORT AutoDisabler
 {
 public:

@@ -5,7 +5,7 @@
 
 namespace Velmora::Kvz {
 
-/// Enables a GL capability, such as GL_BLEND, for a scope. At its end the capability is as it was found.
+/// Enables a GL capability, such as GL_BLEND, for a scope and restores its state at the end.
 class KVZ_GL_EXPORT AutoEnabler
 {
 public:

@@ -7,8 +7,8 @@ namespace Velmora::Kvz {
 
 /// Something that can be bound in the current OpenGL context.
 ///
-/// bind() asks GL what is bound in its place and keeps that; the matching unbind() puts it back. Binds nest, also of one
-/// object. Prefer AutoBinder, which pairs the two.
+/// bind() asks GL for the current binding and remembers it; the matching unbind() restores it. Binds may be nested,
+/// even of one object. Prefer AutoBinder, which pairs the two.
 class KVZ_GL_EXPORT Bindable
 {
 public:

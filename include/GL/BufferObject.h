@@ -19,8 +19,8 @@ public:
     /// Deletes the GL buffer, or drops its name when its context is not current.
     ~BufferObject() override;
 
-    /// Where bind() binds: GL_ARRAY_BUFFER (the default), GL_ELEMENT_ARRAY_BUFFER (a part of the vertex array, which must
-    /// be bound then), GL_PIXEL_UNPACK_BUFFER, ….
+    /// The target that bind() uses: GL_ARRAY_BUFFER (the default), GL_ELEMENT_ARRAY_BUFFER (part of the vertex array,
+    /// which must be bound then), GL_PIXEL_UNPACK_BUFFER, ….
     void setTarget(unsigned int target);
     unsigned int target() const;
 
@@ -42,11 +42,11 @@ public:
     bool unmap();
 
     /// Makes an indexed target, such as GL_ATOMIC_COUNTER_BUFFER, the buffer's target and binds a range of it there.
-    /// Storage that is too small, or not there yet, is allocated first: zeros, `offset + size` bytes. The general
-    /// binding of the target is put back.
+    /// Missing or insufficient storage is allocated first: `offset + size` bytes of zeros. The general binding of the
+    /// target is restored.
     void setIndexedTarget(unsigned int target, unsigned int index, long offset, long size);
 
-    /// The GL name; made now if there is none yet and a context is current, else 0.
+    /// The GL name, created if there is none yet and a context is current; 0 if that is not possible.
     unsigned int getBO() const;
     /// Bytes of storage.
     long size() const;

@@ -17,7 +17,7 @@ public:
     /// `sampler` is the name in GLSL, reserved through FixedTextureUnits; `internalFormat` is what a texel holds, such as
     /// GL_RGBA32F or GL_R32UI.
     BufferTexture(const QString &sampler, unsigned int internalFormat);
-    /// Shares the content of another under one more sampler: what one of them uploads, both show.
+    /// Shares the content of another buffer texture under a second sampler: an upload to either shows in both.
     BufferTexture(const QString &sampler, const BufferTexture &content);
     ~BufferTexture() override;
 

@@ -29,7 +29,7 @@ public:
     /// GL_TRIANGLES (the default), GL_POINTS, ….
     void setPrimitiveType(unsigned int type);
     unsigned int primitiveType() const;
-    /// Draws so many vertices without indices, from the first on.
+    /// Draws this many vertices without indices, starting with the first.
     void setVertexCount(unsigned int count);
     /// Draws the whole index buffer, `count` indices of `type` GL_UNSIGNED_INT. A null buffer goes back to drawing
     /// without indices.
@@ -41,8 +41,8 @@ public:
     /// their base vertex: the commands are there for shaders and for GPUModel.
     void setDrawElementsIndirectCommands(const DrawElementsIndirectCommand *commands, int count);
     const QVector<DrawElementsIndirectCommand> &drawElementsIndirectCommands() const;
-    /// Bound, it lets shaders read the commands: `uniform usamplerBuffer kvz_DrawCommands`, five texels a command, on a
-    /// fixed unit. Never null.
+    /// While it is bound, shaders can read the commands: `uniform usamplerBuffer kvz_DrawCommands`, five texels per
+    /// command, on a fixed unit. Never null.
     QSharedPointer<Bindable> getDrawElementsIndirectCommandsUniformBufferObject() const;
 
     /// Adds the defines that tell shaders how drawables feed them: KVZ_DRAW_COMMAND_STRIDE. Null is ignored.
@@ -51,7 +51,7 @@ public:
     void bind() override;
     void unbind() override;
 
-    /// Draws with the bound program and vertex array; triangles go out as patches of three when the program has a
+    /// Draws with the bound program and vertex array; triangles are drawn as patches of three when the program has a
     /// tessellation stage. Nothing to draw counts as success. False when no program is bound, the framebuffer is
     /// incomplete, or the driver refuses. GL_OUT_OF_MEMORY, from here or left by earlier calls, gets a line in the log.
     bool draw();

@@ -5,8 +5,8 @@
 
 namespace Velmora::Kvz {
 
-/// Whether the current context offers an extension. The name may stand with or without the prefix "GL_". False for null,
-/// for an unknown name, and with no current context.
+/// Whether the current context offers an extension; the prefix "GL_" of the name is optional. False for null, for an
+/// unknown name, and without a current context.
 KVZ_GL_EXPORT bool hasGLExtension(const char *name);
 
 } // namespace Velmora::Kvz

@@ -14,10 +14,10 @@ namespace Velmora::Kvz {
 class KVZ_GL_EXPORT GLSLMacroProcessor
 {
 public:
-    /// A macro that is in force in every source. A later value for the same name replaces the earlier one.
+    /// Defines a macro for every source. A later value for the same name replaces the earlier one.
     void addDefine(const QString &name, const QString &value);
-    /// A folder that `#include` and ShaderProgram::addShaderFromFile() search after ":/Media/Shaders", in the order of
-    /// the calls. File-system paths and resource paths both serve.
+    /// Adds a folder that `#include` and ShaderProgram::addShaderFromFile() search after ":/Media/Shaders", in the
+    /// order of the calls. It may be a file-system or a resource path.
     void addIncludePath(const QString &path);
 
     /// Name and value, in the order in which the names came first.

@@ -14,7 +14,7 @@ namespace Velmora::Kvz {
 
 /// The device behind an OpenGL context: it makes buffers, vertex arrays and the ready drawables.
 ///
-/// A context is known by what is current: a QOpenGLContext, or else the native EGL or GLX context.
+/// Contexts are told apart by the current QOpenGLContext, or else by the current native EGL or GLX context.
 class KVZ_GL_EXPORT OpenGLDeviceContext
 {
 public:
@@ -26,8 +26,8 @@ public:
 
     virtual QSharedPointer<BufferObject> createBufferObject();
     virtual QSharedPointer<DrawBuffers> createDrawBuffers();
-    /// A quad over clip space with `va_Vertex` from -1 to 1 and `va_TexCoord` from 0 to 1, y upwards: two triangles. Each
-    /// call gives a vertex array of its own, over shared buffers, with both arrays enabled.
+    /// A quad that covers clip space with `va_Vertex` from -1 to 1 and `va_TexCoord` from 0 to 1, y upwards: two
+    /// triangles. Each call returns a new vertex array over shared buffers, with both arrays enabled.
     virtual QSharedPointer<DrawBuffers> createScreenQuad();
     /// As createScreenQuad().
     virtual QSharedPointer<DrawBuffers> createScreenQuad2();
@@ -50,7 +50,7 @@ public:
     /// An unknown number is ignored. A listener may remove itself.
     void removeEndListener(int number);
 
-    /// Frees the shared buffers and caches of this device; what was handed out lives on.
+    /// Frees the shared buffers and caches of this device; objects that it handed out stay usable.
     void releaseResources();
 
 private:

@@ -10,7 +10,7 @@
 
 namespace Velmora::Kvz {
 
-/// Turns shader text as people write it into text for a driver, and the driver's messages back.
+/// Turns shader sources as written into text for a driver, and maps the driver's messages back.
 ///
 /// Besides plain GLSL it takes `#include "file"`, also nested, and `#instancedata "Name"`, which brings in the declarations
 /// of an instance data plan. A file is searched beside the including one, under ":/Media/Shaders" and in the macro
@@ -24,7 +24,7 @@ public:
     struct Origin
     {
         QString file;
-        int line; ///< From 1; 0 for a line that nobody wrote.
+        int line; ///< From 1; 0 for a generated line.
     };
 
     /// `stage` is a shader type such as GL_VERTEX_SHADER; `name` stands for the source in messages, and when it is a path
@@ -37,8 +37,8 @@ public:
     QString text() const;
     /// What went wrong, each as "file:line: what"; the same texts that were logged.
     QStringList errors() const;
-    /// The driver's log with its line numbers replaced by "file:line" of the text that a person wrote. Understands
-    /// the forms "0:12(3): …", "0(12) : …" and "ERROR: 0:12: …".
+    /// The driver's log with its line numbers replaced by "file:line" of the sources as written. Understands the forms
+    /// "0:12(3): …", "0(12) : …" and "ERROR: 0:12: …".
     QString mapLog(const QString &driverLog) const;
     /// Where line `line`, from 1, of the result came from.
     Origin origin(int line) const;

@@ -20,8 +20,8 @@ class GLSLMacroProcessor;
 /// A GLSL program of any stages.
 ///
 /// Sources pass through ShaderPreprocessor when compile() runs. link() binds the standard attributes to fixed locations
-/// (va_Vertex 0, va_Normal 1, va_TexCoord 2, va_Color 3, va_Tangent 4) and the samplers of scene data to their fixed
-/// units, so that one vertex array serves every program.
+/// (va_Vertex 0, va_Normal 1, va_TexCoord 2, va_Color 3, va_Tangent 4, va_TexCoord1 5) and the samplers of scene data to
+/// their fixed units, so that one vertex array serves every program.
 class KVZ_GL_EXPORT ShaderProgram : public QObject, public Bindable
 {
     Q_OBJECT
@@ -31,20 +31,21 @@ public:
     /// Deletes the GL program, or drops its name when its context is not current.
     ~ShaderProgram() override;
 
-    /// Macros and include folders for all sources. Not owned; it must live until compile() returns. Null takes it away.
+    /// Macros and include folders for all sources. Not owned; it must live until compile() returns. Null removes it.
     void setMacroProcessor(GLSLMacroProcessor *processor);
     /// Binds fragment outputs to colours 0, 1, … in list order. Call it before link().
     void setFragDataLocations(const QStringList &names);
     /// Adds a source to a stage, such as GL_VERTEX_SHADER. Sources of one stage are separate compilation units. `name`
     /// stands for the source in messages; an empty one gives a name made of stage and number.
     void addShader(int type, const QString &source, const QString &name);
-    /// Adds the text of a shader file, found by its bare name under ":/Media/Shaders" or the macro processor's folders.
-    /// A file that is not there makes compile() fail, with one log line that names it.
+    /// Adds the text of a shader file, found by its bare name under ":/Media/Shaders" or in the macro processor's
+    /// folders. A missing file makes compile() fail, with one log line that names it.
     void addShaderFromFile(int type, const QString &file);
-    /// Compiles all units; false when any fails. The log names file and line as written, and takeProgramFailures() gives it
-    /// too.
+    /// Compiles all units; false when any of them fails. The log names file and line as written, and is among
+    /// takeProgramFailures().
     virtual bool compile();
-    /// Links what compile() made; false when that, or the linking, failed. takeProgramFailures() gives the log of the latter.
+    /// Links the compiled units; false if compiling or linking failed. takeProgramFailures() has the log of a failed
+    /// link.
     virtual bool link();
     /// Everything that the preprocessor, the compiler and the linker said since compile() began.
     QString log() const;
@@ -67,10 +68,10 @@ public:
     int attributeLocation(const QString &name) const;
     /// The GL name; 0 before compile().
     unsigned int programID() const;
-    /// Whether there is a source for a tessellation stage, so that triangles go out as patches.
+    /// Whether there is a source for a tessellation stage, so that triangles are drawn as patches.
     bool hasTessellation() const;
 
-    /// Binds the program. One that is not linked binds as none, and a draw with it fails.
+    /// Binds the program. One that is not linked binds no program, and drawing with it fails.
     void bind() override;
     void unbind() override;
 

@@ -12,8 +12,8 @@ namespace Velmora::Kvz {
 
 /// A GL texture of any target.
 ///
-/// The object records what it was told of its storage and allocates none: its owner binds it and calls glTexImage2D or a
-/// sibling. The GL name is made on first use.
+/// The object records what it is told about its storage and allocates none: its owner binds it and calls glTexImage2D
+/// or a sibling. The GL name is created on first use.
 ///
 /// bind() takes a free texture unit, from 1 up (unit 0 stays empty, for samplers that a program leaves unset), and makes
 /// that unit the active one. A texture that is bound already keeps its unit, which becomes the active one again; so its
@@ -34,14 +34,14 @@ public:
     void setTarget(unsigned int target);
     /// Records format and size of a level, in texels.
     void setSize(int level, int internalFormat, int width, int height, int depth);
-    /// Marks the texture as one that nobody may write: attaching it to a framebuffer is refused with one log line.
+    /// Makes the texture read-only: attaching it to a framebuffer is refused with one log line.
     void setReadOnly();
     bool isReadOnly() const;
 
     unsigned int target() const;
     /// The texture unit while bound, 0 otherwise.
     int unit() const;
-    /// The GL name; made now if there is none yet and a context is current, else 0.
+    /// The GL name, created if there is none yet and a context is current; 0 if that is not possible.
     unsigned int textureID() const;
 
     /// Size of a level in texels: what GL holds where the storage exists and the context is current, else what was

@@ -54,17 +54,17 @@ public:
 
     /// A texture from the pool, or a new one, with one reference that belongs to the caller.
     ///
-    /// Sizes are in texels, negative ones count as 0. `depth` above 1 gives a GL_TEXTURE_2D_ARRAY with as many layers,
+    /// Sizes are in texels; negative ones count as 0. `depth` above 1 gives a GL_TEXTURE_2D_ARRAY with as many layers,
     /// `samples` above 1 a GL_TEXTURE_2D_MULTISAMPLE (at most what the driver offers); below 1 counts as 1 for both.
-    /// Content, filters and wrap modes are those that its last user left; a new one is filtered linearly and ends at its
-    /// edges. Null for a format that does not exist and with no current context.
+    /// Content, filters and wrap modes are those that the last user left; a new texture has linear filters and is
+    /// clamped to its edges. Null for a format that does not exist and without a current context.
     Texture *tempTexture(TextureFormat format, int width, int height, int depth, int samples);
     /// Adds references. Null, a texture that the pool does not own, and counts below 1 are ignored.
     void addTempTextureRef(Texture *texture, int count);
     /// Drops references; at 0 the texture can be handed out again. Null, a texture that the pool does not own, a texture
     /// without references and counts below 1 are ignored. The pointer is compared, never read through.
     void releaseTempTextureRef(Texture *texture, int count);
-    /// Frees the pool's textures that nobody holds.
+    /// Frees the pool's textures that have no references.
     void deleteUnusedTempTextures();
 
     /// A 1 by 1 texture of one colour, its channels stored as they are given, kept by the manager and not counted.
@@ -79,12 +79,12 @@ public:
     virtual void bindTextures(ShaderProgram *program);
     virtual void unbindTextures(ShaderProgram *program);
 
-    /// Stores an image for draws of a host's own and returns the handle by which `managedTexture` samples it. (A model keeps images
-    /// of its own, with handles of its own: GPUModel::addImage().) Row 0 of the texture is the image's bottom row; repeat
-    /// wrap, mip levels, trilinear filter. Copies of one QImage of the same use share one handle, and each call counts: pair
-    /// it with releaseManagedTexture(). 0, which samples white, for a null image, without a context, and, with one log line,
-    /// when the driver holds no more. Images of more than six sizes are enlarged to one of the six, or scaled down with one
-    /// log line where all are smaller.
+    /// Stores an image for a host's own draws and returns the handle by which `managedTexture` samples it. (A model
+    /// keeps images of its own, with handles of its own: GPUModel::addImage().) Row 0 of the texture is the image's
+    /// bottom row; repeat wrap, mip levels, trilinear filter. Copies of one QImage with the same use share a handle,
+    /// and each call counts: pair it with releaseManagedTexture(). 0, which samples white, for a null image, without a
+    /// context, and, with one log line, when the driver holds no more. Images of more than six sizes are enlarged to
+    /// one of the six, or scaled down with one log line if all are smaller.
     int addManagedTexture(const QImage &image, ImageUse use = ImageUse::Colour);
     /// Gives a handle back. 0 and unknown handles are ignored.
     void releaseManagedTexture(int handle);

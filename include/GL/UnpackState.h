@@ -7,9 +7,9 @@
 
 namespace Velmora::Kvz {
 
-/// For its scope, the pixels of glTexImage2D and its siblings come from client memory, whole images in rows of four-byte
-/// alignment, whatever the caller left set. With an unpack buffer bound even a null pointer would read from it. At its end
-/// the state is as it was found. Needs a current context.
+/// While it exists, glTexImage2D and its siblings read pixels from client memory, whole images in rows of four-byte
+/// alignment, whatever the caller had set. (With an unpack buffer bound, even a null pointer would read from it.)
+/// Restores the state at the end of the scope. Needs a current context.
 class KVZ_GL_EXPORT UnpackState
 {
 public:

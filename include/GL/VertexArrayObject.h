@@ -25,15 +25,15 @@ public:
     void bind() override;
     void unbind() override;
 
-    /// Registers a buffer as the attribute `name`, tightly packed, with so many components of a type such as GL_FLOAT for
-    /// each vertex. A name that is registered already gets the new buffer. Null is ignored.
+    /// Registers a buffer as the attribute `name`, tightly packed, with this many components of a type such as GL_FLOAT
+    /// per vertex. A name that is already registered gets the new buffer. Null is ignored.
     void upload(const QString &name, const QSharedPointer<BufferObject> &buffer, int components, unsigned int type);
-    /// How an attribute lies in a buffer that has more than it.
+    /// The layout of an attribute in a buffer that it shares with others.
     struct Interleaving
     {
         int components;
         unsigned int type;
-        bool isNormalized; ///< Integers count from 0 or -1 to 1.
+        bool isNormalized; ///< Integers stand for 0 to 1, or for -1 to 1 if signed.
         int stride; ///< Bytes from one vertex to the next.
         int offset; ///< Bytes before the first one.
     };
@@ -49,7 +49,7 @@ public:
     /// be bound.
     void enableStandardArrays();
 
-    /// The GL name; made now if there is none yet and a context is current, else 0.
+    /// The GL name, created if there is none yet and a context is current; 0 if that is not possible.
     unsigned int getVAO() const;
 
 private:

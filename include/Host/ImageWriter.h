@@ -9,8 +9,8 @@
 
 namespace Velmora::Kvz {
 
-/// Why no picture can be written to this file, in one line without its name; empty when it should work. The suffix gives the
-/// format: "png", or another that the installed Qt can write. Changes nothing on disk.
+/// The reason why no picture can be written to this file, in one line without its name; empty if writing should work.
+/// The suffix gives the format: "png", or another that the installed Qt can write. Changes nothing on disk.
 KVZ_HOST_EXPORT QString imageFileProblem(const QString &file);
 
 /// The suffixes that writeImage() takes, in order.

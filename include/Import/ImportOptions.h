@@ -9,8 +9,8 @@ namespace Velmora::Kvz {
 
 /// What an import may cost. A limit of 0 or less is replaced by that of forFileSize().
 ///
-/// The limits hold where a loader reads, between the steps of an import and before each image. A loader that computes for long
-/// without reading is not interrupted: whoever opens files of strangers does so in a process of its own.
+/// The limits hold where a loader reads, between the steps of an import and before each image. A loader that computes
+/// for long without reading is not interrupted: open untrusted files in a separate process.
 struct KVZ_HOST_EXPORT ImportLimits
 {
     qint64 bytes =
@@ -19,8 +19,8 @@ struct KVZ_HOST_EXPORT ImportLimits
     double seconds = 0; ///< From the first byte to the finished scene.
     int imageSide = 0; ///< In pixels. A larger image is scaled to it while it is decoded, with a warning.
 
-    /// Limits that leave room for every honest file of this many bytes: they grow with the file, and a small one has room
-    /// to name large buffers and to be subdivided.
+    /// Limits that leave room for every legitimate file of this many bytes: they grow with the file, and a small one
+    /// has room to name large buffers and to be subdivided.
     static ImportLimits forFileSize(qint64 bytes);
 };
 

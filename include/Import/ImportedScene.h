@@ -54,8 +54,8 @@ struct ImportedTexture : ImageSampling
     int image = -1; ///< Index into ImportedScene::images; -1: no texture, which counts as white.
 };
 
-/// A material: what the passes shade with, and what the file says beyond that. Textures other than mapKd and mapKs are for
-/// whoever shades with them.
+/// A material: what the passes shade with, and what the file says beyond that, which is for hosts with shading of their
+/// own.
 struct ImportedMaterial : MaterialData
 {
     ImportedMaterial() { alphaMode = Opaque; }
@@ -156,10 +156,10 @@ struct ImportedAnimation
 /// How a scene is put on the GPU.
 struct SceneBuildOptions
 {
-    /// For chains that shade in the basic passes. They take normals as the matrices of items leave them and texture coordinates as
-    /// they are, so whatever a node stretches is stretched before, and the coordinates are those that the base colour texture
-    /// asks for, its transform included. Each stretch and each such texture costs a copy of the mesh. Passes that
-    /// light surfaces draw both alike.
+    /// For chains that shade in the basic passes. These take normals as the matrices of items leave them and texture
+    /// coordinates as they are, so nodes that stretch are applied to the mesh, and the coordinates become those that
+    /// the base colour texture uses, its transform included. Each stretch and each such texture costs a copy of the
+    /// mesh. Passes that light surfaces draw the same picture either way.
     bool forBasicPasses = false;
     /// The memory that images may take, as GPUModelBuilder::setImageBudget() has it.
     qint64 imageBudget = qint64(512) << 20;
@@ -169,9 +169,8 @@ struct SceneBuildOptions
 /// could be handed from one process to another.
 struct KVZ_HOST_EXPORT ImportedScene
 {
-    /// Feature bit of items whose material lets light through: d < 1, or a diffuse image with an alpha below 1 somewhere. As
-    /// drawFlagsValue and drawFlagsMask, (Transparent, Transparent) selects these and (0, Transparent) the opaque ones. It
-    /// meets none of GPUModel's own feature bits.
+    /// The feature bit of items whose material lets light through, as letsLightThrough() says. As drawFlagsValue and
+    /// drawFlagsMask, (Transparent, Transparent) selects these and (0, Transparent) the opaque ones.
     enum : quint64 { Transparent = GPUModel::Transparent };
 
     QVector<ImportedMesh> meshes; ///< Indexed triangles with normals and texture coordinates.

@@ -33,9 +33,9 @@ namespace Velmora::Kvz {
 /// - ns = 2 / R^4 - 2, from 1 to 1024;
 /// - ks = F (1 - R) min((ns + 8) / 8, 1 / max(F)), where F = 0.04 (1 - M) + B M is the reflectance head-on: a sharp
 ///   highlight is bright, a broad one fades.
-/// Opacity is d, but 1 for glTF materials whose alpha mode is not BLEND, and for COLLADA's 0, which exporters write for opaque
-/// surfaces. An image of the opacity (map_d) becomes the alpha of the diffuse image, which the passes do not blend by:
-/// ModelRenderPass can cut holes by it.
+/// Opacity is d, but 1 for glTF materials whose alpha mode is not BLEND, and for COLLADA's 0, which exporters write for
+/// opaque surfaces. An image of the opacity (map_d) becomes the alpha of the diffuse image. The basic passes do not
+/// blend by it, but ModelRenderPass can cut holes by it.
 ///
 /// Images are PNG, JPEG, TGA, BMP, GIF and whatever else Qt's plugins know, such as WebP; 16 bits a channel are rounded to 8. An
 /// emissive image without a colour beside it shines as it is, but in glTF, where that means not at all.

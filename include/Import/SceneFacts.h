@@ -9,7 +9,7 @@
 
 namespace Velmora::Kvz {
 
-/// What a scene amounts to once all its items are placed: a mesh that two items share counts twice, but for memory.
+/// What a scene adds up to once all its items are placed: a mesh that two items share counts twice, except for memory.
 struct SceneFacts
 {
     bool hasBounds = false; ///< False for a scene without a single point.
@@ -20,8 +20,8 @@ struct SceneFacts
     qint64 vertices = 0;
     qint64 points = 0;
     qint64 lines = 0;
-    /// What build() uploads: vertices, indices, rows of items, and the images of materials that passes read, with their mip levels. An estimate, since
-    /// drivers round up and images of more sizes than there are arrays are resampled.
+    /// What build() uploads: vertices, indices, rows of items, and the images of materials that passes read, with their
+    /// mip levels. An estimate, since drivers round up and images of more sizes than there are arrays are resampled.
     qint64 gpuBytes = 0;
 };
 

@@ -32,9 +32,9 @@ class Texture;
 /// frame is resolved to the viewport's size first; that is logged as a warning, once for each input of an object. The
 /// viewport's left and top shift the picture within the result, whose rest holds the current clear colour.
 ///
-/// The operators are those of T. Porter and T. Duff, "Compositing Digital Images" (SIGGRAPH 1984), and the blend modes that
-/// image editors made common, in their premultiplied form. Colour dodge, colour burn and soft light divide by the
-/// destination's alpha without a guard: where that is 0 the result is what the GPU makes of it.
+/// The operators are those of T. Porter and T. Duff, "Compositing Digital Images" (SIGGRAPH 1984), and the blend modes
+/// common in image editors, in their premultiplied form. Colour dodge, colour burn and soft light divide by the
+/// destination's alpha without a guard: where that is 0 the result depends on the GPU.
 class KVZ_RENDERPASSES_EXPORT BlendRenderPass : public RenderPassProxy
 {
 public:

@@ -7,7 +7,7 @@
 
 namespace Velmora::Kvz {
 
-/// A glow: what is bright in one frame, blurred by a Gaussian and added to another frame.
+/// A glow: the bright parts of one frame, blurred by a Gaussian and added to another frame.
 ///
 /// | Input | Name                          | Type     | Default | Null means                                              |
 /// |-------|-------------------------------|----------|---------|---------------------------------------------------------|

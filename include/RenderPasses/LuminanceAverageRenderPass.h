@@ -15,7 +15,7 @@ class ShaderProgram;
 class TargetFramebuffer;
 class Texture;
 
-/// Measures the average colour and luminance of a frame, and waits for the GPU to have them.
+/// Measures the average colour and luminance of a frame, and waits for the GPU to finish them.
 ///
 /// | Input | Name                     | Type     | Default | Null means                                                     |
 /// |-------|--------------------------|----------|---------|----------------------------------------------------------------|

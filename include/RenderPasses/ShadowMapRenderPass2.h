@@ -40,9 +40,9 @@ class Texture;
 /// |--------|----------------------------|------------------------------------------------------------------------------------------------|
 /// | 0      | Kvz_QVariant_ShadowMapData | A `ShadowMapManager::RenderData*` of the pass's own, as `QObject*`, brought up to date where dirty. |
 ///
-/// The data are those of ShadowMapRenderPass, but for three things. The bias is that of each layer in the data. The array may
-/// have more layers than the lights: it is made again when it is too small or not half used. And an item in the near half of
-/// the clip range, which casts nothing itself, hides what lies behind it.
+/// The data are those of ShadowMapRenderPass, with three exceptions. The bias is that of each layer in the data. The
+/// array may have more layers than the lights: it is recreated when it is too small or less than half used. And an item
+/// in the near half of the clip range, which casts no shadow itself, hides what lies behind it.
 ///
 /// `Dirty` says that lights, camera, bounds or the model have changed; with false the last maps are published again, except
 /// for a frame in which the pass recreates something, such as after a change of the map size. The first frame should be
@@ -51,8 +51,8 @@ class Texture;
 ///
 /// All culling marks of the model are removed, dirty or not.
 ///
-/// The constructor asks what the driver can do, so a context must be current, and logs the choice at debug level.
-/// teardownContextData() leaves the arrays, which are put to work in a new context by the next change of size or number.
+/// The constructor queries the driver, so a context must be current, and logs the choice at debug level.
+/// teardownContextData() leaves the arrays, which are used in a new context from the next change of size or number on.
 class KVZ_RENDERPASSES_EXPORT ShadowMapRenderPass2 : public RenderPassProxy
 {
 public:

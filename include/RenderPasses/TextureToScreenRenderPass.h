@@ -17,8 +17,8 @@ class GLSLMacroProcessor;
 class ShaderProgram;
 class Texture;
 
-/// Puts an image where it is seen: on the screen, in a framebuffer of the host, or in textures of the host. The last pass of
-/// a chain; it has no output.
+/// Puts an image where it is to be seen: on the screen, in a framebuffer of the host, or in textures of the host. The
+/// last pass of a chain; it has no output.
 ///
 /// | Input | Name                                | Type               | Default | Null means                                      |
 /// |-------|-------------------------------------|--------------------|---------|-------------------------------------------------|

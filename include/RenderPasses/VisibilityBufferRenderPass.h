@@ -19,7 +19,7 @@ class ShaderProgram;
 class TargetFramebuffer;
 
 /// Records, for each pixel, all triangles of a model that cover it and how deep they lie: the first of three passes for
-/// transparency that needs no order of drawing. VisibilitySortRenderPass sorts the lists and
+/// transparency that is independent of draw order. VisibilitySortRenderPass sorts the lists and
 /// VisibilityDeferredRenderPass shades them. The method is that of per-pixel linked lists: J. C. Yang, J. Hensley,
 /// H. Grün, N. Thibieroz, "Real-Time Concurrent Linked List Construction on the GPU", Computer Graphics Forum 29(4), 2010.
 ///
@@ -77,7 +77,8 @@ public:
         int internalFormat;
     };
 
-    /// Items take part whose 64-bit feature flags, masked with `drawFlagsMask`, equal `drawFlagsValue`: (0, 0) selects all.
+    /// Items are drawn whose 64-bit feature flags, masked with `drawFlagsMask`, equal `drawFlagsValue`: (0, 0) selects
+    /// all.
     VisibilityBufferRenderPass(unsigned long long drawFlagsValue, unsigned long long drawFlagsMask);
     ~VisibilityBufferRenderPass() override;
 

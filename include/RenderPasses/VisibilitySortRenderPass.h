@@ -30,9 +30,9 @@ class ShaderProgram;
 /// | 1      | Kvz_KvzTexture*_NodeBuffer   | that of input 2 |
 /// | 2      | Kvz_int_NodeBufferWidth      | that of input 3 |
 ///
-/// The sort is in place: heads and the chains of nodes stay as they are, what the nodes hold moves along them. The first 50
-/// nodes of a list are sorted, those that were written last; the rest stays behind them in its order. Fragments of
-/// equal depth come out in the order that the quicksort gives them, which is not that in which they were drawn.
+/// The sort is in place: heads and the chains of nodes stay as they are, and the content of nodes moves along them. The
+/// first 50 nodes of a list are sorted, those that were written last; the rest follow in their old order. Fragments of
+/// equal depth come out in the order that the quicksort gives them, which is not draw order.
 ///
 /// Where the driver lacks what lists of several nodes need, the inputs are passed through and no GL call is made.
 ///

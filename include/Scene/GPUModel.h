@@ -102,23 +102,23 @@ public:
     /// Rows of material data, bindable to their fixed unit; null for an index other than 0. While they or those of
     /// surfaceData() are bound, TextureManager::bindTextures() takes the model's images.
     Bindable *materialData(int index) const;
-    /// What materialData(0) holds, as the model was built: the rows of all items one after another, each of
-    /// InstanceDataPlan::stride() * 4 floats of the plan "OBJMaterial". Where a value stands in its row is what
-    /// InstanceDataPlan::offset() says. Empty for a model with no items.
+    /// The content of materialData(0), as the model was built: the rows of all items one after another, each of
+    /// InstanceDataPlan::stride() * 4 floats of the plan "OBJMaterial". InstanceDataPlan::offset() gives the position
+    /// of a value in its row. Empty for a model without items.
     const QVector<float> &materialRows() const;
     /// Rows of the plan "SurfaceMaterial", bindable to their fixed unit.
     Bindable *surfaceData() const;
-    /// What surfaceData() asks of a shader, as bits of SurfaceFeature: a program without the rest draws the same. All of them
-    /// while rows of a host replace the model's.
+    /// What surfaceData() needs of a shader, as bits of SurfaceFeature: a program without the other features draws the
+    /// same. All bits while a host's rows replace the model's.
     int surfaceFeatures() const;
-    /// While it is bound, TextureManager::bindTextures() takes the model's images: for draws of a pass's own with rows that
-    /// replace the model's. Both kinds of rows above bind it themselves.
+    /// While it is bound, TextureManager::bindTextures() takes the model's images: for a pass's own draws with rows
+    /// that replace the model's. Both kinds of rows above bind it themselves.
     Bindable *materialImages() const;
-    /// Stores one more image with those of the model and returns its handle, for rows of a host's own: draws of a model, and
-    /// draws with its rows bound, sample the model's images alone. It lives as long as the model. As for the limits, see
-    /// TextureManager::addManagedTexture(). 0, which samples white, for a null image and without a context.
+    /// Stores one more image with those of the model and returns its handle, for a host's own rows: draws of a model,
+    /// and draws with its rows bound, sample only the model's images. It lives as long as the model. The limits are
+    /// those of TextureManager::addManagedTexture(). 0, which samples white, for a null image and without a context.
     int addImage(const QImage &image);
-    /// What vertices have beyond position, normal and first texture coordinates.
+    /// The vertex data beyond position, normal and first texture coordinates.
     const VertexExtras &vertexExtras() const;
 
     /// Marks the items whose world-space bounds lie wholly outside the frustum as not drawn. A matrix that is not finite
@@ -128,8 +128,8 @@ public:
     /// test each item's box again, so that an item comes back at the latest one frame after it becomes visible. Results
     /// that have not arrived are not waited for: the driver then decides by the query, and the item is not marked.
     ///
-    /// Draws with a manager test, after their items, with the u_ProjectionMatrix and u_CameraMatrix of their program. When
-    /// draws of one frame have different cameras, an item is hidden when none of them shows it.
+    /// Draws with a manager run the test after their items, with the u_ProjectionMatrix and u_CameraMatrix of their
+    /// program. When draws of one frame have different cameras, an item is hidden if none of them shows it.
     /// resetCulling() ends the testing. Without it, and without this call, draws make no queries.
     void visibilityCull();
     /// Makes all items drawable again.

@@ -13,7 +13,7 @@
 
 namespace Velmora::Kvz {
 
-/// Collects meshes, materials and items, and makes a GPUModel of them.
+/// Collects meshes, materials and items, and builds a GPUModel from them.
 ///
 /// Bad data is refused where it is added, with a negative number and one log line that names it; what was added before
 /// stays good.
@@ -35,9 +35,10 @@ public:
     /// finite.
     int addItem(int mesh, int material, const QMatrix4x4 &modelMatrix = QMatrix4x4(), quint64 featureFlags = 0,
         ItemOption option = AsGiven);
-    /// The memory that the material images of the model may take on the GPU, in bytes, with their mip levels; 512 MiB unless it is
-    /// set, and at least 1. Images of one size share an array texture, and there are six: further sizes are enlarged to share
-    /// one. Where all of it takes more than this, the largest images are halved until it does not, with one log line.
+    /// The memory that the material images of the model may take on the GPU, in bytes, with their mip levels; 512 MiB
+    /// unless set, and at least 1. Images of one size share an array texture, and there are six arrays: images of
+    /// further sizes are enlarged to share one. If all of it takes more than the budget, the largest images are halved
+    /// until it fits, with one log line.
     void setImageBudget(qint64 bytes);
     /// The model; needs a current context. Meshes and materials that no item uses take no room in it. A builder without
     /// items gives a model that draws nothing. Null, with one log line, without a context and for more items than the

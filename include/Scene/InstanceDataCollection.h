@@ -18,8 +18,8 @@ class InstanceDataPlan;
 class ShaderProgram;
 class TextureManager;
 
-/// Rows of a host for one plan. While bound they replace the model's own rows for that plan: the item with
-/// draw number i reads row i. An item past the last row reads zeros.
+/// A host's own rows for one plan. While bound they replace the model's rows for that plan: the item with draw number i
+/// reads row i. An item past the last row reads zeros.
 class KVZ_GL_EXPORT InstanceDataCollection : public QObject
 {
     Q_OBJECT

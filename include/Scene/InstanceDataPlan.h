@@ -40,13 +40,13 @@ public:
     /// First float of a field within its row; -1 for a getter that the plan does not have.
     int offset(const QString &getter) const;
 
-    /// What `#instancedata` brings in: the prototypes of the getters.
+    /// The text that `#instancedata` inserts: the prototypes of the getters.
     QString declarations() const;
     /// A compilation unit that defines the getters for the item whose number `int kvzDrawIndex()` gives. A stage with plans
     /// gets that function from exactly one further unit: KvzUtilities.glslc or VisibilityBuffer.glslc. Its other names
     /// contain the plan's name, so that one stage can have two plans.
     QString glslc() const;
-    /// Checks that a program is linked and that its sampler of the rows, where it has one, is on its fixed unit; what fails
+    /// Checks that a program is linked and that its sampler of the rows, if it has one, is on its fixed unit; a failure
     /// is logged as an assertion.
     void assertShaderProgram(const ShaderProgram *program) const;
 

@@ -14,7 +14,7 @@ namespace Velmora::Kvz {
 /// - "InstanceInfo": `mat4 getModelMatrix()`, `mat4 getModelNormalMatrix()` (inverse transpose), `mat4
 ///   getPreviousModelMatrix()`.
 /// - "TavoInstance": the same row and getters, for passes that name their plan themselves.
-/// - "SurfaceMaterial": what passes that light surfaces read of a material, by the getters of Surface.glslc.
+/// - "SurfaceMaterial": the material data of passes that light surfaces, read by the getters of Surface.glslc.
 /// - "OBJMaterial": `vec3 getKd()`, `float getD()`, `vec3 getKs()`, `float getNs()`, `int getMap_Kd()`, `int getMap_Ks()`,
 ///   `int getMaterialId()`.
 class KVZ_GL_EXPORT InstanceDataRegistry

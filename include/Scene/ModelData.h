@@ -51,7 +51,7 @@ struct MaterialData
 {
     enum AlphaMode {
         Opaque, ///< d and all other alphas are ignored.
-        Mask, ///< What has an alpha below the cutoff is not there; the rest is opaque.
+        Mask, ///< Fragments with an alpha below the cutoff are discarded; the rest is opaque.
         Blend
     };
 
@@ -63,17 +63,16 @@ struct MaterialData
     QImage mapKs; ///< Null: white.
     ImageSampling mapKdSampling;
     ImageSampling mapKsSampling;
-    QVector3D emission; ///< Light of its own, added to what is reflected; multiplied with mapEmission.
+    QVector3D emission; ///< Emitted light, added to what is reflected; multiplied with mapEmission.
     QImage mapEmission; ///< Null: white.
     ImageSampling mapEmissionSampling;
     AlphaMode alphaMode = Blend;
     float alphaCutoff = 0.5f; ///< Of Mask, 0 to 1.
-    bool isLitFromBothSides =
-        true; ///< Faces seen from behind are lit from the side that is seen; else by their normal.
+    bool isLitFromBothSides = true; ///< Surfaces are lit on the side that is seen; otherwise by their normal.
     bool isUnlit = false; ///< The diffuse colour is shown as it is.
 };
 
-/// Whether any pixel has an alpha below 1: many images have the channel and make no use of it.
+/// Whether any pixel has an alpha below 1: many images have an alpha channel without using it.
 KVZ_GL_EXPORT bool isSeeThrough(const QImage &image);
 
 /// Whether a surface of this material and mesh has alphas below 1 that are blended.

@@ -36,7 +36,7 @@ public:
 
     Type type = Directional;
     QVector3D position; ///< Of spot and point lights.
-    QVector3D direction{0, -1, 0}; ///< Where the light goes, of directional and spot lights. Any length above 0.
+    QVector3D direction{0, -1, 0}; ///< The way that the light goes, of directional and spot lights. Any length above 0.
     float coneAngle = 60; ///< Of spot lights: full opening angle in degrees, above 0 and below 180.
     float range = 100; ///< Of spot and point lights: distance beyond which nothing is lit, above 0.
     int cascades = 3; ///< Of directional lights with a camera: layers along the view, from 1 to 16.
@@ -54,8 +54,8 @@ public:
     /// World space to the clip space of a layer; column-major, as glUniformMatrix4fv takes it without transposing.
     ///
     /// The lit depths map to the far half of clip space: in normalised device coordinates z runs from 0 where the light
-    /// begins to 1 where it ends, so z after the division is itself a depth from 0 to 1. What lies at z of 0 or below is no
-    /// caster. Depths of directional lights are linear.
+    /// begins to 1 where it ends, so z after the division is itself a depth from 0 to 1. Anything at a z of 0 or below
+    /// casts no shadow. Depths of directional lights are linear.
     struct Transform
     {
         float matrix[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
@@ -90,8 +90,8 @@ public:
     using Light = ShadowMapLight;
     using RenderData = ShadowMapRenderData;
 
-    /// The lights of a list: a QVariantList of `Light*` or `QObject*`; a single one of these counts as a list of one. Other
-    /// elements and null pointers are left out, and anything else holds no lights.
+    /// The lights of a list: a QVariantList of `Light*` or `QObject*`; a single one of these counts as a list of one.
+    /// Other elements and null pointers are left out; any other value has no lights.
     static QVector<Light *> lightsIn(const QVariant &lights);
 
     /// The values of a light, made valid: the default replaces a direction, position, range, cone, bias or intensity that
@@ -109,16 +109,16 @@ public:
     };
     static LightValues valuesOf(const Light &light);
 
-    /// Fills layer count, transforms, projectors and biases of `data` from lightsIn(`lights`). Projector i is light i of
-    /// that list, and takes the layers behind those of the lights before it.
+    /// Fills layer count, transforms, projectors and biases of `data` from lightsIn(`lights`). Projector i is light i
+    /// of that list, and its layers follow those of the lights before it.
     ///
-    /// Directional: as many layers as it has cascades, which share out the camera's view, near slices being shorter.
+    /// Directional: as many layers as it has cascades, which divide the camera's view, nearer slices being shorter.
     /// - The view is cut to the part that the scene can lie in by the eye's distance to the sphere around the bounds, so
     ///   that neither looking around nor going around the scene moves a cascade's ends.
     /// - Each layer is a square around the sphere about its slice, or about the bounds where that is smaller. It moves in
     ///   steps of 1/64 of its side, which are whole texels of every map whose side is a multiple of 64, and it grows in
     ///   steps of 9 percent: between these every point of the world keeps its place within a texel while the camera moves.
-    /// - All layers reach through the depths of the whole bounds, so that casters outside the view are in; without bounds,
+    /// - All layers span the depths of the whole bounds, so that casters outside the view are included; without bounds,
     ///   from three radii before the view to its end, and an endless view ends at a thousand near distances.
     ///
     /// Without a camera, or with matrices that span no volume: one layer over the bounds; without bounds either, one layer
@@ -129,7 +129,7 @@ public:
     /// wider, but at most the range, and not nearer than a fiftieth of the far one; up to the range without bounds and where
     /// a layer does not meet them. A light outside the scene, or turned away from it, keeps its layers.
     ///
-    /// The bias of a layer is that of its light, the same for all layers of one.
+    /// All layers of a light have its bias.
     ///
     /// `projection`, `camera` (world to camera) and `bounds` (two opposite corners in world space) can be null. Bounds that
     /// are not finite, or too large to have a size, count as null; flat and empty ones get a little thickness.

@@ -3,10 +3,10 @@
 
 namespace Velmora::Kvz {
 
-/// What rows of the plan "SurfaceMaterial" can ask of a shader; bits of GPUModel::surfaceFeatures().
+/// What rows of the plan "SurfaceMaterial" can need of a shader; bits of GPUModel::surfaceFeatures().
 ///
-/// A program that defines the macro `KVZ_SURFACE_FEATURES` as such a set leaves all else out of Surface.glslc and
-/// SurfaceTextures.glslc; without the macro they have everything. On drivers that run both sides of a branch each image that
+/// A program that defines the macro `KVZ_SURFACE_FEATURES` as such a set omits the other features from Surface.glslc
+/// and SurfaceTextures.glslc; without the macro it has all. On drivers that run both sides of a branch, each image that
 /// the text reads costs time, whether a material has it or not.
 enum SurfaceFeature {
     SurfaceBaseColourMap = 1,
@@ -15,8 +15,7 @@ enum SurfaceFeature {
     SurfaceImageModes = 8, ///< Wrap modes or filters other than repetition and trilinear filtering.
     SurfaceSecondTexCoords = 16,
     SurfaceMask = 32,
-    SurfaceFirstImageArray =
-        256, ///< This bit and the five above it: a map lies in this one of the model's image arrays.
+    SurfaceFirstImageArray = 256, ///< This bit and the next five: a map lies in the model's first to sixth image array.
     AllSurfaceFeatures = 0x3f3f
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the anti-aliasing chains are worth: their error against a picture of 256 samples, and the ghosts of things that moved.
+// The quality of the anti-aliasing chains: their error against a picture of 256 samples, and ghosts of moving things.
 #include "support/Cameras.h"
 #include "support/GLTest.h"
 #include "support/Meshes.h"
@@ -33,7 +33,7 @@ namespace {
 const QSize size(320, 180);
 const QString frame = QStringLiteral("Kvz_KvzTexture*_Frame");
 
-/// A cell of the tables in docs/anti-aliasing.md, and how far off the page may be: by what differs between machines.
+/// A cell of the tables in docs/anti-aliasing.md, with the tolerance that covers differences between machines.
 struct Cell
 {
     enum Kind { Number, Percentage, Empty };
@@ -49,7 +49,7 @@ struct Cell
             return QStringLiteral("-");
         return QString::number(value, 'f', decimals) + QLatin1String(kind == Percentage ? " %" : "");
     }
-    /// Whether what the page says is this value, as precisely.
+    /// Whether the page states this value with the same number of decimals.
     bool agrees(const QString &stated) const
     {
         if (kind == Empty)
@@ -77,10 +77,10 @@ Cell noCell()
     return {0, 0, 0, Cell::Empty};
 }
 
-/// What the test measured for a table, by the texts that its rows begin with.
+/// The measurements of a table, by the first words of each row.
 using Table = QMap<QString, QVector<Cell>>;
 
-/// Checks the table under a heading of the page against what was measured.
+/// Checks the table under a heading of the page against the measurements.
 void expectPageHas(const QString &heading, const Table &measured)
 {
     QFile file(QStringLiteral(KVZ_SOURCE_DIR "/docs/anti-aliasing.md"));
@@ -118,7 +118,7 @@ protected:
     void SetUp() override
     {
         GLTest::SetUp();
-        // Opaque: the chains blend what is translucent in ways of their own, which is not what is measured here.
+        // Opaque: the chains differ in how they blend translucent items, which is not what is measured here.
         ImportedScene scene = importScene(QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj"));
         for (ImportedMaterial &material : scene.materials) {
             material.alphaMode = MaterialData::Opaque;
@@ -144,7 +144,7 @@ protected:
         return description;
     }
 
-    /// Makes a chain of the description less what puts the picture on the screen; `pass` gives the picture.
+    /// Makes a chain of the description without the pass that presents; `pass` gives the picture.
     std::unique_ptr<RenderChain> makeChain(ChainDescription description, const char *pass, GPUModel *model)
     {
         description.passes.removeAt(description.findPass(QStringLiteral("screen")));
@@ -154,7 +154,7 @@ protected:
         chain->setViewport(QRect(QPoint(), size));
         chain->setCamera(camera.cameraMatrix, camera.projectionMatrix);
         chain->setModel(model);
-        // A light that moves with the eye would change the colours of what moves, which no filter can follow.
+        // A light that moved with the camera would change the colours of moving things, which no filter can follow.
         chain->setFrameValue(FrameValues::fixedLight, true);
         return chain;
     }
@@ -188,7 +188,8 @@ protected:
         return mean;
     }
 
-    /// Frames of one sample at any place of each pixel, in half floats, as the forward pass shades them: the first of its two.
+    /// Frames with one sample at any position in each pixel, in half floats and shaded as by the forward pass: the
+    /// first of its two samples.
     class ForwardSamples
     {
     public:
@@ -225,7 +226,7 @@ protected:
     Camera camera;
 };
 
-/// What a pass makes of a frame; it has been set up.
+/// The result of a pass for a frame; the pass has been set up.
 Image filtered(RenderPassProxy *pass, const Image &input)
 {
     const auto texture = makeTexture(input, GL_RGBA16F);
@@ -241,12 +242,13 @@ Image filtered(RenderPassProxy *pass, const Image &input)
 
 } // namespace
 
-// The order that the published results give: each filter is better than none, the shapes of SMAA better than FXAA, two
-// samples better than one, whether they come from one frame or from two, and all four of 4x best. The mean of 64 frames has no
-// such bound: its sum is rounded to 8 bits in each frame.
+// The order found in the published results: every filter is better than none, SMAA better than FXAA, two samples better
+// than one, whether from one frame or from two, and all four of 4x best. The mean of 64 frames has no such bound: its
+// sum is rounded to 8 bits in each frame.
 //
-// Frames of two samples are shaded as they are drawn, so all filters are measured on frames of that shading, against one reference
-// of it. The ready chains of the other filters shade from a G-buffer, and are measured against a reference of that.
+// Frames of two samples are forward shaded, so all filters are measured on frames of that shading, against one
+// reference of the same shading. The ready chains of the other filters shade from a G-buffer and are measured against a
+// reference of that shading.
 TEST_F(AntiAliasingTest, filtersComeInTheOrderOfTheirQuality)
 {
     ForwardSamples forwardSamples(this);
@@ -260,7 +262,7 @@ TEST_F(AntiAliasingTest, filtersComeInTheOrderOfTheirQuality)
     using Errors = std::array<double, 3>;
     Table table;
     Errors none{};
-    // Images that are not measured are empty.
+    // An empty image is not measured.
     const auto enter = [&](const char *label, const Image &forward, const Image &deferred) {
         const QString name = QString::fromUtf8(label);
         const Errors errors{
@@ -332,14 +334,14 @@ TEST_F(AntiAliasingTest, filtersComeInTheOrderOfTheirQuality)
     EXPECT_LT(mean[Deferred], none[Deferred]);
     EXPECT_LT(samples[Forward], 0.8 * once[Forward]);
     EXPECT_LT(both[Forward], 0.9 * std::min(samples[Forward], frames[Forward]));
-    // The other reference says the same of these frames, as far as the two references agree.
+    // Against the other reference the order is the same, as far as the two references agree.
     const auto other = [](const Errors &errors) { return errors[ForwardAgainstDeferred]; };
     EXPECT_LT(other(fxaa), 0.9 * other(none));
     EXPECT_LT(other(once), 0.97 * other(fxaa));
     EXPECT_LT(std::max(other(frames), other(samples)), 0.85 * other(once));
     EXPECT_LT(other(both), 0.93 * std::min(other(frames), other(samples)));
 
-    // Another jitter, or none to know of, puts edges of T2x where they are not.
+    // With another jitter, or without its index, T2x puts edges in the wrong place.
     ChainDescription antiDiagonal = ready("smaa-t2x");
     antiDiagonal.passes.removeAt(antiDiagonal.findPass(QStringLiteral("place")));
     antiDiagonal.passes[0].values[QStringLiteral("Kvz_int_JitterMode")] = int(JitterAntiDiagonal);
@@ -357,7 +359,7 @@ TEST_F(AntiAliasingTest, filtersComeInTheOrderOfTheirQuality)
 
 namespace {
 
-/// A bright box before a dark floor, which is what shows a ghost best.
+/// A bright box in front of a dark floor, which shows ghosts best.
 QSharedPointer<GPUModel> boxOnFloor()
 {
     GPUModelBuilder builder;
@@ -374,15 +376,15 @@ QSharedPointer<GPUModel> boxOnFloor()
     return builder.build();
 }
 
-/// How far colours lie outside of what they may be.
+/// By how much colours lie outside their range.
 struct Residual
 {
     double worst = 0;
     double mean = 0; ///< Over all pixels, in steps of 8 bits.
 };
 
-/// How far the three colours of a pixel lie outside of what its neighbourhood of three by three has in the reference. A
-/// mixture of neighbours, which anti-aliasing makes, lies within; what comes from elsewhere does not.
+/// By how much the three colours of a pixel lie outside the range of its 3 by 3 neighbourhood in the reference. A
+/// mixture of neighbours, as anti-aliasing makes, lies within; what comes from elsewhere does not.
 Residual ghost(const Image &image, const Image &reference)
 {
     Residual residual;
@@ -419,7 +421,7 @@ protected:
         double after; ///< The largest difference of the next frame from one of a scene that never moved.
     };
 
-    /// Moves for eight frames, by several pixels in each, then stops for two.
+    /// Moves for eight frames, several pixels in each, then stops for two.
     Result run(const ChainDescription &description, bool movesCamera, bool movesItem)
     {
         const QSharedPointer<GPUModel> model = boxOnFloor();
@@ -436,7 +438,7 @@ protected:
             lens.perspective(40, float(size.width()) / float(size.height()), 0.5f, 40);
             chain->setCamera(view, lens);
         };
-        // The last of so many frames of a scene that stands. Even and odd ones have the two places of the jitter.
+        // The last of this many frames of a still scene. Even and odd frames have the two positions of the jitter.
         const auto still = [&](int i, int frames) {
             const auto chain = makeChain(description, "smooth", model.data());
             step(chain.get(), i);
@@ -472,9 +474,9 @@ protected:
 
 TEST_F(GhostTest, temporalModesLeaveNoneBehindWhatMoves)
 {
-    // What may stay, near to what does. Where the motion of the camera bares what was hidden, surfaces that move at like speeds are
-    // not told apart, and the last frame shows through for one frame. In 4x the velocity knows one of the two samples, which leaves
-    // a fringe of a pixel around an item without the item's motion.
+    // The residuals that are allowed, close to what they are. Where a moving camera uncovers something, surfaces that
+    // move at similar speeds are not told apart, and the last frame shows through for one frame. In 4x the velocity
+    // covers one of the two samples, which leaves a fringe of one pixel around an item without the item's motion.
     struct Limits
     {
         double worst;
@@ -504,7 +506,7 @@ TEST_F(GhostTest, temporalModesLeaveNoneBehindWhatMoves)
             const Result followed = run(ready(chains[i]), motion.movesCamera, motion.movesItem);
             ChainDescription blind = ready(chains[i]);
             blind.name += QStringLiteral("-blind");
-            // Velocity that says that nothing moves.
+            // A velocity that reports no motion.
             ChainPass &velocity = blind.passes[blind.findPass(QStringLiteral("velocity"))];
             velocity.values[QStringLiteral("Kvz_QMatrix4x4_CameraMatrix")] = QMatrix4x4();
             velocity.values[QStringLiteral("Kvz_KvzGPUModel*_Geometry")] = QVariant();
@@ -519,10 +521,11 @@ TEST_F(GhostTest, temporalModesLeaveNoneBehindWhatMoves)
             EXPECT_LT(followed.moving.mean, limits.mean);
             EXPECT_GT(ghosted.moving.worst, 0.1) << "there would be a ghost";
             EXPECT_GT(ghosted.moving.mean, 4 * followed.moving.mean);
-            // The past of the first still frame shows things where they are now, but at other speeds, by which it counts less.
+            // In the first still frame the history shows things where they are now but at other speeds, so it gets less
+            // weight.
             EXPECT_LT(followed.stopped.worst, limits.stopped);
             EXPECT_LT(followed.lost, limits.lost);
-            // The past is one frame, before its resolve, whatever the velocity said.
+            // The history is one frame, stored before its resolve, so velocity no longer matters.
             EXPECT_LT(followed.after, 0.5 / 255);
             EXPECT_LT(ghosted.after, 0.5 / 255);
             cells += {{followed.moving.worst, 3, 0.004}, {followed.moving.mean, 4, 0.001}};

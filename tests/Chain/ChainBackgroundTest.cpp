@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A colour, or nothing, in the place of a chain's own background.
+// A colour, or transparency, instead of a chain's own background.
 #include "support/GLTest.h"
 #include "support/ModelChain.h"
 
@@ -55,7 +55,7 @@ bool hasClass(const ChainDescription &chain, const char *className)
         [&](const ChainPass &pass) { return pass.className == QLatin1String(className); });
 }
 
-/// Ready chains that draw a model over a background of their own.
+/// The ready chains that draw a model over their own background.
 QStringList shadingChains()
 {
     QStringList names = readyChainNames();
@@ -135,7 +135,7 @@ TEST_F(ChainBackgroundPictureTest, aColourLaidBehindNothingIsTheColoursPicture)
         QString error;
         if (!setBackground(&chain, nothing, &error))
             continue;
-        // What jitters is another picture each time.
+        // Random jitter would make every picture different.
         chain.passes.erase(
             std::remove_if(chain.passes.begin(), chain.passes.end(),
                 [](const ChainPass &pass) { return pass.className == QLatin1String("CameraJitterPass"); }),
@@ -158,7 +158,7 @@ TEST_F(ChainBackgroundPictureTest, aColourLaidBehindNothingIsTheColoursPicture)
             }
         }
         EXPECT_GT(empty, 1000) << qPrintable(name);
-        // Steps after the compositing that are not linear in colour differ, by a glow, for instance.
+        // Steps after the compositing that are not linear in colour, such as a glow, give another result.
         if (name != QLatin1String("glow") && name != QLatin1String("exposure") && !name.startsWith("smaa")) {
             EXPECT_GT(partial, 50) << qPrintable(name);
             EXPECT_LE(wrong, size.width() * size.height() / 50) << qPrintable(name);

@@ -18,7 +18,7 @@ using Severity = ChainFinding::Severity;
 const char frame[] = "Kvz_KvzTexture*_Frame";
 const char depth[] = "Kvz_KvzTexture*_Depth";
 
-/// Classes for the rules that need them. None can be constructed.
+/// Classes for the rules that need them. Constructing one is a failure.
 PassRegistry fakes()
 {
     PassRegistry registry = PassRegistry::standard();
@@ -148,7 +148,7 @@ QStringList lines(const QVector<ChainFinding> &findings)
     return texts;
 }
 
-/// The one finding of a chain.
+/// Checks a chain that has one finding, and returns it.
 ChainFinding only(const QVector<ChainPass> &passes)
 {
     const QVector<ChainFinding> findings = check(passes);
@@ -413,11 +413,11 @@ TEST(ChainValidationTest, anImageThatIsDrawnIntoMustHaveNoOtherLaterReader)
     EXPECT_EQ(finding.code, Code::SharedDrawTarget);
     EXPECT_EQ(finding.pass, QStringLiteral("p"));
     EXPECT_EQ(finding.severity, Severity::Warning);
-    // What the painter hands on is there to be read, and who read before it saw the image as it was.
+    // The image that the painter hands on may be read, and a reader before it sees the image unchanged.
     EXPECT_CLEAN({pass("s", "Source"), pass("p", "Painter"), pass("f", "Filter")});
     EXPECT_CLEAN(
         {pass("s", "Source"), pass("f", "Filter"), connected(pass("p", "Painter"), frame, "s.Kvz_KvzTexture*_Frame")});
-    // Also behind a pass that hands the image on.
+    // The same behind a pass that hands the image on.
     EXPECT_EQ(only({pass("s", "Source"), pass("p", "Painter"), pass("q", "Painter"),
                        connected(pass("f", "Filter"), frame, "p.Kvz_KvzTexture*_Frame")})
                   .pass,
@@ -466,7 +466,7 @@ TEST(ChainValidationTest, jitterNeedsALaterPassThatAccumulates)
 TEST(ChainValidationTest, passesThatCompareTheCameraWantItWithoutJitter)
 {
     const char projection[] = "Kvz_QMatrix4x4_ProjectionMatrix";
-    // Left alone, the input takes the frame's.
+    // An unconnected input takes the projection of the frame.
     EXPECT_CLEAN({pass("j", "Jitter"), pass("c", "Comparer")});
     EXPECT_CLEAN(
         {pass("j", "Jitter"), connected(pass("c", "Comparer"), projection, "frame:Kvz_QMatrix4x4_ProjectionMatrix")});
@@ -475,7 +475,7 @@ TEST(ChainValidationTest, passesThatCompareTheCameraWantItWithoutJitter)
     EXPECT_EQ(finding.code, Code::UnusableConfiguration);
     EXPECT_EQ(finding.pass, QStringLiteral("c"));
     EXPECT_EQ(finding.port, QString::fromUtf8(projection));
-    // A pass that does not jitter in its configuration is no cause.
+    // A pass that does not jitter in its configuration is not reported.
     const auto still = connected(pass("c", "Comparer"), projection, "s.Kvz_QMatrix4x4_ProjectionMatrix");
     EXPECT_CLEAN({pass("s", "CameraJitterPass"), still});
     EXPECT_EQ(only({with(pass("s", "CameraJitterPass"), "Kvz_int_JitterMode", 2), still}).port,
@@ -489,14 +489,14 @@ TEST(ChainValidationTest, temporalPassesPassFramesThroughWhileTheyAreReset)
     const auto mean = pass("t", "TemporalAARenderPass");
     const auto accumulating = with(mean, "Kvz_bool_ResetTemporal", false);
     EXPECT_CLEAN({jitter, pass("s", "Source"), accumulating});
-    // Left as it is made, it averages nothing, and the jitter has no consumer.
+    // As constructed, the pass averages nothing, and the jitter has no consumer.
     const QVector<ChainFinding> findings = check({jitter, pass("s", "Source"), mean});
     ASSERT_EQ(findings.size(), 2);
     EXPECT_EQ(findings[0].code, Code::UnusableConfiguration);
     EXPECT_EQ(findings[0].port, QStringLiteral("Kvz_bool_ResetTemporal"));
     EXPECT_EQ(findings[1].code, Code::RoleOrder);
     EXPECT_EQ(findings[1].pass, QStringLiteral("j"));
-    // It compares the camera.
+    // The pass compares the camera between frames.
     EXPECT_EQ(only({jitter, pass("s", "Source"),
                        connected(accumulating, "Kvz_QMatrix4x4_ProjectionMatrix", "j.Kvz_QMatrix4x4_ProjectionMatrix")})
                   .port,
@@ -505,7 +505,7 @@ TEST(ChainValidationTest, temporalPassesPassFramesThroughWhileTheyAreReset)
         QStringLiteral("Kvz_Float_ViewportScale"));
     EXPECT_CLEAN({pass("s", "Source"),
         with(with(accumulating, "Kvz_Float_ViewportScale", 0), "Kvz_Bool_ViewportScale_Enable", false)});
-    // Nobody may draw into the mean.
+    // No pass may draw into the mean.
     EXPECT_EQ(
         only({pass("s", "Source"), accumulating, connected(pass("p", "Painter"), depth, "s.Kvz_KvzTexture*_Depth")})
             .code,
@@ -521,7 +521,7 @@ TEST(ChainValidationTest, framesOfTwoSamplesGoToPassesThatTakeThem)
     EXPECT_EQ(finding.pass, QStringLiteral("smooth"));
     EXPECT_TRUE(finding.actual.contains(QStringLiteral("2 samples")));
     EXPECT_FALSE(finding.remedy.contains(QStringLiteral("set ")));
-    // In mode 4x the camera jitters.
+    // With a jitter index the camera jitters as in mode 4x, which mode S2x does not expect.
     const auto placed = with(sampled, "Kvz_int_JitterIndex", 0);
     EXPECT_EQ(only({placed, with(pass("smooth", "SMAARenderPass"), "Kvz_int_SmaaMode", 1)}).code, Code::RoleOrder);
 }
@@ -578,7 +578,7 @@ TEST(ChainValidationTest, rolesHaveTheirOrder)
     }
 }
 
-// Laying the obscurance over a picture that has transparent surfaces in it darkens them by what lies behind.
+// Applying the obscurance to a picture that contains transparent surfaces would darken them by what lies behind.
 TEST(ChainValidationTest, obscuranceIsMadeAndAppliedBeforeTransparentSurfaces)
 {
     const ChainPass geometry = pass("g", "PlainDepth");
@@ -588,7 +588,7 @@ TEST(ChainValidationTest, obscuranceIsMadeAndAppliedBeforeTransparentSurfaces)
     const auto apply = connected(connected(withOption(pass("b", "BlendRenderPass"), "mode", "Multiply"),
                                      "Kvz_KvzTexture*_FrameA", "s.Kvz_KvzTexture*_Frame"),
         "Kvz_KvzTexture*_FrameB", "o.Kvz_KvzTexture*_Frame");
-    // The blend wants a colour and says so in each of these.
+    // The blend expects a colour and reports that in each of these chains as well.
     const auto rolesOf = [](const QVector<ChainPass> &passes) {
         QStringList blamed;
         for (const ChainFinding &finding : check(passes)) {
@@ -605,7 +605,7 @@ TEST(ChainValidationTest, obscuranceIsMadeAndAppliedBeforeTransparentSurfaces)
     EXPECT_EQ(rolesOf({geometry, obscurance, shading, apply, glass}), QStringList());
     EXPECT_EQ(rolesOf({geometry, obscurance, shading, glass, apply}), QStringList(QStringLiteral("b")));
     EXPECT_EQ(rolesOf({geometry, obscurance, shading, glass, disabled(apply)}), QStringList());
-    // What only looks at it may stand anywhere.
+    // A pass that only shows the obscurance may stand anywhere.
     EXPECT_EQ(rolesOf({geometry, obscurance, shading, glass,
                   connected(pass("screen", "TextureToScreenRenderPass"), "Kvz_KvzTexture*_Texture",
                       "o.Kvz_KvzTexture*_Frame")}),
@@ -625,7 +625,7 @@ TEST(ChainValidationTest, obscuranceIsToldHowToReadItsImages)
     EXPECT_EQ(only({obscurance}).code, Code::MissingInput);
     EXPECT_EQ(only({unprojection}).code, Code::MissingInput);
 
-    // The depth is attached, so its samples are those of the result.
+    // The depth is attached, so it must have as many samples as the result.
     const ChainFinding unequal = only({with(geometry, samples, 4), obscurance});
     EXPECT_EQ(unequal.toString(),
         QStringLiteral("error: pass \"o\", Kvz_KvzTexture*_Depth: expected one sample per texel, as "
@@ -637,13 +637,13 @@ TEST(ChainValidationTest, obscuranceIsToldHowToReadItsImages)
     EXPECT_CLEAN({with(geometry, samples, 1), with(obscurance, samples, 0)});
     EXPECT_CLEAN({with(geometry, samples, 4), unprojection});
 
-    // Normals of several samples must be of world space.
+    // Multisampled normals must be in world space.
     const ChainFinding refused = only({with(geometry, samples, 4),
         withOption(with(obscurance, samples, 4), "normalProcessing", "NormalScreenSpace")});
     EXPECT_EQ(refused.code, Code::MultisampleMismatch);
     EXPECT_EQ(refused.port, QStringLiteral("Kvz_KvzTexture*_Normal"));
 
-    // A divider wants positions.
+    // A divider requires positions.
     EXPECT_EQ(only({geometry, with(obscurance, divider, 2)}).port, QString::fromUtf8(divider));
     EXPECT_CLEAN({geometry, with(obscurance, divider, 0.5)});
     EXPECT_CLEAN(
@@ -689,14 +689,14 @@ TEST(ChainValidationTest, theModesOfMorphologicalAntiAliasingWantTheirInputs)
     EXPECT_CLEAN({mover, one, fed(smooth(2))});
     EXPECT_CLEAN({mover, two, fed(smooth(3))});
 
-    // The frame's samples.
+    // The number of samples of the frame.
     EXPECT_EQ(only({one, smooth(1)}).toString(),
         QStringLiteral(
             "warning: pass \"a\", Kvz_KvzTexture*_Frame: expected a frame of several samples in modes 1 and 3, found "
             "one sample per texel: the averaged samples are black; draw the frame with "
             "MultisampleForwardRenderPass, or set Kvz_int_SmaaMode to 0 or 2"));
     EXPECT_EQ(only({mover, one, fed(smooth(3))}).port, QString::fromUtf8(frame));
-    // Velocity and jitter, also in the mode as constructed.
+    // Velocity and jitter, in the mode of a pass as constructed too.
     for (const ChainPass &temporal : {smooth(2), pass("a", "SMAARenderPass")}) {
         const QVector<ChainFinding> findings = check({one, temporal});
         ASSERT_EQ(findings.size(), 2) << qPrintable(lines(findings).join(QLatin1Char('\n')));
@@ -709,7 +709,7 @@ TEST(ChainValidationTest, theModesOfMorphologicalAntiAliasingWantTheirInputs)
     // The mode itself.
     EXPECT_EQ(only({one, smooth(4)}).port, QStringLiteral("Kvz_int_SmaaMode"));
     EXPECT_EQ(only({one, smooth(-1)}).port, QStringLiteral("Kvz_int_SmaaMode"));
-    // A temporal mode consumes jitter, the others do not.
+    // Temporal modes consume jitter; the others do not.
     EXPECT_EQ(only({pass("j", "Jitter"), one, smooth(0)}).code, Code::RoleOrder);
     EXPECT_CLEAN({pass("j", "Jitter"), mover, one, fed(smooth(2))});
     EXPECT_EQ(only({one, smooth(0), pass("shading", "Shader")}).code, Code::RoleOrder);
@@ -735,7 +735,7 @@ TEST(ChainValidationTest, theConfigurationThatNeverBuildsItsProgramsIsExplained)
     EXPECT_CLEAN({mover, source, smooth(0, 64, 64)});
     EXPECT_CLEAN({mover, source, connected(smooth(2, 64, 64), "Kvz_KvzTexture*_Predicate", "s.Kvz_KvzTexture*_Depth")});
 
-    // Also where the viewport is the frame's, as soon as that is known.
+    // The same where the viewport is that of the frame, once it is known.
     ChainDescription chain;
     ChainPass fromFrame = smooth(2, 64, 64);
     fromFrame.values.remove(FrameValues::viewport);

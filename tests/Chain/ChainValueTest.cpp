@@ -19,7 +19,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// What a chain file would hold for the JSON text.
+/// The value that a chain file with this JSON text would hold.
 QVariant fromFile(const char *json)
 {
     const QByteArray list = QByteArray("[") + json + "]";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The ready chains with surroundings, on real passes and the images that come with them.
+// The ready chains with environments, on real passes and with the images that come with them.
 #include "support/Cameras.h"
 #include "support/GLTest.h"
 #include "support/ImageFiles.h"
@@ -62,7 +62,7 @@ protected:
     {
         return renderOutputs(&chain, {{QString::fromUtf8(pass), QString::fromUtf8(port)}})[0];
     }
-    /// A square of each material before the camera at the origin that looks along -z: a glossy thing and its floor.
+    /// A square of each material in front of a camera at the origin that looks along -z: a glossy thing and its floor.
     void buildModel()
     {
         GPUModelBuilder builder;
@@ -88,7 +88,7 @@ protected:
 
 TEST_F(EnvironmentChainsTest, cubeMapAndPanoramaShowTheSameSky)
 {
-    // Both come of one function of the direction.
+    // Both images come from one function of the direction.
     double total = 0;
     double contrast = 0;
     for (const QVector3D &forward : {QVector3D(0.3f, 0.2f, -1), QVector3D(1, 0, 0.2f), QVector3D(-1, 0.1f, 0.3f),
@@ -186,7 +186,7 @@ TEST_F(EnvironmentChainsTest, theBackdropGoesBehindTheModelAndIntoItsFloor)
         for (int count : counts)
             EXPECT_GT(count, 100);
     }
-    // And the images are there: the rail near the top is darker than the wall below it.
+    // The images are there: the rail near the top is darker than the wall below it.
     EXPECT_LT(image.pixel(80, 112).z(), image.pixel(80, 100).z());
     EXPECT_GT(image.pixel(20, 80).x(), image.pixel(150, 80).x()) << "the light of the window is on the left";
 }

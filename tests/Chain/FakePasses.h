@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Pass classes made up for a test: their ports are data, their work is a function.
+// Pass classes made up for tests: their ports are data, their work is a function.
 #pragma once
 
 #include <Chain/PassInfo.h>
@@ -59,7 +59,7 @@ public:
     }
     int users(const char *name) const { return m_numOutputUsers[findOutput(QString::fromUtf8(name))]; }
 
-    /// Hands a new pooled texture on to the users of an output.
+    /// Hands a new pooled texture on to the users of an output and returns it.
     Texture *handOnNew(const char *name, int width, int height)
     {
         TextureManager *manager = TextureManager::Instance();

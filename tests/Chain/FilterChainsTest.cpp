@@ -93,7 +93,7 @@ TEST_F(FilterChainsTest, eachDrawsAPictureAndReusesItsTextures)
     }
 }
 
-// 59 passes, and yet each tile's result goes back to the pool before the next one takes its texture.
+// There are 59 passes, and yet each tile's result is back in the pool before the next one takes its texture.
 TEST_F(FilterChainsTest, theGalleryNeedsOneTextureForItsDestinationAndOneForAllResults)
 {
     TextureManager::Instance()->deleteUnusedTempTextures();
@@ -123,7 +123,7 @@ TEST_F(FilterChainsTest, theGlowAddsLightNearBrightPlacesAlone)
         const QVector4D color = over.pixel(x, y);
         return 0.2125 * double(color.x()) + 0.7154 * double(color.y()) + 0.0721 * double(color.z()) >= threshold;
     };
-    // Columns of bright pixels within reach, then rows of these.
+    // Columns with bright pixels within reach, then rows of those.
     const auto dilated = [&](const QVector<bool> &flags, int stepX, int stepY) {
         QVector<bool> result(flags.size());
         for (int y = 0; y < over.height; ++y) {
@@ -150,7 +150,7 @@ TEST_F(FilterChainsTest, theGlowAddsLightNearBrightPlacesAlone)
             for (int channel = 0; channel < 3; ++channel) {
                 ASSERT_GE(difference[channel], -0.002f) << x << ' ' << y;
                 if (!nearBright[y * over.width + x]) {
-                    // Nothing, but for the last bit of a half float, and for those too small to be normal numbers.
+                    // Nothing is added, but for the last bit of a half float or of a denormal one.
                     const double slack = std::max(double(over.pixel(x, y)[channel]) / 1024, std::ldexp(1.0, -14));
                     ASSERT_NEAR(difference[channel], 0, slack) << x << ' ' << y;
                 }
@@ -164,7 +164,7 @@ TEST_F(FilterChainsTest, theGlowAddsLightNearBrightPlacesAlone)
     EXPECT_GT(far, over.width * over.height / 10);
     EXPECT_LT(far, over.width * over.height * 9 / 10);
     EXPECT_GT(largest, 0.1);
-    // A blur moves light and makes none, but for what it spills over the edges of the picture.
+    // A blur moves light without adding any, but for what it spills over the edges of the picture.
     EXPECT_NEAR(added, amount * amount * light, 0.02 * added);
 }
 
@@ -193,7 +193,7 @@ TEST_F(FilterChainsTest, softFocusMixesThePictureWithItsBlurAndLowersTheContrast
         }
         return sum;
     };
-    // Half of each edge stays, half is spread out.
+    // Half of each edge stays and half is blurred.
     EXPECT_LT(steepness(mix), 0.8 * steepness(over));
     EXPECT_GT(steepness(mix), 0.5 * steepness(over));
 }
@@ -219,7 +219,7 @@ TEST_F(FilterChainsTest, eachTileOfTheGalleryShowsItsOperator)
                 const auto expected = reference(source.pixel(x, y + margin), destination.pixel(x, y + margin));
                 const QVector4D shown = sheet.pixel(left + x, bottom + y);
                 for (int channel = 0; channel < 3; ++channel) {
-                    // Half floats, then 8 bits.
+                    // Rounded to half floats, then to 8 bits.
                     ASSERT_NEAR(double(shown[channel]), qBound(0.0, double(expected[channel]), 1.0), 1.5 / 255)
                         << name << ' ' << x << ' ' << y << " channel " << channel;
                 }
@@ -242,7 +242,7 @@ TEST_F(FilterChainsTest, theExposureOfAFrameFollowsTheAverageOfTheOneBefore)
 {
     load(QStringLiteral("exposure"));
     const double key = 0.4;
-    double exposed = 0; // Average of the picture.
+    double exposed = 0; // The average of the picture.
     const auto expectExposed = [&](double exposure, Image *over) {
         const QVector<Image> images = chain->render({output("over"), output("expose")});
         *over = images[0];
@@ -271,7 +271,7 @@ TEST_F(FilterChainsTest, theExposureOfAFrameFollowsTheAverageOfTheOneBefore)
     expectExposed(key / dark, &over);
     EXPECT_NEAR(exposed, settled, 1e-6);
 
-    // Another scene: its first frame has the exposure of the old one, its second one its own.
+    // Another scene: the first frame has the exposure of the old one, the second its own.
     for (const char *port : {"Kvz_QColor_ColorTop", "Kvz_QColor_ColorBottom"})
         ASSERT_TRUE(
             chain->chain.setValue(QStringLiteral("background"), QString::fromUtf8(port), QColor(230, 230, 230)));
@@ -282,13 +282,13 @@ TEST_F(FilterChainsTest, theExposureOfAFrameFollowsTheAverageOfTheOneBefore)
     expectExposed(key / bright, &over);
     EXPECT_NEAR(exposed, key, 0.03);
 
-    // The key is the host's to set.
+    // The host can set the key.
     ASSERT_TRUE(chain->chain.setValue(QStringLiteral("expose"), QStringLiteral("u_Key"), 0.2f))
         << qPrintable(chain->chain.errorString());
     expectExposed(0.2 / bright, &over);
     EXPECT_NEAR(exposed, 0.2, 0.015);
 
-    // Without a measurement the last exposure stays.
+    // Without a measurement the last exposure is kept.
     ASSERT_TRUE(chain->chain.setEnabled(QStringLiteral("average"), false)) << qPrintable(chain->chain.errorString());
     ASSERT_TRUE(
         chain->chain.setValue(QStringLiteral("background"), QStringLiteral("Kvz_QColor_ColorTop"), QColor(0, 0, 0)));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The ready chain of a whole frame: each stage's part in the picture, and that many frames settle.
+// The ready chain of a whole frame: the part of each stage in the picture, and that frames settle.
 #include "support/GLTest.h"
 #include "support/Meshes.h"
 #include "support/ModelChain.h"
@@ -27,7 +27,7 @@ const QSize small(80, 60); // For many frames.
 const QString full = QStringLiteral("full-basic");
 const QString projection = QStringLiteral("Kvz_QMatrix4x4_ProjectionMatrix");
 
-/// The passes that draw by the jittered projection or read what was drawn so.
+/// The passes that draw with the jittered projection or read images drawn with it.
 const char *const jitteredPasses[] = {
     "culling", "geometry", "mask", "positions", "obscurance", "sky", "lists", "layers"};
 
@@ -52,7 +52,7 @@ CameraView view()
     return view;
 }
 
-/// As meanError(), by the root of the mean of squares, in which edges count more than the rounding to 8 bits.
+/// Like meanError(), but the root of the mean square, in which edges count more than the rounding to 8 bits.
 double rootMeanSquare(const Image &a, const Image &b)
 {
     double sum = 0;
@@ -63,7 +63,7 @@ double rootMeanSquare(const Image &a, const Image &b)
     return 255 * std::sqrt(sum / (3.0 * a.width * a.height));
 }
 
-/// A box on a floor, a pane of glass, and a thing behind the pane.
+/// A box on a floor, a pane of glass, and something behind the pane.
 class FullChainTest : public GLTest
 {
 protected:
@@ -95,7 +95,7 @@ protected:
         model = builder.build();
     }
 
-    /// The chain with maps of a quarter of the side, which software draws faster.
+    /// Sets maps of a quarter of the side length, which software draws faster.
     static void makeFast(RenderChain *chain)
     {
         EXPECT_TRUE(chain->setValue(
@@ -109,7 +109,7 @@ protected:
         return chain;
     }
 
-    /// The passes of the transparent items. Their lists are cleared whole in each frame, which takes software the longest.
+    /// Switches the passes of the transparent items. Clearing their lists in each frame takes software the longest.
     static void setTransparencyEnabled(RenderChain *chain, bool enabled)
     {
         for (const char *const pass : {"lists", "visible", "sorted", "layers", "through", "composed"})
@@ -134,7 +134,8 @@ TEST_F(FullChainTest, jittersWhatIsDrawnAndNothingElse)
         EXPECT_EQ(source.kind, Kind::Output) << pass;
         EXPECT_EQ(source.pass, QStringLiteral("jitter")) << pass;
     }
-    // Maps that followed the jitter would give flickering shadows; a mean that looked at the jitter would start again in each frame.
+    // Maps that followed the jitter would make shadows flicker, and a mean that saw the jitter would start over in each
+    // frame.
     for (const char *const pass : {"jitter", "maps", "accumulate"})
         EXPECT_EQ(chain->chain.inputSource(QString::fromUtf8(pass), projection).kind, Kind::FrameValue) << pass;
     const ChainDescription description = chain->chain.description();
@@ -147,8 +148,8 @@ TEST_F(FullChainTest, jittersWhatIsDrawnAndNothingElse)
 TEST_F(FullChainTest, eachStageDoesItsPart)
 {
     const auto chain = makeChain();
-    // The frames without jitter after the first one, in which the normals do not have the filters yet that the blur of the
-    // obscurance gives them.
+    // A frame without jitter after the first one, in which the normals do not yet have the filters that the blur of the
+    // obscurance sets.
     chain->render();
     enum { Shading, Depth, Mask, Shadowed, Obscurance, Sky, Layers, Composed, Smooth, Accumulated };
     const QVector<Image> images = chain->render(
@@ -157,7 +158,7 @@ TEST_F(FullChainTest, eachStageDoesItsPart)
             output("composed"), output("smooth"), output("accumulate")});
     const Image picture = chain->picture();
     saveForViewing(picture, QStringLiteral("chain-full"));
-    // The sky is drawn into the image of the pass before.
+    // The sky is drawn into the image of the pass before it.
     ASSERT_TRUE(chain->chain.setEnabled(QStringLiteral("sky"), false));
     const Image applied = chain->render({output("apply")})[0];
 
@@ -186,7 +187,7 @@ TEST_F(FullChainTest, eachStageDoesItsPart)
             const bool isOpaque = *images[Depth].at(x, y) < 1;
             ASSERT_EQ(shading.w(), isOpaque ? 1 : 0) << "nothing that is transparent is in the opaque frame";
             for (int k = 0; k < 3; ++k) {
-                // Each image has 8 bits or more.
+                // Each image has at least 8 bits.
                 const float mask = images[Mask].pixel(x, y)[k];
                 ASSERT_NEAR(images[Shadowed].pixel(x, y)[k], shading[k] * mask, 0.005);
                 ASSERT_NEAR(
@@ -226,7 +227,7 @@ TEST_F(FullChainTest, eachStageDoesItsPart)
     }
     std::printf("mask %.3f in the sun, %.3f in its shadow; sky off by %.5f; %d pixels with layers, %d at edges\n",
         inSun / sunny, inShadow / shadowed, skyError / skyPixels, layered, changedByEdges);
-    // The other light is weaker than the sun, and has shadows of its own in the sun.
+    // The other light is weaker than the sun and has shadows of its own in the sunlit part.
     ASSERT_GT(sunny, 1000);
     ASSERT_GT(shadowed, 80);
     EXPECT_GT(inSun / sunny, 0.9);
@@ -282,7 +283,7 @@ TEST_F(FullChainTest, framesOfAStillViewSettleOnTheirMean)
         EXPECT_TRUE(chain->chain.setValue(QStringLiteral("maps"), QStringLiteral("Kvz_bool_Dirty"), false));
         return chain;
     };
-    // The truth: 8 by 8 places in each pixel, by projections that are set instead of the jitter's.
+    // The reference: 8 by 8 positions in each pixel, by projections that are set instead of jittered ones.
     Image truth(small.width(), small.height());
     {
         const auto chain = makeStill();
@@ -337,7 +338,7 @@ TEST_F(FullChainTest, aChangeOfTheViewStartsOver)
     const auto fresh = makeChain();
     fresh->look(other);
     fresh->render();
-    fresh->render(); // Takes the place of the first one.
+    fresh->render(); // Replaces the first frame.
     EXPECT_EQ(maximumDifference(chain->picture(), fresh->picture()), 0);
     EXPECT_GT(meanError(chain->picture(), before), 5);
 }
@@ -368,7 +369,7 @@ TEST_F(FullChainTest, keepsNothingOverManyFramesWithPassesOffAndOn)
         if (frame > 10) {
             ASSERT_EQ(totals().references, before.references) << frame;
         }
-        // The picture stays whole: no pass that is off leaves a black one.
+        // The picture stays complete: a disabled pass never leaves it black.
         const Image picture = chain->picture();
         ASSERT_GT(picture.pixel(small.width() / 2, small.height() - 2).z(), 0.3f) << "sky, frame " << frame;
         ASSERT_GT(picture.pixel(small.width() / 2, 10).x(), 0.1f) << "floor, frame " << frame;

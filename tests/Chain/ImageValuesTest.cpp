@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Image files that values of a chain name: where they are looked for and what validation says of them. No test here has an
-// OpenGL context.
+// Image files named by values of a chain: where they are looked for and what validation says about them. No test here
+// has an OpenGL context.
 #include "support/ImageFiles.h"
 
 #include <Chain/ChainLibrary.h>
@@ -39,7 +39,7 @@ QStringList linesOf(const ChainDescription &chain)
     return lines;
 }
 
-/// What is said of the only pass of a chain, without what all lines begin with.
+/// The finding on the only pass of a chain, without the part that all lines begin with.
 QString findingOf(const ChainDescription &chain, const QString &port)
 {
     const QStringList lines = linesOf(chain);
@@ -211,7 +211,7 @@ TEST_F(ImageValuesTest, aChainInAnotherFolderFindsItsImages)
     EXPECT_EQ(chain.passes[0].values[texturePath], QVariant(QStringLiteral("pictures/a.png")));
     EXPECT_EQ(linesOf(chain), QStringList());
 
-    // Out of the resources there is no relative way.
+    // No relative path leads to a resource.
     ASSERT_TRUE(loadChain(QStringLiteral("skybox-panorama"), &chain, &error)) << qPrintable(error);
     chain = movedToFolder(chain, folder.path(QString()));
     EXPECT_EQ(chain.passes[0].values[texturePath], QVariant(QStringLiteral(":/Media/Environments/sky.png")));

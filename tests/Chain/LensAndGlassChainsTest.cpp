@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The ready chains of depth of field and of weighted blending, on scenes.
+// The ready chains of depth of field and of weighted blending, on small scenes.
 #include "support/GLTest.h"
 #include "support/ModelChain.h"
 
@@ -80,7 +80,8 @@ TEST_F(LensAndGlassChainsTest, theLensIsSharpWhereItFocuses)
             for (int y = 0; y < size.height(); ++y) {
                 for (int x = 0; x < size.width(); ++x) {
                     const float change = largestDifference(images[0].pixel(x, y), images[2].pixel(x, y));
-                    // The blur is 8.3 / 2 of the difference in window depth: under 0.05 of it all is a copy.
+                    // The blur is 8.3 / 2 times the difference in window depth, and where it is below 0.05 the pixel is
+                    // copied.
                     if (std::abs(*images[1].at(x, y) - focused) < 0.01f) {
                         ++sharp;
                         sharpChange = std::max(sharpChange, double(change));
@@ -96,7 +97,7 @@ TEST_F(LensAndGlassChainsTest, theLensIsSharpWhereItFocuses)
             }
             before = images;
 
-            // The same distance by number.
+            // The same distance given as a number.
             ASSERT_TRUE(lens.chain.setValue(pass, QStringLiteral("Kvz_bool_AutoFocus"), false));
             ASSERT_TRUE(
                 lens.chain.setValue(pass, QStringLiteral("Kvz_float_FocalDepth"), 10 / (100 - 99.9f * focused)));
@@ -120,7 +121,7 @@ TEST_F(LensAndGlassChainsTest, weightedBlendingLiesOverTheGradient)
     addSquare(&builder, {1, 0, 0}, {0.6f, 0.1f, 0.2f}, 0.7f); // over opaque
     addSquare(&builder, {1, 0, -0.4f}, {5, 5, 5}, 0.5f); // hidden
     ModelChain blending(QStringLiteral("transparency-weighted-basic"), builder.build(), size);
-    // Planes that lie well off: in the nearest tenth of the depths the clamp of the divisor shows.
+    // Planes far from the items: in the nearest tenth of the depth range the clamp of the divisor would show.
     QMatrix4x4 camera;
     camera.translate(0, 0, -4);
     QMatrix4x4 projection;
@@ -158,7 +159,7 @@ TEST_F(LensAndGlassChainsTest, weightedBlendingLiesOverTheGradient)
 
 TEST_F(LensAndGlassChainsTest, thePremultiplyOptionMultipliesColoursOfTheModelAtHand)
 {
-    // The stack of the glass scene: 60 layers, each with its whole light.
+    // The stack in the glass scene: 60 layers, each with its full light.
     const auto whitePixels = [](const Image &image) {
         int count = 0;
         for (int y = 0; y < image.height; ++y) {
@@ -188,7 +189,8 @@ TEST_F(LensAndGlassChainsTest, thePremultiplyOptionMultipliesColoursOfTheModelAt
     saveForViewing(straight, QStringLiteral("glass-straight"));
     EXPECT_GT(whitePixels(straight), 1000);
 
-    // The same materials, multiplied in the scene, without the option: the same picture, images and highlights too.
+    // The same materials, premultiplied in the scene, without the option: the same picture, images and highlights
+    // included.
     for (MaterialData &material : scene.materials) {
         material.kd *= material.d;
         material.ks *= material.d;
@@ -198,7 +200,7 @@ TEST_F(LensAndGlassChainsTest, thePremultiplyOptionMultipliesColoursOfTheModelAt
     blending.render();
     EXPECT_LE(maximumDifference(blending.picture(), premultiplied), 1.01 / 255);
 
-    // With the option again another model has its own rows, and the first one is as it was.
+    // With the option on again, another model has rows of its own, and the first one is unchanged.
     ASSERT_TRUE(blending.chain.setOption(pass, QStringLiteral("premultiply"), true));
     blending.render();
     EXPECT_GT(maximumDifference(blending.picture(), premultiplied), 0.05) << "multiplied twice";

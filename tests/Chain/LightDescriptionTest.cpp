@@ -83,7 +83,7 @@ TEST(LightDescriptionTest, whatIsWrongIsReportedInOneLine)
     EXPECT_EQ(errorOf("spot:rang=3"), QStringLiteral("\"rang=3\": unknown; did you mean \"range\"?"));
     EXPECT_EQ(errorOf("spot:position=1,2,3:target=1,2,3"),
         QStringLiteral("\"spot:position=1,2,3:target=1,2,3\": position and target are the same point"));
-    // Parts of other types.
+    // Parts that belong to other types of light.
     EXPECT_EQ(errorOf("point:cone=30"), QStringLiteral("\"cone=30\": only spot lights have a cone"));
     EXPECT_EQ(errorOf("directional:range=3"), QStringLiteral("\"range=3\": only spot and point lights have a range"));
     EXPECT_EQ(errorOf("spot:cascades=3"), QStringLiteral("\"cascades=3\": only directional lights have cascades"));
@@ -129,7 +129,7 @@ TEST(LightDescriptionTest, lightsStandAroundTheScene)
     read("spot:0,0,2:cone=30").place(box, &light);
     EXPECT_EQ(light.type, Light::Spot);
     EXPECT_EQ(light.coneAngle, 30);
-    EXPECT_TRUE(isNear(light.position, {1, 2, 9})); // Two radii towards +Z.
+    EXPECT_TRUE(isNear(light.position, {1, 2, 9})); // Two radii along +Z.
     EXPECT_TRUE(isNear(light.direction.normalized(), {0, 0, -1}));
     EXPECT_NEAR(light.range, 2 * (6 + 3), 1e-4);
     read("point:90,0,1").place(box, &light);
@@ -145,7 +145,7 @@ TEST(LightDescriptionTest, lightsStandAroundTheScene)
     EXPECT_EQ(light.range, 5);
     read("directional:0,0,1:target=0,0,0").place(box, &light);
     EXPECT_TRUE(isNear(light.direction.normalized(), {0, 0, -1}));
-    // A scene without extent counts as one unit across.
+    // A scene without extent counts as one unit wide.
     read("spot:0,0,2").place({{1, 1, 1}, {1, 1, 1}}, &light);
     EXPECT_TRUE(isNear(light.position, {1, 1, 2}));
     EXPECT_GT(light.range, 0);

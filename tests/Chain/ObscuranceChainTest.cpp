@@ -82,7 +82,7 @@ TEST_F(ObscuranceChainTest, darkensTheShadingByTheBlurredObscurance)
         }
         EXPECT_GT(dark, 200);
         EXPECT_GT(open, 2000);
-        // A blur moves the darkness, and makes or takes little of it.
+        // A blur moves the darkness and hardly changes its amount.
         EXPECT_NEAR(1 - redMean(images[1]), 1 - redMean(images[0]), 0.15 * (1 - redMean(images[0])));
     }
 }
@@ -106,12 +106,12 @@ TEST_F(ObscuranceChainTest, looksAlikeAtAnyScale)
         SCOPED_TRACE(extent);
         EXPECT_LT(meanError(obscuranceAt(extent), expected), 0.5);
     }
-    // A radius in units would not.
+    // A fixed radius does not.
     setValue("obscurance", "Kvz_float_SAORadius", 0.3f);
     EXPECT_GT(meanError(chain->render({output("obscurance")})[0], expected), 2);
 }
 
-// The two draws of the blur, each against the Gaussian over the taps near the surface's plane.
+// Both draws of the blur, each against a Gaussian over the taps near the plane of the surface.
 TEST_F(ObscuranceChainTest, blursOnlyWithinASurface)
 {
     load(stillLife);
@@ -121,7 +121,7 @@ TEST_F(ObscuranceChainTest, blursOnlyWithinASurface)
     const Image &normals = images[4];
     const double gauss[] = {0.153170, 0.144893, 0.122649, 0.092902, 0.062970};
     const auto compare = [&](const Image &from, const Image &to, const QPoint &step) {
-        int cut = 0; // Pixels that leave taps out.
+        int cut = 0; // Pixels that skip taps.
         for (int y = 0; y < size.height(); ++y) {
             for (int x = 0; x < size.width(); ++x) {
                 const auto texel = [&](const Image &image, int i) {
@@ -146,7 +146,7 @@ TEST_F(ObscuranceChainTest, blursOnlyWithinASurface)
                     weights += gauss[std::abs(i)] * near;
                     all += gauss[std::abs(i)];
                 }
-                // 8 bits, and heights in single precision.
+                // Rounding to 8 bits, and heights in single precision.
                 ASSERT_NEAR(double(to.pixel(x, y).x()), sum / weights, 1.0 / 255) << x << ' ' << y;
                 cut += weights < 0.7 * all ? 1 : 0;
             }
@@ -171,7 +171,7 @@ TEST_F(ObscuranceChainTest, turnedOffItIsThePictureWithoutIt)
     EXPECT_LE(maximumDifference(plain, chain->picture()), 1.01 / 255);
     setValue("apply", "u_Strength", 1.0f);
 
-    // The bias that turns the pass off, and no pass at all: nobody takes the missing image for black.
+    // With the bias that turns the pass off, or without the pass, the missing image must not count as black.
     setValue("obscurance", "Kvz_float_SAOBias", 0.0f);
     chain->render({});
     EXPECT_LE(maximumDifference(plain, chain->picture()), 1.01 / 255);
@@ -204,7 +204,7 @@ TEST_F(ObscuranceChainTest, reusesItsTextures)
 {
     load(stillLife);
     const int references = TextureManager::Instance()->poolStatistics().references;
-    // What the device and the pool keep for both, with and without obscurance.
+    // Creates what the device and the pool keep, with and without obscurance.
     for (float bias : {0.01f, 0.0f, 0.01f}) {
         setValue("obscurance", "Kvz_float_SAOBias", bias);
         chain->render({});

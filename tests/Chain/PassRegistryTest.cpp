@@ -21,7 +21,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Options with which a class can be made: the required ones get their first choice.
+/// The fewest options that a class can be constructed with: required ones get their first choice.
 QVariantMap leastOptions(const PassInfo &info)
 {
     QVariantMap options;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a chain does about programs that the driver refuses.
+// How a chain reports programs that the driver refuses.
 #include "RenderChainFixture.h"
 #include "support/ChangedShaders.h"
 #include "support/ModelChain.h"
@@ -23,7 +23,7 @@ void build(ShaderProgram *program, const char *fragmentSource)
 const char good[] = "#version 150\nout vec4 o_Color;\nvoid main() { o_Color = vec4(1); }\n";
 const char bad[] = "#version 150\nout vec4 o_Color;\nvoid main() { o_Color = undeclaredWord; }\n";
 
-/// A class of passes that build a program in their first frame and use it in each.
+/// A class of passes that build a program in their first frame and use it in every frame.
 PassInfo painter(const char *name, const char *fragmentSource)
 {
     PassInfo info = fakeClass(name, {}, {});
@@ -51,11 +51,11 @@ class ProgramRefusalTest : public RenderChainFixture
 protected:
     void TearDown() override
     {
-        log.takeCategory(text("kvz.gl")); // What the driver says of the sources, apart from the chain.
+        log.takeCategory(text("kvz.gl")); // The driver's own messages about the sources.
         RenderChainFixture::TearDown();
     }
 
-    /// Expects a frame to fail for a program of a pass, with the driver's word.
+    /// Expects a frame to fail because of a pass's program, with this word of the driver's.
     void expectRefused(const char *pass, const char *word)
     {
         EXPECT_FALSE(chain->renderFrame());

@@ -23,7 +23,7 @@ const int width = 320;
 const int height = 240;
 const char frame[] = "Kvz_KvzTexture*_Frame";
 
-/// A square in the plane of z, turned to the camera.
+/// A square at this z, facing the camera.
 int addSquare(GPUModelBuilder *builder, const QVector2D &centre, float half, const MaterialData &material)
 {
     MeshData mesh;
@@ -63,13 +63,13 @@ protected:
         chain.setCamera(camera, projection);
     }
 
-    /// The output of a pass as floats, before anything else draws into it.
+    /// The output of a pass as floats, before another pass draws into it.
     Image output(const char *pass, const char *port)
     {
         return renderOutputs(&chain, {{QString::fromUtf8(pass), QString::fromUtf8(port)}})[0];
     }
 
-    /// The pixel that a point in world space falls on.
+    /// The pixel that shows a point in world space.
     QPoint pixelOf(const QVector3D &point) const
     {
         const QVector3D device = (projection * camera).map(point);
@@ -166,7 +166,8 @@ TEST_F(ReadyChainsTest, thePrimitivesChainShowsQuadsAndCubes)
         const QPoint pixel = pixelOf(point);
         return int(*ids.at(pixel.x(), pixel.y()));
     };
-    // Triangles are numbered from 1: two of the quad, then twelve of each cube. The cubes' front faces are the second ones.
+    // Triangles are numbered from 1: two of the quad, then twelve of each cube. Front faces are the second ones of a
+    // cube.
     const int quad = idAt({0.9f, 0.7f, -0.5f});
     EXPECT_TRUE(quad == 1 || quad == 2) << quad;
     const int first = idAt({-0.8f, -0.5f, 0.5f});
@@ -248,7 +249,8 @@ TEST_F(ReadyChainsTest, theWireframeChainOutlinesTheTrianglesOfTheShadedModel)
     EXPECT_EQ(int(*ids.at(below.x(), below.y())), 1);
     EXPECT_EQ(int(*ids.at(above.x(), above.y())), 2);
 
-    // Within the triangles and beside the model the frame stays as it was; on their edges the wire colour darkens it.
+    // Inside the triangles and beside the model the frame is unchanged; on their edges it is mixed with the wire
+    // colour.
     for (const QPoint &plain : {below, above, QPoint(10, 10), QPoint(width - 10, height / 2)}) {
         EXPECT_EQ(wires.pixel(plain.x(), plain.y()), QVector4D()) << plain.x() << ' ' << plain.y();
         EXPECT_NEAR(screen.pixel(plain.x(), plain.y()).y(), over.pixel(plain.x(), plain.y()).y(), 0.003);
@@ -292,7 +294,7 @@ TEST_F(ReadyChainsTest, theToonChainFlattensTonesAndInksEdges)
     }
     EXPECT_NEAR(toon.pixel(5, height / 2).x(), background.pixel(5, height / 2).x(), 0.003);
 
-    // Its uniforms are inputs.
+    // Its uniforms are inputs of the pass.
     ASSERT_TRUE(chain.setValue("toon", "u_Tones", 1)) << qPrintable(chain.errorString());
     const Image bright = output("over", frame);
     EXPECT_GT(bright.pixel(middle.x(), middle.y()).y(), 1.5f * flat.y());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a chain does about values that cost, and how it measures times.
+// How a chain handles values that are expensive to change, and how it measures times.
 #include "RenderChainFixture.h"
 
 #include <chrono>
@@ -28,7 +28,7 @@ TEST_F(RenderChainCostTest, aPassThatBuildsForEachValueIsKeptForTheLastFewOfAGri
         [&](FakePass &pass) { passedOn.append(pass.input(amount)); }));
     setChain({described("b", "Blur"), described("a", "After")});
 
-    for (int i = 0; i < 100; ++i) { // A slider is dragged.
+    for (int i = 0; i < 100; ++i) { // As when a slider is dragged.
         chain->setValue(text("b"), text("Kvz_float_BlurRadius"), 1 + 0.05 * i);
         render();
         EXPECT_LE(chain->passObjectCount(), 5);
@@ -45,7 +45,7 @@ TEST_F(RenderChainCostTest, aPassThatBuildsForEachValueIsKeptForTheLastFewOfAGri
     EXPECT_EQ(calls.count(text("construct")) - calls.count(text("destroy")), 4);
     EXPECT_EQ(calls.count(text("teardown")), calls.count(text("destroy")));
 
-    // Going back by one step finds the object of before.
+    // Going back one step finds the previous object.
     const FakePass *recent = runs.last().first;
     calls.clear();
     for (double value : {5.5, 6.0, 5.5, 6.0}) {
@@ -104,7 +104,7 @@ TEST_F(RenderChainCostTest, passesAreTimed)
     EXPECT_GE(timings[0].cpuMean, 3.0);
     EXPECT_LT(timings[1].cpuMean, timings[0].cpuMean);
     if (epoxy_gl_version() >= 33) {
-        // A frame is left out when the driver is behind, never waited for.
+        // When the driver is behind, a frame is left out rather than waited for.
         EXPECT_GE(timings[1].gpuFrames, 4);
         EXPECT_LE(timings[1].gpuFrames, 10);
         EXPECT_GT(timings[1].gpuMean, 0.0);

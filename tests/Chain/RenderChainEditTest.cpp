@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Changes to a running chain: which are refused, and which have the chain resolved again. No test here has an OpenGL context.
+// Changes to a running chain: which of them are refused, and which resolve the chain again. No test here has an OpenGL
+// context.
 #include "FakePasses.h"
 #include "ResolutionCounter.h"
 
@@ -21,7 +22,8 @@ const QString amount = QStringLiteral("Kvz_float_Amount");
 const QString samples = QStringLiteral("Kvz_int_NumberMultisamples");
 const QString pass = QStringLiteral("Consumer");
 
-/// An input that decides on nothing, one that a rule reads, one that a trait depends on, and one that must not be null.
+/// A class with an input that nothing depends on, one that a rule reads, one that a trait depends on, and one that must
+/// not be null.
 PassInfo consumer()
 {
     InputInfo needed = fakeInput("Kvz_QSize_Needed", ValueType::Size);
@@ -66,14 +68,14 @@ protected:
         resolutions.take();
     }
 
-    /// Sets a value. How often the chain was resolved for it.
+    /// Sets a value and returns how often the chain was resolved for it.
     int cost(const QString &port, const QVariant &value)
     {
         EXPECT_TRUE(chain.setValue(pass, port, value)) << qPrintable(chain.errorString());
         return resolutions.take();
     }
 
-    /// Expects a change to be refused with a hint, and to change nothing.
+    /// Expects a change to be refused with this hint and to have no effect.
     template <typename Change> void expectRefused(const Change &change, const char *hint)
     {
         const ChainDescription before = chain.description();
@@ -154,7 +156,7 @@ TEST_F(RenderChainEditTest, aValueThatCausesAnErrorIsRefused)
     expectRefused([&] { return chain.setValue(pass, FrameValues::viewport, QRect(0, 0, 0, 4)); },
         "a width and height of 1 or more");
 
-    // Without its reader the image may have as many samples as it likes; but then the reader cannot come back.
+    // Without its reader the image may have any number of samples; but then the reader cannot be enabled again.
     EXPECT_TRUE(chain.setEnabled(QStringLiteral("Reader"), false));
     EXPECT_TRUE(chain.setValue(source, samples, 4)) << qPrintable(chain.errorString());
     expectRefused([&] { return chain.setEnabled(QStringLiteral("Reader"), true); }, "4 samples");

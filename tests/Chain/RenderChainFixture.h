@@ -35,14 +35,14 @@ inline TextureManager::PoolStatistics pool()
     return TextureManager::Instance()->poolStatistics();
 }
 
-/// A chain of made-up passes, with the textures of the pool counted.
+/// A chain of made-up passes, with a count of the pool's references.
 class RenderChainFixture : public GLTest
 {
 protected:
     void SetUp() override
     {
         GLTest::SetUp();
-        context(); // The tests below make no pass before this.
+        context(); // Before any pass is constructed.
         TextureManager::Instance()->deleteUnusedTempTextures();
         referencesBefore = pool().references;
     }
@@ -72,7 +72,7 @@ protected:
             });
     }
 
-    /// A pass that takes a frame and keeps its reference, as many do.
+    /// A pass that takes a frame and keeps its reference, as many passes do.
     PassInfo hoarder(const char *name)
     {
         return fakeClass(name, {fakeImageInput(frame, TextureKind::Colour)}, {},
@@ -108,7 +108,7 @@ protected:
         return [this](const QString &call, FakePass &) { calls.append(call); };
     }
 
-    /// The warnings in the log, without the places in the code in front.
+    /// The warnings in the log, without the source locations in front of them.
     QStringList takeWarnings()
     {
         QStringList texts;

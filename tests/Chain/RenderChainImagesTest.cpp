@@ -77,7 +77,7 @@ TEST_F(RenderChainImagesTest, skippedConsumersGiveTheirTexturesBackToo)
     needed.required = true;
     registry.add(producer("Source"));
     registry.add(fakeClass("Silent", {}, {fakeImageOutput("Kvz_KvzTexture*_Mask", TextureKind::Colour)}));
-    // FakePass::skip() releases nothing, like the base class's.
+    // FakePass::skip() releases nothing, like that of the base class.
     registry.add(fakeClass("A", {fakeImageInput(frame, TextureKind::Colour), needed}, {}));
     setChain({described("s", "Source"), described("q", "Silent"), described("a", "A")});
     render(3);

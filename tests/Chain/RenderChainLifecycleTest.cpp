@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// When a chain makes its passes and lets them go: contexts, exchanged chains, long runs.
+// When a chain constructs its passes and deletes them: contexts, replaced chains, long runs.
 #include "RenderChainFixture.h"
 
 #include <GL/GLStatistics.h>
@@ -109,7 +109,7 @@ TEST_F(RenderChainLifecycleTest, anotherContextGetsPassesOfItsOwn)
         EXPECT_EQ(calls.count(text("destroy")), 1);
         calls.removeAll(text("beginFrame"));
     }
-    // The end of that context reached the chain while it was current.
+    // The chain was told of the context's end while the context was current.
     EXPECT_EQ(
         calls.mid(calls.size() - 3), (QStringList{text("teardown"), text("teardownContextData"), text("destroy")}));
     EXPECT_EQ(chain->passObjectCount(), 0);
@@ -128,7 +128,7 @@ TEST_F(RenderChainLifecycleTest, withoutAContextThereIsNoFrame)
     EXPECT_EQ(chain->errorString(), text("no current OpenGL context"));
     context().makeCurrent();
     render();
-    // A chain may also outlive the context being current.
+    // A chain may also be deleted when no context is current.
     context().doneCurrent();
     chain.reset();
     context().makeCurrent();
@@ -137,7 +137,7 @@ TEST_F(RenderChainLifecycleTest, withoutAContextThereIsNoFrame)
 TEST_F(RenderChainLifecycleTest, aPassWhosePortsDifferFromItsEntryIsRefused)
 {
     PassInfo info = fakeClass("A", {}, {});
-    info.inputs.append(fakeInput(amount, ValueType::Float)); // Not in the pass that create() makes.
+    info.inputs.append(fakeInput(amount, ValueType::Float)); // The pass made by create() lacks it.
     registry.add(info);
     setChain({described("a", "A")});
     EXPECT_FALSE(chain->renderFrame());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Contexts of Qt need a window system: ctest runs this program under a virtual X server.
+// Qt's contexts need a window system: ctest runs this program under a virtual X server.
 #include "FakePasses.h"
 
 #include <Chain/RenderChain.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The GL state that passes of a chain find and that their host gets back.
+// The GL state that the passes of a chain find, and the state that their host gets back.
 #include "RenderChainFixture.h"
 #include "support/GLCallRecorder.h"
 
@@ -72,7 +72,7 @@ TEST_F(RenderChainStateTest, everyPassFindsTheBaseline)
     ASSERT_EQ(found.size(), 4);
     for (const QStringList &wrong : found)
         EXPECT_EQ(wrong, QStringList());
-    // What the last pass left behind is not what the host finds.
+    // The host does not find the state of the last pass.
     EXPECT_FALSE(glIsEnabled(GL_BLEND));
     EXPECT_EQ(glInteger(GL_POLYGON_MODE), GL_FILL);
     EXPECT_EQ(glInteger(GL_BLEND_EQUATION_ALPHA), GL_FUNC_ADD);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a chain refuses, what its passes get, and what it says of them.
+// What a chain refuses, what its passes get, and what it reports about them.
 #include "RenderChainFixture.h"
 #include "support/GLCallRecorder.h"
 
@@ -38,7 +38,7 @@ TEST_F(RenderChainTest, aBadViewportOfAPassIsRefused)
     EXPECT_EQ(chain->errorString(),
         text("pass \"b\": viewport of %1 by 3 pixels: each side must be from 1 to %2").arg(limit + 1).arg(limit));
     EXPECT_EQ(calls, QStringList()) << "nothing is rendered";
-    EXPECT_TRUE(chain->setEnabled(text("b"), false)); // It draws nothing then.
+    EXPECT_TRUE(chain->setEnabled(text("b"), false)); // A disabled pass draws nothing.
     render();
 
     for (const QRect &bad : {QRect(0, 0, 0, 4), QRect(0, 0, 4, -1), QRect(0, 0, 0, 0)})

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Which input takes what, without an OpenGL context.
+// Which source each input takes, without an OpenGL context.
 #include "FakePasses.h"
 #include "support/GLTest.h"
 
@@ -45,7 +45,7 @@ PassRegistry classes()
 class RenderChainWiringTest : public ::testing::Test
 {
 protected:
-    /// Passes named after their classes, with a number for each further one: "Colour", "Colour2", ….
+    /// Passes named after their classes, with a number from the second of a class on: "Colour", "Colour2", ….
     void setPasses(const QStringList &classNames)
     {
         ChainDescription description;

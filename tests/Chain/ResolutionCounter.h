@@ -7,14 +7,14 @@
 
 namespace Velmora::Kvz {
 
-/// Counts how often chains are resolved while it lives, by the lines that each leaves in the log.
+/// Counts how often chains are resolved while it lives, by their lines in the log.
 class ResolutionCounter
 {
 public:
     ResolutionCounter() { QLoggingCategory::setFilterRules(QStringLiteral("kvz.chain.debug=true")); }
     ~ResolutionCounter() { QLoggingCategory::setFilterRules(QString()); }
 
-    /// Those since the last call.
+    /// The number since the last call.
     int take() { return m_log.takeCategory(QStringLiteral("kvz.chain")).size(); }
 
 private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Chains with shaders of their own: made, refused and read again on a driver.
+// Chains with shaders of their own: built, refused and reloaded on a driver.
 #include "support/GLTest.h"
 #include "support/TemporaryFolder.h"
 
@@ -15,7 +15,7 @@ namespace {
 
 const QString frame = QStringLiteral("Kvz_KvzTexture*_Frame");
 
-/// A fragment stage that writes an expression.
+/// A fragment shader that writes an expression.
 QByteArray fragment(const QByteArray &expression)
 {
     return "#version 150\nuniform vec4 u_Tint;\nuniform sampler2D u_Sky;\nin vec2 vo_TexCoord;\nout vec4 o_Frame;\n\n"
@@ -56,7 +56,7 @@ protected:
         chain.setViewport(QRect(0, 0, 8, 4));
     }
 
-    /// Expects the next frame to be refused, and gives the reason. The driver's own messages leave the log.
+    /// Expects the next frame to be refused and returns the reason. The driver's own messages are removed from the log.
     QString refusal()
     {
         EXPECT_FALSE(chain.renderFrame());
@@ -64,7 +64,7 @@ protected:
         return chain.errorString();
     }
 
-    /// The colour that the filter gives everywhere.
+    /// The colour that the filter writes to every pixel.
     QVector4D rendered()
     {
         EXPECT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
@@ -90,7 +90,7 @@ TEST_F(ShaderChainTest, aFileShadesWithItsInputsAndUniforms)
     EXPECT_EQ(rendered(), QVector4D(1, 0, 1, 1));
     ASSERT_TRUE(chain.setValue("filter", "u_Tint", QColor(0, 255, 0)));
     EXPECT_EQ(rendered(), QVector4D(0, 1, 1, 1));
-    // Back to the default that the chain gives.
+    // Back to the default that the chain file gives.
     ASSERT_TRUE(chain.clearValue("filter", "u_Tint"));
     EXPECT_EQ(rendered(), QVector4D(1, 0, 1, 1));
 }
@@ -110,7 +110,7 @@ TEST_F(ShaderChainTest, clearAndBlendReachThePass)
     EXPECT_EQ(rendered(), QVector4D(1, 1, 0, 1));
     ASSERT_TRUE(chain.setOption("filter", "blend", "None"));
     EXPECT_EQ(rendered(), QVector4D(1, 0, 0, 0));
-    // Without a clear each frame adds to what the pooled image held.
+    // Without a clear each frame adds to the previous content of the pooled image.
     ASSERT_TRUE(chain.setOption("filter", "blend", "Additive"));
     ASSERT_TRUE(chain.setOption("filter", "clear", false));
     ASSERT_TRUE(chain.setOption("filter", "fragment",
@@ -142,7 +142,7 @@ TEST_F(ShaderChainTest, aDrawableAndValuesOfTheFrameReachTheShaders)
     description.folder = folder.path(".");
     ASSERT_TRUE(chain.setDescription(description)) << qPrintable(chain.errorString());
     chain.setViewport(QRect(0, 0, 40, 40));
-    // The cube of one unit, moved into the upper right quarter of a view of two units.
+    // A cube of one unit, moved into the upper right quarter of a view of two units.
     QMatrix4x4 camera, projection;
     camera.translate(0.5f, 0.5f, 0);
     projection.ortho(-1, 1, -1, 1, -1, 1);
@@ -167,7 +167,7 @@ TEST_F(ShaderChainTest, aMistakeIsReportedWithFileAndLineBeforeTheFrame)
     EXPECT_TRUE(lines[1].contains("undeclared")) << qPrintable(lines[1]);
     EXPECT_EQ(chain.pass("filter"), nullptr);
 
-    // The corrected file is read by the next frame.
+    // The next frame reads the corrected file.
     folder.write("a.frag", fragment("u_Tint"));
     EXPECT_EQ(rendered(), QVector4D(1, 0, 0, 1));
 }
@@ -238,7 +238,7 @@ TEST_F(ShaderChainTest, aBrokenEditKeepsTheLastGoodProgram)
     const RenderPass *second = chain.pass("second");
     const GLObjectCounts before = glObjectCounts();
 
-    // One that changed for good, and one that is broken: none of them changes.
+    // One file is changed and another is broken: no pass changes.
     folder.write("a.frag", fragment("u_Tint.grba"));
     folder.write("b.frag", fragment("oops"));
     EXPECT_FALSE(chain.reloadShaders());

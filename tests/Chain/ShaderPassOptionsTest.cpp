@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The ports that a ShaderRenderPass has by its options, and the files that they name. No test here has an OpenGL context.
+// The ports that options give a ShaderRenderPass, and the files that they name. No test here has an OpenGL context.
 #include "support/TemporaryFolder.h"
 
 #include <Chain/ChainLibrary.h>
@@ -25,7 +25,7 @@ ChainDescription chainOf(const QByteArray &passes)
     return chain;
 }
 
-/// A pass of that class named "filter".
+/// A ShaderRenderPass named "filter".
 QByteArray filter(const QByteArray &options, const QByteArray &rest = QByteArray())
 {
     return R"({"name": "filter", "class": "ShaderRenderPass", "options": {)" + options + "}" + rest + "}";
@@ -74,7 +74,7 @@ TEST(ShaderPassOptionsTest, portsComeFromTheOptions)
     EXPECT_EQ(info->outputs[1].texture.kind, TextureKind::Overlay);
     EXPECT_TRUE(info->outputs[0].pooled);
 
-    // The class keeps its own alone.
+    // The class itself keeps only its own ports.
     EXPECT_EQ(PassRegistry::standard().find("ShaderRenderPass")->inputs.size(), 1);
     EXPECT_EQ(PassRegistry::standard().describe("NoPass", {}), nullptr);
 }
@@ -93,7 +93,7 @@ TEST(ShaderPassOptionsTest, validationKnowsThePorts)
     EXPECT_EQ(linesOf(chainOf(sky + filter(options, R"(, "values": {"u_Amount": "much"})") + screen)),
         QStringList(R"(error: pass "filter", u_Amount: expected float: a number, found "much")"));
 
-    // By name the filter takes the gradient, and the screen may not take an output that no option names.
+    // By name the filter takes the gradient; an output that no option names cannot be connected to the screen.
     RenderChain chain;
     ASSERT_TRUE(chain.setDescription(chainOf(sky + filter(options) + screen))) << qPrintable(chain.errorString());
     EXPECT_EQ(chain.inputSource("filter", frame).pass, QStringLiteral("sky"));
@@ -166,11 +166,11 @@ TEST(ShaderPassOptionsTest, filesAreResolvedAgainstTheFolderOfTheChainFile)
     ASSERT_TRUE(runner.setDescription(chain)) << qPrintable(runner.errorString());
     EXPECT_EQ(runner.shaderFiles(), QStringList(shader));
 
-    // What was written stays as it was, also through a file beside it.
+    // Paths stay as they were written, also in a file saved beside the original.
     EXPECT_TRUE(chain.toJson().contains("\"shaders/a.frag\"")) << chain.toJson().constData();
     ASSERT_TRUE(saveChain(chain, folder.path("copy.json"), &error)) << qPrintable(error);
     EXPECT_TRUE(folder.read("copy.json").contains("\"shaders/a.frag\""));
-    // From another folder the way is another one, and leads to the same file.
+    // Saved in another folder, the path is different and leads to the same file.
     QDir(folder.path(".")).mkpath("chains");
     ASSERT_TRUE(saveChain(chain, folder.path("chains/copy.json"), &error)) << qPrintable(error);
     EXPECT_TRUE(folder.read("chains/copy.json").contains("\"../shaders/a.frag\""));

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a driver knows of the shaders of a ShaderRenderPass: their uniforms, beside the inputs that are to set them.
+// What the driver reports about the shaders of a ShaderRenderPass: their uniforms, compared with the inputs that set
+// them.
 #include "support/GLTest.h"
 
 #include <Chain/ChainLibrary.h>
@@ -9,7 +10,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// A chain that filters a gradient by a fragment stage, which has these uniforms and writes `colour`.
+/// A chain that filters a gradient with a fragment shader that has these uniforms and writes `colour`.
 ChainDescription filterOf(const QByteArray &uniforms, const QByteArray &colour, const QByteArray &inputs,
     const QByteArray &values = "{}", const QByteArray &connections = "{}")
 {
@@ -66,7 +67,7 @@ TEST_F(ShaderUniformsTest, aMisspeltInputIsNamedWithWhatItMeans)
         QStringList(
             R"(warning: pass "filter", u_Amuont: expected a uniform "u_Amuont" that its shaders read, found none; )"
             R"(did you mean "u_Amount"?)"));
-    // One that is declared and has no part in the picture is none to the driver.
+    // A uniform that is declared but never used does not exist for the driver.
     EXPECT_EQ(
         linesOf(filterOf("uniform float u_Idle;\\n", "vec4(1)", R"({"name": "u_Idle", "type": "float", "value": 1})")),
         QStringList(
@@ -118,14 +119,14 @@ TEST_F(ShaderUniformsTest, uniformsThatNothingFeedsAreNamed)
             R"(none; add {"name": "Kvz_KvzTexture*_Frame"})",
             R"(warning: pass "filter", inputs: expected an input that feeds the uniform "u_Tint" (vec3), found none; add )"
             R"({"name": "u_Tint", "type": "QVector3D"})"}));
-    // One with a value of its own needs none.
+    // A uniform with an initial value needs no input.
     EXPECT_EQ(linesOf(filterOf("uniform float u_Amount = 0.5;\\n", "vec4(u_Amount)", "")), QStringList());
     EXPECT_EQ(linesOf(filterOf(
                   "uniform float u_Amount = 0.5;\\n", "vec4(u_Amount)", R"({"name": "u_Amount", "type": "float"})")),
         QStringList());
 }
 
-/// Without a viewport the first image gives the size; otherwise one that is not read is there for nothing.
+/// Without a viewport the first image gives the size; with one, an image that is not read has no effect.
 TEST_F(ShaderUniformsTest, theImageThatGivesTheSizeNeedsNoSampler)
 {
     EXPECT_EQ(linesOf(filterOf("", "vec4(1)", image, "{}", R"({"Kvz_QRect_Viewport": "none"})")), QStringList());

@@ -82,7 +82,7 @@ TEST_F(ShadowChainTest, theLayersAreCapturedAsAContactSheet)
         ASSERT_TRUE(chain->renderFrame()) << qPrintable(chain->errorString());
         const QVector<RenderChain::Capture> captures = chain->takeCaptures();
         ASSERT_EQ(captures.size(), 1);
-        // Three cascades and the spot, two by two.
+        // Three cascades and the spot light, two by two.
         const QImage sheet = captures[0].image;
         ASSERT_EQ(sheet.size(), QSize(2 * mapSize + captureGap(), 2 * mapSize + captureGap()));
         for (int layer = 0; layer < 4; ++layer) {

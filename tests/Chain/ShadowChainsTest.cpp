@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Shadows in a chain's picture beside rays that are cast to the lights.
+// Shadows in a chain's picture compared with rays cast to the lights.
 #include "support/Cameras.h"
 #include "support/GLTest.h"
 #include "support/Meshes.h"
@@ -23,11 +23,12 @@ using Light = ShadowMapManager::Light;
 
 const QSize size(320, 240);
 
-/// Pixels to either side of a border between light and shadow that are left out: the penumbra. It is wider than the filter of
-/// the maps, three texels of 1024, and the interpolation between texels, one more, show on this scene's floor.
+/// Pixels to either side of a border between light and shadow that are left out: the penumbra. It is wider than the
+/// filter of the maps (three texels of 1024) and the interpolation between texels (one more) appear on this scene's
+/// floor.
 constexpr int penumbra = 3;
 
-/// The share of pixels outside of it that may disagree.
+/// The share of pixels outside the penumbra that may disagree.
 constexpr double disagreement = 0.001;
 
 QMatrix4x4 placed(const QVector3D &position, const QVector3D &scale, float turn = 0)
@@ -94,8 +95,8 @@ protected:
         return texture ? readTexture(texture) : Image(size.width(), size.height());
     }
 
-    /// Whether light arrives where a ray through a pixel ends: 1 yes, 0 no, -1 nothing is there. In the terms of the mask, a
-    /// surface that the light reaches with less than a twentieth is in shadow: the share is half there.
+    /// Whether light arrives where a ray through a pixel ends: 1 yes, 0 no, -1 nothing is there. A surface that gets
+    /// less than a twentieth of the light counts as in shadow, since that is where the mask is at half.
     QVector<int> castShadows(const Light &light) const
     {
         const RayCaster rays(scene.items(), projection, camera, size);
@@ -137,7 +138,7 @@ protected:
         return strength > 0.05 && !rays.isBlocked(point + normal * 1e-3, source);
     }
 
-    /// Pixels with no border between light and shadow, or of the scene, within `penumbra` pixels.
+    /// Pixels of the scene without a border of light, shadow or scene within `penumbra` pixels.
     static QVector<bool> outsidePenumbra(const QVector<int> &lit)
     {
         QVector<bool> result(lit.size());
@@ -260,7 +261,7 @@ TEST_F(ShadowChainsTest, theTwoShadowPassesGiveTheSamePicture)
             first = picture;
             continue;
         }
-        // They differ in the last bits of depths, which shows where the bound on a border is steep.
+        // Depths differ in their last bits, which shows where the bound is steep along a border.
         int different = 0;
         for (int i = 0; i < picture.data.size(); ++i)
             different += std::abs(picture.data[i] - first.data[i]) > 0.02f ? 1 : 0;
@@ -279,7 +280,7 @@ TEST_F(ShadowChainsTest, lightsOfAChainFollowTheSceneUnlessTheHostSetsOthers)
     EXPECT_EQ(lights[1]->type, Light::Spot);
     EXPECT_EQ(lights[2]->type, Light::Point);
     const QVector3D before = lights[1]->position;
-    // The spot stands 1.5 radii away from its centre.
+    // The spot light is 1.5 radii away from the centre.
     const auto bounds = model->sceneBounds();
     EXPECT_NEAR((before - (bounds.first + bounds.second) / 2).length(),
         1.5f * (bounds.second - bounds.first).length() / 2, 1e-3);
@@ -296,11 +297,11 @@ TEST_F(ShadowChainsTest, lightsOfAChainFollowTheSceneUnlessTheHostSetsOthers)
     ASSERT_TRUE(chain->renderFrame()) << qPrintable(chain->errorString());
     EXPECT_NE(exported("over").data, own.data);
     EXPECT_EQ(ShadowMapManager::lightsIn(chain->frameValue(FrameValues::lights)), QVector<Light *>{&sun});
-    // Taken away again, the chain's come back.
+    // Once they are removed, the chain's lights come back.
     chain->setFrameValue(FrameValues::lights, QVariant());
     ASSERT_TRUE(chain->renderFrame()) << qPrintable(chain->errorString());
     EXPECT_EQ(exported("over").data, own.data);
-    // A chain without lights has none.
+    // The same chain without lights has none.
     ChainDescription dark = chain->description();
     dark.lights.clear();
     ASSERT_TRUE(chain->setDescription(dark));

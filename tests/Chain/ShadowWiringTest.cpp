@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a chain with shadow passes is told before there is a context: nothing here makes a pass.
+// How chains with shadow passes are wired and what they are warned of. Nothing here constructs a pass.
 #include <Chain/ChainValidation.h>
 #include <Chain/FrameValues.h>
 #include <Chain/RenderChain.h>
@@ -18,7 +18,7 @@ protected:
     QString shadowClass() const { return QString::fromUtf8(GetParam()); }
 };
 
-/// Passes that are called as their classes are.
+/// Passes named after their classes.
 ChainDescription chainOf(const QStringList &classNames)
 {
     ChainDescription chain;
@@ -59,7 +59,7 @@ TEST_P(ShadowWiringTest, theProjectionIsTheFramesEvenAfterAPassThatJittersIt)
     EXPECT_EQ(source.kind, RenderChain::InputSource::Kind::FrameValue);
     EXPECT_EQ(source.port, projection);
 
-    // What asks for the jittered one gets it, and a warning.
+    // A pass connected to the jittered projection gets it, with a warning.
     description.passes[1].connections.insert(
         projection, ChainSource::output(QStringLiteral("CameraJitterPass"), projection));
     const QStringList warnings =

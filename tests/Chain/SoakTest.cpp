@@ -21,7 +21,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Memory of this process that is resident, in bytes.
+/// Resident memory of this process in bytes.
 qint64 residentBytes()
 {
     QFile file(QStringLiteral("/proc/self/statm"));
@@ -63,7 +63,7 @@ using SoakTest = GLTest;
 TEST_F(SoakTest, tenThousandFramesWithResizesAndAToggledPassEndWhereTheyBegan)
 {
     constexpr int frames = 10000;
-    constexpr int cycle = 200; // After so many frames sizes and toggles are back where they were.
+    constexpr int cycle = 200; // After this many frames sizes and toggles repeat.
     const QRect viewports[] = {QRect(0, 0, 32, 24), QRect(0, 0, 48, 20), QRect(0, 0, 17, 33), QRect(0, 0, 64, 48)};
 
     ChainDescription description;
@@ -109,7 +109,8 @@ TEST_F(SoakTest, tenThousandFramesWithResizesAndAToggledPassEndWhereTheyBegan)
     EXPECT_EQ(after.objects.programs, before.objects.programs);
     EXPECT_EQ(after.objects.buffers, before.objects.buffers);
     EXPECT_EQ(after.objects.vertexArrays, before.objects.vertexArrays);
-    // The allocator keeps what it freed, and the driver caches; a leak of one small texture a frame would be 100 times that.
+    // The allocator keeps freed memory and the driver caches; leaking one small texture per frame would take 100 times
+    // as much.
 #ifdef __SANITIZE_ADDRESS__
     constexpr int kept = 64 << 20; // Its quarantine keeps freed memory for a while.
 #else
@@ -118,7 +119,7 @@ TEST_F(SoakTest, tenThousandFramesWithResizesAndAToggledPassEndWhereTheyBegan)
     EXPECT_LT(after.resident - before.resident, kept);
 }
 
-// The blurs build programs at each new radius and keep them; the chain must not.
+// Blurs build and keep programs for each new radius; the chain must not.
 TEST_F(SoakTest, twoThousandFramesOfDraggedBlurRadiiGrowNothing)
 {
     constexpr int frames = 2000;
@@ -149,7 +150,7 @@ TEST_F(SoakTest, twoThousandFramesOfDraggedBlurRadiiGrowNothing)
     chain.setViewport(QRect(0, 0, 24, 16));
 
     const Totals before = totals();
-    Totals largest{}; // Of the first drag.
+    Totals largest{}; // During the first drag.
     QSet<int> radii; // In quarters.
     for (int frame = 0; frame < frames; ++frame) {
         const float share = float(frame % drag) / (drag / 2);
@@ -178,7 +179,7 @@ TEST_F(SoakTest, twoThousandFramesOfDraggedBlurRadiiGrowNothing)
         ASSERT_LE(chain.passObjectCount(), 1 + keptRadii * blurs.size()) << frame;
     }
     EXPECT_EQ(radii.size(), int(largestRadius * 4) + 1);
-    // The gradient's program; of each kept radius one of the first blur, three of the second, two of the third.
+    // The gradient's program; per kept radius one program of the first blur, three of the second and two of the third.
     EXPECT_GT(largest.objects.programs, before.objects.programs);
     EXPECT_LE(largest.objects.programs - before.objects.programs, 1 + keptRadii * (1 + 3 + 2));
     chain.releaseContext();

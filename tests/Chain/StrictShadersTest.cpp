@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Every shader text that reaches the driver also pleases a strict compiler.
+// Every shader text that reaches the driver satisfies a strict compiler too.
 #include "support/DriverClaims.h"
 #include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
@@ -28,7 +28,7 @@ namespace {
 const QSize size(64, 48);
 const QString validator = QStringLiteral("glslangValidator");
 
-/// A shader as it reached the driver.
+/// A shader as the driver got it.
 struct Shader
 {
     GLenum stage;
@@ -36,7 +36,7 @@ struct Shader
     QString origin; ///< What was drawn when it came for the first time.
 };
 
-/// The ending by which the validator knows the stage.
+/// The file suffix that tells the validator the stage.
 QString ending(GLenum stage)
 {
     switch (stage) {
@@ -55,8 +55,8 @@ QString ending(GLenum stage)
     }
 }
 
-/// Whether the validator may say this: the obscurance shader's text is published as it stands, with lines for compilers that
-/// have these extensions.
+/// Whether this message of the validator is accepted: the obscurance shader is kept as published, with lines for
+/// compilers that have these extensions.
 bool isAccepted(const QString &message, const Shader &shader)
 {
     static const QRegularExpression unknownExtension(
@@ -66,15 +66,15 @@ bool isAccepted(const QString &message, const Shader &shader)
     return unknownExtension.match(message).hasMatch() && QString::fromUtf8(shader.text).endsWith(published);
 }
 
-/// The text with what the validator itself lacks: of GL_ARB_shader_atomic_counters it knows the type everywhere, but below
-/// version 330 not the functions. The line numbers stay.
+/// The text plus what the validator lacks: below version 330 it knows the type of GL_ARB_shader_atomic_counters but not
+/// its functions. Line numbers are kept.
 QByteArray completed(QByteArray text)
 {
     const QByteArray counter = "uniform atomic_uint u_HeadCounter;";
     return text.replace(counter, counter + " uint atomicCounterIncrement(atomic_uint counter);");
 }
 
-/// The line of a text that a message names, and two to either side, with their numbers.
+/// The line of a text that a message refers to, and two lines before and after it, numbered.
 QString excerpt(const QByteArray &text, const QString &message)
 {
     static const QRegularExpression place(QStringLiteral("^\\w+: 0:(\\d+):"));
@@ -90,7 +90,7 @@ QString excerpt(const QByteArray &text, const QString &message)
     return shown;
 }
 
-/// Compiles each text alone and fails the test with what the validator says.
+/// Compiles each text by itself and fails the test with the validator's messages.
 void expectStrictlyRight(const QVector<Shader> &shaders)
 {
     const TemporaryFolder folder;
@@ -108,7 +108,7 @@ void expectStrictlyRight(const QVector<Shader> &shaders)
     ASSERT_EQ(process.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(process.readAllStandardError(), QByteArray());
 
-    // Each file's name, and below it what there is to say about it.
+    // The output has each file's name, followed by the messages about it.
     int file = -1;
     QMap<int, QStringList> messages;
     const QStringList output = QString::fromUtf8(process.readAllStandardOutput()).split(QLatin1Char('\n'));
@@ -151,7 +151,7 @@ protected:
         };
     }
 
-    /// Draws frames of a chain on a scene where something moves. The texts that come from now on are this chain's.
+    /// Renders frames of a chain in a scene with motion. Shader texts from now on belong to this chain.
     void run(const QString &name, const ChainDescription &description)
     {
         origin = name;
@@ -224,7 +224,7 @@ TEST_F(StrictShadersTest, theShadersOfTheShadowMapsForEachFilterAndDriver)
         int geometryVertices;
         QByteArray hiddenExtension;
     };
-    // Batches in the geometry stage, the vertex stage with both ways to filter, and layers one by one.
+    // Batches in the geometry stage, the vertex stage with both ways to filter, and one layer at a time.
     const QByteArray viewportLayer = "GL_ARB_shader_viewport_layer_array";
     const Driver drivers[] = {{"AMD", 24, viewportLayer}, {"Test", 4, {}}, {"Test", 3, {}}, {"Test", 4, viewportLayer},
         {"Test", 3, viewportLayer}};
@@ -277,7 +277,7 @@ TEST_F(StrictShadersTest, theShadersOfOptions)
     expectStrictlyRight(shaders);
 }
 
-/// Images of one sample and of several for passes that are driven by hand.
+/// Single-sample and multisampled images for passes that are driven directly.
 class StrictShadersOfImagesTest : public StrictShadersTest
 {
 protected:
@@ -300,7 +300,7 @@ TEST_F(StrictShadersOfImagesTest, theShadersOfObscurance)
         for (int positionKind : {None, Plain, Multisampled}) {
             for (int normalKind : {None, Plain, Multisampled}) {
                 for (auto processing : {Pass::NormalTransposeInvert, Pass::NormalScreenSpace}) {
-                    // Documented as not to be had.
+                    // Documented as unsupported.
                     if (normalKind == Multisampled && processing == Pass::NormalScreenSpace)
                         continue;
                     origin =
@@ -359,7 +359,7 @@ TEST_F(StrictShadersOfImagesTest, theShadersOfMorphologicalAntiAliasing)
         }
     }
 
-    // What hosts of the include file may ask of it and the pass does not.
+    // Variants that hosts of the include file may request and the pass does not.
     const QByteArray preset = "#define SMAA_PRESET_ULTRA 1";
     const QByteArray others[] = {"#define SMAA_PRESET_LOW 1", "#define SMAA_PRESET_MEDIUM 1",
         "#define SMAA_PRESET_HIGH 1", "", preset + "\n#define SMAA_TRANSPARENCY 1",
@@ -388,7 +388,7 @@ TEST_F(StrictShadersOfImagesTest, theShadersOfFastApproximateAntiAliasing)
     pass.setInput(Pass::Frame, give(frame));
     pass.start(nullptr);
 
-    // The pass takes one setting of the two switches; the others are in its texts.
+    // The pass uses one setting of the two switches; its texts contain the others too.
     const QByteArray preset = "#define FXAA_QUALITY_PRESET ", green = "#define FXAA_GREEN_AS_LUMA ";
     QVector<QByteArray> texts;
     QStringList presets;

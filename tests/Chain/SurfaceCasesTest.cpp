@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What files say of surfaces, through every ready chain that lights them: each case beside another way to say the same, which must
-// give the same picture.
+// What files say about surfaces, through every ready chain that lights them: each case beside another way to express
+// the same, which must give the same picture.
 #include "support/GLTest.h"
 #include "support/ModelChain.h"
 
@@ -20,7 +20,7 @@ namespace {
 
 const QSize size(96, 72);
 
-/// Ready chains that light a model; not those of basic passes.
+/// The ready chains that light a model, without those of basic passes.
 std::vector<std::string> litChains()
 {
     std::vector<std::string> names;
@@ -32,7 +32,7 @@ std::vector<std::string> litChains()
     return names;
 }
 
-/// A square from -1 to 1 in the plane of z, which faces +z; `scale` shrinks it to be drawn larger by a matrix.
+/// A square from -1 to 1 at this z, facing +z; it is divided by `scale` so that a matrix can scale it back.
 MeshData square(const QVector3D &scale = {1, 1, 1})
 {
     MeshData mesh;
@@ -60,7 +60,7 @@ QImage quarters(int side = 64)
     return image;
 }
 
-/// The same triangles in the same order, each the other way round.
+/// Reverses each triangle and keeps their order.
 void reverseWinding(MeshData *mesh)
 {
     for (int i = 0; i + 2 < mesh->indices.size(); i += 3)
@@ -77,7 +77,7 @@ QImage flat(const QColor &colour, const QSize &imageSize = QSize(8, 8))
 QSharedPointer<GPUModel> modelOf(
     const MeshData &mesh, const MaterialData &material, const QMatrix4x4 &matrix = QMatrix4x4())
 {
-    // Behind it something that is seen through holes and glass.
+    // Behind it is something that holes and glass reveal.
     GPUModelBuilder builder;
     MaterialData behind;
     behind.kd = {0.1f, 0.5f, 0.7f};
@@ -101,7 +101,7 @@ MaterialData matte(const QVector3D &kd = {0.8f, 0.7f, 0.6f})
 class SurfaceCasesTest : public GLTest, public testing::WithParamInterface<std::string>
 {
 protected:
-    /// The picture of a model, after histories have forgotten what was shown before.
+    /// The picture of a model once histories have forgotten the previous one.
     Image picture(const QSharedPointer<GPUModel> &model)
     {
         if (!chain) {
@@ -112,9 +112,9 @@ protected:
                 if (pass.className == QLatin1String("TemporalAARenderPass"))
                     pass.values[QStringLiteral("Kvz_bool_ResetTemporal")] = true;
                 if (pass.className.startsWith(QLatin1String("ShadowMap")))
-                    pass.values[QStringLiteral("Kvz_QSize_MapSize")] = QSize(128, 128); // Quick to draw.
+                    pass.values[QStringLiteral("Kvz_QSize_MapSize")] = QSize(128, 128); // Fast to draw.
             }
-            // Random places of samples would make each picture another one.
+            // Random sample positions would make every picture different.
             if (chainName == QLatin1String("temporal") || chainName == QLatin1String("full"))
                 description.passes.removeAt(description.findPass(QStringLiteral("jitter")));
             chain = std::make_unique<ModelChain>(description, model, size);
@@ -137,7 +137,8 @@ protected:
         return chain->picture();
     }
 
-    /// Two ways to say one thing. The pictures may differ by `bound` / 255, but for a few pixels on edges.
+    /// Compares two ways to express one thing. The pictures may differ by `bound` / 255, except in a few pixels on
+    /// edges.
     void expectSame(
         const QString &what, const QSharedPointer<GPUModel> &a, const QSharedPointer<GPUModel> &b, float bound = 2)
     {
@@ -163,7 +164,7 @@ protected:
         return *range.second - *range.first;
     }
 
-    // Each case.
+    // The cases.
     void scalesOfNodesDoNotShow();
     void backsAreLitLikeFrontsWhereBothSidesAre();
     void masksCutHoles();
@@ -204,7 +205,7 @@ void SurfaceCasesTest::backsAreLitLikeFrontsWhereBothSidesAre()
     MaterialData oneSided = matte();
     oneSided.isLitFromBothSides = false;
     expectSame(QStringLiteral("back"), modelOf(turned, matte()), modelOf(square(), matte()));
-    // A side that is not lit has the ambient share alone.
+    // A side that is not lit has only the ambient share.
     const Image lit = picture(modelOf(square(), matte()));
     const Image dark = picture(modelOf(turned, oneSided));
     double sum = 0;
@@ -229,10 +230,10 @@ void SurfaceCasesTest::masksCutHoles()
         half.normals.append(QVector3D(0.3f * corner.x(), 0.3f * corner.y(), 1).normalized());
     }
     half.indices = {0, 1, 2, 0, 2, 3};
-    // Shadows of masks are solid.
+    // Shadow maps ignore masks.
     if (chainName.startsWith(QLatin1String("shadows")) || chainName == QLatin1String("full"))
         return;
-    // The triangles of the half are others, so the toon chain's ink and the wires differ.
+    // The half square has other triangles, so wires differ.
     if (chainName != QLatin1String("wireframe-overlay"))
         expectSame(QStringLiteral("mask"), modelOf(square(), masked), modelOf(half, matte()), 6);
 }
@@ -281,7 +282,7 @@ void SurfaceCasesTest::texturesAreTransformedAndTakeTheirSet()
 
 void SurfaceCasesTest::imagesWrapAsTheirSamplerSays()
 {
-    // Three times three images side by side, as each mode repeats one.
+    // Three by three images side by side, arranged as each mode repeats one.
     MeshData wide = square();
     for (QVector2D &texCoord : wide.texCoords)
         texCoord = 3 * texCoord - QVector2D(1, 1);
@@ -306,7 +307,7 @@ void SurfaceCasesTest::imagesWrapAsTheirSamplerSays()
         }
         MaterialData whole = matte({1, 1, 1});
         whole.mapKd = sheet;
-        // Beyond its edges it goes on as its outer images do.
+        // Beyond its edges the sheet continues as its outer images do.
         if (wrap != ImageSampling::Repeat)
             whole.mapKdSampling.wrapU = whole.mapKdSampling.wrapV = ImageSampling::ClampToEdge;
         expectSame(QStringLiteral("wrap-%1").arg(int(wrap)), modelOf(wide, wrapped), modelOf(square(), whole), 6);
@@ -337,7 +338,7 @@ void SurfaceCasesTest::emissionAndUnlitColoursAreSeenAsTheyAre()
 
 void SurfaceCasesTest::eightSizesOfImagesKeepTheirDetail()
 {
-    // One image of each size in stripes of one texel, seen so close that all texels show.
+    // One image of each size in stripes of one texel, so close that every texel shows.
     GPUModelBuilder builder;
     GPUModelBuilder byColour;
     for (int i = 0; i < 8; ++i) {
@@ -355,7 +356,7 @@ void SurfaceCasesTest::eightSizesOfImagesKeepTheirDetail()
     expectSame(QStringLiteral("sizes"), builder.build(), byColour.build());
 }
 
-// One test for a chain, so that its programs are built once.
+// One test per chain, so that its programs are built once.
 TEST_P(SurfaceCasesTest, eachCaseEqualsAnotherWayToSayIt)
 {
     scalesOfNodesDoNotShow();

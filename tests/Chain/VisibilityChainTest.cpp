@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Transparency by lists, as chains run it. Tests of suites with "Lists" in their names need a driver that has lists, those with
+// Transparency by lists in chains. Tests of suites with "Lists" in their names need a driver that has lists, those with
 // "SingleNode" one that has none, as tests/Chain/CMakeLists.txt provides; all others hold on both.
 #include "support/Cameras.h"
 #include "support/GLTest.h"
@@ -70,7 +70,7 @@ protected:
         chain->setModel(model.data());
     }
 
-    /// A wall of half size at a place, with a flag as the importer gives it.
+    /// A wall of half size at this place, with the flag that the importer sets.
     void addWall(GPUModelBuilder *builder, const QVector3D &place, const QVector3D &kd, float d)
     {
         MaterialData material;
@@ -88,7 +88,7 @@ protected:
         return renderOutputs(chain, {{QString::fromLatin1(pass), frame}})[0];
     }
 
-    /// The pixel that a point in world space falls on.
+    /// The pixel that shows a point in world space.
     static QPoint pixelOf(const QVector3D &point)
     {
         const QVector3D device = (perspective(viewSize, 0.5f, 30) * lookAt(QVector3D(0, 0, 4), QVector3D())).map(point);
@@ -111,7 +111,7 @@ class VisibilityChainListsTest : public VisibilityChainTest
 class VisibilityChainSingleNodeTest : public VisibilityChainTest
 { };
 
-/// Lists over a depth image, for VisibilityOcclusionRenderPass alone.
+/// Lists and a depth image for VisibilityOcclusionRenderPass alone.
 class VisibilityOcclusionRenderPassTest : public VisibilityChainTest
 {
 protected:
@@ -147,7 +147,7 @@ RayCastScene manySheets()
     return scene;
 }
 
-/// A depth image with a depth of its own for each pixel, some of them 0 and 1.
+/// A depth image with a different depth in each pixel, some of them 0 and 1.
 Image randomDepth()
 {
     Image depth(viewSize.width(), viewSize.height(), 1);
@@ -161,7 +161,7 @@ Image randomDepth()
 
 const QString listPass = QStringLiteral("VisibilityBufferRenderPass");
 
-/// The standard passes, with lists that have room for this many fragments.
+/// The standard passes with lists that have room for this many fragments.
 PassRegistry registryWithRoom(qint64 fragments)
 {
     PassRegistry registry = PassRegistry::standard();
@@ -171,7 +171,7 @@ PassRegistry registryWithRoom(qint64 fragments)
     return registry;
 }
 
-/// A chain of the pass that fills the lists.
+/// A chain with only the pass that fills the lists.
 ChainDescription listsAlone()
 {
     ChainPass pass;
@@ -188,7 +188,7 @@ TEST_F(VisibilityOcclusionRenderPassTest, takesOutWhatIsHiddenAndKeepsTheOrder)
     record(manySheets(), lookAt(QVector3D(0.3f, 0.4f, 3.2f), QVector3D()));
     const VisibilityLists before(buffer);
     Image depth = randomDepth();
-    // Equal depths are hidden.
+    // Items at exactly the depth are hidden.
     for (int x = 0; x < viewSize.width(); ++x) {
         const QVector<ListNode> list = before.at(x, 60);
         if (!list.isEmpty())
@@ -225,7 +225,7 @@ TEST_F(VisibilityOcclusionRenderPassTest, takesOutWhatIsHiddenAndKeepsTheOrder)
         EXPECT_GT(shortened, 1000);
         EXPECT_GT(relinked, 1000);
     }
-    // The heads that came in are another's.
+    // The pass does not change the heads that it was given.
     EXPECT_NE(pass.output(Pass::HeadPointers), buffer.output(0));
     EXPECT_EQ(pass.output(Pass::NodeBuffer), buffer.output(1));
     EXPECT_EQ(pass.output(Pass::NodeBufferWidth), buffer.output(2));
@@ -301,7 +301,7 @@ TEST_F(VisibilityChainTest, composesLayersOverTheOpaqueFrame)
         }
     }
     EXPECT_GT(layered, 1000);
-    // Where there is no layer, the frame is whole; where there is one, its colour counts twice.
+    // Where there is no layer, the frame is unchanged; where there is one, its colour counts twice.
     const QVector4D background = at(images[2], {0, 1.2f, 0});
     EXPECT_LE((background - at(images[0], {0, 1.2f, 0})).toVector3D().length(), 2e-3f);
     EXPECT_GT(background.x(), 0.2f);
@@ -310,7 +310,7 @@ TEST_F(VisibilityChainTest, composesLayersOverTheOpaqueFrame)
         EXPECT_NEAR(double(glass.w()), 0.6, 0.003);
         EXPECT_NEAR(double(glass.z()), 2 * 0.4 * 0.5 / std::sqrt(3.0), 0.01);
     }
-    // The screen has the same.
+    // The screen shows the same.
     EXPECT_LE(
         std::abs(at(readTexture(target.get()), {0.4f, 0, 0.5f}).z() - at(images[2], {0.4f, 0, 0.5f}).z()), 0.003f);
 }
@@ -354,7 +354,7 @@ TEST_F(VisibilityChainListsTest, showsNoTransparentItemBehindAnOpaqueOne)
     }
     EXPECT_GT(hidden, 800);
     EXPECT_GT(tinted, 200) << "glass before an opaque item shows";
-    // Beside the opaque one they show.
+    // Beside the opaque item the layers show.
     EXPECT_GT((at(with, {-0.7f, 0, -0.5f}) - at(without, {-0.7f, 0, -0.5f})).length(), 0.05f);
 }
 
@@ -396,7 +396,7 @@ TEST_F(VisibilityChainListsTest, saysOnceThatFragmentsFoundNoRoom)
         RenderChain chain(registry);
         ASSERT_TRUE(chain.setDescription(description));
         prepare(&chain);
-        // Queries are read frames later, or when the chain ends.
+        // Query results arrive frames later, or when the chain ends.
         for (int i = 0; i < 6; ++i) {
             ASSERT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
             glFinish();
@@ -407,7 +407,7 @@ TEST_F(VisibilityChainListsTest, saysOnceThatFragmentsFoundNoRoom)
             << qPrintable(lines[0]);
         EXPECT_TRUE(lines[0].contains(QStringLiteral("room for 1000"))) << qPrintable(lines[0]);
 
-        // Once they fit, it can happen again.
+        // Once the fragments fit, the warning can come again.
         chain.setViewport(QRect(0, 0, 16, 12));
         for (int i = 0; i < 6; ++i) {
             ASSERT_TRUE(chain.renderFrame());
@@ -420,7 +420,7 @@ TEST_F(VisibilityChainListsTest, saysOnceThatFragmentsFoundNoRoom)
     }
     EXPECT_EQ(log.takeWarnings().size(), 1) << "the end of the chain tells what was under way";
 
-    // One frame of the pass itself has room for far more.
+    // The pass's real limit is far above this frame.
     RenderChain chain;
     ASSERT_TRUE(chain.setDescription(description));
     prepare(&chain);
@@ -432,7 +432,7 @@ TEST_F(VisibilityChainListsTest, saysOnceThatFragmentsFoundNoRoom)
 
 TEST_F(VisibilityChainListsTest, countsTheFragmentsOfTheLists)
 {
-    // What the line says is the number of nodes; and the host's own query goes before.
+    // The warning gives the number of nodes; a query of the host takes precedence.
     GPUModelBuilder builder;
     addWall(&builder, {0, 0, 0}, {0.3f, 0.2f, 0.1f}, 0.5f);
     addWall(&builder, {0.2f, 0, 0.5f}, {0.1f, 0.3f, 0.1f}, 0.3f);
@@ -502,7 +502,7 @@ TEST_F(VisibilityChainListsTest, capturesListLengthsAsAPicture)
     EXPECT_EQ(colorAt({0.8f, 0, 0}), QStringLiteral("#ffffff")); // 52
     EXPECT_EQ(PooledTextures::allReferences(), 0);
 
-    // A node outside of its texture is lost.
+    // A node outside its texture is ignored.
     auto *const headTexture = chain.pass(QStringLiteral("lists"))->output(0).value<Texture *>();
     auto *const nodes = chain.pass(QStringLiteral("lists"))->output(1).value<Texture *>();
     headTexture->bind();
@@ -520,7 +520,7 @@ TEST_F(VisibilityChainListsTest, capturesListLengthsAsAPicture)
 
 TEST_F(VisibilityChainTest, followsAModelThatTakesAnothersPlace)
 {
-    // The shading pass keeps the vertices of the first model that it sees.
+    // The shading pass keeps the vertices of the first model that it draws.
     RenderChain chain;
     GPUModelBuilder builder;
     addWall(&builder, {-0.8f, 0, 0}, {0.4f, 0.2f, 0.1f}, 0.5f);
@@ -531,7 +531,7 @@ TEST_F(VisibilityChainTest, followsAModelThatTakesAnothersPlace)
     render(&chain, "layers");
     EXPECT_EQ(chain.pass(QStringLiteral("layers")), first);
     for (const bool isGoneBefore : {true, false}) {
-        // Turned away from the light, so that it is black by its own normals.
+        // Turned away from the light, so that its own normals make it black.
         MeshData away = wallMesh();
         for (QVector3D &normal : away.normals)
             normal = isGoneBefore ? -normal : normal;

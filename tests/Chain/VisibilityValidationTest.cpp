@@ -45,7 +45,7 @@ TEST(VisibilityValidationTest, shadingUnsortedListsIsAWarning)
         QStringLiteral("warning: pass \"layers\", Kvz_KvzTexture*_NodeBuffer: expected sorted lists, found lists in "
                        "drawing order; put a VisibilitySortRenderPass before it"));
 
-    // Also where another pass stands between, and where the sort is not on the way.
+    // The same with another pass in between, and with a sort that is not on the path.
     ChainPass visible = pass("visible", "VisibilityOcclusionRenderPass");
     visible.values.insert(QStringLiteral("Kvz_KvzTexture*_Depth"), QVariant());
     bool isFound = false;
@@ -63,7 +63,7 @@ TEST(VisibilityValidationTest, shadingUnsortedListsIsAWarning)
 
 TEST(VisibilityValidationTest, aConsumerBeforeItsProducerIsFound)
 {
-    // By name nothing stands before it.
+    // By name it finds no producer before it.
     QVector<ChainFinding> findings =
         findingsOf({pass("layers", "VisibilityDeferredRenderPass"), pass("lists", "VisibilityBufferRenderPass")});
     ASSERT_EQ(findings.size(), 2);
@@ -74,7 +74,7 @@ TEST(VisibilityValidationTest, aConsumerBeforeItsProducerIsFound)
     findings = findingsOf({pass("sort", "VisibilitySortRenderPass"), pass("lists", "VisibilityBufferRenderPass")});
     ASSERT_EQ(findings.size(), 1);
     EXPECT_EQ(findings[0].code, Code::UnusableConfiguration);
-    // Connected, the order is said.
+    // An explicit connection reports the order.
     ChainPass sort = pass("sort", "VisibilitySortRenderPass");
     sort.connections.insert(
         QString::fromLatin1(nodes), ChainSource::output(QStringLiteral("lists"), QString::fromLatin1(nodes)));
@@ -109,7 +109,7 @@ TEST(VisibilityValidationTest, flagsAreNumbersWithinTheirMask)
 
 TEST(VisibilityValidationTest, listsAreNoFramesAndNoDepth)
 {
-    // By name no pass takes the image of layers for a frame, or the port that is never written for a depth.
+    // By name no pass takes the image of layers as a frame, or the port that is never written as a depth.
     QVector<ChainFinding> findings =
         findingsOf({pass("lists", "VisibilityBufferRenderPass"), pass("sort", "VisibilitySortRenderPass"),
             pass("layers", "VisibilityDeferredRenderPass"), pass("visible", "VisibilityOcclusionRenderPass")});

@@ -14,7 +14,7 @@ class LogTest : public ::testing::Test
 protected:
     LogCapture log;
 
-    /// The one message that the test made.
+    /// The only message that the test logged.
     LogCapture::Message message() const
     {
         EXPECT_EQ(log.messages().size(), 1);
@@ -118,7 +118,7 @@ TEST_F(LogTest, anAssertionIsOneStatement)
 TEST_F(LogTest, anAssertionsConditionShowsEscapedPercentSignsPlain)
 {
     logAssertion("A.cpp", 3, QStringLiteral("a \\% 2 == 0 && b \\% 3 == 0 && c % 5"), QStringLiteral("50 \\% of %1"));
-    // The message is text already, and stays as it is.
+    // The message is final text and is not unescaped.
     EXPECT_EQ(message().text,
         QStringLiteral("[A:3] [ !! ] Assertion 'a % 2 == 0 && b % 3 == 0 && c % 5' failed: 50 \\% of %1"));
 }

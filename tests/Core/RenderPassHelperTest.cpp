@@ -16,7 +16,7 @@ namespace {
 const QString numberName = QStringLiteral("Kvz_float_Number");
 const QString objectName = QStringLiteral("Kvz_KvzTexture*_Object");
 
-/// A pass with two inputs and two outputs that shows what it holds.
+/// A pass with two inputs and two outputs that exposes its members.
 class ProbePass : public RenderPassHelper
 {
 public:

@@ -40,7 +40,7 @@ protected:
     PooledTextures textures;
 };
 
-/// Colours that are multiplied by an alpha of any value.
+/// Random colours premultiplied by random alphas.
 Image speckledFrame(unsigned int seed)
 {
     const QImage texels = speckledImage(size.width(), size.height(), seed);
@@ -62,7 +62,7 @@ QVector4D over(const QVector4D &front, const QVector4D &behind)
     return front + (1 - front.w()) * behind;
 }
 
-/// What a pixel must be.
+/// The expected pixel.
 QVector4D composed(
     const QVector4D &layers, const QVector4D &frame, const QVector4D &background, const QVector4D &colour)
 {
@@ -77,7 +77,7 @@ TEST_F(CompositeRenderPassTest, laysEachOverTheOthers)
     const Image frame = speckledFrame(1);
     Image layers = speckledFrame(2);
     for (int i = 3; i < layers.data.size(); i += 4)
-        layers.data[i] = 1 - layers.data[i]; // What comes through.
+        layers.data[i] = 1 - layers.data[i]; // Layers store the share that comes through.
     const Image background = speckledFrame(3);
     const QVariant colours[] = {QVariant(), QColor(255, 128, 0, 153), QColor(0, 51, 102), QColor(255, 255, 255, 0)};
     for (int present = 0; present < 8; ++present) {
@@ -117,7 +117,7 @@ TEST_F(CompositeRenderPassTest, nothingIsTransparentBlack)
 
 TEST_F(CompositeRenderPassTest, aColourAloneIsMultipliedByItsAlpha)
 {
-    const double lastHalfBit = std::ldexp(1.0, -13); // Of half floats from 0.125 to 0.25.
+    const double lastHalfBit = std::ldexp(1.0, -13); // For half floats from 0.125 to 0.25.
     pass->setInput(Port::BackgroundColor, QColor(255, 0, 51, 51));
     EXPECT_LE(maximumDifference(compose(), filled(size.width(), size.height(), QVector4D(0.2f, 0, 0.04f, 0.2f))),
         lastHalfBit);
@@ -194,7 +194,7 @@ TEST_F(CompositeRenderPassTest, oneImageMayStandInSeveralPlaces)
 
 TEST_F(CompositeRenderPassTest, takesItsObjectsAlong)
 {
-    CompositeRenderPass other; // Makes what the texture manager keeps.
+    CompositeRenderPass other; // Creates what the texture manager keeps.
     other.setInput(Port::Viewport, QRect(QPoint(), size));
     other.start(nullptr);
     const GLObjectCounts before = glObjectCounts();

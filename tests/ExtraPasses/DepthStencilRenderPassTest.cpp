@@ -40,7 +40,7 @@ protected:
     }
 };
 
-/// A transparent ball that stands half in a box.
+/// A transparent ball that is half inside a box.
 RayCastScene ballAndBox()
 {
     MaterialData glass;
@@ -57,7 +57,7 @@ RayCastScene ballAndBox()
 TEST_F(DepthStencilRenderPassTest, marksWhatTheRaysMeet)
 {
     const RayCastScene scene = ballAndBox();
-    // States that a pass before it may have left.
+    // State that an earlier pass may have left.
     glEnable(GL_CULL_FACE);
     glCullFace(GL_FRONT);
     glDepthMask(GL_FALSE);
@@ -112,7 +112,7 @@ TEST_F(DepthStencilRenderPassTest, withoutAModelNothingIsCovered)
 TEST_F(DepthStencilRenderPassTest, followsTheViewportAndDeletesWhatItMade)
 {
     const QSharedPointer<GPUModel> model = ballAndBox().build();
-    // What the model itself makes with its first draw is there already.
+    // Creates what the model itself creates when it is first drawn.
     DepthStencilRenderPass warm;
     warm.setInput(Port::Viewport, QRect(0, 0, 4, 4));
     warm.setInput(Port::Geometry, QVariant::fromValue(model.data()));

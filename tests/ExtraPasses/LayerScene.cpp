@@ -32,7 +32,7 @@ MaterialData glass(const QVector3D &kd, float d, const QVector3D &ks = {}, float
     return material;
 }
 
-/// Colours, alpha among them, that change over the mesh.
+/// Adds vertex colours, with alpha, that vary over the mesh.
 MeshData coloured(MeshData mesh)
 {
     for (const QVector3D &position : qAsConst(mesh.positions)) {
@@ -65,11 +65,11 @@ LitScene layerScene()
 
     scene.add(coloured(boxMesh(2)), glass({0.9f, 0.9f, 0.9f}, 0.8f, {0.3f, 0.3f, 0.3f}, 40),
         placed({-1, 0.2f, 0.4f}, 20, {0.8f, 0.9f, 0.1f}), transparent);
-    // The image's alpha counts.
+    // With alpha in the image.
     material = glass({0.9f, 0.6f, 0.3f}, 0.7f);
     material.mapKd = checkerImage(4, QColor(255, 230, 200, 255), QColor(140, 160, 255, 90));
     scene.add(wallMesh(), material, placed({0.4f, 0.2f, 0.3f}, 35), transparent);
-    // Mirrored, lit from the side that is seen; turned away, lit by its normal alone.
+    // Mirrored and lit from the visible side; then turned away and lit only by its normal.
     scene.add(wallMesh(), glass({0.5f, 0.8f, 0.1f}, 0.5f), placed({0.4f, 0.2f, 0.3f}, -25, {-1, 1, 1}), transparent);
     material = glass({0.8f, 0.2f, 0.6f}, 0.4f);
     material.isLitFromBothSides = false;
@@ -77,13 +77,13 @@ LitScene layerScene()
     scene.add(wallMesh(), material, placed({1.2f, 0.9f, -0.8f}, 10, {-0.5f, 0.5f, 0.5f}), transparent);
     scene.add(scaled(sphereMesh(4), 1000), glass({0.6f, 0.6f, 0.9f}, 0.25f, {0.9f, 0.9f, 0.9f}, 30),
         placed({0.2f, 0, 1.6f}, 0, {-0.0005f, 0.0005f, 0.0006f}), transparent);
-    // Holes, cut by an image that is read to the nearest texel.
+    // Holes cut by an image with nearest filters.
     material = glass({0.3f, 0.7f, 0.7f}, 1);
     material.alphaMode = MaterialData::Mask;
     material.mapKd = checkerImage(8, QColor(255, 255, 255, 255), QColor(0, 0, 0, 40));
     material.mapKdSampling.magnification = ImageSampling::Nearest;
     scene.add(wallMesh(), material, placed({-1.9f, 0.3f, 1.2f}, 0, {0.4f, 0.5f, 1}), transparent);
-    // The second set of texture coordinates, transformed and clamped; light of its own.
+    // The second set of texture coordinates, transformed and clamped; with emission.
     MeshData mesh = wallMesh();
     mesh.texCoords1 = {{-0.2f, 0.1f}, {0.9f, -0.1f}, {0.1f, 1.2f}, {1.1f, 0.8f}};
     material = glass({0.9f, 0.9f, 0.5f}, 0.6f);

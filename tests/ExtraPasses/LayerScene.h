@@ -10,8 +10,8 @@
 
 namespace Velmora::Kvz {
 
-/// A still life of transparent items of all kinds, each with GPUModel::Transparent, before, behind and through opaque things. Rays
-/// meet up to 20 layers.
+/// A still life of transparent items of all kinds, each with GPUModel::Transparent, in front of, behind and through
+/// opaque things. Rays meet up to 20 layers.
 LitScene layerScene();
 extern const QSize layerSceneSize;
 extern const QMatrix4x4 layerSceneCamera;
@@ -25,15 +25,15 @@ struct Layer
     Vector4d colour; ///< Multiplied by its opacity, and that.
 };
 
-/// What a ray meets of the transparent items, without what masks cut out and what lies behind opaque items, the nearest first.
-/// `isCertain` is false where the order of two things is beyond the precision of depth.
+/// The transparent items that a ray meets, the nearest first, without those that masks cut out or opaque items hide.
+/// `isCertain` is false where the order of two hits is beyond the precision of depth.
 QVector<Layer> layersAt(const LitScene &scene, const LitReference &reference, const QMatrix4x4 &camera, int x, int y,
     const QVector<RayHit> &hits, bool *isCertain);
 
-/// Layers composited one over the other, and the share of what lies behind that comes through.
+/// Layers composited over one another, and the share of the background that comes through.
 Vector4d composited(const QVector<Layer> &layers);
 
-/// A material that is seen as it is given, multiplied by its opacity.
+/// A material shown in exactly this colour, multiplied by its opacity.
 MaterialData flatGlass(const QVector3D &colour, float opacity);
 
 } // namespace Velmora::Kvz

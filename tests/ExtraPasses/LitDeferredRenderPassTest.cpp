@@ -14,7 +14,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// The images of SurfaceRenderPass, in the order of the inputs and of the outputs alike.
+/// The images of SurfaceRenderPass: its outputs and the inputs that take them.
 const QPair<int, int> wires[] = {{SurfaceRenderPass::Diffuse, LitDeferredRenderPass::Diffuse},
     {SurfaceRenderPass::Specular, LitDeferredRenderPass::Specular},
     {SurfaceRenderPass::Normal, LitDeferredRenderPass::Normal},
@@ -24,7 +24,7 @@ const QPair<int, int> wires[] = {{SurfaceRenderPass::Diffuse, LitDeferredRenderP
 class LitDeferredRenderPassTest : public PassTest<LitDeferredRenderPass>
 {
 protected:
-    /// Draws a scene's images and gives them to the pass.
+    /// Draws the surface images of a scene and connects them to the pass.
     void drawSurfaces(const LitScene &scene, const View &view)
     {
         m_model = scene.build();
@@ -190,7 +190,7 @@ TEST_F(LitDeferredRenderPassTest, givesEachInputBackOnceAndHandsItsFrameOn)
     EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);
     TextureManager::Instance()->releaseTempTextureRef(texture(Port::Frame), 2);
 
-    // Skipped, and without a result, it gives them back as well.
+    // A skipped frame, and one without a result, gives them back as well.
     pass->skip(nullptr);
     for (const Texture *texture : qAsConst(taken))
         EXPECT_EQ(PooledTextures::references(texture), 1);

@@ -12,7 +12,7 @@
 
 namespace Velmora::Kvz {
 
-/// Half a step of 8 bits, and what single precision and the grid of a rasteriser add.
+/// Half a step of 8 bits, plus what single precision and the rasteriser's grid add.
 constexpr double halfStep = 0.5 / 255 + 5e-4;
 
 /// Camera and projection of a picture.
@@ -24,14 +24,14 @@ struct View
     QMatrix4x4 camera;
 };
 
-/// From the upper right, in perspective.
+/// A perspective view from the upper right.
 inline View perspectiveView()
 {
     const QSize size(72, 54);
     return {"perspective", size, perspective(size, 0.5f, 40), lookAt(QVector3D(1.2f, 2.2f, 6), QVector3D(0, 0.1f, 0))};
 }
 
-/// The same direction without perspective.
+/// The same direction in parallel projection.
 inline View parallelView()
 {
     View view = perspectiveView();
@@ -41,7 +41,7 @@ inline View parallelView()
     return view;
 }
 
-/// A wall from -1 to 1 that fills a picture of this size, seen straight on.
+/// A wall from -1 to 1 that fills a picture of this size, seen from the front.
 inline View wallView(const QSize &size)
 {
     return {"wall", size, QMatrix4x4(), QMatrix4x4()};
@@ -65,7 +65,7 @@ inline MaterialData coloured(const QVector3D &kd, const QVector3D &ks = {}, floa
     return material;
 }
 
-/// Texels without order, the same in every run; alpha from 0 to 1 as well.
+/// Random texels, the same in every run, with alpha from 0 to 1.
 inline QImage speckledImage(int width, int height, unsigned int seed = 1)
 {
     QImage image(width, height, QImage::Format_ARGB32);
@@ -93,7 +93,8 @@ inline void fillAllImageArrays(
     second->mapEmission = makeImage(64);
 }
 
-/// Two balls and a box, one ball mirrored and one flattened, with all of what materials and vertices can have but images.
+/// Two balls, one mirrored and one flattened, and a box, with everything that materials and vertices can have except
+/// images.
 inline LitScene plainScene()
 {
     MeshData ball = sphereMesh(6);
@@ -111,10 +112,11 @@ inline LitScene plainScene()
     return scene;
 }
 
-/// Draws by one of the passes, or by several in a row.
+/// Draws with one of the passes, or with several in a row.
 using DrawLit = std::function<Image(const LitScene &, const View &)>;
 
-/// How far a picture is from what the formulas give, over the pixels clear of edges. Where a mask cuts holes they must be clear.
+/// The largest error of a picture against the formulas, over the pixels clear of edges. Pixels where a mask cuts holes
+/// must be clear too.
 inline double largestError(const Image &frame, const LitScene &scene, const View &view, const LitLights &lights = {},
     double leastShare = 0.8, int leastGeometry = 1000)
 {

@@ -42,7 +42,7 @@ protected:
         m_model = scene.build();
         return draw(m_model, view);
     }
-    /// The one colour of a wall that fills the picture.
+    /// The single colour of a wall that fills the picture.
     QVector4D drawWall(const MeshData &mesh, const MaterialData &material, const QMatrix4x4 &matrix = QMatrix4x4())
     {
         LitScene scene;
@@ -62,8 +62,8 @@ void expectColour(const QVector4D &colour, const QVector4D &expected)
         << ' ' << expected.y() << ' ' << expected.z() << ' ' << expected.w();
 }
 
-/// The same mesh in a smaller or larger space of its own, so that a matrix that scales brings it back. A mirroring scale turns
-/// the triangles round, as files have them.
+/// The mesh divided by `scale`, so that a matrix can scale it back. A mirroring scale reverses the triangles, as in
+/// files.
 MeshData scaledBack(MeshData mesh, const QVector3D &scale)
 {
     for (QVector3D &position : mesh.positions)
@@ -131,7 +131,8 @@ TEST_F(LitForwardRenderPassTest, takesItsLightFromTheInputs)
         pass->setInput(Port::FixedLight, lights.isFixed);
         EXPECT_LT(largestError(draw(scene, view), scene, view, lights), halfStep);
     }
-    // The fixed light alone is what the basic pass has, where normals are of unit length and colours are opaque.
+    // With only the fixed light the result is that of the basic pass, where normals have unit length and colours are
+    // opaque.
     LitScene box;
     box.add(boxMesh(), coloured({0.8f, 0.7f, 0.2f}, {0.9f, 0.8f, 0.7f}, 60), placed({0, 0, 0}, 35));
     const Image lit = draw(box, view);
@@ -202,11 +203,11 @@ TEST_F(LitForwardRenderPassTest, lightsTheSeenSideWhereTheMaterialSaysSo)
         material.isLitFromBothSides = isTwoSided;
         expectColour(drawWall(wallMesh(), material), lit);
         expectColour(drawWall(wallMesh(), material, behind), isTwoSided ? lit : ambient);
-        // A mirrored wall is seen from its front, though its triangles wind the other way.
+        // A mirrored wall shows its front although its winding is reversed.
         expectColour(drawWall(wallMesh(), material, mirrored), lit);
         expectColour(drawWall(wallMesh(), material, behind * mirrored), isTwoSided ? lit : ambient);
     }
-    // Normals to the front on triangles that show their back: only they decide where both sides are not alike.
+    // Normals towards the viewer on triangles that show their back: the normals decide, unless both sides are lit.
     expectColour(drawWall(turnedRound(wallMesh()), material), lit);
     material.isLitFromBothSides = true;
     expectColour(drawWall(turnedRound(wallMesh()), material), ambient);
@@ -254,7 +255,7 @@ TEST_F(LitForwardRenderPassTest, masksCutHolesAtTheirCutoff)
             }
         }
     }
-    // The same alphas are an opacity where they blend, and nothing where the material is opaque.
+    // The same alphas are opacities where the material blends, and have no effect where it is opaque.
     for (const MaterialData::AlphaMode mode : {MaterialData::Blend, MaterialData::Opaque}) {
         material.alphaMode = mode;
         LitScene scene;
@@ -280,7 +281,7 @@ TEST_F(LitForwardRenderPassTest, imagesAreReadAsTheirSamplingSays)
 {
     const View view = wallView(QSize(48, 48));
     MeshData wall = wallMesh();
-    // From -1.3 to 1.7 in both, and the other way round in the second set.
+    // From -1.3 to 1.7 in both coordinates; exchanged, and one of them reversed, in the second set.
     for (QVector2D &texCoord : wall.texCoords) {
         texCoord = texCoord * 3 - QVector2D(1.3f, 1.3f);
         wall.texCoords1.append(QVector2D(texCoord.y(), -texCoord.x()));
@@ -298,7 +299,7 @@ TEST_F(LitForwardRenderPassTest, imagesAreReadAsTheirSamplingSays)
                 sampling.wrapU = wrap.first;
                 sampling.wrapV = wrap.second;
                 sampling.magnification = filter;
-                sampling.minification = ImageSampling::Nearest; // Of no effect here.
+                sampling.minification = ImageSampling::Nearest; // No effect here.
                 sampling.uvSet = set;
                 MaterialData material = coloured({1, 0.9f, 0.8f}, {0.5f, 0.5f, 0.5f}, 4);
                 material.mapKd = speckledImage(8, 4);
@@ -310,7 +311,7 @@ TEST_F(LitForwardRenderPassTest, imagesAreReadAsTheirSamplingSays)
                 material.emission = QVector3D(0.3f, 0.2f, 0.1f);
                 LitScene scene;
                 scene.add(wall, material);
-                // Drivers blend texels in steps of 1/256, of which three images are added up here.
+                // Drivers filter in steps of 1/256, and three images add up here.
                 EXPECT_LT(largestError(draw(scene, view), scene, view, {}, 0.8, 1500), 3.0 / 255);
             }
         }
@@ -343,7 +344,7 @@ TEST_F(LitForwardRenderPassTest, eachImageHasATransformAndASetOfItsOwn)
 
 TEST_F(LitForwardRenderPassTest, quadsWhoseTransformsUndoTheirCoordinatesLookAlike)
 {
-    // Offset, rotation, scale, and all of them together, on coordinates that are transformed the other way before.
+    // Offset, rotation, scale, and all of them combined, on coordinates with the inverse transform applied.
     QTransform offset, rotation, scale;
     offset.translate(0.35, 0.15);
     rotation.rotate(-20);
@@ -368,7 +369,7 @@ TEST_F(LitForwardRenderPassTest, quadsWhoseTransformsUndoTheirCoordinatesLookAli
 
 TEST_F(LitForwardRenderPassTest, smallImagesAreReadFromMipLevelsUnlessTheyAreNot)
 {
-    // Eight by eight texels for each pixel: the mean of black and white, or one of the two.
+    // Eight by eight texels per pixel: the mean of black and white, or one of them.
     MaterialData material = coloured({1, 1, 1});
     material.mapKd = checkerImage(64, Qt::black, Qt::white);
     const auto draws = [&] {
@@ -395,8 +396,8 @@ TEST_F(LitForwardRenderPassTest, smallImagesAreReadFromMipLevelsUnlessTheyAreNot
 
 TEST_F(LitForwardRenderPassTest, mipLevelsFollowTheLongerSideOfAPixelInTheSetAndTransformThatAreRead)
 {
-    // One texel for each pixel as the coordinates are; in one direction eight, in which black and white mix. From the largest
-    // level a pixel would read between two texels of one colour.
+    // One texel per pixel by the coordinates alone; transformed, eight in one direction, in which black and white mix.
+    // In the largest level a pixel would read between two texels of one colour.
     const float texel = 1.0f / 64;
     const View view = wallView(QSize(64, 64));
     const QImage checker = checkerImage(64, Qt::black, Qt::white);
@@ -408,7 +409,7 @@ TEST_F(LitForwardRenderPassTest, mipLevelsFollowTheLongerSideOfAPixelInTheSetAnd
             for (const bool hasMipmaps : {true, false}) {
                 MaterialData material = coloured({1, 1, 1});
                 material.mapKd = checker;
-                // A wrap mode that changes nothing here has levels worked out by the shader.
+                // A wrap mode that makes no difference here, but needs mip levels computed by the shader.
                 material.mapKdSampling.wrapV = hasMipmaps ? ImageSampling::Repeat : ImageSampling::MirroredRepeat;
                 if (isOfSet)
                     material.mapKdSampling.uvSet = 1;
@@ -429,7 +430,7 @@ TEST_F(LitForwardRenderPassTest, mipLevelsFollowTheLongerSideOfAPixelInTheSetAnd
 
 TEST_F(LitForwardRenderPassTest, nearestMinifiedTexelsAreThoseOfOneLevel)
 {
-    // Between level 1, whose texels are black and white, and level 2, which is grey; nearer to level 1.
+    // Between level 1, whose texels are black and white, and level 2, which is grey; closer to level 1.
     MaterialData material = coloured({1, 1, 1});
     material.mapKd = checkerImage(64, Qt::black, Qt::white);
     material.mapKdSampling.minification = ImageSampling::Nearest;
@@ -487,7 +488,7 @@ TEST_F(LitForwardRenderPassTest, verticesColourWhatTheyHave)
     scene.add(wall, material);
     const View view = wallView(QSize(24, 24));
     EXPECT_LT(largestError(draw(scene, view), scene, view, {}, 0.8, 400), halfStep);
-    // Beside it in one model, a mesh without colours is white, and so it is in a model without any.
+    // In the same model, a mesh without colours is white, as it is in a model without any colours.
     QMatrix4x4 left, right;
     left.translate(-0.5f, 0);
     left.scale(0.5f, 1);
@@ -617,7 +618,7 @@ TEST_F(LitForwardRenderPassTest, takesItsObjectsAlong)
     LitScene scene;
     scene.add(wallMesh(), coloured({1, 1, 1}));
     const QSharedPointer<GPUModel> model = scene.build();
-    // What the model itself makes with its first draw is there already.
+    // Creates what the model itself creates when it is first drawn.
     LitForwardRenderPass other;
     other.setInput(Port::Viewport, QRect(0, 0, 4, 4));
     other.setInput(Port::Geometry, QVariant::fromValue(model.data()));
@@ -646,7 +647,7 @@ TEST_F(LitForwardRenderPassTest, readsOnlyTheImagesThatAModelHas)
     };
     MaterialData painted = coloured({1, 1, 1});
     painted.mapKd = speckledImage(4, 4);
-    // Beside the images: the rows of items and surfaces.
+    // Two samplers read the rows of items and surfaces; the others read images.
     EXPECT_EQ(samplersOf(coloured({1, 1, 1})), 2);
     EXPECT_EQ(samplersOf(painted), 3);
     painted.mapEmission = speckledImage(8, 8);

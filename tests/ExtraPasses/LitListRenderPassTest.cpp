@@ -29,19 +29,19 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Half floats of colours up to 1, image filters with weights of 8 bits, and vertices that the rasteriser moved by 1/512 pixel.
+/// Half floats up to 1, image filters with weights of 8 bits, and vertices that the rasteriser moves by 1/512 pixel.
 constexpr double tolerance = 0.006;
-/// A step of half floats below 1, since a driver may cut off rather than round, and what floats lose on the way.
+/// A step of half floats below 1, since a driver may truncate, plus what floats lose on the way.
 constexpr double halfTolerance = 6e-4;
 
-/// Tests that hold where each pixel has a single fragment, too.
+/// Tests that also hold where each pixel has a single fragment.
 class LitListRenderPassTest : public PassTest<LitListRenderPass>
 {
 protected:
     using Buffer = VisibilityBufferRenderPass;
     using Sort = VisibilitySortRenderPass;
 
-    /// Records and sorts the lists of the transparent items, and gives the pass all that it shades by.
+    /// Records and sorts the lists of the transparent items and sets all inputs of the pass.
     void record(const QSharedPointer<GPUModel> &model, const QSize &size, const QMatrix4x4 &camera,
         const QMatrix4x4 &projection)
     {
@@ -62,7 +62,7 @@ protected:
             pass->setInput(Port::HeadPointers + i, sort->output(i));
         pass->setNumOutputUsers(Port::Frame, 1);
     }
-    /// The image of a frame, which goes back to the pool.
+    /// Draws a frame and returns its image, which goes back to the pool.
     Image draw(const QSharedPointer<GPUModel> &model, const QSize &size = QSize(4, 4),
         const QMatrix4x4 &camera = QMatrix4x4(), const QMatrix4x4 &projection = QMatrix4x4())
     {
@@ -83,7 +83,7 @@ protected:
         }
         return scene.build();
     }
-    /// A pixel of walls that face the eye, seen without perspective.
+    /// A pixel of walls that face the viewer, without perspective.
     QVector4D drawWalls(const Walls &walls)
     {
         QMatrix4x4 projection;
@@ -113,7 +113,7 @@ TEST_F(LitListsTest, matchesTheFormulasAlongRays)
     int compared = 0;
     QVector<int> byLayers(40, 0);
     reference.rays().compareClearLists(0.6, 4000, [&](int x, int y, const QVector<RayHit> &hits) {
-        // Nothing hides what is in the lists.
+        // Opaque items are not drawn here, so nothing hides the lists.
         QVector<RayHit> transparent;
         for (const RayHit &hit : hits) {
             if (scene.featureFlags(hit.item) & GPUModel::Transparent)
@@ -140,7 +140,7 @@ TEST_F(LitListsTest, matchesTheFormulasAlongRays)
     std::printf(
         "[ COMPARED ] mean error %.6f, %d of %d pixels beyond; %d, %d, %d and %d pixels of 0, 1, 2 and 16 layers\n",
         sum / compared, beyond, compared, byLayers[0], byLayers[1], byLayers[2], byLayers[16]);
-    // At the edges of holes that a mask cuts, one bit decides.
+    // At the edges of holes that a mask cuts, the last bit decides.
     EXPECT_LE(beyond, 12);
     EXPECT_LE(sum / compared, 1e-3);
     for (const int layers : {0, 1, 2, 3, 16})
@@ -165,9 +165,9 @@ TEST_F(LitListsTest, compositesExactlyFromFrontToBack)
     EXPECT_NEAR(one.w(), 0.7, halfTolerance);
     EXPECT_NEAR(lower.w(), 0.7 * 0.4, halfTolerance);
     EXPECT_EQ(lower, other) << "whatever is drawn first";
-    // An opaque one ends it, and lets nothing through.
+    // An opaque layer ends the list and lets nothing through.
     EXPECT_EQ(drawWalls({{-0.5f, flat}, {0.5f, flatGlass({1, 0, 0.5f}, 1)}}), QVector4D(1, 0, 0.5f, 0));
-    // 40 layers: all of them count.
+    // All of 40 layers count.
     Walls stack;
     for (int i = 0; i < 40; ++i)
         stack.append({-0.9f + 0.04f * float(i), flatGlass({1, 1, 1}, 0.05f)});
@@ -192,7 +192,7 @@ TEST_F(LitListRenderPassTest, takesItsLightsFromItsInputs)
 
 TEST_F(LitListRenderPassTest, seesTheSideThatIsSeenWhateverMirrors)
 {
-    // One wall seen from its front or from behind, mirrored or not, by cameras before and behind it.
+    // One wall from the front or from behind, mirrored or not, seen by cameras on both sides of it.
     for (const bool isTwoSided : {true, false}) {
         for (const bool isMirrored : {true, false}) {
             for (const float side : {1.0f, -1.0f}) {
@@ -208,7 +208,7 @@ TEST_F(LitListRenderPassTest, seesTheSideThatIsSeenWhateverMirrors)
                 const QVector4D pixel = draw(
                     scene.build(), size, lookAt(QVector3D(0, 0, 3 * side), QVector3D()), perspective(size, 0.5f, 10))
                                             .pixel(4, 4);
-                // From behind a surface that is lit by its normal has the ambient share alone.
+                // A surface that is lit by its normal has only the ambient share from behind.
                 const double light = isTwoSided || side > 0 ? 1 : 0.15;
                 EXPECT_NEAR(pixel.x(), 0.4 * light, 1e-3) << isTwoSided << isMirrored << side;
             }
@@ -218,7 +218,7 @@ TEST_F(LitListRenderPassTest, seesTheSideThatIsSeenWhateverMirrors)
 
 TEST_F(LitListRenderPassTest, seesTheSideOfATriangleThatReachesBehindTheEye)
 {
-    // A floor below the eye, one corner of it far behind.
+    // A floor below the camera, with one corner far behind it.
     MeshData floor;
     floor.positions = {{-50, -1, 30}, {50, -1, 30}, {0, -1, -60}};
     floor.normals = {{0, 1, 0}, {0, 1, 0}, {0, 1, 0}};
@@ -257,19 +257,19 @@ TEST_F(LitListRenderPassTest, followsTheGeometryOfEachModel)
     glass.kd = QVector3D(0.8f, 0.6f, 0.4f);
     glass.d = 0.5f;
     EXPECT_NEAR(pixelOf(wallMesh(), glass).x(), 0.4, halfTolerance);
-    // Other vertices: those of a wall that leans away.
+    // Other vertices: a wall whose normals lean.
     MeshData leaning = wallMesh();
     for (QVector3D &normal : leaning.normals)
         normal = QVector3D(0, 0.6f, 0.8f);
     EXPECT_NEAR(pixelOf(leaning, glass).x(), 0.4 * (0.15 + 0.85 * 0.8), halfTolerance);
     EXPECT_NEAR(pixelOf(withoutIndices(leaning), glass).x(), 0.4 * (0.15 + 0.85 * 0.8), halfTolerance);
-    // Colours come and go.
+    // With vertex colours, then without.
     MeshData coloured = wallMesh();
     coloured.colours = QVector<QVector4D>(4, QVector4D(0.5f, 1, 1, 0.5f));
     EXPECT_NEAR(pixelOf(coloured, glass).x(), 0.8 * 0.5 * 0.25, halfTolerance);
     EXPECT_NEAR(pixelOf(coloured, glass).w(), 0.75, halfTolerance);
     EXPECT_NEAR(pixelOf(wallMesh(), glass).w(), 0.5, halfTolerance);
-    // With two models alive, in turn.
+    // Two models that exist at the same time, drawn in turn.
     QMatrix4x4 projection;
     projection.ortho(-1, 1, -1, 1, -1, 1);
     for (int turn = 0; turn < 2; ++turn) {
@@ -277,7 +277,7 @@ TEST_F(LitListRenderPassTest, followsTheGeometryOfEachModel)
         EXPECT_NEAR(draw(models[2], QSize(4, 4), identity, projection).pixel(1, 2).x(), 0.4 * (0.15 + 0.85 * 0.8),
             halfTolerance);
     }
-    // A model that is deleted leaves its place to another one.
+    // After a model is deleted, another may get its address.
     models.clear();
     EXPECT_NEAR(pixelOf(coloured, glass).w(), 0.75, halfTolerance);
 }
@@ -316,7 +316,7 @@ TEST_F(LitListRenderPassTest, withoutListsOrModelThereIsNoImage)
         EXPECT_EQ(pass->output(Port::Frame).userType(), qMetaTypeId<Texture *>()) << input;
         EXPECT_EQ(texture(Port::Frame), nullptr) << input;
     }
-    // A model without items has nothing in its lists, and nodes of no width are none.
+    // A model without items has empty lists, and a node width of 0 means no nodes.
     GPUModelBuilder empty;
     const QSharedPointer<GPUModel> nothing = empty.build();
     record(nothing, QSize(4, 4), QMatrix4x4(), QMatrix4x4());
@@ -360,7 +360,7 @@ TEST_F(LitListRenderPassTest, refusesModelsThatBufferTexturesDoNotHold)
 
 TEST_F(LitListRenderPassTest, runsOnADriverWith16TextureUnitsAStage)
 {
-    // With vertex extras of both kinds, images, and an index buffer.
+    // With vertex colours, a second set of texture coordinates, images and an index buffer.
     MeshData mesh = wallMesh();
     mesh.colours = QVector<QVector4D>(4, QVector4D(0.5f, 1, 1, 0.5f));
     mesh.texCoords1 = mesh.texCoords;
@@ -408,7 +408,7 @@ TEST_F(LitListRenderPassTest, runsOnADriverWith16TextureUnitsAStage)
 TEST_F(LitListRenderPassTest, handsOnReferencesAndLeavesItsState)
 {
     const QSharedPointer<GPUModel> model = wallModel({{0, flatGlass({1, 1, 1}, 0.5f)}});
-    draw(model); // The first frame makes what the pass keeps.
+    draw(model); // Creates what the pass keeps.
     record(model, QSize(4, 4), QMatrix4x4(), QMatrix4x4());
     glEnable(GL_DEPTH_TEST);
     glDepthFunc(GL_NEVER);
@@ -440,7 +440,7 @@ TEST_F(LitListRenderPassTest, handsOnReferencesAndLeavesItsState)
     EXPECT_EQ(PooledTextures::allReferences(), 0);
     EXPECT_EQ(log.takeWarnings(), QStringList());
 
-    // Lists that came from the pool would go back to it.
+    // Lists taken from the pool go back to it.
     Texture *const heads = textures.take(TextureFormat::LowDynamicRange, 4, 4, 2);
     Texture *const nodes = textures.take(TextureFormat::LowDynamicRange, 4, 4, 2);
     setTexture(Port::HeadPointers, heads);

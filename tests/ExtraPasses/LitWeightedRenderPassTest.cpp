@@ -29,15 +29,15 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Half floats of colours up to 1, image filters with weights of 8 bits, and vertices that the rasteriser moved by 1/512 pixel.
+/// Half floats up to 1, image filters with weights of 8 bits, and vertices that the rasteriser moves by 1/512 pixel.
 constexpr double tolerance = 0.006;
-/// What sums and products of half floats lose in a single layer.
+/// The error of sums and products of half floats in a single layer.
 constexpr double halfTolerance = 1.5e-3;
 
 class LitWeightedRenderPassTest : public PassTest<LitWeightedRenderPass>
 {
 protected:
-    /// The image of a frame, which goes back to the pool.
+    /// Draws a frame and returns its image, which goes back to the pool.
     Image draw(const QSharedPointer<GPUModel> &model, const QSize &size = QSize(4, 4),
         const QMatrix4x4 &camera = QMatrix4x4(), const QMatrix4x4 &projection = orthographic())
     {
@@ -53,7 +53,7 @@ protected:
     }
     void giveFrameBack() { TextureManager::Instance()->releaseTempTextureRef(texture(Port::Frame), 1); }
 
-    /// View depths from -1 to 1: a wall at z lies at -z.
+    /// View depths from -1 to 1: a wall at z has a depth of -z.
     static QMatrix4x4 orthographic()
     {
         QMatrix4x4 projection;
@@ -71,13 +71,13 @@ protected:
         }
         return scene.build();
     }
-    /// A pixel of walls that face the eye, seen without perspective.
+    /// A pixel of walls that face the viewer, without perspective.
     QVector4D drawWalls(const Walls &walls) { return draw(wallModel(walls)).pixel(1, 2); }
 
     PooledTextures textures;
 };
 
-/// The weighted mean by the formulas, with view depths that the items' bounds span.
+/// The weighted mean by the formulas, over the view depths that the items' bounds span.
 struct Weights
 {
     Weights(const GPUModel &model, const QMatrix4x4 &camera)
@@ -175,7 +175,7 @@ TEST_F(LitWeightedRenderPassTest, matchesTheFormulasAlongRays)
         "pixels of 0, 1, 2 and more than 9 layers\n",
         sum / compared, beyond, compared, fromExact / compared, byLayers[0], byLayers[1], byLayers[2],
         std::accumulate(byLayers.begin() + 10, byLayers.end(), 0));
-    // At the edges of holes that a mask cuts, one bit decides.
+    // At the edges of holes that a mask cuts, the last bit decides.
     EXPECT_LE(beyond, 12);
     EXPECT_LE(sum / compared, 1e-3);
     for (const int layers : {0, 1, 2, 3, 16})
@@ -191,7 +191,7 @@ TEST_F(LitWeightedRenderPassTest, aLayerAloneIsItsLightTimesItsOpacity)
         glass.d = opacity;
         glass.emission = QVector3D(0, 0.05f, 0);
         const QVector4D pixel = drawWalls({{0.3f, glass}});
-        // Lit from the eye, which it faces, and from everywhere.
+        // Lit by the headlight, which it faces, and by the ambient light.
         const QVector3D lit = glass.kd + 0.85f * glass.ks + glass.emission;
         for (int i = 0; i < 3; ++i)
             EXPECT_NEAR(double(pixel[i]), double(lit[i] * opacity), halfTolerance) << opacity;
@@ -236,7 +236,7 @@ TEST_F(LitWeightedRenderPassTest, drawsLayersInAnyOrderAlike)
 
 TEST_F(LitWeightedRenderPassTest, weighsByTheDepthWithinTheTransparentItems)
 {
-    // The nearer of two equal opacities counts 2^8 times as much across the whole range, whatever its length is.
+    // Across the whole range, the nearer of two equal opacities counts 2^8 times as much, however short the range is.
     const MaterialData red = flatGlass({1, 0, 0}, 0.5f);
     const MaterialData blue = flatGlass({0, 0, 1}, 0.5f);
     for (const float half : {0.9f, 1e-3f}) {
@@ -244,10 +244,10 @@ TEST_F(LitWeightedRenderPassTest, weighsByTheDepthWithinTheTransparentItems)
         EXPECT_NEAR(double(pixel.x()), 0.75 * 256 / 257, halfTolerance) << half;
         EXPECT_NEAR(double(pixel.z()), 0.75 / 257, halfTolerance) << half;
     }
-    // Halfway it is 2^4 times.
+    // Halfway it counts 2^4 times as much.
     EXPECT_NEAR(double(drawWalls({{0.8f, red}, {0, blue}, {-0.8f, flatGlass({0, 1, 0}, 0.001f)}}).z()), 0.75 / (1 + 16),
         2 * halfTolerance);
-    // An opaque item is not in the range, and neither is what lies behind the eye.
+    // Opaque items, and what lies behind the camera, are not part of the range.
     LitScene scene;
     QMatrix4x4 matrix;
     matrix.translate(0, 0, -0.5f);
@@ -261,7 +261,7 @@ TEST_F(LitWeightedRenderPassTest, weighsByTheDepthWithinTheTransparentItems)
     scene.add(wallMesh(), flatGlass({1, 1, 1}, 0.5f), matrix, GPUModel::Transparent);
     const QSize size(4, 4);
     const QVector4D pixel = draw(scene.build(), size, QMatrix4x4(), perspective(size, 0.05f, 20)).pixel(1, 2);
-    // From the eye to 0.5 before it: 0.1 lies at a fifth.
+    // The range goes from the camera to 0.5 in front of it, so 0.1 is a fifth.
     EXPECT_NEAR(double(pixel.z()), 0.75 / (1 + std::exp2(8 * 0.8)), halfTolerance);
 }
 
@@ -306,7 +306,7 @@ TEST_F(LitWeightedRenderPassTest, hundredsOfLayersRightBeforeTheEyeStayFinite)
 
 TEST_F(LitWeightedRenderPassTest, opaqueSurfacesHideWhatLiesBehindThem)
 {
-    // A window depth of 0.5 in the left half, nothing in the right one.
+    // A window depth of 0.5 in the left half, and nothing in the right half.
     Image depths(4, 4, 1);
     for (int y = 0; y < 4; ++y) {
         for (int x = 0; x < 4; ++x)
@@ -359,7 +359,7 @@ TEST_F(LitWeightedRenderPassTest, saysOnceWhyADepthImageDoesNotServe)
 TEST_F(LitWeightedRenderPassTest, withoutTransparentItemsThereIsNoImage)
 {
     LitScene opaque;
-    opaque.add(wallMesh(), flatGlass({1, 1, 1}, 0.5f)); // Without the flag it is opaque to this pass.
+    opaque.add(wallMesh(), flatGlass({1, 1, 1}, 0.5f)); // Without the flag the pass takes it as opaque.
     const QSharedPointer<GPUModel> without = opaque.build();
     const QSharedPointer<GPUModel> with = wallModel({{0, flatGlass({1, 1, 1}, 0.5f)}});
     const int programs = glObjectCounts().programs;
@@ -387,7 +387,7 @@ TEST_F(LitWeightedRenderPassTest, takesAWholeDepthStencilImageToo)
         AutoBinder binder(&framebuffer);
         framebuffer.attach(depth, GL_DEPTH_STENCIL_ATTACHMENT, 0);
         framebuffer.setDrawBuffers();
-        glReadBuffer(GL_NONE); // Before OpenGL 4.1 it is incomplete otherwise.
+        glReadBuffer(GL_NONE); // Otherwise it is incomplete before OpenGL 4.1.
         glClearDepth(0.25);
         glClear(GL_DEPTH_BUFFER_BIT);
         glClearDepth(1);
@@ -426,7 +426,7 @@ TEST_F(LitWeightedRenderPassTest, runsOnADriverWith16TextureUnitsAStage)
             samplers = std::max(samplers, activeSamplers(GLuint(glInteger(GL_CURRENT_PROGRAM))));
         };
         EXPECT_EQ(maximumDifference(draw(model, size, layerSceneCamera, layerSceneProjection), expected), 0);
-        // Six arrays of images and the rows of materials; in the vertex stage the rows of items.
+        // Six arrays of images and the rows of materials; in the vertex stage, the rows of items.
         EXPECT_EQ(samplers, 8);
         pass.reset();
     }
@@ -436,7 +436,7 @@ TEST_F(LitWeightedRenderPassTest, runsOnADriverWith16TextureUnitsAStage)
 TEST_F(LitWeightedRenderPassTest, handsOnReferencesAndLeavesItsState)
 {
     const QSharedPointer<GPUModel> model = wallModel({{0, flatGlass({1, 1, 1}, 0.5f)}});
-    draw(model); // The first frame makes what the pass keeps.
+    draw(model); // Creates what the pass keeps.
     glDepthFunc(GL_NEVER);
     glEnable(GL_DEPTH_TEST);
     glViewport(0, 0, 1, 1);

@@ -40,7 +40,7 @@ protected:
     }
 };
 
-/// Three items: two of one material, and materials that no item has in between.
+/// Three items: two of one material, and unused materials in between.
 struct Scene
 {
     GPUModelBuilder builder;
@@ -129,7 +129,7 @@ TEST_F(MaterialIdRenderPassTest, followsTheViewportAndDeletesWhatItMade)
 {
     Scene scene;
     const QSharedPointer<GPUModel> model = scene.builder.build();
-    // What the model itself makes with its first draw is there already.
+    // Creates what the model itself creates when it is first drawn.
     MaterialIdRenderPass other;
     other.setInput(Port::Viewport, QRect(0, 0, 4, 4));
     other.setInput(Port::Geometry, QVariant::fromValue(model.data()));

@@ -74,7 +74,7 @@ protected:
     PooledTextures textures;
 };
 
-/// The picture of one sample for each pixel, taken at a place of the pixel other than its middle.
+/// A single-sample picture, sampled at this position in each pixel instead of its centre.
 Image sampledAt(const QPointF &place, GPUModel *model)
 {
     LitForwardRenderPass forward;
@@ -87,7 +87,7 @@ Image sampledAt(const QPointF &place, GPUModel *model)
     return readTexture(forward.output(LitForwardRenderPass::Frame).value<Texture *>());
 }
 
-/// Pixels that differ by more than half a step of 8 bits and what extrapolated shading adds.
+/// Counts the pixels that differ by more than half a step of 8 bits and what extrapolated shading adds.
 int differences(const Image &a, const Image &b)
 {
     int count = 0;
@@ -112,7 +112,7 @@ TEST_F(MultisampleForwardRenderPassTest, samplesLieWhereTheTableWantsThem)
             const Image image = readSample(texture(Port::Frame), sample);
             const Image expected = sampledAt(subsamplePosition(frame, sample), model.data());
             saveForViewing(image, QStringLiteral("multisample-%1-%2").arg(frame).arg(sample));
-            // On edges that run through a sample, one bit decides.
+            // On edges that run through a sample, the last bit decides.
             EXPECT_LE(differences(image, expected), 12) << frame << ' ' << sample;
             EXPECT_GT(differences(image, sampledAt(centre, model.data())), 60) << "the middle is elsewhere";
             EXPECT_GT(differences(image, sampledAt(subsamplePosition(frame, 1 - sample), model.data())), 60);
@@ -123,7 +123,7 @@ TEST_F(MultisampleForwardRenderPassTest, samplesLieWhereTheTableWantsThem)
 
 TEST_F(MultisampleForwardRenderPassTest, samplesGoWithTheSlicesOfTheAreaTable)
 {
-    // Offsets of the slices for edges; a slice is made for the sample on the other side of the texel's middle.
+    // The offset of each slice for edges; a slice is made for the sample on the opposite side of the texel's centre.
     const double slices[] = {0, -0.25, 0.25, -0.125, 0.125, -0.375, 0.375};
     const struct
     {
@@ -202,7 +202,7 @@ TEST_F(MultisampleForwardRenderPassTest, lightsByItsInputsAndLeavesMasksOut)
     material.d = 0.6f;
     material.alphaMode = MaterialData::Mask;
     MeshData wall = wallMesh();
-    // Opaque where the alpha is at least a half: 0.3 + 0.3 x, in x from -1 to 1.
+    // Opaque where the alpha is at least a half: it is 0.3 + 0.3 x, for x from -1 to 1.
     for (const QVector3D &position : qAsConst(wall.positions))
         wall.colours.append(QVector4D(0.5f, 1, 1, 0.5f + 0.5f * position.x()));
     builder.addItem(builder.addMesh(wall), builder.addMaterial(material));

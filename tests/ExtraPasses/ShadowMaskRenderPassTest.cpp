@@ -27,7 +27,7 @@ const QSize size(48, 36);
 const QSize mapSize(24, 20);
 constexpr float empty = 1e9f;
 
-/// Moments of all layers, layer by layer.
+/// The moments of all layers, one layer after the other.
 using Moments = QVector<float>;
 
 std::unique_ptr<Texture> makeArray(const Moments &moments, int layers)
@@ -42,7 +42,7 @@ std::unique_ptr<Texture> makeArray(const Moments &moments, int layers)
     return texture;
 }
 
-/// The mask worked out in doubles, from the formulas of the class's documentation.
+/// The mask computed in doubles by the formulas in the class's documentation.
 struct Reference
 {
     QVector<Light *> lights;
@@ -103,7 +103,7 @@ struct Reference
         const auto projector = data->projectors[index];
         const int end = projector.firstLayer + projector.layerCount;
         if (lights[index]->type == Light::Point) {
-            // The face of the axis along which the light is farthest away.
+            // The face of the axis along which the point is farthest from the light.
             const Vector3d way = world - toDouble(lights[index]->position);
             int face = 0;
             for (int axis = 0; axis < 3; ++axis) {
@@ -200,7 +200,7 @@ protected:
         setUpImages();
     }
 
-    /// A floor of 9 by 9 units under steps of several heights, and normals that lean every way.
+    /// A floor of 9 by 9 units, steps of several heights on it, and normals in all directions.
     void setUpImages()
     {
         depthImage = Image(size.width(), size.height(), 1);
@@ -227,8 +227,8 @@ protected:
         normal = makeTexture(normalImage, GL_RGBA32F);
     }
 
-    /// Layers of the lights with moments of every kind: surfaces, spread ones, and empty texels as both shadow passes
-    /// leave them.
+    /// Fills the lights' layers with moments of every kind: single surfaces, spread ones, and empty texels as both
+    /// shadow passes leave them.
     void fillMaps(const QVector<Light *> &list)
     {
         lights = list;
@@ -252,7 +252,7 @@ protected:
         data.setProjectionTexture(array.get());
     }
 
-    /// Lays one surface at a depth into all layers.
+    /// Fills all layers with one surface at this depth.
     void fillMaps(const QVector<Light *> &list, float mean)
     {
         fillMaps(list);
@@ -276,7 +276,7 @@ protected:
         pass->setNumOutputUsers(ShadowMaskRenderPass::ShadowMask, 1);
     }
 
-    /// Runs the pass and gives its mask back.
+    /// Runs the pass and returns its mask.
     Image run(ShadowMaskRenderPass *pass)
     {
         pass->start(nullptr);
@@ -305,8 +305,8 @@ protected:
         return result;
     }
 
-    /// Holds a mask against the reference. Half a step of 8 bits is 0.002; the rest is single precision, which a variance of
-    /// 1e-7 enlarges. A point on the border of a layer or a face may fall on either side: one pixel in 200.
+    /// Compares a mask with the reference. Half a step of 8 bits is 0.002; the rest is single precision, magnified by a
+    /// variance of 1e-7. A point on the border of a layer or face may fall on either side: one pixel in 200.
     void expectMask(const Image &mask, const Reference &expected, double leastSpread = 0.3)
     {
         ASSERT_EQ(mask.width, size.width());
@@ -406,7 +406,7 @@ TEST_F(ShadowMaskRenderPassTest, withoutNormalsEverySurfaceFacesEveryLight)
 
 TEST_F(ShadowMaskRenderPassTest, surfacesBeforeAndBehindTheOccluder)
 {
-    // Farther than everything: nothing is hidden. Nearer than everything: all is, but for the ambient light.
+    // An occluder farther than everything hides nothing; one nearer than everything leaves only the ambient light.
     fillMaps({&sun}, 1);
     const Image lit = maskOf();
     fillMaps({&sun}, 1e-6f);
@@ -418,7 +418,7 @@ TEST_F(ShadowMaskRenderPassTest, surfacesBeforeAndBehindTheOccluder)
         for (int x = 0; x < size.width(); ++x) {
             EXPECT_EQ(lit.pixel(x, y).x(), 1) << x << ' ' << y;
             EXPECT_EQ(none.pixel(x, y).x(), 1) << x << ' ' << y;
-            // Beside the floor nothing is there to be hidden.
+            // Beside the floor there is nothing to hide.
             const bool isFloor = *depthImage.at(x, y) < 1;
             floor += isFloor ? 1 : 0;
             EXPECT_NEAR(dark.pixel(x, y).x(), isFloor ? 0.25 : 1, 0.003) << x << ' ' << y;
@@ -445,7 +445,7 @@ TEST_F(ShadowMaskRenderPassTest, withoutDataLightsFallOffAndHideNothing)
 
 TEST_F(ShadowMaskRenderPassTest, lightsBeyondTheDataHideNothing)
 {
-    // As after a light more, while a shadow pass is told that nothing changed.
+    // As after adding a light while the shadow pass is told that nothing changed.
     fillMaps({&sun});
     lights = {&sun, &lamp};
     lightList = QVariantList{QVariant::fromValue(&sun), QVariant::fromValue(&lamp)};
@@ -460,7 +460,7 @@ TEST_F(ShadowMaskRenderPassTest, withoutLightsTheMaskIsOne)
         lightList = list;
         EXPECT_EQ(maximumDifference(maskOf(), white), 0);
     }
-    // Lights of no strength leave all in shadow.
+    // With lights of intensity 0 everything is in shadow.
     sun.intensity = 0;
     lightList = QVariant::fromValue(&sun);
     EXPECT_NEAR(maskOf().pixel(20, 20).x(), 0.25, 0.003);
@@ -545,14 +545,14 @@ TEST_F(ShadowMaskRenderPassTest, aPassWorksOnAfterTeardownAndAfterOtherLights)
     EXPECT_EQ(maximumDifference(run(&pass), first), 0);
     pass.teardownContextData(nullptr);
     EXPECT_EQ(maximumDifference(run(&pass), first), 0);
-    // Fewer rows, then as many again.
+    // Fewer rows, then as many as before.
     fillMaps({&sun});
     setInputs(&pass, QVariant::fromValue(&data));
     expectMask(run(&pass), reference());
     fillMaps({&spot, &lamp, &sun});
     setInputs(&pass, QVariant::fromValue(&data));
     EXPECT_EQ(maximumDifference(run(&pass), first), 0);
-    pass.teardownContextData(nullptr); // Nothing is left for the destructor.
+    pass.teardownContextData(nullptr); // Leaves nothing for the destructor.
 }
 
 } // namespace

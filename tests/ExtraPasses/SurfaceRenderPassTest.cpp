@@ -30,7 +30,7 @@ protected:
 
 constexpr int outputCount = 6;
 
-/// How far a texel is from what it should be, over all four channels.
+/// The distance of a texel from its expected value, over all four channels.
 double distance(const float *texel, const Vector3d &rgb, double alpha)
 {
     double error = std::abs(double(texel[3]) - alpha);

@@ -54,7 +54,7 @@ QSharedPointer<GPUModel> makeModel()
 class VelocityRenderPassTest : public GLTest
 {
 protected:
-    /// A frame: the model's depth, then its velocity.
+    /// Draws a frame: the model's depth, then its velocity.
     Image frame(GPUModel *model, const QMatrix4x4 &view = camera, const QMatrix4x4 &lens = projection)
     {
         geometry.setInput(ModelRenderPass::Viewport, QRect(QPoint(), size));
@@ -91,7 +91,7 @@ protected:
     PooledTextures textures;
 };
 
-/// Where a point of the last frame's depth image was, in normalised device units.
+/// Where a point of this frame's depth image was in the last frame, in clip space of `before`.
 Vector4d previousOf(const Vector4d &present, const DoubleMatrix &before, const DoubleMatrix &now)
 {
     return before * (now.inverted() * present);
@@ -102,7 +102,7 @@ Vector4d deviceOf(const Image &depth, int x, int y)
     return {2 * (x + 0.5) / depth.width - 1, 2 * (y + 0.5) / depth.height - 1, 2 * double(depth.at(x, y)[0]) - 1, 1};
 }
 
-/// Whether a pixel of a depth image is of a sphere, its radius grown by a margin.
+/// Whether a pixel of a depth image lies on a sphere; the radius includes a margin.
 class OnBall
 {
 public:
@@ -129,8 +129,8 @@ private:
     double m_radius;
 };
 
-/// The largest error of the ways, in what storage allows of it, at the pixels that count: those of a surface that `before` took
-/// to the screen in the last frame and `now` in this one.
+/// The largest error of the velocities, in units of what storage allows, over the pixels that count: those of a surface
+/// that `before` took to the screen in the last frame and `now` does in this one.
 double worst(const Image &velocity, const Image &depth, const DoubleMatrix &before, const DoubleMatrix &now,
     const std::function<bool(int, int)> &counts, int *pixels)
 {
@@ -184,7 +184,7 @@ TEST_F(VelocityRenderPassTest, aMovingCameraMovesWhatItSeesByDepth)
                   DoubleMatrix(zoomed) * DoubleMatrix(moved), everywhere, &pixels),
         1);
     EXPECT_EQ(pixels, size.width() * size.height()) << "the far plane moves too";
-    // Near things move more than far ones.
+    // Near things move more than distant ones.
     EXPECT_GT((image.pixel(40, 55) - image.pixel(80, 62)).length(), 0.01f);
 }
 
@@ -223,7 +223,7 @@ TEST_F(VelocityRenderPassTest, holdsTheChangeOfTheJitter)
         const Image image =
             frame(model.data(), camera, jitter.output(CameraJitterPass::ProjectionMatrixOut).value<QMatrix4x4>());
         const QVector2D expected = i == 0 ? QVector2D() : 0.5f * (amount - previous);
-        // What the resolve adds, half of previous less present, takes it out to a 250th of a pixel.
+        // The resolve adds half of the previous jitter less the present one, which cancels this to a 250th of a pixel.
         for (int y = 0; y < size.height(); y += 7) {
             for (int x = 0; x < size.width(); x += 7) {
                 EXPECT_NEAR(image.pixel(x, y).x(), expected.x(), 0.004 / size.width());
@@ -247,7 +247,7 @@ TEST_F(VelocityRenderPassTest, aMovingItemHasItsOwnMotion)
 
     const DoubleMatrix view = DoubleMatrix(projection) * DoubleMatrix(camera);
     const DoubleMatrix back = DoubleMatrix(before) * DoubleMatrix(now).inverted();
-    // Triangles are numbered from the first of each item, so the ball is told by where it is.
+    // Primitive numbers start over with each item, so the ball is identified by its position.
     const QVector3D centre(-1.1f, 0.3f, 0.4f);
     const OnBall onBall(depth, view, centre, 1.01);
     const OnBall nearBall(depth, view, centre, 1.2);
@@ -260,7 +260,7 @@ TEST_F(VelocityRenderPassTest, aMovingItemHasItsOwnMotion)
         << "the rest stands still";
     EXPECT_GT(pixels, 10000);
 
-    // It stands still again, and so does its image.
+    // The ball stands still again, and so does its image.
     const Image still = frame(model.data());
     EXPECT_LT(worst(still, depth, view, view, everywhere, &pixels), 1);
 }
@@ -269,7 +269,7 @@ TEST_F(VelocityRenderPassTest, cameraAndItemMoveTogether)
 {
     const QSharedPointer<GPUModel> model = makeModel();
     frame(model.data());
-    // The item goes along with the camera, so it stands still on the screen while the rest moves.
+    // The item moves with the camera, so it stands still on the screen while everything else moves.
     QMatrix4x4 step;
     step.translate(0.5f, 0, 0);
     model->setModelMatrix(2, step * model->modelMatrix(2));
@@ -317,7 +317,8 @@ TEST_F(VelocityRenderPassTest, takesDepthOfSeveralSamples)
     sampled();
     model->setModelMatrix(1, at(-1.4f, 0, 0));
     const Image image = sampled();
-    // The ball moved by 0.1 units at a distance of about 5: an inner pixel moved by some pixels, the wall not at all.
+    // The ball moved by 0.1 units at a distance of about 5: a pixel inside it moved by a few pixels, the wall not at
+    // all.
     const float expected = 0.5f
         * (projection.map(camera.map(QVector3D(-1.4f, 0, 1))) - projection.map(camera.map(QVector3D(-1.5f, 0, 1)))).x();
     const QVector3D middle = projection.map(camera.map(QVector3D(-1.4f, 0, 1)));
@@ -328,7 +329,7 @@ TEST_F(VelocityRenderPassTest, takesDepthOfSeveralSamples)
     EXPECT_EQ(PooledTextures::allReferences(), 0) << "the depth image was given back";
 }
 
-// Items and the camera have moved since the same frame: the last one that the pass saw.
+// Motion of items and of the camera counts from the same frame: the last one that the pass saw.
 TEST_F(VelocityRenderPassTest, motionInFramesThatItDidNotSeeCounts)
 {
     const auto withoutDepth = [&](GPUModel *model) {
@@ -349,8 +350,8 @@ TEST_F(VelocityRenderPassTest, motionInFramesThatItDidNotSeeCounts)
             pass = std::make_unique<VelocityRenderPass>();
             const QSharedPointer<GPUModel> model = makeModel();
             frame(model.data());
-            // The left ball moves in the first two of three frames. The right one goes away and comes back. The wall moves at
-            // the end alone, if anything does then.
+            // The left ball moves in the first two of three frames. The right one moves away and comes back. The wall
+            // moves only in the last frame, if at all.
             const QMatrix4x4 wallBefore = model->modelMatrix(0);
             const QMatrix4x4 before = model->modelMatrix(1);
             const QMatrix4x4 right = model->modelMatrix(2);
@@ -392,7 +393,7 @@ TEST_F(VelocityRenderPassTest, motionInFramesThatItDidNotSeeCounts)
             EXPECT_LT(worst(image, depth, lastView * wallBack, view, onWall, &pixels), 1.5);
             EXPECT_GT(pixels, 2000);
 
-            // Its past is over with that.
+            // The next frame has no motion left.
             const Image still = frame(model.data(), moved);
             EXPECT_LT(worst(still, depth, view, view, everywhere, &pixels), 1);
         }
@@ -453,7 +454,7 @@ TEST_F(VelocityRenderPassTest, aModelThatWasNotThereStandsStill)
     const QSharedPointer<GPUModel> other = makeModel();
     EXPECT_TRUE(stands(placed(other.data(), -1.2f))) << "the first frame of another model";
     EXPECT_FALSE(stands(placed(other.data(), -1.4f)));
-    // What the first one did meanwhile is not the other one's.
+    // What the first model does meanwhile has no effect on the other one.
     model->setModelMatrix(2, at(1.2f, 0, 0));
     pass->setInput(Port::Geometry, QVariant::fromValue(model.data()));
     pass->skip(nullptr);

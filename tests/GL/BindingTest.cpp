@@ -17,7 +17,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Two objects of one kind, and what GL says is bound in their place.
+/// Two objects of one kind, and the binding that GL reports for it.
 struct Pair
 {
     const char *kind;
@@ -229,7 +229,7 @@ TEST_F(BindingTest, manyObjectsNestAsADrawNestsThem)
         AutoBinder programBinder(program.get());
         AutoBinder firstBinder(first.get());
         AutoBinder secondBinder(second.get());
-        AutoBinder sameAgain(first.get()); // Two inputs of a pass may be one substitute.
+        AutoBinder sameAgain(first.get()); // Two inputs of a pass may be the same substitute.
         AutoBinder quadBinder(quad);
         EXPECT_EQ(GLuint(glInteger(GL_DRAW_FRAMEBUFFER_BINDING)), framebuffer.getFBO());
         EXPECT_EQ(GLuint(glInteger(GL_CURRENT_PROGRAM)), program->programID());
@@ -263,7 +263,7 @@ TEST_F(BindingTest, capabilitiesComeBack)
                     EXPECT_FALSE(glFlag(capability));
                 }
                 EXPECT_TRUE(glFlag(capability));
-                glDisable(capability); // What happens inside does not matter.
+                glDisable(capability); // State set inside is restored whatever it is.
             }
             EXPECT_EQ(glFlag(capability), before);
             {

@@ -19,7 +19,7 @@ namespace {
 using BlitTextureTest = GLTest;
 constexpr auto Ldr = TextureFormat::LowDynamicRange;
 
-/// Another colour at every texel.
+/// A different colour in each texel.
 Image pattern(int width, int height)
 {
     Image image(width, height);
@@ -53,7 +53,7 @@ TEST_F(BlitTextureTest, convertsBetweenFormats)
 
 TEST_F(BlitTextureTest, scales)
 {
-    // A ramp stays a ramp under linear filtering.
+    // Linear filtering keeps a ramp a ramp.
     Image image(8, 8);
     for (int i = 0; i < 64; ++i)
         image.setPixel(i % 8, i / 8, QVector4D((i % 8 + 0.5f) / 8, (i / 8 + 0.5f) / 8, 0, 1));
@@ -88,12 +88,12 @@ TEST_F(BlitTextureTest, fillsOnlyTheLowerLeftPart)
 TEST_F(BlitTextureTest, resolves)
 {
     const Image image = pattern(6, 5);
-    for (GLint format : {GL_RGBA8, GL_RGBA16F}) { // The same format, and another.
+    for (GLint format : {GL_RGBA8, GL_RGBA16F}) { // With the same format and with another.
         const auto source = makeMultisampleTexture(image, GL_RGBA8, 4);
         const auto destination = makeBlankTexture(6, 5, format);
         GLCallRecorder<&epoxy_glBlitFramebuffer> blits;
         BlitTexture(source.get(), destination.get(), Ldr, 6, 5);
-        // Strict drivers refuse to resolve and convert in one go.
+        // Strict drivers refuse to resolve and convert in one blit.
         EXPECT_EQ(blits.calls.size(), format == GL_RGBA8 ? 1u : 2u);
         EXPECT_LT(maximumDifference(readTexture(destination.get()), image), 1e-4) << format;
     }
@@ -128,7 +128,7 @@ TEST_F(BlitTextureTest, resolvesAndScales)
     Image image(8, 8);
     for (int i = 0; i < 64; ++i)
         image.setPixel(i % 8, i / 8, QVector4D((i % 8 + 0.5f) / 8, (i / 8 + 0.5f) / 8, 0, 1));
-    for (const int size : {8, 12}) { // The target for resolving is reused, and recreated for another size.
+    for (const int size : {8, 12}) { // The resolve target is reused, and recreated for another size.
         const auto source = makeMultisampleTexture(image, GL_RGBA16F, 2);
         const auto destination = makeBlankTexture(4, 4, GL_RGBA32F);
         BlitTexture(source.get(), destination.get(), TextureFormat::Position, 4, 4);
@@ -190,7 +190,7 @@ TEST_F(BlitTextureTest, leavesTheStateAsItWas)
     unpack.uploadBytes(nullptr, 1, GL_STATIC_DRAW);
     {
         AutoBinder unpackBinder(&unpack);
-        AutoBinder sourceBinder(source.get()); // Passes hold their input bound.
+        AutoBinder sourceBinder(source.get()); // Passes keep their input bound.
         BlitTexture(source.get(), destination.get(), TextureFormat::HighDynamicRange, 4, 4);
         EXPECT_EQ(glInteger(GL_ACTIVE_TEXTURE) - GL_TEXTURE0, source->unit());
     }
@@ -201,7 +201,7 @@ TEST_F(BlitTextureTest, leavesTheStateAsItWas)
     GLboolean mask[4] = {};
     glGetBooleanv(GL_COLOR_WRITEMASK, mask);
     EXPECT_TRUE(mask[0] && !mask[1] && mask[2] && !mask[3]);
-    // Neither scissor nor mask held the copy back.
+    // Neither scissor nor masks restricted the copy.
     EXPECT_LT(maximumDifference(readTexture(destination.get()), pattern(4, 4)), 1e-4);
 }
 

@@ -65,7 +65,7 @@ TEST_F(BufferObjectTest, transfersTouchNoBinding)
     EXPECT_NE(indices.map(GL_WRITE_ONLY), nullptr);
     EXPECT_TRUE(indices.unmap());
     EXPECT_EQ(GLuint(glInteger(GL_ARRAY_BUFFER_BINDING)), host.getBO());
-    EXPECT_EQ(glInteger(GL_ELEMENT_ARRAY_BUFFER_BINDING), 0); // It is the vertex array's.
+    EXPECT_EQ(glInteger(GL_ELEMENT_ARRAY_BUFFER_BINDING), 0); // It belongs to the vertex array.
     glBindBuffer(GL_ARRAY_BUFFER, 0);
 }
 
@@ -73,7 +73,7 @@ TEST_F(BufferObjectTest, maps)
 {
     BufferObject buffer;
     buffer.setTarget(GL_PIXEL_UNPACK_BUFFER);
-    EXPECT_EQ(buffer.map(GL_WRITE_ONLY), nullptr); // There is nothing to map.
+    EXPECT_EQ(buffer.map(GL_WRITE_ONLY), nullptr); // There is no storage to map.
     buffer.uploadBytes(nullptr, 8, GL_STATIC_DRAW);
     auto *bytes = static_cast<char *>(buffer.map(GL_WRITE_ONLY));
     ASSERT_NE(bytes, nullptr);
@@ -176,7 +176,7 @@ TEST_F(BufferObjectTest, countsAtomically)
     const auto counter = OpenGLDeviceContext::current()->createBufferObject();
     counter->setIndexedTarget(GL_ATOMIC_COUNTER_BUFFER, 0, 0, 4);
     {
-        // As passes reset it: through its target, while bound.
+        // The way passes reset it: through its target, while bound.
         AutoBinder binder(counter);
         glBufferData(GL_ATOMIC_COUNTER_BUFFER, 4, nullptr, GL_DYNAMIC_DRAW);
         auto *value = static_cast<GLuint *>(counter->map(GL_WRITE_ONLY));
@@ -207,7 +207,7 @@ void main() { out_FragColor = vec4(float(atomicCounterIncrement(u_Counter))); }
         values.push_back(image.pixel(i % 8, i / 8).x());
     std::sort(values.begin(), values.end());
     for (int i = 0; i < 32; ++i)
-        EXPECT_EQ(values[size_t(i)], float(100 + i)); // Every pixel got its own number.
+        EXPECT_EQ(values[size_t(i)], float(100 + i)); // Every pixel got a different number.
     glBindBufferBase(GL_ATOMIC_COUNTER_BUFFER, 0, 0);
 }
 

@@ -24,7 +24,7 @@ using A = Named<'a'>;
 using B = Named<'b'>;
 using C = Named<'c'>;
 
-/// Looks for its siblings, and for itself, while it goes.
+/// Looks for its siblings, and for itself, in its destructor.
 struct Visitor
 {
     ContextResources *resources = nullptr;
@@ -38,7 +38,7 @@ struct Visitor
     }
 };
 
-/// Is made of another.
+/// Creates another resource in its constructor.
 struct Standing
 {
     static ContextResources *resources;
@@ -76,7 +76,7 @@ TEST_F(ContextResourcesTest, goInReverseOrderOfCreation)
     resources.get<B>();
     resources.get<A>();
     resources.get<C>();
-    resources.get<B>(); // It was made first all the same.
+    resources.get<B>(); // Asking again does not change the order.
     resources.clear();
     EXPECT_EQ(deleted, "cab");
     EXPECT_EQ(resources.find<A>(), nullptr);

@@ -30,7 +30,7 @@ protected:
     }
 };
 
-/// One object of each kind, its name made.
+/// One object of each kind, with its GL name created.
 struct Objects
 {
     std::unique_ptr<Texture> texture = makeBlankTexture(2, 2, GL_RGBA8);
@@ -57,7 +57,7 @@ struct Objects
     }
 };
 
-/// The names that are deleted while it lives, by kind.
+/// Records the names that are deleted while it lives, by kind.
 struct Deletions
 {
     GLCallRecorder<&epoxy_glDeleteTextures> textures;
@@ -104,7 +104,7 @@ TEST_F(ContextTest, contextsThatShareHaveOneManager)
     EXPECT_EQ(TextureManager::Instance()->tempTexture(TextureFormat::LowDynamicRange, 8, 8, 1, 1), texture);
     manager->releaseTempTextureRef(texture, 1);
 
-    // The first of two to end takes nothing along.
+    // Ending the first of two sharing contexts deletes nothing.
     const GLuint name = texture->textureID();
     sharer.reset();
     context().makeCurrent();
@@ -192,7 +192,7 @@ TEST_F(ContextTest, objectsThatOutliveTheirContextDropTheirNames)
     auto first = createContext();
     Objects objects;
     first.reset();
-    // The new context may well come under the old handle.
+    // The new context may well get the old handle.
     const auto second = createContext();
     Deletions deletions;
     objects.destroy();
@@ -210,7 +210,7 @@ TEST_F(ContextTest, aHandleThatComesAgainFindsNothingOld)
     OpenGLDeviceContext::announceContextEnd();
     EXPECT_FALSE(glIsTexture(pooled)); // The manager went with the context.
 
-    // What is current now stands for a new context with the handle of the old one.
+    // The current context now counts as a new one with the old handle.
     EXPECT_NE(OpenGLDeviceContext::current(), device);
     EXPECT_TRUE(TextureManager::Instance()->pooledTextures().isEmpty());
     Deletions deletions;
@@ -290,7 +290,7 @@ TEST_F(ContextTest, tessellationOfOneContextDoesNotTouchAnother)
     });
     const auto second = createContext();
     const auto plain = makeColorProgram();
-    // Each context counts its names by itself.
+    // Names are counted in each context separately.
     ASSERT_EQ(plain->programID(), tessellated->programID());
     const auto target = makeBlankTexture(2, 2, GL_RGBA8);
     FramebufferObject framebuffer;
@@ -308,7 +308,7 @@ TEST_F(ContextTest, releasedResourcesAreRecreated)
     auto quad = device->createScreenQuad();
     const auto positions = quad->VAO()->bo("va_Vertex");
     device->releaseResources();
-    EXPECT_TRUE(glIsBuffer(positions->getBO())); // The quad lives on.
+    EXPECT_TRUE(glIsBuffer(positions->getBO())); // The quad is still alive.
     EXPECT_NE(device->createScreenQuad()->VAO()->bo("va_Vertex"), positions);
     quad.clear();
     device->releaseResources();
@@ -333,7 +333,7 @@ TEST_F(ContextTest, releasedResourcesHoldTheCopyingFramebuffersToo)
     BlitTexture(source.get(), target.get(), TextureFormat::LowDynamicRange, 4, 4);
     EXPECT_EQ(glObjectCounts().framebuffers, before.framebuffers + 2);
 
-    // Released where the context is not current, they drop their names.
+    // If released while its context is not current, the device drops the names.
     context().makeCurrent();
     Deletions deletions;
     device->releaseResources();
@@ -386,7 +386,7 @@ TEST_F(ContextTest, everyObjectThatAContextKeepsIsDeletedWithIt)
     OpenGLDeviceContext::announceContextEnd();
     EXPECT_EQ(deletions.framebuffers.calls.size(), 2u); // Those of BlitTexture().
     EXPECT_EQ(deletions.buffers.calls.size(), 2u); // Those of the quads.
-    EXPECT_EQ(deletions.textures.calls.size(), 2u); // The colour, and the white that stands for no material image.
+    EXPECT_EQ(deletions.textures.calls.size(), 2u); // The colour, and the white texture used without a material image.
 }
 
 TEST_F(ContextTest, aDeviceThatOutlivesItsContextHasNothingLeft)

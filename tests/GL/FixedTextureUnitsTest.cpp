@@ -86,7 +86,7 @@ void main() { out_FragColor = texelFetch(kvz_TestRows, int(gl_FragCoord.x)); }
     EXPECT_EQ(readTexture(target.get()).pixel(0, 0), QVector4D(1, 2, 3, 4));
     EXPECT_EQ(readTexture(target.get()).pixel(1, 0), QVector4D(5, 6, 7, 8));
 
-    // Storage of another size serves the same texture, and a part of it can be replaced.
+    // The same texture takes storage of another size, and part of it can be replaced.
     const std::vector<float> more(400, 9.0f);
     rows.upload(more.data(), long(more.size() * sizeof(float)));
     const float changed[] = {10, 11, 12, 13};
@@ -104,7 +104,7 @@ TEST_F(FixedTextureUnitsTest, giveBackWhatABufferTextureCovered)
     BufferTexture outer("kvz_TestRows", GL_RGBA32F);
     BufferTexture inner("kvz_TestRows", GL_R32UI);
     outer.upload(nullptr, 0);
-    EXPECT_EQ(outer.size(), 16); // One zero texel.
+    EXPECT_EQ(outer.size(), 16); // One texel of zeros.
     const auto bound = [] {
         glActiveTexture(GL_TEXTURE0 + GLenum(FixedTextureUnits::unitOf("kvz_TestRows")));
         const int name = glInteger(GL_TEXTURE_BINDING_BUFFER);

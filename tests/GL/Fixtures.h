@@ -13,7 +13,7 @@
 
 namespace Velmora::Kvz {
 
-/// The vertex source that screen quads are drawn with: `va_Vertex` as it is, `vo_TexCoord` handed on.
+/// The vertex source for screen quads: `va_Vertex` as the position, `vo_TexCoord` passed through.
 extern const QString quadVertexSource;
 
 /// A linked program of sources given as stage and text. Fails the test when it does not link.
@@ -24,7 +24,7 @@ std::unique_ptr<ShaderProgram> makeQuadProgram(const QString &fragmentSource);
 /// A program that fills with the uniform `u_Color`.
 std::unique_ptr<ShaderProgram> makeColorProgram();
 
-/// Draws a screen quad with the program into the bound framebuffer; what DrawBuffers::draw() gave.
+/// Draws a screen quad with the program into the bound framebuffer and returns the result of DrawBuffers::draw().
 bool drawQuad(ShaderProgram *program);
 
 /// A texture of zeros.

@@ -273,7 +273,7 @@ TEST_F(FramebufferObjectTest, takesDepthWithoutStencilWhereBothAreWanted)
     framebuffer.attach(depthOnly.get(), GL_DEPTH_STENCIL_ATTACHMENT, 0);
     EXPECT_TRUE(isComplete());
     EXPECT_EQ(GLuint(attachedName(GL_DEPTH_ATTACHMENT)), depthOnly->textureID());
-    EXPECT_EQ(attachedName(GL_STENCIL_ATTACHMENT), 0); // The stencil of the one before did not stay.
+    EXPECT_EQ(attachedName(GL_STENCIL_ATTACHMENT), 0); // The earlier stencil attachment is gone.
     EXPECT_EQ(framebuffer.attachment(GL_DEPTH_STENCIL_ATTACHMENT), depthOnly.get());
     EXPECT_FALSE(framebuffer.hasAttachment(GL_DEPTH_ATTACHMENT));
 
@@ -309,7 +309,7 @@ TEST_F(FramebufferObjectTest, setsTheViewportToTheLevelAttachedFirst)
     framebuffer.setDrawBuffers();
     EXPECT_EQ(viewport(), (Viewport{0, 0, 30, 20}));
     glViewport(1, 2, 3, 4);
-    framebuffer.setDrawBuffers(); // Once for each attaching.
+    framebuffer.setDrawBuffers(); // The viewport is set once per attach.
     EXPECT_EQ(viewport(), (Viewport{1, 2, 3, 4}));
 }
 
@@ -346,7 +346,7 @@ TEST_F(FramebufferObjectTest, anEarlierBindingLeavesTheViewport)
         framebuffer.setDrawBuffers();
         EXPECT_EQ(viewport(), (Viewport{1, 2, 3, 4}));
     }
-    // A binding within another has its own; the outer one keeps what waits for it.
+    // A nested binding has a pending viewport of its own; that of the outer one is kept.
     AutoBinder outer(&framebuffer);
     framebuffer.attach(texture.get(), GL_COLOR_ATTACHMENT0, 0);
     {
@@ -433,7 +433,7 @@ TEST_F(FramebufferObjectTest, wrapsOneOfTheHost)
     {
         const std::unique_ptr<FramebufferObject> wrapped(FramebufferObject::wrap(host));
         EXPECT_EQ(wrapped->getFBO(), host);
-        EXPECT_FALSE(wrapped->hasAttachment(GL_COLOR_ATTACHMENT1)); // The host's attachments are its own.
+        EXPECT_FALSE(wrapped->hasAttachment(GL_COLOR_ATTACHMENT1)); // The host's attachments stay the host's.
         AutoBinder binder(wrapped.get());
         EXPECT_EQ(GLuint(glInteger(GL_DRAW_FRAMEBUFFER_BINDING)), host);
         wrapped->setDrawBuffers();

@@ -10,7 +10,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// What is taken when GL has these errors pending, the first one first.
+/// The error taken when GL has these pending, in this order.
 unsigned int taken(std::deque<GLenum> pending)
 {
     GLCallRecorder<&epoxy_glGetError> recorder;

@@ -51,7 +51,7 @@ TEST_F(HeadlessContextTest, saysWhyThereIsNoSuchContext)
     EXPECT_EQ(HeadlessContext::create(options, &error), nullptr);
     EXPECT_TRUE(error.contains("9.7")) << qPrintable(error);
     EXPECT_FALSE(error.contains('\n'));
-    EXPECT_EQ(HeadlessContext::create(options), nullptr); // Nobody has to ask why.
+    EXPECT_EQ(HeadlessContext::create(options), nullptr); // The error string is optional.
     EXPECT_TRUE(context().isCurrent());
 }
 
@@ -125,7 +125,7 @@ TEST_F(HeadlessContextTest, theShaderCompilersWarningsAreNotWarnings)
 {
     if (epoxy_gl_version() < 43 && !epoxy_has_gl_extension("GL_KHR_debug"))
         GTEST_SKIP() << "this driver reports no messages";
-    // A text that no cache has seen: a compiler that does not run warns of nothing.
+    // The text must be new to every shader cache: a compiler that does not run gives no warnings.
     const QByteArray unique = QByteArray::number(QDateTime::currentMSecsSinceEpoch());
     const auto compile = [&unique](const QByteArray &line) {
         const QByteArray source = "#version 150\n" + line + "\n// " + unique + "\nvoid main() {}\n";
@@ -138,7 +138,7 @@ TEST_F(HeadlessContextTest, theShaderCompilersWarningsAreNotWarnings)
         glDeleteShader(shader);
         return QByteArray(words);
     };
-    // How many messages name the word, all of them of that type.
+    // Counts the messages with this word, all of which must be of that type.
     const auto takeMessages = [this](const QString &word, QtMsgType type) {
         int count = 0;
         for (const LogCapture::Message &message : log.messages()) {
@@ -152,7 +152,7 @@ TEST_F(HeadlessContextTest, theShaderCompilersWarningsAreNotWarnings)
     const int warnings = takeMessages("GL_KVZ_nothing", QtDebugMsg);
     EXPECT_TRUE(compile("float nonsense() { return undeclared; }").contains("undeclared"));
     const int errors = takeMessages("undeclared", QtCriticalMsg);
-    // Drivers need not report what their compilers say; Mesa does.
+    // Drivers need not report messages of their compilers; Mesa does.
     if (!context().version().contains("Mesa") && (warnings == 0 || errors == 0))
         GTEST_SKIP() << "this driver reports no messages of its compiler";
     EXPECT_GT(warnings, 0);

@@ -27,7 +27,7 @@ qint64 bytesOf(const ImageArrayPlan &plan)
     return bytes;
 }
 
-/// What holds for every plan: layers are used once, and arrays hold what is kept of their images.
+/// Checks what holds for every plan: no layer is used twice, and each array has the size kept of its images.
 void expectSound(const ImageArrayPlan &plan, const QVector<PlannedImage> &images)
 {
     ASSERT_EQ(plan.places.size(), images.size());

@@ -12,7 +12,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// What readRows() hands out, put together: the rows from the bottom up.
+/// The image that readRows() delivers in strips, the bottom row first.
 QImage read(const QImage &image, const QSize &size, bool isNearest = false)
 {
     QImage result(size, QImage::Format_RGBA8888);
@@ -28,7 +28,7 @@ QImage read(const QImage &image, const QSize &size, bool isNearest = false)
     return result;
 }
 
-/// The largest difference of a channel, alpha included.
+/// The largest difference in any channel, alpha included.
 int difference(const QImage &a, const QImage &b)
 {
     EXPECT_EQ(a.size(), b.size());
@@ -54,7 +54,7 @@ TEST(ImageRowsTest, imagesOfEveryFormatComeAsTheyAre)
 
 TEST(ImageRowsTest, imagesOfManyBandsAreWhole)
 {
-    // 4 MiB are 64 rows of these.
+    // A strip of 4 MiB holds 64 of these rows.
     QImage image(16384, 150, QImage::Format_RGBA8888);
     for (int y = 0; y < image.height(); ++y) {
         for (int x = 0; x < image.bytesPerLine(); ++x)
@@ -78,7 +78,8 @@ TEST(ImageRowsTest, smallerIsTheMeanOfEachChannel)
             EXPECT_LT((colorAt(small, x, y) - sum / 9).length(), 0.005f) << x << ", " << y;
         }
     }
-    // Where sizes are no multiples, the pixels at the border count by their share: 0 and 255, 2.5 pixels for each of the result.
+    // Where sizes are no multiples, border pixels count by their share: each result averages 2.5 pixels, of 0 and of
+    // 255.
     QImage step(5, 1, QImage::Format_RGBA8888);
     step.fill(Qt::black);
     step.setPixelColor(3, 0, Qt::white);

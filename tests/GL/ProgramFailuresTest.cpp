@@ -13,7 +13,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// The driver's own errors in the log stand for the same mistakes.
+/// Discards the driver's own log messages, which report the same mistakes.
 class ProgramFailuresTest : public GLTest
 {
 protected:
@@ -73,7 +73,7 @@ TEST_F(ProgramFailuresTest, aRefusedSourceIsOneFailureAlthoughItIsLinkedToo)
 
     EXPECT_FALSE(hasProgramFailures());
     EXPECT_TRUE(takeProgramFailures().isEmpty());
-    // Nothing new comes of linking it again.
+    // Linking it again reports nothing new.
     program.link();
     EXPECT_FALSE(hasProgramFailures());
     program.compile();
@@ -116,7 +116,7 @@ TEST_F(ProgramFailuresTest, theyComeOldestFirstAndTheFirstSixteenAreKept)
     ASSERT_EQ(failures.size(), 16);
     for (int i = 0; i < 16; ++i)
         EXPECT_TRUE(failures[i].log.contains(QStringLiteral("word%1").arg(i))) << i << qPrintable(failures[i].log);
-    // There is room again.
+    // There is room for failures again.
     ShaderProgram program;
     build(program, wrongFragment("later"));
     EXPECT_EQ(takeProgramFailures().size(), 1);
@@ -135,7 +135,7 @@ TEST_F(ProgramFailuresTest, aShareGroupHasItsOwn)
         ShaderProgram other;
         build(other, wrongFragment("ofTheStranger"));
         EXPECT_TRUE(hasProgramFailures());
-        // It takes its failure along.
+        // The context takes its failure with it.
     }
     {
         options.shareWith = &context();

@@ -85,7 +85,7 @@ TEST_F(QtContextTest, takesItsObjectsAlong)
         TextureManager::Instance()->tempTexture(TextureFormat::LowDynamicRange, 4, 4, 1, 1);
         OpenGLDeviceContext::current()->createScreenQuad();
         EXPECT_NE(texture->textureID(), 0u);
-        // It ends while it is current.
+        // Ends while it is current.
     }
     texture.reset();
     EXPECT_TRUE(glObjectCounts() == before);
@@ -95,7 +95,7 @@ TEST_F(QtContextTest, takesItsObjectsAlong)
         TextureManager::Instance()->tempTexture(TextureFormat::LowDynamicRange, 4, 4, 1, 1);
         OpenGLDeviceContext::current()->createScreenQuad();
         ASSERT_TRUE(makeCurrent(first));
-        // It ends while another is current.
+        // Ends while another context is current.
     }
     EXPECT_EQ(QOpenGLContext::currentContext(), &first);
     EXPECT_TRUE(glObjectCounts() == before);

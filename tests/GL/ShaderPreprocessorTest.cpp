@@ -44,7 +44,7 @@ protected:
         return ShaderPreprocessor(stage, source, "<source>", &processor);
     }
 
-    /// The number of the first line of the result that reads so; 0 for none.
+    /// The number of the first line of the result with this text; 0 if there is none.
     static int lineOf(const ShaderPreprocessor &preprocessor, const QString &text)
     {
         return preprocessor.text().split('\n').indexOf(text) + 1;
@@ -100,12 +100,12 @@ TEST_F(ShaderPreprocessorTest, putsMacrosAfterTheVersion)
     processor.addDefine("RADIUS", "4");
     processor.addDefine("KERNEL(i)", "kernel[i]");
     processor.addDefine("EMPTY", QString());
-    processor.addDefine("RADIUS", "5"); // Replaces, in its place.
+    processor.addDefine("RADIUS", "5"); // Replaces the value and keeps the position.
     EXPECT_EQ(processor.defines().size(), 3);
     EXPECT_EQ(process("// first\n/* second\n */ \n  # version 150 // third\nvoid main() {}").text(),
         "// first\n/* second\n */ \n  # version 150 // third\n#define KVZ_STAGE_FRAGMENT 1\n#define RADIUS 5\n"
         "#define KERNEL(i) kernel[i]\n#define EMPTY \nvoid main() {}");
-    // Without a version they come first, also where a comment speaks of one.
+    // Without a version directive defines come first, even if a comment contains one.
     EXPECT_EQ(process("/* #version 150 */\nvoid main() {}").text(),
         "#define KVZ_STAGE_FRAGMENT 1\n#define RADIUS 5\n#define KERNEL(i) kernel[i]\n#define EMPTY \n"
         "/* #version 150 */\nvoid main() {}");
@@ -146,7 +146,7 @@ TEST_F(ShaderPreprocessorTest, readsDirectivesAsTheLanguageDoes)
              "/*\n#include \"file.glslh\"\n#instancedata \"No\"\n*/", "#includes \"file.glslh\"",
              "#version 150 /* begins\n#include \"file.glslh\"\n*/"}) {
         EXPECT_EQ(process(other).text().count("float included();"), 0) << other;
-        EXPECT_TRUE(process(other).text().contains("file.glslh")) << other; // Untouched.
+        EXPECT_TRUE(process(other).text().contains("file.glslh")) << other; // Left as it was.
     }
 }
 
@@ -170,7 +170,7 @@ TEST_F(ShaderPreprocessorTest, findsOurOwnFilesWithoutAnIncludePath)
         GL_FRAGMENT_SHADER, "#version 150\n#include \"KvzUtilities.glslh\"\n", QString(), nullptr);
     EXPECT_TRUE(result.text().contains("directionToLatLong_Tavo"));
     EXPECT_EQ(result.includedFiles(), QStringList({":/Media/Shaders/KvzUtilities.glslh"}));
-    // They come before files of that name elsewhere.
+    // The library's own files precede files of the same name elsewhere.
     write("KvzUtilities.glslh", "float impostor();");
     EXPECT_FALSE(process("#include \"KvzUtilities.glslh\"").text().contains("impostor"));
 }
@@ -179,7 +179,7 @@ TEST_F(ShaderPreprocessorTest, searchesFoldersInTheirOrder)
 {
     QTemporaryDir second;
     processor.addIncludePath(second.path());
-    processor.addIncludePath(folder.path()); // Known already.
+    processor.addIncludePath(folder.path()); // Already known.
     EXPECT_EQ(processor.includePaths(), QStringList({folder.path(), second.path()}));
     QFile file(second.filePath("x.glslh"));
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
@@ -204,7 +204,7 @@ TEST_F(ShaderPreprocessorTest, saysWhichFileIsMissingAndWhere)
     const QStringList lines = log.takeWarnings();
     ASSERT_EQ(lines.size(), 2);
     EXPECT_TRUE(lines[0].endsWith(result.errors()[0]));
-    // What follows stands where it stood.
+    // The lines after it keep their numbers.
     expectOrigin(result, "float after();", outer, 4);
 }
 
@@ -237,7 +237,7 @@ TEST_F(ShaderPreprocessorTest, saysWhichPlanIsUnknown)
     ASSERT_EQ(result.errors().size(), 1);
     EXPECT_TRUE(result.errors()[0].startsWith("<source>:2: "));
     EXPECT_TRUE(result.errors()[0].contains("'NoSuchPlan'"));
-    EXPECT_TRUE(result.errors()[0].contains("OBJMaterial")); // What there is.
+    EXPECT_TRUE(result.errors()[0].contains("OBJMaterial")); // Names the plans that exist.
     EXPECT_EQ(log.takeWarnings().size(), 1);
 }
 
@@ -269,7 +269,7 @@ TEST_F(ShaderPreprocessorTest, mapsWhatDriversSay)
             "ERROR: <source>:3: 'd' : undeclared identifier"},
         {QStringLiteral("WARNING: 0:%1: unused").arg(b), "WARNING: " + file + ":2: unused"},
         {"ERROR: 1 compilation errors.", "ERROR: 1 compilation errors."},
-        {"0:2(1): warning: in a define", "0:2(1): warning: in a define"}, // A line that nobody wrote.
+        {"0:2(1): warning: in a define", "0:2(1): warning: in a define"}, // A line that is not in any source.
         {"0:999(1): error: past the end", "0:999(1): error: past the end"},
         {"error 10: no place", "error 10: no place"},
         {"", ""},

@@ -74,7 +74,7 @@ TEST_F(ShaderProgramTest, compilesAndLinks)
     ShaderProgram program;
     EXPECT_FALSE(program.isLinked());
     EXPECT_EQ(program.programID(), 0u);
-    EXPECT_FALSE(program.link()); // Nothing compiled yet.
+    EXPECT_FALSE(program.link()); // Nothing is compiled yet.
     program.addShader(GL_VERTEX_SHADER, quadVertexSource, QString());
     program.addShader(GL_FRAGMENT_SHADER, plainFragment, QString());
     EXPECT_TRUE(program.compile()) << qPrintable(program.log());
@@ -97,7 +97,7 @@ TEST_F(ShaderProgramTest, namesLineAndSourceOfAMistake)
     EXPECT_TRUE(program.log().contains("u_Missing"));
     EXPECT_FALSE(program.link());
     EXPECT_FALSE(program.isLinked());
-    EXPECT_TRUE(log.messages().isEmpty()); // Passes decide what goes to the log.
+    EXPECT_TRUE(log.messages().isEmpty()); // Passes decide what is logged.
 }
 
 TEST_F(ShaderProgramTest, namesLinesAsWrittenAfterIncludesAndDefines)
@@ -119,7 +119,7 @@ TEST_F(ShaderProgramTest, namesLinesAsWrittenAfterIncludesAndDefines)
         QString());
     program.addShader(GL_FRAGMENT_SHADER, "#version 150\n#include \"header.glslh\"\n", QString());
     EXPECT_FALSE(compileWithMistakes(program));
-    // Both units were compiled, so that all mistakes show at once.
+    // Both units were compiled, so all mistakes are reported at once.
     EXPECT_TRUE(program.log().contains("<fragment source 0>:6: ")) << qPrintable(program.log());
     EXPECT_TRUE(program.log().contains(header.fileName() + ":3: ")) << qPrintable(program.log());
 }
@@ -137,7 +137,7 @@ TEST_F(ShaderProgramTest, takesMacrosFromItsProcessor)
         program.setMacroProcessor(&processor);
         EXPECT_TRUE(program.compile()) << qPrintable(program.log());
     }
-    EXPECT_TRUE(program.link()); // The processor is gone already.
+    EXPECT_TRUE(program.link()); // The processor no longer exists.
     program.setMacroProcessor(nullptr);
     EXPECT_FALSE(compileWithMistakes(program));
     EXPECT_FALSE(program.isLinked());
@@ -235,7 +235,7 @@ TEST_F(ShaderProgramTest, convertsNumbers)
     EXPECT_EQ(floats(*program, "u_F", 1)[0], 0.1f);
     program->setUniform("u_B", 0);
     program->setUniform("u_B", 0.5);
-    EXPECT_NE(ints(*program, "u_B", 1)[0], 0); // What is not 0 is true, small as it may be.
+    EXPECT_NE(ints(*program, "u_B", 1)[0], 0); // Everything but 0 is true, however small.
     program->setUniform("u_F", -3);
     EXPECT_EQ(floats(*program, "u_F", 1)[0], -3);
     program->setUniform("u_I", -7);
@@ -317,7 +317,7 @@ TEST_F(ShaderProgramTest, convertsMatrices)
     const QVector<float> three = floats(*program, "u_M3", 9);
     for (int row = 0; row < 4; ++row) {
         for (int column = 0; column < 4; ++column) {
-            EXPECT_EQ(four[4 * column + row], float(10 * row + column)); // GL reads column by column.
+            EXPECT_EQ(four[4 * column + row], float(10 * row + column)); // GL reads by columns.
             if (row < 3 && column < 3) {
                 EXPECT_EQ(three[3 * column + row], float(10 * row + column));
             }
@@ -354,7 +354,7 @@ TEST_F(ShaderProgramTest, setsArrays)
     program->setUniform("u_Kernel", QVector<float>({1, 2, 3, 4, 5}));
     EXPECT_EQ(kernel(), QVector<float>({1, 2, 3, 4, 5}));
     program->setUniform(
-        "u_Kernel[0]", QVector<float>({5, 4, 3, 2, 1, 0, -1})); // Too many; and the other way to name it.
+        "u_Kernel[0]", QVector<float>({5, 4, 3, 2, 1, 0, -1})); // Too many values, and the other way to name the array.
     EXPECT_EQ(kernel(), QVector<float>({5, 4, 3, 2, 1}));
     program->setUniform("u_Kernel", QVector<float>());
     EXPECT_EQ(kernel(), QVector<float>({5, 4, 3, 2, 1}));
@@ -394,14 +394,14 @@ TEST_F(ShaderProgramTest, sendsAValueOnce)
     EXPECT_EQ(sent(), 5u);
     setAll();
     EXPECT_EQ(sent(), 5u);
-    program->setUniform("u_F", 0); // The same value by another type.
+    program->setUniform("u_F", 0); // The same value in another type.
     program->setUniform("u_V4", QVector4D(1, 0, 0, 1));
     EXPECT_EQ(sent(), 5u);
     program->setUniform("u_F", 1);
     EXPECT_EQ(sent(), 6u);
     program->setUniform("u_A", QVector<float>({1}));
     EXPECT_EQ(sent(), 7u);
-    program->setUniform("u_A", QVector<float>({1, 2})); // Only the first is known for sure.
+    program->setUniform("u_A", QVector<float>({1, 2})); // Only the first element is known for certain.
     EXPECT_EQ(sent(), 8u);
 }
 
@@ -429,12 +429,12 @@ TEST_F(ShaderProgramTest, linkingAgainStartsOver)
     const auto program = programWith("uniform float u_F;", "u_F");
     program->setUniform("u_F", 3);
     ASSERT_TRUE(program->link());
-    EXPECT_EQ(floats(*program, "u_F", 1)[0], 0); // As GL has it.
+    EXPECT_EQ(floats(*program, "u_F", 1)[0], 0); // The value that GL starts with.
     program->setUniform("u_F", 3);
     EXPECT_EQ(floats(*program, "u_F", 1)[0], 3);
     ASSERT_TRUE(program->compile());
     EXPECT_FALSE(program->isLinked());
-    // Until it is linked again it has nothing.
+    // It has no uniforms until it is linked again.
     EXPECT_FALSE(program->hasUniform("u_F"));
     EXPECT_EQ(program->getUniformLocation("u_F"), -1);
     EXPECT_EQ(program->attributeLocation("va_Vertex"), -1);

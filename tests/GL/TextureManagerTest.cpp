@@ -24,7 +24,7 @@ namespace {
 constexpr auto Ldr = TextureFormat::LowDynamicRange;
 constexpr auto Hdr = TextureFormat::HighDynamicRange;
 
-/// Every test has a context, and so a manager, of its own.
+/// Every test has a context, and with it a manager, of its own.
 class TextureManagerTest : public GLTest
 {
 protected:
@@ -160,7 +160,7 @@ TEST_F(TextureManagerTest, ignoresWhatItDoesNotOwn)
     EXPECT_EQ(manager->tempTextureRefs(own), -1);
     EXPECT_TRUE(glIsTexture(name));
     delete own;
-    // A pointer that leads nowhere any more is compared, not followed.
+    // A dangling pointer is compared, never dereferenced.
     manager->addTempTextureRef(own, 1);
     manager->releaseTempTextureRef(own, 1);
     EXPECT_EQ(manager->tempTextureRefs(own), -1);
@@ -211,7 +211,7 @@ TEST_F(TextureManagerTest, givesAPlaceholderItsStorageBack)
     manager->releaseTempTextureRef(texture, 1);
     GLCallRecorder<&epoxy_glTexImage2D> specified;
     ASSERT_EQ(manager->tempTexture(Hdr, 1, 1, 1, 1), texture);
-    EXPECT_TRUE(specified.calls.empty()); // Nobody touched it since.
+    EXPECT_TRUE(specified.calls.empty()); // Nothing has changed it since.
 }
 
 TEST_F(TextureManagerTest, freshTexturesNeedNoMipLevelsAndEndAtTheirEdges)
@@ -223,7 +223,7 @@ TEST_F(TextureManagerTest, freshTexturesNeedNoMipLevelsAndEndAtTheirEdges)
         EXPECT_EQ(parameter(texture, GL_TEXTURE_WRAP_S), GL_CLAMP_TO_EDGE);
         EXPECT_EQ(parameter(texture, GL_TEXTURE_WRAP_T), GL_CLAMP_TO_EDGE);
     }
-    // And sampling one gives what is in it.
+    // Sampling one returns its content.
     Texture *const source = manager->tempTexture(Ldr, 4, 4, 1, 1);
     Texture *const target = manager->tempTexture(Ldr, 4, 4, 1, 1);
     FramebufferObject framebuffer;
@@ -292,7 +292,7 @@ TEST_F(TextureManagerTest, givesTexturesWithoutTexelsToo)
 
 TEST_F(TextureManagerTest, allocatesWhateverIsBoundForUnpacking)
 {
-    // From an unpack buffer that is too small even a null pointer would be refused.
+    // An unpack buffer that is too small would make GL refuse even a null pointer.
     BufferObject buffer;
     buffer.setTarget(GL_PIXEL_UNPACK_BUFFER);
     buffer.uploadBytes(nullptr, 4, GL_STATIC_DRAW);
@@ -387,11 +387,11 @@ TEST_F(TextureManagerTest, keepsOneTextureForEachColour)
     EXPECT_EQ(clear->width(0), 1);
     EXPECT_EQ(manager->colorTexture(QColor(0, 0, 0, 0)), clear);
     EXPECT_EQ(readTexture(clear).pixel(0, 0), QVector4D(0, 0, 0, 0));
-    // Channels are stored as they are given, not multiplied.
+    // Channels are stored as given, not premultiplied.
     Texture *const color = manager->colorTexture(QColor(51, 102, 204, 51));
     EXPECT_NE(color, clear);
     EXPECT_LT((readTexture(color).pixel(0, 0) - QVector4D(0.2f, 0.4f, 0.8f, 0.2f)).length(), 1e-6f);
-    EXPECT_NE(manager->colorTexture(QColor(51, 102, 204)), color); // The same but for its alpha.
+    EXPECT_NE(manager->colorTexture(QColor(51, 102, 204)), color); // The same colour with another alpha.
     EXPECT_EQ(parameter(color, GL_TEXTURE_MIN_FILTER), GL_NEAREST);
     manager->deleteUnusedTempTextures();
     EXPECT_EQ(manager->colorTexture(Qt::transparent), clear);
@@ -447,7 +447,7 @@ TEST_F(LoadTextureTest, readsAFileOnce)
     manager->releaseTempTextureRef(texture, 1);
     manager->deleteUnusedTempTextures();
     EXPECT_EQ(manager->loadTexture(path), texture);
-    // With other options it is another texture, and needs the file.
+    // With other options it is another texture, and the file is read.
     TextureLoadOptions options;
     options.repeat = true;
     EXPECT_EQ(manager->loadTexture(path, options), nullptr);
@@ -515,7 +515,7 @@ TEST_F(LoadTextureTest, refusesWhatItCannotLoad)
         EXPECT_EQ(manager->loadTexture(save("image.png"), options), nullptr);
         EXPECT_EQ(log.takeWarnings().size(), 1) << format;
     }
-    // A file that comes later is loaded then.
+    // A file that appears later is loaded then.
     save("missing.png");
     EXPECT_NE(manager->loadTexture(missing), nullptr);
 }
@@ -532,7 +532,7 @@ protected:
         return image;
     }
 
-    /// What lies in level 0 behind a handle.
+    /// Level 0 of the image behind a handle.
     Image stored(int handle)
     {
         manager->bindTextures(nullptr);
@@ -588,10 +588,10 @@ TEST_F(ManagedImagesTest, copiesShareAHandle)
     EXPECT_NE(other, handle);
     manager->releaseManagedTexture(handle);
     EXPECT_EQ(stored(handle).pixel(0, 0), QVector4D(1, 0, 0, 1));
-    EXPECT_EQ(manager->addManagedTexture(image), handle); // One user was left.
+    EXPECT_EQ(manager->addManagedTexture(image), handle); // It still has one user.
     manager->releaseManagedTexture(handle);
     manager->releaseManagedTexture(handle);
-    EXPECT_EQ(manager->addManagedTexture(filled(4, 4, Qt::green)), handle); // Its place is free.
+    EXPECT_EQ(manager->addManagedTexture(filled(4, 4, Qt::green)), handle); // Its layer is free.
     EXPECT_EQ(stored(handle).pixel(3, 3), QVector4D(0, 1, 0, 1));
     EXPECT_EQ(stored(other).pixel(3, 3), QVector4D(1, 0, 0, 1));
     const int again = manager->addManagedTexture(image);
@@ -644,7 +644,7 @@ TEST_F(ManagedImagesTest, aSeventhSizeGoesToALargerOne)
     EXPECT_TRUE(warnings[0].contains("65 by 60") && warnings[0].contains("64 by 64")) << qPrintable(warnings[0]);
     EXPECT_EQ((cut - 1) % 6, (handles[3] - 1) % 6);
 
-    // A size that nobody uses any more makes room for another.
+    // A size that is no longer used makes room for another.
     manager->releaseManagedTexture(handles[5]);
     EXPECT_EQ(stored(manager->addManagedTexture(filled(5, 3, Qt::red))).width, 5);
     EXPECT_TRUE(log.takeWarnings().isEmpty());
@@ -685,7 +685,7 @@ TEST_F(ManagedImagesTest, areBoundWithMipLevelsOnFixedUnitsAndUnbound)
     GLint wrap = 0;
     glGetTexParameteriv(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_WRAP_S, &wrap);
     EXPECT_EQ(wrap, GL_REPEAT);
-    // Every sampler has a texture that fits it, also where there is no image.
+    // Every sampler has a matching texture, even without an image.
     for (GLenum i = 0; i < 6; ++i) {
         glActiveTexture(first - i);
         EXPECT_NE(glInteger(GL_TEXTURE_BINDING_2D_ARRAY), 0);
@@ -702,7 +702,7 @@ TEST_F(ManagedImagesTest, areBoundWithMipLevelsOnFixedUnitsAndUnbound)
         EXPECT_EQ(glInteger(GL_TEXTURE_BINDING_2D_ARRAY), 0);
     }
     glActiveTexture(GL_TEXTURE0);
-    manager->unbindTextures(nullptr); // One too many.
+    manager->unbindTextures(nullptr); // One call too many.
 }
 
 } // namespace Velmora::Kvz

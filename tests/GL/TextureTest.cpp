@@ -51,7 +51,7 @@ TEST_F(TextureTest, takesUnitsFromOneUp)
     }
     EXPECT_EQ(second->unit(), 0);
     AutoBinder thirdBinder(third.get());
-    EXPECT_EQ(third->unit(), 2); // The one that was freed.
+    EXPECT_EQ(third->unit(), 2); // The unit that was freed.
     AutoBinder secondBinder(second.get());
     EXPECT_EQ(second->unit(), 3);
 }
@@ -147,7 +147,7 @@ TEST_F(TextureTest, unitZeroStaysEmpty)
 {
     const auto texture = makeBlankTexture(2, 2, GL_RGBA8);
     Texture fresh(GL_TEXTURE_2D_ARRAY, GL_RGBA8, 1, 1, 1, nullptr);
-    EXPECT_NE(fresh.textureID(), 0u); // Made with unit 0 active.
+    EXPECT_NE(fresh.textureID(), 0u); // Created with unit 0 active.
     EXPECT_EQ(texture->width(0), 2);
     for (GLenum binding : {GL_TEXTURE_BINDING_2D, GL_TEXTURE_BINDING_2D_ARRAY})
         EXPECT_EQ(glInteger(binding), 0);
@@ -174,7 +174,7 @@ TEST_F(TextureTest, everyTargetIsBoundAndComesBack)
     };
     for (const auto &entry : targets) {
         if (entry.target == GL_TEXTURE_CUBE_MAP_ARRAY && epoxy_gl_version() < 40)
-            continue; // No such target before OpenGL 4.0.
+            continue; // OpenGL before 4.0 has no such target.
         SCOPED_TRACE(entry.target);
         Texture texture;
         texture.setTarget(entry.target);

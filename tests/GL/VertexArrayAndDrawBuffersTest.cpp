@@ -49,7 +49,7 @@ protected:
         return buffer;
     }
 
-    /// A drawable of vertices, three coordinates each, in front of everything.
+    /// A drawable of vertices with three coordinates each.
     QSharedPointer<DrawBuffers> drawableOf(const std::vector<float> &positions)
     {
         const auto device = OpenGLDeviceContext::current();
@@ -80,7 +80,7 @@ protected:
         return drawable.draw();
     }
 
-    /// Pixels that are not black, and the image is black again.
+    /// Counts the pixels that are not black and clears the image.
     int takeCoverage()
     {
         const Image image = readTexture(target.get());
@@ -155,7 +155,7 @@ TEST_F(VertexArrayTest, pointsTheArraysThatAProgramReads)
     array.enableShaderProgramArrays(withTexCoord.get());
     EXPECT_TRUE(isEnabled(2));
     array.enableShaderProgramArrays(positionsOnly.get());
-    EXPECT_TRUE(isEnabled(2)); // What is enabled stays so.
+    EXPECT_TRUE(isEnabled(2)); // Enabled arrays stay enabled.
     GLint bound = 0;
     glGetVertexAttribiv(0, GL_VERTEX_ATTRIB_ARRAY_BUFFER_BINDING, &bound);
     EXPECT_EQ(GLuint(bound), array.bo("va_Vertex")->getBO());
@@ -175,7 +175,7 @@ TEST_F(VertexArrayTest, theQuadCoversTheScreen)
         glClear(GL_COLOR_BUFFER_BIT);
         AutoBinder programBinder(coordinates.get());
         AutoBinder quadBinder(quad);
-        EXPECT_TRUE(quad->draw()); // Its arrays are enabled already.
+        EXPECT_TRUE(quad->draw()); // Its arrays are already enabled.
         const Image image = readTexture(target.get());
         for (int i = 0; i < 64; ++i) {
             EXPECT_NEAR(image.pixel(i % 8, i / 8).x(), (i % 8 + 0.5) / 8, 3e-3);
@@ -353,7 +353,7 @@ TEST_F(DrawBuffersTest, failsIntoAnIncompleteFramebuffer)
         framebufferOfNothing.setDrawBuffers();
         EXPECT_FALSE(drawQuad(program.get()));
     }
-    EXPECT_TRUE(log.takeCriticals().isEmpty()); // The draw is not even tried.
+    EXPECT_TRUE(log.takeCriticals().isEmpty()); // It does not even try to draw.
     log.takeCategory("kvz.gl"); // The driver may say why.
     EXPECT_TRUE(drawQuad(program.get()));
 }
@@ -366,7 +366,7 @@ TEST_F(DrawBuffersTest, failsWhenTheDriverRefuses)
     const auto quad = OpenGLDeviceContext::current()->createScreenQuad();
     quad->setPrimitiveType(0x1234);
     EXPECT_FALSE(draw(*quad));
-    EXPECT_TRUE(takeGLErrors().isEmpty()); // The result stands for the error.
+    EXPECT_TRUE(takeGLErrors().isEmpty()); // The result reports the error.
     quad->setPrimitiveType(GL_TRIANGLES);
     EXPECT_TRUE(draw(*quad));
 }
@@ -376,12 +376,12 @@ TEST_F(DrawBuffersTest, anEarlierErrorIsNotItsOwn)
     glEnable(0xffff);
     log.takeCategory("kvz.gl");
     EXPECT_TRUE(drawQuad(program.get()));
-    EXPECT_TRUE(log.takeDebug().join('\n').contains("0x0500")); // It does not vanish in silence.
+    EXPECT_TRUE(log.takeDebug().join('\n').contains("0x0500")); // The earlier error is logged, not lost.
 }
 
 TEST_F(DrawBuffersTest, warnsWhenMemoryRanOut)
 {
-    std::vector<GLenum> errors; // What GL reports, last first.
+    std::vector<GLenum> errors; // The errors that GL reports, last first.
     GLCallRecorder<&epoxy_glGetError> recorder;
     recorder.replacement = [&]() -> GLenum {
         const GLenum error = errors.empty() ? GLenum(GL_NO_ERROR) : errors.back();
@@ -431,7 +431,7 @@ void main()
         {GL_FRAGMENT_SHADER, "#version 150\nout vec4 out_FragColor;\nvoid main() { out_FragColor = vec4(1.0); }\n"},
     });
     EXPECT_TRUE(tessellated->hasTessellation());
-    glPatchParameteri(GL_PATCH_VERTICES, 5); // Whatever was set before.
+    glPatchParameteri(GL_PATCH_VERTICES, 5); // A value set by someone else.
     EXPECT_TRUE(drawQuad(tessellated.get()));
     EXPECT_EQ(takeCoverage(), 64);
     EXPECT_TRUE(drawQuad(program.get()));

@@ -123,9 +123,9 @@ TEST(CameraTest, eyesInOddPlacesGiveFiniteCameras)
     const char *views[] = {
         "eye=0,5,0", // above
         "eye=0,-5,0", // below
-        "eye=0,0,0", // in the centre
-        "eye=0.2,0.3,0.1", // within
-        "eye=0,0,9:target=0,0,20", // with its back to the scene
+        "eye=0,0,0", // at the centre
+        "eye=0.2,0.3,0.1", // inside
+        "eye=0,0,9:target=0,0,20", // facing away from the scene
     };
     for (const char *text : views) {
         const Camera camera = frameScene(unitBox, parsed(text), QSize(64, 64));
@@ -176,15 +176,15 @@ TEST(CameraTest, aTurnGoesAroundTheTargetWithoutReframing)
         const Camera before = frameScene(box, view, QSize(320, 200));
         view.turn = 90;
         const Camera after = frameScene(box, view, QSize(320, 200));
-        // A quarter: what was +Z of the target is +X now.
+        // A quarter turn: the target's +Z side becomes its +X side.
         const QVector3D from = eyeOf(before) - target;
         expectNear(eyeOf(after) - target, QVector3D(from.z(), from.y(), -from.x()), 1e-4f);
-        // The target keeps its place in the picture.
+        // The target keeps its position in the picture.
         const QVector3D placeBefore = project(before, target);
         const QVector3D placeAfter = project(after, target);
         EXPECT_NEAR(placeBefore.x(), placeAfter.x(), 1e-5f);
         EXPECT_NEAR(placeBefore.y(), placeAfter.y(), 1e-5f);
-        // The planes close around the scene as it is seen now.
+        // The planes enclose the scene as it is seen now.
         for (int i = 0; i < 8; ++i) {
             const float z = project(after, corner(box, i)).z();
             EXPECT_GE(z, -1.0f);
@@ -251,7 +251,7 @@ TEST(CameraTest, badTextIsRefused)
     }
 }
 
-/// Uneven scenes: a cone of points that leans, and two clusters far from each other.
+/// Uneven scenes: a leaning cone of points, and two clusters far apart.
 QVector<QVector3D> unevenScene(int which)
 {
     QVector<QVector3D> points;
@@ -307,7 +307,7 @@ TEST(FramingTest, unevenScenesAreCentredAndFilledFromEverySide)
                     const Projected seen = projectAll(camera, points);
                     EXPECT_NEAR(seen.low[0], -seen.high[0], 1.0f / float(size.width()));
                     EXPECT_NEAR(seen.low[1], -seen.high[1], 1.0f / float(size.height()));
-                    // The tip of the cone points at these eyes, which keep their distance from it.
+                    // The tip of the cone points at these cameras, which keep a distance from it.
                     const bool isTip = scene == 0 && camera.nearPlane < 0.006f * camera.farPlane;
                     tips += isTip;
                     if (!isTip) {
@@ -357,7 +357,7 @@ TEST(FramingTest, parallelRaysShowTheSameSizeAtEveryDepth)
     EXPECT_NEAR(nearWidth, farWidth, 1e-6f);
     const float height = project(camera, {0, 1, 0}).y() - project(camera, {0, 0, 0}).y();
     EXPECT_NEAR(height, 2 * nearWidth, 1e-5f) << "square pixels";
-    // From an eye, too, the whole scene is in the picture.
+    // With an eye given, too, the whole scene is in the picture.
     const Projected seen =
         projectAll(framePoints(unevenScene(1), parsed("eye=30,20,30:ortho"), QSize(200, 100)), unevenScene(1));
     EXPECT_NEAR(std::max({seen.high[0], seen.high[1], -seen.low[0], -seen.low[1]}), 0.95f, 1e-3f);

@@ -13,7 +13,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// A picture that no format makes much smaller.
+/// An image that no format compresses well.
 QImage noise(int width, int height)
 {
     QImage image(width, height, QImage::Format_RGB32);
@@ -27,7 +27,7 @@ QImage noise(int width, int height)
     return image;
 }
 
-/// Files cannot grow past so many bytes while it lives, as on a disk that is full.
+/// Limits the size of files while it lives, as a full disk would.
 class FileSizeLimit
 {
 public:

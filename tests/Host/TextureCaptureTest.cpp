@@ -16,7 +16,8 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// An array of layers of 2 by 1 texels, each with this red to the left and 0 to the right; `format` has floats.
+/// An array of layers of 2 by 1 texels, each with this red on the left and 0 on the right; `format` is the format of
+/// the floats given.
 std::unique_ptr<Texture> arrayTexture(const QVector<float> &reds, int internalFormat, GLenum format)
 {
     auto texture = std::make_unique<Texture>(GL_TEXTURE_2D_ARRAY, internalFormat, 2, 1, reds.size(), nullptr);
@@ -32,7 +33,7 @@ std::unique_ptr<Texture> arrayTexture(const QVector<float> &reds, int internalFo
     return texture;
 }
 
-/// A texture of 2 by 2 texels, given from the bottom left, row by row.
+/// A texture of 2 by 2 texels, given row by row from the bottom left.
 std::unique_ptr<Texture> texture2x2(const QVector<QVector4D> &texels, int internalFormat)
 {
     Image image(2, 2);
@@ -182,7 +183,7 @@ TEST_F(TextureCaptureTest, anArrayBecomesAContactSheetOfItsLayers)
     const int gap = captureGap();
     const auto texture = arrayTexture({0.1f, 0.2f, 0.3f, 0.4f, 0.5f}, GL_RG32F, GL_RG);
     const QImage image = captureTexture(texture.get(), TextureDisplay::Scalar);
-    // Three to a row.
+    // Three layers per row.
     ASSERT_EQ(image.size(), QSize(3 * 2 + 2 * gap, 2 * 1 + gap));
     for (int layer = 0; layer < 5; ++layer) {
         const int x = layer % 3 * (2 + gap);
@@ -194,7 +195,7 @@ TEST_F(TextureCaptureTest, anArrayBecomesAContactSheetOfItsLayers)
     EXPECT_EQ(image.pixelColor(0, 1).alpha(), 0) << "the gap";
     EXPECT_EQ(image.pixelColor(2 * (2 + gap), 1 + gap).alpha(), 0) << "there is no sixth layer";
 
-    // The first so many.
+    // Only the first layers are captured.
     EXPECT_EQ(captureTexture(texture.get(), TextureDisplay::Scalar, QMatrix4x4(), 1).size(), QSize(2, 1));
     EXPECT_EQ(captureTexture(texture.get(), TextureDisplay::Scalar, QMatrix4x4(), 2).size(), QSize(4 + gap, 1));
     EXPECT_EQ(captureTexture(texture.get(), TextureDisplay::Scalar, QMatrix4x4(), 9).size(), image.size());

@@ -22,7 +22,7 @@ using Port = BackgroundImageRenderPass;
 
 constexpr int width = 8;
 constexpr int height = 6;
-/// Images and result are stored as half floats of 11 significant bits, and sums go up to 2.
+/// Images and result are stored as half floats, which keep 11 significant bits, and sums go up to 2.
 constexpr float tolerance = 4.0f / 1024;
 
 class BackgroundImageRenderPassTest : public GLTest
@@ -55,7 +55,7 @@ protected:
         pass->setInput(Port::FadeImageUrl2, secondPath);
     }
 
-    /// One material id for each pixel, as it is stored in alpha.
+    /// Sets one material id per pixel, in the form in which alpha stores it.
     void setIds(const std::function<float(int, int)> &alpha)
     {
         Image normals(width, height);
@@ -155,7 +155,7 @@ TEST_F(BackgroundImageRenderPassTest, unsetRatiosAreZero)
     setIds([](int x, int) { return x % 2 ? 1.0f : 0.0f; });
     setFades(QVariant(), QVariant(), QVariant());
     EXPECT_TRUE(matches(run(), [&](int x, int y) { return x % 2 ? content.pixel(x, y) : QVector4D(0, 0, 0, 0); }));
-    // A floor id that is unset is that of material 0.
+    // An unset floor id means material 0.
     pass->setInput(Port::FloorMaterialId, QVariant());
     EXPECT_TRUE(matches(run(), [&](int, int) { return QVector4D(0, 0, 0, 0); }));
 }
@@ -194,7 +194,7 @@ TEST_F(BackgroundImageRenderPassTest, aSecondPassReadsNoFile)
     other.start(nullptr);
     EXPECT_EQ(maximumDifference(readTexture(other.output(0).value<Texture *>()), before), 0);
     EXPECT_TRUE(uploads.calls.empty());
-    // The same pointer for the same options, which are the defaults.
+    // The loader keeps one texture per path and options, and the pass asks for the default options.
     Texture *const texture = TextureManager::Instance()->loadTexture(firstPath, TextureLoadOptions());
     ASSERT_TRUE(texture);
     EXPECT_EQ(TextureManager::Instance()->loadTexture(firstPath), texture);
@@ -292,7 +292,7 @@ TEST_F(BackgroundImageRenderPassTest, withoutNormalsAndDepthItTakesTemporaryOnes
     EXPECT_EQ(PooledTextures::allReferences(), before + 1);
     TextureManager::Instance()->releaseTempTextureRef(frame(), 1);
 
-    // What they are, at the draw.
+    // The substitutes, as they are bound during the draw.
     GLCallRecorder<&epoxy_glDrawArrays> draws;
     draws.onCall = [](GLenum, GLint, GLsizei) {
         const GLint depthName = attachedTexture(GL_STENCIL_ATTACHMENT);
@@ -357,7 +357,7 @@ TEST_F(BackgroundImageRenderPassTest, leavesTheStateThatItSays)
     glStencilFunc(GL_ALWAYS, 5, 0x0f);
     glStencilOp(GL_REPLACE, GL_INCR, GL_INVERT);
     {
-        // GL shows a reference cut to the bits of the stencil that is bound, so the call tells.
+        // GL reports the reference clamped to the bits of the bound stencil buffer, so the call itself is checked.
         GLCallRecorder<&epoxy_glStencilFunc> stencilFunctions;
         pass->start(nullptr);
         ASSERT_EQ(stencilFunctions.calls.size(), 1u);

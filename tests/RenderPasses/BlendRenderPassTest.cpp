@@ -41,11 +41,11 @@ protected:
         pass.start(nullptr);
         return readTexture(frame());
     }
-    /// Blends one colour with another, over 2 by 2 pixels, and gives one of them.
+    /// Blends two colours over 2 by 2 pixels and returns one pixel of the result.
     QVector4D blended(int mode, const QVector4D &source, const QVector4D &destination);
 };
 
-/// Each texel another colour, premultiplied; all channels are exact in half floats.
+/// Premultiplied colours, a different one in each texel; all channels are exact in half floats.
 Image pattern(int width, int height, int seed)
 {
     Image image(width, height);
@@ -99,8 +99,8 @@ std::string mismatch(int mode, const Image &result, const Image &source, const I
     return {};
 }
 
-/// Premultiplied colours on a grid of 1/64 for alpha and for the share of it, alpha above 0. They are exact in floats, and
-/// the equalities that the operators test for come often.
+/// Premultiplied colours whose alpha, above 0, and whose shares of alpha are multiples of 1/64. They are exact in
+/// floats, and the equalities that the operators test for occur often.
 Image randomColors(int size, unsigned seed)
 {
     std::mt19937 random(seed);
@@ -245,7 +245,7 @@ TEST_F(BlendRenderPassTest, takesTheBranchThatEachComparisonNames)
         {"soft light, source dark", BlendRenderPass::SoftLight, 0.125, 0.5, 0.25, 0.5, 0.28125},
         {"soft light, source of half its alpha", BlendRenderPass::SoftLight, 0.25, 0.5, 0.125, 0.5, 0.25},
         {"soft light, source bright, destination dark", BlendRenderPass::SoftLight, 0.5, 0.5, 0.0625, 0.5, 0.1796875},
-        // The two bright branches do not meet.
+        // The two branches for a bright source do not meet at a quarter.
         {"soft light, source bright, D of a quarter", BlendRenderPass::SoftLight, 0.5, 0.5, 0.125, 0.5, 0.0625},
         {"soft light, source bright, D above a quarter", BlendRenderPass::SoftLight, 0.5, 0.5, 0.28125, 0.5, 0.578125},
         {"soft light, source bright, destination full", BlendRenderPass::SoftLight, 0.5, 0.5, 0.5, 0.5, 0.75},
@@ -340,13 +340,13 @@ TEST_F(BlendRenderPassTest, brightnessScalesAllChannelsOfTheDestination)
     EXPECT_EQ(destination(QStringLiteral("4")), plain * 4.0f);
     EXPECT_EQ(destination(QStringLiteral("bright")), QVector4D(0, 0, 0, 0));
     EXPECT_EQ(destination(QVariantList{2.0f}), QVector4D(0, 0, 0, 0));
-    // The source keeps its own.
+    // The source is not scaled.
     EXPECT_EQ(result(BlendRenderPass::Src).pixel(0, 0), QVector4D(0.25f, 0.25f, 0.25f, 0.25f));
 }
 
 TEST_F(BlendRenderPassTest, combinesPicturesInPlace)
 {
-    // A disk over another that it covers in part, and an empty corner to each side.
+    // Two overlapping disks with empty corners around them.
     constexpr int size = 64;
     const auto disk = [](QVector2D centre, QVector3D color) {
         Image image(size, size);
@@ -468,7 +468,7 @@ TEST_F(BlendRenderPassTest, resolvesMultisampledFramesWithOneWarningForEachInput
     EXPECT_EQ(maximumDifference(result(BlendRenderPass::SrcOver), image), 0.0);
     EXPECT_TRUE(log.messages().isEmpty()) << "the first frame alone warns";
 
-    // Each input of each object has its own.
+    // Every input of every object warns once.
     BlendRenderPass other(BlendRenderPass::Src);
     const auto single = makeTexture(source, GL_RGBA32F);
     other.setInput(BlendRenderPass::Viewport, QRect(0, 0, 8, 6));
@@ -614,7 +614,7 @@ TEST_F(BlendRenderPassTest, anEmptyViewportGivesAnEmptyResult)
     ASSERT_NE(frame(), nullptr);
     EXPECT_EQ(frame()->width(0), 0);
     EXPECT_EQ(frame()->height(0), 0);
-    // There is nothing to clear.
+    // A framebuffer without texels cannot be cleared.
     EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION});
     EXPECT_EQ(pass.errorCode(), 0u);
 }
@@ -639,7 +639,7 @@ TEST_F(BlendRenderPassTest, allModesShareOneProgram)
 
 TEST_F(BlendRenderPassTest, keepsItsObjectsThroughTeardownAndDeletesThemAtTheEnd)
 {
-    // What the device and the manager keep for everybody exists from here on.
+    // From here on the objects exist that the device and the texture manager share among passes.
     setViewport(QRect(0, 0, 2, 2));
     pass.start(nullptr);
     const GLObjectCounts before = glObjectCounts();

@@ -44,7 +44,7 @@ double luma(const Color &color)
     return 0.2125 * color[0] + 0.7154 * color[1] + 0.0721 * color[2];
 }
 
-/// The normal frame and, by the amount's square, a direct Gaussian of what is bright.
+/// The normal frame plus a direct Gaussian of the bright parts, weighted by the square of the amount.
 Image glowing(const Image &normal, const Image &blur, double radius, double amount, double threshold)
 {
     const int reach = reachOf(float(radius), 3.0f);
@@ -89,7 +89,7 @@ TEST_F(BlurAndCombineRenderPassTest, addsABlurredPhotographAsADirectGaussianDoes
             QStringLiteral("glow-radius-%1-threshold-%2").arg(double(c.radius)).arg(double(c.threshold));
         saveForViewing(image, name);
         const Image direct = glowing(normal, blur, double(c.radius), double(c.amount), double(c.threshold));
-        // The normal frame is stored in half floats once more than the glow alone.
+        // The normal frame is rounded to half floats once more than the glow alone.
         const double amount = double(c.amount);
         EXPECT_LE(deviation(name.toStdString(), image, direct).largest, blurTolerance(1.0 + 6.0 * amount * amount));
         EXPECT_GT(maximumDifference(image, normal), 0.3) << "a glow that is none";
@@ -110,7 +110,7 @@ TEST_F(BlurAndCombineRenderPassTest, appliesTheAmountTwice)
 
 TEST_F(BlurAndCombineRenderPassTest, keepsWhatReachesTheThreshold)
 {
-    // Green alone, so that the luma is one product and exact.
+    // Green alone, so that the luma is a single product and exact.
     float green = 0.5f / 0.7154f;
     while (0.7154f * green > 0.5f)
         green = std::nextafter(green, 0.0f);
@@ -285,7 +285,7 @@ TEST_F(BlurAndCombineRenderPassTest, resolvesMultisampledFramesWithOneWarningFor
     EXPECT_EQ(maximumDifference(readTexture(result()), image), 0.0);
     EXPECT_TRUE(log.messages().isEmpty()) << "the first frame alone warns";
 
-    // Each input of each object has its own.
+    // Every input of every object warns once.
     Glow other;
     const auto single = makeTexture(normal, GL_RGBA32F);
     set(&other, single.get(), blurTexture.get(), QSize(32, 24), 2.0f, 1.0f);
@@ -359,7 +359,8 @@ TEST_F(BlurAndCombineRenderPassTest, givesItsInputsBackAndHandsTheResultOn)
 TEST_F(BlurAndCombineRenderPassTest, oneTextureCanStandOnBothInputs)
 {
     const Image image = photograph(24, 18);
-    // The last reader of the frame: each input holds one reference, and the pool may not hand it out before the end.
+    // The pass is the last reader of the frame on both inputs, each of which holds one reference; the pool must not
+    // hand the frame out before the end.
     Texture *const texture = TextureManager::Instance()->tempTexture(TextureFormat::HighDynamicRange, 24, 18, 1, 1);
     TextureManager::Instance()->addTempTextureRef(texture, 1);
     {

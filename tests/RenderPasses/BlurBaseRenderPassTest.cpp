@@ -15,7 +15,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// The base with its inside open.
+/// The base class with its protected members made public.
 class Blur : public BlurBaseRenderPass
 {
 public:
@@ -43,7 +43,7 @@ public:
     using BlurBaseRenderPass::makeShaderProgram;
 };
 
-/// Six digits behind the point.
+/// Six decimal places.
 QStringList printed(const QVector<float> &values)
 {
     QStringList texts;
@@ -52,7 +52,7 @@ QStringList printed(const QVector<float> &values)
     return texts;
 }
 
-/// What the preprocessor makes of the macros that the programs get.
+/// Records the macros that the preprocessor defines in the sources of programs.
 class MacrosInForce
 {
 public:
@@ -127,7 +127,7 @@ TEST(BlurKernelTest, agreesWithDoublePrecisionForAllRadii)
         }
     }
     std::printf("             largest error of a weight %.2e, of an offset %.2e\n", weightError, offsetError);
-    // Sums of some hundred floats; offsets reach 192, where a float has steps of 1.5e-5.
+    // Sums of a few hundred floats; offsets reach 192, where adjacent floats are 1.5e-5 apart.
     EXPECT_LE(weightError, 1e-6);
     EXPECT_LE(offsetError, 3e-5);
 }
@@ -196,7 +196,7 @@ TEST_F(BlurBaseRenderPassTest, bakesTheNumberOfTapsIntoItsPrograms)
     EXPECT_TRUE(program->isLinked()) << qPrintable(program->log());
     EXPECT_TRUE(program->log().isEmpty()) << qPrintable(program->log());
 
-    // A vertex and a fragment source each.
+    // One vertex and one fragment source for each program.
     const QString none;
     EXPECT_EQ(macros.values(QStringLiteral("SAMPLES_COUNT")),
         (QStringList{QStringLiteral("1"), QStringLiteral("1"), QStringLiteral("4"), QStringLiteral("4")}));

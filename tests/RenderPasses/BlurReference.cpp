@@ -95,7 +95,7 @@ Image plain(int width, int height, const QVector4D &color)
 Kernel foldedKernel(float radius, float extent)
 {
     const double sigma = double(radius) + double(0.0001f);
-    // Where it ends is a matter of single precision.
+    // The pass decides in single precision where the kernel ends.
     const float limit = radius * extent;
     Kernel kernel;
     while (float(kernel.count) < limit || kernel.count % 2 == 0)

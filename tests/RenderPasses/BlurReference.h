@@ -17,8 +17,8 @@ namespace Velmora::Kvz {
 /// \name Pictures to blur
 /// @{
 
-/// What a photograph has: wide gradients, hard edges, fine grain, and lights of `brightest`, the rest from 0 to 1. Alpha is
-/// 1. No two are alike of different `seed`s.
+/// Has what a photograph has: wide gradients, hard edges, fine grain, and lights of `brightest`; everything else is
+/// from 0 to 1. Alpha is 1. Pictures of different `seed`s differ.
 Image photograph(int width, int height, float brightest = 1, unsigned seed = 1);
 /// One colour.
 Image plain(int width, int height, const QVector4D &color);
@@ -29,7 +29,7 @@ Image plain(int width, int height, const QVector4D &color);
 
 using Color = std::array<double, 4>;
 
-/// The taps of one side of a kernel, the centre first; the others stand on both sides.
+/// The taps of one side of a kernel, the centre first; the other side mirrors them.
 struct Kernel
 {
     int count = 0; ///< Samples on one side, the centre's among them, before they are folded.
@@ -47,7 +47,7 @@ using Neighbour = std::function<Color(int dx, int dy)>;
 Color gaussianSum(double sigma, int reach, const Neighbour &neighbour);
 
 Color texel(const Image &image, int x, int y); ///< Clamped to the edge.
-/// Between texels, clamped to the edge; (0, 0) is the centre of the first texel.
+/// The colour between texels, clamped to the edge; (0, 0) is the centre of the first texel.
 Color texelBetween(const Image &image, double x, double y);
 void setTexel(Image *image, int x, int y, const Color &color);
 
@@ -61,9 +61,9 @@ inline int reachOf(float radius, float extent)
 /// The picture scaled to another size by reading it between its texels.
 Image resampled(const Image &image, const QSize &size);
 
-/// How far a picture with values up to `maximum` may lie from the exact one after two draws. Each stores half floats, cut
-/// off after 11 significant bits by this driver; a driver may find the place of a read between two texels to 1/256, half of
-/// which is an error of 1/512 of the two texels' difference.
+/// How far a picture with values up to `maximum` may lie from the exact one after two draws. Each draw stores half
+/// floats, which this driver truncates to 11 significant bits; a driver may locate a read between two texels to 1/256,
+/// half of which is an error of 1/512 of the difference of the two texels.
 inline double blurTolerance(double maximum)
 {
     return 2.0 * maximum * (std::ldexp(1.0, -10) + std::ldexp(1.0, -9));
@@ -79,8 +79,8 @@ struct Deviation
 Deviation deviation(const std::string &name, const Image &image, const Image &reference);
 /// @}
 
-/// Changes the fragment shaders of blurs that are compiled while it lives: instead of a picture they write how often
-/// they read a texture. It looks at the first pixel after each draw.
+/// Changes the fragment shaders of blurs that are compiled while it lives: they write how often they read a texture
+/// instead of a picture. The first pixel is read after each draw.
 class TextureReads
 {
 public:
@@ -94,7 +94,7 @@ private:
     GLCallRecorder<&epoxy_glDrawArrays> m_draws;
 };
 
-/// The pairs of floats that programs are given while it lives, in order.
+/// Records the two-component uniforms that are set while it lives, in order.
 class VectorUniforms
 {
 public:
@@ -108,7 +108,7 @@ private:
 
 /// Filters and wrap modes of a 2D texture: minification, magnification, S, T.
 QVector<int> samplingOf(Texture *texture);
-/// What sampleLinearly() leaves.
+/// The parameters that sampleLinearly() sets.
 QVector<int> linearAndClamped();
 
 } // namespace Velmora::Kvz

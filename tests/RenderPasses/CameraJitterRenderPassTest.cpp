@@ -39,7 +39,7 @@ private:
 
 void seedDefault()
 {
-    unsigned short state[3] = {0, 0, 0}; // Where an unseeded generator starts.
+    unsigned short state[3] = {0, 0, 0}; // The state of a generator that was never seeded.
     seed48(state);
 }
 
@@ -126,7 +126,7 @@ TEST_F(CameraJitterPassTest, drawsYBeforeXForTheRandomMode)
     for (int i = 0; i < 4; ++i)
         EXPECT_EQ(frame(), QVector2D(0, 0)) << i;
     float widest = 0;
-    // Far beyond 34 frames: the picture never comes to rest.
+    // Far more than 34 frames: the jitter never stops.
     for (int i = 0; i < 500; ++i) {
         const double first = random.next();
         const double second = random.next();
@@ -142,7 +142,7 @@ TEST_F(CameraJitterPassTest, getJitterCountsItsStillFrames)
 {
     seedDefault();
     Random48 random(0);
-    pass.start(nullptr); // A reset, in the mode that counts none.
+    pass.start(nullptr); // A reset, in the mode that does not count its frames.
     for (int i = 0; i < 4; ++i)
         EXPECT_EQ(pass.getJitter(JitterRandom), QVector2D(0, 0));
     const double first = random.next();
@@ -153,7 +153,7 @@ TEST_F(CameraJitterPassTest, getJitterCountsItsStillFrames)
     EXPECT_EQ(pass.getJitter(JitterAntiDiagonal), QVector2D(-0.25f, 0.25f));
     EXPECT_EQ(pass.getJitter(JitterDiagonal), QVector2D(0.25f, 0.25f));
     EXPECT_EQ(pass.getJitter(JitterOff), QVector2D(0, 0));
-    // Before the first frame the index is neither.
+    // Before the first frame the index selects neither diagonal.
     CameraJitterPass fresh;
     EXPECT_EQ(fresh.getJitter(JitterDiagonal), QVector2D(0.25f, 0.25f));
 }
@@ -173,7 +173,7 @@ TEST_F(CameraJitterPassTest, anyChangeRestartsTheStillFrames)
 {
     setMode(JitterRandom);
     srand48(4);
-    // How many frames after a change are still.
+    // The number of frames after a change that have no jitter.
     const auto stillFrames = [this] {
         int still = 0;
         while (still < 10 && frame() == QVector2D(0, 0))
@@ -208,7 +208,7 @@ TEST_F(CameraJitterPassTest, anyChangeRestartsTheStillFrames)
 
 TEST_F(CameraJitterPassTest, theFirstFrameOfAnySizeIsAReset)
 {
-    // What the members hold from the start: identities. So the size alone tells.
+    // Matrices are the identity from the start, so only the size differs.
     for (const QVariant &viewport : {QVariant(QRect(0, 0, 640, 480)), QVariant()}) {
         CameraJitterPass fresh;
         fresh.setInput(Port::ResetTemporal, false);
@@ -222,7 +222,7 @@ TEST_F(CameraJitterPassTest, theFirstFrameOfAnySizeIsAReset)
         if (viewport.isValid()) {
             EXPECT_EQ(shift, QVector2D(0, 0)) << "still again";
         } else {
-            // Divided by 0 pixels a still frame has NaN.
+            // A still frame would give 0 / 0, which is NaN.
             EXPECT_TRUE(std::isinf(shift.x()) && std::isinf(shift.y())) << "no reset: 0 by 0 is the size before";
         }
     }
@@ -236,7 +236,7 @@ TEST_F(CameraJitterPassTest, comparesWithTheLatestReset)
     for (int i = 0; i < 5; ++i)
         frame();
     EXPECT_NE(frame(), QVector2D(0, 0));
-    // Its own jittered output is never compared: only what came in.
+    // The pass compares its inputs, never its own jittered output.
     matrix(0, 3) = -0.0f;
     pass.setInput(Port::CameraMatrix, matrix);
     EXPECT_NE(frame(), QVector2D(0, 0)) << "-0 equals 0";
@@ -254,7 +254,7 @@ TEST_F(CameraJitterPassTest, movesTheImageByPixelsAtAnyDepth)
     pass.start(nullptr);
     EXPECT_EQ(amount(), QVector2D(2.0f * 0.75f / 640.0f, 2.0f * 0.75f / 480.0f));
 
-    // Exactly the product, element by element.
+    // The output is exactly the product, element by element.
     for (int column = 0; column < 4; ++column) {
         const QVector4D in = unjittered.column(column);
         const QVector4D out = projection().column(column);

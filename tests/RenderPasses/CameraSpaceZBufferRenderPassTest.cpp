@@ -65,7 +65,7 @@ QMatrix4x4 offAxis()
     return projection;
 }
 
-/// Depth at random, some of it at the two ends.
+/// Random depths, some of them exactly 0 or 1.
 Image randomDepth(int width, int height, unsigned int seed)
 {
     std::mt19937 random(seed);
@@ -82,10 +82,9 @@ Vector3d unproject(const DoubleMatrix &inverse, double u, double v, double depth
     return xyz(point) * (1 / point[3]);
 }
 
-/// Checks the positions of all pixels against those of a depth image that lies stretched over the viewport.
-///
-/// The homogeneous point is exact to some units of single precision in the last place; where its w is small against the
-/// numbers that it is made of, by far over near at the far plane, so much more of that shows in the result.
+/// Checks the positions of all pixels against those of a depth image that is stretched over the viewport.
+/// The homogeneous point is exact to a few units in the last place of single precision. Where its w is small compared
+/// with its terms, as at the far plane by the ratio of far to near, the error in the result grows accordingly.
 void compareWithUnprojection(const Image &positions, const Image &depth, const QMatrix4x4 &projection)
 {
     const DoubleMatrix inverse = DoubleMatrix(projection).inverted();
@@ -104,7 +103,7 @@ void compareWithUnprojection(const Image &positions, const Image &depth, const Q
                 const double size = std::sqrt(dot(expected, expected));
                 error = std::max(error, std::abs(double(found[i]) - expected[size_t(i)]) / (size * unit));
             }
-            // One division of a number by itself.
+            // A number divided by itself.
             ASSERT_NEAR(found.w(), 1, 1e-6) << x << ' ' << y;
         }
     }
@@ -136,7 +135,7 @@ TEST_F(CameraSpaceZBufferRenderPassTest, unprojectsEveryPixelForEveryKindOfProje
 
 TEST_F(CameraSpaceZBufferRenderPassTest, takesAnyViewportAndDepthFormat)
 {
-    // A matrix and a viewport change from frame to frame; the program stays.
+    // Matrix and viewport change from frame to frame; the program stays.
     const Image depth = randomDepth(64, 48, 6);
     for (int format : {GL_DEPTH_COMPONENT32F, GL_DEPTH24_STENCIL8}) {
         const std::unique_ptr<Texture> texture = makeTexture(depth, format);
@@ -179,7 +178,7 @@ TEST_F(CameraSpaceZBufferRenderPassTest, putsNothingOnTheFarPlane)
     EXPECT_NEAR(positions.pixel(0, 1).y(), 30 * std::tan(25 * M_PI / 180) / 2, 0.002);
 }
 
-// The points that were drawn, and not only the inverse of a matrix.
+// Compares with the points that were drawn, not only with the inverse of a matrix.
 TEST_F(CameraSpaceZBufferRenderPassTest, findsThePointsOfAModel)
 {
     const QSize size(161, 103);
@@ -263,7 +262,8 @@ TEST_F(CameraSpaceZBufferRenderPassTest, theFirstFrameSettlesTheKindOfDepth)
         EXPECT_NEAR(run().pixel(3, 2).z(), expected, 1e-4);
         const int programs = glObjectCounts().programs;
         feed(second, QRect(0, 0, 6, 4), projection);
-        // The sampler is of the other kind and finds no image at its unit: depth 0, the near plane, on this driver.
+        // The sampler is of the other kind and finds no image at its unit; this driver then reads depth 0, the near
+        // plane.
         EXPECT_NEAR(run().pixel(3, 2).z(), -1, 1e-4);
         EXPECT_EQ(glObjectCounts().programs, programs);
         feed(first, QRect(0, 0, 6, 4), projection);
@@ -278,7 +278,7 @@ TEST_F(CameraSpaceZBufferRenderPassTest, withoutDepthItReadsNoOtherTexture)
     const std::unique_ptr<Texture> texture = makeTexture(depth, GL_DEPTH_COMPONENT32F);
     feed(texture.get(), QRect(0, 0, 2, 2), {});
     EXPECT_EQ(run().pixel(1, 0).z(), 0.5f);
-    // The host's own, on the unit that the depth had.
+    // A texture of the host on the unit that the depth had is not read.
     AutoBinder binder(texture.get());
     feed(nullptr, QRect(0, 0, 2, 2), {});
     EXPECT_EQ(run().pixel(1, 0), QVector4D(0.5f, -0.5f, -1, 1)) << "the near plane";
@@ -286,7 +286,8 @@ TEST_F(CameraSpaceZBufferRenderPassTest, withoutDepthItReadsNoOtherTexture)
 
 TEST_F(CameraSpaceZBufferRenderPassTest, goesOnWithWhatIsMissing)
 {
-    // A singular projection counts as the identity, as QMatrix4x4 inverts it; a null one is the identity.
+    // A singular projection counts as the identity, which is what QMatrix4x4::inverted() returns; a null one is the
+    // identity.
     Image depth(2, 2, 1);
     depth.data.fill(0.75f);
     const std::unique_ptr<Texture> texture = makeTexture(depth, GL_DEPTH_COMPONENT32F);
@@ -297,7 +298,7 @@ TEST_F(CameraSpaceZBufferRenderPassTest, goesOnWithWhatIsMissing)
         pass->setInput(Port::ProjectionMatrix, projection);
         EXPECT_EQ(run().pixel(1, 0), QVector4D(0.5f, -0.5f, 0.5f, 1));
     }
-    // Without depth: the near plane, and no crash.
+    // Without depth every pixel lies on the near plane.
     feed(nullptr, QRect(0, 0, 2, 2), {});
     EXPECT_EQ(run().pixel(1, 0).z(), -1);
     EXPECT_TRUE(log.messages().isEmpty());

@@ -50,7 +50,7 @@ protected:
         glGetTexLevelParameteriv(GL_TEXTURE_CUBE_MAP_POSITIVE_X + GLenum(face), level, name, &value);
         return value;
     }
-    /// The texels of a face in the order in which they went up.
+    /// The texels of a face in the order in which they were uploaded.
     Image readFace(int face)
     {
         Image image(faceParameter(face, GL_TEXTURE_WIDTH), faceParameter(face, GL_TEXTURE_HEIGHT));
@@ -187,7 +187,7 @@ TEST_F(CubemapLoaderRenderPassTest, oneBadFaceDoesNotStopTheOthers)
                 EXPECT_LT(maximumDifference(image, expectedTexels(QImage(paths[face]))), exact) << face;
         }
         EXPECT_EQ(pass->errorCode(), 0u);
-        for (const QString &text : log.takeWarnings()) // Of Qt's image readers.
+        for (const QString &text : log.takeWarnings()) // From Qt's image readers.
             EXPECT_FALSE(text.contains(QStringLiteral("CubemapLoader"))) << qPrintable(text);
         EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_OPERATION}) << "mip levels of faces of two sizes";
     }
@@ -207,7 +207,7 @@ TEST_F(CubemapLoaderRenderPassTest, aPathIsNotTriedWithTheSuffixesOfImages)
 
 TEST_F(CubemapLoaderRenderPassTest, buffersHoldAsManyBytesAsTheImages)
 {
-    // 7 is no multiple of what rows are padded to.
+    // Rows of 7 pixels do not end on the boundary that they are padded to.
     const QImage color = distinctImage(7, 7);
     QStringList paths = writeFaces("a", 7, 0);
     struct Case
@@ -222,7 +222,7 @@ TEST_F(CubemapLoaderRenderPassTest, buffersHoldAsManyBytesAsTheImages)
         const QImage image(paths[1]);
         ASSERT_EQ(image.sizeInBytes() < 7 * 7 * 4, c.isShort);
         std::multiset<long> sizes;
-        QVector<unsigned int> uploadErrors(6, GL_NO_ERROR); // Of each face, in whichever order they go up.
+        QVector<unsigned int> uploadErrors(6, GL_NO_ERROR); // By face, in whichever order they are uploaded.
         {
             GLCallRecorder<&epoxy_glTexImage2D> uploads;
             uploads.replacement = [&](GLenum face, auto... arguments) {
@@ -313,7 +313,7 @@ TEST_F(CubemapLoaderRenderPassTest, deletesEveryCubeMapAtTheEnd)
     load(a);
     load(b);
     load(QStringList());
-    load(a); // From the cache, and there again.
+    load(a); // Taken from the cache.
     pass->teardown(nullptr);
     pass->teardownContextData(nullptr);
     EXPECT_EQ(glObjectCounts().textures, before.textures + 3);

@@ -58,7 +58,7 @@ protected:
     }
     void setModel() { pass.setInput(Port::Geometry, QVariant::fromValue(model.data())); }
 
-    /// Boxes at these places, each with a colour of its own.
+    /// Boxes at these places, each of a different colour.
     void makeBoxes(const QVector<QMatrix4x4> &places)
     {
         GPUModelBuilder builder;
@@ -72,7 +72,7 @@ protected:
         setModel();
     }
 
-    /// What a pass after this one makes of its output.
+    /// Draws this pass's output with a later pass.
     Image draw(ForwardRenderPass &forward, const View &view, const QVariant &geometry)
     {
         forward.setInput(ForwardRenderPass::Viewport, QRect(QPoint(0, 0), frameSize));
@@ -91,7 +91,7 @@ protected:
         pass.start(nullptr);
         return draw(drawing, view, pass.output(0));
     }
-    /// The same with a pass for each of several cameras, the first of which culls.
+    /// The same with one drawing pass per camera; the first camera culls.
     QVector<Image> frame(const QVector<View> &views, std::vector<std::unique_ptr<ForwardRenderPass>> &passes)
     {
         setView(views[0]);
@@ -101,7 +101,8 @@ protected:
             images.append(draw(*passes[size_t(i)], views[i], pass.output(0)));
         return images;
     }
-    /// The picture with nothing left out. Marks and queries stay as they are: the model is another one with the same places.
+    /// The picture with nothing culled, drawn from a second model with the same places, so that marks and queries stay
+    /// as they are.
     Image everything(const View &view) const
     {
         GPUModelBuilder builder;
@@ -164,8 +165,8 @@ QVector<QMatrix4x4> randomPlaces(int count, float spread, unsigned int seed)
     return places;
 }
 
-/// By how much the box lies beyond the one of the six planes that it lies furthest beyond: above 0 all its corners are
-/// outside that plane. In world units.
+/// How far the box lies beyond the plane that it lies furthest beyond, in world units: above 0 all its corners are
+/// outside that plane.
 double distanceOutside(const QPair<QVector3D, QVector3D> &bounds, const DoubleMatrix &viewProjection)
 {
     double furthest = -std::numeric_limits<double>::infinity();
@@ -200,7 +201,7 @@ TEST_F(CullingRenderPassTest, handsTheModelOn)
         EXPECT_EQ(pass.output(0).value<GPUModel *>(), model.data());
         pass.skip(nullptr);
         EXPECT_FALSE(pass.output(0).isValid());
-        // Without a model there is nothing to mark.
+        // There is nothing to mark without a model.
         pass.setInput(Port::Geometry, QVariant());
         pass.start(nullptr);
         EXPECT_EQ(pass.output(0).value<GPUModel *>(), nullptr);
@@ -226,7 +227,7 @@ TEST_F(CullingRenderPassTest, drawsNothingAndMakesNothing)
 
 TEST_F(CullingRenderPassTest, marksWhatLiesOutsideProjectionTimesCamera)
 {
-    // The other order of the two matrices would mark others.
+    // The other order of the two matrices would mark other boxes.
     makeBoxes({placed({0, 0, 0}), placed({30, 0, 0}), placed({30, 0, 20}), placed({0, 0, 20}), placed({0, 0, -100})});
     setFlags(true, false);
     setView(viewFrom({30, 0, 10}, {30, 0, 0}));
@@ -239,7 +240,7 @@ TEST_F(CullingRenderPassTest, marksWhatLiesOutsideProjectionTimesCamera)
 
 TEST_F(CullingRenderPassTest, readsMissingMatricesAsTheIdentity)
 {
-    // Then the world from -1 to 1 is in view.
+    // The view is then the cube from -1 to 1.
     makeBoxes({placed({0, 0, 0}), placed({1.9f, 1.9f, -1.9f}), placed({2.1f, 0, 0}), placed({0, 0, -2.1f})});
     setFlags(true, false);
     pass.start(nullptr);
@@ -260,7 +261,7 @@ TEST_F(CullingRenderPassTest, leavesTheMarksOfTheLastFrameWithBothFlagsOff)
         pass.start(nullptr);
         EXPECT_EQ(culledItems(*model), QVector<int>{1}) << "nothing resets it";
     }
-    // Either flag alone resets what was there; flags convert.
+    // Either flag alone resets the old marks; flags are converted.
     setFlags(QVariant(), 1);
     pass.start(nullptr);
     EXPECT_EQ(model->culledCount(), 0);
@@ -277,7 +278,7 @@ TEST_F(CullingRenderPassTest, isUndoneByAPassThatResetsCulling)
     setView(viewFrom({100, 0, 10}, {100, 0, 0}));
     pass.start(nullptr);
     EXPECT_EQ(maximumDifference(draw(drawing, view, pass.output(0)), Image(frameSize.width(), frameSize.height())), 0);
-    // As the shadow passes do on the same model.
+    // The shadow passes reset the marks of the same model like this.
     model->resetCulling();
     EXPECT_EQ(maximumDifference(draw(drawing, view, pass.output(0)), everything(view)), 0);
     EXPECT_GT(readTexture(drawing.output(0).value<Texture *>()).pixel(48, 36).w(), 0);
@@ -299,7 +300,7 @@ TEST_F(CullingRenderPassTest, bothCullingsAddUp)
 
 TEST_F(CullingRenderPassTest, keepsWhatStraddlesAPlane)
 {
-    // A camera that looks along -z from a place of its own, so that the boxes' sides are its own axes.
+    // A camera that looks along -z, so that the sides of the boxes are parallel to its axes.
     const QVector3D eye(3, -2, 5);
     const View view = {perspective(frameSize, 2, 40), lookAt(eye, eye - QVector3D(0, 0, 1))};
     const float half = std::tan(25 * float(M_PI) / 180);
@@ -322,7 +323,7 @@ TEST_F(CullingRenderPassTest, keepsWhatStraddlesAPlane)
     setView(view);
     const QVector3D sides(0.4f, 0.3f, 0.2f);
     for (const Plane &plane : planes) {
-        // How far the box's furthest corner is from its middle along the plane's normal.
+        // The distance from the centre of the box to its furthest corner along the plane's normal.
         const float reach = std::abs(plane.outwards.x()) * sides.x() + std::abs(plane.outwards.y()) * sides.y()
             + std::abs(plane.outwards.z()) * sides.z();
         QVector<QMatrix4x4> places;
@@ -334,7 +335,7 @@ TEST_F(CullingRenderPassTest, keepsWhatStraddlesAPlane)
         for (int i = 0; i < offsets.size(); ++i)
             EXPECT_EQ(model->isCulled(i), offsets[i] > 1) << plane.name << ' ' << offsets[i];
     }
-    // One that the whole view lies in.
+    // A box that encloses the whole view.
     makeBoxes({placed(eye, {500, 500, 500})});
     pass.start(nullptr);
     EXPECT_EQ(model->culledCount(), 0);
@@ -355,7 +356,7 @@ TEST_F(CullingRenderPassTest, marksBoxesBeyondAPlaneAndNoOthers)
         const DoubleMatrix viewProjection(view.projection * view.camera);
         for (int i = 0; i < model->itemCount(); ++i) {
             const double outside = distanceOutside(model->itemBounds(i), viewProjection);
-            // Single precision may take either side of so thin a margin.
+            // Single precision may decide either way within so small a margin.
             if (std::abs(outside) < 1e-3) {
                 ++undecidable;
                 continue;
@@ -368,13 +369,13 @@ TEST_F(CullingRenderPassTest, marksBoxesBeyondAPlaneAndNoOthers)
     for (int i = 0; i < 40; ++i) {
         const QVector3D eye(20 * unit(random), 20 * unit(random), 20 * unit(random));
         View view = viewFrom(eye, QVector3D(20 * unit(random), 20 * unit(random), 20 * unit(random)));
-        if (i % 4 == 1) { // Parallel rays.
+        if (i % 4 == 1) { // Without perspective.
             view.projection.setToIdentity();
             view.projection.ortho(-8, 9, -6, 7, -5, 30);
-        } else if (i % 4 == 2) { // Off its axis.
+        } else if (i % 4 == 2) { // Off axis.
             view.projection.setToIdentity();
             view.projection.frustum(-0.1f, 0.5f, 0.05f, 0.4f, 0.5f, 20);
-        } else if (i % 4 == 3) { // Depth the other way round, as some hosts have it.
+        } else if (i % 4 == 3) { // Reversed depth, as some hosts have it.
             QMatrix4x4 reverse;
             reverse.scale(1, 1, -1);
             view.projection = reverse * view.projection;
@@ -401,7 +402,7 @@ TEST_F(CullingRenderPassTest, marksNothingByADegenerateMatrix)
         pass.start(nullptr);
         EXPECT_EQ(model->culledCount(), 0);
     }
-    // One that flattens the world to its xy plane still knows left from right.
+    // A matrix that flattens the world to its xy plane still separates left from right.
     setView({placed({}, {0.1f, 0.1f, 0}), QMatrix4x4()});
     pass.start(nullptr);
     EXPECT_EQ(culledItems(*model), QVector<int>{1});
@@ -422,7 +423,7 @@ TEST_F(CullingRenderPassTest, changesNoPicture)
         byFrustum += model->culledCount();
         if (i == 3)
             saveForViewing(image, QStringLiteral("culling-frustum"));
-        // A camera that stays: what the frame before found holds.
+        // The camera stays, so what the previous frame found still holds.
         setFlags(true, true);
         for (int repeat = 0; repeat < 3; ++repeat)
             frame(view);
@@ -443,13 +444,13 @@ TEST_F(CullingRenderPassTest, hiddenItemsComeBackAFrameAfterTheyShow)
         frame(view);
     ASSERT_EQ(culledItems(*model), QVector<int>{1});
 
-    // The occluder goes.
+    // The occluder moves away.
     model->setModelMatrix(0, placed({5, 0, 3}));
     frame(view);
     EXPECT_EQ(maximumDifference(frame(view), everything(view)), 0);
     EXPECT_EQ(model->culledCount(), 0);
 
-    // It comes back, and the camera goes round it.
+    // It comes back, and the camera moves around it.
     model->setModelMatrix(0, placed({0, 0, 3}, {2, 2, 0.5f}));
     for (int i = 0; i < 3; ++i)
         frame(view);
@@ -458,7 +459,7 @@ TEST_F(CullingRenderPassTest, hiddenItemsComeBackAFrameAfterTheyShow)
     frame(behind);
     EXPECT_EQ(maximumDifference(frame(behind), everything(behind)), 0);
 
-    // And the item itself comes out behind it.
+    // The item itself comes out from behind it.
     for (int i = 0; i < 3; ++i)
         frame(view);
     ASSERT_EQ(culledItems(*model), QVector<int>{1});
@@ -469,7 +470,7 @@ TEST_F(CullingRenderPassTest, hiddenItemsComeBackAFrameAfterTheyShow)
 
 TEST_F(CullingRenderPassTest, keepsWhatAnyOfSeveralCamerasShows)
 {
-    // A wall between two boxes, each of which one camera sees, and a box within a hollow one, which neither does.
+    // A wall between two boxes, each seen by one camera, and a box inside a hollow one, seen by neither.
     enum Item { Wall, Front, Behind, Shell1, Shell2, Enclosed };
     makeBoxes({placed({0, 0, 0}, {3, 3, 0.2f}), placed({0, 0.5f, 3}, {0.5f, 0.5f, 0.5f}),
         placed({0, -0.5f, -3}, {0.5f, 0.5f, 0.5f}), placed({2, 0, 2}, {0.8f, 0.8f, 0.1f}),
@@ -488,17 +489,17 @@ TEST_F(CullingRenderPassTest, keepsWhatAnyOfSeveralCamerasShows)
     EXPECT_FALSE(model->isCulled(Behind)) << "hidden from the first camera alone";
     EXPECT_TRUE(model->isCulled(Enclosed));
 
-    // One camera alone: what only the other showed goes.
+    // With one camera alone, items that only the other one showed are culled.
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(maximumDifference(frame(views[0]), everything(views[0])), 0);
     EXPECT_TRUE(model->isCulled(Behind));
     EXPECT_FALSE(model->isCulled(Front));
-    // The other comes back, and a frame later its item.
+    // The other camera comes back, and its item one frame later.
     frame(views, passes);
     checkPictures(frame(views, passes));
     EXPECT_FALSE(model->isCulled(Behind));
 
-    // While results are late the GPU decides for each camera by its own query.
+    // While results are late, the GPU decides for each camera by that camera's own query.
     {
         GLCallRecorder<&epoxy_glGetQueryObjectuiv> reads;
         reads.replacement = [&reads](GLuint query, GLenum name, GLuint *value) {
@@ -520,7 +521,7 @@ TEST_F(CullingRenderPassTest, keepsWhatAnyOfSeveralCamerasShows)
 
 TEST_F(CullingRenderPassTest, takesMoreCamerasThanItKeepsResultsOf)
 {
-    // Boxes on a ring around a large one: each camera outside sees the few before it.
+    // Boxes on a ring around a large one: each camera outside sees the few in front of it.
     QVector<QMatrix4x4> places = {placed({}, {3, 3, 3})};
     const auto around = [](int i, float radius) {
         const float angle = float(i) * float(M_PI) / 6;
@@ -541,7 +542,7 @@ TEST_F(CullingRenderPassTest, takesMoreCamerasThanItKeepsResultsOf)
     }
     EXPECT_EQ(model->culledCount(), 0);
 
-    // A camera that moves while nobody culls again does not make queries without end.
+    // A camera that moves while no pass culls does not create queries.
     GLCallRecorder<&epoxy_glGenQueries> queries;
     setFlags(false, false);
     for (int i = 0; i < 200; ++i)

@@ -31,10 +31,10 @@ protected:
     Texture *frame() const { return texture(Port::Frame); }
 };
 
-/// Ways in which the pass does not compute.
+/// Wrong ways to compute the light, which the pictures must rule out.
 enum Mistake { None, PlainInverse, MappedDepth, NormalizedNormal, LightInCameraSpace };
 
-/// The light of one pixel, before it is brought into the range of the target.
+/// The light of one pixel before it is clamped to the range of the target.
 double lightAt(const Image &normals, const Image &depths, int x, int y, const DoubleMatrix &projection,
     const DoubleMatrix &camera, Mistake mistake = None)
 {
@@ -62,10 +62,10 @@ double clamped(double value)
     return value < 0 ? 0 : value > 1 ? 1 : value;
 }
 
-/// Half a step of the target's 8 bits, and what single precision adds.
+/// Half a step of the target's 8 bits, plus rounding in single precision.
 constexpr double tolerance = 0.5 / 255 + 2e-5;
 
-/// Checks every pixel of the frame against the formula, and makes sure that the picture tells the formula from each mistake.
+/// Checks every pixel of the frame against the formula, and that the picture tells the formula from each mistake:
 /// `telltale` is the least share of pixels that each mistake must change by more than two steps.
 void compareWithFormula(const Image &frame, const Image &normals, const Image &depths, const QMatrix4x4 &projection,
     const QMatrix4x4 &camera, const QVector<Mistake> &mistakes, double telltale)
@@ -109,7 +109,7 @@ TEST_F(DeferredRenderPassTest, shadesAGeometryBufferByItsFormula)
     builder.addQuad(26, QVector3D(25, 4, -30));
     builder.addCube(14, QVector3D(6, 26, 8));
     builder.start(nullptr);
-    // A smooth surface among the flat ones.
+    // One smooth surface among the flat ones.
     MeshData ball = sphereMesh(16);
     for (QVector3D &position : ball.positions)
         position = position * 15 + QVector3D(40, 10, 20);
@@ -142,7 +142,7 @@ TEST_F(DeferredRenderPassTest, shadesAGeometryBufferByItsFormula)
 
 TEST_F(DeferredRenderPassTest, shadesAnyBufferByItsFormula)
 {
-    // Normals of any length and direction, depths of any value: nothing that a geometry buffer happens to hold hides a step.
+    // Normals of any length and direction and depths of any value: real geometry could hide a missing step.
     const int width = 97;
     const int height = 61;
     std::mt19937 random(7);
@@ -158,7 +158,7 @@ TEST_F(DeferredRenderPassTest, shadesAnyBufferByItsFormula)
     }
     const std::unique_ptr<Texture> normal = makeTexture(normals, GL_RGB32F);
     const std::unique_ptr<Texture> depth = makeTexture(depths, GL_DEPTH_COMPONENT32F);
-    // The transposed inverse of this projection puts positions at the light's own distance, and far apart by their depths.
+    // The transposed inverse of this projection spreads positions around the light, far apart for different depths.
     const QMatrix4x4 toPosition(40, 5, 80, 20, -10, 60, -70, 30, 20, -15, 90, 10, 0.05f, 0.1f, 0.2f, 1);
     const QMatrix4x4 projection = toPosition.transposed().inverted();
     QMatrix4x4 camera = lookAt(QVector3D(20, 60, -30), QVector3D(1, 2, 3));
@@ -176,7 +176,7 @@ TEST_F(DeferredRenderPassTest, shadesAnyBufferByItsFormula)
 
 TEST_F(DeferredRenderPassTest, shadesMissingTexturesFromOnePlaceholder)
 {
-    pass->start(nullptr); // The first frame makes what all frames share.
+    pass->start(nullptr); // The first frame creates what all frames share.
     takeGLErrors();
     const GLObjectCounts before = glObjectCounts();
     setViewport(QSize(6, 5));
@@ -188,7 +188,7 @@ TEST_F(DeferredRenderPassTest, shadesMissingTexturesFromOnePlaceholder)
             ASSERT_EQ(black.pixel(x, y), QVector4D(0, 0, 0, 1));
     }
 
-    // A missing depth alone is read as 0.
+    // If only the depth is missing, it is read as 0.
     Image normals(6, 5);
     for (int i = 0; i < 30; ++i)
         normals.setPixel(i % 6, i / 6, QVector4D(0.3f, 0.5f, 0.4f, 1));
@@ -203,7 +203,7 @@ TEST_F(DeferredRenderPassTest, runsWithAllInputsNull)
     pass->start(nullptr);
     ASSERT_NE(frame(), nullptr);
     EXPECT_EQ(frame()->width(0), 0);
-    // A frame of no pixels cannot be cleared.
+    // A framebuffer without texels cannot be cleared.
     EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION});
 }
 
@@ -231,7 +231,7 @@ TEST_F(DeferredRenderPassTest, drawsWithTheViewportThatItFinds)
     glViewport(2, 4, 3, 2);
     glClearColor(0, 0, 1, 0);
     GLCallRecorder<&epoxy_glViewport> viewports;
-    pass->start(nullptr); // Makes its target.
+    pass->start(nullptr); // Creates the target.
     EXPECT_TRUE(viewports.calls.empty());
     const Image image = readTexture(frame());
     for (int y = 0; y < 8; ++y) {
@@ -293,7 +293,7 @@ TEST_F(DeferredRenderPassTest, releasesNoInput)
 TEST_F(DeferredRenderPassTest, takesItsObjectsAlong)
 {
     {
-        DeferredRenderPass first; // Makes what the device keeps.
+        DeferredRenderPass first; // Creates what the device keeps.
         first.start(nullptr);
         takeGLErrors();
     }

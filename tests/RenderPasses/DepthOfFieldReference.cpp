@@ -47,7 +47,7 @@ Rgb tap(const Image &frame, double u, double v, double blur, const Effects &effe
     return color;
 }
 
-/// How much of a point lies inside the pentagon of three rings, by its five edges.
+/// Whether a point lies inside the pentagon of three rings, from 0 to 1, by its five edges.
 double insidePentagon(double x, double y)
 {
     const double apothem = 3 - 1.3;

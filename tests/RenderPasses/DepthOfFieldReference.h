@@ -17,7 +17,7 @@ struct Lens
     double fStop = 0;
 };
 
-/// What the reference may leave out, to show that it is seen.
+/// Parts of the effect that the reference can leave out, to show that a test would notice.
 struct Effects
 {
     double fringe = 0.7;
@@ -30,7 +30,7 @@ struct Effects
 double linearize(double depth);
 /// The window depth that linearize() turns to a distance.
 double windowDepth(double distance);
-/// How blurred what lies at a distance is, from 0 to 1.
+/// How blurred things at a distance are, from 0 to 1.
 double blurOf(double distance, const Lens &lens);
 
 /// GLSL's smoothstep(); `from` may be above `to`.
@@ -44,7 +44,8 @@ Rgb lensReference(const Image &frame, int x, int y, double blur, const std::arra
 
 /// The hash in single precision, where sine and fraction are the C library's.
 float hashed(float angle);
-/// The hash multiplies the last bits of a sine by 43758, so each driver has its own: asked here for each pixel, in two channels.
+/// The hash multiplies the last bits of a sine by 43758, so it differs between drivers; this asks the driver for each
+/// pixel's, in two channels.
 Image hashOf(const QSize &size);
 
 } // namespace Velmora::Kvz

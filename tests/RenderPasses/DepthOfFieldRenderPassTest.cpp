@@ -60,12 +60,12 @@ protected:
     }
     Texture *output() const { return pass->output(Port::Frame).value<Texture *>(); }
 
-    /// To the last bit, as it is where the pixels' centres are exact: sizes that are powers of two.
+    /// Exact to the last bit, as it must be where pixel centres are exact: in sizes that are powers of two.
     static bool isExactCopy(const Image &result, const Image &frame, int x, int y)
     {
         return std::equal(result.at(x, y), result.at(x, y) + 3, frame.at(x, y));
     }
-    /// Elsewhere the linear filter mixes in what a centre is off by: some 1e-5 of the neighbour.
+    /// In other sizes the linear filter mixes in about 1e-5 of a neighbour, by the rounding of the centres.
     static bool isCopy(const Image &result, const Image &frame, int x, int y)
     {
         return std::equal(result.at(x, y), result.at(x, y) + 3, frame.at(x, y),
@@ -152,7 +152,7 @@ struct Scene
     }
 };
 
-/// Single precision: a sample moves by some 1e-4 of a texel where a distance has lost most, near the far plane.
+/// Single precision: near the far plane, where distances lose most, a sample moves by about 1e-4 of a texel.
 constexpr double tolerance = 2e-4;
 constexpr double meanTolerance = 3e-6;
 
@@ -220,7 +220,7 @@ TEST_F(DepthOfFieldRenderPassTest, matchesTheFormulasOnARealFrame)
 
 TEST_F(DepthOfFieldRenderPassTest, theHashIsSpreadAndNearTheFormula)
 {
-    // Texture coordinates are exact here, and so the angles.
+    // Texture coordinates are exact here, and the angles with them.
     const Image hash = hashOf(QSize(256, 256));
     int near = 0;
     double sum = 0;
@@ -267,7 +267,7 @@ TEST_F(DepthOfFieldRenderPassTest, spreadsAPointOverThreeRingsWithColouredFringe
     frame.setPixel(centre, centre, QVector4D(8, 8, 8, 1));
     setLens({100, 100, 0.1});
     const Image result = draw(frame, flatDepth(side, side, 1));
-    // All is blurred in full: 3 pixels of the rings, 0.7 of the fringe, one of the filter and the noise.
+    // Everything is fully blurred: 3 pixels by the rings, 0.7 by the fringe, one by the filter and the noise.
     double centroid[3][2] = {};
     double weight[3] = {};
     for (int y = 0; y < side; ++y) {
@@ -281,7 +281,7 @@ TEST_F(DepthOfFieldRenderPassTest, spreadsAPointOverThreeRingsWithColouredFringe
             }
         }
     }
-    // A read that lies to one side sees the point from the other.
+    // A sample offset to one side sees the point displaced to the other.
     const double expected[3][2] = {{0, -0.7}, {0.866 * 0.7, 0.5 * 0.7}, {-0.866 * 0.7, 0.5 * 0.7}};
     for (int k = 0; k < 3; ++k) {
         EXPECT_NEAR(centroid[k][0] / weight[k], expected[k][0], 0.2) << k;
@@ -291,7 +291,7 @@ TEST_F(DepthOfFieldRenderPassTest, spreadsAPointOverThreeRingsWithColouredFringe
 
 TEST_F(DepthOfFieldRenderPassTest, gainsLightWhereItIsBrighterThanTheThreshold)
 {
-    // A plain frame: rings and fringes change nothing, and the gain is all that is left.
+    // In a plain frame rings and fringes change nothing; only the gain is left.
     setLens({100, 100, 0.1});
     const double outer = 3 * (2.0 / 3) + 6 * (5.0 / 6) + 9;
     for (const float value : {0.25f, 0.5f, 0.75f, 1.5f}) {
@@ -304,13 +304,13 @@ TEST_F(DepthOfFieldRenderPassTest, gainsLightWhereItIsBrighterThanTheThreshold)
     }
 }
 
-// Constants of the shader switch these off; whoever turns one on finds that it works.
+// Constants of the shader switch these off; they must work when turned on.
 TEST_F(DepthOfFieldRenderPassTest, whatTheShadersConstantsSwitchOffWorks)
 {
     const int width = 64;
     const int height = 32;
     const Image frame = pattern(width, height);
-    // Distances that differ from row to row as well, too near at the left and too far at the right.
+    // Distances differ from row to row as well: too near at the left, too far at the right.
     Image depth(width, height, 1);
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x)
@@ -337,7 +337,7 @@ TEST_F(DepthOfFieldRenderPassTest, whatTheShadersConstantsSwitchOffWorks)
         return std::array<double, 2>{double(hash.at(x, y)[0]), double(hash.at(x, y)[1])};
     };
     const auto distanceAt = [&](int x, int y) { return linearize(double(*depth.at(x, y))); };
-    // Of the picture without a change.
+    // The reference for the unchanged shader.
     const auto plainAt = [&](int x, int y) {
         return lensReference(frame, x, y, blurOf(distanceAt(x, y), lens), noiseAt(x, y));
     };
@@ -412,7 +412,7 @@ TEST_F(DepthOfFieldRenderPassTest, whatTheShadersConstantsSwitchOffWorks)
         "manualdof", drawWith("const bool manualdof = false;", "const bool manualdof = true;"),
         [&](int x, int y) { return lensReference(frame, x, y, manualBlur(x, y), noiseAt(x, y)); }, manualBlur);
 
-    // Offset 2 lies at both coordinates wh.x - wh.y, on purpose: here one texel to the left and one down.
+    // Both coordinates of offset 2 are wh.x - wh.y, on purpose: here one texel to the left and one down.
     const double dx = 1.25 / width;
     const double dy = 1.25 / height;
     const double offsets[9][2] = {
@@ -443,7 +443,7 @@ TEST_F(DepthOfFieldRenderPassTest, whatTheShadersConstantsSwitchOffWorks)
         },
         lensBlur);
 
-    // The slip is in the text.
+    // The shader text really has this slip.
     ChangedShaders shaders("vec2( wh.x -wh.y)", "vec2( wh.x -wh.y)");
     pass = std::make_unique<DepthOfFieldRenderPass>();
     draw(frame, depth);
@@ -459,7 +459,7 @@ TEST_F(DepthOfFieldRenderPassTest, autofocusMakesTheDepthUnderItsPointSharp)
         setLens({focused, 5, 2});
         pass->setInput(Port::AutoFocus, false);
         const Image manual = draw(scene.frame, scene.depth);
-        // Another distance, which autofocus does not look at.
+        // Autofocus ignores this distance.
         setLens({focused * 3 + 1, 5, 2});
         pass->setInput(Port::AutoFocus, true);
         pass->setInput(Port::Focus,
@@ -494,7 +494,7 @@ TEST_F(DepthOfFieldRenderPassTest, focusesOnTheLowerLeftCornerWithoutAPoint)
     EXPECT_TRUE(isCopy(result, frame, 0, 0));
     EXPECT_TRUE(isCopy(result, frame, 0, 15));
     EXPECT_FALSE(isCopy(result, frame, 40, 8));
-    // A QPointF converts to no vector and means the corner as well.
+    // A QPointF does not convert to a vector and gives the corner as well.
     pass->setInput(Port::Focus, QPointF(1, 1));
     EXPECT_TRUE(isCopy(draw(frame, depth), frame, 0, 0));
     pass->setInput(Port::Focus, QVector2D(1, 1));
@@ -518,7 +518,7 @@ TEST_F(DepthOfFieldRenderPassTest, divisionsByZeroGoOnToTheClamp)
         return count;
     };
 
-    // A stop of 0: the blur is infinite before the clamp, but where the distance is the focal one, to the last bit.
+    // A stop of 0: the blur is infinite before the clamp, except where the distance is exactly the focal one.
     const double focused = linearize(double(*depth.at(40, 0)));
     setLens({focused, 10, 0});
     Image result = draw(frame, depth);
@@ -544,12 +544,12 @@ TEST_F(DepthOfFieldRenderPassTest, divisionsByZeroGoOnToTheClamp)
     pass->setInput(Port::FocalLength, QVariant());
     EXPECT_EQ(copies(draw(frame, depth)), width * height);
 
-    // The focal depth at the focal length divides by zero in b, a fragment there in a: both infinite, of which the one
-    // times 0 is no number.
+    // With the focal depth at the focal length b divides by zero, and for a fragment at that distance a does: infinity
+    // times 0 is NaN.
     setLens({0.01, 10, 2});
     EXPECT_TRUE(isFinite(draw(frame, depth)));
 
-    // Nothing set: 0 / 0. This driver's clamp turns what is no number into 0.
+    // Nothing is set: 0 / 0. This driver's clamp turns NaN into 0.
     for (const int port : {Port::FocalDepth, Port::FocalLength, Port::FStop})
         pass->setInput(port, QVariant());
     EXPECT_EQ(copies(draw(frame, depth)), width * height);
@@ -568,7 +568,7 @@ TEST_F(DepthOfFieldRenderPassTest, takesThePlanesToBeAtATenthAndAHundred)
     };
     EXPECT_TRUE(isSharp(0.1, 100, 3, 3));
     EXPECT_FALSE(isSharp(0.1, 100, 3, 4));
-    // Other planes: sharp where the documented formula puts the distance.
+    // With other planes, things are sharp where the documented formula puts the distance.
     EXPECT_FALSE(isSharp(1, 10, 3, 3));
     EXPECT_TRUE(isSharp(1, 10, 3, 1 / (10 - 9.99 * (1 / 1.0 - 1 / 3.0) / (1 / 1.0 - 1 / 10.0))));
 }
@@ -588,7 +588,7 @@ TEST_F(DepthOfFieldRenderPassTest, isNullWithoutAFrameAndMakesNothing)
     EXPECT_TRUE(glFlag(GL_DEPTH_TEST));
     glDisable(GL_DEPTH_TEST);
 
-    // Also after a frame.
+    // The same after a frame.
     draw(pattern(4, 4), flatDepth(4, 4, 1));
     EXPECT_NE(output(), nullptr);
     pass->start(nullptr);
@@ -616,7 +616,7 @@ TEST_F(DepthOfFieldRenderPassTest, withoutADepthItCanReadAllLiesOnTheNearPlane)
     const auto frame = makeTexture(image, GL_RGBA32F);
     Image far(16, 16, 1);
     far.data.fill(1);
-    // A sampler of one sample for each texel finds nothing in the other kind of texture.
+    // A single-sample sampler finds nothing in a multisampled texture.
     const auto sampled = makeMultisampleTexture(far, far, GL_DEPTH_COMPONENT32F, 4);
     for (Texture *const depth : {static_cast<Texture *>(nullptr), sampled.get()}) {
         for (const bool autoFocus : {false, true}) {
@@ -631,7 +631,7 @@ TEST_F(DepthOfFieldRenderPassTest, withoutADepthItCanReadAllLiesOnTheNearPlane)
                 EXPECT_EQ(differsFromNear(result), 0);
         }
     }
-    // Nor does it read a texture of the host's on the unit that the depth had in a frame before.
+    // Nor does it read a texture of the host on the unit that the depth had in an earlier frame.
     {
         const auto whole = makeTexture(flatDepth(16, 16, 1), GL_DEPTH_COMPONENT32F);
         pass->setInput(Port::AutoFocus, false);
@@ -678,7 +678,7 @@ TEST_F(DepthOfFieldRenderPassTest, keepsItsTextureUntilTheSizeChanges)
     pass->start(nullptr);
     EXPECT_EQ(output(), first) << "the origin is no part of the size";
 
-    // A picture of another size than its frame is stretched.
+    // A viewport of another size than the frame stretches the picture.
     pass->setInput(Port::Viewport, QRect(0, 0, 12, 20));
     pass->start(nullptr);
     EXPECT_TRUE(first.isNull()) << "deleted at once";
@@ -694,7 +694,7 @@ TEST_F(DepthOfFieldRenderPassTest, publishesAnEmptyTextureWithoutAViewport)
     pass->start(nullptr);
     ASSERT_NE(output(), nullptr);
     EXPECT_EQ(output()->width(0), 0);
-    // There is nothing to clear.
+    // A framebuffer without texels cannot be cleared.
     EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION});
 }
 
@@ -723,7 +723,7 @@ TEST_F(DepthOfFieldRenderPassTest, readsTheFrameLinearlyAndPutsItsFiltersBack)
     pass->start(nullptr);
     EXPECT_EQ(filtersOf(frame.get()), (std::array<GLint, 2>{GL_NEAREST_MIPMAP_LINEAR, GL_NEAREST}));
     EXPECT_EQ(filtersOf(depth.get()), depthFilters);
-    // Linear all the same: as with a frame that is.
+    // It is filtered linearly all the same, as is a frame with linear filters.
     const Image result = readTexture(output());
     EXPECT_LE(maximumDifference(result, draw(image, flatDepth(8, 8, 1))), 1e-6);
     const Image hash = hashOf(QSize(8, 8));
@@ -734,7 +734,7 @@ TEST_F(DepthOfFieldRenderPassTest, readsTheFrameLinearlyAndPutsItsFiltersBack)
 
 TEST_F(DepthOfFieldRenderPassTest, drawsBlackForAFrameOfSeveralSamples)
 {
-    // Its sampler finds nothing to read, since such a texture is bound elsewhere.
+    // Its sampler finds nothing to read, since a multisampled texture is bound to another target.
     const auto frame = makeMultisampleTexture(pattern(8, 8), GL_RGBA8, 4);
     const auto depth = makeTexture(flatDepth(8, 8, 1), GL_DEPTH_COMPONENT32F);
     setImages(frame.get(), depth.get());
@@ -800,7 +800,7 @@ TEST_F(DepthOfFieldRenderPassTest, takesItsObjectsAlong)
         one.setInput(Port::Viewport, QRect(0, 0, 4, 4));
         one.start(nullptr);
     };
-    startOne(*pass); // Makes what the device keeps.
+    startOne(*pass); // Creates what the device keeps.
     const GLObjectCounts before = glObjectCounts();
     {
         DepthOfFieldRenderPass other;

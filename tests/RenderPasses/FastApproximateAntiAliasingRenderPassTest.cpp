@@ -37,7 +37,7 @@ protected:
     void setFrame(Texture *texture) { pass->setInput(Port::Frame, QVariant::fromValue(texture)); }
     Texture *frame() const { return pass->output(Port::FrameOut).value<Texture *>(); }
 
-    /// What the pass makes of an image of the viewport's size.
+    /// The pass's result for an image of the viewport's size.
     Image filter(const Image &image, int internalFormat = GL_RGBA32F)
     {
         const std::unique_ptr<Texture> texture = makeTexture(image, internalFormat);
@@ -52,8 +52,8 @@ protected:
     }
 };
 
-/// The image with values that are multiples of 1 / 256. In images whose sides are powers of two, sums and mixtures are then
-/// exact in single precision, and what is a draw for the CPU is one for the GPU.
+/// The image rounded to multiples of 1/256. In images whose sides are powers of two, sums and mixtures are then exact
+/// in single precision, and a tie on the CPU is a tie on the GPU.
 Image exact(Image image)
 {
     for (float &channel : image.data)
@@ -99,8 +99,8 @@ Image noise(int width, int height, unsigned int seed)
     return exact(image);
 }
 
-/// A flight of stairs, dark above it and light below, steps a pixel high that grow from 1 pixel to 40 in length. Every third
-/// one leads down.
+/// A flight of stairs, dark above and light below, with steps one pixel high that grow in length from 1 to 40 pixels.
+/// Every third one leads down.
 Image stairs()
 {
     Image image(1024, 64);
@@ -129,13 +129,13 @@ Image transposed(const Image &image)
     return result;
 }
 
-/// A step of half floats below 1, which a driver may cut off, and what single precision leaves open of a place between two
-/// texels of an image of up to 1024.
+/// A half float step below 1, where a driver may truncate, plus what single precision leaves open in a position between
+/// two texels of an image of up to 1024.
 constexpr double tolerance = 1.0 / 2048 + 1.0 / 32768;
 
-/// The largest difference of a filtered image from the reference. Where the contrast at an end of an edge is the one that is
-/// asked for, but for the last bits, GPU and CPU may take different sides: there the nearest of all sides counts. `draws` is
-/// the number of such pixels.
+/// The largest difference of a filtered image from the reference. Where the contrast at an end of an edge equals the
+/// threshold but for the last bits, GPU and CPU may decide differently: there the nearest of the possible results
+/// counts. `draws` is the number of such pixels.
 double differenceBesideDraws(const Image &filtered, const Image &image, FxaaSettings settings, int *draws)
 {
     std::vector<Image> sides;
@@ -222,7 +222,7 @@ TEST_F(FxaaTest, matchesTheReferenceOnNoise)
 
 TEST_F(FxaaTest, readsLumaFromAlphaUnderTheMacroOfIts)
 {
-    // The pass takes green.
+    // The pass uses green as luma.
     ChangedShaders shaders("#define FXAA_GREEN_AS_LUMA 1", "#define FXAA_GREEN_AS_LUMA 0");
     const Image image = noise(128, 64, 5);
     const Image filtered = filter(image);
@@ -241,7 +241,7 @@ TEST_F(FxaaTest, readsLumaFromAlphaUnderTheMacroOfIts)
 
 TEST_F(FxaaTest, matchesTheReferenceWithEveryPreset)
 {
-    // All places that are read are exact in single precision with it, and none is a draw.
+    // With it all sample positions are exact in single precision, and there are no ties.
     constexpr double rcpFrame = 1.0625;
     const struct
     {
@@ -303,7 +303,7 @@ TEST_F(FxaaTest, leavesFlatImagesAsTheyAre)
         const Image flat = filled(31, 17, color);
         EXPECT_EQ(maximumDifference(filter(flat), flat), 0);
     }
-    // Contrast below the floor and below the share of the brightest.
+    // Contrast below the absolute floor, and below the share of the brightest.
     Image gentle = filled(32, 32, QVector4D(0.25f, 0.25f, 0.25f, 1));
     for (int i = 0; i < 32; ++i)
         gentle.setPixel(i, i, QVector4D(0.296875f, 0.296875f, 0.296875f, 1));
@@ -312,7 +312,7 @@ TEST_F(FxaaTest, leavesFlatImagesAsTheyAre)
     for (int i = 0; i < 32; ++i)
         bright.setPixel(i, i, QVector4D(8.5f, 8.5f, 8.5f, 1));
     EXPECT_EQ(maximumDifference(filter(bright), bright), 0);
-    // Green stands for luma.
+    // Green stands in for luma.
     Image red = filled(32, 32, QVector4D(0.25f, 0.5f, 0.25f, 1));
     for (int i = 0; i < 32; ++i)
         red.setPixel(i, i, QVector4D(1, 0.5f, 0, 1));
@@ -369,7 +369,7 @@ TEST_F(FxaaTest, alphaIsNeverBelowTheInputs)
         for (int y = 0; y < image.height; ++y) {
             for (int x = 0; x < image.width; ++x) {
                 const double alpha = double(image.at(x, y)[3]);
-                // A step of half floats below the value, which is less than this at full cover.
+                // One half float step below the value; at full coverage it is less than 5e-4.
                 const double step =
                     loss > 0 ? std::min(std::ldexp(1.0, std::ilogb(std::max(alpha, 1e-4)) - 10), 5e-4) : 0;
                 ASSERT_GE(double(filtered.at(x, y)[3]), alpha - step) << x << ' ' << y;
@@ -379,10 +379,10 @@ TEST_F(FxaaTest, alphaIsNeverBelowTheInputs)
         EXPECT_GT(larger, 500) << "what is covered spreads";
     };
     expectNotBelow(noise(128, 64, 8), 0);
-    // Where the places of pixels are rounded, a frame of floats is read with an error in the last bit. A driver that cuts off
-    // half floats makes that a step of theirs.
+    // Where pixel positions are rounded, a float frame is read with an error in the last bit, which a driver that
+    // truncates half floats makes a whole step.
     expectNotBelow(noise(90, 70, 8), 1.0 / 1024);
-    // Bytes are rounded.
+    // 8-bit targets are rounded.
     pass->setInput(Port::RenderInHDR, false);
     Image bytes = noise(90, 70, 8);
     for (float &channel : bytes.data)
@@ -416,7 +416,8 @@ TEST_F(FxaaTest, invalidValuesGiveASecondSetOfNumbers)
     expectSettings({0.75, 1.0, 0.166, 0.0});
     EXPECT_GT(maximumDifference(constructed, filter(image)), 0.02) << "the two sets differ";
 
-    // It is the type that is tested: what is valid and does not convert is 0, and what converts is taken.
+    // Defaults depend on the input being invalid: a valid value that does not convert is 0, and one that converts is
+    // used.
     for (const int port : ports)
         pass->setInput(port, QStringLiteral("1.25"));
     pass->setInput(Port::EdgeThresholdQuality, 0.3);
@@ -551,7 +552,7 @@ TEST_F(FxaaTest, unbindsAfterTheResultIsHandedOn)
     Texture *const input = textures.take(TextureFormat::HighDynamicRange, noise(6, 6, 1), 2);
     pass->setInput(Port::Viewport, QRect(0, 0, 6, 6));
     setFrame(input);
-    pass->start(nullptr); // Makes the objects.
+    pass->start(nullptr); // Creates the objects.
     TextureManager::Instance()->addTempTextureRef(input, 1);
     int detached = 0;
     GLCallRecorder<&epoxy_glFramebufferTexture> changes;
@@ -600,7 +601,7 @@ TEST_F(FxaaTest, takesItsObjectsAlong)
     const std::unique_ptr<Texture> texture = makeTexture(noise(4, 4, 1), GL_RGBA16F);
     pass->setInput(Port::Viewport, QRect(0, 0, 4, 4));
     setFrame(texture.get());
-    pass->start(nullptr); // Makes what the device and the pool keep.
+    pass->start(nullptr); // Creates what the device and the pool keep.
     const GLObjectCounts before = glObjectCounts();
     {
         FastApproximateAntiAliasingRenderPass other;

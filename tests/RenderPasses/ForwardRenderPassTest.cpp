@@ -59,7 +59,7 @@ MaterialData coloured(const QVector3D &kd, const QVector3D &ks, float ns)
     return material;
 }
 
-/// The normal that the vertex stage hands to a pixel.
+/// The normal that a pixel gets from the vertex stage.
 Vector3d cameraNormal(const RayHit &hit, const RayCastScene &scene, const QMatrix4x4 &camera)
 {
     const DoubleMatrix model(scene.items()[hit.item].modelMatrix);
@@ -67,7 +67,7 @@ Vector3d cameraNormal(const RayHit &hit, const RayCastScene &scene, const QMatri
     return xyz(normalMatrix * withW(hit.normal, 1));
 }
 
-/// The light of a pixel, in the range of the target; alpha is the material's opacity.
+/// The light of a pixel, clamped to the range of the target; alpha is the material's opacity.
 Vector4d lit(const RayHit &hit, const MaterialData &material, const Vector3d &normal)
 {
     const Vector3d light = normalized({100, 100, 100});
@@ -94,7 +94,7 @@ double difference(const float *pixel, const Vector4d &expected)
     return largest;
 }
 
-/// The frame that the way of two passes gives.
+/// The frame of the geometry and the deferred pass together.
 Image drawDeferred(const QSharedPointer<GPUModel> &model, const QMatrix4x4 &camera = sceneCamera)
 {
     const QRect viewport(QPoint(0, 0), sceneSize);
@@ -114,8 +114,8 @@ Image drawDeferred(const QSharedPointer<GPUModel> &model, const QMatrix4x4 &came
     return readTexture(shading.output(ModelDeferredPass::Frame).value<Texture *>());
 }
 
-/// Half a step of the target's 8 bits, and what a vertex that the rasteriser moved by 1/512 pixel and image filters with
-/// weights of 8 bits add where texels and normals change fast.
+/// Half a step of the target's 8 bits, plus what is added where texels and normals change fast by vertices that the
+/// rasteriser moves by 1/512 pixel and by image filters with weights of 8 bits.
 constexpr double halfStep = 0.5 / 255;
 constexpr double tolerance = halfStep + 0.004;
 
@@ -160,7 +160,7 @@ TEST_F(ForwardRenderPassTest, matchesARayCast)
                 return;
             }
             const MaterialData &itemMaterial = scene.material(hit);
-            // The reference knows nothing of mip levels.
+            // The reference has no mip levels.
             const QSize imageSize = itemMaterial.mapKd.size().expandedTo(itemMaterial.mapKs.size());
             if (!imageSize.isEmpty() && caster.texelsPerPixel(x + 0.5, y + 0.5, imageSize) > 1) {
                 ++minified;
@@ -185,18 +185,18 @@ TEST_F(ForwardRenderPassTest, matchesARayCast)
 
 TEST_F(ForwardRenderPassTest, differsFromTheDeferredWayByTheLengthOfNormals)
 {
-    // The two ways share the light. The deferred one normalises the normal of each pixel; this one takes it as interpolated,
-    // with the length that the inverse transpose of the matrices gave it.
+    // Both ways use the same light. The deferred one normalises the normal of each pixel; this pass takes it as
+    // interpolated, with the length that the inverse transpose of the matrices gave it.
     enum Item { Turned, Ball, Halved, Stretched, Ground };
     RayCastScene scene;
     scene.add(boxMesh(), coloured({0.6f, 0.3f, 0.2f}, {0.3f, 0.3f, 0.3f}, 10), placed({-2.1f, 0, 0}, 50));
-    // The normal between the corners of a triangle is shorter than those of the corners.
+    // Between the corners of a triangle the interpolated normal is shorter than at the corners.
     scene.add(sphereMesh(2), coloured({0.2f, 0.5f, 0.8f}, {0.3f, 0.3f, 0.3f}, 12), placed({0, -0.1f, 1}, 15));
-    // Half the size: normals twice as long.
+    // Scaled to half the size, so normals are twice as long.
     scene.add(boxMesh(), coloured({0.3f, 0.2f, 0.1f}, {0, 0, 0}, 1), placed({1.8f, -0.4f, 1}, 30, {0.5f, 0.5f, 0.5f}));
     // Normals along y are half as long, the others longer.
     scene.add(boxMesh(), coloured({0.5f, 0.5f, 0.2f}, {0, 0, 0}, 1), placed({1.9f, -1, -1.5f}, 0, {0.8f, 2, 0.8f}));
-    // Made large by its positions: its matrix keeps its normals as they are.
+    // Enlarged in its positions, so that its matrix leaves the normals as they are.
     MeshData ground = groundMesh();
     for (QVector3D &position : ground.positions)
         position *= 4;
@@ -260,8 +260,8 @@ TEST_F(ForwardRenderPassTest, differsFromTheDeferredWayByTheLengthOfNormals)
 
 TEST_F(ForwardRenderPassTest, differsFromTheDeferredWayForAFlattenedItem)
 {
-    // This pass inverts camera and model together, at each vertex. A model matrix that flattens has no inverse, and no light
-    // comes of it. The model's own normal matrix, which the deferred way takes, then stays the identity.
+    // This pass inverts the product of camera and model matrix in each vertex. A flattening model matrix has no
+    // inverse, and the light is 0. The model's own normal matrix, which the deferred way uses, stays the identity.
     RayCastScene scene;
     scene.add(wallMesh(), coloured({0.8f, 0.8f, 0.8f}, {}, 1), placed({0, 0, 0}, 0, {2, 2, 0}));
     const QSharedPointer<GPUModel> model = scene.build();
@@ -290,7 +290,7 @@ TEST_F(ForwardRenderPassTest, keepsItsLightWithTheCamera)
         const Image frame = drawScene(model, camera);
         if (first.data.isEmpty())
             first = frame;
-        // Outlines may differ by a pixel, the lit middle not.
+        // Outlines may differ by a pixel; the lit interior may not.
         for (int y = 90; y < 150; ++y) {
             for (int x = 130; x < 190; ++x)
                 ASSERT_LE((frame.pixel(x, y) - first.pixel(x, y)).length(), 2.5f / 255) << x << ' ' << y;
@@ -298,7 +298,7 @@ TEST_F(ForwardRenderPassTest, keepsItsLightWithTheCamera)
     }
     EXPECT_GT(first.pixel(172, 135).x(), first.pixel(145, 100).x() + 0.2f) << "the light comes from the upper right";
 
-    // And a wall that stays changes its light when the camera goes round it.
+    // A wall that stays changes its light when the camera moves around it.
     GPUModelBuilder wallBuilder;
     wallBuilder.addItem(wallBuilder.addMesh(wallMesh()), wallBuilder.addMaterial(coloured({0.8f, 0.8f, 0.8f}, {}, 1)));
     const QSharedPointer<GPUModel> wall = wallBuilder.build();
@@ -332,7 +332,7 @@ TEST_F(ForwardRenderPassTest, isTransparentBlackWithoutAModel)
 
 TEST_F(ForwardRenderPassTest, sortsByDepthAndReadsAMissingMatrixAsTheIdentity)
 {
-    // In clip space -0.5 is nearer than 0.5; the first half of the items comes the other way round.
+    // In clip space -0.5 is nearer than 0.5; the second half of the items is drawn in the opposite order.
     RayCastScene scene;
     const MaterialData red = coloured({1, 0, 0}, {}, 1);
     const MaterialData green = coloured({0, 1, 0}, {}, 1);
@@ -388,7 +388,7 @@ TEST_F(ForwardRenderPassTest, makesTargetsOfItsFormats)
 
 TEST_F(ForwardRenderPassTest, remakesItsTargetsWhenTheSizeChanges)
 {
-    expectTexturesFollowTheViewport(2, 3); // Depth, too.
+    expectTexturesFollowTheViewport(2, 3); // The depth texture included.
 }
 
 TEST_F(ForwardRenderPassTest, publishesNullWithoutAViewport)
@@ -398,7 +398,7 @@ TEST_F(ForwardRenderPassTest, publishesNullWithoutAViewport)
         EXPECT_EQ(pass->output(output).userType(), qMetaTypeId<Texture *>());
         EXPECT_EQ(texture(output), nullptr);
     }
-    // There is nothing to clear.
+    // A framebuffer without texels cannot be cleared.
     EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION});
 }
 
@@ -427,7 +427,7 @@ TEST_F(ForwardRenderPassTest, setsTheClearColourAndNothingElse)
     EXPECT_EQ(glInteger(GL_DRAW_FRAMEBUFFER_BINDING), 0);
     EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);
     EXPECT_EQ(glInteger(GL_VERTEX_ARRAY_BINDING), 0);
-    // It drew where GL's viewport lay.
+    // The pass drew within the viewport that GL had.
     const Image id = image(Port::Id);
     for (int y = 0; y < 10; ++y) {
         for (int x = 0; x < 12; ++x)

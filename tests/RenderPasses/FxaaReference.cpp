@@ -54,7 +54,7 @@ public:
         const double smooth = c * c * (3 - 2 * c);
         const double subpixel = smooth * smooth * m_settings.subpix;
 
-        // Along and across the edge; horizontal distances are stretched.
+        // Steps along and across the edge; horizontal ones are stretched by rcpFrame.
         const double alongX = isHorizontal ? m_settings.rcpFrame : 0;
         const double alongY = isHorizontal ? 0 : 1;
         const double first = isHorizontal ? n : w;
@@ -81,7 +81,7 @@ public:
 
         const double shift = std::max(edge, subpixel);
         Texel result = sample(x + acrossX * shift, y + acrossY * shift);
-        // With luma in it alpha is not filtered.
+        // When alpha carries luma it is not filtered.
         const double alpha = texel(column, row)[3];
         result[3] = m_settings.isLumaInAlpha ? alpha : std::max(result[3], alpha);
         return result;
@@ -97,7 +97,7 @@ private:
 
     End findEnd(double x, double y, double stepX, double stepY, double pair, double limit) const
     {
-        // The last step is taken, and not sampled: it stands for what lies beyond.
+        // The last step is taken but not sampled: it stands for everything beyond.
         double distance = 0;
         double luma = 0;
         for (size_t i = 0; i + 1 < m_settings.steps.size(); ++i) {

@@ -16,12 +16,12 @@ struct FxaaSettings
     double edgeThresholdMin = 0.0625;
     std::vector<double> steps = {1, 1.5, 2, 4, 12}; ///< Of the search, in texels; these are preset 12's.
     bool isLumaInAlpha = false; ///< Or in green.
-    /// Added to the contrast by which the ends of an edge are known, to either side.
+    /// Added to the contrast that marks the ends of an edge, one for each side.
     double biasBefore = 0;
     double biasBehind = 0;
 };
 
-/// What FXAA made of a pixel, for a test to know that it saw all cases.
+/// What FXAA did in each pixel, so that a test knows that all cases occurred.
 struct FxaaTally
 {
     int flat = 0; ///< Left as they were.
@@ -32,7 +32,7 @@ struct FxaaTally
     int endNotFound = 0; ///< At least one end lies beyond the search.
 };
 
-/// FXAA of an image clamped at its edges, computed on the CPU in double precision, with the alpha that the pass writes.
+/// FXAA of an image that is clamped at its edges, on the CPU in doubles, with the alpha that the pass writes.
 Image fxaaReference(const Image &image, const FxaaSettings &settings, FxaaTally *tally = nullptr);
 
 } // namespace Velmora::Kvz

@@ -37,8 +37,8 @@ MeshData moved(MeshData mesh, const QVector3D &offset)
     return mesh;
 }
 
-/// What the buffers may differ by from a reference in doubles: single precision adds less than 1e-5 to each. Drivers that
-/// interpolate from where they moved the vertices, by up to 1/512 pixel, get a little more room.
+/// How far the buffers may be from a reference in doubles: single precision adds less than 1e-5 to each. Drivers that
+/// interpolate from vertices that they moved by up to 1/512 pixel get a little more room.
 constexpr double normalTolerance = 2e-4;
 constexpr double texCoordTolerance = 2e-4;
 constexpr double depthTolerance = 2e-6;
@@ -170,7 +170,7 @@ TEST_F(GBufferRenderPassTest, makesTargetsOfItsFormats)
 
 TEST_F(GBufferRenderPassTest, clearsWhereNothingIsDrawn)
 {
-    // What stays in the targets of the last frame must go.
+    // The content of the last frame's targets must be gone.
     const std::unique_ptr<DrawBuffers> wall = makeDrawBuffers(wallMesh());
     setViewport(6, 6);
     setGeometry(wall.get());
@@ -261,7 +261,7 @@ TEST_F(GBufferRenderPassTest, publishesNullWithoutAViewport)
         EXPECT_EQ(pass->output(i).userType(), qMetaTypeId<Texture *>());
         EXPECT_EQ(texture(i), nullptr);
     }
-    // There is nothing to clear.
+    // A framebuffer without texels cannot be cleared.
     EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION});
 }
 

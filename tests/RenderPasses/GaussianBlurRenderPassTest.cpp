@@ -67,7 +67,7 @@ QVector<int> stencilPattern(int width, int height, int inside)
     return values;
 }
 
-/// The taps of a kernel, added up one by one over the input and over the result of the first draw.
+/// Sums the taps of a kernel one by one, first over the input, then over the result of the first draw.
 Image blurredByTaps(const Image &input, const QSize &size, const Kernel &kernel)
 {
     const auto draw = [&](const Image &source, int stepX, int stepY) {
@@ -112,8 +112,8 @@ TEST_F(GaussianBlurRenderPassTest, blursAPhotographAsADirectGaussianDoes)
         const int reach = reachOf(radius, 3.0f);
         const Image direct = gaussianBlurred(input, double(radius), reach);
         EXPECT_LE(deviation(name + ", a Gaussian of this reach", image, direct).largest, blurTolerance(1.0));
-        // A Gaussian that goes on has 0.3 per cent of its weight beyond three times its deviation on each axis; what is
-        // cut off there can come back at most twice, on edges of full contrast.
+        // An endless Gaussian has 0.3 per cent of its weight beyond three standard deviations on each axis; moving that
+        // share changes an edge of full contrast by at most twice as much.
         const Image endless = gaussianBlurred(input, double(radius), int(std::ceil(6.0f * radius)));
         EXPECT_LE(deviation(name + ", an endless Gaussian", image, endless).largest, blurTolerance(1.0) + 4 * 0.0027);
         EXPECT_GT(maximumDifference(image, input), 0.3) << "a blur that is none";
@@ -140,7 +140,7 @@ TEST_F(GaussianBlurRenderPassTest, worksAtALowerResolution)
     {
         float divider;
         QSize size;
-        double largest; // Of the differences from a direct Gaussian: taps leave texels out where the input is larger.
+        double largest; // Difference from a direct Gaussian: where the input is larger, taps skip texels.
         double mean;
     };
     for (const Case &c : {Case{2.0f, QSize(60, 48), 0.05, 0.004}, Case{3.0f, QSize(40, 32), 0.08, 0.006},
@@ -158,7 +158,7 @@ TEST_F(GaussianBlurRenderPassTest, worksAtALowerResolution)
         const double scale = double(input.width) / c.size.width();
         for (int y = 0; y < direct.height; ++y) {
             for (int x = 0; x < direct.width; ++x) {
-                // Around the pixel's centre, which lies between texels.
+                // Centred on the pixel, whose centre lies between texels.
                 const double centreX = (x + 0.5) * scale - 0.5;
                 const double centreY = (y + 0.5) * input.height / c.size.height() - 0.5;
                 Color sum = {};
@@ -187,7 +187,7 @@ TEST_F(GaussianBlurRenderPassTest, worksAtALowerResolution)
 
 TEST_F(GaussianBlurRenderPassTest, blursASmoothPictureAlikeAtALowerResolution)
 {
-    // No grain and no edges finer than the taps' distance.
+    // No grain and no edges finer than the distance of taps.
     const Image input = gaussianBlurred(photograph(120, 96), 3.0, 9);
     const auto texture = makeTexture(input, GL_RGBA32F);
     set(texture.get(), QSize(120, 96), 2.0f, 2.0f);
@@ -269,7 +269,7 @@ TEST_F(GaussianBlurRenderPassTest, blursThePixelsOfOneMaterial)
             for (int x = 0; x < 96; ++x) {
                 if (!isInside(x, y))
                     continue;
-                // A row that the first draw left out counts as the clear colour.
+                // Texels that the first draw left out hold the clear colour.
                 setTexel(&direct, x, y, gaussianSum(3.0, reachOf(3.0f, 3.0f), [&](int dx, int dy) {
                     return isInside(x, y + dy) ? texel(input, x + dx, y + dy) : clear;
                 }));
@@ -371,7 +371,7 @@ TEST_F(GaussianBlurRenderPassTest, leavesPixelsWithoutAlphaWithAStencilMask)
             for (int x = 0; x < 128; ++x) {
                 setTexel(&image, x, y,
                     !passes(x, y) ? texel(input, x, y) : gaussianSum(4.0, reachOf(4.0f, 3.0f), [&](int dx, int dy) {
-                        // Rows that are not blurred are read in their middle.
+                        // Texels that the first draw did not blur are read as they are.
                         return texel(input, passes(x, y + dy) ? x + dx : x, y + dy);
                     }));
             }
@@ -492,7 +492,7 @@ TEST_F(GaussianBlurRenderPassTest, blursNothingToOpaqueBlack)
     pass.setInput(GaussianBlurRenderPass::Source, QVariant::fromValue<QObject *>(&object));
     pass.start(nullptr);
     EXPECT_LE(maximumDifference(readTexture(result()), plain(6, 4, QVector4D(0, 0, 0, 1))), 1e-3);
-    // Another user of the pool finds the substitute as it was.
+    // The next user of the pool finds the substitute's texture with its own content.
     Texture *const texel = pool.take(TextureFormat::HighDynamicRange, plain(1, 1, QVector4D(0.5f, 2, -1, 0.25f)), 1);
     EXPECT_EQ(readTexture(texel).pixel(0, 0), QVector4D(0.5f, 2, -1, 0.25f));
 }
@@ -548,7 +548,7 @@ TEST_F(GaussianBlurRenderPassTest, leavesTheStateThatItSets)
         EXPECT_TRUE(glFlag(capability));
     EXPECT_EQ(glInteger(GL_DEPTH_WRITEMASK), GL_FALSE);
     EXPECT_EQ(glInteger(GL_STENCIL_WRITEMASK), 0);
-    // Asking GL would clamp the reference to the stencil bits of the framebuffer bound now, which has none.
+    // Querying GL would clamp the reference to the stencil bits of the framebuffer bound now, which has none.
     EXPECT_EQ(functions.calls, (decltype(functions.calls){{GL_EQUAL, 1, 0xffu}}));
     for (GLenum operation : {GL_STENCIL_FAIL, GL_STENCIL_PASS_DEPTH_FAIL, GL_STENCIL_PASS_DEPTH_PASS})
         EXPECT_EQ(glInteger(operation), GL_KEEP);

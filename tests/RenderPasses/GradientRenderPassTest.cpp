@@ -26,7 +26,7 @@ protected:
     Texture *frame() const { return pass.output(GradientRenderPass::Frame).value<Texture *>(); }
 };
 
-/// The gradient at the middle of a row: the rasteriser interpolates between the corner values.
+/// The gradient at the middle of a row, as the rasteriser interpolates between the corner values.
 QVector4D expectedRow(const QColor &top, const QColor &bottom, int y, int height)
 {
     const float t = (float(y) + 0.5f) / float(height);
@@ -70,7 +70,7 @@ TEST_F(GradientRenderPassTest, writesTheAlphaOfItsColours)
     glEnable(GL_BLEND);
     glBlendFunc(GL_SRC_ALPHA, GL_ONE);
     pass.start(nullptr);
-    // Qt keeps 16 bits for each channel, and 51 / 255 is exact in none.
+    // Qt keeps 16 bits per channel, and 51 / 255 has no exact binary form.
     EXPECT_LE(maximumDifference(readTexture(frame()), expectedGradient(top, bottom, 8, 8)), 1e-6);
     EXPECT_FALSE(glFlag(GL_BLEND));
 }
@@ -108,7 +108,7 @@ TEST_F(GradientRenderPassTest, publishesNullWithoutAViewport)
     ASSERT_TRUE(pass.output(0).isValid());
     EXPECT_EQ(pass.output(0).userType(), qMetaTypeId<Texture *>());
     EXPECT_EQ(frame(), nullptr);
-    // There is nothing to draw into, so the draw fails. The driver may say so; no GL error is left behind.
+    // There are no texels to draw to, so the draw fails. The driver may log it; no GL error is left behind.
     EXPECT_EQ(pass.errorCode(), 4294967295u);
     log.takeCategory(QStringLiteral("kvz.gl"));
 }

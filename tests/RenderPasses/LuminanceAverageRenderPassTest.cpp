@@ -39,7 +39,7 @@ protected:
     float average() const { return pass.output(Luminance::AverageLuminance).toFloat(); }
 };
 
-/// One draw, in the steps and the precision of the program.
+/// One draw, with the steps and the precision of the program.
 Image boxFiltered(const Image &source, int side)
 {
     const float stepX = float(source.width) / float(side);
@@ -71,7 +71,7 @@ float luminanceOf(const QVector4D &color)
     return float(0.2126 * double(color.x()) + 0.7152 * double(color.y()) + 0.0722 * double(color.z()));
 }
 
-/// One float takes up to 57,600 others here, the last of them in steps of 2^-8 or so: what that loses is the pass's way.
+/// The pass sums up to 57,600 values in one float, the last of them in steps of about 2^-8; this is the precision lost.
 constexpr float summed = 1e-3f;
 
 QVector4D trueAverage(const Image &image)
@@ -148,11 +148,11 @@ TEST_F(LuminanceAverageRenderPassTest, isExactForWholeSteps)
 
 TEST_F(LuminanceAverageRenderPassTest, isTooLargeForFractionalSteps)
 {
-    // A step of 8 by 4.5 reads 8 by 5 texels.
+    // Steps of 8 by 4.5 read 8 by 5 texels.
     EXPECT_NEAR(measure(plain(1920, 1080, QVector4D(1, 1, 1, 1))), 5.0f / 4.5f, summed);
-    // 12 by 12, a step of 8.33 by 4.17: 9 by 5 texels.
+    // 12 by 12 pixels with steps of 8.33 by 4.17 read 9 by 5 texels.
     EXPECT_NEAR(measure(plain(100, 50, QVector4D(1, 1, 1, 1))), 45.0f / (100.0f * 50.0f / 144.0f), 2e-5f);
-    // One texel for a step of one half.
+    // A step of one half reads one texel.
     const auto texture = makeTexture(plain(4, 4, QVector4D(1, 1, 1, 1)), GL_RGBA32F);
     set(QRect(0, 0, 64, 64), texture.get());
     pass.start(nullptr);

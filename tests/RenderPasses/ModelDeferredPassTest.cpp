@@ -36,7 +36,7 @@ protected:
     Texture *frame() const { return texture(Port::Frame); }
 };
 
-/// The colour of one pixel in the range of the target; alpha as the diffuse image has it.
+/// The colour of one pixel, clamped to the range of the target; alpha is that of the diffuse image.
 std::array<double, 4> shaded(const float *diffuse, const float *specular, const float *normal)
 {
     const Vector3d n = {double(normal[0]), double(normal[1]), double(normal[2])};
@@ -51,7 +51,7 @@ std::array<double, 4> shaded(const float *diffuse, const float *specular, const 
     return color;
 }
 
-/// Half a step of the target's 8 bits, and what powers of single precision add.
+/// Half a step of the target's 8 bits, plus the error of powers in single precision.
 constexpr double tolerance = 0.5 / 255 + 5e-5;
 
 void compareWithFormula(const Image &frame, const Image &diffuse, const Image &specular, const Image &normal)
@@ -92,7 +92,7 @@ struct RandomBuffers
                 const float exponent = std::exp2(8 * unit(random)) - 0.5f;
                 diffuse.setPixel(x, y, QVector4D(unit(random), unit(random), unit(random), unit(random)));
                 specular.setPixel(x, y, QVector4D(unit(random), unit(random), unit(random), exponent));
-                // Not of unit length: the pass takes them as they are.
+                // Not of unit length: the pass does not normalise.
                 normal.setPixel(x, y, QVector4D(component(random), component(random), component(random), 1) * 0.7f);
             }
         }
@@ -194,7 +194,7 @@ TEST_F(ModelDeferredPassTest, shadesAnyBufferByItsFormula)
     const Image first = readTexture(frame());
     compareWithFormula(first, buffers.diffuse, buffers.specular, buffers.normal);
 
-    // The matrices and the depth have no part in it.
+    // Matrices and depth have no effect.
     pass->setInput(Port::ProjectionMatrix, perspective(QSize(4, 3), 1, 9));
     pass->setInput(Port::CameraMatrix, lookAt(QVector3D(4, 5, 6), QVector3D()));
     pass->setInput(Port::Depth, QVariant::fromValue(normal.get()));
@@ -230,7 +230,7 @@ TEST_F(ModelDeferredPassTest, drawsWithTheViewportThatItFinds)
     glViewport(1, 3, 4, 2);
     glClearColor(0, 1, 0, 0);
     GLCallRecorder<&epoxy_glViewport> viewports;
-    pass->start(nullptr); // Makes its target.
+    pass->start(nullptr); // Creates the target.
     EXPECT_TRUE(viewports.calls.empty());
     const Image image = readTexture(frame());
     for (int y = 0; y < 8; ++y) {
@@ -275,7 +275,7 @@ TEST_F(ModelDeferredPassTest, makesAFrameOfNoPixelsWithoutAViewport)
     pass->start(nullptr);
     ASSERT_NE(frame(), nullptr);
     EXPECT_EQ(frame()->width(0), 0);
-    // Which cannot be cleared.
+    // A framebuffer without texels cannot be cleared.
     EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION});
 }
 
@@ -301,7 +301,7 @@ TEST_F(ModelDeferredPassTest, takesItsObjectsAlong)
     const std::unique_ptr<Texture> diffuse = makeTexture(buffers.diffuse, GL_RGBA32F);
     setViewport(QSize(4, 4));
     setTextures(diffuse.get(), diffuse.get(), diffuse.get());
-    pass->start(nullptr); // Makes what the device keeps.
+    pass->start(nullptr); // Creates what the device keeps.
     const GLObjectCounts before = glObjectCounts();
     {
         ModelDeferredPass other;

@@ -43,8 +43,8 @@ QImage flatImage(const QColor &color)
     return image;
 }
 
-/// Whether an image is magnified at a pixel, well clear of where drivers turn to its mip levels, of which the reference
-/// knows nothing.
+/// Whether an image is magnified at a pixel, well clear of where drivers switch to mip levels, which the reference does
+/// not have.
 bool isMagnifiedAt(const RayCaster &caster, int x, int y, const QImage &image)
 {
     return image.isNull() || caster.texelsPerPixel(x + 0.5, y + 0.5, image.size()) <= 0.7;
@@ -59,8 +59,8 @@ struct Buffers
     Image id;
 };
 
-/// What the buffers may differ by from a reference in doubles: single precision adds less than 1e-5 to each, and images are
-/// filtered with weights of 8 bits. Drivers that interpolate from where they moved the vertices, by up to 1/512 pixel, get a
+/// How far the buffers may be from a reference in doubles: single precision adds less than 1e-5 to each, and images are
+/// filtered with weights of 8 bits. Drivers that interpolate from vertices that they moved by up to 1/512 pixel get a
 /// little more room.
 constexpr double colorTolerance = 2.0 / 255;
 constexpr double normalTolerance = 2e-4;
@@ -156,7 +156,7 @@ RayCastScene makeScene()
     matrix.scale(0.5f, 1.1f, 0.8f);
     scene.add(boxMesh(2), material, matrix);
 
-    // Mirrored and stretched: normals tell whether the inverse is transposed.
+    // Mirrored and stretched: normals show whether the inverse is transposed.
     material = MaterialData();
     material.kd = QVector3D(0.1f, 0.5f, 0.9f);
     matrix.setToIdentity();
@@ -165,7 +165,7 @@ RayCastScene makeScene()
     matrix.scale(-1.2f, 0.4f, 0.7f);
     scene.add(withoutIndices(sphereMesh(9)), material, matrix);
 
-    // Seen from its front with either image.
+    // A wall that shows its front, with both images.
     material = MaterialData();
     material.mapKd = randomImage(8, 8, 3);
     material.mapKs = randomImage(2, 4, 4);
@@ -193,7 +193,7 @@ TEST_F(ModelRenderPassTest, matchesARayCast)
     setModel(model);
     pass->setInput(Port::ProjectionMatrix, projection);
     pass->setInput(Port::CameraMatrix, camera);
-    // Closed meshes look the same with their backs culled, the mirrored one too, and the wall shows its front.
+    // Closed meshes look the same with their backs culled, the mirrored one included, and the wall shows its front.
     for (const bool isCulling : {false, true}) {
         if (isCulling)
             glEnable(GL_CULL_FACE);
@@ -211,7 +211,7 @@ TEST_F(ModelRenderPassTest, matchesARayCast)
 
 TEST_F(ModelRenderPassTest, givesNormalsAWOfOne)
 {
-    // With affine matrices the normal's w changes nothing. This camera's last row makes it count.
+    // With affine matrices the w of the normal has no effect. The last row of this camera's matrix gives it one.
     const RayCastScene scene = makeScene();
     const QSharedPointer<GPUModel> model = scene.build();
     QMatrix4x4 camera = lookAt(sceneEye, sceneCenter);
@@ -228,7 +228,7 @@ TEST_F(ModelRenderPassTest, givesNormalsAWOfOne)
         image(Port::Diffuse), image(Port::Specular), image(Port::Normal), image(Port::Depth), image(Port::Id)};
     compareWithRayCast(buffers, scene, projection, camera, 0.95, 35000, {3000, 2000, 2000, 7000});
 
-    // How far a w of 0 would have been off.
+    // The error that a w of 0 would have caused.
     const DoubleMatrix normalMatrix = DoubleMatrix(camera).inverted().transposed();
     const Vector3d difference =
         normalized(xyz(normalMatrix * Vector4d{0, 0, 1, 1})) - normalized(xyz(normalMatrix * Vector4d{0, 0, 1, 0}));
@@ -315,7 +315,7 @@ TEST_F(ModelRenderPassTest, writesTransparentTexelsUnlessToldToDiscardThem)
         }
     }
 
-    // The flag has no effect any more.
+    // The program is built; the flag has no effect any more.
     const Image before = image(Port::Depth);
     pass->setDiscardOnDiffuseAlpha(true);
     pass->start(nullptr);
@@ -333,7 +333,7 @@ TEST_F(ModelRenderPassTest, leavesClearedTargetsWithoutAModel)
         pass->start(nullptr);
         EXPECT_EQ(image(Port::Diffuse).at(2, 2)[3], 1.0f);
         pass->setInput(Port::Geometry, nothing);
-        glClearColor(1, 1, 1, 1); // The pass sets its own.
+        glClearColor(1, 1, 1, 1); // The pass sets its own clear colour.
         glDisable(GL_DEPTH_TEST);
         pass->start(nullptr);
         EXPECT_FALSE(glFlag(GL_DEPTH_TEST));
@@ -426,7 +426,7 @@ TEST_F(ModelRenderPassTest, publishesNullWithoutAViewport)
         EXPECT_EQ(pass->output(i).userType(), qMetaTypeId<Texture *>());
         EXPECT_EQ(texture(i), nullptr);
     }
-    // There is nothing to clear.
+    // A framebuffer without texels cannot be cleared.
     EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION});
 }
 
@@ -461,7 +461,7 @@ TEST_F(ModelRenderPassTest, drawsWithAProgramOfTheHostAndOwnsIt)
     EXPECT_EQ(glObjectCounts().programs, before.programs) << "the pass's own program is not built";
     EXPECT_EQ(image(Port::Specular).at(2, 2)[0], 2.0f);
     EXPECT_EQ(*image(Port::Id).at(2, 2), 3.0f);
-    // The inverse of the camera matrix has -2 at row 1, column 0; transposed, that is the x of column 1.
+    // The inverse of the camera matrix has -2 at row 1, column 0; transposed, this is the x of column 1.
     EXPECT_EQ(image(Port::Normal).at(2, 2)[0], -2.0f);
     EXPECT_EQ(image(Port::Normal).at(2, 2)[1], 1.0f);
     pass.reset();
@@ -492,7 +492,7 @@ TEST_F(ModelRenderPassTest, takesItsObjectsAlong)
     const QSharedPointer<GPUModel> model = scene.build();
     setViewport(QSize(4, 4));
     setModel(model);
-    pass->start(nullptr); // Makes what the model and the device keep.
+    pass->start(nullptr); // Creates what the model and the device keep.
     const GLObjectCounts before = glObjectCounts();
     {
         ModelRenderPass other;

@@ -14,7 +14,7 @@ namespace Velmora::Kvz {
 namespace {
 
 constexpr double farthest = -50;
-constexpr double near0 = 1e-3; // How near to a border a tap may read either texel.
+constexpr double near0 = 1e-3; // Within this distance of a border a tap may read either texel.
 
 bool isInside(const Image &image, int x, int y)
 {
@@ -27,7 +27,7 @@ Vector3d texel(const Image &image, int x, int y)
     return {double(value[0]), double(value[1]), double(value[2])};
 }
 
-/// The whole numbers that single precision may cut a number down to.
+/// The integers to which single precision may truncate a number.
 QVector<int> cut(double value)
 {
     const int low = int(value - near0);
@@ -47,7 +47,7 @@ QVector<int> floored(double value)
 double ObscuranceReference::depthAt(int x, int y, int level) const
 {
     const Image &image = level == 0 ? depth : coarserDepths.at(level - 1);
-    // GL leaves open what lies outside; here it is 0.
+    // Reads outside are undefined in GL; here they give 0.
     return isInside(image, x, y) ? double(*image.at(x, y)) : 0;
 }
 
@@ -105,14 +105,14 @@ ObscuranceReference::Point ObscuranceReference::pointAt(int x, int y) const
     return point;
 }
 
-/// False where derivatives have no meaning.
+/// False where derivatives are undefined.
 bool ObscuranceReference::normalAt(int x, int y, Vector3d *normal) const
 {
     const double u = (x + 0.5) / size.width();
     const double v = (y + 0.5) / size.height();
     switch (normalsFrom) {
     case Normals::FromPositions: {
-        // The four pixels of a quad; each row and column has a derivative of its own on this driver.
+        // The pixel's quad of 2 by 2; on this driver each row and column has its own derivative.
         if ((x | 1) >= size.width() || (y | 1) >= size.height())
             return false;
         for (int i = 0; i < 4; ++i) {
@@ -157,7 +157,7 @@ ObscuranceReference::Answer ObscuranceReference::at(int x, int y) const
     }
     const Vector3d &c = centre.place;
     const double diskRadius = -0.5 * size.height() * double(projection(1, 1)) * double(radius) / c[2];
-    // The angle as single precision has it.
+    // The angle in single precision, as the shader computes it.
     const float spin = (3.0f * float(x ^ y) + float(x * y)) * 10.0f;
     const float share = 1.0f / float(taps);
     double lowSum = 0, highSum = 0;

@@ -11,9 +11,9 @@ namespace Velmora::Kvz {
 
 /// Ambient obscurance computed on the CPU, in doubles, from the formulas.
 ///
-/// The spiral of a pixel is turned by angles of thousands of radians, of which single precision keeps three decimals, and a tap
-/// at the border of two texels may read either. So a pixel has a range of right answers, from the angles and texels that
-/// single precision may come to; it is mostly narrower than a step of 8 bits.
+/// The spiral of a pixel is turned by angles of thousands of radians, of which single precision keeps three decimals,
+/// and a tap at the border of two texels may read either. So a pixel has a range of right answers, one for each angle
+/// and texel that single precision may arrive at; it is mostly narrower than a step of 8 bits.
 struct ObscuranceReference
 {
     enum class Positions {
@@ -78,11 +78,11 @@ struct ObscuranceScene
     Image normals; ///< In camera space; towards the camera where there is nothing.
 
     ObscuranceScene(const QSize &size, const QMatrix4x4 &projection);
-    /// The normals in world space.
+    /// The normals of the scene, in world space.
     Image worldNormals(const QMatrix4x4 &camera) const;
 };
 
-/// What compareWithFormula() saw of an image.
+/// What compareWithFormula() found in an image.
 struct ObscuranceCoverage
 {
     int compared = 0;
@@ -92,10 +92,10 @@ struct ObscuranceCoverage
     int black = 0;
 };
 
-/// Checks every pixel of an image against the formulas. Half a step of 8 bits, and half a one more for positions and normals
-/// in single precision, whose differences lose digits.
+/// Checks every pixel of an image against the formulas, to half a step of 8 bits, plus another half for positions and
+/// normals in single precision, whose differences lose digits.
 ObscuranceCoverage compareWithFormula(const Image &image, const ObscuranceReference &reference);
-/// Checks that the image had enough of white and of grey, and few pixels that may be anything.
+/// Checks that the image has enough white and grey, and few pixels of undecided value.
 void expectTelling(const ObscuranceCoverage &coverage);
 
 } // namespace Velmora::Kvz

@@ -82,7 +82,7 @@ protected:
     }
 };
 
-/// What the buffers must hold, put together one primitive after the other.
+/// The expected content of the buffers, appended one primitive at a time.
 class ExpectedMesh : public MeshData
 {
 public:
@@ -115,7 +115,7 @@ private:
     }
 };
 
-/// Bit by bit: Qt's own == on vectors lets small differences pass.
+/// Compares bit by bit, since Qt's own == on vectors ignores small differences.
 template <typename Element>
 void expectSame(const char *what, const QVector<Element> &actual, const QVector<Element> &expected)
 {
@@ -188,7 +188,7 @@ TEST_F(PrimitiveBuilderRenderPassTest, bakesACubeAtHalfTheScaleOfAQuad)
     expectSame(mesh, ExpectedMesh().cube(2, QVector3D(1, 0, 0)));
     EXPECT_EQ(least(mesh.positions, 0), 0.0f);
     EXPECT_EQ(greatest(mesh.positions, 0), 2.0f);
-    // One step up along the diagonal for each face.
+    // Each face moves one step up the diagonal.
     for (int face = 0; face < 6; ++face) {
         EXPECT_EQ(mesh.texCoords[face * 6], QVector2D(float(face + 1), float(face + 1)));
         EXPECT_EQ(mesh.texCoords[face * 6 + 5], QVector2D(float(face), float(face)));
@@ -207,7 +207,7 @@ TEST_F(PrimitiveBuilderRenderPassTest, bakesAMixedList)
     const MeshData mesh = bake();
     expectSame(mesh, ExpectedMesh().cube(0.3f, a).quad(-1.7f, b).quad(0, a).cube(123.456f, b).quad(1, QVector3D()));
 
-    // The base vertex stands in the commands although it stands in the indices.
+    // Commands have a base vertex although indices are absolute already.
     const QVector<DrawElementsIndirectCommand> commands = geometry()->drawElementsIndirectCommands();
     ASSERT_EQ(commands.size(), 5);
     expectCommand(commands[0], 36, 0, 0);

@@ -13,7 +13,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// A pass with so many inputs and two outputs.
+/// A pass with this many inputs and two outputs.
 class ProbePass : public RenderPassProxy
 {
 public:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What SMAARenderPass promises beside the picture: macros, messages, references, formats, state, objects.
+// What SMAARenderPass promises beyond the picture: macros, messages, references, formats, state, objects.
 #include "SmaaFixture.h"
 #include "support/ChangedShaders.h"
 #include "support/GLCallRecorder.h"
@@ -28,7 +28,7 @@ TEST_F(SMAARenderPassTest, definesItsMacrosInOrder)
         QVector<QByteArray> texts;
         for (const QByteArray &text : qAsConst(shaders.texts)) {
             if (text.contains("SMAA_"))
-                texts.append(text); // And not the test's own.
+                texts.append(text); // The test's own shaders are not counted.
         }
         EXPECT_EQ(texts.size(), 2 * c.programs);
         QStringList expected = {QStringLiteral("SMAA_RT_METRICS float4(1.0 / 40.0, 1.0 / 30.0, 40.0, 30.0)"),
@@ -48,7 +48,7 @@ TEST_F(SMAARenderPassTest, definesItsMacrosInOrder)
                 continue;
             const bool vertex = text.contains("KVZ_STAGE_VERTEX");
             if (vertex && defines.size() == expected.size())
-                continue; // The gamma program has the vertex text of the others.
+                continue; // The gamma program shares the vertex text of the others.
             EXPECT_EQ(defines.mid(expected.size(), 2),
                 QStringList({QStringLiteral("SMAA_INCLUDE_VS %1").arg(vertex ? 1 : 0),
                     QStringLiteral("SMAA_INCLUDE_PS %1").arg(vertex ? 0 : 1)}));
@@ -167,7 +167,7 @@ TEST_F(SMAARenderPassTest, countsReferencesOnEveryPath)
                 for (bool withPredicate : {false, true}) {
                     for (int users : {0, 1, 2}) {
                         if (isTemporal(mode) && velocitySamples == 0)
-                            continue; // The next test.
+                            continue; // Covered by the next test.
                         if (wantsSamples(mode) && frameSamples == 1)
                             continue;
                         SCOPED_TRACE(std::string(modeNames[mode]) + " frame " + std::to_string(frameSamples)
@@ -233,7 +233,7 @@ TEST_F(SMAARenderPassTest, clearsItsTargetBeforeAllElse)
             smaa.start(nullptr);
             EXPECT_GT(clears, 3);
             EXPECT_EQ(log.takeCriticals().size(), wantsSamples(mode) ? 1 : 0);
-            takeGLErrors(); // Of the frame that has no samples.
+            takeGLErrors(); // From the frame without samples.
         }
     }
     log.clear();
@@ -253,7 +253,7 @@ TEST_F(SMAARenderPassTest, holdsBothSamplesUntilTheResolve)
         draws.onCall = [&](GLenum, GLint, GLsizei) { atLastDraw = pool.allReferences(); };
         pass->start(nullptr);
         EXPECT_EQ(draws.calls.size(), 10u);
-        // The target, its resolve, the packed velocity and the two samples.
+        // The target, its resolved copy, the packed velocity and the two samples.
         EXPECT_EQ(atLastDraw, history + 5) << "frame " << f;
         EXPECT_EQ(pool.allReferences(), 2) << "the history";
     }
@@ -311,7 +311,7 @@ TEST_F(SMAARenderPassTest, givesInputsBackWhenItIsSkippedAndKeepsTheHistory)
     EXPECT_FALSE(pass->output(0).isValid());
     EXPECT_EQ(pool.allReferences(), history + 3);
 
-    // The next frame is resolved with the one before the skip.
+    // The next frame is resolved with the one before the skipped one.
     const auto black = makeTexture(filled(24, 18, QVector4D(0, 0, 0, 1)), GL_RGBA16F);
     set(pass.get(), 2, black.get(), size, still.get());
     pass->setNumOutputUsers(0, 1);
@@ -368,7 +368,7 @@ TEST_F(SMAARenderPassTest, dropsTheHistoryAtEachChangeOfItsConfiguration)
         EXPECT_EQ(back, 0.0f) << "and on the way back";
         EXPECT_EQ(again, programsOf(base.mode));
     }
-    // What is read each frame changes nothing.
+    // Inputs that are read in every frame rebuild nothing.
     run(base, true);
     pass->setInput(Smaa::JitterIndex, 1);
     pass->setInput(Smaa::JitterAmount, QVector2D());
@@ -395,7 +395,7 @@ TEST_F(SMAARenderPassTest, resolvesAMultisampledFrameFirst)
         }
         EXPECT_EQ(maximumDifference(results[0], results[1]), 0.0) << modeNames[mode];
     }
-    // A multisampled velocity alone, in 4X.
+    // Only the velocity is multisampled, in 4X.
     const auto frame = makeMultisampleTexture(picture, GL_RGBA16F, 2);
     Texture *const velocity = pool.take(TextureFormat::ResolvedVelocity, 40, 30, 2, 2);
     pass->setup(nullptr);
@@ -453,7 +453,7 @@ TEST_F(SMAARenderPassTest, aFirstFrameAsConstructedNeverBuildsThePrograms)
             TextureManager::Instance()->releaseTempTextureRef(result(), 1);
         }
         EXPECT_EQ(pool.allReferences(), 2) << "the history is kept all the same";
-        // Any change, and back, mends it.
+        // A change of size and back builds the programs.
         set(pass.get(), 2, frame.get(), QSize(64, 63), still.get());
         pass->start(nullptr);
         TextureManager::Instance()->releaseTempTextureRef(result(), 1);
@@ -467,7 +467,7 @@ TEST_F(SMAARenderPassTest, aFirstFrameAsConstructedNeverBuildsThePrograms)
 
 TEST_F(SMAARenderPassTest, doesNotLetAForeignValueOnThePredicateCrashIt)
 {
-    // Not null, and no texture: the programs want a predicate and read black.
+    // Not null, yet no texture: the programs expect a predicate and read black.
     const auto frame = makeTexture(photograph(24, 18), GL_RGBA16F);
     pass->setup(nullptr);
     pass->setNumOutputUsers(0, 1);
@@ -477,7 +477,7 @@ TEST_F(SMAARenderPassTest, doesNotLetAForeignValueOnThePredicateCrashIt)
     EXPECT_EQ(log.takeDebug().filter(QStringLiteral("predication on")).size(), 1);
     EXPECT_GT(maximumDifference(readTexture(result()), Image(24, 18)), 0.5);
     TextureManager::Instance()->releaseTempTextureRef(result(), 1);
-    // A null texture is as good as none.
+    // A null texture counts as no predicate.
     pass->setInput(Smaa::Predicate, QVariant::fromValue(static_cast<Texture *>(nullptr)));
     pass->start(nullptr);
     EXPECT_TRUE(log.takeDebug().filter(QStringLiteral("predication on")).isEmpty());
@@ -512,7 +512,7 @@ TEST_F(SMAARenderPassTest, followsTheFormatsOfItsPorts)
         EXPECT_EQ(texture.samples, 1);
         EXPECT_EQ(samplingOf(const_cast<Texture *>(texture.texture)), linearAndClamped());
     }
-    // Target, resolve target and two samples; edges, weights and the gamma copy; and one each.
+    // Target, resolve target and two samples; edges, weights and the gamma copy; and one each of the others.
     EXPECT_EQ(counts, (QMap<int, int>{{3, 3}, {5, 1}, {6, 1}, {8, 4}, {24, 1}}));
     TextureManager::Instance()->releaseTempTextureRef(result(), 1);
 }
@@ -549,7 +549,7 @@ TEST_F(SMAARenderPassTest, leavesItsStateBehind)
     EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);
     EXPECT_EQ(glInteger(GL_VERTEX_ARRAY_BINDING), 0);
     EXPECT_EQ(glInteger(GL_ACTIVE_TEXTURE), GL_TEXTURE0);
-    // The frame keeps the filters, and its wrap modes.
+    // The frame keeps the filters and wrap modes that the pass set.
     EXPECT_EQ(samplingOf(frame.get()), linearAndClamped());
 }
 
@@ -558,7 +558,7 @@ TEST_F(SMAARenderPassTest, deletesAllItMadeAndNothingAtTeardown)
     const auto frame = makeTexture(photograph(24, 18), GL_RGBA16F);
     const auto samples = makeMultisampleTexture(Image(24, 18), GL_RGBA16F, 2);
     const auto still = makeTexture(Image(24, 18), GL_RGBA16F);
-    prepare(0, QSize(24, 18)); // So that the device's quad is there.
+    prepare(0, QSize(24, 18)); // Creates the device's quad.
     const int pooled = TextureManager::Instance()->poolStatistics().references;
     TextureManager::Instance()->deleteUnusedTempTextures();
     const GLObjectCounts before = glObjectCounts();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The temporal modes of SMAARenderPass follow a motion alike, whether it comes in a plain image or in one of several samples.
+// The temporal modes of SMAARenderPass follow motion alike, whether it comes in a single-sample or in a multisampled
+// image.
 #include "SmaaReference.h"
 #include "support/GLCallRecorder.h"
 #include "support/GLTest.h"
@@ -20,10 +21,10 @@ using Smaa = SMAARenderPass;
 
 const QSize size(48, 36);
 
-/// Where the left half of the picture moved, and where the right one did: by 4 and by 2 whole pixels, which filters do not blur.
+/// The motion of the left and of the right half of the picture: 4 and 2 whole pixels, which filters do not blur.
 const QVector2D motion[2] = {{4.0f / 48, 0}, {0, -2.0f / 36}};
 
-/// Writes the motion into all samples of a velocity image, or that nothing moves.
+/// Writes the motion, or zero, into all samples of a velocity image.
 void fill(Texture *velocity, bool moves)
 {
     FramebufferObject framebuffer;
@@ -40,7 +41,7 @@ void fill(Texture *velocity, bool moves)
     glDisable(GL_SCISSOR_TEST);
 }
 
-/// A plain velocity image gets the filters of a copy.
+/// Gives a single-sample velocity image the filters that a resolved copy has.
 void filterLinearly(Texture *texture)
 {
     AutoBinder binder(texture);
@@ -50,7 +51,7 @@ void filterLinearly(Texture *texture)
         glTexParameteri(GL_TEXTURE_2D, wrap, GL_CLAMP_TO_EDGE);
 }
 
-/// What the images of a run have.
+/// The kind of images that a run uses.
 struct Kind
 {
     int mode;
@@ -72,7 +73,7 @@ protected:
     /// The second of two frames of different pictures.
     static Image secondFrame(const Kind &kind, bool moves)
     {
-        // A smooth picture, whose content tells where it was read, after one of edges.
+        // A smooth picture, whose colours show where it was read, follows one of edges.
         Image ramp(size.width(), size.height());
         for (int y = 0; y < size.height(); ++y) {
             for (int x = 0; x < size.width(); ++x)
@@ -108,7 +109,8 @@ protected:
                 auto *const result = smaa.output(Smaa::FrameOut).value<Texture *>();
                 EXPECT_EQ(textures.references(velocity), 1) << "given back once, copied or not";
                 EXPECT_EQ(textures.references(result), 1);
-                // One velocity less, the result more, and with the first frame the two textures of the history.
+                // The velocity loses one reference, the result has one, and the first frame adds the two textures of
+                // the history.
                 EXPECT_EQ(textures.allReferences(), before - 1 + 1 + (isFirst ? 2 : 0)) << "no copy stays";
                 image = readTexture(result);
                 manager->releaseTempTextureRef(result, 1);
@@ -135,7 +137,7 @@ TEST_F(SMAAVelocityTest, followsAMotionAlikeFromImagesOfOneSampleAndOfSeveral)
         const Image moved = secondFrame(c.plain, true);
         const Image still = secondFrame(c.plain, false);
         saveForViewing(moved, QStringLiteral("smaa-velocity-%1").arg(c.plain.mode));
-        // Half of the last picture shows, a ramp of 1/64 for each pixel, from 4 pixels or 2 away.
+        // Half of the last picture shows, a ramp of 1/64 per pixel, read 4 or 2 pixels away.
         EXPECT_NEAR(still.pixel(14, 20).x() - moved.pixel(14, 20).x(), 0.5 * 4 / 64, 0.002) << nameOf(c.plain);
         EXPECT_NEAR(moved.pixel(36, 20).y() - still.pixel(36, 20).y(), 0.5 * 2 / 64, 0.002) << nameOf(c.plain);
         for (const Kind &kind : c.sampled) {

@@ -26,7 +26,7 @@ using Pass = ScalableAmbientObscuranceRenderPass;
 using Positions = ObscuranceReference::Positions;
 using Normals = ObscuranceReference::Normals;
 
-/// How long the shader's text was while this program started up.
+/// The length of the shader's text during static initialisation.
 const int lengthAtStartUp = gSaoFragmentShaderSource.size();
 
 const QSize usualSize(64, 48);
@@ -38,7 +38,7 @@ protected:
 
     std::unique_ptr<Pass> pass = std::make_unique<Pass>();
     PooledTextures textures;
-    // What the pass reads.
+    // The pass's input images.
     std::unique_ptr<Texture> depth;
     std::unique_ptr<Texture> positions;
     std::unique_ptr<Texture> normals;
@@ -47,7 +47,7 @@ protected:
     void setTexture(int port, Texture *texture) { pass->setInput(port, QVariant::fromValue(texture)); }
     Texture *frame() const { return pass->output(Port::Frame).value<Texture *>(); }
 
-    /// A reference of the scene with the usual numbers.
+    /// A reference of the scene with the usual settings.
     ObscuranceReference usual(const QSize &size = usualSize, const QMatrix4x4 &projection = QMatrix4x4()) const
     {
         ObscuranceReference reference;
@@ -61,7 +61,7 @@ protected:
         return reference;
     }
 
-    /// Gives the pass the numbers of a reference.
+    /// Sets the inputs that are numbers from a reference.
     void feedNumbers(const ObscuranceReference &reference)
     {
         set(Port::Viewport, QRect(QPoint(), reference.viewport));
@@ -77,7 +77,7 @@ protected:
         pass->setNumOutputUsers(Port::Frame, 1);
     }
 
-    /// Gives the pass the numbers and the images of a reference. Samples beyond the first hold something else.
+    /// Sets all inputs from a reference. Samples beyond the first hold something else.
     void feed(const ObscuranceReference &reference, bool multisampledDepth = false)
     {
         feedNumbers(reference);
@@ -156,7 +156,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, theShadersTextIsThereFromTheStar
         EXPECT_TRUE(gSaoFragmentShaderSource.contains(QString::fromUtf8(part))) << part;
 }
 
-// Every way to get positions, with every way to get normals.
+// Every source of positions with every source of normals.
 TEST_F(ScalableAmbientObscuranceRenderPassTest, matchesTheFormulasInEveryCombination)
 {
     for (const Positions from : {Positions::FromDepth, Positions::Sampled, Positions::Fetched}) {
@@ -170,13 +170,13 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, matchesTheFormulasInEveryCombina
                 reference.normalsFrom = normalsFrom;
                 if (normalsFrom == Normals::World || normalsFrom == Normals::WorldFetched) {
                     reference.normals = ObscuranceScene(usualSize, reference.projection).worldNormals(reference.camera);
-                    // A camera that scales: normals lose their length, and are taken like that.
+                    // A camera that scales: normals change their length and are used like that.
                     reference.camera.scale(0.8f);
                 }
                 pass = std::make_unique<Pass>();
                 if (normalsFrom == Normals::Camera) {
                     pass->setNormalProcessing(Pass::NormalScreenSpace);
-                    // Some point away from the camera, and none has a length of 1.
+                    // Some point away from the camera, and none is of unit length.
                     for (int i = 0; i < usualSize.width() * usualSize.height(); i += 3) {
                         const QPoint at(i % usualSize.width(), i / usualSize.width());
                         reference.normals.setPixel(at.x(), at.y(), reference.normals.pixel(at.x(), at.y()) * -2);
@@ -278,14 +278,14 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, dividesTheResolution)
             reference.positionsFrom = from;
             reference.normalsFrom = normalsFrom;
             reference.normals = ObscuranceScene(full, reference.projection).worldNormals(reference.camera);
-            reference.size = full / 3; // An odd number: the middle of a pixel lies in the middle of a texel.
+            reference.size = full / 3; // An odd divisor: pixel centres fall on texel centres.
             pass = std::make_unique<Pass>();
             feed(reference);
             set(Port::ResolutionDivider, 3.0f);
             expectTelling(compareWithFormula(run(), reference));
         }
     }
-    // From depth, each pixel reads the texel of its own number: the lower left part, on purpose.
+    // From depth, a pixel reads the texel with its own coordinates, that is from the lower left part, on purpose.
     ObscuranceReference reference = usual(full);
     reference.size = full / 3;
     pass = std::make_unique<Pass>();
@@ -293,7 +293,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, dividesTheResolution)
     set(Port::ResolutionDivider, 3.0f);
     compareWithFormula(run(), reference);
 
-    // Sizes are truncated, and below 1 it acts as 1.
+    // Dividers are truncated, and values below 1 act as 1.
     const ObscuranceReference small = usual(QSize(50, 35));
     feed(small);
     for (const auto &[divider, size] :
@@ -325,8 +325,8 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, clearsThePoolWhenTheDividerChang
     EXPECT_EQ(freeAfter(1.0f), 0);
 }
 
-// From depth a wall that faces the camera; a tap's depth is that of the middle of a texel, its place is not, so others get
-// grains. From positions any wall.
+// With positions this holds for any wall. From depth only for one that faces the camera: the depth of a tap is that of
+// a texel's centre while its position is not, so sloping walls get grain.
 TEST_F(ScalableAmbientObscuranceRenderPassTest, aFlatWallIsWhite)
 {
     const QSize size(40, 30);
@@ -376,7 +376,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, aCornerDarkensWithRadiusAndInten
     expectFalling(Port::SaoIntensity, {0.3f, 1, 3, 10});
     expectFalling(Port::SaoBias, {0.2f, 0.1f, 0.03f, 0.001f});
 
-    // It is the corner: along the wall towards the floor it gets darker.
+    // The darkness is in the corner: along the wall it grows towards the floor.
     feed(reference);
     const Image image = run();
     const auto rowOf = [&](int from, int to, int y) {
@@ -395,7 +395,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, aCornerDarkensWithRadiusAndInten
 
 TEST_F(ScalableAmbientObscuranceRenderPassTest, whatIsNotThereAndWhatIsTooFarStaysWhite)
 {
-    // A comb of teeth at two depths, obscured everywhere, with a hole and, of the whole, a second form beyond 50 units.
+    // A comb of teeth at two depths, obscured everywhere: first with a hole, then with the far teeth beyond 50 units.
     const QSize size(32, 24);
     const auto comb = [&](double nearTeeth, double farTeeth) {
         ObscuranceReference reference = usual(size);
@@ -424,7 +424,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, whatIsNotThereAndWhatIsTooFarSta
     EXPECT_LT(valueAt(image, 21, 9), 0.5);
     EXPECT_EQ(valueAt(image, 20, 9), 1) << "the teeth's tips are in the open";
     compareWithFormula(image, reference);
-    // A pixel one of whose taps meets the hole is white too.
+    // A pixel with a tap in the hole is white too.
     const ObscuranceReference filledUp = comb(20, 21.5);
     int whitened = 0;
     for (int y = 0; y < 24; ++y) {
@@ -447,7 +447,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, whatIsNotThereAndWhatIsTooFarSta
     for (int x = 0; x < 32; ++x)
         EXPECT_EQ(valueAt(image, x, 9), 1) << x;
 
-    // With positions there is no depth of 1, only the distance.
+    // With positions only the distance discards, no depth of 1.
     reference = comb(20, 21.5);
     reference.positionsFrom = Positions::Sampled;
     for (int y = 0; y < 24; ++y) {
@@ -491,7 +491,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, aBiasOfZeroTurnsItOff)
     for (Texture *texture : {pooledDepth, pooledPositions, pooledNormals})
         EXPECT_EQ(PooledTextures::references(texture), 3);
 
-    // A bias that is no number, too; the smallest other one draws.
+    // The same with a bias that is not a number; the smallest positive one draws.
     set(Port::SaoBias, QVariant());
     pass->start(nullptr);
     EXPECT_EQ(pass->output(Port::Frame), QVariant(0));
@@ -515,7 +515,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, countsTapsAndTurnsInWholeNumbers
     EXPECT_GT(maximumDifference(seven, with(8, 3)), 0.1);
     EXPECT_GT(maximumDifference(seven, with(7, 4)), 0.1);
 
-    // Without mip levels the offset makes no difference, however it is given.
+    // Without mip levels the offset has no effect, in whichever form it is given.
     set(Port::SaoNumLogMaxOffset, 5);
     EXPECT_EQ(maximumDifference(seven, with(7, 3)), 0);
     set(Port::SaoNumLogMaxOffset, QStringLiteral("2"));
@@ -524,8 +524,8 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, countsTapsAndTurnsInWholeNumbers
 
 TEST_F(ScalableAmbientObscuranceRenderPassTest, theOffsetChoosesTheLevelThatTapsRead)
 {
-    // Each level of the depth image shows the scene nearer than the one before, in its own texels, so that a tap tells which
-    // it read. They are large enough for all taps to the right and above, also on the coarsest level.
+    // Each level of the depth image shows the scene nearer than the one before, in its own texels, so that a tap
+    // reveals which level it read. The levels are large enough for all taps to the right and above, even the coarsest.
     const auto withLevels = [this](const QSize &size, float radius, int side, int levels) {
         ObscuranceReference reference = usual(size);
         reference.radius = radius;
@@ -557,7 +557,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, theOffsetChoosesTheLevelThatTaps
         return run();
     };
 
-    // Level 6 is there to be left alone.
+    // Level 6 exists but must never be read.
     ObscuranceReference reference = withLevels(QSize(32, 24), 0.6f, 1024, 6);
     QVector<Image> images;
     for (const int offset : {3, -5, -6, -7, -8, -20}) {
@@ -577,7 +577,8 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, theOffsetChoosesTheLevelThatTaps
     EXPECT_EQ(maximumDifference(with(-5.4f), images[1]), 0) << "rounded";
     EXPECT_EQ(maximumDifference(with(QStringLiteral("-6")), images[2]), 0) << "as QVariant converts it";
 
-    // So narrow that taps reach as far as several widths, which is what a level above 0 takes here.
+    // The image is so narrow that taps reach across several of its widths; otherwise no tap chooses a level above 0
+    // here.
     reference = withLevels(QSize(4, 384), 1.2f, 4096, 3);
     reference.logMaxOffset = 2;
     const Image two = with(2.0f);
@@ -598,7 +599,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, drawsNothingWithoutDepth)
         return sampled;
     }();
     feed(reference);
-    // What the pool hands out next.
+    // The texture that the pool hands out next.
     Texture *const kept =
         textures.take(TextureFormat::LowDynamicRange, filled(16, 12, QVector4D(0.2f, 0.4f, 0.6f, 0.8f)), 1);
     TextureManager::Instance()->releaseTempTextureRef(kept, 1);
@@ -629,7 +630,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, theFirstFrameSettlesWhatIsConnec
     feed(reference);
     const Image fromDepth = run();
     const int programs = glObjectCounts().programs;
-    // Normals that come later are not looked at.
+    // Normals that arrive later are ignored.
     reference.normalsFrom = Normals::Camera;
     feed(reference);
     EXPECT_EQ(maximumDifference(fromDepth, run()), 0);
@@ -668,18 +669,18 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, combinationsThatDoNotCompileLeav
         EXPECT_EQ(maximumDifference(image, filled(16, 12, QVector4D(1, 1, 1, 1))), 0);
         pass = std::make_unique<Pass>();
     };
-    // No such processing.
+    // A value outside the enumeration.
     reference.normalsFrom = Normals::World;
     pass->setNormalProcessing(static_cast<Pass::NormalProcessing>(2));
     feed(reference);
     expectWhite();
-    // Normals of several samples in camera space.
+    // Multisampled normals in camera space.
     reference.normalsFrom = Normals::WorldFetched;
     pass->setNormalProcessing(Pass::NormalScreenSpace);
     feed(reference);
     expectWhite();
     EXPECT_FALSE(log.takeCategory(QStringLiteral("kvz.gl")).isEmpty()) << "the driver's words";
-    // And that is no fault of the rest.
+    // With valid processing the same inputs give obscurance.
     pass->setNormalProcessing(Pass::NormalTransposeInvert);
     feed(reference);
     EXPECT_LT(mean(run()), 0.95);
@@ -701,7 +702,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, attachesDepthByItsFormat)
     const ObscuranceReference reference = usual(QSize(32, 24));
     feed(reference);
     const Image expected = run();
-    // Packed with stencil: 24 bits of depth, and the same picture within a step or two.
+    // Packed with stencil: 24 bits of depth give the same picture within a step or two.
     const std::unique_ptr<Texture> packed = makeTexture(reference.depth, GL_DEPTH24_STENCIL8);
     setTexture(Port::Depth, packed.get());
     {
@@ -718,7 +719,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, attachesDepthByItsFormat)
         EXPECT_TRUE(isDepthStencil);
     }
 
-    // No depth format at all: told, attached as depth all the same, and nothing comes of it.
+    // A colour format is reported and attached as depth all the same, and nothing can be drawn.
     const std::unique_ptr<Texture> colour = makeTexture(filled(32, 24, QVector4D(0.5f, 0, 0, 1)), GL_RGBA32F);
     setTexture(Port::Depth, colour.get());
     {
@@ -734,7 +735,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, attachesDepthByItsFormat)
         << qPrintable(line);
     EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION}) << "the clear";
     take();
-    // The next frame is as good as ever.
+    // The next frame is unaffected.
     setTexture(Port::Depth, depth.get());
     EXPECT_EQ(maximumDifference(expected, run()), 0);
 }
@@ -833,7 +834,7 @@ TEST_F(ScalableAmbientObscuranceRenderPassTest, handsOnOneReferenceForEachUser)
     for (Texture *texture : inputs)
         EXPECT_EQ(PooledTextures::references(texture), 2);
 
-    // Without depth the others are given back all the same.
+    // Without depth the other inputs are given back all the same.
     set(Port::Depth, QVariant());
     pass->start(nullptr);
     EXPECT_EQ(PooledTextures::references(pooledDepth), 2);

@@ -50,7 +50,7 @@ protected:
     }
 
     void setViewport(int width, int height) { pass->setInput(0, QRect(0, 0, width, height)); }
-    /// Adds a texture input and feeds it; null leaves it open.
+    /// Adds a texture input and connects it; null leaves it open.
     int addTexture(const QString &name, Texture *texture)
     {
         pass->addInput(textureIn.arg(name), QVariant());
@@ -61,7 +61,7 @@ protected:
     }
     void addOutput(const QString &name = QStringLiteral("Out")) { pass->addOutput(textureIn.arg(name)); }
     Texture *output(int index = 0) const { return pass->output(index).value<Texture *>(); }
-    /// Runs a frame and reads an output, whose texture goes back to the pool after it.
+    /// Runs a frame and reads an output, whose texture then goes back to the pool.
     Image run(int index = 0)
     {
         pass->start(nullptr);
@@ -122,7 +122,7 @@ TEST_F(ShaderRenderPassTest, copiesItsInputByDefault)
     const std::unique_ptr<Texture> texture = makeTexture(content, GL_RGBA8);
     addTexture(QStringLiteral("Input"), texture.get());
     addOutput(QStringLiteral("AnyName"));
-    // At its own size the linear filter meets the texels' middles.
+    // At its own size the linear filter hits texel centres.
     EXPECT_LE(maximumDifference(run(), content), 1.01 / 255);
     EXPECT_EQ(output()->internalFormat(0), GL_RGBA8);
 }
@@ -178,7 +178,7 @@ TEST_F(ShaderRenderPassTest, takesBothSidesFromTheFirstConnectedTextureForAViewp
 
 TEST_F(ShaderRenderPassTest, clearsEachFrameUnlessToldNotTo)
 {
-    // Draws the right half and leaves the left as it was.
+    // Draws the right half and discards the left.
     addOutput();
     pass->setFragmentShaderSource(
         QStringLiteral("#version 150\nin vec2 vo_TexCoord;\nout vec4 o_Out;\n"
@@ -192,7 +192,7 @@ TEST_F(ShaderRenderPassTest, clearsEachFrameUnlessToldNotTo)
     glClearColor(0, 1, 0, 1);
     EXPECT_EQ(run().pixel(1, 1), green);
 
-    // Nobody uses the output, so the pool gives the same texture again, with what was in it.
+    // The output has no user, so the pool hands out the same texture again, with its old content.
     pass->setClear(false);
     glClearColor(1, 0, 0, 1);
     GLCallRecorder<&epoxy_glClear> clears;
@@ -218,7 +218,7 @@ TEST_F(ShaderRenderPassTest, feedsTransparentBlackToOpenTextureInputs)
     EXPECT_LE(distance(pixelOf(run()), QVector4D(0.75f, 0.5f, 0.5f, 0.75f)), step + 1.0 / 255);
     for (const QVariant &open : {QVariant(), QVariant::fromValue<Texture *>(nullptr), QVariant(7)}) {
         pass->setInput(input, open);
-        // It goes through the references of each frame and survives.
+        // The substitute survives being referenced and released in each frame.
         for (int i = 0; i < 3; ++i)
             EXPECT_LE(distance(pixelOf(run()), QVector4D(0.25f, 0, 0, 0.25f)), step);
     }
@@ -237,7 +237,7 @@ TEST_F(ShaderRenderPassTest, takesFortyTextureInputsWithThreeConnected)
         addTexture(QStringLiteral("T%1").arg(i), which >= 0 ? owned.back().get() : nullptr);
         source += QStringLiteral("uniform sampler2D u_T%1;\n").arg(i);
     }
-    // As many of them as drivers must have units for, the open ones among them.
+    // As many samplers as every driver must have units, open inputs among them.
     source += QStringLiteral("void main() { o_Out = ");
     for (const int i : {5, 17, 39, 0, 1, 6, 16, 20, 30, 38})
         source += QStringLiteral("texture(u_T%1, vo_TexCoord) + ").arg(i);
@@ -345,7 +345,7 @@ TEST_F(ShaderRenderPassTest, setsUniformsOfEachType)
         {"vec4", QVector4D(1, 2, 3, 4), "x == vec4(1.0, 2.0, 3.0, 4.0)", QVector4D(0, 2, 3, 4)},
     };
     for (const Case &each : cases) {
-        // Plain names and those of the grammar alike: the uniform has the port's whole name.
+        // Plain names and names of the port grammar alike: the uniform is named exactly like the port.
         for (const QString &name : {QStringLiteral("u_Value"), QStringLiteral("Kvz_anything_Value")}) {
             ShaderRenderPass own;
             own.addInput(name, QVariant());
@@ -414,13 +414,13 @@ TEST_F(ShaderRenderPassTest, letsASubclassSetUniforms)
     EXPECT_LE(
         distance(readTexture(extended.output(0).value<Texture *>()).pixel(0, 0), QVector4D(0.25f, 0.5f, 0, 1)), step);
 
-    // Before the first frame there is nothing to set.
+    // Before the first frame there are no uniforms to set.
     ShaderRenderPass().setUniforms();
 }
 
 TEST_F(ShaderRenderPassTest, drawsPointsOfAGeometryInput)
 {
-    // Pixel centres of an image of 16 by 8.
+    // Pixel centres of an image of 16 by 8, in clip space.
     const auto at = [](float x, float y) { return QVector3D((x + 0.5f) / 8 - 1, (y + 0.5f) / 4 - 1, 0); };
     const std::unique_ptr<DrawBuffers> points = makePoints({at(2, 2), at(9, 5), at(14, 1)});
     const std::unique_ptr<DrawBuffers> onePoint = makePoints({at(5, 6)});
@@ -448,17 +448,17 @@ TEST_F(ShaderRenderPassTest, drawsPointsOfAGeometryInput)
     pass->setInput(1, QVariant::fromValue(points.get()));
     EXPECT_TRUE(covered(run(), {QPoint(2, 2), QPoint(9, 5), QPoint(14, 1)}));
     EXPECT_FALSE(glFlag(GL_PROGRAM_POINT_SIZE)) << "on for the draw alone";
-    // Arrays are enabled for each frame's own geometry, also one that comes as a plain QObject.
+    // Vertex arrays are set up for each frame's geometry, even if it comes as a plain QObject.
     pass->setInput(1, QVariant::fromValue<QObject *>(onePoint.get()));
     EXPECT_TRUE(covered(run(), {QPoint(5, 6)}));
     EXPECT_EQ(glObjectCounts().vertexArrays, before.vertexArrays + 2) << "no quad is made";
-    // Without geometry it is the quad, and then back.
+    // Without geometry the quad is drawn; then the points again.
     pass->setInput(1, QVariant());
     EXPECT_LE(maximumDifference(run(), filled(16, 8, QVector4D(1, 0.5f, 0, 1))), step);
     pass->setInput(1, QVariant::fromValue(points.get()));
     EXPECT_TRUE(covered(run(), {QPoint(2, 2), QPoint(9, 5), QPoint(14, 1)}));
 
-    // A host that keeps sizes on finds them on.
+    // A host that has point sizes enabled finds them enabled afterwards.
     glEnable(GL_PROGRAM_POINT_SIZE);
     pass->start(nullptr);
     EXPECT_TRUE(glFlag(GL_PROGRAM_POINT_SIZE));
@@ -485,7 +485,7 @@ TEST_F(ShaderRenderPassTest, drawsAMeshWithItsOwnAttributes)
     pass->setFragmentShaderSource(QStringLiteral("#version 150\nin vec3 normal;\nout vec4 o_Out;\n"
                                                  "void main() { o_Out = vec4(normal * 0.5 + 0.5, 1.0); }\n"));
     setViewport(32, 32);
-    // There is no depth: culling back faces leaves the one towards the viewer.
+    // There is no depth buffer; culling back faces leaves the face towards the viewer.
     glEnable(GL_CULL_FACE);
     QMatrix4x4 half;
     half.scale(0.5f, 0.5f, -0.5f);
@@ -519,7 +519,7 @@ void main()
         gl_TessLevelOuter[i] = u_Level;
 }
 )"));
-    // 0 at each corner and 1 in the middle: only vertices in between show it.
+    // 0 at each corner and 1 in the middle: only the added vertices show it.
     pass->setTessellationEvaluationShaderSource(QStringLiteral(R"(#version 150
 #extension GL_ARB_tessellation_shader : require
 layout(triangles, equal_spacing, ccw) in;
@@ -539,7 +539,7 @@ void main()
     pass->setInput(1, 12.0f);
     const Image image = run();
     saveForViewing(image, QStringLiteral("shader-tessellation"));
-    // The middles of the quad's two triangles lie on thirds, on one diagonal or the other.
+    // The inner vertices of the quad's two triangles lie at thirds, on one diagonal or the other.
     const float rising = std::min(image.pixel(64, 32).x(), image.pixel(32, 64).x());
     const float falling = std::min(image.pixel(32, 32).x(), image.pixel(64, 64).x());
     EXPECT_GT(std::max(rising, falling), 0.9f);
@@ -583,7 +583,7 @@ TEST_F(ShaderRenderPassTest, blendsAsToldAndTurnsBlendingOff)
     const QVector4D source(0.5f, 0.25f, 1, 0.25f);
     const QVector4D target(0.25f, 0.5f, 0.125f, 0.75f);
     const QVector4D sum = source + target;
-    // The source weighs less as its alpha rises.
+    // The weight of the source falls as its alpha rises.
     const QVector4D mixed = source * 0.75f + target * 0.25f;
     struct Case
     {
@@ -636,7 +636,7 @@ TEST_F(ShaderRenderPassTest, logsAMultisampledInputAndGoesOn)
     pass->setFragmentShaderSource(
         QStringLiteral("#version 150\nuniform sampler2DMS u_Foo;\nout vec4 o_Out;\n"
                        "void main() { o_Out = texelFetch(u_Foo, ivec2(gl_FragCoord.xy), 0); }\n"));
-    // A target that the pool has to make gets its parameters too.
+    // A target that the pool has just created gets its parameters too.
     TextureManager *const manager = TextureManager::Instance();
     manager->releaseTempTextureRef(manager->tempTexture(TextureFormat::LowDynamicRange, 4, 4, 1, 1), 1);
     for (int frame = 0; frame < 2; ++frame) {
@@ -644,7 +644,7 @@ TEST_F(ShaderRenderPassTest, logsAMultisampledInputAndGoesOn)
         pass->start(nullptr);
         ASSERT_FALSE(log.messages().isEmpty());
         EXPECT_EQ(log.messages()[0].category, QStringLiteral("default"));
-        // It tries all the same. Such a texture has no sampler state, so GL refuses.
+        // It sets the parameters all the same. Multisampled textures have no sampler state, so GL refuses.
         EXPECT_EQ(parameters.calls.size(), 4u);
         takeGLErrors();
         EXPECT_EQ(log.takeCriticals(),
@@ -716,14 +716,14 @@ TEST_F(ShaderRenderPassTest, drawsNothingWithBrokenSources)
     glClearColor(0.2f, 0.4f, 0.6f, 0.8f);
     for (int frame = 0; frame < 2; ++frame)
         EXPECT_LE(maximumDifference(run(), filled(3, 3, QVector4D(0.2f, 0.4f, 0.6f, 0.8f))), step);
-    // The driver may tell its own log; the pass says nothing.
+    // The driver may log under its own category; the pass says nothing.
     log.takeCategory(QStringLiteral("kvz.gl"));
     EXPECT_TRUE(log.messages().isEmpty());
 }
 
 TEST_F(ShaderRenderPassTest, tiesPortsByExactPrefixes)
 {
-    // Neither is a texture port: case counts, and so does the whole prefix.
+    // None of these is a texture port: case counts, and so does the whole prefix.
     const std::unique_ptr<Texture> texture = makeTexture(filled(2, 2, QVector4D(1, 1, 1, 1)), GL_RGBA8);
     for (const char *name : {"kvz_KvzTexture*_Foo", "Kvz_kvztexture*_Foo", "Kvz_KvzTexture_Foo", "Kvz_KvzTexture*"})
         pass->addInput(QString::fromLatin1(name), QVariant::fromValue(texture.get()));
@@ -733,14 +733,14 @@ TEST_F(ShaderRenderPassTest, tiesPortsByExactPrefixes)
     setViewport(2, 2);
     pass->start(nullptr);
     EXPECT_FALSE(pass->output(0).isValid());
-    // No sampler was set. It reads unit 0, where nothing is bound.
+    // The sampler was not set, so it reads unit 0, where nothing is bound.
     EXPECT_EQ(texture->unit(), 0);
     EXPECT_LE(distance(readTexture(output(1)).pixel(0, 0), QVector4D(0.25f, 0, 0, 1)), step);
 }
 
 TEST_F(ShaderRenderPassTest, reflectsAllPortsAgainWhenOneIsAddedLate)
 {
-    // Which is not supported: what was there counts twice from then on.
+    // Adding a port late is not supported: earlier ports count twice from then on.
     Texture *const input = textures.take(TextureFormat::LowDynamicRange, 4, 4, 8);
     addTexture(QStringLiteral("Input"), input);
     addOutput();
@@ -781,7 +781,7 @@ TEST_F(ShaderRenderPassTest, takesItsObjectsAlong)
 {
     addOutput();
     setViewport(4, 4);
-    pass->start(nullptr); // Makes what the device and the pool keep.
+    pass->start(nullptr); // Creates what the device and the pool keep.
     const GLObjectCounts before = glObjectCounts();
     {
         ShaderRenderPass other;

@@ -43,8 +43,8 @@ struct WorkRecorder
     size_t all() const { return draws() + clears.calls.size(); }
 };
 
-/// Checks maps of two ways to draw them against each other. At an edge the rounding of a corner decides whether a texel is
-/// covered, so of a thousand texels one may be another's. None may be no number.
+/// Checks maps that were drawn in two ways against each other. At an edge the rounding of a corner decides whether a
+/// texel is covered, so one texel in a thousand may differ. None may be NaN.
 void expectNearlyEqual(const Image &map, const Image &expected, double tolerance)
 {
     ASSERT_EQ(map.width, expected.width);
@@ -66,7 +66,7 @@ void expectNearlyEqual(const Image &map, const Image &expected, double tolerance
 
 } // namespace
 
-// The comparison that other tests rest on.
+// Tests the comparison that other tests rely on.
 TEST_F(ShadowMapRenderPass2Test, nearlyEqualMapsAreOfOneSizeAndAllNumbers)
 {
     const Image map(mapSize, mapSize);
@@ -191,7 +191,7 @@ TEST_F(ShadowMapRenderPass2Test, theDriverDecidesTheStrategyAndTheLogNamesIt)
     }
 }
 
-// Runs in several environments, each of which says what it makes of the driver.
+// Runs in several environments, each of which names the strategy that it expects.
 TEST_F(ShadowMapRenderPass2Test, theStrategyIsTheOneThatTheEnvironmentExpects)
 {
     QString expected = expectedShadowStrategy();
@@ -222,7 +222,7 @@ TEST_F(ShadowMapRenderPass2Test, allStrategiesGiveTheSameMaps)
             WorkRecorder work;
             const QVector<Image> maps = render(filter);
             ASSERT_EQ(maps.size(), 10);
-            // Four items a batch or layer, and the filter.
+            // Four items per batch or layer, plus the filter's draws.
             const bool isBatched = driver.renderer.startsWith("AMD");
             EXPECT_EQ(work.elements.calls.size(), isBatched ? 4u * 2u : 4u * 10u);
             EXPECT_EQ(work.arrays.calls.size(), driver.geometryVertices > 3 ? 1u : 10u);
@@ -232,7 +232,7 @@ TEST_F(ShadowMapRenderPass2Test, allStrategiesGiveTheSameMaps)
             }
             for (int layer = 0; layer < 10; ++layer) {
                 SCOPED_TRACE(layer);
-                // The stages multiply the same matrices in another order of rounding, so edges may fall on other texels.
+                // The strategies multiply the same matrices with different rounding, so edges may fall on other texels.
                 expectNearlyEqual(maps[layer], expected[layer], 2e-6);
             }
         }
@@ -294,7 +294,7 @@ TEST_F(ShadowMapRenderPass2Test, agreesWithTheOtherPass)
         ASSERT_EQ(maps.size(), expected.size());
         for (int layer = 0; layer < maps.size(); ++layer) {
             SCOPED_TRACE(layer);
-            // Depth goes through the range from 0 to 1 here, and is divided for each texel there.
+            // One way stores depths mapped to 0 to 1, the other divides in each texel.
             expectNearlyEqual(maps[layer], expected[layer], 4e-6);
         }
     }
@@ -334,13 +334,13 @@ TEST_F(ShadowMapRenderPass2Test, theNearHalfOfTheClipRangeIsEmptyAndHides)
     build();
     addSpot();
     render(0);
-    // In front of what clips a wall hides nothing.
+    // A wall in front of the near plane is clipped and hides nothing.
     const auto before = float(axisDistance(*pass, -1) / 2);
     ASSERT_LT(axisDepth(*pass, double(before)), -1);
     for (const int item : {1, 2})
         model->setModelMatrix(item, placedAt({0, 0, -before}, {1, 1, 1}));
     expectAxisDepth(*pass, render(0)[0], 8, bias);
-    // In the near half it is empty, and hides.
+    // In the near half of the depth range a wall writes empty texels, and still hides what is behind it.
     const auto within = float(axisDistance(*pass, -0.5));
     model->setModelMatrix(1, placedAt({0, 0, -within}, {within / 8, within / 8, 1}));
     const Image map = render(0)[0];
@@ -381,7 +381,7 @@ TEST_F(ShadowMapRenderPass2Test, aDepthProgramThatDoesNotBuildEndsTheFrameAndIsN
             expectOneDebugLine("u_layerBase");
             EXPECT_FALSE(pass->output(0).isValid());
             EXPECT_EQ(glObjectCounts().programs, programs + 1);
-            // From then on the maps are empty, although the driver would now build it.
+            // The maps stay empty from then on, although the driver would now accept the program.
             run(*pass);
             EXPECT_EQ(glObjectCounts().programs, programs + 2) << "the filter's alone";
             const QVector<Image> maps = readMaps(*pass);
@@ -404,7 +404,7 @@ TEST_F(ShadowMapRenderPass2Test, filtersAreTheirFormulas)
     int extended = 0;
     for (int layer = 0; layer < input.size(); ++layer) {
         SCOPED_TRACE(layer);
-        // Nine floats added up.
+        // Sums of nine floats.
         expectMoments(filtered[layer], boxReference(MomentMap(input[layer]), false, &extended), 1e-6);
     }
     EXPECT_GT(extended, 200) << "no silhouettes were extended";
@@ -426,7 +426,7 @@ TEST_F(ShadowMapRenderPass2Test, everyFilterNumberButZeroIsTheSameFilter)
             EXPECT_EQ(maximumDifference(maps[layer], expected[layer]), 0) << filter;
     }
     EXPECT_GT(maximumDifference(unfiltered[0], expected[0]), 0.001);
-    // What is no number counts as 0.
+    // A value that is not a number counts as 0.
     pass->setInput(ShadowMapRenderPass2::Filter, QSize(3, 3));
     run(*pass);
     EXPECT_EQ(maximumDifference(readMaps(*pass)[0], unfiltered[0]), 0);
@@ -440,7 +440,7 @@ TEST_F(ShadowMapRenderPass2Test, aCleanFrameDrawsNothingAndPublishesTheSame)
     Texture *const texture = array();
     set(*pass, "Kvz_bool_Dirty", false);
     pass->skip(nullptr);
-    // Neither lights nor filter nor places count now, but the marks go all the same.
+    // Changes of lights, filter and positions are ignored now; only the culling marks are reset.
     lights.spot({0, 5, 0}, {0, -1, 0}, 60, 20);
     model->setModelMatrix(1, placedAt({-3, 3, 3}));
     QMatrix4x4 nowhere;
@@ -462,7 +462,7 @@ TEST_F(ShadowMapRenderPass2Test, aCleanFrameDrawsNothingAndPublishesTheSame)
     const QVector<Image> after = readMaps(*pass);
     for (int layer = 0; layer < before.size(); ++layer)
         EXPECT_EQ(maximumDifference(after[layer], before[layer]), 0);
-    // Null is dirty, and so is what converts to true.
+    // An unset input counts as dirty, and so does any value that converts to true.
     for (const QVariant &dirty : {QVariant(), QVariant(true), QVariant(1)}) {
         set(*pass, "Kvz_bool_Dirty", dirty);
         WorkRecorder work;
@@ -495,13 +495,13 @@ TEST_F(ShadowMapRenderPass2Test, aCleanFirstFrameBuildsAProgramWithoutMatricesFo
     connect(*pass, mapSize);
     setFilter(0);
     run(*pass);
-    // This driver has no arrays without elements, as the language wants it; another one may take them.
+    // This driver rejects empty arrays, as GLSL demands; another one may accept them.
     const QStringList lines = log.takeDebug();
     log.takeCategory(QStringLiteral("kvz.gl"));
     ASSERT_FALSE(lines.isEmpty());
     EXPECT_TRUE(lines[0].startsWith(QStringLiteral("[ShadowMapRenderPass2:"))) << qPrintable(lines[0]);
     EXPECT_FALSE(pass->output(0).isValid());
-    // Later frames have lights but no program that could draw them.
+    // Later frames have lights, but no program to draw them.
     set(*pass, "Kvz_bool_Dirty", true);
     const int programs = glObjectCounts().programs;
     run(*pass);
@@ -607,7 +607,7 @@ TEST_F(ShadowMapRenderPass2Test, lightsThatGoLeaveNoLayersAndComeBackWhole)
         const QVector<Image> fresh = render(3);
         ASSERT_EQ(fresh.size(), 6);
         EXPECT_FALSE(isAllFar(fresh[5]));
-        // From six layers the arrays are recreated; from one, half of which is none, they stay.
+        // Arrays of six layers are recreated; an array of one layer stays, since half of one rounds down to none.
         for (const int count : {6, 1}) {
             SCOPED_TRACE(count);
             make(driver);
@@ -652,7 +652,7 @@ TEST_F(ShadowMapRenderPass2Test, aNewContextNeedsAReallocation)
         EXPECT_EQ(glObjectCounts().textures, counts.textures);
         EXPECT_EQ(glObjectCounts().programs, counts.programs);
         pass->teardownContextData(nullptr);
-        // A clean frame is rendered, for the framebuffers are new; another size brings the arrays back to them.
+        // The frame is clean but rendered, because the framebuffers are new; a new size recreates the arrays.
         set(*pass, "Kvz_bool_Dirty", false);
         connect(*pass, 2 * mapSize);
         run(*pass);
@@ -668,7 +668,7 @@ TEST_F(ShadowMapRenderPass2Test, withoutAReallocationNothingIsAttachedInANewCont
     make({"one by one, single filter", "Test", 3, true});
     const Image expected = render(0)[0];
     pass->teardownContextData(nullptr);
-    // Where layers are attached one by one, every frame attaches them. A clean one is rendered, too.
+    // Where layers are attached one by one, every frame attaches them. A clean frame is rendered here too.
     set(*pass, "Kvz_bool_Dirty", false);
     {
         WorkRecorder work;

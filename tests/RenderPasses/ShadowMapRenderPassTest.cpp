@@ -35,7 +35,7 @@ TEST_F(ShadowMapRenderPassTest, holdsTheMomentsOfAWallAtAKnownDistance)
         model->setModelMatrix(0, placedAt({0, 0, -distance}, {distance / 4, distance / 4, 1}));
         const Image map = render(0)[0];
         const double depth = axisDepth(*pass, double(distance)) + bias;
-        // The wall spans 1/4 of the distance to each side, of tan(30) of it that the light sees.
+        // The wall extends 1/4 of its distance to each side, the light tan(30 degrees) of it.
         const int half = int(0.25 / std::tan(M_PI / 6) * mapSize / 2);
         int inside = 0;
         for (int y = 0; y < mapSize; ++y) {
@@ -44,7 +44,7 @@ TEST_F(ShadowMapRenderPassTest, holdsTheMomentsOfAWallAtAKnownDistance)
                 const float *const texel = map.at(x, y);
                 if (off < half - 1) {
                     ++inside;
-                    // Single precision of a depth near 1 in two divisions and a square.
+                    // Rounding of a depth near 1 in single precision, by two divisions and a square.
                     ASSERT_NEAR(texel[0], depth, 2e-6) << x << ", " << y;
                     ASSERT_NEAR(texel[1], depth * depth, 4e-6) << x << ", " << y;
                 } else if (off > half + 1) {
@@ -65,7 +65,7 @@ TEST_F(ShadowMapRenderPassTest, theNearHalfOfTheClipRangeCastsNothing)
     build();
     addSpot();
     render(0);
-    // A wall in the near half, and one in front of what clips, cover a farther one.
+    // A wall in the near half of the depth range and one in front of the near plane stand before a farther one.
     const auto within = float(axisDistance(*pass, -0.5));
     const auto before = float(axisDistance(*pass, -1) / 2);
     ASSERT_LT(axisDepth(*pass, double(before)), -1);
@@ -73,11 +73,11 @@ TEST_F(ShadowMapRenderPassTest, theNearHalfOfTheClipRangeCastsNothing)
     model->setModelMatrix(2, placedAt({0, 0, -before}, {1, 1, 1}));
     expectAxisDepth(*pass, render(0)[0], 8, bias);
     EXPECT_FALSE(isAllFar(readMaps(*pass)[0])) << "what casts nothing hides nothing";
-    // The border is at 0, and not where the bias would have it.
+    // The limit is a depth of 0, regardless of the bias.
     const auto justBefore = float(axisDistance(*pass, -2e-4));
     model->setModelMatrix(1, placedAt({0, 0, -justBefore}, {1, 1, 1}));
     expectAxisDepth(*pass, render(0)[0], 8, bias);
-    // Just beyond the middle of the range a wall casts.
+    // Just beyond the middle of the range a wall casts a shadow.
     const auto lit = float(axisDistance(*pass, 0.01));
     model->setModelMatrix(1, placedAt({0, 0, -lit}, {1, 1, 1}));
     expectAxisDepth(*pass, render(0)[0], double(lit), bias);
@@ -93,7 +93,7 @@ TEST_F(ShadowMapRenderPassTest, filtersAreTheirFormulas)
     lights.directional({-0.4f, -1, -0.3f});
     lights.spot({4, 6, 3}, {-4, -6, -3}, 100, 20);
     const QVector<Image> input = render(0);
-    // Sums of a few floats; the Gaussian's constants have six digits, of which each pass uses seven weights.
+    // Sums of a few floats; the Gaussian's constants have six digits, and each pass uses seven weights.
     constexpr double tolerance = 2e-5;
     for (int layer = 0; layer < input.size(); ++layer) {
         const MomentMap map(input[layer]);
@@ -124,7 +124,7 @@ TEST_F(ShadowMapRenderPassTest, everyOtherFilterNumberIsTheGaussian)
     const Image gaussian = render(Port::FilterGaussian)[0];
     for (const int filter : {4, -1, 1000})
         EXPECT_EQ(maximumDifference(render(filter)[0], gaussian), 0) << filter;
-    // What is no number counts as 0.
+    // A value that is not a number counts as 0.
     const Image none = render(Port::FilterNone)[0];
     pass->setInput(Port::Filter, QSize(3, 3));
     run(*pass);
@@ -201,7 +201,7 @@ TEST_F(ShadowMapRenderPassTest, onlyTheResultHasABorderBesideTheMoments)
         ASSERT_EQ(array()->textureID(), filter == 3 ? second : moments->textureID());
         EXPECT_EQ(arrayParameter(moments->textureID(), GL_TEXTURE_WRAP_S), GL_CLAMP_TO_BORDER);
         EXPECT_EQ(arrayParameter(moments->textureID(), GL_TEXTURE_WRAP_T), GL_CLAMP_TO_BORDER);
-        // No filter runs with 0, so the result of the frame before stays as it was.
+        // No filter runs with 0, so the second array keeps the state of an earlier frame.
         const bool hasBorder = filter == 3 || (filter == 0 && before->textureID() == second);
         for (const GLenum axis : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T}) {
             EXPECT_EQ(arrayParameter(second, axis), hasBorder ? GL_CLAMP_TO_BORDER : GL_CLAMP_TO_EDGE);
@@ -243,7 +243,7 @@ TEST_F(ShadowMapRenderPassTest, switchingFiltersBuildsEachProgramOnceAndLeavesNo
         fresh.append(render(filter)[0]);
         make();
     }
-    // The box filter first: it reads no texture coordinates, and the quad is built for it.
+    // The box filter comes first: it reads no texture coordinates, and the quad is built for its program.
     render(Port::FilterNone);
     const int programs = glObjectCounts().programs;
     int expected = 0;
@@ -304,7 +304,7 @@ TEST_F(ShadowMapRenderPassTest, aProgramThatDoesNotBuildEndsTheFrameAndIsNotBuil
     EXPECT_FALSE(log.takeWarnings().isEmpty()) << "the registry names the plan";
     expectOneDebugLine("NoSuchPlan");
     EXPECT_FALSE(pass->output(0).isValid());
-    // From then on the maps are empty.
+    // The maps stay empty from then on.
     const int programs = glObjectCounts().programs;
     run(*pass);
     EXPECT_EQ(glObjectCounts().programs, programs + 1) << "the filter's";
@@ -315,7 +315,7 @@ TEST_F(ShadowMapRenderPassTest, aProgramThatDoesNotBuildEndsTheFrameAndIsNotBuil
     EXPECT_TRUE(isAllFar(readMaps(*pass)[0]));
 }
 
-// The stages are right each by itself, so that linking alone can fail.
+// Each stage is valid by itself, so only linking can fail.
 TEST_F(ShadowMapRenderPassTest, aProgramThatDoesNotLinkEndsTheFrameAndIsNotBuiltAgain)
 {
     buildScene();
@@ -335,7 +335,7 @@ TEST_F(ShadowMapRenderPassTest, aProgramThatDoesNotLinkEndsTheFrameAndIsNotBuilt
     expectOneDebugLine("vo_fragPos");
     EXPECT_FALSE(pass->output(0).isValid());
     EXPECT_EQ(glObjectCounts().programs, programs + 1);
-    // From then on the maps are empty, although the driver would now build it.
+    // The maps stay empty from then on, although the driver would now accept the program.
     setFilter(0);
     run(*pass);
     EXPECT_EQ(glObjectCounts().programs, programs + 1);

@@ -29,7 +29,7 @@ bool hasVertexStage()
 
 QVector<ShadowDriver> ShadowPassTraits<ShadowMapRenderPass2>::drivers()
 {
-    // A limit of 3 vertices is in the way of layered filtering only: batches need 24.
+    // A limit of 3 vertices only prevents layered filtering: batches need 24.
     QVector<ShadowDriver> rows = {
         {"batches, layered filter", "AMD Test", 24, false},
         {"one by one, layered filter", "Test", 4, true},

@@ -12,7 +12,7 @@
 
 namespace Velmora::Kvz {
 
-/// What a pass takes for the driver that it was made on.
+/// The driver that a pass is constructed on, by its claims.
 struct ShadowDriver
 {
     const char *name;
@@ -21,15 +21,15 @@ struct ShadowDriver
     bool hidesVertexStage; ///< Hides the extension by which the vertex stage chooses the layer.
 };
 
-/// The extension by which the vertex stage chooses the layer.
+/// The extension that lets the vertex stage choose the layer.
 inline constexpr char vertexStageExtension[] = "GL_ARB_shader_viewport_layer_array";
 
-/// What names the strategy that a run of the tests is for; empty when the driver decides.
+/// The name of the strategy that this run of the tests is for; empty when the driver decides.
 QString expectedShadowStrategy();
 /// What the driver calls itself.
 QString driverName();
-/// Whether this driver has the extension, which a claim cannot bring about. Mesa's software driver has it, unless the run is
-/// for another strategy; the test fails where it is missing for no such reason.
+/// Whether this driver has the extension, which cannot be claimed. Mesa's software driver has it unless the run is for
+/// another strategy; if it is missing for any other reason, the test fails.
 bool hasVertexStage();
 
 /// How the shared tests of the shadow passes differ from pass to pass.
@@ -47,13 +47,13 @@ template <> struct ShadowPassTraits<ShadowMapRenderPass>
     static constexpr bool hasBiases = false;
     /// The filters that have programs of their own.
     static constexpr int filters[] = {1, 2, 3};
-    /// Those that read something of the vertex stage, what to exchange there so that they do not link, and the name that the
-    /// driver then complains about.
+    /// The filters that read an output of the vertex stage, the text to replace there so that linking fails, and the
+    /// name that the driver then complains about.
     static constexpr int linkedFilters[] = {1, 2};
     static constexpr char linkedText[] = "in vec2 vo_TexCoord;";
     static constexpr char unlinkedText[] = "in vec3 vo_TexCoord;\n#define vo_TexCoord vo_TexCoord.xy";
     static constexpr char unlinkedName[] = "vo_TexCoord";
-    /// The pass takes every driver alike.
+    /// The pass treats every driver alike.
     static QVector<ShadowDriver> drivers() { return {{"as it is", {}, 0, false}}; }
 };
 
@@ -69,17 +69,18 @@ template <> struct ShadowPassTraits<ShadowMapRenderPass2>
     static constexpr char linkedText[] = "in VarGeom {\n    flat int layer;";
     static constexpr char unlinkedText[] = "in VarGeom {\n    flat uint layer;";
     static constexpr char unlinkedName[] = "VarGeom";
-    /// One for each row of the pass's table of strategies that this driver can run, each with both ways to filter. Prints them.
+    /// One for each row of the pass's strategy table that this driver can run, each with both ways to filter. Prints
+    /// them.
     static QVector<ShadowDriver> drivers();
 };
 
-/// A shadow pass of either class, and frames of it.
+/// Draws frames with a shadow pass of either class.
 template <typename Pass> class ShadowPassTest : public ShadowTest
 {
 protected:
     using Traits = ShadowPassTraits<Pass>;
     static constexpr int mapSize = 64;
-    /// What the pass adds to every depth; of ShadowMapRenderPass2 unless a light has its own.
+    /// The bias that the pass adds to every depth; ShadowMapRenderPass2 does so unless a light has its own.
     static constexpr double bias = 0.0005;
 
     void SetUp() override
@@ -109,7 +110,7 @@ protected:
 
     Texture *array() const { return renderDataOf(*pass)->projectionTexture(); }
     void setFilter(int filter) { pass->setInput(Pass::Filter, filter); }
-    /// A frame with the scene and its lights: the maps of all layers.
+    /// Draws a frame of the scene and its lights and returns the maps of all layers.
     QVector<Image> render(int filter)
     {
         setFilter(filter);
@@ -117,13 +118,13 @@ protected:
         run(*pass);
         return readMaps(*pass);
     }
-    /// A camera, which directional lights fit their cascades to.
+    /// Sets a camera, to which directional lights fit their cascades.
     static void setView(RenderPass &target)
     {
         set(target, "Kvz_QMatrix4x4_ProjectionMatrix", perspective({4, 3}, 0.5f, 40));
         set(target, "Kvz_QMatrix4x4_CameraMatrix", lookAt({6, 5, 8}, {0, 1, 0}));
     }
-    /// Three kinds of light: eight layers, and ten with a view, which is no multiple of eight.
+    /// Adds lights of all three kinds: eight layers, and ten with a camera, which is no multiple of eight.
     void addLights()
     {
         lights.directional({-0.4f, -1, -0.3f}, 3);
@@ -137,7 +138,7 @@ protected:
         turned.rotate(180, 0, 1, 0);
         return turned;
     }
-    /// Takes the one line that the pass wrote, which must name its file and have this word.
+    /// Takes the only debug line of the pass, which must name its file and contain this word.
     void expectOneDebugLine(const char *word)
     {
         log.takeCategory(QStringLiteral("kvz.gl"));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What both shadow passes do alike. What only one of them does is in the file named after it.
+// What both shadow passes have in common. Each also has a test file of its own.
 #include "ShadowPassFixture.h"
 #include "support/ChangedShaders.h"
 #include "support/GLCallRecorder.h"
@@ -108,18 +108,18 @@ TYPED_TEST(ShadowPassTest, aFilterThatDoesNotBuildLeavesTheMomentsAndIsNotBuiltA
             EXPECT_TRUE(this->pass->output(0).isValid());
             EXPECT_EQ(this->array(), moments);
             EXPECT_EQ(glObjectCounts().programs, programs + 1);
-            // The next frame takes the broken one, although the driver would now build it. What a draw without a program
-            // leaves is not defined.
+            // The next frame uses the broken program, although the driver would now accept the shader. The result of
+            // drawing without a program is undefined.
             this->render(filter);
             EXPECT_EQ(glObjectCounts().programs, programs + 1);
             EXPECT_TRUE(this->log.messages().isEmpty());
-            // Others go on.
+            // Other filters work.
             expectSameMaps(this->render(0), unfiltered);
         }
     }
 }
 
-// The stages are right each by itself, so that linking alone can fail.
+// Each stage is valid by itself, so only linking can fail.
 TYPED_TEST(ShadowPassTest, aFilterThatDoesNotLinkLeavesTheMomentsAndIsNotBuiltAgain)
 {
     this->buildScene();
@@ -190,7 +190,7 @@ TYPED_TEST(ShadowPassTest, aNullModelIsAssertedAndMakesEmptyMaps)
     expectAsserted(QVariant::fromValue<GPUModel *>(nullptr), {isNull});
     expectAsserted(7, {isOther.arg(QStringLiteral("int"))});
     expectAsserted(QStringLiteral("model"), {isOther.arg(QStringLiteral("QString"))});
-    // Nothing at all is both.
+    // An unset input is both null and of another type.
     expectAsserted(QVariant(), {isNull, isOther.arg(QString())});
     EXPECT_EQ(this->pass->errorCode(), 0u);
 }
@@ -351,7 +351,7 @@ TYPED_TEST(ShadowPassTest, deletesWhatItMade)
 {
     this->buildScene();
     this->addLights();
-    // The model, too, makes things when it is first drawn.
+    // The model creates objects too when it is first drawn.
     this->render(0);
     this->pass.reset();
     const GLObjectCounts before = glObjectCounts();
@@ -363,7 +363,7 @@ TYPED_TEST(ShadowPassTest, deletesWhatItMade)
         EXPECT_FALSE(glObjectCounts() == before);
         this->pass.reset();
         EXPECT_TRUE(glObjectCounts() == before);
-        // Without a context names are dropped.
+        // Without a current context object names are dropped.
         this->make(driver);
         this->render(1);
         this->context().doneCurrent();

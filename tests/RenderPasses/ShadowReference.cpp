@@ -54,7 +54,7 @@ MomentMap gaussianPass(const MomentMap &map, int dx, int dy)
     });
 }
 
-/// The search along one axis for two taps whose line goes on to the empty texel.
+/// Searches along one axis for two taps whose line extends to the empty texel.
 Moments extendedAlong(const MomentMap &map, int x, int y, int dx, int dy)
 {
     const auto tap = [&](int i) { return map.at(x + i * dx, y + i * dy); };
@@ -218,7 +218,7 @@ int layersOf(Texture *array)
 
 namespace {
 
-/// Has a texture bound to its target while it lives.
+/// Binds a texture to its target while it lives.
 class Bound
 {
 public:
@@ -384,7 +384,7 @@ ShadowMapManager::Light *ShadowTest::addSpot()
 
 double ShadowTest::axisDepth(const RenderPass &pass, double distance, int layer)
 {
-    // The matrix lies in columns, and QMatrix4x4 takes rows.
+    // The matrix is stored by columns, and QMatrix4x4 takes rows.
     const DoubleMatrix matrix(QMatrix4x4(renderDataOf(pass)->transforms[layer].matrix).transposed());
     const Vector4d clip = matrix * Vector4d{0, 0, -distance, 1};
     return clip[2] / clip[3];
@@ -411,7 +411,7 @@ void ShadowTest::connect(RenderPass &pass, int mapSize)
     set(pass, "Kvz_KvzGPUModel*_Geometry", QVariant::fromValue(model.data()));
     set(pass, "Kvz_QList_KvzShadowMapManagerLight*_Lights", lights.values());
     set(pass, "Kvz_QSize_MapSize", QSize(mapSize, mapSize));
-    // The lights of addSpot() reach through these, wherever its walls stand.
+    // Bounds that contain the lights of addSpot() and all positions of its walls.
     if (m_hasAxisSpot) {
         set(pass, "Kvz_QVector3D_SceneBoundsMin", QVector3D(-30, -30, -30));
         set(pass, "Kvz_QVector3D_SceneBoundsMax", QVector3D(30, 30, 30));
@@ -430,7 +430,7 @@ void ShadowTest::expectRayCast(const RenderPass &pass, double bias)
     int filled = 0;
     for (int layer = 0; layer < maps.size(); ++layer) {
         SCOPED_TRACE(layer);
-        // The matrix lies in columns, and QMatrix4x4 takes rows.
+        // The matrix is stored by columns, and QMatrix4x4 takes rows.
         const QMatrix4x4 matrix = QMatrix4x4(data.transforms[layer].matrix).transposed();
         const RayCaster caster(items, matrix, QMatrix4x4(), QSize(maps[layer].width, maps[layer].height));
         int wrong = 0;
@@ -440,12 +440,13 @@ void ShadowTest::expectRayCast(const RenderPass &pass, double bias)
                 wrong += texel[0] == farMoment && texel[1] == farMoment ? 0 : 1;
                 return;
             }
-            // Corners lie on a grid of 1/256 pixel, so a steep face is off by a part of what a pixel spans.
+            // Vertices are snapped to a grid of 1/256 pixel, so a steep face is off by a fraction of what a pixel
+            // spans.
             const Moments expected = Moments::of(2 * hit.depth - 1 + bias);
             const double span = std::abs(caster.cast(x + 0.55, y + 0.5).depth - caster.cast(x + 0.45, y + 0.5).depth)
                 + std::abs(caster.cast(x + 0.5, y + 0.55).depth - caster.cast(x + 0.5, y + 0.45).depth);
             const double tolerance = 4e-6 + 2 * 10 * span / 128;
-            // With its bias a depth can lie past the far plane, which makes it empty.
+            // With its bias a depth can end up past the far plane, which makes the texel empty.
             const bool isFar = texel[0] == farMoment && texel[1] == farMoment;
             const bool isHit = std::abs(texel[0] - expected.mean) <= tolerance
                 && std::abs(texel[1] - expected.square) <= 2 * tolerance;
@@ -463,7 +464,7 @@ void ShadowTest::expectRayCast(const RenderPass &pass, double bias)
 
 void ShadowTest::expectAxisDepth(const RenderPass &pass, const Image &map, double distance, double bias)
 {
-    // Single precision of a depth near 1 in two divisions.
+    // Rounding of a depth near 1 in single precision, by two divisions.
     EXPECT_NEAR(map.at(map.width / 2, map.height / 2)[0], axisDepth(pass, distance) + bias, 2e-6);
 }
 
@@ -489,20 +490,20 @@ void ShadowTest::expectBoundsOfPortsElseOfTheModel(RenderPass &pass)
     expectTransform(&own);
     set(pass, "Kvz_QVector3D_SceneBoundsMin", given.first);
     frame();
-    expectTransform(&own); // One corner alone says nothing.
+    expectTransform(&own); // One corner alone is ignored.
     set(pass, "Kvz_QVector3D_SceneBoundsMax", given.second);
     frame();
     expectTransform(&given);
     set(pass, "Kvz_QVector3D_SceneBoundsMax", QSize(3, 3));
     frame();
     expectTransform(&own);
-    // Qt counts zeros as null.
+    // Some versions of Qt consider a variant of a zero vector null.
     set(pass, "Kvz_QVector3D_SceneBoundsMax", given.second);
     set(pass, "Kvz_QVector3D_SceneBoundsMin", QVector3D(0, 0, 0));
     frame();
     const QPair<QVector3D, QVector3D> fromOrigin({0, 0, 0}, given.second);
     expectTransform(QVariant(QVector3D()).isNull() ? &own : &fromOrigin);
-    // A model with no items has no bounds.
+    // A model without items has no bounds.
     set(pass, "Kvz_QVector3D_SceneBoundsMax", QVariant());
     model = GPUModelBuilder().build();
     frame();
@@ -522,7 +523,7 @@ void ShadowTest::expectCameraOnlyWithBothMatrices(RenderPass &pass)
         run(pass);
         return renderDataOf(pass)->layerCount;
     };
-    // First with both, so that programs are built for as many matrices as there come to be.
+    // First with both, so that programs are built for the largest number of matrices.
     EXPECT_EQ(layers(projection, camera), 3);
     EXPECT_EQ(layers({}, {}), 1);
     EXPECT_EQ(layers(projection, {}), 1);

@@ -20,7 +20,7 @@
 
 namespace Velmora::Kvz {
 
-/// What no caster touched.
+/// Both moments of a texel that no caster covers.
 inline constexpr float farMoment = 1e9f;
 
 /// Moments as a map holds them, in doubles.
@@ -33,7 +33,7 @@ struct Moments
     bool isEmpty() const { return mean > 1e8; }
 };
 
-/// A layer of moments with a filter's reads beside its edge.
+/// A layer of moments that a filter can read beyond its edge.
 class MomentMap
 {
 public:
@@ -52,40 +52,41 @@ private:
 };
 
 /// \name The filters, texel by texel
-/// `extended` counts the texels that were empty and got a gradient's value.
+/// `extended` counts the empty texels that got the value of a gradient.
 /// @{
 MomentMap gaussianReference(const MomentMap &map);
 MomentMap gaussianEdgeReference(const MomentMap &map, int *extended);
-/// `isOneEmpty`: whether a mean of exactly 1 counts as empty.
+/// `isOneEmpty` says whether a mean of exactly 1 counts as empty.
 MomentMap boxReference(const MomentMap &map, bool isOneEmpty, int *extended);
 /// @}
 
-/// Checks a filtered layer against its reference: `tolerance` is for means and squares up to 1 or so, and grows with them.
+/// Checks a filtered layer against its reference. `tolerance` holds for means and squares up to about 1, and grows with
+/// them.
 void expectMoments(const Image &layer, const MomentMap &reference, double tolerance);
 
 /// Whether no caster touched a layer.
 bool isAllFar(const Image &map);
 /// Checks that the maps of all layers are the same, bit for bit.
 void expectSameMaps(const QVector<Image> &maps, const QVector<Image> &expected);
-/// The layers that an array has.
+/// The number of layers of an array.
 int layersOf(Texture *array);
-/// The texts of assertions as "condition | message", without their places, which must be in this file.
+/// The texts of assertions as "condition | message", without the line numbers; each must be in this file.
 QStringList assertionTexts(const char *file, const QStringList &lines);
 
-/// \name The state of a texture by its name
-/// `target` is that of planes or of arrays. What was bound to it stays.
+/// \name Texture parameters by texture name
+/// `target` is the target of planes or of arrays. Bindings are restored.
 /// @{
 int textureParameter(unsigned int target, unsigned int texture, unsigned int name);
 int textureLevelParameter(unsigned int target, unsigned int texture, unsigned int name);
 std::vector<float> borderColor(unsigned int target, unsigned int texture);
 /// @}
 
-/// What a pass published.
+/// The render data that a pass published.
 ShadowMapManager::RenderData *renderDataOf(const RenderPass &pass);
-/// All layers of its array that are in use.
+/// Reads all layers in use of a pass's array.
 QVector<Image> readMaps(const RenderPass &pass);
 
-/// Lights, which live as long as the list.
+/// Lights that live as long as the list.
 class LightList
 {
 public:
@@ -109,42 +110,43 @@ private:
     GLCallRecorder<&epoxy_glShaderSource> m_sources;
 };
 
-/// A model of its own, lights, and the ports that both shadow passes have.
+/// A model, lights, and the ports that both shadow passes have.
 class ShadowTest : public GLTest
 {
 protected:
     void TearDown() override;
 
-    /// Items of a model; `matrix` places them.
+    /// Adds an item to the model; `matrix` places it.
     ShadowTest &add(const MeshData &mesh, const QMatrix4x4 &matrix = QMatrix4x4(), quint64 flags = 0);
-    /// Builds the model of what was added.
+    /// Builds the model of the items added.
     void build();
     /// A floor from -6 to 6 with a sphere, a turned box and a thin plate above it.
     void buildScene();
 
-    /// A wall of this half size across the axis of addSpot().
+    /// Adds a wall of this half size across the axis of addSpot().
     void addWall(float distance, float halfSize, quint64 flags = 0);
-    /// A spot light at the origin that looks along -z, 60 degrees wide, range 20.
+    /// Adds a spot light at the origin that looks along -z, 60 degrees wide, with a range of 20.
     ShadowMapManager::Light *addSpot();
     /// Normalised device z, by the published matrix, of a point on the axis of addSpot().
     static double axisDepth(const RenderPass &pass, double distance, int layer = 0);
     /// Checks the middle of a map against a wall at this distance.
     static void expectAxisDepth(const RenderPass &pass, const Image &map, double distance, double bias);
-    /// The distance at which axisDepth() is so much.
+    /// The distance at which axisDepth() has this value.
     static double axisDistance(const RenderPass &pass, double depth);
 
     static void set(RenderPass &pass, const char *port, const QVariant &value);
-    /// Model, lights and a map size.
+    /// Sets model, lights and map size.
     void connect(RenderPass &pass, int mapSize);
-    /// One frame.
+    /// Runs one frame.
     static void run(RenderPass &pass);
 
-    /// Checks the lights' matrices against those of bounds from both ports, else from the model, which is replaced at the end.
+    /// Checks the lights' matrices against bounds from both ports, otherwise from the model, which is replaced at the
+    /// end.
     void expectBoundsOfPortsElseOfTheModel(RenderPass &pass);
-    /// Checks the number of cascades against whether both matrices are there.
+    /// Checks that cascades follow the camera only when both matrices are set.
     void expectCameraOnlyWithBothMatrices(RenderPass &pass);
 
-    /// Checks every layer against a ray cast: `bias` is what the depths have on top.
+    /// Checks every layer against a ray cast; `bias` is what is added to depths.
     void expectRayCast(const RenderPass &pass, double bias);
 
     QSharedPointer<GPUModel> model;

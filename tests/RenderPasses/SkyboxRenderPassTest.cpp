@@ -30,7 +30,7 @@ using Port = SkyboxRenderPass;
 constexpr float halfFloat = 1.0f / 1024;
 constexpr float eightBits = 1.0f / 255;
 
-/// Six views of 90 degrees, each to the middle of a face of the cube, and what is up in them.
+/// Six views of 90 degrees, each at the middle of a face of the cube, and their up vectors.
 struct AxisView
 {
     QVector3D forward;
@@ -59,8 +59,8 @@ QMatrix4x4 viewFrom(const QVector3D &eye, const QVector3D &forward, const QVecto
     return camera;
 }
 
-/// Where the rays through the pixels of an image go, worked out in doubles, without the formulas of the pass: two points
-/// of the ray in world space, on the near plane and on the far one.
+/// The rays through the pixels of an image, computed in doubles without the formulas of the pass, from two points in
+/// world space on the near and on the far plane.
 class Rays
 {
 public:
@@ -87,8 +87,8 @@ private:
     QSize m_size;
 };
 
-/// Where a direction meets a cube map, by the table of the OpenGL specification: the face, and the place on it from 0 to 1, t
-/// from the first row on.
+/// Where a direction meets a cube map, by the table of the OpenGL specification: the face and the position on it from 0
+/// to 1, t from the first row on.
 struct CubePlace
 {
     int face;
@@ -120,7 +120,8 @@ CubePlace cubePlace(const Vector3d &d)
     return {face, (sc / ma + 1) / 2, (tc / ma + 1) / 2};
 }
 
-/// A face of its own colour with a dark arrow that points to the top row, and a white mark on the file's right.
+/// A face in a colour of its own with a dark arrow that points to the top row, and a white mark on the right of the
+/// file.
 QImage arrowFace(int face, int side)
 {
     const QRgb colors[] = {qRgb(220, 40, 40), qRgb(40, 200, 200), qRgb(60, 200, 60), qRgb(200, 60, 200),
@@ -138,7 +139,7 @@ QImage arrowFace(int face, int side)
     return image;
 }
 
-/// A sample of an image between its four nearest texels, rows from the top, repeating sideways.
+/// Samples an image between its four nearest texels; rows count from the top and columns repeat.
 Vector4d samplePanorama(const QImage &image, double u, double v)
 {
     const double x = u * image.width() - 0.5;
@@ -220,7 +221,7 @@ protected:
     }
 };
 
-/// Different premultiplied colours whose alpha goes from 0 to 1.
+/// Premultiplied colours, all different, with alpha from 0 to 1.
 Image frameContent(int width, int height)
 {
     Image image(width, height);
@@ -246,7 +247,7 @@ TEST_F(SkyboxRenderPassTest, aViewAlongEachAxisShowsTheFaceUprightAndFromInside)
         setView(quarterView(), viewFrom(QVector3D(3, -2, 5), axisViews[face].forward, axisViews[face].up));
         const Image image = run();
         saveForViewing(image, QStringLiteral("skybox-face-%1").arg(face));
-        // Each pixel shows one texel: the file's rows from the top, its columns from the right.
+        // Each pixel shows one texel, with rows from the top of the file and columns from its right.
         int wrong = 0;
         for (int y = 0; y < side; ++y) {
             for (int x = 0; x < side; ++x) {
@@ -279,7 +280,7 @@ TEST_F(SkyboxRenderPassTest, theCubeMapIsWhatTheRaysMeet)
                 const QImage &face = faces[place.face];
                 const int column = int(place.s * side);
                 const int row = int(place.t * side);
-                // Where all texels around are alike, how they are filtered does not count.
+                // Compares only where neighbouring texels are alike, so that filtering has no effect.
                 bool isPlain = column > 1 && column < side - 2 && row > 1 && row < side - 2;
                 for (int k = 0; isPlain && k < 25; ++k)
                     isPlain = face.pixel(column + k % 5 - 2, row + k / 5 - 2) == face.pixel(column, row);
@@ -296,8 +297,8 @@ TEST_F(SkyboxRenderPassTest, theCubeMapIsWhatTheRaysMeet)
 
 TEST_F(SkyboxRenderPassTest, thePanoramaIsWhatTheRaysMeetOverTheWholeSphere)
 {
-    // Each texel another colour. The reference is at the same place to about 1e-5 texels, and images are filtered with
-    // weights of 8 bits.
+    // Every texel has a different colour. The reference samples the same position to about 1e-5 texels, and images are
+    // filtered with weights of 8 bits.
     const QImage panorama = distinctImage(48, 24, QImage::Format_ARGB32);
     constexpr float tolerance = 4 * eightBits;
     setTexture(Port::LatLongMap, loadPanorama(panorama));
@@ -318,7 +319,7 @@ TEST_F(SkyboxRenderPassTest, thePanoramaIsWhatTheRaysMeetOverTheWholeSphere)
         for (int y = 0; y < size.height(); ++y) {
             for (int x = 0; x < size.width(); ++x) {
                 const Vector3d d = rays.through(x, y);
-                // The centre of the image lies at -z and +x to the right of it.
+                // The centre of the image lies at -z, and +x to the right of it.
                 const double u = 0.5 + std::atan2(d[0], -d[2]) / (2 * M_PI);
                 const double v = 0.5 + std::asin(d[1]) / M_PI;
                 nearestPole = std::min({nearestPole, v, 1 - v});
@@ -340,7 +341,7 @@ TEST_F(SkyboxRenderPassTest, matricesThatDoNotConvertAreTheIdentity)
     setTexture(Port::LatLongMap, loadPanorama(panorama));
     setSize(8, 8);
     const Image image = run();
-    // The vertices have z = 0, so the rays lie in the plane z = 0, around the centre of the picture.
+    // The vertices have z = 0, so the directions lie in the plane z = 0, around the centre of the picture.
     const double u = 0.5 + std::atan2(0.125, 0.0) / (2 * M_PI);
     const double v = 0.5 + std::atan2(0.375, 0.125) / M_PI;
     const Vector4d expected = samplePanorama(panorama, u, v);
@@ -551,7 +552,7 @@ TEST_F(SkyboxRenderPassTest, theFlatImageTakesPrecedenceOverTheCubeMapAndThatOve
 TEST_F(SkyboxRenderPassTest, aCubeMapBehindAFlatImageIsGivenBack)
 {
     Texture *const flat = pool.take(TextureFormat::HighDynamicRange, filled(2, 2, QVector4D(1, 1, 1, 1)), 3);
-    // The pool has no cube maps; what is not drawn may be of any kind.
+    // The pool has no cube maps; a texture that is not drawn may be of any kind.
     Texture *const cubemap = pool.take(TextureFormat::HighDynamicRange, filled(2, 2, skyColor), 3);
     setSize(4, 4);
     setTexture(Port::Background, flat);
@@ -701,7 +702,7 @@ TEST_F(SkyboxRenderPassTest, leavesTheStateThatItSays)
     glStencilFunc(GL_ALWAYS, 5, 0x0f);
     glStencilOp(GL_REPLACE, GL_INCR, GL_INVERT);
     {
-        // GL shows a reference cut to the bits of the stencil that is bound, so the call tells.
+        // GL reports the reference clamped to the bits of the bound stencil buffer, so the call itself is checked.
         GLCallRecorder<&epoxy_glStencilFunc> stencilFunctions;
         pass->start(nullptr);
         ASSERT_EQ(stencilFunctions.calls.size(), 1u);
@@ -729,7 +730,7 @@ TEST_F(SkyboxRenderPassTest, setsHowTheSourceIsSampled)
         glGetTexParameteriv(texture->target(), name, &value);
         return value;
     };
-    // What none of the sources is to be sampled with.
+    // Parameters that no source is sampled with.
     const auto setOthers = [](Texture *texture) {
         AutoBinder binder(texture);
         glTexParameteri(texture->target(), GL_TEXTURE_MIN_FILTER, GL_NEAREST_MIPMAP_NEAREST);

@@ -20,18 +20,18 @@ using Smaa = SMAARenderPass;
 
 inline const QSize smaaFrameSize(321, 237);
 
-/// The weights and the blend read between texels, whose place a driver may round to 1/256, and store 8 bits.
+/// The weights and the blend read between texels, at positions that a driver may round to 1/256, and store 8 bits.
 inline constexpr double storedTolerance = 0.5 / 255.0 + 1.0 / 256.0;
 
-/// What an image of 8 bits for each channel holds of a value.
+/// The error of a value stored in 8 bits.
 inline constexpr double byteTolerance = 0.51 / 255.0;
 
-/// A rendered frame of boxes and spheres over a ground: edges at all angles, thin ones and far ones among them.
+/// A rendered frame of boxes and spheres over a ground, with edges at all angles, thin and distant ones among them.
 Image renderedFrame(const QSize &size);
 /// Draws an image over the bound framebuffer.
 void drawCopy(Texture *source);
 
-/// As messages name the modes.
+/// The modes as log messages name them.
 inline constexpr const char *modeNames[] = {"1x", "S2X", "T2X", "4X"};
 
 inline bool isTemporal(int mode)
@@ -61,7 +61,7 @@ protected:
         smaa->setInput(Smaa::RenderInHDR, hdr);
     }
 
-    /// A pass whose programs stand for a mode, so that its stages can be called one by one.
+    /// A pass with the programs of a mode built, so that its stages can be called one by one.
     void prepare(int mode, const QSize &size = smaaFrameSize, bool predication = false)
     {
         pass->setup(nullptr);
@@ -78,7 +78,7 @@ protected:
         glDisable(GL_DEPTH_TEST);
         glViewport(0, 0, size.width(), size.height());
     }
-    /// A linear, clamped texture, as the pass takes them, with one reference.
+    /// A linear, clamped texture with one reference, as the pass takes them.
     Texture *target(TextureFormat format = TextureFormat::LowDynamicRange, const QSize &size = smaaFrameSize)
     {
         Texture *const texture = pool.take(format, size.width(), size.height(), 1);
@@ -89,7 +89,7 @@ protected:
             glTexParameteri(GL_TEXTURE_2D, wrap, GL_CLAMP_TO_EDGE);
         return texture;
     }
-    /// The same with a content.
+    /// The same with content.
     Texture *linear(const Image &image, TextureFormat format = TextureFormat::LowDynamicRange)
     {
         Texture *const texture = target(format, QSize(image.width, image.height));
@@ -121,7 +121,7 @@ protected:
         const Image reference = smaaWeights(edges, slices, settings);
         const Deviation difference = deviation(name, image, reference);
         saveForViewing(image, QStringLiteral("smaa-weights-%1").arg(QString::fromStdString(name)));
-        // The table's texels differ by up to a half from one distance to the next.
+        // Between adjacent distances the table's texels differ by up to a half.
         EXPECT_LE(difference.largest, storedTolerance) << name;
         int weighted = 0;
         for (int i = 0; i < reference.data.size(); ++i)

@@ -14,8 +14,8 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// What GL's blend makes of an image, drawn whole over nothing and then once more, half of each: the image, but for the
-/// precision of the blend.
+/// Blends an image over nothing, then itself over that at half weight. The result is the image again, within the
+/// precision of GL's blend.
 Image halvedAndAdded(const Image &image, int internalFormat)
 {
     const auto source = makeTexture(image, internalFormat);
@@ -79,7 +79,8 @@ TEST_F(SMAARenderPassTest, smoothsFramesAsTheReferenceDoesInAllModes)
                 saveForViewing(
                     image, QStringLiteral("smaa-%1-%2-%3").arg(QString::fromLatin1(modeNames[mode])).arg(hdr).arg(f));
 
-                // What the frame holds, and its encoded copy as the driver makes it: edges may hang on its last bit.
+                // The content of the frame, and its encoded copy as the driver computes it: an edge can depend on the
+                // last bit.
                 const auto plain = makeTexture(picture, format);
                 const Image input = readTexture(plain.get());
                 Texture *const encoded = target();
@@ -107,13 +108,13 @@ TEST_F(SMAARenderPassTest, smoothsFramesAsTheReferenceDoesInAllModes)
                     history = blended;
                 }
                 lastJitter = jitter;
-                // Weights that are stored one step of 8 bits apart, twice in the modes of two samples or frames, on edges of
-                // full contrast; half of a byte that the driver's blend rounds its way.
+                // Weights stored one step of 8 bits apart, twice in the modes of two samples or frames, on edges of
+                // full contrast. The mean allows for half a byte, by which the driver's blend may round.
                 const double tolerance = 4.0 / 255.0;
                 const double mean = !hdr && wantsSamples(mode) ? 0.5 / 255.0 : 0.0003;
                 EXPECT_LE(deviation(modeNames[mode], image, expected).mean, mean);
-                // A pixel whose greatest weights are equal in 8 bits may be mixed along the other axis: two small weights, on
-                // edges of full contrast.
+                // A pixel whose greatest weights are equal in 8 bits may be mixed along the other axis: two small
+                // weights on edges of full contrast.
                 EXPECT_EQ(edges.openCount, 0);
                 EXPECT_LE(pixelsBeyond(image, expected, tolerance), 4);
                 EXPECT_LE(maximumDifference(image, expected), 18.0 / 255.0);
@@ -140,7 +141,8 @@ TEST_F(SMAARenderPassTest, leavesFlatImagesExactlyAsTheyAre)
                     wantsSamples(mode) ? makeMultisampleTexture(image, format, 2) : makeTexture(image, format);
                 const auto velocity = makeTexture(Image(size.width(), size.height()), GL_RGBA16F);
                 set(&smaa, mode, frame.get(), size, velocity.get(), nullptr, hdr);
-                // Some drivers blend in the target's 8 bits, where the sum of two halves is even. Half floats lose nothing.
+                // Some drivers blend in the 8 bits of the target, where the sum of two halves is even. Half floats lose
+                // nothing.
                 const Image expected =
                     wantsSamples(mode) && !hdr ? halvedAndAdded(image, format) : readTexture(plain.get());
                 EXPECT_LE(maximumDifference(expected, readTexture(plain.get())), 2.0 * byteTolerance);
@@ -164,7 +166,7 @@ TEST_F(SMAARenderPassTest, averagesEqualSamplesToThemselves)
         flats.setPixel(byte, 0, QVector4D(float(byte), 255.0f - float(byte), float(byte / 2), 255.0f) / 255.0f);
     const Image stored = readTexture(makeTexture(flats, GL_RGBA8).get());
     const Image averages = halvedAndAdded(flats, GL_RGBA8);
-    // Said of a driver whose blend does not round to the target's 8 bits before it adds.
+    // Set for a driver whose blend does not round to 8 bits before it adds.
     const bool isExact = qEnvironmentVariableIsSet("KVZ_EXPECT_EXACT_BLEND");
     EXPECT_LE(maximumDifference(averages, stored), isExact ? 0.0 : 2.0 * byteTolerance);
     for (int byte = 0; byte < 256; ++byte) {
@@ -198,8 +200,8 @@ TEST_F(SMAARenderPassTest, leavesSmoothImagesAsTheyAre)
             const auto frame = wantsSamples(mode) ? makeMultisampleTexture(ramp, format, 2) : makeTexture(ramp, format);
             const auto velocity = makeTexture(Image(48, 40), GL_RGBA16F);
             set(&smaa, mode, frame.get(), size, velocity.get(), nullptr, hdr);
-            // Half of two equal bytes may be one more or less, by the driver's blend; between texels that differ, a filter
-            // that is off by the place's last bit costs half floats theirs, once in each draw.
+            // The blend of a driver may make the sum of two equal halves one byte more or less. Between differing
+            // texels, a position that is off by its last bit costs a step of half floats in each draw.
             const double tolerance = hdr ? 1.0 / 1024.0 : wantsSamples(mode) ? 2.0 * byteTolerance : 0.0;
             for (int f = 0; f < 3; ++f) {
                 smaa.start(nullptr);
@@ -213,7 +215,7 @@ TEST_F(SMAARenderPassTest, leavesSmoothImagesAsTheyAre)
 
 TEST_F(SMAARenderPassTest, keepsTransparencyInAlphaUnderTheMacroOfIts)
 {
-    // No mode defines it; the shaders hold it ready.
+    // No mode defines this macro, but the shaders support it.
     ChangedShaders shaders("#define SMAA_GLSL_3 1", "#define SMAA_GLSL_3 1\n#define SMAA_TRANSPARENCY 1");
     prepare(Smaa::SmaaT2X);
     EXPECT_EQ(shaders.changed, 10);
@@ -240,7 +242,8 @@ TEST_F(SMAARenderPassTest, keepsTransparencyInAlphaUnderTheMacroOfIts)
     EXPECT_TRUE(std::any_of(resolved.data.begin(), resolved.data.end(), [](float value) { return value != 1.0f; }));
 }
 
-// A pixel changes where it or a neighbour has a weight, and weights are at edges. Saves the sheet of the documentation.
+// A pixel changes only where it or a neighbour has a weight, and weights lie on edges. Saves the sheet for the
+// documentation.
 TEST_F(SMAARenderPassTest, changesPixelsAtEdgesAlone)
 {
     const QSize size(480, 270);
@@ -280,7 +283,7 @@ TEST_F(SMAARenderPassTest, changesPixelsAtEdgesAlone)
     }
     EXPECT_GT(changed, 500);
 
-    // The frame and the result over the edges and the weights, five times as large.
+    // The frame and the result above the edges and the weights, enlarged five times.
     const QPoint corner(196, 112);
     const QSize part(96, 64);
     constexpr int scale = 5;
@@ -304,7 +307,7 @@ TEST_F(SMAARenderPassTest, changesPixelsAtEdgesAlone)
 
 TEST_F(SMAARenderPassTest, tenThousandFramesOfAllModesGrowNothing)
 {
-    // Each mode after each other one, with and without a predicate in both, and the same in another size.
+    // Each mode after every other one, each with and without a predicate, and the same in another size.
     struct State
     {
         int mode;
@@ -352,7 +355,7 @@ TEST_F(SMAARenderPassTest, tenThousandFramesOfAllModesGrowNothing)
         manager->releaseTempTextureRef(result(), 1);
         if (f % 100 == 0)
             log.clear();
-        // At the same place of each cycle, since what a mode takes from the pool stays there.
+        // Compares the same frame of each cycle, since textures that a mode takes from the pool stay there.
         if (f % cycle == cycle - 1 && f > 2 * cycle) {
             const TextureManager::PoolStatistics now = manager->poolStatistics();
             if (before.bytes == 0) {

@@ -22,12 +22,12 @@ double lumaAt(const Image &image, int x, int y)
     return luma(texel(image, x, y));
 }
 
-/// `value` >= `limit`, and whether floats may see it otherwise.
+/// `value` >= `limit`, and whether floats may decide otherwise.
 bool reaches(double value, double limit, bool *open)
 {
     if (std::abs(value - limit) < 2e-6 && value != limit)
         *open = true;
-    // Equal in doubles is equal in floats only where both come of the same numbers.
+    // Numbers that are equal in doubles need not be so in floats, unless they are computed alike.
     if (value == limit && limit != 0.0)
         *open = true;
     return value >= limit;
@@ -42,7 +42,8 @@ public:
     { }
     bool left(int x, int y) const { return texel(m_edges, x, y)[0] > 0.5; }
     bool below(int x, int y) const { return texel(m_edges, x, y)[1] > 0.5; }
-    /// The same with the axes exchanged or not: `along` is the edge that the line is made of, `across` what ends it.
+    /// Edges with or without the axes exchanged: `along` is the edge that forms the line, `across` the edge that ends
+    /// it.
     bool along(bool horizontal, int position, int row) const
     {
         return horizontal ? below(position, row) : left(row, position);
@@ -90,7 +91,7 @@ std::array<double, 2> lineWeights(
     // An edge across on either side ends the line between two pixels.
     const auto cut = [&](int p) { return across(p, row) || across(p, row - 1); };
 
-    int back = 0; // A search of n steps gets 2 n - 1 pixels back, and 2 n forward.
+    int back = 0; // A search of n steps covers 2 n - 1 pixels backwards and 2 n forwards.
     while (back < 2 * settings.searchSteps - 1 && !cut(position - back) && along(position - back - 1))
         ++back;
     int forward = 0;
@@ -115,7 +116,7 @@ std::array<double, 2> lineWeights(
     return weights;
 }
 
-/// How far a diagonal goes on behind its first pixel.
+/// How far a diagonal extends beyond its first pixel.
 struct DiagonalEnd
 {
     int distance = 0;
@@ -259,7 +260,8 @@ Image smaaBlended(const Image &frame, const Image &weights, const Image *velocit
     Image result(frame.width, frame.height);
     for (int y = 0; y < frame.height; ++y) {
         for (int x = 0; x < frame.width; ++x) {
-            // Shares of the neighbour below, above, to the left and to the right. Outside, the weights are the border's.
+            // The shares of the neighbours below, above, to the left and to the right. Outside, the border's weights
+            // repeat.
             const double below = texel(weights, x, y)[0];
             const double above = texel(weights, x, y + 1)[1];
             const double left = texel(weights, x, y)[2];
@@ -328,7 +330,7 @@ Image edgeChart(int width, int height)
             const double px = x + 0.5;
             const double py = y + 0.5;
             QVector4D color = x < width / 2 ? QVector4D(0.04f, 0.05f, 0.08f, 1) : QVector4D(0.7f, 0.75f, 0.6f, 1);
-            // A fan of wedges about the centre.
+            // A fan of wedges around the centre.
             const double angle = std::atan2(py - 0.5 * height, px - 0.5 * width);
             const double distance = std::hypot(px - 0.5 * width, py - 0.5 * height);
             if (distance < 0.45 * height && int(std::floor(angle * 36 / M_PI + 100)) % 4 == 0)

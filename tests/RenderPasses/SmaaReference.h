@@ -12,8 +12,8 @@
 namespace Velmora::Kvz {
 
 /// \name Enhanced subpixel morphological antialiasing, pixel by pixel
-/// In doubles, and the other way round: searches walk from pixel to pixel and look at each edge by itself, where the shader
-/// reads between texels and looks the rest up. Images beyond their borders are those at the border.
+/// Computed in doubles and by direct search: it walks from pixel to pixel and examines each edge, where the shader
+/// reads between texels and uses lookup tables. Beyond its borders an image repeats its border.
 /// @{
 
 struct SmaaSettings
@@ -27,7 +27,7 @@ struct SmaaSettings
 /// Slices of the area table: vertical edges, horizontal edges, rising and falling diagonals.
 using SmaaSlices = std::array<int, 4>;
 
-/// Edges and what the rounding of floats leaves open.
+/// Edges, and those that the rounding of floats leaves undecided.
 struct SmaaEdges
 {
     Image edges; ///< 1 in red at a pixel's left border, in green at its lower one.
@@ -42,13 +42,14 @@ SmaaEdges smaaEdges(const Image &encoded, const Image *predicate, const SmaaSett
 Image smaaWeights(const Image &edges, const SmaaSlices &slices, const SmaaSettings &settings = {});
 /// The frame mixed by the weights; with a velocity, alpha is the encoded speed.
 Image smaaBlended(const Image &frame, const Image &weights, const Image *velocity);
-/// The mean of two blended frames. The jitter is the last frame's less this one's, in texture coordinates.
+/// The mean of two blended frames. The jitter change is the last frame's jitter less this one's, in texture
+/// coordinates.
 Image smaaResolved(const Image &current, const Image &previous, const Image &velocity, const QVector2D &jitterChange);
-/// Channels of 8 bits.
+/// An image rounded to channels of 8 bits.
 Image quantised(const Image &image);
 /// @}
 
-/// A picture of hard edges at many angles: a fan of lines, discs, boxes, a thin grid, corners, on two grounds.
+/// A picture of hard edges at many angles: a fan of lines, discs, boxes, a thin grid and corners, on two backgrounds.
 Image edgeChart(int width, int height);
 
 } // namespace Velmora::Kvz

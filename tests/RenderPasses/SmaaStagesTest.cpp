@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The stages of SMAARenderPass, each called by itself, against their formulas.
+// The stages of SMAARenderPass, called one by one, against their formulas.
 #include "SmaaFixture.h"
 #include "support/ChangedShaders.h"
 #include "support/GLCallRecorder.h"
@@ -17,7 +17,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// One of the images that the stages are tried on, by its name.
+/// The image of this name that the stages are tried on.
 Image imageOf(const std::string &name)
 {
     return name == "rendered" ? renderedFrame(smaaFrameSize)
@@ -25,7 +25,7 @@ Image imageOf(const std::string &name)
                               : photograph(smaaFrameSize.width(), smaaFrameSize.height());
 }
 
-/// Some edge pixels at random, at every density, so that lines meet in ways that no picture has.
+/// Random edge pixels at every density, so that lines meet in ways that no picture has.
 Image randomEdges(int width, int height, unsigned seed)
 {
     std::mt19937 random(seed);
@@ -120,12 +120,12 @@ TEST_F(SMAARenderPassTest, makesTheLookupTablesOnceAsTheyArePublished)
 
 TEST_F(SMAARenderPassTest, uploadsWholeTablesWhateverPixelsTheHostReads)
 {
-    // Too small for either table, so that an upload out of it would be refused.
+    // A bound buffer too small for either table: an upload that read from it would be refused.
     BufferObject buffer;
     buffer.setTarget(GL_PIXEL_UNPACK_BUFFER);
     buffer.uploadBytes(nullptr, 4, GL_STATIC_DRAW);
     const auto tables = [&](bool foreignRows, bool foreignBuffer) {
-        // The area table, then the search table, as they lie on the GPU.
+        // The area table, then the search table, as they are stored on the GPU.
         QVector<Image> found;
         GLCallRecorder<&epoxy_glTexImage2D> uploads;
         QVector<GLuint> names;
@@ -188,7 +188,7 @@ TEST_F(SMAARenderPassTest, gammaEncodesColoursAndKeepsAlpha)
         if (i % 4 != 3)
             expected.data[i] = float(std::clamp(std::pow(double(expected.data[i]), 1 / 2.2), 0.0, 1.0));
     }
-    // The driver's power is good for some units of the last place of 8 bits.
+    // The driver's power function is off by a few units in the last place of 8 bits.
     EXPECT_LE(deviation("gamma", readTexture(output), expected).largest, byteTolerance + 0.002);
 }
 
@@ -459,14 +459,14 @@ TEST_F(SMAARenderPassTest, resolvesAgainstTheLastFrameWhereTheSurfaceWas)
         {"moving between texels", withAlpha(colours, constant(0.2f)), withAlpha(others, constant(0.2f)),
             field([&](int x, int y) { return QVector4D(float(x % 40) / 400.0f, float(y % 30) / 500.0f, 0, 0); }), {}},
         {"at other speeds", withAlpha(colours, columns), withAlpha(others, constant(0.1f)), Image(width, height), {}},
-        // The change of the jitter is in the velocity, and goes.
+        // The velocity contains the change of jitter, which the resolve removes.
         {"still with jitter", withAlpha(colours, constant(0.05f)), withAlpha(others, constant(0.05f)),
             filled(width, height, QVector4D(0.25f / float(width), -0.5f / float(height), 0, 0)),
             QVector2D(0.5f / float(width), -1.0f / float(height))},
         {"moving with jitter", withAlpha(colours, constant(0.05f)), withAlpha(others, constant(0.05f)),
             filled(width, height, QVector4D(2.25f / float(width), 1.5f / float(height), 0, 0)),
             QVector2D(0.5f / float(width), -1.0f / float(height))},
-        // Half floats leave a trace of it.
+        // Rounding to half floats leaves a remainder of it.
         {"still with a rounded velocity", withAlpha(colours, constant(0.05f)), withAlpha(others, constant(0.05f)),
             filled(width, height, QVector4D(0.2535f / float(width), -0.4965f / float(height), 0, 0)),
             QVector2D(0.5f / float(width), -1.0f / float(height))},
@@ -491,7 +491,7 @@ TEST_F(SMAARenderPassTest, resolvesAgainstTheLastFrameWhereTheSurfaceWas)
         Texture *const previous = history(c.previous);
         Texture *const current = history(c.current);
 
-        // The previous jitter is that of the latest resolve, so a first one sets it.
+        // The pass remembers the jitter of its latest resolve, which this first one sets.
         pass->doTemporalResolve(output, previous, none.get(), packed[0], QVector2D());
         pass->release();
         pass->init();
@@ -509,7 +509,7 @@ TEST_F(SMAARenderPassTest, resolvesAgainstTheLastFrameWhereTheSurfaceWas)
         const Image expected =
             smaaResolved(readTexture(current), storedPrevious, c.velocity, QVector2D() - 0.5f * c.jitter);
         saveForViewing(image, QStringLiteral("smaa-resolved-%1").arg(QString::fromLatin1(c.name)));
-        // Half floats in, half floats out; the place of a read between texels, where it is between them.
+        // Half floats in and out; reads between texels add the error of their position.
         const bool isBetween = QByteArray(c.name).contains("between") || QByteArray(c.name).startsWith("moving with");
         EXPECT_LE(deviation(c.name, image, expected).largest, 1.0 / 1024.0 + (isBetween ? 1.0 / 256.0 : 0.0));
         EXPECT_GT(pixelsBeyond(expected, withAlpha(readTexture(current), constant(1)), 0.05), 1000);
@@ -538,7 +538,7 @@ TEST_F(SMAARenderPassTest, separatesTheTwoSamplesOfAFrame)
         const auto source = makeTexture(filled(1, 1, colors[1]), GL_RGBA32F);
         glClearColor(colors[0].x(), colors[0].y(), colors[0].z(), colors[0].w());
         glClear(GL_COLOR_BUFFER_BIT);
-        // Sample 1 alone, by a draw under a mask, in the left half.
+        // Only sample 1 differs in the left half, drawn with a sample mask.
         glEnable(GL_SAMPLE_MASK);
         glSampleMaski(0, 2);
         glViewport(0, 0, size.width() / 2, size.height());
@@ -556,7 +556,7 @@ TEST_F(SMAARenderPassTest, separatesTheTwoSamplesOfAFrame)
             EXPECT_EQ(images[1].pixel(x, y), colors[x < size.width() / 2 ? 1 : 0]) << x << ", " << y;
         }
     }
-    // Averaged, as the whole pass does.
+    // Averages the samples, as the whole pass does.
     set(pass.get(), Smaa::SmaaS2X, &frame, size);
     pass->setNumOutputUsers(0, 1);
     pass->start(nullptr);
@@ -590,7 +590,7 @@ TEST_F(SMAARenderPassTest, asksForTheRowOfThePassAndTheJitter)
                                       .arg(mode)))
             << qPrintable(criticals[0]);
     }
-    // Each left a target behind.
+    // Each call left a target referenced.
     for (const TextureManager::PooledTexture &texture : TextureManager::Instance()->pooledTextures()) {
         if (texture.references > 0)
             TextureManager::Instance()->releaseTempTextureRef(
@@ -642,14 +642,14 @@ TEST_F(SMAARenderPassTest, givesTheResolveTheChangeOfTheJitter)
     EXPECT_EQ(vectors(a), QVector<QVector2D>({-0.5f * a, texel})) << "before the first there is none";
     EXPECT_EQ(vectors(b), QVector<QVector2D>({0.5f * (a - b)}));
     EXPECT_EQ(vectors(QVariant()), QVector<QVector2D>({0.5f * b}));
-    // The jitter outlives the history.
+    // The jitter is remembered even when the history is gone.
     vectors(a);
     set(pass.get(), 0, plain.get(), size);
     pass->start(nullptr);
     EXPECT_EQ(vectors(b), QVector<QVector2D>({0.5f * (a - b), texel}));
 }
 
-// The stencil confines the weights to edges: the shader runs nowhere else.
+// The stencil confines the weights to edges; the shader runs nowhere else.
 TEST_F(SMAARenderPassTest, weighsAtEdgesAlone)
 {
     prepare(Smaa::Smaa1X);

@@ -52,7 +52,7 @@ Image maskedPhotograph(int width, int height, unsigned seed)
     return image;
 }
 
-/// The sum of the normal frame and a Gaussian, taken directly, of the other where its alpha is above 0.
+/// The sum of the normal frame and the blurred one: a direct Gaussian where its alpha is above 0, unchanged elsewhere.
 Image combined(const Image &normal, const Image &blurred, double radius, int reach)
 {
     const auto isBlurred = [&](int x, int y) { return texel(blurred, x, y)[3] > 0; };
@@ -61,7 +61,7 @@ Image combined(const Image &normal, const Image &blurred, double radius, int rea
         for (int x = 0; x < normal.width; ++x) {
             Color color = texel(blurred, x, y);
             if (isBlurred(x, y)) {
-                // Rows that are not blurred are read in their middle.
+                // Texels that the first draw did not blur are read as they are.
                 color = gaussianSum(radius, reach,
                     [&](int dx, int dy) { return texel(blurred, isBlurred(x, y + dy) ? x + dx : x, y + dy); });
             }
@@ -91,8 +91,8 @@ TEST_F(StencilBlurAndBlendRenderPassTest, addsABlurredPhotographAsADirectGaussia
         const std::string name = "radius " + std::to_string(radius);
         const Image direct = combined(normal, blurred, double(radius), reachOf(radius, 2.0f));
         EXPECT_LE(deviation(name + ", a Gaussian of this reach", image, direct).largest, blurTolerance(2.0));
-        // A Gaussian that goes on has 4.6 per cent of its weight beyond twice its deviation on each axis; what is cut
-        // off there can come back at most twice, on edges of full contrast.
+        // An endless Gaussian has 4.6 per cent of its weight beyond two standard deviations on each axis; moving that
+        // share changes an edge of full contrast by at most twice as much.
         const Image endless = combined(normal, blurred, double(radius), int(std::ceil(6.0f * radius)));
         EXPECT_LE(deviation(name + ", an endless Gaussian", image, endless).largest, blurTolerance(2.0) + 4 * 0.046);
     }
@@ -111,7 +111,7 @@ TEST_F(StencilBlurAndBlendRenderPassTest, blursWhereTheAlphaIsAboveZero)
         pass.start(nullptr);
         const Image image = readTexture(result());
         saveForViewing(image, QStringLiteral("masked-blur-%1").arg(double(radius)));
-        // Near the negative alpha of the left edge the first draw's own alpha decides, which is not in the formula.
+        // Near the negative alpha at the left edge the alpha of the first draw decides, which the formula leaves out.
         const Image direct = combined(normal, blurred, double(radius), reachOf(radius, 2.0f));
         double largest = 0;
         int compared = 0;
@@ -197,7 +197,7 @@ TEST_F(StencilBlurAndBlendRenderPassTest, aNullBlurFrameLeavesTheNormalFrame)
     EXPECT_LE(maximumDifference(readTexture(result()), normal), blurTolerance(1.0));
     EXPECT_EQ(pool.allReferences(), 0) << "the substitute is free again";
 
-    // The normal frame keeps its own filters, here to the nearest.
+    // The normal frame keeps its own filters, here nearest.
     const QVector<int> sampling = samplingOf(texture.get());
     set(texture.get(), nullptr, QSize(48, 36), 2.0f);
     pass.start(nullptr);
@@ -286,7 +286,7 @@ TEST_F(StencilBlurAndBlendRenderPassTest, resolvesMultisampledFramesWithOneWarni
     EXPECT_EQ(maximumDifference(readTexture(result()), image), 0.0);
     EXPECT_TRUE(log.messages().isEmpty()) << "the first frame alone warns";
 
-    // Each input of each object has its own.
+    // Every input of every object warns once.
     MaskedBlur other;
     set(&other, plainNormal.get(), blurTexture.get(), QSize(32, 24), 2.0f);
     other.start(nullptr);

@@ -38,7 +38,7 @@ protected:
     PooledTextures textures;
 
     Texture *output() const { return pass->output(0).value<Texture *>(); }
-    /// One frame; what comes out is given back at once.
+    /// Runs one frame; its output goes back to the pool at once.
     void start(Texture *frame)
     {
         pass->setInput(Port::Frame, QVariant::fromValue(frame));
@@ -56,7 +56,7 @@ protected:
     QVector4D add(float value) { return add(QVector4D(value, value, value, value)); }
 };
 
-/// A value as a channel of 8 bits keeps it.
+/// A value rounded to a channel of 8 bits.
 double rounded(double value)
 {
     return std::round(std::clamp(value, 0.0, 1.0) * 255) / 255;
@@ -103,7 +103,7 @@ TEST_F(TemporalAARenderPassTest, isTheRunningMeanOf300Frames)
         for (float &channel : image.data)
             channel = value(random);
         const Image result = add(image);
-        // The target holds 8 bits, so each frame may round by half a step, and what was rounded before fades with the rest.
+        // The target holds 8 bits: each frame rounds by up to half a step, and earlier rounding fades with the rest.
         const double n = std::max(0, frame - 1);
         const double c = n / (n + 1);
         for (int i = 0; i < image.data.size(); ++i) {
@@ -112,14 +112,14 @@ TEST_F(TemporalAARenderPassTest, isTheRunningMeanOf300Frames)
                 frame < 2 ? rounded(double(image.data[i])) : rounded(double(image.data[i]) * (1 - c) + steps[i] * c);
             worst = std::max(worst, std::abs(double(result.data[i]) - mean[i]));
             worstStep = std::max(worstStep, std::abs(double(result.data[i]) - steps[i]));
-            // The arithmetic of 8 bits, frame by frame: at most a step off where a half is rounded otherwise.
+            // The arithmetic of 8 bits, frame by frame: at most one step off where a half is rounded the other way.
             steps[i] = double(result.data[i]);
         }
     }
     std::printf("[ COMPARED ] %.4f off the exact mean, %.4f off that of 8 bits\n", worst, worstStep);
     EXPECT_LE(worstStep, 1.01 / 255);
-    // A rounding keeps its share like a frame does: half a step in each of n frames makes n / 4 if all go one way, 75 here.
-    // These do not quite balance.
+    // Rounding errors are averaged like frames: half a step in each of n frames makes n / 4 steps if all have one sign,
+    // 75 here. Most of them cancel.
     EXPECT_LE(worst, 19.0 / 255);
 }
 
@@ -135,7 +135,7 @@ TEST_F(TemporalAARenderPassTest, laterFramesStopCounting)
 {
     for (int i = 0; i < 300; ++i)
         add(1.0f);
-    // 1 / 300 of the way is less than half a step of 8 bits, for as long as one cares to wait.
+    // 1 / 300 of the difference is less than half a step of 8 bits, so the result no longer changes.
     for (int i = 0; i < 5; ++i)
         EXPECT_GE(add(0.9f).x(), 0.999f);
 }
@@ -191,7 +191,7 @@ TEST_F(TemporalAARenderPassTest, aJitteredProjectionNeverAccumulates)
             const float value = i % 3 ? 0.0f : 1.0f;
             EXPECT_EQ(add(value).x(), value) << "mode " << mode << ", frame " << i;
         }
-        // Beside the same jitter, the projection without it.
+        // With the same jitter at work, the projection without it lets the mean continue.
         pass->setInput(Port::ProjectionMatrix, projection);
         double mean = 0;
         for (int i = 0; i < 8; ++i) {
@@ -279,12 +279,12 @@ TEST_F(TemporalAARenderPassTest, resetForgetsTheMeanButNotTheView)
     EXPECT_EQ(output(), passing.get());
     EXPECT_EQ(PooledTextures::references(accumulation), 1) << "it stays attached";
     pass->setInput(Port::ResetTemporal, false);
-    // No change of view since: the next frame is one that goes on, with a count of 0.
+    // The view has not changed since, so the next frame continues the mean, with a count of 0.
     EXPECT_NEAR(add(0.2f).x(), 51.0f / 255, 1e-6);
     EXPECT_EQ(output(), accumulation);
     EXPECT_NEAR(add(1.0f).x(), 0.6f, 0.6f / 255);
 
-    // The view of a passing frame is not remembered.
+    // The view of a frame that is passed through is not remembered.
     pass->setInput(Port::ResetTemporal, true);
     pass->setInput(Port::CameraMatrix, QMatrix4x4());
     start(passing.get());
@@ -308,7 +308,7 @@ TEST_F(TemporalAARenderPassTest, withoutAFrameTheMeanIsBlack)
         TextureManager::Instance()->releaseTempTextureRef(output(), 1);
     }
     EXPECT_TRUE(colors.calls.empty());
-    // The count stays, so the next frame has a fourth.
+    // The count stays, so the next frame has a weight of 1/4.
     EXPECT_NEAR(add(1.0f).x(), 0.25f, 0.6f / 255);
 
     pass->setInput(Port::ResetTemporal, true);
@@ -328,10 +328,10 @@ TEST_F(TemporalAARenderPassTest, aMissingFrameOfANewViewKeepsTheCount)
     pass->start(nullptr);
     EXPECT_EQ(readTexture(output()).pixel(3, 3), QVector4D(0, 0, 0, 0));
     TextureManager::Instance()->releaseTempTextureRef(output(), 1);
-    // The view is known by now, so the next frame goes on, over black, as the fourth.
+    // The view is known by now, so the next frame continues the mean, over black, as the fourth frame.
     EXPECT_NEAR(add(1.0f).x(), 1.0f / 3, 0.6f / 255);
 
-    // In another size as well, on a new texture.
+    // The same in another size, on a new texture.
     pass->setInput(Port::Viewport, QRect(0, 0, 6, 5));
     pass->setInput(Port::Frame, QVariant());
     pass->start(nullptr);
@@ -358,10 +358,10 @@ TEST_F(TemporalAARenderPassTest, theScaleDividesTheSize)
         const Image result = add(image);
         EXPECT_EQ(output()->width(0), width);
         EXPECT_EQ(output()->height(0), height);
-        // The whole input, whatever the sizes.
+        // The whole input is read, whatever the sizes.
         for (int y = 0; y < result.height; ++y) {
             for (int x = 0; x < result.width; ++x) {
-                // The texel below the pixel's middle; on a border, one of the two.
+                // The texel under the pixel's centre; on a border, either of the two.
                 const float halfX = 0.5f / float(image.width);
                 const float halfY = 0.5f / float(image.height);
                 EXPECT_NEAR(result.pixel(x, y).x(), (x + 0.5f) / float(width) - halfX, halfX + 0.003f);
@@ -375,7 +375,7 @@ TEST_F(TemporalAARenderPassTest, theScaleDividesTheSize)
     expectSize(QStringLiteral("2"), 1, 8, 4);
     for (const QVariant &disabled : {QVariant(false), QVariant(), QVariant(QRect())})
         expectSize(2.0f, disabled, 16, 8);
-    // The input's own size does not count.
+    // The size of the input has no effect on that of the output.
     for (const QSize &size : {QSize(40, 24), QSize(5, 30), QSize(1, 1)}) {
         image = gradient(size.width(), size.height());
         expectSize(2.0f, true, 8, 4);
@@ -390,7 +390,7 @@ TEST_F(TemporalAARenderPassTest, aScaleOfNothingMakesNoPictureAndNoHarm)
         start(nullptr);
         ASSERT_NE(output(), nullptr);
         EXPECT_EQ(output()->width(0), 0);
-        takeGLErrors(); // The clear of a framebuffer without a texel.
+        takeGLErrors(); // From the clear of a framebuffer without texels.
     }
 }
 
@@ -473,7 +473,7 @@ TEST_F(TemporalAARenderPassTest, takesItsObjectsAlong)
     EXPECT_EQ(PooledTextures::references(kept), 0);
     EXPECT_EQ(glObjectCounts().programs, before.programs);
     EXPECT_EQ(glObjectCounts().framebuffers, before.framebuffers);
-    // One that never ran has nothing to give back.
+    // A pass that never ran has nothing to give back.
     const TemporalAARenderPass unused;
 }
 

@@ -45,7 +45,7 @@ protected:
     }
 };
 
-/// The texels that an image has in GL: its bits as they are, the bottom row first.
+/// An image's texels in GL: its bits unchanged, the bottom row first.
 Image expectedTexels(const QImage &image)
 {
     return asBgraTexels(bitsOf(image.mirrored(false, true)), image.width(), image.height());
@@ -84,7 +84,7 @@ TEST_F(TextureLoaderRenderPassTest, loadsAnImageWithItsBottomRowFirst)
 
 TEST_F(TextureLoaderRenderPassTest, loadsFromTheResources)
 {
-    readyChainNames(); // Brings the resources of the host kit to life.
+    readyChainNames(); // Registers the resources of the host library.
     load(QStringLiteral(":/Media/Environments/sky.png"));
     EXPECT_EQ(texture()->width(0), 768);
     EXPECT_EQ(texture()->height(0), 384);
@@ -155,7 +155,8 @@ TEST_F(TextureLoaderRenderPassTest, readsAPathOnce)
 
 TEST_F(TextureLoaderRenderPassTest, uploadsBitsOfOtherFormatsAsTheyAre)
 {
-    // Too few bits for 32 each, and too many. Rows of 32 pixels need no padding, whose content is nobody's.
+    // Formats with fewer and with more than 32 bits per pixel. Rows of 32 pixels need no padding, whose content would
+    // be undefined.
     const QImage color = distinctImage(32, 5);
     for (const QImage::Format format : {QImage::Format_Grayscale8, QImage::Format_Indexed8, QImage::Format_Mono,
              QImage::Format_RGBA64, QImage::Format_RGBX64}) {
@@ -186,7 +187,7 @@ TEST_F(TextureLoaderRenderPassTest, padsBitsThatAreTooFewWithZeros)
 
 TEST_F(TextureLoaderRenderPassTest, whatCannotBePaddedIsNotAnImage)
 {
-    // 64 MiB of bits, of which GL would read 2 GiB.
+    // 64 MiB of bits, from which GL would read 2 GiB.
     QImage image(32768, 16384, QImage::Format_Mono);
     ASSERT_FALSE(image.isNull());
     image.fill(0);

@@ -14,14 +14,14 @@ struct Step
     int y;
 };
 
-/// The texels that the draw averages along each axis.
+/// The number of texels that the draw averages along each axis.
 Step stepOf(const Image &source, const QRect &destination)
 {
     return {std::max(1, int(std::lround(double(source.width) / destination.width()))),
         std::max(1, int(std::lround(double(source.height) / destination.height())))};
 }
 
-/// What the draw gives at a pixel; false where its box leaves the image, and the driver may give anything.
+/// The result of the draw at a pixel; false where its box extends beyond the image, whose result is undefined.
 bool averagedPixel(const Image &source, Step step, int x, int y, QVector4D *average)
 {
     if ((x + 1) * step.x > source.width || (y + 1) * step.y > source.height)
@@ -94,7 +94,7 @@ TEST_F(TextureToScreenRenderPassTest, averagesABoxOfTexelsForEachPixel)
         {96, 60, QRect(0, 0, 32, 12), 3, 5},
         {64, 64, QRect(0, 0, 16, 64), 4, 1},
         {31, 17, QRect(0, 0, 9, 7), 3, 2},
-        // A rectangle larger than the image shows it at its own size.
+        // In a rectangle larger than the image, the image keeps its own size.
         {8, 8, QRect(0, 0, 16, 12), 1, 1},
         {14, 14, QRect(0, 0, 10, 10), 1, 1},
     };
@@ -140,7 +140,7 @@ TEST_F(TextureToScreenRenderPassTest, readsTexelsUnderTheWindowPositionAndWrites
     pass.setInput(Pass::ViewportOut, destination);
     pass.start(nullptr);
     const Image result = readTexture(target.get());
-    const Step step = stepOf(image, destination); // 3 by 4: columns from 8 on leave the image.
+    const Step step = stepOf(image, destination); // 3 by 4: from column 8 on, boxes extend beyond the image.
     for (int y = 0; y < 10; ++y) {
         for (int x = 0; x < 12; ++x) {
             QVector4D expected;
@@ -164,7 +164,7 @@ TEST_F(TextureToScreenRenderPassTest, drawsAsManyRectanglesAsBothListsHave)
     setTexture(Pass::TextureOut, target);
     pass.setInput(Pass::EnableSuperSampling, true);
     pass.setInput(Pass::ViewportOut, rectangles({QRect(0, 0, 12, 5), QRect(2, 6, 10, 4), QRect(0, 8, 2, 2)}));
-    // Where the sources lie does not matter.
+    // The positions of the source rectangles have no effect.
     pass.setInput(Pass::Rects, rectangles({QRect(100, 100, 1, 1), QRect()}));
     GLCallRecorder<&epoxy_glDrawArrays> draws;
     draws.onCall = [](auto...) { EXPECT_TRUE(glFlag(GL_SCISSOR_TEST)); };
@@ -180,7 +180,7 @@ TEST_F(TextureToScreenRenderPassTest, drawsAsManyRectanglesAsBothListsHave)
     for (int y = 0; y < 10; ++y) {
         for (int x = 0; x < 12; ++x) {
             QVector4D average;
-            // The first rectangle is half as high as the image, the second has less than half of its height.
+            // The first rectangle is half as high as the image, the second less than half.
             if (y < 5 && averagedPixel(image, {1, 2}, x, y, &average)) {
                 EXPECT_LE((result.pixel(x, y) - average).length(), 1e-6f) << x << ", " << y;
             } else if (y == 5 || (y > 5 && x < 2)) {
@@ -204,7 +204,7 @@ TEST_F(TextureToScreenRenderPassTest, aDepthSelectsTheDrawAndIsCopiedTexelByTexe
     setTexture(Pass::DepthOut, depthOut);
     pass.setInput(Pass::EnableSuperSampling, false);
     pass.setInput(Pass::Viewport, QRect(0, 0, 8, 6));
-    // A test that would reject everything must not.
+    // A depth test that would reject everything has no effect.
     glDepthFunc(GL_NEVER);
     glDepthMask(GL_FALSE);
     pass.start(nullptr);
@@ -347,7 +347,7 @@ TEST_F(TextureToScreenRenderPassTest, aToggleDeletesTheProgramsAndADrawBuildsThe
         EXPECT_EQ(deletions.calls.size(), superSampling || frame == 0 ? 0u : 2u) << frame;
         EXPECT_EQ(maximumDifference(readTexture(target.get()), pattern(4, 4)), 0.0) << frame;
     }
-    // Frames of one kind share them, with depth and without.
+    // Frames with super sampling share the programs, with depth and without.
     const auto depth = makeTexture(depthPattern(4, 4), GL_DEPTH_COMPONENT32F);
     links.calls.clear();
     deletions.calls.clear();

@@ -21,10 +21,10 @@ class TextureToScreenRenderPassTest : public GLTest
 protected:
     using Pass = TextureToScreenRenderPass;
 
-    /// What no pass writes.
+    /// A colour that no pass writes.
     inline static const QVector4D poison{-7, -8, -9, -10};
 
-    /// Each texel another colour, in shades that a person can follow.
+    /// A different colour in each texel, in shades that the eye can follow.
     static Image pattern(int width, int height)
     {
         Image image(width, height);
@@ -38,7 +38,7 @@ protected:
         return image;
     }
 
-    /// Each texel another depth.
+    /// A different depth in each texel.
     static Image depthPattern(int width, int height)
     {
         Image image(width, height, 1);
@@ -67,7 +67,7 @@ protected:
     {
         return makeTexture(filled(width, height, poison), GL_RGBA32F);
     }
-    /// Blits that are noted and not made, for destinations that hold nothing.
+    /// Records blits without executing them, for destinations without storage.
     static void withhold(BlitRecorder &blits)
     {
         blits.replacement = [](auto...) {};

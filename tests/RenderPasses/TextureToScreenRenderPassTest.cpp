@@ -155,7 +155,7 @@ TEST_F(TextureToScreenRenderPassTest, aLinearBlitInterpolates)
                     + (texel(i, j + 1) * (1 - s) + texel(i + 1, j + 1) * s) * t);
         }
     }
-    // Drivers keep 8 bits or more of a filter's weights.
+    // Drivers filter with weights of 8 bits or more.
     EXPECT_LE(maximumDifference(readTexture(target.get()), expected), 1.0 / 256.0);
 }
 
@@ -243,7 +243,7 @@ TEST_F(TextureToScreenRenderPassTest, theDefaultFramebufferKeepsItsDrawBuffer)
     EXPECT_EQ(glInteger(GL_DRAW_FRAMEBUFFER_BINDING), 0) << "what was bound does not come back";
     host.unbind();
 
-    // A framebuffer of the host that is the default one.
+    // A framebuffer object of the host that wraps the default framebuffer.
     const std::unique_ptr<FramebufferObject> window(FramebufferObject::wrap(0));
     setFramebuffer(window.get());
     destination = -1;
@@ -467,7 +467,7 @@ TEST_F(TextureToScreenRenderPassTest, outlivesTheTexturesThatItWasGiven)
     setTexture(Pass::DepthOut, depthOut);
     pass.setInput(Pass::Viewport, QRect(0, 0, 4, 4));
     pass.start(nullptr);
-    // DepthOut is attached when it goes.
+    // DepthOut is still attached when it is deleted.
     source.reset();
     depth.reset();
     target.reset();
@@ -599,7 +599,7 @@ TEST_F(TextureToScreenRenderPassTest, teardownContextDataDeletesFramebuffersAndQ
 
 TEST_F(TextureToScreenRenderPassTest, deletesAllItsObjectsAtTheEnd)
 {
-    // What device and manager keep for everybody exists from here on.
+    // From here on the objects exist that the device and the texture manager share among passes.
     const auto target = makeTarget(4, 4);
     const auto source = makeTexture(pattern(4, 4), GL_RGBA32F);
     setTexture(Pass::TextureOut, target);

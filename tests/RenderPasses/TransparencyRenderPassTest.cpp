@@ -49,7 +49,7 @@ protected:
         pass->start(nullptr);
         return image(Port::Frame);
     }
-    /// A pixel of walls that face the eye, seen without perspective: a wall at z lies at a window depth of (1 - z) / 2.
+    /// A pixel of walls that face the viewer, without perspective: a wall at z has a window depth of (1 - z) / 2.
     QVector4D drawWalls(const QVector<QPair<float, MaterialData>> &walls)
     {
         RayCastScene scene;
@@ -109,7 +109,7 @@ struct Blended
     int layers = 0; ///< In front of it.
 };
 
-/// A pixel by the formulas, from all that its ray meets.
+/// A pixel by the formulas, from all hits of its ray.
 Blended blended(const QVector<RayHit> &hits, const RayCastScene &scene, const QMatrix4x4 &camera)
 {
     Blended result;
@@ -139,22 +139,22 @@ Blended blended(const QVector<RayHit> &hits, const RayCastScene &scene, const QM
     return result;
 }
 
-/// The light of a wall that faces the eye, for one channel.
+/// The light of one channel of a wall that faces the viewer.
 double facing(double kd)
 {
     return kd / std::sqrt(3.0);
 }
 
-/// Image filters have weights of 8 bits, and where a normal or texel changes fast a vertex that the rasteriser moved by
-/// 1/512 pixel shows. Relative above 1: a low opacity divides the light.
+/// Image filters have weights of 8 bits, and where normals or texels change fast a vertex that the rasteriser moves by
+/// 1/512 pixel shows. Relative for values above 1: a low opacity divides the light.
 constexpr double tolerance = 0.004;
 
 } // namespace
 
 TEST_F(TransparencyRenderPassTest, matchesTheFormulasAlongRays)
 {
-    // Opaque things behind, between and in front; a ball, a box and sheets through each other, with and without images;
-    // a stack of 60 layers.
+    // Opaque things behind, between and in front; a ball, a box and intersecting sheets, with and without images; a
+    // stack of 60 layers.
     RayCastScene scene;
     MaterialData material = coloured({0.8f, 0.8f, 0.8f}, 1, {0.2f, 0.2f, 0.2f}, 8);
     material.mapKd = checkerImage(8, QColor(200, 200, 190), QColor(90, 100, 120));
@@ -222,7 +222,7 @@ TEST_F(TransparencyRenderPassTest, drawsLayersInAnyOrderAlike)
     const QVector4D rotated = drawWalls(walls);
     EXPECT_LE((forwards - backwards).length(), 1e-6f * forwards.length());
     EXPECT_LE((forwards - rotated).length(), 1e-6f * forwards.length());
-    // Nearer layers count more: with the colours the other way round the picture is another.
+    // Nearer layers have more weight: exchanging the colours changes the picture.
     for (int i = 0; i < 6; ++i)
         std::swap(walls[i].first, walls[11 - i].first);
     EXPECT_GT((drawWalls(walls) - forwards).length(), 0.01f);
@@ -241,7 +241,7 @@ TEST_F(TransparencyRenderPassTest, leavesOpaqueModelsAsTheyAre)
             EXPECT_EQ(frame.pixel(x, y), background) << x << ' ' << y;
             return;
         }
-        // Any revealage below 1 would show in alpha.
+        // A revealage below 1 would show in alpha.
         EXPECT_EQ(frame.pixel(x, y).w(), 1.0f) << x << ' ' << y;
         const Vector3d expected = lit(hit, scene, sceneCamera);
         for (size_t i = 0; i < 3; ++i)
@@ -279,9 +279,9 @@ TEST_F(TransparencyRenderPassTest, showsASurfaceAloneAsItsLightWhateverItsOpacit
 TEST_F(TransparencyRenderPassTest, fragmentsWithoutOpacityAddTheirColourToTheSumAlone)
 {
     const MaterialData clear = coloured({0.6f, 0.3f, 0.9f}, 0);
-    // Alone: the lower clamp decides the mean, and the revealage of 1 shows nothing of it.
+    // Alone: the lower clamp decides the mean, but with a revealage of 1 none of it shows.
     EXPECT_LE((drawWalls({{0, clear}}) - background).length(), 1e-6f);
-    // Before another: its colour is in the sum, its opacity not in the divisor.
+    // In front of another layer: its colour is in the sum, while its opacity adds nothing to the divisor.
     const QVector4D both = drawWalls({{0.2f, clear}, {-0.2f, coloured({0.2f, 0.2f, 0.2f}, 0.5f)}});
     const double nearWeight = std::pow(0.4, -5);
     const double farWeight = std::pow(0.6, -5);
@@ -291,12 +291,12 @@ TEST_F(TransparencyRenderPassTest, fragmentsWithoutOpacityAddTheirColourToTheSum
 
 TEST_F(TransparencyRenderPassTest, clampsTheDivisorAlone)
 {
-    // At a depth of 0.05 a weight is 3.2 million: the upper clamp bounds what divides, not what is divided.
+    // At a depth of 0.05 the weight is 3.2 million: the upper clamp applies to the divisor, not to the sum.
     const double weight = std::pow(0.05, -5);
     const QVector4D bright = drawWalls({{0.9f, coloured({0.3f, 0.3f, 0.3f}, 0.5f)}});
     const double expected = facing(0.3) * weight / 5e4 * 0.5;
     EXPECT_NEAR(double(bright.y()), expected + 0.5 * double(background.y()), 1e-3 * expected);
-    // An opacity of a millionth: the lower clamp bounds the divisor.
+    // With an opacity of a millionth the lower clamp applies to the divisor.
     const double faint = 1e-6;
     const QVector4D dim = drawWalls({{-1.0f + 1e-3f, coloured({0.6f, 0.6f, 0.6f}, float(faint))}});
     EXPECT_NEAR(double(dim.x()), facing(0.6) / 1e-4 * faint + double(background.x()), 2e-3);
@@ -420,7 +420,7 @@ TEST_F(TransparencyRenderPassTest, leavesTheClearColourBlackAndTheBlendFunctionO
     EXPECT_EQ(glInteger(GL_DRAW_FRAMEBUFFER_BINDING), 0);
     EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);
     EXPECT_EQ(glInteger(GL_VERTEX_ARRAY_BINDING), 0);
-    // It drew where GL's viewport lay, over what it cleared.
+    // The pass cleared everything and drew within the viewport that GL had.
     const Image frame = image(Port::Frame);
     for (int y = 0; y < 10; ++y) {
         for (int x = 0; x < 12; ++x)
@@ -431,7 +431,7 @@ TEST_F(TransparencyRenderPassTest, leavesTheClearColourBlackAndTheBlendFunctionO
 
 TEST_F(TransparencyRenderPassTest, remakesItsTargetsWhenTheSizeChanges)
 {
-    // Glass all over, and before the left half of it a wall that hides it.
+    // Glass everywhere, and a wall that hides it in front of the left half.
     RayCastScene scene;
     scene.add(wallMesh(), coloured({0.6f, 0.6f, 0.6f}, 0.5f));
     scene.add(wallMesh(), coloured({0.3f, 0.3f, 0.3f}, 1), placed({-0.5f, 0, 0.4f}, 0, {0.5f, 1, 1}));
@@ -455,7 +455,7 @@ TEST_F(TransparencyRenderPassTest, remakesItsTargetsWhenTheSizeChanges)
     }
     drawAt(QSize(8, 6));
     EXPECT_EQ(texture(Port::Frame), frame);
-    // In width alone, then in height alone.
+    // The width changes alone, then the height.
     for (const QSize &size : {QSize(10, 6), QSize(10, 9)}) {
         SCOPED_TRACE(::testing::Message() << size.width() << " by " << size.height());
         const Image larger = drawAt(size);
@@ -466,7 +466,7 @@ TEST_F(TransparencyRenderPassTest, remakesItsTargetsWhenTheSizeChanges)
         for (const Texture *const target : {frame.data(), depth.data()})
             EXPECT_EQ(QSize(target->width(0), target->height(0)), size);
         EXPECT_TRUE(glObjectCounts() == counts);
-        // The accumulation draws with the new depth: the wall hides the glass behind it, and everything else is as before.
+        // The accumulation uses the new depth: the wall hides the glass behind it, and everything else is as before.
         for (int y = 0; y < size.height(); ++y) {
             EXPECT_NEAR(double(larger.pixel(2, y).x()), facing(0.3), 1e-5);
             EXPECT_EQ(larger.pixel(2, y).w(), 1.0f);
@@ -492,7 +492,7 @@ TEST_F(TransparencyRenderPassTest, publishesNullWithoutAViewport)
             EXPECT_EQ(pass->output(output).userType(), qMetaTypeId<Texture *>());
             EXPECT_EQ(texture(output), nullptr);
         }
-        // There is nothing to clear.
+        // A framebuffer without texels cannot be cleared.
         EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION});
         pass->setInput(Port::Geometry, QVariant());
     }
@@ -517,7 +517,7 @@ TEST_F(TransparencyRenderPassTest, countsNoReferencesReadsNoImageAndSkipClearsTh
 TEST_F(TransparencyRenderPassTest, takesItsObjectsAlong)
 {
     setViewport(QSize(4, 4));
-    pass->start(nullptr); // Makes what the device keeps.
+    pass->start(nullptr); // Creates what the device keeps.
     const GLObjectCounts before = glObjectCounts();
     {
         TransparencyRenderPass other;

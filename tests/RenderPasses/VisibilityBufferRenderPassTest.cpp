@@ -17,8 +17,8 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Single precision adds less than 1e-6 to depths from 0 to 1; drivers that interpolate from where they moved the vertices get
-/// a little more room.
+/// Single precision adds less than 1e-6 to depths from 0 to 1; drivers that interpolate from vertices that they moved
+/// get a little more room.
 constexpr double depthTolerance = 3e-6;
 
 const QSize sceneSize(128, 96);
@@ -44,8 +44,8 @@ class VisibilityBufferListsTest : public VisibilityBufferRenderPassTest
 class VisibilityBufferSingleNodeTest : public VisibilityBufferRenderPassTest
 { };
 
-/// Balls, boxes and sheets in and before one another, placed, turned, stretched and mirrored, over a ground that reaches behind
-/// the eye.
+/// Balls, boxes and sheets inside and in front of one another, placed, turned, stretched and mirrored, over a ground
+/// that reaches behind the camera.
 RayCastScene layeredScene(bool isIndexed)
 {
     RayCastScene scene;
@@ -84,7 +84,7 @@ TEST_F(VisibilityBufferListsTest, recordsAllThatRaysMeet)
         int wrongLists = 0;
         int longest = 0;
         caster().compareClearLists(0.95, 7800, [&](int x, int y, const QVector<RayHit> &hits) {
-            // As sets: by draw and triangle, each of which comes once.
+            // Compared as sets: each pair of draw and triangle occurs once.
             std::map<std::pair<int, int>, double> expected;
             for (const RayHit &hit : hits)
                 expected[{hit.item, hit.triangle}] = hit.depth;
@@ -109,9 +109,9 @@ TEST_F(VisibilityBufferListsTest, recordsAllThatRaysMeet)
 
 TEST_F(VisibilityBufferListsTest, putsTheLatestFragmentFirst)
 {
-    // So it is on this driver, which runs the fragments of a pixel in the order of drawing. The two atomic operations do not
-    // promise it: on a GPU, fragments of one pixel may overtake each other, between the operations too. Nothing else rests on
-    // it but which 50 fragments of a longer list are sorted.
+    // This holds on this driver, which runs the fragments of a pixel in draw order. The two atomic operations do not
+    // guarantee it: on a GPU, fragments of one pixel may overtake each other, even between the operations. The only
+    // thing that depends on it is which 50 fragments of a longer list are sorted.
     setScene(layeredScene(true));
     runBuffer();
     const VisibilityLists lists(*buffer);
@@ -147,7 +147,7 @@ TEST_F(VisibilityBufferListsTest, givesEachFragmentItsOwnNode)
     const std::set<quint32> places = placesOf(lists);
     EXPECT_GT(nodes, 21000);
     EXPECT_EQ(int(places.size()), nodes);
-    // Numbers are given without a gap.
+    // Nodes are numbered without gaps.
     EXPECT_EQ(*places.begin(), 1u);
     EXPECT_EQ(int(*places.rbegin()), nodes);
 
@@ -164,7 +164,7 @@ TEST_F(VisibilityBufferListsTest, givesEachFragmentItsOwnNode)
 
 TEST_F(VisibilityBufferListsTest, recordsLayersThatFillTheImage)
 {
-    // Large triangles one before the other, which cover whole tiles of a rasteriser.
+    // Large triangles in front of one another, which cover whole tiles of a rasteriser.
     for (const bool isNearestLast : {false, true}) {
         RayCastScene stack;
         for (int i = 0; i < 5; ++i) {
@@ -195,7 +195,7 @@ TEST_F(VisibilityBufferSingleNodeTest, recordsTheNearestThatRaysMeet)
 {
     for (const bool isIndexed : {true, false}) {
         setScene(layeredScene(isIndexed));
-        // Left by another pass; the nearest needs a test.
+        // State of an earlier pass; finding the nearest fragment needs the test.
         glDisable(GL_DEPTH_TEST);
         runBuffer();
         const VisibilityLists lists(*buffer);
@@ -220,7 +220,7 @@ TEST_F(VisibilityBufferSingleNodeTest, recordsTheNearestThatRaysMeet)
 
 TEST_F(VisibilityBufferRenderPassTest, leavesUncoveredPixelsWithoutAList)
 {
-    // First a frame that covers all: heads that stay would show.
+    // The first frame covers everything, so that stale heads would show.
     RayCastScene wall;
     wall.add(wallMesh(), MaterialData());
     setModel(wall.build());
@@ -234,7 +234,7 @@ TEST_F(VisibilityBufferRenderPassTest, leavesUncoveredPixelsWithoutAList)
     matrix.scale(0.5f, 1, 1);
     half.add(wallMesh(), MaterialData(), matrix);
     setModel(half.build());
-    glClearColor(1, 1, 1, 1); // The pass sets its own.
+    glClearColor(1, 1, 1, 1); // The pass sets its own clear colour.
     runBuffer();
     const VisibilityLists lists(*buffer);
     for (int y = 0; y < 6; ++y) {
@@ -354,7 +354,8 @@ TEST_F(VisibilityBufferRenderPassTest, remakesWhatHasTheViewportsSize)
     EXPECT_EQ(buffer->output(Buffer::HeadPointers).value<Texture *>(), heads);
     EXPECT_EQ(buffer->output(Buffer::NodeBuffer).value<Texture *>(), nodes);
 
-    // In width alone, then in height alone, each time larger once: a target of the old size would cut off what is new.
+    // The width changes alone, then the height, and each grows once: a target of the old size would cut off the new
+    // part.
     const bool hasLists = hasVisibilityLists();
     for (const QSize &other : {QSize(15, 8), QSize(15, 9), QSize(17, 9), QSize(17, 7)}) {
         SCOPED_TRACE(::testing::Message() << other.width() << " by " << other.height());
@@ -396,7 +397,7 @@ TEST_F(VisibilityBufferRenderPassTest, publishesTexturesOfNoSizeWithoutAViewport
     if (!hasVisibilityLists()) {
         EXPECT_EQ(buffer->output(Buffer::NodeBuffer).value<Texture *>()->width(0), 0);
     }
-    // There is nothing to clear.
+    // A framebuffer without texels cannot be cleared.
     EXPECT_FALSE(takeGLErrors().isEmpty());
 
     setViewport(QSize(3, 3));
@@ -502,7 +503,7 @@ TEST_F(VisibilityBufferRenderPassTest, takesItsObjectsAlong)
     wall.add(wallMesh(), MaterialData());
     setModel(wall.build());
     setViewport(QSize(4, 4));
-    runBuffer(); // Makes what the model, the device and the pool keep.
+    runBuffer(); // Creates what the model, the device and the pool keep.
     const GLObjectCounts before = glObjectCounts();
     {
         Buffer other(0, 0);

@@ -18,9 +18,9 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Half a step of 8 bits, and what single precision adds.
+/// Half a step of 8 bits, plus rounding in single precision.
 constexpr double colorTolerance = 0.5 / 255 + 1e-3;
-/// The same where images are filtered with weights of 8 bits, in colours that count twice.
+/// The same with images filtered by weights of 8 bits, in colours that count twice.
 constexpr double imageTolerance = 2.5 / 255;
 
 class VisibilityDeferredRenderPassTest : public VisibilityFixture
@@ -34,14 +34,14 @@ protected:
         setCamera(newCamera, perspective(viewport, 0.5f, 30));
     }
 
-    /// What a comparison must at least have met: pixels with images in their lists, and layers of one pixel.
+    /// What a comparison must at least contain: pixels with images in their lists, and layers in one pixel.
     struct Least
     {
         int textured;
         int deepest;
     };
-    /// Checks a frame against the four statements along the ray of each clear pixel whose images are magnified. `inOrder`
-    /// brings what a ray meets into the order of its list.
+    /// Checks a frame against the four compositing statements, applied along the ray of each clear pixel whose images
+    /// are magnified. `inOrder` arranges the hits of a ray in the order of its list.
     void compareWithRayCast(const Image &frame, double leastShare, int leastGeometry, const Least &least,
         const std::function<QVector<RayHit>(const QVector<RayHit> &)> &inOrder)
     {
@@ -81,7 +81,7 @@ class VisibilityDeferredListsTest : public VisibilityDeferredRenderPassTest
 class VisibilityDeferredSingleNodeTest : public VisibilityDeferredRenderPassTest
 { };
 
-/// An image of few texels, so that it is magnified in all tests that do not say otherwise, without hard edges.
+/// An image without hard edges, of so few texels that it is magnified in all tests that do not say otherwise.
 QImage softImage(unsigned int seed)
 {
     std::mt19937 random(seed);
@@ -103,7 +103,7 @@ MaterialData glass(const QVector3D &kd, float d, const QVector3D &ks = QVector3D
     return material;
 }
 
-/// Transparent and opaque things in and before one another, dark enough for colours that count twice.
+/// Transparent and opaque things inside and in front of one another, dark enough for colours that count twice.
 RayCastScene mixedScene(bool isIndexed)
 {
     RayCastScene scene;
@@ -133,7 +133,7 @@ RayCastScene mixedScene(bool isIndexed)
     matrix.translate(0.2f, -0.4f, -0.3f);
     matrix.scale(0.5f);
     add(sphereMesh(5), glass({0.3f, 0.3f, 0.25f}, 1), matrix);
-    // Reaches behind the eye.
+    // The ground reaches behind the camera.
     matrix.setToIdentity();
     matrix.translate(0, -1, 0);
     matrix.scale(20);
@@ -141,7 +141,7 @@ RayCastScene mixedScene(bool isIndexed)
     return scene;
 }
 
-/// Squares that fill a grid of so many columns and rows over the image, each with a material of its own.
+/// Squares in a grid of this many columns and rows that fills the image, each with its own material.
 GPUModelBuilder gridOfSquares(int columns, int rows, QVector<QVector3D> *colors)
 {
     GPUModelBuilder builder;
@@ -152,7 +152,7 @@ GPUModelBuilder gridOfSquares(int columns, int rows, QVector<QVector3D> *colors)
         for (int column = 0; column < columns; ++column) {
             QMatrix4x4 matrix;
             matrix.translate((2 * float(column) + 1) / float(columns) - 1, (2 * float(row) + 1) / float(rows) - 1, 0);
-            // Normals go by the inverse transpose, so depth keeps its scale.
+            // Normals are transformed by the inverse transpose, so depth keeps its scale.
             matrix.scale(1 / float(columns), 1 / float(rows), 1);
             colors->append(QVector3D(channel(), channel(), channel()));
             builder.addItem(wall, builder.addMaterial(glass(colors->last(), 0.5f)), matrix);
@@ -166,7 +166,7 @@ GPUModelBuilder gridOfSquares(int columns, int rows, QVector<QVector3D> *colors)
 TEST_F(VisibilityDeferredListsTest, compositesWhatRaysMeet)
 {
     for (const bool isIndexed : {true, false}) {
-        deferred = std::make_unique<Deferred>(); // It keeps the vertices of its first model.
+        deferred = std::make_unique<Deferred>(); // The pass keeps the vertices of its first model.
         setScene(mixedScene(isIndexed), QSize(160, 120), lookAt(QVector3D(0.6f, 0.9f, 4), QVector3D(0, 0.1f, 0)));
         const Image image = runAll();
         saveForViewing(image, QStringLiteral("visibility-deferred"));
@@ -176,7 +176,7 @@ TEST_F(VisibilityDeferredListsTest, compositesWhatRaysMeet)
 
 TEST_F(VisibilityDeferredListsTest, givesNormalsAWOfOne)
 {
-    // With affine matrices the normal's w changes nothing. This camera's last row makes it count.
+    // With affine matrices the w of the normal has no effect. The last row of this camera's matrix gives it one.
     RayCastScene turned;
     QMatrix4x4 matrix;
     matrix.rotate(30, 1, 0.5f, 0);
@@ -191,7 +191,7 @@ TEST_F(VisibilityDeferredListsTest, givesNormalsAWOfOne)
 
 TEST_F(VisibilityDeferredRenderPassTest, shadesTheNearestLayerOfOneItem)
 {
-    // Convex, and its far side left out: each pixel has one fragment in both modes.
+    // A convex item with its back faces culled: each pixel has one fragment in both modes.
     for (const bool isIndexed : {true, false}) {
         MaterialData material = glass({0.5f, 0.6f, 0.6f}, 0.7f, {0.2f, 0.2f, 0.1f});
         material.mapKd = softImage(4);
@@ -237,7 +237,7 @@ TEST_F(VisibilityDeferredSingleNodeTest, shadesTheNearestOfManyLayers)
 
 TEST_F(VisibilityDeferredListsTest, readsTheRowsOfEachDraw)
 {
-    // More than 256 materials, and more items than fit into any small table.
+    // More than 256 materials, and more items than would fit into a small table.
     struct Grid
     {
         int columns, rows, pixels;
@@ -255,7 +255,7 @@ TEST_F(VisibilityDeferredListsTest, readsTheRowsOfEachDraw)
         for (int i = 0; i < colors.size(); ++i) {
             const QVector4D pixel = image.pixel(
                 i % grid.columns * grid.pixels + grid.pixels / 2, i / grid.columns * grid.pixels + grid.pixels / 2);
-            // One layer: its colour enters twice with its opacity of a half.
+            // One layer: its colour counts twice, at an opacity of a half.
             for (int k = 0; k < 3; ++k)
                 error = std::max(error, std::abs(lambert * double(colors[i][k]) - double(pixel[k])));
             error = std::max(error, std::abs(0.5 - double(pixel.w())));
@@ -266,8 +266,9 @@ TEST_F(VisibilityDeferredListsTest, readsTheRowsOfEachDraw)
 
 TEST_F(VisibilityDeferredRenderPassTest, filtersImagesAsRasterisedTrianglesDo)
 {
-    // A fine image on a ground that runs away from the eye: mip levels differ from pixel to pixel, and at the common edge of its
-    // triangles the neighbours lie on the other one. Forward shading filters by the rasteriser's own derivatives.
+    // A fine image on a ground that recedes from the camera: mip levels differ from pixel to pixel, and along the edge
+    // that its two triangles share, neighbouring pixels lie on the other one. Forward shading filters by the
+    // rasteriser's own derivatives.
     MaterialData material = glass({0.8f, 0.8f, 0.8f}, 1);
     material.mapKd = QImage(256, 256, QImage::Format_ARGB32);
     for (int y = 0; y < 256; ++y) {
@@ -315,7 +316,7 @@ TEST_F(VisibilityDeferredRenderPassTest, filtersImagesAsRasterisedTrianglesDo)
     }
     EXPECT_GT(compared, 7000);
     EXPECT_GT(contrast, 0.2);
-    // Rasterisers take derivatives for 2 by 2 pixels at once, so levels differ by a little.
+    // Rasterisers take derivatives for 2 by 2 pixels at once, so levels differ a little.
     EXPECT_LE(error, 8.0 / 255);
 }
 
@@ -334,7 +335,7 @@ TEST_F(VisibilityDeferredRenderPassTest, keepsTheClearColourWhereNothingIs)
     runDeferred();
     const Image image = frame();
     EXPECT_LE((image.pixel(6, 2) - QVector4D(0.2f, 0.4f, 0.6f, 0.8f)).length(), 0.003f);
-    // A layer lowers what comes through by its opacity.
+    // A layer reduces the transmitted light by its opacity.
     EXPECT_NEAR(double(image.pixel(2, 2).w()), 0.75, 0.5 / 255);
     EXPECT_NEAR(double(image.pixel(2, 2).x()), 2 * 0.25 * 0.5 / std::sqrt(3.0), colorTolerance);
 }
@@ -365,8 +366,8 @@ TEST_F(VisibilityDeferredListsTest, endsAListAtAnOpaqueFragment)
 
 TEST_F(VisibilityDeferredListsTest, shadesAllOfALongList)
 {
-    // 60 layers at depths without order: the first 50 of the list, which were drawn last, are sorted, then come the first ten in
-    // the order in which they were written.
+    // 60 layers at random depths: the first 50 of the list, which were drawn last, are sorted; the first ten that were
+    // drawn follow in the order of their list.
     RayCastScene stack;
     std::mt19937 random(21);
     for (int i = 0; i < 60; ++i) {
@@ -385,7 +386,7 @@ TEST_F(VisibilityDeferredListsTest, shadesAllOfALongList)
     const Image image = runAll();
     compareWithRayCast(image, 0.7, 40, {0, 60}, latestFirst);
 
-    // All in order, or without the tail, would be another picture.
+    // A list that is sorted as a whole, or that ends after 50, would give another picture.
     const RayCaster caster(scene.items(), projection, camera, size);
     const QVector<RayHit> hits = caster.castAll(3.3, 5.5);
     ASSERT_EQ(hits.size(), 60);
@@ -417,8 +418,8 @@ TEST_F(VisibilityDeferredListsTest, outlivesMoreFragmentsThanThereAreNodes)
     glClearColor(0, 0, 0, 1);
     runDeferred();
     const Image image = frame();
-    // Each pixel wants 17 nodes. Where its last one found no room, the head leads nowhere, and what is lost lets all light through;
-    // where some other one found none, the list ends early.
+    // Each pixel needs 17 nodes. Where its last fragment found none, the head leads nowhere and all light passes; where
+    // another one found none, the list ends early.
     const auto through = [](int layers) {
         double alpha = 1;
         for (int i = 0; i < layers; ++i)
@@ -432,7 +433,7 @@ TEST_F(VisibilityDeferredListsTest, outlivesMoreFragmentsThanThereAreNodes)
     for (int y = 0; y < 1024; ++y) {
         for (int x = 0; x < 1024; ++x) {
             const double alpha = double(image.at(x, y)[3]);
-            // The most layers that it can be: those of long lists lie close together.
+            // The largest number of layers that fits: transmittances of long lists lie close together.
             int layers = 17;
             while (layers >= 0 && std::abs(alpha - through(layers)) > colorTolerance)
                 --layers;
@@ -445,8 +446,8 @@ TEST_F(VisibilityDeferredListsTest, outlivesMoreFragmentsThanThereAreNodes)
         }
     }
     EXPECT_EQ(strange, 0) << "pixels that no number of layers explains";
-    // A node is in one list at most, so all lists together hold no more layers than there are nodes, and what is missing of 17
-    // in each pixel sums up to the other 1,048,576 fragments at least. A pixel can miss 17, so that a 17th as many lost some.
+    // A node is in one list at most, so all lists together have no more layers than there are nodes, and at least the
+    // other 1,048,576 fragments are missing. A pixel can miss up to 17, so at least a 17th as many pixels miss some.
     constexpr int tooMany = 17 * 1024 * 1024 - 4096 * 4096;
     int lostNodes = 0;
     int losers = 0;
@@ -457,11 +458,11 @@ TEST_F(VisibilityDeferredListsTest, outlivesMoreFragmentsThanThereAreNodes)
     EXPECT_GE(lostNodes, tooMany);
     EXPECT_GE(losers, (tooMany + 16) / 17);
     std::printf("[  LOST    ] %d nodes of %d pixels; %d pixels whole, %d empty\n", lostNodes, losers, whole, lost);
-    // Which fragments came last is the driver's affair. As this one runs those of a pixel in the order of drawing, all behind one
-    // that found no node find none either: a pixel has all its layers or none.
+    // Which fragments come last depends on the driver. This one runs the fragments of a pixel in draw order, so once
+    // one finds no node the later ones find none either: a pixel has all its layers or none.
     EXPECT_EQ(whole + lost, 1024 * 1024);
 
-    // The next frame starts from nothing.
+    // The next frame starts afresh.
     setViewport(QSize(64, 64));
     EXPECT_NEAR(double(runAll().at(5, 5)[3]), through(17), colorTolerance);
 }
@@ -472,7 +473,7 @@ TEST_F(VisibilityDeferredRenderPassTest, readsVerticesOfItsFirstModelForGood)
     const auto formats = [&] {
         QVector<GLenum> list;
         for (const auto &call : buffers.calls) {
-            if (std::get<1>(call) != GL_RGBA32F && std::get<1>(call) != GL_R32UI) // Those are rows and commands.
+            if (std::get<1>(call) != GL_RGBA32F && std::get<1>(call) != GL_R32UI) // The others are rows and commands.
                 list.append(std::get<1>(call));
         }
         return list;
@@ -488,7 +489,7 @@ TEST_F(VisibilityDeferredRenderPassTest, readsVerticesOfItsFirstModelForGood)
     EXPECT_EQ(formats(), (QVector<GLenum>{GL_RGB32F, GL_RG32F, GL_RGB32F, GL_R32I}));
     EXPECT_NEAR(double(indexed.x()), 0.5 / std::sqrt(3.0), colorTolerance);
 
-    // Another wall whose normals look away from the light: materials and matrices are its own, vertices are not.
+    // Another wall, whose normals face away from the light: its materials and matrices are used, its vertices are not.
     MeshData away = wallMesh();
     for (QVector3D &normal : away.normals)
         normal = -normal;
@@ -504,7 +505,7 @@ TEST_F(VisibilityDeferredRenderPassTest, readsVerticesOfItsFirstModelForGood)
     EXPECT_NEAR(double(swapped.x()), 0.1 * lambert, colorTolerance);
     EXPECT_NEAR(double(swapped.z()), 0.5 * lambert, colorTolerance);
 
-    // A new pass reads the new ones; without indices there is no fourth buffer.
+    // A new pass reads the new vertices; without indices there is no fourth buffer.
     deferred = std::make_unique<Deferred>();
     buffers.calls.clear();
     EXPECT_EQ(shade(withoutIndices(away), {0.1f, 0.2f, 0.5f}).z(), 0.0f);
@@ -518,7 +519,7 @@ TEST_F(VisibilityDeferredRenderPassTest, goesByThePresentModelsIndicesInTheFirst
         SCOPED_TRACE(isFirstIndexed);
         deferred = std::make_unique<Deferred>();
         setViewport(size);
-        QVector<QSharedPointer<GPUModel>> models; // The buffers of the first one are read for good.
+        QVector<QSharedPointer<GPUModel>> models; // Kept: the buffers of the first one are read for good.
         for (const bool isIndexed : {isFirstIndexed, !isFirstIndexed, isFirstIndexed}) {
             SCOPED_TRACE(isIndexed);
             RayCastScene one;
@@ -548,7 +549,8 @@ TEST_F(VisibilityDeferredRenderPassTest, goesByThePresentModelsIndicesInTheFirst
             elements.onCall = [&](GLenum, GLsizei, GLenum, const void *) { check(); };
             runDeferred();
             EXPECT_EQ(draws, 1);
-            // What comes through does not depend on vertices; the colour is right only with those of the first model's kind.
+            // Transmittance does not depend on vertices; the colour is right only if the first model is of the same
+            // kind.
             const QVector4D pixel = frame().pixel(1, 2);
             EXPECT_NEAR(double(pixel.w()), 0.75, colorTolerance);
             if (isIndexed == isFirstIndexed) {
@@ -561,7 +563,7 @@ TEST_F(VisibilityDeferredRenderPassTest, goesByThePresentModelsIndicesInTheFirst
 TEST_F(VisibilityDeferredRenderPassTest, publishesAClearedFrameWithoutAModel)
 {
     setViewport(QSize(5, 4));
-    // Another colour each time: a frame that was left alone would show the last one.
+    // The clear colour changes each time: a frame left untouched would show the last one.
     glClearColor(0, 0, 1, 1);
     for (const QVariant &nothing : {QVariant(), QVariant::fromValue<GPUModel *>(nullptr)}) {
         deferred->setInput(Deferred::Geometry, nothing);
@@ -570,7 +572,7 @@ TEST_F(VisibilityDeferredRenderPassTest, publishesAClearedFrameWithoutAModel)
         EXPECT_EQ(frame().pixel(2, 2), isFirst ? QVector4D(0, 0, 1, 1) : QVector4D(0, 1, 0, 0));
         glClearColor(isFirst ? 0 : 1, 1, 0, 0);
     }
-    // One without geometry is none.
+    // A model without geometry counts as none.
     GPUModelBuilder empty;
     setModel(empty.build());
     deferred->start(nullptr);
@@ -586,8 +588,8 @@ TEST_F(VisibilityDeferredRenderPassTest, doesNotCrashWithoutLists)
     glClearColor(0, 1, 0, 1);
     deferred->start(nullptr);
     EXPECT_EQ(frame().pixel(2, 2), QVector4D(0, 1, 0, 1));
-    takeGLErrors(); // Some drivers refuse a draw without its textures.
-    // Lists, but nodes of no width.
+    takeGLErrors(); // Some drivers refuse to draw without the textures.
+    // With lists, but a node width of 0.
     runBuffer();
     deferred->setInput(Deferred::HeadPointers, buffer->output(Buffer::HeadPointers));
     deferred->setInput(Deferred::NodeBuffer, buffer->output(Buffer::NodeBuffer));
@@ -613,7 +615,7 @@ TEST_F(VisibilityDeferredRenderPassTest, recreatesItsFrameWhenTheSizeChanges)
     deferred->start(nullptr);
     EXPECT_EQ(deferred->output(Deferred::Frame).value<Texture *>(), first);
     const GLObjectCounts before = glObjectCounts();
-    // In height alone, then in width alone.
+    // The height changes alone, then the width.
     for (const QSize &other : {QSize(7, 6), QSize(8, 6)}) {
         setViewport(other);
         deferred->start(nullptr);
@@ -628,7 +630,7 @@ TEST_F(VisibilityDeferredRenderPassTest, publishesNullWithoutAViewport)
     deferred->start(nullptr);
     EXPECT_EQ(deferred->output(Deferred::Frame).userType(), qMetaTypeId<Texture *>());
     EXPECT_EQ(deferred->output(Deferred::Frame).value<Texture *>(), nullptr);
-    EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION}); // There is nothing to clear.
+    EXPECT_EQ(takeGLErrors(), QVector<unsigned int>{GL_INVALID_FRAMEBUFFER_OPERATION}); // It has no texels.
 }
 
 TEST_F(VisibilityDeferredRenderPassTest, leavesItsState)
@@ -641,7 +643,7 @@ TEST_F(VisibilityDeferredRenderPassTest, leavesItsState)
     runSort();
     glClearColor(0, 0, 0, 1);
     {
-        // The first frame makes what the pass keeps.
+        // The first frame creates what the pass keeps.
         GLCallRecorder<&epoxy_glViewport> viewports;
         GLCallRecorder<&epoxy_glClearColor> clearColors;
         runDeferred();
@@ -650,14 +652,14 @@ TEST_F(VisibilityDeferredRenderPassTest, leavesItsState)
     }
     for (const bool isTested : {true, false}) {
         (isTested ? glEnable : glDisable)(GL_DEPTH_TEST);
-        glDepthFunc(GL_NEVER); // Nothing would pass a test.
+        glDepthFunc(GL_NEVER); // A depth test would reject everything.
         GLCallRecorder<&epoxy_glViewport> viewports;
         GLCallRecorder<&epoxy_glClearColor> clearColors;
         runDeferred();
         EXPECT_TRUE(viewports.calls.empty());
         EXPECT_TRUE(clearColors.calls.empty());
         EXPECT_EQ(glFlag(GL_DEPTH_TEST), isTested);
-        EXPECT_NEAR(double(frame().pixel(2, 2).w()), 0.5, 0.501 / 255); // 127.5 of 255 goes either way.
+        EXPECT_NEAR(double(frame().pixel(2, 2).w()), 0.5, 0.501 / 255); // 127.5 of 255 may be rounded either way.
     }
     EXPECT_EQ(glInteger(GL_DRAW_FRAMEBUFFER_BINDING), 0);
     EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);

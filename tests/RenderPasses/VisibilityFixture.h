@@ -37,7 +37,7 @@ protected:
         }
     }
 
-    /// Gives the passes a viewport and, as a host does, GL the same.
+    /// Sets the viewport of the passes and, as a host does, of GL.
     void setViewport(const QSize &newSize)
     {
         size = newSize;
@@ -77,7 +77,7 @@ protected:
             deferred->setInput(Deferred::HeadPointers + i, sort->output(i));
         deferred->start(nullptr);
     }
-    /// All three, with the clear colour that lets pixels without fragments through.
+    /// Runs all three passes, with the clear colour for pixels without fragments.
     Image runAll()
     {
         runBuffer();
@@ -88,7 +88,7 @@ protected:
     }
     Image frame() const { return readTexture(deferred->output(Deferred::Frame).value<Texture *>()); }
 
-    /// The image bound at an image unit; -1 without such units.
+    /// The image bound at an image unit; -1 if the driver has no image units.
     static int boundImage(unsigned int unit)
     {
         if (!hasVisibilityLists())

@@ -19,7 +19,7 @@ namespace {
 class VisibilitySortRenderPassTest : public VisibilityFixture
 {
 protected:
-    /// Lists as a test wants them: of each pixel the depths, whose nodes are strewn over a small node texture.
+    /// Makes lists with these depths for each pixel, their nodes scattered over a small node texture.
     void makeLists(const QSize &viewport, const QVector<QVector<float>> &depths)
     {
         nodeWidth = 64;
@@ -80,8 +80,8 @@ class VisibilitySortListsTest : public VisibilitySortRenderPassTest
 class VisibilitySortSingleNodeTest : public VisibilitySortRenderPassTest
 { };
 
-/// Checks sorted lists against what they were: the chain of nodes stays, and what the first 50 hold is in the order that the
-/// same steps give on the CPU.
+/// Checks sorted lists against the lists before: the chain of nodes stays, and the first 50 hold what the same steps
+/// give on the CPU.
 void compareSorted(const VisibilityLists &before, const VisibilityLists &after)
 {
     int moved = 0;
@@ -114,7 +114,7 @@ void compareSorted(const VisibilityLists &before, const VisibilityLists &after)
 
 TEST_F(VisibilitySortListsTest, sortsWithTheStepsOfItsQuicksort)
 {
-    // All lengths around 50, and depths from few values, so that ties abound.
+    // All lengths around 50, with depths from few values, so that ties are frequent.
     std::mt19937 random(3);
     QVector<QVector<float>> depths;
     const QSize viewport(70, 12);
@@ -178,7 +178,7 @@ TEST_F(VisibilitySortListsTest, leavesTheTailOfALongListAsItWasWritten)
     ASSERT_EQ(list.size(), 60);
     EXPECT_EQ(list[49].next, list[50].place);
     for (int i = 50; i < 60; ++i) {
-        // Those that were drawn first.
+        // The items that were drawn first.
         EXPECT_EQ(int(list[i].draw), 59 - i);
     }
     EXPECT_FALSE(std::is_sorted(list.begin() + 49, list.end(), [](const ListNode &a, const ListNode &b) {
@@ -211,7 +211,7 @@ TEST_F(VisibilitySortListsTest, rewritesAListOfOneUnchanged)
 TEST_F(VisibilitySortRenderPassTest, copiesItsInputsWhateverTheyAre)
 {
     setViewport(QSize(4, 4));
-    // That of no value comes after others: an output that was left alone would still hold one.
+    // The invalid value comes last: an output left untouched would still hold another.
     for (const QVariant &value : {QVariant(3), QVariant(QStringLiteral("text")), QVariant()}) {
         for (int i = 0; i < 3; ++i)
             sort->setInput(Sort::HeadPointersIn + i, value);
@@ -304,7 +304,7 @@ TEST_F(VisibilitySortListsTest, leavesItsState)
 
 TEST_F(VisibilitySortListsTest, sortsWithAProgramOfTheHostAndOwnsIt)
 {
-    // Writes the pixel's place into the depth of its first node.
+    // Writes the pixel's coordinates into the depth of its first node.
     const auto makeProgram = [] {
         auto *const program = new ShaderProgram(nullptr);
         program->addShader(GL_VERTEX_SHADER,
@@ -334,7 +334,7 @@ TEST_F(VisibilitySortListsTest, sortsWithAProgramOfTheHostAndOwnsIt)
         EXPECT_EQ(lists().at(x, 0)[0].draw, 42u);
     }
 
-    // Later it takes the place of another, which lives on.
+    // It is later replaced by another program and survives.
     const QPointer<ShaderProgram> second = makeProgram();
     sort->setShaderProgram(second);
     EXPECT_FALSE(first.isNull());
@@ -352,7 +352,7 @@ TEST_F(VisibilitySortListsTest, sortsWithAProgramOfTheHostAndOwnsIt)
 TEST_F(VisibilitySortRenderPassTest, takesItsObjectsAlongAndSkipClearsTheOutputs)
 {
     makeLists(QSize(3, 1), {{0.5f, 0.25f}, {0.5f}, {0.75f, 0.5f}});
-    sort->start(nullptr); // Makes what the device and the pool keep.
+    sort->start(nullptr); // Creates what the device and the pool keep.
     EXPECT_TRUE(sort->output(0).isValid());
     const GLObjectCounts before = glObjectCounts();
     {

@@ -44,13 +44,13 @@ int wrapped(int value, int size, Wrap wrap)
     return wrap == Wrap::Clamp ? std::clamp(value, 0, size - 1) : (value % size + size) % size;
 }
 
-/// The whole number that a channel stands for.
+/// The integer that a channel stands for.
 int whole(float value)
 {
     return int(std::floor(value + 0.1f));
 }
 
-/// The texel that the pixel `offset` away from a pixel of the viewport reads.
+/// The texel read for the pixel at this offset from a pixel of the viewport.
 const float *texelAt(const Image &id, const QSize &viewport, int x, int y, int dx, int dy, Wrap wrap)
 {
     const int column = int(std::floor((x + dx + 0.5) / viewport.width() * id.width));
@@ -58,7 +58,7 @@ const float *texelAt(const Image &id, const QSize &viewport, int x, int y, int d
     return id.at(wrapped(column, id.width, wrap), wrapped(row, id.height, wrap));
 }
 
-/// How strong an edge runs through a pixel.
+/// The strength of the edge in a pixel.
 double edgeStrength(const Image &id, const QSize &viewport, int x, int y, Wrap wrap)
 {
     const float *center = texelAt(id, viewport, x, y, 0, 0, wrap);
@@ -82,7 +82,7 @@ struct Coverage
     int between = 0;
 };
 
-/// Checks a whole overlay against the formula: half a step of 8 bits, and what single precision adds.
+/// Checks a whole overlay against the formula, to half a step of 8 bits plus rounding in single precision.
 Coverage compareWithFormula(
     const Image &overlay, const Image &id, const QColor &color, Wrap wrap, const QPoint &origin = QPoint())
 {
@@ -105,8 +105,8 @@ Coverage compareWithFormula(
     return coverage;
 }
 
-/// Areas with a red and, within them, areas with a blue number of their own, single odd pixels among them. Every number is a
-/// little off, as interpolation leaves it; green and alpha have no say and are at random.
+/// Areas with a red number and, inside them, areas with a blue one, and single odd pixels. Every number is a little
+/// off, as interpolation leaves it; green and alpha are random and have no effect.
 Image makeIdImage(int width, int height, unsigned int seed)
 {
     std::mt19937 random(seed);
@@ -184,7 +184,7 @@ TEST_F(WireframeRenderPassTest, drawsTheEdgesOfAModel)
     pass->start(nullptr);
     const Image overlay = image();
     saveForViewing(overlay, QStringLiteral("wireframe-model"));
-    // The pass takes the wrap mode that it finds, and the image of ids repeats.
+    // The pass uses the wrap mode that it finds, and the id image repeats.
     const Coverage coverage = compareWithFormula(overlay,
         readTexture(geometry.output(ModelRenderPass::Id).value<Texture *>()), QColor(255, 200, 0), Wrap::Repeat);
     EXPECT_GT(coverage.flat, 40000);
@@ -194,7 +194,7 @@ TEST_F(WireframeRenderPassTest, drawsTheEdgesOfAModel)
 
 TEST_F(WireframeRenderPassTest, countsNeighboursThatDiffer)
 {
-    // A lone pixel differs from all eight neighbours, each of them from it alone.
+    // A lone pixel differs from all eight neighbours, and each of them differs only from it.
     Image id = flatIdImage(9, 9, 5);
     id.setPixel(4, 4, QVector4D(6, 0, 0, 1));
     std::unique_ptr<Texture> texture = makeTexture(id, GL_RGBA32F);
@@ -209,8 +209,8 @@ TEST_F(WireframeRenderPassTest, countsNeighboursThatDiffer)
     EXPECT_EQ(overlay.pixel(1, 1), QVector4D(0, 0, 0, 0));
     TextureManager::Instance()->releaseTempTextureRef(frame(), 1);
 
-    // In blue alone a neighbour counts 0.33, however large the difference; less than a whole number does not count; red goes
-    // before blue.
+    // A neighbour that differs only in blue counts 0.33, however large the difference; differences of less than a whole
+    // number do not count; red takes precedence over blue.
     for (const auto &[value, expected] :
         {std::pair{QVector4D(5, 0, 1, 1), 0.33f}, {QVector4D(5, 0, -300, 1), 0.33f}, {QVector4D(5, 0, 0.85f, 1), 0.0f},
             {QVector4D(5, 77, 0, 33), 0.0f}, {QVector4D(4, 0, 9, 1), 1.0f}, {QVector4D(4.95f, 0, 0, 1), 0.0f}}) {
@@ -239,7 +239,7 @@ TEST_F(WireframeRenderPassTest, multipliesTheColoursAlpha)
     EXPECT_LT((image().pixel(2, 2) - QVector4D(1, 0, 0.2f, 128.0f / 255)).length(), 0.6f / 255);
     TextureManager::Instance()->releaseTempTextureRef(frame(), 1);
 
-    // Without a colour: an invalid one, which is opaque black, and not the one that the pass has built in.
+    // An unset colour is an invalid one, which is opaque black, not the colour built into the pass.
     for (const QVariant &unset : {QVariant(), QVariant(QRect())}) {
         pass->setInput(Port::WireColor, unset);
         pass->start(nullptr);
@@ -339,7 +339,7 @@ TEST_F(WireframeRenderPassTest, doesNothingWithoutItsPorts)
     }
     EXPECT_TRUE(log.messages().isEmpty());
 
-    // Without the port of the colour there is one built in, its alpha like the rest.
+    // Without the colour port the pass uses its built-in colour, for alpha as well.
     Renamed colourless;
     feed(colourless);
     colourless.renameInput(Port::WireColor);
@@ -364,7 +364,7 @@ TEST_F(WireframeRenderPassTest, handsOnOneReferenceForEachUser)
     EXPECT_EQ(PooledTextures::references(id), 2) << "the pass gave its use back";
     TextureManager::Instance()->releaseTempTextureRef(first, 2);
 
-    // Nobody uses it: it is back in the pool at once.
+    // The frame has no user and is back in the pool at once.
     pass->setNumOutputUsers(Port::Frame, 0);
     pass->start(nullptr);
     EXPECT_EQ(frame(), first);
@@ -394,7 +394,7 @@ TEST_F(WireframeRenderPassTest, turnsTheDepthTestOffAndLeavesTheRest)
     EXPECT_EQ(glInteger(GL_VERTEX_ARRAY_BINDING), 0);
     EXPECT_EQ(glInteger(GL_ACTIVE_TEXTURE), GL_TEXTURE0);
     EXPECT_EQ(texture->unit(), 0);
-    // The wrap mode that it found is still there.
+    // The texture's own wrap mode is still set.
     texture->bind();
     GLint wrap = 0;
     glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, &wrap);
@@ -407,7 +407,7 @@ TEST_F(WireframeRenderPassTest, takesItsObjectsAlong)
     const std::unique_ptr<Texture> texture = makeTexture(flatIdImage(4, 4, 1), GL_RGBA32F);
     setViewport(4, 4);
     setId(texture.get());
-    pass->start(nullptr); // Makes what the device and the pool keep.
+    pass->start(nullptr); // Creates what the device and the pool keep.
     const GLObjectCounts before = glObjectCounts();
     {
         WireframeRenderPass other;

@@ -16,7 +16,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Counts the calls by which queries are made, read and rendered by; can keep results from arriving.
+/// Counts the calls that create, read and render by queries, and can delay results.
 class QuerySpy
 {
 public:
@@ -59,7 +59,7 @@ public:
     bool areResultsLate = false;
 
 private:
-    /// The first call of each replaces the pointer behind it; from then on it can be replaced here.
+    /// The first call of each function resolves its pointer, which can then be replaced.
     static void resolveEntryPoints()
     {
         GLuint query = 0;
@@ -102,7 +102,7 @@ protected:
         GLTest::TearDown();
     }
 
-    /// Cubes at these places, cube i with a red of i + 1.
+    /// Cubes at these places; cube i has a red of i + 1.
     void makeCubes(const QVector<QMatrix4x4> &places)
     {
         GPUModelBuilder builder;
@@ -126,7 +126,7 @@ protected:
         glFinish();
     }
 
-    /// A frame as a chain makes it.
+    /// Draws a frame as a chain does.
     void frame(RenderTarget &target)
     {
         model->resetCulling();
@@ -153,7 +153,7 @@ TEST_F(CullingTest, frustumMarksWhatLiesOutside)
     EXPECT_FALSE(model->isCulled(-1));
     EXPECT_FALSE(model->isCulled(10));
 
-    // Marks add up until they are reset.
+    // Marks accumulate until they are reset.
     model->frustumCull(QMatrix4x4());
     EXPECT_EQ(model->culledCount(), 9);
     EXPECT_FALSE(model->isCulled(0));
@@ -182,7 +182,7 @@ TEST_F(CullingTest, degenerateMatricesMarkNothing)
     zero.fill(0);
     model->frustumCull(zero);
     EXPECT_EQ(model->culledCount(), 0);
-    // Rows without a plane hide nothing; the other rows still count.
+    // Rows without a plane hide nothing; the other rows count.
     QMatrix4x4 onlyX;
     onlyX.fill(0);
     onlyX(0, 0) = 1.0f / 50;
@@ -213,15 +213,15 @@ TEST_F(CullingTest, hiddenItemIsMarkedAndComesBack)
     frame(target);
     EXPECT_FALSE(model->isCulled(0));
     EXPECT_TRUE(model->isCulled(1));
-    for (int i = 0; i < 5; ++i) { // It stays so.
+    for (int i = 0; i < 5; ++i) { // It stays like that.
         frame(target);
         EXPECT_TRUE(model->isCulled(1));
         EXPECT_EQ(target.read().pixel(side / 2, side / 2).x(), 1.0f);
     }
 
-    model->setModelMatrix(0, placed(4.5f, 0, 0)); // Out of the way.
+    model->setModelMatrix(0, placed(4.5f, 0, 0)); // Moved out of the way.
     frame(target);
-    EXPECT_TRUE(model->isCulled(1)); // What the frame before saw.
+    EXPECT_TRUE(model->isCulled(1)); // The result of the previous frame.
     EXPECT_EQ(target.read().pixel(side / 2, side / 2).x(), 0.0f);
     frame(target);
     EXPECT_FALSE(model->isCulled(1));
@@ -240,7 +240,7 @@ TEST_F(CullingTest, visibleItemsStayWhileTheCameraTurns)
         const Image image = target.read();
         if (i == 8)
             saveForViewing(image, QStringLiteral("culling-camera-turns"));
-        // Whatever shows when all is drawn was not marked, save in the frame in which it comes from behind another.
+        // Everything visible was drawn, except in the frame in which it comes out from behind something.
         const int marked = model->culledCount();
         model->resetCulling();
         target.clear();
@@ -265,7 +265,7 @@ TEST_F(CullingTest, flatItemsDoNotHideThemselves)
     RenderTarget target(side, side, GL_RGBA32F);
     for (const GLenum function : {GL_LESS, GL_LEQUAL}) {
         glDepthFunc(function);
-        for (const float distance : {1.0f, 5.0f, 20.0f, 95.0f}) { // At the last it is smaller than a pixel.
+        for (const float distance : {1.0f, 5.0f, 20.0f, 95.0f}) { // At the last one it is smaller than a pixel.
             for (const float angle : {0.0f, 30.0f, 60.0f, 85.0f}) {
                 QMatrix4x4 matrix;
                 matrix.translate(0, 0, 10 - distance);
@@ -288,7 +288,7 @@ TEST_F(CullingTest, itemsAroundTheViewerAndAtTheNearPlaneAreVisible)
     for (int i = 0; i < 3; ++i)
         frame(target);
     EXPECT_FALSE(model->isCulled(0));
-    EXPECT_FALSE(model->isCulled(1)); // The viewer stands in it.
+    EXPECT_FALSE(model->isCulled(1)); // The camera is inside it.
     EXPECT_FALSE(model->isCulled(2)); // The near plane cuts it.
     EXPECT_TRUE(model->isCulled(3));
 }
@@ -328,7 +328,7 @@ TEST_F(CullingTest, reversedDepthWorksToo)
 
 TEST_F(CullingTest, driversThatOnlyCountSamplesServeToo)
 {
-    // OpenGL 3.2 without extensions.
+    // A driver of OpenGL 3.2 without extensions.
     glGetStringi(GL_EXTENSIONS, 0);
     static const PFNGLGETSTRINGIPROC real = epoxy_glGetStringi;
     epoxy_glGetStringi = [](GLenum name, GLuint index) {
@@ -378,7 +378,7 @@ TEST_F(CullingTest, queriesAreMadeOnlyWhereTheyTellSomething)
     };
     TextureManager *const manager = TextureManager::Instance();
     RenderTarget target(side, side, GL_RGBA32F);
-    EXPECT_EQ(queriesOf([&] { draw(manager); }), 0); // Nobody asked.
+    EXPECT_EQ(queriesOf([&] { draw(manager); }), 0); // visibilityCull() was not called.
     model->visibilityCull();
     EXPECT_EQ(queriesOf([&] { draw(nullptr); }), 0);
     glDisable(GL_DEPTH_TEST);
@@ -406,7 +406,7 @@ TEST_F(CullingTest, queriesAreMadeOnlyWhereTheyTellSomething)
                 QStringLiteral("#version 150\nout uvec4 out_FragColor;\nvoid main() { out_FragColor = uvec4(7u); }\n")},
         });
         RenderTarget integers(side, side, GL_RGBA32UI);
-        while (glGetError() != GL_NO_ERROR) { } // Clearing integers as colours.
+        while (glGetError() != GL_NO_ERROR) { } // From clearing integers as colours.
         EXPECT_EQ(queriesOf([&] { draw(manager); }), 0);
         program = makeProgram({
             {GL_VERTEX_SHADER,
@@ -431,17 +431,17 @@ TEST_F(CullingTest, queriesAreMadeOnlyWhereTheyTellSomething)
         GLuint query = 0;
         glGenQueries(1, &query);
         glBeginQuery(GL_ANY_SAMPLES_PASSED, query);
-        EXPECT_EQ(queriesOf([&] { draw(manager); }), 0); // The host counts for itself.
+        EXPECT_EQ(queriesOf([&] { draw(manager); }), 0); // The host has a query of its own running.
         glEndQuery(GL_ANY_SAMPLES_PASSED);
         glDeleteQueries(1, &query);
         glGenQueries(1, &query);
         glBeginQuery(GL_SAMPLES_PASSED, query);
-        EXPECT_EQ(queriesOf([&] { draw(manager); }), 0); // In the other way too.
+        EXPECT_EQ(queriesOf([&] { draw(manager); }), 0); // Also with the other target.
         glEndQuery(GL_SAMPLES_PASSED);
         glDeleteQueries(1, &query);
     }
     EXPECT_EQ(queriesOf([&] { draw(manager); }), 2);
-    EXPECT_EQ(queriesOf([&] { draw(manager); }), 0); // Once a round.
+    EXPECT_EQ(queriesOf([&] { draw(manager); }), 0); // Once per round.
     model->visibilityCull();
     EXPECT_EQ(queriesOf([&] { draw(manager); }), 2);
     model->resetCulling();
@@ -513,11 +513,11 @@ TEST_F(CullingTest, lateResultsAreNotWaitedFor)
     for (int i = 0; i < 3; ++i) {
         spy.conditions = 0;
         frame(target);
-        EXPECT_FALSE(model->isCulled(1)); // Not known: the driver decides.
+        EXPECT_FALSE(model->isCulled(1)); // Unknown: the driver decides.
         EXPECT_EQ(spy.conditions, 1);
         EXPECT_EQ(target.read().pixel(side / 2, side / 2).x(), 1.0f);
     }
-    // Where samples tell nothing, nobody asks.
+    // Where samples mean nothing, no query is made.
     const auto conditionsOf = [&](const std::function<void()> &drawing) {
         spy.conditions = 0;
         drawing();
@@ -542,7 +542,7 @@ TEST_F(CullingTest, lateResultsAreNotWaitedFor)
     frame(target);
     frame(target);
     EXPECT_EQ(target.read().pixel(side / 2, side / 2).x(), 2.0f);
-    // Draws for shadows, and those that ignore culling, do not ask.
+    // Draws for shadows, and draws that ignore culling, make no conditional draws.
     spy.conditions = 0;
     draw(nullptr);
     {
@@ -560,10 +560,10 @@ TEST_F(CullingTest, oldVerdictsAreForgottenWhenNobodyTests)
     frame(target);
     EXPECT_TRUE(model->isCulled(1));
     model->resetCulling();
-    model->visibilityCull(); // The round before was tested in the frame above.
+    model->visibilityCull(); // The previous round was tested in the frame above.
     EXPECT_TRUE(model->isCulled(1));
     model->resetCulling();
-    model->visibilityCull(); // And this one was not tested at all.
+    model->visibilityCull(); // This round was not tested at all.
     EXPECT_FALSE(model->isCulled(1));
 }
 

@@ -19,7 +19,7 @@ const float nan = std::nanf("");
 class GPUModelBuilderTest : public GLTest
 {
 protected:
-    /// The one line that was logged, and that must hold `part`.
+    /// Takes the only line in the log, which must contain `part`.
     void expectOneLine(const char *part)
     {
         const QStringList lines = log.takeWarnings();
@@ -71,7 +71,7 @@ TEST_F(GPUModelBuilderTest, badMeshesAreRefused)
         EXPECT_LT(builder.addMesh(mesh), 0) << bad.line;
         expectOneLine(bad.line);
     }
-    // What was added before stays good, and numbers go on.
+    // What was added before stays valid, and numbers continue.
     EXPECT_EQ(builder.addMesh(cube()), 1);
 }
 
@@ -128,7 +128,7 @@ TEST_F(GPUModelBuilderTest, buildingWithoutContextIsRefused)
     EXPECT_FALSE(builder.build().isNull());
 }
 
-/// While it lives, the driver claims buffer textures of so many texels.
+/// Claims while it lives that the driver's buffer textures have this many texels.
 class SmallBufferTextures
 {
 public:
@@ -176,7 +176,7 @@ TEST_F(GPUModelBuilderTest, nothingIsLeftBehind)
     builder.addMesh(unitSquare());
     builder.addMaterial(material);
     builder.addItem(0, 0);
-    builder.build(); // What the manager keeps for itself is there from now on.
+    builder.build(); // From here on the manager has what it keeps.
     const GLObjectCounts before = glObjectCounts();
     QSharedPointer<GPUModel> model = builder.build();
     EXPECT_FALSE(glObjectCounts() == before);
@@ -188,7 +188,7 @@ TEST_F(GPUModelBuilderTest, geometryIsPackedWithAbsoluteIndices)
 {
     MeshData unindexed;
     unindexed.positions = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
-    builder.addMesh(cube()); // No item draws it: it takes no room.
+    builder.addMesh(cube()); // No item draws it, so it takes no room.
     builder.addMesh(unindexed);
     builder.addMesh(unitSquare());
     builder.addMaterial({});
@@ -212,7 +212,7 @@ TEST_F(GPUModelBuilderTest, geometryIsPackedWithAbsoluteIndices)
     const QSharedPointer<BufferObject> normals = geometry->VAO()->bo(QStringLiteral("va_Normal"));
     ASSERT_EQ(normals->size(), long(7 * sizeof(QVector3D)));
     const auto *normal = static_cast<const QVector3D *>(normals->map(GL_READ_ONLY));
-    EXPECT_EQ(normal[0], QVector3D()); // The mesh has none.
+    EXPECT_EQ(normal[0], QVector3D()); // The mesh has no normals.
     EXPECT_EQ(normal[3], QVector3D(0, 0, 1));
     normals->unmap();
     EXPECT_EQ(geometry->VAO()->bo(QStringLiteral("va_TexCoord"))->size(), long(7 * sizeof(QVector2D)));
@@ -243,7 +243,7 @@ TEST_F(GPUModelBuilderTest, materialRowsAreThoseThatShadersRead)
     painted.mapKd = QImage(2, 2, QImage::Format_RGBA8888);
     painted.mapKd.fill(Qt::red);
     const int materials[] = {builder.addMaterial({}), builder.addMaterial(glass), builder.addMaterial(painted)};
-    // The second item comes with the third material.
+    // The first material is not used, the second one twice.
     for (const int material : {materials[1], materials[2], materials[1]})
         builder.addItem(mesh, material);
     const QSharedPointer<GPUModel> model = builder.build();

@@ -19,7 +19,7 @@ namespace {
 
 const QString materialColor = QStringLiteral("vec4(getKd(), getD())");
 
-/// A model of squares on a grid of pixels, one item for each pixel, with a material of its own: kd is what colorOf() says.
+/// A model of squares on a grid of pixels, one item and one material per pixel; kd is colorOf().
 class Grid
 {
 public:
@@ -60,7 +60,7 @@ private:
 class GPUModelTest : public GLTest
 {
 protected:
-    /// Draws everything in pixels of the target, front faces only.
+    /// Draws front faces, in pixel coordinates of the target.
     void draw(GPUModel &model, ShaderProgram &program, int width, int height, bool ignoreCulling = false)
     {
         AutoEnabler depthTest(GL_DEPTH_TEST);
@@ -95,7 +95,7 @@ TEST_F(GPUModelTest, aHundredThousandItems)
     draw(*model, *program, 320, 320);
     grid.expectPixels(target.read());
 
-    // Marks and moves of so many, too.
+    // Marking and moving this many items works too.
     QMatrix4x4 leftHalf;
     leftHalf.ortho(0, 159.5f, 0, 320, -1, 1);
     model->frustumCull(leftHalf);
@@ -162,7 +162,7 @@ void main() { gl_Position = vec4(va_Vertex.xy * 2.0 - 1.0, 0.0, 1.0); }
         registry.getPlan(QLatin1String(plan)).assertShaderProgram(program.get());
         RenderTarget target(4, 4, GL_RGBA32F);
         AutoBinder binder(program.get());
-        model->draw(program.get(), nullptr, 0, 0); // Item 1 comes last.
+        model->draw(program.get(), nullptr, 0, 0); // Item 1 is drawn last.
         const Image image = target.read();
         const QMatrix4x4 normalMatrix = moved.inverted().transposed();
         for (int column = 0; column < 4; ++column) {
@@ -209,7 +209,7 @@ TEST_F(GPUModelTest, changedRowsAreUploadedBeforeTheNextDraw)
     RenderTarget target(16, 17, GL_RGBA32F);
     const auto program = makeItemProgram(materialColor);
     draw(*model, *program, 16, 17);
-    // Rows in no order, some near each other, some far, some twice.
+    // Rows out of order: some adjacent, some far apart, some repeated.
     for (const int item : {200, 3, 4, 201, 255, 3, 60})
         model->setModelMatrix(item, placed(float(item % 16), 16));
     target.clear();
@@ -258,7 +258,7 @@ void main() { out_FragColor = vec4(getModelMatrix()[3].xy, getKd().xy); }
         const Image image = target.read();
         EXPECT_EQ(image.pixel(6, 0), QVector4D(2, 1, Grid::colorOf(6).x(), Grid::colorOf(6).y()));
         EXPECT_EQ(image.pixel(5, 0).toVector2D(), QVector2D(50, 60));
-        EXPECT_EQ(image.pixel(16, 0), QVector4D()); // Past the last row.
+        EXPECT_EQ(image.pixel(16, 0), QVector4D()); // Beyond the last row.
     }
 }
 
@@ -281,7 +281,7 @@ TEST_F(GPUModelTest, collectionStandsInForTheModelsRows)
     EXPECT_EQ(image.pixel(1, 3).toVector3D(), Grid::colorOf(1));
     EXPECT_EQ(image.pixel(1, 0).toVector3D(), Grid::colorOf(13));
 
-    // A change while bound shows at the next bind; an item past the last row collapses under a zero matrix.
+    // A change while bound takes effect at the next bind; an item beyond the last row collapses under a zero matrix.
     collection.unbind(program.get(), nullptr);
     EXPECT_FALSE(InstanceDataCollection::isBound(QStringLiteral("InstanceInfo")));
     collection.setRowCount(4);
@@ -381,7 +381,7 @@ TEST_F(GPUModelTest, windingAndMirroredItems)
         for (int x = 0; x < 3; ++x)
             EXPECT_EQ(target.read().pixel(x, 0).x(), 0.0f) << x;
     }
-    // A mirror by a move counts too.
+    // Mirroring by a later move counts too.
     model->setModelMatrix(0, [] {
         QMatrix4x4 matrix = placed(1, 0);
         matrix.scale(-1, 1, 1);
@@ -419,7 +419,7 @@ TEST_F(GPUModelTest, primitiveNumbersStartAtEachItem)
     const auto program = makeItemProgram(QStringLiteral("vec4(gl_PrimitiveID, 1.0, 1.0, 1.0)"));
     AutoBinder binder(program.get());
     QMatrix4x4 slightlyLeft = pixelProjection(2, 2);
-    slightlyLeft.translate(-0.25f, -0.25f, 0); // So that pixel centres lie in the second triangle.
+    slightlyLeft.translate(-0.25f, -0.25f, 0); // Puts pixel centres in the second triangle.
     program->setUniform(QStringLiteral("u_ProjectionMatrix"), slightlyLeft);
     program->setUniform(QStringLiteral("u_CameraMatrix"), QMatrix4x4());
     model->draw(program.get(), 0, 0, WindingCounterClockwise, false);
@@ -514,7 +514,7 @@ TEST_F(GPUModelTest, whatCannotBeDrawnIsNotDrawn)
     FramebufferObject incomplete(nullptr);
     AutoBinder binder(&incomplete);
     model->draw(makeItemProgram(materialColor).get(), nullptr, 0, 0);
-    EXPECT_TRUE(takeGLErrors().isEmpty()); // The driver may remark on the framebuffer.
+    EXPECT_TRUE(takeGLErrors().isEmpty()); // The driver may comment on the framebuffer.
 }
 
 TEST_F(GPUModelTest, boundsFollowItems)

@@ -157,7 +157,7 @@ void main()
     EXPECT_EQ(image.pixel(2, 0), QVector4D(6, 7, 8, 9));
     for (int column = 0; column < 4; ++column)
         EXPECT_EQ(image.pixel(3 + column, 0), matrix.column(column));
-    // Rows that nobody set, and rows that are not there, are zeros.
+    // Rows that were never set and rows that do not exist are zeros.
     for (const int row : {0, 2, 100000}) {
         program->setUniform(QStringLiteral("u_DrawID"), row);
         EXPECT_TRUE(quad->draw());
@@ -228,7 +228,7 @@ TEST_F(InstanceDataTest, bindingsNestAndEndWithTheirCollection)
     EXPECT_EQ(boundTexture(), outerTexture);
     EXPECT_TRUE(InstanceDataCollection::isBound(plan));
     outer.unbind(nullptr, nullptr);
-    outer.unbind(nullptr, nullptr); // One too many.
+    outer.unbind(nullptr, nullptr); // One unbind too many.
     EXPECT_EQ(boundTexture(), 0);
     EXPECT_FALSE(InstanceDataCollection::isBound(plan));
     {

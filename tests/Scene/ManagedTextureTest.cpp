@@ -76,7 +76,7 @@ TEST_F(ManagedTextureTest, imagesOfSeveralSizesAndNone)
 
 TEST_F(ManagedTextureTest, eightSizesLoseNothing)
 {
-    // Each image has a fine pattern, at one texel for a pixel, so that a lost texel shows.
+    // Each image has a fine pattern and is drawn at one texel per pixel, so that a lost texel shows.
     const QSize sizes[] = {{16, 16}, {32, 8}, {8, 8}, {7, 9}, {64, 64}, {2, 2}, {1, 1}, {20, 12}};
     for (const QSize &size : sizes) {
         QVector<MaterialData> materials(8);
@@ -96,7 +96,7 @@ TEST_F(ManagedTextureTest, eightSizesLoseNothing)
         matrix.scale(float(zoom * size.width()), float(zoom * size.height()));
         for (int i = 0; i < 8; ++i)
             builder.addMaterial(materials[i]);
-        // The others are beside the picture.
+        // The others are outside the picture.
         for (int i = 0; i < 8; ++i)
             builder.addItem(0, i, i == number ? matrix : placed(1000, 0, 0, 4));
         const QSharedPointer<GPUModel> model = builder.build();
@@ -110,7 +110,7 @@ TEST_F(ManagedTextureTest, eightSizesLoseNothing)
                 largest = qMax(largest, (image.pixel(x, y) - expected).length());
             }
         }
-        // Linear enlargement softens the edges of squares of two texels, no more.
+        // Linear magnification only softens the edges of squares of two texels.
         EXPECT_LT(largest, 0.45f) << size.width() << " by " << size.height();
     }
     EXPECT_TRUE(log.takeWarnings().isEmpty());
@@ -130,7 +130,7 @@ TEST_F(ManagedTextureTest, nearestImagesKeepTheirSquaresInALargerArray)
     const QSharedPointer<GPUModel> model = rowOfSquares(materials, 32);
     model->setModelMatrix(0, placed(1000, 0, 0, 1));
     model->setModelMatrix(6, placed(0, 0, 0, 30));
-    // Sampled at the centres of a grid of four times as many: no mixture, whatever the filter of the array.
+    // Sampled at the centres of a finer grid: colours never mix, whatever filter the array has.
     const Image image = draw(*model,
         QStringLiteral("managedTexture(getMap_Kd(), (floor(vo_TexCoord * vec2(10.0, 6.0)) + 0.5) / vec2(10.0, 6.0))"),
         30, 30, TextureManager::Instance());
@@ -276,7 +276,7 @@ TEST_F(ManagedTextureTest, lowerLeftOfTheImageIsTheOrigin)
 
 TEST_F(ManagedTextureTest, gradientsChooseTheMipLevel)
 {
-    // A fine chequer: near, single texels show; far, their mean.
+    // A fine chequerboard: near, single texels show; far away, their mean.
     QImage chequer(64, 64, QImage::Format_RGB32);
     for (int y = 0; y < 64; ++y) {
         for (int x = 0; x < 64; ++x)
@@ -319,7 +319,7 @@ TEST_F(ManagedTextureTest, withoutManagerNoMaterialTextureIsBound)
     EXPECT_EQ(image.pixel(2, 2), QVector4D(0.25f, 0.5f, 0.75f, 1));
     image = draw(*model, mapColor, 4, 4, nullptr);
     EXPECT_EQ(image.pixel(2, 2).x(), 0.0f);
-    log.takeCategory(QStringLiteral("kvz.gl")); // Drivers may remark on the empty units.
+    log.takeCategory(QStringLiteral("kvz.gl")); // Drivers may comment on the empty units.
 }
 
 TEST_F(ManagedTextureTest, modelsShareImagesAndGiveThemBack)
@@ -396,7 +396,7 @@ void main()
         samplers += type == GL_SAMPLER_2D || type == GL_SAMPLER_2D_ARRAY || type == GL_SAMPLER_BUFFER
             || type == GL_UNSIGNED_INT_SAMPLER_BUFFER;
     }
-    EXPECT_EQ(samplers, 16 + 1); // With the vertex stage's rows.
+    EXPECT_EQ(samplers, 16 + 1); // Plus the rows of the vertex stage.
 
     RenderTarget target(8, 4, GL_RGBA32F);
     AutoBinder binder(program.get());

@@ -24,7 +24,7 @@ const QString quadVertexSource = QStringLiteral("#version 150\nin vec3 va_Vertex
 class ShaderFilesTest : public GLTest
 {
 protected:
-    /// What the fragment source, with u_Input at the pixel's texel, writes for each of the inputs.
+    /// The results that the fragment source writes for these inputs, each in u_Input at the pixel's texel.
     QVector<QVector4D> compute(const QString &fragmentSource, const QVector<QVector4D> &inputs)
     {
         const auto program = makeProgram({
@@ -84,11 +84,11 @@ TEST_F(ShaderFilesTest, panoramaFacesNegativeZAndTurnsRight)
         {{0, 1, -1}, {0.5f, 0.75f}},
         {{1, 0, -1}, {0.625f, 0.5f}},
         {{0, 0, 0}, {0.5f, 0.5f}},
-        // The length does not matter.
+        // The length of a direction has no effect.
         {{3e-30f, 0, -3e-30f}, {0.625f, 0.5f}},
         {{3e30f, 0, -3e30f}, {0.625f, 0.5f}},
         {{0, -3e38f, 0}, {0.5f, 0}},
-        // Next to the poles.
+        // Close to the poles.
         {{1e-7f, 1, 0}, {0.75f, 1}},
         {{0, -1, -1e-7f}, {0.5f, 0}},
     };
@@ -122,7 +122,7 @@ TEST_F(ShaderFilesTest, panoramaAtManyDirections)
 
 TEST_F(ShaderFilesTest, panoramaOverTheWholeSphere)
 {
-    // Every five degrees, seam and poles included, each direction worked out in doubles.
+    // Every five degrees, seam and poles included, each direction computed in doubles.
     QVector<QVector4D> directions;
     QVector<QVector2D> degrees;
     for (int latitude = -90; latitude <= 90; latitude += 5) {
@@ -144,7 +144,7 @@ TEST_F(ShaderFilesTest, panoramaOverTheWholeSphere)
             EXPECT_EQ(results[i].x(), 0.5f) << "at a pole every longitude is the same place";
             ++poles;
         } else if (std::abs(longitude) == 180) {
-            // Either edge of the image, which meet there.
+            // Either edge of the image; they meet there.
             EXPECT_NEAR(std::abs(results[i].x() - 0.5f), 0.5f, 1e-5f) << longitude << ", " << latitude;
             ++seam;
         } else {
@@ -170,7 +170,7 @@ void main() { out_FragColor = gammaCorrect(texelFetch(u_Input, ivec2(gl_FragCoor
 
 TEST_F(ShaderFilesTest, floatsSurviveTheRoundTripThroughBits)
 {
-    // As sources use it: before their own #extension lines.
+    // The way sources use it: before their own #extension lines.
     const QString source = QStringLiteral(R"(#version 150
 #include "ShaderBitEncoding.glslh"
 #ifdef GL_ARB_shading_language_420pack

@@ -19,7 +19,7 @@ using Bounds = QPair<QVector3D, QVector3D>;
 using Light = ShadowMapManager::Light;
 using RenderData = ShadowMapManager::RenderData;
 
-/// Where a layer shows a point, in normalised device coordinates.
+/// The position of a point in a layer, in normalised device coordinates.
 QVector3D shown(const RenderData &data, int layer, const QVector3D &point)
 {
     QMatrix4x4 matrix(data.transforms[layer].matrix);
@@ -59,7 +59,7 @@ protected:
         camera.lookAt({0, 5, 20}, {0, 0, 0}, {0, 1, 0});
     }
 
-    /// A point of the camera's view at clip-space x, y and a distance along the view.
+    /// The point at clip-space x and y and this distance along the camera's view.
     QVector3D viewPoint(float x, float y, float distance) const
     {
         const float height = distance * std::tan(30 * float(M_PI) / 180);
@@ -87,10 +87,10 @@ TEST_F(ShadowMapManagerTest, directionalLightWithoutCameraCoversTheBounds)
     for (int i = 0; i < 8; ++i) {
         const QVector3D ndc = shown(data, 0, corner(bounds, i));
         EXPECT_TRUE(isInside(ndc)) << i;
-        EXPECT_GT(std::abs(ndc.x()), 0.95f); // And no more than them.
+        EXPECT_GT(std::abs(ndc.x()), 0.95f); // The map shows no more than that.
         EXPECT_GT(std::abs(ndc.y()), 0.95f);
     }
-    // Depth runs with the light, linearly, and begins above 0.
+    // Depth increases along the light, linearly, and begins above 0.
     const float top = shown(data, 0, {0, 8, 0}).z();
     const float middle = shown(data, 0, {0, 4, 0}).z();
     const float bottom = shown(data, 0, {0, 0, 0}).z();
@@ -133,7 +133,7 @@ TEST_F(ShadowMapManagerTest, cascadesCoverTheViewAndTheCasters)
         ASSERT_EQ(data.depthBiases.size(), 4);
         EXPECT_EQ(data.projectors[0].layerCount, 4);
 
-        // Every point that shows and lies in the bounds is in some layer.
+        // Every visible point within the bounds is in some layer.
         for (float x = -1; x <= 1; x += 0.25f) {
             for (float y = -1; y <= 1; y += 0.25f) {
                 for (float distance = 1; distance < 60; distance += 1.5f) {
@@ -148,7 +148,7 @@ TEST_F(ShadowMapManagerTest, cascadesCoverTheViewAndTheCasters)
                 }
             }
         }
-        // Whatever may cast lies within the depths of every layer.
+        // Every possible caster lies within the depth range of every layer.
         for (int layer = 0; layer < 4; ++layer) {
             for (int i = 0; i < 8; ++i) {
                 const float depth = shown(data, layer, corner(bounds, i)).z();
@@ -156,7 +156,7 @@ TEST_F(ShadowMapManagerTest, cascadesCoverTheViewAndTheCasters)
                 EXPECT_LT(depth, 1);
             }
         }
-        // Depth grows with the light.
+        // Depth increases along the light.
         const QVector3D step = direction.normalized();
         EXPECT_GT(shown(data, 0, step).z(), shown(data, 0, QVector3D()).z());
     }
@@ -177,7 +177,7 @@ TEST_F(ShadowMapManagerTest, nearCascadesAreFiner)
     }
 }
 
-/// Texels of a map of 512 by 512 by which a point of the world has moved within its texel.
+/// By how many texels of a map of 512 by 512 a point of the world has moved relative to the grid of texels.
 double swimming(const QVector3D &before, const QVector3D &now)
 {
     double worst = 0;
@@ -188,7 +188,7 @@ double swimming(const QVector3D &before, const QVector3D &now)
     return worst;
 }
 
-/// World units to a texel of a map of 512 by 512.
+/// World units per texel of a map of 512 by 512.
 float texelOf(const RenderData &data, int layer)
 {
     const QVector3D axes[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
@@ -217,7 +217,7 @@ TEST_F(ShadowMapManagerTest, cascadesDoNotShimmerWhileTheCameraMovesAndTurns)
         matrix.lookAt(eye, center, {0, 1, 0});
         return matrix;
     };
-    const QVector3D center(0, 4, 0); // Of `bounds`.
+    const QVector3D center(0, 4, 0); // The centre of `bounds`.
     const Path paths[] = {
         {"walking in a wide scene", &wide,
             [&](float t) {
@@ -254,13 +254,14 @@ TEST_F(ShadowMapManagerTest, cascadesDoNotShimmerWhileTheCameraMovesAndTurns)
                     texels.append(texelOf(data, layer));
                     continue;
                 }
-                // The texel keeps its size to the last bits, and the point its place within it.
+                // The texel keeps its size but for the last bits, and the point its position within it.
                 ASSERT_NEAR(texelOf(data, layer) / texels[layer], 1, 1e-4) << layer << ' ' << step;
                 ASSERT_LT(swimming(before[layer], point), 0.02) << layer << ' ' << step;
                 moved = std::max(moved, double((point - before[layer]).length()) * 256);
             }
         }
-        // The first path must have moved the maps, else it shows nothing. Small scenes are in one map that stays.
+        // The maps must have moved on the first path, otherwise it shows nothing. A small scene fits into one map,
+        // which stays.
         if (path.bounds != &bounds) {
             EXPECT_GT(moved, 20);
         }
@@ -308,7 +309,7 @@ TEST_F(ShadowMapManagerTest, cascadesGrowInFewStepsWhileTheCameraBacksAway)
         }
         last = texel;
     }
-    // 400 positions, a handful of sizes.
+    // 400 positions give a handful of sizes.
     EXPECT_GE(changes, 2);
     EXPECT_LE(changes, 12);
 }
@@ -320,14 +321,15 @@ TEST_F(ShadowMapManagerTest, cascadesAreNoWiderThanTheirSlicesAndTheScene)
     light.cascades = 4;
     const Bounds wide{{-500, -1, -500}, {500, 5, 500}};
     ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, &wide);
-    // The widest that a slice can be is the sphere through its far corners, with a step of growth and one of place.
+    // A slice is at most as wide as the sphere through its far corners, plus one step of size and one of position.
     const float slack = 1.0906f * 1.02f;
     const float openness = std::sqrt(1 + 1.5f * 1.5f) * std::tan(30 * float(M_PI) / 180);
     const float reach = 200 * std::sqrt(1 + openness * openness);
     EXPECT_LT(texelOf(data, 3) * 256, reach * slack);
-    // The first slice takes an eighth of the view, half by distance; the rest by logarithm, which is far less.
+    // The first slice takes an eighth of the view by the share that is split by distance; the share split by logarithm
+    // takes far less.
     EXPECT_LT(texelOf(data, 0) * 256, reach * slack * 0.15f);
-    // With the scene in sight from afar, no cascade is wider than the scene.
+    // Seen as a whole from far away, the scene makes no cascade wider than itself.
     QMatrix4x4 away;
     away.lookAt({0, 20, 80}, {0, 4, 0}, {0, 1, 0});
     ShadowMapManager::processLights(listOf({&light}), data, &projection, &away, &bounds);
@@ -351,14 +353,14 @@ TEST_F(ShadowMapManagerTest, whateverShowsIsCoveredFromAnywhere)
         const QVector3D center = anywhere(3 * size);
         const QVector3D half(between(0.01f, 1) * size, between(0.01f, 1) * size, between(0.01f, 1) * size);
         const Bounds box{center - half, center + half};
-        // Eyes within the scene, beside it and far away, that look at it or past it.
+        // Cameras inside the scene, beside it and far away, looking at it or past it.
         const QVector3D eye = center + anywhere(std::exp2(between(-2, 3)) * size);
         QMatrix4x4 view;
         view.lookAt(eye, center + anywhere(size), anywhere(1));
         QMatrix4x4 lens;
         if (config % 4 == 0)
             lens.ortho(-size, between(0.1f, 2) * size, -size, size, -size, 9 * size);
-        else if (config % 4 == 1) // As tiled or shifted pictures have it.
+        else if (config % 4 == 1) // As in tiled or shifted pictures.
             lens.frustum(-0.01f * size, 0.03f * size, 0.005f * size, 0.02f * size, 0.02f * size, 20 * size);
         else
             lens.perspective(between(5, 150), between(0.3f, 3), 0.001f * size, 20 * size);
@@ -390,7 +392,7 @@ TEST_F(ShadowMapManagerTest, endlessCamerasAreServed)
 {
     Light light;
     light.direction = {0.4f, -1, 0.3f};
-    // The limits of a perspective whose far plane goes to infinity, depths as usual and reversed.
+    // The limit of a perspective whose far plane goes to infinity, with normal and with reversed depth.
     const float f = 1 / std::tan(30 * float(M_PI) / 180);
     const QMatrix4x4 endless(f / 1.5f, 0, 0, 0, 0, f, 0, 0, 0, 0, -1, -0.2f, 0, 0, -1, 0);
     const QMatrix4x4 reversed(f / 1.5f, 0, 0, 0, 0, f, 0, 0, 0, 0, 1, 0.2f, 0, 0, -1, 0);
@@ -487,7 +489,7 @@ TEST_F(ShadowMapManagerTest, spotLightIsOnePyramid)
     EXPECT_TRUE(isNear(shown(data, 0, {1, 10 - 50, 2}), {0, 0, 1}));
     EXPECT_TRUE(isNear(shown(data, 0, {1, 10 - 1, 2}), {0, 0, 0})); // A fiftieth of the range.
     EXPECT_GT(shown(data, 0, {1, 10 - 1.1f, 2}).z(), 0);
-    // 45 degrees to the side is the edge, at any distance.
+    // The edge lies 45 degrees to the side, at any distance.
     for (const float distance : {1.0f, 10.0f, 40.0f}) {
         const QVector3D edge = shown(data, 0, {1 + distance, 10 - distance, 2});
         EXPECT_NEAR(std::max(std::abs(edge.x()), std::abs(edge.y())), 1, 1e-4f);
@@ -505,7 +507,7 @@ TEST_F(ShadowMapManagerTest, pointLightHasTheFacesOfACubeMap)
     ShadowMapManager::processLights(listOf({&light}), data, nullptr, nullptr, nullptr);
     ASSERT_EQ(data.layerCount, 6);
     EXPECT_EQ(data.projectors[0].layerCount, 6);
-    // Axis of each face, and what lies to its right and to its top.
+    // The axis of each face, its right and its up direction.
     const QVector3D faces[6][3] = {
         {{1, 0, 0}, {0, 0, -1}, {0, -1, 0}},
         {{-1, 0, 0}, {0, 0, 1}, {0, -1, 0}},
@@ -523,7 +525,7 @@ TEST_F(ShadowMapManagerTest, pointLightHasTheFacesOfACubeMap)
         const QVector3D top = shown(data, face, light.position + 10 * (axis + 0.5f * faces[face][2]));
         EXPECT_TRUE(isNear(top, {0, 0.5f, top.z()})) << face;
     }
-    // Every direction is in exactly one face.
+    // Every direction falls into exactly one face.
     for (int i = 0; i < 200; ++i) {
         const float longitude = float(i) * 2.39996f;
         const float y = -0.995f + float(i) * 0.00995f;
@@ -563,8 +565,8 @@ TEST_F(ShadowMapManagerTest, depthsOfSpotAndPointLightsFitTheScene)
         light.coneAngle = 80;
         light.range = c.range;
         ShadowMapManager::processLights(listOf({&light}), data, &projection, &camera, &bounds);
-        // Every point of the scene that a layer shows and that is in range lies within its depths, but for what is nearer
-        // to the light than a fiftieth of its reach.
+        // Every point of the scene that is in range and visible in a layer lies within its depth range, except those
+        // nearer to the light than a fiftieth of its range.
         float lowest = 1;
         float highest = 0;
         for (int i = 0; i < 21 * 17 * 21; ++i) {
@@ -594,7 +596,7 @@ TEST_F(ShadowMapManagerTest, lightsThatDoNotMeetTheSceneKeepTheirLayers)
     Light spot;
     spot.type = Light::Spot;
     spot.position = {0, 50, 0};
-    spot.direction = {0, 1, 0}; // Away.
+    spot.direction = {0, 1, 0}; // Away from the scene.
     spot.range = 30;
     Light lamp;
     lamp.type = Light::Point;

@@ -40,7 +40,7 @@ protected:
         EXPECT_TRUE(lines[0].contains(QLatin1String(part))) << qPrintable(lines[0]);
     }
 
-    /// The values of GLSL expressions of type vec4 in the row of each item, read by a fragment stage.
+    /// The values of GLSL expressions of type vec4 for each item's row, read by a fragment stage.
     Image valuesOf(GPUModel &model, const QStringList &expressions)
     {
         QString choice;
@@ -74,7 +74,7 @@ void main()
         return target.read();
     }
 
-    /// An item of its own row of pixels for each material.
+    /// One item per material, each covering one row of pixels.
     QSharedPointer<GPUModel> columnOf(const QVector<MaterialData> &materials, int width)
     {
         GPUModelBuilder builder;
@@ -89,7 +89,7 @@ void main()
     }
 };
 
-/// The texels of a model's vertex extras, as 16-bit numbers.
+/// The texels of a model's vertex extras as 16-bit numbers.
 QVector<quint16> extrasOf(const GPUModel &model)
 {
     BufferObject *const buffer = model.vertexExtras().buffer.data();
@@ -137,7 +137,7 @@ TEST_F(SurfaceDataTest, rowsHoldWhatMaterialsSay)
     const QSharedPointer<GPUModel> model = columnOf({MaterialData(), material}, expressions.size());
     const Image values = valuesOf(*model, expressions);
     constexpr int sRgb = 256;
-    // The images of one size are layers 0 and 1 of the first array, the other is in the second.
+    // The two images of equal size are layers 0 and 1 of the first array; the other one is in the second array.
     const QVector4D own[] = {{0.1f, 0.2f, 0.3f, 0.25f}, {0.4f, 0.5f, 0.6f, 77}, {7, 8, 9, 0.75f}, {1, 7, 2, 2 + 4},
         {2, 4, 6, 1 + 8 + sRgb}, {3, 5, 7, 1}, {-2, -4, -6, 2 + 4 + 128 + sRgb}, {-3, -5, -7, 0},
         {12, 14, 16, 16 + 32 + 64 + sRgb}, {13, 15, 17, 0}};
@@ -162,7 +162,7 @@ TEST_F(SurfaceDataTest, aModelTellsWhatItsRowsAskFor)
     glowing.mapEmission = filled(8, 8, Qt::blue);
     glowing.mapEmissionSampling.uvSet = 1;
     glowing.alphaMode = MaterialData::Mask;
-    // Without an image nothing asks for what it would be sampled by.
+    // The sampling of a material without an image adds no feature.
     glowing.mapKdSampling.wrapU = ImageSampling::ClampToEdge;
     EXPECT_EQ(columnOf({painted, glowing}, 1)->surfaceFeatures(),
         SurfaceBaseColourMap | SurfaceEmissionMap | SurfaceSecondTexCoords | SurfaceMask | SurfaceFirstImageArray
@@ -284,7 +284,7 @@ TEST_F(SurfaceDataTest, vertexExtrasArePackedAndAreAttributes)
     EXPECT_EQ(texel(8, 2), (Texel{32767, 0, 0, quint16(-32767)}));
     EXPECT_EQ(texel(9, 2), (Texel{0, quint16(-32767), 0, 32767}));
 
-    // The same, as a vertex stage reads it.
+    // The same values as a vertex stage reads them.
     const auto program = makeProgram({
         {GL_VERTEX_SHADER, QStringLiteral(R"(#version 150
 in vec4 va_Color;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// `kvz info` and `kvz formats`, where no driver is.
+// `kvz info` and `kvz formats` on a machine without a driver.
 #include "Import/GltfDocument.h"
 #include "KvzRun.h"
 #include "support/ModelFiles.h"
@@ -25,7 +25,7 @@ Result runWithoutDriver(const QStringList &arguments)
     return program.run(arguments);
 }
 
-/// The object that a command prints as its one line; fails the test where it prints something else.
+/// The JSON object that a command prints as its only line; fails the test if it prints anything else.
 QJsonObject jsonFrom(const QStringList &arguments)
 {
     const Result result = runWithoutDriver(arguments);
@@ -38,7 +38,7 @@ QJsonObject jsonFrom(const QStringList &arguments)
     return document.object();
 }
 
-/// A row of the text form behind its name, or the lines of a list behind their count.
+/// A row of the text form without its name, or the lines of a list without their count.
 QStringList rowsOf(const QString &output, const QString &name)
 {
     QStringList rows;
@@ -237,7 +237,7 @@ TEST(InfoTest, aFileThatCannotBeReadIsRefusedInOneLine)
     EXPECT_EQ(runWithoutDriver({"info", model, model}).status, 2);
 }
 
-/// The reader of OpenGEX writes to standard error by itself, and gives no reason.
+/// The reader of OpenGEX writes to standard error by itself and gives no reason.
 TEST(InfoTest, readersDoNotWriteToTheTerminal)
 {
     const TemporaryFolder folder;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the program says of itself: help, the manual page, completions, and the page of its documentation.
+// What the program says about itself: help, the manual page, completions, and its page of the documentation.
 #include "KvzRun.h"
 #include "support/TemporaryFolder.h"
 
@@ -28,7 +28,7 @@ QStringList optionsOf(const QString &command)
     return names;
 }
 
-/// Runs a program of the system, with what it reads.
+/// Runs a program of the system with this input.
 Result runOther(const QString &program, const QStringList &arguments, const QString &input = QString())
 {
     QProcess process;
@@ -47,7 +47,7 @@ Result runOther(const QString &program, const QStringList &arguments, const QStr
     return result;
 }
 
-/// What bash offers for a command line, of which the last word is being written.
+/// What bash offers for a command line whose last word is being typed.
 QStringList completedByBash(const QStringList &words)
 {
     QStringList quoted;
@@ -88,7 +88,7 @@ TEST(KvzHelpTest, theProgramListsItsCommands)
     EXPECT_EQ(run({"help"}).output, help);
     EXPECT_EQ(run({"help", "check"}).output, run({"check", "--help"}).output);
     EXPECT_EQ(run({"-h"}).output, help);
-    // Help comes whatever else is there.
+    // Help is printed whatever else is on the command line.
     EXPECT_EQ(run({"render", "--colour", "--help"}).output, run({"render", "--help"}).output);
 }
 
@@ -123,7 +123,7 @@ TEST(KvzHelpTest, chainsSayWhatTheyAreForAndCost)
 TEST(KvzHelpTest, theManualPageIsCleanAndHasEveryOption)
 {
     const QString page = run({"manual"}).output;
-    // groff warns of what it does not understand.
+    // groff warns about what it does not understand.
     const Result shown = runOther("groff", {"-man", "-Tutf8", "-ww", "-P-cbou", "-rLL=100n"}, page);
     EXPECT_EQ(shown.status, 0);
     EXPECT_EQ(shown.errors, QStringList());
@@ -167,7 +167,7 @@ TEST(KvzHelpTest, bashCompletes)
     EXPECT_EQ(completedByBash({"kvz", "completion", ""}), (QStringList{"bash", "zsh", "fish"}));
     EXPECT_EQ(completedByBash({"kvz", "render", "/usr/share/glmark2/models/bunny.o"}),
         QStringList("/usr/share/glmark2/models/bunny.obj"));
-    // All options, and nothing that starts otherwise.
+    // All options, and nothing else.
     QStringList all = completedByBash({"kvz", "render", "--"});
     all.sort();
     QStringList known = optionsOf("render");

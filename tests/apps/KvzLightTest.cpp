@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// `kvz render` with lights and backgrounds of the call.
+// `kvz render` with lights and backgrounds given on the command line.
 #include "KvzRun.h"
 #include "support/ModelFiles.h"
 #include "support/TemporaryFolder.h"
@@ -58,7 +58,7 @@ TEST_F(KvzLightTest, headlightAndAmbientLightHaveIntensities)
     EXPECT_LT(dim, 0.8 * usual);
     EXPECT_GT(bright, 1.1 * usual);
     EXPECT_LT(dark, 1);
-    // What shines by itself is the default.
+    // These are the default lights.
     EXPECT_EQ(
         picture(onBlack + QStringList{"--light", "headlight:intensity=0.85", "--light", "ambient:intensity=0.15"}),
         picture(onBlack));
@@ -85,7 +85,7 @@ TEST_F(KvzLightTest, castersLeaveTheOtherLightsInForce)
     EXPECT_GT(oneCaster, 0.5 * own);
     const double dimmed = brightness(picture(shadows + QStringList{"--light", "headlight:intensity=0.2"}));
     EXPECT_LT(dimmed, 0.7 * own);
-    // A light that no pass takes is told.
+    // A light that no pass uses is reported.
     picture({"--chain", "forward-basic", "--light", "headlight:intensity=0.5"}, &errors);
     ASSERT_EQ(errors.size(), 1);
     EXPECT_EQ(errors[0],
@@ -100,7 +100,7 @@ TEST_F(KvzLightTest, aBackgroundIsAColourOrNone)
     EXPECT_EQ(picture({"--background", "#e67814", "--chain", "smaa-s2x"}).pixel(2, 2), orange.pixel(2, 2));
     EXPECT_EQ(picture({"--background", "#e67814", "--chain", "forward-basic"}).pixel(2, 2), orange.pixel(2, 2));
 
-    // Straight alpha: laid over the colour it is the colour's picture.
+    // Straight alpha: laid over a colour it gives the picture with that background.
     const QImage cutOut = picture({"--background", "none"});
     ASSERT_TRUE(cutOut.hasAlphaChannel());
     EXPECT_EQ(qAlpha(cutOut.pixel(2, 2)), 0);

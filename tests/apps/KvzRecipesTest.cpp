@@ -34,7 +34,7 @@ QByteArray boxGlb()
     return "glTF" + header + "JSON" + json;
 }
 
-/// The blocks of a page that are for a shell.
+/// The shell blocks of a page.
 QStringList shellBlocks(const QString &file)
 {
     QFile page(file);
@@ -48,7 +48,7 @@ QStringList shellBlocks(const QString &file)
     return blocks;
 }
 
-/// The picture is of this size and shows the box, which is red.
+/// Expects a picture of this size that shows the box, which is red.
 void expectBox(const QString &file, const QSize &size)
 {
     const QImage image = expectPicture(file, size);

@@ -61,7 +61,8 @@ inline Result run(const QStringList &arguments)
     return Kvz().run(arguments);
 }
 
-/// Expects the program to refuse these arguments in one line, "kvz: " and `start`, with `part` further on.
+/// Expects the program to refuse these arguments in one line that begins with "kvz: " and `start` and contains `part`
+/// after that.
 inline void expectRefused(
     const QStringList &arguments, int status, const QString &start, const QString &part, const Kvz &program = Kvz())
 {
@@ -74,7 +75,7 @@ inline void expectRefused(
     EXPECT_TRUE(result.errors[0].contains(part)) << command << "\n" << result.errors[0].toStdString();
 }
 
-/// Expects the program to refuse these arguments with this line alone, behind "kvz: ".
+/// Expects the program to refuse these arguments with only this line, after "kvz: ".
 inline void expectLine(const QStringList &arguments, int status, const QString &line, const Kvz &program = Kvz())
 {
     const Result result = program.run(arguments);
@@ -84,7 +85,7 @@ inline void expectLine(const QStringList &arguments, int status, const QString &
     EXPECT_EQ(result.errors, QStringList("kvz: " + line)) << command;
 }
 
-/// The picture is there, of this size, opaque.
+/// Expects an opaque picture of this size and returns it.
 inline QImage expectPicture(const QString &file, const QSize &size)
 {
     const QImage image(file);

@@ -17,7 +17,7 @@ namespace {
 
 const QString stillLife = QStringLiteral(KVZ_SOURCE_DIR "/Media/Models/still-life.obj");
 
-/// A terminal of the test's own. What is written to it waits in it.
+/// A pseudo-terminal, which keeps what is written to it until it is read.
 class PseudoTerminal
 {
 public:
@@ -36,7 +36,7 @@ public:
     Q_DISABLE_COPY(PseudoTerminal)
 
     QString name() const { return ptsname(m_master); }
-    /// What was written since.
+    /// What was written since the last call.
     QByteArray take()
     {
         QByteArray shown(100000, '\0');
@@ -64,7 +64,7 @@ QVector<QJsonObject> jsonLines(const QString &output)
 class KvzScriptsTest : public ::testing::Test
 {
 protected:
-    /// A model with something to warn of.
+    /// A model that causes a warning.
     QString warningModel()
     {
         folder.write("a.mtl", "newmtl one\nKd 1 1 1\nmap_Kd gone.png\n");
@@ -254,7 +254,7 @@ TEST_F(KvzScriptsTest, progressOfReadingAndDrawingIsShownOnATerminal)
     EXPECT_EQ(jsonLines(result.output).size(), 4) << "on the other stream, untouched";
     const QByteArray shown = terminal.take();
     EXPECT_TRUE(shown.startsWith("reading " + model.toUtf8())) << shown.constData();
-    // A warning takes the place of what was shown in passing, and a line of its own.
+    // A warning replaces the progress text and has a line of its own.
     EXPECT_TRUE(shown.contains("\r\033[Kkvz: warning: " + model.toUtf8())) << shown.constData();
     EXPECT_TRUE(shown.contains("] picture 1 of 4")) << shown.constData();
     EXPECT_TRUE(shown.contains("[########################################] picture 4 of 4\r\033[K"))

@@ -95,7 +95,7 @@ protected:
         return image.size() == QSize(16, 8) ? image.pixelColor(0, 0) : QColor();
     }
 
-    /// As editors do: a new file replaces the old one.
+    /// Replaces the file by a new one, as editors do.
     void replaceShader(const QByteArray &content)
     {
         const QString fresh = folder.write("colour.frag.new", content);
@@ -179,7 +179,7 @@ TEST_F(KvzWatchTest, editsAreRenderedAndBrokenOnesKeepThePicture)
         << errors.toStdString();
     EXPECT_EQ(colour(), QColor(Qt::green));
 
-    // The same mistake again is told again.
+    // The same mistake is reported again.
     replaceShader(shaderOf("nowhere "));
     ASSERT_TRUE(waitForError("nowhere"));
     EXPECT_EQ(colour(), QColor(Qt::green));
@@ -188,7 +188,7 @@ TEST_F(KvzWatchTest, editsAreRenderedAndBrokenOnesKeepThePicture)
     ASSERT_TRUE(waitForError("No such file")) << errors.toStdString();
     EXPECT_EQ(colour(), QColor(Qt::green));
 
-    // Mended in place, not by a replacement.
+    // Corrected in place, not by replacing the file.
     folder.write("colour.frag", shaderOf(blue));
     ASSERT_TRUE(waitForOutput("out.png: rendered"));
     EXPECT_EQ(colour(), QColor(Qt::blue));
@@ -206,7 +206,7 @@ TEST_F(KvzWatchTest, includedFilesAreWatchedToo)
     ASSERT_TRUE(waitForOutput("rendered"));
     EXPECT_EQ(colour(), QColor(Qt::green));
 
-    // A file that an edit brings in is watched from then on.
+    // A file that an edit includes is watched from then on.
     folder.write("more.glslh", "const vec4 other = " + blue + ";\n");
     folder.write("colour.frag", "#version 150\n#include \"more.glslh\"\n" + shaderOf("other").mid(13));
     ASSERT_TRUE(waitForOutput("rendered"));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What `kvz check` and `kvz render` say of a user's shader and the inputs that are to feed it.
+// What `kvz check` and `kvz render` say about a user's shader and the inputs for it.
 #include "KvzRun.h"
 #include "support/ModelFiles.h"
 #include "support/TemporaryFolder.h"

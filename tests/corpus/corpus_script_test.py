@@ -10,7 +10,7 @@ import unittest
 
 CORPUS = pathlib.Path(__file__).resolve().parents[2] / "scripts" / "corpus"
 
-# Takes the name of the model for what is to happen.
+# Does what the model's file name says.
 FAKE = '''#!/usr/bin/python3
 import json, os, signal, sys, time
 from PIL import Image

@@ -18,7 +18,7 @@ using DocumentationShaderTest = GLTest;
 
 TEST_F(DocumentationShaderTest, theShadersOfThePagesCompile)
 {
-    // Blocks of their own in one page, a literal in the other.
+    // Separate blocks in one page, a string literal in the other.
     const QPair<QString, QString> places[] = {
         {QStringLiteral("shaders.md"), QStringLiteral("^```glsl\\n(.*?)^```$")},
         {QStringLiteral("passes/ShaderRenderPass.md"), QStringLiteral("R\"\\((#version.*?)\\)\"")},
@@ -60,7 +60,7 @@ TEST_F(DocumentationShaderTest, theVignetteDarkensTowardsTheCorners)
 
     RenderChain chain;
     ASSERT_TRUE(chain.setDescription(description)) << qPrintable(chain.errorString());
-    ASSERT_TRUE(chain.setEnabled(QStringLiteral("screen"), false)); // There is none.
+    ASSERT_TRUE(chain.setEnabled(QStringLiteral("screen"), false)); // There is no screen.
     chain.setViewport(QRect(0, 0, 64, 64));
     chain.setCamera(QMatrix4x4(), QMatrix4x4());
     chain.setModel(model.data());

@@ -47,7 +47,7 @@ QStringList pages()
             root + QStringLiteral("/Media/Chains/README.md")};
 }
 
-/// The comment above a class in the headers of passes; empty for a class that is in none.
+/// The comment above a class in the headers of passes; empty if no header has the class.
 QString commentOfClass(const QString &className)
 {
     static const QString text = [] {
@@ -64,7 +64,7 @@ QString commentOfClass(const QString &className)
     return comment.match(text).captured(1);
 }
 
-/// What the tables of ports in a header say: "in" or "out", index, name and, of an input, the default.
+/// The rows of the port tables in a header's comment: "in" or "out", index, name and, for inputs, the default.
 QStringList portRowsOfComment(const QString &comment)
 {
     QStringList rows;
@@ -113,7 +113,7 @@ QString withoutBlocks(QString page)
     return page.remove(block);
 }
 
-/// The anchors that a page's headings have.
+/// The anchors of a page's headings.
 QStringList anchorsOf(const QString &page)
 {
     static const QRegularExpression heading(QStringLiteral("^#+ (.*)$"), QRegularExpression::MultilineOption);
@@ -128,7 +128,7 @@ QStringList anchorsOf(const QString &page)
 
 QString nameOf(ChainFinding::Code code)
 {
-    // A switch, so that the compiler names a new code that is missing here.
+    // A switch, so that the compiler reports a new code that is missing here.
     switch (code) {
 #define KVZ_CODE(name)                                                                                                 \
     case ChainFinding::Code::name:                                                                                     \
@@ -194,7 +194,7 @@ TEST(DocumentationTest, theIndexListsAllPagesOfPasses)
     const QString index = read(docs + QStringLiteral("/passes/README.md"));
     for (const QString &file : QDir(docs + QStringLiteral("/passes")).entryList({QStringLiteral("*Pass.md")})) {
         EXPECT_TRUE(index.contains(QStringLiteral("](%1)").arg(file))) << qPrintable(file);
-        // A header need not have the name of its class.
+        // Looked up in the registry, since a header need not be named after its class.
         EXPECT_TRUE(PassRegistry::standard().find(file.chopped(3)))
             << "a page of a class that is not there: " << qPrintable(file);
     }
@@ -243,7 +243,7 @@ TEST(DocumentationTest, chainsInPagesCheckAsThePagesSay)
             ChainDescription chain;
             QString error;
             ASSERT_TRUE(ChainDescription::fromJson(block.text.toUtf8(), &chain, &error)) << qPrintable(error);
-            chain.folder = docs + QStringLiteral("/examples"); // Where the shaders are that pages name.
+            chain.folder = docs + QStringLiteral("/examples"); // The folder of the shaders that pages name.
             const QVector<ChainFinding> findings = validateChain(chain);
             static const QRegularExpression finding(QStringLiteral("^(error|warning): "));
             const QString next = i + 1 < blocks.size() && blocks[i + 1].language == QLatin1String("text")
@@ -255,7 +255,7 @@ TEST(DocumentationTest, chainsInPagesCheckAsThePagesSay)
                 continue;
             }
             EXPECT_EQ(linesOf(findings), next.split(QLatin1Char('\n')));
-            // The paragraph before the chain begins with the code.
+            // The paragraph before the chain begins with the name of the finding's code.
             const QString code = block.before.section(QStringLiteral("\n`"), -1).section(QStringLiteral("`:"), 0, 0);
             for (const ChainFinding &found : findings)
                 EXPECT_EQ(nameOf(found.code), code);
@@ -275,7 +275,7 @@ TEST(DocumentationTest, everyKindOfFindingIsExplained)
     }
 }
 
-// The standard classes cannot have these findings; the page shows the lines that classes of a host get.
+// The standard classes cannot cause these findings; the page shows the lines that a host's own classes get.
 TEST(DocumentationTest, findingsOfHostsClassesReadAsThePageSays)
 {
     const QString frame = QStringLiteral("Kvz_KvzTexture*_Frame");
@@ -354,7 +354,7 @@ TEST(DocumentationTest, linksLeadSomewhereAndPicturesAreSmallAndNotBlank)
 TEST(DocumentationTest, pagesShowTheExamplesThatAreTested)
 {
     const auto expectShown = [](const QString &page, const QString &example) {
-        // Less the licence and the guard.
+        // Without the licence line and the include guard.
         const QString code = read(QStringLiteral("%1/examples/%2").arg(docs, example)).section(QLatin1Char('\n'), 3);
         EXPECT_TRUE(read(docs + QLatin1Char('/') + page).contains(code)) << qPrintable(example);
     };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The widget that docs/chains.md shows draws, and draws again after it lost its context.
+// The widget that docs/chains.md shows draws, and draws again after losing its context.
 #include "examples/ChainWidget.h"
 
 #include <QtCore/QSet>

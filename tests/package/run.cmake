@@ -22,7 +22,7 @@ if(NOT EXISTS "${WORK_DIR}/picture.png")
     message(FATAL_ERROR "render-model wrote no picture")
 endif()
 
-# The manual page and the completions come along, written.
+# The manual page and the completions are installed, with content.
 foreach(document man/man1/kvz.1 bash-completion/completions/kvz zsh/site-functions/_kvz fish/vendor_completions.d/kvz.fish)
     file(READ "${WORK_DIR}/prefix/share/${document}" text)
     if(NOT text MATCHES "samples")
@@ -30,7 +30,7 @@ foreach(document man/man1/kvz.1 bash-completion/completions/kvz zsh/site-functio
     endif()
 endforeach()
 
-# What the README shows is this program, and its chain is one.
+# The README shows this program, and its chain is valid.
 file(READ "${SOURCE_DIR}/README.md" readme)
 file(READ "${CONSUMER_DIR}/render-model.cpp" program)
 string(REGEX REPLACE "^[^\n]*\n[^\n]*\n" "" program "${program}")

@@ -7,7 +7,7 @@
 
 namespace Velmora::Kvz {
 
-/// The world to camera matrix of an eye that looks at `center`, +y upwards.
+/// The world-to-camera matrix of a camera at `eye` that looks at `center`, with +y up.
 inline QMatrix4x4 lookAt(const QVector3D &eye, const QVector3D &center)
 {
     QMatrix4x4 camera;
@@ -15,7 +15,7 @@ inline QMatrix4x4 lookAt(const QVector3D &eye, const QVector3D &center)
     return camera;
 }
 
-/// A projection of 50 degrees from bottom to top.
+/// A perspective projection with a vertical field of view of 50 degrees.
 inline QMatrix4x4 perspective(const QSize &size, float nearPlane, float farPlane)
 {
     QMatrix4x4 projection;
@@ -23,7 +23,7 @@ inline QMatrix4x4 perspective(const QSize &size, float nearPlane, float farPlane
     return projection;
 }
 
-/// The projection with its picture of that size moved by so many pixels, to the right and upwards.
+/// The projection shifted by this many pixels, to the right and up, in a picture of this size.
 inline QMatrix4x4 movedByPixels(const QMatrix4x4 &projection, const QSize &size, double x, double y)
 {
     QMatrix4x4 shift;

@@ -8,7 +8,7 @@
 
 namespace Velmora::Kvz {
 
-/// Replaces a text in the shaders that are compiled while it lives.
+/// Replaces a text in all shaders that are compiled while it lives.
 class ChangedShaders
 {
 public:

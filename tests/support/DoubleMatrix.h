@@ -10,7 +10,7 @@
 
 namespace Velmora::Kvz {
 
-/// Vectors and matrices of doubles, for references that must be more exact than what they are compared with.
+/// Vectors and matrices of doubles, for references more precise than what they are compared with.
 using Vector4d = std::array<double, 4>;
 using Vector3d = std::array<double, 3>;
 
@@ -85,7 +85,7 @@ public:
         return result;
     }
 
-    /// By elimination with row pivots. The matrix must be regular.
+    /// By Gaussian elimination with row pivoting. The matrix must be regular.
     DoubleMatrix inverted() const
     {
         DoubleMatrix left = *this;

@@ -8,8 +8,8 @@
 
 namespace Velmora::Kvz {
 
-/// Notes what is attached to framebuffers, drawn and detached while it lives, in order: "attach colour", "draw",
-/// "detach colour". A pooled texture that stays attached may be handed out while it is still a target.
+/// Records attachments, draws and detachments while it lives, in order: "attach colour", "draw", "detach colour". A
+/// pooled texture that stays attached may be handed out while it is still a render target.
 class DrawSteps
 {
 public:

@@ -11,7 +11,7 @@ bool isStageUnits(GLenum name)
         || name == GL_MAX_GEOMETRY_TEXTURE_IMAGE_UNITS;
 }
 
-/// The types of OpenGL 3.2.
+/// The sampler types of OpenGL 3.2.
 bool isSampler(GLenum type)
 {
     return (type >= GL_SAMPLER_1D && type <= GL_SAMPLER_2D_RECT_SHADOW)

@@ -7,13 +7,13 @@
 
 namespace Velmora::Kvz {
 
-/// Replaces what the driver says of itself while it lives.
+/// Replaces what the driver reports about itself while it lives.
 class DriverClaims
 {
 public:
-    /// `renderer` empty: its own name. `geometryVertices` 0: its own limit. `hiddenExtension` empty: all that it has.
-    /// `stageUnits`: texture units of a stage, of which the claimed driver has three; 0: its own limits. Contexts made before
-    /// keep the units that they count with.
+    /// Empty or 0 keeps the driver's own value. `hiddenExtension` is one that it no longer reports; `stageUnits` are
+    /// texture units per stage, of which the claimed driver has three. Contexts made earlier keep their number of
+    /// units.
     DriverClaims(
         const QByteArray &renderer, int geometryVertices, const QByteArray &hiddenExtension, int stageUnits = 0);
 
@@ -25,7 +25,7 @@ private:
     GLCallRecorder<&epoxy_glGetIntegerv> m_integers;
 };
 
-/// How many samplers a program reads, in all its stages.
+/// The number of samplers that a program reads, over all its stages.
 int activeSamplers(unsigned int program);
 
 } // namespace Velmora::Kvz

@@ -10,8 +10,8 @@
 
 namespace Velmora::Kvz {
 
-/// Replaces a GL function while it lives and records every call that any library of the process makes to it. Calls
-/// go on to the driver unless `replacement` is set. One at a time for each function.
+/// Replaces a GL function while it lives and records every call to it, from any library of the process. Calls are
+/// passed on to the driver unless `replacement` is set. Only one may exist for each function.
 ///
 ///     GLCallRecorder<&epoxy_glViewport> viewports;
 ///     pass.start(nullptr);
@@ -39,7 +39,7 @@ public:
     /// Calls the driver's function.
     Result forward(Arguments... arguments)
     {
-        // The loader finds a function at its first call, writes it over the pointer and calls through that.
+        // On its first call a function is resolved, which overwrites the pointer, and then called through it.
         struct StepAside
         {
             GLCallRecorder *recorder;

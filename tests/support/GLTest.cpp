@@ -23,7 +23,7 @@ HeadlessContext &GLTest::context()
             std::fprintf(stderr, "no OpenGL context: %s\n", qPrintable(error));
             std::abort();
         }
-        // With the application, while what Qt keeps for the thread is still there.
+        // Deleted with the application, while Qt's thread data still exists.
         qAddPostRoutine([] { context.reset(); });
     }
     return *context;
@@ -37,7 +37,7 @@ GLTest::~GLTest()
             continue;
         ADD_FAILURE() << "the test left " << pooled.references << " reference(s) to a texture of the pool, "
                       << pooled.width << " by " << pooled.height << ", format " << int(pooled.format);
-        // So that the tests that follow do not fail with it.
+        // So that later tests do not fail because of it.
         TextureManager::Instance()->releaseTempTextureRef(const_cast<Texture *>(pooled.texture), pooled.references);
     }
 }
@@ -45,7 +45,7 @@ GLTest::~GLTest()
 void GLTest::SetUp()
 {
     context().makeCurrent();
-    takeProgramFailures(); // Those of the tests before.
+    takeProgramFailures(); // Those of earlier tests.
     log.clear();
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
     glUseProgram(0);

@@ -12,14 +12,14 @@
 
 namespace Velmora::Kvz {
 
-/// A test with a current OpenGL context, the same one for all tests of the process. A machine that gives none fails.
+/// A test with a current OpenGL context, shared by all tests of the process. It fails on a machine without one.
 ///
-/// A test fails when it leaves a GL error, a warning or critical log line that it did not take from `log`, or a reference to
-/// a texture of the pool.
+/// A test fails if it leaves behind a GL error, a warning or critical log line that it did not take from `log`, or a
+/// reference to a texture of the pool.
 class GLTest : public ::testing::Test
 {
 protected:
-    /// The members of a test have released what they held by now.
+    /// The members of a test have released their references by now.
     ~GLTest() override;
 
     void SetUp() override;
@@ -27,13 +27,13 @@ protected:
 
     static HeadlessContext &context();
 
-    /// The GL errors that the test expects to have caused: their codes. They are cleared from GL and the log.
+    /// The GL errors that the test expects, by code. They are removed from GL and from the log.
     QVector<unsigned int> takeGLErrors();
 
     LogCapture log;
 };
 
-/// One value of GL's state.
+/// One integer of GL's state.
 int glInteger(unsigned int name);
 bool glFlag(unsigned int name);
 

@@ -145,7 +145,7 @@ std::unique_ptr<Texture> makeMultisampleTexture(const Image &image, int internal
         glTexImage2DMultisample(
             GL_TEXTURE_2D_MULTISAMPLE, samples, GLenum(internalFormat), image.width, image.height, GL_TRUE);
     }
-    // There is no upload to a multisampled texture: draw the image into it.
+    // Multisampled textures cannot be uploaded to, so the image is drawn into it.
     const std::unique_ptr<Texture> source = makeTexture(image, GL_RGBA32F);
     ShaderProgram program(nullptr);
     program.setFragDataLocations({QStringLiteral("out_Color")});

@@ -11,7 +11,7 @@
 
 namespace Velmora::Kvz {
 
-/// Texels as floats, rows from the bottom up as GL has them.
+/// Texels as floats, rows from the bottom up as in GL.
 struct Image
 {
     int width = 0;
@@ -29,8 +29,8 @@ struct Image
     void setPixel(int x, int y, const QVector4D &value);
 };
 
-/// Reads level 0 of a single-sampled 2D texture as it lies: colour as four floats, depth (of depth and stencil too) as one.
-/// Integer formats are read as integers and converted.
+/// Reads level 0 of a single-sample 2D texture: colour as four floats, depth (also of depth-stencil
+/// textures) as one. Integer formats are read as integers and converted.
 Image readTexture(const Texture *texture);
 /// Reads one layer of an array texture.
 Image readLayer(const Texture *texture, int layer);
@@ -39,25 +39,26 @@ Image readFramebuffer(int x, int y, int width, int height);
 /// Reads the stencil of a depth-stencil texture.
 QVector<int> readStencil(Texture *texture);
 
-/// A texture with the image as content, nearest filters, clamped. `internalFormat` is a sized colour or depth format.
+/// A texture with the image as content, nearest filters and clamping. `internalFormat` is a sized colour or depth
+/// format.
 std::unique_ptr<Texture> makeTexture(const Image &image, int internalFormat);
-/// A multisampled texture, every sample with the image's texel.
+/// A multisampled texture with the image's texel in every sample.
 std::unique_ptr<Texture> makeMultisampleTexture(const Image &image, int internalFormat, int samples);
 
-/// An image of four channels, all texels alike.
+/// An image of four channels in one colour.
 Image filled(int width, int height, const QVector4D &color);
 
-/// The largest absolute difference of two images of the same shape; a large number when the shapes differ.
+/// The largest absolute difference of two images; a large number if their shapes differ.
 double maximumDifference(const Image &a, const Image &b);
 
-/// The mean absolute difference of the three colours, in steps of 8 bits; not a number when the shapes differ.
+/// The mean absolute difference of the three colours, in steps of 8 bits; NaN if the shapes differ.
 double meanError(const Image &a, const Image &b);
 
-/// The pixels of two images of the same shape that differ by more than a tolerance in a channel; all when the shapes differ.
+/// The number of pixels that differ by more than the tolerance in some channel; all pixels if the shapes differ.
 int pixelsBeyond(const Image &a, const Image &b, double tolerance);
 
-/// Saves the image, values from 0 to 1, for a person to look at: under the folder that KVZ_TEST_IMAGES names, nowhere when
-/// it is not set.
+/// Saves the image (values from 0 to 1) for viewing in the folder named by KVZ_TEST_IMAGES, or nowhere if that is not
+/// set.
 void saveForViewing(const Image &image, const QString &name);
 
 } // namespace Velmora::Kvz

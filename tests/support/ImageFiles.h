@@ -17,7 +17,7 @@ inline QString writeImage(const TemporaryFolder &folder, const QString &name, co
     return path;
 }
 
-/// An image in which no two texels are alike, alpha from 64 up, or opaque for a format without alpha.
+/// An image in which all texels differ, with alpha from 64 up, or opaque in formats without alpha.
 inline QImage distinctImage(int width, int height, QImage::Format format = QImage::Format_ARGB32, int seed = 0)
 {
     QImage image(width, height, QImage::Format_ARGB32);
@@ -37,7 +37,7 @@ inline QVector4D colorAt(const QImage &image, int x, int y)
     return QVector4D(float(qRed(texel)), float(qGreen(texel)), float(qBlue(texel)), float(qAlpha(texel))) / 255.0f;
 }
 
-/// Bits taken as rows of GL_BGRA bytes, zeros behind their end.
+/// The bits as rows of GL_BGRA bytes, with zeros beyond their end.
 inline Image asBgraTexels(const QByteArray &bits, int width, int height)
 {
     Image image(width, height);
@@ -53,7 +53,7 @@ inline QByteArray bitsOf(const QImage &image)
     return QByteArray(reinterpret_cast<const char *>(image.constBits()), int(image.sizeInBytes()));
 }
 
-/// A JPEG file of 8 by 8 pixels with four inks, all at half.
+/// A JPEG file of 8 by 8 pixels with four inks, all at one half.
 inline QByteArray cmykJpeg()
 {
     QByteArray file = QByteArray::fromHex("ffd8"

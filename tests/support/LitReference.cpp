@@ -10,7 +10,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// The texel that a wrap mode finds for a whole number of texels.
+/// The texel that a wrap mode selects for an integer coordinate.
 int wrapped(int texel, int size, ImageSampling::Wrap wrap)
 {
     const auto repeated = [](int value, int period) { return (value % period + period) % period; };
@@ -45,7 +45,7 @@ DoubleMatrix normalMatrix(const DoubleMatrix &matrix)
     return linear.inverted().transposed();
 }
 
-/// The numbers of a triangle's vertices.
+/// The vertex numbers of a triangle.
 std::array<int, 3> cornersOf(const MeshData &mesh, int triangle)
 {
     std::array<int, 3> corners = {3 * triangle, 3 * triangle + 1, 3 * triangle + 2};
@@ -97,7 +97,7 @@ LitSurface LitReference::surfaceAt(int x, int y, const RayHit &hit) const
     const DoubleMatrix model(item.modelMatrix);
     const Vector3d point = m_rays.pointOf(x + 0.5, y + 0.5, hit);
 
-    // Barycentric coordinates in world space, by areas.
+    // Barycentric coordinates in world space, as ratios of areas.
     std::array<Vector3d, 3> places;
     for (size_t i = 0; i < 3; ++i)
         places[i] = xyz(model * withW(toDouble(mesh.positions[corners[i]]), 1));
@@ -117,7 +117,7 @@ LitSurface LitReference::surfaceAt(int x, int y, const RayHit &hit) const
     for (size_t i = 0; i < 3; ++i)
         normal = normal + normalized(turned(toCamera, toDouble(mesh.normals[corners[i]]))) * weights[i];
     surface.normal = normalized(normal);
-    // A mirroring matrix turns the winding round, and what counts as the front with it.
+    // A mirroring matrix reverses the winding, and with it which side is the front.
     const bool isMirrored = item.modelMatrix.determinant() < 0;
     const bool isFront = (dot(turned(m_camera, facing), surface.toEye) > 0) != isMirrored;
     if (material.isLitFromBothSides && !isFront)
@@ -170,7 +170,7 @@ Vector4d sampleMagnified(const QImage &image, const ImageSampling &sampling, con
         for (int i = 0; i < 2; ++i) {
             const int column = wrapped(int(std::floor(x)) + i, image.width(), sampling.wrapU);
             const int row = wrapped(int(std::floor(y)) + j, image.height(), sampling.wrapV);
-            // Row 0 of a QImage is the top one.
+            // Row 0 of a QImage is the top row.
             const QColor texel = image.pixelColor(column, image.height() - 1 - row);
             const double weight = (i ? fx : 1 - fx) * (j ? fy : 1 - fy);
             const Vector4d channels = {texel.redF(), texel.greenF(), texel.blueF(), texel.alphaF()};

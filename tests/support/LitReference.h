@@ -7,7 +7,7 @@
 
 namespace Velmora::Kvz {
 
-/// A model, and all that a reference needs to know of it to light it.
+/// A model, and what a reference needs to know to light it.
 class LitScene
 {
 public:
@@ -34,7 +34,7 @@ struct LitLights
     bool isFixed = false;
 };
 
-/// A surface at a point, as its material and its mesh make it.
+/// A surface at one point, as its material and mesh define it.
 struct LitSurface
 {
     Vector3d baseColour = {};
@@ -48,7 +48,8 @@ struct LitSurface
     Vector3d toEye = {}; ///< Camera space, unit.
 };
 
-/// What the formulas of light give for the points that rays meet, all in doubles. Images are read from their largest mip level.
+/// The light at the points that rays meet, by the formulas and in doubles. Images are read from their largest mip
+/// level.
 class LitReference
 {
 public:
@@ -56,7 +57,7 @@ public:
 
     const RayCaster &rays() const { return m_rays; }
     LitSurface surfaceAt(int x, int y, const RayHit &hit) const;
-    /// Colour, each channel from 0 to 1 and multiplied by the opacity, and opacity; zeros for nothing.
+    /// Opacity, and colour multiplied by it, each channel from 0 to 1; zeros where there is nothing.
     Vector4d colourAt(int x, int y, const RayHit &hit, const LitLights &lights = {}) const;
 
 private:
@@ -66,10 +67,10 @@ private:
     RayCaster m_rays;
 };
 
-/// A sample of an image, read as its sampling says.
+/// A sample of an image, read by its sampling parameters.
 Vector4d sampleMagnified(const QImage &image, const ImageSampling &sampling, const std::array<double, 2> &texCoord);
 
-/// Light that a surface sends to the eye, not clamped.
+/// The light that a surface sends to the viewer, not clamped.
 Vector3d litColour(const LitSurface &surface, const LitLights &lights);
 
 } // namespace Velmora::Kvz

@@ -7,7 +7,7 @@
 
 namespace Velmora::Kvz {
 
-/// Captures every message of Qt's logger while it lives, and prints none.
+/// Captures all messages of Qt's logger while it lives, and prints none.
 class LogCapture
 {
 public:
@@ -24,13 +24,13 @@ public:
     LogCapture();
     ~LogCapture();
 
-    /// All messages since the start or the last take.
+    /// All messages since construction or the last take.
     const QVector<Message> &messages() const { return m_messages; }
-    /// Removes the texts of one type from the capture and returns them.
+    /// Removes the messages of one type from the capture and returns their texts.
     QStringList takeDebug() { return take(QtDebugMsg); }
     QStringList takeWarnings() { return take(QtWarningMsg); }
     QStringList takeCriticals() { return take(QtCriticalMsg); }
-    /// Removes the texts of one category, of any type, from the capture and returns them.
+    /// Removes the messages of one category, of any type, from the capture and returns their texts.
     QStringList takeCategory(const QString &category);
     void clear() { m_messages.clear(); }
 

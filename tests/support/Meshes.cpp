@@ -44,7 +44,7 @@ MeshData boxMesh(int divisions)
                 const QVector2D texCoord(float(i) / float(divisions), float(j) / float(divisions));
                 QVector3D position;
                 position[axis] = side;
-                // Turned round on the far side, so that both wind alike from outside.
+                // Reversed on the far side, so that both wind the same way seen from outside.
                 position[(axis + 1) % 3] = side * (2 * texCoord.x() - 1);
                 position[(axis + 2) % 3] = 2 * texCoord.y() - 1;
                 QVector3D normal;

@@ -11,7 +11,7 @@
 
 namespace Velmora::Kvz {
 
-/// A ready chain that draws a model into a picture of its own, as `kvz render` does.
+/// A ready chain that draws a model into its own target, as `kvz render` does.
 class ModelChain
 {
 public:
@@ -20,15 +20,16 @@ public:
     /// Takes any chain without errors.
     ModelChain(const ChainDescription &description, const QSharedPointer<GPUModel> &model, const QSize &size);
 
-    /// Looks at the model as a whole, between planes that fit it.
+    /// Shows the whole model, between planes that fit it.
     void look(const CameraView &view);
 
-    /// Renders a frame and gives these outputs of it.
+    /// Renders a frame and returns these of its outputs.
     QVector<Image> render(const QVector<ChainOutput> &outputs = {});
     /// What the chain presented.
     Image picture() const { return readTexture(m_target.get()); }
 
-    /// Renders frames, expecting that textures are reused, references balance and nothing is made after the first ones.
+    /// Renders frames, expecting that textures are reused, references balance and nothing is created after the first
+    /// ones.
     void expectSteadyFrames();
 
     RenderChain chain;
@@ -41,10 +42,10 @@ private:
     FramebufferObject m_framebuffer;
 };
 
-/// Renders a frame and gives these outputs of it; where there is none, an empty image.
+/// Renders a frame and returns these of its outputs; an output without a texture gives an empty image.
 QVector<Image> renderOutputs(RenderChain *chain, const QVector<ChainOutput> &outputs);
 
-/// A model file, which must be there and without warnings.
+/// Imports a model file, which must exist and load without warnings.
 ImportedScene importScene(const QString &file);
 
 } // namespace Velmora::Kvz

@@ -17,7 +17,7 @@ template <typename T> void append(QByteArray *bytes, std::initializer_list<T> va
     }
 }
 
-/// Positions of the four corners, their texture coordinates (v downwards, as glTF has it), six indices.
+/// The positions of four corners, their texture coordinates (v downwards, as in glTF), and six indices.
 QByteArray squareBuffer()
 {
     QByteArray buffer;

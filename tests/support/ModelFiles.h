@@ -8,19 +8,19 @@
 
 namespace Velmora::Kvz {
 
-/// A picture as PNG.
+/// An image in PNG format.
 QByteArray pngBytes(const QImage &image);
-/// A picture of one colour.
+/// An image of one colour.
 QImage plainImage(int width, int height, const QColor &color);
 
-/// A cube from -1 to 1 in OBJ form, of quads, with positions alone.
+/// A cube from -1 to 1 in OBJ format, made of quads, with positions only.
 QByteArray cubeObj();
 
-/// A glTF document of one square in the xy plane (corners 0 and 1, texture coordinates alike) with one material, to be
-/// changed at will. Its buffer is part of the document.
+/// A glTF document with one square in the xy plane (corners and texture coordinates from 0 to 1) and one material, to
+/// be changed as needed. Its buffer is embedded.
 QJsonObject squareGltf(const QJsonArray &nodes, const QJsonObject &material, const QJsonObject &image = QJsonObject());
 QByteArray gltfBytes(const QJsonObject &document);
-/// The same document as a GLB, with `image` in its binary part.
+/// The same document in GLB format, with `image` in its binary chunk.
 QByteArray glbBytes(QJsonObject document, const QImage &image);
 
 } // namespace Velmora::Kvz

@@ -5,8 +5,8 @@
 
 namespace Velmora::Kvz {
 
-/// A multisampled texture whose sample 0 has the texels of one image, and whose other samples those of another: a reader that
-/// averages, or takes another sample, shows. `internalFormat` is a sized colour or depth format; depth images have one
+/// A multisampled texture with one image in sample 0 and another one in all other samples, which reveals readers that
+/// average or that read another sample. `internalFormat` is a sized colour or depth format; depth images have one
 /// channel.
 std::unique_ptr<Texture> makeMultisampleTexture(
     const Image &first, const Image &others, int internalFormat, int samples);

@@ -21,8 +21,8 @@
 
 namespace Velmora::Kvz {
 
-/// One object of a pass with a default constructor, made before the test and deleted after it. `Port` names its inputs and
-/// outputs, as in `Port::Viewport`.
+/// Holds one object of a default-constructible pass, made before the test and deleted after it. `Port` names its inputs
+/// and outputs, as in `Port::Viewport`.
 template <typename Pass> class PassTest : public GLTest
 {
 protected:
@@ -30,14 +30,14 @@ protected:
 
     std::unique_ptr<Pass> pass = std::make_unique<Pass>();
 
-    /// Gives the pass a viewport at the origin and, as a host does, GL the same.
+    /// Sets the viewport of the pass, at the origin, and, as a host does, of GL.
     void setViewport(const QSize &size)
     {
         pass->setInput(Port::Viewport, QRect(QPoint(), size));
         glViewport(0, 0, size.width(), size.height());
     }
     void setTexture(int input, Texture *texture) { pass->setInput(input, QVariant::fromValue(texture)); }
-    /// `model` outlives the frames that are drawn of it.
+    /// `model` must outlive the frames that draw it.
     void setModel(const QSharedPointer<GPUModel> &model)
     {
         pass->setInput(Port::Geometry, QVariant::fromValue(model.data()));
@@ -46,8 +46,8 @@ protected:
     Texture *texture(int output) const { return pass->output(output).template value<Texture *>(); }
     Image image(int output) const { return readTexture(texture(output)); }
 
-    /// Checks that the first so many outputs are textures of the pass: kept while the viewport keeps its size, deleted when
-    /// either side changes. `deleted` textures are, those included that are not published.
+    /// Checks that the first `outputs` outputs are textures of the pass: kept while the viewport has the same size,
+    /// deleted when either side changes. `deleted` counts the deleted textures, unpublished ones included.
     void expectTexturesFollowTheViewport(int outputs, size_t deleted)
     {
         setViewport(QSize(16, 8));

@@ -7,7 +7,7 @@
 
 namespace Velmora::Kvz {
 
-/// What the pool knows of the texture with a name of GL; its `texture` is null where the pool has none.
+/// The pool's entry for a texture name; `texture` is null if the pool does not have it.
 inline TextureManager::PooledTexture poolEntry(GLint name)
 {
     for (const TextureManager::PooledTexture &pooled : TextureManager::Instance()->pooledTextures()) {
@@ -17,7 +17,7 @@ inline TextureManager::PooledTexture poolEntry(GLint name)
     return {};
 }
 
-/// The name of the texture at an attachment of the framebuffer that is drawn to.
+/// The name of the texture attached to the draw framebuffer.
 inline GLint attachedTexture(GLenum attachment)
 {
     GLint name = 0;

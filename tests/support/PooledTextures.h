@@ -10,7 +10,7 @@
 
 namespace Velmora::Kvz {
 
-/// Textures of the pool that a test holds; every reference is given back at the end.
+/// Textures of the pool that a test holds; all references are given back at the end.
 class PooledTextures
 {
 public:
@@ -23,7 +23,7 @@ public:
             TextureManager::Instance()->releaseTempTextureRef(texture, references(texture));
     }
 
-    /// A texture with so many references in all.
+    /// A texture with this many references in total.
     Texture *take(TextureFormat format, int width, int height, int references, int samples = 1)
     {
         Texture *const texture = TextureManager::Instance()->tempTexture(format, width, height, 1, samples);
@@ -31,7 +31,7 @@ public:
         m_textures.append(texture);
         return texture;
     }
-    /// A single-sampled texture with the image as content, nearest filters.
+    /// A single-sample texture with the image as content and nearest filters.
     Texture *take(TextureFormat format, const Image &image, int references)
     {
         Texture *const texture = take(format, image.width, image.height, references);
@@ -42,7 +42,7 @@ public:
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
         return texture;
     }
-    /// The references of a texture, the test's own among them.
+    /// The references of a texture, including those of the test.
     static int references(const Texture *texture) { return TextureManager::Instance()->tempTextureRefs(texture); }
     /// The references of all textures of the pool.
     static int allReferences() { return TextureManager::Instance()->poolStatistics().references; }

@@ -22,7 +22,7 @@ QString typeText(const PortInfo &port)
     return typeName(port.type).replace(QLatin1String(" *"), QLatin1String("*"));
 }
 
-/// With as many digits as tell it from its neighbours, and at least one after the point.
+/// With as many digits as distinguish it from its neighbours, and at least one after the point.
 QString floatText(float value)
 {
     QString text;

@@ -10,7 +10,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-constexpr double edgeMargin = 0.05; // Pixels.
+constexpr double edgeMargin = 0.05; // In pixels.
 
 Vector3d divided(const Vector4d &v)
 {
@@ -221,7 +221,7 @@ RayCastCoverage RayCaster::compareClearLists(double leastShare, int leastGeometr
 
 double RayCaster::texelsPerPixel(double x, double y, const QSize &imageSize) const
 {
-    // Close enough to stay on the triangle, at all pixels clear of edges.
+    // So close that it stays on the triangle at all pixels clear of edges.
     const double step = edgeMargin / 2;
     const RayHit here = cast(x, y);
     if (!here.isGeometry())

@@ -14,7 +14,7 @@
 
 namespace Velmora::Kvz {
 
-/// A mesh at its place: what one draw call rasterises.
+/// A mesh with its matrix: what one draw call rasterises.
 struct RayCastItem
 {
     MeshData mesh;
@@ -42,41 +42,40 @@ struct RayCastCoverage
     int geometry = 0; ///< Those of them that show geometry.
 };
 
-/// The picture that a rasteriser must produce, computed the other way round: for each pixel a ray in world space, met with
-/// every triangle, all in doubles.
+/// The picture that a rasteriser must produce, computed in the opposite way: a ray in world space for each pixel,
+/// intersected with every triangle, in doubles.
 class RayCaster
 {
 public:
     RayCaster(
         const QVector<RayCastItem> &items, const QMatrix4x4 &projection, const QMatrix4x4 &camera, const QSize &size);
 
-    /// Through a point of the image in pixels, the centre of the lower left one at (0.5, 0.5). Among equally deep triangles
-    /// the first drawn is met.
+    /// Casts a ray through a point of the image, in pixels; the centre of the lower left one is at (0.5, 0.5). Of
+    /// equally deep triangles it meets the one drawn first.
     RayHit cast(double x, double y) const;
-    /// All that the ray meets, in the order of drawing: items one after the other, the triangles of each by number.
+    /// All hits of the ray in draw order: items one after the other, the triangles of each by number.
     QVector<RayHit> castAll(double x, double y) const;
 
-    /// The point in world space that a hit of that point of the image lies at.
+    /// The point in world space of a hit of the ray through (x, y).
     Vector3d pointOf(double x, double y, const RayHit &hit) const;
-    /// Whether a triangle stands between two points in world space. One that a point lies on, within a
-    /// millionth of the way, does not count.
+    /// Whether a triangle lies between two points in world space. A triangle that contains one of the points, to within
+    /// a millionth of the distance, does not count.
     bool isBlocked(const Vector3d &from, const Vector3d &to) const;
 
-    /// Calls `compare` for the centre of each pixel that is clear of edges: the rays through the four points 0.05 pixels
-    /// to the left or right and above or below meet the same triangle, or nothing as well. Rasterisers move vertices to a
-    /// grid of 1/16 pixel or finer (this one: 1/256), so right at an edge either side is a right answer.
-    ///
-    /// Prints how many pixels that were, and fails the test when they are less than `leastShare` of all, or when fewer than
+    /// Calls `compare` for the centre of each pixel that is clear of edges: the rays through the four points 0.05
+    /// pixels away along both axes meet the same triangle, or nothing as well. Rasterisers move vertices to a grid of
+    /// 1/16 pixel or finer (this one: 1/256), so at an edge both sides are right.
+    /// Prints the number of these pixels, and fails the test if they are less than `leastShare` of all or if fewer than
     /// `leastGeometry` of them show geometry.
     RayCastCoverage compareClearPixels(double leastShare, int leastGeometry,
         const std::function<void(int x, int y, const RayHit &hit)> &compare) const;
 
-    /// The same with all that the rays meet: a pixel is clear where all five meet the same triangles.
+    /// The same with all hits of the rays: a pixel is clear where all five rays meet the same triangles.
     RayCastCoverage compareClearLists(double leastShare, int leastGeometry,
         const std::function<void(int x, int y, const QVector<RayHit> &hits)> &compare) const;
 
-    /// How many texels of an image of this size the texture coordinates cross from pixel to pixel at a point, in the
-    /// direction in which it is more; 0 where nothing is met. Above 1 the image is minified.
+    /// How many texels of an image of this size a step of one pixel crosses at a point, in the direction where it is
+    /// more; 0 where nothing is met. Above 1 the image is minified.
     double texelsPerPixel(double x, double y, const QSize &imageSize) const;
 
 private:
@@ -87,7 +86,7 @@ private:
         std::array<Vector3d, 3> corners; ///< World space.
         std::array<Vector3d, 3> normals;
         std::array<std::array<double, 2>, 3> texCoords;
-        // Where on the image it can be, in pixels; everywhere for one that reaches behind the eye.
+        // The region of the image where it can be, in pixels; unbounded for a triangle that reaches behind the camera.
         double left = -std::numeric_limits<double>::infinity();
         double right = std::numeric_limits<double>::infinity();
         double bottom = -std::numeric_limits<double>::infinity();
@@ -106,7 +105,7 @@ private:
     RayCastCoverage compareClear(double leastShare, int leastGeometry, const Cast &castAt, const AreSame &areSame,
         const std::function<void(int x, int y, const Met &met)> &compare) const;
     Ray rayThrough(double x, double y) const;
-    /// Whether the ray meets the triangle nearer than `hit`, which then is what it meets.
+    /// Whether the ray meets the triangle at a lesser depth than `hit`, which is then replaced.
     bool meets(const Ray &ray, const Triangle &triangle, RayHit *hit) const;
     void addTriangle(const RayCastItem &item, int itemNumber, int number);
     void boundOnImage(Triangle &triangle) const;

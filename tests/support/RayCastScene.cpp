@@ -21,7 +21,7 @@ Vector4d sampleRepeating(const QImage &image, const std::array<double, 2> &texCo
         for (int i = 0; i < 2; ++i) {
             const int column = wrap(int(std::floor(x)) + i, image.width());
             const int row = wrap(int(std::floor(y)) + j, image.height());
-            // Row 0 of a QImage is the top one.
+            // Row 0 of a QImage is the top row.
             const QColor texel = image.pixelColor(column, image.height() - 1 - row);
             const double weight = (i ? fx : 1 - fx) * (j ? fy : 1 - fy);
             const Vector4d channels = {texel.redF(), texel.greenF(), texel.blueF(), texel.alphaF()};

@@ -7,7 +7,7 @@
 
 namespace Velmora::Kvz {
 
-/// A model, and all that a reference needs to know of it.
+/// A model, and what a reference needs to know of it.
 class RayCastScene
 {
 public:
@@ -29,11 +29,11 @@ private:
     QVector<MaterialData> m_materials;
 };
 
-/// A sample of the image of a material, which repeats: filtered between the four nearest texels, from the largest mip level.
-/// White without one.
+/// A sample of a material's image, which repeats: filtered between the four nearest texels of the largest mip level.
+/// White without an image.
 Vector4d sampleRepeating(const QImage &image, const std::array<double, 2> &texCoord);
 
-/// Squares of two colours, two by two texels each.
+/// A checkerboard of two colours with squares of two by two texels.
 QImage checkerImage(int side, const QColor &even, const QColor &odd);
 
 } // namespace Velmora::Kvz

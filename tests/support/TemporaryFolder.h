@@ -10,7 +10,7 @@
 
 namespace Velmora::Kvz {
 
-/// A folder that goes away with the object.
+/// A folder that is deleted with the object.
 class TemporaryFolder
 {
 public:
@@ -25,14 +25,14 @@ public:
         return file.fileName();
     }
 
-    /// Empty for a file that is not there.
+    /// The file's content; empty if it does not exist.
     QByteArray read(const QString &name) const
     {
         QFile file(path(name));
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
-    /// Names of all files and folders in it.
+    /// The names of all files and folders in it.
     QStringList entries() const
     {
         return QDir(m_folder.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);

@@ -41,7 +41,7 @@ QVector<quint32> readRows(const Texture *texture, int rows, GLenum format)
     AutoBinder binder(&framebuffer);
     framebuffer.attach(const_cast<Texture *>(texture), GL_COLOR_ATTACHMENT0, 0);
     glReadBuffer(GL_COLOR_ATTACHMENT0);
-    // Bit by bit: signed texels are read as signed.
+    // Unconverted: signed texels are read as signed integers.
     const GLenum type = typeFromInternalFormat(GLenum(texture->internalFormat(0)));
     glReadPixels(0, 0, width, rows, format, type, numbers.data());
     return numbers;

@@ -10,10 +10,10 @@
 
 namespace Velmora::Kvz {
 
-/// Whether the driver has what lists of several nodes for each pixel need. Without, each pixel has one.
+/// Whether the driver supports lists of several nodes per pixel. Without that each pixel has one node.
 bool hasVisibilityLists();
 
-/// A node as it lies in its texture.
+/// A node as stored in its texture.
 struct ListNode
 {
     quint32 place; ///< Its number plus 1.
@@ -23,28 +23,28 @@ struct ListNode
     quint32 draw;
 
     float depth() const;
-    /// Primitive, depth and draw: what a sort moves.
+    /// Compares primitive, depth and draw: the part of a node that a sort moves.
     bool hasPayloadOf(const ListNode &other) const
     {
         return primitive == other.primitive && depthBits == other.depthBits && draw == other.draw;
     }
 };
 
-/// The lists of an image, read back.
+/// The lists of all pixels, read back.
 class VisibilityLists
 {
 public:
-    /// Reads the heads, and of the nodes those rows that heads lead into.
+    /// Reads the heads, and those rows of nodes that they lead into.
     VisibilityLists(const Texture *heads, const Texture *nodes, int nodeWidth);
-    /// The three outputs of a pass, which stand at these numbers in all passes that have them.
+    /// Reads the three outputs of a pass, which have the same indices in all passes that have them.
     explicit VisibilityLists(const RenderPass &pass);
 
     int width() const { return m_width; }
     int height() const { return m_height; }
     quint32 head(int x, int y) const { return m_heads[y * m_width + x]; }
-    /// The list of a pixel, from its head on. One that leads out of the texture or into itself fails the test.
+    /// The list of a pixel, from its head on. A list that leads out of the texture or into itself fails the test.
     QVector<ListNode> at(int x, int y) const;
-    /// Nodes of all pixels.
+    /// The number of nodes of all pixels.
     int nodeCount() const;
 
 private:
@@ -55,15 +55,15 @@ private:
     QVector<quint32> m_nodes; ///< Four for each.
 };
 
-/// What VisibilityDeferredRenderPass leaves of a list: the four statements for each fragment in turn, in doubles, and rounded
-/// to nothing. `hits` are from front to back.
+/// The compositing of VisibilityDeferredRenderPass: its four statements for one fragment after the other, in doubles
+/// and without rounding. `hits` are ordered from front to back.
 class ListShading
 {
 public:
     ListShading(const RayCastScene &scene, const QMatrix4x4 &camera);
 
     Vector4d shade(const QVector<RayHit> &hits) const;
-    /// The light of one fragment before it is composited, its material's images left aside for the `images` given.
+    /// The light of one fragment before compositing, with these samples in place of its material's images.
     Vector3d light(const RayHit &hit, const Vector4d &mapKd, const Vector4d &mapKs) const;
 
 private:
@@ -74,7 +74,8 @@ private:
 /// Sorted by depth, the nearest first.
 QVector<RayHit> byDepth(QVector<RayHit> hits);
 
-/// The sort of VisibilitySortRenderPass on numbers 0 to n - 1 with these depths: the same steps, written with nested loops.
+/// The sort of VisibilitySortRenderPass on the numbers 0 to n - 1 with these depths: the same steps, written with
+/// nested loops.
 QVector<int> quickSorted(const QVector<float> &depths);
 
 } // namespace Velmora::Kvz
