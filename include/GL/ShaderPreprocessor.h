@@ -14,8 +14,8 @@ namespace Velmora::Kvz {
 ///
 /// Besides plain GLSL it takes `#include "file"`, also nested, and `#instancedata "Name"`, which brings in the declarations
 /// of an instance data plan. A file is searched beside the including one, under ":/Media/Shaders" and in the macro
-/// processor's folders, and included once for each source, regardless of any `#if` around the directive. After the
-/// `#version` line it defines KVZ_STAGE_VERTEX, KVZ_STAGE_FRAGMENT, … by stage, and the processor's macros. Directives inside
+/// processor's folders, and included once for each source. Where a directive stands under an `#if`, the driver decides: what it takes out neither counts
+/// as included nor fails. After the `#version` line this class defines KVZ_STAGE_VERTEX, KVZ_STAGE_FRAGMENT, … by stage, and the processor's macros. Directives inside
 /// comments stay untouched.
 class KVZ_GL_EXPORT ShaderPreprocessor
 {
@@ -29,7 +29,8 @@ public:
 
     /// `stage` is a shader type such as GL_VERTEX_SHADER; `name` stands for the source in messages, and when it is a path
     /// its folder is searched by `#include`. A missing file, a cycle and an unknown plan give one log line each, with
-    /// file and line, and the directive's line stays empty. `processor` can be null.
+    /// file and line, and the directive's line stays empty. Under an `#if` they become an `#error` for the driver to find.
+    /// `processor` can be null.
     ShaderPreprocessor(
         unsigned int stage, const QString &source, const QString &name, const GLSLMacroProcessor *processor);
 
@@ -42,7 +43,7 @@ public:
     QString mapLog(const QString &driverLog) const;
     /// Where line `line`, from 1, of the result came from.
     Origin origin(int line) const;
-    /// The included files, as paths.
+    /// The included files, as paths, also those under an `#if`.
     QStringList includedFiles() const;
 
     /// The path of a shader file by its bare name, or empty: ":/Media/Shaders" comes first, then the processor's folders.
@@ -52,6 +53,7 @@ public:
 private:
     void expand(const QStringList &lines, int first, const QString &file);
     void expandInclude(const QString &name, const QString &file, int line);
+    void expandFile(const QString &path, const QString &text);
     void expandInstanceData(const QString &name, const QString &file, int line);
     void emitLine(const QString &text, const QString &file, int line);
     void fail(const QString &file, int line, const QString &what);
@@ -61,7 +63,9 @@ private:
     QVector<Origin> m_origins;
     QStringList m_errors;
     QStringList m_includeStack;
-    QStringList m_included;
+    QStringList m_included; ///< For certain.
+    QStringList m_guarded; ///< Where an `#if` lets it.
+    int m_openIfs = 0;
 };
 
 } // namespace Velmora::Kvz

@@ -228,6 +228,10 @@ void VelocityRenderPass::start(RenderCallbacks *)
     m_framebuffer->setDrawBuffers();
     glDisable(GL_DEPTH_TEST);
     glDisable(GL_BLEND);
+    glDisable(GL_CULL_FACE);
+    glDisable(GL_SCISSOR_TEST);
+    glDisable(GL_STENCIL_TEST);
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
     glViewport(0, 0, size.width(), size.height());
     const bool hasSamples = isMultisampled(depth);
     drawCameraMotion(depth, hasSamples);
@@ -293,6 +297,9 @@ void VelocityRenderPass::drawMovedItems(GPUModel *model, Texture *depth, bool is
 
     // The nearest of the moved items counts. This depth is a separate one, since the depth image is being read.
     attachTempTexture(*m_framebuffer, GL_DEPTH_STENCIL_ATTACHMENT, TextureFormat::DepthStencil, size);
+    glDepthMask(GL_TRUE);
+    glDepthFunc(GL_LESS);
+    glClearDepth(1);
     glClear(GL_DEPTH_BUFFER_BIT);
     glEnable(GL_DEPTH_TEST);
     AutoBinder programBinder(program.get());

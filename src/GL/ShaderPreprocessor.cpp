@@ -81,6 +81,16 @@ bool isPath(const QString &name)
     return QDir::isAbsolutePath(name) || name.startsWith(QLatin1Char(':'));
 }
 
+/// What a line of code, without comments, does to the number of open conditions.
+int conditionalStep(const QString &code)
+{
+    static const QRegularExpression conditional(QStringLiteral("^\\s*#\\s*(if|ifdef|ifndef|endif)\\b"));
+    const QRegularExpressionMatch match = conditional.match(code);
+    if (!match.hasMatch())
+        return 0;
+    return match.captured(1) == QLatin1String("endif") ? -1 : 1;
+}
+
 /// Constant initialization, so that it does not matter in which order the initializers of files run.
 const PlanDeclarations *planDeclarations = nullptr;
 
@@ -133,6 +143,7 @@ void ShaderPreprocessor::expand(const QStringList &lines, int first, const QStri
             continue;
         const QRegularExpressionMatch match = directive.match(code);
         if (!match.hasMatch()) {
+            m_openIfs += conditionalStep(code);
             emitLine(lines[i], file, i + 1);
             continue;
         }
@@ -173,10 +184,33 @@ void ShaderPreprocessor::expandInclude(const QString &name, const QString &file,
         fail(file, line, QStringLiteral("cannot read the shader file '%1'").arg(path));
         return;
     }
-    m_included.append(path);
+    expandFile(path, text);
+}
+
+/// Brings in a file that is not there for certain yet.
+void ShaderPreprocessor::expandFile(const QString &path, const QString &text)
+{
+    // Only the driver knows which branches it takes, so a macro of its own tells whether a file under an #if is there.
+    const bool isCertain = m_openIfs == 0 && !m_guarded.contains(path);
+    if (m_openIfs == 0)
+        m_included.append(path);
+    if (!isCertain && !m_guarded.contains(path))
+        m_guarded.append(path);
+    const QString guard = QStringLiteral("KVZ_INCLUDED_%1").arg(m_guarded.indexOf(path));
+    if (!isCertain) {
+        emitLine(QStringLiteral("#ifndef %1").arg(guard), QString(), 0);
+        emitLine(QStringLiteral("#define %1 1").arg(guard), QString(), 0);
+        ++m_openIfs;
+    }
     m_includeStack.append(path);
+    const int openIfs = m_openIfs;
     expand(text.split(QLatin1Char('\n')), 0, path);
+    m_openIfs = openIfs; // Whatever the file leaves open is for the driver to refuse.
     m_includeStack.removeLast();
+    if (!isCertain) {
+        emitLine(QStringLiteral("#endif"), QString(), 0);
+        --m_openIfs;
+    }
 }
 
 void ShaderPreprocessor::expandInstanceData(const QString &name, const QString &file, int line)
@@ -202,6 +236,10 @@ void ShaderPreprocessor::emitLine(const QString &text, const QString &file, int 
 
 void ShaderPreprocessor::fail(const QString &file, int line, const QString &what)
 {
+    if (m_openIfs > 0) {
+        emitLine(QStringLiteral("#error %1").arg(what), file, line);
+        return;
+    }
     const QString error = QStringLiteral("%1:%2: %3").arg(file, QString::number(line), what);
     m_errors.append(error);
     KVZ_WARNING(error);
@@ -210,6 +248,16 @@ void ShaderPreprocessor::fail(const QString &file, int line, const QString &what
 QString ShaderPreprocessor::text() const
 {
     return m_lines.join(QLatin1Char('\n'));
+}
+
+QStringList ShaderPreprocessor::includedFiles() const
+{
+    QStringList files = m_included;
+    for (const QString &file : m_guarded) {
+        if (!files.contains(file))
+            files.append(file);
+    }
+    return files;
 }
 
 QStringList ShaderPreprocessor::errors() const
@@ -240,11 +288,6 @@ QString ShaderPreprocessor::mapLog(const QString &driverLog) const
 ShaderPreprocessor::Origin ShaderPreprocessor::origin(int line) const
 {
     return line >= 1 && line <= m_origins.size() ? m_origins[line - 1] : Origin{QString(), 0};
-}
-
-QStringList ShaderPreprocessor::includedFiles() const
-{
-    return m_included;
 }
 
 QString ShaderPreprocessor::findFile(const QString &file, const GLSLMacroProcessor *processor)

@@ -84,7 +84,8 @@ void GBufferRenderPass::start(RenderCallbacks *)
     const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
     const auto camera = inputValue<QMatrix4x4>(m_inputs[CameraMatrix]);
     const QVariant geometry = m_inputs[Geometry].value;
-    const QVariantList elements = geometry.canConvert<QVariantList>() ? geometry.toList() : QVariantList{geometry};
+    const QVariantList elements =
+        geometry.canConvert<QVariantList>() ? geometry.value<QVariantList>() : QVariantList{geometry};
 
     if (ensureFramebuffer(m_framebuffer))
         m_size = QSize(0, 0);

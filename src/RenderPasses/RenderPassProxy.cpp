@@ -13,8 +13,11 @@ RenderPassProxy::~RenderPassProxy() = default;
 void RenderPassProxy::skip(RenderCallbacks *callbacks)
 {
     for (const NamedValue<QVariant> &input : qAsConst(m_inputs)) {
-        if (input.value.isValid() && input.value.userType() == qMetaTypeId<Texture *>())
-            TextureManager::Instance()->releaseTempTextureRef(input.value.value<Texture *>(), 1);
+        if (!input.value.isValid() || input.value.userType() != qMetaTypeId<Texture *>())
+            continue;
+        // As it is stored: QVariant::value() asks the object for its class, and the texture may be deleted by now.
+        auto *const texture = *static_cast<Texture *const *>(input.value.constData());
+        TextureManager::Instance()->releaseTempTextureRef(texture, 1);
     }
     RenderPassHelper::skip(callbacks);
 }

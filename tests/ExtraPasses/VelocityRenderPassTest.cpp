@@ -265,6 +265,40 @@ TEST_F(VelocityRenderPassTest, aMovingItemHasItsOwnMotion)
     EXPECT_LT(worst(still, depth, view, view, everywhere, &pixels), 1);
 }
 
+TEST_F(VelocityRenderPassTest, stateThatItFindsDoesNotMatter)
+{
+    const auto motion = [&](bool isStateHostile) {
+        pass = std::make_unique<VelocityRenderPass>();
+        const QSharedPointer<GPUModel> model = makeModel();
+        frame(model.data());
+        model->setModelMatrix(1, at(-1.1f, 0.3f, 0.4f));
+        // The geometry comes first, in state that suits it.
+        geometry.setInput(ModelRenderPass::Geometry, QVariant::fromValue(model.data()));
+        geometry.start(nullptr);
+        if (isStateHostile) {
+            glDepthMask(GL_FALSE);
+            glDepthFunc(GL_GREATER);
+            glClearDepth(0.25);
+            glColorMask(GL_FALSE, GL_TRUE, GL_FALSE, GL_TRUE);
+            glEnable(GL_CULL_FACE);
+            glCullFace(GL_FRONT_AND_BACK);
+            glEnable(GL_SCISSOR_TEST);
+            glScissor(0, 0, 3, 3);
+            glEnable(GL_STENCIL_TEST);
+            glStencilFunc(GL_NEVER, 0, 0xff);
+            glEnable(GL_BLEND);
+        }
+        const Image image = velocity(geometry.output(ModelRenderPass::Depth), model.data(), camera, projection);
+        // What the pass does not set, for the tests that follow.
+        glCullFace(GL_BACK);
+        glStencilFunc(GL_ALWAYS, 0, 0xff);
+        return image;
+    };
+    const Image expected = motion(false);
+    EXPECT_GT(maximumDifference(expected, Image(size.width(), size.height())), 0.01) << "something moves";
+    EXPECT_EQ(maximumDifference(motion(true), expected), 0);
+}
+
 TEST_F(VelocityRenderPassTest, cameraAndItemMoveTogether)
 {
     const QSharedPointer<GPUModel> model = makeModel();

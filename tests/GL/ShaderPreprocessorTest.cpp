@@ -208,6 +208,28 @@ TEST_F(ShaderPreprocessorTest, saysWhichFileIsMissingAndWhere)
     expectOrigin(result, "float after();", outer, 4);
 }
 
+TEST_F(ShaderPreprocessorTest, leavesConditionsToTheDriver)
+{
+    const QString file = write("file.glslh", "const int value = OF_FILE;");
+    // Taken out, then brought in twice: it is there once.
+    const ShaderPreprocessor both = process("#version 150\n#define OF_FILE 7\n#if 0\n#include \"file.glslh\"\n#endif\n"
+                                            "#ifdef OF_FILE\n#include \"file.glslh\"\n#endif\n#include \"file.glslh\"\n"
+                                            "#include \"file.glslh\"\nvoid main() {}\n");
+    EXPECT_EQ(both.text().count("const int value"), 3) << "guarded by a macro";
+    EXPECT_EQ(both.text().count("#if"), both.text().count("#endif"));
+    EXPECT_EQ(both.includedFiles(), QStringList(file));
+    EXPECT_EQ(both.errors(), QStringList());
+
+    const QString outer = write("outer.glslh",
+        "#if 0\n#include \"missing.glslh\"\n#instancedata \"No\"\n#include "
+        "\"outer.glslh\"\n#endif\nfloat outer();");
+    const ShaderPreprocessor result = process("#include \"outer.glslh\"\n");
+    EXPECT_EQ(result.errors(), QStringList()) << "what is taken out is not looked for";
+    expectOrigin(result, "#error cannot find the shader file 'missing.glslh' to include", outer, 2);
+    expectOrigin(result, "float outer();", outer, 6);
+    EXPECT_EQ(result.text().count("#error"), 3);
+}
+
 TEST_F(ShaderPreprocessorTest, refusesFilesThatIncludeThemselves)
 {
     const QString a = write("a.glslh", "#include \"b.glslh\"\nfloat a();");

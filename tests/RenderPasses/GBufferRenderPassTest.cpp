@@ -131,6 +131,23 @@ TEST_F(GBufferRenderPassTest, matchesARayCastOfAListOfDrawables)
     compareWithRayCast(buffers, caster, 0.97, 50000);
 }
 
+TEST_F(GBufferRenderPassTest, takesDrawablesInEveryFormOfList)
+{
+    const std::unique_ptr<DrawBuffers> wall = makeDrawBuffers(wallMesh());
+    setViewport(4, 4);
+    const QVariant forms[] = {QVariant::fromValue(wall.get()), QVariantList{QVariant::fromValue(wall.get())},
+        QVariant::fromValue(QVector<DrawBuffers *>{wall.get()}), QVariant::fromValue(QList<DrawBuffers *>{wall.get()})};
+    for (const QVariant &form : forms) {
+        SCOPED_TRACE(form.typeName());
+        pass->setInput(Port::Geometry, QVariantList());
+        pass->start(nullptr);
+        EXPECT_EQ(*image(Port::Id).at(1, 2), 0);
+        pass->setInput(Port::Geometry, form);
+        pass->start(nullptr);
+        EXPECT_GT(*image(Port::Id).at(1, 2), 0);
+    }
+}
+
 TEST_F(GBufferRenderPassTest, sortsByDepthWhateverTheOrder)
 {
     const std::unique_ptr<DrawBuffers> nearWall = makeDrawBuffers(moved(wallMesh(), QVector3D(0, 0, -0.5f)));

@@ -9,6 +9,8 @@
 
 #include <epoxy/gl.h>
 
+#include <cstring>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -69,6 +71,17 @@ TEST_F(RenderPassProxyTest, skipTakesANullTextureAndOneThatThePoolDoesNotOwn)
     EXPECT_EQ(pool.references(other), 3);
     EXPECT_EQ(pool.references(&own), -1);
     EXPECT_EQ(own.width(0), 4);
+}
+
+TEST_F(RenderPassProxyTest, skipDoesNotReadATextureThatIsGone)
+{
+    // Memory that holds no texture any more: whoever asks it for its class follows a pointer to nowhere.
+    alignas(Texture) unsigned char remains[sizeof(Texture)];
+    std::memset(remains, 0x01, sizeof remains);
+    auto *const gone = reinterpret_cast<Texture *>(remains);
+    ProbePass pass({QVariant(qMetaTypeId<Texture *>(), &gone)});
+    pass.skip(nullptr);
+    EXPECT_FALSE(pass.output(0).isValid());
 }
 
 TEST_F(RenderPassProxyTest, skipLeavesInputsOfOtherTypesAlone)
