@@ -2,8 +2,8 @@
 #include <Host/HeadlessContext.h>
 
 #include <GL/OpenGLDeviceContext.h>
+#include <Host/DriverMessages.h>
 
-#include <QtCore/QLoggingCategory>
 #include <QtCore/QVector>
 
 #include <epoxy/egl.h>
@@ -14,8 +14,6 @@
 namespace Velmora::Kvz {
 
 namespace {
-
-Q_LOGGING_CATEGORY(glLog, "kvz.gl")
 
 struct Version
 {
@@ -71,19 +69,6 @@ QVector<DisplayChoice> displaysToTry()
         }
     }
     return displays;
-}
-
-void APIENTRY logDriverMessage(
-    GLenum source, GLenum type, GLuint id, GLenum severity, GLsizei, const GLchar *message, const void *)
-{
-    // The program's log has the shader compiler's warnings too; one comes from each missing optional extension.
-    const bool isRemark = source == GL_DEBUG_SOURCE_SHADER_COMPILER && type != GL_DEBUG_TYPE_ERROR;
-    if (severity == GL_DEBUG_SEVERITY_HIGH && !isRemark)
-        qCCritical(glLog, "driver message %u: %s", id, message);
-    else if (severity == GL_DEBUG_SEVERITY_MEDIUM && !isRemark)
-        qCWarning(glLog, "driver message %u: %s", id, message);
-    else
-        qCDebug(glLog, "driver message %u: %s", id, message);
 }
 
 QString glString(GLenum name)
@@ -184,14 +169,8 @@ std::unique_ptr<HeadlessContext> HeadlessContext::create(const Options &options,
     }
     headless->d->renderer = glString(GL_RENDERER);
     headless->d->version = glString(GL_VERSION);
-    if (options.debug && (epoxy_gl_version() >= 43 || epoxy_has_gl_extension("GL_KHR_debug"))) {
-        glDebugMessageCallback(logDriverMessage, nullptr);
-        glEnable(GL_DEBUG_OUTPUT);
-        glEnable(GL_DEBUG_OUTPUT_SYNCHRONOUS);
-        // Debug groups are for frame debuggers, not for the log.
-        glDebugMessageControl(GL_DONT_CARE, GL_DEBUG_TYPE_PUSH_GROUP, GL_DONT_CARE, 0, nullptr, GL_FALSE);
-        glDebugMessageControl(GL_DONT_CARE, GL_DEBUG_TYPE_POP_GROUP, GL_DONT_CARE, 0, nullptr, GL_FALSE);
-    }
+    if (options.debug)
+        logDriverMessages();
     return headless;
 }
 

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: MIT
 // Qt's contexts need a window system: ctest runs this program under a virtual X server.
 #include "FakePasses.h"
+#include "support/LogCapture.h"
 
 #include <Chain/RenderChain.h>
 #include <GL/GLStatistics.h>
+#include <Host/DriverMessages.h>
 
 #include <QtGui/QOffscreenSurface>
 #include <QtGui/QOpenGLContext>
 
+#include <epoxy/gl.h>
 #include <gtest/gtest.h>
 
 namespace Velmora::Kvz {
@@ -59,6 +62,33 @@ TEST(RenderChainQtContextTest, theChainFollowsTheContextsOfAWidget)
         context = makeContext();
         ASSERT_TRUE(context);
     }
+}
+
+TEST(RenderChainQtContextTest, theLogTakesTheMessagesOfItsDriver)
+{
+    EXPECT_FALSE(logDriverMessages()) << "without a context";
+    QSurfaceFormat format;
+    format.setVersion(3, 2);
+    format.setProfile(QSurfaceFormat::CoreProfile);
+    format.setOption(QSurfaceFormat::DebugContext);
+    QOffscreenSurface surface;
+    surface.setFormat(format);
+    surface.create();
+    QOpenGLContext context;
+    context.setFormat(format);
+    if (!context.create() || !context.makeCurrent(&surface))
+        GTEST_SKIP() << "Qt's platform gives no OpenGL context here";
+
+    LogCapture log;
+    glEnable(GL_RGBA8); // No capability.
+    EXPECT_EQ(glGetError(), GLenum(GL_INVALID_ENUM));
+    EXPECT_EQ(log.takeCategory(QStringLiteral("kvz.gl")), QStringList()) << "nobody asked for them";
+    ASSERT_TRUE(logDriverMessages());
+    glEnable(GL_RGBA8);
+    EXPECT_EQ(glGetError(), GLenum(GL_INVALID_ENUM));
+    const QStringList lines = log.takeCategory(QStringLiteral("kvz.gl"));
+    ASSERT_EQ(lines.size(), 1);
+    EXPECT_TRUE(lines[0].contains(QStringLiteral("GL_INVALID_ENUM"))) << qPrintable(lines[0]);
 }
 
 } // namespace Velmora::Kvz
