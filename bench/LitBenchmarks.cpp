@@ -4,6 +4,7 @@
 #include "Scenery.h"
 
 #include <ExtraPasses/CompositeRenderPass.h>
+#include <ExtraPasses/ItemIdRenderPass.h>
 #include <ExtraPasses/LitDeferredRenderPass.h>
 #include <ExtraPasses/LitForwardRenderPass.h>
 #include <ExtraPasses/SurfaceRenderPass.h>
@@ -85,6 +86,14 @@ void surfaces(benchmark::State &state)
     compareWithFloor(state, pass);
 }
 
+void itemIds(benchmark::State &state)
+{
+    const Scene scene(state);
+    ItemIdRenderPass pass;
+    scene.feedWithModel(pass);
+    compareWithFloor(state, pass);
+}
+
 void litDeferred(benchmark::State &state)
 {
     const Scene scene(state);
@@ -122,6 +131,7 @@ void composite(benchmark::State &state)
 
 BENCHMARK(litForward)->Apply(largeAndTiny);
 BENCHMARK(surfaces)->Apply(largeAndTiny);
+BENCHMARK(itemIds)->Apply(largeAndTiny);
 BENCHMARK(litDeferred)->Apply(largeAndTiny);
 BENCHMARK(composite)->Apply(largeAndTiny);
 

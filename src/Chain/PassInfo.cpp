@@ -196,6 +196,7 @@ QString formatName(unsigned int internalFormat)
         {GL_RG32F, "GL_RG32F"},
         {GL_R32F, "GL_R32F"},
         {GL_R32UI, "GL_R32UI"},
+        {GL_RG32UI, "GL_RG32UI"},
         {GL_RGBA32UI, "GL_RGBA32UI"},
         {GL_R32I, "GL_R32I"},
         {GL_DEPTH_COMPONENT32F, "GL_DEPTH_COMPONENT32F"},

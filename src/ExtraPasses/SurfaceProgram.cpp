@@ -65,7 +65,7 @@ void setSurfaceCamera(ShaderProgram &program, const QMatrix4x4 &projection, cons
     program.setUniform(QStringLiteral("u_NormalMatrix"), camera.inverted().transposed());
 }
 
-void clearForSurfaces(const QSize &size)
+void setSurfaceState(const QSize &size)
 {
     glViewport(0, 0, size.width(), size.height());
     glDisable(GL_BLEND);
@@ -76,9 +76,14 @@ void clearForSurfaces(const QSize &size)
     glDepthMask(GL_TRUE);
     glClearColor(0, 0, 0, 0);
     glClearDepth(1);
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     glEnable(GL_DEPTH_TEST);
     glDepthFunc(GL_LESS);
+}
+
+void clearForSurfaces(const QSize &size)
+{
+    setSurfaceState(size);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
 }
 
 void drawSurfaces(GPUModel &model, ShaderProgram &program, SurfaceSelection selection)

@@ -126,8 +126,11 @@ private:
 /// Sets the matrices that surfaceVertexSource and directionToEyeSource read.
 void setSurfaceCamera(ShaderProgram &program, const QMatrix4x4 &projection, const QMatrix4x4 &camera);
 
-/// Readies the bound framebuffer for surfaces: sets the viewport, clears colour to zeros and depth to 1, and turns the depth
-/// test on and all else off that would keep fragments out or change them.
+/// Readies GL for surfaces: sets the viewport and what clears give, zeros and a depth of 1, and turns the depth test on and all else
+/// off that would keep fragments out or change them.
+void setSurfaceState(const QSize &size);
+
+/// The same, and clears colour and depth of the bound framebuffer, whose colours are not integers.
 void clearForSurfaces(const QSize &size);
 
 enum class SurfaceSelection {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <Host/TextureCapture.h>
 
+#include "PackState.h"
+
 #include <GL/AutoBinder.h>
 #include <GL/BlitTexture.h>
 #include <GL/FramebufferObject.h>
@@ -40,45 +42,19 @@ struct Texels
     float *layer(int number) const { return data.get() + 4 * texelsOfLayer() * size_t(number); }
 };
 
-/// For its scope, pixels are read into memory without padding.
-class PackState
+/// Reads texels with fewer channels than four into the first of them.
+template <typename Number> void readChannels(GLenum target, GLenum format, GLenum type, size_t channels, Texels *texels)
 {
-public:
-    PackState()
-    {
-        glGetIntegerv(GL_PACK_ALIGNMENT, &m_alignment);
-        glGetIntegerv(GL_PACK_ROW_LENGTH, &m_rowLength);
-        glGetIntegerv(GL_PIXEL_PACK_BUFFER_BINDING, &m_buffer);
-        glPixelStorei(GL_PACK_ALIGNMENT, 4);
-        glPixelStorei(GL_PACK_ROW_LENGTH, 0);
-        glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
-    }
-    ~PackState()
-    {
-        glPixelStorei(GL_PACK_ALIGNMENT, m_alignment);
-        glPixelStorei(GL_PACK_ROW_LENGTH, m_rowLength);
-        glBindBuffer(GL_PIXEL_PACK_BUFFER, GLuint(m_buffer));
-    }
-
-private:
-    Q_DISABLE_COPY(PackState)
-
-    int m_alignment = 0;
-    int m_rowLength = 0;
-    int m_buffer = 0;
-};
-
-/// Reads texels with one channel into the red of four.
-template <typename Number> void readChannel(GLenum target, GLenum format, GLenum type, Texels *texels)
-{
-    const auto numbers = allocate<Number>(texels->count());
+    const auto numbers = allocate<Number>(channels * texels->count());
     if (!numbers) {
         texels->data.reset();
         return;
     }
     glGetTexImage(target, 0, format, type, numbers.get());
-    for (size_t i = 0; i < texels->count(); ++i)
-        texels->data[4 * i] = float(numbers[i]);
+    for (size_t i = 0; i < texels->count(); ++i) {
+        for (size_t channel = 0; channel < channels; ++channel)
+            texels->data[4 * i + channel] = float(numbers[channels * i + channel]);
+    }
 }
 
 /// The layers of the bound texture: 1 unless it is an array.
@@ -101,9 +77,9 @@ Texels readTexels(Texture *texture)
     const auto internalFormat = unsigned(texture->internalFormat(0));
     const GLenum format = formatFromInternalFormat(internalFormat);
     if (isDepthFormat(internalFormat))
-        readChannel<float>(target, GL_DEPTH_COMPONENT, GL_FLOAT, &texels);
-    else if (format == GL_RED_INTEGER)
-        readChannel<quint32>(target, GL_RED_INTEGER, GL_UNSIGNED_INT, &texels);
+        readChannels<float>(target, GL_DEPTH_COMPONENT, GL_FLOAT, 1, &texels);
+    else if (format == GL_RED_INTEGER || format == GL_RG_INTEGER)
+        readChannels<quint32>(target, format, GL_UNSIGNED_INT, format == GL_RED_INTEGER ? 1 : 2, &texels);
     else
         glGetTexImage(target, 0, GL_RGBA, GL_FLOAT, texels.data.get());
     return texels;

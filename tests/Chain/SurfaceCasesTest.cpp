@@ -25,7 +25,8 @@ std::vector<std::string> litChains()
 {
     std::vector<std::string> names;
     for (const QString &name : readyChainNames()) {
-        const bool isOther = name == QLatin1String("blend-gallery") || name == QLatin1String("primitives");
+        const bool isOther = name == QLatin1String("blend-gallery") || name == QLatin1String("primitives")
+            || name == QLatin1String("picking");
         if (!isOther && !name.endsWith(QLatin1String("-basic")))
             names.push_back(name.toStdString());
     }

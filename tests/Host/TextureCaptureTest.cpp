@@ -46,6 +46,21 @@ std::unique_ptr<Texture> texture2x2(const QVector<QVector4D> &texels, int intern
 
 using TextureCaptureTest = GLTest;
 
+TEST_F(TextureCaptureTest, pairsOfNumbersAreShownByTheFirst)
+{
+    Texture texture(GL_TEXTURE_2D, GL_RG32UI, 3, 1, 0, nullptr);
+    const GLuint numbers[] = {0, 7, 1, 2, 1, 3};
+    {
+        AutoBinder binder(&texture);
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RG32UI, 3, 1, 0, GL_RG_INTEGER, GL_UNSIGNED_INT, numbers);
+    }
+    const QImage image = captureTexture(&texture, TextureDisplay::Id);
+    ASSERT_EQ(image.size(), QSize(3, 1));
+    EXPECT_EQ(image.pixelColor(0, 0), QColor(Qt::black));
+    EXPECT_NE(image.pixelColor(1, 0), QColor(Qt::black));
+    EXPECT_EQ(image.pixelColor(2, 0), image.pixelColor(1, 0));
+}
+
 TEST_F(TextureCaptureTest, coloursComeTopRowFirstWithTheirAlpha)
 {
     const auto texture = texture2x2({{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0, 1, 1}, {1, 1, 1, 0.2f}}, GL_RGBA8);

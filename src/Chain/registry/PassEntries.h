@@ -26,6 +26,7 @@ PassInfo forwardRenderPass();
 PassInfo gaussianBlurRenderPass();
 PassInfo gBufferRenderPass();
 PassInfo gradientRenderPass();
+PassInfo itemIdRenderPass();
 PassInfo litDeferredRenderPass();
 PassInfo litForwardRenderPass();
 PassInfo litListRenderPass();
@@ -75,6 +76,7 @@ inline constexpr PassInfo (*all[])() = {
     gaussianBlurRenderPass,
     gBufferRenderPass,
     gradientRenderPass,
+    itemIdRenderPass,
     litDeferredRenderPass,
     litForwardRenderPass,
     litListRenderPass,
