@@ -112,7 +112,7 @@ public:
     /// World to camera, and the projection without jitter.
     void setCamera(const QMatrix4x4 &camera, const QMatrix4x4 &projection);
     /// The model to draw, not owned; null for none. The scene bounds follow it unless they are set apart. The chain calls
-    /// GPUModel::advanceFrame() at the end of each frame.
+    /// GPUModel::advanceFrame() at the end of each frame, unless setAdvancesModels() says otherwise.
     void setModel(GPUModel *model);
     /// Where the last pass presents; null: the default framebuffer, 0. Not owned.
     void setFramebuffer(FramebufferObject *framebuffer);
@@ -171,6 +171,10 @@ public:
     /// Whether the state found before the first pass comes back after the last: bindings, masks, tests, blending, viewport
     /// and everything else that the baseline sets. Off from the start.
     void setRestoresState(bool restores);
+    /// Whether a frame ends with GPUModel::advanceFrame() for the models that it drew. On from the start. Of several chains that draw
+    /// one model for a frame of the host, such as the halves of a split view, it is for the last one alone: otherwise only the first
+    /// sees items move.
+    void setAdvancesModels(bool advances);
 
     /// Where an input takes its value at present.
     struct InputSource

@@ -362,6 +362,11 @@ void RenderChain::setRestoresState(bool restores)
     d->restoresState = restores;
 }
 
+void RenderChain::setAdvancesModels(bool advances)
+{
+    d->runner.setAdvancesModels(advances);
+}
+
 // --- results -------------------------------------------------------------------------------------------------------
 
 QVariant RenderChain::exportedValue(const QString &name) const

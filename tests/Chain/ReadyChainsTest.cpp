@@ -327,4 +327,73 @@ TEST_F(ReadyChainsTest, aDisabledGeometryPassSkipsTheShadingThatNeedsIt)
     EXPECT_NEAR(readTexture(target.get()).pixel(2, height - 1).x(), 64 / 255.0, 0.01);
 }
 
+TEST_F(ReadyChainsTest, thePickingChainNumbersItemsAndColoursThem)
+{
+    load("picking");
+    GPUModelBuilder builder;
+    addSquare(&builder, QVector2D(-0.8f, 0), 0.6f, MaterialData());
+    addSquare(&builder, QVector2D(0.8f, 0), 0.6f, MaterialData());
+    const QSharedPointer<GPUModel> model = builder.build();
+    chain.setModel(model.data());
+    const Image ids = output("ids", "Kvz_KvzTexture*_ItemId");
+    const Image screen = readTexture(target.get());
+    saveForViewing(screen, QStringLiteral("chain-picking"));
+    EXPECT_EQ(readTexture(chain.exportedTexture("ids")).data, ids.data);
+    EXPECT_EQ(chain.exportedTexture("depth")->width(0), width);
+
+    // The square's second triangle lies above its diagonal.
+    const QPoint points[] = {
+        pixelOf({-0.9f, 0.2f, 0}), pixelOf({0.7f, 0.2f, 0}), pixelOf({0.9f, -0.2f, 0}), pixelOf({0.9f, -0.3f, 0})};
+    const int items[] = {1, 2, 2, 2};
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(int(ids.at(points[i].x(), points[i].y())[0]), items[i]) << i;
+    EXPECT_EQ(int(ids.at(points[1].x(), points[1].y())[1]), 1);
+    EXPECT_EQ(int(ids.at(points[2].x(), points[2].y())[1]), 0);
+    const auto colour = [&](const Image &image, int i) { return image.pixel(points[i].x(), points[i].y()); };
+    EXPECT_EQ(screen.pixel(2, 2), QVector4D(0, 0, 0, 1));
+    EXPECT_GT((colour(screen, 0) - colour(screen, 1)).length(), 0.3f) << "items";
+    EXPECT_GT((colour(screen, 1) - colour(screen, 2)).length(), 0.1f) << "triangles of one item";
+    EXPECT_EQ(colour(screen, 2), colour(screen, 3)) << "one triangle";
+}
+
+TEST_F(ReadyChainsTest, chainsOnOneModelSeeTheSameMotionWhenTheLastOneAdvancesIt)
+{
+    GPUModelBuilder builder;
+    addSquare(&builder, QVector2D(0, 0), 0.6f, MaterialData());
+    const QSharedPointer<GPUModel> model = builder.build();
+    ChainDescription description;
+    QString error;
+    ASSERT_TRUE(ChainDescription::fromJson(R"({"passes": [
+        {"name": "surfaces", "class": "SurfaceRenderPass"}, {"name": "velocity", "class": "VelocityRenderPass"}]})",
+        &description, &error));
+    RenderChain halves[2];
+    for (RenderChain &half : halves) {
+        ASSERT_TRUE(half.setDescription(description));
+        half.setViewport(QRect(0, 0, 40, 40));
+        half.setCamera(QMatrix4x4(), QMatrix4x4());
+        half.setModel(model.data());
+    }
+    const auto motions = [&] {
+        QVector<float> result;
+        for (RenderChain &half : halves)
+            result.append(renderOutputs(&half, {{"velocity", "Kvz_KvzTexture*_Velocity"}})[0].at(20, 20)[0]);
+        return result;
+    };
+    const auto move = [&](float x) {
+        QMatrix4x4 matrix;
+        matrix.translate(x, 0, 0);
+        model->setModelMatrix(0, matrix);
+    };
+    motions();
+    move(0.1f);
+    EXPECT_EQ(motions().last(), 0) << "the first chain took the motion away";
+    halves[0].setAdvancesModels(false);
+    move(0.2f);
+    const QVector<float> both = motions();
+    EXPECT_NEAR(both.first(), 0.05, 1e-4);
+    EXPECT_NEAR(both.last(), 0.05, 1e-4);
+    EXPECT_FALSE(model->hasMovedItems());
+    EXPECT_EQ(motions(), (QVector<float>{0, 0}));
+}
+
 } // namespace Velmora::Kvz

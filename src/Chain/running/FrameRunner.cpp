@@ -235,6 +235,8 @@ void FrameRunner::endPasses(const FrameValueTable &values) const
         }
         slot->active->endFrame(nullptr);
     }
+    if (!m_advancesModels)
+        return;
 
     QVarLengthArray<GPUModel *, 4> models;
     const auto addModel = [&](const QVariant &value) {

@@ -28,6 +28,7 @@ public:
     { }
 
     void setClearColor(const QColor &color) { m_clearColor = color; }
+    void setAdvancesModels(bool advances) { m_advancesModels = advances; }
     /// Asks the driver of a new context what it can do.
     void enterContext();
     void leaveContext() { m_lastSize = QSize(); }
@@ -58,6 +59,7 @@ private:
     FrameResults *m_results;
     FrameTimes *m_times;
     QColor m_clearColor{0, 0, 0, 0};
+    bool m_advancesModels = true;
     bool m_hasDebugGroups = false;
     QSize m_lastSize;
     QSize m_size;
