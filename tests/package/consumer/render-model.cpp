@@ -23,6 +23,7 @@ int main(int, char **argv)
 
     RenderChain chain;
     chain.setDescription(description);
+    chain.setEnabled("screen", false); // There is none. In a viewer: setFramebuffer().
     chain.setViewport(QRect(QPoint(), size));
     chain.setCamera(camera.cameraMatrix, camera.projectionMatrix);
     chain.setModel(model.data());
