@@ -26,10 +26,8 @@ CommandSpec checkCommand()
         {QStringLiteral("kvz check my-chain.json"), QStringLiteral("what keeps it from running")},
         {QStringLiteral("kvz check full --driver"), QStringLiteral("whether this machine can run it")},
     };
-    OptionSpec driver;
-    driver.names = QStringList{QStringLiteral("driver")};
-    driver.help = QStringLiteral("Also says what this machine's OpenGL driver cannot run.");
-    command.options = {driver};
+    command.options = {optionSpec("driver", "", "Also says what this machine's OpenGL driver cannot run.",
+        "And whether shaders of the chain's own compile, and their uniforms and its inputs fit.")};
     return command;
 }
 

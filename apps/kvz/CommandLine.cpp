@@ -48,12 +48,24 @@ QString OptionSpec::longName() const
         names.begin(), names.end(), [](const QString &a, const QString &b) { return a.size() < b.size(); }));
 }
 
+OptionSpec optionSpec(const char *names, const char *value, const char *help, const char *detail)
+{
+    OptionSpec spec;
+    spec.names = QString::fromUtf8(names).split(QLatin1Char(','));
+    spec.value = QString::fromUtf8(value);
+    spec.help = QString::fromUtf8(help);
+    spec.detail = QString::fromUtf8(detail);
+    return spec;
+}
+
+QStringList wordList(const char *text)
+{
+    return QString::fromUtf8(text).split(QLatin1Char(' '));
+}
+
 CommandSpec withHelp(CommandSpec command)
 {
-    OptionSpec help;
-    help.names = QStringList{QStringLiteral("h"), QStringLiteral("help")};
-    help.help = QStringLiteral("Prints this help.");
-    command.options.append(help);
+    command.options.append(optionSpec("h,help", "", "Prints this help."));
     return command;
 }
 

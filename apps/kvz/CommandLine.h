@@ -30,6 +30,11 @@ struct OptionSpec
     QString longName() const;
 };
 
+/// An option by its names, apart by commas, what stands for its value (empty for a switch), and the two texts.
+OptionSpec optionSpec(const char *names, const char *value, const char *help, const char *detail = "");
+/// Words, apart by spaces.
+QStringList wordList(const char *text);
+
 /// The arguments of a command that are not options.
 struct ArgumentSpec
 {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Commands.h"
 #include "Console.h"
+#include "ModelInput.h"
 
-#include <Import/ModelImporter.h>
 #include <Import/SceneFacts.h>
 
 #include <QtCore/QJsonArray>
@@ -240,9 +240,10 @@ CommandSpec infoCommand()
         "Reads a model as kvz render does and says what it holds, without drawing it and without a driver: counts, "
         "bounds "
         "as placed and turned upright, materials, images, and the GPU memory that it takes. Warnings go to standard "
-        "error. Files of points or lines alone are read too.");
+        "error. Files of points or lines alone are read too. With --up, --animation and --time the bounds are those of "
+        "the picture that kvz render draws with them.");
     command.argument.name = QStringLiteral("MODEL");
-    command.argument.help = QStringLiteral("Model file; kvz formats lists the types.");
+    command.argument.help = QStringLiteral("Model file, see kvz formats; - is standard input.");
     command.argument.least = 1;
     command.argument.most = 1;
     command.argument.completion = Completion::File;
@@ -250,10 +251,8 @@ CommandSpec infoCommand()
         {QStringLiteral("kvz info chair.glb"), QString()},
         {QStringLiteral("kvz info --json chair.glb | jq .triangles"), QStringLiteral("for scripts")},
     };
-    OptionSpec json;
-    json.names = QStringList{QStringLiteral("json")};
-    json.help = QStringLiteral("Prints one line of JSON, the warnings in it.");
-    command.options = {json};
+    command.options = modelOptionSpecs();
+    command.options += optionSpec("json", "", "Prints one line of JSON, the warnings in it.");
     return command;
 }
 
@@ -263,12 +262,14 @@ int runInfo(const QStringList &arguments)
     if (const auto status = parseCommandLine(infoCommand(), arguments, &parser))
         return *status;
 
+    ModelOptions options;
+    if (const auto status = readModelOptions(parser, &options))
+        return *status;
+    options.import.needsTriangles = false;
     const QString model = parser.positionalArguments().constFirst();
-    ImportOptions options;
-    options.needsTriangles = false;
     ImportedScene scene;
     QString error;
-    if (!importModel(model, options, &scene, &error))
+    if (!readModel(model, options, &scene, &error))
         return fail(error);
     if (parser.isSet(QStringLiteral("json"))) {
         print(QString::fromUtf8(QJsonDocument(jsonOf(model, scene)).toJson(QJsonDocument::Compact)));

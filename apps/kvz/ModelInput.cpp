@@ -6,6 +6,7 @@
 
 #include <Import/ModelImporter.h>
 
+#include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QLocale>
@@ -52,38 +53,50 @@ QString size(const QString &file)
     return QLocale(QLocale::English).formattedDataSize(QFileInfo(file).size(), 1, QLocale::DataSizeTraditionalFormat);
 }
 
+QString toString(const ImportProgress &progress)
+{
+    if (progress.step == ImportProgress::File)
+        return QStringLiteral("%1 %").arg(progress.done);
+    const QString what = progress.step == ImportProgress::Meshes ? QStringLiteral("mesh") : QStringLiteral("image");
+    return progress.total > 0 ? QStringLiteral("%1 %2 of %3").arg(what).arg(progress.done).arg(progress.total)
+                              : QStringLiteral("%1 %2").arg(what).arg(progress.done);
+}
+
 bool readFile(
-    const QString &file, const QString &name, const RenderOptions &options, ImportedScene *scene, QString *error)
+    const QString &file, const QString &name, const ModelOptions &options, ImportedScene *scene, QString *error)
 {
     bool isRead = false;
     {
-        const ActivityLine activity(QStringLiteral("reading %1, %2").arg(name, size(file)));
-        isRead = importModel(file, options.import, scene, error);
-    }
-    // A model of standard input has a file that nobody knows.
-    error->replace(file, name);
-    for (QString warning : qAsConst(scene->warnings))
-        warn(warning.replace(file, name));
-    return isRead;
+        ActivityLine activity(QStringLiteral("reading %1, %2").arg(name, size(file)));
+        ImportOptions import = options.import;
+        import.progress = [&activity](const ImportProgress &progress) {
+            activity.setStep(progress.step, toString(progress));
+    };
+    isRead = importModel(file, import, scene, error);
 }
-
+// A model of standard input has a file that nobody knows.
+error->replace(file, name);
+scene->warnings.replaceInStrings(file, name);
+return isRead;
 } // namespace
+
+} // namespace Velmora::Kvz
 
 QString displayName(const QString &model)
 {
-    return model == RenderOptions::standardStream ? QStringLiteral("standard input") : model;
+    return model == ModelOptions::standardStream ? QStringLiteral("standard input") : model;
 }
 
-bool readModel(const QString &model, const RenderOptions &options, ImportedScene *scene, QString *error)
+bool readModel(const QString &model, const ModelOptions &options, ImportedScene *scene, QString *error)
 {
     const QString name = displayName(model);
-    if (model != RenderOptions::standardStream) {
+    if (model != ModelOptions::standardStream) {
         if (!readFile(model, name, options, scene, error))
             return false;
     } else {
         if (isatty(STDIN_FILENO)) {
-            *error = QStringLiteral(
-                "standard input is a terminal; send a model into it, such as cat car.glb | kvz render -");
+            *error = QStringLiteral("standard input is a terminal; send a model into it, such as cat car.glb | %1 -")
+                         .arg(QCoreApplication::arguments().constFirst());
             return false;
         }
         const QTemporaryDir folder;
@@ -96,8 +109,6 @@ bool readModel(const QString &model, const RenderOptions &options, ImportedScene
         if (!readFile(file, name, options, scene, error))
             return false;
     }
-    if (options.floor)
-        addFloor(scene);
     return true;
 }
 

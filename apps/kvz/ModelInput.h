@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "RenderOptions.h"
+#include "ModelOptions.h"
 
 #include <Import/ImportedScene.h>
 
@@ -10,8 +10,8 @@ namespace Velmora::Kvz {
 /// How a model is called in what the program says.
 QString displayName(const QString &model);
 
-/// Reads a model from its file or from standard input, with its floor. Tells its warnings, and on a terminal that it reads. False,
-/// with one line in `error`, when that fails.
-bool readModel(const QString &model, const RenderOptions &options, ImportedScene *scene, QString *error);
+/// Reads a model from its file or from standard input, and says on a terminal that it does. False, with one line in `error`, when that
+/// fails.
+bool readModel(const QString &model, const ModelOptions &options, ImportedScene *scene, QString *error);
 
 } // namespace Velmora::Kvz

@@ -23,7 +23,7 @@ bool canMakeFolder(const QString &folder)
 /// The name of a model in the name of a picture.
 QString modelName(const QString &model)
 {
-    return model == RenderOptions::standardStream ? QStringLiteral("stdin") : QFileInfo(model).completeBaseName();
+    return model == ModelOptions::standardStream ? QStringLiteral("stdin") : QFileInfo(model).completeBaseName();
 }
 
 /// The files, or the directories, of all pictures: each may have only one.

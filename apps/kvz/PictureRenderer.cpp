@@ -40,8 +40,15 @@ QString PictureRenderer::start()
             .arg(size.height())
             .arg(largest.width())
             .arg(largest.height());
-    const QString lack =
-        chainProblem(validateChainOnDriver(m_resolved), m_options.chain, QStringLiteral("kvz check --driver"));
+    QVector<ChainFinding> findings = validateChainOnDriver(m_resolved);
+    // Of shaders that do not compile the chain has all of the driver's lines.
+    findings.erase(std::remove_if(findings.begin(), findings.end(),
+                       [](const ChainFinding &finding) {
+                           return finding.code == ChainFinding::Code::UnusableConfiguration
+                               && finding.severity == ChainFinding::Severity::Error;
+                       }),
+        findings.end());
+    const QString lack = chainProblem(findings, m_options.chain, QStringLiteral("kvz check --driver"));
     if (!lack.isEmpty())
         return lack;
     m_target = std::make_unique<RenderTarget>(size);
@@ -51,6 +58,7 @@ QString PictureRenderer::start()
 QString PictureRenderer::setModel(const ImportedScene &scene, const QString &name)
 {
     SceneBuildOptions building;
+    building.imageBudget = m_options.imageBudget;
     building.forBasicPasses = m_resolved.has(PassTrait::BasicSurfaces);
     const bool hasColours = std::any_of(
         scene.meshes.begin(), scene.meshes.end(), [](const ImportedMesh &mesh) { return !mesh.colours.isEmpty(); });

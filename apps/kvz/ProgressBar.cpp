@@ -3,8 +3,6 @@
 
 #include "Console.h"
 
-#include <chrono>
-
 namespace Velmora::Kvz {
 
 static constexpr int width = 40;
@@ -40,15 +38,43 @@ void ProgressBar::skip(int frames)
 }
 
 ActivityLine::ActivityLine(const QString &activity)
+    : m_activity(activity)
 {
     if (!canShowProgress())
         return;
-    showProgress(activity);
-    m_thread = std::thread([this, activity] {
+    show();
+    m_thread = std::thread([this] {
         std::unique_lock<std::mutex> lock(m_mutex);
-        for (int seconds = 1; !m_wake.wait_for(lock, std::chrono::seconds(1), [this] { return m_isOver; }); ++seconds)
-            showProgress(QStringLiteral("%1 %2 s").arg(activity).arg(seconds));
+        while (!m_wake.wait_for(lock, std::chrono::seconds(1), [this] { return m_isOver; })) {
+            ++m_seconds;
+            show();
+        }
     });
+}
+
+void ActivityLine::setStep(int step, const QString &progress)
+{
+    if (!m_thread.joinable())
+        return;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto now = std::chrono::steady_clock::now();
+    const bool isDue = step != m_step || now - m_shown >= std::chrono::milliseconds(50);
+    m_step = step;
+    m_progress = progress;
+    if (!isDue)
+        return;
+    m_shown = now;
+    show();
+}
+
+void ActivityLine::show() const
+{
+    QString line = m_activity;
+    if (!m_progress.isEmpty())
+        line += QStringLiteral(": ") + m_progress;
+    if (m_seconds > 0)
+        line += QStringLiteral(" %1 s").arg(m_seconds);
+    showProgress(line);
 }
 
 ActivityLine::~ActivityLine()

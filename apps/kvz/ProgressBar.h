@@ -3,6 +3,7 @@
 
 #include <QtCore/QString>
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -30,7 +31,7 @@ private:
     bool m_visible;
 };
 
-/// Says on a terminal what the program is doing, with the seconds that it takes, for as long as the object lives.
+/// Says on a terminal what the program is doing, how far it is, and the seconds that it takes, for as long as the object lives.
 class ActivityLine
 {
 public:
@@ -39,8 +40,18 @@ public:
     ActivityLine(const ActivityLine &) = delete;
     ActivityLine &operator=(const ActivityLine &) = delete;
 
+    /// How far the step is that the activity is at: "mesh 3 of 7" or "40 %", say. Not each of a quick row is shown, but the first of a step is.
+    void setStep(int step, const QString &progress);
+
 private:
-    std::mutex m_mutex;
+    void show() const;
+
+    QString m_activity;
+    std::mutex m_mutex; ///< For all that follows.
+    QString m_progress;
+    int m_step = -1;
+    int m_seconds = 0;
+    std::chrono::steady_clock::time_point m_shown;
     std::condition_variable m_wake;
     bool m_isOver = false;
     std::thread m_thread;

@@ -98,10 +98,14 @@ bool RenderCall::beginModel(int model, int *status)
     ImportedScene scene;
     m_clock.lap();
     *status = Success;
-    if (!readModel(m_options.models[model], m_options, &scene, &error)) {
+    if (!readModel(m_options.models[model], m_options.reading, &scene, &error)) {
         fail(error);
         return false;
     }
+    for (const QString &warning : qAsConst(scene.warnings))
+        warn(warning);
+    if (m_options.floor)
+        addFloor(&scene);
     if (m_scales)
         bringToUsualSize(&scene);
     const QVector<QVector3D> points = scene.points();

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include <unistd.h>
 
@@ -102,30 +103,15 @@ std::optional<int> OptionReader::read()
 std::optional<int> OptionReader::readModels()
 {
     m_options.models = m_parser.positionalArguments();
-    m_options.format = value("format");
-    const int fromInput = m_options.models.count(RenderOptions::standardStream);
-    if (fromInput > 1)
-        return failUsage(QStringLiteral("standard input holds one model, not %1").arg(fromInput));
-    if (fromInput == 0 && isSet("format"))
-        return failUsage(QStringLiteral("--format is for a model from standard input, -"));
-    if (fromInput == 1 && m_options.format.isEmpty())
-        return failUsage(QStringLiteral("standard input has no name that tells its type; add --format SUFFIX"));
-    if (m_options.format.startsWith(QLatin1Char('.')))
-        m_options.format.remove(0, 1);
-
-    static const QRegularExpression axis(QStringLiteral("^-?[xyz]$"));
-    m_options.import.up = value("up").toLower();
-    if (isSet("up") && !axis.match(m_options.import.up).hasMatch())
-        return fail(QStringLiteral("--up %1: expected x, y, z, -x, -y or -z").arg(value("up")));
-    m_options.import.animation = value("animation");
-    if (isSet("animation") && m_options.import.animation.isEmpty())
-        return fail(QStringLiteral("--animation: expected its name or number"));
-    if (isSet("time")) {
-        bool isNumber = false;
-        m_options.import.time = value("time").toDouble(&isNumber);
-        if (!isNumber || !std::isfinite(m_options.import.time) || m_options.import.time < 0)
-            return fail(QStringLiteral("--time %1: expected seconds, 0 or more").arg(value("time")));
-    }
+    if (const auto status = readModelOptions(m_parser, &m_options.reading))
+        return status;
+    bool isNumber = false;
+    constexpr qint64 mebibyte = 1 << 20;
+    const qint64 budget = value("image-budget").toLongLong(&isNumber);
+    if (!isNumber || budget < 1 || budget > std::numeric_limits<qint64>::max() / mebibyte)
+        return fail(
+            QStringLiteral("--image-budget %1: expected a number of MiB, 1 or more").arg(value("image-budget")));
+    m_options.imageBudget = budget * mebibyte;
     return std::nullopt;
 }
 
@@ -254,8 +240,6 @@ std::optional<int> OptionReader::readBackground()
 }
 
 } // namespace
-
-const QString RenderOptions::standardStream = QStringLiteral("-");
 
 bool RenderOptions::hasPlaces() const
 {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "ModelOptions.h"
 #include "NameTemplate.h"
 
 #include <Chain/LightDescription.h>
 #include <Host/Camera.h>
-#include <Import/ImportOptions.h>
 
 #include <QtCore/QSize>
 #include <QtCore/QString>
@@ -29,13 +29,10 @@ struct CameraChoice
 /// What the command line of `kvz render` asks for.
 struct RenderOptions
 {
-    /// "-" for standard input and standard output.
-    static const QString standardStream;
-
     QStringList models;
-    QString format; ///< Suffix of what comes from standard input.
-    ImportOptions import;
+    ModelOptions reading;
     bool floor = false;
+    qint64 imageBudget = 0; ///< In bytes.
 
     QString chain;
     QStringList settings; ///< PASS.PORT=VALUE
@@ -62,7 +59,7 @@ struct RenderOptions
 
     /// Whether a camera or light stands at a place in the model's own units.
     bool hasPlaces() const;
-    bool writesToStandardOutput() const { return output == standardStream; }
+    bool writesToStandardOutput() const { return output == ModelOptions::standardStream; }
     int pictureCount() const { return models.size() * cameras.size() * frames; }
 };
 

@@ -1,30 +1,16 @@
 // SPDX-License-Identifier: MIT
 // The options of `kvz render`, as its parser, --help, the manual page and the shells have them.
 #include "Commands.h"
+#include "ModelOptions.h"
 
 namespace Velmora::Kvz {
 
 namespace {
 
-OptionSpec option(const char *names, const char *value, const char *help, const char *detail = "")
-{
-    OptionSpec spec;
-    spec.names = QString::fromUtf8(names).split(QLatin1Char(','));
-    spec.value = QString::fromUtf8(value);
-    spec.help = QString::fromUtf8(help);
-    spec.detail = QString::fromUtf8(detail);
-    return spec;
-}
-
-QStringList words(const char *text)
-{
-    return QString::fromUtf8(text).split(QLatin1Char(' '));
-}
-
 QVector<OptionSpec> pictureOptions()
 {
     QVector<OptionSpec> list;
-    list += option("o,output", "FILE",
+    list += optionSpec("o,output", "FILE",
         "The picture, such as out.png; - is standard output.\n"
         "{model}, {view}, {frame}, {frame:04} tell them apart.",
         "The suffix gives the format; standard output gets PNG. {model} is the name of the model "
@@ -35,9 +21,9 @@ QVector<OptionSpec> pictureOptions()
         "when anything goes wrong.");
     list.last().isRequired = true;
     list.last().completion = Completion::File;
-    list += option("size", "WxH", "Size of the picture in pixels. Default: 1280x720.");
+    list += optionSpec("size", "WxH", "Size of the picture in pixels. Default: 1280x720.");
     list.last().standard = QStringLiteral("1280x720");
-    list += option("camera", "VIEW",
+    list += optionSpec("camera", "VIEW",
         "AZIMUTH,ELEVATION[,DISTANCE] in degrees; front, back,\n"
         "left, right, top, bottom, iso; eye=X,Y,Z, target=X,Y,Z;\n"
         "ortho; fov=DEGREES; parts joined by \":\". Or a camera of\n"
@@ -51,18 +37,18 @@ QVector<OptionSpec> pictureOptions()
     list.last().standard = QStringLiteral("30,20");
     list.last().isRepeatable = true;
     list.last().completion = Completion::Words;
-    list.last().words = words("front back left right top bottom iso ortho eye= target= fov= file=");
-    list += option("frames", "N", "Pictures, where -o has {frame}; else --samples.",
+    list.last().words = wordList("front back left right top bottom iso ortho eye= target= fov= file=");
+    list += optionSpec("frames", "N", "Pictures, where -o has {frame}; else --samples.",
         "Where -o has no {frame}, it is the older name of --samples.");
     list.last().standard = QStringLiteral("1");
-    list += option("orbit", "DEGREES",
+    list += optionSpec("orbit", "DEGREES",
         "Turns the camera from picture to picture; from sample\n"
         "to sample where -o has no {frame}.",
         "Around the vertical axis through the model, at one distance at which it fits in all of "
         "them. The first picture has VIEW; where the camera turns within a picture, the last "
         "sample has it.");
     list.last().standard = QStringLiteral("0");
-    list += option("samples", "N", "Frames that go into each picture. Default: 1.",
+    list += optionSpec("samples", "N", "Frames that go into each picture. Default: 1.",
         "Chains that gather frames, such as temporal and full, get finer with more of them; of "
         "others the last one is the picture.");
     list.last().standard = QStringLiteral("1");
@@ -72,18 +58,18 @@ QVector<OptionSpec> pictureOptions()
 QVector<OptionSpec> chainOptions()
 {
     QVector<OptionSpec> list;
-    list += option("chain", "NAME|FILE",
+    list += optionSpec("chain", "NAME|FILE",
         "Ready chain, as kvz chains lists them, or chain file.\n"
         "Default: deferred.",
         "A name with a directory, or that ends in .json, is a file.");
     list.last().standard = QStringLiteral("deferred");
     list.last().completion = Completion::Chain;
-    list += option("set", "PASS.PORT=VALUE", "Sets a value of a pass: background.ColorTop=red.",
+    list += optionSpec("set", "PASS.PORT=VALUE", "Sets a value of a pass: background.ColorTop=red.",
         "PORT is the name of an input of the pass, or its last word; kvz passes CLASS lists them."
         " VALUE is written as in a chain file; text needs no quotes. It takes the place of a "
         "connection. Relative file names count from the working directory.");
     list.last().isRepeatable = true;
-    list += option("light", "LIGHT",
+    list += optionSpec("light", "LIGHT",
         "headlight:intensity=0.7, ambient:intensity=0.3, none;\n"
         "or a light that casts shadows: spot:-60,40,1.5:cone=30.",
         "headlight is a lamp at the eye, ambient is light from everywhere; each may have an intensity, and what is "
@@ -94,8 +80,8 @@ QVector<OptionSpec> chainOptions()
         "cascades=N and bias=NUMBER as needed, joined by \":\".");
     list.last().isRepeatable = true;
     list.last().completion = Completion::Words;
-    list.last().words = words("headlight ambient none directional spot point");
-    list += option("background", "COLOUR", "Behind the model: a colour, or none for transparent.",
+    list.last().words = wordList("headlight ambient none directional spot point");
+    list += optionSpec("background", "COLOUR", "Behind the model: a colour, or none for transparent.",
         "A name such as white, #rrggbb, or #rrggbbaa, instead of the chain's gradient or sky. With none the picture "
         "has "
         "straight alpha. A chain whose last steps lose alpha refuses none in a line that names the pass.");
@@ -104,43 +90,32 @@ QVector<OptionSpec> chainOptions()
 
 QVector<OptionSpec> modelOptions()
 {
-    QVector<OptionSpec> list;
-    list += option("up", "AXIS", "What points up in the file: y, z, -y, ...",
-        "Instead of what the file says of itself, or y where it says nothing: x, y, z, -x, -y or "
-        "-z.");
-    list.last().completion = Completion::Words;
-    list.last().words = words("x y z -x -y -z");
-    list += option("animation", "NAME|N", "Poses the nodes by an animation of the file.",
-        "By its name, or by its number from 0. Skins and morph targets stay as they are at rest.");
-    list += option("time", "SECONDS", "The moment of the animation. Default: 0.",
-        "Before its start and after its end the first or last pose stays. Without --animation it "
-        "is the first one of the file.");
-    list += option("floor", "", "Puts a grey floor under the model.",
+    QVector<OptionSpec> list = modelOptionSpecs();
+    list += optionSpec("floor", "", "Puts a grey floor under the model.",
         "For shadows to fall on. It is a part of the scene, so camera, lights and shadow maps "
         "take it into account.");
-    list += option("format", "SUFFIX", "Type of a model from standard input, such as glb.",
-        "Needed where MODEL is -. Such a model is one file: what it names beside itself is not "
-        "found.");
-    list.last().completion = Completion::Words;
-    list.last().words = words("glb gltf obj ply stl off 3ds fbx dae");
+    list += optionSpec("image-budget", "MIB", "GPU memory for the images of a model. Default: 512.",
+        "In MiB, with their mip levels. Where they take more, the largest are halved until they do not, with a "
+        "warning.");
+    list.last().standard = QStringLiteral("512");
     return list;
 }
 
 QVector<OptionSpec> resultOptions()
 {
     QVector<OptionSpec> list;
-    list += option("capture", "DIR", "Also writes what each pass gave in the last frame.",
+    list += optionSpec("capture", "DIR", "Also writes what each pass gave in the last frame.",
         "Each image output of each pass, into this directory. Its name may have the places that "
         "-o may have.");
     list.last().completion = Completion::Folder;
-    list += option("timings", "", "Prints GPU and CPU milliseconds for each pass.");
-    list += option("json", "", "Prints one line of JSON for each picture.",
+    list += optionSpec("timings", "", "Prints GPU and CPU milliseconds for each pass.");
+    list += optionSpec("json", "", "Prints one line of JSON for each picture.",
         "With file, model, view, frame, width, height, chain, samples, renderer, milliseconds by "
         "phase (load, upload, draw, write) and the warnings, which standard error has too; with "
         "--timings also the passes. What is done once for several pictures counts for the first "
         "of them.");
-    list += option("quiet", "", "Prints errors alone: no warnings, no progress.");
-    list += option("watch", "", "Renders again when a shader of the chain changes.",
+    list += optionSpec("quiet", "", "Prints errors alone: no warnings, no progress.");
+    list += optionSpec("watch", "", "Renders again when a shader of the chain changes.",
         "Until Ctrl+C. A change that does not compile is reported, and the last picture stays.");
     return list;
 }

@@ -5,6 +5,8 @@
 
 #include <QtCore/QString>
 
+#include <functional>
+
 namespace Velmora::Kvz {
 
 /// What an import may cost. A limit of 0 or less is replaced by that of forFileSize().
@@ -24,6 +26,15 @@ struct KVZ_HOST_EXPORT ImportLimits
     static ImportLimits forFileSize(qint64 bytes);
 };
 
+/// How far an import is.
+struct ImportProgress
+{
+    enum Step { File, Meshes, Images };
+    Step step = File;
+    int done = 0; ///< Hundredths of the file; meshes, or images, the present one included.
+    int total = 100; ///< Of these; 0: not known before the end.
+};
+
 /// How a model file is read.
 struct ImportOptions
 {
@@ -40,6 +51,9 @@ struct ImportOptions
     /// Whether a file without triangles is refused. Without, points and lines alone, cameras or an animation will do, and so
     /// does a file that has nothing at all.
     bool needsTriangles = true;
+    /// Is told how far the import is, on its thread: steps in no fixed order, since images are read when a material names them. Not
+    /// all loaders say how much of the file is done. Empty: nobody is told.
+    std::function<void(const ImportProgress &)> progress;
 };
 
 } // namespace Velmora::Kvz

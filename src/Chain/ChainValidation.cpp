@@ -2,8 +2,10 @@
 #include <Chain/ChainValidation.h>
 
 #include <Chain/ChainDescription.h>
+#include <Chain/DecisiveLine.h>
 #include <Chain/ResolvedChain.h>
 #include <Chain/ResolvedPasses.h>
+#include <Core/RenderPass.h>
 #include <GL/GLExtensions.h>
 #include <Host/ImageFile.h>
 
@@ -58,7 +60,11 @@ public:
         }
         for (const DriverNeed &need : m_pass.info->driverNeeds)
             checkNeed(need);
-        if (m_pass.info->checkOnDriver && m_pass.optionProblems.isEmpty())
+        if (!m_pass.optionProblems.isEmpty())
+            return;
+        if (m_pass.info->createChecked)
+            checkCreation();
+        if (m_pass.info->checkOnDriver)
             checkOptions();
     }
 
@@ -99,6 +105,20 @@ private:
                 m_described.name, QString(), need.extensions.join(QStringLiteral(", ")),
                 QStringLiteral("no %1").arg(missing.join(QStringLiteral(", "))), need.without});
         }
+    }
+
+    /// Makes the pass, to see whether the driver refuses it, and drops it.
+    void checkCreation()
+    {
+        QString error;
+        if (m_pass.info->createChecked(m_pass.options, &error))
+            return;
+        // What it is, and of the driver's lines the one that says where.
+        const QString what = error.section(QLatin1Char('\n'), 0, 0);
+        const QString log = error.section(QLatin1Char('\n'), 1);
+        m_findings->append({m_gravest, Code::UnusableConfiguration, m_described.name, QString(),
+            QStringLiteral("what the driver takes"),
+            log.isEmpty() ? what : QStringLiteral("%1 %2").arg(what, decisiveLine(log)), QString()});
     }
 
     void checkOptions()

@@ -9,6 +9,7 @@
 #include <assimp/DefaultLogger.hpp>
 #include <assimp/IOStream.hpp>
 #include <assimp/MemoryIOWrapper.h>
+#include <assimp/ProgressHandler.hpp>
 #include <assimp/importerdesc.h>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
@@ -82,6 +83,25 @@ private:
     QByteArray m_text;
     ImportBudget *m_budget;
     QStringList *m_missing;
+};
+
+/// Passes on how far a loader says that it is.
+class LoaderProgress : public Assimp::ProgressHandler
+{
+public:
+    explicit LoaderProgress(const ImportBudget *budget)
+        : m_budget(budget)
+    { }
+
+    bool Update(float share) override
+    {
+        if (share >= 0) // Below: it does not know.
+            m_budget->tell(ImportProgress::File, int(100 * std::min(share, 1.0f)), 100);
+        return true;
+    }
+
+private:
+    const ImportBudget *m_budget;
 };
 
 /// Keeps what is written to std::cerr while it lives: assimp's reader of OpenGEX writes there.
@@ -200,8 +220,9 @@ AssimpLoader::AssimpLoader(const QString &file, const QByteArray &text, ImportBu
     : m_file(file),
       m_budget(budget)
 {
-    // The importer owns it.
+    // The importer owns both.
     m_importer.SetIOHandler(new FileWatcher(QFile::encodeName(file), text, budget, &m_missingFiles));
+    m_importer.SetProgressHandler(new LoaderProgress(budget));
 }
 
 const aiScene *AssimpLoader::read(QString *reason)

@@ -20,8 +20,9 @@ ImportLimits ImportLimits::forFileSize(qint64 bytes)
     return limits;
 }
 
-ImportBudget::ImportBudget(const ImportLimits &limits, qint64 fileSize)
-    : m_limits(limits)
+ImportBudget::ImportBudget(const ImportOptions &options, qint64 fileSize)
+    : m_limits(options.limits),
+      m_progress(options.progress)
 {
     const ImportLimits standard = ImportLimits::forFileSize(fileSize);
     if (m_limits.bytes <= 0)
@@ -53,6 +54,12 @@ bool ImportBudget::isTimeLeft()
 {
     return double(m_clock.nsecsElapsed()) * 1e-9 <= m_limits.seconds
         || refuse(QStringLiteral("reading it takes more than the limit of %1 s").arg(m_limits.seconds));
+}
+
+void ImportBudget::tell(ImportProgress::Step step, int done, int total) const
+{
+    if (m_progress)
+        m_progress({step, done, total});
 }
 
 bool ImportBudget::refuse(const QString &problem)

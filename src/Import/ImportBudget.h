@@ -8,17 +8,19 @@
 
 namespace Velmora::Kvz {
 
-/// What is left of an import's limits. Each question that the limits answer with no notes which limit it was.
+/// What is left of an import's limits, and who is told how far it is. Each question that the limits answer with no notes which limit it
+/// was.
 class ImportBudget
 {
 public:
     /// Starts the clock.
-    ImportBudget(const ImportLimits &limits, qint64 fileSize);
+    ImportBudget(const ImportOptions &options, qint64 fileSize);
 
     bool takeBytes(qint64 count);
     bool takeVertices(qint64 count);
     bool isTimeLeft();
     int imageSide() const { return m_limits.imageSide; }
+    void tell(ImportProgress::Step step, int done, int total) const;
     /// The limit that was passed first, in one line; empty while none was.
     QString problem() const { return m_problem; }
 
@@ -26,6 +28,7 @@ private:
     bool refuse(const QString &problem);
 
     ImportLimits m_limits;
+    std::function<void(const ImportProgress &)> m_progress;
     QElapsedTimer m_clock;
     qint64 m_bytes = 0;
     qint64 m_vertices = 0;

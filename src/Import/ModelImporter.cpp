@@ -122,7 +122,7 @@ bool importModel(const QString &file, const ImportOptions &options, ImportedScen
         return refuse(content.errorString());
     if (isCutPly(&content))
         return refuse(QStringLiteral("damaged or truncated: its header has no end"));
-    ImportBudget budget(options.limits, info.size());
+    ImportBudget budget(options, info.size());
     QString problem = content.seek(0) ? exaggeratedHeader(content.read(65536), info.size()) : content.errorString();
     if (!problem.isEmpty())
         return refuse(problem);

@@ -55,11 +55,11 @@ bool hasClass(const ChainDescription &chain, const char *className)
         [&](const ChainPass &pass) { return pass.className == QLatin1String(className); });
 }
 
-/// The ready chains that draw a model over their own background.
+/// The ready chains that draw a lit model over their own background.
 QStringList shadingChains()
 {
     QStringList names = readyChainNames();
-    for (const char *other : {"blend-gallery", "primitives"})
+    for (const char *other : {"blend-gallery", "picking", "primitives"})
         names.removeAll(QLatin1String(other));
     return names;
 }

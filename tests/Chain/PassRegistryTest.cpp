@@ -162,6 +162,15 @@ TEST_F(PassRegistryTest, opaqueOnlyReachesThePassesThatHaveIt)
             EXPECT_EQ(image.pixel(1, 1), isOpaqueOnly ? QVector4D(1, 1, 1, 1) : QVector4D(0, 1, 0, 1)) << name;
         }
     }
+    for (const bool isSet : {false, true}) {
+        const std::unique_ptr<RenderPass> pass = make(QStringLiteral("ItemIdRenderPass"),
+            {{QStringLiteral("opaqueOnly"), isSet}, {QStringLiteral("falseColours"), isSet}});
+        pass->setInput(0, QRect(0, 0, 2, 2));
+        pass->setInput(3, QVariant::fromValue(model.data()));
+        pass->start(nullptr);
+        EXPECT_EQ(readTexture(pass->output(0).value<Texture *>()).at(1, 1)[0], isSet ? 1 : 2);
+        EXPECT_EQ(pass->output(2).value<Texture *>() != nullptr, isSet);
+    }
 }
 
 TEST_F(PassRegistryTest, optionsReachThePass)

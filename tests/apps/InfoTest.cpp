@@ -222,6 +222,56 @@ TEST(InfoTest, pointsAloneHaveFactsToo)
     EXPECT_EQ(info["warnings"], QJsonArray{model + ": 3 points are not drawn: triangles alone are"});
 }
 
+TEST(InfoTest, axisAndMomentChangeTheBounds)
+{
+    const TemporaryFolder folder;
+    const QString tall = folder.write("tall.obj", "v 0 0 0\nv 1 0 0\nv 0 2 5\nf 1 2 3\n");
+    const QJsonObject upright = jsonFrom({"info", tall, "--json", "--up", "z"});
+    expectNear(upright["bounds"].toObject()["low"], {0, 0, -2});
+    expectNear(upright["bounds"].toObject()["high"], {1, 5, 0});
+
+    // The second square rises by as much as the animation says: from 0 to 1 in 2.5 seconds.
+    const QString model = folder.write("all.gltf", everything().bytes());
+    const auto heightWith = [&](const QStringList &more) {
+        const QJsonObject bounds = jsonFrom(QStringList{"info", model, "--json"} + more)["bounds"].toObject();
+        return bounds["low"].toArray()[2].toDouble();
+    };
+    EXPECT_NEAR(heightWith({}), -5, 1e-5);
+    EXPECT_NEAR(heightWith({"--time", "0"}), -1, 1e-5) << "the animation moves it to the origin";
+    EXPECT_NEAR(heightWith({"--animation", "hop", "--time", "2.5"}), -1, 1e-5);
+
+    const auto refusal = [&](const QStringList &more) {
+        return runWithoutDriver(QStringList{"info", model} + more).errors.join('|');
+    };
+    EXPECT_EQ(refusal({"--up", "w"}), "kvz: --up w: expected x, y, z, -x, -y or -z");
+    EXPECT_EQ(refusal({"--time", "-1"}), "kvz: --time -1: expected seconds, 0 or more");
+    EXPECT_TRUE(refusal({"--animation", "hopp"}).contains("\"hop\"")) << refusal({"--animation", "hopp"}).toStdString();
+    EXPECT_EQ(
+        refusal({"--format", "glb"}), "kvz: --format is for a model from standard input, - (see kvz info --help)");
+}
+
+TEST(InfoTest, aModelMayComeFromStandardInput)
+{
+    const TemporaryFolder folder;
+    Kvz program;
+    program.input = folder.write("a.bin", "mtllib gone.mtl\nusemtl one\n" + cubeObj());
+    const Result result = program.run({"info", "-", "--format", "obj", "--json"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, QStringList());
+    const QJsonObject info = QJsonDocument::fromJson(result.output.toUtf8()).object();
+    EXPECT_EQ(info["file"], "-");
+    EXPECT_EQ(info["triangles"], 12);
+    ASSERT_EQ(info["warnings"].toArray().size(), 1);
+    const QString warning = info["warnings"].toArray()[0].toString();
+    EXPECT_TRUE(warning.startsWith("standard input: ")) << warning.toStdString();
+    EXPECT_FALSE(warning.contains("/tmp")) << warning.toStdString();
+    const Result text = program.run({"info", "-", "--format", "obj"});
+    EXPECT_EQ(text.errors, QStringList("kvz: warning: " + warning));
+    EXPECT_EQ(rowsOf(text.output, "Triangles"), QStringList("12"));
+    EXPECT_EQ(program.run({"info", "-"}).errors,
+        QStringList("kvz: standard input has no name that tells its type; add --format SUFFIX (see kvz info --help)"));
+}
+
 TEST(InfoTest, aFileThatCannotBeReadIsRefusedInOneLine)
 {
     const TemporaryFolder folder;

@@ -337,6 +337,59 @@ TEST(KvzProgramTest, viewportBeyondTheDriversLimitIsRefused)
     EXPECT_EQ(run({"check", chain}).output, chain + ": nothing wrong with its 2 passes\n");
 }
 
+TEST(KvzProgramTest, checkTellsOfShadersThatDoNotCompileInALine)
+{
+    TemporaryFolder folder;
+    const QString chain = folder.write("chain.json",
+        chainOf("{\"name\": \"back\", \"class\": \"GradientRenderPass\"}, {\"name\": \"wash\", \"class\": "
+                "\"ShaderRenderPass\", \"options\": {\"fragment\": \"wash.frag\", \"inputs\": [{\"name\": "
+                "\"Kvz_KvzTexture*_Frame\"}], \"outputs\": [{\"name\": \"Kvz_KvzTexture*_Frame\"}]}}, {\"class\": "
+                "\"TextureToScreenRenderPass\", \"connections\": {\"Kvz_KvzTexture*_Texture\": "
+                "\"wash.Kvz_KvzTexture*_Frame\"}}"));
+    const QByteArray good = "#version 150\nuniform sampler2D u_Frame;\nin vec2 vo_TexCoord;\nout vec4 o_Frame;\n"
+                            "void main()\n{\n    o_Frame = texture(u_Frame, vo_TexCoord);\n}\n";
+    folder.write("wash.frag", good);
+    EXPECT_EQ(run({"check", "--driver", chain}).output, chain + ": nothing wrong with its 3 passes\n");
+    folder.write("wash.frag", QByteArray(good).replace("u_Frame, ", "u_Fram, "));
+    EXPECT_EQ(run({"check", chain}).output, chain + ": nothing wrong with its 3 passes\n") << "only the driver knows";
+    const Result check = run({"check", "--driver", chain});
+    EXPECT_EQ(check.status, 1);
+    EXPECT_EQ(check.errors, QStringList());
+    const QStringList lines = linesOf(check.output);
+    ASSERT_EQ(lines.size(), 1) << check.output.toStdString();
+    EXPECT_TRUE(lines[0].startsWith(chain
+        + ": error: pass \"wash\": expected what the driver takes, found its shaders do not compile: "
+        + folder.path("wash.frag") + ":7: "))
+        << lines[0].toStdString();
+    EXPECT_TRUE(lines[0].contains("u_Fram")) << lines[0].toStdString();
+}
+
+TEST(KvzProgramTest, imagesStayWithinTheirBudget)
+{
+    TemporaryFolder folder;
+    QImage image(1024, 512, QImage::Format_RGB32);
+    image.fill(QColor(200, 30, 30));
+    folder.write("a.png", pngBytes(image));
+    folder.write("a.mtl", "newmtl one\nKd 1 1 1\nmap_Kd a.png\n");
+    const QString model = folder.write("a.obj", "mtllib a.mtl\nusemtl one\n" + cubeObj());
+    const QStringList render{"render", model, "--size", "32x24", "-o", folder.path("out.png")};
+    EXPECT_EQ(run(render).errors, QStringList());
+    const QImage whole = expectPicture(folder.path("out.png"), {32, 24});
+    EXPECT_EQ(run(render + QStringList{"--image-budget", "3"}).errors, QStringList());
+    const Result small = run(render + QStringList{"--image-budget", "1"});
+    EXPECT_EQ(small.status, 0);
+    ASSERT_EQ(small.errors.size(), 1);
+    EXPECT_TRUE(small.errors[0].startsWith("kvz: warning: ") && small.errors[0].contains("1 MiB"))
+        << small.errors[0].toStdString();
+    EXPECT_TRUE(small.errors[0].contains("from 1024x512 to 512x256") || small.errors[0].contains("1024 by 512"))
+        << small.errors[0].toStdString();
+    EXPECT_EQ(expectPicture(folder.path("out.png"), {32, 24}), whole) << "it has one colour";
+    for (const char *bad : {"0", "-1", "x", "1.5", "9999999999999999"}) {
+        expectLine(render + QStringList{"--image-budget", bad}, 1,
+            QStringLiteral("--image-budget %1: expected a number of MiB, 1 or more").arg(bad));
+    }
+}
+
 /// Images of 4 GiB, which software GL refuses: at the end of a chain, and before passes that draw on.
 TEST(KvzProgramTest, graphicsMemoryThatRunsOutIsSaidInOneLine)
 {

@@ -6,6 +6,7 @@
 
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
+#include <QtCore/QRegularExpression>
 
 #include <fcntl.h>
 #include <stdlib.h>
@@ -267,6 +268,30 @@ TEST_F(KvzScriptsTest, progressOfReadingAndDrawingIsShownOnATerminal)
         program.run({"render", stillLife, "--size", "16x12", "--samples", "9", "-o", folder.path("out.png")}).status,
         0);
     EXPECT_EQ(terminal.take(), QByteArray()) << "a terminal that cannot wipe a line";
+}
+
+TEST_F(KvzScriptsTest, readingSaysHowFarItIs)
+{
+    PseudoTerminal terminal;
+    Kvz program;
+    program.terminal = terminal.name();
+    folder.write("a.png", pngBytes(plainImage(8, 4, Qt::white)));
+    folder.write("a.mtl", "newmtl one\nKd 1 1 1\nmap_Kd a.png\n");
+    const QString model =
+        folder.write("a.obj", "mtllib a.mtl\nusemtl one\no first\n" + cubeObj() + "o second\nf 1 2 3\n");
+    for (const QStringList &command :
+        {QStringList{"render", model, "--size", "16x12", "-o", folder.path("out.png")}, QStringList{"info", model}}) {
+        const Result result = program.run(command);
+        EXPECT_EQ(result.status, 0);
+        const QByteArray shown = terminal.take();
+        const QByteArray reading = "\r\033[Kreading " + model.toUtf8() + ", ";
+        EXPECT_TRUE(shown.contains(reading.mid(4))) << shown.constData();
+        EXPECT_TRUE(QString::fromUtf8(shown).contains(QRegularExpression("bytes: \\d+ %\r"))) << shown.constData();
+        EXPECT_TRUE(shown.contains("bytes: mesh 1 of 2\r")) << shown.constData();
+        EXPECT_TRUE(shown.contains("bytes: image 1\r")) << shown.constData();
+        EXPECT_TRUE(shown.endsWith("\r\033[K")) << "all of it is wiped";
+        EXPECT_EQ(shown.count('\n'), 0);
+    }
 }
 
 } // namespace Velmora::Kvz

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <Chain/running/FrameRunner.h>
 
+#include <Chain/DecisiveLine.h>
 #include <Chain/running/FrameResults.h>
 #include <Chain/running/FrameTimes.h>
 #include <Chain/running/FrameValueTable.h>
@@ -66,18 +67,6 @@ bool isMissing(const QVariant &value, ValueType type)
     default:
         return !value.isValid();
     }
-}
-
-/// The line of a log that says what is wrong: the first that mentions an error, else the first line.
-QString decisiveLine(const QString &log)
-{
-    const QStringList lines = log.split(QLatin1Char('\n'));
-    const auto error = std::find_if(lines.begin(), lines.end(),
-        [](const QString &line) { return line.contains(QLatin1String("error"), Qt::CaseInsensitive); });
-    const auto any =
-        std::find_if(lines.begin(), lines.end(), [](const QString &line) { return !line.trimmed().isEmpty(); });
-    const auto decisive = error != lines.end() ? error : any;
-    return decisive == lines.end() ? QStringLiteral("without a word") : decisive->trimmed();
 }
 
 } // namespace
