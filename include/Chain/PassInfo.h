@@ -106,6 +106,8 @@ struct InputInfo : PortInfo
     /// another model.
     bool keepsGeometry = false;
     bool needsStencil = false; ///< The pass masks by the stencil of this depth image.
+    bool takesIntegers =
+        false; ///< Of texture ports: the pass reads integers. Samplers that filter read zeros from them.
     /// Above 0: the pass keeps objects for each new value, so the chain rounds values to this grid and keeps a pass object
     /// for each of the last few.
     double gridStep = 0;

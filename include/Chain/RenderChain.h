@@ -121,8 +121,8 @@ public:
     /// Renders one frame; needs a current context. False, with errorString(), and with nothing rendered: without a context,
     /// for a chain with errors, for a viewport of the frame or of an enabled pass that is missing, empty or beyond the
     /// driver's limit, and for a pass that cannot be made. False, with errorString(), and rendered wrong: when the driver
-    /// refuses a program of a pass. A pass that misses a required input is skipped. That, and a failure that a pass reports,
-    /// is said once in the log.
+    /// refuses a program of a pass. A pass that misses a required input is skipped, and so is one that would present to the default
+    /// framebuffer of a context without a surface. That, and a failure that a pass reports, is said once in the log.
     bool renderFrame();
 
     /// \name Shader files

@@ -46,6 +46,9 @@ bool loadChain(const QString &nameOrFile, ChainDescription *chain, QString *erro
     const QStringList ready = readyChainNames();
     const bool isPath = nameOrFile.endsWith(suffix) || nameOrFile.contains(QLatin1Char('/'));
     if (!isPath && !ready.contains(nameOrFile)) {
+        if (QFileInfo::exists(nameOrFile))
+            return fail(
+                error, QStringLiteral("no chain named \"%1\"; the file of this name is \"./%1\"").arg(nameOrFile));
         return fail(error,
             QStringLiteral("no chain named \"%1\"%2")
                 .arg(nameOrFile, nearestNamesHint(nameOrFile, ready, QStringLiteral("see kvz chains"))));

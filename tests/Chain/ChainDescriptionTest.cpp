@@ -205,6 +205,16 @@ TEST(ChainLibraryTest, anUnknownNameOffersTheNearest)
     QString error;
     EXPECT_FALSE(loadChain(QStringLiteral("defered"), &chain, &error));
     EXPECT_EQ(error, QStringLiteral("no chain named \"defered\"; did you mean \"deferred\"?"));
+
+    // A file that lies there, and is taken for a name.
+    const QTemporaryDir folder;
+    const QString before = QDir::currentPath();
+    ASSERT_TRUE(QDir::setCurrent(folder.path()));
+    QFile file(QStringLiteral("deferred.txt"));
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    EXPECT_FALSE(loadChain(QStringLiteral("deferred.txt"), &chain, &error));
+    EXPECT_TRUE(QDir::setCurrent(before));
+    EXPECT_EQ(error, QStringLiteral("no chain named \"deferred.txt\"; the file of this name is \"./deferred.txt\""));
 }
 
 TEST(ChainLibraryTest, filesAreWrittenAndRead)

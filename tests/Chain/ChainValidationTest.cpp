@@ -67,6 +67,13 @@ PassRegistry fakes()
     painted.passesOn = canvas.name;
     add(fakeClass("Painter", {canvas, mask}, {painted}));
 
+    const char *const numbersPort = "Kvz_KvzTexture*_Numbers";
+    add(fakeClass("Numbers", {}, {fakeImageOutput(numbersPort, TextureKind::Id, GL_RG32UI)}));
+    InputInfo numbers = fakeImageInput(numbersPort, TextureKind::Any);
+    add(fakeClass("NumberFilter", {numbers}, {}));
+    numbers.takesIntegers = true;
+    add(fakeClass("NumberReader", {numbers}, {}));
+
     const auto addRole = [&](const char *name, PassTraits traits) {
         PassInfo info = fakeClass(name, {}, {});
         info.traits = traits;
@@ -357,6 +364,15 @@ TEST(ChainValidationTest, depthPortsTakeDepthOnly)
         only({pass("s", "Source"), connected(pass("f", "Filter"), frame, "s.Kvz_KvzTexture*_Depth")});
     EXPECT_EQ(shown.code, Code::KindMismatch);
     EXPECT_EQ(shown.severity, Severity::Warning);
+}
+
+TEST(ChainValidationTest, integersAreForPassesThatTakeThem)
+{
+    EXPECT_CLEAN({pass("n", "Numbers"), pass("r", "NumberReader")});
+    const ChainFinding finding = only({pass("n", "Numbers"), pass("f", "NumberFilter")});
+    EXPECT_EQ(finding.code, Code::KindMismatch);
+    EXPECT_EQ(finding.severity, Severity::Warning);
+    EXPECT_TRUE(finding.actual.contains(QStringLiteral("integers (GL_RG32UI)"))) << qPrintable(finding.toString());
 }
 
 TEST(ChainValidationTest, aStencilMaskNeedsStencil)

@@ -396,4 +396,22 @@ TEST_F(ReadyChainsTest, chainsOnOneModelSeeTheSameMotionWhenTheLastOneAdvancesIt
     EXPECT_EQ(motions(), (QVector<float>{0, 0}));
 }
 
+TEST_F(ReadyChainsTest, whereThereIsNoSurfaceThePassThatPresentsIsSkippedWithALine)
+{
+    if (context().platform() == QLatin1String("display"))
+        GTEST_SKIP() << "this context may have a surface";
+    load("deferred");
+    chain.setFramebuffer(nullptr);
+    for (int frame = 0; frame < 2; ++frame)
+        EXPECT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
+    const QStringList lines = log.takeWarnings();
+    ASSERT_EQ(lines.size(), 1) << "once";
+    EXPECT_TRUE(lines[0].endsWith("pass \"screen\" is skipped: the context has no surface to present to; set a "
+                                  "framebuffer, or disable the pass"))
+        << qPrintable(lines[0]);
+    chain.setFramebuffer(&framebuffer);
+    EXPECT_TRUE(chain.renderFrame());
+    EXPECT_NEAR(readTexture(target.get()).pixel(0, 0).x(), 153 / 255.0, 0.01) << "it presents again";
+}
+
 } // namespace Velmora::Kvz

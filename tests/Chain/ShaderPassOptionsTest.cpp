@@ -116,8 +116,9 @@ TEST(ShaderPassOptionsTest, optionsThatMakeNoPortAreFindings)
             R"(inputs[0].type: expected a type, found nothing; its name does not say one, as )"
             R"("Kvz_KvzTexture*_NAME" does for an image)"},
         {R"("inputs": [{"type": "int"}])",
-            "inputs[0].name: expected a text in quotes, found nothing; Port name: an image, a drawable, or the name of "
-            "a uniform."},
+            "inputs[0].name: expected a text in quotes, found nothing; Port name: an image, Kvz_KvzTexture*_NAME, "
+            "which "
+            "is the sampler u_NAME; a drawable; or the name of a uniform."},
         {R"("inputs": [{"name": "u_A", "type": "flaot"}])",
             "inputs[0].type: expected the name of an enumerator or its number, found \"flaot\"; did you mean "
             "\"float\"?"},

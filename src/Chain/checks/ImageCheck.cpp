@@ -3,6 +3,8 @@
 
 #include <GL/InternalFormat.h>
 
+#include <epoxy/gl.h>
+
 #include <algorithm>
 
 namespace Velmora::Kvz {
@@ -13,6 +15,19 @@ namespace {
 bool isPicture(TextureKind wanted, TextureKind given)
 {
     return wanted == TextureKind::Colour && given == TextureKind::Overlay;
+}
+
+bool holdsIntegers(unsigned int internalFormat)
+{
+    switch (formatFromInternalFormat(internalFormat)) {
+    case GL_RED_INTEGER:
+    case GL_RG_INTEGER:
+    case GL_RGB_INTEGER:
+    case GL_RGBA_INTEGER:
+        return true;
+    default:
+        return false;
+    }
 }
 
 } // namespace
@@ -47,6 +62,10 @@ void ImageCheck::checkKind(int index, const InputInfo &input, const ResolvedInpu
     } else if (wanted.kind != TextureKind::Any && wanted.kind != given.kind && !isPicture(wanted.kind, given.kind)) {
         report(Severity::Warning, Code::KindMismatch, pass, input.name, toString(wanted.kind),
             QStringLiteral("%1 from %2").arg(toString(given.kind), text), "connect another output");
+    } else if (holdsIntegers(given.internalFormat) && !input.takesIntegers) {
+        report(Severity::Warning, Code::KindMismatch, pass, input.name, "an image that can be filtered",
+            QStringLiteral("integers (%1) from %2").arg(formatName(given.internalFormat), text),
+            "the pass reads zeros: connect another output");
     }
 }
 

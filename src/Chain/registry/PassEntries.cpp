@@ -199,13 +199,18 @@ OptionInfo instanceDataPlanOption()
 
 InputInfo headPointersInput(const char *whenNull)
 {
-    return textureInput(
+    InputInfo info = textureInput(
         "Kvz_KvzTexture*_HeadPointers", TextureKind::NodeList, "One pointer per pixel, 0 for none.", whenNull);
+    info.takesIntegers = true;
+    return info;
 }
 
 InputInfo nodeBufferInput(const char *whenNull)
 {
-    return textureInput("Kvz_KvzTexture*_NodeBuffer", TextureKind::NodeList, "The nodes of the lists.", whenNull);
+    InputInfo info =
+        textureInput("Kvz_KvzTexture*_NodeBuffer", TextureKind::NodeList, "The nodes of the lists.", whenNull);
+    info.takesIntegers = true;
+    return info;
 }
 
 InputInfo nodeBufferWidthInput(const char *whenNull)

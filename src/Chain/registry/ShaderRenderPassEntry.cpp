@@ -316,7 +316,8 @@ OptionInfo inputsOption()
         kinds.append(toString(TextureKind(kind)));
     OptionInfo inputs = PassEntries::option("inputs", ValueType::Records, QVariantList(), "Further inputs, in order.");
     inputs.fields = {
-        portNameOption("Port name: an image, a drawable, or the name of a uniform."),
+        portNameOption("Port name: an image, Kvz_KvzTexture*_NAME, which is the sampler u_NAME; a drawable; or the "
+                       "name of a uniform."),
         enumeration("type", QVariant(), "Type of a uniform whose name does not say it.", types),
         PassEntries::option("value", ValueType::Variant, QVariant(), "Value of a uniform until something feeds it."),
         enumeration("kind", int(TextureKind::Any), "Which images it takes by name.", kinds),
@@ -332,7 +333,7 @@ OptionInfo outputsOption()
     OptionInfo outputs = PassEntries::option(
         "outputs", ValueType::Records, QVariantList(), "Outputs, in the order of the colour attachments.");
     outputs.fields = {
-        portNameOption("Port name of an image."),
+        portNameOption("Port name of an image, Kvz_KvzTexture*_NAME, which the shader writes as o_NAME."),
         enumeration("kind", 0, "What the image holds.", kinds),
     };
     return outputs;

@@ -69,6 +69,25 @@ bool isMissing(const QVariant &value, ValueType type)
     }
 }
 
+/// Whether a pass would present to the default framebuffer, and the context has none: one without a surface.
+bool presentsNowhere(const PassSlot &slot)
+{
+    if (!slot.info->traits.testFlag(PassTrait::Presents))
+        return false;
+    for (int i = 0; i < int(slot.inputs.size()); ++i) {
+        const InputInfo &input = *slot.inputs[size_t(i)].info;
+        const bool isDestination = input.type == ValueType::Framebuffer || input.drawnInto;
+        if (isDestination && !isMissing(slot.inputValue(i), input.type))
+            return false;
+    }
+    GLint bound = 0;
+    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &bound);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, 0);
+    const bool isThere = glCheckFramebufferStatus(GL_DRAW_FRAMEBUFFER) != GL_FRAMEBUFFER_UNDEFINED;
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, GLuint(bound));
+    return !isThere;
+}
+
 } // namespace
 
 void FrameRunner::enterContext()
@@ -116,11 +135,17 @@ void FrameRunner::run(PassSlot *slot, int index)
     m_manager->setHolderLabel(slot->name);
     TextureReferences references(m_manager);
     const InputInfo *missing = setInputs(slot, &references);
-    if (slot->enabled && missing && !slot->saidMissing) {
+    const bool isNowhere = slot->enabled && !missing && presentsNowhere(*slot);
+    if (slot->enabled && (missing || isNowhere) && !slot->saidMissing) {
         slot->saidMissing = true;
-        KVZ_WARNING(QStringLiteral("pass \"%1\" is skipped: %2 is null").arg(slot->name, missing->name));
+        KVZ_WARNING(
+            QStringLiteral("pass \"%1\" is skipped: %2")
+                .arg(slot->name,
+                    isNowhere ? QStringLiteral("the context has no surface to present to; set a framebuffer, or "
+                                               "disable the pass")
+                              : QStringLiteral("%1 is null").arg(missing->name)));
     }
-    start(slot, index, slot->enabled && !missing);
+    start(slot, index, slot->enabled && !missing && !isNowhere);
     const bool isRefused = reportRefusals(slot);
     reportFailure(slot, isRefused);
     references.balance(*slot);
