@@ -124,7 +124,8 @@ std::optional<int> parseCommandLine(
     if (!parser->unknownOptionNames().isEmpty())
         return failUsage(unknownOption(all, parser->unknownOptionNames().constFirst()));
     if (!isRead) {
-        const QString error = parser->errorText();
+        QString error = parser->errorText();
+        error[0] = error[0].toLower();
         return failUsage(error.endsWith(QLatin1Char('.')) ? error.chopped(1) : error);
     }
     const QStringList given = parser->positionalArguments();

@@ -253,6 +253,7 @@ CommandSpec infoCommand()
     };
     command.options = modelOptionSpecs();
     command.options += optionSpec("json", "", "Prints one line of JSON, the warnings in it.");
+    command.options += optionSpec("quiet", "", "Prints no warnings and no progress.");
     return command;
 }
 
@@ -262,6 +263,7 @@ int runInfo(const QStringList &arguments)
     if (const auto status = parseCommandLine(infoCommand(), arguments, &parser))
         return *status;
 
+    setQuiet(parser.isSet(QStringLiteral("quiet")));
     ModelOptions options;
     if (const auto status = readModelOptions(parser, &options))
         return *status;

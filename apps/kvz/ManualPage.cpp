@@ -11,6 +11,7 @@ QString roff(QString text)
     text.replace(QLatin1Char('\\'), QStringLiteral("\\e"));
     text.replace(QLatin1Char('-'), QStringLiteral("\\-"));
     text.replace(QLatin1Char('\''), QStringLiteral("\\(aq"));
+    text.replace(QLatin1Char('"'), QStringLiteral("\\(dq")); // As it is, it groups the arguments of a request.
     if (text.startsWith(QLatin1Char('.')))
         text.prepend(QStringLiteral("\\&"));
     return text;

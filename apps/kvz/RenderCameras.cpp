@@ -97,8 +97,9 @@ Camera cameraOf(const ImportedCamera &source, const QVector<QVector3D> &points, 
 }
 
 /// The number of a camera of the file; -1, with the reason, where it has none of this name or number.
-int findCamera(const QString &name, const QVector<ImportedCamera> &cameras, QString *error)
+int findCamera(const CameraChoice &choice, const QVector<ImportedCamera> &cameras, QString *error)
 {
+    const QString &name = choice.fileCamera;
     QStringList names;
     for (int i = 0; i < cameras.size(); ++i) {
         if (cameras[i].name == name)
@@ -116,10 +117,12 @@ int findCamera(const QString &name, const QVector<ImportedCamera> &cameras, QStr
     const QString there = cameras.isEmpty()
         ? QStringLiteral("the file has no cameras")
         : QStringLiteral("the file has %1 (numbers from 0)").arg(names.join(QStringLiteral(", ")));
-    *error =
-        QStringLiteral("--camera \"%1\": no such view%2, and %3")
-            .arg(name, near.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(nearestNamesAdvice(name, directions)),
-                there);
+    name.toFloat(&isNumber);
+    const QString hint = isNumber && choice.text == name
+        ? QStringLiteral(" (AZIMUTH,ELEVATION are two numbers, such as %1,20)").arg(name)
+        : near.isEmpty() ? QString()
+                         : QStringLiteral(" (%1)").arg(nearestNamesAdvice(name, directions));
+    *error = QStringLiteral("--camera \"%1\": no such view%2, and %3").arg(name, hint, there);
     return -1;
 }
 
@@ -151,7 +154,7 @@ bool CameraPath::make(const QVector<QVector3D> &points, const QVector<ImportedCa
         CameraPath path;
         path.m_turnsFromPictureToPicture = options.turnsFromPictureToPicture;
         if (!choice.fileCamera.isEmpty()) {
-            const int number = findCamera(choice.fileCamera, fileCameras, error);
+            const int number = findCamera(choice, fileCameras, error);
             if (number < 0)
                 return false;
             const QVector3D axis = centreOf(points);

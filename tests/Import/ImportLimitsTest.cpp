@@ -27,6 +27,28 @@ TEST(ImportLimitsTest, headersThatDeclareMoreThanTheirFileHoldsAreRefusedBeforeA
     EXPECT_EQ(importScene(folder.write("d.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n")).items.size(), 1);
 }
 
+TEST(ImportProgressTest, theHostIsToldOfTheFileOfMeshesAndOfImages)
+{
+    TemporaryFolder folder;
+    folder.write("a.png", pngBytes(plainImage(2, 2, Qt::white)));
+    folder.write("a.mtl", "newmtl a\nmap_Kd a.png\nnewmtl b\nmap_Kd gone.png\n");
+    const QString file = folder.write(
+        "a.obj", "mtllib a.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\no one\nusemtl a\nf 1 2 3\no two\nusemtl b\nf 1 3 2\n");
+    QVector<QPair<int, int>> told[3];
+    ImportOptions options;
+    options.progress = [&told](const ImportProgress &progress) {
+        told[progress.step].append({progress.done, progress.total});
+    };
+    importScene(file, options);
+    EXPECT_EQ(told[ImportProgress::Meshes], (QVector<QPair<int, int>>{{1, 2}, {2, 2}}));
+    EXPECT_EQ(told[ImportProgress::Images], (QVector<QPair<int, int>>{{1, 0}, {2, 0}})) << "missing ones too";
+    ASSERT_FALSE(told[ImportProgress::File].isEmpty());
+    for (int i = 0; i < told[ImportProgress::File].size(); ++i) {
+        const QPair<int, int> share = told[ImportProgress::File][i];
+        EXPECT_TRUE(share.first >= 0 && share.first <= 100 && share.second == 100) << share.first;
+    }
+}
+
 TEST(ImportLimitsTest, eachLimitOfTheHostIsNamedByTheRefusal)
 {
     TemporaryFolder folder;

@@ -165,6 +165,9 @@ TEST(InfoTest, textHasOneLineForEachFact)
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.errors,
         QStringList("kvz: warning: " + model + ": 8 points and 6 lines are not drawn: triangles alone are"));
+    const Result quiet = runWithoutDriver({"info", model, "--quiet"});
+    EXPECT_EQ(quiet.errors, QStringList());
+    EXPECT_EQ(quiet.output, result.output);
     const auto rows = [&](const QString &name) { return rowsOf(result.output, name); };
     EXPECT_EQ(rows("Format"), QStringList("glTF 2"));
     EXPECT_EQ(rows("Unit"), QStringList("metre"));

@@ -134,6 +134,7 @@ TEST(KvzHelpTest, theManualPageIsCleanAndHasEveryOption)
             EXPECT_TRUE(shown.output.contains(QRegularExpression("\\s" + option + "\\b"))) << option.toStdString();
     }
     EXPECT_TRUE(shown.output.contains("--frames 36 --orbit 10 -o 'car-{frame:02}.png'")) << "typed as it is";
+    EXPECT_TRUE(shown.output.contains("eval \"$(kvz completion bash)\"")) << "its quotes group no words of the page's";
 }
 
 TEST(KvzHelpTest, thePageOfTheDocumentationHasEveryOption)

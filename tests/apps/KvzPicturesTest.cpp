@@ -128,7 +128,10 @@ TEST_F(KvzPicturesTest, camerasThatAreNotThereAreToldWithThoseThatAre)
             {"render", file, "--camera", camera, "-o", folder.path("out.png")}, 1, file + ": --camera " + reason);
     };
     refused(model, "main", "\"main\": no such view, and the file has \"straight\", \"front\" (numbers from 0)");
-    refused(model, "2", "\"2\": no such view, and the file has \"straight\", \"front\" (numbers from 0)");
+    refused(model, "2",
+        "\"2\": no such view (AZIMUTH,ELEVATION are two numbers, such as 2,20), and the file has \"straight\", "
+        "\"front\" "
+        "(numbers from 0)");
     refused(model, "frnt",
         "\"frnt\": no such view (did you mean \"front\"?), and the file has \"straight\", \"front\" (numbers from 0)");
     refused(stillLife, "file=0", "\"0\": no such view, and the file has no cameras");

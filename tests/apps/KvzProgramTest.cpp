@@ -134,7 +134,7 @@ TEST(KvzProgramTest, commandLinesThatMakeNoSenseAreRefused)
     expectRefused({"render"}, 2, "an argument is missing", "kvz render --help");
     expectRefused({"render", "a.obj"}, 2, "no picture is named", "-o FILE");
     expectRefused({"render", "a.obj", "--colour", "red", "-o", "c.png"}, 2, "unknown option \"--colour\"", "");
-    expectRefused({"render", "a.obj", "-o"}, 2, "Missing value after '-o'", "");
+    expectRefused({"render", "a.obj", "-o"}, 2, "missing value after '-o'", "");
     expectRefused({"check"}, 2, "an argument is missing", "kvz check --help");
     expectRefused({"check", "a", "b"}, 2, "unexpected argument \"b\"", "");
     expectRefused({"passes", "a", "b"}, 2, "unexpected argument \"b\"", "");

@@ -102,6 +102,15 @@ TEST(KvzRecipesTest, theRecipesDoWhatTheySay)
     EXPECT_EQ(QImage(folder.path("white.png")).pixelColor(0, 0), QColor(Qt::white));
     EXPECT_GT(QDir(folder.path("passes")).entryList({"*.png"}).size(), 20);
     expectBox(folder.path("answer.png"), {320, 180});
+    const QColor warm = QImage(folder.path("warm.png")).pixelColor(0, 0);
+    EXPECT_EQ(warm.red(), 255);
+    EXPECT_NEAR(warm.green(), 0.95 * 255, 1);
+    EXPECT_NEAR(warm.blue(), 0.7 * 255, 1);
+    expectBox(folder.path("answers/car.glb.png"), {320, 180});
+    EXPECT_EQ(folder.read("answers/car.glb.log"), "");
+    EXPECT_EQ(folder.read("answers/refused"), "letter.obj\n");
+    EXPECT_EQ(folder.read("answers/letter.obj.log").count('\n'), 1);
+    EXPECT_FALSE(QFile::exists(folder.path("answers/letter.obj.png")));
 }
 
 } // namespace Velmora::Kvz
