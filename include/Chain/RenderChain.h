@@ -171,9 +171,9 @@ public:
     /// Whether the state found before the first pass comes back after the last: bindings, masks, tests, blending, viewport
     /// and everything else that the baseline sets. Off from the start.
     void setRestoresState(bool restores);
-    /// Whether a frame ends with GPUModel::advanceFrame() for the models that it drew. On from the start. Of several chains that draw
-    /// one model for a frame of the host, such as the halves of a split view, it is for the last one alone: otherwise only the first
-    /// sees items move.
+    /// Whether each frame ends with GPUModel::advanceFrame() for the models that it drew; true unless set. If several chains draw the
+    /// same model for one frame of the host, as in a split view, leave it on for the last of them only, so that all of them see how
+    /// items moved.
     void setAdvancesModels(bool advances);
 
     /// Where an input takes its value at present.

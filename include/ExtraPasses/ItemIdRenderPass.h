@@ -13,8 +13,7 @@ namespace Velmora::Kvz {
 class SurfaceProgramVariants;
 class TargetFramebuffer;
 
-/// Draws which item of a model, and which triangle of it, covers each pixel: what picking reads under the pointer, and what tells
-/// the items of a picture apart.
+/// Draws which item of a model, and which of its triangles, covers each pixel: for picking, and for masks of single items.
 ///
 /// | Input | Name                            | Type       | Default | Null means     |
 /// |-------|---------------------------------|------------|---------|----------------|
@@ -29,12 +28,12 @@ class TargetFramebuffer;
 /// | 1      | Kvz_KvzTexture*_Depth       | GL_DEPTH_COMPONENT32F: window depth from 0 to 1, 1 for none.                    |
 /// | 2      | Kvz_KvzTexture*_FalseColour | GL_RGBA8: a hue for each item, a shade for each triangle, alpha 1; zeros for none. Empty unless setFalseColours(). |
 ///
-/// The number of an item is that of GPUModel: what GPUModelBuilder::addItem() returned, the index in ImportedScene::items. So the two
-/// numbers together are unique over the model, also where items share a mesh.
+/// Items are numbered as in GPUModel: by what GPUModelBuilder::addItem() returned, which for an imported file is the index in
+/// ImportedScene::items. The two numbers together are therefore unique within the model, even if items share a mesh.
 ///
-/// Holes of masks are not there: they show what lies behind. Transparent items count like others, whatever their opacity, unless
-/// setOpaqueOnly() leaves the items with GPUModel::Transparent out; culled items are left out. Depths are those of SurfaceRenderPass with
-/// the same inputs. The textures are the pass's own, of the viewport's size, and the next frame overwrites them; with an empty
+/// Masks cut holes, through which the items behind are seen. Transparent items are drawn like opaque ones, whatever their opacity;
+/// setOpaqueOnly() leaves out those with GPUModel::Transparent. Culled items are left out. Depths equal those of SurfaceRenderPass
+/// with the same inputs. The textures are the pass's own, of the viewport's size, and the next frame overwrites them; with an empty
 /// viewport the outputs are empty. The depth test is off afterwards.
 class KVZ_EXTRAPASSES_EXPORT ItemIdRenderPass : public RenderPassProxy
 {
@@ -47,7 +46,7 @@ public:
 
     void start(RenderCallbacks *callbacks) override;
 
-    /// Whether items with GPUModel::Transparent are left out, so that what lies behind glass is picked; false unless set.
+    /// Whether items with GPUModel::Transparent are left out, so that one picks through glass; false unless set.
     void setOpaqueOnly(bool isOpaqueOnly);
     /// Whether there is a false-colour image as well; false unless set. A change recreates the programs and the images.
     void setFalseColours(bool hasFalseColours);

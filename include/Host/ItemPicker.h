@@ -22,8 +22,8 @@ struct PickedItem
     bool isHit() const { return item >= 0; }
 };
 
-/// Reads what ItemIdRenderPass drew at a pixel without waiting for the GPU: request() has the texels copied into a buffer, and take()
-/// gives them when they have arrived, usually a frame or two later.
+/// Reads what ItemIdRenderPass drew at a pixel, without waiting for the GPU: request() starts a copy of the texels into a buffer,
+/// and take() returns them once they have arrived, usually one or two frames later.
 ///
 /// ```cpp
 /// if (!picker.isPending())
@@ -33,23 +33,23 @@ struct PickedItem
 ///     highlight(picked->item);
 /// ```
 ///
-/// One request at a time: a picker for each pointer. All functions but isPending() need the context current that the first request had,
-/// or one that shares its objects; so does the destructor, else the driver keeps a few bytes until the context ends. Bindings are restored.
+/// A picker handles one request at a time. All functions but isPending() need a current context, the same for a request and its answer, or
+/// one that shares objects with it. A picker deleted without that context leaves its buffer to the driver. Bindings are restored.
 class KVZ_HOST_EXPORT ItemPicker
 {
 public:
     ItemPicker();
     ~ItemPicker();
 
-    /// Asks for a pixel, counted as in a picture: (0, 0) is at the upper left. The images must hold what is to be read when this is
-    /// called; what is drawn into them later does not matter. `depth` can be null, and one of another size counts as null. False, and nothing is asked for, while a request is
-    /// pending, for a pixel outside of the image, and for `ids` that are null or no GL_RG32UI image of one sample.
+    /// Requests a pixel; (0, 0) is at the upper left. Later draws into the images do not affect the answer. A `depth` of another
+    /// size than `ids` is ignored, and so is null. False, and nothing is requested: while a request is pending, for a pixel outside
+    /// the image, and if `ids` is null, multisampled or not GL_RG32UI.
     bool request(Texture *ids, Texture *depth, const QPoint &pixel);
     /// Whether a request has not been answered yet.
     bool isPending() const;
-    /// The answer, once: as soon as it has arrived, and nothing before. Does not wait.
+    /// The answer, if it has arrived; each answer is returned once. Does not wait.
     std::optional<PickedItem> take();
-    /// The same, but waits for it: for tools that have no further frame. Nothing where no request is pending.
+    /// Waits for the answer, for programs that draw no further frame. Empty if no request is pending.
     std::optional<PickedItem> wait();
 
 private:

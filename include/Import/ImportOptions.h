@@ -31,8 +31,8 @@ struct ImportProgress
 {
     enum Step { File, Meshes, Images };
     Step step = File;
-    int done = 0; ///< Hundredths of the file; meshes, or images, the present one included.
-    int total = 100; ///< Of these; 0: not known before the end.
+    int done = 0; ///< Per cent of the file, or the number of the mesh or image that is being read, from 1.
+    int total = 100; ///< 100, or how many there are; 0: unknown.
 };
 
 /// How a model file is read.
@@ -51,8 +51,8 @@ struct ImportOptions
     /// Whether a file without triangles is refused. Without, points and lines alone, cameras or an animation will do, and so
     /// does a file that has nothing at all.
     bool needsTriangles = true;
-    /// Is told how far the import is, on its thread: steps in no fixed order, since images are read when a material names them. Not
-    /// all loaders say how much of the file is done. Empty: nobody is told.
+    /// Called on the importing thread as the import proceeds. Images are decoded when a material names them, so the steps alternate.
+    /// Not all loaders report how much of the file they have read. Empty: no reports.
     std::function<void(const ImportProgress &)> progress;
 };
 

@@ -96,7 +96,7 @@ public:
     bool Update(float share) override
     {
         if (share >= 0) // Below: it does not know.
-            m_budget->tell(ImportProgress::File, int(100 * std::min(share, 1.0f)), 100);
+            m_budget->report(ImportProgress::File, int(100 * std::min(share, 1.0f)), 100);
         return true;
     }
 

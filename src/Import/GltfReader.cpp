@@ -361,7 +361,7 @@ bool GltfReader::readMesh(int number, QString *problem)
     const tinygltf::Mesh &mesh = document.meshes[size_t(number)];
     const QString label = mesh.name.empty() ? QStringLiteral("mesh %1").arg(number)
                                             : QStringLiteral("mesh \"%1\"").arg(QString::fromStdString(mesh.name));
-    m_budget->tell(ImportProgress::Meshes, m_primitives.size() + 1, int(document.meshes.size()));
+    m_budget->report(ImportProgress::Meshes, m_primitives.size() + 1, int(document.meshes.size()));
     QVector<Primitive> primitives;
     bool hasTargets = false;
     for (const tinygltf::Primitive &source : mesh.primitives) {

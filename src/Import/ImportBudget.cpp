@@ -56,7 +56,7 @@ bool ImportBudget::isTimeLeft()
         || refuse(QStringLiteral("reading it takes more than the limit of %1 s").arg(m_limits.seconds));
 }
 
-void ImportBudget::tell(ImportProgress::Step step, int done, int total) const
+void ImportBudget::report(ImportProgress::Step step, int done, int total) const
 {
     if (m_progress)
         m_progress({step, done, total});

@@ -8,8 +8,8 @@
 
 namespace Velmora::Kvz {
 
-/// What is left of an import's limits, and who is told how far it is. Each question that the limits answer with no notes which limit it
-/// was.
+/// What is left of an import's limits, and where its progress is reported. Each question that the limits answer with no notes which
+/// limit it was.
 class ImportBudget
 {
 public:
@@ -20,7 +20,7 @@ public:
     bool takeVertices(qint64 count);
     bool isTimeLeft();
     int imageSide() const { return m_limits.imageSide; }
-    void tell(ImportProgress::Step step, int done, int total) const;
+    void report(ImportProgress::Step step, int done, int total) const;
     /// The limit that was passed first, in one line; empty while none was.
     QString problem() const { return m_problem; }
 

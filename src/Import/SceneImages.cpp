@@ -30,7 +30,7 @@ int SceneImages::fromBytes(
     if (number >= 0)
         return number;
     DecodedImage decoded;
-    m_budget->tell(ImportProgress::Images, m_scene->images.size() + 1, 0);
+    m_budget->report(ImportProgress::Images, m_scene->images.size() + 1, 0);
     if (m_budget->isTimeLeft()) {
         QByteArray copy = bytes;
         QBuffer buffer(&copy);
@@ -77,7 +77,7 @@ int SceneImages::add(const QString &name, const DecodedImage &decoded, ImportedI
 
 DecodedImage SceneImages::decodeFile(const QString &path)
 {
-    m_budget->tell(ImportProgress::Images, m_scene->images.size() + 1, 0);
+    m_budget->report(ImportProgress::Images, m_scene->images.size() + 1, 0);
     if (!m_budget->isTimeLeft())
         return {};
     const QString slashed = QString(path).replace(QLatin1Char('\\'), QLatin1Char('/'));

@@ -343,7 +343,7 @@ int SceneReader::meshNumber(unsigned sourceNumber)
     if (known != m_meshNumbers.constEnd())
         return known.value();
     const aiMesh &source = *m_source->mMeshes[sourceNumber];
-    m_budget->tell(ImportProgress::Meshes, m_meshNumbers.size() + 1, int(m_source->mNumMeshes));
+    m_budget->report(ImportProgress::Meshes, m_meshNumbers.size() + 1, int(m_source->mNumMeshes));
     int leftOut = 0;
     m_points[int(sourceNumber)] = primitivesOf(source, 1, &leftOut);
     m_lines[int(sourceNumber)] = primitivesOf(source, 2, &leftOut);
