@@ -260,6 +260,7 @@ TEST_F(StrictShadersTest, theShadersOfOptions)
     const QPair<const char *, const char *> passes[] = {
         {"ModelRenderPass, discardOnDiffuseAlpha",
             R"({"class": "ModelRenderPass", "options": {"discardOnDiffuseAlpha": true}})"},
+        {"ItemIdRenderPass", R"({"class": "ItemIdRenderPass"})"},
         {"TransparencyRenderPass",
             R"({"class": "TransparencyRenderPass", "options": {"clearColor": "#506070", "premultiply": false}})"},
         {"GaussianBlurRenderPass, stencilMask",
