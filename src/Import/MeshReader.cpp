@@ -157,17 +157,20 @@ MeshReading readMesh(const aiMesh &source, const aiMaterial &material, bool hasF
     const bool isUnshared = total > indices.size() / 3;
     std::vector<unsigned> remap;
     int count = total;
+    Positions positions = Positions::Any;
     if (isUnshared) {
         remap.resize(size_t(total));
         const std::vector<meshopt_Stream> streams = arrays.streams();
         count = int(meshopt_generateVertexRemapMulti(
             remap.data(), indices.constData(), size_t(indices.size()), size_t(total), streams.data(), streams.size()));
         meshopt_remapIndexBuffer(indices.data(), indices.constData(), size_t(indices.size()), remap.data());
+        if (streams.size() == 1)
+            positions = Positions::Distinct;
     }
     result.mesh = copy(arrays, remap, count, total);
     result.mesh.name = toQString(source.mName);
     result.mesh.indices = indices;
-    result.remark = completeMesh(&result.mesh);
+    result.remark = completeMesh(&result.mesh, positions);
     if (isUnshared && !result.mesh.indices.isEmpty())
         orderForCache(&result.mesh);
     return result;

@@ -7,6 +7,7 @@
 #include "GltfReader.h"
 #include "ImportBudget.h"
 #include "ObjText.h"
+#include "PlainMesh.h"
 #include "SceneReader.h"
 
 #include <QtCore/QFile>
@@ -95,7 +96,7 @@ bool readContent(
                 && GltfReader(&document, content->fileName(), options, budget).read(scene, problem);
         }
     }
-    return readWithAssimp(content, options, budget, scene, problem);
+    return readPlainMesh(content, options, budget, scene) || readWithAssimp(content, options, budget, scene, problem);
 }
 
 } // namespace
