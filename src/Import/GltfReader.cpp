@@ -338,6 +338,7 @@ bool GltfReader::readMesh(int number, QString *problem)
                                             : QStringLiteral("mesh \"%1\"").arg(QString::fromStdString(mesh.name));
     QVector<Primitive> primitives;
     bool hasTargets = false;
+    bool hasColourSets = false;
     for (const tinygltf::Primitive &source : mesh.primitives) {
         Primitive primitive;
         if (!m_budget->isTimeLeft())
@@ -352,8 +353,11 @@ bool GltfReader::readMesh(int number, QString *problem)
         if (primitive.mesh >= 0)
             m_scene.meshes[primitive.mesh].name = name;
         hasTargets |= !source.targets.empty();
+        hasColourSets |= source.attributes.count("COLOR_1") > 0;
         primitives.append(primitive);
     }
+    if (hasColourSets)
+        warn(QStringLiteral("%1: of its sets of vertex colours the first alone is read").arg(label));
     if (hasTargets)
         warn(QStringLiteral("%1: its morph targets are left out").arg(label));
     m_primitives.insert(number, primitives);

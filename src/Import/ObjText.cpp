@@ -2,6 +2,7 @@
 #include "ObjText.h"
 
 #include "FileNames.h"
+#include "TextScan.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -13,37 +14,6 @@
 namespace Velmora::Kvz {
 
 namespace {
-
-bool isSpace(char c)
-{
-    return c == ' ' || c == '\t' || c == '\r';
-}
-
-const char *skipSpaces(const char *at, const char *end)
-{
-    while (at != end && isSpace(*at))
-        ++at;
-    return at;
-}
-
-const char *skipWord(const char *at, const char *end)
-{
-    while (at != end && !isSpace(*at))
-        ++at;
-    return at;
-}
-
-/// The number at `at`, which is moved behind it; 0 where there is none.
-qint64 readInteger(const char **at, const char *end)
-{
-    const bool negative = *at != end && **at == '-';
-    if (*at != end && (**at == '-' || **at == '+'))
-        ++*at;
-    qint64 value = 0;
-    for (; *at != end && **at >= '0' && **at <= '9'; ++*at)
-        value = std::min<qint64>(value * 10 + (**at - '0'), qint64(1) << 48);
-    return negative ? -value : value;
-}
 
 /// The lines that hold numbers, where a comment may follow.
 bool holdsNumbers(const QByteArray &keyword)
