@@ -32,6 +32,15 @@ void importOurs(const QString &file)
     }
 }
 
+/// Whether a format is among the arguments, or there are none.
+bool isWanted(const char *format, int argc, char **argv)
+{
+    bool result = argc <= 2;
+    for (int i = 2; i < argc; ++i)
+        result |= std::strcmp(argv[i], format) == 0;
+    return result;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -44,6 +53,8 @@ int main(int argc, char **argv)
     }
     const QVector<MeasuredFormat> formats = measuredFormats();
     for (const MeasuredFormat &format : formats) { // written by children, whose memory does not count for the loads
+        if (!isWanted(format.name, argc, argv))
+            continue;
         const pid_t child = fork();
         if (child == 0) {
             QFile file(
@@ -61,10 +72,7 @@ int main(int argc, char **argv)
     std::printf("%-12s %8s %8s %8s %6s %8s %8s %6s\n", "format", "ours", "assimp", "welded", "ratio", "our MB",
         "its MB", "bytes");
     for (const MeasuredFormat &format : formats) {
-        bool isWanted = argc <= 2;
-        for (int i = 2; i < argc; ++i)
-            isWanted |= std::strcmp(argv[i], format.name) == 0;
-        if (!isWanted)
+        if (!isWanted(format.name, argc, argv))
             continue;
         const QString file =
             folder.filePath(QStringLiteral("%1.%2").arg(QLatin1String(format.name), QLatin1String(format.suffix)));

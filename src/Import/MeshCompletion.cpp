@@ -122,8 +122,10 @@ public:
             return;
         PositionTable table(m_count);
         m_places.reserve(m_count);
-        for (const QVector3D &position : mesh.positions)
-            m_places.push_back(table.numberOf(position));
+        for (int v = 0; v < mesh.positions.size(); ++v) {
+            table.prefetch(mesh.positions.at(std::min(v + 16, mesh.positions.size() - 1)));
+            m_places.push_back(table.numberOf(mesh.positions.at(v)));
+        }
         m_count = table.positions().size();
     }
 

@@ -139,10 +139,7 @@ void ObjText::readLine(const char *begin, const char *end)
 void ObjText::readNumbers(const char *begin, const char *end, int fewest)
 {
     int count = 0;
-    char before = ' ';
-    for (const char *at = begin; at != end; before = *at++) {
-        if (!isSpace(before) || isSpace(*at))
-            continue;
+    for (const char *at = skipSpaces(begin, end); at != end; at = skipSpaces(skipWord(at, end), end)) {
         ++count;
         m_isOdd |= *at == '.' || *at == '#';
     }
@@ -157,7 +154,8 @@ void ObjText::readFace(const char *begin, const char *end)
             m_isOdd = true;
             return;
         }
-        readInteger(&at, end);
+        while (at != end && *at != '/' && !isSpace(*at)) // assimp tells of these itself
+            ++at;
         for (int i = 0; i < 2 && at != end && *at == '/'; ++i) {
             ++at;
             if (at != end && *at != '/' && !isSpace(*at))

@@ -8,7 +8,9 @@
 #include <QtCore/QtEndian>
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
+#include <vector>
 
 namespace Velmora::Kvz {
 
@@ -16,15 +18,27 @@ namespace {
 
 constexpr int headerSize = 84; // 80 bytes of anything, and the number of facets
 constexpr int facetSize = 50; // a normal, three corners, and two bytes in which some programs keep a colour
-constexpr int blockSize = 4096; // facets
+constexpr int blockSize = 2048; // facets
 
-/// False where it is not a finite number.
-bool readFloat(const char *from, float *value)
+/// The corners of facets. False where one is not finite, or a facet has a colour.
+bool readCorners(const char *from, int facets, QVector3D *corners)
 {
-    const quint32 bits = qFromLittleEndian<quint32>(from);
-    std::memcpy(value, &bits, sizeof(bits));
-    *value += 0.0f; // zero has two signs
-    return (bits & 0x7f800000) != 0x7f800000;
+    quint32 worst = 0;
+    quint8 flags = 0;
+    for (const char *const end = from + facets * facetSize; from != end; from += facetSize) {
+        for (int corner = 0; corner < 3; ++corner) {
+            float xyz[3];
+            for (int axis = 0; axis < 3; ++axis) {
+                const quint32 bits = qFromLittleEndian<quint32>(from + 12 * (corner + 1) + 4 * axis);
+                std::memcpy(&xyz[axis], &bits, sizeof(bits));
+                worst = std::max(worst, bits & 0x7fffffff);
+            }
+            // Zero has two signs.
+            *corners++ = QVector3D(xyz[0] + 0.0f, xyz[1] + 0.0f, xyz[2] + 0.0f);
+        }
+        flags |= quint8(from[facetSize - 1]);
+    }
+    return worst < 0x7f800000 && (flags & 0x80) == 0;
 }
 
 } // namespace
@@ -42,22 +56,16 @@ bool readBinaryStl(QFile *file, ImportBudget *budget, ImportedMesh *mesh)
     QVector<quint32> indices;
     indices.reserve(int(3 * count));
     QByteArray block(blockSize * facetSize, Qt::Uninitialized);
+    std::vector<QVector3D> corners(3 * blockSize);
     for (qint64 first = 0; first < count; first += blockSize) {
         const int facets = int(std::min<qint64>(blockSize, count - first));
-        if (!budget->isTimeLeft() || file->read(block.data(), facets * facetSize) != facets * facetSize)
+        if (!budget->isTimeLeft() || file->read(block.data(), facets * facetSize) != facets * facetSize
+            || !readCorners(block.constData(), facets, corners.data()))
             return false;
-        const char *at = block.constData();
-        for (const char *const end = at + facets * facetSize; at != end; at += facetSize) {
-            if ((at[facetSize - 1] & 0x80) != 0) // it has a colour
-                return false;
-            for (int corner = 0; corner < 3; ++corner) {
-                float xyz[3];
-                for (int axis = 0; axis < 3; ++axis) {
-                    if (!readFloat(at + 12 * (corner + 1) + 4 * axis, &xyz[axis]))
-                        return false;
-                }
-                indices.append(table.numberOf({xyz[0], xyz[1], xyz[2]}));
-            }
+        const size_t last = corners.size() - 1;
+        for (size_t i = 0; i < size_t(3 * facets); ++i) {
+            table.prefetch(corners[std::min(i + 16, last)]);
+            indices.append(table.numberOf(corners[i]));
         }
     }
     if (!budget->takeVertices(3 * count))

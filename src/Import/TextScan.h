@@ -3,8 +3,6 @@
 
 #include <QtCore/QtGlobal>
 
-#include <algorithm>
-
 // Steps through the words of a line of text, without copies.
 namespace Velmora::Kvz {
 
@@ -35,8 +33,10 @@ inline qint64 readInteger(const char **at, const char *end)
     if (*at != end && (**at == '-' || **at == '+'))
         ++*at;
     qint64 value = 0;
-    for (; *at != end && **at >= '0' && **at <= '9'; ++*at)
-        value = std::min<qint64>(value * 10 + (**at - '0'), qint64(1) << 48);
+    for (; *at != end && **at >= '0' && **at <= '9'; ++*at) {
+        if (value < qint64(1) << 48)
+            value = value * 10 + (**at - '0');
+    }
     return negative ? -value : value;
 }
 
