@@ -19,6 +19,12 @@ constexpr float creaseAngle = 80; // degrees; keeps the edges of a box hard
 constexpr int largestFan = 256; // more triangles around a point are smooth all together, or time would be quadratic
 constexpr unsigned unused = ~0u;
 
+/// As QVector3D::dotProduct(), in place: loops over triangles call it.
+float dot(const QVector3D &a, const QVector3D &b)
+{
+    return a.x() * b.x() + a.y() * b.y() + a.z() * b.z();
+}
+
 QVector3D unit(const QVector3D &vector)
 {
     const double x = double(vector.x());
@@ -296,7 +302,7 @@ std::vector<std::pair<unsigned, QVector3D>> hardNormals(
         for (const unsigned *corner = begin; corner != end; ++corner) {
             QVector3D part;
             for (const unsigned *other = begin; other != end; ++other) {
-                const float cosine = QVector3D::dotProduct(faces.at(int(*corner / 3)), faces.at(int(*other / 3)));
+                const float cosine = dot(faces.at(int(*corner / 3)), faces.at(int(*other / 3)));
                 if (cosine >= limit)
                     part += weighted[size_t(other - begin)];
             }
@@ -366,8 +372,7 @@ void NormalMaker::findEdges()
     for (const QVector3D &face : qAsConst(*m_faces)) {
         for (const quint32 *const end = index + 3; index != end; ++index) {
             const unsigned place = m_places[*index];
-            const QVector3D &normal = m_normals[place];
-            if (face.x() * normal.x() + face.y() * normal.y() + face.z() * normal.z() < halfLimit)
+            if (dot(face, m_normals[place]) < halfLimit)
                 m_edges[place] = Edge::Hard;
         }
     }
@@ -438,11 +443,11 @@ bool normalize(QVector<QVector3D> *normals)
 bool isAgainstNormals(const ImportedMesh &mesh, const QVector<QVector3D> &faces)
 {
     int against = 0;
-    for (int t = 0; t < faces.size(); ++t) {
-        QVector3D sum;
-        for (int corner = 0; corner < 3; ++corner)
-            sum += mesh.normals.at(int(mesh.indices.at(3 * t + corner)));
-        against += QVector3D::dotProduct(sum, faces.at(t)) < 0;
+    const QVector3D *const normals = mesh.normals.constData();
+    const quint32 *index = mesh.indices.constData();
+    for (const QVector3D &face : faces) {
+        against += dot(normals[index[0]] + normals[index[1]] + normals[index[2]], face) < 0;
+        index += 3;
     }
     return against > faces.size() / 2;
 }
