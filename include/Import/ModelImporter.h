@@ -40,8 +40,10 @@ namespace Velmora::Kvz {
 /// Images are PNG, JPEG, TGA, BMP, GIF and whatever else Qt's plugins know, such as WebP; 16 bits a channel are rounded to 8. An
 /// emissive image without a colour beside it shines as it is, but in glTF, where that means not at all.
 ///
-/// Textures are looked for in the file itself, at their path beside the model file, then by bare name beside it. Each texture
-/// that cannot be read gives a warning that names it with the file and material, and white takes its place. Each material
+/// Textures are looked for in the file itself, at their path beside the model file, then by bare name beside it, then in both ways
+/// without regard to upper and lower case where one file alone fits; of the list of places of an X3D image the first one that can
+/// be read is taken. Two sets of texture coordinates and one of vertex colours are read. Each texture that cannot be read, or that
+/// is laid out by another set, gives a warning that names it with the file and material, and white takes its place. Each material
 /// library that cannot be read gives a warning that names it with the file: for OBJ the library of the model's own name takes
 /// its place, else its materials are grey.
 ///

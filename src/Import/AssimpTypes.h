@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cmath>
 
+struct aiMaterial;
+
 // The values of assimp as those of Qt.
 namespace Velmora::Kvz {
 
@@ -45,5 +47,15 @@ inline QString meshName(const aiMesh &mesh)
 {
     return mesh.mName.length ? QStringLiteral("mesh \"%1\"").arg(toQString(mesh.mName)) : QStringLiteral("a mesh");
 }
+
+/// The two sets of texture coordinates that the textures of a material are read by: that of its base colour, and the first
+/// other one that any of its textures asks for.
+struct TextureSets
+{
+    int base = 0;
+    int other = 1;
+};
+
+TextureSets textureSetsOf(const aiMaterial &material);
 
 } // namespace Velmora::Kvz

@@ -59,20 +59,22 @@ QTransform transformOf(const tinygltf::Value &extension)
     return transform.isIdentity() ? QTransform() : flip * transform * flip;
 }
 
+/// Whether an image lies beside the document, neither in its text nor in one of its buffers.
+bool isFile(const tinygltf::Image &image)
+{
+    return image.bufferView < 0 && image.image.empty() && !image.uri.empty();
+}
+
 } // namespace
 
 ImportedMaterial GltfMaterials::read(int number, bool isColoured)
 {
     const std::vector<tinygltf::Material> &materials = m_file->document().materials;
-    ImportedMaterial material = standInMaterial();
+    const bool isThere = number >= 0 && size_t(number) < materials.size();
+    ImportedMaterial material = standInMaterial(isColoured && !isThere ? VertexColours::Opaque : VertexColours::None);
     material.saysSides = true;
-    if (number < 0 || size_t(number) >= materials.size()) {
-        if (isColoured) {
-            material.kd = QVector3D(1, 1, 1);
-            material.baseColour = QVector4D(1, 1, 1, 1);
-        }
+    if (!isThere)
         return material;
-    }
     const tinygltf::Material &source = materials[size_t(number)];
     const tinygltf::PbrMetallicRoughness &pbr = source.pbrMetallicRoughness;
     material.name = QString::fromStdString(source.name);
@@ -164,9 +166,19 @@ ImportedTexture GltfMaterials::texture(
     const tinygltf::Texture &source = document.textures[size_t(number)];
     const int webp = integerOf(extensionOf(source.extensions, "EXT_texture_webp"), "source", -1);
     const int basis = integerOf(extensionOf(source.extensions, "KHR_texture_basisu"), "source", -1);
-    result.image = image(webp >= 0 ? webp : source.source >= 0 ? source.source : basis, use, material);
+    const int imageNumber = webp >= 0 ? webp : source.source >= 0 ? source.source : basis;
     const tinygltf::Value &transform = extensionOf(extensions, "KHR_texture_transform");
-    result.uvSet = integerOf(transform, "texCoord", uvSet) == 1;
+    const int set = integerOf(transform, "texCoord", uvSet);
+    if (set < 0 || set > 1) {
+        m_images->warn(nameOf(imageNumber),
+            QStringLiteral(
+                "is laid out by set %1 of the texture coordinates, and sets 0 and 1 alone are read; white is used")
+                .arg(set),
+            material);
+        return result;
+    }
+    result.image = image(imageNumber, use, material);
+    result.uvSet = set;
     if (transform.IsObject())
         result.transform = transformOf(transform);
     if (source.sampler < 0 || size_t(source.sampler) >= document.samplers.size())
@@ -184,19 +196,29 @@ ImportedTexture GltfMaterials::texture(
     return result;
 }
 
+/// How messages call an image: by its path where it is a file.
+QString GltfMaterials::nameOf(int number) const
+{
+    const tinygltf::Model &document = m_file->document();
+    if (number < 0 || size_t(number) >= document.images.size())
+        return {};
+    const tinygltf::Image &image = document.images[size_t(number)];
+    if (isFile(image))
+        return QString::fromStdString(image.uri);
+    return image.name.empty() ? QStringLiteral("image %1").arg(number)
+                              : QStringLiteral("%1 (image %2)").arg(QString::fromStdString(image.name)).arg(number);
+}
+
 int GltfMaterials::image(int number, ImportedImage::Use use, const QString &material)
 {
     const tinygltf::Model &document = m_file->document();
     if (number < 0 || size_t(number) >= document.images.size())
         return -1;
     const tinygltf::Image &source = document.images[size_t(number)];
-    const QString uri = QString::fromStdString(source.uri);
     const bool isInText = !source.image.empty();
-    if (source.bufferView < 0 && !isInText && !uri.isEmpty())
-        return m_images->fromPath(uri, use, material);
-    const QString name = source.name.empty()
-        ? QStringLiteral("image %1").arg(number)
-        : QStringLiteral("%1 (image %2)").arg(QString::fromStdString(source.name)).arg(number);
+    const QString name = nameOf(number);
+    if (isFile(source))
+        return m_images->fromPath(name, use, material);
     const QByteArray bytes = isInText
         ? QByteArray::fromRawData(reinterpret_cast<const char *>(source.image.data()), int(source.image.size()))
         : m_file->bytes(source.bufferView);

@@ -25,6 +25,7 @@ private:
     ImportedTexture texture(int number, int uvSet, const tinygltf::ExtensionMap &extensions, ImportedImage::Use use,
         const QString &material);
     ImportedTexture texture(const tinygltf::Value &info, ImportedImage::Use use, const QString &material);
+    QString nameOf(int number) const;
     int image(int number, ImportedImage::Use use, const QString &material);
     void readExtensions(const tinygltf::Material &source, ImportedMaterial *material);
 

@@ -6,8 +6,6 @@
 #include "MaterialModel.h"
 #include "MeshCompletion.h"
 
-#include <meshoptimizer.h>
-
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -76,29 +74,6 @@ QVector<quint32> linesOf(const QVector<quint32> &corners, int mode)
     if (mode == TINYGLTF_MODE_LINE_LOOP && corners.size() > 2)
         lines << corners.last() << corners.first();
     return lines;
-}
-
-/// Joins vertices that agree in everything.
-void weld(ImportedMesh *mesh)
-{
-    const auto count = size_t(mesh->positions.size());
-    std::vector<meshopt_Stream> streams{{mesh->positions.constData(), sizeof(QVector3D), sizeof(QVector3D)}};
-    if (!mesh->normals.isEmpty())
-        streams.push_back({mesh->normals.constData(), sizeof(QVector3D), sizeof(QVector3D)});
-    for (const QVector<QVector2D> *set : {&mesh->texCoords, &mesh->texCoords1}) {
-        if (!set->isEmpty())
-            streams.push_back({set->constData(), sizeof(QVector2D), sizeof(QVector2D)});
-    }
-    for (const QVector<QVector4D> *set : {&mesh->colours, &mesh->tangents}) {
-        if (!set->isEmpty())
-            streams.push_back({set->constData(), sizeof(QVector4D), sizeof(QVector4D)});
-    }
-    std::vector<unsigned> remap(count);
-    const size_t welded = meshopt_generateVertexRemapMulti(
-        remap.data(), mesh->indices.constData(), size_t(mesh->indices.size()), count, streams.data(), streams.size());
-    moveVertices(mesh, remap, int(welded));
-    meshopt_remapIndexBuffer(
-        mesh->indices.data(), mesh->indices.constData(), size_t(mesh->indices.size()), remap.data());
 }
 
 } // namespace
@@ -364,6 +339,7 @@ bool GltfReader::readMesh(int number, QString *problem)
     m_budget->report(ImportProgress::Meshes, m_primitives.size() + 1, int(document.meshes.size()));
     QVector<Primitive> primitives;
     bool hasTargets = false;
+    bool hasColourSets = false;
     for (const tinygltf::Primitive &source : mesh.primitives) {
         Primitive primitive;
         if (!m_budget->isTimeLeft())
@@ -378,8 +354,11 @@ bool GltfReader::readMesh(int number, QString *problem)
         if (primitive.mesh >= 0)
             m_scene.meshes[primitive.mesh].name = name;
         hasTargets |= !source.targets.empty();
+        hasColourSets |= source.attributes.count("COLOR_1") > 0;
         primitives.append(primitive);
     }
+    if (hasColourSets)
+        warn(QStringLiteral("%1: of its sets of vertex colours the first alone is read").arg(label));
     if (hasTargets)
         warn(QStringLiteral("%1: its morph targets are left out").arg(label));
     m_primitives.insert(number, primitives);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "ImportBudget.h"
 
+#include "PlyHeader.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QList>
 
@@ -77,16 +79,6 @@ QString declares(qint64 count, const char *what, qint64 fileSize)
         .arg(QString::number(count), QLatin1String(what), QString::number(fileSize));
 }
 
-/// A number that does not fit counts as the largest.
-qint64 countOf(const QByteArray &word)
-{
-    bool fits = false;
-    const qint64 count = word.toLongLong(&fits);
-    const bool isNumber = !word.isEmpty()
-        && std::all_of(word.begin(), word.end(), [](char digit) { return digit >= '0' && digit <= '9'; });
-    return fits ? count : isNumber ? std::numeric_limits<qint64>::max() : 0;
-}
-
 /// What stands before a character, or all of the text.
 QByteArray before(const QByteArray &text, char end)
 {
@@ -116,44 +108,18 @@ QString exaggeratedOff(const QList<QByteArray> &lines, qint64 fileSize)
     return faces > fileSize ? declares(faces, "faces", fileSize) : QString();
 }
 
-/// Bytes of a number of PLY; 0 for a word that is no type.
-int plyBytes(const QByteArray &type)
+QString exaggeratedPly(const PlyHeader &header, qint64 fileSize)
 {
-    static const QList<QByteArray> types[] = {{"char", "uchar", "int8", "uint8"},
-        {"short", "ushort", "int16", "uint16"}, {"int", "uint", "float", "int32", "uint32", "float32"},
-        {"double", "float64"}};
-    for (int power = 0; power < 4; ++power) {
-        if (types[power].contains(type))
-            return 1 << power;
-    }
-    return 0;
-}
-
-QString exaggeratedPly(const QList<QByteArray> &lines, qint64 fileSize)
-{
-    bool isBinary = false;
-    qint64 count = 0; // of the element whose properties follow
-    qint64 header = 0;
     qint64 data = 0; // at least: lists may be empty
-    for (const QByteArray &line : lines) {
-        const QList<QByteArray> words = line.simplified().split(' ');
-        header += line.size() + 1;
-        if (words.value(0) == "format")
-            isBinary = words.value(1).startsWith("binary");
-        if (words.value(0) == "element") {
-            count = countOf(words.value(2));
-            if (count > fileSize)
-                return declares(count, "elements", fileSize);
-        }
-        if (words.value(0) == "property")
-            data += count * plyBytes(words.value(1) == "list" ? words.value(2) : words.value(1));
-        if (words.value(0) != "end_header")
-            continue;
-        if (isBinary && data > fileSize - header)
-            return QStringLiteral("damaged or truncated: its header declares %1 bytes of data, and %2 are there")
-                .arg(QString::number(data), QString::number(fileSize - header));
-        break;
+    for (const PlyHeader::Element &element : header.elements) {
+        if (element.count > fileSize)
+            return declares(element.count, "elements", fileSize);
+        for (const PlyHeader::Property &property : element.properties)
+            data += element.count * (property.isList() ? property.length.bytes : property.number.bytes);
     }
+    if (header.size > 0 && header.format.startsWith("binary") && data > fileSize - header.size)
+        return QStringLiteral("damaged or truncated: its header declares %1 bytes of data, and %2 are there")
+            .arg(QString::number(data), QString::number(fileSize - header.size));
     return {};
 }
 
@@ -164,7 +130,7 @@ QString exaggeratedHeader(const QByteArray &start, qint64 fileSize)
     const QList<QByteArray> lines = start.split('\n');
     const QByteArray first = lines.value(0).simplified();
     if (first == "ply")
-        return exaggeratedPly(lines, fileSize);
+        return exaggeratedPly(readPlyHeader(start), fileSize);
     return before(first, ' ').endsWith("OFF") ? exaggeratedOff(lines, fileSize) : QString();
 }
 

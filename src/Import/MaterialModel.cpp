@@ -28,9 +28,22 @@ float mean(const QImage &image, int (*channel)(QRgb))
 
 } // namespace
 
-ImportedMaterial standInMaterial()
+VertexColours vertexColoursOf(const QVector<QVector4D> &colours)
+{
+    if (colours.isEmpty())
+        return VertexColours::None;
+    const auto least = std::minmax_element(
+        colours.begin(), colours.end(), [](const QVector4D &a, const QVector4D &b) { return a.w() < b.w(); });
+    return least.first->w() < 1 && least.second->w() > 0 ? VertexColours::Translucent : VertexColours::Opaque;
+}
+
+ImportedMaterial standInMaterial(VertexColours colours)
 {
     ImportedMaterial material;
+    if (colours != VertexColours::None)
+        material.kd = QVector3D(1, 1, 1);
+    if (colours == VertexColours::Translucent)
+        material.alphaMode = ImportedMaterial::Blend;
     material.ks = QVector3D(0.2f, 0.2f, 0.2f);
     material.baseColour = QVector4D(material.kd, 1);
     return material;

@@ -8,8 +8,15 @@
 
 namespace Velmora::Kvz {
 
-/// What stands in for the material of a mesh without one: light grey with a soft highlight.
-ImportedMaterial standInMaterial();
+/// Whether the vertices of a mesh have colours, and whether light passes through some of them. An opacity of 0 at all vertices says
+/// nothing: programs write it that know none.
+enum class VertexColours { None, Opaque, Translucent };
+
+VertexColours vertexColoursOf(const QVector<QVector4D> &colours);
+
+/// What stands in for the material of a mesh without one: light grey, or white where the vertices have colours, with a soft
+/// highlight.
+ImportedMaterial standInMaterial(VertexColours colours = VertexColours::None);
 
 /// Sets kd, ks and ns of a material from its base colour, metallic and roughness. The maps, which may be null, count by the mean
 /// of blue and of green.

@@ -63,6 +63,10 @@ ImportedMaterial::AlphaMode alphaModeOf(const aiMaterial &source)
 
 ImportedTexture::Wrap wrapOf(const aiMaterial &source, const char *key, aiTextureType type)
 {
+    // The loader of X3D leaves the word whether it repeats.
+    const aiMaterialProperty *property = nullptr;
+    if (aiGetMaterialProperty(&source, key, type, 0, &property) == aiReturn_SUCCESS && property->mDataLength == 1)
+        return *property->mData != 0 ? ImportedTexture::Repeat : ImportedTexture::ClampToEdge;
     int mode = aiTextureMapMode_Wrap;
     source.Get(key, type, 0, mode);
     return mode == aiTextureMapMode_Mirror ? ImportedTexture::MirroredRepeat
@@ -77,7 +81,32 @@ int uvSetOf(const aiMaterial &source, aiTextureType type)
     return set;
 }
 
+bool hasTexture(const aiMaterial &source, aiTextureType type)
+{
+    return source.GetTextureCount(type) > 0;
+}
+
 } // namespace
+
+TextureSets textureSetsOf(const aiMaterial &material)
+{
+    TextureSets sets;
+    const bool isDiffuse =
+        hasTexture(material, aiTextureType_DIFFUSE) || !hasTexture(material, aiTextureType_BASE_COLOR);
+    sets.base = std::max(uvSetOf(material, isDiffuse ? aiTextureType_DIFFUSE : aiTextureType_BASE_COLOR), 0);
+    sets.other = sets.base == 0 ? 1 : 0;
+    for (const aiTextureType type :
+        {aiTextureType_EMISSIVE, aiTextureType_EMISSION_COLOR, aiTextureType_SPECULAR, aiTextureType_NORMALS,
+            aiTextureType_NORMAL_CAMERA, aiTextureType_LIGHTMAP, aiTextureType_AMBIENT_OCCLUSION,
+            aiTextureType_METALNESS, aiTextureType_DIFFUSE_ROUGHNESS, aiTextureType_OPACITY}) {
+        const int set = hasTexture(material, type) ? uvSetOf(material, type) : sets.base;
+        if (set >= 0 && set != sets.base) {
+            sets.other = set;
+            break;
+        }
+    }
+    return sets;
+}
 
 MaterialReader::MaterialReader(const aiScene *source, const QByteArray &format, SceneImages *images)
     : m_source(source),
@@ -85,20 +114,17 @@ MaterialReader::MaterialReader(const aiScene *source, const QByteArray &format, 
       m_images(images)
 { }
 
-ImportedMaterial MaterialReader::read(const aiMaterial &source, bool isColoured)
+ImportedMaterial MaterialReader::read(const aiMaterial &source, VertexColours colours)
 {
-    ImportedMaterial material = standInMaterial();
+    // The loader of OFF, which knows no materials, makes one up that is darker than others.
+    const bool isMadeUp = m_format == "off" || isStandIn(source);
+    ImportedMaterial material = standInMaterial(isMadeUp ? colours : VertexColours::None);
     int twoSided = 0;
     material.saysSides = source.Get(AI_MATKEY_TWOSIDED, twoSided) == aiReturn_SUCCESS;
     material.name = toQString(const_cast<aiMaterial &>(source).GetName());
     material.isDoubleSided = twoSided != 0;
-    if (isStandIn(source)) {
-        if (isColoured) {
-            material.kd = QVector3D(1, 1, 1);
-            material.baseColour = QVector4D(1, 1, 1, 1);
-        }
+    if (isMadeUp)
         return material;
-    }
 
     material.alphaMode = alphaModeOf(source);
     material.alphaCutoff = number(source, AI_MATKEY_GLTF_ALPHACUTOFF, 0.5f);
@@ -124,9 +150,10 @@ ImportedMaterial MaterialReader::read(const aiMaterial &source, bool isColoured)
     const QImage opacityMap = m_images->at(material.opacityTexture.image);
     if (!opacityMap.isNull())
         material.mapKd = withOpacity(material.mapKd, opacityMap);
-    // Formats other than glTF do not say whether they blend: what the material lets through tells.
+    nameUnread(source);
+    // Formats other than glTF do not say whether they blend: what lets light through tells.
     if (material.alphaMode == ImportedMaterial::Blend && material.d >= 1 && !isSeeThrough(material.mapKd)
-        && !isGltf(source))
+        && colours != VertexColours::Translucent && !isGltf(source))
         material.alphaMode = ImportedMaterial::Opaque;
     return material;
 }
@@ -183,18 +210,47 @@ ImportedTexture MaterialReader::texture(
     const aiMaterial &source, std::initializer_list<aiTextureType> types, ImportedImage::Use use)
 {
     ImportedTexture result;
+    const QString material = toQString(const_cast<aiMaterial &>(source).GetName());
     for (const aiTextureType type : types) {
         aiString name;
         if (source.GetTexture(type, 0, &name) != aiReturn_SUCCESS || name.length == 0)
             continue;
-        result.image = image(toQString(name), use, toQString(const_cast<aiMaterial &>(source).GetName()));
-        // The mesh reader puts the set of the diffuse texture first, with the transforms of all sets in place.
-        result.uvSet = uvSetOf(source, type) != uvSetOf(source, aiTextureType_DIFFUSE);
+        // The mesh reader puts the set of the base colour first, with the transforms of all sets in place.
+        const TextureSets sets = textureSetsOf(source);
+        const int set = uvSetOf(source, type);
+        if (set != sets.base && set != sets.other) {
+            m_images->warn(toQString(name),
+                QStringLiteral("is laid out by set %1 of the texture coordinates, and of this material sets %2 and %3 "
+                               "are read; white is used")
+                    .arg(QString::number(set), QString::number(std::min(sets.base, sets.other)),
+                        QString::number(std::max(sets.base, sets.other))),
+                material);
+            break;
+        }
+        result.image = image(toQString(name), use, material);
+        result.uvSet = set != sets.base;
         result.wrapU = wrapOf(source, _AI_MATKEY_MAPPINGMODE_U_BASE, type);
         result.wrapV = wrapOf(source, _AI_MATKEY_MAPPINGMODE_V_BASE, type);
         break;
     }
     return result;
+}
+
+/// Names the textures that change the look of a material and that nothing here draws.
+void MaterialReader::nameUnread(const aiMaterial &source)
+{
+    const QString material = toQString(const_cast<aiMaterial &>(source).GetName());
+    const auto name = [&](aiTextureType type, unsigned first, const QString &what) {
+        for (unsigned i = first; i < source.GetTextureCount(type); ++i) {
+            aiString path;
+            if (source.GetTexture(type, i, &path) == aiReturn_SUCCESS && path.length > 0)
+                m_images->warn(toQString(path), what, material);
+        }
+    };
+    name(
+        aiTextureType_DIFFUSE, 1, QStringLiteral("is one more image of the colour, of which the first alone is drawn"));
+    name(aiTextureType_DISPLACEMENT, 0, QStringLiteral("displaces the surface and is left out"));
+    name(aiTextureType_REFLECTION, 0, QStringLiteral("is reflected by the surface and is left out"));
 }
 
 int MaterialReader::image(const QString &path, ImportedImage::Use use, const QString &material)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "MaterialModel.h"
 #include "SceneImages.h"
 
 #include <Import/ImportedScene.h>
@@ -20,8 +21,8 @@ public:
     /// `format` is the loader's first file suffix.
     MaterialReader(const aiScene *source, const QByteArray &format, SceneImages *images);
 
-    /// What stands in for a material that the file does not have is white for meshes with colours of their own, else grey.
-    ImportedMaterial read(const aiMaterial &source, bool isColoured);
+    /// `colours` are those of the mesh that has it.
+    ImportedMaterial read(const aiMaterial &source, VertexColours colours);
 
 private:
     void readPhong(const aiMaterial &source, ImportedMaterial *material);
@@ -29,6 +30,7 @@ private:
     void readSurface(const aiMaterial &source, ImportedMaterial *material);
     ImportedTexture texture(
         const aiMaterial &source, std::initializer_list<aiTextureType> types, ImportedImage::Use use);
+    void nameUnread(const aiMaterial &source);
     int image(const QString &path, ImportedImage::Use use, const QString &material);
 
     const aiScene *m_source;

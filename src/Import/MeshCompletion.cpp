@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "MeshCompletion.h"
 
+#include "PositionTable.h"
+
 #include <QtCore/QtMath>
 
 #include <meshoptimizer.h>
@@ -16,6 +18,12 @@ namespace {
 constexpr float creaseAngle = 80; // degrees; keeps the edges of a box hard
 constexpr int largestFan = 256; // more triangles around a point are smooth all together, or time would be quadratic
 constexpr unsigned unused = ~0u;
+
+/// As QVector3D::dotProduct(), in place: loops over triangles call it.
+float dot(const QVector3D &a, const QVector3D &b)
+{
+    return a.x() * b.x() + a.y() * b.y() + a.z() * b.z();
+}
 
 QVector3D unit(const QVector3D &vector)
 {
@@ -110,13 +118,30 @@ template <typename T> void repeatVertex(QVector<T> *array, int vertex)
 }
 
 /// The places of a mesh: vertices of one position share one.
-std::vector<unsigned> placesOf(const ImportedMesh &mesh, size_t *count)
+class Places
 {
-    std::vector<unsigned> places(size_t(mesh.positions.size()));
-    *count = meshopt_generateVertexRemap(places.data(), mesh.indices.constData(), size_t(mesh.indices.size()),
-        mesh.positions.constData(), places.size(), sizeof(QVector3D));
-    return places;
-}
+public:
+    Places(const ImportedMesh &mesh, Positions positions)
+        : m_count(size_t(mesh.positions.size()))
+    {
+        if (positions == Positions::Distinct)
+            return;
+        PositionTable table(m_count);
+        m_places.reserve(m_count);
+        for (int v = 0; v < mesh.positions.size(); ++v) {
+            table.prefetch(mesh.positions.at(std::min(v + 16, mesh.positions.size() - 1)));
+            m_places.push_back(table.numberOf(mesh.positions.at(v)));
+        }
+        m_count = table.positions().size();
+    }
+
+    size_t count() const { return m_count; }
+    unsigned operator[](unsigned vertex) const { return m_places.empty() ? vertex : m_places[vertex]; }
+
+private:
+    size_t m_count;
+    std::vector<unsigned> m_places; // by vertex; empty: each has its own
+};
 
 /// Gives corners of a mesh a normal and a side of the box, and splits vertices whose corners differ.
 class VertexSplitter
@@ -129,6 +154,16 @@ public:
           m_next(size_t(mesh->positions.size()), -1)
     {
         m_mesh->normals.resize(m_mesh->positions.size());
+    }
+
+    /// Gives vertices of one normal the sides of their corners.
+    void setSide(int corner, int side)
+    {
+        qint8 &known = m_sides[m_mesh->indices.constData()[corner]];
+        if (known < 0)
+            known = qint8(side);
+        else if (known != side)
+            setCorner(corner, m_mesh->normals.at(int(m_mesh->indices.at(corner))), side);
     }
 
     void setCorner(int corner, const QVector3D &normal, int side)
@@ -181,128 +216,191 @@ private:
     std::vector<int> m_next; // by vertex: the next one that was split off; -1: none
 };
 
-/// The angles of a triangle at its corners.
-void anglesOf(const QVector3D *positions, const quint32 *corners, float angles[3])
+/// The direction that a triangle faces and the angles at its corners. In double precision, since models may be some millionths
+/// across. False for one without area.
+bool measure(const QVector3D *positions, const quint32 *corners, QVector3D *normal, float angles[3])
 {
-    struct Edge
-    {
-        double x, y, z, square;
-    } edges[3];
-    for (int c = 0; c < 3; ++c) {
-        const QVector3D &from = positions[corners[c]];
-        const QVector3D &to = positions[corners[(c + 1) % 3]];
-        Edge &edge = edges[c];
-        edge.x = double(to.x()) - double(from.x());
-        edge.y = double(to.y()) - double(from.y());
-        edge.z = double(to.z()) - double(from.z());
-        edge.square = edge.x * edge.x + edge.y * edge.y + edge.z * edge.z;
-    }
-    const double x = edges[0].y * edges[1].z - edges[0].z * edges[1].y;
-    const double y = edges[0].z * edges[1].x - edges[0].x * edges[1].z;
-    const double z = edges[0].x * edges[1].y - edges[0].y * edges[1].x;
+    const QVector3D &a = positions[corners[0]];
+    const QVector3D &b = positions[corners[1]];
+    const QVector3D &c = positions[corners[2]];
+    const double ux = double(b.x()) - double(a.x()), vx = double(c.x()) - double(a.x()), wx = vx - ux;
+    const double uy = double(b.y()) - double(a.y()), vy = double(c.y()) - double(a.y()), wy = vy - uy;
+    const double uz = double(b.z()) - double(a.z()), vz = double(c.z()) - double(a.z()), wz = vz - uz;
+    const double x = uy * vz - uz * vy;
+    const double y = uz * vx - ux * vz;
+    const double z = ux * vy - uy * vx;
     const double twiceArea = std::sqrt(x * x + y * y + z * z);
-    for (int c = 0; c < 3; ++c) {
-        const Edge &out = edges[c];
-        const Edge &in = edges[(c + 2) % 3];
-        const double scale = 1 / std::sqrt(out.square * in.square);
-        const double dot = -(out.x * in.x + out.y * in.y + out.z * in.z);
-        angles[c] = angleOf(float(twiceArea * scale), float(dot * scale));
-    }
+    if (!(twiceArea > 0) || !std::isfinite(twiceArea))
+        return false;
+    const double u = 1 / std::sqrt(ux * ux + uy * uy + uz * uz);
+    const double v = 1 / std::sqrt(vx * vx + vy * vy + vz * vz);
+    const double w = 1 / std::sqrt(wx * wx + wy * wy + wz * wz);
+    *normal = QVector3D(float(x / twiceArea), float(y / twiceArea), float(z / twiceArea));
+    angles[0] = angleOf(float(twiceArea * u * v), float((ux * vx + uy * vy + uz * vz) * u * v));
+    angles[1] = angleOf(float(twiceArea * u * w), float(-(ux * wx + uy * wy + uz * wz) * u * w));
+    angles[2] = angleOf(float(twiceArea * v * w), float((vx * wx + vy * wy + vz * wz) * v * w));
+    return true;
 }
 
-/// The corners at places with a hard edge, place by place.
+enum class Edge : quint8 {
+    Soft, ///< One normal serves all corners of a place.
+    Hard, ///< Each corner has the normal of the triangles on its side of an edge.
+    Crowded ///< Hard, but for too many triangles: one normal serves all.
+};
+
+/// The corners at places with a hard edge, place by place. Notes those that are crowded.
 struct HardCorners
 {
     std::vector<unsigned> starts; // by place, one more than there are
     std::vector<unsigned> corners;
 };
 
-HardCorners hardCorners(const ImportedMesh &mesh, const std::vector<unsigned> &places, const std::vector<bool> &isHard)
+HardCorners hardCorners(const ImportedMesh &mesh, const Places &places, std::vector<Edge> *edges)
 {
     HardCorners result;
-    result.starts.resize(isHard.size() + 1);
+    result.starts.resize(edges->size() + 1);
     for (const quint32 vertex : mesh.indices) {
         const unsigned place = places[vertex];
-        result.starts[place + 1] += isHard[place];
+        result.starts[place + 1] += (*edges)[place] == Edge::Hard;
     }
-    for (size_t place = 0; place < isHard.size(); ++place)
-        result.starts[place + 1] += result.starts[place];
+    for (size_t place = 0; place < edges->size(); ++place) {
+        unsigned &size = result.starts[place + 1];
+        if (size > largestFan) {
+            (*edges)[place] = Edge::Crowded;
+            size = 0;
+        }
+        size += result.starts[place];
+    }
     result.corners.resize(result.starts.back());
     std::vector<unsigned> next(result.starts.begin(), result.starts.end() - 1);
     for (int corner = 0; corner < mesh.indices.size(); ++corner) {
         const unsigned place = places[mesh.indices.at(corner)];
-        if (isHard[place])
+        if ((*edges)[place] == Edge::Hard)
             result.corners[next[place]++] = unsigned(corner);
     }
     return result;
 }
 
-/// Smooth normals: the mean of the triangles that meet at a place, each by its angle there, without those across a hard edge.
-/// Most places have no hard edge: one normal serves all their corners, and none of them is looked for.
-void makeNormals(const ImportedMesh &mesh, const QVector<QVector3D> &faces, bool needsSides, VertexSplitter *splitter)
+/// The normals of corners at hard edges: the mean of the triangles at their place, without those across an edge.
+std::vector<std::pair<unsigned, QVector3D>> hardNormals(
+    const ImportedMesh &mesh, const QVector<QVector3D> &faces, const HardCorners &hard)
 {
-    size_t count = 0;
-    const std::vector<unsigned> places = placesOf(mesh, &count);
-    const int corners = mesh.indices.size();
     const float limit = std::cos(qDegreesToRadians(creaseAngle));
-    const float halfLimit = std::cos(qDegreesToRadians(creaseAngle / 2));
-
-    std::vector<QVector3D> normals(count);
-    std::vector<unsigned> sizes(count);
-    const QVector3D *const positions = mesh.positions.constData();
-    for (int t = 0; t < faces.size(); ++t) {
-        const quint32 *const triangle = mesh.indices.constData() + 3 * t;
-        float angles[3];
-        anglesOf(positions, triangle, angles);
-        for (int c = 0; c < 3; ++c) {
-            normals[places[triangle[c]]] += faces.at(t) * angles[c];
-            ++sizes[places[triangle[c]]];
-        }
-    }
-    for (QVector3D &normal : normals)
-        normal = unit(normal);
-    // Within half the angle of the mean, each is within the angle of each other.
-    std::vector<bool> isHard(count);
-    for (int corner = 0; corner < corners; ++corner) {
-        const unsigned place = places[mesh.indices.at(corner)];
-        if (QVector3D::dotProduct(faces.at(corner / 3), normals[place]) < halfLimit)
-            isHard[place] = sizes[place] <= largestFan;
-    }
-
-    const HardCorners hard = hardCorners(mesh, places, isHard);
+    std::vector<std::pair<unsigned, QVector3D>> normals; // by corner
+    normals.reserve(hard.corners.size());
     std::vector<QVector3D> weighted;
-    std::vector<std::pair<unsigned, QVector3D>> hardNormals; // by corner
-    hardNormals.reserve(hard.corners.size());
-    for (size_t place = 0; place < count; ++place) {
+    for (size_t place = 0; place + 1 < hard.starts.size(); ++place) {
         const unsigned *const begin = hard.corners.data() + hard.starts[place];
         const unsigned *const end = hard.corners.data() + hard.starts[place + 1];
         weighted.clear();
         for (const unsigned *corner = begin; corner != end; ++corner) {
+            QVector3D face;
             float angles[3];
-            anglesOf(positions, mesh.indices.constData() + *corner / 3 * 3, angles);
-            weighted.push_back(faces.at(int(*corner / 3)) * angles[*corner % 3]);
+            measure(mesh.positions.constData(), mesh.indices.constData() + *corner / 3 * 3, &face, angles);
+            weighted.push_back(face * angles[*corner % 3]);
         }
         for (const unsigned *corner = begin; corner != end; ++corner) {
             QVector3D part;
             for (const unsigned *other = begin; other != end; ++other) {
-                const float cosine = QVector3D::dotProduct(faces.at(int(*corner / 3)), faces.at(int(*other / 3)));
+                const float cosine = dot(faces.at(int(*corner / 3)), faces.at(int(*other / 3)));
                 if (cosine >= limit)
                     part += weighted[size_t(other - begin)];
             }
-            hardNormals.emplace_back(*corner, unit(part));
+            normals.emplace_back(*corner, unit(part));
         }
     }
+    return normals;
+}
+
+/// Takes out triangles without area, and makes smooth normals: the mean of the triangles that meet at a place, each by its angle
+/// there, without those across a hard edge. Most places have no hard edge: one normal serves all their corners, and none
+/// of them is looked for. Where texture coordinates are to be made, vertices are split by the side of the box too.
+class NormalMaker
+{
+public:
+    NormalMaker(ImportedMesh *mesh, Positions positions, QVector<QVector3D> *faces)
+        : m_mesh(mesh),
+          m_faces(faces),
+          m_places(*mesh, positions)
+    { }
+
+    /// False where no triangle has an area.
+    bool measureTriangles();
+    void setNormals(bool needsSides, VertexSplitter *splitter);
+
+private:
+    void findEdges();
+
+    ImportedMesh *m_mesh;
+    QVector<QVector3D> *m_faces;
+    Places m_places;
+    std::vector<QVector3D> m_normals; // by place
+    std::vector<Edge> m_edges; // by place
+};
+
+bool NormalMaker::measureTriangles()
+{
+    m_normals.resize(m_places.count());
+    quint32 *const indices = m_mesh->indices.data();
+    const QVector3D *const positions = m_mesh->positions.constData();
+    m_faces->resize(m_mesh->indices.size() / 3);
+    QVector3D *face = m_faces->data();
+    quint32 *kept = indices;
+    for (int i = 0; i + 2 < m_mesh->indices.size(); i += 3) {
+        float angles[3];
+        if (!measure(positions, indices + i, face, angles))
+            continue;
+        for (int corner = 0; corner < 3; ++corner) {
+            m_normals[m_places[indices[i + corner]]] += *face * angles[corner];
+            *kept++ = indices[i + corner];
+        }
+        ++face;
+    }
+    m_faces->resize(int(face - m_faces->constData()));
+    m_mesh->indices.resize(3 * m_faces->size());
+    for (QVector3D &normal : m_normals)
+        normal = unit(normal);
+    return !m_faces->isEmpty();
+}
+
+void NormalMaker::findEdges()
+{
+    const float halfLimit = std::cos(qDegreesToRadians(creaseAngle / 2));
+    m_edges.assign(m_places.count(), Edge::Soft);
+    // Within half the angle of the mean, each is within the angle of each other.
+    const quint32 *index = m_mesh->indices.constData();
+    for (const QVector3D &face : qAsConst(*m_faces)) {
+        for (const quint32 *const end = index + 3; index != end; ++index) {
+            const unsigned place = m_places[*index];
+            if (dot(face, m_normals[place]) < halfLimit)
+                m_edges[place] = Edge::Hard;
+        }
+    }
+}
+
+void NormalMaker::setNormals(bool needsSides, VertexSplitter *splitter)
+{
+    findEdges();
+    HardCorners hard;
+    if (std::find(m_edges.begin(), m_edges.end(), Edge::Hard) != m_edges.end())
+        hard = hardCorners(*m_mesh, m_places, &m_edges);
+    QVector3D *const normals = m_mesh->normals.data();
+    for (int v = 0; v < m_mesh->positions.size(); ++v)
+        normals[v] = m_normals[m_places[unsigned(v)]];
     // Each corner is looked up before it is set; setting it may send its index to a vertex that was split off.
-    for (int corner = 0; corner < corners; ++corner) {
-        const unsigned place = places[mesh.indices.at(corner)];
-        if (!isHard[place]) {
-            const QVector3D face = faces.at(corner / 3);
-            splitter->setCorner(
-                corner, normals[place].isNull() ? face : normals[place], needsSides ? boxSide(face) : 0);
+    for (int t = 0; t < m_faces->size(); ++t) {
+        const QVector3D &face = m_faces->at(t);
+        const int side = needsSides ? boxSide(face) : 0;
+        for (int corner = 3 * t; corner < 3 * t + 3; ++corner) {
+            const unsigned place = m_places[m_mesh->indices.at(corner)];
+            if (m_edges[place] == Edge::Soft)
+                splitter->setSide(corner, side);
+            else if (m_edges[place] == Edge::Crowded)
+                splitter->setCorner(corner, m_normals[place].isNull() ? face : m_normals[place], side);
         }
     }
-    for (const auto &[corner, normal] : hardNormals) {
-        const QVector3D face = faces.at(int(corner / 3));
+    for (const auto &[corner, normal] : hardNormals(*m_mesh, *m_faces, hard)) {
+        const QVector3D face = m_faces->at(int(corner / 3));
         splitter->setCorner(int(corner), normal.isNull() ? face : normal, needsSides ? boxSide(face) : 0);
     }
 }
@@ -345,11 +443,11 @@ bool normalize(QVector<QVector3D> *normals)
 bool isAgainstNormals(const ImportedMesh &mesh, const QVector<QVector3D> &faces)
 {
     int against = 0;
-    for (int t = 0; t < faces.size(); ++t) {
-        QVector3D sum;
-        for (int corner = 0; corner < 3; ++corner)
-            sum += mesh.normals.at(int(mesh.indices.at(3 * t + corner)));
-        against += QVector3D::dotProduct(sum, faces.at(t)) < 0;
+    const QVector3D *const normals = mesh.normals.constData();
+    const quint32 *index = mesh.indices.constData();
+    for (const QVector3D &face : faces) {
+        against += dot(normals[index[0]] + normals[index[1]] + normals[index[2]], face) < 0;
+        index += 3;
     }
     return against > faces.size() / 2;
 }
@@ -387,18 +485,46 @@ QString makeSidesAgree(ImportedMesh *mesh, QVector<QVector3D> *faces)
     return QStringLiteral("its normals point against its faces and are turned");
 }
 
+/// Gives corners the sides of the box, where they are needed, and the normals of their triangles where they have none.
+void setSides(
+    const ImportedMesh &mesh, const QVector<QVector3D> &faces, bool hasNull, bool needsSides, VertexSplitter *splitter)
+{
+    const QVector<QVector3D> given = hasNull ? mesh.normals : QVector<QVector3D>();
+    for (int corner = 0; corner < mesh.indices.size(); ++corner) {
+        const QVector3D &face = faces.at(corner / 3);
+        const int side = needsSides ? boxSide(face) : 0;
+        if (!hasNull) {
+            splitter->setSide(corner, side);
+            continue;
+        }
+        const QVector3D normal = given.at(int(mesh.indices.at(corner)));
+        splitter->setCorner(corner, normal.isNull() ? face : normal, side);
+    }
+}
+
+/// Gives vertices texture coordinates by the sides of the box that their triangles face.
+void projectOntoBox(ImportedMesh *mesh, const std::vector<qint8> &sides)
+{
+    const BoxProjection projection(mesh->positions);
+    mesh->texCoords.resize(mesh->positions.size());
+    QVector2D *const texCoords = mesh->texCoords.data();
+    for (int v = 0; v < mesh->positions.size(); ++v)
+        texCoords[v] = projection.project(mesh->positions.at(v), sides[size_t(v)]);
+}
+
 void dropUnusedVertices(ImportedMesh *mesh)
 {
-    std::vector<unsigned> remap(size_t(mesh->positions.size()), unused);
+    std::vector<quint8> used(size_t(mesh->positions.size()));
     for (const quint32 index : qAsConst(mesh->indices))
-        remap[index] = 0;
-    unsigned count = 0;
-    for (unsigned &number : remap) {
-        if (number != unused)
-            number = count++;
-    }
-    if (count == remap.size())
+        used[index] = 1;
+    if (std::find(used.begin(), used.end(), 0) == used.end())
         return;
+    std::vector<unsigned> remap(used.size(), unused);
+    unsigned count = 0;
+    for (size_t v = 0; v < used.size(); ++v) {
+        if (used[v] != 0)
+            remap[v] = count++;
+    }
     moveVertices(mesh, remap, int(count));
     for (quint32 &index : mesh->indices)
         index = remap[index];
@@ -419,33 +545,31 @@ QVector3D faceNormal(const QVector3D &a, const QVector3D &b, const QVector3D &c)
                                                : QVector3D();
 }
 
-QString completeMesh(ImportedMesh *mesh)
+QString completeMesh(ImportedMesh *mesh, Positions positions)
 {
-    QVector<QVector3D> faces = dropFlatTriangles(mesh);
-    if (faces.isEmpty())
-        return {};
     const bool hadNormals = !mesh->normals.isEmpty();
-    const bool hasNull = normalize(&mesh->normals);
-    const QString remark = hadNormals ? makeSidesAgree(mesh, &faces) : QString();
     const bool needsSides = mesh->texCoords.isEmpty();
-
-    if (!hadNormals || hasNull || needsSides) {
-        const QVector<QVector3D> given = mesh->normals;
-        VertexSplitter splitter(mesh, !hadNormals || hasNull);
-        if (!hadNormals) {
-            makeNormals(*mesh, faces, needsSides, &splitter);
-        } else {
-            for (int corner = 0; corner < mesh->indices.size(); ++corner) {
-                const QVector3D face = faces.at(corner / 3);
-                const QVector3D normal = given.at(int(mesh->indices.at(corner)));
-                splitter.setCorner(corner, normal.isNull() ? face : normal, needsSides ? boxSide(face) : 0);
-            }
-        }
-        if (needsSides) {
-            const BoxProjection projection(mesh->positions);
-            mesh->texCoords.resize(mesh->positions.size());
-            for (int v = 0; v < mesh->positions.size(); ++v)
-                mesh->texCoords[v] = projection.project(mesh->positions.at(v), splitter.sides()[size_t(v)]);
+    QString remark;
+    if (!hadNormals) {
+        QVector<QVector3D> faces;
+        NormalMaker maker(mesh, positions, &faces);
+        if (!maker.measureTriangles())
+            return {};
+        VertexSplitter splitter(mesh, true);
+        maker.setNormals(needsSides, &splitter);
+        if (needsSides)
+            projectOntoBox(mesh, splitter.sides());
+    } else {
+        QVector<QVector3D> faces = dropFlatTriangles(mesh);
+        if (faces.isEmpty())
+            return {};
+        const bool hasNull = normalize(&mesh->normals);
+        remark = makeSidesAgree(mesh, &faces);
+        if (hasNull || needsSides) {
+            VertexSplitter splitter(mesh, hasNull);
+            setSides(*mesh, faces, hasNull, needsSides, &splitter);
+            if (needsSides)
+                projectOntoBox(mesh, splitter.sides());
         }
     }
     for (QVector<QVector2D> *set : {&mesh->texCoords, &mesh->texCoords1}) {
@@ -456,6 +580,28 @@ QString completeMesh(ImportedMesh *mesh)
     }
     dropUnusedVertices(mesh);
     return remark;
+}
+
+void weld(ImportedMesh *mesh)
+{
+    const auto count = size_t(mesh->positions.size());
+    std::vector<meshopt_Stream> streams{{mesh->positions.constData(), sizeof(QVector3D), sizeof(QVector3D)}};
+    if (!mesh->normals.isEmpty())
+        streams.push_back({mesh->normals.constData(), sizeof(QVector3D), sizeof(QVector3D)});
+    for (const QVector<QVector2D> *set : {&mesh->texCoords, &mesh->texCoords1}) {
+        if (!set->isEmpty())
+            streams.push_back({set->constData(), sizeof(QVector2D), sizeof(QVector2D)});
+    }
+    for (const QVector<QVector4D> *set : {&mesh->colours, &mesh->tangents}) {
+        if (!set->isEmpty())
+            streams.push_back({set->constData(), sizeof(QVector4D), sizeof(QVector4D)});
+    }
+    std::vector<unsigned> remap(count);
+    const size_t welded = meshopt_generateVertexRemapMulti(
+        remap.data(), mesh->indices.constData(), size_t(mesh->indices.size()), count, streams.data(), streams.size());
+    moveVertices(mesh, remap, int(welded));
+    meshopt_remapIndexBuffer(
+        mesh->indices.data(), mesh->indices.constData(), size_t(mesh->indices.size()), remap.data());
 }
 
 void orderForCache(ImportedMesh *mesh)

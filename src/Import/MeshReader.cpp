@@ -17,27 +17,6 @@ namespace {
 
 constexpr unsigned unused = ~0u; // of vertices that no triangle has
 
-/// The texture coordinate set that a mesh's diffuse map uses, where the mesh has it.
-int diffuseSet(const aiMesh &mesh, const aiMaterial &material)
-{
-    int set = 0;
-    material.Get(AI_MATKEY_UVWSRC(aiTextureType_DIFFUSE, 0), set);
-    return set > 0 && mesh.HasTextureCoords(unsigned(set)) ? set : 0;
-}
-
-/// The first set beside the diffuse map's that one of the other maps uses, else the first that is left.
-int otherSet(const aiMesh &mesh, const aiMaterial &material, int diffuse)
-{
-    for (const aiTextureType type : {aiTextureType_EMISSIVE, aiTextureType_SPECULAR, aiTextureType_NORMALS,
-             aiTextureType_LIGHTMAP, aiTextureType_BASE_COLOR}) {
-        int set = diffuse;
-        if (material.Get(AI_MATKEY_UVWSRC(type, 0), set) == aiReturn_SUCCESS && set >= 0 && set != diffuse
-            && mesh.HasTextureCoords(unsigned(set)))
-            return set;
-    }
-    return diffuse == 0 ? 1 : 0;
-}
-
 /// What is taken of a mesh; null for what it has not.
 struct Arrays
 {
@@ -68,8 +47,11 @@ struct Arrays
 
 Arrays arraysOf(const aiMesh &mesh, const aiMaterial &material, bool hasFacetNormals)
 {
-    const int set = diffuseSet(mesh, material);
-    const int other = otherSet(mesh, material, set);
+    const TextureSets sets = textureSetsOf(material);
+    const bool hasBase = sets.base < AI_MAX_NUMBER_OF_TEXTURECOORDS && mesh.HasTextureCoords(unsigned(sets.base));
+    const bool hasOther = sets.other < AI_MAX_NUMBER_OF_TEXTURECOORDS && mesh.HasTextureCoords(unsigned(sets.other));
+    const int set = hasBase ? sets.base : 0;
+    const int other = hasOther ? sets.other : set == 0 ? 1 : 0;
     const bool hasTangents = mesh.mTangents && mesh.mBitangents && mesh.mNormals && !hasFacetNormals;
     return {mesh.mVertices, hasFacetNormals ? nullptr : mesh.mNormals, mesh.mTextureCoords[set],
         mesh.mTextureCoords[set] ? mesh.mTextureCoords[other] : nullptr, mesh.mColors[0],
@@ -157,17 +139,20 @@ MeshReading readMesh(const aiMesh &source, const aiMaterial &material, bool hasF
     const bool isUnshared = total > indices.size() / 3;
     std::vector<unsigned> remap;
     int count = total;
+    Positions positions = Positions::Any;
     if (isUnshared) {
         remap.resize(size_t(total));
         const std::vector<meshopt_Stream> streams = arrays.streams();
         count = int(meshopt_generateVertexRemapMulti(
             remap.data(), indices.constData(), size_t(indices.size()), size_t(total), streams.data(), streams.size()));
         meshopt_remapIndexBuffer(indices.data(), indices.constData(), size_t(indices.size()), remap.data());
+        if (streams.size() == 1)
+            positions = Positions::Distinct;
     }
     result.mesh = copy(arrays, remap, count, total);
     result.mesh.name = toQString(source.mName);
     result.mesh.indices = indices;
-    result.remark = completeMesh(&result.mesh);
+    result.remark = completeMesh(&result.mesh, positions);
     if (isUnshared && !result.mesh.indices.isEmpty())
         orderForCache(&result.mesh);
     return result;

@@ -6,7 +6,8 @@
 #include "GltfFile.h"
 #include "GltfReader.h"
 #include "ImportBudget.h"
-#include "ObjText.h"
+#include "ModelText.h"
+#include "PlainMesh.h"
 #include "SceneReader.h"
 
 #include <QtCore/QFile>
@@ -14,7 +15,6 @@
 #include <QtCore/QLocale>
 
 #include <limits>
-#include <optional>
 
 namespace Velmora::Kvz {
 
@@ -46,35 +46,56 @@ QString notDrawn(const ImportedScene &scene)
         + QStringLiteral(" not drawn: triangles alone are");
 }
 
+/// A line for each texture that a mesh has no coordinates for.
+QStringList missingSets(const ImportedScene &scene)
+{
+    QStringList lines;
+    for (const ImportedItem &item : scene.items) {
+        const ImportedMaterial &material = scene.materials[item.material];
+        const ImportedMesh &mesh = scene.meshes[item.mesh];
+        for (const ImportedTexture &texture :
+            {material.baseColourTexture, material.specularTexture, material.emissionTexture}) {
+            if (texture.image < 0 || texture.uvSet == 0 || !mesh.texCoords1.isEmpty())
+                continue;
+            const QString name =
+                mesh.name.isEmpty() ? QStringLiteral("a mesh") : QStringLiteral("mesh \"%1\"").arg(mesh.name);
+            lines.append(QStringLiteral("material \"%1\": texture \"%2\" is laid out by a second set of texture "
+                                        "coordinates, which %3 does not have")
+                             .arg(material.name, scene.images[texture.image].name, name));
+        }
+    }
+    lines.removeDuplicates();
+    return lines;
+}
+
 bool readWithAssimp(
     QFile *content, const ImportOptions &options, ImportBudget *budget, ImportedScene *scene, QString *problem)
 {
     const QString file = content->fileName();
-    const QFileInfo info(file);
-    std::optional<ObjText> objText;
-    if (info.suffix().compare(QLatin1String("obj"), Qt::CaseInsensitive) == 0) {
-        if (info.size() > std::numeric_limits<int>::max()) {
-            *problem = QStringLiteral("OBJ files of 2 GiB and more are not read");
-            return false;
-        }
-        const uchar *bytes = content->map(0, info.size());
-        objText.emplace(QByteArray::fromRawData(reinterpret_cast<const char *>(bytes), bytes ? int(info.size()) : 0));
+    ModelText text(content);
+    if (text.isTooLarge()) {
+        *problem = text.problem();
+        return false;
     }
-    AssimpLoader loader(file, objText ? objText->plainText() : QByteArray(), budget);
+    AssimpLoader loader(file, text.plainText(), budget);
     const aiScene *source = loader.read(problem);
     if (!source)
         return false;
     *problem = findProblem(source);
-    if (problem->isEmpty() && objText)
-        *problem = objText->problem();
+    if (problem->isEmpty())
+        *problem = text.problem();
     if (!problem->isEmpty())
         return false;
+    text.complete(source);
     source = loader.process(problem);
-    if (!source || !SceneReader(source, loader.format(), file, options, budget).read(scene, problem))
+    if (!source)
+        return false;
+    SceneReader reader(source, loader.format(), file, options, budget);
+    reader.setImagePlaces(text.imagePlaces());
+    if (!reader.read(scene, problem))
         return false;
     scene->format = loader.formatName();
-    if (objText)
-        scene->warnings = objText->libraryWarnings(file, loader.missingFiles()) + scene->warnings;
+    scene->warnings = text.warnings(loader.missingFiles()) + scene->warnings;
     return true;
 }
 
@@ -95,7 +116,7 @@ bool readContent(
                 && GltfReader(&document, content->fileName(), options, budget).read(scene, problem);
         }
     }
-    return readWithAssimp(content, options, budget, scene, problem);
+    return readPlainMesh(content, options, budget, scene) || readWithAssimp(content, options, budget, scene, problem);
 }
 
 } // namespace
@@ -142,6 +163,8 @@ bool importModel(const QString &file, const ImportOptions &options, ImportedScen
         if (!isFinite(item.modelMatrix))
             return refuse(QStringLiteral("node \"%1\" has a matrix that is not finite").arg(item.name));
     }
+    for (const QString &line : missingSets(result))
+        result.warnings.append(QStringLiteral("%1: %2").arg(file, line));
     if (!primitives.isEmpty())
         result.warnings.append(QStringLiteral("%1: %2").arg(file, primitives));
     if (!(options.scaleInto >= 0) || (options.scaleInto > 0 && !scaleInto(&result, options.scaleInto)))

@@ -2,6 +2,7 @@
 #include "ObjText.h"
 
 #include "FileNames.h"
+#include "TextScan.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -13,37 +14,6 @@
 namespace Velmora::Kvz {
 
 namespace {
-
-bool isSpace(char c)
-{
-    return c == ' ' || c == '\t' || c == '\r';
-}
-
-const char *skipSpaces(const char *at, const char *end)
-{
-    while (at != end && isSpace(*at))
-        ++at;
-    return at;
-}
-
-const char *skipWord(const char *at, const char *end)
-{
-    while (at != end && !isSpace(*at))
-        ++at;
-    return at;
-}
-
-/// The number at `at`, which is moved behind it; 0 where there is none.
-qint64 readInteger(const char **at, const char *end)
-{
-    const bool negative = *at != end && **at == '-';
-    if (*at != end && (**at == '-' || **at == '+'))
-        ++*at;
-    qint64 value = 0;
-    for (; *at != end && **at >= '0' && **at <= '9'; ++*at)
-        value = std::min<qint64>(value * 10 + (**at - '0'), qint64(1) << 48);
-    return negative ? -value : value;
-}
 
 /// The lines that hold numbers, where a comment may follow.
 bool holdsNumbers(const QByteArray &keyword)
@@ -169,10 +139,7 @@ void ObjText::readLine(const char *begin, const char *end)
 void ObjText::readNumbers(const char *begin, const char *end, int fewest)
 {
     int count = 0;
-    char before = ' ';
-    for (const char *at = begin; at != end; before = *at++) {
-        if (!isSpace(before) || isSpace(*at))
-            continue;
+    for (const char *at = skipSpaces(begin, end); at != end; at = skipSpaces(skipWord(at, end), end)) {
         ++count;
         m_isOdd |= *at == '.' || *at == '#';
     }
@@ -187,7 +154,8 @@ void ObjText::readFace(const char *begin, const char *end)
             m_isOdd = true;
             return;
         }
-        readInteger(&at, end);
+        while (at != end && *at != '/' && !isSpace(*at)) // assimp tells of these itself
+            ++at;
         for (int i = 0; i < 2 && at != end && *at == '/'; ++i) {
             ++at;
             if (at != end && *at != '/' && !isSpace(*at))

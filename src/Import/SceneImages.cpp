@@ -6,9 +6,42 @@
 #include <QtCore/QBuffer>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
+#include <QtCore/QStringList>
 #include <QtCore/QUrl>
 
 namespace Velmora::Kvz {
+
+namespace {
+
+/// The files below a directory whose relative path is this one, but for upper and lower case.
+QStringList filesInAnyCase(const QDir &directory, const QString &path)
+{
+    if (QDir::isAbsolutePath(path))
+        return {};
+    QStringList found{QString()};
+    const QStringList parts = path.split(QLatin1Char('/'));
+    for (int i = 0; i < parts.size(); ++i) {
+        QStringList next;
+        for (const QString &folder : qAsConst(found)) {
+            if (parts[i].isEmpty() || parts[i] == QLatin1String(".") || parts[i] == QLatin1String("..")) {
+                next.append(folder + parts[i] + QLatin1Char('/'));
+                continue;
+            }
+            const bool isLast = i + 1 == parts.size();
+            const QStringList entries =
+                QDir(directory.filePath(folder))
+                    .entryList(isLast ? QDir::Files : QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+            for (const QString &entry : entries) {
+                if (entry.compare(parts[i], Qt::CaseInsensitive) == 0)
+                    next.append(folder + entry + (isLast ? QString() : QStringLiteral("/")));
+            }
+        }
+        found = next;
+    }
+    return found;
+}
+
+} // namespace
 
 SceneImages::SceneImages(const QString &file, ImportBudget *budget, ImportedScene *scene)
     : m_file(file),
@@ -54,6 +87,13 @@ int SceneImages::missing(const QString &name, const QString &reason, ImportedIma
     return number >= 0 ? number : add(name, {QImage(), reason}, use, material);
 }
 
+void SceneImages::warn(const QString &name, const QString &text, const QString &material)
+{
+    const QString names = m_places.value(name, {name}).join(QStringLiteral("\", \""));
+    m_scene->warnings.append(
+        QStringLiteral("%1: material \"%2\": texture \"%3\" %4").arg(m_file, material, names, text));
+}
+
 int SceneImages::known(const QString &name, ImportedImage::Use use)
 {
     const int number = m_numbers.value(name, -1);
@@ -64,13 +104,10 @@ int SceneImages::known(const QString &name, ImportedImage::Use use)
 
 int SceneImages::add(const QString &name, const DecodedImage &decoded, ImportedImage::Use use, const QString &material)
 {
-    if (!decoded.remark.isEmpty()) {
-        m_scene->warnings.append(QStringLiteral("%1: material \"%2\": texture \"%3\" %4%5")
-                                     .arg(m_file, material, name, decoded.remark,
-                                         decoded.image.isNull() ? QStringLiteral("; white is used") : QString()));
-    }
+    if (!decoded.remark.isEmpty())
+        warn(name, decoded.remark + (decoded.image.isNull() ? QStringLiteral("; white is used") : QString()), material);
     const int number = m_scene->images.size();
-    m_scene->images.append({name, decoded.image, use});
+    m_scene->images.append({m_places.value(name, {name}).first(), decoded.image, use});
     m_numbers.insert(name, number);
     return number;
 }
@@ -80,17 +117,47 @@ DecodedImage SceneImages::decodeFile(const QString &path)
     m_budget->report(ImportProgress::Images, m_scene->images.size() + 1, 0);
     if (!m_budget->isTimeLeft())
         return {};
+    DecodedImage result{QImage(), QStringLiteral("is not there")};
+    for (const QString &name : m_places.value(path, {path})) {
+        QString remark;
+        QFile file(fileOf(name, &remark));
+        if (file.fileName().isEmpty()) {
+            if (!remark.isEmpty())
+                result.remark = remark;
+            continue;
+        }
+        if (file.open(QIODevice::ReadOnly))
+            result = decodeImage(&file, m_budget->imageSide());
+        else
+            result.remark = QStringLiteral("cannot be read (%1)").arg(file.errorString());
+        if (!result.image.isNull())
+            break;
+    }
+    return result;
+}
+
+/// The file that a path means; empty, at times with a remark, where there is none.
+QString SceneImages::fileOf(const QString &path, QString *remark) const
+{
     const QString slashed = QString(path).replace(QLatin1Char('\\'), QLatin1Char('/'));
     const QString unescaped = QUrl::fromPercentEncoding(slashed.toUtf8());
-    for (const QString &candidate : {slashed, unescaped, QFileInfo(slashed).fileName()}) {
-        QFile file(m_directory.filePath(candidate));
-        if (!QFileInfo(file).isFile())
-            continue;
-        if (!file.open(QIODevice::ReadOnly))
-            return {QImage(), QStringLiteral("cannot be read (%1)").arg(file.errorString())};
-        return decodeImage(&file, m_budget->imageSide());
+    const QStringList candidates{slashed, unescaped, QFileInfo(slashed).fileName()};
+    for (const QString &candidate : candidates) {
+        if (QFileInfo(m_directory.filePath(candidate)).isFile())
+            return m_directory.filePath(candidate);
     }
-    return {QImage(), QStringLiteral("is not there")};
+    // Made where upper and lower case are the same.
+    for (const QString &candidate : candidates) {
+        const QStringList matches = filesInAnyCase(m_directory, candidate);
+        if (matches.size() == 1)
+            return m_directory.filePath(matches.first());
+        if (matches.size() > 1) {
+            *remark = QStringLiteral("is not there, and %1 differ from it by upper and lower case alone")
+                          .arg(QStringLiteral("\"%1\"").arg(matches.join(QStringLiteral("\", \""))));
+            return {};
+        }
+    }
+    return {};
 }
 
 } // namespace Velmora::Kvz

@@ -320,7 +320,7 @@ void SceneReader::readItems(int node)
             ImportedPrimitives set = (kind == 0 ? m_points : m_lines)[int(sourceMesh)];
             if (set.positions.isEmpty())
                 continue;
-            set.material = materialNumber(sourceMaterial, !set.colours.isEmpty());
+            set.material = materialNumber(sourceMaterial, coloursOf(set.colours));
             set.modelMatrix = place;
             (kind == 0 ? m_scene.pointSets : m_scene.lineSets).append(set);
         }
@@ -329,7 +329,7 @@ void SceneReader::readItems(int node)
         ImportedItem item;
         item.name = m_scene.nodes[node].name;
         item.mesh = mesh;
-        item.material = materialNumber(sourceMaterial, !m_scene.meshes[mesh].colours.isEmpty());
+        item.material = materialNumber(sourceMaterial, coloursOf(m_scene.meshes[mesh].colours));
         item.node = node;
         item.modelMatrix = place;
         item.featureFlags = m_flags.of(m_scene, item.material, mesh);
@@ -351,6 +351,9 @@ int SceneReader::meshNumber(unsigned sourceNumber)
         m_scene.warnings.append(
             QStringLiteral("%1: %2: points and lines at positions that are not finite numbers are left out (%3)")
                 .arg(m_file, meshName(source), QString::number(leftOut)));
+    if (source.HasVertexColors(1))
+        m_scene.warnings.append(QStringLiteral("%1: %2: of its sets of vertex colours the first alone is read")
+                                    .arg(m_file, meshName(source)));
     const MeshReading reading = readMesh(source, *m_source->mMaterials[source.mMaterialIndex], m_format == "stl");
     if (reading.cutFaces > 0 && !hasPrimitives(source))
         m_scene.warnings.append(
@@ -369,14 +372,21 @@ int SceneReader::meshNumber(unsigned sourceNumber)
     return number;
 }
 
-int SceneReader::materialNumber(unsigned sourceNumber, bool isColoured)
+VertexColours SceneReader::coloursOf(const QVector<QVector4D> &colours)
 {
-    const auto key = qMakePair(sourceNumber, isColoured);
+    const auto known = m_colours.constFind(colours.constData());
+    return known != m_colours.constEnd() ? known.value()
+                                         : *m_colours.insert(colours.constData(), vertexColoursOf(colours));
+}
+
+int SceneReader::materialNumber(unsigned sourceNumber, VertexColours colours)
+{
+    const auto key = qMakePair(sourceNumber, int(colours));
     const auto known = m_materialNumbers.constFind(key);
     if (known != m_materialNumbers.constEnd())
         return known.value();
     const int number = m_scene.materials.size();
-    m_scene.materials.append(m_materials.read(*m_source->mMaterials[sourceNumber], isColoured));
+    m_scene.materials.append(m_materials.read(*m_source->mMaterials[sourceNumber], colours));
     m_materialNumbers.insert(key, number);
     return number;
 }

@@ -31,6 +31,8 @@ public:
     SceneReader(const aiScene *source, const QByteArray &format, const QString &file, const ImportOptions &options,
         ImportBudget *budget);
 
+    /// Paths of images that stand for several places each.
+    void setImagePlaces(const QHash<QString, QStringList> &places) { m_images.setPlaces(places); }
     /// False with a problem. Cut short where the budget has no time left, which its own problem says.
     bool read(ImportedScene *scene, QString *problem);
 
@@ -43,7 +45,8 @@ private:
     void readCameras();
     void readLights();
     int meshNumber(unsigned sourceNumber);
-    int materialNumber(unsigned sourceNumber, bool isColoured);
+    VertexColours coloursOf(const QVector<QVector4D> &colours);
+    int materialNumber(unsigned sourceNumber, VertexColours colours);
 
     const aiScene *m_source;
     QByteArray m_format;
@@ -60,7 +63,8 @@ private:
     QVector<QMatrix4x4> m_world; // by node
     QHash<unsigned, QMatrix4x4> m_skins; // by assimp's index of a mesh: its place in bind pose
     QHash<unsigned, int> m_meshNumbers; // by assimp's index, what nodes use alone; -1: no triangles
-    QHash<QPair<unsigned, bool>, int> m_materialNumbers; // by assimp's index and whether the mesh has colours
+    QHash<QPair<unsigned, int>, int> m_materialNumbers; // by assimp's index and the VertexColours of the mesh
+    QHash<const QVector4D *, VertexColours> m_colours; // by where they lie: nodes share meshes
     QVector<ImportedPrimitives> m_points; // one for each mesh of assimp; without positions where it has none
     QVector<ImportedPrimitives> m_lines;
 };

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: MIT
+#include "ModelText.h"
+
+#include <assimp/scene.h>
+
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+
+#include <limits>
+
+namespace Velmora::Kvz {
+
+ModelText::ModelText(QFile *file)
+    : m_file(file->fileName())
+{
+    const QString suffix = QFileInfo(m_file).suffix().toLower();
+    if (suffix == QLatin1String("ply") && file->seek(0))
+        m_ply = readPlyHeader(file->peek(65536));
+    if (suffix != QLatin1String("obj") && suffix != QLatin1String("off") && suffix != QLatin1String("x3d"))
+        return;
+    if (file->size() > std::numeric_limits<int>::max()) {
+        m_problem = QStringLiteral("%1 files of 2 GiB and more are not read").arg(suffix.toUpper());
+        return;
+    }
+    const uchar *bytes = file->map(0, file->size());
+    const auto text = QByteArray::fromRawData(reinterpret_cast<const char *>(bytes), bytes ? int(file->size()) : 0);
+    if (suffix == QLatin1String("obj"))
+        m_obj.emplace(text);
+    else if (suffix == QLatin1String("off"))
+        m_off.emplace(text);
+    else
+        m_x3d.emplace(text, m_file);
+}
+
+QString ModelText::problem() const
+{
+    return m_obj ? m_obj->problem() : m_off ? m_off->problem() : m_problem;
+}
+
+QByteArray ModelText::plainText() const
+{
+    return m_obj ? m_obj->plainText() : m_off ? m_off->plainText() : m_x3d ? m_x3d->plainText() : QByteArray();
+}
+
+void ModelText::complete(const aiScene *scene)
+{
+    if (m_off && m_off->hasColours() && scene->mNumMeshes == 1)
+        m_off->colourFaces(scene->mMeshes[0]);
+}
+
+QHash<QString, QStringList> ModelText::imagePlaces() const
+{
+    return m_x3d ? m_x3d->imagePlaces() : QHash<QString, QStringList>();
+}
+
+QStringList ModelText::warnings(const QStringList &missingFiles) const
+{
+    if (m_obj)
+        return m_obj->libraryWarnings(m_file, missingFiles);
+    if (m_x3d)
+        return m_x3d->warnings();
+    QStringList lines;
+    for (const PlyHeader::Element &element : m_ply.elements) {
+        for (const PlyHeader::Property &property : element.properties) {
+            if (element.name == "face" && property.name == "red")
+                lines.append(QStringLiteral("%1: the colours of its faces are not read").arg(m_file));
+        }
+    }
+    for (const QString &line : m_off ? m_off->warnings() : QStringList())
+        lines.append(QStringLiteral("%1: %2").arg(m_file, line));
+    return lines;
+}
+
+} // namespace Velmora::Kvz

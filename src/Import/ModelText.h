@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "ObjText.h"
+#include "OffText.h"
+#include "PlyHeader.h"
+#include "X3dText.h"
+
+#include <optional>
+
+class QFile;
+struct aiScene;
+
+namespace Velmora::Kvz {
+
+/// The text of a model file, of the formats where assimp keeps something to itself or reads legal text wrongly.
+class ModelText
+{
+public:
+    /// Looks through a file of one of these formats; others are passed over. The file stays mapped.
+    explicit ModelText(QFile *file);
+
+    /// Whether the file is too large to be looked through; the problem says so.
+    bool isTooLarge() const { return !m_problem.isEmpty(); }
+    /// What is wrong with the file, in one line; empty when nothing is.
+    QString problem() const;
+    /// The text as assimp reads it rightly. Null where the file is already so.
+    QByteArray plainText() const;
+    /// Adds to what assimp read, before it is triangulated, what it left out.
+    void complete(const aiScene *scene);
+    /// Paths of images that stand for several places each.
+    QHash<QString, QStringList> imagePlaces() const;
+    /// What there is to say, a line each, given the files that could not be opened.
+    QStringList warnings(const QStringList &missingFiles) const;
+
+private:
+    QString m_file;
+    QString m_problem;
+    PlyHeader m_ply;
+    std::optional<ObjText> m_obj;
+    std::optional<OffText> m_off;
+    std::optional<X3dText> m_x3d;
+};
+
+} // namespace Velmora::Kvz
