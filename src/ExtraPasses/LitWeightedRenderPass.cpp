@@ -30,9 +30,8 @@ namespace Velmora::Kvz {
 
 namespace {
 
-// Weights are 256 at most, so 255 opaque white layers stay below the 65504 that half floats end at, and 1 at least, so that an
-// opacity of 1/255 stays within their precision. The ratio of 2^8 is where stacks of random layers come closest to compositing
-// in order.
+// Weights go from 4 to 1 times the opacity. At this ratio the mean error over random stacks of faint, middling and strong layers, against
+// compositing in order, is least; steeper ones hide a pane of glass behind another one.
 const QString layerSource = QStringLiteral(R"(#version 150
 #include "SurfaceShading.glslh"
 uniform vec2 u_DepthRange; // Where it begins, and 1 over its length.
@@ -47,7 +46,7 @@ void main()
     vec3 normal = surfaceNormal(surface, vo_Normal, gl_FrontFacing);
     vec3 shaded = clamp(shadeSurface(surface, vo_Position, normal, directionToEye(vo_Position)), 0.0, 1.0);
     float place = clamp((-vo_Position.z - u_DepthRange.x) * u_DepthRange.y, 0.0, 1.0);
-    float weight = surface.opacity * exp2(8.0 - 8.0 * place);
+    float weight = surface.opacity * exp2(2.0 - 2.0 * place);
     out_FragColor[0] = vec4(shaded * weight, surface.opacity);
     out_FragColor[1] = vec4(weight);
 }

@@ -108,7 +108,7 @@ struct Weights
         double weights = 0;
         for (const Layer &layer : layers) {
             const double place = (layer.viewDepth - first) / (last - first);
-            const double weight = std::exp2(8 - 8 * place);
+            const double weight = std::exp2(2 - 2 * place);
             for (size_t i = 0; i < 3; ++i)
                 result[i] += weight * layer.colour[i];
             weights += weight * layer.colour[3];
@@ -236,16 +236,16 @@ TEST_F(LitWeightedRenderPassTest, drawsLayersInAnyOrderAlike)
 
 TEST_F(LitWeightedRenderPassTest, weighsByTheDepthWithinTheTransparentItems)
 {
-    // Across the whole range, the nearer of two equal opacities counts 2^8 times as much, however short the range is.
+    // Across the whole range, the nearer of two equal opacities counts 2^2 times as much, however short the range is.
     const MaterialData red = flatGlass({1, 0, 0}, 0.5f);
     const MaterialData blue = flatGlass({0, 0, 1}, 0.5f);
     for (const float half : {0.9f, 1e-3f}) {
         const QVector4D pixel = drawWalls({{half, red}, {-half, blue}});
-        EXPECT_NEAR(double(pixel.x()), 0.75 * 256 / 257, halfTolerance) << half;
-        EXPECT_NEAR(double(pixel.z()), 0.75 / 257, halfTolerance) << half;
+        EXPECT_NEAR(double(pixel.x()), 0.75 * 4 / 5, halfTolerance) << half;
+        EXPECT_NEAR(double(pixel.z()), 0.75 / 5, halfTolerance) << half;
     }
-    // Halfway it counts 2^4 times as much.
-    EXPECT_NEAR(double(drawWalls({{0.8f, red}, {0, blue}, {-0.8f, flatGlass({0, 1, 0}, 0.001f)}}).z()), 0.75 / (1 + 16),
+    // Halfway it counts twice as much.
+    EXPECT_NEAR(double(drawWalls({{0.8f, red}, {0, blue}, {-0.8f, flatGlass({0, 1, 0}, 0.001f)}}).z()), 0.75 / (1 + 2),
         2 * halfTolerance);
     // Opaque items, and what lies behind the camera, are not part of the range.
     LitScene scene;
@@ -262,7 +262,7 @@ TEST_F(LitWeightedRenderPassTest, weighsByTheDepthWithinTheTransparentItems)
     const QSize size(4, 4);
     const QVector4D pixel = draw(scene.build(), size, QMatrix4x4(), perspective(size, 0.05f, 20)).pixel(1, 2);
     // The range goes from the camera to 0.5 in front of it, so 0.1 is a fifth.
-    EXPECT_NEAR(double(pixel.z()), 0.75 / (1 + std::exp2(8 * 0.8)), halfTolerance);
+    EXPECT_NEAR(double(pixel.z()), 0.75 / (1 + std::exp2(2 * 0.8)), halfTolerance);
 }
 
 TEST_F(LitWeightedRenderPassTest, aSceneLooksAlikeAtAnyScale)
@@ -297,9 +297,11 @@ TEST_F(LitWeightedRenderPassTest, hundredsOfLayersRightBeforeTheEyeStayFinite)
             walls.append({-0.9f, flatGlass({0, 0, 0}, 0.5f)});
             const QVector4D pixel = drawWalls(walls);
             const double through = std::pow(1 - double(opacity), layers) * 0.5;
+            const double white = 4 * double(opacity) * layers; // Beside the black one's weight of 0.5.
+            const double expected = (1 - through) * white / (white + 0.5);
             EXPECT_NEAR(double(pixel.w()), through, 4e-3) << layers << " of " << opacity;
             for (int i = 0; i < 3; ++i)
-                EXPECT_NEAR(double(pixel[i]), 1 - through, 0.02) << layers << " of " << opacity;
+                EXPECT_NEAR(double(pixel[i]), expected, 0.01) << layers << " of " << opacity;
         }
     }
 }

@@ -69,8 +69,8 @@ bool isMissing(const QVariant &value, ValueType type)
     }
 }
 
-/// Whether a pass would present to the default framebuffer, and the context has none: one without a surface.
-bool presentsNowhere(const PassSlot &slot)
+/// Whether a pass presents to the default framebuffer.
+bool presentsToScreen(const PassSlot &slot)
 {
     if (!slot.info->traits.testFlag(PassTrait::Presents))
         return false;
@@ -80,12 +80,7 @@ bool presentsNowhere(const PassSlot &slot)
         if (isDestination && !isMissing(slot.inputValue(i), input.type))
             return false;
     }
-    GLint bound = 0;
-    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &bound);
-    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, 0);
-    const bool isThere = glCheckFramebufferStatus(GL_DRAW_FRAMEBUFFER) != GL_FRAMEBUFFER_UNDEFINED;
-    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, GLuint(bound));
-    return !isThere;
+    return true;
 }
 
 } // namespace
@@ -135,7 +130,7 @@ void FrameRunner::run(PassSlot *slot, int index)
     m_manager->setHolderLabel(slot->name);
     TextureReferences references(m_manager);
     const InputInfo *missing = setInputs(slot, &references);
-    const bool isNowhere = slot->enabled && !missing && presentsNowhere(*slot);
+    const bool isNowhere = slot->enabled && !missing && presentsToScreen(*slot) && !hasScreen();
     if (slot->enabled && (missing || isNowhere) && !slot->saidMissing) {
         slot->saidMissing = true;
         KVZ_WARNING(
@@ -151,6 +146,20 @@ void FrameRunner::run(PassSlot *slot, int index)
     references.balance(*slot);
     m_times->endPass(slot);
     m_results->capture(slot);
+}
+
+/// Whether the context has a default framebuffer; one without a surface has none. The driver is asked until it has one, so that
+/// frames that are seen do not ask.
+bool FrameRunner::hasScreen()
+{
+    if (m_hasScreen)
+        return true;
+    GLint bound = 0;
+    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &bound);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, 0);
+    m_hasScreen = glCheckFramebufferStatus(GL_DRAW_FRAMEBUFFER) != GL_FRAMEBUFFER_UNDEFINED;
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, GLuint(bound));
+    return m_hasScreen;
 }
 
 /// Gives a pass its inputs and the numbers of its users. Returns a required input that is missing.

@@ -31,7 +31,11 @@ public:
     void setAdvancesModels(bool advances) { m_advancesModels = advances; }
     /// Asks the driver of a new context what it can do.
     void enterContext();
-    void leaveContext() { m_lastSize = QSize(); }
+    void leaveContext()
+    {
+        m_lastSize = QSize();
+        m_hasScreen = false;
+    }
 
     /// \name The steps of a frame, in order
     /// @{
@@ -51,6 +55,7 @@ private:
     void run(PassSlot *slot, int index);
     const InputInfo *setInputs(PassSlot *slot, TextureReferences *references) const;
     void start(PassSlot *slot, int index, bool runs) const;
+    bool hasScreen();
     QSize viewportOf(const PassSlot &slot) const;
     static void reportFailure(PassSlot *slot, bool isKnown);
     bool reportRefusals(PassSlot *slot);
@@ -61,6 +66,7 @@ private:
     QColor m_clearColor{0, 0, 0, 0};
     bool m_advancesModels = true;
     bool m_hasDebugGroups = false;
+    bool m_hasScreen = false; ///< The context was seen to have one.
     QSize m_lastSize;
     QSize m_size;
     float m_sceneSize = 0;
