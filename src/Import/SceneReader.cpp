@@ -237,13 +237,14 @@ void SceneReader::readAnimations()
     }
 }
 
-/// The matrix that turns the file upright. Loaders turn COLLADA and 3DS themselves; of FBX they tell the axis alone.
+/// The matrix that turns the file upright. Loaders turn COLLADA themselves, and 3DS too, which names no axis; of FBX they tell the
+/// axis alone.
 bool SceneReader::findRoot(QMatrix4x4 *root, QString *problem)
 {
-    const bool isTurned = m_format == "dae" || m_format == "3ds";
+    const bool isTurned = m_format == "dae";
     const QMatrix4x4 loaders = m_scene.nodes[0].matrix;
     if (m_format == "3ds") {
-        m_scene.upAxis = QStringLiteral("z");
+        m_scene.nodes[0].matrix = withoutRotation(loaders);
     } else if (m_format == "dae") {
         const QVector3D up = loaders.transposed().mapVector(QVector3D(0, 1, 0)).normalized();
         m_scene.upAxis = up.z() > 0.9f ? QStringLiteral("z")
