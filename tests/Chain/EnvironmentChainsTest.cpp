@@ -168,8 +168,9 @@ TEST_F(EnvironmentChainsTest, theBackdropGoesBehindTheModelAndIntoItsFloor)
     const Image image = output("backdrop");
     for (int y = 0; y < size.height(); ++y) {
         for (int x = 0; x < size.width(); ++x) {
-            if (int(ids.at(x, y)[3]) == 1)
+            if (int(ids.at(x, y)[3]) == 1) {
                 ASSERT_LT((image.pixel(x, y) - shading.pixel(x, y)).length(), 4e-3f) << "no floor before it is named";
+            }
         }
     }
     ASSERT_TRUE(chain.setValue("backdrop", "Kvz_int_FloorMaterialId", 0));
