@@ -77,6 +77,19 @@ QVector<quint32> linesOf(const QVector<quint32> &corners, int mode)
     return lines;
 }
 
+/// Whether any primitive has another material in a variant.
+bool hasVariants(const tinygltf::Model &document)
+{
+    for (const tinygltf::Mesh &mesh : document.meshes) {
+        for (const tinygltf::Primitive &primitive : mesh.primitives) {
+            const tinygltf::Value &mappings = extensionOf(primitive.extensions, "KHR_materials_variants");
+            if (mappings.IsObject() && mappings.Get("mappings").ArrayLen() > 0)
+                return true;
+        }
+    }
+    return false;
+}
+
 template <typename T> void repeatCorners(QVector<T> *array, const QVector<quint32> &corners)
 {
     if (array->isEmpty())
@@ -155,7 +168,7 @@ bool GltfReader::read(ImportedScene *scene, QString *problem)
     }
     for (const QString &line : undrawnExtensions(m_document->document()))
         warn(line);
-    if (!m_scene.variants.isEmpty())
+    if (hasVariants(m_document->document()))
         warn(QStringLiteral(
             "its variants (KHR_materials_variants) are left out: the materials drawn are those of none"));
     const bool isTransmissive = std::any_of(m_scene.materials.cbegin(), m_scene.materials.cend(),

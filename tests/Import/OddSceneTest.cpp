@@ -219,12 +219,21 @@ TEST(OddSceneTest, extensionsThatAreNotDrawnAreNamedInOneLine)
     EXPECT_EQ(
         importMaterial(withExtension("KHR_materials_clearcoat", {{"clearcoatFactor", 0}})).warnings, QStringList());
 
-    Doc document;
-    document.setSquare();
-    document.root["extensions"] = QJsonObject{{"KHR_materials_variants",
-        QJsonObject{{"variants", QJsonArray{QJsonObject{{"name", "red"}}, QJsonObject{{"name", "blue"}}}}}}};
-    EXPECT_EQ(importDocument(document).warnings,
-        QStringList("its variants (KHR_materials_variants) are left out: the materials drawn are those of none"));
+    for (const bool isUsed : {true, false}) {
+        Doc document;
+        QJsonObject square{{"attributes", document.square()}, {"indices", document.squareIndices()}};
+        const QJsonObject mapping{{"material", 0}, {"variants", QJsonArray{1}}};
+        if (isUsed)
+            square["extensions"] =
+                QJsonObject{{"KHR_materials_variants", QJsonObject{{"mappings", QJsonArray{mapping}}}}};
+        document.setPrimitive(square);
+        document.root["materials"] = QJsonArray{QJsonObject()};
+        document.root["extensions"] = QJsonObject{{"KHR_materials_variants",
+            QJsonObject{{"variants", QJsonArray{QJsonObject{{"name", "red"}}, QJsonObject{{"name", "blue"}}}}}}};
+        const QString line =
+            QStringLiteral("its variants (KHR_materials_variants) are left out: the materials drawn are those of none");
+        EXPECT_EQ(importDocument(document).warnings, isUsed ? QStringList(line) : QStringList());
+    }
 }
 
 TEST(OddSceneTest, trianglesOfGltfWithoutNormalsAreFlat)
