@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 namespace Velmora::Kvz {
@@ -49,6 +50,25 @@ void bringToUsualSize(ImportedScene *scene)
         scaleInto(scene, 4);
 }
 
+/// Whether each row of a picture has one colour.
+bool isPlain(const QImage &image)
+{
+    const int bytes = image.depth() / 8;
+    for (int y = 0; y < image.height(); ++y) {
+        const uchar *const line = image.constScanLine(y);
+        // Each pixel is the one before it.
+        if (image.width() > 1 && std::memcmp(line, line + bytes, size_t(image.width() - 1) * size_t(bytes)) != 0)
+            return false;
+    }
+    return true;
+}
+
+/// Whether a camera frames the model with some of the background beside it.
+bool isFramed(const CameraChoice &camera)
+{
+    return camera.fileCamera.isEmpty() && !camera.view.hasEye && !camera.view.hasTarget && camera.view.distance >= 1;
+}
+
 /// The shader files of a chain that can change: not those within the program.
 QStringList filesToWatch(const RenderChain &chain)
 {
@@ -67,6 +87,7 @@ public:
         : m_options(options),
           m_pictures(pictures),
           m_scales(resolved.has(PassTrait::Obscures) && !options.hasPlaces()),
+          m_shades(resolved.has(PassTrait::Shades) && resolved.has(PassTrait::Presents)),
           m_renderer(options, resolved),
           m_progress(pictures.size(), options.samples)
     { }
@@ -82,6 +103,7 @@ private:
     const RenderOptions &m_options;
     const QVector<Picture> &m_pictures;
     const bool m_scales; ///< Models come to a usual size.
+    const bool m_shades; ///< The chain shows a shaded model.
     PictureRenderer m_renderer;
     ProgressBar m_progress;
     TimingTable m_times;
@@ -143,6 +165,10 @@ QString RenderCall::drawAndWrite(const Picture &picture)
         return error;
     const QImage image = m_renderer.image();
     m_phases.draw = m_clock.lap();
+    if (m_shades && !image.isNull() && isFramed(m_options.cameras[picture.camera]) && isPlain(image))
+        warn(QStringLiteral("%1: nothing of it stands out from the background of %2")
+                 .arg(displayName(m_options.models[picture.model]),
+                     m_options.writesToStandardOutput() ? QStringLiteral("the picture") : picture.file));
     if (!writeResults(image, m_renderer.chain(), picture, m_options, &error))
         return error;
     m_phases.write = m_clock.lap();

@@ -14,8 +14,8 @@ namespace {
 
 float component(const std::vector<double> &values, size_t index, double fallback)
 {
-    const double value = index < values.size() ? values[index] : fallback;
-    return std::isfinite(value) ? float(value) : float(fallback);
+    const float value = float(index < values.size() ? values[index] : fallback);
+    return std::isfinite(value) ? value : float(fallback);
 }
 
 QVector4D vectorOf(const tinygltf::Value &object, const char *key, const QVector4D &fallback)
@@ -84,6 +84,7 @@ ImportedMaterial GltfMaterials::read(int number, bool isColoured)
     material.alphaCutoff = std::isfinite(source.alphaCutoff) ? float(source.alphaCutoff) : 0.5f;
     material.isDoubleSided = source.doubleSided;
     material.isMetallicRoughness = true;
+    material.isUnlit = source.extensions.count("KHR_materials_unlit") > 0;
     for (int i = 0; i < 4; ++i)
         material.baseColour[i] = component(pbr.baseColorFactor, size_t(i), 1);
     material.metallic = unitInterval(pbr.metallicFactor);
@@ -100,21 +101,65 @@ ImportedMaterial GltfMaterials::read(int number, bool isColoured)
     material.metallicRoughnessTexture = read(pbr.metallicRoughnessTexture, ImportedImage::Data);
     material.normalTexture = read(source.normalTexture, ImportedImage::Data);
     material.occlusionTexture = read(source.occlusionTexture, ImportedImage::Data);
+    m_images->setStandIn(SceneImages::nothingEmitted());
     material.emissionTexture = read(source.emissiveTexture, ImportedImage::Colour);
+    m_images->setStandIn(SceneImages::white());
+    // White in its place would make the whole surface shine.
+    if (source.emissiveTexture.index >= 0 && m_images->at(material.emissionTexture.image).isNull())
+        material.emission = QVector3D();
 
     const QImage map = m_images->at(material.metallicRoughnessTexture.image);
     setPhongFromMetallic(&material, map, map);
     readExtensions(source, &material);
     material.mapKd = m_images->at(material.baseColourTexture.image);
     material.d = material.alphaMode == ImportedMaterial::Blend ? qBound(0.0f, material.baseColour.w(), 1.0f) : 1;
+    if (material.transmission > 0)
+        setOpacity(source, &material);
     return material;
+}
+
+/// Blends a surface that light passes. A fifth stays, as the passes draw none of the reflections that glass is seen by; metals
+/// transmit nothing.
+void GltfMaterials::setOpacity(const tinygltf::Material &source, ImportedMaterial *material)
+{
+    const float passing = 0.8f * material->transmission * (1 - material->metallic);
+    if (material->alphaMode == ImportedMaterial::Mask || passing <= 0)
+        return;
+    if (material->alphaMode == ImportedMaterial::Opaque) // the alpha of its image does not count
+        material->mapKd = material->mapKd.convertToFormat(QImage::Format_RGB32);
+    material->alphaMode = ImportedMaterial::Blend;
+    const tinygltf::Value &extension = extensionOf(source.extensions, "KHR_materials_transmission");
+    QImage map;
+    if (extension.Has("transmissionTexture")) {
+        const ImportedTexture part = texture(extension.Get("transmissionTexture"), ImportedImage::Data, material->name);
+        map = m_images->at(part.image).convertToFormat(QImage::Format_RGB32);
+    }
+    if (map.isNull()) {
+        material->d *= 1 - passing;
+        return;
+    }
+    // By the coordinates of the base colour, whose alpha it becomes.
+    const QImage colour = material->mapKd.convertToFormat(QImage::Format_ARGB32);
+    const QSize size = colour.isNull() ? map.size() : colour.size();
+    map = map.scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation).convertToFormat(QImage::Format_RGB32);
+    QImage opacity(size, QImage::Format_ARGB32);
+    for (int y = 0; y < size.height(); ++y) {
+        const QRgb *const from = reinterpret_cast<const QRgb *>(map.constScanLine(y));
+        const QRgb *const own = colour.isNull() ? nullptr : reinterpret_cast<const QRgb *>(colour.constScanLine(y));
+        QRgb *const to = reinterpret_cast<QRgb *>(opacity.scanLine(y));
+        for (int x = 0; x < size.width(); ++x) {
+            const float alpha = float(own ? qAlpha(own[x]) : 255) * (1 - passing * float(qRed(from[x])) / 255);
+            to[x] = qRgba(255, 255, 255, qRound(alpha));
+        }
+    }
+    material->mapKd = withOpacity(material->mapKd, opacity);
 }
 
 void GltfMaterials::readExtensions(const tinygltf::Material &source, ImportedMaterial *material)
 {
     const tinygltf::ExtensionMap &all = source.extensions;
-    material->isUnlit = all.count("KHR_materials_unlit") > 0;
-    material->emission *= float(numberOf(extensionOf(all, "KHR_materials_emissive_strength"), "emissiveStrength", 1));
+    const float strength = float(numberOf(extensionOf(all, "KHR_materials_emissive_strength"), "emissiveStrength", 1));
+    material->emission *= std::isfinite(strength) ? strength : 1;
     material->refractiveIndex = float(numberOf(extensionOf(all, "KHR_materials_ior"), "ior", 1.5));
     material->transmission =
         unitInterval(numberOf(extensionOf(all, "KHR_materials_transmission"), "transmissionFactor", 0));
@@ -136,7 +181,8 @@ void GltfMaterials::readExtensions(const tinygltf::Material &source, ImportedMat
     // As for metals and plastics: a sharp highlight is bright, a broad one fades.
     const QVector3D reflectance = vectorOf(specular, "specularFactor", QVector4D(1, 1, 1, 0)).toVector3D();
     const float strongest = std::max({reflectance.x(), reflectance.y(), reflectance.z(), 1e-3f});
-    material->ks = reflectance * (1 - material->roughness) * std::min((material->ns + 8) / 8, 1 / strongest);
+    if (!material->isUnlit)
+        material->ks = reflectance * (1 - material->roughness) * std::min((material->ns + 8) / 8, 1 / strongest);
     if (specular.Has("diffuseTexture"))
         material->baseColourTexture = texture(specular.Get("diffuseTexture"), ImportedImage::Colour, material->name);
     if (specular.Has("specularGlossinessTexture")) {
@@ -161,19 +207,28 @@ ImportedTexture GltfMaterials::texture(
 {
     const tinygltf::Model &document = m_file->document();
     ImportedTexture result;
-    if (number < 0 || size_t(number) >= document.textures.size())
+    if (number < 0)
         return result;
+    if (size_t(number) >= document.textures.size()) {
+        m_images->warn(
+            QString::number(number), QStringLiteral("does not exist; %1").arg(m_images->standIn()), material);
+        return result;
+    }
     const tinygltf::Texture &source = document.textures[size_t(number)];
     const int webp = integerOf(extensionOf(source.extensions, "EXT_texture_webp"), "source", -1);
     const int basis = integerOf(extensionOf(source.extensions, "KHR_texture_basisu"), "source", -1);
     const int imageNumber = webp >= 0 ? webp : source.source >= 0 ? source.source : basis;
     const tinygltf::Value &transform = extensionOf(extensions, "KHR_texture_transform");
     const int set = integerOf(transform, "texCoord", uvSet);
+    if (imageNumber < 0 || size_t(imageNumber) >= document.images.size()) {
+        m_images->warn(QString::number(number),
+            QStringLiteral("has no image that is read; %1").arg(m_images->standIn()), material);
+        return result;
+    }
     if (set < 0 || set > 1) {
         m_images->warn(nameOf(imageNumber),
-            QStringLiteral(
-                "is laid out by set %1 of the texture coordinates, and sets 0 and 1 alone are read; white is used")
-                .arg(set),
+            QStringLiteral("is laid out by set %1 of the texture coordinates, and sets 0 and 1 alone are read; %2")
+                .arg(QString::number(set), m_images->standIn()),
             material);
         return result;
     }

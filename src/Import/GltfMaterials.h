@@ -28,6 +28,7 @@ private:
     QString nameOf(int number) const;
     int image(int number, ImportedImage::Use use, const QString &material);
     void readExtensions(const tinygltf::Material &source, ImportedMaterial *material);
+    void setOpacity(const tinygltf::Material &source, ImportedMaterial *material);
 
     GltfFile *m_file;
     SceneImages *m_images;

@@ -2,6 +2,7 @@
 #include "GltfReader.h"
 
 #include "FormatNames.h"
+#include "GltfExtensions.h"
 #include "ImportBudget.h"
 #include "MaterialModel.h"
 #include "MeshCompletion.h"
@@ -76,6 +77,49 @@ QVector<quint32> linesOf(const QVector<quint32> &corners, int mode)
     return lines;
 }
 
+/// Whether any primitive has another material in a variant.
+bool hasVariants(const tinygltf::Model &document)
+{
+    for (const tinygltf::Mesh &mesh : document.meshes) {
+        for (const tinygltf::Primitive &primitive : mesh.primitives) {
+            const tinygltf::Value &mappings = extensionOf(primitive.extensions, "KHR_materials_variants");
+            if (mappings.IsObject() && mappings.Get("mappings").ArrayLen() > 0)
+                return true;
+        }
+    }
+    return false;
+}
+
+template <typename T> void repeatCorners(QVector<T> *array, const QVector<quint32> &corners)
+{
+    if (array->isEmpty())
+        return;
+    QVector<T> repeated;
+    repeated.reserve(corners.size());
+    for (const quint32 corner : corners)
+        repeated.append(array->at(int(corner)));
+    *array = repeated;
+}
+
+/// Gives each triangle vertices of its own, with its normal: glTF has meshes without normals shaded flat. Their tangents do not
+/// count.
+void makeFlat(ImportedMesh *mesh)
+{
+    mesh->tangents.clear();
+    repeatCorners(&mesh->positions, mesh->indices);
+    repeatCorners(&mesh->texCoords, mesh->indices);
+    repeatCorners(&mesh->texCoords1, mesh->indices);
+    repeatCorners(&mesh->colours, mesh->indices);
+    mesh->normals.reserve(mesh->positions.size());
+    for (int i = 0; i + 2 < mesh->positions.size(); i += 3) {
+        const QVector3D normal =
+            faceNormal(mesh->positions.at(i), mesh->positions.at(i + 1), mesh->positions.at(i + 2));
+        mesh->normals << normal << normal << normal;
+    }
+    for (int i = 0; i < mesh->indices.size(); ++i)
+        mesh->indices[i] = quint32(i);
+}
+
 } // namespace
 
 GltfReader::GltfReader(GltfFile *document, const QString &file, const ImportOptions &options, ImportBudget *budget)
@@ -122,6 +166,15 @@ bool GltfReader::read(ImportedScene *scene, QString *problem)
         if (!readItems(node, problem))
             return false;
     }
+    for (const QString &line : undrawnExtensions(m_document->document()))
+        warn(line);
+    if (hasVariants(m_document->document()))
+        warn(QStringLiteral(
+            "its variants (KHR_materials_variants) are left out: the materials drawn are those of none"));
+    const bool isTransmissive = std::any_of(m_scene.materials.cbegin(), m_scene.materials.cend(),
+        [](const ImportedMaterial &material) { return material.transmission > 0; });
+    if (isTransmissive)
+        warn(QStringLiteral("surfaces that transmit light (KHR_materials_transmission) are drawn as transparent ones"));
     *scene = m_scene;
     return true;
 }
@@ -401,7 +454,10 @@ bool GltfReader::readPrimitive(
         return false;
     }
     data.indices = trianglesOf(corners, mode);
-    if (source.indices < 0 && !data.indices.isEmpty())
+    const bool isFlat = data.normals.isEmpty();
+    if (isFlat)
+        makeFlat(&data);
+    if ((source.indices < 0 || isFlat) && !data.indices.isEmpty())
         weld(&data);
     const QString remark = completeMesh(&data);
     if (!remark.isEmpty())
@@ -482,6 +538,8 @@ int GltfReader::materialNumber(int number, bool isColoured)
     if (known != m_materialNumbers.constEnd())
         return known.value();
     const int result = m_scene.materials.size();
+    if (number >= int(m_document->document().materials.size()))
+        warn(QStringLiteral("material %1 does not exist; what asks for it is light grey").arg(number));
     m_scene.materials.append(m_materials.read(number, isColoured));
     m_materialNumbers.insert(key, result);
     return result;

@@ -47,24 +47,42 @@ MaterialData withBakedCoordinates(const MaterialData &material)
     return result;
 }
 
+/// What a builder calls the meshes and materials of a scene; -1 for those that it refused.
+struct BuilderNumbers
+{
+    QVector<int> meshes;
+    QVector<int> materials;
+
+    /// Whether a scene has the mesh and material of an item.
+    bool isInRange(const ImportedItem &item) const
+    {
+        return item.mesh >= 0 && item.mesh < meshes.size() && item.material >= 0 && item.material < materials.size();
+    }
+    /// Whether the builder has both, too.
+    bool hasAll(const ImportedItem &item) const
+    {
+        return isInRange(item) && meshes[item.mesh] >= 0 && materials[item.material] >= 0;
+    }
+};
+
 /// Makes the meshes that the basic passes need, one for all items that are stretched alike and read the same coordinates.
 class Baker
 {
 public:
-    Baker(const ImportedScene &scene, GPUModelBuilder *builder)
+    Baker(const ImportedScene &scene, const BuilderNumbers &numbers, GPUModelBuilder *builder)
         : m_scene(scene),
+          m_numbers(numbers),
           m_builder(builder)
     { }
 
     void addItem(const ImportedItem &item)
     {
-        const bool isKnown = item.mesh >= 0 && item.mesh < m_scene.meshes.size() && item.material >= 0
-            && item.material < m_scene.materials.size();
         QMatrix4x4 stretch;
-        const bool isStretched = isKnown && splitStretch(item.modelMatrix, &stretch);
-        const bool isMapped = isKnown && hasOwnCoordinates(m_scene.materials[item.material].baseColourTexture);
+        const bool isStretched = splitStretch(item.modelMatrix, &stretch);
+        const bool isMapped = hasOwnCoordinates(m_scene.materials[item.material].baseColourTexture);
+        const int material = m_numbers.materials[item.material];
         if (!isStretched && !isMapped) {
-            m_builder->addItem(item.mesh, item.material, item.modelMatrix, item.featureFlags);
+            m_builder->addItem(m_numbers.meshes[item.mesh], material, item.modelMatrix, item.featureFlags);
             return;
         }
         const Key key(item.mesh, isMapped ? item.material : -1, isStretched ? rounded(stretch) : Rounded());
@@ -78,7 +96,8 @@ public:
             known = m_meshes.emplace(key, Baked{m_builder->addMesh(mesh), stretch}).first;
         }
         const QMatrix4x4 matrix = isStretched ? without(known->second.stretch, item.modelMatrix) : item.modelMatrix;
-        m_builder->addItem(known->second.mesh, item.material, matrix, item.featureFlags);
+        if (known->second.mesh >= 0)
+            m_builder->addItem(known->second.mesh, material, matrix, item.featureFlags);
     }
 
 private:
@@ -110,6 +129,7 @@ private:
     }
 
     const ImportedScene &m_scene;
+    const BuilderNumbers &m_numbers;
     GPUModelBuilder *m_builder;
     std::map<Key, Baked> m_meshes;
 };
@@ -171,18 +191,24 @@ QSharedPointer<GPUModel> ImportedScene::build(const SceneBuildOptions &options) 
 {
     GPUModelBuilder builder;
     builder.setImageBudget(options.imageBudget);
+    BuilderNumbers numbers;
     for (const ImportedMesh &mesh : meshes)
-        builder.addMesh(mesh);
+        numbers.meshes.append(builder.addMesh(mesh));
     for (const ImportedMaterial &material : materials) {
         const MaterialData surface = surfaceOf(material, images);
-        builder.addMaterial(options.forBasicPasses ? withBakedCoordinates(surface) : surface);
+        numbers.materials.append(builder.addMaterial(options.forBasicPasses ? withBakedCoordinates(surface) : surface));
     }
-    Baker baker(*this, &builder);
+    Baker baker(*this, numbers, &builder);
     for (const ImportedItem &item : items) {
-        if (options.forBasicPasses)
+        if (!numbers.isInRange(item))
+            builder.addItem(-1, -1, item.modelMatrix, item.featureFlags); // says that it is refused
+        else if (!numbers.hasAll(item))
+            continue; // the builder has said why
+        else if (options.forBasicPasses)
             baker.addItem(item);
         else
-            builder.addItem(item.mesh, item.material, item.modelMatrix, item.featureFlags);
+            builder.addItem(
+                numbers.meshes[item.mesh], numbers.materials[item.material], item.modelMatrix, item.featureFlags);
     }
     return builder.build();
 }

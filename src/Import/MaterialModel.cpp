@@ -54,6 +54,11 @@ void setPhongFromMetallic(ImportedMaterial *material, const QImage &metallicMap,
     const float m = qBound(0.0f, material->metallic * mean(metallicMap, qBlue), 1.0f);
     const float r = qBound(0.0f, material->roughness * mean(roughnessMap, qGreen), 1.0f);
     const QVector3D base = material->baseColour.toVector3D();
+    if (material->isUnlit) {
+        material->kd = base;
+        material->ks = QVector3D();
+        return;
+    }
     const QVector3D reflectance = QVector3D(0.04f, 0.04f, 0.04f) * (1 - m) + base * m;
     const float strongest = std::max({reflectance.x(), reflectance.y(), reflectance.z(), 1e-3f});
     material->kd = base * (1 - m / 2);

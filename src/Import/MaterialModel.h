@@ -19,7 +19,7 @@ VertexColours vertexColoursOf(const QVector<QVector4D> &colours);
 ImportedMaterial standInMaterial(VertexColours colours = VertexColours::None);
 
 /// Sets kd, ks and ns of a material from its base colour, metallic and roughness. The maps, which may be null, count by the mean
-/// of blue and of green.
+/// of blue and of green. An unlit material shows its base colour alone.
 void setPhongFromMetallic(ImportedMaterial *material, const QImage &metallicMap, const QImage &roughnessMap);
 
 /// A colour image with the opacity of another in its alpha: that one's alpha or, without such a channel, its grey. A null

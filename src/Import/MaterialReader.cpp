@@ -42,6 +42,9 @@ bool isStandIn(const aiMaterial &material)
     if (number(material, AI_MATKEY_METALLIC_FACTOR, 0) == 1) // glTF: what an absent material means
         return number(material, AI_MATKEY_ROUGHNESS_FACTOR, 0) == 1
             && colour(material, AI_MATKEY_BASE_COLOR, QVector3D()) == white;
+    aiColor4D none(1, 1, 1, 1);
+    if (material.Get(AI_MATKEY_COLOR_DIFFUSE, none) == aiReturn_SUCCESS && none == aiColor4D(0, 0, 0, 0))
+        return true; // MDL
     return number(material, AI_MATKEY_OPACITY, -1) == -1 // PLY
         && colour(material, AI_MATKEY_COLOR_DIFFUSE, QVector3D()) == white;
 }
@@ -123,6 +126,9 @@ ImportedMaterial MaterialReader::read(const aiMaterial &source, VertexColours co
     material.saysSides = source.Get(AI_MATKEY_TWOSIDED, twoSided) == aiReturn_SUCCESS;
     material.name = toQString(const_cast<aiMaterial &>(source).GetName());
     material.isDoubleSided = twoSided != 0;
+    int shading = 0;
+    source.Get(AI_MATKEY_SHADING_MODEL, shading);
+    material.isUnlit = m_format == "gltf" && shading == aiShadingMode_Unlit;
     if (isMadeUp)
         return material;
 
@@ -189,15 +195,18 @@ void MaterialReader::readMetallic(const aiMaterial &source, float metallic, floa
 /// What all kinds of material may have beside their colours.
 void MaterialReader::readSurface(const aiMaterial &source, ImportedMaterial *material)
 {
-    int shading = 0;
-    source.Get(AI_MATKEY_SHADING_MODEL, shading);
-    material->isUnlit = m_format == "gltf" && shading == aiShadingMode_Unlit;
     material->emission = colour(source, AI_MATKEY_COLOR_EMISSIVE, QVector3D());
     material->refractiveIndex = number(source, AI_MATKEY_REFRACTI, material->refractiveIndex);
+    m_images->setStandIn(SceneImages::nothingEmitted());
     material->emissionTexture =
         texture(source, {aiTextureType_EMISSIVE, aiTextureType_EMISSION_COLOR}, ImportedImage::Colour);
+    m_images->setStandIn(SceneImages::white());
+    const bool isThere = !m_images->at(material->emissionTexture.image).isNull();
+    // White in its place would make the whole surface shine.
+    if (!isThere && (hasTexture(source, aiTextureType_EMISSIVE) || hasTexture(source, aiTextureType_EMISSION_COLOR)))
+        material->emission = QVector3D();
     // A colour that the file leaves out does not darken the image.
-    if (!m_images->at(material->emissionTexture.image).isNull() && material->emission == QVector3D() && !isGltf(source))
+    if (isThere && material->emission == QVector3D() && !isGltf(source))
         material->emission = QVector3D(1, 1, 1);
     material->normalTexture =
         texture(source, {aiTextureType_NORMALS, aiTextureType_NORMAL_CAMERA}, ImportedImage::Data);
@@ -221,9 +230,9 @@ ImportedTexture MaterialReader::texture(
         if (set != sets.base && set != sets.other) {
             m_images->warn(toQString(name),
                 QStringLiteral("is laid out by set %1 of the texture coordinates, and of this material sets %2 and %3 "
-                               "are read; white is used")
+                               "are read; %4")
                     .arg(QString::number(set), QString::number(std::min(sets.base, sets.other)),
-                        QString::number(std::max(sets.base, sets.other))),
+                        QString::number(std::max(sets.base, sets.other)), m_images->standIn()),
                 material);
             break;
         }

@@ -3,6 +3,7 @@
 
 #include "PositionTable.h"
 
+#include <QtCore/QStringList>
 #include <QtCore/QtMath>
 
 #include <meshoptimizer.h>
@@ -512,6 +513,27 @@ void projectOntoBox(ImportedMesh *mesh, const std::vector<qint8> &sides)
         texCoords[v] = projection.project(mesh->positions.at(v), sides[size_t(v)]);
 }
 
+/// Makes colours that are not finite white and leaves out tangents that are not all finite. Returns what it did, in words.
+QString mendColoursAndTangents(ImportedMesh *mesh)
+{
+    const auto isUnfit = [](const QVector4D &vector) {
+        return !std::isfinite(vector.x()) || !std::isfinite(vector.y()) || !std::isfinite(vector.z())
+            || !std::isfinite(vector.w());
+    };
+    QStringList remarks;
+    const auto unfitColours = std::count_if(mesh->colours.cbegin(), mesh->colours.cend(), isUnfit);
+    if (unfitColours > 0) {
+        std::replace_if(mesh->colours.begin(), mesh->colours.end(), isUnfit, QVector4D(1, 1, 1, 1));
+        remarks.append(
+            QStringLiteral("colours that are not finite numbers are white (%1)").arg(QString::number(unfitColours)));
+    }
+    if (std::any_of(mesh->tangents.cbegin(), mesh->tangents.cend(), isUnfit)) {
+        mesh->tangents.clear();
+        remarks.append(QStringLiteral("its tangents are not all finite numbers and are left out"));
+    }
+    return remarks.join(QStringLiteral("; "));
+}
+
 void dropUnusedVertices(ImportedMesh *mesh)
 {
     std::vector<quint8> used(size_t(mesh->positions.size()));
@@ -549,6 +571,7 @@ QString completeMesh(ImportedMesh *mesh, Positions positions)
 {
     const bool hadNormals = !mesh->normals.isEmpty();
     const bool needsSides = mesh->texCoords.isEmpty();
+    const QString mends = mendColoursAndTangents(mesh);
     QString remark;
     if (!hadNormals) {
         QVector<QVector3D> faces;
@@ -579,7 +602,7 @@ QString completeMesh(ImportedMesh *mesh, Positions positions)
         }
     }
     dropUnusedVertices(mesh);
-    return remark;
+    return mends.isEmpty() || remark.isEmpty() ? mends + remark : mends + QStringLiteral("; ") + remark;
 }
 
 void weld(ImportedMesh *mesh)

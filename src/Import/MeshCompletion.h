@@ -16,7 +16,8 @@ enum class Positions { Any, Distinct };
 
 /// Leaves out triangles without area and makes what an indexed mesh lacks: normals where it has none or null ones, texture
 /// coordinates where it has none. Vertices are split where triangles disagree, and left out where no triangle uses them; the
-/// others keep their order. Where normals and winding disagree, whichever points inwards is turned: the remark says which.
+/// others keep their order. Where normals and winding disagree, whichever points inwards is turned. Colours that are not finite become
+/// white, and such tangents are left out. Returns remarks on all that, apart by semicolons.
 QString completeMesh(ImportedMesh *mesh, Positions positions = Positions::Any);
 
 /// Joins vertices that agree in everything.

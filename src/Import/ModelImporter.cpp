@@ -14,6 +14,7 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QLocale>
 
+#include <algorithm>
 #include <limits>
 
 namespace Velmora::Kvz {
@@ -44,6 +45,72 @@ QString notDrawn(const ImportedScene &scene)
         return {};
     return parts.join(QStringLiteral(" and ")) + (points + lines == 1 ? QStringLiteral(" is") : QStringLiteral(" are"))
         + QStringLiteral(" not drawn: triangles alone are");
+}
+
+/// Whether a matrix leaves no area of anything: it maps space onto a point or a line.
+bool leavesNoArea(const QMatrix4x4 &matrix)
+{
+    const QVector3D x = matrix.column(0).toVector3D();
+    const QVector3D y = matrix.column(1).toVector3D();
+    const QVector3D z = matrix.column(2).toVector3D();
+    const float longest = std::max({x.length(), y.length(), z.length()});
+    if (!(longest > 0))
+        return true;
+    const auto area = [longest](const QVector3D &a, const QVector3D &b) {
+        return QVector3D::crossProduct(a / longest, b / longest).length();
+    };
+    return std::max({area(x, y), area(y, z), area(z, x)}) < 1e-6f;
+}
+
+/// The largest alpha of an image, 0 to 1; 1 for a null image.
+float largestAlpha(const QImage &image)
+{
+    if (image.isNull() || !image.hasAlphaChannel())
+        return 1;
+    int largest = 0;
+    for (int y = 0; y < image.height() && largest < 255; ++y) {
+        const QImage row = image.copy(0, y, image.width(), 1).convertToFormat(QImage::Format_ARGB32);
+        const QRgb *const line = reinterpret_cast<const QRgb *>(row.constScanLine(0));
+        for (int x = 0; x < row.width(); ++x)
+            largest = std::max(largest, qAlpha(line[x]));
+    }
+    return float(largest) / 255;
+}
+
+/// The largest opacity of an item's surface before its material is blended or cut by it.
+float largestOpacity(const ImportedMaterial &material, const ImportedMesh &mesh)
+{
+    const float factor = material.alphaMode == MaterialData::Mask ? material.baseColour.w() : material.d;
+    if (!(factor > 0))
+        return 0;
+    float ofColours = mesh.colours.isEmpty() ? 1 : 0;
+    for (const QVector4D &colour : mesh.colours)
+        ofColours = std::max(ofColours, colour.w());
+    return factor * ofColours * largestAlpha(material.mapKd);
+}
+
+/// Why nothing of a scene can be seen; empty where something can, or where it has no items.
+QString reasonForNothing(const ImportedScene &scene)
+{
+    constexpr float leastOpacity = 0.5f / 255;
+    QStringList reasons;
+    for (const ImportedItem &item : scene.items) {
+        const ImportedMaterial &material = scene.materials[item.material];
+        if (leavesNoArea(item.modelMatrix)) {
+            reasons.append(QStringLiteral("nodes scale it to nothing"));
+            continue;
+        }
+        if (material.alphaMode == MaterialData::Opaque)
+            return {};
+        const float opacity = largestOpacity(material, scene.meshes[item.mesh]);
+        const bool isMask = material.alphaMode == MaterialData::Mask;
+        if (opacity >= (isMask ? material.alphaCutoff : leastOpacity))
+            return {};
+        reasons.append(isMask ? QStringLiteral("materials cut all of it away by their mask")
+                              : QStringLiteral("materials are wholly transparent"));
+    }
+    reasons.removeDuplicates();
+    return reasons.join(QStringLiteral(", "));
 }
 
 /// A line for each texture that a mesh has no coordinates for.
@@ -165,6 +232,9 @@ bool importModel(const QString &file, const ImportOptions &options, ImportedScen
     }
     for (const QString &line : missingSets(result))
         result.warnings.append(QStringLiteral("%1: %2").arg(file, line));
+    const QString nothing = reasonForNothing(result);
+    if (!nothing.isEmpty())
+        result.warnings.append(QStringLiteral("%1: nothing of it can be seen: its %2").arg(file, nothing));
     if (!primitives.isEmpty())
         result.warnings.append(QStringLiteral("%1: %2").arg(file, primitives));
     if (!(options.scaleInto >= 0) || (options.scaleInto > 0 && !scaleInto(&result, options.scaleInto)))

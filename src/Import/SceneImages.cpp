@@ -105,7 +105,7 @@ int SceneImages::known(const QString &name, ImportedImage::Use use)
 int SceneImages::add(const QString &name, const DecodedImage &decoded, ImportedImage::Use use, const QString &material)
 {
     if (!decoded.remark.isEmpty())
-        warn(name, decoded.remark + (decoded.image.isNull() ? QStringLiteral("; white is used") : QString()), material);
+        warn(name, decoded.remark + (decoded.image.isNull() ? QStringLiteral("; ") + m_standIn : QString()), material);
     const int number = m_scene->images.size();
     m_scene->images.append({m_places.value(name, {name}).first(), decoded.image, use});
     m_numbers.insert(name, number);

@@ -31,6 +31,11 @@ public:
     int fromPixels(const QString &name, const QImage &pixels, ImportedImage::Use use);
     /// The number of an image that is not there, with a reason of the reader's own.
     int missing(const QString &name, const QString &reason, ImportedImage::Use use, const QString &material);
+    /// What takes the place of the images that are read from now on and cannot be had, in words of warnings.
+    void setStandIn(const QString &words) { m_standIn = words; }
+    QString standIn() const { return m_standIn; }
+    static QString white() { return QStringLiteral("white is used"); }
+    static QString nothingEmitted() { return QStringLiteral("nothing is emitted"); }
     /// Says something of a texture in the scene's warnings.
     void warn(const QString &name, const QString &text, const QString &material);
     /// Null for -1 and for what could not be had.
@@ -48,6 +53,7 @@ private:
     ImportedScene *m_scene;
     QHash<QString, int> m_numbers; // by name
     QHash<QString, QStringList> m_places;
+    QString m_standIn = white();
 };
 
 } // namespace Velmora::Kvz

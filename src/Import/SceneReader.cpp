@@ -64,6 +64,21 @@ ImportedPrimitives primitivesOf(const aiMesh &mesh, unsigned corners, int *leftO
     return set;
 }
 
+/// Whether all that vertices have of a colour is zeros: loaders make such up where the file gives none.
+bool areNone(const QVector<QVector4D> &colours)
+{
+    return std::all_of(colours.cbegin(), colours.cend(), [](const QVector4D &colour) { return colour.isNull(); });
+}
+
+/// Colours of Blender are bytes, which the loader takes for signed ones.
+void mendSignedBytes(QVector<QVector4D> *colours)
+{
+    for (QVector4D &colour : *colours) {
+        for (int i = 0; i < 4; ++i)
+            colour[i] = (colour[i] < 0 ? colour[i] + 256 : colour[i]) / 255;
+    }
+}
+
 /// Colours of OFF are numbers to 1 or to 255; the loader hands out what the file says.
 void mendColours(QVector<QVector4D> *colours)
 {
@@ -237,13 +252,14 @@ void SceneReader::readAnimations()
     }
 }
 
-/// The matrix that turns the file upright. Loaders turn COLLADA and 3DS themselves; of FBX they tell the axis alone.
+/// The matrix that turns the file upright. Loaders turn COLLADA themselves, and 3DS too, which names no axis; of FBX they tell the
+/// axis alone.
 bool SceneReader::findRoot(QMatrix4x4 *root, QString *problem)
 {
-    const bool isTurned = m_format == "dae" || m_format == "3ds";
+    const bool isTurned = m_format == "dae";
     const QMatrix4x4 loaders = m_scene.nodes[0].matrix;
     if (m_format == "3ds") {
-        m_scene.upAxis = QStringLiteral("z");
+        m_scene.nodes[0].matrix = withoutRotation(loaders);
     } else if (m_format == "dae") {
         const QVector3D up = loaders.transposed().mapVector(QVector3D(0, 1, 0)).normalized();
         m_scene.upAxis = up.z() > 0.9f ? QStringLiteral("z")
@@ -367,6 +383,10 @@ int SceneReader::meshNumber(unsigned sourceNumber)
         m_scene.meshes.append(reading.mesh);
         if (m_format == "off")
             mendColours(&m_scene.meshes.last().colours);
+        if (m_format == "blend")
+            mendSignedBytes(&m_scene.meshes.last().colours);
+        if (areNone(m_scene.meshes.last().colours))
+            m_scene.meshes.last().colours.clear();
     }
     m_meshNumbers.insert(sourceNumber, number);
     return number;

@@ -166,6 +166,14 @@ TEST_F(EnvironmentChainsTest, theBackdropGoesBehindTheModelAndIntoItsFloor)
     const Image ids = output("geometry", "Kvz_KvzTexture*_Normal");
     const Image shading = output("shading");
     const Image image = output("backdrop");
+    for (int y = 0; y < size.height(); ++y) {
+        for (int x = 0; x < size.width(); ++x) {
+            if (int(ids.at(x, y)[3]) == 1) {
+                ASSERT_LT((image.pixel(x, y) - shading.pixel(x, y)).length(), 4e-3f) << "no floor before it is named";
+            }
+        }
+    }
+    ASSERT_TRUE(chain.setValue("backdrop", "Kvz_int_FloorMaterialId", 0));
     for (const char *share : {"0", "0.35", "1"}) {
         const float floorShare = QByteArray(share).toFloat();
         ASSERT_TRUE(chain.setValue("backdrop", "Kvz_float_FadeRatioFloor", floorShare));

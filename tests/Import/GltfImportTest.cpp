@@ -343,7 +343,10 @@ TEST(GltfImportTest, escapedAddressesOfBuffersAreFound)
 TEST(GltfImportTest, sparseAccessorsReplaceSingleElements)
 {
     Doc document;
-    document.setSquare();
+    QJsonObject attributes = document.square();
+    attributes["NORMAL"] =
+        document.addAccessor(Doc::bytesOf<float>({0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1}), Doc::Float, 4, "VEC3");
+    document.setPrimitive({{"attributes", attributes}, {"indices", document.squareIndices()}});
     const int indices = document.addView(Doc::bytesOf<quint16>({2}));
     const int values = document.addView(Doc::bytesOf<float>({5, 6, 7}));
     QJsonObject positions = document.accessors()[0].toObject();

@@ -645,11 +645,21 @@ TEST(ModelImporterTest, scannedModelIsReadWhole)
         ASSERT_NEAR(normal.length(), 1, 1e-4);
 }
 
-TEST(ModelImporterTest, modelsWithZUpAreTurned)
+TEST(ModelImporterTest, threeDsNamesNoAxisAndIsTurnedOnlyWhenTold)
 {
-    const ImportedScene scene = import("/usr/share/glmark2/models/horse.3ds");
+    const QString horse = QStringLiteral("/usr/share/glmark2/models/horse.3ds");
+    const ImportedScene scene = import(horse);
     ASSERT_EQ(scene.items.size(), 1);
-    expectNear(scene.items[0].modelMatrix.map(QVector3D(0, 0, 1)), {0, 1, 0});
+    EXPECT_EQ(scene.upAxis, QString());
+    expectNear(scene.items[0].modelMatrix.map(QVector3D(0, 0, 1)), {0, 0, 1});
+    expectNear(scene.items[0].modelMatrix.map(QVector3D(0, 1, 0)), {0, 1, 0});
+
+    ImportOptions options;
+    options.up = QStringLiteral("z");
+    ImportedScene turned;
+    ASSERT_TRUE(importModel(horse, options, &turned, nullptr));
+    ASSERT_EQ(turned.items.size(), 1);
+    expectNear(turned.items[0].modelMatrix.map(QVector3D(0, 0, 1)), {0, 1, 0});
 }
 
 TEST(ModelImporterTest, hundredThousandNodesAreReadInTimeThatGrowsWithTheirNumber)

@@ -113,6 +113,30 @@ TEST_F(SceneBuildTest, nothingIsBakedUnlessAskedFor)
     EXPECT_EQ(transformU(*model, "getBaseColourMapV"), QVector3D(0, 3, 20));
 }
 
+TEST_F(SceneBuildTest, aRefusedMeshOrMaterialCostsItsOwnItemsAlone)
+{
+    ImportedScene scene = sceneOf({turned({2, 3, 4}), QMatrix4x4(), turned({2, 3, 4}), QMatrix4x4()});
+    const float infinite = std::numeric_limits<float>::infinity();
+    scene.meshes = {triangle(), triangle(), triangle()};
+    scene.meshes[0].positions[1].setX(infinite);
+    scene.meshes[2].positions[0].setX(9);
+    scene.materials = {ImportedMaterial(), ImportedMaterial()};
+    scene.materials[0].kd.setX(infinite);
+    scene.materials[1].kd = {0.25f, 0.5f, 1};
+    for (int i = 0; i < 4; ++i) {
+        scene.items[i].mesh = i < 2 ? 2 : i - 2; // the last two: refused mesh, fine mesh
+        scene.items[i].material = i == 3 ? 0 : 1; // the last: refused material
+    }
+    for (const SceneBuildOptions &options : {SceneBuildOptions(), baked()}) {
+        const auto model = scene.build(options);
+        EXPECT_EQ(log.takeWarnings().size(), 2) << "the mesh and the material, and no item";
+        ASSERT_TRUE(model);
+        ASSERT_EQ(model->itemCount(), 2);
+        EXPECT_FLOAT_EQ(surfaceValue(*model, 0, "getBaseColour", 2), 1);
+        EXPECT_TRUE(arrayOf<QVector3D>(*model, "va_Vertex").contains(scene.meshes[2].positions[0]));
+    }
+}
+
 TEST_F(SceneBuildTest, scalesAreBakedForBasicPasses)
 {
     QMatrix4x4 tiny = turned({1e-3f, 1e-3f, 1e-3f});

@@ -53,8 +53,12 @@ TEST_F(KvzLightTest, headlightAndAmbientLightHaveIntensities)
     const double usual = brightness(picture(onBlack));
     const double dim = brightness(picture(onBlack + QStringList{"--light", "headlight:intensity=0.3"}));
     const double bright = brightness(picture(onBlack + QStringList{"--light", "ambient:intensity=0.6"}));
+    QStringList errors;
     const double dark = brightness(
-        picture(onBlack + QStringList{"--light", "headlight:intensity=0", "--light", "ambient:intensity=0"}));
+        picture(onBlack + QStringList{"--light", "headlight:intensity=0", "--light", "ambient:intensity=0"}, &errors));
+    EXPECT_EQ(errors,
+        QStringList(
+            "kvz: warning: " + glass + ": nothing of it stands out from the background of " + folder.path("p.png")));
     EXPECT_LT(dim, 0.8 * usual);
     EXPECT_GT(bright, 1.1 * usual);
     EXPECT_LT(dark, 1);

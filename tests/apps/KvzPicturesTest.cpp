@@ -148,6 +148,23 @@ TEST_F(KvzPicturesTest, aCameraThatLooksAwayIsWarnedOf)
     EXPECT_EQ(covered(expectPicture(folder.path("out.png"), {32, 24})), QRect());
 }
 
+TEST_F(KvzPicturesTest, aModelThatCoversNoPixelIsWarnedOf)
+{
+    const QString model = folder.write("floor.obj", "v -1 0 -1\nv 1 0 -1\nv 1 0 1\nv -1 0 1\nf 4 3 2 1\n");
+    const QString picture = folder.path("out.png");
+    for (const char *const view : {"front", "top"}) {
+        const Result result = run({"render", model, "--camera", view, "--size", "32x24", "-o", picture});
+        EXPECT_EQ(result.status, 0);
+        const bool isEdgeOn = qstrcmp(view, "front") == 0;
+        EXPECT_EQ(covered(expectPicture(picture, {32, 24})).isNull(), isEdgeOn) << view;
+        EXPECT_EQ(result.errors,
+            isEdgeOn
+                ? QStringList("kvz: warning: " + model + ": nothing of it stands out from the background of " + picture)
+                : QStringList())
+            << view;
+    }
+}
+
 TEST_F(KvzPicturesTest, animationsPoseTheModel)
 {
     const QString model = folder.write("square.gltf", squareWithCameras());

@@ -52,12 +52,16 @@ image = Image.new("RGBA", (320, 180))
 for y in range(180):
     image.paste((y, y, y, 255), (0, y, 320, y + 1))
 if name != "empty.obj":
-    image.paste((255, 0, 0, 255), (100, 60, 140, 100))
+    image.paste((7, 0, 0, 255) if name == "black.obj" else (255, 0, 0, 255), (100, 60, 140, 100))
+if name == "dark.obj":
+    image.paste((0, 0, 0, 255), (100, 60, 139, 100))
 image.save(sys.argv[sys.argv.index("-o") + 1])
 '''
 
 VERDICTS = {
+    "black": "black",
     "crashed": "crashed\tstatus -11",
+    "dark": "drawn",
     "drawn": "drawn",
     "empty": "empty",
     "hung": "hung",
