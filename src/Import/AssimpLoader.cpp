@@ -288,6 +288,8 @@ QString AssimpLoader::failureReason() const
     // Where the suffix says nothing, a reader took the file for its own by a word in it; its complaint would mislead.
     if (suffix.isEmpty() || !m_importer.IsExtensionSupported(suffix.toUtf8().constData()))
         return QStringLiteral("unknown type of model file (OBJ, glTF, GLB, PLY, STL and 3DS are known, among others)");
+    if (text.contains(QLatin1String("bad_alloc")))
+        return QStringLiteral("reading it takes more memory than there is");
     constexpr int longest = 200; // some quote the rest of the file
     if (!text.isEmpty() && !text.startsWith(QLatin1String("No suitable reader")))
         return text.size() > longest ? text.left(longest) + QStringLiteral("...") : text;

@@ -73,7 +73,7 @@ bool readWithAssimp(
 {
     const QString file = content->fileName();
     ModelText text(content);
-    if (text.isTooLarge()) {
+    if (text.isRefused()) {
         *problem = text.problem();
         return false;
     }

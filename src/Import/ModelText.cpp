@@ -6,6 +6,7 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
+#include <algorithm>
 #include <limits>
 
 namespace Velmora::Kvz {
@@ -14,8 +15,11 @@ ModelText::ModelText(QFile *file)
     : m_file(file->fileName())
 {
     const QString suffix = QFileInfo(m_file).suffix().toLower();
-    if (suffix == QLatin1String("ply") && file->seek(0))
-        m_ply = readPlyHeader(file->peek(65536));
+    if (suffix == QLatin1String("ply")) {
+        if (const uchar *bytes = file->map(0, file->size()))
+            readPly(reinterpret_cast<const char *>(bytes), file->size());
+        return;
+    }
     if (suffix != QLatin1String("obj") && suffix != QLatin1String("off") && suffix != QLatin1String("x3d"))
         return;
     if (file->size() > std::numeric_limits<int>::max()) {
@@ -32,6 +36,18 @@ ModelText::ModelText(QFile *file)
         m_x3d.emplace(text, m_file);
 }
 
+void ModelText::readPly(const char *begin, qint64 size)
+{
+    constexpr qint64 longest = 1 << 24;
+    const auto start = QByteArray::fromRawData(begin, int(std::min(size, longest)));
+    m_ply = readPlyHeader(start);
+    if (m_ply.size == 0)
+        return;
+    const PlyBody body(m_ply, begin + m_ply.size, begin + size);
+    m_problem = body.problem();
+    m_plyText = body.plainText(start.left(m_ply.size));
+}
+
 QString ModelText::problem() const
 {
     return m_obj ? m_obj->problem() : m_off ? m_off->problem() : m_problem;
@@ -39,7 +55,7 @@ QString ModelText::problem() const
 
 QByteArray ModelText::plainText() const
 {
-    return m_obj ? m_obj->plainText() : m_off ? m_off->plainText() : m_x3d ? m_x3d->plainText() : QByteArray();
+    return m_obj ? m_obj->plainText() : m_off ? m_off->plainText() : m_x3d ? m_x3d->plainText() : m_plyText;
 }
 
 void ModelText::complete(const aiScene *scene)

@@ -3,7 +3,7 @@
 
 #include "ObjText.h"
 #include "OffText.h"
-#include "PlyHeader.h"
+#include "PlyBody.h"
 #include "X3dText.h"
 
 #include <optional>
@@ -20,8 +20,8 @@ public:
     /// Looks through a file of one of these formats; others are passed over. The file stays mapped.
     explicit ModelText(QFile *file);
 
-    /// Whether the file is too large to be looked through; the problem says so.
-    bool isTooLarge() const { return !m_problem.isEmpty(); }
+    /// Whether no loader should see the file; the problem says why.
+    bool isRefused() const { return !m_problem.isEmpty(); }
     /// What is wrong with the file, in one line; empty when nothing is.
     QString problem() const;
     /// The text as assimp reads it rightly. Null where the file is already so.
@@ -34,9 +34,12 @@ public:
     QStringList warnings(const QStringList &missingFiles) const;
 
 private:
+    void readPly(const char *begin, qint64 size);
+
     QString m_file;
     QString m_problem;
     PlyHeader m_ply;
+    QByteArray m_plyText;
     std::optional<ObjText> m_obj;
     std::optional<OffText> m_off;
     std::optional<X3dText> m_x3d;
