@@ -4,6 +4,7 @@
 #include "FileNames.h"
 #include "FormatNames.h"
 #include "ImportBudget.h"
+#include "ModelText.h"
 
 #include <assimp/DefaultIOSystem.h>
 #include <assimp/DefaultLogger.hpp>
@@ -19,6 +20,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <sstream>
 #include <vector>
@@ -53,34 +55,58 @@ private:
     ImportBudget *m_budget;
 };
 
-/// Notes the files that cannot be opened: of material libraries the loaders say nothing. Gives the model's own text in place of
-/// its file where there is one.
+/// Notes the files that cannot be opened: of material libraries the loaders say nothing. Gives texts that were mended in place of
+/// their files.
 class FileWatcher : public Assimp::DefaultIOSystem
 {
 public:
-    FileWatcher(const QByteArray &model, const QByteArray &text, ImportBudget *budget, QStringList *missing)
+    FileWatcher(const QByteArray &model, ModelText *text, ImportBudget *budget, QStringList *missing)
         : m_model(model),
           m_text(text),
+          m_plainModel(text->plainText()),
           m_budget(budget),
           m_missing(missing)
     { }
 
     Assimp::IOStream *Open(const char *file, const char *mode) override
     {
-        if (!m_text.isNull() && m_model == file)
+        const bool isModel = m_model == file;
+        if (isModel && !m_plainModel.isNull())
             return new Assimp::MemoryIOStream(
-                reinterpret_cast<const uint8_t *>(m_text.constData()), size_t(m_text.size()));
+                reinterpret_cast<const uint8_t *>(m_plainModel.constData()), size_t(m_plainModel.size()));
         std::unique_ptr<Assimp::IOStream> stream(DefaultIOSystem::Open(file, mode));
         if (!stream) {
             m_missing->append(bareName(QFile::decodeName(file)));
             return nullptr;
         }
-        return new BudgetedStream(std::move(stream), m_budget);
+        auto counted = std::make_unique<BudgetedStream>(std::move(stream), m_budget);
+        const QByteArray mended = isModel ? QByteArray() : mendedText(counted.get());
+        if (!mended.isNull())
+            return streamOf(mended);
+        counted->Seek(0, aiOrigin_SET);
+        return counted.release();
     }
 
 private:
+    QByteArray mendedText(Assimp::IOStream *stream) const
+    {
+        if (!m_text->hasCompanions() || stream->FileSize() > size_t(std::numeric_limits<int>::max() / 2))
+            return {};
+        QByteArray content(int(stream->FileSize()), '\0');
+        content.resize(int(stream->Read(content.data(), 1, size_t(content.size()))));
+        return m_text->plainCompanion(content);
+    }
+
+    static Assimp::IOStream *streamOf(const QByteArray &text)
+    {
+        auto *copy = new uint8_t[size_t(text.size())]; // the stream deletes it
+        std::copy(text.begin(), text.end(), copy);
+        return new Assimp::MemoryIOStream(copy, size_t(text.size()), true);
+    }
+
     QByteArray m_model;
-    QByteArray m_text;
+    ModelText *m_text;
+    QByteArray m_plainModel;
     ImportBudget *m_budget;
     QStringList *m_missing;
 };
@@ -216,7 +242,7 @@ void LoaderLog::Stream::write(const char *message)
     indicesDropped |= std::strstr(message, "out-of-range indices") != nullptr;
 }
 
-AssimpLoader::AssimpLoader(const QString &file, const QByteArray &text, ImportBudget *budget)
+AssimpLoader::AssimpLoader(const QString &file, ModelText *text, ImportBudget *budget)
     : m_file(file),
       m_budget(budget)
 {

@@ -77,7 +77,7 @@ bool readWithAssimp(
         *problem = text.problem();
         return false;
     }
-    AssimpLoader loader(file, text.plainText(), budget);
+    AssimpLoader loader(file, &text, budget);
     const aiScene *source = loader.read(problem);
     if (!source)
         return false;

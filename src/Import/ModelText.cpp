@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "ModelText.h"
 
+#include "TextEncoding.h"
+
 #include <assimp/scene.h>
 
 #include <QtCore/QFile>
@@ -58,8 +60,14 @@ QByteArray ModelText::plainText() const
     return m_obj ? m_obj->plainText() : m_off ? m_off->plainText() : m_x3d ? m_x3d->plainText() : m_plyText;
 }
 
+QByteArray ModelText::plainCompanion(const QByteArray &text)
+{
+    return m_libraries.plainText(withoutByteOrderMark(text));
+}
+
 void ModelText::complete(const aiScene *scene)
 {
+    m_libraries.complete(scene);
     if (m_off && m_off->hasColours() && scene->mNumMeshes == 1)
         m_off->colourFaces(scene->mMeshes[0]);
 }
@@ -71,11 +79,15 @@ QHash<QString, QStringList> ModelText::imagePlaces() const
 
 QStringList ModelText::warnings(const QStringList &missingFiles) const
 {
-    if (m_obj)
-        return m_obj->libraryWarnings(m_file, missingFiles);
     if (m_x3d)
         return m_x3d->warnings();
     QStringList lines;
+    if (m_obj) {
+        lines = m_obj->libraryWarnings(m_file, missingFiles);
+        for (const QString &line :
+            m_obj->materialWarnings(m_libraries, missingFiles) + m_libraries.warnings() + m_obj->warnings())
+            lines.append(QStringLiteral("%1: %2").arg(m_file, line));
+    }
     for (const PlyHeader::Element &element : m_ply.elements) {
         for (const PlyHeader::Property &property : element.properties) {
             if (element.name == "face" && property.name == "red")

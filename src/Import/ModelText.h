@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "MtlText.h"
 #include "ObjText.h"
 #include "OffText.h"
 #include "PlyBody.h"
@@ -26,6 +27,10 @@ public:
     QString problem() const;
     /// The text as assimp reads it rightly. Null where the file is already so.
     QByteArray plainText() const;
+    /// Whether plainCompanion() mends the files that the model names.
+    bool hasCompanions() const { return m_obj.has_value(); }
+    /// The text of a file that the model names, as assimp reads it rightly.
+    QByteArray plainCompanion(const QByteArray &text);
     /// Adds to what assimp read, before it is triangulated, what it left out.
     void complete(const aiScene *scene);
     /// Paths of images that stand for several places each.
@@ -41,6 +46,7 @@ private:
     PlyHeader m_ply;
     QByteArray m_plyText;
     std::optional<ObjText> m_obj;
+    MtlText m_libraries;
     std::optional<OffText> m_off;
     std::optional<X3dText> m_x3d;
 };
