@@ -16,6 +16,7 @@
 #include <assimp/scene.h>
 
 #include <QtCore/QFileInfo>
+#include <QtCore/QRegularExpression>
 
 #include <algorithm>
 #include <cstring>
@@ -204,9 +205,38 @@ QString reasonByMark(const QString &name)
         return QStringLiteral("it is binary glTF (GLB) of version 1, which is not read; convert it to glTF 2");
     if (start.startsWith("#VRML "))
         return QStringLiteral("it is VRML, which is not read; convert it to glTF or X3D");
-    if (start.startsWith("\xff\xfe") || start.startsWith("\xfe\xff"))
-        return QStringLiteral("its text is UTF-16, which its reader does not take; convert it to UTF-8");
     return {};
+}
+
+/// What a loader's complaint means to somebody who does not know the loader; empty where it can be left as it is.
+QString inPlainWords(const QString &complaint)
+{
+    struct Meaning
+    {
+        const char *part; // of the complaint
+        const char *words;
+    };
+    static const Meaning meanings[] = {{"bad_alloc", "reading it takes more memory than there is"},
+        {"STL storage representation",
+            "damaged or truncated: it is not text, and its size is not that of the facets that it declares"},
+        {"End of file or ", "damaged, or of a kind that its reader does not know: it ends in the middle of its data"},
+        {"Unable to build a valid node graph", "no triangles: its reader finds no layer with surfaces in it"},
+        {"no file block falls into", "damaged or truncated: it refers to data that it does not hold"},
+        {"block offset is out of range", "damaged or truncated: a block of it goes beyond its end"},
+        {"Unable to read a mesh from this file",
+            "its reader finds no mesh in it: damaged, or of a kind that it does not know"},
+        {"an MDL sequence file", "no triangles: it holds sequences of animation for the model of another file"}};
+    for (const Meaning &meaning : meanings) {
+        if (complaint.contains(QLatin1String(meaning.part)))
+            return QLatin1String(meaning.words);
+    }
+    static const QRegularExpression noNumber(QStringLiteral("^Cannot parse string \"(.*)\" as a real number"));
+    const QRegularExpressionMatch match = noNumber.match(complaint);
+    if (!match.hasMatch())
+        return {};
+    const QString word = match.captured(1).trimmed();
+    return QStringLiteral("damaged, or of a kind that its reader does not know: %1 where it expects a number")
+        .arg(word.isEmpty() ? QStringLiteral("it has nothing") : QStringLiteral("\"%1\" stands").arg(word.left(40)));
 }
 
 } // namespace
@@ -314,8 +344,11 @@ QString AssimpLoader::failureReason() const
     // Where the suffix says nothing, a reader took the file for its own by a word in it; its complaint would mislead.
     if (suffix.isEmpty() || !m_importer.IsExtensionSupported(suffix.toUtf8().constData()))
         return QStringLiteral("unknown type of model file (OBJ, glTF, GLB, PLY, STL and 3DS are known, among others)");
-    if (text.contains(QLatin1String("bad_alloc")))
-        return QStringLiteral("reading it takes more memory than there is");
+    if (QFileInfo(m_file).size() == 0)
+        return QStringLiteral("the file is empty");
+    const QString plain = inPlainWords(text);
+    if (!plain.isEmpty())
+        return plain;
     constexpr int longest = 200; // some quote the rest of the file
     if (!text.isEmpty() && !text.startsWith(QLatin1String("No suitable reader")))
         return text.size() > longest ? text.left(longest) + QStringLiteral("...") : text;

@@ -94,6 +94,10 @@ bool readWithAssimp(
     reader.setImagePlaces(text.imagePlaces());
     if (!reader.read(scene, problem))
         return false;
+    if (scene->items.isEmpty() && options.needsTriangles && !text.emptyReason().isEmpty()) {
+        *problem = QStringLiteral("%1; %2").arg(noTriangles, text.emptyReason());
+        return false;
+    }
     scene->format = loader.formatName();
     scene->warnings = text.warnings(loader.missingFiles()) + scene->warnings;
     return true;

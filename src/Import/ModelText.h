@@ -18,7 +18,7 @@ namespace Velmora::Kvz {
 class ModelText
 {
 public:
-    /// Looks through a file of one of these formats; others are passed over. The file stays mapped.
+    /// Looks through a file of one of these formats; of others it takes text of UTF-16 alone. The file stays mapped.
     explicit ModelText(QFile *file);
 
     /// Whether no loader should see the file; the problem says why.
@@ -33,6 +33,8 @@ public:
     QByteArray plainCompanion(const QByteArray &text);
     /// Adds to what assimp read, before it is triangulated, what it left out.
     void complete(const aiScene *scene);
+    /// Why there may be nothing in the scene of a file that is no worse than others; empty where nothing is known.
+    QString emptyReason() const { return m_emptyReason; }
     /// Paths of images that stand for several places each.
     QHash<QString, QStringList> imagePlaces() const;
     /// What there is to say, a line each, given the files that could not be opened.
@@ -40,11 +42,14 @@ public:
 
 private:
     void readPly(const char *begin, qint64 size);
+    void readIrrlicht(const QString &text);
+    void readOther(QFile *file, const QString &suffix);
 
     QString m_file;
     QString m_problem;
+    QString m_emptyReason;
     PlyHeader m_ply;
-    QByteArray m_plyText;
+    QByteArray m_text; // of another format, or of PLY
     std::optional<ObjText> m_obj;
     MtlText m_libraries;
     std::optional<OffText> m_off;

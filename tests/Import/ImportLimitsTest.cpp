@@ -283,6 +283,40 @@ INSTANTIATE_TEST_SUITE_P(All, OddObjTest,
         OddObj{"utf16BigEndian", utf16(plainTriangle, true)}),
     [](const auto &test) { return std::string(test.param.label); });
 
+TEST(OddTextTest, stlMayBeInCapitals)
+{
+    TemporaryFolder folder;
+    const ImportedScene scene = importScene(folder.write("a.stl",
+        "SOLID X\nFACET NORMAL 0 0 1\nOUTER LOOP\nVERTEX 0 0 0\nVERTEX 1E0 0 0\nVERTEX 0 1 0\nENDLOOP\nENDFACET\n"
+        "ENDSOLID X\n"));
+    EXPECT_EQ(scene.warnings, QStringList());
+    EXPECT_EQ(scene.meshes.value(0).indices.size(), 3);
+}
+
+TEST(OddTextTest, mayBeUtf16)
+{
+    const QByteArray dae =
+        "<?xml version=\"1.0\" encoding=\"utf-16\"?><COLLADA xmlns=\"http://www.collada.org/2005/11/COLLADASchema\" "
+        "version=\"1.4.1\"><library_geometries><geometry id=\"g\"><mesh><source id=\"p\"><float_array id=\"pa\" "
+        "count=\"9\">0 0 0 1 0 0 0 1 0</float_array><technique_common><accessor source=\"#pa\" count=\"3\" "
+        "stride=\"3\">"
+        "<param name=\"X\" type=\"float\"/><param name=\"Y\" type=\"float\"/><param name=\"Z\" type=\"float\"/>"
+        "</accessor></technique_common></source><vertices id=\"v\"><input semantic=\"POSITION\" source=\"#p\"/>"
+        "</vertices><triangles count=\"1\"><input semantic=\"VERTEX\" source=\"#v\" offset=\"0\"/><p>0 1 "
+        "2</p></triangles>"
+        "</mesh></geometry></library_geometries><library_visual_scenes><visual_scene id=\"s\"><node id=\"n\">"
+        "<instance_geometry url=\"#g\"/></node></visual_scene></library_visual_scenes>"
+        "<scene><instance_visual_scene url=\"#s\"/></scene></COLLADA>";
+    TemporaryFolder folder;
+    for (const bool isBig : {false, true}) {
+        EXPECT_EQ(importScene(folder.write("a.off", utf16("OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n", isBig)))
+                      .meshes.value(0)
+                      .indices.size(),
+            3);
+        EXPECT_EQ(importScene(folder.write("a.dae", utf16(dae, isBig))).meshes.value(0).indices.size(), 3);
+    }
+}
+
 TEST(OddObjTest, namesWithOtherLettersAreKept)
 {
     TemporaryFolder folder;
