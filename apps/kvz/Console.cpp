@@ -2,6 +2,7 @@
 #include "Console.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QRegularExpression>
 #include <QtCore/QSet>
 
 #include <algorithm>
@@ -39,6 +40,13 @@ void printError(const QString &text)
     std::fprintf(stderr, "kvz: %s\n", qPrintable(text));
 }
 
+/// A message without the place in our source that it comes from.
+QString withoutPlace(const QString &text)
+{
+    static const QRegularExpression place(QStringLiteral("^\\[\\w+:\\d+\\] "));
+    return QString(text).remove(place);
+}
+
 void handleMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
     const bool fromDriver = context.category && std::strcmp(context.category, "kvz.gl") == 0;
@@ -53,7 +61,7 @@ void handleMessage(QtMsgType type, const QMessageLogContext &context, const QStr
     if (text.contains(QLatin1String("out of graphics memory")))
         noGraphicsMemory = true;
     else if (!text.contains(QLatin1String(": the driver refuses a program: "))) // The frame fails, which says it too.
-        warn(text);
+        warn(withoutPlace(text));
 }
 
 } // namespace

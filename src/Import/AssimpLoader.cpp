@@ -4,6 +4,7 @@
 #include "FileNames.h"
 #include "FormatNames.h"
 #include "ImportBudget.h"
+#include "ModelText.h"
 
 #include <assimp/DefaultIOSystem.h>
 #include <assimp/DefaultLogger.hpp>
@@ -15,10 +16,12 @@
 #include <assimp/scene.h>
 
 #include <QtCore/QFileInfo>
+#include <QtCore/QRegularExpression>
 
 #include <algorithm>
 #include <cstring>
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <sstream>
 #include <vector>
@@ -53,34 +56,58 @@ private:
     ImportBudget *m_budget;
 };
 
-/// Notes the files that cannot be opened: of material libraries the loaders say nothing. Gives the model's own text in place of
-/// its file where there is one.
+/// Notes the files that cannot be opened: of material libraries the loaders say nothing. Gives texts that were mended in place of
+/// their files.
 class FileWatcher : public Assimp::DefaultIOSystem
 {
 public:
-    FileWatcher(const QByteArray &model, const QByteArray &text, ImportBudget *budget, QStringList *missing)
+    FileWatcher(const QByteArray &model, ModelText *text, ImportBudget *budget, QStringList *missing)
         : m_model(model),
           m_text(text),
+          m_plainModel(text->plainText()),
           m_budget(budget),
           m_missing(missing)
     { }
 
     Assimp::IOStream *Open(const char *file, const char *mode) override
     {
-        if (!m_text.isNull() && m_model == file)
+        const bool isModel = m_model == file;
+        if (isModel && !m_plainModel.isNull())
             return new Assimp::MemoryIOStream(
-                reinterpret_cast<const uint8_t *>(m_text.constData()), size_t(m_text.size()));
+                reinterpret_cast<const uint8_t *>(m_plainModel.constData()), size_t(m_plainModel.size()));
         std::unique_ptr<Assimp::IOStream> stream(DefaultIOSystem::Open(file, mode));
         if (!stream) {
             m_missing->append(bareName(QFile::decodeName(file)));
             return nullptr;
         }
-        return new BudgetedStream(std::move(stream), m_budget);
+        auto counted = std::make_unique<BudgetedStream>(std::move(stream), m_budget);
+        const QByteArray mended = isModel ? QByteArray() : mendedText(counted.get());
+        if (!mended.isNull())
+            return streamOf(mended);
+        counted->Seek(0, aiOrigin_SET);
+        return counted.release();
     }
 
 private:
+    QByteArray mendedText(Assimp::IOStream *stream) const
+    {
+        if (!m_text->hasCompanions() || stream->FileSize() > size_t(std::numeric_limits<int>::max() / 2))
+            return {};
+        QByteArray content(int(stream->FileSize()), '\0');
+        content.resize(int(stream->Read(content.data(), 1, size_t(content.size()))));
+        return m_text->plainCompanion(content);
+    }
+
+    static Assimp::IOStream *streamOf(const QByteArray &text)
+    {
+        auto *copy = new uint8_t[size_t(text.size())]; // the stream deletes it
+        std::copy(text.begin(), text.end(), copy);
+        return new Assimp::MemoryIOStream(copy, size_t(text.size()), true);
+    }
+
     QByteArray m_model;
-    QByteArray m_text;
+    ModelText *m_text;
+    QByteArray m_plainModel;
     ImportBudget *m_budget;
     QStringList *m_missing;
 };
@@ -178,9 +205,38 @@ QString reasonByMark(const QString &name)
         return QStringLiteral("it is binary glTF (GLB) of version 1, which is not read; convert it to glTF 2");
     if (start.startsWith("#VRML "))
         return QStringLiteral("it is VRML, which is not read; convert it to glTF or X3D");
-    if (start.startsWith("\xff\xfe") || start.startsWith("\xfe\xff"))
-        return QStringLiteral("its text is UTF-16, which its reader does not take; convert it to UTF-8");
     return {};
+}
+
+/// What a loader's complaint means to somebody who does not know the loader; empty where it can be left as it is.
+QString inPlainWords(const QString &complaint)
+{
+    struct Meaning
+    {
+        const char *part; // of the complaint
+        const char *words;
+    };
+    static const Meaning meanings[] = {{"bad_alloc", "reading it takes more memory than there is"},
+        {"STL storage representation",
+            "damaged or truncated: it is not text, and its size is not that of the facets that it declares"},
+        {"End of file or ", "damaged, or of a kind that its reader does not know: it ends in the middle of its data"},
+        {"Unable to build a valid node graph", "no triangles: its reader finds no layer with surfaces in it"},
+        {"no file block falls into", "damaged or truncated: it refers to data that it does not hold"},
+        {"block offset is out of range", "damaged or truncated: a block of it goes beyond its end"},
+        {"Unable to read a mesh from this file",
+            "its reader finds no mesh in it: damaged, or of a kind that it does not know"},
+        {"an MDL sequence file", "no triangles: it holds sequences of animation for the model of another file"}};
+    for (const Meaning &meaning : meanings) {
+        if (complaint.contains(QLatin1String(meaning.part)))
+            return QLatin1String(meaning.words);
+    }
+    static const QRegularExpression noNumber(QStringLiteral("^Cannot parse string \"(.*)\" as a real number"));
+    const QRegularExpressionMatch match = noNumber.match(complaint);
+    if (!match.hasMatch())
+        return {};
+    const QString word = match.captured(1).trimmed();
+    return QStringLiteral("damaged, or of a kind that its reader does not know: %1 where it expects a number")
+        .arg(word.isEmpty() ? QStringLiteral("it has nothing") : QStringLiteral("\"%1\" stands").arg(word.left(40)));
 }
 
 } // namespace
@@ -216,7 +272,7 @@ void LoaderLog::Stream::write(const char *message)
     indicesDropped |= std::strstr(message, "out-of-range indices") != nullptr;
 }
 
-AssimpLoader::AssimpLoader(const QString &file, const QByteArray &text, ImportBudget *budget)
+AssimpLoader::AssimpLoader(const QString &file, ModelText *text, ImportBudget *budget)
     : m_file(file),
       m_budget(budget)
 {
@@ -288,6 +344,11 @@ QString AssimpLoader::failureReason() const
     // Where the suffix says nothing, a reader took the file for its own by a word in it; its complaint would mislead.
     if (suffix.isEmpty() || !m_importer.IsExtensionSupported(suffix.toUtf8().constData()))
         return QStringLiteral("unknown type of model file (OBJ, glTF, GLB, PLY, STL and 3DS are known, among others)");
+    if (QFileInfo(m_file).size() == 0)
+        return QStringLiteral("the file is empty");
+    const QString plain = inPlainWords(text);
+    if (!plain.isEmpty())
+        return plain;
     constexpr int longest = 200; // some quote the rest of the file
     if (!text.isEmpty() && !text.startsWith(QLatin1String("No suitable reader")))
         return text.size() > longest ? text.left(longest) + QStringLiteral("...") : text;

@@ -18,6 +18,7 @@ namespace Velmora::Kvz {
 bool isCutPly(QFile *file);
 
 class ImportBudget;
+class ModelText;
 
 /// Keeps assimp's warnings off the terminal, and notes that a loader dropped faces, which only its log tells. A logger
 /// that the host installed stays in force.
@@ -46,8 +47,8 @@ private:
 class AssimpLoader
 {
 public:
-    /// `text` takes the place of the file's content unless it is null. All that is read counts against the budget.
-    AssimpLoader(const QString &file, const QByteArray &text, ImportBudget *budget);
+    /// What `text` has in the place of a file's content is read instead of it. All that is read counts against the budget.
+    AssimpLoader(const QString &file, ModelText *text, ImportBudget *budget);
 
     /// The scene as the loader left it, without any post-processing; null with a reason. Belongs to this object.
     const aiScene *read(QString *reason);

@@ -3,6 +3,7 @@
 
 #include "PositionTable.h"
 
+#include <QtCore/QLocale>
 #include <QtCore/QStringList>
 #include <QtCore/QtMath>
 
@@ -467,8 +468,29 @@ bool facesInwards(const ImportedMesh &mesh)
     return volume < 0;
 }
 
-/// Where normals and triangles disagree, turns whichever of the two points inwards; the normals of what has no inside.
-QString makeSidesAgree(ImportedMesh *mesh, QVector<QVector3D> *faces)
+/// Turns the triangles that face clearly away from the normals of all their corners; returns how many.
+int turnTrianglesAgainstNormals(ImportedMesh *mesh, QVector<QVector3D> *faces)
+{
+    constexpr float clearly = -0.25f; // normals of coarse surfaces lean away from their triangles
+    const QVector3D *const normals = mesh->normals.constData();
+    const auto isAgainst = [&](const quint32 *corners, const QVector3D &face) {
+        return std::all_of(corners, corners + 3, [&](quint32 corner) { return dot(normals[corner], face) < clearly; });
+    };
+    int turned = 0;
+    quint32 *index = mesh->indices.data();
+    for (QVector3D &face : *faces) {
+        if (isAgainst(index, face)) {
+            std::swap(index[1], index[2]);
+            face = -face;
+            ++turned;
+        }
+        index += 3;
+    }
+    return turned;
+}
+
+/// Where most triangles disagree with the normals, turns whichever of the two points inwards; the normals of what has no inside.
+QString turnMost(ImportedMesh *mesh, QVector<QVector3D> *faces)
 {
     if (!isAgainstNormals(*mesh, *faces))
         return {};
@@ -484,6 +506,21 @@ QString makeSidesAgree(ImportedMesh *mesh, QVector<QVector3D> *faces)
     for (QVector4D &tangent : mesh->tangents)
         tangent.setW(-tangent.w()); // the bitangent stays
     return QStringLiteral("its normals point against its faces and are turned");
+}
+
+/// Makes normals and triangles agree; returns what was done.
+QString makeSidesAgree(ImportedMesh *mesh, QVector<QVector3D> *faces)
+{
+    const QString most = turnMost(mesh, faces);
+    const int turned = turnTrianglesAgainstNormals(mesh, faces);
+    if (turned == 0)
+        return most;
+    const QLocale english(QLocale::English);
+    const QString single = QStringLiteral("%1 of its %2 triangles %3")
+                               .arg(english.toString(turned), english.toString(faces->size()),
+                                   turned == 1 ? QStringLiteral("winds against its normals and is turned")
+                                               : QStringLiteral("wind against their normals and are turned"));
+    return most.isEmpty() ? single : QStringLiteral("%1; %2").arg(most, single);
 }
 
 /// Gives corners the sides of the box, where they are needed, and the normals of their triangles where they have none.

@@ -140,11 +140,11 @@ bool readWithAssimp(
 {
     const QString file = content->fileName();
     ModelText text(content);
-    if (text.isTooLarge()) {
+    if (text.isRefused()) {
         *problem = text.problem();
         return false;
     }
-    AssimpLoader loader(file, text.plainText(), budget);
+    AssimpLoader loader(file, &text, budget);
     const aiScene *source = loader.read(problem);
     if (!source)
         return false;
@@ -161,6 +161,10 @@ bool readWithAssimp(
     reader.setImagePlaces(text.imagePlaces());
     if (!reader.read(scene, problem))
         return false;
+    if (scene->items.isEmpty() && options.needsTriangles && !text.emptyReason().isEmpty()) {
+        *problem = QStringLiteral("%1; %2").arg(noTriangles, text.emptyReason());
+        return false;
+    }
     scene->format = loader.formatName();
     scene->warnings = text.warnings(loader.missingFiles()) + scene->warnings;
     return true;

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "MtlText.h"
 #include "ObjText.h"
 #include "OffText.h"
-#include "PlyHeader.h"
+#include "PlyBody.h"
 #include "X3dText.h"
 
 #include <optional>
@@ -17,27 +18,40 @@ namespace Velmora::Kvz {
 class ModelText
 {
 public:
-    /// Looks through a file of one of these formats; others are passed over. The file stays mapped.
+    /// Looks through a file of one of these formats; of others it takes text of UTF-16 alone. The file stays mapped.
     explicit ModelText(QFile *file);
 
-    /// Whether the file is too large to be looked through; the problem says so.
-    bool isTooLarge() const { return !m_problem.isEmpty(); }
+    /// Whether no loader should see the file; the problem says why.
+    bool isRefused() const { return !m_problem.isEmpty(); }
     /// What is wrong with the file, in one line; empty when nothing is.
     QString problem() const;
     /// The text as assimp reads it rightly. Null where the file is already so.
     QByteArray plainText() const;
+    /// Whether plainCompanion() mends the files that the model names.
+    bool hasCompanions() const { return m_obj.has_value(); }
+    /// The text of a file that the model names, as assimp reads it rightly.
+    QByteArray plainCompanion(const QByteArray &text);
     /// Adds to what assimp read, before it is triangulated, what it left out.
     void complete(const aiScene *scene);
+    /// Why there may be nothing in the scene of a file that is no worse than others; empty where nothing is known.
+    QString emptyReason() const { return m_emptyReason; }
     /// Paths of images that stand for several places each.
     QHash<QString, QStringList> imagePlaces() const;
     /// What there is to say, a line each, given the files that could not be opened.
     QStringList warnings(const QStringList &missingFiles) const;
 
 private:
+    void readPly(const char *begin, qint64 size);
+    void readIrrlicht(const QString &text);
+    void readOther(QFile *file, const QString &suffix);
+
     QString m_file;
     QString m_problem;
+    QString m_emptyReason;
     PlyHeader m_ply;
+    QByteArray m_text; // of another format, or of PLY
     std::optional<ObjText> m_obj;
+    MtlText m_libraries;
     std::optional<OffText> m_off;
     std::optional<X3dText> m_x3d;
 };

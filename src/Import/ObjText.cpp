@@ -2,11 +2,13 @@
 #include "ObjText.h"
 
 #include "FileNames.h"
+#include "MtlText.h"
+#include "TextEncoding.h"
 #include "TextScan.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
-#include <QtCore/QTextCodec>
+#include <QtCore/QLocale>
 
 #include <algorithm>
 #include <cstring>
@@ -22,19 +24,55 @@ bool holdsNumbers(const QByteArray &keyword)
         || keyword == "s";
 }
 
+/// The files that a line with material libraries names. Names may have spaces: one ends where the suffix does.
+QList<QByteArray> libraryNames(const QByteArray &names)
+{
+    QList<QByteArray> result;
+    QByteArray name;
+    for (const QByteArray &word : names.simplified().split(' ')) {
+        name += name.isEmpty() ? word : ' ' + word;
+        if (word.toLower().endsWith(".mtl")) {
+            result.append(name);
+            name.clear();
+        }
+    }
+    if (!name.isEmpty())
+        result.append(name);
+    return result;
+}
+
+/// How a text is to be rewritten.
+struct Rewriting
+{
+    bool completesColours = false; ///< Vertices without colours become white.
+    bool dropsAttributes = false; ///< Nothing but vertices is of use.
+};
+
 /// One line, its continuations joined, as assimp reads it.
-QByteArray plainLine(QByteArray line)
+QByteArray plainLine(QByteArray line, const Rewriting &how)
 {
     line = line.simplified();
     const QByteArray keyword = line.left(line.indexOf(' '));
+    if (keyword == "mtllib") {
+        QByteArray lines;
+        for (const QByteArray &name : libraryNames(line.mid(7)))
+            lines += (lines.isEmpty() ? "mtllib " : "\nmtllib ") + name;
+        return lines;
+    }
     if (!holdsNumbers(keyword))
         return line;
+    if (how.dropsAttributes && (keyword == "vt" || keyword == "vn"))
+        return {};
     const int comment = line.indexOf('#');
     if (comment >= 0)
         line = line.left(comment).trimmed();
+    QList<QByteArray> words = line.split(' ');
+    if (keyword == "v" && words.size() == 8)
+        words.removeLast(); // the alpha of a colour
+    else if (keyword == "v" && words.size() < 7 && words.size() > 3 && how.completesColours)
+        words = words.mid(0, 4) + QList<QByteArray>{"1", "1", "1"};
     QByteArray plain;
-    const QList<QByteArray> words = line.split(' ');
-    for (const QByteArray &word : words) {
+    for (const QByteArray &word : qAsConst(words)) {
         if (!plain.isEmpty())
             plain += ' ';
         plain += word.startsWith('.') ? '0' + word : word;
@@ -44,7 +82,7 @@ QByteArray plainLine(QByteArray line)
     return plain;
 }
 
-QByteArray plainObj(const QByteArray &text)
+QByteArray plainObj(const QByteArray &text, const Rewriting &how)
 {
     QByteArray plain;
     plain.reserve(text.size() + text.size() / 8);
@@ -58,20 +96,16 @@ QByteArray plainObj(const QByteArray &text)
             line.back() = ' ';
             continue;
         }
-        plain += plainLine(line) + '\n';
+        plain += plainLine(line, how) + '\n';
         line.clear();
     }
-    return plain + plainLine(line) + '\n';
+    return plain + plainLine(line, how) + '\n';
 }
 
-/// Text as UTF-8 without a mark; unchanged where it has no mark.
-QByteArray withoutByteOrderMark(const QByteArray &text)
+QString counted(qint64 count, const char *one)
 {
-    if (text.startsWith("\xef\xbb\xbf"))
-        return text.mid(3);
-    if (!text.startsWith("\xff\xfe") && !text.startsWith("\xfe\xff"))
-        return text;
-    return QTextCodec::codecForUtfText(text, QTextCodec::codecForName("UTF-8"))->toUnicode(text).toUtf8();
+    return QLocale(QLocale::English).toString(count) + QLatin1Char(' ') + QLatin1String(one)
+        + (count == 1 ? QString() : QStringLiteral("s"));
 }
 
 } // namespace
@@ -85,8 +119,11 @@ ObjText::ObjText(const QByteArray &text)
         if (m_problem.isEmpty() && kind.largest > kind.count)
             report(kind, kind.largestLine, kind.largest);
     }
-    if (m_isOdd && m_problem.isEmpty())
-        m_plain = plainObj(marked);
+    const bool hasVerticesAlone = !m_hasElements && (m_kinds[0].count > 0 || m_kinds[1].count > 0);
+    if ((m_isOdd || hasVerticesAlone || hasColoursInPart()) && m_problem.isEmpty())
+        m_plain = plainObj(marked, {hasColoursInPart(), hasVerticesAlone});
+    if (m_problem.isEmpty() && !m_hasElements && m_curves + m_surfaces > 0)
+        m_problem = QStringLiteral("no triangles; ") + notDrawn();
 }
 
 void ObjText::read(const QByteArray &text)
@@ -121,29 +158,60 @@ void ObjText::readLine(const char *begin, const char *end)
     m_isOdd |= keyword != begin && keyword != end;
     const char *const values = skipWord(keyword, end);
     const auto length = values - keyword;
+    const auto is = [&](const char *word) {
+        return length == qptrdiff(std::strlen(word)) && std::memcmp(keyword, word, size_t(length)) == 0;
+    };
+    m_hasElements |= length == 1 && (*keyword == 'f' || *keyword == 'l' || *keyword == 'p');
     if (length == 1 && *keyword == 'f') {
         readFace(values, end);
     } else if (length == 1 && *keyword == 'v') {
-        readNumbers(values, end, 3);
+        readVertex(values, end);
     } else if (length == 2 && keyword[0] == 'v') {
         for (Kind &kind : m_kinds)
             kind.count += keyword[1] == kind.keyword[1];
         readNumbers(values, end, 2);
-    } else if (length == 6 && std::memcmp(keyword, "mtllib", 6) == 0) {
-        const char *const name = skipSpaces(values, end);
-        m_libraries.append(QFile::decodeName(QByteArray(name, int(end - name)).simplified()));
+    } else if (is("mtllib")) {
+        readLibraries(QByteArray(values, int(end - values)));
+    } else if (is("usemtl")) {
+        const QByteArray name = QByteArray(values, int(end - values)).simplified();
+        if (!m_knownMaterials.contains(name)) {
+            m_knownMaterials.insert(name);
+            m_materials.append(QString::fromUtf8(name));
+        }
+    } else {
+        m_curves += is("curv") || is("curv2");
+        m_surfaces += is("surf");
     }
 }
 
-/// Notes numbers that start with a point, comments and missing numbers.
-void ObjText::readNumbers(const char *begin, const char *end, int fewest)
+void ObjText::readLibraries(const QByteArray &names)
+{
+    const QList<QByteArray> libraries = libraryNames(names);
+    m_isOdd |= libraries.size() > 1;
+    for (const QByteArray &library : libraries)
+        m_libraries.append(QFile::decodeName(library));
+}
+
+/// Three or four numbers of a position, or a position and a colour, at times with its alpha.
+void ObjText::readVertex(const char *begin, const char *end)
+{
+    const int count = readNumbers(begin, end, 3);
+    m_isOdd |= count == 7;
+    ++(count > 5 ? m_colouredVertices : m_plainVertices);
+}
+
+/// Notes numbers that start with a point, comments and missing numbers. Returns how many there are before a comment.
+int ObjText::readNumbers(const char *begin, const char *end, int fewest)
 {
     int count = 0;
     for (const char *at = skipSpaces(begin, end); at != end; at = skipSpaces(skipWord(at, end), end)) {
-        ++count;
         m_isOdd |= *at == '.' || *at == '#';
+        if (*at == '#')
+            break;
+        ++count;
     }
     m_isOdd |= count < fewest;
+    return count;
 }
 
 /// Corners have the forms 1, 1/2, 1//3 and 1/2/3.
@@ -195,6 +263,41 @@ QStringList ObjText::libraryWarnings(const QString &file, const QStringList &mis
     }
     warnings.removeDuplicates();
     return warnings;
+}
+
+QStringList ObjText::materialWarnings(const MtlText &libraries, const QStringList &missingFiles) const
+{
+    const bool isMissing = std::any_of(m_libraries.begin(), m_libraries.end(),
+        [&](const QString &library) { return missingFiles.contains(bareName(library)); });
+    QStringList lines;
+    for (const QString &material : m_materials) {
+        if (!isMissing && !m_libraries.isEmpty() && !material.isEmpty() && !libraries.has(material.toUtf8()))
+            lines.append(QStringLiteral("material \"%1\" is in no material library; grey is used").arg(material));
+    }
+    return lines;
+}
+
+QStringList ObjText::warnings() const
+{
+    QStringList lines;
+    if (hasColoursInPart())
+        lines.append(QStringLiteral("some of its vertices have a colour; the others are white (%1)")
+                         .arg(QLocale(QLocale::English).toString(m_plainVertices)));
+    if (m_curves + m_surfaces > 0)
+        lines.append(notDrawn());
+    return lines;
+}
+
+QString ObjText::notDrawn() const
+{
+    QStringList parts;
+    if (m_curves > 0)
+        parts.append(counted(m_curves, "curve"));
+    if (m_surfaces > 0)
+        parts.append(counted(m_surfaces, "free-form surface"));
+    return parts.join(QStringLiteral(" and "))
+        + (m_curves + m_surfaces == 1 ? QStringLiteral(" is") : QStringLiteral(" are"))
+        + QStringLiteral(" not drawn: triangles alone are");
 }
 
 } // namespace Velmora::Kvz

@@ -2,15 +2,19 @@
 #pragma once
 
 #include <QtCore/QByteArray>
+#include <QtCore/QSet>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
 namespace Velmora::Kvz {
 
+class MtlText;
+
 /// What assimp keeps to itself or reads wrongly of an OBJ file. Where an index of a texture coordinate or normal is past the end,
 /// it drops all of the mesh and says nothing; nor does it tell which material libraries the file names. Numbers that start
-/// with a point, lines that start with a space, comments behind values, texture coordinates of one number, a byte order mark
-/// and UTF-16 are legal or common, and cost it vertices or the whole file.
+/// with a point, lines that start with a space, comments behind values, texture coordinates of one number, several libraries on a
+/// line, colours with alpha or of some vertices alone, vertices alone with normals, a byte order mark and UTF-16 are legal
+/// or common, and cost it vertices, materials or the whole file.
 class ObjText
 {
 public:
@@ -24,6 +28,11 @@ public:
     /// What is said of the material libraries, when these files could not be opened. For each that is missing assimp takes
     /// the one that is called like the model.
     QStringList libraryWarnings(const QString &file, const QStringList &missingFiles) const;
+    /// A line without the file's name for each material that is in none of these libraries. Where a library is missing, its own
+    /// warning says enough.
+    QStringList materialWarnings(const MtlText &libraries, const QStringList &missingFiles) const;
+    /// What there is to say of its vertices and curves, likewise.
+    QStringList warnings() const;
 
 private:
     struct Kind
@@ -37,16 +46,27 @@ private:
 
     void read(const QByteArray &text);
     void readLine(const char *begin, const char *end);
-    void readNumbers(const char *begin, const char *end, int fewest);
+    void readLibraries(const QByteArray &names);
+    void readVertex(const char *begin, const char *end);
+    int readNumbers(const char *begin, const char *end, int fewest);
     void readFace(const char *begin, const char *end);
     void readIndex(Kind *kind, qint64 index);
     void report(const Kind &kind, qint64 line, qint64 index);
+    bool hasColoursInPart() const { return m_colouredVertices > 0 && m_plainVertices > 0; }
+    QString notDrawn() const;
 
     Kind m_kinds[2] = {{"vt", "texture coordinate"}, {"vn", "normal"}};
     qint64 m_line = 0;
     bool m_isOdd = false;
     QByteArray m_plain;
     QStringList m_libraries;
+    QStringList m_materials; // in the order of their first use
+    QSet<QByteArray> m_knownMaterials;
+    qint64 m_plainVertices = 0;
+    qint64 m_colouredVertices = 0;
+    qint64 m_curves = 0;
+    qint64 m_surfaces = 0;
+    bool m_hasElements = false; // faces, lines or points
     QString m_problem;
 };
 

@@ -141,7 +141,7 @@ QString SceneImages::fileOf(const QString &path, QString *remark) const
 {
     const QString slashed = QString(path).replace(QLatin1Char('\\'), QLatin1Char('/'));
     const QString unescaped = QUrl::fromPercentEncoding(slashed.toUtf8());
-    const QStringList candidates{slashed, unescaped, QFileInfo(slashed).fileName()};
+    const QStringList candidates{slashed, unescaped, QFileInfo(slashed).fileName(), QFileInfo(unescaped).fileName()};
     for (const QString &candidate : candidates) {
         if (QFileInfo(m_directory.filePath(candidate)).isFile())
             return m_directory.filePath(candidate);

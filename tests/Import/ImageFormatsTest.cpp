@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "ImportHelpers.h"
 #include "support/ImageFiles.h"
+#include "support/LoadCost.h"
 #include "support/ModelFiles.h"
 #include "support/TemporaryFolder.h"
 
@@ -202,6 +203,87 @@ TEST(ImageFormatsTest, sixteenBitsAreRead)
     for (int y = 0; y < 4; ++y) {
         for (int x = 0; x < 6; ++x)
             EXPECT_EQ(read.pixel(x, y), image.pixel(x, y)) << x << ", " << y;
+    }
+}
+
+TEST(ImageFormatsTest, pngOfEveryKindIsRead)
+{
+    const QImage image = distinctImage(7, 5);
+    for (const QImage::Format format : {QImage::Format_ARGB32, QImage::Format_RGB32, QImage::Format_Grayscale8,
+             QImage::Format_Indexed8, QImage::Format_Mono, QImage::Format_RGBA64}) {
+        const QImage kind = image.convertToFormat(format);
+        const QImage read = sceneWith("a.png", written(kind, "png")).materials.value(0).mapKd;
+        EXPECT_EQ(read.convertToFormat(QImage::Format_ARGB32), kind.convertToFormat(QImage::Format_ARGB32)) << format;
+        EXPECT_EQ(read.hasAlphaChannel(), kind.hasAlphaChannel()) << format;
+    }
+}
+
+/// Four of five columns are black, and three of four rows clear: nothing of the colour of clear pixels is to be seen.
+TEST(ImageFormatsTest, pngIsScaledToTheMeanOfItsPixels)
+{
+    ImportOptions options;
+    options.limits.imageSide = 4;
+    QImage grey(20, 10, QImage::Format_Grayscale8);
+    QImage clear(20, 10, QImage::Format_ARGB32);
+    for (int y = 0; y < 10; ++y) {
+        for (int x = 0; x < 20; ++x) {
+            grey.scanLine(y)[x] = x % 5 == 2 ? 200 : 0;
+            clear.setPixel(x, y, y % 5 == 3 ? qRgba(0, 250, 0, 200) : qRgba(255, 0, 0, 0));
+        }
+    }
+    for (const QImage::Format format : {QImage::Format_Grayscale8, QImage::Format_Indexed8, QImage::Format_RGBA64}) {
+        const ImportedScene scene = sceneWith("a.png", written(grey.convertToFormat(format), "png"), options);
+        const QImage read = scene.materials.value(0).mapKd;
+        ASSERT_EQ(read.size(), QSize(4, 2)) << format;
+        for (const QPoint &at : {QPoint(0, 0), QPoint(3, 1), QPoint(2, 0)})
+            EXPECT_EQ(read.pixel(at), qRgb(40, 40, 40)) << format;
+        ASSERT_EQ(scene.warnings.size(), 1);
+        EXPECT_TRUE(scene.warnings[0].endsWith("has 20x10 pixels and is scaled to 4x2"));
+    }
+    const QImage read = sceneWith("a.png", written(clear, "png"), options).materials.value(0).mapKd;
+    ASSERT_EQ(read.size(), QSize(4, 2));
+    EXPECT_EQ(read.pixel(1, 1), qRgba(0, 250, 0, 40));
+    options.limits.imageSide = 6;
+    const QImage uneven = sceneWith("a.png", written(grey, "png"), options).materials.value(0).mapKd;
+    ASSERT_EQ(uneven.size(), QSize(6, 3));
+    // A pixel of the result covers 10/3: columns 0 to 2 and a third of 3, two thirds of 3 to 5 and two thirds of 6.
+    EXPECT_EQ(qRed(uneven.pixel(0, 1)), 60);
+    EXPECT_EQ(qRed(uneven.pixel(1, 1)), 0);
+}
+
+TEST(ImageFormatsTest, largePngIsScaledWhileItIsDecoded)
+{
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizers keep what is given back";
+#endif
+    constexpr int side = 6000;
+    ImportOptions options;
+    options.limits.imageSide = 64;
+    for (const QImage::Format format : {QImage::Format_Grayscale8, QImage::Format_Indexed8}) {
+        QImage image(side, side, format);
+        image.setColorTable({qRgb(0, 0, 0), qRgb(90, 90, 90)});
+        image.fill(1);
+        QByteArray bytes = written(image, "png");
+        image = QImage();
+        const Cost small = costOf([&] { sceneWith("a.png", pngBytes(plainImage(8, 8, Qt::red)), options); });
+        const Cost large = costOf([&] { sceneWith("a.png", bytes, options); });
+        EXPECT_LT(large.megabytes - small.megabytes, 12) << format << ": all of it takes " << side * side / 1e6;
+    }
+}
+
+TEST(ImageFormatsTest, damagedPngIsToldOfInOneLine)
+{
+    const QByteArray whole = written(distinctImage(40, 40), "png");
+    QByteArray broken = whole;
+    broken[broken.size() / 2] = char(broken[broken.size() / 2] ^ 0x55);
+    for (const QByteArray &bytes : {whole.left(whole.size() / 2), broken, whole.left(20)}) {
+        ::testing::internal::CaptureStderr();
+        const ImportedScene scene = sceneWith("a.png", bytes);
+        EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+        ASSERT_EQ(scene.warnings.size(), 1);
+        EXPECT_TRUE(
+            scene.warnings[0].endsWith("texture \"a.png\" cannot be read (damaged or truncated); white is used"))
+            << qPrintable(scene.warnings[0]);
     }
 }
 

@@ -4,6 +4,9 @@
 #include "support/TemporaryFolder.h"
 
 #include <QtCore/QFileInfo>
+#include <QtCore/QtEndian>
+
+#include <cstring>
 
 namespace Velmora::Kvz {
 
@@ -25,6 +28,88 @@ TEST(ImportLimitsTest, headersThatDeclareMoreThanTheirFileHoldsAreRefusedBeforeA
                   "ply\nformat binary_little_endian 1.0\nelement vertex 4000000000\nproperty float x\nend_header\n")),
         "its header declares 4000000000 elements, more than its 90 bytes can hold");
     EXPECT_EQ(importScene(folder.write("d.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n")).items.size(), 1);
+}
+
+/// Loaders make room for as many items as a list declares.
+TEST(ImportLimitsTest, listsOfPlyThatAreLongerThanTheFileAreRefused)
+{
+    TemporaryFolder folder;
+    const auto header = [](const char *format, const char *length) {
+        return QByteArray("ply\nformat ") + format
+            + " 1.0\nelement vertex 3\nproperty uchar x\nproperty uchar y\nproperty uchar z\nelement face 2\n"
+              "property list "
+            + length + " int vertex_indices\nend_header\n";
+    };
+    const QByteArray vertices("\0\0\0\1\0\0\0\1\0", 9);
+    const QByteArray face("\3\0\0\0\0\1\0\0\0\2\0\0\0", 13);
+    EXPECT_EQ(
+        refusal(folder.write("a.ply", header("ascii", "uint") + "0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n4000000000 0 1 2\n")),
+        "damaged or truncated: element \"face\" number 1 declares a list of 4000000000 items, and its line holds 3 at "
+        "most");
+    EXPECT_EQ(refusal(folder.write("b.ply", header("ascii", "int") + "0 0 0\n1 0 0\n0 1 0\n-1 0 1 2\n3 0 1 2\n")),
+        "damaged or truncated: element \"face\" number 0 declares a list of -1 items, and its line holds 3 at most");
+    EXPECT_EQ(refusal(folder.write(
+                  "c.ply", header("binary_little_endian", "uchar") + vertices + face + "\xff" + face.mid(1))),
+        "damaged or truncated: element \"face\" number 1 declares a list of 255 items, and the rest of the file holds "
+        "3 "
+        "at most");
+    EXPECT_EQ(refusal(folder.write(
+                  "d.ply", header("binary_big_endian", "uint") + vertices + QByteArray("\x7f\0\0\0", 4) + face + face)),
+        "damaged or truncated: element \"face\" number 0 declares a list of 2130706432 items, and the rest of the file "
+        "holds 6 at most");
+    EXPECT_EQ(importScene(folder.write("e.ply",
+                              header("ascii", "uint") + "0 0 0\n1 0 0\n0 1 0\n\ncomment so\n3  0 1 2\n3 0 2 1\n"))
+                  .items.size(),
+        1);
+}
+
+/// Two strips, one of them with a restart: of four triangles, of two and one.
+TEST(PlyStripsTest, triangleStripsAreRead)
+{
+    const QVector<QVector3D> positions = {{0, 0, 0}, {0, 1, 0}, {1, 0, 0}, {1, 1, 0}, {2, 0, 0}, {2, 1, 0}};
+    const QVector<QVector<int>> strips = {{1, 0, 3, 2, 5, 4}, {0, 1, 2, 3, -1, 2, 3, 4}};
+    TemporaryFolder folder;
+    for (const char *format : {"ascii", "binary_little_endian", "binary_big_endian"}) {
+        QByteArray bytes = QByteArray("ply\nformat ") + format
+            + " 1.0\nelement vertex 6\nproperty float x\nproperty float y\nproperty float z\nelement tristrips 2\n"
+              "property list int int vertex_indices\nend_header\n";
+        const auto put = [&](quint32 bits, const QByteArray &word) {
+            char raw[4];
+            if (format[7] == 'b')
+                qToBigEndian(bits, raw);
+            else
+                qToLittleEndian(bits, raw);
+            bytes += format[0] == 'a' ? word + ' ' : QByteArray(raw, 4);
+        };
+        const QByteArray lineEnd = format[0] == 'a' ? "\n" : "";
+        for (const QVector3D &at : positions) {
+            for (const float value : {at.x(), at.y(), at.z()}) {
+                quint32 bits;
+                std::memcpy(&bits, &value, 4);
+                put(bits, QByteArray::number(double(value)));
+            }
+            bytes += lineEnd;
+        }
+        for (const QVector<int> &strip : strips) {
+            put(quint32(strip.size()), QByteArray::number(strip.size()));
+            for (const int corner : strip)
+                put(quint32(corner), QByteArray::number(corner));
+            bytes += lineEnd;
+        }
+        const ImportedScene scene = importScene(folder.write("a.ply", bytes));
+        EXPECT_EQ(scene.warnings, QStringList());
+        ASSERT_EQ(scene.meshes.size(), 1) << format;
+        const ImportedMesh &mesh = scene.meshes[0];
+        ASSERT_EQ(mesh.indices.size(), 21) << format;
+        float areas[2] = {};
+        for (int i = 0; i < mesh.indices.size(); i += 3) {
+            const auto corner = [&](int number) { return mesh.positions[int(mesh.indices[i + number])]; };
+            const float area = QVector3D::crossProduct(corner(1) - corner(0), corner(2) - corner(0)).z() / 2;
+            areas[area < 0] += area;
+        }
+        EXPECT_EQ(areas[0], 2) << format << ": the first strip winds one way";
+        EXPECT_EQ(areas[1], -1.5f) << format << ": the second winds the other";
+    }
 }
 
 TEST(ImportProgressTest, theHostIsToldOfTheFileOfMeshesAndOfImages)
@@ -197,6 +282,40 @@ INSTANTIATE_TEST_SUITE_P(All, OddObjTest,
         OddObj{"utf8Mark", "\xef\xbb\xbf" + plainTriangle}, OddObj{"utf16LittleEndian", utf16(plainTriangle, false)},
         OddObj{"utf16BigEndian", utf16(plainTriangle, true)}),
     [](const auto &test) { return std::string(test.param.label); });
+
+TEST(OddTextTest, stlMayBeInCapitals)
+{
+    TemporaryFolder folder;
+    const ImportedScene scene = importScene(folder.write("a.stl",
+        "SOLID X\nFACET NORMAL 0 0 1\nOUTER LOOP\nVERTEX 0 0 0\nVERTEX 1E0 0 0\nVERTEX 0 1 0\nENDLOOP\nENDFACET\n"
+        "ENDSOLID X\n"));
+    EXPECT_EQ(scene.warnings, QStringList());
+    EXPECT_EQ(scene.meshes.value(0).indices.size(), 3);
+}
+
+TEST(OddTextTest, mayBeUtf16)
+{
+    const QByteArray dae =
+        "<?xml version=\"1.0\" encoding=\"utf-16\"?><COLLADA xmlns=\"http://www.collada.org/2005/11/COLLADASchema\" "
+        "version=\"1.4.1\"><library_geometries><geometry id=\"g\"><mesh><source id=\"p\"><float_array id=\"pa\" "
+        "count=\"9\">0 0 0 1 0 0 0 1 0</float_array><technique_common><accessor source=\"#pa\" count=\"3\" "
+        "stride=\"3\">"
+        "<param name=\"X\" type=\"float\"/><param name=\"Y\" type=\"float\"/><param name=\"Z\" type=\"float\"/>"
+        "</accessor></technique_common></source><vertices id=\"v\"><input semantic=\"POSITION\" source=\"#p\"/>"
+        "</vertices><triangles count=\"1\"><input semantic=\"VERTEX\" source=\"#v\" offset=\"0\"/><p>0 1 "
+        "2</p></triangles>"
+        "</mesh></geometry></library_geometries><library_visual_scenes><visual_scene id=\"s\"><node id=\"n\">"
+        "<instance_geometry url=\"#g\"/></node></visual_scene></library_visual_scenes>"
+        "<scene><instance_visual_scene url=\"#s\"/></scene></COLLADA>";
+    TemporaryFolder folder;
+    for (const bool isBig : {false, true}) {
+        EXPECT_EQ(importScene(folder.write("a.off", utf16("OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n", isBig)))
+                      .meshes.value(0)
+                      .indices.size(),
+            3);
+        EXPECT_EQ(importScene(folder.write("a.dae", utf16(dae, isBig))).meshes.value(0).indices.size(), 3);
+    }
+}
 
 TEST(OddObjTest, namesWithOtherLettersAreKept)
 {

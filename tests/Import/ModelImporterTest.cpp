@@ -558,7 +558,7 @@ QByteArray binaryStl(int triangles, int written)
 } // namespace
 
 INSTANTIATE_TEST_SUITE_P(All, BadModelFileTest,
-    ::testing::Values(BadFile{"empty", "a.obj", "", "small"},
+    ::testing::Values(BadFile{"empty", "a.obj", "", ": the file is empty"},
         BadFile{"unknownType", "a.xyz", "hello\n", "unknown type"}, BadFile{"noSuffix", "a", "hello\n", "unknown type"},
         // Readers that take a file for their own by a word in it do not get to say what is wrong with it.
         BadFile{"vrml", "a.wrl", "#VRML V2.0 utf8\n# exported from BLENDER\nShape {}\n",
@@ -576,11 +576,17 @@ INSTANTIATE_TEST_SUITE_P(All, BadModelFileTest,
             QByteArray(plyHeader).replace("element face 2\nproperty list uchar int vertex_indices\n", "")
                 + "0 0 0\nnan nan nan\n1 0 0\n0 1 0\n",
             ": no triangles; 3 points are not drawn: triangles alone are"},
-        BadFile{"textOfUtf16", "a.dae", QByteArray("\xff\xfe<\0?\0x\0m\0l\0>\0", 14),
-            ": its text is UTF-16, which its reader does not take; convert it to UTF-8"},
+        BadFile{"wordWhereANumberIsExpected", "a.nff", "nff\nversion 2\nviewpos 0 0 zero\n",
+            ": damaged, or of a kind that its reader does not know: \"zero\" stands where it expects a number"},
+        BadFile{"terrainCut", "a.ter", "TERRAGENTERRAIN SIZE\1",
+            ": damaged, or of a kind that its reader does not know: it ends in the middle of its data"},
+        BadFile{"irrlichtOfMissingMeshes", "a.irr",
+            "<?xml version=\"1.0\"?>\n<irr_scene>\n<node type=\"mesh\"><attributes><string name=\"Name\" value=\"m\"/>"
+            "<string name=\"Mesh\" value=\"gone.3ds\"/></attributes></node>\n</irr_scene>\n",
+            ": no triangles; files that it names are not there: \"gone.3ds\""},
         BadFile{"readerThatQuotesTheFile", "a.x",
             "xof 0303txt 0032\nFrame A { FrameTransformMatrix { " + QByteArray(4000, 'x') + " } }\n",
-            "xxxxxxxxxxxxxxxxxxxx..."},
+            "xxxxxxxxxxxxxxxxxxxx\" stands where it expects a number"},
         BadFile{"objWithoutFaces", "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\n", "no triangles"},
         BadFile{"objOfTrianglesWithoutArea", "a.obj", "v 0 0 0\nv 1 0 0\nv 2 0 0\nf 1 2 3\nf 1 1 2\n", "no triangles"},
         BadFile{"objOfLines", "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nl 1 2\n", "no triangles"},
@@ -613,7 +619,8 @@ INSTANTIATE_TEST_SUITE_P(All, BadModelFileTest,
             "node \"far\" has a matrix that is not finite"},
         BadFile{"glbCut", "a.glb", glbBytes(squareGltf({QJsonObject{{"mesh", 0}}}, {}), QImage()).chopped(40),
             "damaged or truncated glTF: "},
-        BadFile{"stlCut", "a.stl", binaryStl(3, 1), ": Failed to determine STL storage representation"}),
+        BadFile{"stlCut", "a.stl", binaryStl(3, 1),
+            ": damaged or truncated: it is not text, and its size is not that of the facets that it declares"}),
     [](const auto &test) { return std::string(test.param.label); });
 
 TEST(ModelImporterTest, missingFileIsRefused)

@@ -220,6 +220,36 @@ TEST(SceneDataTest, facesThatWindInwardsAgainstTheirNormalsAreTurned)
         << qPrintable(scene.warnings[0]);
 }
 
+TEST(SceneDataTest, singleFacesThatWindAgainstTheirNormalsAreTurned)
+{
+    TemporaryFolder folder;
+    // A strip of five squares; the normal at the end of the last leans away, which is no reason.
+    QByteArray obj = "vn 0 0 1\nvn 0.9 0 -0.1\n";
+    for (int x = 0; x < 6; ++x)
+        obj += "v " + QByteArray::number(x) + " 0 0\nv " + QByteArray::number(x) + " 1 0\n";
+    for (int x = 0; x < 5; ++x) {
+        const QByteArray a = QByteArray::number(2 * x + 1) + "//1 ", b = QByteArray::number(2 * x + 2) + "//1 ";
+        const QByteArray normal = x == 4 ? "//2 " : "//1 ";
+        const QByteArray c = QByteArray::number(2 * x + 3) + normal, d = QByteArray::number(2 * x + 4) + normal;
+        obj += x == 1 || x == 2 ? "f " + a + b + c + "\nf " + c + b + d + "\n"
+                                : "f " + a + c + b + "\nf " + c + d + b + "\n";
+    }
+    const QString file = folder.write("a.obj", obj);
+    const ImportedScene scene = importScene(file);
+    ASSERT_EQ(scene.meshes.size(), 1);
+    const ImportedMesh &mesh = scene.meshes[0];
+    ASSERT_EQ(mesh.indices.size(), 30);
+    for (int i = 0; i < mesh.indices.size(); i += 3) {
+        const QVector3D a = mesh.positions[int(mesh.indices[i])];
+        const QVector3D b = mesh.positions[int(mesh.indices[i + 1])];
+        const QVector3D c = mesh.positions[int(mesh.indices[i + 2])];
+        EXPECT_EQ(QVector3D::crossProduct(b - a, c - a), QVector3D(0, 0, 1)) << i / 3;
+    }
+    ASSERT_EQ(scene.warnings.size(), 1);
+    EXPECT_TRUE(scene.warnings[0].endsWith("4 of its 10 triangles wind against their normals and are turned"))
+        << qPrintable(scene.warnings[0]);
+}
+
 TEST(SceneDataTest, colladaKeepsItsAxisUnlessToldOtherwise)
 {
     const QByteArray dae =

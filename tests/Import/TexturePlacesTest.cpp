@@ -51,6 +51,16 @@ TEST(TexturePlacesTest, theFirstImageOfAnX3dListThatCanBeReadIsTaken)
         QStringList(file + ": material \"\": texture \"gone.png\", \"lost.png\" is not there; white is used"));
 }
 
+TEST(TexturePlacesTest, escapedNamesAreFoundBesideTheModelToo)
+{
+    TemporaryFolder folder;
+    folder.write("te x.png", pngBytes(plainImage(2, 2, Qt::red)));
+    folder.write("a.mtl", "newmtl m\nmap_Kd no/such/te%20x.png\n");
+    const ImportedScene scene = importScene(folder.write("a.obj", triangle));
+    EXPECT_EQ(scene.warnings, QStringList());
+    EXPECT_EQ(colourOf(scene), QColor(Qt::red));
+}
+
 TEST(TexturePlacesTest, listsElsewhereInX3dDoNotKeepItFromBeingRead)
 {
     TemporaryFolder folder;

@@ -196,7 +196,7 @@ TEST(KvzProgramTest, picturesThatCannotBeWrittenAreRefused)
 
 TEST(KvzProgramTest, badModelsAreRefused)
 {
-    expectModelRefused("empty.obj", "", "OBJ-file is too small.");
+    expectModelRefused("empty.obj", "", "the file is empty");
     expectModelRefused("unknown.xyz", "hello\n",
         "unknown type of model file (OBJ, glTF, GLB, PLY, STL and 3DS are known, among others)");
     expectModelRefused(
@@ -219,6 +219,16 @@ TEST(KvzProgramTest, missingModelAndDirectoryAreRefused)
     expectLine({"render", folder.path("none.obj"), "-o", folder.picture()}, 1, folder.path("none.obj: no such file"));
     expectLine(
         {"render", folder.path("."), "-o", folder.picture()}, 1, folder.path(".: is a directory, not a model file"));
+}
+
+TEST(KvzProgramTest, warningsDoNotShowPlacesInTheSource)
+{
+    TemporaryFolder folder;
+    const QString model = folder.write("a.obj", "v 0 0 0 nan 0 0\nv 1 0 0 1 0 0\nv 0 1 0 1 0 0\nf 1 2 3\n");
+    const Result result = run({"render", model, "--size", "32x32", "-o", folder.path("out.png")});
+    ASSERT_FALSE(result.errors.isEmpty());
+    for (const QString &line : result.errors)
+        EXPECT_FALSE(line.contains(QRegularExpression("\\[\\w+:\\d+\\]"))) << qPrintable(line);
 }
 
 TEST(KvzProgramTest, missingTextureIsWarnedOfAndWhite)

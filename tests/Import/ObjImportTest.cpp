@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: MIT
+#include "ImportHelpers.h"
+#include "support/ModelFiles.h"
+#include "support/TemporaryFolder.h"
+
+#include <algorithm>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+const QByteArray square = "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nvt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\nvn 0 0 1\n";
+const QByteArray face = "f 1/1/1 2/2/1 3/3/1 4/4/1\n";
+
+/// The scene of a square whose material has these lines.
+ImportedScene sceneOf(const QByteArray &material, QStringList *lines = nullptr)
+{
+    TemporaryFolder folder;
+    folder.write("t.png", pngBytes(plainImage(2, 2, Qt::red)));
+    folder.write("my t.png", pngBytes(plainImage(2, 2, Qt::green)));
+    folder.write("a.mtl", "newmtl other\nKd 0 0 0\nnewmtl m\n" + material + "newmtl last\nKd 1 0 0\n");
+    const QString file = folder.write("a.obj", "mtllib a.mtl\n" + square + "usemtl m\n" + face);
+    const ImportedScene scene = importScene(file);
+    EXPECT_EQ(scene.materials.size(), 1);
+    if (lines) {
+        for (const QString &line : scene.warnings)
+            lines->append(line.mid(file.size() + 2));
+    } else {
+        EXPECT_EQ(scene.warnings, QStringList()) << material.constData();
+    }
+    return scene;
+}
+
+QPair<QVector2D, QVector2D> texCoordBounds(const ImportedMesh &mesh)
+{
+    QVector2D low = mesh.texCoords.value(0);
+    QVector2D high = low;
+    for (const QVector2D &at : mesh.texCoords) {
+        low = {std::min(low.x(), at.x()), std::min(low.y(), at.y())};
+        high = {std::max(high.x(), at.x()), std::max(high.y(), at.y())};
+    }
+    return {low, high};
+}
+
+} // namespace
+
+TEST(ObjLibrariesTest, oneLineMayNameSeveral)
+{
+    TemporaryFolder folder;
+    folder.write("a.mtl", "newmtl aa\nKd 1 0 0\n");
+    folder.write("my b.MTL", "newmtl bb\nKd 0 0 1\n");
+    ImportedScene scene = importScene(
+        folder.write("a.obj", "mtllib a.mtl my b.MTL\n" + square + "usemtl aa\n" + face + "usemtl bb\n" + face));
+    EXPECT_EQ(scene.warnings, QStringList());
+    ASSERT_EQ(scene.materials.size(), 2);
+    EXPECT_EQ(scene.materials[0].kd, QVector3D(1, 0, 0));
+    EXPECT_EQ(scene.materials[1].kd, QVector3D(0, 0, 1));
+    const QString file = folder.write("b.obj", "mtllib a.mtl gone.mtl\n" + square + "usemtl aa\n" + face);
+    scene = importScene(file);
+    EXPECT_EQ(scene.materials.value(0).kd, QVector3D(1, 0, 0));
+    EXPECT_EQ(scene.warnings, QStringList(file + ": material library \"gone.mtl\" cannot be opened; grey is used"));
+}
+
+TEST(ObjLibrariesTest, materialsThatNoLibraryHasAreNamed)
+{
+    TemporaryFolder folder;
+    folder.write("a.mtl", "newmtl m\nKd 1 0 0\nnewmtl two  words\nKd 0 1 0\n");
+    const QString file = folder.write("a.obj",
+        "mtllib a.mtl\n" + square + "usemtl zz\n" + face + "usemtl m\n" + face + "usemtl two  words\n" + face
+            + "usemtl zz\n" + face);
+    EXPECT_EQ(
+        importScene(file).warnings, QStringList(file + ": material \"zz\" is in no material library; grey is used"));
+}
+
+TEST(MtlTest, opacityIsReadInAllItsForms)
+{
+    for (const char *lines : {"Kd 1 0 0\nd 0.5\n", "Kd 1 0 0\nd -halo 0.5\n", "Kd 1 0 0\nTr 0.5\n",
+             "Kd 1 0 0\nd 0.5\nTr 1\n", "Kd 1 0 0\nTr 1\nd 0.5\n"}) {
+        EXPECT_EQ(sceneOf(lines).materials.value(0).d, 0.5f) << lines;
+    }
+}
+
+TEST(MtlTest, namesOfImagesAreReadInAllTheirForms)
+{
+    for (const char *name :
+        {"t.png", "t.png  \t", "\"t.png\"", "-blendu on -bm 1 t.png", "-mm 0 1 t.png", "-o 0 t.png"})
+        EXPECT_EQ(sceneOf(QByteArray("Kd 1 1 1\nmap_Kd ") + name + "\n").materials.value(0).mapKd.pixelColor(0, 0),
+            QColor(Qt::red))
+            << name;
+    EXPECT_EQ(sceneOf("Kd 1 1 1\r\nmap_Kd -s 2 2 my t.png \r\n").materials.value(0).mapKd.pixelColor(0, 0),
+        QColor(Qt::green));
+}
+
+TEST(MtlTest, anImageWithoutAColourShowsInFull)
+{
+    EXPECT_EQ(sceneOf("map_Kd t.png\n").materials.value(0).kd, QVector3D(1, 1, 1));
+    EXPECT_EQ(sceneOf("map_Kd t.png\nKd 0.5 1 0\n").materials.value(0).kd, QVector3D(0.5f, 1, 0));
+}
+
+TEST(MtlTest, modelsWithoutHighlightHaveNone)
+{
+    const QByteArray shiny = "Kd 1 0.5 0\nKs 1 1 1\nNs 10\n";
+    EXPECT_EQ(sceneOf(shiny + "illum 2\n").materials.value(0).ks, QVector3D(1, 1, 1));
+    EXPECT_EQ(sceneOf(shiny + "illum 1\n").materials.value(0).ks, QVector3D());
+    EXPECT_EQ(sceneOf("illum 1\n" + shiny + "map_Ks t.png\n").materials.value(0).ks, QVector3D());
+}
+
+TEST(MtlTest, scaleAndOffsetMoveTheTextureCoordinates)
+{
+    const ImportedScene scene = sceneOf("Kd 1 1 1\nmap_Kd -s 2 4 1 -o .25 -0.5 0 -clamp on t.png\n");
+    ASSERT_EQ(scene.meshes.size(), 1);
+    const auto [low, high] = texCoordBounds(scene.meshes[0]);
+    EXPECT_EQ(high - low, QVector2D(2, 4));
+    EXPECT_EQ(scene.materials[0].baseColourTexture.wrapU, ImportedTexture::ClampToEdge);
+    EXPECT_EQ(scene.materials[0].baseColourTexture.wrapV, ImportedTexture::ClampToEdge);
+    EXPECT_EQ(low, QVector2D(0.25f, -0.5f));
+    const ImportedScene repeated = sceneOf("Kd 1 1 1\nmap_Kd -s 2 t.png\nmap_Ke t.png\n");
+    EXPECT_EQ(texCoordBounds(repeated.meshes[0]).second, QVector2D(2, 1));
+    EXPECT_EQ(repeated.materials[0].baseColourTexture.wrapU, ImportedTexture::Repeat);
+    EXPECT_EQ(repeated.materials[0].baseColourTexture.uvSet, 0);
+    EXPECT_EQ(repeated.materials[0].emissionTexture.uvSet, 1) << "it is not scaled";
+    EXPECT_EQ(repeated.meshes[0].texCoords1.value(2), QVector2D(1, 1));
+    EXPECT_EQ(repeated.meshes[0].texCoords.value(2), QVector2D(2, 1));
+}
+
+TEST(MtlTest, optionsThatAreNotHonouredAreNamedWhereTheyShow)
+{
+    QStringList lines;
+    sceneOf("Kd 1 1 1\nmap_Kd -mm 0.1 2 -cc on -t 0 0 0 -boost 3 t.png\n", &lines);
+    EXPECT_EQ(lines, QStringList("material \"m\": texture \"t.png\": -mm, -cc is not honoured"));
+}
+
+TEST(ObjVerticesTest, coloursMayHaveAnAlpha)
+{
+    TemporaryFolder folder;
+    const ImportedScene scene =
+        importScene(folder.write("a.obj", "v 0 0 0 1 0 0 1\nv 1 0 0 1 0 0 1\nv 0 1 0 1 0 0 1\nf 1 2 3\n"));
+    EXPECT_EQ(scene.warnings, QStringList());
+    EXPECT_EQ(scene.meshes.value(0).colours, QVector<QVector4D>(3, {1, 0, 0, 1}));
+}
+
+TEST(ObjVerticesTest, thoseWithoutAColourAmongOthersAreWhite)
+{
+    TemporaryFolder folder;
+    const QString file =
+        folder.write("a.obj", "v 0 0 0 1 0 0\nv 1 0 0\nv 0 1 0 1.0\nv 1 1 0 .5 0 0\nf 1 2 3\nf 2 4 3\n");
+    const ImportedScene scene = importScene(file);
+    EXPECT_EQ(scene.warnings, QStringList(file + ": some of its vertices have a colour; the others are white (2)"));
+    ASSERT_EQ(scene.meshes.size(), 1);
+    const ImportedMesh &mesh = scene.meshes[0];
+    ASSERT_EQ(mesh.colours.size(), mesh.positions.size());
+    for (int v = 0; v < mesh.positions.size(); ++v) {
+        const QVector3D at = mesh.positions[v];
+        const QVector4D expected = at == QVector3D(0, 0, 0) ? QVector4D(1, 0, 0, 1)
+            : at == QVector3D(1, 1, 0)                      ? QVector4D(0.5f, 0, 0, 1)
+                                                            : QVector4D(1, 1, 1, 1);
+        EXPECT_EQ(mesh.colours[v], expected) << v;
+    }
+}
+
+TEST(ObjVerticesTest, verticesAloneArePoints)
+{
+    TemporaryFolder folder;
+    EXPECT_EQ(refusal(folder.write("a.obj", square)), "no triangles; 4 points are not drawn: triangles alone are");
+}
+
+TEST(ObjCurvesTest, areCounted)
+{
+    TemporaryFolder folder;
+    const QByteArray curve = "cstype bspline\ndeg 3\ncurv 0 1 1 2 3 4\nparm u 0 0 0 0 1 1 1 1\nend\n";
+    const QString file = folder.write("a.obj", square + face + curve + curve);
+    const ImportedScene scene = importScene(file);
+    EXPECT_EQ(scene.items.size(), 1);
+    EXPECT_EQ(scene.warnings, QStringList(file + ": 2 curves are not drawn: triangles alone are"));
+    EXPECT_EQ(
+        refusal(folder.write("b.obj", square + curve)), "no triangles; 1 curve is not drawn: triangles alone are");
+}
+
+} // namespace Velmora::Kvz
