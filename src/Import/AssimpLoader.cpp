@@ -225,6 +225,7 @@ QString inPlainWords(const QString &complaint)
         {"block offset is out of range", "damaged or truncated: a block of it goes beyond its end"},
         {"Unable to read a mesh from this file",
             "its reader finds no mesh in it: damaged, or of a kind that it does not know"},
+        {"XML parse error", "damaged: its XML cannot be parsed"},
         {"an MDL sequence file", "no triangles: it holds sequences of animation for the model of another file"}};
     for (const Meaning &meaning : meanings) {
         if (complaint.contains(QLatin1String(meaning.part)))

@@ -513,7 +513,7 @@ QString makeSidesAgree(ImportedMesh *mesh, QVector<QVector3D> *faces)
 {
     const QString most = turnMost(mesh, faces);
     const int turned = turnTrianglesAgainstNormals(mesh, faces);
-    if (turned == 0)
+    if (turned * 100 < faces->size()) // strays, as at the tips of coarse surfaces: nothing to see
         return most;
     const QLocale english(QLocale::English);
     const QString single = QStringLiteral("%1 of its %2 triangles %3")

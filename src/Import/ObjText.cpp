@@ -176,7 +176,7 @@ void ObjText::readLine(const char *begin, const char *end)
         const QByteArray name = QByteArray(values, int(end - values)).simplified();
         if (!m_knownMaterials.contains(name)) {
             m_knownMaterials.insert(name);
-            m_materials.append(QString::fromUtf8(name));
+            m_materials.append(name);
         }
     } else {
         m_curves += is("curv") || is("curv2");
@@ -270,9 +270,10 @@ QStringList ObjText::materialWarnings(const MtlText &libraries, const QStringLis
     const bool isMissing = std::any_of(m_libraries.begin(), m_libraries.end(),
         [&](const QString &library) { return missingFiles.contains(bareName(library)); });
     QStringList lines;
-    for (const QString &material : m_materials) {
-        if (!isMissing && !m_libraries.isEmpty() && !material.isEmpty() && !libraries.has(material.toUtf8()))
-            lines.append(QStringLiteral("material \"%1\" is in no material library; grey is used").arg(material));
+    for (const QByteArray &material : m_materials) {
+        if (!isMissing && !m_libraries.isEmpty() && !material.isEmpty() && !libraries.has(material))
+            lines.append(QStringLiteral("material \"%1\" is in no material library; grey is used")
+                             .arg(QString::fromUtf8(material)));
     }
     return lines;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QtCore/QByteArray>
+#include <QtCore/QList>
 #include <QtCore/QSet>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
@@ -60,7 +61,7 @@ private:
     bool m_isOdd = false;
     QByteArray m_plain;
     QStringList m_libraries;
-    QStringList m_materials; // in the order of their first use
+    QList<QByteArray> m_materials; // in the order of their first use
     QSet<QByteArray> m_knownMaterials;
     qint64 m_plainVertices = 0;
     qint64 m_colouredVertices = 0;

@@ -64,10 +64,10 @@ TEST(ObjLibrariesTest, oneLineMayNameSeveral)
 TEST(ObjLibrariesTest, materialsThatNoLibraryHasAreNamed)
 {
     TemporaryFolder folder;
-    folder.write("a.mtl", "newmtl m\nKd 1 0 0\nnewmtl two  words\nKd 0 1 0\n");
+    folder.write("a.mtl", "newmtl m\nKd 1 0 0\nnewmtl d\xe4k\nKd 1 1 1\nnewmtl two  words\nKd 0 1 0\n");
     const QString file = folder.write("a.obj",
-        "mtllib a.mtl\n" + square + "usemtl zz\n" + face + "usemtl m\n" + face + "usemtl two  words\n" + face
-            + "usemtl zz\n" + face);
+        "mtllib a.mtl\n" + square + "usemtl d\xe4k\n" + face + "usemtl zz\n" + face + "usemtl m\n" + face
+            + "usemtl two  words\n" + face + "usemtl zz\n" + face);
     EXPECT_EQ(
         importScene(file).warnings, QStringList(file + ": material \"zz\" is in no material library; grey is used"));
 }
