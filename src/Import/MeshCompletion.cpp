@@ -168,7 +168,8 @@ public:
             setCorner(corner, m_mesh->normals.at(int(m_mesh->indices.at(corner))), side);
     }
 
-    void setCorner(int corner, const QVector3D &normal, int side)
+    // By value: the normal may be one of the mesh's, whose array grows.
+    void setCorner(int corner, QVector3D normal, int side)
     {
         int vertex = int(m_mesh->indices.at(corner));
         if (m_sides[size_t(vertex)] < 0) {

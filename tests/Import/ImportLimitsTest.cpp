@@ -75,7 +75,7 @@ TEST(PlyStripsTest, triangleStripsAreRead)
               "property list int int vertex_indices\nend_header\n";
         const auto put = [&](quint32 bits, const QByteArray &word) {
             char raw[4];
-            if (format[7] == 'b')
+            if (std::strstr(format, "big"))
                 qToBigEndian(bits, raw);
             else
                 qToLittleEndian(bits, raw);
