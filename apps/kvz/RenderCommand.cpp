@@ -35,8 +35,8 @@ private:
     double m_last = 0;
 };
 
-/// Scales a scene that is far smaller or larger than a few units, for passes whose constants are lengths: the reach of
-/// obscurance, for one.
+/// Scales a scene that is far smaller or larger than a few units, for passes whose constants are lengths: obscurance ends 50 units
+/// from the camera.
 void bringToUsualSize(ImportedScene *scene)
 {
     const QVector<QVector3D> points = scene->points();

@@ -26,8 +26,8 @@ KVZ_HOST_EXPORT QVector<ChainFinding> validateChain(const ChainDescription &chai
 /// ResolvedChain::presents() of a chain.
 KVZ_HOST_EXPORT bool presents(const ChainDescription &chain, const PassRegistry &registry = PassRegistry::standard());
 
-/// The passes and strategies of a chain that the current driver cannot run, and why, such as shaders that do not compile, and viewports and images beyond its
-/// limits; needs a current context. What concerns a disabled pass is a warning at most.
+/// The passes and strategies of a chain that the current driver cannot run, and why, such as shaders that do not compile, and
+/// viewports and images beyond its limits; needs a current context. What concerns a disabled pass is a warning at most.
 KVZ_HOST_EXPORT QVector<ChainFinding> validateChainOnDriver(const ResolvedChain &chain);
 KVZ_HOST_EXPORT QVector<ChainFinding> validateChainOnDriver(
     const ChainDescription &chain, const PassRegistry &registry = PassRegistry::standard());

@@ -46,7 +46,8 @@ class Texture;
 /// next motion of items and camera alike is measured from the last frame that was seen. A frame in which the pass is
 /// neither started nor skipped must not end with GPUModel::advanceFrame(), or that motion of items is lost.
 ///
-/// A depth image of several samples is read at its first one. Depth test and blending are off afterwards.
+/// A depth image of several samples is read at its first one. Depth test, blending,
+/// culling, scissor and stencil test are off afterwards, and colours are written.
 class KVZ_EXTRAPASSES_EXPORT VelocityRenderPass : public RenderPassProxy
 {
 public:
