@@ -54,10 +54,10 @@ function(kvz_precompile target)
     endif()
 endfunction()
 
-# kvz_compile_briefly(SOURCE...): for what runs a few times and never in a frame, such as tables of data, checks and commands.
-# Debug builds stay as they are.
-function(kvz_compile_briefly)
-    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release,RelWithDebInfo>:-O1>")
+# kvz_compile_together(TARGET COUNT): the compiler reads COUNT sources of TARGET at a time, and what they share once. Names of
+# unnamed namespaces then have to differ within the target.
+function(kvz_compile_together target count)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ${KVZ_COMPILE_TOGETHER} UNITY_BUILD_BATCH_SIZE ${count})
 endfunction()
 
 # kvz_add_library(NAME [MOC] SOURCES ... HEADERS ... PUBLIC ... PRIVATE ...)

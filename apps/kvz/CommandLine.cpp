@@ -9,12 +9,12 @@
 
 namespace Velmora::Kvz {
 
-namespace {
-
 QString dashed(const QString &name)
 {
     return (name.size() == 1 ? QStringLiteral("-") : QStringLiteral("--")) + name;
 }
+
+namespace {
 
 /// Two columns, indented; the right one may have several lines.
 QString columns(const QVector<QPair<QString, QString>> &rows)

@@ -66,6 +66,9 @@ struct CommandSpec
 /// The command with what all of them have: --help.
 CommandSpec withHelp(CommandSpec command);
 
+/// The name of an option as it is typed, with one dash or two.
+QString dashed(const QString &name);
+
 /// How the command is written, such as "kvz check CHAIN [options]".
 QString usageOf(const CommandSpec &command);
 

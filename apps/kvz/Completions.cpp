@@ -9,11 +9,6 @@ namespace {
 const QString chainNames = QStringLiteral("kvz chains 2>/dev/null | awk 'NR > 1 {print $1}'");
 const QString passNames = QStringLiteral("kvz passes 2>/dev/null | awk '{print $1}'");
 
-QString dashed(const QString &name)
-{
-    return (name.size() == 1 ? QStringLiteral("-") : QStringLiteral("--")) + name;
-}
-
 QStringList optionNames(const CommandSpec &command)
 {
     QStringList names;

@@ -36,8 +36,7 @@ QString optionEntry(const OptionSpec &option)
 {
     QStringList names;
     for (const QString &name : option.names) {
-        QString text = QStringLiteral("\\fB%1\\fR")
-                           .arg(roff((name.size() == 1 ? QStringLiteral("-") : QStringLiteral("--")) + name));
+        QString text = QStringLiteral("\\fB%1\\fR").arg(roff(dashed(name)));
         if (!option.value.isEmpty())
             text += QStringLiteral(" \\fI%1\\fR").arg(roff(option.value));
         names.append(text);

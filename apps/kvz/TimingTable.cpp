@@ -19,7 +19,7 @@ double medianOf(QVector<double> values)
     return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
-QString milliseconds(double value)
+QString timeText(double value)
 {
     return value < 0 ? QStringLiteral("-") : QString::number(value, 'f', 3);
 }
@@ -59,9 +59,9 @@ QString TimingTable::toString() const
         if (row.gpu >= 0)
             gpuSum = std::max(gpuSum, 0.0) + row.gpu;
         cpuSum += std::max(row.cpu, 0.0);
-        rows.append({row.pass, milliseconds(row.gpu), milliseconds(row.cpu)});
+        rows.append({row.pass, timeText(row.gpu), timeText(row.cpu)});
     }
-    rows.append({QStringLiteral("sum"), milliseconds(gpuSum), milliseconds(cpuSum)});
+    rows.append({QStringLiteral("sum"), timeText(gpuSum), timeText(cpuSum)});
     const auto frames = [](int count, const QString &one) {
         return count == 1 ? one : QStringLiteral("%1 frames").arg(count);
     };

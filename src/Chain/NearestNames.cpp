@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <Chain/NearestNames.h>
 
+#include <Host/Quoted.h>
+
 #include <QtCore/QPair>
 #include <QtCore/QVector>
 
@@ -36,11 +38,6 @@ int editDistance(const QString &a, const QString &b)
         }
     }
     return row.back();
-}
-
-QString quoted(const QString &text)
-{
-    return QStringLiteral("\"%1\"").arg(text);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include <Chain/PassOptions.h>
 
 #include <Chain/NearestNames.h>
+#include <Host/Quoted.h>
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
@@ -9,11 +10,6 @@
 namespace Velmora::Kvz {
 
 namespace {
-
-QString quoted(const QString &text)
-{
-    return QStringLiteral("\"%1\"").arg(text);
-}
 
 /// Turns a converted enumerator, a name or a number, into its number. False, with advice, for one that does not exist.
 bool findEnumerator(const OptionInfo &option, QVariant *value, QString *remedy)

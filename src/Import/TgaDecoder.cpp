@@ -9,7 +9,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-constexpr int headerSize = 18;
+constexpr int tgaHeaderSize = 18;
 
 enum Kind { Mapped = 1, TrueColour = 2, Grey = 3 };
 
@@ -62,7 +62,7 @@ QRgb colourOf(const uchar *from, int bits)
 
 bool isTga(const QByteArray &start)
 {
-    return start.size() >= headerSize && Header(start).makesSense(uchar(start[2]));
+    return start.size() >= tgaHeaderSize && Header(start).makesSense(uchar(start[2]));
 }
 
 QImage readTga(const QByteArray &bytes)
@@ -72,7 +72,7 @@ QImage readTga(const QByteArray &bytes)
     const Header header(bytes);
     const int size = (header.bits + 7) / 8;
     const int mapSize = (header.mapBits + 7) / 8;
-    const qint64 mapStart = headerSize + header.idLength;
+    const qint64 mapStart = tgaHeaderSize + header.idLength;
     const qint64 dataStart = mapStart + (header.mapType == 1 ? qint64(header.mapLength) * mapSize : 0);
     const qint64 pixels = qint64(header.width) * header.height;
     const qint64 left = bytes.size() - dataStart;

@@ -17,11 +17,6 @@ QString portsOf(const PassInfo &info)
 
 } // namespace
 
-QString Check::quoted(const QString &text)
-{
-    return QStringLiteral("\"%1\"").arg(text);
-}
-
 void Check::report(Severity severity, Code code, const QString &pass, const QString &port, const Words &expected,
     const Words &actual, const Words &remedy)
 {

@@ -3,6 +3,7 @@
 
 #include <Chain/ChainFinding.h>
 #include <Chain/ResolvedPasses.h>
+#include <Host/Quoted.h>
 
 #include <QtCore/QString>
 #include <QtCore/QVector>
@@ -34,8 +35,6 @@ protected:
             : QString(QString::fromUtf8(text))
         { }
     };
-
-    static QString quoted(const QString &text);
 
     void report(Severity severity, Code code, const QString &pass, const QString &port, const Words &expected,
         const Words &actual, const Words &remedy);
