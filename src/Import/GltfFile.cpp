@@ -35,7 +35,7 @@ const QStringList readExtensions{
     QStringLiteral("EXT_texture_webp"),
 };
 
-/// What the library asks of the file system. Images are none of its business: they are read later, under their own limits.
+/// What the library asks of the file system. It does not ask for images: they are read later, under their own limits.
 struct Reader
 {
     QString directory;
@@ -46,12 +46,9 @@ struct Reader
     {
         auto *reader = static_cast<Reader *>(user);
         const QString file = QString::fromStdString(name);
-        static const QStringList images{QStringLiteral("png"), QStringLiteral("jpg"), QStringLiteral("jpeg"),
-            QStringLiteral("webp"), QStringLiteral("ktx2"), QStringLiteral("ktx"), QStringLiteral("tga"),
-            QStringLiteral("bmp"), QStringLiteral("gif"), QStringLiteral("dds"), QStringLiteral("tif")};
         const QFileInfo info(file);
         // It also tries the working directory.
-        if (images.contains(info.suffix().toLower()) || !file.startsWith(reader->directory))
+        if (!file.startsWith(reader->directory))
             return false;
         if (!info.isFile())
             reader->missing = info.fileName();

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "GltfLibrary.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QHash>
 #include <QtCore/QString>
@@ -10,8 +12,6 @@
 #include <QtGui/QVector4D>
 
 #include <initializer_list>
-
-#include <tiny_gltf.h>
 
 namespace Velmora::Kvz {
 
