@@ -24,25 +24,37 @@
 #include <limits>
 #include <memory>
 #include <sstream>
+#include <unordered_set>
 #include <vector>
 
 namespace Velmora::Kvz {
 
 namespace {
 
-/// A file whose reading counts against the budget: past a limit it reads as if it had ended.
-class BudgetedStream : public Assimp::IOStream
+/// A file whose reading counts against the budget: past a limit it reads as if it had ended. While it is open it is in a
+/// list, since loaders that refuse a file leave streams behind; those that close one delete it, each in its own way.
+class ListedStream : public Assimp::IOStream
 {
 public:
-    BudgetedStream(std::unique_ptr<Assimp::IOStream> stream, ImportBudget *budget)
+    using List = std::unordered_set<Assimp::IOStream *>;
+
+    /// Without a budget nothing counts.
+    ListedStream(std::unique_ptr<Assimp::IOStream> stream, ImportBudget *budget, List *open)
         : m_stream(std::move(stream)),
-          m_budget(budget)
-    { }
+          m_budget(budget),
+          m_open(open)
+    {
+        m_open->insert(this);
+    }
+    ~ListedStream() override { m_open->erase(this); }
+    Q_DISABLE_COPY(ListedStream)
 
     size_t Read(void *buffer, size_t size, size_t count) override
     {
         const size_t left = m_stream->FileSize() - std::min(m_stream->Tell(), m_stream->FileSize());
         const qint64 bytes = qint64(std::min(size > 0 ? count * size : 0, left));
+        if (!m_budget)
+            return m_stream->Read(buffer, size, count);
         return m_budget->isTimeLeft() && m_budget->takeBytes(bytes) ? m_stream->Read(buffer, size, count) : 0;
     }
     size_t Write(const void *, size_t, size_t) override { return 0; }
@@ -54,6 +66,7 @@ public:
 private:
     std::unique_ptr<Assimp::IOStream> m_stream;
     ImportBudget *m_budget;
+    List *m_open;
 };
 
 /// Notes the files that cannot be opened: of material libraries the loaders say nothing. Gives texts that were mended in place of
@@ -68,22 +81,28 @@ public:
           m_budget(budget),
           m_missing(missing)
     { }
+    ~FileWatcher() override
+    {
+        while (!m_open.empty())
+            delete *m_open.begin();
+    }
+    Q_DISABLE_COPY(FileWatcher)
 
     Assimp::IOStream *Open(const char *file, const char *mode) override
     {
         const bool isModel = m_model == file;
         if (isModel && !m_plainModel.isNull())
-            return new Assimp::MemoryIOStream(
-                reinterpret_cast<const uint8_t *>(m_plainModel.constData()), size_t(m_plainModel.size()));
+            return listed(std::make_unique<Assimp::MemoryIOStream>(
+                reinterpret_cast<const uint8_t *>(m_plainModel.constData()), size_t(m_plainModel.size())));
         std::unique_ptr<Assimp::IOStream> stream(DefaultIOSystem::Open(file, mode));
         if (!stream) {
             m_missing->append(bareName(QFile::decodeName(file)));
             return nullptr;
         }
-        auto counted = std::make_unique<BudgetedStream>(std::move(stream), m_budget);
+        auto counted = std::make_unique<ListedStream>(std::move(stream), m_budget, &m_open);
         const QByteArray mended = isModel ? QByteArray() : mendedText(counted.get());
         if (!mended.isNull())
-            return streamOf(mended);
+            return listed(streamOf(mended));
         counted->Seek(0, aiOrigin_SET);
         return counted.release();
     }
@@ -98,11 +117,17 @@ private:
         return m_text->plainCompanion(content);
     }
 
-    static Assimp::IOStream *streamOf(const QByteArray &text)
+    static std::unique_ptr<Assimp::IOStream> streamOf(const QByteArray &text)
     {
         auto *copy = new uint8_t[size_t(text.size())]; // the stream deletes it
         std::copy(text.begin(), text.end(), copy);
-        return new Assimp::MemoryIOStream(copy, size_t(text.size()), true);
+        return std::make_unique<Assimp::MemoryIOStream>(copy, size_t(text.size()), true);
+    }
+
+    /// Text in memory, which has been counted.
+    Assimp::IOStream *listed(std::unique_ptr<Assimp::IOStream> text)
+    {
+        return new ListedStream(std::move(text), nullptr, &m_open);
     }
 
     QByteArray m_model;
@@ -110,6 +135,7 @@ private:
     QByteArray m_plainModel;
     ImportBudget *m_budget;
     QStringList *m_missing;
+    ListedStream::List m_open;
 };
 
 /// Passes on how far a loader says that it is.

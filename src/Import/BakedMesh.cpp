@@ -8,6 +8,8 @@ namespace Velmora::Kvz {
 
 namespace {
 
+constexpr double flatShare = 1e-7; // below, the directions of a matrix of floats are noise
+
 /// The upper left of a matrix, in double precision: scales of a thousandth and of a thousand meet.
 struct Linear
 {
@@ -51,6 +53,13 @@ Linear linearOf(const QMatrix4x4 &matrix)
     return result;
 }
 
+/// Whether the thinnest that a matrix makes of anything is at most `share` of the widest.
+bool isFlat(const Linear &matrix, double share)
+{
+    const Linear cofactors = matrix.cofactors();
+    return !(std::abs(matrix.determinant(cofactors)) > share * cofactors.size() * matrix.size());
+}
+
 /// The orthogonal matrix that is closest, by Newton's iteration with scaling (Higham 1986); false for a singular one.
 bool orthogonalPart(Linear *matrix)
 {
@@ -82,9 +91,14 @@ bool splitStretch(const QMatrix4x4 &matrix, QMatrix4x4 *stretch)
 {
     const Linear whole = linearOf(matrix);
     Linear turn = whole;
+    *stretch = QMatrix4x4();
+    if (isFlat(whole, flatShare)) {
+        for (int c = 0; c < 3; ++c)
+            stretch->setColumn(c, QVector4D(matrix.column(c).toVector3D(), 0));
+        return whole.cofactors().size() > 1e-12 * whole.size() * whole.size();
+    }
     if (!orthogonalPart(&turn))
         return false;
-    *stretch = QMatrix4x4();
     double change = 0;
     for (int r = 0; r < 3; ++r) {
         for (int c = 0; c < 3; ++c) {
@@ -98,12 +112,51 @@ bool splitStretch(const QMatrix4x4 &matrix, QMatrix4x4 *stretch)
     return change > 1e-5;
 }
 
+QMatrix4x4 withoutStretch(const QMatrix4x4 &matrix, const QMatrix4x4 &stretch)
+{
+    if (!isFlat(linearOf(stretch), flatShare))
+        return matrix * stretch.inverted();
+    QMatrix4x4 move;
+    move.setColumn(3, matrix.column(3));
+    return move;
+}
+
+QVector3D extentOf(const MeshData &mesh)
+{
+    if (mesh.positions.isEmpty())
+        return {};
+    QVector3D low = mesh.positions[0];
+    QVector3D high = low;
+    for (const QVector3D &position : mesh.positions) {
+        for (int axis = 0; axis < 3; ++axis) {
+            low[axis] = std::min(low[axis], position[axis]);
+            high[axis] = std::max(high[axis], position[axis]);
+        }
+    }
+    return high - low;
+}
+
+bool flattens(const QMatrix4x4 &matrix, const QVector3D &extent)
+{
+    constexpr double atOneDepth = 1e-5; // less than what depth buffers tell apart
+    constexpr float hasThickness = 1e-4f;
+    const float longest = std::max({extent.x(), extent.y(), extent.z()});
+    if (!(std::min({extent.x(), extent.y(), extent.z()}) > hasThickness * longest))
+        return false;
+    Linear box = linearOf(matrix);
+    for (auto &row : box.m) {
+        for (int c = 0; c < 3; ++c)
+            row[c] *= double(extent[c]);
+    }
+    return isFlat(box, atOneDepth);
+}
+
 MeshData stretched(const MeshData &mesh, const QMatrix4x4 &stretch)
 {
     MeshData result = mesh;
     for (QVector3D &position : result.positions)
         position = stretch.map(position);
-    // The inverse, which is its own transposed; its size does not matter, and may be out of a float's range.
+    // The inverse transposed; its size does not matter, and may be out of a float's range.
     const Linear linear = linearOf(stretch);
     const Linear cofactors = linear.cofactors();
     const double size = cofactors.size();

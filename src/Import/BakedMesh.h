@@ -8,8 +8,18 @@
 namespace Velmora::Kvz {
 
 /// Splits a matrix into one that only stretches, along some axes, and one that only moves, turns and mirrors:
-/// matrix = rest * stretch. False where there is nothing to split: the matrix does not stretch, or flattens space.
+/// matrix = rest * stretch. Of one that flattens space all but the move is stretch. False where there is nothing to split: the
+/// matrix does not stretch, or leaves no more than a line.
 bool splitStretch(const QMatrix4x4 &matrix, QMatrix4x4 *stretch);
+
+/// What is left of a matrix without a stretch before it.
+QMatrix4x4 withoutStretch(const QMatrix4x4 &matrix, const QMatrix4x4 &stretch);
+
+/// The size of a mesh along the axes.
+QVector3D extentOf(const MeshData &mesh);
+
+/// Whether a matrix makes a body of this extent so flat that its front and its back are at one depth.
+bool flattens(const QMatrix4x4 &matrix, const QVector3D &extent);
 
 /// The mesh, stretched: normals and tangents stay of unit length.
 MeshData stretched(const MeshData &mesh, const QMatrix4x4 &stretch);

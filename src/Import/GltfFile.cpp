@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "GltfFile.h"
 
+#include "GltfDraco.h"
 #include "ImportBudget.h"
 
 #include <QtCore/QFile>
@@ -23,8 +24,12 @@ namespace Velmora::Kvz {
 
 namespace {
 
+constexpr const char *meshoptName = "EXT_meshopt_compression";
+constexpr const char *dracoName = "KHR_draco_mesh_compression";
+
 const QStringList readExtensions{
     QStringLiteral("KHR_mesh_quantization"),
+    QStringLiteral("KHR_draco_mesh_compression"),
     QStringLiteral("KHR_texture_transform"),
     QStringLiteral("KHR_materials_unlit"),
     QStringLiteral("KHR_materials_emissive_strength"),
@@ -35,7 +40,7 @@ const QStringList readExtensions{
     QStringLiteral("EXT_texture_webp"),
 };
 
-/// What the library asks of the file system. Images are none of its business: they are read later, under their own limits.
+/// What the library asks of the file system. It does not ask for images: they are read later, under their own limits.
 struct Reader
 {
     QString directory;
@@ -46,12 +51,9 @@ struct Reader
     {
         auto *reader = static_cast<Reader *>(user);
         const QString file = QString::fromStdString(name);
-        static const QStringList images{QStringLiteral("png"), QStringLiteral("jpg"), QStringLiteral("jpeg"),
-            QStringLiteral("webp"), QStringLiteral("ktx2"), QStringLiteral("ktx"), QStringLiteral("tga"),
-            QStringLiteral("bmp"), QStringLiteral("gif"), QStringLiteral("dds"), QStringLiteral("tif")};
         const QFileInfo info(file);
         // It also tries the working directory.
-        if (images.contains(info.suffix().toLower()) || !file.startsWith(reader->directory))
+        if (!file.startsWith(reader->directory))
             return false;
         if (!info.isFile())
             reader->missing = info.fileName();
@@ -102,9 +104,14 @@ Chunk jsonChunk(const QByteArray &glb)
     return {20, int(std::min<quint32>(size, quint32(glb.size() - 20)))};
 }
 
+QJsonObject jsonExtensionOf(const QJsonObject &object, const char *name)
+{
+    return object[QStringLiteral("extensions")].toObject()[QLatin1String(name)].toObject();
+}
+
 QJsonObject meshoptOf(const QJsonObject &object)
 {
-    return object[QStringLiteral("extensions")].toObject()[QStringLiteral("EXT_meshopt_compression")].toObject();
+    return jsonExtensionOf(object, meshoptName);
 }
 
 /// Whether all that lies in a buffer is compressed elsewhere. Not every writer marks such a buffer.
@@ -126,11 +133,10 @@ bool isFallback(const QJsonObject &document, int number)
     return isUsed;
 }
 
-/// The document with buffers of one byte in place of those that have no data, since what lies in them is compressed
-/// elsewhere: the library knows no such buffers. The first buffer of a GLB lies in the file.
-QByteArray withoutFallbacks(const QByteArray &json, bool isBinary)
+/// Puts buffers of one byte in place of those that have no data, since what lies in them is compressed elsewhere: the library
+/// knows no such buffers. The first buffer of a GLB lies in the file.
+QJsonObject withoutFallbacks(QJsonObject document, bool isBinary)
 {
-    QJsonObject document = QJsonDocument::fromJson(json).object();
     QJsonArray buffers = document[QStringLiteral("buffers")].toArray();
     for (int b = isBinary ? 1 : 0; b < buffers.size(); ++b) {
         if (!buffers[b].toObject().contains(QStringLiteral("uri")) && isFallback(document, b))
@@ -138,7 +144,35 @@ QByteArray withoutFallbacks(const QByteArray &json, bool isBinary)
                 {QStringLiteral("uri"), QStringLiteral("data:application/octet-stream;base64,AA==")}};
     }
     document[QStringLiteral("buffers")] = buffers;
-    return QJsonDocument(document).toJson(QJsonDocument::Compact);
+    return document;
+}
+
+/// Gives indices that Draco has compressed a view, which nobody reads: the library knows no indices without.
+QJsonObject withIndexViews(QJsonObject document)
+{
+    QJsonArray accessors = document[QStringLiteral("accessors")].toArray();
+    const QJsonArray meshes = document[QStringLiteral("meshes")].toArray();
+    for (const QJsonValue &mesh : meshes) {
+        const QJsonArray primitives = mesh.toObject()[QStringLiteral("primitives")].toArray();
+        for (const QJsonValue &primitive : primitives) {
+            const QJsonObject extension = jsonExtensionOf(primitive.toObject(), dracoName);
+            const int indices = primitive.toObject()[QStringLiteral("indices")].toInt(-1);
+            QJsonObject accessor = accessors.at(indices).toObject();
+            if (extension.isEmpty() || accessor.isEmpty() || accessor.contains(QStringLiteral("bufferView")))
+                continue;
+            accessor[QStringLiteral("bufferView")] = extension[QStringLiteral("bufferView")];
+            accessors[indices] = accessor;
+        }
+    }
+    document[QStringLiteral("accessors")] = accessors;
+    return document;
+}
+
+/// The document as the library takes it.
+QByteArray mended(const QByteArray &json, bool isBinary)
+{
+    const QJsonObject document = QJsonDocument::fromJson(json).object();
+    return QJsonDocument(withIndexViews(withoutFallbacks(document, isBinary))).toJson(QJsonDocument::Compact);
 }
 
 QByteArray withJson(const QByteArray &glb, const Chunk &chunk, QByteArray json)
@@ -257,6 +291,9 @@ const tinygltf::Value &extensionOf(const tinygltf::ExtensionMap &extensions, con
     return found != extensions.end() ? found->second : none;
 }
 
+GltfFile::GltfFile() = default;
+GltfFile::~GltfFile() = default;
+
 bool GltfFile::isGltf2(const QString &suffix, const QByteArray &content)
 {
     if (content.startsWith("glTF"))
@@ -278,9 +315,10 @@ bool GltfFile::load(const QString &file, const QByteArray &content, ImportBudget
     const bool isBinary = content.startsWith("glTF");
     const Chunk json = isBinary ? jsonChunk(content) : Chunk{0, content.size()};
     QByteArray text = content;
-    if (content.indexOf("EXT_meshopt_compression") >= 0) {
-        const QByteArray mended = withoutFallbacks(content.mid(json.begin, json.size), isBinary);
-        text = isBinary ? withJson(content, json, mended) : mended;
+    const QByteArray document = content.mid(json.begin, json.size);
+    if (document.contains(meshoptName) || document.contains(dracoName)) {
+        text = mended(document, isBinary);
+        text = isBinary ? withJson(content, json, text) : text;
     }
     std::string error;
     std::string warning;
@@ -296,7 +334,7 @@ bool GltfFile::load(const QString &file, const QByteArray &content, ImportBudget
     }
     if (!isLoaded) {
         const QString reason = firstLine(error);
-        const QString flaw = flawOf(content.mid(json.begin, json.size), isBinary);
+        const QString flaw = flawOf(document, isBinary);
         *problem = !budget->problem().isEmpty() ? budget->problem()
             : !flaw.isEmpty()                   ? flaw
             : !reader.missing.isEmpty()         ? QStringLiteral("its file \"%1\" is not there").arg(reader.missing)
@@ -317,7 +355,7 @@ bool GltfFile::load(const QString &file, const QByteArray &content, ImportBudget
 bool GltfFile::isCompressed(int bufferView) const
 {
     return bufferView >= 0 && size_t(bufferView) < m_document.bufferViews.size()
-        && extensionOf(m_document.bufferViews[size_t(bufferView)].extensions, "EXT_meshopt_compression").IsObject();
+        && extensionOf(m_document.bufferViews[size_t(bufferView)].extensions, meshoptName).IsObject();
 }
 
 QByteArray GltfFile::bytes(int bufferView)
@@ -325,7 +363,7 @@ QByteArray GltfFile::bytes(int bufferView)
     if (bufferView < 0 || size_t(bufferView) >= m_document.bufferViews.size())
         return {};
     const tinygltf::BufferView &view = m_document.bufferViews[size_t(bufferView)];
-    const tinygltf::Value &compression = extensionOf(view.extensions, "EXT_meshopt_compression");
+    const tinygltf::Value &compression = extensionOf(view.extensions, meshoptName);
     if (compression.IsObject()) {
         const auto known = m_decompressed.constFind(bufferView);
         if (known != m_decompressed.constEnd())
@@ -339,6 +377,42 @@ QByteArray GltfFile::bytes(int bufferView)
         || view.byteLength > size_t(std::numeric_limits<int>::max()))
         return {};
     return QByteArray::fromRawData(reinterpret_cast<const char *>(data.data()) + view.byteOffset, int(view.byteLength));
+}
+
+bool GltfFile::unpack(const tinygltf::Primitive &primitive, ImportBudget *budget, QString *problem)
+{
+    m_packed.reset();
+    m_packedAttributes.clear();
+    const tinygltf::Value &extension = extensionOf(primitive.extensions, dracoName);
+    const auto position = primitive.attributes.find("POSITION");
+    const bool hasPlainData = position != primitive.attributes.end() && position->second >= 0
+        && size_t(position->second) < m_document.accessors.size()
+        && m_document.accessors[size_t(position->second)].bufferView >= 0;
+    if (!extension.IsObject() || hasPlainData)
+        return true;
+    auto mesh = std::make_unique<DracoMesh>();
+    if (!mesh->decode(bytes(integerOf(extension, "bufferView", -1)), budget)) {
+        *problem = budget->problem().isEmpty()
+            ? QStringLiteral("its data cannot be decoded by KHR_draco_mesh_compression; is it damaged?")
+            : budget->problem();
+        return false;
+    }
+    const tinygltf::Value &attributes = extension.Get("attributes");
+    for (const std::string &name : attributes.IsObject() ? attributes.Keys() : std::vector<std::string>()) {
+        const auto accessor = primitive.attributes.find(name);
+        if (accessor != primitive.attributes.end())
+            m_packedAttributes.insert(accessor->second, integerOf(attributes, name.c_str(), -1));
+    }
+    m_packed = std::move(mesh);
+    if (position != primitive.attributes.end() && m_packedAttributes.contains(position->second))
+        return true;
+    *problem = QStringLiteral("KHR_draco_mesh_compression holds no positions of it");
+    return false;
+}
+
+QVector<quint32> GltfFile::packedCorners() const
+{
+    return m_packed ? m_packed->corners() : QVector<quint32>();
 }
 
 /// The data of a view of EXT_meshopt_compression; null where it is damaged.
@@ -401,6 +475,8 @@ bool GltfFile::open(int accessor, Elements *elements, QString *problem)
     }
     elements->count = int(from.count);
     elements->stride = size;
+    if (m_packedAttributes.contains(accessor))
+        return openPacked(accessor, elements, problem);
     if (from.bufferView < 0) { // zeros
         elements->data = QByteArray(size * elements->count, '\0');
         return !from.sparse.isSparse || applySparse(from, elements, problem);
@@ -422,6 +498,16 @@ bool GltfFile::open(int accessor, Elements *elements, QString *problem)
     }
     elements->data = QByteArray::fromRawData(view.constData() + from.byteOffset, int(needed));
     return !from.sparse.isSparse || applySparse(from, elements, problem);
+}
+
+bool GltfFile::openPacked(int accessor, Elements *elements, QString *problem) const
+{
+    elements->count = m_packed->vertexCount();
+    elements->data = m_packed->values(m_packedAttributes[accessor], elements->componentType, elements->components);
+    if (!elements->data.isNull())
+        return true;
+    *problem = QStringLiteral("accessor %1: KHR_draco_mesh_compression holds no data that fits it").arg(accessor);
+    return false;
 }
 
 /// Puts the sparse elements of an accessor into a copy of the others.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "GltfLibrary.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QHash>
 #include <QtCore/QString>
@@ -10,17 +12,21 @@
 #include <QtGui/QVector4D>
 
 #include <initializer_list>
-
-#include <tiny_gltf.h>
+#include <memory>
 
 namespace Velmora::Kvz {
 
+class DracoMesh;
 class ImportBudget;
 
 /// A glTF 2 file: its document, and the numbers of its accessors, whatever they are packed in.
 class GltfFile
 {
 public:
+    GltfFile();
+    ~GltfFile();
+    Q_DISABLE_COPY(GltfFile)
+
     /// Whether a file of this suffix and content is glTF 2, as text or GLB. glTF 1 is another format.
     static bool isGltf2(const QString &suffix, const QByteArray &content);
 
@@ -29,6 +35,14 @@ public:
     bool load(const QString &file, const QByteArray &content, ImportBudget *budget, QString *problem);
 
     const tinygltf::Model &document() const { return m_document; }
+
+    /// Makes the accessors of a primitive readable where KHR_draco_mesh_compression holds their data alone; until the next call
+    /// these have the decoded vertices, which then count against the budget. False with a problem for damaged data.
+    bool unpack(const tinygltf::Primitive &primitive, ImportBudget *budget, QString *problem);
+    /// Whether the last primitive was such a one.
+    bool isPacked() const { return m_packed != nullptr; }
+    /// Its triangles.
+    QVector<quint32> packedCorners() const;
 
     /// The elements of an accessor as floats, missing components 0 and w 1, normalized integers from -1 or 0 to 1. False with a
     /// problem for an accessor that reaches past its data or has another number of components than one of `types`.
@@ -55,12 +69,15 @@ private:
     };
 
     bool open(int accessor, Elements *elements, QString *problem);
+    bool openPacked(int accessor, Elements *elements, QString *problem) const;
     bool applySparse(const tinygltf::Accessor &accessor, Elements *elements, QString *problem);
     bool isCompressed(int bufferView) const;
     QByteArray decompressed(int bufferView, const tinygltf::Value &extension);
 
     tinygltf::Model m_document;
     QHash<int, QByteArray> m_decompressed; // by buffer view
+    std::unique_ptr<DracoMesh> m_packed;
+    QHash<int, int> m_packedAttributes; // of m_packed, by accessor
 };
 
 /// A member of an extension, or `fallback` where it is not there or of another type.

@@ -422,11 +422,12 @@ bool GltfReader::readPrimitive(
     const QString &label, const tinygltf::Primitive &source, Primitive *primitive, QString *problem)
 {
     ImportedMesh data;
-    if (!readAttributes(source, &data, problem))
+    if (!m_document->unpack(source, m_budget, problem) || !readAttributes(source, &data, problem))
         return false;
-    QVector<quint32> corners;
-    if (source.indices >= 0) {
-        if (!m_document->readIndices(source.indices, &corners, problem))
+    const bool isIndexed = source.indices >= 0 || m_document->isPacked();
+    QVector<quint32> corners = m_document->packedCorners();
+    if (isIndexed) {
+        if (!m_document->isPacked() && !m_document->readIndices(source.indices, &corners, problem))
             return false;
         const auto largest = std::max_element(corners.begin(), corners.end());
         if (largest != corners.end() && *largest >= quint32(data.positions.size())) {
@@ -440,7 +441,8 @@ bool GltfReader::readPrimitive(
     }
     primitive->material = source.material;
     primitive->isColoured = !data.colours.isEmpty();
-    const int mode = source.mode < 0 ? TINYGLTF_MODE_TRIANGLES : source.mode;
+    // Strips are compressed as triangles.
+    const int mode = source.mode < 0 || m_document->isPacked() ? TINYGLTF_MODE_TRIANGLES : source.mode;
     if (mode < TINYGLTF_MODE_TRIANGLES) {
         ImportedPrimitives &set = mode == TINYGLTF_MODE_POINTS ? primitive->points : primitive->lines;
         set.positions = data.positions;
@@ -457,14 +459,14 @@ bool GltfReader::readPrimitive(
     const bool isFlat = data.normals.isEmpty();
     if (isFlat)
         makeFlat(&data);
-    if ((source.indices < 0 || isFlat) && !data.indices.isEmpty())
+    if ((!isIndexed || isFlat) && !data.indices.isEmpty())
         weld(&data);
     const QString remark = completeMesh(&data);
     if (!remark.isEmpty())
         warn(QStringLiteral("%1: %2").arg(label, remark));
     if (data.indices.isEmpty())
         return true;
-    if (source.indices < 0)
+    if (!isIndexed)
         orderForCache(&data);
     primitive->mesh = m_scene.meshes.size();
     m_scene.meshes.append(data);
@@ -483,13 +485,7 @@ bool GltfReader::readAttributes(const tinygltf::Primitive &source, ImportedMesh 
         *problem = QStringLiteral("it has no positions");
         return false;
     }
-    if (source.extensions.count("KHR_draco_mesh_compression") > 0
-        && document.accessors[size_t(position)].bufferView < 0) {
-        *problem =
-            QStringLiteral("it is compressed by the glTF extension KHR_draco_mesh_compression, which is not read");
-        return false;
-    }
-    if (!m_budget->takeVertices(qint64(document.accessors[size_t(position)].count))) {
+    if (!m_document->isPacked() && !m_budget->takeVertices(qint64(document.accessors[size_t(position)].count))) {
         *problem = m_budget->problem();
         return false;
     }

@@ -3,6 +3,8 @@
 
 #include "BakedMesh.h"
 
+#include <QtCore/QHash>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -13,6 +15,11 @@
 namespace Velmora::Kvz {
 
 namespace {
+
+bool isLitFromBothSides(const ImportedMaterial &material)
+{
+    return material.isDoubleSided || !material.saysSides;
+}
 
 /// The material with its textures where a builder takes them.
 MaterialData surfaceOf(const ImportedMaterial &material, const QVector<ImportedImage> &images)
@@ -33,7 +40,7 @@ MaterialData surfaceOf(const ImportedMaterial &material, const QVector<ImportedI
     // d says nothing of masks, whose opacity is the base colour's: compared with a cutoff raised by as much.
     if (material.alphaMode == MaterialData::Mask)
         result.alphaCutoff = material.alphaCutoff / std::max(material.baseColour.w(), 1e-6f);
-    result.isLitFromBothSides = material.isDoubleSided || !material.saysSides;
+    result.isLitFromBothSides = isLitFromBothSides(material);
     return result;
 }
 
@@ -95,7 +102,8 @@ public:
                 mesh = stretched(mesh, stretch);
             known = m_meshes.emplace(key, Baked{m_builder->addMesh(mesh), stretch}).first;
         }
-        const QMatrix4x4 matrix = isStretched ? without(known->second.stretch, item.modelMatrix) : item.modelMatrix;
+        const QMatrix4x4 matrix =
+            isStretched ? withoutStretch(item.modelMatrix, known->second.stretch) : item.modelMatrix;
         if (known->second.mesh >= 0)
             m_builder->addItem(known->second.mesh, material, matrix, item.featureFlags);
     }
@@ -120,12 +128,6 @@ private:
         for (int i = 0; i < 9; ++i)
             result[size_t(i)] = float(std::round(double(stretch(i / 3, i % 3)) / unit) * unit);
         return result;
-    }
-
-    /// What is left of a matrix without a stretch before it.
-    static QMatrix4x4 without(const QMatrix4x4 &stretch, const QMatrix4x4 &matrix)
-    {
-        return matrix * stretch.inverted();
     }
 
     const ImportedScene &m_scene;
@@ -198,6 +200,24 @@ QSharedPointer<GPUModel> ImportedScene::build(const SceneBuildOptions &options) 
         const MaterialData surface = surfaceOf(material, images);
         numbers.materials.append(builder.addMaterial(options.forBasicPasses ? withBakedCoordinates(surface) : surface));
     }
+    // Front and back of a body that is scaled flat are in one place, where either may be drawn: it is lit as it is seen.
+    QHash<int, QVector3D> extents; // by mesh
+    QHash<int, int> flatMaterials; // of the builder, by material
+    const auto materialOf = [&](const ImportedItem &item) {
+        const ImportedMaterial &material = materials[item.material];
+        if (isLitFromBothSides(material))
+            return numbers.materials[item.material];
+        if (!extents.contains(item.mesh))
+            extents.insert(item.mesh, extentOf(meshes[item.mesh]));
+        if (!flattens(item.modelMatrix, extents[item.mesh]))
+            return numbers.materials[item.material];
+        if (!flatMaterials.contains(item.material)) {
+            MaterialData surface = surfaceOf(material, images);
+            surface.isLitFromBothSides = true;
+            flatMaterials.insert(item.material, builder.addMaterial(surface));
+        }
+        return flatMaterials[item.material];
+    };
     Baker baker(*this, numbers, &builder);
     for (const ImportedItem &item : items) {
         if (!numbers.isInRange(item))
@@ -207,8 +227,7 @@ QSharedPointer<GPUModel> ImportedScene::build(const SceneBuildOptions &options) 
         else if (options.forBasicPasses)
             baker.addItem(item);
         else
-            builder.addItem(
-                numbers.meshes[item.mesh], numbers.materials[item.material], item.modelMatrix, item.featureFlags);
+            builder.addItem(numbers.meshes[item.mesh], materialOf(item), item.modelMatrix, item.featureFlags);
     }
     return builder.build();
 }

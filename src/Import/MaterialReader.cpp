@@ -128,7 +128,8 @@ ImportedMaterial MaterialReader::read(const aiMaterial &source, VertexColours co
     material.isDoubleSided = twoSided != 0;
     int shading = 0;
     source.Get(AI_MATKEY_SHADING_MODEL, shading);
-    material.isUnlit = m_format == "gltf" && shading == aiShadingMode_Unlit;
+    // OBJ: "illum 0" is colour alone. Other loaders say unlit of what is not.
+    material.isUnlit = (m_format == "gltf" || m_format == "obj") && shading == aiShadingMode_Unlit;
     if (isMadeUp)
         return material;
 

@@ -15,7 +15,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-constexpr unsigned unused = ~0u; // of vertices that no triangle has
+constexpr unsigned unusedVertex = ~0u; // one that no triangle has
 
 /// What is taken of a mesh; null for what it has not.
 struct Arrays
@@ -79,7 +79,7 @@ void copyArray(const From *from, QVector<To> *to, const std::vector<unsigned> &r
     To *const target = to->data();
     for (int v = 0; v < total; ++v) {
         const unsigned place = remap.empty() ? unsigned(v) : remap[size_t(v)];
-        if (place != unused)
+        if (place != unusedVertex)
             target[place] = convert(from[v]);
     }
 }
@@ -100,7 +100,7 @@ ImportedMesh copy(const Arrays &arrays, const std::vector<unsigned> &remap, int 
         const QVector3D across = QVector3D::crossProduct(toQVector(arrays.normals[v]), tangent);
         const bool isMirrored = QVector3D::dotProduct(across, toQVector(arrays.bitangents[v])) < 0;
         const unsigned place = remap.empty() ? unsigned(v) : remap[size_t(v)];
-        if (place != unused)
+        if (place != unusedVertex)
             mesh.tangents[int(place)] = QVector4D(tangent, isMirrored ? -1 : 1);
     }
     return mesh;

@@ -69,7 +69,13 @@ void ModelText::readPly(const char *begin, qint64 size)
         return;
     const PlyBody body(m_ply, begin + m_ply.size, begin + size);
     m_problem = body.problem();
-    m_text = body.plainText(start.left(m_ply.size));
+    const QByteArray header = withUsualColourNames(start.left(m_ply.size));
+    m_text = body.plainText(header.isNull() ? start.left(m_ply.size) : header);
+    if (!m_text.isNull() || header.isNull() || !m_problem.isEmpty())
+        return;
+    m_hasUnreadColours = size > std::numeric_limits<int>::max() / 2;
+    if (!m_hasUnreadColours)
+        m_text = header + QByteArray(begin + m_ply.size, int(size - m_ply.size));
 }
 
 /// Scenes of Irrlicht hold no triangles of their own, and assimp 5.2 takes few of their nodes.
@@ -125,6 +131,8 @@ QByteArray ModelText::plainCompanion(const QByteArray &text)
 void ModelText::complete(const aiScene *scene)
 {
     m_libraries.complete(scene);
+    if (m_obj)
+        m_obj->complete(scene);
     if (m_off && m_off->hasColours() && scene->mNumMeshes == 1)
         m_off->colourFaces(scene->mMeshes[0]);
 }
@@ -151,6 +159,11 @@ QStringList ModelText::warnings(const QStringList &missingFiles) const
                 lines.append(QStringLiteral("%1: the colours of its faces are not read").arg(m_file));
         }
     }
+    if (m_hasUnreadColours)
+        lines.append(
+            QStringLiteral("%1: the colours of its vertices are not read: it is too large for diffuse_red to be "
+                           "renamed to red")
+                .arg(m_file));
     for (const QString &line : m_off ? m_off->warnings() : QStringList())
         lines.append(QStringLiteral("%1: %2").arg(m_file, line));
     return lines;

@@ -49,6 +49,7 @@ private:
     QString m_problem;
     QString m_emptyReason;
     PlyHeader m_ply;
+    bool m_hasUnreadColours = false; // of PLY
     QByteArray m_text; // of another format, or of PLY
     std::optional<ObjText> m_obj;
     MtlText m_libraries;

@@ -6,11 +6,14 @@
 #include "TextEncoding.h"
 #include "TextScan.h"
 
+#include <assimp/scene.h>
+
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QLocale>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 namespace Velmora::Kvz {
@@ -46,7 +49,25 @@ struct Rewriting
 {
     bool completesColours = false; ///< Vertices without colours become white.
     bool dropsAttributes = false; ///< Nothing but vertices is of use.
+    bool packsAlpha = false; ///< Assimp reads no alpha: red takes it along.
 };
+
+constexpr int alphaSteps = 255;
+
+/// Red, which is at most 2, and alpha in one number: four times the alpha's step, and red and 1 beyond. The gaps are there
+/// for what is lost as text.
+QByteArray packed(const QByteArray &red, float alpha)
+{
+    const int step = int(std::lround(qBound(0.0f, alpha, 1.0f) * alphaSteps));
+    return QByteArray::number(4 * step + 1 + qBound(0.0, red.toDouble(), 2.0), 'f', 5);
+}
+
+void unpack(aiColor4D *colour)
+{
+    const float step = std::floor(colour->r / 4);
+    colour->r = std::max(colour->r - 4 * step - 1, 0.0f);
+    colour->a = step / alphaSteps;
+}
 
 /// One line, its continuations joined, as assimp reads it.
 QByteArray plainLine(QByteArray line, const Rewriting &how)
@@ -67,10 +88,12 @@ QByteArray plainLine(QByteArray line, const Rewriting &how)
     if (comment >= 0)
         line = line.left(comment).trimmed();
     QList<QByteArray> words = line.split(' ');
-    if (keyword == "v" && words.size() == 8)
-        words.removeLast(); // the alpha of a colour
-    else if (keyword == "v" && words.size() < 7 && words.size() > 3 && how.completesColours)
+    if (keyword == "v" && words.size() < 7 && words.size() > 3 && how.completesColours)
         words = words.mid(0, 4) + QList<QByteArray>{"1", "1", "1"};
+    if (keyword == "v" && words.size() >= 7 && how.packsAlpha)
+        words[4] = packed(words[4], words.size() == 8 ? words[7].toFloat() : 1);
+    if (keyword == "v" && words.size() == 8)
+        words.removeLast();
     QByteArray plain;
     for (const QByteArray &word : qAsConst(words)) {
         if (!plain.isEmpty())
@@ -121,9 +144,18 @@ ObjText::ObjText(const QByteArray &text)
     }
     const bool hasVerticesAlone = !m_hasElements && (m_kinds[0].count > 0 || m_kinds[1].count > 0);
     if ((m_isOdd || hasVerticesAlone || hasColoursInPart()) && m_problem.isEmpty())
-        m_plain = plainObj(marked, {hasColoursInPart(), hasVerticesAlone});
+        m_plain = plainObj(marked, {hasColoursInPart(), hasVerticesAlone, m_hasAlpha});
     if (m_problem.isEmpty() && !m_hasElements && m_curves + m_surfaces > 0)
         m_problem = QStringLiteral("no triangles; ") + notDrawn();
+}
+
+void ObjText::complete(const aiScene *scene) const
+{
+    for (unsigned m = 0; m < scene->mNumMeshes && m_hasAlpha; ++m) {
+        aiColor4D *const colours = scene->mMeshes[m]->mColors[0];
+        for (unsigned v = 0; colours && v < scene->mMeshes[m]->mNumVertices; ++v)
+            unpack(&colours[v]);
+    }
 }
 
 void ObjText::read(const QByteArray &text)
@@ -197,6 +229,7 @@ void ObjText::readVertex(const char *begin, const char *end)
 {
     const int count = readNumbers(begin, end, 3);
     m_isOdd |= count == 7;
+    m_hasAlpha |= count == 7;
     ++(count > 5 ? m_colouredVertices : m_plainVertices);
 }
 

@@ -7,6 +7,8 @@
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
+struct aiScene;
+
 namespace Velmora::Kvz {
 
 class MtlText;
@@ -26,6 +28,8 @@ public:
     QString problem() const { return m_problem; }
     /// The text as assimp reads it rightly. Null where the file is already so.
     QByteArray plainText() const { return m_plain; }
+    /// Gives the colours of a scene, before it is triangulated, the alpha that assimp does not read: plainText() has put it into red.
+    void complete(const aiScene *scene) const;
     /// What is said of the material libraries, when these files could not be opened. For each that is missing assimp takes
     /// the one that is called like the model.
     QStringList libraryWarnings(const QString &file, const QStringList &missingFiles) const;
@@ -59,6 +63,7 @@ private:
     Kind m_kinds[2] = {{"vt", "texture coordinate"}, {"vn", "normal"}};
     qint64 m_line = 0;
     bool m_isOdd = false;
+    bool m_hasAlpha = false; // of any colour
     QByteArray m_plain;
     QStringList m_libraries;
     QList<QByteArray> m_materials; // in the order of their first use

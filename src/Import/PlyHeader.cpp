@@ -54,6 +54,35 @@ PlyHeader readPlyHeader(const QByteArray &start)
     return header;
 }
 
+QByteArray withUsualColourNames(const QByteArray &text)
+{
+    static const QByteArray prefix = "diffuse_";
+    const PlyHeader header = readPlyHeader(text);
+    const auto vertices = std::find_if(header.elements.begin(), header.elements.end(),
+        [](const PlyHeader::Element &element) { return element.name == "vertex"; });
+    if (vertices == header.elements.end())
+        return {};
+    QList<QByteArray> names;
+    for (const PlyHeader::Property &property : vertices->properties)
+        names.append(property.name);
+    if (!names.contains("diffuse_red") || names.contains("red"))
+        return {};
+    QByteArray result;
+    bool isInVertices = false;
+    for (const QByteArray &line : text.left(header.size).split('\n')) {
+        const QList<QByteArray> words = line.simplified().split(' ');
+        if (words[0] == "element")
+            isInVertices = words.value(1) == "vertex";
+        const QByteArray name = words.last();
+        const bool isRenamed = isInVertices && words[0] == "property" && name.startsWith(prefix)
+            && !names.contains(name.mid(prefix.size()));
+        const QByteArray renamed = QByteArray(line).replace(name, name.mid(prefix.size()));
+        result += (isRenamed ? renamed : line) + '\n';
+    }
+    result.chop(1); // behind the last line
+    return result;
+}
+
 qint64 countOf(const QByteArray &word)
 {
     bool fits = false;

@@ -42,6 +42,10 @@ struct PlyHeader
 /// Reads the header that a text starts with, as far as the text goes.
 PlyHeader readPlyHeader(const QByteArray &start);
 
+/// The text of a header with the colours of vertices under their usual names where it calls them diffuse_red and so on, which
+/// loaders pass over; null where there is nothing to rename.
+QByteArray withUsualColourNames(const QByteArray &text);
+
 /// The number that a word says: the largest there is for one that does not fit, 0 for a word that is none.
 qint64 countOf(const QByteArray &word);
 

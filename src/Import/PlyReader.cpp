@@ -39,7 +39,9 @@ Target targetOf(const QByteArray &name)
         {"nz", {Target::Normal, 2}}, {"u", {Target::TexCoord, 0}}, {"v", {Target::TexCoord, 1}},
         {"s", {Target::TexCoord, 0}}, {"t", {Target::TexCoord, 1}}, {"texture_u", {Target::TexCoord, 0}},
         {"texture_v", {Target::TexCoord, 1}}, {"red", {Target::Colour, 0}}, {"green", {Target::Colour, 1}},
-        {"blue", {Target::Colour, 2}}, {"alpha", {Target::Colour, 3}}};
+        {"blue", {Target::Colour, 2}}, {"alpha", {Target::Colour, 3}}, {"diffuse_red", {Target::Colour, 0}},
+        {"diffuse_green", {Target::Colour, 1}}, {"diffuse_blue", {Target::Colour, 2}},
+        {"diffuse_alpha", {Target::Colour, 3}}};
     for (const Known &known : all) {
         if (name == known.name)
             return known.target;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <Scene/InstanceDataCollection.h>
 
+#include "SceneMath.h"
+
 #include <Core/Log.h>
 #include <GL/BufferTexture.h>
 #include <GL/OpenGLDeviceContext.h>
@@ -106,7 +108,7 @@ bool InstanceDataCollection::setModelMatrix(int row, const QMatrix4x4 &matrix)
 {
     if (!setValue(row, modelMatrixGetter, matrix))
         return false;
-    return m_plan->offset(normalMatrixGetter) < 0 || setValue(row, normalMatrixGetter, matrix.inverted().transposed());
+    return m_plan->offset(normalMatrixGetter) < 0 || setValue(row, normalMatrixGetter, normalMatrixOf(matrix));
 }
 
 void InstanceDataCollection::bind(ShaderProgram *program, TextureManager *manager)

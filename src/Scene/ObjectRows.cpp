@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "ObjectRows.h"
 
+#include "SceneMath.h"
+
 #include <Scene/InstanceDataRegistry.h>
 
 #include <epoxy/gl.h>
@@ -41,7 +43,7 @@ void ObjectRows::append(const QMatrix4x4 &model)
 {
     Row row;
     store(model, row.model);
-    store(model.inverted().transposed(), row.normal);
+    store(normalMatrixOf(model), row.normal);
     store(model, row.previous);
     m_rows.push_back(row);
     m_states.push_back(0);
@@ -61,7 +63,7 @@ QMatrix4x4 ObjectRows::previous(int row) const
 void ObjectRows::setModel(int row, const QMatrix4x4 &model)
 {
     store(model, m_rows[size_t(row)].model);
-    store(model.inverted().transposed(), m_rows[size_t(row)].normal);
+    store(normalMatrixOf(model), m_rows[size_t(row)].normal);
     makeStale(row);
     if (!(m_states[size_t(row)] & Moved)) {
         m_states[size_t(row)] |= Moved;

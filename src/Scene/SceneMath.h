@@ -37,6 +37,32 @@ inline bool allFinite(const QMatrix4x4 &matrix)
     return std::all_of(values, values + 16, [](float value) { return std::isfinite(value); });
 }
 
+/// The matrix for normals: the inverse transposed. Where a matrix flattens space, or comes closer to it than floats tell, its
+/// cofactors, which are the inverse transposed but for a factor: what normals point to on the flattened surface.
+inline QMatrix4x4 normalMatrixOf(const QMatrix4x4 &model)
+{
+    constexpr float flat = 1e-7f; // of the shortest stretch to the longest
+    QVector3D columns[3];
+    for (int i = 0; i < 3; ++i)
+        columns[i] = model.column(i).toVector3D();
+    const float longest = std::max({columns[0].length(), columns[1].length(), columns[2].length()});
+    QVector3D cofactors[3];
+    float largest = 0;
+    for (int i = 0; i < 3 && longest > 0; ++i) {
+        cofactors[i] = QVector3D::crossProduct(columns[(i + 1) % 3] / longest, columns[(i + 2) % 3] / longest);
+        largest = std::max(largest, cofactors[i].length());
+    }
+    const float determinant = longest > 0 ? QVector3D::dotProduct(columns[0] / longest, cofactors[0]) : 0;
+    bool isInvertible = false;
+    const QMatrix4x4 inverse = model.inverted(&isInvertible);
+    if ((isInvertible && allFinite(inverse) && std::abs(determinant) > flat * largest) || !(largest > 0))
+        return inverse.transposed();
+    QMatrix4x4 result;
+    for (int i = 0; i < 3; ++i)
+        result.setColumn(i, QVector4D(cofactors[i] / largest, 0));
+    return result;
+}
+
 /// An axis-aligned box: minimum x, y, z, then maximum x, y, z. Empty by default.
 struct Bounds
 {

@@ -213,6 +213,19 @@ TEST_F(LitForwardRenderPassTest, lightsTheSeenSideWhereTheMaterialSaysSo)
     expectColour(drawWall(turnedRound(wallMesh()), material), ambient);
 }
 
+TEST_F(LitForwardRenderPassTest, lightsWhatIsScaledFlatByTheFlatSurface)
+{
+    const MaterialData material = coloured({0.6f, 0.4f, 0.2f});
+    for (const float scale : {0.0f, 1e-6f, 1e-30f}) {
+        for (const float angle : {90.0f, -90.0f}) {
+            QMatrix4x4 flat;
+            flat.rotate(angle, 0, 1, 0); // the sides face the eye
+            flat.scale(scale, 1, 1);
+            expectColour(drawWall(boxMesh(), material, flat), QVector4D(0.6f, 0.4f, 0.2f, 1));
+        }
+    }
+}
+
 TEST_F(LitForwardRenderPassTest, lightsSurfacesWithoutNormalsFromTheFront)
 {
     MeshData mesh = wallMesh();

@@ -79,22 +79,6 @@ TEST(GltfImportTest, requiredExtensionsThatAreNotReadRefuseTheFile)
         "it requires the glTF extension VENDOR_magic, which is not read");
 }
 
-TEST(GltfImportTest, dracoWithoutPlainDataIsRefusedByName)
-{
-    TemporaryFolder folder;
-    Doc document;
-    document.setSquare();
-    QJsonObject positions = document.accessors()[0].toObject();
-    positions.remove("bufferView");
-    document.accessors()[0] = positions;
-    QJsonObject primitive = document.root["meshes"].toArray()[0].toObject()["primitives"].toArray()[0].toObject();
-    primitive["extensions"] =
-        QJsonObject{{"KHR_draco_mesh_compression", QJsonObject{{"bufferView", 0}, {"attributes", QJsonObject()}}}};
-    document.setPrimitive(primitive);
-    EXPECT_EQ(refusal(folder.write("a.gltf", document.bytes())),
-        "mesh 0: it is compressed by the glTF extension KHR_draco_mesh_compression, which is not read");
-}
-
 TEST(GltfImportTest, instancesBecomeItems)
 {
     Doc document;

@@ -3,6 +3,8 @@
 #include "support/ModelFiles.h"
 #include "support/TemporaryFolder.h"
 
+#include <QtCore/QHash>
+
 #include <algorithm>
 
 namespace Velmora::Kvz {
@@ -43,6 +45,16 @@ QPair<QVector2D, QVector2D> texCoordBounds(const ImportedMesh &mesh)
 }
 
 } // namespace
+
+TEST(MtlTest, illuminationOfColourAloneIsUnlit)
+{
+    const ImportedMaterial unlit = sceneOf("Kd 0.2 0.4 0.6\nKs 1 1 1\nNs 20\nillum 0\n").materials.value(0);
+    EXPECT_TRUE(unlit.isUnlit);
+    EXPECT_EQ(unlit.kd, QVector3D(0.2f, 0.4f, 0.6f)) << "as it is";
+    EXPECT_EQ(unlit.ks, QVector3D());
+    for (const char *lines : {"Kd 1 0 0\n", "Kd 1 0 0\nillum 1\n", "Kd 1 0 0\nillum 2\n", "illum 4\nKd 1 0 0\n"})
+        EXPECT_FALSE(sceneOf(lines).materials.value(0).isUnlit) << lines;
+}
 
 TEST(ObjLibrariesTest, oneLineMayNameSeveral)
 {
@@ -137,6 +149,30 @@ TEST(ObjVerticesTest, coloursMayHaveAnAlpha)
         importScene(folder.write("a.obj", "v 0 0 0 1 0 0 1\nv 1 0 0 1 0 0 1\nv 0 1 0 1 0 0 1\nf 1 2 3\n"));
     EXPECT_EQ(scene.warnings, QStringList());
     EXPECT_EQ(scene.meshes.value(0).colours, QVector<QVector4D>(3, {1, 0, 0, 1}));
+}
+
+TEST(ObjVerticesTest, alphaOfColoursIsRead)
+{
+    TemporaryFolder folder;
+    const QString file = folder.write("a.obj",
+        "v 0 0 0 .2 .4 .6 .5\nv 1 0 0 0 0.5 1 0.0 # clear\nv 0 1 0 1 0 .25 1\nv 1 1 0 0.3333 0 1\nv 2 2 0\n"
+        "f 1 2 3\nf 2 4 3\nf 4 2 5\n");
+    const ImportedScene scene = importScene(file);
+    EXPECT_EQ(scene.warnings, QStringList(file + ": some of its vertices have a colour; the others are white (1)"));
+    ASSERT_EQ(scene.meshes.size(), 1);
+    const ImportedMesh &mesh = scene.meshes[0];
+    ASSERT_EQ(mesh.positions.size(), 5);
+    ASSERT_EQ(mesh.colours.size(), 5);
+    const QHash<float, QVector4D> expected{{0.0f, {0.2f, 0.4f, 0.6f, 0.5f}}, {1.0f, {0, 0.5f, 1, 0}},
+        {10.0f, {1, 0, 0.25f, 1}}, {11.0f, {0.3333f, 0, 1, 1}}, {22.0f, {1, 1, 1, 1}}};
+    for (int v = 0; v < 5; ++v) {
+        const float name = mesh.positions[v].x() + 10 * mesh.positions[v].y();
+        ASSERT_TRUE(expected.contains(name)) << name;
+        for (int i = 0; i < 4; ++i)
+            EXPECT_NEAR(mesh.colours[v][i], expected[name][i], i == 3 ? 0.501f / 255 : 1e-4f) << name << ' ' << i;
+    }
+    EXPECT_EQ(scene.materials.value(0).alphaMode, ImportedMaterial::Blend);
+    EXPECT_TRUE(scene.items.value(0).featureFlags & ImportedScene::Transparent);
 }
 
 TEST(ObjVerticesTest, thoseWithoutAColourAmongOthersAreWhite)

@@ -200,6 +200,45 @@ TEST(PlainMeshTest, plyIsReadAsAssimpReadsIt)
         quint64(GPUModel::DoubleSided));
 }
 
+TEST(PlainMeshTest, coloursOfPlyMayBeCalledDiffuse)
+{
+    const TemporaryFolder folder;
+    const QByteArray usual = richPly(ball(8), false);
+    QByteArray diffuse = usual;
+    for (const char *const colour : {"red", "green", "blue"})
+        diffuse.replace(QByteArray("uchar ") + colour, QByteArray("uchar diffuse_") + colour);
+    ASSERT_EQ(diffuse.size(), usual.size() + 3 * 8);
+    const QString file = folder.write("a.ply", diffuse);
+    const ImportedScene scene = importScene(file, withoutAssimp(file));
+    EXPECT_GT(scene.meshes.value(0).colours.size(), 10);
+    expectSameMesh(scene, importScene(folder.write("b.ply", usual)));
+}
+
+/// What assimp reads: text, and binary files with more than triangles.
+TEST(PlainMeshTest, coloursCalledDiffuseAreReadOfAllPly)
+{
+    const TemporaryFolder folder;
+    const QByteArray place = "property float x\nproperty float y\nproperty float z\n";
+    const QByteArray faces = "element face 1\nproperty list uchar int vertex_indices\nproperty uchar red\nend_header\n";
+    const QByteArray diffuse =
+        "property uchar diffuse_red\r\nproperty uchar diffuse_green\nproperty uchar diffuse_blue\n";
+    const QByteArray alphas[] = {"", "property uchar alpha\n", "property uchar diffuse_alpha\n"};
+    for (const QByteArray &alpha : alphas) {
+        const QByteArray a = alpha.isEmpty() ? "" : " 51";
+        const QByteArray text = "ply\nformat ascii 1.0\nelement vertex 3\n" + place + diffuse + alpha + faces
+            + "0 0 0 255 0 0" + a + "\n1 0 0 255 0 0" + a + "\n\n0 1 0 255 0 0" + a + "\n3 0 1 2 9\n";
+        const ImportedScene scene = importScene(folder.write("a.ply", text));
+        ASSERT_EQ(scene.meshes.value(0).colours.size(), 3) << alpha.constData();
+        for (const QVector4D &colour : scene.meshes[0].colours)
+            EXPECT_EQ(colour, QVector4D(1, 0, 0, alpha.isEmpty() ? 1 : 0.2f)) << alpha.constData();
+    }
+    // Colours by the usual name come first.
+    const ImportedScene both = importScene(folder.write("b.ply",
+        "ply\nformat ascii 1.0\nelement vertex 3\n" + place + diffuse + QByteArray(diffuse).replace("diffuse_", "")
+            + faces + "0 0 0 255 0 0 0 0 255\n1 0 0 255 0 0 0 0 255\n0 1 0 255 0 0 0 0 255\n3 0 1 2 9\n"));
+    EXPECT_EQ(both.meshes.value(0).colours.value(0), QVector4D(0, 0, 1, 1));
+}
+
 TEST(PlainMeshTest, stlIsReadLikeFacetsOfAnyFormat)
 {
     TemporaryFolder folder;

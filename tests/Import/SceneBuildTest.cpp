@@ -137,6 +137,56 @@ TEST_F(SceneBuildTest, aRefusedMeshOrMaterialCostsItsOwnItemsAlone)
     }
 }
 
+/// Whichever of its faces is drawn, front or back.
+TEST_F(SceneBuildTest, bodiesThatAreScaledFlatAreLitFromBothSides)
+{
+    ImportedMesh plane = triangle();
+    plane.positions = {{1, 2, 3}, {4, -1, 3}, {0, 1, 3}};
+    ImportedScene scene = sceneOf({turned({1, 2, 1}), turned({1, 1, 0}), turned({1e-6f, 1, 1}), turned({1, 1, 0}),
+        turned({1000, 0.001f, 1}), turned({1, 1, 1e-6f})});
+    scene.meshes = {triangle(), plane, triangle()};
+    for (QVector3D &position : scene.meshes[2].positions)
+        position *= QVector3D(0.001f, 1000, 1); // the fifth item's
+    scene.materials[0].saysSides = true;
+    scene.materials[0].kd = {0.25f, 0.5f, 1};
+    const bool isLit[] = {false, true, true, false, false, false}; // a plane has one face at each place
+    const int meshes[] = {0, 0, 0, 1, 2, 1};
+    for (int i = 0; i < 6; ++i)
+        scene.items[i].mesh = meshes[i];
+    const auto model = scene.build();
+    ASSERT_EQ(model->itemCount(), 6);
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(surfaceValue(*model, i, "getSurfaceFlags") != surfaceValue(*model, 0, "getSurfaceFlags"), isLit[i])
+            << i;
+        EXPECT_FLOAT_EQ(surfaceValue(*model, i, "getBaseColour", 1), 0.5f) << i;
+    }
+}
+
+/// The shader of a basic pass inverts the matrix: what flattens is applied to the mesh.
+TEST_F(SceneBuildTest, matricesThatFlattenAreBakedForBasicPasses)
+{
+    for (const QMatrix4x4 &matrix : {turned({2, 3, 0}), turned({0, 1, 5}), turned({1, 0, 1})}) {
+        const ImportedScene scene = sceneOf({matrix});
+        const auto model = scene.build(baked());
+        const QMatrix4x4 rest = model->modelMatrix(0);
+        EXPECT_EQ(rest.determinant(), 1);
+        EXPECT_EQ(rest.column(3), matrix.column(3));
+        const QVector<QVector3D> positions = arrayOf<QVector3D>(*model, "va_Vertex");
+        const QVector<QVector3D> normals = arrayOf<QVector3D>(*model, "va_Normal");
+        const QVector3D x = matrix.column(0).toVector3D();
+        const QVector3D y = matrix.column(1).toVector3D();
+        const QVector3D z = matrix.column(2).toVector3D();
+        const QVector3D upright =
+            QVector3D::crossProduct(x, y) + QVector3D::crossProduct(y, z) + QVector3D::crossProduct(z, x);
+        for (int v = 0; v < 3; ++v) {
+            EXPECT_LT((rest.map(positions[v]) - matrix.map(scene.meshes[0].positions[v])).length(), 1e-5f);
+            const float length = normals[v].length();
+            EXPECT_TRUE(length < 1e-5f || std::abs(length - 1) < 1e-5f) << length;
+            EXPECT_LT(QVector3D::crossProduct(normals[v], upright.normalized()).length(), 1e-5f);
+        }
+    }
+}
+
 TEST_F(SceneBuildTest, scalesAreBakedForBasicPasses)
 {
     QMatrix4x4 tiny = turned({1e-3f, 1e-3f, 1e-3f});
@@ -194,7 +244,10 @@ TEST_F(SceneBuildTest, itemsThatAreStretchedAlikeShareTheirMesh)
     EXPECT_EQ(verticesOf({turned({2, 3, 4}), other * turned({2, 3, 4}), turned({2, 3, 5}), QMatrix4x4()}), 3);
     QMatrix4x4 flat;
     flat.scale(1, 1, 0);
-    EXPECT_EQ(sceneOf({flat}).build(baked())->modelMatrix(0), flat) << "what is flat cannot be split";
+    EXPECT_EQ(verticesOf({flat, flat}), 1);
+    QMatrix4x4 line;
+    line.scale(1, 0, 0);
+    EXPECT_EQ(sceneOf({line}).build(baked())->modelMatrix(0), line) << "nothing is left to be seen";
 }
 
 TEST_F(SceneBuildTest, bakedCoordinatesAreNotTransformedTwice)

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "Scene/SceneMath.h"
 #include "SceneFixtures.h"
 
 #include <GL/AutoBinder.h>
@@ -286,6 +287,33 @@ void main()
         EXPECT_EQ(image.pixel(column, 2), QVector4D());
     }
     collection.unbind(program.get(), nullptr);
+}
+
+TEST(NormalMatrixTest, normalsStandOnWhatAFlatteningMatrixLeaves)
+{
+    QMatrix4x4 turn;
+    turn.translate(3, 4, 5);
+    turn.rotate(35, 1, 2, 3);
+    for (const QVector3D &scale : {QVector3D(1, 1, 0), QVector3D(1000, 500, 0), QVector3D(1e-4f, 3e-4f, 1e-30f),
+             QVector3D(1e-20f, 1e-20f, 0), QVector3D(1, 1, 1e-39f)}) {
+        QMatrix4x4 matrix = turn;
+        matrix.scale(scale);
+        const QVector3D mapped = normalMatrixOf(matrix).mapVector(QVector3D(0.3f, -0.2f, 0.9f)).normalized();
+        EXPECT_LT((mapped - turn.mapVector(QVector3D(0, 0, 1))).length(), 1e-5f) << scale.z();
+        QMatrix4x4 mirrored = turn;
+        mirrored.scale(scale * QVector3D(-1, 1, 1)); // turns the winding
+        const QVector3D other = normalMatrixOf(mirrored).mapVector(QVector3D(0.3f, -0.2f, 0.9f)).normalized();
+        EXPECT_LT((other + turn.mapVector(QVector3D(0, 0, 1))).length(), 1e-5f) << scale.z();
+    }
+    for (const QVector3D &scale :
+        {QVector3D(1, 1, 1), QVector3D(1000, 1000, 0.001f), QVector3D(1000, -0.001f, 0.001f)}) {
+        QMatrix4x4 matrix = turn;
+        matrix.scale(scale);
+        EXPECT_EQ(normalMatrixOf(matrix), matrix.inverted().transposed()) << scale.y();
+    }
+    QMatrix4x4 nothing;
+    nothing.scale(0);
+    EXPECT_TRUE(allFinite(normalMatrixOf(nothing)));
 }
 
 TEST_F(InstanceDataTest, assertShaderProgramSaysWhatIsWrong)

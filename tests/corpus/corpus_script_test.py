@@ -18,7 +18,7 @@ command = sys.argv[1]
 if command == "formats":
     print(json.dumps({"models": [{"suffixes": ["obj"]}]}))
     sys.exit(0)
-model = [argument for argument in sys.argv[2:] if argument.endswith(".obj")][0]
+model = [argument for argument in sys.argv[2:] if "/parts/" in argument][0]
 name = os.path.basename(model)
 def say(line):
     print(line.replace("FILE", model), file=sys.stderr)
@@ -27,6 +27,9 @@ if command == "info":
         print("{")
     elif name == "refused.obj":
         say("kvz: FILE: no triangles")
+        sys.exit(1)
+    elif name in ("odd.obj", "skin.png"):
+        say("kvz: FILE: unknown type of model file (OBJ, among others)")
         sys.exit(1)
     else:
         print(json.dumps({"items": 1, "triangles": 0 if name in ("points.obj", "hollow.obj") else 12, "bounds": {}}))
@@ -39,6 +42,9 @@ if name == "hung.obj":
     time.sleep(100)
 if name in ("refused.obj", "points.obj"):
     say("kvz: FILE: no triangles")
+    sys.exit(1)
+if name in ("odd.obj", "skin.png"):
+    say("kvz: FILE: unknown type of model file (OBJ, among others)")
     sys.exit(1)
 if name == "mute.obj":
     sys.exit(1)
@@ -66,6 +72,7 @@ VERDICTS = {
     "empty": "empty",
     "hung": "hung",
     "mute": "crashed\tstatus 1",
+    "odd": "other",
     "points": "refused\tno triangles",
     "refused": "refused\tno triangles",
     "talkative": "crashed\tstatus 1: one | two",
@@ -103,6 +110,20 @@ class CorpusScriptTest(unittest.TestCase):
         self.assertIn("parts/liar.obj: untrue: info: ", done.stderr)
         self.assertIn("parts/hollow.obj: untrue: info: 0 triangles, and yet a picture", done.stderr)
         self.assertEqual(done.returncode, 1)
+
+    def test_every_file_is_drawn_if_asked_for(self):
+        self.add("drawn")
+        for name in ("skin.png", "drawn"):
+            (self.path / "parts" / name).write_text("")
+        self.assertEqual(self.run_corpus().stdout.splitlines()[:-1], ["parts/drawn.obj\tdrawn"])
+        done = self.run_corpus("--every")
+        self.assertEqual(done.stdout.splitlines()[:-1],
+                         ["parts/drawn\tdrawn", "parts/drawn.obj\tdrawn", "parts/skin.png\tother"])
+        self.assertEqual(done.returncode, 0)
+        self.assertEqual(self.run_corpus("--every", "-o", self.path / "sheet.png").returncode, 0)
+        from PIL import Image
+        with Image.open(self.path / "sheet.png") as image:
+            self.assertEqual(image.getpixel((640 + 120, 80))[:3], (255, 255, 255), "what is no model is not on the sheet")
 
     def test_memory_is_limited(self):
         self.add("greedy")
