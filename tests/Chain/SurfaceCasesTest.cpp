@@ -186,7 +186,10 @@ void SurfaceCasesTest::scalesOfNodesDoNotShow()
     MaterialData glossy = matte();
     glossy.ks = {0.4f, 0.4f, 0.4f};
     const auto plain = modelOf(square(), glossy);
-    // No pixel may differ by more than 2 / 255. By a power of two the same numbers come out, and so do the same pixels.
+    // No pixel may differ by more than 2 / 255, except for two on outlines that lamps see, where a texel of a shadow map falls to
+    // either side by the last bits of a corner or by the order of corners, which mirroring reverses. By a power of two the same
+    // numbers come out, and so do the same pixels.
+    const bool hasShadowMaps = chainName.startsWith(QLatin1String("shadows")) || chainName == QLatin1String("full");
     const float power = 1.0f / 1024;
     for (const QVector3D &scale :
         {QVector3D(0.001f, 0.001f, 0.001f), QVector3D(1000, 1000, 1000), QVector3D(power, power, power),
@@ -197,8 +200,9 @@ void SurfaceCasesTest::scalesOfNodesDoNotShow()
         if (scale.x() * scale.y() * scale.z() < 0)
             reverseWinding(&mesh);
         const bool isExact = scale.x() == power || scale.x() == 1024;
+        const float exceptions = hasShadowMaps && !isExact ? 8.5f / float(4 * size.width() * size.height()) : 0;
         expectSame(QStringLiteral("scale-%1").arg(double(scale.x())), modelOf(mesh, glossy, matrix), plain,
-            isExact ? 0 : 2, 0);
+            isExact ? 0 : 2, exceptions);
     }
 }
 
