@@ -94,7 +94,8 @@ void itemIds(benchmark::State &state)
     compareWithFloor(state, pass);
 }
 
-void litDeferred(benchmark::State &state)
+/// Lights the images of a scene, in shadow and in corners where `isDarkened`.
+void lightDeferred(benchmark::State &state, bool isDarkened)
 {
     const Scene scene(state);
     SurfaceRenderPass images;
@@ -102,12 +103,27 @@ void litDeferred(benchmark::State &state)
     images.start(nullptr);
     LitDeferredRenderPass pass;
     scene.feed(pass);
+    // Any colour image serves.
+    if (isDarkened) {
+        pass.setInput(LitDeferredRenderPass::ShadowMask, images.output(SurfaceRenderPass::Diffuse));
+        pass.setInput(LitDeferredRenderPass::Obscurance, images.output(SurfaceRenderPass::Emission));
+    }
     pass.setInput(LitDeferredRenderPass::Diffuse, images.output(SurfaceRenderPass::Diffuse));
     pass.setInput(LitDeferredRenderPass::Specular, images.output(SurfaceRenderPass::Specular));
     pass.setInput(LitDeferredRenderPass::Normal, images.output(SurfaceRenderPass::Normal));
     pass.setInput(LitDeferredRenderPass::Emission, images.output(SurfaceRenderPass::Emission));
     pass.setInput(LitDeferredRenderPass::Depth, images.output(SurfaceRenderPass::Depth));
     compareWithFloor(state, pass);
+}
+
+void litDeferred(benchmark::State &state)
+{
+    lightDeferred(state, false);
+}
+
+void litDeferredDarkened(benchmark::State &state)
+{
+    lightDeferred(state, true);
 }
 
 void composite(benchmark::State &state)
@@ -133,6 +149,7 @@ BENCHMARK(litForward)->Apply(largeAndTiny);
 BENCHMARK(surfaces)->Apply(largeAndTiny);
 BENCHMARK(itemIds)->Apply(largeAndTiny);
 BENCHMARK(litDeferred)->Apply(largeAndTiny);
+BENCHMARK(litDeferredDarkened)->Apply(largeAndTiny);
 BENCHMARK(composite)->Apply(largeAndTiny);
 
 } // namespace Velmora::Kvz

@@ -55,7 +55,7 @@ QString PictureRenderer::start()
     return m_target->isComplete() ? QString() : noMemory(size);
 }
 
-QString PictureRenderer::setModel(const ImportedScene &scene, const QString &name)
+QString PictureRenderer::setModel(const ImportedScene &scene, const QString &name, int floorMaterial)
 {
     SceneBuildOptions building;
     building.imageBudget = m_options.imageBudget;
@@ -69,10 +69,21 @@ QString PictureRenderer::setModel(const ImportedScene &scene, const QString &nam
     const QSharedPointer<GPUModel> model = scene.build(building);
     if (!model)
         return QStringLiteral("%1: the driver cannot hold it").arg(name);
-    if (m_chain)
-        m_chain->setModel(model.data());
+    // The chain lets go of the old one first.
+    const QSharedPointer<GPUModel> old = m_model;
     m_model = model;
+    m_floorMaterial = floorMaterial;
+    if (m_chain)
+        giveModel();
     return {};
+}
+
+/// Tells the chain about the model, and passes that know a floor, where the chain names none, about the one that was added.
+void PictureRenderer::giveModel()
+{
+    m_chain->setModel(m_model.data());
+    m_chain->setFrameValue(
+        QStringLiteral("Kvz_int_FloorMaterialId"), m_floorMaterial < 0 ? QVariant() : QVariant(m_floorMaterial));
 }
 
 QString PictureRenderer::prepareChain()
@@ -90,7 +101,7 @@ QString PictureRenderer::prepareChain()
     m_isFresh = true;
     m_chain = std::make_unique<RenderChain>();
     m_chain->setViewport(QRect(QPoint(0, 0), m_options.size));
-    m_chain->setModel(m_model.data());
+    giveModel();
     m_chain->setFramebuffer(m_target->framebuffer());
     m_chain->setTimingEnabled(m_options.timings);
     if (!m_chain->setDescription(m_resolved.description()))

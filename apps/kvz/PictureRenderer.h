@@ -27,8 +27,8 @@ public:
 
     /// Makes the context and the target, and asks the driver whether it can run the chain. Does nothing the second time.
     QString start();
-    /// Takes the place of the model before it.
-    QString setModel(const ImportedScene &scene, const QString &name);
+    /// Takes the place of the model before it. `floorMaterial` is the material of the floor that the program added; below 0: none.
+    QString setModel(const ImportedScene &scene, const QString &name, int floorMaterial);
     /// Makes the chain such that its next frame is as a first one.
     QString prepareChain();
     /// Draws all frames of a picture. `all` gets the times of its passes too, where passes are timed.
@@ -43,12 +43,14 @@ public:
 
 private:
     void setCamera(const Camera &camera);
+    void giveModel();
 
     const RenderOptions &m_options;
     const ResolvedChain &m_resolved;
     std::unique_ptr<HeadlessContext> m_context;
     std::unique_ptr<RenderTarget> m_target;
     QSharedPointer<GPUModel> m_model;
+    int m_floorMaterial = -1;
     std::unique_ptr<RenderChain> m_chain;
     bool m_isFresh = true; ///< The chain has drawn no picture.
 };

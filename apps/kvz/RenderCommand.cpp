@@ -126,8 +126,10 @@ bool RenderCall::beginModel(int model, int *status)
     }
     for (const QString &warning : qAsConst(scene.warnings))
         warn(warning);
+    const int materials = scene.materials.size();
     if (m_options.floor)
         addFloor(&scene);
+    const int floorMaterial = scene.materials.size() > materials ? materials : -1;
     if (m_scales)
         bringToUsualSize(&scene);
     const QVector<QVector3D> points = scene.points();
@@ -145,7 +147,7 @@ bool RenderCall::beginModel(int model, int *status)
         *status = fail(error);
         return false;
     }
-    error = m_renderer.setModel(scene, name);
+    error = m_renderer.setModel(scene, name, floorMaterial);
     scene.releaseImages(); // The model has copies.
     if (!error.isEmpty()) {
         fail(error);

@@ -93,7 +93,7 @@ QVector<OptionSpec> modelOptions()
     QVector<OptionSpec> list = modelOptionSpecs();
     list += optionSpec("floor", "", "Puts a grey floor under the model.",
         "For shadows to fall on. It is a part of the scene, so camera, lights and shadow maps "
-        "take it into account.");
+        "take it into account, and in the chain backdrop it fades into the picture.");
     list += optionSpec("image-budget", "MIB", "GPU memory for the images of a model. Default: 512.",
         "In MiB, with their mip levels. Where they take more, the largest are halved until they do not, with a "
         "warning.");

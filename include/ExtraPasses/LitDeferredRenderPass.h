@@ -14,7 +14,8 @@ class DrawBuffers;
 class FramebufferObject;
 class ShaderProgram;
 
-/// Lights the images of SurfaceRenderPass from the camera, as LitForwardRenderPass lights a model.
+/// Lights the images of SurfaceRenderPass from the camera, as LitForwardRenderPass lights a model, with shadows and ambient
+/// obscurance where there are images of them.
 ///
 /// | Input | Name                            | Type       | Default | Null means                                      |
 /// |-------|---------------------------------|------------|---------|-------------------------------------------------|
@@ -29,10 +30,18 @@ class ShaderProgram;
 /// | 8     | Kvz_float_HeadlightIntensity    | float      | 0.85    | 0.85; below 0 counts as 0                       |
 /// | 9     | Kvz_float_AmbientIntensity      | float      | 0.15    | 0.15; below 0 counts as 0                       |
 /// | 10    | Kvz_bool_FixedLight             | bool       | false   | false                                           |
+/// | 11    | Kvz_KvzTexture*_ShadowMask      | Texture*   | invalid | the headlight reaches every surface             |
+/// | 12    | Kvz_KvzTexture*_Obscurance      | Texture*   | invalid | no corner is darker                             |
+/// | 13    | Kvz_float_ObscuranceStrength    | float      | 1.0     | 1; from 0, no obscurance, to 1                  |
 ///
 /// | Output | Name                  | Value                                                                                     |
 /// |--------|-----------------------|-------------------------------------------------------------------------------------------|
 /// | 0      | Kvz_KvzTexture*_Frame | Pooled, GL_RGBA8: colour multiplied by opacity, opacity in alpha; zeros where nothing is. |
+///
+/// The shadow mask is the share of the headlight that arrives, such as ShadowMaskRenderPass gives: it darkens diffuse light and
+/// highlights. The obscurance, such as ScalableAmbientObscuranceRenderPass gives, is 1 in the open: it darkens ambient and
+/// diffuse light. The fixed light, which has no ambient share, is darkened by both, highlights included; emission and unlit
+/// surfaces by neither. Of both images red counts, by as much as alpha says: where alpha is 0, there is no image.
 ///
 /// Images are read with one sample for each texel. With an empty viewport the output is empty. The depth test and
 /// blending are off afterwards.
@@ -50,7 +59,10 @@ public:
         Depth,
         HeadlightIntensity,
         AmbientIntensity,
-        FixedLight
+        FixedLight,
+        ShadowMask,
+        Obscurance,
+        ObscuranceStrength
     };
     enum Output { Frame };
 
@@ -60,10 +72,11 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
-    void light();
+    ShaderProgram &programFor(bool hasShadowMask, bool hasObscurance);
+    void light(ShaderProgram &program);
 
     QSharedPointer<DrawBuffers> m_screenQuad;
-    std::unique_ptr<ShaderProgram> m_program;
+    std::unique_ptr<ShaderProgram> m_programs[2][2]; ///< By whether there is a shadow mask and an obscurance image.
     std::unique_ptr<FramebufferObject> m_framebuffer;
 };
 

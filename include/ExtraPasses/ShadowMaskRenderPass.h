@@ -21,8 +21,8 @@ class ShadowMapLight;
 class ShadowMapRenderData;
 class Texture;
 
-/// Computes for each pixel how much light arrives there, from the variance shadow maps of a shadow pass: an image to
-/// multiply into a shaded frame.
+/// Computes for each pixel how much light arrives there, from the variance shadow maps of a shadow pass: an image for
+/// LitDeferredRenderPass, or to multiply into a shaded frame.
 ///
 /// | Input | Name                                      | Type         | Default | Null means                             |
 /// |-------|-------------------------------------------|--------------|---------|----------------------------------------|

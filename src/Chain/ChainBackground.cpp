@@ -7,6 +7,8 @@
 
 #include <QtCore/QSet>
 
+#include <algorithm>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -137,22 +139,59 @@ int lastColourTaker(const ResolvedPasses &passes)
     return last;
 }
 
+QString described(const ChainPass &pass)
+{
+    return QStringLiteral("%1 (%2)").arg(pass.name, pass.className);
+}
+
+/// The first enabled pass with the trait; -1 where there is none.
+int firstWith(const ResolvedPasses &passes, PassTrait trait)
+{
+    for (int i = 0; i < passes.size(); ++i) {
+        if (passes[i].enabled && passes[i].traits.testFlag(trait))
+            return i;
+    }
+    return -1;
+}
+
+/// The first enabled pass that brings the model and a background together, or else the background pass; -1 without one.
+int firstOnBackground(const ResolvedPasses &passes)
+{
+    for (int i = 0; i < passes.size(); ++i) {
+        const ResolvedPass &pass = passes[i];
+        if (!pass.enabled || !pass.info)
+            continue;
+        const bool takesOne = std::any_of(pass.inputs.begin(), pass.inputs.end(), [&](const ResolvedInput &input) {
+            return input.source == ResolvedInput::Source::Output
+                && passes[input.pass].traits.testFlag(PassTrait::Background);
+        });
+        if (takesOne || (pass.traits.testFlag(PassTrait::Background) && frameInput(pass) >= 0))
+            return i;
+    }
+    return firstWith(passes, PassTrait::Background);
+}
+
 /// Why a picture cannot be transparent; empty where it can.
 QString obstacleToAlpha(const ResolvedPasses &passes, int colourTaker)
 {
-    const QString way = QStringLiteral("choose an opaque background");
-    if (colourTaker < 0)
-        return QStringLiteral("no pass of the chain %1 composites with alpha; %2, or a chain with a "
-                              "CompositeRenderPass, such as deferred")
-            .arg(passes.chain().name, way);
-    for (int i = 0; i < passes.size(); ++i) {
-        if (passes[i].enabled && passes[i].traits.testFlag(PassTrait::LosesAlpha)) {
-            const ChainPass &pass = passes.chain().passes[i];
-            return QStringLiteral("the pass %1 (%2) loses the alpha of its picture; %3, or disable it")
-                .arg(pass.name, pass.className, way);
-        }
+    const auto &descriptions = passes.chain().passes;
+    const int loser = firstWith(passes, PassTrait::LosesAlpha);
+    if (colourTaker >= 0 && loser < 0)
+        return {};
+    const QString lost = loser < 0
+        ? QString()
+        : QStringLiteral("the pass %1 loses the alpha of its picture").arg(described(descriptions[loser]));
+    if (colourTaker >= 0)
+        return QStringLiteral("%1; choose an opaque background, or disable it").arg(lost);
+    QString reason = lost;
+    if (loser < 0) {
+        const int composer = firstOnBackground(passes);
+        reason = composer < 0 ? QStringLiteral("no pass of the chain %1 composites with alpha").arg(passes.chain().name)
+                              : QStringLiteral("the pass %1 lays the model on an opaque background")
+                                    .arg(described(descriptions[composer]));
     }
-    return {};
+    return QStringLiteral("%1; choose an opaque background, or a chain with a CompositeRenderPass, such as deferred")
+        .arg(reason);
 }
 
 } // namespace

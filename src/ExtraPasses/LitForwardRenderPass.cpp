@@ -32,7 +32,7 @@ void main()
     if (!surface.isThere)
         discard;
     vec3 normal = surfaceNormal(surface, vo_Normal, gl_FrontFacing);
-    vec3 shaded = clamp(shadeSurface(surface, vo_Position, normal, directionToEye(vo_Position)), 0.0, 1.0);
+    vec3 shaded = clamp(shadeSurface(surface, fullVisibility, vo_Position, normal, directionToEye(vo_Position)), 0.0, 1.0);
     out_Frame = vec4(shaded * surface.opacity, surface.opacity);
     out_Id = float(gl_PrimitiveID + 1);
 }

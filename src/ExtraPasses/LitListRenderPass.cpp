@@ -124,7 +124,7 @@ void main()
             mat3(normalOf(triangle.normals[0]), normalOf(triangle.normals[1]), normalOf(triangle.normals[2]));
         vec3 normal = surfaceNormal(surface, normals * triangle.weights, triangle.isFront);
         vec3 cameraPosition = (u_CameraMatrix * position).xyz;
-        vec3 shaded = clamp(shadeSurface(surface, cameraPosition, normal, directionToEye(cameraPosition)), 0.0, 1.0);
+        vec3 shaded = clamp(shadeSurface(surface, fullVisibility, cameraPosition, normal, directionToEye(cameraPosition)), 0.0, 1.0);
         color += through * surface.opacity * shaded;
         through *= 1.0 - surface.opacity;
     }

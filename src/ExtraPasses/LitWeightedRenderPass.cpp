@@ -44,7 +44,7 @@ void main()
     if (!surface.isThere)
         discard;
     vec3 normal = surfaceNormal(surface, vo_Normal, gl_FrontFacing);
-    vec3 shaded = clamp(shadeSurface(surface, vo_Position, normal, directionToEye(vo_Position)), 0.0, 1.0);
+    vec3 shaded = clamp(shadeSurface(surface, fullVisibility, vo_Position, normal, directionToEye(vo_Position)), 0.0, 1.0);
     float place = clamp((-vo_Position.z - u_DepthRange.x) * u_DepthRange.y, 0.0, 1.0);
     float weight = surface.opacity * exp2(2.0 - 2.0 * place);
     out_FragColor[0] = vec4(shaded * weight, surface.opacity);

@@ -68,7 +68,7 @@ void main()
     if (!surface.isThere)
         discard;
     normal = surfaceNormal(surface, normal, gl_FrontFacing);
-    vec3 shaded = clamp(shadeSurface(surface, position, normal, directionToEye(position)), 0.0, 1.0);
+    vec3 shaded = clamp(shadeSurface(surface, fullVisibility, position, normal, directionToEye(position)), 0.0, 1.0);
     vec4 behind = u_BlendsOverFrame ? vec4(0.0) : texture(u_Background, gl_FragCoord.xy / u_Size);
     out_FragColor = vec4(mix(behind.rgb, shaded, surface.opacity), surface.opacity + behind.a * (1.0 - surface.opacity));
 }

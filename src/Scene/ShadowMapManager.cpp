@@ -59,8 +59,10 @@ QVector3D upFor(const QVector3D &direction)
 /// World space to the space of a viewer at `eye`: x right, y up, depths along -z.
 QMatrix4x4 viewFrom(const QVector3D &eye, const QVector3D &direction, const QVector3D &up)
 {
+    // Far from the origin eye + direction would lose most digits of the direction.
     QMatrix4x4 view;
-    view.lookAt(eye, eye + direction, up);
+    view.lookAt(QVector3D(), direction, up);
+    view.translate(-eye);
     return view;
 }
 
@@ -104,8 +106,10 @@ LightBox boxAround(const Corners &corners, const QMatrix4x4 &lightView)
 /// Moves the sides of a box outwards: flat ones get a thickness, and no caster lies on the near side itself.
 LightBox padded(const LightBox &box)
 {
-    const auto margin = [](float low, float high) {
-        return std::max(0.01f * (high - low), 1e-4f * (1 + std::max(std::abs(low), std::abs(high))));
+    const float extent = std::max({box.right - box.left, box.top - box.bottom, box.farDepth - box.nearDepth});
+    const float size = extent > 0 ? extent : 1;
+    const auto margin = [size](float low, float high) {
+        return std::max(0.01f * (high - low), 1e-4f * (size + std::max(std::abs(low), std::abs(high))));
     };
     const float x = margin(box.left, box.right);
     const float y = margin(box.bottom, box.top);

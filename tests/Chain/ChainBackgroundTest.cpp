@@ -102,10 +102,19 @@ TEST(ChainBackgroundTest, noneIsRefusedWhereAlphaIsLost)
                        "an opaque background, or disable it"));
     EXPECT_TRUE(refusal(QStringLiteral("depth-of-field"), nothing).startsWith(QStringLiteral("the pass lens (")));
     EXPECT_TRUE(refusal(QStringLiteral("smaa-t2x"), nothing).startsWith(QStringLiteral("the pass smooth (")));
+    const QString way =
+        QStringLiteral("; choose an opaque background, or a chain with a CompositeRenderPass, such as deferred");
+    EXPECT_EQ(refusal(QStringLiteral("smaa-4x"), nothing),
+        "the pass smooth (SMAARenderPass) loses the alpha of its picture" + way);
+    EXPECT_EQ(refusal(QStringLiteral("smaa-s2x"), QColor(255, 255, 255, 128)),
+        "the pass frame (MultisampleForwardRenderPass) lays the model on an opaque background" + way)
+        << "half of a colour too";
     EXPECT_EQ(refusal(QStringLiteral("forward-basic"), nothing),
-        QStringLiteral("no pass of the chain forward-basic composites with alpha; choose an opaque background, or a "
-                       "chain with a CompositeRenderPass, such as deferred"));
-    EXPECT_FALSE(refusal(QStringLiteral("smaa-s2x"), QColor(255, 255, 255, 128)).isEmpty()) << "half of a colour too";
+        "the pass hole (BlendRenderPass) lays the model on an opaque background" + way);
+    EXPECT_EQ(refusal(QStringLiteral("full-basic"), nothing),
+        "the pass sky (SkyboxRenderPass) lays the model on an opaque background" + way);
+    EXPECT_EQ(
+        refusal(QStringLiteral("primitives"), nothing), "no pass of the chain primitives composites with alpha" + way);
 }
 
 class ChainBackgroundPictureTest : public GLTest

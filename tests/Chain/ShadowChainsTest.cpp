@@ -3,6 +3,7 @@
 #include "support/Cameras.h"
 #include "support/GLTest.h"
 #include "support/Meshes.h"
+#include "support/ModelChain.h"
 #include "support/RayCastScene.h"
 
 #include <Chain/ChainLibrary.h>
@@ -83,9 +84,25 @@ protected:
         };
         addExport("mask", "Kvz_KvzTexture*_ShadowMask");
         addExport("shading", "Kvz_KvzTexture*_Frame");
-        addExport("shadowed", "Kvz_KvzTexture*_Frame");
         addExport("background", "Kvz_KvzTexture*_Frame");
         addExport("over", "Kvz_KvzTexture*_Frame");
+    }
+
+    /// The lit surfaces without shadows: what `deferred` shows, with a headlight or without.
+    Image litWithoutShadows(bool hasHeadlight)
+    {
+        ChainDescription description;
+        QString error;
+        EXPECT_TRUE(loadChain(QStringLiteral("deferred"), &description, &error)) << qPrintable(error);
+        RenderChain deferred;
+        EXPECT_TRUE(deferred.setDescription(description)) << qPrintable(deferred.errorString());
+        deferred.setViewport(QRect(QPoint(0, 0), size));
+        deferred.setCamera(camera, projection);
+        deferred.setModel(model.data());
+        if (!hasHeadlight)
+            deferred.setFrameValue(FrameValues::headlightIntensity, 0.0f);
+        EXPECT_TRUE(deferred.setEnabled(QStringLiteral("screen"), false));
+        return renderOutputs(&deferred, {{QStringLiteral("shading"), QStringLiteral("Kvz_KvzTexture*_Frame")}})[0];
     }
 
     Image exported(const char *name)
@@ -164,6 +181,8 @@ protected:
     {
         const QVector<int> lit = castShadows(light);
         const QVector<bool> clear = outsidePenumbra(lit);
+        const Image open = litWithoutShadows(true);
+        const Image ambient = litWithoutShadows(false);
         const struct
         {
             const char *name;
@@ -191,13 +210,14 @@ protected:
             int wrong = 0;
             for (int y = 0; y < size.height(); ++y) {
                 for (int x = 0; x < size.width(); ++x) {
-                    // The picture is the shaded frame times the mask, over the background.
+                    // The mask takes from the headlight alone. Each image is rounded to 8 bits.
                     const QVector4D shaded = shading.pixel(x, y);
+                    const float share = mask.pixel(x, y).x();
                     for (int channel = 0; channel < 3; ++channel) {
+                        const float left = ambient.pixel(x, y)[channel];
+                        EXPECT_NEAR(shaded[channel], left + share * (open.pixel(x, y)[channel] - left), 2.01 / 255);
                         EXPECT_NEAR(picture.pixel(x, y)[channel],
-                            shaded.w() * shaded[channel] * mask.pixel(x, y)[channel]
-                                + (1 - shaded.w()) * background.pixel(x, y)[channel],
-                            0.004);
+                            shaded[channel] + (1 - shaded.w()) * background.pixel(x, y)[channel], 0.004);
                     }
                     const int index = y * size.width() + x;
                     if (!clear[index])

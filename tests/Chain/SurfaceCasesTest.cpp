@@ -138,10 +138,10 @@ protected:
         return chain->picture();
     }
 
-    /// Compares two ways to express one thing. The pictures may differ by `bound` / 255, except in a few pixels on
+    /// Compares two ways to express one thing. The pictures may differ by `bound` / 255, except in this share of values, on
     /// edges.
-    void expectSame(
-        const QString &what, const QSharedPointer<GPUModel> &a, const QSharedPointer<GPUModel> &b, float bound = 2)
+    void expectSame(const QString &what, const QSharedPointer<GPUModel> &a, const QSharedPointer<GPUModel> &b,
+        float bound = 2, float exceptions = 1.0f / 150)
     {
         SCOPED_TRACE(qPrintable(what));
         const Image first = picture(a);
@@ -155,7 +155,7 @@ protected:
             largest = std::max(largest, difference);
             differing += difference > bound + 0.01f;
         }
-        EXPECT_LE(differing, first.data.size() / 150) << qPrintable(chainName) << ": " << largest;
+        EXPECT_LE(differing, int(exceptions * float(first.data.size()))) << qPrintable(chainName) << ": " << largest;
         EXPECT_GT(spread(first), 0.05f) << qPrintable(chainName) << ": an even picture shows nothing";
     }
 
@@ -186,14 +186,23 @@ void SurfaceCasesTest::scalesOfNodesDoNotShow()
     MaterialData glossy = matte();
     glossy.ks = {0.4f, 0.4f, 0.4f};
     const auto plain = modelOf(square(), glossy);
-    for (const QVector3D &scale : {QVector3D(0.001f, 0.001f, 0.001f), QVector3D(1000, 1000, 1000),
-             QVector3D(4, 0.25f, 2), QVector3D(-1, 1, 1), QVector3D(-3, 0.5f, -7)}) {
+    // No pixel may differ by more than 2 / 255, except for two on outlines that lamps see, where a texel of a shadow map falls to
+    // either side by the last bits of a corner or by the order of corners, which mirroring reverses. By a power of two the same
+    // numbers come out, and so do the same pixels.
+    const bool hasShadowMaps = chainName.startsWith(QLatin1String("shadows")) || chainName == QLatin1String("full");
+    const float power = 1.0f / 1024;
+    for (const QVector3D &scale :
+        {QVector3D(0.001f, 0.001f, 0.001f), QVector3D(1000, 1000, 1000), QVector3D(power, power, power),
+            QVector3D(1024, 1024, 1024), QVector3D(4, 0.25f, 2), QVector3D(-1, 1, 1), QVector3D(-3, 0.5f, -7)}) {
         QMatrix4x4 matrix;
         matrix.scale(scale);
         MeshData mesh = square(scale);
         if (scale.x() * scale.y() * scale.z() < 0)
             reverseWinding(&mesh);
-        expectSame(QStringLiteral("scale-%1").arg(double(scale.x())), modelOf(mesh, glossy, matrix), plain);
+        const bool isExact = scale.x() == power || scale.x() == 1024;
+        const float exceptions = hasShadowMaps && !isExact ? 8.5f / float(4 * size.width() * size.height()) : 0;
+        expectSame(QStringLiteral("scale-%1").arg(double(scale.x())), modelOf(mesh, glossy, matrix), plain,
+            isExact ? 0 : 2, exceptions);
     }
 }
 

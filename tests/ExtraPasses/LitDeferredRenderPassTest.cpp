@@ -10,6 +10,8 @@
 
 #include <epoxy/gl.h>
 
+#include <limits>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -20,6 +22,21 @@ const QPair<int, int> wires[] = {{SurfaceRenderPass::Diffuse, LitDeferredRenderP
     {SurfaceRenderPass::Normal, LitDeferredRenderPass::Normal},
     {SurfaceRenderPass::Emission, LitDeferredRenderPass::Emission},
     {SurfaceRenderPass::Depth, LitDeferredRenderPass::Depth}};
+
+/// Shares of light that differ from pixel to pixel, the lower left part without an image.
+Image sharesImage(const QSize &size, unsigned int seed)
+{
+    const QImage speckles = speckledImage(size.width(), size.height(), seed);
+    Image image(size.width(), size.height());
+    for (int y = 0; y < size.height(); ++y) {
+        for (int x = 0; x < size.width(); ++x) {
+            const QColor colour = speckles.pixelColor(x, y);
+            const bool isThere = x + y > size.height() / 3;
+            image.setPixel(x, y, QVector4D(float(colour.redF()), 0, 1, isThere ? 1 : 0));
+        }
+    }
+    return image;
+}
 
 class LitDeferredRenderPassTest : public PassTest<LitDeferredRenderPass>
 {
@@ -109,6 +126,110 @@ TEST_F(LitDeferredRenderPassTest, litPixelsFollowTheFormulas)
     }
 }
 
+// Each light alone, so that a share on the wrong one shows.
+TEST_F(LitDeferredRenderPassTest, shadowsAndObscuranceFollowTheFormulas)
+{
+    LitScene scene = plainScene();
+    MaterialData unlit = coloured({0.2f, 0.9f, 0.4f});
+    unlit.isUnlit = true;
+    scene.add(sphereMesh(4), unlit, placed({-1, 1.4f, 0.4f}, 0, {0.6f, 0.6f, 0.6f}));
+    const View view = perspectiveView();
+    const Image mask = sharesImage(view.size, 5);
+    const Image obscurance = sharesImage(view.size, 9);
+    const LitReference reference(scene, view.projection, view.camera, view.size);
+    const LitLights several[] = {{}, {1, 0, false}, {0, 0.8, false}, {0, 0, true}};
+    for (const LitLights &lights : several) {
+        SCOPED_TRACE(testing::Message() << lights.headlight << ' ' << lights.ambient << ' ' << lights.isFixed);
+        for (const float strength : {1.0f, 0.4f}) {
+            drawSurfaces(scene, view);
+            setTexture(Port::ShadowMask, textures.take(TextureFormat::LowDynamicRange, mask, 2));
+            setTexture(Port::Obscurance, textures.take(TextureFormat::LowDynamicRange, obscurance, 2));
+            pass->setInput(Port::HeadlightIntensity, float(lights.headlight));
+            pass->setInput(Port::AmbientIntensity, float(lights.ambient));
+            pass->setInput(Port::FixedLight, lights.isFixed);
+            pass->setInput(Port::ObscuranceStrength, strength);
+            const Image frame = light();
+            saveForViewing(frame, QStringLiteral("deferred-shares-%1").arg(lights.ambient));
+            double error = 0;
+            reference.rays().compareClearPixels(0.8, 1000, [&](int x, int y, const RayHit &hit) {
+                LitShares shares;
+                if (mask.pixel(x, y).w() == 1) {
+                    shares.lamps = double(mask.pixel(x, y).x());
+                    shares.surroundings = 1 - double(strength) * (1 - double(obscurance.pixel(x, y).x()));
+                }
+                const Vector4d expected = reference.colourAt(x, y, hit, lights, shares);
+                for (int k = 0; k < 4; ++k)
+                    error = std::max(error, std::abs(double(frame.at(x, y)[k]) - expected[size_t(k)]));
+            });
+            EXPECT_LT(error, 2.0 / 255) << "its inputs have steps of 8 bits, too";
+        }
+    }
+}
+
+TEST_F(LitDeferredRenderPassTest, withoutShadowsOrObscuranceThePictureIsTheSameToTheByte)
+{
+    const View view = perspectiveView();
+    const auto flat = [&](float share, float alpha) {
+        return textures.take(TextureFormat::LowDynamicRange,
+            filled(view.size.width(), view.size.height(), QVector4D(share, 0.5f, 0, alpha)), 2);
+    };
+    for (const bool isFixed : {false, true}) {
+        pass->setInput(Port::FixedLight, isFixed);
+        const Image plain = draw(plainScene(), view);
+        // No share taken, no image by its alpha, and no strength.
+        for (const int input : {Port::ShadowMask, Port::Obscurance}) {
+            for (const auto &texel : {QPair<float, float>(1, 1), QPair<float, float>(0.2f, 0)}) {
+                drawSurfaces(plainScene(), view);
+                setTexture(input, flat(texel.first, texel.second));
+                EXPECT_EQ(maximumDifference(light(), plain), 0) << input << ' ' << texel.first;
+                setTexture(input, nullptr);
+            }
+        }
+        for (const float strength : {0.0f, -3.0f}) {
+            drawSurfaces(plainScene(), view);
+            setTexture(Port::Obscurance, flat(0.3f, 1));
+            pass->setInput(Port::ObscuranceStrength, strength);
+            EXPECT_EQ(maximumDifference(light(), plain), 0) << strength;
+        }
+        pass->setInput(Port::ObscuranceStrength, 1.0f);
+        drawSurfaces(plainScene(), view);
+        setTexture(Port::Obscurance, flat(0.3f, 1));
+        const Image full = light();
+        EXPECT_GT(maximumDifference(full, plain), 0.2);
+        for (const QVariant &strength :
+            {QVariant(), QVariant(7.0f), QVariant(std::numeric_limits<float>::quiet_NaN())}) {
+            drawSurfaces(plainScene(), view);
+            setTexture(Port::Obscurance, flat(0.3f, 1));
+            pass->setInput(Port::ObscuranceStrength, strength);
+            EXPECT_EQ(maximumDifference(light(), full), 0) << qPrintable(strength.toString());
+        }
+        setTexture(Port::Obscurance, nullptr);
+        pass->setInput(Port::ObscuranceStrength, 1.0f);
+    }
+    EXPECT_TRUE(log.messages().isEmpty());
+}
+
+TEST_F(LitDeferredRenderPassTest, neitherShadowNorCornerDimsALightOfItsOwn)
+{
+    MaterialData unlit = coloured({0.2f, 0.9f, 0.4f}, {1, 1, 1}, 1);
+    unlit.isUnlit = true;
+    MaterialData emissive = coloured({});
+    emissive.emission = QVector3D(0.2f, 0.9f, 0.4f);
+    const View view = wallView(QSize(4, 4));
+    const Image black = filled(4, 4, QVector4D(0, 0, 0, 1));
+    for (const MaterialData &material : {unlit, emissive}) {
+        for (const bool isFixed : {false, true}) {
+            LitScene scene;
+            scene.add(wallMesh(), material);
+            drawSurfaces(scene, view);
+            setTexture(Port::ShadowMask, textures.take(TextureFormat::LowDynamicRange, black, 2));
+            setTexture(Port::Obscurance, textures.take(TextureFormat::LowDynamicRange, black, 2));
+            pass->setInput(Port::FixedLight, isFixed);
+            EXPECT_LE(maximumDifference(light(), filled(4, 4, QVector4D(0.2f, 0.9f, 0.4f, 1))), 1.01 / 255);
+        }
+    }
+}
+
 TEST_F(LitDeferredRenderPassTest, doesWithoutSomeImages)
 {
     MaterialData material = coloured({0.4f, 0.3f, 0.2f}, {0.3f, 0.3f, 0.3f}, 1);
@@ -170,6 +291,10 @@ TEST_F(LitDeferredRenderPassTest, givesEachInputBackOnceAndHandsItsFrameOn)
         taken.append(textures.take(TextureFormat::HighDynamicRange, colour, 3));
         setTexture(wire.second, taken.last());
     }
+    for (const int input : {Port::ShadowMask, Port::Obscurance}) {
+        taken.append(textures.take(TextureFormat::LowDynamicRange, colour, 3));
+        setTexture(input, taken.last());
+    }
     pass->setNumOutputUsers(Port::Frame, 2);
     glEnable(GL_BLEND);
     glEnable(GL_DEPTH_TEST);
@@ -208,6 +333,12 @@ TEST_F(LitDeferredRenderPassTest, takesItsObjectsAlong)
     const GLObjectCounts before = glObjectCounts();
     light();
     EXPECT_EQ(glObjectCounts().programs, before.programs + 1);
+    light();
+    EXPECT_EQ(glObjectCounts().programs, before.programs + 1);
+    const Image open = filled(72, 54, QVector4D(1, 1, 1, 1));
+    setTexture(Port::ShadowMask, textures.take(TextureFormat::LowDynamicRange, open, 2));
+    light();
+    EXPECT_EQ(glObjectCounts().programs, before.programs + 2) << "one that reads the mask";
     EXPECT_EQ(glObjectCounts().framebuffers, before.framebuffers + 1);
     pass->teardown(nullptr);
     pass->teardownContextData(nullptr);

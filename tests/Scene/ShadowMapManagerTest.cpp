@@ -654,6 +654,46 @@ TEST_F(ShadowMapManagerTest, degenerateBoundsGiveUsableLayers)
     }
 }
 
+TEST_F(ShadowMapManagerTest, aSceneIsShownAlikeAtAnyScale)
+{
+    // At a power of two all numbers are as exact. The scene is flat from one side, so that a thickness is added too.
+    const auto layersAt = [&](float scale) {
+        Light sun, flatSun, spot, point;
+        sun.direction = {0.4f, -1, 0.3f};
+        sun.cascades = 3;
+        flatSun.direction = {1, 0, 0};
+        flatSun.cascades = 1;
+        for (Light *light : {&spot, &point}) {
+            light->position = QVector3D(17, 9, 13) * scale;
+            light->direction = {-0.7f, -0.4f, -0.6f};
+            light->range = 60 * scale;
+        }
+        spot.type = Light::Spot;
+        point.type = Light::Point;
+        QMatrix4x4 scaledProjection;
+        scaledProjection.perspective(60, 1.5f, 0.1f * scale, 200 * scale);
+        QMatrix4x4 scaledCamera = camera;
+        scaledCamera.setColumn(3, QVector4D(camera.column(3).toVector3D() * scale, 1));
+        const Bounds scaled{QVector3D(-10, 0, -10) * scale, QVector3D(-10, 8, 10) * scale};
+        RenderData layers;
+        ShadowMapManager::processLights(
+            listOf({&sun, &flatSun, &spot, &point}), layers, &scaledProjection, &scaledCamera, &scaled);
+        QVector<QVector3D> places;
+        for (int layer = 0; layer < layers.layerCount; ++layer)
+            for (const QVector3D &place : {QVector3D(-10, 1, 3), QVector3D(-10, 7, -9), QVector3D(-10, 0, 0)})
+                places.append(shown(layers, layer, place * scale));
+        return places;
+    };
+    const QVector<QVector3D> expected = layersAt(1);
+    EXPECT_EQ(expected.size(), 3 * (3 + 1 + 1 + 6));
+    for (const float scale : {1.0f / 1024, 1024.0f, 65536.0f}) {
+        const QVector<QVector3D> found = layersAt(scale);
+        ASSERT_EQ(found.size(), expected.size());
+        for (int i = 0; i < found.size(); ++i)
+            EXPECT_LT((found[i] - expected[i]).length(), 1e-6f * (1 + expected[i].length())) << i << ' ' << scale;
+    }
+}
+
 TEST_F(ShadowMapManagerTest, projectorsFollowTheLightsThatTheListHolds)
 {
     Light sun;

@@ -139,6 +139,9 @@ TEST_F(KvzLightTest, whatCannotBeIsRefusedInOneLine)
     expectLine({"render", glass, "--background", "none", "--chain", "fxaa", "-o", file}, 1,
         "--background none: the pass smooth (FastApproximateAntiAliasingRenderPass) loses the alpha of its picture; "
         "choose an opaque background, or disable it");
+    expectLine({"render", glass, "--background", "none", "--chain", "smaa-s2x", "-o", file}, 1,
+        "--background none: the pass frame (MultisampleForwardRenderPass) lays the model on an opaque background; "
+        "choose an opaque background, or a chain with a CompositeRenderPass, such as deferred");
     const QString jpeg = folder.path(QStringLiteral("p.jpg"));
     expectLine({"render", glass, "--background", "none", "-o", jpeg}, 1,
         "-o " + jpeg + ": pictures of this type have no alpha, which --background none needs; write a PNG");

@@ -712,6 +712,35 @@ TEST(KvzProgramTest, aFloorCatchesTheShadow)
     EXPECT_LT(darker, 6000);
 }
 
+TEST(KvzProgramTest, theAddedFloorIsTheBackdrops)
+{
+    TemporaryFolder folder;
+    const auto pictures = [&](const QStringList &arguments) {
+        const Result result = run(QStringList{"render", "--size", "160x120", "--camera", "25,30", "--floor", "--chain",
+                                      "backdrop", "-o", folder.path("{model}.png")}
+            + arguments);
+        EXPECT_EQ(result.status, 0) << result.errors.join('\n').toStdString();
+        return QVector<QImage>{QImage(folder.path("bunny.png")), QImage(folder.path("still-life.png"))};
+    };
+    // The scan has one material, so the floor is number 1; the still life has a floor of its own, number 0, and many more.
+    const QImage usual = pictures({bunny})[0];
+    EXPECT_EQ(usual, pictures({bunny, "--set", "backdrop.Kvz_int_FloorMaterialId=1"})[0]);
+    const QImage unfaded = pictures({bunny, "--set", "backdrop.Kvz_int_FloorMaterialId=-1"})[0];
+    int faded = 0;
+    for (int y = 0; y < 120; ++y) {
+        for (int x = 0; x < 160; ++x)
+            faded += usual.pixel(x, y) != unfaded.pixel(x, y) ? 1 : 0;
+    }
+    EXPECT_GT(faded, 2000);
+    EXPECT_LT(faded, 12000) << "the model stays";
+    // Each model of a call has its own.
+    const QImage second = pictures({stillLife})[1];
+    EXPECT_NE(second, pictures({stillLife, "--set", "backdrop.Kvz_int_FloorMaterialId=1"})[1]);
+    const QVector<QImage> both = pictures({bunny, stillLife});
+    EXPECT_EQ(both[0], usual);
+    EXPECT_EQ(both[1], second);
+}
+
 TEST(KvzProgramTest, lastFrameIsThePicture)
 {
     TemporaryFolder folder;

@@ -144,12 +144,12 @@ LitSurface LitReference::surfaceAt(int x, int y, const RayHit &hit) const
     return surface;
 }
 
-Vector4d LitReference::colourAt(int x, int y, const RayHit &hit, const LitLights &lights) const
+Vector4d LitReference::colourAt(int x, int y, const RayHit &hit, const LitLights &lights, const LitShares &shares) const
 {
     if (!hit.isGeometry())
         return {};
     const LitSurface surface = surfaceAt(x, y, hit);
-    Vector3d colour = litColour(surface, lights);
+    Vector3d colour = litColour(surface, lights, shares);
     for (double &channel : colour)
         channel = qBound(0.0, channel, 1.0) * surface.opacity;
     return withW(colour, surface.opacity);
@@ -181,19 +181,20 @@ Vector4d sampleMagnified(const QImage &image, const ImageSampling &sampling, con
     return result;
 }
 
-Vector3d litColour(const LitSurface &surface, const LitLights &lights)
+Vector3d litColour(const LitSurface &surface, const LitLights &lights, const LitShares &shares)
 {
     if (surface.isUnlit)
         return surface.baseColour;
-    const auto lamp = [&](const Vector3d &toLight, const Vector3d &toEye) {
+    const auto lamp = [&](const Vector3d &toLight, const Vector3d &toEye, double diffuseShare) {
         const double lit = std::max(0.0, dot(surface.normal, toLight));
         const double mirrored = std::max(0.0, dot(surface.normal, normalized(toLight + toEye)));
-        return surface.baseColour * lit + surface.specular * (mirrored > 0 ? std::pow(mirrored, surface.shininess) : 0);
+        return surface.baseColour * (lit * diffuseShare)
+            + surface.specular * (mirrored > 0 ? std::pow(mirrored, surface.shininess) : 0);
     };
     if (lights.isFixed)
-        return surface.emission + lamp(normalized({1, 1, 1}), {0, 0, 1});
-    return surface.emission + surface.baseColour * lights.ambient
-        + lamp(surface.toEye, surface.toEye) * lights.headlight;
+        return surface.emission + lamp(normalized({1, 1, 1}), {0, 0, 1}, 1) * (shares.lamps * shares.surroundings);
+    return surface.emission + surface.baseColour * (lights.ambient * shares.surroundings)
+        + lamp(surface.toEye, surface.toEye, shares.surroundings) * (lights.headlight * shares.lamps);
 }
 
 } // namespace Velmora::Kvz

@@ -34,6 +34,13 @@ struct LitLights
     bool isFixed = false;
 };
 
+/// The shares of light that reach a point.
+struct LitShares
+{
+    double lamps = 1;
+    double surroundings = 1;
+};
+
 /// A surface at one point, as its material and mesh define it.
 struct LitSurface
 {
@@ -58,7 +65,8 @@ public:
     const RayCaster &rays() const { return m_rays; }
     LitSurface surfaceAt(int x, int y, const RayHit &hit) const;
     /// Opacity, and colour multiplied by it, each channel from 0 to 1; zeros where there is nothing.
-    Vector4d colourAt(int x, int y, const RayHit &hit, const LitLights &lights = {}) const;
+    Vector4d colourAt(
+        int x, int y, const RayHit &hit, const LitLights &lights = {}, const LitShares &shares = {}) const;
 
 private:
     const LitScene &m_scene;
@@ -71,6 +79,6 @@ private:
 Vector4d sampleMagnified(const QImage &image, const ImageSampling &sampling, const std::array<double, 2> &texCoord);
 
 /// The light that a surface sends to the viewer, not clamped.
-Vector3d litColour(const LitSurface &surface, const LitLights &lights);
+Vector3d litColour(const LitSurface &surface, const LitLights &lights, const LitShares &shares = {});
 
 } // namespace Velmora::Kvz

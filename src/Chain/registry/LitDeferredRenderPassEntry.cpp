@@ -29,6 +29,12 @@ PassInfo PassEntries::litDeferredRenderPass()
         textureInput("Kvz_KvzTexture*_Depth", TextureKind::Depth, "Depth from 0 to 1.", "positions on the near plane"),
     };
     pass.inputs += lightInputs();
+    pass.inputs.append(textureInput("Kvz_KvzTexture*_ShadowMask", TextureKind::Colour,
+        "Share of the headlight that arrives, in red.", "it reaches every surface"));
+    pass.inputs.append(textureInput("Kvz_KvzTexture*_Obscurance", TextureKind::Obscurance,
+        "Share of ambient and diffuse light that corners leave, in red.", "no corner is darker"));
+    pass.inputs.append(input(
+        "Kvz_float_ObscuranceStrength", ValueType::Float, 1.0f, "How much the obscurance counts, from 0 to 1.", "1"));
     pass.outputs = {
         pooledOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA8,
             "The lit frame, colour multiplied by opacity; transparent black where there is nothing."),
