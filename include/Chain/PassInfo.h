@@ -115,7 +115,9 @@ struct InputInfo : PortInfo
     /// Of a pass that jitters the camera: the value with which it does not. The chain gives it that in frames that have no past, where
     /// a temporal pass resolves a frame with itself.
     std::optional<QVariant> stillValue;
-    bool restartsPast = false; ///< While it is true, the pass forgets what it keeps of earlier frames.
+    /// While it is true, the pass forgets what it keeps of earlier frames. The chain sets it for one frame where that is no longer true.
+    /// A pass that takes the frame's viewport, camera and projection forgets by itself where these change, and is left to do so.
+    bool restartsPast = false;
 };
 
 struct OutputInfo : PortInfo

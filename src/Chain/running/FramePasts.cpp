@@ -51,13 +51,14 @@ bool isView(const QString &name)
     return name == FrameValues::cameraMatrix || name == FrameValues::projectionMatrix;
 }
 
-/// Whether a pass compares the frame's own view with the one before, as passes that average do.
+/// Whether a pass takes the frame's own view, all of it, and so starts over by itself when that changes.
 bool seesView(const PassSlot &slot, const FrameValueTable &values)
 {
-    return std::all_of(slot.inputs.begin(), slot.inputs.end(), [&](const SlotInput &input) {
+    const auto ofView = [&](const SlotInput &input) {
         const QString &name = input.info->name;
-        return !(isView(name) || name == FrameValues::viewport) || input.value == values.find(name);
-    });
+        return (isView(name) || name == FrameValues::viewport) && input.value && input.value == values.find(name);
+    };
+    return std::count_if(slot.inputs.begin(), slot.inputs.end(), ofView) == 3;
 }
 
 } // namespace
@@ -95,6 +96,7 @@ void FramePasts::beginFrame(const QSize &size)
 
 PastLoss FramePasts::lossOfValues()
 {
+    static const QStringList standardNames = FrameValues::standardNames();
     PastLoss loss = PastLoss::None;
     for (const QString &name : m_values.takeChanges()) {
         // The size, models and lights are looked at for themselves, and where the picture goes does not matter.
@@ -103,7 +105,7 @@ PastLoss FramePasts::lossOfValues()
             continue;
         m_hasViewChanged = m_hasViewChanged || isView(name);
         loss = std::max(loss, PastLoss::Means);
-        if (FrameValues::standardNames().contains(name))
+        if (standardNames.contains(name))
             continue;
         const QVariant *const value = m_values.find(name);
         const bool isOfPast = std::any_of(m_slots.begin(), m_slots.end(), [&](const std::unique_ptr<PassSlot> &slot) {
@@ -196,7 +198,7 @@ void FramePasts::forgetWhere(PastLoss loss)
     bool averagingRun = false;
     bool averagingKeep = false;
     for (const auto &slot : m_slots) {
-        slot->seesLoss = m_hasViewChanged && seesView(*slot, m_values);
+        slot->seesLoss = m_hasViewChanged && averages(*slot) && seesView(*slot, m_values);
         // One that was passed over has a past from before the last frame.
         const bool wasPassedOver = slot->hasPast && !slot->wasStarted;
         slot->wasStarted = false;
