@@ -461,6 +461,14 @@ TEST_F(RenderChainPastTest, chainsOnOneModelHavePastsOfTheirOwn)
     EXPECT_EQ(motion(0), 0);
     EXPECT_EQ(motion(1), 0);
     EXPECT_EQ(first->culledCount(), 0);
+    const auto depth = [&] {
+        return renderOutputs(&chains[2], {{"surfaces", "Kvz_KvzTexture*_Depth"}})[0].at(20, 20)[0];
+    };
+    EXPECT_EQ(depth(), 1);
+    // Marks of a camera that looked away do not outlive the culling.
+    EXPECT_TRUE(chains[2].setValue("culling", "Kvz_bool_FrustumCullingEnabledIn", false));
+    chains[2].setCamera(QMatrix4x4(), QMatrix4x4());
+    EXPECT_LT(depth(), 1);
     EXPECT_EQ(first->previousModelMatrix(0), first->modelMatrix(0));
 }
 

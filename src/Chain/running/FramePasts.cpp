@@ -40,6 +40,12 @@ bool averages(const PassSlot &slot)
     return slot.traits.testFlag(PassTrait::AccumulatesFrames) && !slot.traits.testFlag(PassTrait::Reprojects);
 }
 
+/// Whether earlier frames matter to what a pass does. Marks of culling stay when a pass stops setting them.
+bool dependsOnPast(const PassSlot &slot)
+{
+    return slot.keepsPast() || slot.traits.testFlag(PassTrait::Culls);
+}
+
 /// Whether an input takes its value from the frame's value of this name.
 bool takes(const SlotInput &input, const QVariant *value, const QString &name)
 {
@@ -75,7 +81,7 @@ void FramePasts::noteValue(const QString &pass, const QString &port)
     const PassSlot *const slot = m_slots.find(pass);
     const int input = slot ? slot->info->findInput(port) : -1;
     // Another mode, size or image of a pass that has a past: its past is of another kind.
-    const bool isOfPast = input >= 0 && slot->keepsPast() && !slot->info->inputs[input].restartsPast;
+    const bool isOfPast = input >= 0 && dependsOnPast(*slot) && !slot->info->inputs[input].restartsPast;
     note(isOfPast ? PastLoss::Everything : PastLoss::Means);
 }
 
@@ -109,7 +115,7 @@ PastLoss FramePasts::lossOfValues()
             continue;
         const QVariant *const value = m_values.find(name);
         const bool isOfPast = std::any_of(m_slots.begin(), m_slots.end(), [&](const std::unique_ptr<PassSlot> &slot) {
-            return slot->keepsPast()
+            return dependsOnPast(*slot)
                 && std::any_of(slot->inputs.begin(), slot->inputs.end(),
                     [&](const SlotInput &input) { return takes(input, value, name) && !input.info->restartsPast; });
         });
