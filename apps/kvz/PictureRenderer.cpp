@@ -88,14 +88,9 @@ void PictureRenderer::giveModel()
 
 QString PictureRenderer::prepareChain()
 {
-    if (m_chain && !m_isFresh && m_resolved.keepsPast()) {
+    if (m_chain && !m_isFresh && m_resolved.keepsPast())
         m_chain.reset();
-        m_model->resetCulling();
-    }
     m_target->clear();
-    // Random jitter comes from the process's generator, which begins each picture where it begins the first.
-    unsigned short seed[3] = {0, 0, 0};
-    seed48(seed);
     if (m_chain)
         return {};
     m_isFresh = true;

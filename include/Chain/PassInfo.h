@@ -14,6 +14,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace Velmora::Kvz {
 
@@ -111,6 +112,12 @@ struct InputInfo : PortInfo
     /// Above 0: the pass keeps objects for each new value, so the chain rounds values to this grid and keeps a pass object
     /// for each of the last few.
     double gridStep = 0;
+    /// Of a pass that jitters the camera: the value with which it does not. The chain gives it that in frames that have no past, where
+    /// a temporal pass resolves a frame with itself.
+    std::optional<QVariant> stillValue;
+    /// While it is true, the pass forgets what it keeps of earlier frames. The chain sets it for one frame where that is no longer true.
+    /// A pass that takes the frame's viewport, camera and projection forgets by itself where these change, and is left to do so.
+    bool restartsPast = false;
 };
 
 struct OutputInfo : PortInfo
@@ -150,7 +157,12 @@ enum class PassTrait {
     LosesAlpha = 0x800, ///< The alpha of its picture is not that of its frame, or does not fit its colours.
     BasicSurfaces =
         0x2000, ///< Draws what the basic passes know of a model: materials without colours of vertices or sampling.
-    ComparesFrames = 0x1000 ///< Its output shows what has changed since the previous frame.
+    ComparesFrames = 0x1000, ///< Its output shows what has changed since the previous frame.
+    /// Of a pass that accumulates frames: a velocity leads it from one frame to the next, so what it keeps stays true while the
+    /// camera or items move.
+    Reprojects = 0x4000,
+    /// Its output depends on how many frames it has seen, as a place in a sequence does. It may draw random numbers from drand48().
+    CountsFrames = 0x8000
 };
 Q_DECLARE_FLAGS(PassTraits, PassTrait)
 Q_DECLARE_OPERATORS_FOR_FLAGS(PassTraits)
@@ -232,6 +244,9 @@ struct KVZ_HOST_EXPORT PassInfo
     /// Used instead of `create` for a class that can refuse its options with the driver at hand, such as shaders that do
     /// not compile: null, with the reason in `error`, which may have several lines. Empty: the class has `create` alone.
     std::function<std::unique_ptr<RenderPass>(const PassOptions &, QString *error)> createChecked;
+    /// Of a pass that keeps something of earlier frames, and has no input that `restartsPast`: makes it forget. Empty: such a pass is made
+    /// anew. The context is current.
+    std::function<void(RenderPass *)> forgetPast;
     /// Reports options of the right type whose values make no pass. Empty: all values serve.
     std::function<void(const PassOptions &, QVector<OptionProblem> *problems)> checkOptions;
     /// Reports what a pass with these options can hardly use, as only the driver knows, such as inputs for uniforms

@@ -47,6 +47,18 @@ class Texture;
 /// and GL_FRAMEBUFFER_SRGB off; blend equation add, function (one, zero); cull back, front counter-clockwise, filled
 /// polygons; clear colour as set by setClearColor(), clear depth 1, clear stencil 0; unpack alignment 4, no unpack buffer.
 ///
+/// **Past.** Some passes keep something of earlier frames: a mean, the last picture, a place in a sequence of jitters. The chain
+/// has them forget what is no longer true. Where items or the camera move, and where lights, values of the frame or of
+/// passes or the clear colour change, means of frames start over; a pass that follows a velocity goes on, as does the jitter that it needs.
+/// Another model, other material rows of a host, another size, another value of a pass that keeps a past, another set of passes, options
+/// or connections, and reloadShaders() end every past: the next frame is as that of a new chain. A frame that has no past to be averaged
+/// or resolved with is drawn without jitter. Culling and the previous matrices of items belong to the chain, not to the model, so two
+/// chains may draw one model. What the chain cannot see, such as another content of an image of the host, takes forgetPast().
+/// Numbers that a connection takes from the previous frame stay.
+///
+/// **Repeatability.** Equal chains give equal pictures in equal frames, whatever else the process has drawn: random jitter
+/// draws from a generator of the chain's own, which begins with the past.
+///
 /// **Images.** Pooled textures go back to the pool when their last consumer has run, whether or not that pass gives its
 /// inputs back itself.
 ///
@@ -111,12 +123,15 @@ public:
     void setViewport(const QRect &viewport);
     /// World to camera, and the projection without jitter.
     void setCamera(const QMatrix4x4 &camera, const QMatrix4x4 &projection);
-    /// The model to draw, not owned; null for none. The scene bounds follow it unless they are set apart. The chain calls
-    /// GPUModel::advanceFrame() at the end of each frame, unless setAdvancesModels() says otherwise.
+    /// The model to draw, not owned; null for none. The scene bounds follow it unless they are set apart. For each frame the chain
+    /// puts a ModelPast of its own in force, and takes it back at the end. Also see setAdvancesModels().
     void setModel(GPUModel *model);
     /// Where the last pass presents; null: the default framebuffer, 0. Not owned.
     void setFramebuffer(FramebufferObject *framebuffer);
     /// @}
+
+    /// Ends every past, as another model does: the next frame depends on none before it. For changes that the chain cannot see.
+    void forgetPast();
 
     /// Renders one frame; needs a current context. False, with errorString(), and with nothing rendered: without a context,
     /// for a chain with errors, for a viewport of the frame or of an enabled pass that is missing, empty or beyond the
@@ -171,9 +186,9 @@ public:
     /// Whether the state found before the first pass comes back after the last: bindings, masks, tests, blending, viewport
     /// and everything else that the baseline sets. Off from the start.
     void setRestoresState(bool restores);
-    /// Whether each frame ends with GPUModel::advanceFrame() for the models that it drew; true unless set. If several chains draw the
-    /// same model for one frame of the host, as in a split view, leave it on for the last of them only, so that all of them see how
-    /// items moved.
+    /// Whether each frame ends with GPUModel::advanceFrame() for the models that it drew; true unless set. The chain itself does not
+    /// need it: each chain knows where items were in its own last frame. Turn it off where the host draws the model by
+    /// passes of its own, and calls advanceFrame() itself.
     void setAdvancesModels(bool advances);
 
     /// Where an input takes its value at present.

@@ -14,7 +14,7 @@ namespace Velmora::Kvz {
 /// |-------|---------------------------------|------------|---------|-------------------------------------------------|
 /// | 0     | Kvz_QRect_Viewport              | QRect      | invalid | 0 by 0 pixels, which gives no usable projection |
 /// | 1     | Kvz_QMatrix4x4_ProjectionMatrix | QMatrix4x4 | invalid | the identity; the projection without jitter     |
-/// | 2     | Kvz_int_JitterIndex             | int        | invalid | 0                                               |
+/// | 2     | Kvz_int_JitterIndex             | int        | invalid | no shift                                        |
 ///
 /// | Output | Name                            | Value                                                                 |
 /// |--------|---------------------------------|-----------------------------------------------------------------------|

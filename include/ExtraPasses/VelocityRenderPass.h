@@ -60,6 +60,9 @@ public:
     void start(RenderCallbacks *callbacks) override;
     void skip(RenderCallbacks *callbacks) override;
 
+    /// Forgets the frames that it has seen: nothing moves in the next one.
+    void forgetPast();
+
 private:
     bool wasSeen(const GPUModel *model) const;
     void rememberMotion(const GPUModel *model);

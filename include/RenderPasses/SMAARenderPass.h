@@ -80,6 +80,10 @@ public:
     void setup(RenderCallbacks *callbacks) override;
     void start(RenderCallbacks *callbacks) override;
 
+    /// Gives the last frame back and forgets its jitter, as if the pass had never run, but keeps the programs. For hosts, where the
+    /// last frame shows something else than the next one will; the pass itself never calls it.
+    void forgetHistory();
+
     /// \name Stages
     /// start() calls them; targets have the viewport's size.
     /// @{
@@ -112,6 +116,7 @@ public:
 
 private:
     bool isTemporal() const;
+    void dropHistory();
     void clearTarget(Texture *target);
     void draw(const ShaderProgram &program) const;
     void createPrograms();

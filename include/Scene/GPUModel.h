@@ -19,6 +19,7 @@ namespace Velmora::Kvz {
 
 class BufferObject;
 class DrawBuffers;
+class ModelPast;
 class ShaderProgram;
 class TextureManager;
 
@@ -44,7 +45,9 @@ struct VertexExtras
 ///
 /// Getters of an item out of range give 0, the identity matrix or zeros.
 ///
-/// Culling marks belong to the model: every pass that draws it sees them, in the order of the chain.
+/// Culling marks, previous matrices and what follows from them belong to the past in force. A chain puts its own in force for its
+/// frames, so that every pass of it sees the same marks and motion, in the order of the chain, and two chains on one model do not
+/// disturb each other.
 class KVZ_GL_EXPORT GPUModel
 {
 public:
@@ -85,14 +88,31 @@ public:
     /// World-space bounds of an item.
     QPair<QVector3D, QVector3D> itemBounds(int item) const;
     /// Moves an item. Bounds follow, and its row is uploaded before the next draw. The previous matrix stays until
-    /// advanceFrame(). An item out of range and a matrix that is not finite are refused with one log line.
+    /// advanceFrame(), in each past apart. An item out of range and a matrix that is not finite are refused with one log line.
     void setModelMatrix(int item, const QMatrix4x4 &matrix);
+    /// Grows whenever an item gets another matrix than it had.
+    quint64 matrixRevision() const;
+    /// A number above 0 that no other model of this process has or had, unlike the address of one.
+    quint64 serialNumber() const;
     /// Whether an item was moved since the last advanceFrame().
     bool hasMovedItems() const;
     /// The items that were moved since the last advanceFrame(), each once, in the order of their first move.
     QVector<int> movedItems() const;
     /// Makes the present matrices the previous ones: once a frame, when the frame is done.
     void advanceFrame();
+
+    /// \name Pasts
+    /// Previous matrices, moved items, culling marks and occlusion queries are those of the past in force: the model's own, unless
+    /// another one is. RenderChain uses one of its own for each of its frames; who runs passes by hand for several views may
+    /// do the same.
+    /// @{
+    /// A past in which no item has moved or is culled. The model knows it as long as it is kept.
+    std::shared_ptr<ModelPast> makePast();
+    /// Puts a past in force; null: the model's own. One that another model has made is refused with one log line.
+    void usePast(const std::shared_ptr<ModelPast> &past);
+    /// As advanceFrame(), for a past that need not be in force; null: the one that is.
+    void advancePast(const std::shared_ptr<ModelPast> &past);
+    /// @}
 
     /// The geometry of all items; null for an index other than 0 and for a model with no geometry. Command i is item i's; its
     /// `firstIndex` counts vertices where the model has no indices.

@@ -46,11 +46,15 @@ public:
 
     /// Whether a collection for the plan is bound in the current context.
     static bool isBound(const QString &plan);
+    /// A number that tells the rows that are bound for the plan in the current context from all others, of this and of any other
+    /// collection; 0 while none are.
+    static quint64 boundRevision(const QString &plan);
 
 private:
     const InstanceDataPlan *m_plan;
     QVector<float> m_rows;
     bool m_dirty = true;
+    quint64 m_revision = 0; ///< Of the rows as they were uploaded last.
     std::unique_ptr<BufferTexture> m_texture;
 };
 

@@ -172,6 +172,8 @@ QStringList toStringList(PassTraits traits)
         {PassTrait::LosesAlpha, "loses alpha"},
         {PassTrait::BasicSurfaces, "draws basic surfaces"},
         {PassTrait::ComparesFrames, "compares frames"},
+        {PassTrait::Reprojects, "follows motion"},
+        {PassTrait::CountsFrames, "counts frames"},
     };
     QStringList list;
     for (const auto &text : texts) {

@@ -5,6 +5,7 @@
 #include <Chain/ResolvedPasses.h>
 #include <Chain/running/ChainEditor.h>
 #include <Chain/running/ContextClaim.h>
+#include <Chain/running/FramePasts.h>
 #include <Chain/running/FrameResults.h>
 #include <Chain/running/FrameRunner.h>
 #include <Chain/running/FrameTimes.h>
@@ -39,12 +40,14 @@ struct RenderChain::Private
     ChainState state;
     ChainEditor editor{&state};
     SlotList slots;
+    FramePasts pasts{&slots, &values};
     quint64 followedRevision = 0; ///< The revision of the state that the slots reflect.
     quint64 followedNames = 0; ///< The revision of the values' names that the slots reflect.
     FrameResults results;
     FrameTimes times;
     FrameRunner runner{&slots, &results, &times};
     bool restoresState = false;
+    bool advancesModels = true;
     ContextClaim context; ///< The one that the passes belong to.
     QString error;
 
@@ -54,6 +57,15 @@ struct RenderChain::Private
         return false;
     }
     bool tell(bool done) { return done || fail(editor.error()); }
+
+    /// As tell(), for a change of the chain after which nothing of the last frame is true.
+    bool tellReplaced(bool done)
+    {
+        if (done)
+            pasts.note(PastLoss::Everything);
+        return tell(done);
+    }
+    QVector<QVariant> valueOf(const QString &pass, const QString &port) const;
 
     bool followChain();
     void enterContext();
@@ -79,6 +91,16 @@ bool RenderChain::Private::followChain()
     return true;
 }
 
+/// The value that the chain sets for an input, which may be an invalid one; empty where it sets none.
+QVector<QVariant> RenderChain::Private::valueOf(const QString &pass, const QString &port) const
+{
+    const ChainDescription &chain = state.description();
+    const int index = chain.findPass(pass);
+    if (index < 0 || !chain.passes[index].values.contains(port))
+        return {};
+    return {chain.passes[index].values.value(port)};
+}
+
 void RenderChain::Private::enterContext()
 {
     if (context.isCurrent())
@@ -95,6 +117,7 @@ void RenderChain::Private::leaveContext()
     const bool isCurrent = context.isCurrent();
     results.releaseExports(); // In a context that shares textures they are still there.
     times.leaveContext(isCurrent);
+    pasts.leaveContext();
     slots.leaveContext(isCurrent);
     runner.leaveContext();
     context.release();
@@ -134,14 +157,16 @@ bool RenderChain::Private::render()
     enterContext();
     if (!followChain() || !checkViewports(&size))
         return false;
+    if (slots.usesBounds())
+        values.updateBounds();
+    pasts.beginFrame(size);
     slots.objects().deleteRetired(true);
     takeRefusals(); // Earlier failures do not belong to this frame.
     if (!slots.makePasses(&error))
         return false;
 
-    runner.beginFrame(size, values.sceneSize());
-    if (slots.usesBounds())
-        values.updateBounds();
+    runner.beginFrame(size, values.sceneSize(), pasts.isStill());
+    pasts.usePasts();
     std::unique_ptr<SavedGLState> found;
     if (restoresState)
         found = std::make_unique<SavedGLState>();
@@ -149,9 +174,10 @@ bool RenderChain::Private::render()
     times.beginFrame(slots);
     runner.beginPasses();
     runner.runPasses();
-    runner.endPasses(values);
+    runner.endPasses();
     results.endFrame(slots, state.description().exports);
     times.endFrame(slots);
+    pasts.endFrame(advancesModels);
 
     if (found)
         found->restore();
@@ -163,7 +189,10 @@ bool RenderChain::Private::reloadShaders()
     enterContext();
     if (hasErrors(state.resolved().findings()))
         state.resolveAgain(); // A file that was missing may be there now.
-    return followChain() && slots.remakeShaderPasses(&error);
+    if (!followChain() || !slots.remakeShaderPasses(&error))
+        return false;
+    pasts.note(PastLoss::Everything);
+    return true;
 }
 
 RenderChain::RenderChain(const PassRegistry &registry)
@@ -176,6 +205,7 @@ RenderChain::~RenderChain()
     const bool isCurrent = d->context.isCurrent();
     d->results.releaseExports();
     d->times.leaveContext(isCurrent);
+    d->pasts.leaveContext();
     d->slots.retireAll(isCurrent);
 }
 
@@ -184,6 +214,7 @@ RenderChain::~RenderChain()
 bool RenderChain::setDescription(const ChainDescription &description)
 {
     d->values.setChainLights(description.lights);
+    d->pasts.note(PastLoss::Everything);
     d->error.clear();
     d->state.replace(description);
     const QStringList errors = d->state.resolved().errors();
@@ -207,32 +238,45 @@ QString RenderChain::errorString() const
 
 bool RenderChain::setValue(const QString &pass, const QString &port, const QVariant &value)
 {
-    return d->tell(d->editor.setValue(pass, port, value));
+    const QVector<QVariant> before = d->valueOf(pass, port);
+    if (!d->tell(d->editor.setValue(pass, port, value)))
+        return false;
+    if (before != d->valueOf(pass, port))
+        d->pasts.noteValue(pass, port);
+    return true;
 }
 
 bool RenderChain::clearValue(const QString &pass, const QString &port)
 {
-    return d->tell(d->editor.clearValue(pass, port));
+    const bool wasSet = !d->valueOf(pass, port).isEmpty();
+    if (!d->tell(d->editor.clearValue(pass, port)))
+        return false;
+    if (wasSet)
+        d->pasts.noteValue(pass, port);
+    return true;
 }
 
 bool RenderChain::setEnabled(const QString &pass, bool enabled)
 {
-    return d->tell(d->editor.setEnabled(pass, enabled));
+    const int index = description().findPass(pass);
+    const bool isChange = index >= 0 && description().passes[index].enabled != enabled;
+    const bool done = d->editor.setEnabled(pass, enabled);
+    return isChange ? d->tellReplaced(done) : d->tell(done);
 }
 
 bool RenderChain::connect(const QString &pass, const QString &port, const ChainSource &source)
 {
-    return d->tell(d->editor.connect(pass, port, source));
+    return d->tellReplaced(d->editor.connect(pass, port, source));
 }
 
 bool RenderChain::disconnect(const QString &pass, const QString &port)
 {
-    return d->tell(d->editor.disconnect(pass, port));
+    return d->tellReplaced(d->editor.disconnect(pass, port));
 }
 
 bool RenderChain::setOption(const QString &pass, const QString &option, const QVariant &value)
 {
-    return d->tell(d->editor.setOption(pass, option, value));
+    return d->tellReplaced(d->editor.setOption(pass, option, value));
 }
 
 bool RenderChain::addExport(const QString &name, const ChainOutput &output)
@@ -325,6 +369,11 @@ bool RenderChain::renderFrame()
     return d->render();
 }
 
+void RenderChain::forgetPast()
+{
+    d->pasts.note(PastLoss::Everything);
+}
+
 QStringList RenderChain::shaderFiles() const
 {
     QStringList files = d->state.resolved().shaderFiles();
@@ -354,6 +403,8 @@ void RenderChain::releaseContext()
 
 void RenderChain::setClearColor(const QColor &color)
 {
+    if (color != d->runner.clearColor())
+        d->pasts.note(PastLoss::Means);
     d->runner.setClearColor(color);
 }
 
@@ -364,7 +415,7 @@ void RenderChain::setRestoresState(bool restores)
 
 void RenderChain::setAdvancesModels(bool advances)
 {
-    d->runner.setAdvancesModels(advances);
+    d->advancesModels = advances;
 }
 
 // --- results -------------------------------------------------------------------------------------------------------

@@ -69,8 +69,8 @@ bool ResolvedChain::takesLights() const
 
 bool ResolvedChain::keepsPast() const
 {
-    const PassTraits past =
-        PassTrait::JittersCamera | PassTrait::AccumulatesFrames | PassTrait::Culls | PassTrait::ComparesFrames;
+    const PassTraits past = PassTrait::JittersCamera | PassTrait::AccumulatesFrames | PassTrait::Culls
+        | PassTrait::ComparesFrames | PassTrait::CountsFrames;
     return std::any_of(m_passes->begin(), m_passes->end(), [past](const ResolvedPass &pass) {
         const auto isPast = [](const ResolvedInput &input) { return input.source == ResolvedInput::Source::Previous; };
         return pass.enabled && (pass.traits & past || std::any_of(pass.inputs.begin(), pass.inputs.end(), isPast));

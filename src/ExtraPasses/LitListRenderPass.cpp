@@ -65,6 +65,7 @@ out vec4 out_FragColor;
 
 // From VisibilityBuffer.glslc.
 void kvzTextureGradients(vec2 texCoord, out vec2 dx, out vec2 dy);
+uint kvzFragmentInTurn(inout uint pointer);
 )") + directionToEyeSource
     + unitDirectionSource + QStringLiteral(R"(
 vec4 colourOf(int vertex)
@@ -114,7 +115,8 @@ void main()
         float depth;
         vec3 modelNormal;
         vec2 texCoord;
-        getFragmentInfo(vo_TexCoord, pointer, position, depth, modelNormal, texCoord);
+        uint fragment = kvzFragmentInTurn(pointer);
+        getFragmentInfo(vo_TexCoord, fragment, position, depth, modelNormal, texCoord);
         FragmentTriangle triangle;
         getFragmentTriangle(triangle);
         Surface surface = surfaceAt(placeOn(triangle, texCoord));

@@ -21,9 +21,11 @@ void SubsampleJitterPass::start(RenderCallbacks *)
 {
     const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
     const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
-    const int index = inputValue<int>(m_inputs[JitterIndex]);
+    const QVariant &index = m_inputs[JitterIndex].value;
 
-    const QVector2D jitter = shiftTo(QPointF(0.5, 0.5), subsamplePosition(-1, index), size);
+    QVector2D jitter;
+    if (index.canConvert<int>())
+        jitter = shiftTo(QPointF(0.5, 0.5), subsamplePosition(-1, index.toInt()), size);
     m_outputs[ProjectionMatrixOut].value = shifted(projection, jitter);
     m_outputs[JitterAmount].value = jitter;
 }

@@ -253,6 +253,13 @@ void VelocityRenderPass::skip(RenderCallbacks *callbacks)
     RenderPassProxy::skip(callbacks);
 }
 
+void VelocityRenderPass::forgetPast()
+{
+    m_hasPrevious = false;
+    m_seenGeometry.clear();
+    m_lastSeen.clear();
+}
+
 /// Whether the model was there in the last frame that was seen. Its geometry tells, since it knows when it is deleted.
 bool VelocityRenderPass::wasSeen(const GPUModel *model) const
 {

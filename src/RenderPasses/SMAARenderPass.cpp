@@ -438,12 +438,23 @@ void SMAARenderPass::init()
     m_screenQuad = OpenGLDeviceContext::current()->createScreenQuad();
 }
 
-void SMAARenderPass::release()
+void SMAARenderPass::forgetHistory()
+{
+    dropHistory();
+    m_previousJitter = QVector2D();
+}
+
+void SMAARenderPass::dropHistory()
 {
     giveBack(m_previousColour);
     giveBack(m_previousPackedVelocity);
     m_previousColour = nullptr;
     m_previousPackedVelocity = nullptr;
+}
+
+void SMAARenderPass::release()
+{
+    dropHistory();
     deletePrograms();
     createPrograms();
 }

@@ -10,11 +10,13 @@
 #include <GL/TextureManager.h>
 #include <Scene/InstanceDataCollection.h>
 #include <Scene/InstanceDataRegistry.h>
+#include <Scene/ModelPast.h>
 #include <Scene/SurfaceFeature.h>
 
 #include <epoxy/gl.h>
 
 #include <algorithm>
+#include <atomic>
 
 namespace Velmora::Kvz {
 
@@ -60,6 +62,12 @@ GLenum primitivesFor(const ShaderProgram *program)
     return GL_PATCHES;
 }
 
+quint64 nextSerialNumber()
+{
+    static std::atomic<quint64> last{0};
+    return ++last;
+}
+
 } // namespace
 
 MaterialRows::MaterialRows(const QString &sampler, ManagedTextures *images)
@@ -81,7 +89,8 @@ void MaterialRows::unbind()
 
 GPUModel::Private::Private()
     : materialRows(InstanceDataRegistry::Instance().getPlan(materialPlan).samplerName(), &images),
-      surfaceRows(InstanceDataRegistry::Instance().getPlan(surfacePlan).samplerName(), &images)
+      surfaceRows(InstanceDataRegistry::Instance().getPlan(surfacePlan).samplerName(), &images),
+      serialNumber(nextSerialNumber())
 { }
 
 GPUModel::Private::~Private() = default;
@@ -91,7 +100,6 @@ void GPUModel::Private::addItem(
 {
     ranges.push_back(range);
     featureFlags.push_back(itemFeatureFlags);
-    marks.push_back(Mark::Drawn);
     isMirrored.push_back(matrix.determinant() < 0);
     meshBounds.push_back(itemMeshBounds);
     bounds.push_back(itemMeshBounds.mapped(matrix));
@@ -103,12 +111,21 @@ void GPUModel::Private::finish()
     distinctFlags = featureFlags;
     std::sort(distinctFlags.begin(), distinctFlags.end());
     distinctFlags.erase(std::unique(distinctFlags.begin(), distinctFlags.end()), distinctFlags.end());
-    queries = std::make_unique<OcclusionQueries>(itemCount());
+    ownPast.reset(new ModelPast(itemCount()));
+    present = ownPast;
 }
 
 void GPUModel::Private::setMatrix(int item, const QMatrix4x4 &matrix)
 {
     const size_t i = size_t(item);
+    const QMatrix4x4 before = objectRows.model(item);
+    if (before != matrix)
+        ++matrixRevision;
+    ownPast->d->noteMove(item, before);
+    for (const std::weak_ptr<ModelPast> &other : otherPasts) {
+        if (const std::shared_ptr<ModelPast> past = other.lock())
+            past->d->noteMove(item, before);
+    }
     isMirrored[i] = matrix.determinant() < 0;
     bounds[i] = meshBounds[i].mapped(matrix);
     areSceneBoundsStale = true;
@@ -132,15 +149,16 @@ void GPUModel::Private::draw(ShaderProgram *program, TextureManager *manager, qu
     // The boxes have the model's own matrices only.
     const bool areMatricesOwn =
         !InstanceDataCollection::isBound(instanceInfoPlan) && !InstanceDataCollection::isBound(tavoInstancePlan);
-    const int view = manager && areMatricesOwn ? queries->view(program) : -1;
-    const bool queriesTell = view >= 0 && queries->tellHere();
+    OcclusionQueries &queries = past().queries;
+    const int view = manager && areMatricesOwn ? queries.view(program) : -1;
+    const bool queriesTell = view >= 0 && queries.tellHere();
     if (manager)
         manager->bindTextures(program);
     drawItems(program, value, mask, winding, ignoreCulling, queriesTell ? view : -1);
     if (manager)
         manager->unbindTextures(program);
     if (view >= 0)
-        queries->testBoxes(
+        queries.testBoxes(
             view, bounds, [&](int item) { return isSelected(size_t(item), value, mask); }, queriesTell);
 }
 
@@ -153,14 +171,15 @@ void GPUModel::Private::drawItems(
     const GLenum front = winding == WindingClockwise ? GL_CW : GL_CCW;
     const GLenum mirroredFront = winding == WindingClockwise ? GL_CCW : GL_CW;
     FrontFace frontFace;
+    const ModelPast::Private &culling = past();
     const size_t count = ranges.size();
     for (size_t item = 0; item < count; ++item) {
         if (!isSelected(item, value, mask))
             continue;
-        const Mark mark = ignoreCulling ? Mark::Drawn : marks[item];
-        if (mark == Mark::Culled)
+        const CullingMark mark = ignoreCulling ? CullingMark::Drawn : culling.marks[item];
+        if (mark == CullingMark::Culled)
             continue;
-        const GLuint query = mark == Mark::Undecided ? queries->query(view, int(item)) : 0;
+        const GLuint query = mark == CullingMark::Undecided ? culling.queries.query(view, int(item)) : 0;
         if (query)
             glBeginConditionalRender(query, GL_QUERY_NO_WAIT);
         frontFace.set(isMirrored[item] ? mirroredFront : front);
@@ -267,17 +286,69 @@ void GPUModel::setModelMatrix(int item, const QMatrix4x4 &matrix)
 
 bool GPUModel::hasMovedItems() const
 {
-    return !d->objectRows.moved().isEmpty();
+    return !d->past().moved().isEmpty();
 }
 
 QVector<int> GPUModel::movedItems() const
 {
-    return d->objectRows.moved();
+    return d->past().moved();
 }
 
 void GPUModel::advanceFrame()
 {
-    d->objectRows.advance();
+    for (const int item : d->past().moved())
+        d->objectRows.setPrevious(item, d->objectRows.model(item));
+    d->past().forgetMoves();
+}
+
+quint64 GPUModel::serialNumber() const
+{
+    return d->serialNumber;
+}
+
+quint64 GPUModel::matrixRevision() const
+{
+    return d->matrixRevision;
+}
+
+std::shared_ptr<ModelPast> GPUModel::makePast()
+{
+    std::shared_ptr<ModelPast> past(new ModelPast(itemCount()));
+    std::vector<std::weak_ptr<ModelPast>> &others = d->otherPasts;
+    others.erase(std::remove_if(others.begin(), others.end(),
+                     [](const std::weak_ptr<ModelPast> &other) { return other.expired(); }),
+        others.end());
+    others.push_back(past);
+    return past;
+}
+
+void GPUModel::usePast(const std::shared_ptr<ModelPast> &past)
+{
+    const std::shared_ptr<ModelPast> next = past ? past : d->ownPast;
+    if (next == d->present)
+        return;
+    const bool isOurs = next == d->ownPast
+        || std::any_of(d->otherPasts.begin(), d->otherPasts.end(),
+            [&](const std::weak_ptr<ModelPast> &other) { return other.lock() == next; });
+    if (!isOurs) {
+        KVZ_WARNING(QStringLiteral("A past that another model has made cannot be used with this one"));
+        return;
+    }
+    for (const int item : d->past().moved()) {
+        if (!next->d->hasMoved(item))
+            d->objectRows.setPrevious(item, d->objectRows.model(item));
+    }
+    d->present = next;
+    for (const int item : next->d->moved())
+        d->objectRows.setPrevious(item, next->d->before(item));
+}
+
+void GPUModel::advancePast(const std::shared_ptr<ModelPast> &past)
+{
+    if (!past || past == d->present)
+        advanceFrame();
+    else
+        past->d->forgetMoves();
 }
 
 DrawBuffers *GPUModel::drawBuffers(int index) const
@@ -334,35 +405,38 @@ void GPUModel::frustumCull(const QMatrix4x4 &viewProjection)
     const Frustum frustum(viewProjection);
     for (size_t item = 0; item < d->bounds.size(); ++item) {
         if (frustum.isOutside(d->bounds[item]))
-            d->marks[item] = Private::Mark::Culled;
+            d->past().marks[item] = CullingMark::Culled;
     }
 }
 
 void GPUModel::visibilityCull()
 {
-    d->queries->collect([this](int item, OcclusionQueries::Verdict verdict) {
-        Private::Mark &mark = d->marks[size_t(item)];
+    ModelPast::Private &past = d->past();
+    past.queries.collect([&past](int item, OcclusionQueries::Verdict verdict) {
+        CullingMark &mark = past.marks[size_t(item)];
         if (verdict == OcclusionQueries::Verdict::Hidden)
-            mark = Private::Mark::Culled;
-        else if (verdict == OcclusionQueries::Verdict::Undecided && mark == Private::Mark::Drawn)
-            mark = Private::Mark::Undecided;
+            mark = CullingMark::Culled;
+        else if (verdict == OcclusionQueries::Verdict::Undecided && mark == CullingMark::Drawn)
+            mark = CullingMark::Undecided;
     });
 }
 
 void GPUModel::resetCulling()
 {
-    std::fill(d->marks.begin(), d->marks.end(), Private::Mark::Drawn);
-    d->queries->stop();
+    ModelPast::Private &past = d->past();
+    std::fill(past.marks.begin(), past.marks.end(), CullingMark::Drawn);
+    past.queries.stop();
 }
 
 bool GPUModel::isCulled(int item) const
 {
-    return hasItem(item) && d->marks[size_t(item)] == Private::Mark::Culled;
+    return hasItem(item) && d->past().marks[size_t(item)] == CullingMark::Culled;
 }
 
 int GPUModel::culledCount() const
 {
-    return int(std::count(d->marks.begin(), d->marks.end(), Private::Mark::Culled));
+    const std::vector<CullingMark> &marks = d->past().marks;
+    return int(std::count(marks.begin(), marks.end(), CullingMark::Culled));
 }
 
 } // namespace Velmora::Kvz

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "ModelPastPrivate.h"
 #include "ObjectRows.h"
-#include "OcclusionQueries.h"
 #include "SceneMath.h"
 
 #include <GL/BufferTexture.h>
@@ -39,13 +39,6 @@ struct GPUModel::Private
         quint32 first;
         quint32 count;
     };
-    /// Whether culling lets an item be drawn.
-    enum class Mark : quint8 {
-        Drawn,
-        Undecided, ///< Drawn on condition of its occlusion query.
-        Culled
-    };
-
     Private();
     ~Private();
 
@@ -54,6 +47,8 @@ struct GPUModel::Private
     void finish();
     void setMatrix(int item, const QMatrix4x4 &matrix);
     int itemCount() const { return int(ranges.size()); }
+    /// The past in force.
+    ModelPast::Private &past() const { return *present->d; }
     bool isSelected(size_t item, quint64 value, quint64 mask) const { return (featureFlags[item] & mask) == value; }
 
     void draw(ShaderProgram *program, TextureManager *manager, quint64 value, quint64 mask, WindingType winding,
@@ -65,7 +60,6 @@ struct GPUModel::Private
     // By item.
     std::vector<quint64> featureFlags;
     std::vector<Range> ranges;
-    std::vector<Mark> marks;
     std::vector<quint8> isMirrored; ///< Its matrix reverses windings.
     std::vector<Bounds> bounds; ///< In world space.
     std::vector<Bounds> meshBounds; ///< In model space.
@@ -82,7 +76,11 @@ struct GPUModel::Private
     MaterialRows surfaceRows;
     int surfaceFeatures = 0; ///< Of surfaceRows.
     VertexExtras extras;
-    std::unique_ptr<OcclusionQueries> queries;
+    const quint64 serialNumber;
+    quint64 matrixRevision = 0;
+    std::shared_ptr<ModelPast> ownPast; ///< For draws outside of any other.
+    std::shared_ptr<ModelPast> present; ///< In force.
+    std::vector<std::weak_ptr<ModelPast>> otherPasts;
 };
 
 } // namespace Velmora::Kvz

@@ -27,12 +27,20 @@ struct Binding
     const void *context;
     const InstanceDataCollection *collection;
     QString plan;
+    quint64 revision; ///< Of the rows as they were uploaded.
 };
 
 std::vector<Binding> &bindings()
 {
     static std::vector<Binding> list;
     return list;
+}
+
+/// A number that no rows of any collection have had.
+quint64 nextRevision()
+{
+    static quint64 last = 0;
+    return ++last;
 }
 
 } // namespace
@@ -118,11 +126,13 @@ void InstanceDataCollection::bind(ShaderProgram *program, TextureManager *manage
     const void *const context = OpenGLDeviceContext::currentHandle();
     if (!m_texture || !context)
         return;
-    if (m_dirty)
+    if (m_dirty) {
         m_texture->upload(m_rows.constData(), m_rows.size() * long(sizeof(float)));
+        m_revision = nextRevision();
+    }
     m_dirty = false;
     m_texture->bind();
-    bindings().push_back({context, this, planName()});
+    bindings().push_back({context, this, planName(), m_revision});
 }
 
 void InstanceDataCollection::unbind(ShaderProgram *program, TextureManager *manager)
@@ -141,12 +151,18 @@ void InstanceDataCollection::unbind(ShaderProgram *program, TextureManager *mana
 
 bool InstanceDataCollection::isBound(const QString &plan)
 {
+    return boundRevision(plan) > 0;
+}
+
+quint64 InstanceDataCollection::boundRevision(const QString &plan)
+{
     const std::vector<Binding> &all = bindings();
     if (all.empty())
-        return false;
+        return 0;
     const void *const context = OpenGLDeviceContext::currentHandle();
-    return std::any_of(all.begin(), all.end(),
+    const auto latest = std::find_if(all.rbegin(), all.rend(),
         [&](const Binding &binding) { return binding.context == context && binding.plan == plan; });
+    return latest == all.rend() ? 0 : latest->revision;
 }
 
 } // namespace Velmora::Kvz

@@ -46,7 +46,7 @@ void ObjectRows::append(const QMatrix4x4 &model)
     store(normalMatrixOf(model), row.normal);
     store(model, row.previous);
     m_rows.push_back(row);
-    m_states.push_back(0);
+    m_isStale.push_back(false);
     makeStale(int(m_rows.size()) - 1);
 }
 
@@ -65,27 +65,22 @@ void ObjectRows::setModel(int row, const QMatrix4x4 &model)
     store(model, m_rows[size_t(row)].model);
     store(normalMatrixOf(model), m_rows[size_t(row)].normal);
     makeStale(row);
-    if (!(m_states[size_t(row)] & Moved)) {
-        m_states[size_t(row)] |= Moved;
-        m_moved.push_back(row);
-    }
 }
 
-void ObjectRows::advance()
+void ObjectRows::setPrevious(int row, const QMatrix4x4 &previous)
 {
-    for (const int row : qAsConst(m_moved)) {
-        std::copy_n(m_rows[size_t(row)].model, 16, m_rows[size_t(row)].previous);
-        m_states[size_t(row)] &= ~Moved;
-        makeStale(row);
-    }
-    m_moved.clear();
+    float *const stored = m_rows[size_t(row)].previous;
+    if (std::equal(stored, stored + 16, previous.constData()))
+        return;
+    store(previous, stored);
+    makeStale(row);
 }
 
 void ObjectRows::makeStale(int row)
 {
-    if (m_states[size_t(row)] & Stale)
+    if (m_isStale[size_t(row)])
         return;
-    m_states[size_t(row)] |= Stale;
+    m_isStale[size_t(row)] = true;
     m_stale.push_back(row);
 }
 
@@ -107,7 +102,7 @@ void ObjectRows::upload()
         }
     }
     for (const int row : m_stale)
-        m_states[size_t(row)] &= ~Stale;
+        m_isStale[size_t(row)] = false;
     m_stale.clear();
 }
 

@@ -4,7 +4,6 @@
 #include <GL/Bindable.h>
 #include <GL/BufferTexture.h>
 
-#include <QtCore/QVector>
 #include <QtGui/QMatrix4x4>
 
 #include <vector>
@@ -22,10 +21,7 @@ public:
     QMatrix4x4 model(int row) const;
     QMatrix4x4 previous(int row) const;
     void setModel(int row, const QMatrix4x4 &model);
-    /// The rows whose model matrix was set since the last advance(), each once.
-    const QVector<int> &moved() const { return m_moved; }
-    /// Makes the model matrices the previous ones.
-    void advance();
+    void setPrevious(int row, const QMatrix4x4 &previous);
 
     /// Uploads what changed.
     void upload();
@@ -44,17 +40,11 @@ private:
         float normal[16];
         float previous[16];
     };
-    enum State : quint8 {
-        Stale = 1, ///< Differs from what was uploaded.
-        Moved = 2 ///< Its previous matrix differs from its model matrix.
-    };
-
     void makeStale(int row);
 
     std::vector<Row> m_rows;
-    std::vector<quint8> m_states;
-    std::vector<int> m_stale; ///< The rows that are Stale, in any order.
-    QVector<int> m_moved; ///< The rows that are Moved.
+    std::vector<bool> m_isStale; ///< By row: it differs from what was uploaded.
+    std::vector<int> m_stale; ///< Those rows, in any order.
     BufferTexture m_instanceInfo;
     BufferTexture m_tavoInstance; ///< The same content under the other plan's sampler.
 };

@@ -356,46 +356,6 @@ TEST_F(ReadyChainsTest, thePickingChainNumbersItemsAndColoursThem)
     EXPECT_EQ(colour(screen, 2), colour(screen, 3)) << "one triangle";
 }
 
-TEST_F(ReadyChainsTest, chainsOnOneModelSeeTheSameMotionWhenTheLastOneAdvancesIt)
-{
-    GPUModelBuilder builder;
-    addSquare(&builder, QVector2D(0, 0), 0.6f, MaterialData());
-    const QSharedPointer<GPUModel> model = builder.build();
-    ChainDescription description;
-    QString error;
-    ASSERT_TRUE(ChainDescription::fromJson(R"({"passes": [
-        {"name": "surfaces", "class": "SurfaceRenderPass"}, {"name": "velocity", "class": "VelocityRenderPass"}]})",
-        &description, &error));
-    RenderChain halves[2];
-    for (RenderChain &half : halves) {
-        ASSERT_TRUE(half.setDescription(description));
-        half.setViewport(QRect(0, 0, 40, 40));
-        half.setCamera(QMatrix4x4(), QMatrix4x4());
-        half.setModel(model.data());
-    }
-    const auto motions = [&] {
-        QVector<float> result;
-        for (RenderChain &half : halves)
-            result.append(renderOutputs(&half, {{"velocity", "Kvz_KvzTexture*_Velocity"}})[0].at(20, 20)[0]);
-        return result;
-    };
-    const auto move = [&](float x) {
-        QMatrix4x4 matrix;
-        matrix.translate(x, 0, 0);
-        model->setModelMatrix(0, matrix);
-    };
-    motions();
-    move(0.1f);
-    EXPECT_EQ(motions().last(), 0) << "the first chain took the motion away";
-    halves[0].setAdvancesModels(false);
-    move(0.2f);
-    const QVector<float> both = motions();
-    EXPECT_NEAR(both.first(), 0.05, 1e-4);
-    EXPECT_NEAR(both.last(), 0.05, 1e-4);
-    EXPECT_FALSE(model->hasMovedItems());
-    EXPECT_EQ(motions(), (QVector<float>{0, 0}));
-}
-
 TEST_F(ReadyChainsTest, whereThereIsNoSurfaceThePassThatPresentsIsSkippedWithALine)
 {
     if (context().platform() == QLatin1String("display"))

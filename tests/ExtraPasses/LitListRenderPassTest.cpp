@@ -8,6 +8,7 @@
 #include "support/Meshes.h"
 #include "support/PassTest.h"
 #include "support/PooledTextures.h"
+#include "support/VisibilityLists.h"
 
 #include <ExtraPasses/LitListRenderPass.h>
 #include <ExtraPasses/LitWeightedRenderPass.h>
@@ -173,6 +174,59 @@ TEST_F(LitListsTest, compositesExactlyFromFrontToBack)
         stack.append({-0.9f + 0.04f * float(i), flatGlass({1, 1, 1}, 0.05f)});
     EXPECT_NEAR(drawWalls(stack).w(), std::pow(0.95, 40), halfTolerance);
     EXPECT_NEAR(drawWalls(stack).x(), 1 - std::pow(0.95, 40), halfTolerance);
+}
+
+TEST_F(LitListsTest, tiesFollowItemsAndTrianglesHoweverTheyWereRecorded)
+{
+    // Three panes in one plane, behind another and before one more.
+    const MaterialData colours[] = {flatGlass({1, 0.2f, 0.1f}, 0.5f), flatGlass({0.1f, 0.3f, 1}, 0.7f),
+        flatGlass({0.2f, 1, 0.3f}, 0.4f), flatGlass({1, 1, 0.2f}, 0.3f), flatGlass({0.6f, 0.1f, 0.9f}, 0.8f)};
+    const QSharedPointer<GPUModel> model =
+        wallModel({{0, colours[0]}, {0.5f, colours[3]}, {0, colours[1]}, {-0.5f, colours[4]}, {0, colours[2]}});
+    const QSize size(4, 4);
+    QMatrix4x4 projection;
+    projection.ortho(-1, 1, -1, 1, -1, 1);
+    record(model, size, QMatrix4x4(), projection);
+    const auto shade = [&] {
+        pass->start(nullptr);
+        const Image result = image(Port::Frame);
+        TextureManager::Instance()->releaseTempTextureRef(texture(Port::Frame), 1);
+        return result;
+    };
+    const Image shown = shade();
+
+    QVector3D colour;
+    float through = 1;
+    for (const int i : {3, 0, 1, 2, 4}) {
+        colour += through * colours[i].d * colours[i].kd;
+        through *= 1 - colours[i].d;
+    }
+    for (int i = 0; i < 3; ++i)
+        EXPECT_NEAR(double(shown.pixel(1, 1)[i]), double(colour[i]), halfTolerance);
+
+    // The same lists with the tied nodes in every other order.
+    const VisibilityLists lists(*sort);
+    auto *const nodes = sort->output(Sort::NodeBuffer).value<Texture *>();
+    const int nodeWidth = sort->output(Sort::NodeBufferWidth).toInt();
+    int order[] = {0, 1, 2};
+    while (std::next_permutation(order, order + 3)) {
+        for (int y = 0; y < size.height(); ++y) {
+            for (int x = 0; x < size.width(); ++x) {
+                const QVector<ListNode> list = lists.at(x, y);
+                ASSERT_EQ(list.size(), 5);
+                ASSERT_EQ(list[1].depthBits, list[3].depthBits);
+                for (int i = 0; i < 3; ++i) {
+                    const ListNode &at = list[1 + i];
+                    const ListNode &from = list[1 + order[i]];
+                    const quint32 node[] = {at.next, from.primitive, from.depthBits, from.draw};
+                    AutoBinder binder(nodes);
+                    glTexSubImage2D(GL_TEXTURE_2D, 0, int(at.place - 1) % nodeWidth, int(at.place - 1) / nodeWidth, 1,
+                        1, GL_RGBA_INTEGER, GL_UNSIGNED_INT, node);
+                }
+            }
+        }
+        EXPECT_EQ(maximumDifference(shade(), shown), 0) << order[0] << order[1] << order[2];
+    }
 }
 
 TEST_F(LitListRenderPassTest, takesItsLightsFromItsInputs)

@@ -316,7 +316,7 @@ TEST(SubsampleJitterPassTest, putsTheFramesSampleIntoTheMiddleOfThePixel)
     EXPECT_EQ(jitter.outputName(1), QStringLiteral("Kvz_Vector2D_JitterAmount"));
     jitter.setInput(SubsampleJitterPass::Viewport, QRect(QPoint(4, 5), size));
     jitter.setInput(SubsampleJitterPass::ProjectionMatrix, projection);
-    for (const auto &[index, pixels] : {std::pair{QVariant(), -0.25}, {QVariant(0), -0.25}, {QVariant(1), 0.25}}) {
+    for (const auto &[index, pixels] : {std::pair{QVariant(), 0.0}, {QVariant(0), -0.25}, {QVariant(1), 0.25}}) {
         jitter.setInput(SubsampleJitterPass::JitterIndex, index);
         jitter.start(nullptr);
         const auto amount = jitter.output(SubsampleJitterPass::JitterAmount).value<QVector2D>();

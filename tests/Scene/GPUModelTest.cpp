@@ -8,6 +8,7 @@
 #include <GL/TextureManager.h>
 #include <Scene/InstanceDataCollection.h>
 #include <Scene/InstanceDataRegistry.h>
+#include <Scene/ModelPast.h>
 
 #include <epoxy/gl.h>
 
@@ -200,6 +201,78 @@ TEST_F(GPUModelTest, previousMatrixAdvancesOnceAFrame)
     model->advanceFrame();
     model->advanceFrame();
     EXPECT_EQ(model->previousModelMatrix(0), placed(3, 0));
+}
+
+TEST_F(GPUModelTest, eachPastKnowsItsOwnMoves)
+{
+    const Grid grid(3);
+    const QSharedPointer<GPUModel> model = grid.builder.build();
+    const QMatrix4x4 start = model->modelMatrix(1);
+    const std::shared_ptr<ModelPast> left = model->makePast();
+    std::shared_ptr<ModelPast> right = model->makePast();
+    const auto previous = [&](const std::shared_ptr<ModelPast> &past) {
+        model->usePast(past);
+        const QMatrix4x4 matrix = model->previousModelMatrix(1);
+        const bool hasMoved = model->hasMovedItems();
+        EXPECT_EQ(hasMoved, matrix != model->modelMatrix(1));
+        EXPECT_EQ(model->movedItems(), hasMoved ? QVector<int>{1} : QVector<int>());
+        model->usePast(nullptr);
+        return matrix;
+    };
+    model->setModelMatrix(1, placed(5, 0));
+    model->advancePast(left);
+    model->setModelMatrix(1, placed(6, 0));
+    EXPECT_EQ(previous(left), placed(5, 0));
+    EXPECT_EQ(previous(right), start);
+    EXPECT_EQ(previous(nullptr), start);
+    model->advanceFrame();
+    EXPECT_EQ(previous(nullptr), placed(6, 0));
+    EXPECT_EQ(previous(right), start) << "of the others nothing is lost";
+    EXPECT_EQ(previous(model->makePast()), placed(6, 0)) << "a new one has seen no move";
+
+    // Marks of culling too.
+    QMatrix4x4 away;
+    away.translate(1000, 0, 0);
+    model->usePast(right);
+    model->advanceFrame();
+    model->frustumCull(away);
+    EXPECT_EQ(model->culledCount(), model->itemCount());
+    model->usePast(left);
+    EXPECT_EQ(model->culledCount(), 0);
+    EXPECT_EQ(model->previousModelMatrix(1), placed(5, 0));
+    model->usePast(nullptr);
+    EXPECT_EQ(model->culledCount(), 0);
+
+    // One that is in force is kept; one of another model is refused.
+    model->usePast(right);
+    right.reset();
+    EXPECT_EQ(model->culledCount(), model->itemCount());
+    const QSharedPointer<GPUModel> other = grid.builder.build();
+    other->usePast(left);
+    const QStringList lines = log.takeWarnings();
+    ASSERT_EQ(lines.size(), 1);
+    EXPECT_TRUE(lines[0].contains("another model")) << qPrintable(lines[0]);
+    model->usePast(nullptr);
+    EXPECT_EQ(model->culledCount(), 0);
+}
+
+TEST_F(GPUModelTest, countsItsMovesAndHasANumberOfItsOwn)
+{
+    const Grid grid(3);
+    QSharedPointer<GPUModel> model = grid.builder.build();
+    const quint64 revision = model->matrixRevision();
+    model->setModelMatrix(1, model->modelMatrix(1));
+    EXPECT_EQ(model->matrixRevision(), revision) << "where it was";
+    model->setModelMatrix(1, placed(5, 0));
+    const quint64 moved = model->matrixRevision();
+    EXPECT_GT(moved, revision);
+    model->advanceFrame();
+    EXPECT_EQ(model->matrixRevision(), moved);
+
+    const quint64 number = model->serialNumber();
+    EXPECT_GT(number, 0U);
+    model = grid.builder.build();
+    EXPECT_NE(model->serialNumber(), number);
 }
 
 TEST_F(GPUModelTest, changedRowsAreUploadedBeforeTheNextDraw)

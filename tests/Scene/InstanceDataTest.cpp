@@ -228,6 +228,15 @@ TEST_F(InstanceDataTest, bindingsNestAndEndWithTheirCollection)
     inner.unbind(nullptr, nullptr);
     EXPECT_EQ(boundTexture(), outerTexture);
     EXPECT_TRUE(InstanceDataCollection::isBound(plan));
+    const quint64 bound = InstanceDataCollection::boundRevision(plan);
+    inner.bind(nullptr, nullptr);
+    EXPECT_NE(InstanceDataCollection::boundRevision(plan), bound) << "the rows of another collection";
+    inner.unbind(nullptr, nullptr);
+    EXPECT_EQ(InstanceDataCollection::boundRevision(plan), bound);
+    outer.setRowCount(2);
+    outer.bind(nullptr, nullptr);
+    EXPECT_NE(InstanceDataCollection::boundRevision(plan), bound) << "other rows";
+    outer.unbind(nullptr, nullptr);
     outer.unbind(nullptr, nullptr);
     outer.unbind(nullptr, nullptr); // One unbind too many.
     EXPECT_EQ(boundTexture(), 0);

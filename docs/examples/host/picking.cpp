@@ -35,7 +35,6 @@ int main(int argc, char **argv)
     chain.setViewport(viewport);
     chain.setCamera(camera.cameraMatrix, camera.projectionMatrix);
     chain.setModel(model.data());
-    chain.setAdvancesModels(false);
 
     // When the pointer moves or is pressed:
     ItemPicker picker;

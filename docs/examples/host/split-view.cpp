@@ -61,7 +61,6 @@ int main(int argc, char **argv)
     RenderChain left, right;
     setUp(left, "deferred", model.data(), CameraView(), &framebuffer, QRect(0, 0, 320, 240));
     setUp(right, "wireframe-overlay", model.data(), front, &framebuffer, QRect(320, 0, 320, 240));
-    left.setAdvancesModels(false); // Items that move have moved for both, until the last one is done.
 
     // In each frame:
     for (RenderChain *chain : {&left, &right}) {

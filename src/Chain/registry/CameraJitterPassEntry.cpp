@@ -17,6 +17,9 @@ PassInfo PassEntries::cameraJitterPass()
             "Kvz_bool_ResetTemporal", ValueType::Bool, true, "Restarts the still frames of the random mode.", "false"),
         input("Kvz_int_JitterMode", ValueType::Int, 0, "0 none, 1 random, 2 anti-diagonal, 3 diagonal.", "none"),
     };
+    pass.inputs[CameraJitterPass::ResetTemporal].restartsPast = true;
+    // A new pass begins the random mode with still frames, and still counts its index.
+    pass.inputs[CameraJitterPass::Mode].stillValue = int(JitterRandom);
     pass.outputs = {
         output("Kvz_QMatrix4x4_ProjectionMatrix", ValueType::Matrix4x4, "The projection with the image shifted."),
         output("Kvz_int_JitterIndex", ValueType::Int, "0 and 1 in turn."),
@@ -25,6 +28,7 @@ PassInfo PassEntries::cameraJitterPass()
     };
     const auto modeOf = [](const PassUse &use) { return use.value(QStringLiteral("Kvz_int_JitterMode")); };
     const auto jitters = [modeOf](const PassUse &use) { return !modeOf(use).isValid() || modeOf(use).toInt() != 0; };
+    pass.traits = PassTrait::CountsFrames;
     pass.conditionalTraits = {{PassTrait::JittersCamera, jitters}};
     pass.rules = {
         {QStringLiteral("Kvz_int_JitterMode"), QStringLiteral("a mode from 0 to 3"), QStringLiteral("a number outside"),

@@ -22,6 +22,7 @@ PassInfo PassEntries::multisampleForwardRenderPass()
             "the samples of S2x, in every frame"),
         input("Kvz_bool_RenderInHDR", ValueType::Bool, true, "Whether the frame has floating-point colour.", "false"),
     };
+    pass.inputs[MultisampleForwardRenderPass::JitterIndex].stillValue = QVariant();
     pass.inputs += lightInputs();
     OutputInfo frame = pooledOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA16F,
         "The shaded model over the background; GL_RGBA8 without HDR.");

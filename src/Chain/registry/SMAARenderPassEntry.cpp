@@ -69,7 +69,7 @@ PassInfo PassEntries::smaaRenderPass()
         pooledOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA16F,
             "The smoothed frame, GL_RGBA8 without RenderInHDR."),
     };
-    pass.traits = PassTrait::AntiAliases;
+    pass.traits = PassTrait::AntiAliases | PassTrait::Reprojects;
     pass.conditionalTraits = {
         {PassTrait::AccumulatesFrames, [](const PassUse &use) { return isTemporal(use) || modeOf(use) == -1; }},
         {PassTrait::LosesAlpha, [](const PassUse &use) { return isTemporal(use) || modeOf(use) == -1; }}};
@@ -102,6 +102,7 @@ PassInfo PassEntries::smaaRenderPass()
             QStringLiteral("change the size by a pixel"), neverBuildsItsPrograms},
     };
     pass.create = construct<SMAARenderPass>;
+    pass.forgetPast = [](RenderPass *smaa) { static_cast<SMAARenderPass *>(smaa)->forgetHistory(); };
     return pass;
 }
 

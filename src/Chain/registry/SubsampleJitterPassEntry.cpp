@@ -12,16 +12,17 @@ PassInfo PassEntries::subsampleJitterPass()
     pass.inputs = {
         viewportInput(),
         unjitteredProjectionInput(),
-        input(
-            "Kvz_int_JitterIndex", ValueType::Int, QVariant(), "Which of the two samples this frame has, 0 or 1.", "0"),
+        input("Kvz_int_JitterIndex", ValueType::Int, QVariant(), "Which of the two samples this frame has, 0 or 1.",
+            "no shift"),
     };
+    pass.inputs[SubsampleJitterPass::JitterIndex].stillValue = QVariant();
     pass.outputs = {
         output("Kvz_QMatrix4x4_ProjectionMatrix", ValueType::Matrix4x4, "The projection with the image shifted."),
         output("Kvz_Vector2D_JitterAmount", ValueType::Vector2D, "The shift in normalised device units."),
     };
     pass.traits = PassTrait::JittersCamera;
     pass.rules = {
-        warnWhenOpen("Kvz_int_JitterIndex", "an index that alternates", "none: each frame has the same sample",
+        warnWhenOpen("Kvz_int_JitterIndex", "an index that alternates", "none: no frame is shifted",
             "put CameraJitterPass before it"),
     };
     pass.create = construct<SubsampleJitterPass>;

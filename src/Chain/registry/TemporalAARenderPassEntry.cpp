@@ -22,6 +22,7 @@ PassInfo PassEntries::temporalAARenderPass()
         input("Kvz_Float_ViewportScale", ValueType::Float, 1.0f, "Divides the size of the result.", "0"),
         input("Kvz_Bool_ViewportScale_Enable", ValueType::Bool, true, "Whether the scale applies.", "false"),
     };
+    pass.inputs[TemporalAARenderPass::ResetTemporal].restartsPast = true;
     OutputInfo mean = pooledOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA8, "The mean.");
     mean.keptByProducer = true;
     pass.outputs = {mean};

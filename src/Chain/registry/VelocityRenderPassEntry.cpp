@@ -32,6 +32,7 @@ PassInfo PassEntries::velocityRenderPass()
             "put a pass before it that draws the model with depth"),
     };
     pass.create = construct<VelocityRenderPass>;
+    pass.forgetPast = [](RenderPass *velocity) { static_cast<VelocityRenderPass *>(velocity)->forgetPast(); };
     return pass;
 }
 

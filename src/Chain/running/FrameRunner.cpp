@@ -4,7 +4,6 @@
 #include <Chain/DecisiveLine.h>
 #include <Chain/running/FrameResults.h>
 #include <Chain/running/FrameTimes.h>
-#include <Chain/running/FrameValueTable.h>
 #include <Chain/running/ObjectIn.h>
 #include <Chain/running/SlotList.h>
 #include <Chain/running/TextureReferences.h>
@@ -18,7 +17,6 @@
 #include <Scene/GPUModel.h>
 
 #include <QtCore/QRect>
-#include <QtCore/QVarLengthArray>
 
 #include <epoxy/gl.h>
 
@@ -90,7 +88,7 @@ void FrameRunner::enterContext()
     m_hasDebugGroups = epoxy_gl_version() >= 43 || epoxy_has_gl_extension("GL_KHR_debug");
 }
 
-void FrameRunner::beginFrame(const QSize &size, float sceneSize)
+void FrameRunner::beginFrame(const QSize &size, float sceneSize, bool isStill)
 {
     m_manager = TextureManager::Instance();
     m_results->beginFrame();
@@ -99,6 +97,7 @@ void FrameRunner::beginFrame(const QSize &size, float sceneSize)
     m_lastSize = size;
     m_size = size;
     m_sceneSize = sceneSize;
+    m_isStill = isStill;
     m_refusal.clear();
     ++m_frame;
 }
@@ -171,6 +170,10 @@ const InputInfo *FrameRunner::setInputs(PassSlot *slot, TextureReferences *refer
         QVariant value = slot->inputValue(i);
         for (const auto &habit : slot->habits)
             value = habit->adjusted(i, value);
+        if (m_isStill && input.info->stillValue)
+            value = *input.info->stillValue;
+        if (input.info->restartsPast && slot->mustRestart && !slot->seesLoss)
+            value = true;
         if (input.info->required && isMissing(value, input.info->type))
             missing = input.info;
         if (input.info->type == ValueType::Texture) {
@@ -187,6 +190,11 @@ const InputInfo *FrameRunner::setInputs(PassSlot *slot, TextureReferences *refer
 /// Starts or skips a pass.
 void FrameRunner::start(PassSlot *slot, int index, bool runs) const
 {
+    slot->wasStarted = runs;
+    if (runs) {
+        slot->hasPast = slot->keepsPast();
+        slot->mustRestart = false;
+    }
     m_times->beginSpan(index);
     {
         const DebugGroup group(m_hasDebugGroups, slot->label);
@@ -249,7 +257,7 @@ bool FrameRunner::reportRefusals(PassSlot *slot)
     return true;
 }
 
-void FrameRunner::endPasses(const FrameValueTable &values) const
+void FrameRunner::endPasses() const
 {
     for (const auto &slot : *m_slots) {
         for (size_t i = 0; i < slot->outputs.size(); ++i) {
@@ -258,25 +266,6 @@ void FrameRunner::endPasses(const FrameValueTable &values) const
         }
         slot->active->endFrame(nullptr);
     }
-    if (!m_advancesModels)
-        return;
-
-    QVarLengthArray<GPUModel *, 4> models;
-    const auto addModel = [&](const QVariant &value) {
-        GPUModel *model = value.userType() == qMetaTypeId<GPUModel *>() ? value.value<GPUModel *>() : nullptr;
-        if (model && !models.contains(model))
-            models.append(model);
-    };
-    for (const auto &value : values.all())
-        addModel(value.second);
-    for (const auto &slot : *m_slots) {
-        for (const SlotInput &input : slot->inputs) {
-            if (input.value)
-                addModel(*input.value);
-        }
-    }
-    for (GPUModel *model : models)
-        model->advanceFrame();
 }
 
 } // namespace Velmora::Kvz

@@ -9,7 +9,6 @@ namespace Velmora::Kvz {
 
 class FrameResults;
 class FrameTimes;
-class FrameValueTable;
 struct InputInfo;
 struct PassSlot;
 class SlotList;
@@ -27,8 +26,8 @@ public:
           m_times(times)
     { }
 
+    const QColor &clearColor() const { return m_clearColor; }
     void setClearColor(const QColor &color) { m_clearColor = color; }
-    void setAdvancesModels(bool advances) { m_advancesModels = advances; }
     /// Asks the driver of a new context what it can do.
     void enterContext();
     void leaveContext()
@@ -39,13 +38,13 @@ public:
 
     /// \name The steps of a frame, in order
     /// @{
-    /// `sceneSize` is the longest side of the scene's bounds; 0 without a scene.
-    void beginFrame(const QSize &size, float sceneSize);
+    /// `sceneSize` is the longest side of the scene's bounds; 0 without a scene. A frame that `isStill` is drawn without jitter.
+    void beginFrame(const QSize &size, float sceneSize, bool isStill);
     /// Begins the frame for the passes.
     void beginPasses() const;
     void runPasses();
-    /// Ends it for the passes, and for the models that they drew.
-    void endPasses(const FrameValueTable &values) const;
+    /// Ends it for the passes.
+    void endPasses() const;
     /// @}
 
     /// What the driver says of the first program that it refused in this frame; empty when there was none.
@@ -64,12 +63,12 @@ private:
     FrameResults *m_results;
     FrameTimes *m_times;
     QColor m_clearColor{0, 0, 0, 0};
-    bool m_advancesModels = true;
     bool m_hasDebugGroups = false;
     bool m_hasScreen = false; ///< The context was seen to have one.
     QSize m_lastSize;
     QSize m_size;
     float m_sceneSize = 0;
+    bool m_isStill = false;
     quint64 m_frame = 0;
     TextureManager *m_manager = nullptr; ///< Of the current frame.
     QString m_refusal;

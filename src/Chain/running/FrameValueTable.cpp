@@ -95,6 +95,13 @@ QVariant FrameValueTable::value(const QString &name) const
     return found ? *found : QVariant();
 }
 
+QSet<QString> FrameValueTable::takeChanges()
+{
+    QSet<QString> taken;
+    taken.swap(m_changed);
+    return taken;
+}
+
 QStringList FrameValueTable::names() const
 {
     QStringList names;
@@ -119,6 +126,8 @@ void FrameValueTable::store(const QString &name, const QVariant &value)
     if (known == m_values.end() && !value.isValid())
         return;
     ++m_valuesRevision;
+    if (known == m_values.end() || known->second != value)
+        m_changed.insert(name);
     if (known != m_values.end() && value.isValid()) {
         known->second = value;
         return;

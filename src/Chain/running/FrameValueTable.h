@@ -38,6 +38,9 @@ public:
     QStringList grantedNames() const;
     const std::map<QString, QVariant> &all() const { return m_values; }
 
+    /// The names whose values are others than when this was called last.
+    QSet<QString> takeChanges();
+
     /// Grows when a name is added or removed.
     quint64 namesRevision() const { return m_namesRevision; }
     /// Grows when a value is set or removed.
@@ -55,6 +58,7 @@ private:
     QSet<QString> m_ofHost; ///< Names that the host has set.
     std::vector<LightDescription> m_described; ///< Those that cast shadows.
     std::vector<std::unique_ptr<ShadowMapManager::Light>> m_lights; ///< Parallel to those, at their places.
+    QSet<QString> m_changed; ///< Since takeChanges().
     quint64 m_namesRevision = 0;
     quint64 m_valuesRevision = 0;
 };

@@ -27,4 +27,9 @@ bool PassSlot::choosesObject() const
         habits.begin(), habits.end(), [](const std::unique_ptr<SlotHabit> &habit) { return habit->choosesObject(); });
 }
 
+bool PassSlot::keepsPast() const
+{
+    return bool(traits & (PassTrait::AccumulatesFrames | PassTrait::ComparesFrames | PassTrait::CountsFrames));
+}
+
 } // namespace Velmora::Kvz

@@ -53,6 +53,7 @@ struct PassSlot
     QByteArray label; ///< The name, for debug groups.
     std::shared_ptr<const PassInfo> info; ///< With the ports of its options.
     PassOptions options;
+    PassTraits traits; ///< With those of its configuration.
     bool enabled = true;
 
     std::vector<PassObject> objects;
@@ -65,6 +66,11 @@ struct PassSlot
     int viewportInput = -1;
     int projectionInput = -1;
 
+    bool hasPast = false; ///< It has run, and nothing has made what it keeps of that untrue.
+    bool wasStarted = false; ///< In the last frame.
+    bool mustRestart = false; ///< It forgets when it runs next, by its own port.
+    bool seesLoss = false; ///< It forgets in this frame by itself.
+
     bool saidMissing = false; ///< The log has the line about a missing input.
     bool saidFailed = false; ///< The log has the line about a failure.
     QString saidRefusal; ///< The last logged message about a program that the driver refused.
@@ -74,6 +80,8 @@ struct PassSlot
     /// What an input gets: the present value of its source, else its default; a SceneRelative is worked out. Needs an active object here and at the source.
     QVariant inputValue(int input) const;
     bool choosesObject() const;
+    /// Whether its picture depends on earlier frames.
+    bool keepsPast() const;
 };
 
 } // namespace Velmora::Kvz

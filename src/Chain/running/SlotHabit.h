@@ -23,6 +23,8 @@ public:
     /// Around start(); not around skip().
     virtual void beforeStart() { }
     virtual void afterStart() { }
+    /// The slot's objects are gone, and new ones begin from the beginning.
+    virtual void restart() { }
     /// The context that the slot's objects belong to is left; it is current unless it is gone.
     virtual void leaveContext(bool /*isCurrent*/) { }
 };

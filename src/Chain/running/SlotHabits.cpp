@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 
 namespace Velmora::Kvz {
 
@@ -209,6 +210,27 @@ private:
     bool m_saidFull = false;
 };
 
+/// A pass that draws from drand48(), which is one for the whole process: the slot has its own state of it, which begins with its
+/// objects, so that equal chains draw equal numbers, and a host's own numbers go on undisturbed.
+class RandomHabit : public SlotHabit
+{
+public:
+    void beforeStart() override { m_state.swap(); }
+    void afterStart() override { m_state.swap(); }
+    void restart() override { m_state = State(); }
+    void leaveContext(bool) override { restart(); }
+
+private:
+    struct State
+    {
+        unsigned short words[3] = {0, 0, 0};
+
+        /// Exchanges it with the one in force.
+        void swap() { std::copy_n(seed48(words), 3, words); }
+    };
+    State m_state;
+};
+
 } // namespace
 
 std::vector<std::unique_ptr<SlotHabit>> habitsOf(PassSlot *slot)
@@ -220,6 +242,8 @@ std::vector<std::unique_ptr<SlotHabit>> habitsOf(PassSlot *slot)
         if (slot->info->inputs[i].keepsGeometry)
             habits.push_back(std::make_unique<GeometryHabit>(slot, i));
     }
+    if (slot->info->traits.testFlag(PassTrait::CountsFrames))
+        habits.push_back(std::make_unique<RandomHabit>());
     if (slot->info->fragmentRoom > 0)
         habits.push_back(std::make_unique<FragmentRoomHabit>(slot));
     return habits;

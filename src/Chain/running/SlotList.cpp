@@ -75,6 +75,7 @@ bool SlotList::match(const ResolvedPasses &passes, bool isCurrent)
         isInOrder = isInOrder && same - m_slots.begin() == i;
         matched.push_back(same == m_slots.end() ? makeSlot(name, pass) : std::move(*same));
         matched.back()->info = pass.info;
+        matched.back()->traits = pass.traits;
         matched.back()->enabled = pass.enabled;
     }
     for (const auto &left : m_slots) {
@@ -172,6 +173,14 @@ bool SlotList::remakeShaderPasses(QString *error)
     return true;
 }
 
+void SlotList::retireObjects(PassSlot *slot)
+{
+    m_objects.retire(&slot->objects);
+    slot->active = nullptr;
+    for (const auto &habit : slot->habits)
+        habit->restart();
+}
+
 void SlotList::leaveContext(bool isCurrent)
 {
     for (const auto &slot : m_slots) {
@@ -185,6 +194,8 @@ void SlotList::leaveContext(bool isCurrent)
             habit->leaveContext(isCurrent);
         slot->objects.clear();
         slot->active = nullptr;
+        slot->hasPast = false;
+        slot->mustRestart = false;
         for (SlotOutput &output : slot->outputs)
             output.previous = QVariant();
     }

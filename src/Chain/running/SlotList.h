@@ -42,6 +42,8 @@ public:
     bool makePasses(QString *error);
     /// Creates the passes with shader files again; all or none.
     bool remakeShaderPasses(QString *error);
+    /// Takes the objects out of a slot, which gets new ones from makePasses().
+    void retireObjects(PassSlot *slot);
     /// Deletes all objects; with their context current, their GL objects too.
     void leaveContext(bool isCurrent);
     /// Deletes all objects at the end of the chain, whose context lives on.

@@ -1,0 +1,275 @@
+// SPDX-License-Identifier: MIT
+#include <Chain/running/FramePasts.h>
+
+#include <Chain/FrameValues.h>
+#include <Chain/running/FrameValueTable.h>
+#include <Chain/running/SlotList.h>
+#include <Scene/GPUModel.h>
+#include <Scene/InstanceDataCollection.h>
+#include <Scene/ModelPast.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Velmora::Kvz {
+
+namespace {
+
+using LightValues = ShadowMapManager::LightValues;
+
+bool areEqual(const LightValues &a, const LightValues &b)
+{
+    return a.type == b.type && a.position == b.position && a.direction == b.direction && a.coneAngle == b.coneAngle
+        && a.range == b.range && a.cascades == b.cascades && a.depthBias == b.depthBias && a.intensity == b.intensity;
+}
+
+GPUModel *modelIn(const QVariant &value)
+{
+    return value.userType() == qMetaTypeId<GPUModel *>() ? value.value<GPUModel *>() : nullptr;
+}
+
+/// Whether a pass keeps a picture that a velocity leads on.
+bool reprojects(const PassSlot &slot)
+{
+    return slot.traits.testFlag(PassTrait::AccumulatesFrames) && slot.traits.testFlag(PassTrait::Reprojects);
+}
+
+/// Whether a pass keeps a mean of frames, or a picture that nothing leads on.
+bool averages(const PassSlot &slot)
+{
+    return slot.traits.testFlag(PassTrait::AccumulatesFrames) && !slot.traits.testFlag(PassTrait::Reprojects);
+}
+
+/// Whether earlier frames matter to what a pass does. Marks of culling stay when a pass stops setting them.
+bool dependsOnPast(const PassSlot &slot)
+{
+    return slot.keepsPast() || slot.traits.testFlag(PassTrait::Culls);
+}
+
+/// Whether an input takes its value from the frame's value of this name.
+bool takes(const SlotInput &input, const QVariant *value, const QString &name)
+{
+    return (value && input.value == value) || (!input.producer && input.info->name == name);
+}
+
+bool isView(const QString &name)
+{
+    return name == FrameValues::cameraMatrix || name == FrameValues::projectionMatrix;
+}
+
+/// Whether a pass takes the frame's own view, all of it, and so starts over by itself when that changes.
+bool seesView(const PassSlot &slot, const FrameValueTable &values)
+{
+    const auto ofView = [&](const SlotInput &input) {
+        const QString &name = input.info->name;
+        return (isView(name) || name == FrameValues::viewport) && input.value && input.value == values.find(name);
+    };
+    return std::count_if(slot.inputs.begin(), slot.inputs.end(), ofView) == 3;
+}
+
+} // namespace
+
+FramePasts::~FramePasts() = default;
+
+void FramePasts::note(PastLoss loss)
+{
+    m_noted = std::max(m_noted, loss);
+}
+
+void FramePasts::noteValue(const QString &pass, const QString &port)
+{
+    const PassSlot *const slot = m_slots.find(pass);
+    const int input = slot ? slot->info->findInput(port) : -1;
+    // Another mode, size or image of a pass that has a past: its past is of another kind.
+    const bool isOfPast = input >= 0 && dependsOnPast(*slot) && !slot->info->inputs[input].restartsPast;
+    note(isOfPast ? PastLoss::Everything : PastLoss::Means);
+}
+
+void FramePasts::beginFrame(const QSize &size)
+{
+    PastLoss loss = std::exchange(m_noted, PastLoss::None);
+    m_hasViewChanged = false;
+    if (std::exchange(m_size, size) != size) {
+        m_hasViewChanged = true;
+        loss = PastLoss::Everything;
+    }
+    // Each of these also keeps what the next frame is compared with.
+    for (const PastLoss found : {lossOfValues(), lossOfModels(), lossOfRows(), lossOfLights()})
+        loss = std::max(loss, found);
+    forgetWhere(loss);
+    m_areModelsNew = m_areModelsNew || loss == PastLoss::Everything;
+}
+
+PastLoss FramePasts::lossOfValues()
+{
+    static const QStringList standardNames = FrameValues::standardNames();
+    PastLoss loss = PastLoss::None;
+    for (const QString &name : m_values.takeChanges()) {
+        // The size, models and lights are looked at for themselves, and where the picture goes does not matter.
+        if (name == FrameValues::viewport || name == FrameValues::framebuffer || name == FrameValues::model
+            || name == FrameValues::lights)
+            continue;
+        m_hasViewChanged = m_hasViewChanged || isView(name);
+        loss = std::max(loss, PastLoss::Means);
+        if (standardNames.contains(name))
+            continue;
+        const QVariant *const value = m_values.find(name);
+        const bool isOfPast = std::any_of(m_slots.begin(), m_slots.end(), [&](const std::unique_ptr<PassSlot> &slot) {
+            return dependsOnPast(*slot)
+                && std::any_of(slot->inputs.begin(), slot->inputs.end(),
+                    [&](const SlotInput &input) { return takes(input, value, name) && !input.info->restartsPast; });
+        });
+        if (isOfPast)
+            loss = PastLoss::Everything;
+    }
+    return loss;
+}
+
+PastLoss FramePasts::lossOfModels()
+{
+    std::vector<Model> models;
+    const auto add = [&](const QVariant &value) {
+        GPUModel *const model = modelIn(value);
+        if (model
+            && std::none_of(models.begin(), models.end(), [&](const Model &known) { return known.model == model; }))
+            models.push_back({model, model->serialNumber(), model->matrixRevision(), nullptr});
+    };
+    for (const auto &value : m_values.all())
+        add(value.second);
+    for (const auto &slot : m_slots) {
+        for (const SlotInput &input : slot->inputs) {
+            if (input.value)
+                add(*input.value);
+        }
+    }
+
+    PastLoss loss = PastLoss::None;
+    bool areSame = models.size() == m_models.size();
+    for (size_t i = 0; areSame && i < models.size(); ++i) {
+        areSame = models[i].serialNumber == m_models[i].serialNumber;
+        models[i].past = m_models[i].past;
+        if (models[i].matrixRevision != m_models[i].matrixRevision)
+            loss = PastLoss::Means;
+    }
+    m_models = std::move(models);
+    return areSame ? loss : PastLoss::Everything;
+}
+
+/// Rows of a host that are bound in place of those of models.
+PastLoss FramePasts::lossOfRows()
+{
+    static const QString plans[] = {QStringLiteral("InstanceInfo"), QStringLiteral("TavoInstance"),
+        QStringLiteral("OBJMaterial"), QStringLiteral("SurfaceMaterial")};
+    BoundRows rows;
+    for (size_t i = 0; i < 2; ++i) {
+        rows.matrices[i] = InstanceDataCollection::boundRevision(plans[i]);
+        rows.materials[i] = InstanceDataCollection::boundRevision(plans[2 + i]);
+    }
+    const bool haveMoved = !std::equal(rows.matrices, rows.matrices + 2, m_rows.matrices);
+    const bool areOthers = !std::equal(rows.materials, rows.materials + 2, m_rows.materials);
+    m_rows = rows;
+    return areOthers ? PastLoss::Everything : haveMoved ? PastLoss::Means : PastLoss::None;
+}
+
+PastLoss FramePasts::lossOfLights()
+{
+    std::vector<LightValues> lights;
+    const auto add = [&lights](const QVariant *value) {
+        if (!value)
+            return;
+        for (const ShadowMapManager::Light *light : ShadowMapManager::lightsIn(*value))
+            lights.push_back(ShadowMapManager::valuesOf(*light));
+    };
+    // Only where they are taken: a host may have deleted others.
+    std::vector<const QVariant *> taken;
+    for (const auto &slot : m_slots) {
+        if (!slot->enabled)
+            continue;
+        for (const SlotInput &input : slot->inputs) {
+            if (input.info->type == ValueType::Lights
+                && std::find(taken.begin(), taken.end(), input.value) == taken.end())
+                taken.push_back(input.value);
+        }
+    }
+    std::for_each(taken.begin(), taken.end(), add);
+    const bool areSame = std::equal(lights.begin(), lights.end(), m_lights.begin(), m_lights.end(), areEqual);
+    m_lights = std::move(lights);
+    return areSame ? PastLoss::None : PastLoss::Means;
+}
+
+void FramePasts::forgetWhere(PastLoss loss)
+{
+    bool reprojectingRun = false;
+    bool reprojectingKeep = false;
+    bool averagingRun = false;
+    bool averagingKeep = false;
+    for (const auto &slot : m_slots) {
+        slot->seesLoss = m_hasViewChanged && averages(*slot) && seesView(*slot, m_values);
+        // One that was passed over has a past from before the last frame.
+        const bool wasPassedOver = slot->hasPast && !slot->wasStarted;
+        slot->wasStarted = false;
+        if (loss == PastLoss::Everything || wasPassedOver || (loss == PastLoss::Means && averages(*slot)))
+            forget(slot.get());
+        if (!slot->enabled)
+            continue;
+        reprojectingRun = reprojectingRun || reprojects(*slot);
+        reprojectingKeep = reprojectingKeep || (reprojects(*slot) && slot->hasPast);
+        averagingRun = averagingRun || averages(*slot);
+        averagingKeep = averagingKeep || (averages(*slot) && slot->hasPast);
+    }
+    // A picture that a velocity leads on needs the jitter to go on, whatever becomes of a mean behind it.
+    m_isStill = reprojectingRun ? !reprojectingKeep : averagingRun && !averagingKeep;
+    if (!m_isStill)
+        return;
+    for (const auto &slot : m_slots) {
+        if (slot->traits & (PassTrait::CountsFrames | PassTrait::ComparesFrames))
+            forget(slot.get());
+    }
+}
+
+void FramePasts::forget(PassSlot *slot)
+{
+    if (!std::exchange(slot->hasPast, false))
+        return;
+    const QVector<InputInfo> &inputs = slot->info->inputs;
+    const bool hasPort =
+        std::any_of(inputs.begin(), inputs.end(), [](const InputInfo &input) { return input.restartsPast; });
+    if (slot->traits.testFlag(PassTrait::CountsFrames))
+        m_slots.retireObjects(slot);
+    else if (hasPort)
+        slot->mustRestart = true;
+    else if (slot->info->forgetPast)
+        std::for_each(slot->objects.begin(), slot->objects.end(),
+            [slot](const PassObject &object) { slot->info->forgetPast(object.pass.get()); });
+    else
+        m_slots.retireObjects(slot);
+}
+
+void FramePasts::usePasts()
+{
+    for (Model &model : m_models) {
+        if (m_areModelsNew || !model.past)
+            model.past = model.model->makePast();
+        model.model->usePast(model.past);
+    }
+    m_areModelsNew = false;
+}
+
+void FramePasts::endFrame(bool advancesModels)
+{
+    for (const Model &model : m_models) {
+        model.model->usePast(nullptr);
+        model.model->advancePast(model.past);
+        if (advancesModels)
+            model.model->advanceFrame();
+    }
+}
+
+void FramePasts::leaveContext()
+{
+    m_models.clear();
+    m_lights.clear();
+    m_size = QSize();
+}
+
+} // namespace Velmora::Kvz

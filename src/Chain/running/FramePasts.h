@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <Scene/ShadowMapManager.h>
+
+#include <QtCore/QSize>
+#include <QtCore/QVariant>
+#include <QtCore/QVector>
+
+#include <array>
+#include <memory>
+#include <vector>
+
+namespace Velmora::Kvz {
+
+class FrameValueTable;
+class GPUModel;
+class ModelPast;
+struct PassSlot;
+class SlotList;
+
+/// What a change does to what passes keep of earlier frames.
+enum class PastLoss : quint8 {
+    None,
+    /// Something has moved or looks different: a mean of frames is wrong, and a picture that a velocity leads on is not.
+    Means,
+    /// Nothing of the last frame is true any more.
+    Everything
+};
+
+/// Makes what passes keep of earlier frames follow the scene and the chain: finds out before each frame what has changed, and has
+/// passes forget what is no longer true. Puts the chain's own pasts of its models in force.
+class FramePasts
+{
+public:
+    /// Both must live as long as this.
+    FramePasts(SlotList *slots, FrameValueTable *values)
+        : m_slots(*slots),
+          m_values(*values)
+    { }
+    ~FramePasts();
+
+    /// Notes a change that the frame's values do not show.
+    void note(PastLoss loss);
+    /// Notes another value of a pass's input.
+    void noteValue(const QString &pass, const QString &port);
+
+    /// Before the passes of a frame are made: has them forget. Some may be without an object then.
+    void beginFrame(const QSize &size);
+    /// When nothing keeps the frame from being drawn any more: puts the chain's pasts of its models in force, until endFrame().
+    void usePasts();
+    /// Whether the frame has nothing to be averaged or resolved with: it is drawn without jitter then, so that a pass which
+    /// resolves it with itself reads it where it is.
+    bool isStill() const { return m_isStill; }
+    /// After the frame. Models also forget how their items moved for draws outside of chains, where `advancesModels`.
+    void endFrame(bool advancesModels);
+    /// Forgets everything, with the context of the passes current unless it is gone.
+    void leaveContext();
+
+private:
+    /// A model that the chain draws.
+    struct Model
+    {
+        GPUModel *model;
+        quint64 serialNumber;
+        quint64 matrixRevision;
+        std::shared_ptr<ModelPast> past;
+    };
+    /// What is bound in place of the rows of models.
+    struct BoundRows
+    {
+        quint64 matrices[2] = {0, 0};
+        quint64 materials[2] = {0, 0};
+    };
+
+    PastLoss lossOfValues();
+    PastLoss lossOfModels();
+    PastLoss lossOfRows();
+    PastLoss lossOfLights();
+    void forgetWhere(PastLoss loss);
+    void forget(PassSlot *slot);
+
+    SlotList &m_slots;
+    FrameValueTable &m_values;
+    PastLoss m_noted = PastLoss::None;
+    QSize m_size; ///< Of the last frame; invalid before the first.
+    bool m_hasViewChanged = false; ///< Camera, projection or size, since the last frame.
+    bool m_isStill = false;
+    bool m_areModelsNew = false; ///< They need new pasts.
+    std::vector<Model> m_models; ///< Of the last frame.
+    BoundRows m_rows; ///< Of the last frame.
+    std::vector<ShadowMapManager::LightValues> m_lights; ///< Of the last frame.
+};
+
+} // namespace Velmora::Kvz
