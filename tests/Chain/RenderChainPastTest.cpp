@@ -74,6 +74,15 @@ QStringList withPast()
     return {QStringLiteral("temporal"), QStringLiteral("full"), QStringLiteral("smaa-t2x"), QStringLiteral("smaa-4x")};
 }
 
+/// All other ready chains, and full-basic, whose past is that of full.
+QStringList withoutPast()
+{
+    QStringList names = readyChainNames();
+    for (const QString &name : withPast())
+        names.removeAll(name);
+    return names;
+}
+
 ChainDescription ready(const QString &name)
 {
     ChainDescription description;
@@ -307,6 +316,67 @@ TEST_P(ChainPastTest, afterEveryEventTheFramesAreThoseOfANewChain)
 }
 
 INSTANTIATE_TEST_SUITE_P(ReadyChains, ChainPastTest, ::testing::ValuesIn(withPast()),
+    [](const ::testing::TestParamInfo<QString> &chain) { return QString(chain.param).remove('-').toStdString(); });
+
+class ChainWithoutPastTest : public RenderChainPastTest, public ::testing::WithParamInterface<QString>
+{ };
+
+TEST_P(ChainWithoutPastTest, afterEveryEventTheFrameIsThatOfANewChain)
+{
+    Setting setting;
+    setting.model = first;
+    setting.lights = {QVariant::fromValue(&light)};
+    Running running(GetParam());
+    // The first pass of a picture may be off, whatever it is: one that makes a background, maps or an image.
+    const QString firstPass = running.chain.description().passes[0].name;
+    struct Event
+    {
+        const char *what;
+        std::function<void()> happen;
+    };
+    const Event events[] = {
+        {"nothing", [] {}},
+        {"an item, the camera and a light",
+            [&] {
+                setting.moved = {0.2f, 0.1f, 0};
+                setting.azimuth = -15;
+                setting.ambient = 0.5f;
+                light.direction = QVector3D(0.5f, -0.2f, -1);
+            }},
+        {"another model", [&] { setting.model = second; }},
+        {"no model", [&] { setting.model.reset(); }},
+        {"a model and another size",
+            [&] {
+                setting.model = first;
+                setting.size = otherSize;
+            }},
+        {"a pass less",
+            [&] {
+                setting.change = [=](RenderChain *chain) {
+                    EXPECT_TRUE(chain->setEnabled(firstPass, false)) << qPrintable(chain->errorString());
+                };
+            }},
+    };
+    for (const Event &event : events) {
+        SCOPED_TRACE(event.what);
+        event.happen();
+        place(setting);
+        running.apply(setting);
+        Running fresh(GetParam());
+        fresh.apply(setting);
+        Image shown, expected;
+        // Numbers of the frame before, such as a measured brightness, need one more to settle.
+        for (int frame = 0; frame < 3; ++frame) {
+            shown = running.frame();
+            expected = fresh.frame();
+        }
+        EXPECT_EQ(maximumDifference(shown, expected), 0);
+        EXPECT_TRUE(showsSomething(shown) || !setting.model || setting.change);
+        log.takeWarnings(); // Of passes without what they draw; both chains say them.
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(ReadyChains, ChainWithoutPastTest, ::testing::ValuesIn(withoutPast()),
     [](const ::testing::TestParamInfo<QString> &chain) { return QString(chain.param).remove('-').toStdString(); });
 
 TEST_F(RenderChainPastTest, equalChainsGiveEqualBytesWhateverWasDrawnBefore)
