@@ -107,8 +107,11 @@ QString describePicture(const Picture &picture, const RenderOptions &options, co
     if (options.timings) {
         QJsonArray rows;
         for (const TimingTable::Medians &pass : passes.medians()) {
-            rows.append(QJsonObject{{QStringLiteral("pass"), pass.pass},
-                {QStringLiteral("gpu"), milliseconds(pass.gpu)}, {QStringLiteral("cpu"), milliseconds(pass.cpu)}});
+            QJsonObject row{{QStringLiteral("pass"), pass.pass}, {QStringLiteral("gpu"), milliseconds(pass.gpu)},
+                {QStringLiteral("cpu"), milliseconds(pass.cpu)}};
+            if (pass.rests)
+                row.insert(QStringLiteral("rests"), true);
+            rows.append(row);
         }
         line.insert(QStringLiteral("passes"), rows);
     }

@@ -32,6 +32,9 @@ void TimingTable::addFrame(const QVector<PassTiming> &timings, bool buildsProgra
     for (int i = 0; i < timings.size(); ++i) {
         Times *const times = buildsPrograms ? &m_rows[i].building : &m_rows[i].settled;
         m_rows[i].pass = timings[i].pass;
+        m_rows[i].rests = timings[i].rests;
+        if (timings[i].rests)
+            continue;
         if (timings[i].frames > 0)
             times->cpu.append(timings[i].cpuLast);
         if (timings[i].gpuFrames > 0)
@@ -45,7 +48,7 @@ QVector<TimingTable::Medians> TimingTable::medians() const
     QVector<Medians> list;
     for (const Row &row : m_rows) {
         const Times &times = m_settledFrames > 0 ? row.settled : row.building;
-        list.append({row.pass, medianOf(times.gpu), medianOf(times.cpu)});
+        list.append({row.pass, row.rests ? 0 : medianOf(times.gpu), row.rests ? 0 : medianOf(times.cpu), row.rests});
     }
     return list;
 }
@@ -59,7 +62,8 @@ QString TimingTable::toString() const
         if (row.gpu >= 0)
             gpuSum = std::max(gpuSum, 0.0) + row.gpu;
         cpuSum += std::max(row.cpu, 0.0);
-        rows.append({row.pass, timeText(row.gpu), timeText(row.cpu)});
+        const QString rests = QStringLiteral("rests");
+        rows.append({row.pass, row.rests ? rests : timeText(row.gpu), row.rests ? rests : timeText(row.cpu)});
     }
     rows.append({QStringLiteral("sum"), timeText(gpuSum), timeText(cpuSum)});
     const auto frames = [](int count, const QString &one) {

@@ -22,11 +22,13 @@ public:
         QString pass;
         double gpu; ///< In milliseconds; below 0 where the driver has no timer.
         double cpu;
+        bool rests; ///< In the last frame; both are 0 then.
     };
     /// One for each pass.
     QVector<Medians> medians() const;
 
-    /// One row per pass and one for their sum: GPU and CPU milliseconds, "-" where the driver has no timer.
+    /// One row per pass and one for their sum: GPU and CPU milliseconds, "-" where the driver has no timer, "rests" for a pass that the
+    /// last frame did not start, since nothing had changed for it.
     QString toString() const;
 
 private:
@@ -40,6 +42,7 @@ private:
         QString pass;
         Times building;
         Times settled;
+        bool rests = false;
     };
 
     QVector<Row> m_rows;

@@ -24,6 +24,7 @@ struct PassTiming
     int gpuFrames = 0; ///< Frames with a GPU time; 0 when the driver has no timer.
     double gpuLast = 0;
     double gpuMean = 0;
+    bool rests = false; ///< In the last frame nothing had changed since it ran, and it was not started.
 };
 
 } // namespace Velmora::Kvz

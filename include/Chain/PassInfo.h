@@ -162,7 +162,10 @@ enum class PassTrait {
     /// camera or items move.
     Reprojects = 0x4000,
     /// Its output depends on how many frames it has seen, as a place in a sequence does. It may draw random numbers from drand48().
-    CountsFrames = 0x8000
+    CountsFrames = 0x8000,
+    /// What it makes is its own, and depends on its inputs, models and lights alone. The chain does not start it while these are as
+    /// they were when it ran last: it rests, and its outputs stay. It looks at a camera for directional lights alone.
+    RestsUnchanged = 0x10000
 };
 Q_DECLARE_FLAGS(PassTraits, PassTrait)
 Q_DECLARE_OPERATORS_FOR_FLAGS(PassTraits)

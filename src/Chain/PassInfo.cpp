@@ -174,6 +174,7 @@ QStringList toStringList(PassTraits traits)
         {PassTrait::ComparesFrames, "compares frames"},
         {PassTrait::Reprojects, "follows motion"},
         {PassTrait::CountsFrames, "counts frames"},
+        {PassTrait::RestsUnchanged, "rests while nothing changes"},
     };
     QStringList list;
     for (const auto &text : texts) {

@@ -318,6 +318,60 @@ TEST_P(ChainPastTest, afterEveryEventTheFramesAreThoseOfANewChain)
 INSTANTIATE_TEST_SUITE_P(ReadyChains, ChainPastTest, ::testing::ValuesIn(withPast()),
     [](const ::testing::TestParamInfo<QString> &chain) { return QString(chain.param).remove('-').toStdString(); });
 
+TEST_F(RenderChainPastTest, shadowMapsRestUntilTheirSceneChanges)
+{
+    ShadowMapManager::Light spot;
+    spot.type = ShadowMapManager::Light::Spot;
+    spot.position = QVector3D(1, 1.5f, 4);
+    spot.direction = QVector3D(-0.2f, -0.35f, -1);
+    spot.coneAngle = 60;
+    for (const QString &name : {QStringLiteral("shadows"), QStringLiteral("shadows-layered")}) {
+        for (ShadowMapManager::Light *const one : {&spot, &light}) {
+            SCOPED_TRACE(QStringLiteral("%1, light type %2").arg(name).arg(int(one->type)).toStdString());
+            Setting setting;
+            setting.model = first;
+            setting.lights = {QVariant::fromValue(one)};
+            place(setting);
+            Running running(name);
+            const auto check = [&](const char *what, bool rests) {
+                SCOPED_TRACE(what);
+                place(setting);
+                running.apply(setting);
+                Running fresh(name);
+                fresh.apply(setting);
+                const Image shown = running.frame();
+                EXPECT_EQ(maximumDifference(shown, fresh.frame()), 0);
+                const auto timings = running.chain.timings();
+                const auto maps = std::find_if(timings.begin(), timings.end(),
+                    [](const RenderChain::PassTiming &timing) { return timing.pass == QLatin1String("maps"); });
+                EXPECT_TRUE(maps != timings.end() && maps->rests == rests);
+                return shown;
+            };
+            const bool followsView = one == &light;
+            const Image start = check("first frame", false);
+            check("nothing", true);
+            setting.azimuth = -10;
+            check("the camera moves", !followsView);
+            setting.moved = {0.4f, 0.2f, 0};
+            const Image moved = check("an item moves", false);
+            EXPECT_GT(maximumDifference(start, moved), 0.1);
+            check("nothing again", true);
+            const QVector3D direction = one->direction;
+            one->direction = QVector3D(0.3f, -0.2f, -1);
+            const Image turned = check("the light turns", false);
+            EXPECT_GT(maximumDifference(moved, turned), 0.05) << "the shadow stays";
+            one->direction = direction;
+            setting.change = [](RenderChain *chain) {
+                EXPECT_TRUE(chain->setValue("maps", "Kvz_QSize_MapSize", QSize(32, 32)));
+            };
+            check("smaller maps", false);
+            setting.model = second;
+            check("another model", false);
+            check("at last", true);
+        }
+    }
+}
+
 class ChainWithoutPastTest : public RenderChainPastTest, public ::testing::WithParamInterface<QString>
 { };
 

@@ -38,7 +38,7 @@ PassInfo PassEntries::shadowMapRenderPass2()
     };
     pass.outputs = {shadowMapDataOutput()};
     pass.options = {instanceDataPlanOption()};
-    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::ResetsCulling;
+    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::ResetsCulling | PassTrait::RestsUnchanged;
 
     UseRule neverDirty;
     neverDirty.port = QStringLiteral("Kvz_bool_Dirty");

@@ -34,7 +34,7 @@ PassInfo PassEntries::shadowMapRenderPass()
     };
     pass.outputs = {shadowMapDataOutput()};
     pass.options = {instanceDataPlanOption()};
-    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::ResetsCulling;
+    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::ResetsCulling | PassTrait::RestsUnchanged;
     pass.create = create;
     return pass;
 }

@@ -57,6 +57,29 @@ bool isView(const QString &name)
     return name == FrameValues::cameraMatrix || name == FrameValues::projectionMatrix;
 }
 
+/// Whether what a pass makes of its lights depends on the view: the layers of directional ones divide it.
+bool followsView(const PassSlot &slot)
+{
+    return std::any_of(slot.inputs.begin(), slot.inputs.end(), [](const SlotInput &input) {
+        if (input.info->type != ValueType::Lights || !input.value)
+            return false;
+        const QVector<ShadowMapManager::Light *> lights = ShadowMapManager::lightsIn(*input.value);
+        return std::any_of(lights.begin(), lights.end(), [](const ShadowMapManager::Light *light) {
+            return ShadowMapManager::valuesOf(*light).type == ShadowMapManager::Light::Directional;
+        });
+    });
+}
+
+/// Whether all that a pass takes is looked at for changes: not what other passes make, nor rows of the host.
+bool isFollowed(const PassSlot &slot)
+{
+    return std::all_of(slot.inputs.begin(), slot.inputs.end(), [](const SlotInput &input) {
+        const bool hasRows =
+            input.info->type == ValueType::InstanceData && input.value && !input.value->toList().isEmpty();
+        return !input.producer && !hasRows;
+    });
+}
+
 /// Whether a pass takes the frame's own view, all of it, and so starts over by itself when that changes.
 bool seesView(const PassSlot &slot, const FrameValueTable &values)
 {
@@ -87,17 +110,48 @@ void FramePasts::noteValue(const QString &pass, const QString &port)
 
 void FramePasts::beginFrame(const QSize &size)
 {
-    PastLoss loss = std::exchange(m_noted, PastLoss::None);
+    const Changes changes = findChanges(size);
+    wake(changes);
+    forgetWhere(changes.loss);
+    m_areModelsNew = m_areModelsNew || changes.loss == PastLoss::Everything;
+}
+
+FramePasts::Changes FramePasts::findChanges(const QSize &size)
+{
+    Changes changes;
+    changes.loss = std::exchange(m_noted, PastLoss::None);
     m_hasViewChanged = false;
+    m_changedValues.clear();
+    changes.inScene = changes.loss != PastLoss::None;
     if (std::exchange(m_size, size) != size) {
         m_hasViewChanged = true;
-        loss = PastLoss::Everything;
+        changes.loss = PastLoss::Everything;
     }
     // Each of these also keeps what the next frame is compared with.
-    for (const PastLoss found : {lossOfValues(), lossOfModels(), lossOfRows(), lossOfLights()})
-        loss = std::max(loss, found);
-    forgetWhere(loss);
-    m_areModelsNew = m_areModelsNew || loss == PastLoss::Everything;
+    changes.loss = std::max(changes.loss, lossOfValues());
+    for (const PastLoss found : {lossOfModels(), lossOfRows(), lossOfLights()}) {
+        changes.inScene = changes.inScene || found != PastLoss::None;
+        changes.loss = std::max(changes.loss, found);
+    }
+    changes.inView = m_hasViewChanged;
+    return changes;
+}
+
+/// Has the passes run again whose outputs a change makes untrue.
+void FramePasts::wake(const Changes &changes)
+{
+    const auto takesChanged = [this](const PassSlot &slot) {
+        return std::any_of(m_changedValues.begin(), m_changedValues.end(), [&](const QString &name) {
+            const QVariant *const value = m_values.find(name);
+            return std::any_of(slot.inputs.begin(), slot.inputs.end(),
+                [&](const SlotInput &input) { return takes(input, value, name); });
+        });
+    };
+    for (const auto &slot : m_slots) {
+        if (slot->isCurrent
+            && (changes.inScene || (changes.inView && followsView(*slot)) || takesChanged(*slot) || !isFollowed(*slot)))
+            slot->isCurrent = false;
+    }
 }
 
 PastLoss FramePasts::lossOfValues()
@@ -109,7 +163,10 @@ PastLoss FramePasts::lossOfValues()
         if (name == FrameValues::viewport || name == FrameValues::framebuffer || name == FrameValues::model
             || name == FrameValues::lights)
             continue;
-        m_hasViewChanged = m_hasViewChanged || isView(name);
+        if (isView(name))
+            m_hasViewChanged = true;
+        else
+            m_changedValues.append(name);
         loss = std::max(loss, PastLoss::Means);
         if (standardNames.contains(name))
             continue;

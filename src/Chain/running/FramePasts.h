@@ -4,6 +4,7 @@
 #include <Scene/ShadowMapManager.h>
 
 #include <QtCore/QSize>
+#include <QtCore/QStringList>
 #include <QtCore/QVariant>
 #include <QtCore/QVector>
 
@@ -66,6 +67,13 @@ private:
         quint64 matrixRevision;
         std::shared_ptr<ModelPast> past;
     };
+    /// What is not as it was in the last frame.
+    struct Changes
+    {
+        PastLoss loss = PastLoss::None;
+        bool inView = false; ///< Camera, projection or size.
+        bool inScene = false; ///< Models, lights, or the chain itself.
+    };
     /// What is bound in place of the rows of models.
     struct BoundRows
     {
@@ -73,10 +81,12 @@ private:
         quint64 materials[2] = {0, 0};
     };
 
+    Changes findChanges(const QSize &size);
     PastLoss lossOfValues();
     PastLoss lossOfModels();
     PastLoss lossOfRows();
     PastLoss lossOfLights();
+    void wake(const Changes &changes);
     void forgetWhere(PastLoss loss);
     void forget(PassSlot *slot);
 
@@ -85,6 +95,7 @@ private:
     PastLoss m_noted = PastLoss::None;
     QSize m_size; ///< Of the last frame; invalid before the first.
     bool m_hasViewChanged = false; ///< Camera, projection or size, since the last frame.
+    QStringList m_changedValues; ///< The names of others than these.
     bool m_isStill = false;
     bool m_areModelsNew = false; ///< They need new pasts.
     std::vector<Model> m_models; ///< Of the last frame.

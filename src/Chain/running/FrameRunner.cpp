@@ -139,7 +139,10 @@ void FrameRunner::run(PassSlot *slot, int index)
                                                "disable the pass")
                               : QStringLiteral("%1 is null").arg(missing->name)));
     }
-    start(slot, index, slot->enabled && !missing && !isNowhere);
+    if (slot->isCurrent && slot->enabled && !missing)
+        rest(slot);
+    else
+        start(slot, index, slot->enabled && !missing && !isNowhere);
     const bool isRefused = reportRefusals(slot);
     reportFailure(slot, isRefused);
     references.balance(*slot);
@@ -191,6 +194,8 @@ const InputInfo *FrameRunner::setInputs(PassSlot *slot, TextureReferences *refer
 void FrameRunner::start(PassSlot *slot, int index, bool runs) const
 {
     slot->wasStarted = runs;
+    slot->isCurrent = runs && slot->traits.testFlag(PassTrait::RestsUnchanged);
+    slot->timing.rests = false;
     if (runs) {
         slot->hasPast = slot->keepsPast();
         slot->mustRestart = false;
@@ -209,6 +214,19 @@ void FrameRunner::start(PassSlot *slot, int index, bool runs) const
         }
     }
     m_times->endSpan(index);
+}
+
+/// Leaves the outputs of a pass as they are. What it does to models besides has to be done all the same.
+void FrameRunner::rest(PassSlot *slot)
+{
+    slot->timing.rests = true;
+    if (!slot->traits.testFlag(PassTrait::ResetsCulling))
+        return;
+    for (int i = 0; i < int(slot->inputs.size()); ++i) {
+        const auto model = slot->inputValue(i).value<GPUModel *>();
+        if (model && slot->info->inputs[i].type == ValueType::Model)
+            model->resetCulling();
+    }
 }
 
 QSize FrameRunner::viewportOf(const PassSlot &slot) const

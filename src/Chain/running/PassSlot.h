@@ -71,6 +71,8 @@ struct PassSlot
     bool mustRestart = false; ///< It forgets when it runs next, by its own port.
     bool seesLoss = false; ///< It forgets in this frame by itself.
 
+    bool isCurrent = false; ///< It has run, and nothing has changed since that its outputs depend on.
+
     bool saidMissing = false; ///< The log has the line about a missing input.
     bool saidFailed = false; ///< The log has the line about a failure.
     QString saidRefusal; ///< The last logged message about a program that the driver refused.

@@ -168,6 +168,7 @@ bool SlotList::remakeShaderPasses(QString *error)
     for (auto &[slot, pass] : remade) {
         m_objects.retire(&slot->objects);
         m_objects.add(slot, std::move(pass), 0);
+        slot->isCurrent = false;
     }
     m_objects.deleteRetired(true);
     return true;
@@ -177,6 +178,7 @@ void SlotList::retireObjects(PassSlot *slot)
 {
     m_objects.retire(&slot->objects);
     slot->active = nullptr;
+    slot->isCurrent = false;
     for (const auto &habit : slot->habits)
         habit->restart();
 }
@@ -195,6 +197,7 @@ void SlotList::leaveContext(bool isCurrent)
         slot->objects.clear();
         slot->active = nullptr;
         slot->hasPast = false;
+        slot->isCurrent = false;
         slot->mustRestart = false;
         for (SlotOutput &output : slot->outputs)
             output.previous = QVariant();
