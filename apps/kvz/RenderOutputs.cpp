@@ -6,14 +6,12 @@
 
 #include <Host/ImageWriter.h>
 
-#include <QtCore/QBuffer>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 #include <QtCore/QRegularExpression>
-#include <QtGui/QImageWriter>
 
 #include <cmath>
 
@@ -35,17 +33,16 @@ QString captureFile(const RenderChain &chain, const RenderChain::Capture &captur
 
 bool writeToStandardOutput(const QImage &image, QString *error)
 {
-    QBuffer encoded;
-    encoded.open(QIODevice::WriteOnly);
-    QImageWriter writer(&encoded, "png");
+    QString reason;
+    const QByteArray encoded = encodeImage(image, "png", &reason);
     QFile output;
-    if (!writer.write(image))
-        *error = QStringLiteral("standard output: %1").arg(writer.errorString());
-    else if (!output.open(STDOUT_FILENO, QIODevice::WriteOnly | QIODevice::Unbuffered)
-        || output.write(encoded.data()) != encoded.size())
-        *error = QStringLiteral("standard output: %1").arg(output.errorString());
-    else
-        return true;
+    if (!encoded.isEmpty()) {
+        if (output.open(STDOUT_FILENO, QIODevice::WriteOnly | QIODevice::Unbuffered)
+            && output.write(encoded) == encoded.size())
+            return true;
+        reason = output.errorString();
+    }
+    *error = QStringLiteral("standard output: %1").arg(reason);
     return false;
 }
 

@@ -36,6 +36,20 @@ QString imageFileProblem(const QString &file)
     return {};
 }
 
+QByteArray encodeImage(const QImage &image, const QByteArray &format, QString *error)
+{
+    constexpr int quickPng = 60; // zlib's level 3
+    QBuffer encoded;
+    encoded.open(QIODevice::WriteOnly);
+    QImageWriter writer(&encoded, format);
+    if (format == "png")
+        writer.setQuality(quickPng);
+    if (writer.write(image))
+        return encoded.data();
+    *error = image.isNull() ? QStringLiteral("there is no picture to write") : writer.errorString();
+    return {};
+}
+
 bool writeImage(const QImage &image, const QString &file, QString *error)
 {
     const auto refuse = [&](const QString &reason) {
@@ -46,13 +60,12 @@ bool writeImage(const QImage &image, const QString &file, QString *error)
     if (!problem.isEmpty())
         return refuse(problem);
     // Encoded in memory first: on a full disk libpng would print errors of its own.
-    QBuffer encoded;
-    encoded.open(QIODevice::WriteOnly);
-    QImageWriter writer(&encoded, QFileInfo(file).suffix().toLower().toLatin1());
-    if (!writer.write(image))
-        return refuse(image.isNull() ? QStringLiteral("there is no picture to write") : writer.errorString());
+    QString reason;
+    const QByteArray encoded = encodeImage(image, QFileInfo(file).suffix().toLower().toLatin1(), &reason);
+    if (encoded.isEmpty())
+        return refuse(reason);
     QSaveFile output(file);
-    if (!output.open(QIODevice::WriteOnly) || output.write(encoded.data()) != encoded.size())
+    if (!output.open(QIODevice::WriteOnly) || output.write(encoded) != encoded.size())
         return refuse(output.errorString());
     if (!output.commit())
         return refuse(output.errorString());
