@@ -3,15 +3,11 @@
 
 #include "PlainLights.h"
 #include "SurfaceProgram.h"
-#include "steps/InputRead.h"
 #include "steps/TargetFramebuffer.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/ShaderProgram.h>
 #include <GL/Texture.h>
-#include <Scene/GPUModel.h>
-
-#include <QtGui/QMatrix4x4>
 
 #include <epoxy/gl.h>
 
@@ -60,29 +56,20 @@ LitForwardRenderPass::~LitForwardRenderPass() = default;
 
 void LitForwardRenderPass::start(RenderCallbacks *callbacks)
 {
-    const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
-    const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
-    const auto camera = inputValue<QMatrix4x4>(m_inputs[CameraMatrix]);
-    auto *const model = inputValue<GPUModel *>(m_inputs[Geometry]);
-
-    if (size.isEmpty()) {
+    const SurfaceScene scene = SurfaceScene::read(m_inputs);
+    if (scene.size.isEmpty()) {
         skip(callbacks);
         return;
     }
     ensureFramebuffer(m_framebuffer);
-    if (size != m_size)
-        resizeTargets(size);
+    if (scene.size != m_size)
+        resizeTargets(scene.size);
     {
         AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
-        clearForSurfaces(size);
-        if (model) {
-            ShaderProgram &program = m_programs->forModel(*model);
-            AutoBinder programBinder(&program);
-            setSurfaceCamera(program, projection, camera);
-            PlainLights::read(m_inputs, HeadlightIntensity).set(program);
-            drawSurfaces(*model, program, m_isOpaqueOnly ? SurfaceSelection::Opaque : SurfaceSelection::All);
-        }
+        clearForSurfaces(scene.size);
+        scene.draw(*m_programs, m_isOpaqueOnly ? SurfaceSelection::Opaque : SurfaceSelection::All,
+            [this](ShaderProgram &program) { PlainLights::read(m_inputs, HeadlightIntensity).set(program); });
         glDisable(GL_DEPTH_TEST);
     }
     publishTarget(m_outputs[Frame], *m_framebuffer, GL_COLOR_ATTACHMENT0);

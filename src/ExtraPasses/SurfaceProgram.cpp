@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "SurfaceProgram.h"
 
+#include "steps/InputRead.h"
 #include "steps/ModelProgram.h"
 
+#include <GL/AutoBinder.h>
 #include <GL/GLSLMacroProcessor.h>
 #include <GL/ShaderProgram.h>
 #include <GL/StandardAttributes.h>
 #include <Scene/GPUModel.h>
 #include <Scene/InstanceDataRegistry.h>
-
-#include <QtCore/QSize>
-#include <QtGui/QMatrix4x4>
 
 #include <epoxy/gl.h>
 
@@ -94,6 +93,25 @@ void drawSurfaces(GPUModel &model, ShaderProgram &program, SurfaceSelection sele
     const quint64 mask = selection == SurfaceSelection::All ? 0 : quint64(GPUModel::Transparent);
     const quint64 value = selection == SurfaceSelection::Transparent ? quint64(GPUModel::Transparent) : 0;
     model.draw(&program, value, mask, WindingCounterClockwise, false);
+}
+
+SurfaceScene SurfaceScene::read(const QVector<NamedValue<QVariant>> &inputs)
+{
+    return {inputValue<QRect>(inputs[0]).size(), inputValue<QMatrix4x4>(inputs[1]), inputValue<QMatrix4x4>(inputs[2]),
+        inputValue<GPUModel *>(inputs[3])};
+}
+
+void SurfaceScene::draw(SurfaceProgramVariants &programs, SurfaceSelection selection,
+    const std::function<void(ShaderProgram &)> &prepare) const
+{
+    if (!model)
+        return;
+    ShaderProgram &program = programs.forModel(*model);
+    AutoBinder binder(&program);
+    setSurfaceCamera(program, projection, camera);
+    if (prepare)
+        prepare(program);
+    drawSurfaces(*model, program, selection);
 }
 
 } // namespace Velmora::Kvz

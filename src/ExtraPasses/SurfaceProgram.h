@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <Core/NamedValue.h>
+
+#include <QtCore/QSize>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
+#include <QtCore/QVariant>
+#include <QtCore/QVector>
+#include <QtGui/QMatrix4x4>
 
 #include <functional>
 #include <map>
 #include <memory>
-
-class QMatrix4x4;
-class QSize;
 
 namespace Velmora::Kvz {
 
@@ -142,5 +145,20 @@ enum class SurfaceSelection {
 /// Draws items of a model with a bound program that buildSurfaceProgram() made. Vertices without colours are white. The
 /// constant values of va_Color and va_TexCoord1 are changed.
 void drawSurfaces(GPUModel &model, ShaderProgram &program, SurfaceSelection selection);
+
+/// What passes that draw surfaces take by their first four inputs.
+struct SurfaceScene
+{
+    QSize size; ///< Of the viewport, in pixels.
+    QMatrix4x4 projection;
+    QMatrix4x4 camera;
+    GPUModel *model = nullptr;
+
+    /// Reads viewport, projection, camera and model.
+    static SurfaceScene read(const QVector<NamedValue<QVariant>> &inputs);
+    /// Draws items of the model, if there is one, with the program for it; `prepare` sets what else its program has.
+    void draw(SurfaceProgramVariants &programs, SurfaceSelection selection,
+        const std::function<void(ShaderProgram &)> &prepare = {}) const;
+};
 
 } // namespace Velmora::Kvz

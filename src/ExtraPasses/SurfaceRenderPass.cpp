@@ -3,14 +3,10 @@
 
 #include "SurfaceProgram.h"
 #include "steps/GeometryTargets.h"
-#include "steps/InputRead.h"
 
 #include <GL/AutoBinder.h>
 #include <GL/ShaderProgram.h>
 #include <GL/Texture.h>
-#include <Scene/GPUModel.h>
-
-#include <QtGui/QMatrix4x4>
 
 #include <epoxy/gl.h>
 
@@ -82,28 +78,19 @@ SurfaceRenderPass::~SurfaceRenderPass() = default;
 
 void SurfaceRenderPass::start(RenderCallbacks *callbacks)
 {
-    const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
-    const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
-    const auto camera = inputValue<QMatrix4x4>(m_inputs[CameraMatrix]);
-    auto *const model = inputValue<GPUModel *>(m_inputs[Geometry]);
-
-    if (size.isEmpty()) {
+    const SurfaceScene scene = SurfaceScene::read(m_inputs);
+    if (scene.size.isEmpty()) {
         skip(callbacks);
         return;
     }
     ensureFramebuffer(m_framebuffer);
-    if (size != m_size)
-        resizeTargets(size);
+    if (scene.size != m_size)
+        resizeTargets(scene.size);
     {
         AutoBinder framebuffer(m_framebuffer.get());
         m_framebuffer->setDrawBuffers();
-        clearForSurfaces(size);
-        if (model) {
-            ShaderProgram &program = m_programs->forModel(*model);
-            AutoBinder programBinder(&program);
-            setSurfaceCamera(program, projection, camera);
-            drawSurfaces(*model, program, m_isOpaqueOnly ? SurfaceSelection::Opaque : SurfaceSelection::All);
-        }
+        clearForSurfaces(scene.size);
+        scene.draw(*m_programs, m_isOpaqueOnly ? SurfaceSelection::Opaque : SurfaceSelection::All);
         glDisable(GL_DEPTH_TEST);
     }
     publishTarget(m_outputs[Diffuse], *m_framebuffer, GL_COLOR_ATTACHMENT0);
