@@ -7,6 +7,7 @@
 #include <QtCore/QSharedPointer>
 
 #include <memory>
+#include <optional>
 
 namespace Velmora::Kvz {
 
@@ -31,11 +32,13 @@ class ShaderProgram;
 /// | 2      | Kvz_int_NodeBufferWidth      | input 3                                      |
 ///
 /// The lists are those of VisibilityBufferRenderPass or FragmentListRenderPass, in its format. Lists of any length are sorted
-/// whole: up to 64 fragments by insertion while they are read, longer ones within their image, which takes far longer. Pointers
-/// stay; the payloads move, and lists that are in order already are not written.
+/// whole: up to 64 fragments by insertion while they are read, longer ones within their image, which takes far longer. (Mesa's
+/// software driver ends loops after 65,535 turns, which can leave lists of more than about 500 fragments partly out of order.)
+/// Pointers stay; the payloads move, and lists that are in order already are not written. A list that leads out of the image, for
+/// want of room, ends there.
 ///
 /// Where the driver has no lists, see FragmentListRenderPass, the pass does nothing. Otherwise the depth test and blending are off
-/// afterwards, and image unit 1 is empty. Inputs are not given back. skip() makes the outputs invalid.
+/// afterwards, all channels are written, and image unit 1 is empty. Inputs are not given back. skip() makes the outputs invalid.
 class KVZ_EXTRAPASSES_EXPORT FragmentSortRenderPass : public RenderPassHelper
 {
 public:
@@ -48,6 +51,7 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
+    std::optional<bool> m_hasLists; ///< Whether the driver has them; not asked before the first lists.
     QSharedPointer<DrawBuffers> m_screenQuad;
     std::unique_ptr<ShaderProgram> m_program;
     std::unique_ptr<FramebufferObject> m_framebuffer;

@@ -26,7 +26,11 @@ FragmentCounter::FragmentCounter() = default;
 
 FragmentCounter::~FragmentCounter()
 {
-    forget();
+    forgetForeign();
+    for (const Copy &copy : m_copies) {
+        if (copy.fence)
+            glDeleteSync(copy.fence);
+    }
 }
 
 void FragmentCounter::restart()
@@ -38,56 +42,74 @@ void FragmentCounter::restart()
     glBindBufferRange(GL_ATOMIC_COUNTER_BUFFER, 0, m_counter->getBO(), 0, counterSize);
 }
 
-void FragmentCounter::copy()
+void FragmentCounter::copy(qint64 room)
 {
-    if (isPending())
-        return;
-    forget(); // What was copied in a context that is gone.
-    if (!m_copy)
-        m_copy = makeBuffer(GL_COPY_WRITE_BUFFER, GL_STREAM_READ);
+    forgetForeign();
+    Copy &copy = m_copies[m_next];
+    m_next = (m_next + 1) % m_copies.size();
+    if (copy.fence)
+        glDeleteSync(copy.fence);
+    if (!copy.buffer)
+        copy.buffer = makeBuffer(GL_COPY_WRITE_BUFFER, GL_STREAM_READ);
+    // Also for the next restart(), which writes after what the program counted.
     glMemoryBarrier(GL_BUFFER_UPDATE_BARRIER_BIT);
-    AutoBinder counter(m_counter.get());
-    AutoBinder copy(m_copy.get());
-    glCopyBufferSubData(GL_ATOMIC_COUNTER_BUFFER, GL_COPY_WRITE_BUFFER, 0, 0, counterSize);
-    m_owner.claim();
-    m_copied = glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
-}
-
-std::optional<quint32> FragmentCounter::take()
-{
-    if (!isPending() || glClientWaitSync(m_copied, 0, 0) == GL_TIMEOUT_EXPIRED)
-        return std::nullopt;
-    return read();
-}
-
-std::optional<quint32> FragmentCounter::wait()
-{
-    if (!isPending())
-        return std::nullopt;
-    return read(); // Mapping waits for what is written into the buffer.
-}
-
-std::optional<quint32> FragmentCounter::read()
-{
-    forget();
-    std::optional<quint32> number;
-    if (const void *const bytes = m_copy->map(GL_READ_ONLY)) {
-        number = *static_cast<const quint32 *>(bytes);
-        m_copy->unmap();
+    {
+        AutoBinder counter(m_counter.get());
+        AutoBinder target(copy.buffer.get());
+        glCopyBufferSubData(GL_ATOMIC_COUNTER_BUFFER, GL_COPY_WRITE_BUFFER, 0, 0, counterSize);
     }
-    return number;
+    glBindBufferBase(GL_ATOMIC_COUNTER_BUFFER, 0, 0);
+    m_owner.claim();
+    copy.fence = glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
+    copy.room = room;
 }
 
-bool FragmentCounter::isPending() const
+std::optional<FragmentCounter::Count> FragmentCounter::take()
 {
-    return m_copied && m_owner.isKnownToCurrentContext();
+    Copy *const copy = oldest();
+    const bool isFull = m_copies[m_next].fence;
+    if (!copy || (!isFull && glClientWaitSync(copy->fence, 0, 0) == GL_TIMEOUT_EXPIRED))
+        return std::nullopt;
+    return read(*copy);
 }
 
-void FragmentCounter::forget()
+std::optional<FragmentCounter::Count> FragmentCounter::wait()
 {
-    if (isPending())
-        glDeleteSync(m_copied);
-    m_copied = nullptr;
+    Copy *const copy = oldest();
+    return copy ? read(*copy) : std::nullopt;
+}
+
+FragmentCounter::Copy *FragmentCounter::oldest()
+{
+    forgetForeign();
+    for (size_t i = 0; i < m_copies.size(); ++i) {
+        Copy &copy = m_copies[(m_next + i) % m_copies.size()];
+        if (copy.fence)
+            return &copy;
+    }
+    return nullptr;
+}
+
+/// Mapping waits for what is written into the buffer.
+std::optional<FragmentCounter::Count> FragmentCounter::read(Copy &copy)
+{
+    glDeleteSync(copy.fence);
+    copy.fence = nullptr;
+    const void *const bytes = copy.buffer->map(GL_READ_ONLY);
+    if (!bytes)
+        return std::nullopt;
+    const Count count = {*static_cast<const quint32 *>(bytes), copy.room};
+    copy.buffer->unmap();
+    return count;
+}
+
+/// Drops the copies of a context that is gone or not current.
+void FragmentCounter::forgetForeign()
+{
+    if (m_owner.isKnownToCurrentContext())
+        return;
+    for (Copy &copy : m_copies)
+        copy.fence = nullptr;
 }
 
 } // namespace Velmora::Kvz

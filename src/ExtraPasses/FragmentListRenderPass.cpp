@@ -28,9 +28,9 @@ namespace {
 constexpr GLuint headImageUnit = 0;
 constexpr GLuint nodeImageUnit = 1;
 
-/// Nodes in a row of their image, and the most rows: what drivers of OpenGL 4.2 have at least.
+/// Nodes in a row of their image, and the most rows, if the driver's textures can have so many.
 constexpr int nodeWidth = 2048;
-constexpr qint64 mostRows = 16384;
+constexpr int mostRows = 16384;
 
 /// Nodes for each pixel before anything was counted.
 constexpr qint64 firstLayers = 2;
@@ -134,7 +134,10 @@ FragmentListRenderPass::FragmentListRenderPass()
     addOutput(QStringLiteral("Kvz_int_NodeBufferWidth"));
 }
 
-FragmentListRenderPass::~FragmentListRenderPass() = default;
+FragmentListRenderPass::~FragmentListRenderPass()
+{
+    settleCounts();
+}
 
 void FragmentListRenderPass::start(RenderCallbacks *)
 {
@@ -146,12 +149,10 @@ void FragmentListRenderPass::start(RenderCallbacks *)
         giveBack(depth);
         return;
     }
-    if (!m_program) {
-        m_hasLists = supportsVisibilityLists();
-        m_program = buildListProgram(m_hasLists);
-        m_counter = std::make_unique<FragmentCounter>();
-    }
+    if (!m_program)
+        prepare();
     if (size != m_size) {
+        settleCounts();
         m_size = size;
         m_counted = -1;
         m_nodeRows = 0;
@@ -159,16 +160,12 @@ void FragmentListRenderPass::start(RenderCallbacks *)
     }
     ensureFramebuffer(m_heads);
     if (m_hasLists) {
-        readCount();
+        while (const auto count = m_counter->take())
+            learn(count->fragments, count->room);
         ensureRoom();
         recordLists(*model, depth);
-        if (m_counted < 0) {
-            m_counted = qint64(m_counter->wait().value_or(0));
-            if (m_counted > qint64(m_nodeRows) * nodeWidth) {
-                ensureRoom();
-                recordLists(*model, depth);
-            }
-        }
+        if (m_counted < 0)
+            recordAgainIfShort(*model, depth);
         publishTarget(m_outputs[HeadPointers], *m_heads, GL_COLOR_ATTACHMENT0);
         publishTarget(m_outputs[NodeBuffer], *m_nodes, GL_COLOR_ATTACHMENT0);
         m_outputs[NodeBufferWidth].value = nodeWidth;
@@ -189,34 +186,66 @@ void FragmentListRenderPass::rest()
     m_outputs[NodeBufferWidth].value = 0;
 }
 
-/// Takes the count of an earlier frame, if the GPU has it by now, and tells when that frame had too little room.
-void FragmentListRenderPass::readCount()
+void FragmentListRenderPass::prepare()
 {
-    const auto count = m_counter->take();
-    if (!count)
+    m_hasLists = supportsVisibilityLists();
+    m_program = buildListProgram(m_hasLists);
+    m_counter = std::make_unique<FragmentCounter>();
+    GLint side = 0;
+    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &side);
+    m_mostRows = std::min(side, mostRows);
+}
+
+/// Waits for the counts that are under way, so that none of them goes untold.
+void FragmentListRenderPass::settleCounts()
+{
+    while (const auto count = m_counter ? m_counter->wait() : std::nullopt)
+        learn(count->fragments, count->room);
+}
+
+/// Takes what a frame counted, and tells when it had too little room: once, until a frame has enough.
+void FragmentListRenderPass::learn(qint64 fragments, qint64 room)
+{
+    m_counted = fragments;
+    const bool wasShort = m_isShort;
+    m_isShort = fragments > room;
+    if (!m_isShort || wasShort)
         return;
-    m_counted = qint64(*count);
-    const qint64 room = qint64(m_nodeRows) * nodeWidth;
-    if (m_counted > room) {
-        KVZ_WARNING(
-            QStringLiteral("A frame had %1 transparent fragments and room for %2: the others are missing from it; %3")
-                .arg(m_counted)
-                .arg(room)
-                .arg(m_counted > mostRows * nodeWidth
-                        ? QStringLiteral("select fewer items or make the viewport smaller")
-                        : QStringLiteral("draw it again")));
-    }
+    const bool isTooMuch = fragments > qint64(m_mostRows) * nodeWidth;
+    KVZ_WARNING(
+        QStringLiteral("A frame had %1 transparent fragments and room for %2: the others are missing from it; %3")
+            .arg(fragments)
+            .arg(room)
+            .arg(isTooMuch ? QStringLiteral("select fewer items or make the viewport smaller")
+                           : QStringLiteral("draw it again")));
+}
+
+/// Waits for the count of the frame just recorded, the first of its size, and gives it the room that it needs.
+void FragmentListRenderPass::recordAgainIfShort(GPUModel &model, Texture *depth)
+{
+    const auto count = m_counter->wait();
+    m_counted = count ? count->fragments : 0;
+    if (m_counted <= room())
+        return;
+    ensureRoom();
+    learn(m_counted, room()); // What even the largest image has no room for.
+    recordLists(model, depth);
+}
+
+qint64 FragmentListRenderPass::room() const
+{
+    return qint64(m_nodeRows) * nodeWidth;
 }
 
 /// Makes the image of the nodes as large as the counted fragments ask for.
 void FragmentListRenderPass::ensureRoom()
 {
     const qint64 wanted = std::max(firstLayers * m_size.width() * m_size.height(), m_counted + m_counted / 4);
-    if (m_nodeRows > 0 && wanted <= qint64(m_nodeRows) * nodeWidth)
+    if (m_nodeRows > 0 && wanted <= room())
         return;
     // Half as much again, so that lists that grow slowly do not get an image in each frame.
     const qint64 nodes = m_nodeRows > 0 ? wanted + wanted / 2 : wanted;
-    const int rows = int(std::min((nodes + nodeWidth - 1) / nodeWidth, mostRows));
+    const int rows = int(std::min((nodes + nodeWidth - 1) / nodeWidth, qint64(m_mostRows)));
     if (rows == m_nodeRows)
         return;
     m_nodeRows = rows;
@@ -253,12 +282,14 @@ void FragmentListRenderPass::recordLists(GPUModel &model, Texture *depth)
     const GLuint nodes = m_nodes->attachment(GL_COLOR_ATTACHMENT0)->textureID();
     glBindImageTexture(headImageUnit, heads, 0, GL_FALSE, 0, GL_READ_WRITE, GL_R32UI);
     glBindImageTexture(nodeImageUnit, nodes, 0, GL_FALSE, 0, GL_WRITE_ONLY, GL_RGBA32UI);
+    // What the last frame read of the nodes comes before they are written again.
+    glMemoryBarrier(GL_SHADER_IMAGE_ACCESS_BARRIER_BIT);
     draw(model, depth);
     glBindImageTexture(headImageUnit, 0, 0, GL_FALSE, 0, GL_READ_WRITE, GL_R32UI);
     glBindImageTexture(nodeImageUnit, 0, 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
     // The sort reads by images, the shading by fetches, and the next frame clears.
     glMemoryBarrier(GL_TEXTURE_FETCH_BARRIER_BIT | GL_SHADER_IMAGE_ACCESS_BARRIER_BIT | GL_FRAMEBUFFER_BARRIER_BIT);
-    m_counter->copy();
+    m_counter->copy(room());
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
     detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
@@ -297,7 +328,7 @@ void FragmentListRenderPass::draw(GPUModel &model, Texture *depth)
     setSampler(*m_program, QStringLiteral("u_Depth"), depth);
     m_program->setUniform(QStringLiteral("u_NodeBufferImageWidth"), m_hasLists ? nodeWidth : m_size.width());
     if (m_hasLists) {
-        m_program->setUniform(QStringLiteral("u_NodeCount"), unsigned(m_nodeRows) * unsigned(nodeWidth));
+        m_program->setUniform(QStringLiteral("u_NodeCount"), unsigned(room()));
         m_program->setUniform(QStringLiteral("u_HeadPointerImage"), int(headImageUnit));
         m_program->setUniform(QStringLiteral("u_NodeBufferImage"), int(nodeImageUnit));
     }

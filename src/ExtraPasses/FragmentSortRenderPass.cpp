@@ -28,6 +28,7 @@ const QString sortSource = QStringLiteral(R"(#version 150
 #extension GL_ARB_shader_image_load_store : enable
 #extension GL_ARB_shading_language_420pack : enable
 #define WINDOW 64
+#define HALF 32
 
 uniform usampler2D u_SamplerHeadPointer;
 layout(rgba32ui) uniform uimage2D u_NodeBufferImage;
@@ -53,42 +54,64 @@ bool isBefore(uvec3 a, uvec3 b)
 void main()
 {
     uint head = texelFetch(u_SamplerHeadPointer, ivec2(gl_FragCoord.xy), 0).r;
-    if (head == 0u)
+    if (head == 0u) {
         discard;
-    // Windows of a longer list overlap by half, and sweeps over it end when one has moved nothing.
+        return;
+    }
+    // Windows of a longer list overlap by half, and sweeps over it end when one has moved nothing. The first sweep sorts by
+    // insertion, which leaves each half of a window in order; later ones merge the two. Each leaves the deepest half window at the
+    // end, so the next one has a window less. That also bounds the sweeps of helper invocations, whose writes have no effect.
     uint start = head;
+    bool isFirstSweep = true;
     bool hasMoved = false;
+    int windows = 0;
+    int mostWindows = 0x7fffffff;
     do {
         uint pointer = start;
         int count = 0;
         bool isSorted = true;
         do {
+            // A node outside of the image, for which there was no room, reads as zeros and ends the list.
             uvec4 node = imageLoad(u_NodeBufferImage, placeOf(pointer));
-            nodes[count] = pointer;
-            int place = count;
-            bool isMoving;
-            do {
-                int before = max(place - 1, 0);
-                isMoving = place > 0 && isBefore(node.gba, payloads[before]);
-                payloads[place] = isMoving ? payloads[before] : node.gba;
-                place = isMoving ? before : place;
-            } while (isMoving);
-            isSorted = isSorted && place == count;
-            ++count;
+            if (node.g != 0u) {
+                nodes[count] = pointer;
+                int place = count;
+                bool isMoving;
+                do {
+                    int before = max(place - 1, 0);
+                    isMoving = isFirstSweep && place > 0 && isBefore(node.gba, payloads[before]);
+                    payloads[place] = isMoving ? payloads[before] : node.gba;
+                    place = isMoving ? before : place;
+                } while (isMoving);
+                isSorted = isSorted && place == count;
+                ++count;
+            }
             pointer = node.r;
         } while (pointer != 0u && count < WINDOW);
+        if (!isFirstSweep)
+            isSorted = count <= HALF || !isBefore(payloads[HALF], payloads[HALF - 1]);
         if (!isSorted) {
             int i = 0;
+            int first = 0;
+            int second = isFirstSweep ? count : HALF;
+            int end = second;
             do {
+                bool isSecond = second < count && (first == end || isBefore(payloads[second], payloads[first]));
                 uint next = i + 1 < count ? nodes[i + 1] : pointer;
-                imageStore(u_NodeBufferImage, placeOf(nodes[i]), uvec4(next, payloads[i]));
+                imageStore(u_NodeBufferImage, placeOf(nodes[i]), uvec4(next, payloads[isSecond ? second : first]));
+                first += isSecond ? 0 : 1;
+                second += isSecond ? 1 : 0;
                 ++i;
             } while (i < count);
         }
         hasMoved = hasMoved || !isSorted;
-        bool isAtEnd = pointer == 0u;
-        bool isDone = isAtEnd && (start == head || !hasMoved);
-        start = isDone ? 0u : isAtEnd ? head : nodes[WINDOW / 2];
+        ++windows;
+        bool isAtEnd = pointer == 0u || windows == mostWindows;
+        mostWindows = isAtEnd ? windows - 1 : mostWindows;
+        bool isDone = isAtEnd && (mostWindows == 0 || !hasMoved);
+        start = isDone ? 0u : isAtEnd ? head : nodes[HALF];
+        windows = isAtEnd ? 0 : windows;
+        isFirstSweep = isFirstSweep && !isAtEnd;
         hasMoved = hasMoved && !isAtEnd;
     } while (start != 0u);
 }
@@ -111,14 +134,19 @@ FragmentSortRenderPass::~FragmentSortRenderPass() = default;
 
 void FragmentSortRenderPass::start(RenderCallbacks *)
 {
-    const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
     auto *const heads = getInputPointer<Texture>(HeadPointersIn);
     auto *const nodes = getInputPointer<Texture>(NodeBufferIn);
     const int nodeWidth = inputValue<int>(m_inputs[NodeBufferWidthIn]);
     m_outputs[HeadPointers] = m_inputs[HeadPointersIn];
     m_outputs[NodeBuffer] = m_inputs[NodeBufferIn];
     m_outputs[NodeBufferWidth] = m_inputs[NodeBufferWidthIn];
-    if (size.isEmpty() || !heads || !nodes || nodeWidth <= 0 || !supportsVisibilityLists())
+    if (!heads || !nodes || nodeWidth <= 0)
+        return;
+    // There are no lists beyond the head pointers.
+    const QSize size = inputValue<QRect>(m_inputs[Viewport]).size().boundedTo(QSize(heads->width(0), heads->height(0)));
+    if (!m_hasLists)
+        m_hasLists = supportsVisibilityLists();
+    if (size.isEmpty() || !*m_hasLists)
         return;
 
     ensureFramebuffer(m_framebuffer);
@@ -141,6 +169,8 @@ void FragmentSortRenderPass::start(RenderCallbacks *)
         m_program->setUniform(QStringLiteral("u_NodeBufferImage"), int(nodeImageUnit));
         m_program->setUniform(QStringLiteral("u_NodeBufferImageWidth"), nodeWidth);
         glBindImageTexture(nodeImageUnit, nodes->textureID(), 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
+        // The lists may come from a pass whose barrier covers fetches alone.
+        glMemoryBarrier(GL_SHADER_IMAGE_ACCESS_BARRIER_BIT);
         AutoBinder quad(m_screenQuad);
         m_screenQuad->draw();
         glBindImageTexture(nodeImageUnit, 0, 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI);
