@@ -53,7 +53,11 @@ bool isBefore(uvec3 a, uvec3 b)
 
 void main()
 {
-    uint head = texelFetch(u_SamplerHeadPointer, ivec2(gl_FragCoord.xy), 0).r;
+    // A fetch outside of the texture is undefined.
+    ivec2 pixel = ivec2(gl_FragCoord.xy);
+    uint head = 0u;
+    if (all(lessThan(pixel, textureSize(u_SamplerHeadPointer, 0))))
+        head = texelFetch(u_SamplerHeadPointer, pixel, 0).r;
     if (head == 0u) {
         discard;
         return;
@@ -134,13 +138,14 @@ FragmentSortRenderPass::~FragmentSortRenderPass() = default;
 
 void FragmentSortRenderPass::start(RenderCallbacks *)
 {
+    const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
     auto *const heads = getInputPointer<Texture>(HeadPointersIn);
     auto *const nodes = getInputPointer<Texture>(NodeBufferIn);
     const int nodeWidth = inputValue<int>(m_inputs[NodeBufferWidthIn]);
     m_outputs[HeadPointers] = m_inputs[HeadPointersIn];
     m_outputs[NodeBuffer] = m_inputs[NodeBufferIn];
     m_outputs[NodeBufferWidth] = m_inputs[NodeBufferWidthIn];
-    if (!heads || !nodes || nodeWidth <= 0)
+    if (size.isEmpty() || !heads || !nodes || nodeWidth <= 0)
         return;
     // There are no lists beyond the head pointers.
     const QSize size = inputValue<QRect>(m_inputs[Viewport]).size().boundedTo(QSize(heads->width(0), heads->height(0)));
