@@ -147,11 +147,9 @@ void FragmentSortRenderPass::start(RenderCallbacks *)
     m_outputs[NodeBufferWidth] = m_inputs[NodeBufferWidthIn];
     if (size.isEmpty() || !heads || !nodes || nodeWidth <= 0)
         return;
-    // There are no lists beyond the head pointers.
-    const QSize size = inputValue<QRect>(m_inputs[Viewport]).size().boundedTo(QSize(heads->width(0), heads->height(0)));
     if (!m_hasLists)
         m_hasLists = supportsVisibilityLists();
-    if (size.isEmpty() || !*m_hasLists)
+    if (!*m_hasLists)
         return;
 
     ensureFramebuffer(m_framebuffer);
