@@ -4,6 +4,8 @@
 #include "Comparison.h"
 #include "Scenery.h"
 
+#include <ExtraPasses/FragmentListRenderPass.h>
+#include <ExtraPasses/FragmentSortRenderPass.h>
 #include <GL/AutoBinder.h>
 #include <GL/FramebufferObject.h>
 #include <GL/Texture.h>
@@ -39,7 +41,7 @@ QSharedPointer<GPUModel> createLayers(int layers, float share)
         // 37 has no common divisor with any number of layers used here.
         matrix.translate(share - 1, 0, 0.9f * (2 * float(i * 37 % layers) / float(layers) - 1));
         matrix.scale(share, 1, 1);
-        builder.addItem(square, material, matrix);
+        builder.addItem(square, material, matrix, GPUModel::Transparent);
     }
     return builder.build();
 }
@@ -80,6 +82,27 @@ struct Passes
     VisibilityDeferredRenderPass deferred;
 };
 
+/// The two passes of ours that record and sort the same lists.
+struct OwnPasses
+{
+    explicit OwnPasses(const Passes &passes)
+    {
+        const QRect viewport(0, 0, 640, 360);
+        record.setInput(FragmentListRenderPass::Viewport, viewport);
+        record.setInput(FragmentListRenderPass::Geometry, QVariant::fromValue(passes.model.data()));
+        sort.setInput(FragmentSortRenderPass::Viewport, viewport);
+    }
+    void sortLists()
+    {
+        for (int i = 0; i < 3; ++i)
+            sort.setInput(FragmentSortRenderPass::HeadPointersIn + i, record.output(i));
+        sort.start(nullptr);
+    }
+
+    FragmentListRenderPass record;
+    FragmentSortRenderPass sort;
+};
+
 double millisecondsOf(const std::function<void()> &work)
 {
     return 1e3 * secondsOf([&work] {
@@ -118,6 +141,32 @@ void threePasses(benchmark::State &state)
     const double fragments = double(state.range(0)) * double(state.range(1)) / 100 * 640 * 360;
     state.counters["used_MiB"] = fragments * 16 / (1 << 20);
     state.counters["held_MiB"] = (4096.0 * 4096 * 16 + 640.0 * 360 * (4 + 4 + 8)) / (1 << 20);
+}
+
+/// Clear, record and sort by the passes of ours, and `record_ratio`, `sort_ratio` and `ratio` to what the basic passes take for the
+/// same lists in the same run.
+void ownLists(benchmark::State &state)
+{
+    Passes passes(state);
+    OwnPasses own(passes);
+    std::vector<double> record, sort, ownRecord, ownSort;
+    for (int i = 0; i < 2; ++i) {
+        passes.record();
+        passes.sortLists();
+        own.record.start(nullptr);
+        own.sortLists();
+    }
+    glFinish();
+    for (auto _ : state) {
+        record.push_back(millisecondsOf([&] { passes.record(); }));
+        ownRecord.push_back(millisecondsOf([&] { own.record.start(nullptr); }));
+        sort.push_back(millisecondsOf([&] { passes.sortLists(); }));
+        ownSort.push_back(millisecondsOf([&] { own.sortLists(); }));
+        state.SetIterationTime((ownRecord.back() + ownSort.back()) * 1e-3);
+    }
+    state.counters["record_ratio"] = median(ownRecord) / median(record);
+    state.counters["sort_ratio"] = median(ownSort) / median(sort);
+    state.counters["ratio"] = (median(ownRecord) + median(ownSort)) / (median(record) + median(sort));
 }
 
 /// Recording beside the same clears and draws in raw GL, with the same images bound.
@@ -186,6 +235,7 @@ void oneScene(benchmark::internal::Benchmark *benchmark)
 
 BENCHMARK(threePasses)->Name("listsAgainstLayers")->Apply(layers);
 BENCHMARK(threePasses)->Name("listsAgainstPixels")->Apply(pixels);
+BENCHMARK(ownLists)->Apply(layers);
 BENCHMARK(clearNodes)->Apply(timing);
 BENCHMARK(recordLists)->Apply(oneScene);
 BENCHMARK(sortSortedLists)->Apply(oneScene);

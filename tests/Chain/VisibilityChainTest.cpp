@@ -554,6 +554,100 @@ TEST_F(VisibilityChainTest, followsAModelThatTakesAnothersPlace)
     EXPECT_EQ(chain.passObjectCount(), 11);
 }
 
+TEST_F(VisibilityChainTest, bothKindsOfListPassesGiveTheSamePicture)
+{
+    GPUModelBuilder builder;
+    addWall(&builder, {0, 0, 0}, {0.3f, 0.2f, 0.1f}, 1);
+    addWall(&builder, {0.3f, 0.1f, 0.5f}, {0.1f, 0.3f, 0.7f}, 0.3f);
+    addWall(&builder, {0.5f, 0.2f, 0.8f}, {0.6f, 0.6f, 0.1f}, 0.5f);
+    addWall(&builder, {-0.4f, 0.3f, -0.5f}, {0.8f, 0.1f, 0.6f}, 0.6f);
+    addWall(&builder, {-0.3f, -0.2f, 0.6f}, {0.1f, 0.8f, 0.3f}, 0.4f);
+    addWall(&builder, {-0.1f, -0.3f, 0.4f}, {0.9f, 0.8f, 0.7f}, 0.2f);
+    model = builder.build();
+    ChainDescription own;
+    QString error;
+    ASSERT_TRUE(loadChain(QStringLiteral("transparency-lists"), &own, &error)) << qPrintable(error);
+    ChainDescription basic = own;
+    int replaced = 0;
+    for (int i = 0; i < basic.passes.size(); ++i) {
+        ChainPass &pass = basic.passes[i];
+        if (pass.className == QStringLiteral("FragmentListRenderPass")) {
+            pass.className = listPass;
+            pass.connections.clear();
+            pass.options = {{QStringLiteral("drawFlagsValue"), QStringLiteral("1")},
+                {QStringLiteral("drawFlagsMask"), QStringLiteral("1")}};
+            ChainPass visible;
+            visible.name = QStringLiteral("visible");
+            visible.className = QStringLiteral("VisibilityOcclusionRenderPass");
+            const QString depth = QStringLiteral("Kvz_KvzTexture*_Depth");
+            visible.connections.insert(depth, ChainSource::output(QStringLiteral("geometry"), depth));
+            basic.passes.insert(i + 1, visible);
+            ++replaced;
+        } else if (pass.className == QStringLiteral("FragmentSortRenderPass")) {
+            pass.className = QStringLiteral("VisibilitySortRenderPass");
+            ++replaced;
+        }
+    }
+    ASSERT_EQ(replaced, 2);
+    QVector<QVector<Image>> images;
+    for (const ChainDescription &description : {own, basic}) {
+        RenderChain chain;
+        ASSERT_TRUE(chain.setDescription(description)) << qPrintable(chain.errorString());
+        prepare(&chain);
+        images.append(renderOutputs(&chain, {{QStringLiteral("layers"), frame}, {QStringLiteral("over"), frame}}));
+        images.last().append(readTexture(target.get()));
+        EXPECT_TRUE(chain.findings().isEmpty() || !hasVisibilityLists());
+    }
+    saveForViewing(images[0][2], QStringLiteral("chain-transparency-lists-own"));
+    int layered = 0;
+    for (const float through : images[0][0].data)
+        layered += through > 0 && through < 1;
+    EXPECT_GT(layered, 3000);
+    if (hasVisibilityLists()) {
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(images[0][i].data, images[1][i].data) << i;
+    } else {
+        // The basic pass gives each pixel the first item, and loses its nearest fragment where that is hidden.
+        EXPECT_NE(images[0][0].data, images[1][0].data);
+    }
+}
+
+TEST_F(VisibilityChainTest, restsWithoutTransparentItems)
+{
+    GPUModelBuilder builder;
+    addWall(&builder, {0, 0, 0}, {0.3f, 0.2f, 0.1f}, 1);
+    addWall(&builder, {0.4f, 0.2f, -0.5f}, {0.1f, 0.5f, 0.4f}, 1);
+    const QSharedPointer<GPUModel> opaque = builder.build();
+    addWall(&builder, {-0.5f, 0.2f, 0.5f}, {0.5f, 0.1f, 0.4f}, 0.5f);
+    const QSharedPointer<GPUModel> glass = builder.build();
+    model = opaque;
+    RenderChain chain;
+    RenderChain plain;
+    ChainDescription description;
+    QString error;
+    ASSERT_TRUE(loadChain(QStringLiteral("transparency-lists"), &description, &error)) << qPrintable(error);
+    ASSERT_TRUE(chain.setDescription(description)) << qPrintable(chain.errorString());
+    ASSERT_TRUE(loadChain(QStringLiteral("deferred"), &description, &error)) << qPrintable(error);
+    ASSERT_TRUE(plain.setDescription(description)) << qPrintable(plain.errorString());
+    prepare(&plain);
+    ASSERT_TRUE(plain.renderFrame()) << qPrintable(plain.errorString());
+    const Image expected = readTexture(target.get());
+    prepare(&chain);
+    for (int turn = 0; turn < 2; ++turn) {
+        chain.setModel(opaque.data());
+        ASSERT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
+        EXPECT_EQ(readTexture(target.get()).data, expected.data);
+        for (const char *const pass : {"lists", "sorted"})
+            EXPECT_EQ(chain.pass(QString::fromLatin1(pass))->output(0).value<Texture *>(), nullptr) << pass;
+        EXPECT_EQ(PooledTextures::allReferences(), 0);
+        chain.setModel(glass.data());
+        ASSERT_TRUE(chain.renderFrame()) << qPrintable(chain.errorString());
+        EXPECT_GT(pixelsBeyond(readTexture(target.get()), expected, 0.02), 500);
+    }
+    chain.releaseContext();
+    plain.releaseContext();
+}
+
 TEST_F(VisibilityChainTest, runsForManyFramesWithoutGrowing)
 {
     GPUModelBuilder builder;

@@ -61,6 +61,30 @@ TEST(VisibilityValidationTest, shadingUnsortedListsIsAWarning)
     EXPECT_EQ(beside[1].code, Code::UnusableConfiguration);
 }
 
+TEST(VisibilityValidationTest, bothKindsOfPassesAreTakenForEachOther)
+{
+    ChainPass depth = pass("geometry", "SurfaceRenderPass");
+    for (const char *const sort : {"FragmentSortRenderPass", "VisibilitySortRenderPass"}) {
+        EXPECT_TRUE(findingsOf(
+            {depth, pass("lists", "FragmentListRenderPass"), pass("sort", sort), pass("layers", "LitListRenderPass")})
+                        .isEmpty());
+        EXPECT_TRUE(findingsOf(
+            {pass("lists", "VisibilityBufferRenderPass"), pass("sort", sort), pass("layers", "LitListRenderPass")})
+                        .isEmpty());
+    }
+    const QVector<ChainFinding> unsorted =
+        findingsOf({depth, pass("lists", "FragmentListRenderPass"), pass("layers", "LitListRenderPass")});
+    ASSERT_EQ(unsorted.size(), 1);
+    EXPECT_TRUE(unsorted[0].toString().contains(QStringLiteral("expected sorted lists")));
+    const QVector<ChainFinding> deep = findingsOf({pass("lists", "FragmentListRenderPass")});
+    ASSERT_EQ(deep.size(), 1);
+    EXPECT_EQ(deep[0].toString(),
+        QStringLiteral(
+            "warning: pass \"lists\", Kvz_KvzTexture*_Depth: expected the depth of the opaque surfaces, "
+            "found none: layers behind them are recorded; put a SurfaceRenderPass with opaqueOnly before it"));
+    EXPECT_EQ(findingsOf({pass("sort", "FragmentSortRenderPass")}).size(), 1);
+}
+
 TEST(VisibilityValidationTest, aConsumerBeforeItsProducerIsFound)
 {
     // By name it finds no producer before it.

@@ -9,7 +9,6 @@
 
 #include <QtCore/QPointer>
 
-#include <cstring>
 #include <random>
 
 namespace Velmora::Kvz {
@@ -22,56 +21,20 @@ protected:
     /// Makes lists with these depths for each pixel, their nodes scattered over a small node texture.
     void makeLists(const QSize &viewport, const QVector<QVector<float>> &depths)
     {
-        nodeWidth = 64;
-        int count = 0;
-        for (const QVector<float> &list : depths)
-            count += list.size();
-        QVector<quint32> places(count);
-        for (int i = 0; i < count; ++i)
-            places[i] = quint32(i + 1);
         std::mt19937 random(7);
-        std::shuffle(places.begin(), places.end(), random);
-
-        const int rows = count / nodeWidth + 1;
-        QVector<quint32> nodes(rows * nodeWidth * 4, 0);
-        QVector<quint32> headPointers;
-        int next = 0;
+        QVector<QVector<ListNode>> lists;
         for (const QVector<float> &list : depths) {
-            headPointers.append(list.isEmpty() ? 0 : places[next]);
-            for (int i = 0; i < list.size(); ++i, ++next) {
-                quint32 *const node = nodes.data() + 4 * (places[next] - 1);
-                node[0] = i + 1 < list.size() ? places[next + 1] : 0;
-                node[1] = random();
-                std::memcpy(&node[2], &list[i], sizeof(float));
-                node[3] = random();
-            }
+            lists.append(QVector<ListNode>());
+            for (const float depth : list)
+                lists.last().append(listNode(random(), depth, random()));
         }
-        heads = upload(GL_R32UI, GL_RED_INTEGER, viewport, headPointers);
-        nodeTexture = upload(GL_RGBA32UI, GL_RGBA_INTEGER, QSize(nodeWidth, rows), nodes);
+        uploaded = uploadLists(viewport, lists);
         setViewport(viewport);
-        sort->setInput(Sort::HeadPointersIn, QVariant::fromValue(heads.get()));
-        sort->setInput(Sort::NodeBufferIn, QVariant::fromValue(nodeTexture.get()));
-        sort->setInput(Sort::NodeBufferWidthIn, nodeWidth);
+        uploaded.feed(*sort, Sort::HeadPointersIn);
     }
-    VisibilityLists lists() const { return VisibilityLists(heads.get(), nodeTexture.get(), nodeWidth); }
+    VisibilityLists lists() const { return uploaded.read(); }
 
-    static std::unique_ptr<Texture> upload(
-        int internalFormat, GLenum format, const QSize &size, const QVector<quint32> &numbers)
-    {
-        auto texture =
-            std::make_unique<Texture>(GL_TEXTURE_2D, internalFormat, size.width(), size.height(), 0, nullptr);
-        texture->bind();
-        glTexImage2D(GL_TEXTURE_2D, 0, internalFormat, size.width(), size.height(), 0, format, GL_UNSIGNED_INT,
-            numbers.constData());
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-        texture->unbind();
-        return texture;
-    }
-
-    int nodeWidth = 0;
-    std::unique_ptr<Texture> heads;
-    std::unique_ptr<Texture> nodeTexture;
+    UploadedLists uploaded;
 };
 
 class VisibilitySortListsTest : public VisibilitySortRenderPassTest
@@ -289,13 +252,13 @@ TEST_F(VisibilitySortListsTest, leavesItsState)
     EXPECT_EQ(QRect(viewport[0], viewport[1], viewport[2], viewport[3]), QRect(0, 0, 2, 3));
     using Call = decltype(images)::Call;
     const std::vector<Call> expected = {
-        Call(1, nodeTexture->textureID(), 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI),
+        Call(1, uploaded.nodes->textureID(), 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI),
         Call(1, 0, 0, GL_FALSE, 0, GL_READ_WRITE, GL_RGBA32UI),
     };
     EXPECT_EQ(images.calls, expected);
     ASSERT_EQ(barriers.calls.size(), 1u);
     EXPECT_EQ(std::get<0>(barriers.calls[0]), GLbitfield(GL_TEXTURE_FETCH_BARRIER_BIT));
-    EXPECT_EQ(heads->unit(), 0) << "still bound";
+    EXPECT_EQ(uploaded.heads->unit(), 0) << "still bound";
     EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);
     EXPECT_EQ(glInteger(GL_DRAW_FRAMEBUFFER_BINDING), 0);
     EXPECT_EQ(glInteger(GL_VERTEX_ARRAY_BINDING), 0);

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <random>
 
 namespace Velmora::Kvz {
 
@@ -56,10 +57,11 @@ VisibilityLists::VisibilityLists(const Texture *heads, const Texture *nodes, int
       m_heads(readRows(heads, m_height, GL_RED_INTEGER))
 {
     EXPECT_EQ(nodes->width(0), nodeWidth);
+    constexpr int fewRows = 512;
     const quint32 last = m_heads.isEmpty() ? 0 : *std::max_element(m_heads.begin(), m_heads.end());
     const int rows = nodeWidth ? int((last + quint32(nodeWidth) - 1) / quint32(nodeWidth)) : 0;
     EXPECT_LE(rows, nodes->height(0));
-    m_nodes = readRows(nodes, std::min(rows, nodes->height(0)), GL_RGBA_INTEGER);
+    m_nodes = readRows(nodes, nodes->height(0) <= fewRows ? nodes->height(0) : rows, GL_RGBA_INTEGER);
 }
 
 VisibilityLists::VisibilityLists(const RenderPass &pass)
@@ -90,6 +92,73 @@ int VisibilityLists::nodeCount() const
             count += at(x, y).size();
     }
     return count;
+}
+
+QVector<quint32> UploadedLists::readNodes() const
+{
+    return readRows(nodes.get(), nodes->height(0), GL_RGBA_INTEGER);
+}
+
+void UploadedLists::feed(RenderPass &pass, int headInput) const
+{
+    pass.setInput(headInput, QVariant::fromValue(heads.get()));
+    pass.setInput(headInput + 1, QVariant::fromValue(nodes.get()));
+    pass.setInput(headInput + 2, nodeWidth);
+}
+
+namespace {
+
+std::unique_ptr<Texture> uploadIntegers(
+    int internalFormat, GLenum format, const QSize &size, const QVector<quint32> &numbers)
+{
+    auto texture = std::make_unique<Texture>(GL_TEXTURE_2D, internalFormat, size.width(), size.height(), 0, nullptr);
+    AutoBinder binder(texture.get());
+    glTexImage2D(
+        GL_TEXTURE_2D, 0, internalFormat, size.width(), size.height(), 0, format, GL_UNSIGNED_INT, numbers.constData());
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+    return texture;
+}
+
+} // namespace
+
+UploadedLists uploadLists(const QSize &viewport, const QVector<QVector<ListNode>> &lists)
+{
+    UploadedLists made;
+    made.nodeWidth = 64;
+    int count = 0;
+    for (const QVector<ListNode> &list : lists)
+        count += list.size();
+    QVector<quint32> places(count);
+    for (int i = 0; i < count; ++i)
+        places[i] = quint32(i + 1);
+    std::mt19937 random(7);
+    std::shuffle(places.begin(), places.end(), random);
+
+    const int rows = count / made.nodeWidth + 1;
+    QVector<quint32> nodes(rows * made.nodeWidth * 4, 0);
+    QVector<quint32> headPointers;
+    int next = 0;
+    for (const QVector<ListNode> &list : lists) {
+        headPointers.append(list.isEmpty() ? 0 : places[next]);
+        for (int i = 0; i < list.size(); ++i, ++next) {
+            quint32 *const node = nodes.data() + 4 * (places[next] - 1);
+            node[0] = i + 1 < list.size() ? places[next + 1] : 0;
+            node[1] = list[i].primitive;
+            node[2] = list[i].depthBits;
+            node[3] = list[i].draw;
+        }
+    }
+    made.heads = uploadIntegers(GL_R32UI, GL_RED_INTEGER, viewport, headPointers);
+    made.nodes = uploadIntegers(GL_RGBA32UI, GL_RGBA_INTEGER, QSize(made.nodeWidth, rows), nodes);
+    return made;
+}
+
+ListNode listNode(quint32 primitive, float depth, quint32 draw)
+{
+    ListNode node = {0, 0, primitive, 0, draw};
+    std::memcpy(&node.depthBits, &depth, sizeof(depth));
+    return node;
 }
 
 ListShading::ListShading(const RayCastScene &scene, const QMatrix4x4 &camera)

@@ -8,6 +8,8 @@
 
 #include <QtCore/QVector>
 
+#include <memory>
+
 namespace Velmora::Kvz {
 
 /// Whether the driver supports lists of several nodes per pixel. Without that each pixel has one node.
@@ -34,7 +36,7 @@ struct ListNode
 class VisibilityLists
 {
 public:
-    /// Reads the heads, and those rows of nodes that they lead into.
+    /// Reads the heads and all nodes; of a large texture those rows that the heads lead into.
     VisibilityLists(const Texture *heads, const Texture *nodes, int nodeWidth);
     /// Reads the three outputs of a pass, which have the same indices in all passes that have them.
     explicit VisibilityLists(const RenderPass &pass);
@@ -54,6 +56,27 @@ private:
     QVector<quint32> m_heads;
     QVector<quint32> m_nodes; ///< Four for each.
 };
+
+/// Lists that a test made, as the textures that passes take.
+struct UploadedLists
+{
+    int nodeWidth = 0;
+    std::unique_ptr<Texture> heads;
+    std::unique_ptr<Texture> nodes;
+
+    VisibilityLists read() const { return VisibilityLists(heads.get(), nodes.get(), nodeWidth); }
+    /// All nodes as they are stored, four numbers each, whether a list leads to them or not.
+    QVector<quint32> readNodes() const;
+    /// Sets three inputs of a pass, of which this is the first.
+    void feed(RenderPass &pass, int headInput) const;
+};
+
+/// Uploads a list for each pixel, row by row. Of a node only what a sort moves counts: nodes are scattered over a small texture, the
+/// same way in each run.
+UploadedLists uploadLists(const QSize &viewport, const QVector<QVector<ListNode>> &lists);
+
+/// What a sort moves, not linked to any node.
+ListNode listNode(quint32 primitive, float depth, quint32 draw);
 
 /// The compositing of VisibilityDeferredRenderPass: its four statements for one fragment after the other, in doubles
 /// and without rounding. `hits` are ordered from front to back.

@@ -28,7 +28,7 @@ PassInfo PassEntries::litListRenderPass()
     };
     pass.rules = {
         warnWhenOpen("Kvz_KvzTexture*_HeadPointers", "lists of fragments", "none: there are no layers",
-            "put a VisibilityBufferRenderPass and a VisibilitySortRenderPass before it"),
+            "put a FragmentListRenderPass and a FragmentSortRenderPass before it"),
         sortedListsRule(),
     };
     pass.driverNeeds = {floatBitsNeed(), vertexTexelsNeed()};

@@ -254,8 +254,11 @@ UseRule sortedListsRule()
     return {nodes, QStringLiteral("sorted lists"), QStringLiteral("lists in drawing order"),
         QStringLiteral("put a VisibilitySortRenderPass before it"), [nodes](const PassUse &use) {
             const QStringList path = use.sourceClasses(nodes);
-            return path.contains(QStringLiteral("VisibilityBufferRenderPass"))
-                && !path.contains(QStringLiteral("VisibilitySortRenderPass"));
+            const auto hasOneOf = [&path](const char *first, const char *second) {
+                return path.contains(QLatin1String(first)) || path.contains(QLatin1String(second));
+            };
+            return hasOneOf("VisibilityBufferRenderPass", "FragmentListRenderPass")
+                && !hasOneOf("VisibilitySortRenderPass", "FragmentSortRenderPass");
         }};
 }
 

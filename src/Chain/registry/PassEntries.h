@@ -23,6 +23,8 @@ PassInfo depthStencilRenderPass();
 PassInfo depthOfFieldRenderPass();
 PassInfo fastApproximateAntiAliasingRenderPass();
 PassInfo forwardRenderPass();
+PassInfo fragmentListRenderPass();
+PassInfo fragmentSortRenderPass();
 PassInfo gaussianBlurRenderPass();
 PassInfo gBufferRenderPass();
 PassInfo gradientRenderPass();
@@ -73,6 +75,8 @@ inline constexpr PassInfo (*all[])() = {
     depthOfFieldRenderPass,
     fastApproximateAntiAliasingRenderPass,
     forwardRenderPass,
+    fragmentListRenderPass,
+    fragmentSortRenderPass,
     gaussianBlurRenderPass,
     gBufferRenderPass,
     gradientRenderPass,
