@@ -306,6 +306,8 @@ AssimpLoader::AssimpLoader(const QString &file, ModelText *text, ImportBudget *b
     // The importer owns both.
     m_importer.SetIOHandler(new FileWatcher(QFile::encodeName(file), text, budget, &m_missingFiles));
     m_importer.SetProgressHandler(new LoaderProgress(budget));
+    // Of files without meshes, loaders would draw the nodes as bones.
+    m_importer.SetPropertyBool(AI_CONFIG_IMPORT_NO_SKELETON_MESHES, true);
 }
 
 const aiScene *AssimpLoader::read(QString *reason)

@@ -168,10 +168,33 @@ QJsonObject withIndexViews(QJsonObject document)
     return document;
 }
 
+/// Whether a file that is named has a plus sign in its name.
+bool hasPlusInName(const QByteArray &json)
+{
+    static const QRegularExpression name(QStringLiteral("\"uri\"\\s*:\\s*\"(?!data:)[^\"+]*\\+"));
+    return json.contains('+') && name.match(QString::fromUtf8(json)).hasMatch();
+}
+
+/// Escapes plus signs in names of buffers' files: the library takes them for blanks, as forms have them.
+QJsonObject withEscapedNames(QJsonObject document)
+{
+    QJsonArray buffers = document[QStringLiteral("buffers")].toArray();
+    for (int b = 0; b < buffers.size(); ++b) {
+        QJsonObject buffer = buffers[b].toObject();
+        const QString uri = buffer[QStringLiteral("uri")].toString();
+        if (uri.isEmpty() || uri.startsWith(QLatin1String("data:")))
+            continue;
+        buffer[QStringLiteral("uri")] = QString(uri).replace(QLatin1Char('+'), QStringLiteral("%2B"));
+        buffers[b] = buffer;
+    }
+    document[QStringLiteral("buffers")] = buffers;
+    return document;
+}
+
 /// The document as the library takes it.
 QByteArray mended(const QByteArray &json, bool isBinary)
 {
-    const QJsonObject document = QJsonDocument::fromJson(json).object();
+    const QJsonObject document = withEscapedNames(QJsonDocument::fromJson(json).object());
     return QJsonDocument(withIndexViews(withoutFallbacks(document, isBinary))).toJson(QJsonDocument::Compact);
 }
 
@@ -316,7 +339,7 @@ bool GltfFile::load(const QString &file, const QByteArray &content, ImportBudget
     const Chunk json = isBinary ? jsonChunk(content) : Chunk{0, content.size()};
     QByteArray text = content;
     const QByteArray document = content.mid(json.begin, json.size);
-    if (document.contains(meshoptName) || document.contains(dracoName)) {
+    if (document.contains(meshoptName) || document.contains(dracoName) || hasPlusInName(document)) {
         text = mended(document, isBinary);
         text = isBinary ? withJson(content, json, text) : text;
     }

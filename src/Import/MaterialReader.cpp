@@ -123,7 +123,8 @@ ImportedMaterial MaterialReader::read(const aiMaterial &source, VertexColours co
     const bool isMadeUp = m_format == "off" || isStandIn(source);
     ImportedMaterial material = standInMaterial(isMadeUp ? colours : VertexColours::None);
     int twoSided = 0;
-    material.saysSides = source.Get(AI_MATKEY_TWOSIDED, twoSided) == aiReturn_SUCCESS;
+    // COLLADA says it in extra data that few files have, and its loader says "no" without.
+    material.saysSides = source.Get(AI_MATKEY_TWOSIDED, twoSided) == aiReturn_SUCCESS && m_format != "dae";
     material.name = toQString(const_cast<aiMaterial &>(source).GetName());
     material.isDoubleSided = twoSided != 0;
     int shading = 0;

@@ -322,6 +322,8 @@ TEST(GltfImportTest, escapedAddressesOfBuffersAreFound)
     folder.write("my data ü.bin", document.buffer());
     EXPECT_EQ(importScene(folder.write("a.gltf", document.bytes("my%20data%20%C3%BC.bin"))).items.size(), 1);
     EXPECT_EQ(refusal(folder.write("b.gltf", document.bytes("gone.bin"))), "its file \"gone.bin\" is not there");
+    folder.write("c++.bin", document.buffer());
+    EXPECT_EQ(importScene(folder.write("c.gltf", document.bytes("c++.bin"))).items.size(), 1) << "a plus is no blank";
 }
 
 TEST(GltfImportTest, sparseAccessorsReplaceSingleElements)

@@ -179,6 +179,26 @@ TEST(LeftOutTest, texturesThatNothingDrawsAreNamed)
         QStringList(mirror + ": material \"paint\": texture \"map.png\" is reflected by the surface and is left out"));
 }
 
+TEST(LeftOutTest, nodesOfAFileWithoutMeshesAreNotDrawnAsBones)
+{
+    TemporaryFolder folder;
+    EXPECT_EQ(
+        refusal(folder.write("a.dae",
+            "<?xml version=\"1.0\"?><COLLADA xmlns=\"http://www.collada.org/2005/11/COLLADASchema\" "
+            "version=\"1.4.1\"><asset><up_axis>Y_UP</up_axis></asset><library_visual_scenes><visual_scene id=\"s\">"
+            "<node id=\"a\"><translate>1 2 3</translate><node id=\"b\"><translate>4 0 0</translate></node></node>"
+            "</visual_scene></library_visual_scenes><scene><instance_visual_scene url=\"#s\"/></scene></COLLADA>")),
+        "no triangles");
+}
+
+TEST(LeftOutTest, colladaWithoutAWordOnSidesShowsBoth)
+{
+    TemporaryFolder folder;
+    const ImportedScene scene = importScene(folder.write("a.dae", dae("")));
+    ASSERT_EQ(scene.materials.size(), 1);
+    EXPECT_FALSE(scene.materials[0].saysSides);
+}
+
 TEST(LeftOutTest, aThirdTextureCoordinateChangesNothing)
 {
     TemporaryFolder folder;
