@@ -207,6 +207,13 @@ QByteArray withJson(const QByteArray &glb, const Chunk &chunk, QByteArray json)
     return result;
 }
 
+/// Whether readers of glTF 2.0 may read a version: "2.0" and, as they say no least version, later ones of 2.
+bool isRead(const QString &version, bool isLeast)
+{
+    const int major = version.section(QLatin1Char('.'), 0, 0).toInt();
+    return major == 2 && (!isLeast || version.section(QLatin1Char('.'), 1, 1).toInt() == 0);
+}
+
 QString unreadExtension(const QString &name)
 {
     return QStringLiteral("it requires the glTF extension %1, which is not read").arg(name);
@@ -363,6 +370,12 @@ bool GltfFile::load(const QString &file, const QByteArray &content, ImportBudget
             : !reader.missing.isEmpty()         ? QStringLiteral("its file \"%1\" is not there").arg(reader.missing)
                                                 : QStringLiteral("damaged or truncated glTF: %1")
                                               .arg(reason.isEmpty() ? QStringLiteral("no document in it") : reason);
+        return false;
+    }
+    const std::string &least = m_document.asset.minVersion;
+    const QString version = QString::fromStdString(least.empty() ? m_document.asset.version : least);
+    if (!version.isEmpty() && !isRead(version, !least.empty())) {
+        *problem = QStringLiteral("it is glTF %1, and 2.0 is read; export it as glTF 2.0").arg(version);
         return false;
     }
     for (const std::string &required : m_document.extensionsRequired) {

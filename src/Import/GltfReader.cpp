@@ -197,8 +197,13 @@ bool GltfReader::readNodes(QString *problem)
                 roots.push_back(int(n));
         }
     } else {
-        roots = document.scenes[isIn(document.defaultScene, document.scenes.size()) ? size_t(document.defaultScene) : 0]
-                    .nodes;
+        const bool isThere = isIn(document.defaultScene, document.scenes.size());
+        if (!isThere && document.defaultScene >= 0) {
+            warn(QStringLiteral("its scene %1 is not there; the first of %2 is drawn")
+                     .arg(document.defaultScene)
+                     .arg(document.scenes.size()));
+        }
+        roots = document.scenes[isThere ? size_t(document.defaultScene) : 0].nodes;
     }
     // A stack of its own: files nest nodes deeper than a thread's stack reaches.
     QVector<QPair<int, int>> open; // the document's number, the scene's parent

@@ -326,6 +326,27 @@ TEST(GltfImportTest, escapedAddressesOfBuffersAreFound)
     EXPECT_EQ(importScene(folder.write("c.gltf", document.bytes("c++.bin"))).items.size(), 1) << "a plus is no blank";
 }
 
+TEST(GltfImportTest, otherVersionsAndScenesThatAreNotThereAreTold)
+{
+    TemporaryFolder folder;
+    const auto written = [&](const QJsonObject &asset, const QJsonValue &scene) {
+        QJsonObject document = squareGltf({QJsonObject{{"mesh", 0}}}, {});
+        document["asset"] = asset;
+        document["scene"] = scene;
+        return folder.write("a.gltf", gltfBytes(document));
+    };
+    for (const char *version : {"2.0", "2.1"})
+        EXPECT_EQ(importScene(written({{"version", version}}, 0)).warnings, QStringList()) << version;
+    EXPECT_EQ(refusal(written({{"version", "3.0"}}, 0)), "it is glTF 3.0, and 2.0 is read; export it as glTF 2.0");
+    EXPECT_EQ(refusal(written({{"version", "2.1"}, {"minVersion", "2.1"}}, 0)),
+        "it is glTF 2.1, and 2.0 is read; export it as glTF 2.0");
+    const ImportedScene scene = importScene(written({{"version", "2.0"}}, 9));
+    EXPECT_EQ(scene.items.size(), 1);
+    ASSERT_EQ(scene.warnings.size(), 1);
+    EXPECT_TRUE(scene.warnings[0].endsWith(": its scene 9 is not there; the first of 1 is drawn"))
+        << qPrintable(scene.warnings[0]);
+}
+
 TEST(GltfImportTest, sparseAccessorsReplaceSingleElements)
 {
     Doc document;
