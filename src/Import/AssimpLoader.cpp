@@ -5,6 +5,7 @@
 #include "FormatNames.h"
 #include "ImportBudget.h"
 #include "ModelText.h"
+#include "PolygonCutter.h"
 
 #include <assimp/DefaultIOSystem.h>
 #include <assimp/DefaultLogger.hpp>
@@ -338,6 +339,11 @@ const aiScene *AssimpLoader::read(QString *reason)
 
 const aiScene *AssimpLoader::process(QString *reason)
 {
+    const aiScene *const read = m_importer.GetScene();
+    for (unsigned m = 0; read && m < read->mNumMeshes; ++m) {
+        if (m_budget->isTimeLeft())
+            cutConcavePolygons(read->mMeshes[m]);
+    }
     const aiScene *scene =
         m_importer.ApplyPostProcessing(aiProcess_Triangulate | aiProcess_GenUVCoords | aiProcess_TransformUVCoords);
     if (scene && scene->mRootNode)

@@ -212,4 +212,46 @@ TEST(ObjCurvesTest, areCounted)
         refusal(folder.write("b.obj", square + curve)), "no triangles; 1 curve is not drawn: triangles alone are");
 }
 
+TEST(ObjImportTest, concavePolygonsKeepTheirNotches)
+{
+    // Each as rings of corners; the L's inner corner lies on a diagonal, whichever corner comes first.
+    const QVector<QVector<QVector2D>> shapes = {
+        {{0, 0}, {2, 0}, {2, 1}, {1, 1}, {1, 2}, {0, 2}},
+        {{0, 0}, {4, 0}, {4, 3}, {3, 3}, {3, 1}, {1, 1}, {1, 3}, {0, 3}},
+        {{0, 0}, {2, 1}, {4, 0}, {3, 2}, {4, 4}, {2, 3}, {0, 4}, {1, 2}},
+        {{0, 0}, {1, 0}, {2, 0}, {2, 2}, {1, 1}, {0, 2}, {0, 1}},
+    };
+    const auto turn = [](const QVector2D &a, const QVector2D &b) { return a.x() * b.y() - a.y() * b.x(); };
+    TemporaryFolder folder;
+    for (const QVector<QVector2D> &shape : shapes) {
+        const int count = shape.size();
+        float area = 0;
+        for (int i = 0; i < count; ++i)
+            area += turn(shape[i], shape[(i + 1) % count]) / 2;
+        for (int start = 0; start < count; ++start) {
+            for (const bool isReversed : {false, true}) {
+                QByteArray text;
+                QByteArray face = "f";
+                for (int i = 0; i < count; ++i) {
+                    const QVector2D &corner = shape[(start + (isReversed ? count - i : i)) % count];
+                    // In a slanted plane.
+                    text += QStringLiteral("v %1 %2 %3\n").arg(corner.x()).arg(corner.y()).arg(corner.x() / 2).toUtf8();
+                    face += ' ' + QByteArray::number(i + 1);
+                }
+                const ImportedScene scene = importScene(folder.write("a.obj", text + face + '\n'));
+                ASSERT_EQ(scene.meshes.size(), 1);
+                const ImportedMesh &mesh = scene.meshes[0];
+                float covered = 0;
+                for (int t = 0; t + 2 < mesh.indices.size(); t += 3) {
+                    const auto corner = [&](int k) { return mesh.positions[int(mesh.indices[t + k])].toVector2D(); };
+                    const float triangle = turn(corner(1) - corner(0), corner(2) - corner(0)) / 2;
+                    EXPECT_GT(isReversed ? -triangle : triangle, 0) << "the winding stays";
+                    covered += std::abs(triangle);
+                }
+                EXPECT_NEAR(covered, area, 1e-5) << count << " corners from " << start;
+            }
+        }
+    }
+}
+
 } // namespace Velmora::Kvz
