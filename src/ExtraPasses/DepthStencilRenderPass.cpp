@@ -18,18 +18,6 @@ namespace Velmora::Kvz {
 
 namespace {
 
-const QString vertexSource = QStringLiteral(R"(#version 150
-#instancedata "InstanceInfo"
-uniform mat4 u_CameraMatrix;
-uniform mat4 u_ProjectionMatrix;
-in vec3 va_Vertex;
-
-void main()
-{
-    gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
-}
-)");
-
 const QString fragmentSource = QStringLiteral(R"(#version 150
 void main()
 {
@@ -58,7 +46,7 @@ void DepthStencilRenderPass::start(RenderCallbacks *)
 
     ensureFramebuffer(m_framebuffer);
     if (!m_program)
-        m_program = buildModelProgram({}, vertexSource, fragmentSource);
+        m_program = buildModelProgram({}, modelPlaceVertexSource, fragmentSource);
     {
         AutoBinder framebuffer(m_framebuffer.get());
         if (size != m_size)

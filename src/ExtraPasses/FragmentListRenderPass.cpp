@@ -35,18 +35,6 @@ constexpr int mostRows = 16384;
 /// Nodes for each pixel before anything was counted.
 constexpr qint64 firstLayers = 2;
 
-const QString vertexSource = QStringLiteral(R"(#version 150
-#instancedata "InstanceInfo"
-uniform mat4 u_CameraMatrix;
-uniform mat4 u_ProjectionMatrix;
-in vec3 va_Vertex;
-
-void main()
-{
-    gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
-}
-)");
-
 /// `bool isHidden()`: whether the fragment lies at or behind an opaque surface.
 const QString hiddenSource = QStringLiteral(R"(
 uniform bool u_HasDepth;
@@ -107,7 +95,7 @@ std::unique_ptr<ShaderProgram> buildListProgram(bool hasLists)
     auto program = std::make_unique<ShaderProgram>(nullptr);
     if (!hasLists)
         program->setFragDataLocations({QStringLiteral("out_HeadPointer"), QStringLiteral("out_NodeBuffer")});
-    addModelVertexStage(*program, vertexSource);
+    addModelVertexStage(*program, modelPlaceVertexSource);
     program->addShader(GL_FRAGMENT_SHADER, hasLists ? listSource : nearestSource, QString());
     program->compile();
     program->link();

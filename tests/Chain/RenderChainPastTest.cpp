@@ -15,6 +15,8 @@
 
 #include <QtGui/QColor>
 
+#include <epoxy/gl.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -333,6 +335,8 @@ TEST_F(RenderChainPastTest, shadowMapsRestUntilTheirSceneChanges)
             setting.lights = {QVariant::fromValue(one)};
             place(setting);
             Running running(name);
+            running.chain.setTimingEnabled(true);
+            int frames = 0;
             const auto check = [&](const char *what, bool rests) {
                 SCOPED_TRACE(what);
                 place(setting);
@@ -341,10 +345,15 @@ TEST_F(RenderChainPastTest, shadowMapsRestUntilTheirSceneChanges)
                 fresh.apply(setting);
                 const Image shown = running.frame();
                 EXPECT_EQ(maximumDifference(shown, fresh.frame()), 0);
+                running.chain.finishTimings();
+                EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
                 const auto timings = running.chain.timings();
                 const auto maps = std::find_if(timings.begin(), timings.end(),
                     [](const RenderChain::PassTiming &timing) { return timing.pass == QLatin1String("maps"); });
                 EXPECT_TRUE(maps != timings.end() && maps->rests == rests);
+                ++frames;
+                for (const RenderChain::PassTiming &timing : timings)
+                    EXPECT_EQ(timing.gpuFrames, timing.gpuFrames > 0 ? frames : 0) << qPrintable(timing.pass);
                 return shown;
             };
             const bool followsView = one == &light;

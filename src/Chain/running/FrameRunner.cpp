@@ -140,7 +140,7 @@ void FrameRunner::run(PassSlot *slot, int index)
                               : QStringLiteral("%1 is null").arg(missing->name)));
     }
     if (slot->isCurrent && slot->enabled && !missing)
-        rest(slot);
+        rest(slot, index);
     else
         start(slot, index, slot->enabled && !missing && !isNowhere);
     const bool isRefused = reportRefusals(slot);
@@ -217,9 +217,12 @@ void FrameRunner::start(PassSlot *slot, int index, bool runs) const
 }
 
 /// Leaves the outputs of a pass as they are. What it does to models besides has to be done all the same.
-void FrameRunner::rest(PassSlot *slot)
+void FrameRunner::rest(PassSlot *slot, int index) const
 {
     slot->timing.rests = true;
+    // An empty one: the timer reads the spans of all passes.
+    m_times->beginSpan(index);
+    m_times->endSpan(index);
     if (!slot->traits.testFlag(PassTrait::ResetsCulling))
         return;
     for (int i = 0; i < int(slot->inputs.size()); ++i) {

@@ -54,7 +54,7 @@ private:
     void run(PassSlot *slot, int index);
     const InputInfo *setInputs(PassSlot *slot, TextureReferences *references) const;
     void start(PassSlot *slot, int index, bool runs) const;
-    static void rest(PassSlot *slot);
+    void rest(PassSlot *slot, int index) const;
     bool hasScreen();
     QSize viewportOf(const PassSlot &slot) const;
     static void reportFailure(PassSlot *slot, bool isKnown);

@@ -11,6 +11,19 @@ namespace Velmora::Kvz {
 class GLSLMacroProcessor;
 class ShaderProgram;
 
+/// A vertex stage that places a model and hands nothing on.
+inline const QString modelPlaceVertexSource = QStringLiteral(R"(#version 150
+#instancedata "InstanceInfo"
+uniform mat4 u_CameraMatrix;
+uniform mat4 u_ProjectionMatrix;
+in vec3 va_Vertex;
+
+void main()
+{
+    gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
+}
+)");
+
 /// Adds the vertex stage of a program that draws a model: the source, the getters of the instance data plan, and the
 /// utilities.
 void addModelVertexStage(
