@@ -72,11 +72,18 @@ void compareWithFloor(benchmark::State &state, const std::function<void()> &fram
         state.SkipWithError("the pass drew nothing");
         return;
     }
+    compareWithFloor(state, frame, [&floor] {
+        floor.replay();
+        DrawRecorder::unbind();
+    });
+}
+
+void compareWithFloor(benchmark::State &state, const std::function<void()> &frame, const std::function<void()> &floor)
+{
     Times pass;
     Times raw;
     for (auto _ : state) {
-        raw.measure([&floor] { floor.replay(); });
-        DrawRecorder::unbind();
+        raw.measure(floor);
         pass.measure(frame);
         state.SetIterationTime(pass.done.back());
     }

@@ -28,6 +28,9 @@ void compareWithFloor(benchmark::State &state, const std::function<void()> &fram
 /// The same for the `start()` of a pass.
 void compareWithFloor(benchmark::State &state, RenderPass &pass);
 
+/// The same against a floor of the benchmark's own.
+void compareWithFloor(benchmark::State &state, const std::function<void()> &frame, const std::function<void()> &floor);
+
 /// Seconds until the work's calls return.
 double secondsOf(const std::function<void()> &work);
 /// The upper median of at least one value.

@@ -25,9 +25,11 @@ void main()
     ivec2 pixel = ivec2(gl_FragCoord.xy);
     vec4 shading = texelFetch(u_Shading, pixel, 0);
 
-    // The hue stays, the luminance goes up to the next tone.
+    // The hue stays, the luminance goes up to the next tone: within a pixel, at once where the steps of eight bits show.
     float luminance = dot(shading.rgb, luminanceWeights);
-    float tone = ceil(luminance * u_Tones) / u_Tones;
+    float place = luminance * u_Tones;
+    float width = max(fwidth(place) - 2.0 / 255.0 * u_Tones, 0.001);
+    float tone = (floor(place) + clamp(fract(place) / width, 0.0, 1.0)) / u_Tones;
     vec4 colour = vec4(shading.rgb * (tone / max(luminance, 0.001)), shading.a);
 
     bool isEdge = edgeTowards(pixel, ivec2(1, 0)) || edgeTowards(pixel, ivec2(-1, 0))

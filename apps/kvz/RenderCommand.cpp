@@ -35,21 +35,6 @@ private:
     double m_last = 0;
 };
 
-/// Scales a scene that is far smaller or larger than a few units, for passes whose constants are lengths: obscurance ends 50 units
-/// from the camera.
-void bringToUsualSize(ImportedScene *scene)
-{
-    const QVector<QVector3D> points = scene->points();
-    float extent = 0;
-    for (int axis = 0; axis < 3; ++axis) {
-        const auto range = std::minmax_element(
-            points.begin(), points.end(), [axis](const QVector3D &a, const QVector3D &b) { return a[axis] < b[axis]; });
-        extent = std::max(extent, points.isEmpty() ? 0.0f : (*range.second)[axis] - (*range.first)[axis]);
-    }
-    if (extent < 1 || extent > 16)
-        scaleInto(scene, 4);
-}
-
 /// Whether each row of a picture has one colour.
 bool isPlain(const QImage &image)
 {
@@ -86,7 +71,7 @@ public:
     RenderCall(const RenderOptions &options, const ResolvedChain &resolved, const QVector<Picture> &pictures)
         : m_options(options),
           m_pictures(pictures),
-          m_scales(resolved.has(PassTrait::Obscures) && !options.hasPlaces()),
+          m_scales((resolved.has(PassTrait::Obscures) || resolved.takesLights()) && !options.hasPlaces()),
           m_shades(resolved.has(PassTrait::Shades) && resolved.has(PassTrait::Presents)),
           m_renderer(options, resolved),
           m_progress(pictures.size(), options.samples)
@@ -102,7 +87,8 @@ private:
 
     const RenderOptions &m_options;
     const QVector<Picture> &m_pictures;
-    const bool m_scales; ///< Models come to a usual size.
+    const bool
+        m_scales; ///< Models come to one size, for passes whose constants are lengths: obscurance, cascades of shadows.
     const bool m_shades; ///< The chain shows a shaded model.
     PictureRenderer m_renderer;
     ProgressBar m_progress;
@@ -131,7 +117,7 @@ bool RenderCall::beginModel(int model, int *status)
         addFloor(&scene);
     const int floorMaterial = scene.materials.size() > materials ? materials : -1;
     if (m_scales)
-        bringToUsualSize(&scene);
+        scaleInto(&scene, 4);
     const QVector<QVector3D> points = scene.points();
     if (!CameraPath::make(points, scene.cameras, m_options, &m_paths, &error)) {
         fail(QStringLiteral("%1: %2").arg(name, error));

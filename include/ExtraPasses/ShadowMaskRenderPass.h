@@ -61,10 +61,11 @@ class Texture;
 /// as a surface at the point's own depth, so that edges against them are straight. A directional light takes its first layer
 /// that shows the point, the finest one, and over the outer tenth of that mixes it with the next; `Kvz_int_Cascade` from 0
 /// up takes that one layer instead (the last one, when it has fewer). A point light takes the layer that faces the point. What
-/// no layer shows is visible.
+/// no layer shows is visible. The point is looked up 1.5 texels of the layer above its surface, along the normal: texels beside
+/// an edge mix the surface with what lies deeper, or with nothing, and would shadow it there. Without normals it is not lifted.
 ///
 /// Source: W. Donnelly and A. Lauritzen, "Variance Shadow Maps" (I3D 2006); the reduction of light bleeding by A. Lauritzen,
-/// "Summed-Area Variance Shadow Maps" (GPU Gems 3, 2007).
+/// "Summed-Area Variance Shadow Maps" (GPU Gems 3, 2007); the lift by D. Holbert, "Saying Goodbye to Shadow Acne" (GDC 2011).
 class KVZ_EXTRAPASSES_EXPORT ShadowMaskRenderPass : public RenderPassProxy
 {
 public:

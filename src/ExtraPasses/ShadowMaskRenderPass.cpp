@@ -47,6 +47,7 @@ const int pointLight = 2;
 const float minimumVariance = 1e-7;
 const float cascadeBlend = 0.1;
 const float fullLight = 0.1;
+const float liftInTexels = 1.5;
 
 // Rows of the buffer: four for each light, then four for each layer, those of its matrix.
 struct Light
@@ -80,6 +81,14 @@ vec4 inLayer(int layer, vec4 position)
 {
     return vec4(dot(layerRow(layer, 0), position), dot(layerRow(layer, 1), position),
         dot(layerRow(layer, 2), position), dot(layerRow(layer, 3), position));
+}
+
+// Clip coordinates of a position, lifted off its surface: texels beside an edge hold the surface at another depth, or nothing.
+vec4 liftedInLayer(int layer, vec4 position, vec3 normal)
+{
+    vec4 clip = inLayer(layer, position);
+    float texel = 2.0 / float(textureSize(u_ShadowSampler, 0).x) * clip.w / length(layerRow(layer, 0).xyz);
+    return u_HasNormals ? inLayer(layer, position + vec4(liftInTexels * texel * normal, 0.0)) : clip;
 }
 
 vec2 momentsAt(ivec2 texel, int layer, ivec2 last, float depth)
@@ -118,7 +127,7 @@ bool isShown(vec4 clip)
 }
 
 // Layer by layer, each over the part that the layers before it leave.
-float visibilityInCascades(Light light, vec4 position)
+float visibilityInCascades(Light light, vec4 position, vec3 normal)
 {
     int first = light.firstLayer;
     int end = first + light.layerCount;
@@ -129,7 +138,7 @@ float visibilityInCascades(Light light, vec4 position)
     float visibility = 0.0;
     float left = 1.0;
     for (int layer = first; layer < end && left > 0.0; ++layer) {
-        vec4 clip = inLayer(layer, position);
+        vec4 clip = liftedInLayer(layer, position, normal);
         if (!isShown(clip))
             continue;
         vec3 device = clip.xyz / clip.w;
@@ -141,12 +150,12 @@ float visibilityInCascades(Light light, vec4 position)
     return visibility + left;
 }
 
-float visibilityOf(Light light, vec4 position)
+float visibilityOf(Light light, vec4 position, vec3 normal)
 {
     if (light.layerCount == 0)
         return 1.0;
     if (light.type == directional)
-        return visibilityInCascades(light, position);
+        return visibilityInCascades(light, position, normal);
     int layer = light.firstLayer;
     if (light.type == pointLight) {
         // w is the distance along a layer's axis, so it is largest in the layer that faces the position.
@@ -157,7 +166,7 @@ float visibilityOf(Light light, vec4 position)
             farthest = max(along, farthest);
         }
     }
-    vec4 clip = inLayer(layer, position);
+    vec4 clip = liftedInLayer(layer, position, normal);
     return isShown(clip) ? visibilityInLayer(layer, clip.xyz / clip.w) : 1.0;
 }
 
@@ -198,7 +207,7 @@ void main()
         if (contribution <= 0.0)
             continue;
         given += contribution;
-        arriving += contribution * visibilityOf(light, position);
+        arriving += contribution * visibilityOf(light, position, normal);
     }
     float share = arriving / max(given, fullLight);
     out_FragColor = vec4(vec3(mix(u_AmbientLight, 1.0, share)), 1.0);

@@ -397,6 +397,9 @@ Texture *ManagedTextureUnits::white()
         UnpackState unpack;
         AutoBinder binder(m_white.get());
         glTexSubImage3D(GL_TEXTURE_2D_ARRAY, 0, 0, 0, 0, 1, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, whiteTexel);
+        // Drivers that run both sides of a branch read it in every pixel: one texel is the least they can be made to read.
+        glTexParameteri(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+        glTexParameteri(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
     }
     return m_white.get();
 }

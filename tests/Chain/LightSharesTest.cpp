@@ -28,6 +28,9 @@ const ChainOutput obscurance{QStringLiteral("blur-y"), QStringLiteral("Kvz_KvzTe
 /// The colour of what shines by itself and of what is unlit.
 const QVector3D own(0.2f, 0.6f, 0.4f);
 
+/// What the mask of these chains leaves where no light arrives.
+constexpr float shadeOfMask = 0.3f;
+
 QMatrix4x4 placed(const QVector3D &position, const QVector3D &scale)
 {
     QMatrix4x4 matrix;
@@ -152,7 +155,7 @@ TEST_P(LightSharesTest, ownLightStaysAndTheRestDarkens)
         const QVector3D shown = lit.pixel(x, y).toVector3D();
         if (hit.item == Emissive || hit.item == Unlit) {
             // The test means something only where light is taken.
-            EXPECT_TRUE(!hasShadows || arriving < 0.12f) << x << ' ' << y;
+            EXPECT_TRUE(!hasShadows || arriving < shadeOfMask + 0.02f) << x << ' ' << y;
             EXPECT_TRUE(!hasObscurance || around < 0.9f) << x << ' ' << y;
             ++tiles[hit.item == Emissive ? 0 : 1];
             for (int k = 0; k < 3; ++k)
@@ -165,7 +168,7 @@ TEST_P(LightSharesTest, ownLightStaysAndTheRestDarkens)
             ++untouched;
             largestOpen = std::max(largestOpen, std::abs(lost - had));
         }
-        if (hit.item == Ground && arriving < 0.12f && around > 0.97f) {
+        if (hit.item == Ground && arriving < shadeOfMask + 0.02f && around > 0.97f) {
             ++shadowed;
             inShadow += lost;
             withoutShadow += had;
@@ -187,10 +190,10 @@ TEST_P(LightSharesTest, ownLightStaysAndTheRestDarkens)
     EXPECT_GT(untouched, 500);
     EXPECT_LE(largestOpen, 2.0 / 255);
     if (hasShadows) {
-        // Seen at 45 degrees, ground keeps 0.15 + 0.1 * 0.6 of 0.75.
+        // Seen at 45 degrees, ground keeps 0.15 + 0.3 * 0.6 of 0.75.
         ASSERT_GT(shadowed, 100);
-        EXPECT_LT(inShadow, 0.4 * withoutShadow);
-        EXPECT_GT(inShadow, 0.2 * withoutShadow) << "the ambient share is left";
+        EXPECT_LT(inShadow, 0.55 * withoutShadow);
+        EXPECT_GT(inShadow, 0.3 * withoutShadow) << "the ambient share is left";
     }
     if (hasObscurance && !hasShadows) {
         ASSERT_GT(dimmed, 20);

@@ -86,10 +86,13 @@ struct Reference
         return std::clamp((bound - reduction) / (1 - reduction), 0.0, 1.0);
     }
 
-    Vector4d clip(int layer, const Vector3d &world) const
+    /// Clip coordinates of the point 1.5 texels above a surface, without normals of the surface itself.
+    Vector4d clip(int layer, const Vector3d &world, const Vector3d &normal) const
     {
         const QMatrix4x4 matrix = QMatrix4x4(data->transforms[layer].matrix).transposed();
-        return DoubleMatrix(matrix) * withW(world, 1);
+        const Vector4d onSurface = DoubleMatrix(matrix) * withW(world, 1);
+        const double texel = 2.0 / mapSize.width() * onSurface[3] / double(matrix.row(0).toVector3D().length());
+        return hasNormals ? DoubleMatrix(matrix) * withW(world + normal * (1.5 * texel), 1) : onSurface;
     }
 
     static bool isShown(const Vector4d &clip)
@@ -98,7 +101,7 @@ struct Reference
             && clip[2] <= clip[3];
     }
 
-    double visibility(int index, const Vector3d &world) const
+    double visibility(int index, const Vector3d &world, const Vector3d &normal) const
     {
         const auto projector = data->projectors[index];
         const int end = projector.firstLayer + projector.layerCount;
@@ -111,7 +114,7 @@ struct Reference
                 if (along(axis) >= along((axis + 1) % 3) && along(axis) >= along((axis + 2) % 3))
                     face = 2 * axis + (way[size_t(axis)] < 0 ? 1 : 0);
             }
-            const Vector4d c = clip(projector.firstLayer + face, world);
+            const Vector4d c = clip(projector.firstLayer + face, world, normal);
             return isShown(c) ? visibilityIn(projector.firstLayer + face, xyz(c) * (1 / c[3])) : 1;
         }
         int first = projector.firstLayer;
@@ -123,7 +126,7 @@ struct Reference
         double result = 0;
         double left = 1;
         for (int layer = first; layer < last; ++layer) {
-            const Vector4d c = clip(layer, world);
+            const Vector4d c = clip(layer, world, normal);
             if (!isShown(c))
                 continue;
             const Vector3d device = xyz(c) * (1 / c[3]);
@@ -171,7 +174,7 @@ struct Reference
         for (int i = 0; i < lights.size(); ++i) {
             const double contributed = contribution(i, world, normal);
             given += contributed;
-            arriving += contributed * (i < data->projectors.size() ? visibility(i, world) : 1);
+            arriving += contributed * (i < data->projectors.size() ? visibility(i, world, normal) : 1);
         }
         return ambient + (1 - ambient) * arriving / std::max(given, 0.1);
     }

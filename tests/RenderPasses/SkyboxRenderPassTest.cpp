@@ -787,6 +787,7 @@ TEST_F(SkyboxRenderPassTest, deletesWhatItMade)
     pass->release();
     pass->release();
     EXPECT_EQ(glObjectCounts().framebuffers, with.framebuffers - 1);
+    EXPECT_EQ(glObjectCounts().vertexArrays, with.vertexArrays - 1);
     EXPECT_LT((run().pixel(0, 0) - skyColor).length(), halfFloat) << "made again after release()";
     pass.reset();
     EXPECT_EQ(glObjectCounts().framebuffers, with.framebuffers - 1);
