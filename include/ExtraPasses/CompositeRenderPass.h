@@ -28,14 +28,15 @@ class Texture;
 ///
 /// | Output | Name                  | Value                                                          |
 /// |--------|-----------------------|----------------------------------------------------------------|
-/// | 0      | Kvz_KvzTexture*_Frame | Pooled, GL_RGBA16F: the picture, colour multiplied by its alpha. |
+/// | 0      | Kvz_KvzTexture*_Frame | Pooled, GL_RGBA16F: the picture, colour multiplied by its alpha. Or the input Frame. |
 ///
 /// The alpha of layers is the share T of what lies behind them that comes through, 1 where there are none, as
 /// LitWeightedRenderPass, LitListRenderPass and VisibilityDeferredRenderPass write it:
 /// rgb = layers.rgb + T behind.rgb, alpha = 1 - T (1 - behind.a). The frame and the image are composed by the operator "over"
 /// (Porter and Duff, "Compositing digital images", 1984). Images of another size than the viewport's are stretched to it.
 ///
-/// With an empty viewport the output is empty. The depth test and blending are off afterwards.
+/// A frame of the viewport's size with no layers, no background and no colour is the picture as it is, and is handed on: nothing is drawn.
+/// With an empty viewport the output is empty. The depth test and blending are off after a draw.
 class KVZ_EXTRAPASSES_EXPORT CompositeRenderPass : public RenderPassProxy
 {
 public:
@@ -48,6 +49,7 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
+    bool isFrameAlone(const QSize &size) const;
     void compose();
     Texture *transparentTexture();
 

@@ -33,15 +33,18 @@ class ShaderProgram;
 /// | 11    | Kvz_KvzTexture*_ShadowMask      | Texture*   | invalid | the headlight reaches every surface             |
 /// | 12    | Kvz_KvzTexture*_Obscurance      | Texture*   | invalid | no corner is darker                             |
 /// | 13    | Kvz_float_ObscuranceStrength    | float      | 1.0     | 1; from 0, no obscurance, to 1                  |
+/// | 14    | Kvz_KvzTexture*_Background      | Texture*   | invalid | transparent black                               |
 ///
 /// | Output | Name                  | Value                                                                                     |
 /// |--------|-----------------------|-------------------------------------------------------------------------------------------|
-/// | 0      | Kvz_KvzTexture*_Frame | Pooled, GL_RGBA8: colour multiplied by opacity, opacity in alpha; zeros where nothing is. |
+/// | 0      | Kvz_KvzTexture*_Frame | Pooled, GL_RGBA8: colour multiplied by opacity, opacity in alpha, over the background.     |
 ///
 /// The shadow mask is the share of the headlight that arrives, such as ShadowMaskRenderPass gives: it darkens diffuse light and
 /// highlights. The obscurance, such as ScalableAmbientObscuranceRenderPass gives, is 1 in the open: it darkens ambient and
 /// diffuse light. The fixed light, which has no ambient share, is darkened by both, highlights included; emission and unlit
 /// surfaces by neither. Of both images red counts, by as much as alpha says: where alpha is 0, there is no image.
+///
+/// The frame is laid over the background, which is multiplied by its alpha, by the operator "over".
 ///
 /// Images are read with one sample for each texel. With an empty viewport the output is empty. The depth test and
 /// blending are off afterwards.
@@ -62,7 +65,8 @@ public:
         FixedLight,
         ShadowMask,
         Obscurance,
-        ObscuranceStrength
+        ObscuranceStrength,
+        Background
     };
     enum Output { Frame };
 
@@ -72,11 +76,12 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
-    ShaderProgram &programFor(bool hasShadowMask, bool hasObscurance);
+    ShaderProgram &programFor(bool hasShadowMask, bool hasObscurance, bool hasBackground);
     void light(ShaderProgram &program);
 
     QSharedPointer<DrawBuffers> m_screenQuad;
-    std::unique_ptr<ShaderProgram> m_programs[2][2]; ///< By whether there is a shadow mask and an obscurance image.
+    std::unique_ptr<ShaderProgram>
+        m_programs[2][2][2]; ///< By whether there is a shadow mask, an obscurance image, a background.
     std::unique_ptr<FramebufferObject> m_framebuffer;
 };
 

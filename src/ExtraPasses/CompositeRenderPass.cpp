@@ -74,6 +74,12 @@ void CompositeRenderPass::start(RenderCallbacks *callbacks)
         skip(callbacks);
         return;
     }
+    if (isFrameAlone(size)) {
+        auto *const frame = getInputPointer<Texture>(FrameIn);
+        handOn(m_outputs[Frame], m_numOutputUsers[Frame], frame);
+        giveBack(frame);
+        return;
+    }
     ensureFramebuffer(m_framebuffer);
     if (!m_program)
         m_program = buildProgram({QStringLiteral("out_FragColor")}, screenQuadVertexSource, fragmentSource);
@@ -93,6 +99,15 @@ void CompositeRenderPass::start(RenderCallbacks *callbacks)
     for (const Input input : {FrameIn, Layers, Background})
         giveBack(getInputPointer<Texture>(input));
     detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
+}
+
+/// Whether the picture is the frame as it is.
+bool CompositeRenderPass::isFrameAlone(const QSize &size) const
+{
+    const auto *const frame = getInputPointer<Texture>(FrameIn);
+    return frame && frame->target() == GL_TEXTURE_2D && QSize(frame->width(0), frame->height(0)) == size
+        && !getInputPointer<Texture>(Layers) && !getInputPointer<Texture>(Background)
+        && premultiplied(inputValue<QColor>(m_inputs[BackgroundColor])).w() == 0;
 }
 
 void CompositeRenderPass::compose()

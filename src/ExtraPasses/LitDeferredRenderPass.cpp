@@ -42,6 +42,9 @@ uniform sampler2D u_ShadowMask;
 uniform sampler2D u_Obscurance;
 uniform float u_ObscuranceStrength;
 #endif
+#if BACKGROUND
+uniform sampler2D u_Background;
+#endif
 in vec2 vo_TexCoord;
 out vec4 out_FragColor;
 )") + positionFromDepthSource
@@ -52,6 +55,15 @@ float shareOf(vec4 texel, float strength)
     return mix(1.0, texel.r, strength * texel.a);
 }
 
+vec4 overBackground(vec4 colour)
+{
+#if BACKGROUND
+    return colour + (1.0 - colour.a) * texture(u_Background, vo_TexCoord);
+#else
+    return colour;
+#endif
+}
+
 void main()
 {
     vec4 diffuse = texture(u_Diffuse, vo_TexCoord);
@@ -60,7 +72,7 @@ void main()
     vec4 emission = u_HasEmission ? texture(u_Emission, vo_TexCoord) : vec4(0.0);
     // Every surface has a normal.
     if (normal == vec3(0.0)) {
-        out_FragColor = vec4(0.0);
+        out_FragColor = overBackground(vec4(0.0));
         return;
     }
     Surface surface;
@@ -82,7 +94,7 @@ void main()
     vec3 position = positionFromDepth(vo_TexCoord, texture(u_Depth, vo_TexCoord).r).xyz;
     vec3 shaded = clamp(
         shadeSurface(surface, visibility, position, normalize(normal), directionToEye(position)), 0.0, 1.0);
-    out_FragColor = vec4(shaded * surface.opacity, surface.opacity);
+    out_FragColor = overBackground(vec4(shaded * surface.opacity, surface.opacity));
 }
 )");
 
@@ -109,6 +121,7 @@ LitDeferredRenderPass::LitDeferredRenderPass()
     addInput(QStringLiteral("Kvz_KvzTexture*_ShadowMask"), QVariant());
     addInput(QStringLiteral("Kvz_KvzTexture*_Obscurance"), QVariant());
     addInput(QStringLiteral("Kvz_float_ObscuranceStrength"), 1.0f);
+    addInput(QStringLiteral("Kvz_KvzTexture*_Background"), QVariant());
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
 }
 
@@ -122,7 +135,8 @@ void LitDeferredRenderPass::start(RenderCallbacks *callbacks)
         return;
     }
     ensureFramebuffer(m_framebuffer);
-    ShaderProgram &program = programFor(getInputPointer<Texture>(ShadowMask), getInputPointer<Texture>(Obscurance));
+    ShaderProgram &program = programFor(getInputPointer<Texture>(ShadowMask), getInputPointer<Texture>(Obscurance),
+        getInputPointer<Texture>(Background));
     ensureScreenQuad(m_screenQuad, program);
 
     AutoBinder framebuffer(m_framebuffer.get());
@@ -136,21 +150,23 @@ void LitDeferredRenderPass::start(RenderCallbacks *callbacks)
     glViewport(0, 0, size.width(), size.height());
     light(program);
     handOn(m_outputs[Frame], m_numOutputUsers[Frame], frame);
-    for (const Input input : {Diffuse, Specular, Normal, Emission, Depth, ShadowMask, Obscurance})
+    for (const Input input : {Diffuse, Specular, Normal, Emission, Depth, ShadowMask, Obscurance, Background})
         giveBack(getInputPointer<Texture>(input));
     detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
 /// Without the images there is nothing in the text that reads them: drivers that flatten branches would.
-ShaderProgram &LitDeferredRenderPass::programFor(bool hasShadowMask, bool hasObscurance)
+ShaderProgram &LitDeferredRenderPass::programFor(bool hasShadowMask, bool hasObscurance, bool hasBackground)
 {
-    std::unique_ptr<ShaderProgram> &program = m_programs[hasShadowMask ? 1 : 0][hasObscurance ? 1 : 0];
+    std::unique_ptr<ShaderProgram> &program =
+        m_programs[hasShadowMask ? 1 : 0][hasObscurance ? 1 : 0][hasBackground ? 1 : 0];
     if (program)
         return *program;
     const auto flag = [](bool isSet) { return isSet ? QStringLiteral("1") : QStringLiteral("0"); };
     GLSLMacroProcessor macros;
     macros.addDefine(QStringLiteral("SHADOWS"), flag(hasShadowMask));
     macros.addDefine(QStringLiteral("OBSCURANCE"), flag(hasObscurance));
+    macros.addDefine(QStringLiteral("BACKGROUND"), flag(hasBackground));
     program = buildProgram(
         {QStringLiteral("out_FragColor")}, screenQuadVertexSource, fragmentSource, &macros, {surfaceShadingFile});
     return *program;
@@ -165,6 +181,7 @@ void LitDeferredRenderPass::light(ShaderProgram &program)
     auto *const depth = getInputPointer<Texture>(Depth);
     auto *const shadowMask = getInputPointer<Texture>(ShadowMask);
     auto *const obscurance = getInputPointer<Texture>(Obscurance);
+    auto *const background = getInputPointer<Texture>(Background);
     const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
 
     AutoBinder programBinder(&program);
@@ -175,6 +192,7 @@ void LitDeferredRenderPass::light(ShaderProgram &program)
     AutoBinder depthBinder(depth);
     AutoBinder shadowBinder(shadowMask);
     AutoBinder obscuranceBinder(obscurance);
+    AutoBinder backgroundBinder(background);
     // Black and depth 0 are right for a null image of highlights or depth, and what the empty unit gives.
     setSampler(program, QStringLiteral("u_Diffuse"), diffuse);
     setSampler(program, QStringLiteral("u_Specular"), specular);
@@ -183,6 +201,7 @@ void LitDeferredRenderPass::light(ShaderProgram &program)
     setSampler(program, QStringLiteral("u_Depth"), depth);
     setSampler(program, QStringLiteral("u_ShadowMask"), shadowMask);
     setSampler(program, QStringLiteral("u_Obscurance"), obscurance);
+    setSampler(program, QStringLiteral("u_Background"), background);
     program.setUniform(QStringLiteral("u_ObscuranceStrength"), strengthOf(m_inputs[ObscuranceStrength]));
     program.setUniform(QStringLiteral("u_HasEmission"), emission != nullptr);
     program.setUniform(QStringLiteral("u_ProjectionMatrix"), projection);

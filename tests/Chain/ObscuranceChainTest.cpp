@@ -61,6 +61,9 @@ TEST_F(ObscuranceChainTest, darkensAllLightButHighlightsByTheBlurredObscurance)
     for (const QString &model : {stillLife, bunny}) {
         SCOPED_TRACE(qPrintable(model));
         load(model);
+        ASSERT_TRUE(chain->chain.connect(
+            QStringLiteral("shading"), QStringLiteral("Kvz_KvzTexture*_Background"), ChainSource::none()))
+            << qPrintable(chain->chain.errorString());
         chain->render(); // In the first frame the normals do not yet have the filters that the blur sets.
         const QVector<Image> obscurances = chain->render({output("obscurance"), output("blur-y", blurred)});
         saveForViewing(obscurances[1], QStringLiteral("obscurance-blurred"));

@@ -311,8 +311,10 @@ TEST_F(ReadyChainsTest, everyImageOfAChainCanBeCaptured)
         const QVector<RenderChain::Capture> captures = chain.takeCaptures();
         EXPECT_GE(captures.size(), 5) << name;
         for (const RenderChain::Capture &capture : captures) {
-            // Without transparent items there are no layers.
-            EXPECT_EQ(capture.image.size(), capture.pass == "layers" ? QSize(0, 0) : QSize(width, height))
+            // Without transparent items there are no layers, and triangles are not numbered where nothing asks for it.
+            const bool isEmpty =
+                capture.pass == "layers" || (capture.pass == "forward" && capture.port == "Kvz_KvzTexture*_Id");
+            EXPECT_EQ(capture.image.size(), isEmpty ? QSize(0, 0) : QSize(width, height))
                 << qPrintable(capture.pass + capture.port);
         }
     }

@@ -183,6 +183,28 @@ TEST_F(CompositeRenderPassTest, givesEachInputBackOnceAndHandsItsPictureOn)
     }
 }
 
+TEST_F(CompositeRenderPassTest, handsAFrameOnThatIsThePictureAlready)
+{
+    const Image frame = speckledFrame(1);
+    Texture *const taken = textures.take(TextureFormat::HighDynamicRange, frame, 3);
+    setTexture(Port::FrameIn, taken);
+    pass->setNumOutputUsers(Port::Frame, 2);
+    pass->start(nullptr);
+    EXPECT_EQ(texture(Port::Frame), taken);
+    EXPECT_EQ(PooledTextures::references(taken), 4) << "its own use has ended, two have begun";
+    // What changes the picture, or its size, makes a new one.
+    pass->setNumOutputUsers(Port::Frame, 0);
+    pass->setInput(Port::BackgroundColor, QColor(0, 0, 0, 1));
+    pass->start(nullptr);
+    EXPECT_NE(texture(Port::Frame), taken);
+    pass->setInput(Port::BackgroundColor, QColor());
+    pass->start(nullptr);
+    EXPECT_EQ(texture(Port::Frame), taken) << "what is no colour is transparent";
+    setViewport(QSize(size.width() - 1, size.height()));
+    pass->start(nullptr);
+    EXPECT_NE(texture(Port::Frame), taken);
+}
+
 TEST_F(CompositeRenderPassTest, oneImageMayStandInSeveralPlaces)
 {
     Texture *const image = textures.take(TextureFormat::HighDynamicRange, speckledFrame(5), 3);

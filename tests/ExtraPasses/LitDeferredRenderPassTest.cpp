@@ -272,6 +272,35 @@ TEST_F(LitDeferredRenderPassTest, theDirectionToTheEyeNeedsNoDepth)
     EXPECT_LE(maximumDifference(light(), expected), 1.01 / 255);
 }
 
+TEST_F(LitDeferredRenderPassTest, isLaidOverABackground)
+{
+    const View view = perspectiveView();
+    const Image alone = draw(plainScene(), view);
+    Image colours(view.size.width(), view.size.height());
+    const QImage texels = speckledImage(view.size.width(), view.size.height(), 5);
+    for (int y = 0; y < colours.height; ++y) {
+        for (int x = 0; x < colours.width; ++x)
+            colours.setPixel(x, y, QVector4D(float(texels.pixelColor(x, y).redF()), 0.5f, 0.25f, 0.75f));
+    }
+    Texture *const background = textures.take(TextureFormat::HighDynamicRange, colours, 2);
+    setTexture(Port::Background, background);
+    const Image frame = light();
+    EXPECT_EQ(PooledTextures::references(background), 1);
+    double largest = 0;
+    int through = 0;
+    for (int y = 0; y < frame.height; ++y) {
+        for (int x = 0; x < frame.width; ++x) {
+            const QVector4D front = alone.pixel(x, y);
+            through += front.w() < 1 ? 1 : 0;
+            const QVector4D expected = front + (1 - front.w()) * colours.pixel(x, y);
+            largest = std::max(largest, double((frame.pixel(x, y) - expected).length()));
+        }
+    }
+    EXPECT_GT(through, 1000);
+    EXPECT_LT(through, frame.width * frame.height - 1000);
+    EXPECT_LT(largest, 2.01 / 255) << "the frame alone was rounded once more";
+}
+
 TEST_F(LitDeferredRenderPassTest, isClearWhereNothingIsWhateverWasThere)
 {
     const View view = wallView(QSize(4, 4));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "LitFixture.h"
 #include "support/DriverClaims.h"
+#include "support/PooledTextures.h"
 #include "support/RayCastScene.h"
 
 #include <ExtraPasses/LitForwardRenderPass.h>
@@ -561,6 +562,58 @@ TEST_F(LitForwardRenderPassTest, leavesOutMarkedItems)
     const Image frame = draw(model, wallView(QSize(8, 8)));
     EXPECT_EQ(frame.pixel(2, 4), QVector4D());
     EXPECT_EQ(frame.pixel(6, 4), QVector4D(1, 1, 1, 1));
+}
+
+TEST_F(LitForwardRenderPassTest, aBackgroundShowsWhereTheModelIsNot)
+{
+    const LitScene scene = plainScene();
+    const View view = perspectiveView();
+    const Image alone = draw(scene, view);
+    const Image ids = image(Port::Id);
+    const Image depth = image(Port::Depth);
+    Image speckles(view.size.width(), view.size.height());
+    const QImage texels = speckledImage(view.size.width(), view.size.height(), 5);
+    for (int y = 0; y < speckles.height; ++y) {
+        for (int x = 0; x < speckles.width; ++x)
+            speckles.setPixel(x, y, QVector4D(float(texels.pixelColor(x, y).redF()), 0.5f, 0.25f, 0.75f));
+    }
+    PooledTextures textures;
+    Texture *const background = textures.take(TextureFormat::HighDynamicRange, speckles, 2);
+    setTexture(Port::Background, background);
+    glEnable(GL_SCISSOR_TEST);
+    glScissor(0, 0, 1, 1);
+    const Image frame = draw(scene, view);
+    EXPECT_EQ(PooledTextures::references(background), 1);
+    int model = 0;
+    double largest = 0;
+    for (int y = 0; y < frame.height; ++y) {
+        for (int x = 0; x < frame.width; ++x) {
+            const bool isModel = ids.at(x, y)[0] > 0;
+            model += isModel ? 1 : 0;
+            const QVector4D expected = isModel ? alone.pixel(x, y) : speckles.pixel(x, y);
+            largest = std::max(largest, double((frame.pixel(x, y) - expected).length()));
+        }
+    }
+    EXPECT_GT(model, 1000);
+    EXPECT_LT(model, frame.width * frame.height - 1000);
+    EXPECT_LT(largest, 2 * halfStep);
+    EXPECT_EQ(maximumDifference(image(Port::Id), ids), 0);
+    EXPECT_EQ(maximumDifference(image(Port::Depth), depth), 0);
+}
+
+TEST_F(LitForwardRenderPassTest, trianglesAreNumberedWhereThatIsAskedFor)
+{
+    const LitScene scene = plainScene();
+    const View view = perspectiveView();
+    const Image frame = draw(scene, view);
+    const Image ids = image(Port::Id);
+    pass->setTriangleIds(false);
+    EXPECT_EQ(maximumDifference(draw(scene, view), frame), 0);
+    EXPECT_EQ(texture(Port::Id), nullptr);
+    EXPECT_TRUE(texture(Port::Depth));
+    pass->setTriangleIds(true);
+    EXPECT_EQ(maximumDifference(draw(scene, view), frame), 0);
+    EXPECT_EQ(maximumDifference(image(Port::Id), ids), 0);
 }
 
 TEST_F(LitForwardRenderPassTest, isClearWithoutAModel)

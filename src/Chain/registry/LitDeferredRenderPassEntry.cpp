@@ -35,9 +35,11 @@ PassInfo PassEntries::litDeferredRenderPass()
         "Share of ambient and diffuse light that corners leave, in red.", "no corner is darker"));
     pass.inputs.append(input(
         "Kvz_float_ObscuranceStrength", ValueType::Float, 1.0f, "How much the obscurance counts, from 0 to 1.", "1"));
+    pass.inputs.append(textureInput("Kvz_KvzTexture*_Background", TextureKind::Colour,
+        "What the frame is laid over, colour multiplied by alpha.", "transparent black"));
     pass.outputs = {
         pooledOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA8,
-            "The lit frame, colour multiplied by opacity; transparent black where there is nothing."),
+            "The lit frame, colour multiplied by opacity; the background where there is nothing."),
     };
     pass.traits = PassTrait::Shades;
     pass.rules = {
