@@ -10,6 +10,7 @@
 #include "support/PooledTextures.h"
 #include "support/VisibilityLists.h"
 
+#include <ExtraPasses/LitForwardRenderPass.h>
 #include <ExtraPasses/LitListRenderPass.h>
 #include <ExtraPasses/LitWeightedRenderPass.h>
 #include <GL/AutoBinder.h>
@@ -295,6 +296,45 @@ TEST_F(LitListRenderPassTest, seesTheSideOfATriangleThatReachesBehindTheEye)
         }
     }
     EXPECT_GT(compared, 80);
+}
+
+TEST_F(LitListRenderPassTest, readsImagesFromTheMipLevelsOfTheForwardPass)
+{
+    // Eight texels a pixel in one direction, one in the other.
+    MaterialData material = coloured({1, 1, 1});
+    material.mapKd = checkerImage(64, Qt::black, Qt::white);
+    material.alphaMode = MaterialData::Blend;
+    material.d = 0.5f;
+    const View view = wallView(QSize(64, 64));
+    for (const int set : {0, 1}) {
+        material.mapKdSampling.uvSet = set;
+        for (const QVector2D &scale : {QVector2D(8, 1), QVector2D(1, 8), QVector2D(1, 1)}) {
+            MeshData wall = wallMesh();
+            wall.texCoords1 = wall.texCoords;
+            for (QVector2D &texCoord : set == 0 ? wall.texCoords : wall.texCoords1)
+                texCoord *= scale;
+            LitScene scene;
+            scene.add(wall, material, QMatrix4x4(), GPUModel::Transparent);
+            const QSharedPointer<GPUModel> model = scene.build();
+            const Image layers = draw(model, view.size, view.camera, view.projection);
+            LitForwardRenderPass forward;
+            forward.setInput(LitForwardRenderPass::Viewport, QRect(QPoint(), view.size));
+            forward.setInput(LitForwardRenderPass::ProjectionMatrix, view.projection);
+            forward.setInput(LitForwardRenderPass::CameraMatrix, view.camera);
+            forward.setInput(LitForwardRenderPass::Geometry, QVariant::fromValue(model.data()));
+            forward.start(nullptr);
+            const Image frame = readTexture(forward.output(LitForwardRenderPass::Frame).value<Texture *>());
+            double largest = 0;
+            for (int y = 0; y < view.size.height(); ++y) {
+                for (int x = 0; x < view.size.width(); ++x) {
+                    const QVector3D difference = (layers.pixel(x, y) - frame.pixel(x, y)).toVector3D();
+                    largest = std::max(largest, double(difference.length()));
+                }
+            }
+            EXPECT_LE(largest, 4.0 / 255) << set << ' ' << scale.x() << ' ' << scale.y();
+            EXPECT_GT(frame.pixel(1, 1).w(), 0.4f);
+        }
+    }
 }
 
 TEST_F(LitListRenderPassTest, followsTheGeometryOfEachModel)
