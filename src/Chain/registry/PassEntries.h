@@ -56,6 +56,7 @@ PassInfo visibilityBufferRenderPass();
 PassInfo visibilityDeferredRenderPass();
 PassInfo visibilityOcclusionRenderPass();
 PassInfo visibilitySortRenderPass();
+PassInfo toneMapRenderPass();
 PassInfo transparencyRenderPass();
 PassInfo velocityRenderPass();
 PassInfo wireframeRenderPass();
@@ -108,6 +109,7 @@ inline constexpr PassInfo (*all[])() = {
     visibilityDeferredRenderPass,
     visibilityOcclusionRenderPass,
     visibilitySortRenderPass,
+    toneMapRenderPass,
     transparencyRenderPass,
     velocityRenderPass,
     wireframeRenderPass,
