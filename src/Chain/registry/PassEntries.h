@@ -57,6 +57,9 @@ PassInfo visibilityDeferredRenderPass();
 PassInfo visibilityOcclusionRenderPass();
 PassInfo visibilitySortRenderPass();
 PassInfo toneMapRenderPass();
+PassInfo cutoutAntiAliasingRenderPass();
+PassInfo accumulationRenderPass();
+PassInfo accumulationJitterPass();
 PassInfo transparencyRenderPass();
 PassInfo velocityRenderPass();
 PassInfo wireframeRenderPass();
@@ -110,6 +113,9 @@ inline constexpr PassInfo (*all[])() = {
     visibilityOcclusionRenderPass,
     visibilitySortRenderPass,
     toneMapRenderPass,
+    cutoutAntiAliasingRenderPass,
+    accumulationRenderPass,
+    accumulationJitterPass,
     transparencyRenderPass,
     velocityRenderPass,
     wireframeRenderPass,
