@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <RenderPasses/SMAARenderPass.h>
 
-#include "smaa/SmaaTableData.h"
+#include "smaa/SmaaSources.h"
+#include "smaa/SmaaTextures.h"
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
 #include "steps/ResolveMultisampled.h"
@@ -19,7 +20,6 @@
 #include <GL/OpenGLDeviceContext.h>
 #include <GL/ShaderProgram.h>
 #include <GL/TextureManager.h>
-#include <GL/UnpackState.h>
 
 #include <epoxy/gl.h>
 
@@ -27,34 +27,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-const QString vertexHead = QStringLiteral(R"(#version 150
-#define SMAA_INCLUDE_VS 1
-#define SMAA_INCLUDE_PS 0
-#include "SMAA.glslh"
-in vec3 va_Vertex;
-in vec2 va_TexCoord;
-out vec2 vo_TexCoord;
-)");
-
-const QString fragmentHead = QStringLiteral(R"(#version 150
-#define SMAA_INCLUDE_VS 0
-#define SMAA_INCLUDE_PS 1
-#include "SMAA.glslh"
-in vec2 vo_TexCoord;
-)");
-
-const QString edgeVertexSource = vertexHead + QStringLiteral(R"(
-out vec4 vo_offsets[3];
-
-void main()
-{
-    gl_Position = vec4(va_Vertex, 1.0);
-    vo_TexCoord = va_TexCoord;
-    SMAAEdgeDetectionVS(va_TexCoord, vo_offsets);
-}
-)");
-
-const QString edgeFragmentSource = fragmentHead + QStringLiteral(R"(
+const QString edgeFragmentSource = smaaFragmentHead + QStringLiteral(R"(
 uniform sampler2D u_FrameSampler;
 uniform sampler2D u_PredicateSampler;
 in vec4 vo_offsets[3];
@@ -67,120 +40,6 @@ void main()
 #else
     out_output = SMAALumaEdgeDetectionPS(vo_TexCoord, vo_offsets, u_FrameSampler);
 #endif
-}
-)");
-
-const QString weightVertexSource = vertexHead + QStringLiteral(R"(
-out vec2 vo_PixCoord;
-out vec4 vo_offsets[3];
-
-void main()
-{
-    gl_Position = vec4(va_Vertex, 1.0);
-    vo_TexCoord = va_TexCoord;
-    SMAABlendingWeightCalculationVS(va_TexCoord, vo_PixCoord, vo_offsets);
-}
-)");
-
-const QString weightFragmentSource = fragmentHead + QStringLiteral(R"(
-uniform sampler2D u_EdgeTex;
-uniform sampler2D u_AreaTex;
-uniform sampler2D u_SearchTex;
-uniform vec4 u_SubsampleIndice;
-in vec2 vo_PixCoord;
-in vec4 vo_offsets[3];
-out vec4 out_output;
-
-void main()
-{
-    out_output = SMAABlendingWeightCalculationPS(
-        vo_TexCoord, vo_PixCoord, vo_offsets, u_EdgeTex, u_AreaTex, u_SearchTex, u_SubsampleIndice);
-}
-)");
-
-const QString blendVertexSource = vertexHead + QStringLiteral(R"(
-out vec4 vo_offset;
-
-void main()
-{
-    gl_Position = vec4(va_Vertex, 1.0);
-    vo_TexCoord = va_TexCoord;
-    vec4 offset;
-    SMAANeighborhoodBlendingVS(va_TexCoord, offset);
-    vo_offset = offset;
-}
-)");
-
-const QString blendFragmentSource = fragmentHead + QStringLiteral(R"(
-uniform sampler2D u_ColorTex;
-uniform sampler2D u_BlendTex;
-#if SMAA_REPROJECTION
-uniform sampler2D u_VelocityTex;
-#endif
-in vec4 vo_offset;
-out vec4 out_output;
-out vec4 out_velocity;
-
-void main()
-{
-    out_velocity = vec4(0.0);
-#if SMAA_REPROJECTION && SMAA_TRANSPARENCY
-    out_output = SMAANeighborhoodBlendingPS(
-        vo_TexCoord, vo_offset, u_ColorTex, u_BlendTex, u_VelocityTex, out_velocity);
-#elif SMAA_REPROJECTION
-    out_output = SMAANeighborhoodBlendingPS(vo_TexCoord, vo_offset, u_ColorTex, u_BlendTex, u_VelocityTex);
-#else
-    out_output = SMAANeighborhoodBlendingPS(vo_TexCoord, vo_offset, u_ColorTex, u_BlendTex);
-#endif
-}
-)");
-
-/// For the draws that need texture coordinates and nothing else.
-const QString plainVertexSource = vertexHead + QStringLiteral(R"(
-void main()
-{
-    gl_Position = vec4(va_Vertex, 1.0);
-    vo_TexCoord = va_TexCoord;
-}
-)");
-
-const QString resolveFragmentSource = fragmentHead + QStringLiteral(R"(
-uniform sampler2D u_CurrentColorTex;
-uniform sampler2D u_PreviousColorTex;
-#if SMAA_REPROJECTION
-uniform sampler2D u_VelocityTex;
-uniform vec2 u_JitterAmount;
-uniform vec2 u_TexelDimensions;
-#if SMAA_TRANSPARENCY
-uniform sampler2D u_PackedVelocityTex;
-uniform sampler2D u_PreviousPackedVelocityTex;
-#endif
-#endif
-out vec4 out_output;
-
-void main()
-{
-#if SMAA_REPROJECTION && SMAA_TRANSPARENCY
-    out_output = SMAAResolvePS(vo_TexCoord, u_CurrentColorTex, u_PreviousColorTex, u_VelocityTex, u_JitterAmount,
-        u_TexelDimensions, u_PackedVelocityTex, u_PreviousPackedVelocityTex);
-#elif SMAA_REPROJECTION
-    // Alpha held the speed.
-    out_output = vec4(SMAAResolvePS(vo_TexCoord, u_CurrentColorTex, u_PreviousColorTex, u_VelocityTex, u_JitterAmount,
-        u_TexelDimensions).rgb, 1.0);
-#else
-    out_output = SMAAResolvePS(vo_TexCoord, u_CurrentColorTex, u_PreviousColorTex);
-#endif
-}
-)");
-
-const QString separateFragmentSource = fragmentHead + QStringLiteral(R"(
-uniform sampler2DMS u_ColorTexMS;
-out vec4 out_target0;
-out vec4 out_target1;
-
-void main()
-{
-    SMAASeparatePS(gl_FragCoord, vo_TexCoord, out_target0, out_target1, u_ColorTexMS);
 }
 )");
 
@@ -203,37 +62,12 @@ const char *modeName(int mode)
     return mode >= 0 && mode < 4 ? names[mode] : "unknown";
 }
 
-/// Slices of the area table for vertical edges, horizontal edges and the two diagonals, as published.
-const float *subsampleRow(int mode, int index)
+/// The samples of a pixel that a mode resolves, over all frames.
+int samplesOf(int mode)
 {
-    static constexpr float centre[4] = {0, 0, 0, 0};
-    static constexpr float twoSamples[2][4] = {{1, 1, 1, 0}, {2, 2, 2, 0}};
-    static constexpr float fourSamples[4][4] = {{5, 3, 1, 3}, {4, 6, 2, 3}, {3, 5, 1, 4}, {6, 4, 2, 4}};
-    switch (mode) {
-    case SMAARenderPass::SmaaS2X:
-    case SMAARenderPass::SmaaT2X:
-        return twoSamples[qBound(0, index, 1)];
-    case SMAARenderPass::Smaa4X:
-        return fourSamples[qBound(0, index, 3)];
-    default:
-        return centre;
-    }
-}
-
-std::unique_ptr<Texture> makeTable(
-    int width, int height, GLint internalFormat, GLenum format, const unsigned char *texels, GLint alignment)
-{
-    auto texture = std::make_unique<Texture>(GL_TEXTURE_2D, internalFormat, width, height, 0, nullptr);
-    AutoBinder binder(texture.get());
-    sampleLinearly(texture.get());
-    // With a host's row length or unpack buffer the tables would be read from elsewhere.
-    UnpackState unpack;
-    GLint before = 0;
-    glGetIntegerv(GL_UNPACK_ALIGNMENT, &before);
-    glPixelStorei(GL_UNPACK_ALIGNMENT, alignment);
-    glTexImage2D(GL_TEXTURE_2D, 0, internalFormat, width, height, 0, format, GL_UNSIGNED_BYTE, texels);
-    glPixelStorei(GL_UNPACK_ALIGNMENT, before);
-    return texture;
+    if (mode == SMAARenderPass::SmaaS2X || mode == SMAARenderPass::SmaaT2X)
+        return 2;
+    return mode == SMAARenderPass::Smaa4X ? 4 : 1;
 }
 
 Texture *takeTexture(TextureFormat format, int width, int height)
@@ -286,13 +120,10 @@ SMAARenderPass::~SMAARenderPass()
 
 void SMAARenderPass::setup(RenderCallbacks *)
 {
-    if (!m_areaTexture) {
-        m_areaTexture = makeTable(SmaaTables::areaWidth, SmaaTables::areaHeight, GL_RG8, GL_RG, smaaAreaTable, 2);
-    }
-    if (!m_searchTexture) {
-        m_searchTexture =
-            makeTable(SmaaTables::searchWidth, SmaaTables::searchHeight, GL_R8, GL_RED, smaaSearchTable, 1);
-    }
+    if (!m_areaTexture)
+        m_areaTexture = makeSmaaAreaTexture();
+    if (!m_searchTexture)
+        m_searchTexture = makeSmaaSearchTexture();
     createPrograms();
 }
 
@@ -424,17 +255,17 @@ void SMAARenderPass::init()
     }
 
     const QStringList output = {QStringLiteral("out_output")};
-    fillProgram(*m_edgeProgram, output, edgeVertexSource, edgeFragmentSource, &macros);
-    fillProgram(*m_weightProgram, output, weightVertexSource, weightFragmentSource, &macros);
-    fillProgram(*m_blendProgram, {QStringLiteral("out_output"), QStringLiteral("out_velocity")}, blendVertexSource,
-        blendFragmentSource, &macros);
+    fillProgram(*m_edgeProgram, output, smaaEdgeVertexSource, edgeFragmentSource, &macros);
+    fillProgram(*m_weightProgram, output, smaaWeightVertexSource, smaaWeightFragmentSource, &macros);
+    fillProgram(*m_blendProgram, {QStringLiteral("out_output"), QStringLiteral("out_velocity")}, smaaBlendVertexSource,
+        smaaBlendFragmentSource, &macros);
     if (isTemporal())
-        fillProgram(*m_resolveProgram, output, plainVertexSource, resolveFragmentSource, &macros);
+        fillProgram(*m_resolveProgram, output, smaaPlainVertexSource, smaaResolveFragmentSource, &macros);
     if (m_mode == SmaaS2X || m_mode == Smaa4X) {
         fillProgram(*m_separateProgram, {QStringLiteral("out_target0"), QStringLiteral("out_target1")},
-            plainVertexSource, separateFragmentSource, &macros);
+            smaaPlainVertexSource, smaaSeparateFragmentSource, &macros);
     }
-    fillProgram(*m_gammaProgram, output, plainVertexSource, gammaFragmentSource, &macros);
+    fillProgram(*m_gammaProgram, output, smaaPlainVertexSource, gammaFragmentSource, &macros);
     m_screenQuad = OpenGLDeviceContext::current()->createScreenQuad();
 }
 
@@ -571,7 +402,7 @@ void SMAARenderPass::blendingWeightCalculation(Texture *weights, Texture *edges,
     setSampler(*m_weightProgram, QStringLiteral("u_SearchTex"), m_searchTexture.get());
     const int location = m_weightProgram->getUniformLocation(QStringLiteral("u_SubsampleIndice"));
     if (location >= 0)
-        glUniform4fv(location, 1, subsampleRow(m_mode, subsampleIndex));
+        glUniform4fv(location, 1, smaaSubsampleRow(samplesOf(m_mode), subsampleIndex));
     glStencilFunc(GL_EQUAL, 1, 0xff);
     glStencilMask(0);
     clearColour();

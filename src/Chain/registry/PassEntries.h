@@ -56,6 +56,10 @@ PassInfo visibilityBufferRenderPass();
 PassInfo visibilityDeferredRenderPass();
 PassInfo visibilityOcclusionRenderPass();
 PassInfo visibilitySortRenderPass();
+PassInfo toneMapRenderPass();
+PassInfo cutoutAntiAliasingRenderPass();
+PassInfo accumulationRenderPass();
+PassInfo accumulationJitterPass();
 PassInfo transparencyRenderPass();
 PassInfo velocityRenderPass();
 PassInfo wireframeRenderPass();
@@ -108,6 +112,10 @@ inline constexpr PassInfo (*all[])() = {
     visibilityDeferredRenderPass,
     visibilityOcclusionRenderPass,
     visibilitySortRenderPass,
+    toneMapRenderPass,
+    cutoutAntiAliasingRenderPass,
+    accumulationRenderPass,
+    accumulationJitterPass,
     transparencyRenderPass,
     velocityRenderPass,
     wireframeRenderPass,
