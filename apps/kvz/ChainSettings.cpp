@@ -200,7 +200,8 @@ std::unique_ptr<ResolvedChain> resolveChain(const RenderOptions &options, QStrin
     if ((hasKind(options.lights, Kind::Headlight) || hasKind(options.lights, Kind::Ambient))
         && !resolved->takes(FrameValues::headlightIntensity))
         warn(QStringLiteral("%1: none of its passes takes a headlight or ambient light").arg(options.chain));
-    if (!hasKind(description.lights, Kind::ShadowCaster) && resolved->takesLights())
+    if (!hasKind(description.lights, Kind::ShadowCaster) && resolved->takesLights()
+        && !resolved->has(PassTrait::BringsLights))
         warn(QStringLiteral("%1: it has no lights, so nothing casts a shadow; add --light").arg(options.chain));
     return resolved;
 }

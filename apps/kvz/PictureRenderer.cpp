@@ -60,6 +60,7 @@ QString PictureRenderer::setModel(const ImportedScene &scene, const QString &nam
     SceneBuildOptions building;
     building.imageBudget = m_options.imageBudget;
     building.forBasicPasses = m_resolved.has(PassTrait::BasicSurfaces);
+    building.forPhysicalPasses = m_resolved.has(PassTrait::PhysicalSurfaces);
     const bool hasColours = std::any_of(
         scene.meshes.begin(), scene.meshes.end(), [](const ImportedMesh &mesh) { return !mesh.colours.isEmpty(); });
     if (building.forBasicPasses && hasColours)

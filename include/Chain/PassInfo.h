@@ -165,7 +165,10 @@ enum class PassTrait {
     CountsFrames = 0x8000,
     /// What it makes is its own, and depends on its inputs, models and lights alone. The chain does not start it while these are as
     /// they were when it ran last: it rests, and its outputs stay. It looks at a camera for directional lights alone.
-    RestsUnchanged = 0x10000
+    RestsUnchanged = 0x10000,
+    PhysicalSurfaces =
+        0x20000 ///< Draws what materials have for physically based light, with images that other passes do without.
+    BringsLights = 0x40000 ///< Where the frame has no lights, it gives the passes behind it lights of its own.
 };
 Q_DECLARE_FLAGS(PassTraits, PassTrait)
 Q_DECLARE_OPERATORS_FOR_FLAGS(PassTraits)

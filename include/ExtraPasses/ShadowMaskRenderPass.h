@@ -5,21 +5,15 @@
 #include <RenderPasses/RenderPassProxy.h>
 
 #include <QtCore/QSharedPointer>
-#include <QtCore/QVector>
 
 #include <memory>
 
-class QMatrix4x4;
-
 namespace Velmora::Kvz {
 
-class BufferObject;
 class DrawBuffers;
 class FramebufferObject;
+class LightRows;
 class ShaderProgram;
-class ShadowMapLight;
-class ShadowMapRenderData;
-class Texture;
 
 /// Computes for each pixel how much light arrives there, from the variance shadow maps of a shadow pass: an image for
 /// LitDeferredRenderPass, or to multiply into a shaded frame.
@@ -90,15 +84,10 @@ public:
     void teardownContextData(RenderCallbacks *callbacks) override;
 
 private:
-    void uploadLights(
-        const QVector<ShadowMapLight *> &lights, const ShadowMapRenderData *data, const QMatrix4x4 &camera);
-
     std::unique_ptr<FramebufferObject> m_framebuffer;
     std::unique_ptr<ShaderProgram> m_program;
     QSharedPointer<DrawBuffers> m_screenQuad;
-    std::unique_ptr<Texture> m_lightTexture; ///< Shows the buffer to the shader.
-    QSharedPointer<BufferObject> m_lightBuffer;
-    QVector<float> m_lightRows; ///< What the buffer holds.
+    std::unique_ptr<LightRows> m_lights;
 };
 
 } // namespace Velmora::Kvz

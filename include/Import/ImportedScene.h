@@ -75,6 +75,12 @@ struct ImportedMaterial : MaterialData
     float transmission = 0; ///< 0 to 1: the part of the light that passes the surface.
     float clearcoat = 0; ///< 0 to 1.
     float clearcoatRoughness = 0; ///< 0 to 1.
+    float specular = 1; ///< 0 to 1: the share of a dielectric's reflection that is there.
+    QVector3D specularColour{1, 1, 1}; ///< Of that reflection; linear.
+    QVector3D sheenColour; ///< Linear.
+    float sheenRoughness = 0; ///< 0 to 1.
+    bool isPhysical =
+        false; ///< All of these are what the file says. Otherwise physicalFrom() makes them of kd, ks and ns.
     ImportedTexture baseColourTexture; ///< mapKd is its image, with the opacity texture in its alpha.
     ImportedTexture specularTexture; ///< mapKs is its image.
     ImportedTexture opacityTexture;
@@ -161,6 +167,9 @@ struct SceneBuildOptions
     /// the base colour texture uses, its transform included. Each stretch and each such texture costs a copy of the
     /// mesh. Passes that light surfaces draw the same picture either way.
     bool forBasicPasses = false;
+    /// For chains with physically based light: materials get what these read, with images of roughness, normals and occlusion that
+    /// take room in the model. Without it such passes draw what physicalFrom() makes of diffuse and specular colour.
+    bool forPhysicalPasses = false;
     /// The memory that images may take, as GPUModelBuilder::setImageBudget() has it.
     qint64 imageBudget = qint64(512) << 20;
 };

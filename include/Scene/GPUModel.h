@@ -27,7 +27,8 @@ class TextureManager;
 /// words (GL_RG32UI), so that one buffer texture makes them all readable by shaders:
 /// - a colour is four 16-bit numbers from 0 to 1, red in the low half of the first word;
 /// - second texture coordinates are two floats;
-/// - a tangent is four signed 16-bit numbers from -1 to 1, x in the low half of the first word, w the handedness.
+/// - a tangent is four signed 16-bit numbers from -1 to 1, x in the low half of the first word, w the
+///   handedness, or zeros of a mesh without tangents.
 struct VertexExtras
 {
     QSharedPointer<BufferObject> buffer; ///< Null when the model has none of them.
@@ -131,6 +132,10 @@ public:
     /// What surfaceData() needs of a shader, as bits of SurfaceFeature: a program without the other features draws the
     /// same. All bits while a host's rows replace the model's.
     int surfaceFeatures() const;
+    /// The rows of all items as the plan "PhysicalMaterial" has them. They take no room before something binds them.
+    Bindable *physicalData() const;
+    /// What physicalData() needs of a shader, as bits of PhysicalFeature, in the way of surfaceFeatures().
+    int physicalFeatures() const;
     /// While it is bound, TextureManager::bindTextures() takes the model's images: for a pass's own draws with rows
     /// that replace the model's. Both kinds of rows above bind it themselves.
     Bindable *materialImages() const;

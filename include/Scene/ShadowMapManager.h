@@ -27,6 +27,8 @@ class KVZ_GL_EXPORT ShadowMapLight : public QObject
     Q_PROPERTY(int cascades MEMBER cascades)
     Q_PROPERTY(float depthBias MEMBER depthBias)
     Q_PROPERTY(float intensity MEMBER intensity)
+    Q_PROPERTY(QVector3D colour MEMBER colour)
+    Q_PROPERTY(bool isPartOfEnvironment MEMBER isPartOfEnvironment)
 
 public:
     enum Type { Directional, Spot, Point };
@@ -42,7 +44,12 @@ public:
     int cascades = 3; ///< Of directional lights with a camera: layers along the view, from 1 to 16.
     float depthBias = 0.0005f; ///< Added to the depths of every layer, in normalised device units (-1 to 1).
     float intensity =
-        1; ///< Strength beside other lights, 0 or more. Shading reads it; shadow maps do not depend on it.
+        1; ///< Strength beside other lights, 0 or more. Shading reads it; shadow maps do not depend on it. Passes with physically
+    ///< based light take it as the illuminance of a directional light and the luminous intensity of others.
+    QVector3D colour{
+        1, 1, 1}; ///< Linear, from 0 up: a factor on the intensity, for passes with physically based light.
+    bool isPartOfEnvironment =
+        false; ///< Smooth mirrors show it with their surroundings, and so have no highlight of it.
 };
 
 /// What the shadow passes need and publish. ShadowMapManager::RenderData is this class.
@@ -106,6 +113,7 @@ public:
         int cascades; ///< From 1 to 16.
         float depthBias;
         float intensity;
+        QVector3D colour;
     };
     static LightValues valuesOf(const Light &light);
 

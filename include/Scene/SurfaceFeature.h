@@ -19,4 +19,17 @@ enum SurfaceFeature {
     AllSurfaceFeatures = 0x3f3f
 };
 
+/// The same of rows of the plan "PhysicalMaterial"; bits of GPUModel::physicalFeatures(). What both plans have, has the same bit.
+enum PhysicalFeature {
+    PhysicalBaseColourMap = SurfaceBaseColourMap,
+    PhysicalMetallicRoughnessMap = 2,
+    PhysicalEmissionMap = SurfaceEmissionMap,
+    PhysicalNormalMap = 64,
+    PhysicalOcclusionMap = 128,
+    PhysicalClearcoat = 0x4000,
+    PhysicalSheen = 0x8000,
+    PhysicalTangents = 0x10000, ///< Some vertices have tangents.
+    AllPhysicalFeatures = AllSurfaceFeatures | 0x1c0c0
+};
+
 } // namespace Velmora::Kvz

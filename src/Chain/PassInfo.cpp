@@ -171,6 +171,8 @@ QStringList toStringList(PassTraits traits)
         {PassTrait::Background, "fills the background"},
         {PassTrait::LosesAlpha, "loses alpha"},
         {PassTrait::BasicSurfaces, "draws basic surfaces"},
+        {PassTrait::PhysicalSurfaces, "draws physical surfaces"},
+        {PassTrait::BringsLights, "brings lights"},
         {PassTrait::ComparesFrames, "compares frames"},
         {PassTrait::Reprojects, "follows motion"},
         {PassTrait::CountsFrames, "counts frames"},

@@ -16,17 +16,19 @@
 namespace Velmora::Kvz {
 
 std::unique_ptr<ShaderProgram> buildSurfaceProgram(GLSLMacroProcessor &macros, const QStringList &outputs,
-    const QString &fragmentSource, const QStringList &fragmentFiles)
+    const QString &fragmentSource, const QStringList &fragmentFiles, SurfaceKind kind)
 {
+    const bool isPhysical = kind == SurfaceKind::Physical;
+    const QString plan = isPhysical ? QStringLiteral("PhysicalMaterial") : QStringLiteral("SurfaceMaterial");
     auto program = std::make_unique<ShaderProgram>(nullptr);
     program->setMacroProcessor(&macros);
     program->setFragDataLocations(outputs);
     addModelVertexStage(*program, surfaceVertexSource);
     program->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());
-    program->addShader(GL_FRAGMENT_SHADER,
-        InstanceDataRegistry::Instance().getPlan(QStringLiteral("SurfaceMaterial")).glslc(), QString());
-    const QStringList files = QStringList{QStringLiteral("Surface.glslc"), QStringLiteral("SurfaceTextures.glslc"),
-                                  QStringLiteral("KvzUtilities.glslc")}
+    program->addShader(GL_FRAGMENT_SHADER, InstanceDataRegistry::Instance().getPlan(plan).glslc(), QString());
+    const QString surfaceFile = isPhysical ? QStringLiteral("PhysicalSurface.glslc") : QStringLiteral("Surface.glslc");
+    const QStringList files =
+        QStringList{surfaceFile, QStringLiteral("SurfaceTextures.glslc"), QStringLiteral("KvzUtilities.glslc")}
         + fragmentFiles;
     for (const QString &file : files)
         program->addShaderFromFile(GL_FRAGMENT_SHADER, file);
@@ -36,15 +38,17 @@ std::unique_ptr<ShaderProgram> buildSurfaceProgram(GLSLMacroProcessor &macros, c
     return program;
 }
 
-SurfaceProgramVariants::SurfaceProgramVariants(Build build)
-    : m_build(std::move(build))
+SurfaceProgramVariants::SurfaceProgramVariants(Build build, SurfaceKind kind)
+    : m_build(std::move(build)),
+      m_kind(kind)
 { }
 
 SurfaceProgramVariants::~SurfaceProgramVariants() = default;
 
 ShaderProgram &SurfaceProgramVariants::forModel(const GPUModel &model)
 {
-    const int features = model.surfaceFeatures();
+    const bool isPhysical = m_kind == SurfaceKind::Physical;
+    const int features = isPhysical ? model.physicalFeatures() : model.surfaceFeatures();
     const auto known = m_programs.find(features);
     if (known != m_programs.end())
         return *known->second;
@@ -54,6 +58,8 @@ ShaderProgram &SurfaceProgramVariants::forModel(const GPUModel &model)
         m_programs.clear();
     GLSLMacroProcessor macros;
     macros.addDefine(QStringLiteral("KVZ_SURFACE_FEATURES"), QString::number(features));
+    if (isPhysical)
+        macros.addDefine(physicalMacro, QStringLiteral("1"));
     return *(m_programs[features] = m_build(macros));
 }
 
@@ -90,6 +96,7 @@ void drawSurfaces(GPUModel &model, ShaderProgram &program, SurfaceSelection sele
     // What vertices have whose model has no such array.
     glVertexAttrib4f(GLuint(standardAttributeLocation(QStringLiteral("va_Color"))), 1, 1, 1, 1);
     glVertexAttrib4f(GLuint(standardAttributeLocation(QStringLiteral("va_TexCoord1"))), 0, 0, 0, 1);
+    glVertexAttrib4f(GLuint(standardAttributeLocation(QStringLiteral("va_Tangent"))), 0, 0, 0, 0);
     const quint64 mask = selection == SurfaceSelection::All ? 0 : quint64(GPUModel::Transparent);
     const quint64 value = selection == SurfaceSelection::Transparent ? quint64(GPUModel::Transparent) : 0;
     model.draw(&program, value, mask, WindingCounterClockwise, false);

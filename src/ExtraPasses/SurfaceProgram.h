@@ -58,6 +58,10 @@ in vec3 va_Normal;
 in vec2 va_TexCoord;
 in vec4 va_Color;
 in vec2 va_TexCoord1;
+#ifdef KVZ_PHYSICAL
+in vec4 va_Tangent;
+out vec4 vo_Tangent;
+#endif
 out vec3 vo_Position;
 out vec3 vo_Normal;
 out vec4 vo_Colour;
@@ -73,6 +77,9 @@ void main()
     vo_Colour = va_Color;
     vo_TexCoord = va_TexCoord;
     vo_TexCoord1 = va_TexCoord1;
+#ifdef KVZ_PHYSICAL
+    vo_Tangent = vec4(unit(mat3(u_CameraMatrix) * (mat3(getModelMatrix()) * va_Tangent.xyz)), va_Tangent.w);
+#endif
 }
 )");
 
@@ -84,6 +91,9 @@ in vec3 vo_Normal;
 in vec4 vo_Colour;
 in vec2 vo_TexCoord;
 in vec2 vo_TexCoord1;
+#ifdef KVZ_PHYSICAL
+in vec4 vo_Tangent;
+#endif
 
 SurfacePlace surfacePlace()
 {
@@ -95,6 +105,11 @@ SurfacePlace surfacePlace()
         place.texCoordsX[i] = dFdx(place.texCoords[i]);
         place.texCoordsY[i] = dFdy(place.texCoords[i]);
     }
+#ifdef KVZ_PHYSICAL
+    place.tangent = vo_Tangent;
+    place.positionX = dFdx(vo_Position);
+    place.positionY = dFdy(vo_Position);
+#endif
     return place;
 }
 )");
@@ -102,11 +117,20 @@ SurfacePlace surfacePlace()
 /// The unit that lights, for programs whose fragment stage calls shadeSurface().
 inline const QString surfaceShadingFile = QStringLiteral("PlainShading.glslc");
 
+/// The same with physically based light, for programs with physicalMacro: all units that it needs.
+inline const QStringList physicalShadingFiles{QStringLiteral("PhysicalShading.glslc"),
+    QStringLiteral("EnvironmentLight.glslc"), QStringLiteral("ShadowedLights.glslc")};
+
+/// Makes a program's surfaces those of the plan "PhysicalMaterial".
+inline const QString physicalMacro = QStringLiteral("KVZ_PHYSICAL");
+
+enum class SurfaceKind { Plain, Physical };
+
 /// Builds a program that draws surfaces: surfaceVertexSource, the fragment source, all units that surfaceAt() needs, and
 /// `fragmentFiles`. `outputs` names the fragment outputs in the order of the colour attachments. Whether it compiled and
 /// linked is not checked.
 std::unique_ptr<ShaderProgram> buildSurfaceProgram(GLSLMacroProcessor &macros, const QStringList &outputs,
-    const QString &fragmentSource, const QStringList &fragmentFiles = {});
+    const QString &fragmentSource, const QStringList &fragmentFiles = {}, SurfaceKind kind = SurfaceKind::Plain);
 
 /// The variants of one program that reads surfaces: each has what models ask for and nothing else.
 class SurfaceProgramVariants
@@ -114,8 +138,8 @@ class SurfaceProgramVariants
 public:
     using Build = std::function<std::unique_ptr<ShaderProgram>(GLSLMacroProcessor &macros)>;
 
-    /// `build` makes a program with the macros.
-    explicit SurfaceProgramVariants(Build build);
+    /// `build` makes a program with the macros, of which physicalMacro is one for surfaces of that kind.
+    explicit SurfaceProgramVariants(Build build, SurfaceKind kind = SurfaceKind::Plain);
     ~SurfaceProgramVariants();
 
     /// The program for a model as it is now, built when no model has asked for the like lately. It stays until the next call.
@@ -125,7 +149,8 @@ public:
 
 private:
     Build m_build;
-    std::map<int, std::unique_ptr<ShaderProgram>> m_programs; ///< By SurfaceFeature bits.
+    SurfaceKind m_kind;
+    std::map<int, std::unique_ptr<ShaderProgram>> m_programs; ///< By bits of SurfaceFeature or PhysicalFeature.
 };
 
 /// Sets the matrices that surfaceVertexSource and directionToEyeSource read.
@@ -145,7 +170,7 @@ enum class SurfaceSelection {
 };
 
 /// Draws items of a model with a bound program that buildSurfaceProgram() made. Vertices without colours are white. The
-/// constant values of va_Color and va_TexCoord1 are changed.
+/// constant values of va_Color, va_TexCoord1 and va_Tangent are changed.
 void drawSurfaces(GPUModel &model, ShaderProgram &program, SurfaceSelection selection);
 
 /// What passes that draw surfaces take by their first four inputs.

@@ -84,6 +84,7 @@ ImportedMaterial GltfMaterials::read(int number, bool isColoured)
     material.alphaCutoff = std::isfinite(source.alphaCutoff) ? float(source.alphaCutoff) : 0.5f;
     material.isDoubleSided = source.doubleSided;
     material.isMetallicRoughness = true;
+    material.isPhysical = true;
     material.isUnlit = source.extensions.count("KHR_materials_unlit") > 0;
     for (int i = 0; i < 4; ++i)
         material.baseColour[i] = component(pbr.baseColorFactor, size_t(i), 1);
@@ -167,6 +168,13 @@ void GltfMaterials::readExtensions(const tinygltf::Material &source, ImportedMat
     material->clearcoat = unitInterval(numberOf(clearcoat, "clearcoatFactor", 0));
     material->clearcoatRoughness = unitInterval(numberOf(clearcoat, "clearcoatRoughnessFactor", 0));
 
+    const tinygltf::Value &reflection = extensionOf(all, "KHR_materials_specular");
+    material->specular = unitInterval(numberOf(reflection, "specularFactor", 1));
+    material->specularColour = vectorOf(reflection, "specularColorFactor", QVector4D(1, 1, 1, 0)).toVector3D();
+    const tinygltf::Value &sheen = extensionOf(all, "KHR_materials_sheen");
+    material->sheenColour = vectorOf(sheen, "sheenColorFactor", QVector4D()).toVector3D();
+    material->sheenRoughness = unitInterval(numberOf(sheen, "sheenRoughnessFactor", 0));
+
     const tinygltf::Value &specular = extensionOf(all, "KHR_materials_pbrSpecularGlossiness");
     if (!specular.IsObject())
         return;
@@ -181,6 +189,9 @@ void GltfMaterials::readExtensions(const tinygltf::Material &source, ImportedMat
     // As for metals and plastics: a sharp highlight is bright, a broad one fades.
     const QVector3D reflectance = vectorOf(specular, "specularFactor", QVector4D(1, 1, 1, 0)).toVector3D();
     const float strongest = std::max({reflectance.x(), reflectance.y(), reflectance.z(), 1e-3f});
+    // As a multiple of what an index of 1.5 reflects.
+    material->refractiveIndex = 1.5f;
+    material->specularColour = reflectance / 0.04f;
     if (!material->isUnlit)
         material->ks = reflectance * (1 - material->roughness) * std::min((material->ns + 8) / 8, 1 / strongest);
     if (specular.Has("diffuseTexture"))

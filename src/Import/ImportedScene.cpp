@@ -21,8 +21,39 @@ bool isLitFromBothSides(const ImportedMaterial &material)
     return material.isDoubleSided || !material.saysSides;
 }
 
+QImage imageOf(const ImportedTexture &texture, const QVector<ImportedImage> &images)
+{
+    return texture.image >= 0 && texture.image < images.size() ? images[texture.image].image : QImage();
+}
+
+/// What passes with physically based light draw, but for the sampling of its images.
+PhysicalMaterialData physicalOf(const ImportedMaterial &material, const QVector<ImportedImage> &images)
+{
+    PhysicalMaterialData physical = physicalFrom(material);
+    if (material.isPhysical) {
+        physical.baseColour = material.baseColour.toVector3D();
+        physical.metallic = material.metallic;
+        physical.roughness = material.roughness;
+        physical.refractiveIndex = material.refractiveIndex;
+        physical.specular = material.specular;
+        physical.specularColour = material.specularColour;
+        physical.clearcoat = material.clearcoat;
+        physical.clearcoatRoughness = material.clearcoatRoughness;
+        physical.sheenColour = material.sheenColour;
+        physical.sheenRoughness = material.sheenRoughness;
+        physical.mapMetallicRoughness = imageOf(material.metallicRoughnessTexture, images);
+        physical.hasDisplayColours = false;
+    }
+    physical.normalScale = material.normalScale;
+    physical.occlusionStrength = material.occlusionStrength;
+    physical.mapNormal = imageOf(material.normalTexture, images);
+    physical.mapOcclusion = imageOf(material.occlusionTexture, images);
+    return physical;
+}
+
 /// The material with its textures where a builder takes them.
-MaterialData surfaceOf(const ImportedMaterial &material, const QVector<ImportedImage> &images)
+MaterialData surfaceOf(
+    const ImportedMaterial &material, const QVector<ImportedImage> &images, const SceneBuildOptions &options)
 {
     MaterialData result = material;
     const auto samplingOf = [&](const ImportedTexture &texture) {
@@ -31,12 +62,16 @@ MaterialData surfaceOf(const ImportedMaterial &material, const QVector<ImportedI
             sampling.imageName = images[texture.image].name;
         return sampling;
     };
-    const int emission = material.emissionTexture.image;
-    if (emission >= 0 && emission < images.size())
-        result.mapEmission = images[emission].image;
+    result.mapEmission = imageOf(material.emissionTexture, images);
     result.mapKdSampling = samplingOf(material.baseColourTexture);
     result.mapKsSampling = samplingOf(material.specularTexture);
     result.mapEmissionSampling = samplingOf(material.emissionTexture);
+    if (options.forPhysicalPasses) {
+        result.physical = physicalOf(material, images);
+        result.physical->mapMetallicRoughnessSampling = samplingOf(material.metallicRoughnessTexture);
+        result.physical->mapNormalSampling = samplingOf(material.normalTexture);
+        result.physical->mapOcclusionSampling = samplingOf(material.occlusionTexture);
+    }
     // d says nothing of masks, whose opacity is the base colour's: compared with a cutoff raised by as much.
     if (material.alphaMode == MaterialData::Mask)
         result.alphaCutoff = material.alphaCutoff / std::max(material.baseColour.w(), 1e-6f);
@@ -49,7 +84,11 @@ MaterialData withBakedCoordinates(const MaterialData &material)
 {
     MaterialData result = material;
     const ImageSampling texture = material.mapKdSampling;
-    for (ImageSampling *const sampling : {&result.mapKdSampling, &result.mapKsSampling, &result.mapEmissionSampling})
+    QVector<ImageSampling *> samplings{&result.mapKdSampling, &result.mapKsSampling, &result.mapEmissionSampling};
+    if (result.physical)
+        samplings << &result.physical->mapMetallicRoughnessSampling << &result.physical->mapNormalSampling
+                  << &result.physical->mapOcclusionSampling;
+    for (ImageSampling *const sampling : samplings)
         *sampling = fromCoordinatesOf(texture, *sampling);
     return result;
 }
@@ -197,7 +236,7 @@ QSharedPointer<GPUModel> ImportedScene::build(const SceneBuildOptions &options) 
     for (const ImportedMesh &mesh : meshes)
         numbers.meshes.append(builder.addMesh(mesh));
     for (const ImportedMaterial &material : materials) {
-        const MaterialData surface = surfaceOf(material, images);
+        const MaterialData surface = surfaceOf(material, images, options);
         numbers.materials.append(builder.addMaterial(options.forBasicPasses ? withBakedCoordinates(surface) : surface));
     }
     // Front and back of a body that is scaled flat are in one place, where either may be drawn: it is lit as it is seen.
@@ -212,7 +251,7 @@ QSharedPointer<GPUModel> ImportedScene::build(const SceneBuildOptions &options) 
         if (!flattens(item.modelMatrix, extents[item.mesh]))
             return numbers.materials[item.material];
         if (!flatMaterials.contains(item.material)) {
-            MaterialData surface = surfaceOf(material, images);
+            MaterialData surface = surfaceOf(material, images, options);
             surface.isLitFromBothSides = true;
             flatMaterials.insert(item.material, builder.addMaterial(surface));
         }

@@ -144,6 +144,7 @@ ImportedMaterial MaterialReader::read(const aiMaterial &source, VertexColours co
     const float metallic = number(source, AI_MATKEY_METALLIC_FACTOR, -1);
     const float roughness = number(source, AI_MATKEY_ROUGHNESS_FACTOR, -1);
     material.isMetallicRoughness = metallic >= 0 || roughness >= 0;
+    material.isPhysical = material.isMetallicRoughness;
     if (material.isMetallicRoughness)
         readMetallic(source, std::max(metallic, 0.0f), roughness < 0 ? 1 : roughness, &material);
     else

@@ -26,6 +26,7 @@ const QString instanceInfoPlan = QStringLiteral("InstanceInfo");
 const QString tavoInstancePlan = QStringLiteral("TavoInstance");
 const QString materialPlan = QStringLiteral("OBJMaterial");
 const QString surfacePlan = QStringLiteral("SurfaceMaterial");
+const QString physicalPlan = QStringLiteral("PhysicalMaterial");
 
 /// The model's own rows for a plan, or null while a collection of the host replaces them.
 Bindable *unlessReplaced(const QString &plan, Bindable *rows)
@@ -87,9 +88,34 @@ void MaterialRows::unbind()
     BufferTexture::unbind();
 }
 
+PhysicalRows::PhysicalRows(const QString &sampler, ManagedTextures *images)
+    : MaterialRows(sampler, images)
+{ }
+
+void PhysicalRows::set(std::vector<PhysicalRow> materials, QVector<int> items)
+{
+    m_materials = std::move(materials);
+    m_items = std::move(items);
+}
+
+void PhysicalRows::bind()
+{
+    if (!m_items.isEmpty()) {
+        std::vector<PhysicalRow> rows;
+        rows.reserve(size_t(m_items.size()));
+        for (const int material : qAsConst(m_items))
+            rows.push_back(m_materials[size_t(material)]);
+        upload(rows.data(), long(rows.size() * sizeof(PhysicalRow)));
+        m_items.clear();
+        m_materials.clear();
+    }
+    MaterialRows::bind();
+}
+
 GPUModel::Private::Private()
     : materialRows(InstanceDataRegistry::Instance().getPlan(materialPlan).samplerName(), &images),
       surfaceRows(InstanceDataRegistry::Instance().getPlan(surfacePlan).samplerName(), &images),
+      physicalRows(InstanceDataRegistry::Instance().getPlan(physicalPlan).samplerName(), &images),
       serialNumber(nextSerialNumber())
 { }
 
@@ -145,6 +171,8 @@ void GPUModel::Private::draw(ShaderProgram *program, TextureManager *manager, qu
     AutoBinder tavoBinder(unlessReplaced(tavoInstancePlan, objectRows.tavoInstance()));
     AutoBinder materialBinder(unlessReplaced(materialPlan, &materialRows));
     AutoBinder surfaceBinder(unlessReplaced(surfacePlan, &surfaceRows));
+    const bool isPhysical = program->hasUniform(InstanceDataRegistry::Instance().getPlan(physicalPlan).samplerName());
+    AutoBinder physicalBinder(isPhysical ? unlessReplaced(physicalPlan, &physicalRows) : nullptr);
     AutoBinder imageBinder(&images); // also where rows of a host refer to them
     // The boxes have the model's own matrices only.
     const bool areMatricesOwn =
@@ -379,6 +407,18 @@ Bindable *GPUModel::surfaceData() const
 int GPUModel::surfaceFeatures() const
 {
     return InstanceDataCollection::isBound(surfacePlan) ? int(AllSurfaceFeatures) : d->surfaceFeatures;
+}
+
+Bindable *GPUModel::physicalData() const
+{
+    return &d->physicalRows;
+}
+
+int GPUModel::physicalFeatures() const
+{
+    const int tangents = d->extras.tangent >= 0 ? PhysicalTangents : 0;
+    return InstanceDataCollection::isBound(physicalPlan) ? AllPhysicalFeatures & ~(PhysicalTangents & ~tangents)
+                                                         : d->physicalFeatures | tangents;
 }
 
 Bindable *GPUModel::materialImages() const

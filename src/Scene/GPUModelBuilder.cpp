@@ -14,6 +14,7 @@
 #include <epoxy/gl.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -121,6 +122,17 @@ QString flawOf(const MaterialData &material)
         return QStringLiteral("d is not finite");
     if (!allFinite(material.emission))
         return QStringLiteral("emission is not finite");
+    if (material.physical) {
+        const PhysicalMaterialData &physical = *material.physical;
+        if (!allFinite(physical.baseColour) || !allFinite(physical.specularColour) || !allFinite(physical.sheenColour))
+            return QStringLiteral("a colour of its physical part is not finite");
+        for (const float value : {physical.metallic, physical.roughness, physical.normalScale,
+                 physical.occlusionStrength, physical.refractiveIndex, physical.specular, physical.clearcoat,
+                 physical.clearcoatRoughness, physical.sheenRoughness}) {
+            if (!std::isfinite(value))
+                return QStringLiteral("a number of its physical part is not finite");
+        }
+    }
     if (!std::isfinite(material.alphaCutoff))
         return QStringLiteral("alphaCutoff is not finite");
     return {};
@@ -236,19 +248,25 @@ MaterialRow rowOf(const MaterialData &material, int mapKd, int mapKs, int number
         {material.ks.x(), material.ks.y(), material.ks.z()}, material.ns, float(mapKd), float(mapKs), float(number), 0};
 }
 
-/// The three images of each material, null ones for a material that no item uses.
+constexpr int imagesOfMaterial = 6;
+
+/// The images of each material, null ones for a material that no item uses.
 QVector<ManagedImage> imagesOf(const QVector<MaterialData> &materials, const std::vector<bool> &isUsed)
 {
     QVector<ManagedImage> images;
     for (int i = 0; i < materials.size(); ++i) {
         const MaterialData &material = materials[i];
-        const auto add = [&](const QImage &image, const ImageSampling &sampling) {
+        const auto add = [&](const QImage &image, const ImageSampling &sampling, ImageUse use) {
             const bool isNearest = sampling.magnification == ImageSampling::Nearest;
-            images.append({isUsed[size_t(i)] ? image : QImage(), ImageUse::Colour, isNearest, sampling.imageName});
+            images.append({isUsed[size_t(i)] ? image : QImage(), use, isNearest, sampling.imageName});
         };
-        add(material.mapKd, material.mapKdSampling);
-        add(material.mapKs, material.mapKsSampling);
-        add(material.mapEmission, material.mapEmissionSampling);
+        add(material.mapKd, material.mapKdSampling, ImageUse::Colour);
+        add(material.mapKs, material.mapKsSampling, ImageUse::Colour);
+        add(material.mapEmission, material.mapEmissionSampling, ImageUse::Colour);
+        const PhysicalMaterialData physical = material.physical.value_or(PhysicalMaterialData());
+        add(physical.mapMetallicRoughness, physical.mapMetallicRoughnessSampling, ImageUse::Data);
+        add(physical.mapNormal, physical.mapNormalSampling, ImageUse::Data);
+        add(physical.mapOcclusion, physical.mapOcclusionSampling, ImageUse::Data);
     }
     return images;
 }
@@ -268,6 +286,7 @@ QString obstacleTo(int itemCount, const Layout &layout)
     const int texelsPerItem = std::max({registry.getPlan(QStringLiteral("InstanceInfo")).stride(),
         registry.getPlan(QStringLiteral("OBJMaterial")).stride(),
         registry.getPlan(QStringLiteral("SurfaceMaterial")).stride(),
+        registry.getPlan(QStringLiteral("PhysicalMaterial")).stride(),
         int(sizeof(DrawElementsIndirectCommand) / sizeof(quint32))});
     const int itemLimit = BufferTexture::maximumTexels() / texelsPerItem;
     if (itemCount > itemLimit) {
@@ -365,8 +384,11 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
     const QVector<int> handles = data.images.addAll(imagesOf(m_materials, isMaterialUsed), m_imageBudget);
     std::vector<MaterialRow> materials(size_t(m_materials.size()));
     std::vector<SurfaceRow> surfaces(size_t(m_materials.size()));
+    std::vector<PhysicalRow> physicals(size_t(m_materials.size()));
     for (int i = 0; i < m_materials.size(); ++i) {
-        const SurfaceImages images{handles[3 * i], handles[3 * i + 1], handles[3 * i + 2]};
+        const int *const handle = handles.constData() + imagesOfMaterial * i;
+        const SurfaceImages images{handle[0], handle[1], handle[2]};
+        physicals[size_t(i)] = physicalRow(m_materials[i], {handle[0], handle[3], handle[4], handle[5], handle[2]}, i);
         surfaces[size_t(i)] = surfaceRow(m_materials[i], images, i);
         materials[size_t(i)] = rowOf(m_materials[i], images.kd, images.ks, i);
     }
@@ -379,6 +401,7 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
     float *nextRow = data.materialValues.data();
     std::vector<SurfaceRow> surfaceRows;
     surfaceRows.reserve(size_t(m_items.size()));
+    QVector<int> itemMaterials;
     QVector<DrawElementsIndirectCommand> commands;
     for (const Item &item : m_items) {
         const Layout::Place &place = layout.places[item.mesh];
@@ -389,10 +412,13 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
         nextRow += rowFloats;
         surfaceRows.push_back(surfaces[size_t(item.material)]);
         data.surfaceFeatures |= surfaceFeatures(surfaceRows.back());
+        itemMaterials.append(item.material);
+        data.physicalFeatures |= physicalFeatures(physicals[size_t(item.material)]);
         commands.append({range.count, 1, range.first, 0, 0});
     }
     data.finish();
     data.materialRows.upload(data.materialValues.constData(), data.materialValues.size() * long(sizeof(float)));
+    data.physicalRows.set(std::move(physicals), itemMaterials);
     data.surfaceRows.upload(surfaceRows.data(), long(surfaceRows.size() * sizeof(SurfaceRow)));
     if (!m_items.isEmpty()) {
         data.extras = packVertexExtras(placedMeshes(layout, m_meshes), layout.vertexCount);

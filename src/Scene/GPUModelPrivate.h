@@ -3,6 +3,7 @@
 
 #include "ModelPastPrivate.h"
 #include "ObjectRows.h"
+#include "PhysicalRow.h"
 #include "SceneMath.h"
 
 #include <GL/BufferTexture.h>
@@ -28,6 +29,21 @@ public:
 
 private:
     ManagedTextures *m_images;
+};
+
+/// Rows of the plan "PhysicalMaterial", which are made when something binds them first.
+class PhysicalRows : public MaterialRows
+{
+public:
+    PhysicalRows(const QString &sampler, ManagedTextures *images);
+
+    /// `items` gives the material of each item.
+    void set(std::vector<PhysicalRow> materials, QVector<int> items);
+    void bind() override;
+
+private:
+    std::vector<PhysicalRow> m_materials;
+    QVector<int> m_items; ///< Empty once the rows are made.
 };
 
 /// What a model holds. The vectors "by item" are parallel and keep what a draw reads of each item close together.
@@ -75,6 +91,8 @@ struct GPUModel::Private
     QVector<float> materialValues; ///< What materialRows holds.
     MaterialRows surfaceRows;
     int surfaceFeatures = 0; ///< Of surfaceRows.
+    PhysicalRows physicalRows;
+    int physicalFeatures = 0; ///< Of physicalRows.
     VertexExtras extras;
     const quint64 serialNumber;
     quint64 matrixRevision = 0;

@@ -62,6 +62,35 @@ QVector<InstanceDataPlan::Field> surfaceFields()
     };
 }
 
+QVector<InstanceDataPlan::Field> physicalFields()
+{
+    QVector<InstanceDataPlan::Field> fields{
+        {QStringLiteral("getPhysicalBaseColour"), Type::Vec3},
+        {QStringLiteral("getPhysicalOpacity"), Type::Float},
+        {QStringLiteral("getPhysicalEmission"), Type::Vec3},
+        {QStringLiteral("getPhysicalAlphaCutoff"), Type::Float},
+        {QStringLiteral("getMetallic"), Type::Float},
+        {QStringLiteral("getRoughness"), Type::Float},
+        {QStringLiteral("getNormalScale"), Type::Float},
+        {QStringLiteral("getOcclusionStrength"), Type::Float},
+        {QStringLiteral("getReflectance"), Type::Vec3},
+        {QStringLiteral("getGrazingReflectance"), Type::Float},
+        {QStringLiteral("getSheenColour"), Type::Vec3},
+        {QStringLiteral("getSheenRoughness"), Type::Float},
+        {QStringLiteral("getClearcoat"), Type::Float},
+        {QStringLiteral("getClearcoatRoughness"), Type::Float},
+        {QStringLiteral("getPhysicalFlags"), Type::Int},
+        {QStringLiteral("getPhysicalId"), Type::Int},
+    };
+    // Of each image: the linear part of its transform and the rest, which is its offset, its handle and how it is sampled.
+    for (const char *map : {"BaseColour", "MetallicRoughness", "Normal", "Occlusion", "Emission"}) {
+        const QString name = QStringLiteral("getPhysical%1Map").arg(QLatin1String(map));
+        fields.append({name + QStringLiteral("Linear"), Type::Vec4});
+        fields.append({name, Type::Vec4});
+    }
+    return fields;
+}
+
 /// Whether a name is an identifier of GLSL.
 bool isIdentifier(const QString &name)
 {
@@ -112,6 +141,7 @@ InstanceDataRegistry::InstanceDataRegistry()
     addPlan(InstanceDataPlan(QStringLiteral("OBJMaterial"), materialFields()));
     addPlan(InstanceDataPlan(QStringLiteral("TavoInstance"), objectFields()));
     addPlan(InstanceDataPlan(QStringLiteral("SurfaceMaterial"), surfaceFields()));
+    addPlan(InstanceDataPlan(QStringLiteral("PhysicalMaterial"), physicalFields()));
 }
 
 InstanceDataRegistry &InstanceDataRegistry::Instance()

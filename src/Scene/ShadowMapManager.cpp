@@ -15,6 +15,11 @@ namespace Velmora::Kvz {
 
 namespace {
 
+bool isLightColour(const QVector3D &colour)
+{
+    return allFinite(colour) && colour.x() >= 0 && colour.y() >= 0 && colour.z() >= 0;
+}
+
 /// Steps to a side in which cascades move: whole texels of every map whose side is a multiple of it.
 constexpr float snapSteps = 64;
 
@@ -424,6 +429,7 @@ ShadowMapManager::LightValues ShadowMapManager::valuesOf(const Light &light)
         std::clamp(light.cascades, 1, maximumCascades),
         std::isfinite(light.depthBias) ? light.depthBias : defaults.depthBias,
         std::isfinite(light.intensity) && light.intensity >= 0 ? light.intensity : defaults.intensity,
+        isLightColour(light.colour) ? light.colour : defaults.colour,
     };
 }
 

@@ -21,7 +21,8 @@ int wrapFlag(ImageSampling::Wrap wrap, int mirrored, int clamped)
     return 0;
 }
 
-/// `isColour` says that the image holds colours as screens show them, rather than numbers.
+} // namespace
+
 int samplingFlags(const ImageSampling &sampling, bool isColour)
 {
     int flags = wrapFlag(sampling.wrapU, MirroredU, ClampedU) | wrapFlag(sampling.wrapV, MirroredV, ClampedV);
@@ -52,6 +53,8 @@ int surfaceFlags(const MaterialData &material)
     return flags;
 }
 
+namespace {
+
 void store(const QVector3D &vector, float *target)
 {
     for (int i = 0; i < 3; ++i)
@@ -65,7 +68,8 @@ void store(const QTransform &transform, float *u, float *v)
     store(QVector3D(float(transform.m12()), float(transform.m22()), float(transform.m32())), v);
 }
 
-/// What one map of a row asks of a shader, beyond itself.
+} // namespace
+
 int mapFeatures(int map, float handle, float sampling)
 {
     if (handle <= 0)
@@ -80,8 +84,6 @@ int mapFeatures(int map, float handle, float sampling)
         features |= SurfaceSecondTexCoords;
     return features;
 }
-
-} // namespace
 
 int surfaceFeatures(const SurfaceRow &row)
 {

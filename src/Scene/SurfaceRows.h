@@ -33,7 +33,7 @@ struct SurfaceRow
 };
 
 /// What Surface.glslc and SurfaceTextures.glslc call by the same names.
-enum SurfaceFlag { LitFromBothSides = 1, Unlit = 2, Masked = 4, Blended = 8 };
+enum SurfaceFlag { LitFromBothSides = 1, Unlit = 2, Masked = 4, Blended = 8, DisplayColours = 16 };
 enum SamplingFlag {
     MirroredU = 1,
     ClampedU = 2,
@@ -53,6 +53,13 @@ struct SurfaceImages
     int ks;
     int emission;
 };
+
+/// The flags of a material, as bits of SurfaceFlag, and of an image, as bits of SamplingFlag. `isColour` says that it holds colours
+/// as screens show them, rather than numbers.
+int surfaceFlags(const MaterialData &material);
+int samplingFlags(const ImageSampling &sampling, bool isColour);
+/// What an image with these asks of a shader beyond itself: bits of SurfaceFeature. `feature` is the image's own.
+int mapFeatures(int feature, float handle, float sampling);
 
 /// What the row asks of a shader, as bits of SurfaceFeature.
 int surfaceFeatures(const SurfaceRow &row);

@@ -82,7 +82,7 @@ VertexExtras packVertexExtras(const std::vector<PlacedMesh> &meshes, qint64 vert
     std::vector<quint64> texels(size_t(vertexCount * extras.stride));
     fill(texels, meshes, extras.stride, extras.colour, &MeshData::colours, QVector4D(1, 1, 1, 1), packedColour);
     fill(texels, meshes, extras.stride, extras.texCoord1, &MeshData::texCoords1, QVector2D(), packedTexCoord);
-    fill(texels, meshes, extras.stride, extras.tangent, &MeshData::tangents, QVector4D(1, 0, 0, 1), packedTangent);
+    fill(texels, meshes, extras.stride, extras.tangent, &MeshData::tangents, QVector4D(), packedTangent);
     extras.buffer = QSharedPointer<BufferObject>::create();
     extras.buffer->uploadBytes(texels.data(), long(texels.size() * sizeof(quint64)), GL_STATIC_DRAW);
     return extras;

@@ -18,7 +18,7 @@ struct PlacedMesh
 };
 
 /// Packs what the meshes have of colours, second texture coordinates and tangents; what one mesh lacks and another has is white,
-/// zero or (1, 0, 0, 1). Without any of them the result has no buffer.
+/// or zeros. Without any of them the result has no buffer.
 VertexExtras packVertexExtras(const std::vector<PlacedMesh> &meshes, qint64 vertexCount);
 
 /// Registers the extras as va_Color, va_TexCoord1 and va_Tangent.

@@ -132,6 +132,28 @@ QVector<InputInfo> lightInputs()
     };
 }
 
+QVector<InputInfo> physicalLightInputs()
+{
+    InputInfo lights = lightsInput();
+    lights.description = QStringLiteral("The lamps; those of the shadow maps cast shadows.");
+    lights.whenNull = QStringLiteral("no lamps");
+    return {
+        textureInput("Kvz_KvzTexture*_Environment", TextureKind::Environment,
+            "The surroundings, as EnvironmentLightRenderPass makes them.", "no surroundings"),
+        input("Kvz_QVariant_Irradiance", ValueType::Variant, QVariant(), "Nine vectors from the same pass.",
+            "surroundings light nothing diffuse"),
+        input("Kvz_float_EnvironmentRotation", ValueType::Float, 0.0f, "Turns the surroundings about +y, in degrees.",
+            "0"),
+        lights,
+        input("Kvz_QVariant_ShadowMapData", ValueType::ShadowMapData, QVariant(), "The shadow maps of the lamps.",
+            "nothing casts a shadow"),
+        input("Kvz_float_LightBleedingReduction", ValueType::Float, 0.2f,
+            "Visibilities up to this count as 0, from 0 to below 1: higher values remove light that leaks where "
+            "shadows overlap, and make edges harder.",
+            "0"),
+    };
+}
+
 OptionInfo opaqueOnlyOption()
 {
     return option("opaqueOnly", ValueType::Bool, false,

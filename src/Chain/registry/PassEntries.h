@@ -21,6 +21,7 @@ PassInfo cullingRenderPass();
 PassInfo deferredRenderPass();
 PassInfo depthStencilRenderPass();
 PassInfo depthOfFieldRenderPass();
+PassInfo environmentLightRenderPass();
 PassInfo fastApproximateAntiAliasingRenderPass();
 PassInfo forwardRenderPass();
 PassInfo fragmentListRenderPass();
@@ -38,6 +39,7 @@ PassInfo materialIdRenderPass();
 PassInfo modelDeferredPass();
 PassInfo modelRenderPass();
 PassInfo multisampleForwardRenderPass();
+PassInfo physicalForwardRenderPass();
 PassInfo primitiveBuilderRenderPass();
 PassInfo scalableAmbientObscuranceRenderPass();
 PassInfo shaderRenderPass();
@@ -77,6 +79,7 @@ inline constexpr PassInfo (*all[])() = {
     deferredRenderPass,
     depthStencilRenderPass,
     depthOfFieldRenderPass,
+    environmentLightRenderPass,
     fastApproximateAntiAliasingRenderPass,
     forwardRenderPass,
     fragmentListRenderPass,
@@ -94,6 +97,7 @@ inline constexpr PassInfo (*all[])() = {
     modelDeferredPass,
     modelRenderPass,
     multisampleForwardRenderPass,
+    physicalForwardRenderPass,
     primitiveBuilderRenderPass,
     scalableAmbientObscuranceRenderPass,
     shaderRenderPass,
@@ -171,6 +175,8 @@ UseRule sortedListsRule();
 
 /// The lights of a pass that lights surfaces: its last three inputs.
 QVector<InputInfo> lightInputs();
+/// The light of a pass with physically based light: its last six inputs.
+QVector<InputInfo> physicalLightInputs();
 /// The option of a pass that can leave out the items with GPUModel::Transparent.
 OptionInfo opaqueOnlyOption();
 
