@@ -167,7 +167,7 @@ enum class PassTrait {
     /// they were when it ran last: it rests, and its outputs stay. It looks at a camera for directional lights alone.
     RestsUnchanged = 0x10000,
     PhysicalSurfaces =
-        0x20000 ///< Draws what materials have for physically based light, with images that other passes do without.
+        0x20000, ///< Draws what materials have for physically based light, with images that other passes do without.
     BringsLights = 0x40000 ///< Where the frame has no lights, it gives the passes behind it lights of its own.
 };
 Q_DECLARE_FLAGS(PassTraits, PassTrait)
