@@ -79,16 +79,6 @@ void mendSignedBytes(QVector<QVector4D> *colours)
     }
 }
 
-/// Colours of OFF are numbers to 1 or to 255; the loader hands out what the file says.
-void mendColours(QVector<QVector4D> *colours)
-{
-    const bool areBytes = std::any_of(colours->cbegin(), colours->cend(), [](const QVector4D &colour) {
-        return std::max({colour.x(), colour.y(), colour.z()}) > 1;
-    });
-    for (QVector4D &colour : *colours)
-        colour /= areBytes ? 255 : 1;
-}
-
 ImportedAnimation::Channel channelOf(int node, ImportedAnimation::Path path)
 {
     ImportedAnimation::Channel channel;
@@ -160,6 +150,12 @@ SceneReader::SceneReader(const aiScene *source, const QByteArray &format, const 
       m_images(file, budget, &m_scene),
       m_materials(source, format, &m_images)
 { }
+
+void SceneReader::setMeasures(const QString &upAxis, float unit)
+{
+    m_scene.upAxis = upAxis;
+    m_scene.unit = unit;
+}
 
 bool SceneReader::read(ImportedScene *scene, QString *problem)
 {
@@ -381,8 +377,6 @@ int SceneReader::meshNumber(unsigned sourceNumber)
     if (!reading.mesh.indices.isEmpty()) {
         number = m_scene.meshes.size();
         m_scene.meshes.append(reading.mesh);
-        if (m_format == "off")
-            mendColours(&m_scene.meshes.last().colours);
         if (m_format == "blend")
             mendSignedBytes(&m_scene.meshes.last().colours);
         if (areNone(m_scene.meshes.last().colours))
