@@ -431,8 +431,8 @@ void AmfScene::addMesh(size_t number, const Volume &volume)
         weld(&mesh);
     const QString remark = completeMesh(&mesh);
     if (!remark.isEmpty())
-        m_scene->warnings.append(
-            QStringLiteral("%1: object %2: %3").arg(m_file, object.id.isEmpty() ? QStringLiteral("0") : object.id, remark));
+        m_scene->warnings.append(QStringLiteral("%1: object %2: %3")
+                                     .arg(m_file, object.id.isEmpty() ? QStringLiteral("0") : object.id, remark));
     if (mesh.indices.isEmpty())
         return;
     m_parts[number].push_back({m_scene->meshes.size(), materialOf(volume, object, mesh.colours)});

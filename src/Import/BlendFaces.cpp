@@ -60,7 +60,10 @@ public:
         return m_structures.value(structure).members.value(member, -1);
     }
     int sizeOf(const QByteArray &structure) const { return m_structures.value(structure).size; }
-    QByteArray bytes(int at, int size) const { return at >= 0 && at + size <= m_content.size() ? m_content.mid(at, size) : QByteArray(); }
+    QByteArray bytes(int at, int size) const
+    {
+        return at >= 0 && at + size <= m_content.size() ? m_content.mid(at, size) : QByteArray();
+    }
     qint32 number(int at) const { return qint32(unsignedAt(at, 4)); }
     qint16 shortNumber(int at) const { return qint16(unsignedAt(at, 2)); }
     quint64 pointer(int at) const { return unsignedAt(at, m_pointerSize); }
@@ -175,8 +178,8 @@ BlendFile::BlendFile(const QByteArray &content)
     for (int at = headerSize; at + 16 + m_pointerSize <= m_content.size();) {
         const QByteArray code = m_content.mid(at, 4);
         const quint64 address = pointer(at + 8);
-        const Block block{at + 16 + m_pointerSize, number(at + 4), number(at + 8 + m_pointerSize),
-            number(at + 12 + m_pointerSize)};
+        const Block block{
+            at + 16 + m_pointerSize, number(at + 4), number(at + 8 + m_pointerSize), number(at + 12 + m_pointerSize)};
         if (block.size < 0 || block.size > m_content.size() - block.begin)
             break;
         m_blocks.insert(address, block);
@@ -207,8 +210,7 @@ BlendFaces::BlendFaces(const QByteArray &content)
     for (const BlendFile::Block &mesh : file.meshes) {
         std::map<int, std::vector<bool>> parts; // by number of the material
         // Polygons since 2.63, before it triangles and quads.
-        for (const FaceKind &kind :
-            {FaceKind{"MPoly", "*mpoly", "totpoly"}, FaceKind{"MFace", "*mface", "totface"}}) {
+        for (const FaceKind &kind : {FaceKind{"MPoly", "*mpoly", "totpoly"}, FaceKind{"MFace", "*mface", "totface"}}) {
             const int pointer = file.offsetOf("Mesh", kind.pointer);
             const int count = file.offsetOf("Mesh", kind.count);
             const int flag = file.offsetOf(kind.structure, "flag");
@@ -253,14 +255,14 @@ void BlendFaces::complete(const aiScene *scene)
             if (isFlat[f % isFlat.size()])
                 makeFlat(mesh, f);
         }
-        const bool isAllFlat = std::all_of(parts.begin(), parts.end(), [](const std::vector<bool> &faces) {
-            return std::find(faces.begin(), faces.end(), false) == faces.end();
-        });
+        const bool isAllFlat = std::all_of(parts.begin(), parts.end(),
+            [](const std::vector<bool> &faces) { return std::find(faces.begin(), faces.end(), false) == faces.end(); });
         for (unsigned f = 0; !fits && isAllFlat && hasNormalsByFace(*mesh) && f < mesh->mNumFaces; ++f)
             makeFlat(mesh, f);
         if (!fits && !(isAllFlat && hasNormalsByFace(*mesh)))
-            m_warnings.append(QStringLiteral("mesh \"%1\": its flat faces are drawn smooth: its reader has made others of them")
-                                  .arg(QString::fromUtf8(name)));
+            m_warnings.append(
+                QStringLiteral("mesh \"%1\": its flat faces are drawn smooth: its reader has made others of them")
+                    .arg(QString::fromUtf8(name)));
     }
     m_warnings.removeDuplicates();
 }

@@ -60,8 +60,7 @@ const XmlElement *referred(const XmlElement &mesh, const QString &reference)
 const XmlElement *inputOf(const XmlElement &element, const char *semantic)
 {
     for (const XmlElement &child : element.children) {
-        if (child.name == QLatin1String("input")
-            && child.value(QStringLiteral("semantic")) == QLatin1String(semantic))
+        if (child.name == QLatin1String("input") && child.value(QStringLiteral("semantic")) == QLatin1String(semantic))
             return &child;
     }
     return nullptr;

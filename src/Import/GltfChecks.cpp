@@ -29,7 +29,8 @@ public:
     {
         m_isVital = true;
         number(document, "scene", QStringLiteral("the document"));
-        each(document, "scenes", [this](const QJsonObject &scene, const QString &name) { numbers(scene, "nodes", name); });
+        each(document, "scenes",
+            [this](const QJsonObject &scene, const QString &name) { numbers(scene, "nodes", name); });
         each(document, "nodes", [this](const QJsonObject &node, const QString &name) {
             number(node, "mesh", name);
             numbers(node, "children", name);
@@ -39,12 +40,12 @@ public:
             m_isVital = true;
         });
         each(document, "meshes", [this](const QJsonObject &mesh, const QString &name) {
-            each(mesh, "primitives",
+            each(
+                mesh, "primitives",
                 [this](const QJsonObject &primitive, const QString &part) { checkPrimitive(primitive, part); }, name);
         });
-        each(document, "accessors", [this](const QJsonObject &accessor, const QString &name) {
-            number(accessor, "bufferView", name);
-        });
+        each(document, "accessors",
+            [this](const QJsonObject &accessor, const QString &name) { number(accessor, "bufferView", name); });
         each(document, "bufferViews",
             [this](const QJsonObject &view, const QString &name) { number(view, "buffer", name); });
         m_isVital = false;
@@ -79,7 +80,7 @@ private:
                 QStringLiteral("its %1 are no list").arg(QLatin1String(key)));
         const QJsonArray items = list.toArray();
         const QString one = QLatin1String(key) == QLatin1String("meshes") ? QStringLiteral("mesh")
-                                                                         : QString::fromLatin1(key).chopped(1);
+                                                                          : QString::fromLatin1(key).chopped(1);
         for (int i = 0; i < items.size(); ++i) {
             const QString name =
                 (in.isEmpty() ? QString() : in + QStringLiteral(", ")) + QStringLiteral("%1 %2").arg(one).arg(i);

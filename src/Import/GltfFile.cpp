@@ -47,7 +47,8 @@ struct Reader
 {
     QString directory;
     ImportBudget *budget;
-    QHash<QString, QString> literalNames; ///< Of files whose names have percent signs as such, by what these would mean.
+    QHash<QString, QString>
+        literalNames; ///< Of files whose names have percent signs as such, by what these would mean.
     QString missing;
 
     /// The file that is meant by a name whose escapes the library has resolved.
@@ -374,7 +375,8 @@ bool GltfFile::load(const QString &file, const QByteArray &content, ImportBudget
         text = isBinary ? withJson(content, json, text) : text;
     }
     constexpr int longestChecked = 1 << 25; // beyond, most of it is data
-    const QJsonObject root = document.size() > longestChecked ? QJsonObject() : QJsonDocument::fromJson(document).object();
+    const QJsonObject root =
+        document.size() > longestChecked ? QJsonObject() : QJsonDocument::fromJson(document).object();
     reader.literalNames = literalNames(root, reader.directory);
     std::string error;
     std::string warning;
@@ -444,8 +446,7 @@ QByteArray GltfFile::bytes(int bufferView)
     return QByteArray::fromRawData(reinterpret_cast<const char *>(data.data()) + view.byteOffset, int(view.byteLength));
 }
 
-bool GltfFile::unpack(
-    const tinygltf::Primitive &primitive, ImportBudget *budget, QString *remark, QString *problem)
+bool GltfFile::unpack(const tinygltf::Primitive &primitive, ImportBudget *budget, QString *remark, QString *problem)
 {
     m_packed.reset();
     m_packedAttributes.clear();

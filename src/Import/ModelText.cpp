@@ -213,7 +213,10 @@ QStringList ModelText::warnings(const QStringList &missingFiles) const
             QStringLiteral("%1: the colours of its vertices are not read: it is too large for diffuse_red to be "
                            "renamed to red")
                 .arg(m_file));
-    for (const QString &line : m_off ? m_off->warnings() : m_dae ? m_dae->warnings() : m_blend ? m_blend->warnings() : QStringList())
+    for (const QString &line : m_off ? m_off->warnings()
+            : m_dae                  ? m_dae->warnings()
+            : m_blend                ? m_blend->warnings()
+                                     : QStringList())
         lines.append(QStringLiteral("%1: %2").arg(m_file, line));
     return lines;
 }

@@ -161,7 +161,8 @@ void MtlText::readLine(const QByteArray &line)
 bool MtlText::takesNumbers(const QByteArray &keyword, const QByteArray &line, QByteArray *values)
 {
     static const QList<QByteArray> colours = {"ka", "kd", "ke", "ks", "tf"};
-    static const QList<QByteArray> factors = {"anisor", "aniso", "d", "illum", "ni", "ns", "pc", "pcr", "pm", "pr", "ps", "sharpness", "tr"};
+    static const QList<QByteArray> factors = {
+        "anisor", "aniso", "d", "illum", "ni", "ns", "pc", "pcr", "pm", "pr", "ps", "sharpness", "tr"};
     const bool isColour = colours.contains(keyword);
     if (!isColour && !factors.contains(keyword))
         return true;
@@ -171,11 +172,11 @@ bool MtlText::takesNumbers(const QByteArray &keyword, const QByteArray &line, QB
         text = text.left(comment).trimmed();
     const bool isHalo = keyword == "d" && text.startsWith("-halo");
     QList<QByteArray> numbers = (isHalo ? text.mid(5).trimmed() : text).split(' ');
-    const bool isFit = std::all_of(numbers.begin(), numbers.end(), isNumber)
-        && (isColour ? numbers.size() <= 4 : true);
+    const bool isFit = std::all_of(numbers.begin(), numbers.end(), isNumber) && (isColour ? numbers.size() <= 4 : true);
     if (!isFit) {
-        m_warnings.append(QStringLiteral("material library \"%1\", line %2: \"%3\" has no number where one is needed and is left out")
-                              .arg(m_library, QString::number(m_line), QString::fromUtf8(line.simplified().left(80))));
+        m_warnings.append(
+            QStringLiteral("material library \"%1\", line %2: \"%3\" has no number where one is needed and is left out")
+                .arg(m_library, QString::number(m_line), QString::fromUtf8(line.simplified().left(80))));
         return false;
     }
     while (isColour && numbers.size() < 3)

@@ -203,11 +203,10 @@ std::vector<unsigned> joinedLoops(
     if (loops.empty() || loops.front().size() < 3 || corners.size() > mostCorners)
         return {};
     Loop ring = loops.front();
-    const Plane plane =
-        planeOf(unsigned(ring.size()), [&](unsigned i) { // QVector3D counts its coordinates by int
-            const QVector3D &corner = corners[ring[i]];
-            return std::array<float, 3>{corner.x(), corner.y(), corner.z()};
-        });
+    const Plane plane = planeOf(unsigned(ring.size()), [&](unsigned i) { // QVector3D counts its coordinates by int
+        const QVector3D &corner = corners[ring[i]];
+        return std::array<float, 3>{corner.x(), corner.y(), corner.z()};
+    });
     std::vector<Point> points;
     for (const QVector3D &corner : corners)
         points.push_back(plane(std::array<float, 3>{corner.x(), corner.y(), corner.z()}));

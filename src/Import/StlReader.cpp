@@ -65,8 +65,8 @@ public:
     /// Attributes that are zero throughout were left alone by whoever wrote the header.
     QVector4D colourOf(quint16 attribute, quint16 seen) const
     {
-        const bool isDefault = m_hasDefault ? (attribute & isOwnOrDefault) != 0 || seen == 0
-                                            : (attribute & isOwnOrDefault) == 0;
+        const bool isDefault =
+            m_hasDefault ? (attribute & isOwnOrDefault) != 0 || seen == 0 : (attribute & isOwnOrDefault) == 0;
         if (isDefault)
             return m_default;
         const auto part = [attribute](int shift) { return float((attribute >> shift) & 31) / 31; };

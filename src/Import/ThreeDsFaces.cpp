@@ -137,8 +137,8 @@ void ThreeDsFaces::readFaces(const QByteArray &content, int begin, int end)
             rest.faces.push_back(f);
     }
     mesh.groups.push_back(rest);
-    mesh.groups.erase(std::remove_if(mesh.groups.begin(), mesh.groups.end(),
-                          [](const Group &group) { return group.faces.empty(); }),
+    mesh.groups.erase(
+        std::remove_if(mesh.groups.begin(), mesh.groups.end(), [](const Group &group) { return group.faces.empty(); }),
         mesh.groups.end());
     m_meshes.push_back(mesh);
 }

@@ -80,7 +80,7 @@ QByteArray ZipFile::read(const QString &name, qint64 most) const
         return {};
     const int size = int(std::min({most, found->size, qint64(std::numeric_limits<int>::max())}));
     const QByteArray packed = QByteArray::fromRawData(m_archive.constData() + begin, int(found->packed));
-    return found->method == stored ? QByteArray(packed.constData(), std::min(size, packed.size()))
+    return found->method == stored  ? QByteArray(packed.constData(), std::min(size, packed.size()))
         : found->method == deflated ? inflated(packed, size)
                                     : QByteArray();
 }

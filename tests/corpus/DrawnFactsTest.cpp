@@ -128,4 +128,21 @@ TEST_F(DrawnFactsTest, infoTellsOfWhatIsDrawn)
     std::printf("%d of %d files compared\n", compared, files.size());
 }
 
+/// Of two cubes of Blender one is flat by its faces; its corners have three normals each, those of the other one.
+TEST(CorpusNormalsTest, facesOfBlenderAreAsFlatAsTheySay)
+{
+    for (const char *name : {"SmoothVsSolidCube_248.blend", "BlenderDefault_250_Compressed.blend"}) {
+        ImportedScene scene;
+        QString error;
+        const QString file = QStringLiteral("/usr/share/assimp/models/BLEND/") + name;
+        ASSERT_TRUE(importModel(file, &scene, &error)) << qPrintable(error);
+        QVector<int> vertices;
+        for (const ImportedMesh &mesh : scene.meshes)
+            vertices.append(mesh.positions.size());
+        std::sort(vertices.begin(), vertices.end());
+        EXPECT_EQ(vertices.last(), 24) << name;
+        EXPECT_EQ(vertices.first(), vertices.size() == 2 ? 8 : 24) << name;
+    }
+}
+
 } // namespace Velmora::Kvz
