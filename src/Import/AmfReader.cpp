@@ -371,6 +371,7 @@ private:
     ImportedScene *m_scene;
     std::vector<std::vector<Part>> m_parts; // by object
     QVector<QPair<int, Part>> m_placed; // by node
+    QSet<QString> m_reached; // constellations
 };
 
 int AmfScene::materialOf(const Volume &volume, const Object &object, const QVector<QVector4D> &colours)
@@ -475,6 +476,7 @@ bool AmfScene::place(const QString &id, int parent, const QMatrix4x4 &matrix, QS
         return false;
     }
     open->insert(id);
+    m_reached.insert(id);
     const int node = m_scene->nodes.size();
     m_scene->nodes.append({found->name, parent, matrix});
     for (const Instance &instance : found->instances) {
@@ -505,10 +507,16 @@ bool AmfScene::build(const ImportOptions &options, QString *problem)
         ids.append(object.id);
     ids.removeDuplicates();
     QSet<QString> open;
-    const bool isCircle = std::all_of(ids.begin(), ids.end(), [&](const QString &id) { return placed.contains(id); });
     for (const QString &id : qAsConst(ids)) {
-        if ((isCircle || !placed.contains(id)) && !place(id, -1, QMatrix4x4(), &open, problem))
+        if (!placed.contains(id) && !place(id, -1, QMatrix4x4(), &open, problem))
             return false;
+    }
+    // What nothing outside of it places holds itself.
+    for (const QString &id : m_document.order) {
+        if (!m_reached.contains(id)) {
+            *problem = QStringLiteral("constellation %1 holds itself").arg(id);
+            return false;
+        }
     }
     if (!poseNodes(options, {}, m_scene, problem))
         return false;

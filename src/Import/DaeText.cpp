@@ -2,7 +2,6 @@
 #include "DaeText.h"
 
 #include "PolygonCutter.h"
-#include "TextScan.h"
 #include "XmlTree.h"
 
 #include <QtCore/QVector>
@@ -15,13 +14,8 @@ namespace Velmora::Kvz {
 
 namespace {
 
-bool isBlank(char c)
-{
-    return isSpace(c) || c == '\n';
-}
-
-/// The text without blanks between a tag and the numbers behind or before it. Null where there are none. Long lists, where assimp
-/// takes them, stay.
+/// The text without blanks between a tag and the numbers behind or before it, and without line breaks among these. Null where there
+/// are none. Long lists, where assimp takes them, stay.
 QByteArray trimmedNumbers(const QByteArray &text)
 {
     constexpr int longest = 1000;
@@ -34,15 +28,13 @@ QByteArray trimmedNumbers(const QByteArray &text)
             break;
         if (end - begin > longest)
             continue;
-        int first = begin;
-        int last = end;
-        while (first < last && isBlank(text.at(first)))
-            ++first;
-        while (last > first && isBlank(text.at(last - 1)))
-            --last;
-        if (first == last || (first == begin && last == end))
+        QByteArray piece = text.mid(begin, end - begin).trimmed();
+        std::replace_if(
+            piece.begin(), piece.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+        const bool isSame = piece.size() == end - begin && std::equal(piece.begin(), piece.end(), text.begin() + begin);
+        if (piece.isEmpty() || isSame)
             continue;
-        plain.append(text.constData() + copied, begin - copied).append(text.constData() + first, last - first);
+        plain.append(text.constData() + copied, begin - copied).append(piece);
         copied = end;
     }
     return copied > 0 ? plain + text.mid(copied) : QByteArray();
@@ -98,7 +90,7 @@ QVector<QVector3D> positionsOf(const XmlElement &mesh, const XmlElement &polygon
 DaeText::DaeText(const QByteArray &text)
 {
     XmlElement root;
-    if (!text.contains("<ph") || !readXml(text, &root)) {
+    if (!text.contains("<polygons") || !readXml(text, &root)) {
         m_plain = trimmedNumbers(text);
         return;
     }
@@ -119,7 +111,8 @@ void DaeText::joinHoles(XmlElement *element)
     }
 }
 
-/// Puts a polygon without holes in the place of each that has some.
+/// Puts a polygon without holes in the place of each that has some, and says how many there are: assimp ends the process where a
+/// file is wrong in that.
 void DaeText::joinHoles(const XmlElement &mesh, XmlElement *polygons)
 {
     static const QString offset = QStringLiteral("offset");
@@ -170,6 +163,9 @@ void DaeText::joinHoles(const XmlElement &mesh, XmlElement *polygons)
         joined.text = words.join(QLatin1Char(' '));
         polygon = joined;
     }
+    const auto count = std::count_if(polygons->children.begin(), polygons->children.end(),
+        [](const XmlElement &child) { return child.name == QLatin1String("p"); });
+    polygons->set(QStringLiteral("count"), QString::number(count));
 }
 
 QStringList DaeText::warnings() const

@@ -10,7 +10,7 @@ namespace Velmora::Kvz {
 struct XmlElement;
 
 /// What assimp refuses of a COLLADA file though it is legal: blanks and line breaks around numbers, and polygons with holes. Holes are
-/// joined to the outline by a seam, there and back.
+/// joined to the outline by a seam, there and back. And counts of polygons that are wrong, at which it ends the process.
 class DaeText
 {
 public:

@@ -60,8 +60,13 @@ QMap<int, QVector4D> coloursOf(const ImportedScene &scene)
     return colours;
 }
 
-/// An archive with one member, as it is.
-QByteArray zipped(const QByteArray &name, const QByteArray &content)
+void put(QByteArray *bytes, quint32 value, int size)
+{
+    for (int i = 0; i < size; ++i)
+        bytes->append(char(value >> 8 * i & 255));
+}
+
+quint32 crcOf(const QByteArray &content)
 {
     quint32 crc = ~0u;
     for (const char c : content) {
@@ -69,42 +74,43 @@ QByteArray zipped(const QByteArray &name, const QByteArray &content)
         for (int bit = 0; bit < 8; ++bit)
             crc = crc & 1 ? crc >> 1 ^ 0xedb88320u : crc >> 1;
     }
-    crc = ~crc;
-    const auto put = [](QByteArray *bytes, quint32 value, int size) {
-        for (int i = 0; i < size; ++i)
-            bytes->append(char(value >> 8 * i & 255));
-    };
-    const auto common = [&](QByteArray *bytes) {
+    return ~crc;
+}
+
+/// An archive of members as they are: names and contents.
+QByteArray zipped(const QVector<QPair<QByteArray, QByteArray>> &members)
+{
+    QByteArray archive;
+    QByteArray directory;
+    for (const auto &member : members) {
+        QByteArray common;
         for (const quint32 value : {20u, 0u, 0u, 0u, 0u}) // version, flags, method, time, date
-            put(bytes, value, 2);
-        put(bytes, crc, 4);
-        put(bytes, quint32(content.size()), 4);
-        put(bytes, quint32(content.size()), 4);
-        put(bytes, quint32(name.size()), 2);
-        put(bytes, 0, 2);
-    };
-    QByteArray archive = "PK\3\4";
-    common(&archive);
-    archive += name + content;
-    const quint32 directory = quint32(archive.size());
-    archive += "PK\1\2";
-    put(&archive, 20, 2);
-    common(&archive);
-    put(&archive, 0, 2);
-    put(&archive, 0, 2);
-    put(&archive, 0, 2);
-    put(&archive, 0, 4);
-    put(&archive, 0, 4);
-    archive += name;
-    const quint32 size = quint32(archive.size()) - directory;
-    archive += "PK\5\6";
-    put(&archive, 0, 4);
-    put(&archive, 1, 2);
-    put(&archive, 1, 2);
-    put(&archive, size, 4);
-    put(&archive, directory, 4);
-    put(&archive, 0, 2);
-    return archive;
+            put(&common, value, 2);
+        put(&common, crcOf(member.second), 4);
+        put(&common, quint32(member.second.size()), 4);
+        put(&common, quint32(member.second.size()), 4);
+        put(&common, quint32(member.first.size()), 2);
+        put(&common, 0, 2);
+        directory += "PK\1\2";
+        put(&directory, 20, 2);
+        directory += common + QByteArray(10, '\0');
+        put(&directory, quint32(archive.size()), 4);
+        directory += member.first;
+        archive += "PK\3\4" + common + member.first + member.second;
+    }
+    QByteArray end = "PK\5\6";
+    put(&end, 0, 4);
+    put(&end, quint32(members.size()), 2);
+    put(&end, quint32(members.size()), 2);
+    put(&end, quint32(directory.size()), 4);
+    put(&end, quint32(archive.size()), 4);
+    put(&end, 0, 2);
+    return archive + directory + end;
+}
+
+QByteArray zipped(const QByteArray &name, const QByteArray &content)
+{
+    return zipped({{name, content}});
 }
 
 } // namespace
@@ -232,7 +238,13 @@ TEST(AmfImportTest, unitAndAxisOf3mfAreTold)
               "<vertex x=\"0\" y=\"0\" z=\"1\"/></vertices><triangles><triangle v1=\"0\" v2=\"1\" "
               "v3=\"2\"/></triangles>"
               "</mesh></object></resources><build><item objectid=\"1\"/></build></model>";
-        const ImportedScene scene = importScene(folder.write("a.3mf", zipped("3D/3dmodel.model", model)));
+        const QByteArray relations =
+            "<?xml version=\"1.0\"?><Relationships "
+            "xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
+            "<Relationship Id=\"r\" Type=\"http://schemas.microsoft.com/3dmanufacturing/2013/01/3dmodel\" "
+            "Target=\"/3D/3dmodel.model\"/></Relationships>";
+        const ImportedScene scene =
+            importScene(folder.write("a.3mf", zipped({{"_rels/.rels", relations}, {"3D/3dmodel.model", model}})));
         EXPECT_FLOAT_EQ(scene.unit, unit.isEmpty() ? 1e-3f : 0.0254f);
         EXPECT_EQ(scene.upAxis, "z");
         const QVector3D up = scene.items.value(0).modelMatrix.map(QVector3D(0, 0, 1));

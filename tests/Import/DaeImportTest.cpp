@@ -123,6 +123,16 @@ TEST(DaeImportTest, holesThatCannotBeCutAreFilledAndSaid)
     EXPECT_NEAR(areaOf(scene.meshes.value(0)), 4, 1e-5);
 }
 
+TEST(DaeImportTest, aWrongNumberOfPolygonsChangesNothing)
+{
+    TemporaryFolder folder;
+    for (const char *count : {"0", "1", "7"}) {
+        QByteArray text = dae(sheet, "<p>" + corners("8 9 10 11") + "</p><p>" + corners("4 5 6 7") + "</p>");
+        text.replace("<polygons count=\"1\"", QByteArray("<polygons count=\"") + count + '"');
+        EXPECT_NEAR(areaOf(importScene(folder.write("a.dae", text)).meshes.value(0)), 8, 1e-5) << count;
+    }
+}
+
 TEST(DaeImportTest, blanksAroundNumbersAreNothing)
 {
     TemporaryFolder folder;

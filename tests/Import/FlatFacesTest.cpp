@@ -117,8 +117,13 @@ ImportedScene sceneOf(const QVector<QByteArray> &chunksOfFaces)
 
 void expectFolds(const QVector<double> &angles, const QVector<bool> &areSmooth)
 {
-    for (int fold = 1; fold <= 3; ++fold)
-        EXPECT_NEAR(angles[fold], areSmooth[fold - 1] ? M_PI / 4 : 0, 0.01) << "fold " << fold;
+    for (int fold = 1; fold <= 3; ++fold) { // of 90 degrees
+        if (areSmooth[fold - 1]) {
+            EXPECT_GT(angles[fold], 0.4) << "fold " << fold;
+        } else {
+            EXPECT_LT(angles[fold], 0.01) << "fold " << fold;
+        }
+    }
 }
 
 } // namespace
@@ -169,8 +174,8 @@ TEST(FlatFacesTest, damaged3dsFilesDoNoHarm)
     for (int size = 1; size < whole.size(); size += 11) {
         ImportedScene scene;
         QString error;
-        if (!importModel(folder.write("a.3ds", whole.left(size)), &scene, &error))
-            EXPECT_FALSE(error.isEmpty());
+        const bool isRead = importModel(folder.write("a.3ds", whole.left(size)), &scene, &error);
+        EXPECT_NE(isRead, !error.isEmpty());
     }
 }
 

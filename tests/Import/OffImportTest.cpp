@@ -54,12 +54,12 @@ TEST_P(OffKindTest, allThatVerticesHaveIsRead)
         // A face in the plane of z has its normal in the file alone.
         const QVector3D normal = kind.hasNormals ? QVector3D(0.6f, 0, 0.8f) : QVector3D(0, 0, 1);
         EXPECT_LT((mesh.normals[v] - normal).length(), 1e-5f);
-        if (*kind.colour)
-            EXPECT_LT((mesh.colours.value(v) - QVector4D(1, 0, 0.2f, 0.4f)).length(), 1e-5f);
-        else
-            EXPECT_TRUE(mesh.colours.isEmpty());
-        if (kind.hasTexCoords)
+        if (kind.hasTexCoords) {
             EXPECT_EQ(mesh.texCoords.value(v), QVector2D(0.25f, 0.75f));
+        }
+        EXPECT_EQ(mesh.colours.isEmpty(), *kind.colour == '\0');
+        for (const QVector4D &colour : mesh.colours)
+            EXPECT_LT((colour - QVector4D(1, 0, 0.2f, 0.4f)).length(), 1e-5f);
     }
     EXPECT_EQ(high, QVector3D(1, 1, 0));
 }
