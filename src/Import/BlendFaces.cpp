@@ -67,6 +67,8 @@ public:
     qint32 number(int at) const { return qint32(unsignedAt(at, 4)); }
     qint16 shortNumber(int at) const { return qint16(unsignedAt(at, 2)); }
     quint64 pointer(int at) const { return unsignedAt(at, m_pointerSize); }
+    int pointerSize() const { return m_pointerSize; }
+    const QByteArray &content() const { return m_content; }
     /// The block that an address means; of no size where there is none.
     Block blockAt(quint64 address) const { return m_blocks.value(address); }
 
@@ -192,6 +194,40 @@ BlendFile::BlendFile(const QByteArray &content)
     readDna(dna);
 }
 
+/// Fills the slots of a mesh's materials that are empty: by the first one that is not, or all are taken away. Returns whether the
+/// first was done; nothing is changed where no slot is empty.
+bool fillSlots(const BlendFile &file, const BlendFile::Block &mesh, QByteArray *plain)
+{
+    const int pointer = file.offsetOf("Mesh", "**mat");
+    const int count = file.offsetOf("Mesh", "totcol");
+    const int size = file.pointerSize();
+    if (pointer < 0 || count < 0)
+        return false;
+    const BlendFile::Block list = file.blockAt(file.pointer(mesh.begin + pointer));
+    int full = -1;
+    std::vector<int> empty;
+    for (int slot = 0; slot < file.shortNumber(mesh.begin + count) && (slot + 1) * size <= list.size; ++slot) {
+        const int at = list.begin + slot * size;
+        if (file.pointer(at) == 0)
+            empty.push_back(at);
+        else if (full < 0)
+            full = at;
+    }
+    if (empty.empty())
+        return false;
+    if (plain->isNull())
+        *plain = file.content();
+    for (const int at : empty) {
+        if (full >= 0)
+            plain->replace(at, size, file.bytes(full, size));
+    }
+    if (full < 0) {
+        plain->replace(mesh.begin + pointer, size, QByteArray(size, '\0'));
+        plain->replace(mesh.begin + count, 2, QByteArray(2, '\0'));
+    }
+    return full >= 0;
+}
+
 struct FaceKind
 {
     const char *structure;
@@ -227,7 +263,12 @@ BlendFaces::BlendFaces(const QByteArray &content)
             }
         }
         const QByteArray name = file.bytes(mesh.begin + id + idName, 66);
-        Parts &known = m_meshes[QByteArray(name.constData()).mid(2)]; // behind "ME"
+        const QByteArray bare = QByteArray(name.constData()).mid(2); // behind "ME"
+        if (fillSlots(file, mesh, &m_plain))
+            m_warnings.append(
+                QStringLiteral("mesh \"%1\": a slot of its materials is empty; its first material is used")
+                    .arg(QString::fromUtf8(bare)));
+        Parts &known = m_meshes[bare];
         for (const auto &part : parts)
             known.push_back(part.second);
     }

@@ -159,6 +159,7 @@ QByteArray ModelText::plainText() const
         : m_off                    ? m_off->plainText()
         : m_x3d                    ? m_x3d->plainText()
         : m_dae                    ? m_dae->plainText()
+        : m_blend                  ? m_blend->plainContent()
                                    : QByteArray();
     return plain.isNull() ? m_text : plain;
 }

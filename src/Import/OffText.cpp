@@ -5,6 +5,8 @@
 
 #include <assimp/mesh.h>
 
+#include <QtCore/QLocale>
+
 #include <algorithm>
 #include <cstring>
 
@@ -192,6 +194,10 @@ void OffText::read(const QByteArray &text)
         if (!m_kind.isPlain())
             plain.append(line.begin, int(line.end - line.begin)).append('\n');
     }
+    if (faces == 0 && vertices > 0 && m_problem.isEmpty())
+        m_problem = QStringLiteral("no triangles; %1 %2 not drawn: triangles alone are")
+                        .arg(QLocale(QLocale::English).toString(vertices),
+                            vertices == 1 ? QStringLiteral("point is") : QStringLiteral("points are"));
     if (!m_kind.isPlain())
         m_plain = plain;
     else if (!isPlain || !lines.isPlain())

@@ -70,11 +70,15 @@ bool areNone(const QVector<QVector4D> &colours)
     return std::all_of(colours.cbegin(), colours.cend(), [](const QVector4D &colour) { return colour.isNull(); });
 }
 
-/// Colours of Blender are bytes, which the loader takes for signed ones.
+/// Colours of Blender are bytes, which the loader takes for signed ones; since polygons, from 2.63 on, it gives them as numbers to 1.
 void mendSignedBytes(QVector<QVector4D> *colours)
 {
+    const bool areNumbers = std::all_of(colours->cbegin(), colours->cend(), [](const QVector4D &colour) {
+        return std::min({colour.x(), colour.y(), colour.z(), colour.w()}) >= 0
+            && std::max({colour.x(), colour.y(), colour.z(), colour.w()}) <= 1;
+    });
     for (QVector4D &colour : *colours) {
-        for (int i = 0; i < 4; ++i)
+        for (int i = 0; i < 4 && !areNumbers; ++i)
             colour[i] = (colour[i] < 0 ? colour[i] + 256 : colour[i]) / 255;
     }
 }

@@ -104,6 +104,8 @@ TEST(OffImportTest, whatIsMissingIsNamed)
         "line 3: a vertex has 6 numbers, and its kind of OFF has 9 or more");
     EXPECT_EQ(refusal(folder.write("a.off", "COFF\n3 1 0\n0 0 0 1 1 1\n")),
         "damaged or truncated: it declares 3 vertices, and 1 are there");
+    EXPECT_EQ(refusal(folder.write("a.off", "OFF\n2 0 0\n0 0 0\n1 1 1\n")),
+        "no triangles; 2 points are not drawn: triangles alone are");
     EXPECT_EQ(refusal(folder.write("a.off", "OFF BINARY\n") + QString()),
         "it is binary OFF, which is not read; save it as text");
 }

@@ -15,6 +15,7 @@
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
+#include <QtCore/QTemporaryDir>
 
 #include <algorithm>
 #include <limits>
@@ -145,6 +146,33 @@ TEST(CorpusNormalsTest, facesOfBlenderAreAsFlatAsTheySay)
         EXPECT_EQ(scene.meshes.size(), file.second) << file.first;
         EXPECT_EQ(std::count_if(scene.meshes.begin(), scene.meshes.end(), isFlat), 1) << file.first;
     }
+}
+
+/// The first material of a Blender file's meshes taken away, as the program does where it is deleted.
+TEST(CorpusNormalsTest, emptySlotsOfBlenderAreNoMaterial)
+{
+    QFile file(QStringLiteral("/usr/share/assimp/models/BLEND/BlenderDefault_269.blend"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    QByteArray bytes = file.readAll();
+    ASSERT_TRUE(bytes.startsWith("BLENDER-v")) << "64 bits, the lowest first";
+    // A block with the address of a material in it, behind that of its mesh.
+    const int mesh = bytes.indexOf(QByteArray("ME\0\0", 4));
+    const int material = bytes.indexOf(QByteArray("MA\0\0", 4));
+    ASSERT_GT(mesh, 0);
+    ASSERT_GT(material, 0);
+    const QByteArray address = bytes.mid(material + 8, 8);
+    const int slot = bytes.indexOf(address, mesh + 24);
+    ASSERT_GT(slot, 0);
+    bytes.replace(slot, 8, QByteArray(8, '\0'));
+    QTemporaryDir folder;
+    QFile copy(folder.filePath(QStringLiteral("a.blend")));
+    ASSERT_TRUE(copy.open(QIODevice::WriteOnly) && copy.write(bytes) == bytes.size());
+    copy.close();
+    ImportedScene scene;
+    QString error;
+    ASSERT_TRUE(importModel(copy.fileName(), &scene, &error)) << qPrintable(error);
+    EXPECT_EQ(scene.items.size(), 1);
+    EXPECT_EQ(scene.meshes.value(0).indices.size(), 36);
 }
 
 } // namespace Velmora::Kvz
