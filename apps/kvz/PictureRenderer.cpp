@@ -67,6 +67,10 @@ QString PictureRenderer::setModel(const ImportedScene &scene, const QString &nam
         warn(QStringLiteral("%1: the chain %2 shows no vertex colours").arg(name, m_resolved.description().name));
     if (scene.hasMasks() && m_resolved.takesLights())
         warn(QStringLiteral("%1: masked surfaces cast shadows without their holes").arg(name));
+    const bool isSeenThrough = std::any_of(scene.items.begin(), scene.items.end(),
+        [](const ImportedItem &item) { return (item.featureFlags & ImportedScene::Transparent) != 0; });
+    if (isSeenThrough && m_resolved.takesLights())
+        warn(QStringLiteral("%1: transparent surfaces cast shadows as if they were opaque").arg(name));
     const QSharedPointer<GPUModel> model = scene.build(building);
     if (!model)
         return QStringLiteral("%1: the driver cannot hold it").arg(name);

@@ -101,7 +101,7 @@ public:
             return nullptr;
         }
         auto counted = std::make_unique<ListedStream>(std::move(stream), m_budget, &m_open);
-        const QByteArray mended = isModel ? QByteArray() : mendedText(counted.get());
+        const QByteArray mended = isModel ? QByteArray() : mendedText(counted.get(), file);
         if (!mended.isNull())
             return listed(streamOf(mended));
         counted->Seek(0, aiOrigin_SET);
@@ -109,13 +109,13 @@ public:
     }
 
 private:
-    QByteArray mendedText(Assimp::IOStream *stream) const
+    QByteArray mendedText(Assimp::IOStream *stream, const char *file) const
     {
         if (!m_text->hasCompanions() || stream->FileSize() > size_t(std::numeric_limits<int>::max() / 2))
             return {};
         QByteArray content(int(stream->FileSize()), '\0');
         content.resize(int(stream->Read(content.data(), 1, size_t(content.size()))));
-        return m_text->plainCompanion(content);
+        return m_text->plainCompanion(content, QFileInfo(QFile::decodeName(file)).fileName());
     }
 
     static std::unique_ptr<Assimp::IOStream> streamOf(const QByteArray &text)
@@ -230,6 +230,8 @@ QString reasonByMark(const QString &name)
     const QByteArray start = file.read(12);
     if (start.startsWith("glTF\x01"))
         return QStringLiteral("it is binary glTF (GLB) of version 1, which is not read; convert it to glTF 2");
+    if (start.startsWith("3DMO") || start.startsWith("3dmo"))
+        return QStringLiteral("it is Model 3D (M3D), which is not read; convert it to glTF");
     if (start.startsWith("#VRML "))
         return QStringLiteral("it is VRML, which is not read; convert it to glTF or X3D");
     return {};
@@ -258,13 +260,22 @@ QString inPlainWords(const QString &complaint)
         if (complaint.contains(QLatin1String(meaning.part)))
             return QLatin1String(meaning.words);
     }
-    static const QRegularExpression noNumber(QStringLiteral("^Cannot parse string \"(.*)\" as a real number"));
+    static const QRegularExpression noNumber(QStringLiteral("^Cannot parse string \"(.*?)\" as a real number"));
     const QRegularExpressionMatch match = noNumber.match(complaint);
     if (!match.hasMatch())
         return {};
     const QString word = match.captured(1).trimmed();
     return QStringLiteral("damaged, or of a kind that its reader does not know: %1 where it expects a number")
         .arg(word.isEmpty() ? QStringLiteral("it has nothing") : QStringLiteral("\"%1\" stands").arg(word.left(40)));
+}
+
+/// A loader's complaint without the loader's name.
+QString inShort(QString complaint)
+{
+    static const QRegularExpression loader(QStringLiteral("^[A-Za-z0-9 ]{1,20}: "));
+    constexpr int longest = 120; // some quote the rest of the file
+    complaint.remove(loader);
+    return complaint.size() > longest ? complaint.left(longest) + QStringLiteral("...") : complaint;
 }
 
 } // namespace
@@ -313,6 +324,9 @@ AssimpLoader::AssimpLoader(const QString &file, ModelText *text, ImportBudget *b
 
 const aiScene *AssimpLoader::read(QString *reason)
 {
+    *reason = reasonByMark(m_file); // a reader may take it for its own by a word in it
+    if (!reason->isEmpty())
+        return nullptr;
     const SilentErrors silence(m_file.endsWith(QLatin1String(".ogex"), Qt::CaseInsensitive));
     const aiScene *scene = m_importer.ReadFile(QFile::encodeName(m_file).constData(), 0);
     *reason = m_budget->problem();
@@ -372,10 +386,7 @@ QString AssimpLoader::formatName() const
 QString AssimpLoader::failureReason() const
 {
     const QString suffix = QFileInfo(m_file).suffix();
-    const QString text = QString::fromUtf8(m_importer.GetErrorString()).section(QLatin1Char('\n'), 0, 0).trimmed();
-    const QString mark = reasonByMark(m_file);
-    if (!mark.isEmpty())
-        return mark;
+    const QString text = QString::fromUtf8(m_importer.GetErrorString()).simplified();
     // Where the suffix says nothing, a reader took the file for its own by a word in it; its complaint would mislead.
     if (suffix.isEmpty() || !m_importer.IsExtensionSupported(suffix.toUtf8().constData()))
         return QStringLiteral("unknown type of model file (OBJ, glTF, GLB, PLY, STL and 3DS are known, among others)");
@@ -384,9 +395,8 @@ QString AssimpLoader::failureReason() const
     const QString plain = inPlainWords(text);
     if (!plain.isEmpty())
         return plain;
-    constexpr int longest = 200; // some quote the rest of the file
     if (!text.isEmpty() && !text.startsWith(QLatin1String("No suitable reader")))
-        return text.size() > longest ? text.left(longest) + QStringLiteral("...") : text;
+        return QStringLiteral("damaged, or of a kind that its reader does not know (%1)").arg(inShort(text));
     return QStringLiteral("damaged or truncated: no reader for .%1 files accepts it").arg(suffix);
 }
 

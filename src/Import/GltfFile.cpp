@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "GltfFile.h"
 
+#include "GltfChecks.h"
 #include "GltfDraco.h"
 #include "ImportBudget.h"
 
@@ -11,6 +12,7 @@
 #include <QtCore/QJsonObject>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QStringList>
+#include <QtCore/QUrl>
 #include <QtCore/QtEndian>
 
 #include <meshoptimizer.h>
@@ -45,18 +47,26 @@ struct Reader
 {
     QString directory;
     ImportBudget *budget;
+    QHash<QString, QString>
+        literalNames; ///< Of files whose names have percent signs as such, by what these would mean.
     QString missing;
+
+    /// The file that is meant by a name whose escapes the library has resolved.
+    QString fileOf(const QString &name) const
+    {
+        return QFileInfo(name).isFile() ? name : literalNames.value(name, name);
+    }
 
     static bool exists(const std::string &name, void *user)
     {
         auto *reader = static_cast<Reader *>(user);
         const QString file = QString::fromStdString(name);
-        const QFileInfo info(file);
+        const QFileInfo info(reader->fileOf(file));
         // It also tries the working directory.
         if (!file.startsWith(reader->directory))
             return false;
         if (!info.isFile())
-            reader->missing = info.fileName();
+            reader->missing = QFileInfo(file).fileName();
         return info.isFile();
     }
 
@@ -65,7 +75,7 @@ struct Reader
     static bool read(std::vector<unsigned char> *bytes, std::string *error, const std::string &name, void *user)
     {
         auto *reader = static_cast<Reader *>(user);
-        QFile file(QString::fromStdString(name));
+        QFile file(reader->fileOf(QString::fromStdString(name)));
         if (!file.open(QIODevice::ReadOnly)) {
             *error += file.errorString().toStdString();
             return false;
@@ -189,6 +199,20 @@ QJsonObject withEscapedNames(QJsonObject document)
     }
     document[QStringLiteral("buffers")] = buffers;
     return document;
+}
+
+/// The names of buffers' files as they stand, by what they mean once their escapes are resolved.
+QHash<QString, QString> literalNames(const QJsonObject &document, const QString &directory)
+{
+    QHash<QString, QString> names;
+    const QJsonArray buffers = document[QStringLiteral("buffers")].toArray();
+    for (const QJsonValue &buffer : buffers) {
+        const QString uri = buffer.toObject()[QStringLiteral("uri")].toString();
+        if (!uri.startsWith(QLatin1String("data:")) && uri.contains(QLatin1Char('%')))
+            names.insert(directory + QLatin1Char('/') + QUrl::fromPercentEncoding(uri.toUtf8()),
+                directory + QLatin1Char('/') + uri);
+    }
+    return names;
 }
 
 /// The document as the library takes it.
@@ -337,7 +361,7 @@ bool GltfFile::isGltf2(const QString &suffix, const QByteArray &content)
 
 bool GltfFile::load(const QString &file, const QByteArray &content, ImportBudget *budget, QString *problem)
 {
-    Reader reader{QFileInfo(file).absolutePath(), budget, QString()};
+    Reader reader{QFileInfo(file).absolutePath(), budget, {}, QString()};
     tinygltf::TinyGLTF library;
     library.SetFsCallbacks({&Reader::exists, &Reader::expand, &Reader::read, &Reader::write, &reader});
     library.SetImageLoader(&keepImage, nullptr);
@@ -350,6 +374,10 @@ bool GltfFile::load(const QString &file, const QByteArray &content, ImportBudget
         text = mended(document, isBinary);
         text = isBinary ? withJson(content, json, text) : text;
     }
+    constexpr int longestChecked = 1 << 25; // beyond, most of it is data
+    const QJsonObject root =
+        document.size() > longestChecked ? QJsonObject() : QJsonDocument::fromJson(document).object();
+    reader.literalNames = literalNames(root, reader.directory);
     std::string error;
     std::string warning;
     const std::string directory = reader.directory.toStdString();
@@ -385,7 +413,10 @@ bool GltfFile::load(const QString &file, const QByteArray &content, ImportBudget
             return false;
         }
     }
-    return true;
+    const QString flaw = flawOfReferences(root, &m_remarks);
+    if (!flaw.isEmpty())
+        *problem = QStringLiteral("damaged glTF: %1").arg(flaw);
+    return flaw.isEmpty();
 }
 
 bool GltfFile::isCompressed(int bufferView) const
@@ -415,7 +446,7 @@ QByteArray GltfFile::bytes(int bufferView)
     return QByteArray::fromRawData(reinterpret_cast<const char *>(data.data()) + view.byteOffset, int(view.byteLength));
 }
 
-bool GltfFile::unpack(const tinygltf::Primitive &primitive, ImportBudget *budget, QString *problem)
+bool GltfFile::unpack(const tinygltf::Primitive &primitive, ImportBudget *budget, QString *remark, QString *problem)
 {
     m_packed.reset();
     m_packedAttributes.clear();
@@ -424,15 +455,22 @@ bool GltfFile::unpack(const tinygltf::Primitive &primitive, ImportBudget *budget
     const bool hasPlainData = position != primitive.attributes.end() && position->second >= 0
         && size_t(position->second) < m_document.accessors.size()
         && m_document.accessors[size_t(position->second)].bufferView >= 0;
-    if (!extension.IsObject() || hasPlainData)
+    if (!extension.IsObject())
         return true;
     auto mesh = std::make_unique<DracoMesh>();
     if (!mesh->decode(bytes(integerOf(extension, "bufferView", -1)), budget)) {
-        *problem = budget->problem().isEmpty()
-            ? QStringLiteral("its data cannot be decoded by KHR_draco_mesh_compression; is it damaged?")
-            : budget->problem();
+        const std::vector<std::string> &required = m_document.extensionsRequired;
+        const bool isRequired = std::find(required.begin(), required.end(), dracoName) != required.end();
+        const QString damaged = QStringLiteral("its data cannot be decoded by KHR_draco_mesh_compression; ");
+        if (hasPlainData && !isRequired && budget->problem().isEmpty()) {
+            *remark = damaged + QStringLiteral("what is there without it is drawn");
+            return true;
+        }
+        *problem = budget->problem().isEmpty() ? damaged + QStringLiteral("is it damaged?") : budget->problem();
         return false;
     }
+    if (hasPlainData)
+        return true;
     const tinygltf::Value &attributes = extension.Get("attributes");
     for (const std::string &name : attributes.IsObject() ? attributes.Keys() : std::vector<std::string>()) {
         const auto accessor = primitive.attributes.find(name);

@@ -35,10 +35,13 @@ public:
     bool load(const QString &file, const QByteArray &content, ImportBudget *budget, QString *problem);
 
     const tinygltf::Model &document() const { return m_document; }
+    /// What is wrong with the document and can be drawn without, a line each.
+    QStringList remarks() const { return m_remarks; }
 
     /// Makes the accessors of a primitive readable where KHR_draco_mesh_compression holds their data alone; until the next call
-    /// these have the decoded vertices, which then count against the budget. False with a problem for damaged data.
-    bool unpack(const tinygltf::Primitive &primitive, ImportBudget *budget, QString *problem);
+    /// these have the decoded vertices, which then count against the budget. False with a problem for damaged data. Where there is
+    /// the same data without the extension, that is read; then damaged data of one that the file does not require is a remark.
+    bool unpack(const tinygltf::Primitive &primitive, ImportBudget *budget, QString *remark, QString *problem);
     /// Whether the last primitive was such a one.
     bool isPacked() const { return m_packed != nullptr; }
     /// Its triangles.
@@ -75,6 +78,7 @@ private:
     QByteArray decompressed(int bufferView, const tinygltf::Value &extension);
 
     tinygltf::Model m_document;
+    QStringList m_remarks;
     QHash<int, QByteArray> m_decompressed; // by buffer view
     std::unique_ptr<DracoMesh> m_packed;
     QHash<int, int> m_packedAttributes; // of m_packed, by accessor

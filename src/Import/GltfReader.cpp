@@ -166,6 +166,8 @@ bool GltfReader::read(ImportedScene *scene, QString *problem)
         if (!readItems(node, problem))
             return false;
     }
+    for (const QString &line : m_document->remarks())
+        warn(line);
     for (const QString &line : undrawnExtensions(m_document->document()))
         warn(line);
     if (hasVariants(m_document->document()))
@@ -427,8 +429,11 @@ bool GltfReader::readPrimitive(
     const QString &label, const tinygltf::Primitive &source, Primitive *primitive, QString *problem)
 {
     ImportedMesh data;
-    if (!m_document->unpack(source, m_budget, problem) || !readAttributes(source, &data, problem))
+    QString packing;
+    if (!m_document->unpack(source, m_budget, &packing, problem) || !readAttributes(source, &data, problem))
         return false;
+    if (!packing.isEmpty())
+        warn(QStringLiteral("%1: %2").arg(label, packing));
     const bool isIndexed = source.indices >= 0 || m_document->isPacked();
     QVector<quint32> corners = m_document->packedCorners();
     if (isIndexed) {

@@ -86,6 +86,22 @@ QImage withOpacity(const QImage &colour, const QImage &opacity)
     return result;
 }
 
+QImage plainMask(const QImage &mask)
+{
+    if (mask.isNull() || !mask.hasAlphaChannel())
+        return mask;
+    int first = -1;
+    for (int y = 0; y < mask.height(); ++y) {
+        const QImage row = mask.copy(0, y, mask.width(), 1).convertToFormat(QImage::Format_ARGB32);
+        const QRgb *const line = reinterpret_cast<const QRgb *>(row.constScanLine(0));
+        first = first < 0 ? qAlpha(line[0]) : first;
+        if (std::any_of(line, line + row.width(), [first](QRgb pixel) { return qAlpha(pixel) != first; }))
+            return mask;
+    }
+    // Converted by way of colours that alpha has not been multiplied into.
+    return mask.convertToFormat(QImage::Format_ARGB32).convertToFormat(QImage::Format_RGB32);
+}
+
 quint64 ItemFlags::of(const ImportedScene &scene, int material, int mesh)
 {
     const auto key = qMakePair(material, mesh);

@@ -26,6 +26,10 @@ void setPhongFromMetallic(ImportedMaterial *material, const QImage &metallicMap,
 /// colour image is white.
 QImage withOpacity(const QImage &colour, const QImage &opacity);
 
+/// A mask as files without a rule for it mean one, of grey or with alpha: without alpha where that is the same at all pixels, since
+/// programs write images with one that says nothing.
+QImage plainMask(const QImage &mask);
+
 /// The feature bits of items. The images of a material are looked at once, however many items share them.
 class ItemFlags
 {

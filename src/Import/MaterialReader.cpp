@@ -84,9 +84,16 @@ int uvSetOf(const aiMaterial &source, aiTextureType type)
     return set;
 }
 
+/// The loader of MD2 names a texture of its own where the file has none.
+bool isMadeUp(const aiString &texture)
+{
+    return std::strcmp(texture.C_Str(), "$texture_dummy.bmp") == 0;
+}
+
 bool hasTexture(const aiMaterial &source, aiTextureType type)
 {
-    return source.GetTextureCount(type) > 0;
+    aiString name;
+    return source.GetTexture(type, 0, &name) == aiReturn_SUCCESS && !isMadeUp(name);
 }
 
 } // namespace
@@ -120,8 +127,8 @@ MaterialReader::MaterialReader(const aiScene *source, const QByteArray &format, 
 ImportedMaterial MaterialReader::read(const aiMaterial &source, VertexColours colours)
 {
     // The loader of OFF, which knows no materials, makes one up that is darker than others.
-    const bool isMadeUp = m_format == "off" || isStandIn(source);
-    ImportedMaterial material = standInMaterial(isMadeUp ? colours : VertexColours::None);
+    const bool hasNone = m_format == "off" || isStandIn(source);
+    ImportedMaterial material = standInMaterial(hasNone ? colours : VertexColours::None);
     int twoSided = 0;
     // COLLADA says it in extra data that few files have, and its loader says "no" without.
     material.saysSides = source.Get(AI_MATKEY_TWOSIDED, twoSided) == aiReturn_SUCCESS && m_format != "dae";
@@ -131,7 +138,7 @@ ImportedMaterial MaterialReader::read(const aiMaterial &source, VertexColours co
     source.Get(AI_MATKEY_SHADING_MODEL, shading);
     // OBJ: "illum 0" is colour alone. Other loaders say unlit of what is not.
     material.isUnlit = (m_format == "gltf" || m_format == "obj") && shading == aiShadingMode_Unlit;
-    if (isMadeUp)
+    if (hasNone)
         return material;
 
     material.alphaMode = alphaModeOf(source);
@@ -158,7 +165,14 @@ ImportedMaterial MaterialReader::read(const aiMaterial &source, VertexColours co
     material.opacityTexture = texture(source, {aiTextureType_OPACITY}, ImportedImage::Data);
     const QImage opacityMap = m_images->at(material.opacityTexture.image);
     if (!opacityMap.isNull())
-        material.mapKd = withOpacity(material.mapKd, opacityMap);
+        material.mapKd = withOpacity(material.mapKd, plainMask(opacityMap));
+    // The nearest that X3D has to a colour that is shown as it is.
+    if (m_format == "x3d" && material.kd.isNull() && material.ks.isNull() && !material.emission.isNull()) {
+        material.isUnlit = true;
+        material.kd = material.emission;
+        material.baseColour = QVector4D(material.kd, material.baseColour.w());
+        material.emission = QVector3D();
+    }
     nameUnread(source);
     // Formats other than glTF do not say whether they blend: what lets light through tells.
     if (material.alphaMode == ImportedMaterial::Blend && material.d >= 1 && !isSeeThrough(material.mapKd)
@@ -225,7 +239,7 @@ ImportedTexture MaterialReader::texture(
     const QString material = toQString(const_cast<aiMaterial &>(source).GetName());
     for (const aiTextureType type : types) {
         aiString name;
-        if (source.GetTexture(type, 0, &name) != aiReturn_SUCCESS || name.length == 0)
+        if (source.GetTexture(type, 0, &name) != aiReturn_SUCCESS || name.length == 0 || isMadeUp(name))
             continue;
         // The mesh reader puts the set of the base colour first, with the transforms of all sets in place.
         const TextureSets sets = textureSetsOf(source);

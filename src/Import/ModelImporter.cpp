@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <Import/ModelImporter.h>
 
+#include "AmfReader.h"
 #include "AssimpLoader.h"
 #include "AssimpTypes.h"
 #include "GltfFile.h"
@@ -146,8 +147,11 @@ bool readWithAssimp(
     }
     AssimpLoader loader(file, &text, budget);
     const aiScene *source = loader.read(problem);
-    if (!source)
+    if (!source) {
+        if (!text.problem().isEmpty() && budget->problem().isEmpty())
+            *problem = text.problem();
         return false;
+    }
     *problem = findProblem(source);
     if (problem->isEmpty())
         *problem = text.problem();
@@ -159,6 +163,7 @@ bool readWithAssimp(
         return false;
     SceneReader reader(source, loader.format(), file, options, budget);
     reader.setImagePlaces(text.imagePlaces());
+    reader.setMeasures(text.upAxis(), text.unit());
     if (!reader.read(scene, problem))
         return false;
     if (scene->items.isEmpty() && options.needsTriangles && !text.emptyReason().isEmpty()) {
@@ -187,6 +192,8 @@ bool readContent(
                 && GltfReader(&document, content->fileName(), options, budget).read(scene, problem);
         }
     }
+    if (info.suffix().compare(QLatin1String("amf"), Qt::CaseInsensitive) == 0 && info.size() > 0)
+        return readAmf(content, options, budget, scene, problem);
     return readPlainMesh(content, options, budget, scene) || readWithAssimp(content, options, budget, scene, problem);
 }
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "ModelText.h"
 
+#include "AmfReader.h"
 #include "TextEncoding.h"
+#include "ZipFile.h"
 
 #include <assimp/scene.h>
 
@@ -9,6 +11,7 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QRegularExpression>
+#include <QtCore/QXmlStreamReader>
 
 #include <algorithm>
 #include <limits>
@@ -38,11 +41,16 @@ ModelText::ModelText(QFile *file)
             readPly(reinterpret_cast<const char *>(bytes), file->size());
         return;
     }
-    if (suffix != QLatin1String("obj") && suffix != QLatin1String("off") && suffix != QLatin1String("x3d")) {
+    if (suffix == QLatin1String("3mf"))
+        read3mf(file);
+    if (suffix != QLatin1String("obj") && suffix != QLatin1String("off") && suffix != QLatin1String("x3d")
+        && suffix != QLatin1String("dae") && suffix != QLatin1String("3ds") && suffix != QLatin1String("blend")) {
         readOther(file, suffix);
         return;
     }
     if (file->size() > std::numeric_limits<int>::max()) {
+        if (suffix == QLatin1String("3ds") || suffix == QLatin1String("blend"))
+            return;
         m_problem = QStringLiteral("%1 files of 2 GiB and more are not read").arg(suffix.toUpper());
         return;
     }
@@ -52,10 +60,20 @@ ModelText::ModelText(QFile *file)
         m_obj.emplace(text);
         return;
     }
+    if (suffix == QLatin1String("3ds")) {
+        m_3ds.emplace(text);
+        return;
+    }
+    if (suffix == QLatin1String("blend")) {
+        m_blend.emplace(text);
+        return;
+    }
     if (isUtf16(text))
         m_text = utf8Of(text);
     if (suffix == QLatin1String("off"))
         m_off.emplace(m_text.isNull() ? text : m_text);
+    else if (suffix == QLatin1String("dae"))
+        m_dae.emplace(m_text.isNull() ? text : m_text);
     else
         m_x3d.emplace(m_text.isNull() ? text : m_text, m_file);
 }
@@ -76,6 +94,27 @@ void ModelText::readPly(const char *begin, qint64 size)
     m_hasUnreadColours = size > std::numeric_limits<int>::max() / 2;
     if (!m_hasUnreadColours)
         m_text = header + QByteArray(begin + m_ply.size, int(size - m_ply.size));
+}
+
+/// The unit, which the model part of the archive says. By the standard z points up.
+void ModelText::read3mf(QFile *file)
+{
+    constexpr qint64 longestStart = 1 << 16;
+    const uchar *const bytes = file->size() < std::numeric_limits<int>::max() ? file->map(0, file->size()) : nullptr;
+    if (!bytes)
+        return;
+    const ZipFile archive(QByteArray::fromRawData(reinterpret_cast<const char *>(bytes), int(file->size())));
+    for (const QString &name : archive.names()) {
+        if (!name.endsWith(QLatin1String(".model"), Qt::CaseInsensitive))
+            continue;
+        QXmlStreamReader reader(archive.read(name, longestStart));
+        if (!reader.readNextStartElement())
+            continue;
+        const QString unit = reader.attributes().value(QLatin1String("unit")).toString();
+        m_unit = metresOf(unit.isEmpty() ? QStringLiteral("millimeter") : unit.toLower());
+        m_upAxis = QStringLiteral("z");
+        return;
+    }
 }
 
 /// Scenes of Irrlicht hold no triangles of their own, and assimp 5.2 takes few of their nodes.
@@ -111,7 +150,7 @@ void ModelText::readOther(QFile *file, const QString &suffix)
 
 QString ModelText::problem() const
 {
-    return m_obj ? m_obj->problem() : m_off ? m_off->problem() : m_problem;
+    return m_obj ? m_obj->problem() : m_off ? m_off->problem() : m_x3d ? m_x3d->problem() : m_problem;
 }
 
 QByteArray ModelText::plainText() const
@@ -119,13 +158,20 @@ QByteArray ModelText::plainText() const
     const QByteArray plain = m_obj ? m_obj->plainText()
         : m_off                    ? m_off->plainText()
         : m_x3d                    ? m_x3d->plainText()
+        : m_dae                    ? m_dae->plainText()
+        : m_blend                  ? m_blend->plainContent()
                                    : QByteArray();
     return plain.isNull() ? m_text : plain;
 }
 
-QByteArray ModelText::plainCompanion(const QByteArray &text)
+QString ModelText::emptyReason() const
 {
-    return m_libraries.plainText(withoutByteOrderMark(text));
+    return m_x3d ? m_x3d->undrawn().join(QStringLiteral("; ")) : m_emptyReason;
+}
+
+QByteArray ModelText::plainCompanion(const QByteArray &text, const QString &name)
+{
+    return m_libraries.plainText(withoutByteOrderMark(text), name);
 }
 
 void ModelText::complete(const aiScene *scene)
@@ -133,8 +179,12 @@ void ModelText::complete(const aiScene *scene)
     m_libraries.complete(scene);
     if (m_obj)
         m_obj->complete(scene);
-    if (m_off && m_off->hasColours() && scene->mNumMeshes == 1)
-        m_off->colourFaces(scene->mMeshes[0]);
+    if (m_3ds)
+        m_3ds->complete(scene);
+    if (m_blend)
+        m_blend->complete(scene);
+    if (m_off && scene->mNumMeshes == 1)
+        m_off->complete(scene->mMeshes[0]);
 }
 
 QHash<QString, QStringList> ModelText::imagePlaces() const
@@ -164,7 +214,10 @@ QStringList ModelText::warnings(const QStringList &missingFiles) const
             QStringLiteral("%1: the colours of its vertices are not read: it is too large for diffuse_red to be "
                            "renamed to red")
                 .arg(m_file));
-    for (const QString &line : m_off ? m_off->warnings() : QStringList())
+    for (const QString &line : m_off ? m_off->warnings()
+            : m_dae                  ? m_dae->warnings()
+            : m_blend                ? m_blend->warnings()
+                                     : QStringList())
         lines.append(QStringLiteral("%1: %2").arg(m_file, line));
     return lines;
 }

@@ -7,6 +7,7 @@
 #include <QtCore/QList>
 
 #include <algorithm>
+#include <cmath>
 
 namespace Velmora::Kvz {
 
@@ -34,8 +35,8 @@ const TextureKind *kindOf(const QByteArray &keyword)
 bool isNumber(const QByteArray &word)
 {
     bool fits = false;
-    word.toFloat(&fits);
-    return fits;
+    const float value = word.toFloat(&fits);
+    return fits && std::isfinite(value);
 }
 
 QByteArray withoutQuotes(const QByteArray &name)
@@ -97,12 +98,15 @@ private:
 
 } // namespace
 
-QByteArray MtlText::plainText(const QByteArray &text)
+QByteArray MtlText::plainText(const QByteArray &text, const QString &name)
 {
+    m_library = name;
+    m_line = 0;
     QByteArray plain;
     plain.reserve(text.size());
     QByteArray joined;
     for (const QByteArray &part : text.split('\n')) {
+        ++m_line;
         joined += part.trimmed();
         if (joined.endsWith('\\')) {
             joined.back() = ' ';
@@ -122,7 +126,9 @@ void MtlText::readLine(const QByteArray &line)
     Options words(line);
     const QByteArray word = words.takeWord();
     const QByteArray keyword = word.toLower();
-    const QByteArray values = words.rest();
+    QByteArray values = words.rest();
+    if (!takesNumbers(keyword, line, &values))
+        return;
     if (keyword == "newmtl") {
         m_block.name = values;
         m_names.insert(values.simplified());
@@ -132,10 +138,10 @@ void MtlText::readLine(const QByteArray &line)
         m_block.lines += "d " + (values.startsWith("-halo") ? values.mid(5).trimmed() : values) + '\n';
         return;
     } else if (keyword == "tr") {
-        m_block.transparency = line + '\n';
+        m_block.transparency = "Tr " + values + '\n';
         return;
     } else if (keyword == "ks") {
-        m_block.highlight += line + '\n';
+        m_block.highlight += "Ks " + values + '\n';
         return;
     }
     m_block.hasColour |= keyword == "kd";
@@ -143,11 +149,40 @@ void MtlText::readLine(const QByteArray &line)
     if (keyword == "illum")
         m_block.hasNoHighlight = values == "0" || values == "1";
     if (!kindOf(keyword)) {
-        m_block.lines += line + '\n';
+        m_block.lines += word + ' ' + values + '\n';
         return;
     }
     QByteArray &target = keyword == "map_ks" ? m_block.highlight : m_block.lines;
     target += word + ' ' + textureLine(keyword, values) + '\n';
+}
+
+/// Whether a line has the numbers that its keyword asks for: three of a colour, of which the first stands for those that are left
+/// out, or one. A line that has something else says so and is left out; assimp would refuse the whole model.
+bool MtlText::takesNumbers(const QByteArray &keyword, const QByteArray &line, QByteArray *values)
+{
+    static const QList<QByteArray> colours = {"ka", "kd", "ke", "ks", "tf"};
+    static const QList<QByteArray> factors = {
+        "anisor", "aniso", "d", "illum", "ni", "ns", "pc", "pcr", "pm", "pr", "ps", "sharpness", "tr"};
+    const bool isColour = colours.contains(keyword);
+    if (!isColour && !factors.contains(keyword))
+        return true;
+    QByteArray text = values->simplified();
+    const int comment = text.indexOf('#');
+    if (comment >= 0)
+        text = text.left(comment).trimmed();
+    const bool isHalo = keyword == "d" && text.startsWith("-halo");
+    QList<QByteArray> numbers = (isHalo ? text.mid(5).trimmed() : text).split(' ');
+    const bool isFit = std::all_of(numbers.begin(), numbers.end(), isNumber) && (isColour ? numbers.size() <= 4 : true);
+    if (!isFit) {
+        m_warnings.append(
+            QStringLiteral("material library \"%1\", line %2: \"%3\" has no number where one is needed and is left out")
+                .arg(m_library, QString::number(m_line), QString::fromUtf8(line.simplified().left(80))));
+        return false;
+    }
+    while (isColour && numbers.size() < 3)
+        numbers.append(numbers.first());
+    *values = (isHalo ? QByteArray("-halo ") : QByteArray()) + numbers.join(' ');
+    return true;
 }
 
 /// Only the option that assimp takes and the name of the file.

@@ -20,8 +20,8 @@ namespace Velmora::Kvz {
 class MtlText
 {
 public:
-    /// The text of a library as assimp reads it rightly; keeps what it cannot take.
-    QByteArray plainText(const QByteArray &text);
+    /// The text of a library, of which messages tell the name, as assimp reads it rightly; keeps what it cannot take.
+    QByteArray plainText(const QByteArray &text, const QString &name);
     /// Gives the meshes of a scene, before it is triangulated, the texture coordinates that the options of their textures ask for.
     void complete(const aiScene *scene) const;
     /// Whether a library that was read has a material of this name.
@@ -55,12 +55,15 @@ private:
     };
 
     void readLine(const QByteArray &line);
+    bool takesNumbers(const QByteArray &keyword, const QByteArray &line, QByteArray *values);
     QByteArray textureLine(const QByteArray &keyword, const QByteArray &values);
     QByteArray takeBlock();
     Placement placementOf(const QByteArray &material, aiTextureType type) const;
     static void layOut(aiMesh *mesh, const QVector<Placement> &sets);
 
     Block m_block;
+    QString m_library;
+    int m_line = 0;
     QVector<Placement> m_placements;
     QSet<QByteArray> m_names;
     QStringList m_warnings;

@@ -142,7 +142,7 @@ ObjText::ObjText(const QByteArray &text)
         if (m_problem.isEmpty() && kind.largest > kind.count)
             report(kind, kind.largestLine, kind.largest);
     }
-    const bool hasVerticesAlone = !m_hasElements && (m_kinds[0].count > 0 || m_kinds[1].count > 0);
+    const bool hasVerticesAlone = !m_hasElements && (m_kinds[1].count > 0 || m_kinds[2].count > 0);
     if ((m_isOdd || hasVerticesAlone || hasColoursInPart()) && m_problem.isEmpty())
         m_plain = plainObj(marked, {hasColoursInPart(), hasVerticesAlone, m_hasAlpha});
     if (m_problem.isEmpty() && !m_hasElements && m_curves + m_surfaces > 0)
@@ -197,10 +197,11 @@ void ObjText::readLine(const char *begin, const char *end)
     if (length == 1 && *keyword == 'f') {
         readFace(values, end);
     } else if (length == 1 && *keyword == 'v') {
+        ++m_kinds[0].count;
         readVertex(values, end);
     } else if (length == 2 && keyword[0] == 'v') {
         for (Kind &kind : m_kinds)
-            kind.count += keyword[1] == kind.keyword[1];
+            kind.count += keyword[1] == kind.keyword[1]; // "v" has a zero there
         readNumbers(values, end, 2);
     } else if (is("mtllib")) {
         readLibraries(QByteArray(values, int(end - values)));
@@ -228,6 +229,8 @@ void ObjText::readLibraries(const QByteArray &names)
 void ObjText::readVertex(const char *begin, const char *end)
 {
     const int count = readNumbers(begin, end, 3);
+    if (count < 3)
+        m_problem = QStringLiteral("line %1: a vertex has %2 of its three numbers").arg(m_line).arg(count);
     m_isOdd |= count == 7;
     m_hasAlpha |= count == 7;
     ++(count > 5 ? m_colouredVertices : m_plainVertices);
@@ -255,9 +258,16 @@ void ObjText::readFace(const char *begin, const char *end)
             m_isOdd = true;
             return;
         }
-        while (at != end && *at != '/' && !isSpace(*at)) // assimp tells of these itself
+        const bool isNumber = *at == '-' || *at == '+' || (*at >= '0' && *at <= '9');
+        const qint64 vertex = readInteger(&at, end);
+        if (isNumber && vertex == 0) {
+            m_problem = QStringLiteral("line %1: a face has vertex 0, and OBJ counts from 1").arg(m_line);
+            return;
+        }
+        readIndex(&m_kinds[0], vertex);
+        while (at != end && *at != '/' && !isSpace(*at)) // assimp tells of what is no number
             ++at;
-        for (int i = 0; i < 2 && at != end && *at == '/'; ++i) {
+        for (int i = 1; i < 3 && at != end && *at == '/'; ++i) {
             ++at;
             if (at != end && *at != '/' && !isSpace(*at))
                 readIndex(&m_kinds[i], readInteger(&at, end));

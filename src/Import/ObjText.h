@@ -60,7 +60,7 @@ private:
     bool hasColoursInPart() const { return m_colouredVertices > 0 && m_plainVertices > 0; }
     QString notDrawn() const;
 
-    Kind m_kinds[2] = {{"vt", "texture coordinate"}, {"vn", "normal"}};
+    Kind m_kinds[3] = {{"v", "vertex"}, {"vt", "texture coordinate"}, {"vn", "normal"}};
     qint64 m_line = 0;
     bool m_isOdd = false;
     bool m_hasAlpha = false; // of any colour

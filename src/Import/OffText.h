@@ -4,6 +4,8 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
+#include <QtGui/QVector2D>
+#include <QtGui/QVector3D>
 #include <QtGui/QVector4D>
 
 #include <optional>
@@ -14,7 +16,8 @@ struct aiMesh;
 namespace Velmora::Kvz {
 
 /// What assimp keeps to itself or reads wrongly of an OFF file: the colours of its faces, indices past the end, which it takes for
-/// the last vertex, and faces of more than nine corners, which it drops. Comments and empty lines cost it faces.
+/// the last vertex, and faces of more than nine corners, which it drops. Comments and empty lines cost it faces. Whatever vertices
+/// have beside a position of three numbers is read here: of all kinds that a keyword tells, assimp has a few right.
 class OffText
 {
 public:
@@ -25,20 +28,40 @@ public:
     QString problem() const { return m_problem; }
     /// The text as assimp reads it rightly. Null where the file is already so.
     QByteArray plainText() const { return m_plain; }
-    /// Whether a face has a colour of its own.
-    bool hasColours() const { return m_hasColours; }
-    /// Gives the corners of each face of a mesh the colour of the face: vertices that faces share are repeated. Faces without a
-    /// colour among others are light grey. A mesh with colours of its vertices keeps those. Before triangulation.
-    void colourFaces(aiMesh *mesh);
+    /// Gives a mesh, before triangulation, what its vertices have, and the corners of each face the colour of the face: vertices
+    /// that faces share are repeated. Faces without a colour among others are light grey. A mesh with colours of its vertices
+    /// keeps those.
+    void complete(aiMesh *mesh);
     /// What was left out, a line each.
     QStringList warnings() const;
 
 private:
+    /// What a keyword such as "STCN4OFF" says that a vertex has beside three numbers.
+    struct Kind
+    {
+        bool hasTexCoords = false;
+        bool hasColours = false;
+        bool hasNormals = false;
+        bool isHomogeneous = false; ///< Positions have four numbers, the last of which divides the others.
+        bool hasDimension = false; ///< A line behind the keyword has the number of dimensions.
+
+        bool isPlain() const { return !hasTexCoords && !hasColours && !hasNormals && !isHomogeneous; }
+        bool read(const QByteArray &keyword);
+    };
+
     void read(const QByteArray &text);
+    bool readVertex(const char *at, const char *end, int number);
+    void completeVertices(aiMesh *mesh) const;
+    void colourFaces(aiMesh *mesh);
     void readFace(const char *at, const char *end, qint64 vertices, int number);
     void readColour(const char *at, const char *end);
 
     QString m_problem;
+    Kind m_kind;
+    QByteArray m_positions; // lines of three numbers, of a kind that is not plain
+    std::vector<QVector3D> m_normals; // of vertices, as the others below; empty where the kind has none
+    std::vector<std::optional<QVector4D>> m_vertexColours;
+    std::vector<QVector2D> m_texCoords;
     std::vector<std::optional<QVector4D>> m_colours; // by the faces that assimp keeps
     QByteArray m_plain;
     bool m_hasColours = false;

@@ -45,10 +45,11 @@ bool readPlainMesh(QFile *file, const ImportOptions &options, ImportBudget *budg
     ImportedMesh mesh;
     if (!(isStl ? readBinaryStl(file, budget, &mesh) : readBinaryPly(file, budget, &mesh)))
         return false;
-    const bool isUnshared = !isStl && mesh.positions.size() > mesh.indices.size() / 3;
+    const bool isWelded = isStl && mesh.colours.isEmpty();
+    const bool isUnshared = !isWelded && mesh.positions.size() > mesh.indices.size() / 3;
     if (isUnshared)
         weld(&mesh);
-    const QString remark = completeMesh(&mesh, isStl ? Positions::Distinct : Positions::Any);
+    const QString remark = completeMesh(&mesh, isWelded ? Positions::Distinct : Positions::Any);
     if (mesh.indices.isEmpty())
         return false;
     if (isStl || isUnshared)

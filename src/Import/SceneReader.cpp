@@ -70,23 +70,17 @@ bool areNone(const QVector<QVector4D> &colours)
     return std::all_of(colours.cbegin(), colours.cend(), [](const QVector4D &colour) { return colour.isNull(); });
 }
 
-/// Colours of Blender are bytes, which the loader takes for signed ones.
+/// Colours of Blender are bytes, which the loader takes for signed ones; since polygons, from 2.63 on, it gives them as numbers to 1.
 void mendSignedBytes(QVector<QVector4D> *colours)
 {
+    const bool areNumbers = std::all_of(colours->cbegin(), colours->cend(), [](const QVector4D &colour) {
+        return std::min({colour.x(), colour.y(), colour.z(), colour.w()}) >= 0
+            && std::max({colour.x(), colour.y(), colour.z(), colour.w()}) <= 1;
+    });
     for (QVector4D &colour : *colours) {
-        for (int i = 0; i < 4; ++i)
+        for (int i = 0; i < 4 && !areNumbers; ++i)
             colour[i] = (colour[i] < 0 ? colour[i] + 256 : colour[i]) / 255;
     }
-}
-
-/// Colours of OFF are numbers to 1 or to 255; the loader hands out what the file says.
-void mendColours(QVector<QVector4D> *colours)
-{
-    const bool areBytes = std::any_of(colours->cbegin(), colours->cend(), [](const QVector4D &colour) {
-        return std::max({colour.x(), colour.y(), colour.z()}) > 1;
-    });
-    for (QVector4D &colour : *colours)
-        colour /= areBytes ? 255 : 1;
 }
 
 ImportedAnimation::Channel channelOf(int node, ImportedAnimation::Path path)
@@ -160,6 +154,12 @@ SceneReader::SceneReader(const aiScene *source, const QByteArray &format, const 
       m_images(file, budget, &m_scene),
       m_materials(source, format, &m_images)
 { }
+
+void SceneReader::setMeasures(const QString &upAxis, float unit)
+{
+    m_scene.upAxis = upAxis;
+    m_scene.unit = unit;
+}
 
 bool SceneReader::read(ImportedScene *scene, QString *problem)
 {
@@ -381,8 +381,6 @@ int SceneReader::meshNumber(unsigned sourceNumber)
     if (!reading.mesh.indices.isEmpty()) {
         number = m_scene.meshes.size();
         m_scene.meshes.append(reading.mesh);
-        if (m_format == "off")
-            mendColours(&m_scene.meshes.last().colours);
         if (m_format == "blend")
             mendSignedBytes(&m_scene.meshes.last().colours);
         if (areNone(m_scene.meshes.last().colours))

@@ -198,7 +198,15 @@ TEST(DracoTest, plainDataComesFirst)
     primitive["extensions"] =
         QJsonObject{{"KHR_draco_mesh_compression", QJsonObject{{"bufferView", 0}, {"attributes", QJsonObject()}}}};
     document.setPrimitive(primitive);
-    EXPECT_EQ(importScene(folder.write("a.gltf", document.bytes())).meshes.value(0).positions.size(), 4);
+    const QString file = folder.write("a.gltf", document.bytes());
+    const ImportedScene scene = importScene(file);
+    EXPECT_EQ(scene.meshes.value(0).positions.size(), 4);
+    EXPECT_EQ(scene.warnings,
+        QStringList(file
+            + ": mesh 0: its data cannot be decoded by KHR_draco_mesh_compression; what is there without it is drawn"));
+    document.root["extensionsRequired"] = QJsonArray{"KHR_draco_mesh_compression"};
+    EXPECT_EQ(refusal(folder.write("b.gltf", document.bytes())),
+        "mesh 0: its data cannot be decoded by KHR_draco_mesh_compression; is it damaged?");
 }
 
 TEST(DracoTest, whatDoesNotFitTheDocumentRefusesTheFile)

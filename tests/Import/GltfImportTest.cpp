@@ -562,6 +562,69 @@ TEST(GltfImportTest, anotherAxisMayPointUp)
     EXPECT_FLOAT_EQ(importScene(file).unit, 1);
 }
 
+TEST(GltfImportTest, referencesBelowZeroAreNotTakenForNone)
+{
+    TemporaryFolder folder;
+    const auto reason = [&](const Doc &document) { return refusal(folder.write("a.gltf", document.bytes())); };
+    Doc square;
+    square.setSquare();
+    {
+        Doc document = square;
+        document.setNodes({QJsonObject{{"mesh", -1}}}, {0});
+        EXPECT_EQ(reason(document), "damaged glTF: node 0: its mesh is -1, which is no index");
+    }
+    {
+        Doc document = square;
+        QJsonObject positions = document.accessors()[0].toObject();
+        positions["bufferView"] = -1;
+        document.accessors()[0] = positions;
+        EXPECT_EQ(reason(document), "damaged glTF: accessor 0: its bufferView is -1, which is no index");
+    }
+    {
+        Doc document;
+        document.setPrimitive({{"attributes", document.square()}, {"indices", "0"}});
+        EXPECT_EQ(reason(document), "damaged glTF: mesh 0, primitive 0: its indices is \"0\", which is no index");
+    }
+    const auto warning = [&](const Doc &document) {
+        const QString file = folder.write("b.gltf", document.bytes());
+        const QStringList lines = importScene(file).warnings;
+        return lines.size() == 1 ? lines[0].mid(file.size() + 2) : lines.join('|');
+    };
+    {
+        Doc document;
+        document.setPrimitive(
+            {{"attributes", document.square()}, {"indices", document.squareIndices()}, {"material", -1}});
+        EXPECT_EQ(warning(document), "mesh 0, primitive 0: its material is -1, which is no index");
+    }
+    {
+        Doc document;
+        document.setSquare({{"pbrMetallicRoughness", QJsonObject{{"baseColorTexture", QJsonObject{{"index", -1}}}}}});
+        EXPECT_EQ(warning(document), "material 0, baseColorTexture: its index is -1, which is no index");
+    }
+    {
+        Doc document;
+        document.setSquare({{"pbrMetallicRoughness", QJsonArray{}}});
+        EXPECT_EQ(warning(document), "material 0: its pbrMetallicRoughness is [], and no object");
+    }
+    {
+        Doc document;
+        document.setSquare({{"extras", QJsonObject{{"index", -1}, {"material", "oak"}}}});
+        EXPECT_EQ(warning(document), "") << "what the file's maker put in is not looked at";
+    }
+}
+
+TEST(GltfImportTest, namesOfBuffersMayHavePercentSigns)
+{
+    TemporaryFolder folder;
+    Doc document;
+    document.setSquare();
+    folder.write("p%20q.bin", document.buffer());
+    const QString file = folder.write("a.gltf", document.bytes("p%20q.bin"));
+    EXPECT_EQ(importScene(file).meshes.value(0).positions.size(), 4);
+    folder.write("p q.bin", QByteArray(document.buffer().size(), '\0'));
+    EXPECT_EQ(refusal(file), "no triangles") << "the resolved name comes first";
+}
+
 TEST(GltfImportTest, brokenStructureIsRefused)
 {
     TemporaryFolder folder;

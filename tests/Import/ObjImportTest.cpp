@@ -56,6 +56,46 @@ TEST(MtlTest, illuminationOfColourAloneIsUnlit)
         EXPECT_FALSE(sceneOf(lines).materials.value(0).isUnlit) << lines;
 }
 
+TEST(MtlTest, aLineWithoutItsNumbersIsLeftOutAndNamed)
+{
+    QStringList lines;
+    const ImportedMaterial material =
+        sceneOf("Kd xyz\nKs 0 0\tnan\nNs\nd 0.5z\nKe .25 # the rest\n", &lines).materials.value(0);
+    const QString line =
+        "material library \"a.mtl\", line %1: \"%2\" has no number where one is needed and is left out";
+    EXPECT_EQ(lines,
+        (QStringList{line.arg(4).arg("Kd xyz"), line.arg(5).arg("Ks 0 0 nan"), line.arg(6).arg("Ns"),
+            line.arg(7).arg("d 0.5z")}));
+    EXPECT_EQ(material.emission, QVector3D(0.25f, 0.25f, 0.25f))
+        << "the first number stands for those that are not there";
+    EXPECT_EQ(material.d, 1);
+    EXPECT_EQ(sceneOf("Kd 0.2\nNs 10.5 #\nillum 2\nd -halo 0.5\n").materials.value(0).kd, QVector3D(0.2f, 0.2f, 0.2f));
+}
+
+/// What makes the holes of a mask: alpha that is the same everywhere says nothing, as in what usual programs write.
+TEST(MtlTest, masksAreReadByGreyUnlessTheirAlphaSaysMore)
+{
+    const auto alphaOf = [](const QImage &mask) {
+        TemporaryFolder folder;
+        folder.write("m.png", pngBytes(mask));
+        folder.write("a.mtl", "newmtl m\nmap_d m.png\n");
+        const ImportedScene scene = importScene(folder.write("a.obj", "mtllib a.mtl\n" + square + "usemtl m\n" + face));
+        const QImage image = scene.materials.value(0).mapKd;
+        return qMakePair(qAlpha(image.pixel(0, 0)), qAlpha(image.pixel(1, 0)));
+    };
+    QImage mask(2, 1, QImage::Format_ARGB32);
+    mask.setPixel(0, 0, qRgba(255, 255, 255, 255));
+    mask.setPixel(1, 0, qRgba(0, 0, 0, 255));
+    EXPECT_EQ(alphaOf(mask), qMakePair(255, 0)) << "grey with an alpha that says nothing";
+    EXPECT_EQ(alphaOf(mask.convertToFormat(QImage::Format_RGB32)), qMakePair(255, 0));
+    mask.setPixel(0, 0, qRgba(0, 0, 0, 255));
+    mask.setPixel(1, 0, qRgba(255, 255, 255, 51));
+    EXPECT_EQ(alphaOf(mask), qMakePair(255, 51)) << "alpha";
+    mask.setPixel(0, 0, qRgba(255, 255, 255, 128));
+    mask.setPixel(1, 0, qRgba(0, 0, 0, 128));
+    EXPECT_EQ(alphaOf(mask), qMakePair(255, 0)) << "grey, whatever the same alpha is";
+}
+
 TEST(ObjLibrariesTest, oneLineMayNameSeveral)
 {
     TemporaryFolder folder;

@@ -302,13 +302,6 @@ QByteArray withFloat(QByteArray bytes, int offset, float value)
     return bytes;
 }
 
-const QByteArray colouredStl = [] {
-    QByteArray bytes = stl(ball(4));
-    for (int end = 84 + 50; end <= bytes.size(); end += 50)
-        bytes[end - 1] = char(0x80 | 0x7c); // red
-    return bytes;
-}();
-
 /// Four corners a face.
 const QByteArray quadPly = [] {
     QByteArray bytes = "ply\nformat binary_little_endian 1.0\nelement vertex 4\nproperty float x\nproperty float y\n"
@@ -349,8 +342,7 @@ TEST_P(OtherMeshTest, isForAssimp)
 }
 
 INSTANTIATE_TEST_SUITE_P(All, OtherMeshTest,
-    ::testing::Values(OtherFile{"stlWithColours", "a.stl", colouredStl, nullptr},
-        OtherFile{"quads", "a.ply", quadPly, nullptr},
+    ::testing::Values(OtherFile{"quads", "a.ply", quadPly, nullptr},
         OtherFile{"stlWithAPositionThatIsNoNumber", "a.stl", withFloat(stl(ball(4)), 84 + 12, nan),
             "the position of vertex 0 is not a finite number"},
         OtherFile{"plyWithAPositionThatIsNoNumber", "a.ply", withFloat(positionsPly(ball(4)), plyHeaderSize + 12, nan),
@@ -365,14 +357,65 @@ INSTANTIATE_TEST_SUITE_P(All, OtherMeshTest,
             "no triangles"}),
     [](const auto &test) { return std::string(test.param.label); });
 
-TEST(PlainMeshTest, coloursOfStlAreKept)
+namespace {
+
+/// The colours of the corners of some triangles beside each other, each with an attribute.
+QVector<QVector4D> stlColours(const QByteArray &header, const QVector<quint16> &attributes)
 {
+    QByteArray bytes = header.leftJustified(80, ' ');
+    put(&bytes, quint32(attributes.size()));
+    for (int facet = 0; facet < attributes.size(); ++facet) {
+        const float x = float(3 * facet);
+        for (const float value : {0.f, 0.f, 1.f, x, 0.f, 0.f, x + 1, 0.f, 0.f, x, 1.f, 0.f})
+            put(&bytes, value);
+        put(&bytes, attributes[facet]);
+    }
     TemporaryFolder folder;
-    const ImportedScene scene = importScene(folder.write("a.stl", colouredStl));
-    ASSERT_EQ(scene.meshes.size(), 1);
-    ASSERT_FALSE(scene.meshes[0].colours.isEmpty());
-    for (const QVector4D &colour : scene.meshes[0].colours)
-        EXPECT_EQ(colour, QVector4D(1, 0, 0, 1));
+    const ImportedScene scene = importScene(folder.write("a.stl", bytes));
+    EXPECT_EQ(scene.warnings, QStringList());
+    EXPECT_EQ(scene.meshes.size(), 1);
+    const ImportedMesh mesh = scene.meshes.value(0);
+    QVector<QVector4D> colours(mesh.colours.isEmpty() ? 0 : attributes.size());
+    for (int v = 0; v < mesh.colours.size(); ++v)
+        colours[int(mesh.positions[v].x()) / 3] = mesh.colours[v];
+    return colours;
+}
+
+constexpr quint16 valid = 0x8000;
+const QVector4D red(1, 0, 0, 1);
+const QVector4D blue(0, 0, 1, 1);
+
+} // namespace
+
+TEST(PlainMeshTest, facetsOfStlHaveBlueInTheLowestBits)
+{
+    EXPECT_EQ(stlColours("", {valid | 31 << 10, valid | 31}), (QVector<QVector4D>{red, blue}));
+    EXPECT_EQ(stlColours("", {valid | 31 << 10, 31}), (QVector<QVector4D>{red, {0.8f, 0.8f, 0.8f, 1}}))
+        << "one that has none";
+    EXPECT_EQ(stlColours("", {31, 0}), QVector<QVector4D>()) << "none at all";
+}
+
+TEST(PlainMeshTest, facetsOfStlHaveRedInTheLowestBitsBesideAColourOfTheWhole)
+{
+    const QByteArray header = QByteArray("made somewhere COLOR=") + '\0' + '\xff' + '\0' + '\xff' + ",MATERIAL=";
+    const QVector4D green(0, 1, 0, 1);
+    EXPECT_EQ(stlColours(header, {31, 31 << 10, valid | 31}), (QVector<QVector4D>{red, blue, green}));
+    EXPECT_EQ(stlColours(header, {0, 31}), (QVector<QVector4D>{{0, 0, 0, 1}, red})) << "black is a colour";
+    EXPECT_EQ(stlColours(header, {0, 0}), (QVector<QVector4D>{green, green})) << "attributes that nobody wrote";
+    EXPECT_EQ(stlColours(QByteArray(74, 'x') + "COLOR=", {0, 0}), QVector<QVector4D>())
+        << "cut off by the header's end";
+}
+
+TEST(PlainMeshTest, facetsOfStlWithColoursAreWeldedAndSmooth)
+{
+    QByteArray bytes = stl(ball(12));
+    for (int end = 84 + 50; end <= bytes.size(); end += 50)
+        bytes[end - 1] = char(0x80 | 0x7c);
+    TemporaryFolder folder;
+    const ImportedScene plain = importScene(folder.write("a.stl", stl(ball(12))));
+    const ImportedScene scene = importScene(folder.write("b.stl", bytes));
+    EXPECT_EQ(scene.meshes.value(0).positions.size(), plain.meshes.value(0).positions.size());
+    EXPECT_EQ(scene.meshes.value(0).colours.value(0), red);
 }
 
 TEST(PlainMeshTest, limitsHold)

@@ -96,6 +96,18 @@ TEST_F(KvzLightTest, castersLeaveTheOtherLightsInForce)
         QStringLiteral("kvz: warning: forward-basic: none of its passes takes a headlight or ambient light"));
 }
 
+/// Shadow maps know no transparency; chains without shadows have nothing to say.
+TEST_F(KvzLightTest, glassSaysThatItsShadowIsFull)
+{
+    const auto remarks = [this](const QString &model, const QString &chain) {
+        return run({"render", model, "--size", "64x36", "--chain", chain, "-o", folder.path("p.png")}).shadowRemarks;
+    };
+    EXPECT_EQ(remarks(glass, "shadows"),
+        QStringList("kvz: warning: " + glass + ": transparent surfaces cast shadows as if they were opaque"));
+    EXPECT_EQ(remarks(glass, "forward"), QStringList());
+    EXPECT_EQ(remarks(folder.write("cube.obj", cubeObj()), "shadows"), QStringList());
+}
+
 TEST_F(KvzLightTest, aBackgroundIsAColourOrNone)
 {
     const QImage orange = picture({"--background", "#e67814"});

@@ -15,7 +15,8 @@ struct Result
 {
     int status = -1; ///< -1 for a program that crashed or did not end.
     QString output;
-    QStringList errors; ///< Lines of standard error.
+    QStringList errors; ///< Lines of standard error but the next ones.
+    QStringList shadowRemarks; ///< What chains with shadows say of glass, which most models of the tests have.
 };
 
 inline QStringList linesOf(const QString &text)
@@ -51,7 +52,10 @@ public:
         if (process.waitForFinished(100000) && process.exitStatus() == QProcess::NormalExit)
             result.status = process.exitCode();
         result.output = QString::fromUtf8(process.readAllStandardOutput());
-        result.errors = linesOf(QString::fromUtf8(process.readAllStandardError()));
+        for (const QString &line : linesOf(QString::fromUtf8(process.readAllStandardError()))) {
+            const bool isRemark = line.endsWith(": transparent surfaces cast shadows as if they were opaque");
+            (isRemark ? result.shadowRemarks : result.errors).append(line);
+        }
         return result;
     }
 };

@@ -15,6 +15,7 @@
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
+#include <QtCore/QTemporaryDir>
 
 #include <algorithm>
 #include <limits>
@@ -126,6 +127,52 @@ TEST_F(DrawnFactsTest, infoTellsOfWhatIsDrawn)
     }
     EXPECT_GT(compared, 80);
     std::printf("%d of %d files compared\n", compared, files.size());
+}
+
+/// Of two cubes of Blender one is flat by its faces: all its normals lie along an axis.
+TEST(CorpusNormalsTest, facesOfBlenderAreAsFlatAsTheySay)
+{
+    const QPair<const char *, int> files[] = {{"SmoothVsSolidCube_248", 2}, {"BlenderDefault_250_Compressed", 1}};
+    for (const auto &file : files) {
+        ImportedScene scene;
+        QString error;
+        const QString path = QStringLiteral("/usr/share/assimp/models/BLEND/%1.blend").arg(QLatin1String(file.first));
+        ASSERT_TRUE(importModel(path, &scene, &error)) << qPrintable(error);
+        const auto isFlat = [](const ImportedMesh &mesh) {
+            return std::all_of(mesh.normals.begin(), mesh.normals.end(), [](const QVector3D &normal) {
+                return std::max({std::abs(normal.x()), std::abs(normal.y()), std::abs(normal.z())}) > 0.999f;
+            });
+        };
+        EXPECT_EQ(scene.meshes.size(), file.second) << file.first;
+        EXPECT_EQ(std::count_if(scene.meshes.begin(), scene.meshes.end(), isFlat), 1) << file.first;
+    }
+}
+
+/// The first material of a Blender file's meshes taken away, as the program does where it is deleted.
+TEST(CorpusNormalsTest, emptySlotsOfBlenderAreNoMaterial)
+{
+    QFile file(QStringLiteral("/usr/share/assimp/models/BLEND/BlenderDefault_269.blend"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    QByteArray bytes = file.readAll();
+    ASSERT_TRUE(bytes.startsWith("BLENDER-v")) << "64 bits, the lowest first";
+    // A block with the address of a material in it, behind that of its mesh.
+    const int mesh = bytes.indexOf(QByteArray("ME\0\0", 4));
+    const int material = bytes.indexOf(QByteArray("MA\0\0", 4));
+    ASSERT_GT(mesh, 0);
+    ASSERT_GT(material, 0);
+    const QByteArray address = bytes.mid(material + 8, 8);
+    const int slot = bytes.indexOf(address, mesh + 24);
+    ASSERT_GT(slot, 0);
+    bytes.replace(slot, 8, QByteArray(8, '\0'));
+    QTemporaryDir folder;
+    QFile copy(folder.filePath(QStringLiteral("a.blend")));
+    ASSERT_TRUE(copy.open(QIODevice::WriteOnly) && copy.write(bytes) == bytes.size());
+    copy.close();
+    ImportedScene scene;
+    QString error;
+    ASSERT_TRUE(importModel(copy.fileName(), &scene, &error)) << qPrintable(error);
+    EXPECT_EQ(scene.items.size(), 1);
+    EXPECT_EQ(scene.meshes.value(0).indices.size(), 36);
 }
 
 } // namespace Velmora::Kvz
