@@ -13,7 +13,7 @@
 #include <Scene/ModelPast.h>
 #include <Scene/SurfaceFeature.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 #include <atomic>
