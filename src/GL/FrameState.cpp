@@ -1,14 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "FrameState.h"
 
-#include "ContextRegistry.h"
-#include "CurrentContext.h"
-
-#include <Core/Log.h>
-#include <GL/GLErrors.h>
-
-#include <QtCore/QLoggingCategory>
-
 #include <epoxy/gl.h>
 
 #include <algorithm>
@@ -17,8 +9,6 @@
 namespace Velmora::Kvz {
 
 namespace {
-
-Q_LOGGING_CATEGORY(frameLog, "kvz.gl")
 
 std::atomic<quint64> revision{1};
 
@@ -70,19 +60,17 @@ void FrameState::objectsChanged()
     revision.fetch_add(1, std::memory_order_relaxed);
 }
 
-void FrameState::begin(Bindings bindings)
+void FrameState::begin(Bindings bindings, void *context, const QSharedPointer<ContextRecord> &record)
 {
     m_outer = current();
-    current() = nullptr;
     forgetAll();
-    void *const context = currentContextHandle();
     if (context != m_context) {
         m_objects = 0;
         m_extensions.clear();
         m_limits.clear();
     }
     m_context = context;
-    m_record = ContextRegistry::current();
+    m_record = record;
     m_assumesZero = bindings == Bindings::Empty;
     m_hasAccepted = false;
     followObjects();
@@ -99,18 +87,12 @@ void FrameState::begin(Bindings bindings)
     current() = this;
 }
 
-void FrameState::end()
+bool FrameState::end()
 {
     current() = m_outer;
     m_outer = nullptr;
     m_record.clear();
-    if (!m_hasAccepted)
-        return;
-    const GLenum error = takeGLErrors();
-    if (error == GL_OUT_OF_MEMORY)
-        KVZ_WARNING(QStringLiteral("out of graphics memory in a frame"));
-    else if (error != GL_NO_ERROR)
-        qCDebug(frameLog, "GL error 0x%04x was pending at the end of a frame", error);
+    return m_hasAccepted;
 }
 
 FrameState::Suspension::Suspension(FrameState *state)

@@ -37,9 +37,11 @@ public:
     /// That of the frame under way on this thread, or null.
     static FrameState *active();
 
-    /// Begins a frame in the current context. Asks for the framebuffers that are bound, which always come back.
-    void begin(Bindings bindings);
-    void end();
+    /// Begins a frame in the current context, whose handle and record are given. Asks for the framebuffers that are bound, which
+    /// always come back.
+    void begin(Bindings bindings, void *context, const QSharedPointer<ContextRecord> &record);
+    /// Ends it. Whether errors of its draws are still to be asked for.
+    bool end();
 
     /// While it lives, GL is called as if no frame were under way: for code that is not known to use TrackedGL.h. Nothing is known
     /// afterwards.

@@ -9,7 +9,7 @@
 
 #include <Chain/ChainLibrary.h>
 #include <GL/CurrentContext.h>
-#include <GL/FrameState.h>
+#include <GL/FrameBounds.h>
 #include <GL/TextureManager.h>
 #include <Scene/GPUModelBuilder.h>
 
@@ -325,10 +325,10 @@ TEST_F(FrameCallsTest, imagesThatAHostRespecifiesBetweenFramesHaveTheirNewSize)
         image->bind();
         glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, width, 4, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
         image->unbind();
-        state.begin(FrameState::Bindings::Empty);
+        enterFrame(&state, FrameState::Bindings::Empty);
         widths.append(image->width(0));
         widths.append(image->width(0));
-        state.end();
+        leaveFrame(&state);
     }
     EXPECT_EQ(widths, (QVector<int>{8, 8, 8, 8, 16, 16, 16, 16}));
 }

@@ -10,6 +10,7 @@
 #include <Core/Log.h>
 #include <Core/RenderPass.h>
 #include <GL/DrawBuffers.h>
+#include <GL/FrameBounds.h>
 #include <GL/GLErrors.h>
 #include <GL/Texture.h>
 #include <GL/TextureManager.h>
@@ -115,13 +116,14 @@ void FrameRunner::runPasses(bool keepsBindings)
 {
     const bool isAllKnown = std::all_of(m_slots->begin(), m_slots->end(),
         [](const std::unique_ptr<PassSlot> &slot) { return slot->info->keepsStateKnown; });
-    m_state->begin(isAllKnown && !keepsBindings ? FrameState::Bindings::Empty : FrameState::Bindings::Unknown);
+    enterFrame(
+        m_state.get(), isAllKnown && !keepsBindings ? FrameState::Bindings::Empty : FrameState::Bindings::Unknown);
     for (int i = 0; i < m_slots->size(); ++i) {
         PassSlot *const slot = &(*m_slots)[i];
         const FrameState::Suspension suspension(slot->info->keepsStateKnown ? nullptr : m_state.get());
         run(slot, i);
     }
-    m_state->end();
+    leaveFrame(m_state.get());
     m_manager->setHolderLabel(QString());
 }
 
