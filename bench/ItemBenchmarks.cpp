@@ -20,7 +20,7 @@ namespace Velmora::Kvz {
 namespace {
 
 /// Small triangles, so that what is measured is the items and not their pixels.
-QSharedPointer<GPUModel> createTriangles(int count)
+QSharedPointer<GPUModel> createTriangles(int count, float opacity)
 {
     GPUModelBuilder builder;
     MeshData mesh;
@@ -28,7 +28,9 @@ QSharedPointer<GPUModel> createTriangles(int count)
     mesh.normals = {QVector3D(0, 0, 1), QVector3D(0, 0, 1), QVector3D(0, 0, 1)};
     mesh.indices = {0, 1, 2};
     const int triangle = builder.addMesh(mesh);
-    const int material = builder.addMaterial({});
+    MaterialData surface;
+    surface.d = opacity;
+    const int material = builder.addMaterial(surface);
     for (int i = 0; i < count; ++i) {
         QMatrix4x4 matrix;
         matrix.translate(float(i % 331) / 165.0f - 1.0f, float(i / 331) / 165.0f - 1.0f, 0);
@@ -71,10 +73,11 @@ template <typename Pass> void setInputs(Pass &pass, GPUModel *model)
     pass.setInput(Pass::Geometry, QVariant::fromValue(model));
 }
 
-template <typename Pass> void itemsOf(benchmark::State &state)
+/// Items of this opacity, since some passes draw opaque items alone and some transparent ones.
+template <typename Pass> void itemsOf(benchmark::State &state, float opacity)
 {
     const int items = int(state.range(0));
-    const QSharedPointer<GPUModel> model = createTriangles(items);
+    const QSharedPointer<GPUModel> model = createTriangles(items, opacity);
     Pass many, loop;
     setInputs(many, model.data());
     setInputs(loop, model.data());
@@ -115,12 +118,12 @@ template <typename Pass> void itemsOf(benchmark::State &state)
 
 void litForwardItems(benchmark::State &state)
 {
-    itemsOf<LitForwardRenderPass>(state);
+    itemsOf<LitForwardRenderPass>(state, 1);
 }
 
 void fragmentListItems(benchmark::State &state)
 {
-    itemsOf<FragmentListRenderPass>(state);
+    itemsOf<FragmentListRenderPass>(state, 0.5f);
 }
 
 void itemCounts(benchmark::internal::Benchmark *benchmark)
