@@ -20,6 +20,8 @@ struct EntryPoints
     decltype(epoxy_glUniform1iv) uniformInt;
     decltype(epoxy_glBufferSubData) bufferSubData;
     decltype(epoxy_glUniform4fv) uniformVector4;
+    decltype(epoxy_glDrawElementsInstancedBaseInstance) drawElementsOfItem;
+    decltype(epoxy_glMultiDrawElementsIndirect) drawMany;
 };
 
 EntryPoints driver;
@@ -87,7 +89,8 @@ void DrawRecorder::begin()
 {
     // The first call of each function resolves the loader's pointer; reading its address does not.
     driver = {epoxy_glDrawArrays, epoxy_glDrawElements, epoxy_glClear, epoxy_glBlitFramebuffer, epoxy_glUniform1ui,
-        epoxy_glUniform2fv, epoxy_glUniformMatrix4fv, epoxy_glUniform1iv, epoxy_glBufferSubData, epoxy_glUniform4fv};
+        epoxy_glUniform2fv, epoxy_glUniformMatrix4fv, epoxy_glUniform1iv, epoxy_glBufferSubData, epoxy_glUniform4fv,
+        epoxy_glDrawElementsInstancedBaseInstance, epoxy_glMultiDrawElementsIndirect};
     listener = this;
     epoxy_glDrawArrays = onDrawArrays;
     epoxy_glDrawElements = onDrawElements;
@@ -99,6 +102,8 @@ void DrawRecorder::begin()
     epoxy_glUniform1iv = onUniformInt;
     epoxy_glBufferSubData = onBufferSubData;
     epoxy_glUniform4fv = onUniformVector4;
+    epoxy_glDrawElementsInstancedBaseInstance = onDrawElementsOfItem;
+    epoxy_glMultiDrawElementsIndirect = onDrawMany;
 }
 
 void DrawRecorder::end()
@@ -113,6 +118,8 @@ void DrawRecorder::end()
     epoxy_glUniform1iv = driver.uniformInt;
     epoxy_glBufferSubData = driver.bufferSubData;
     epoxy_glUniform4fv = driver.uniformVector4;
+    epoxy_glDrawElementsInstancedBaseInstance = driver.drawElementsOfItem;
+    epoxy_glMultiDrawElementsIndirect = driver.drawMany;
     listener = nullptr;
 }
 
@@ -256,6 +263,35 @@ void DrawRecorder::onDrawElements(GLenum mode, GLsizei count, GLenum type, const
     command.uniforms.swap(listener->m_uniforms);
     listener->m_commands.push_back(command);
     driver.drawElements(mode, count, type, indices);
+}
+
+void DrawRecorder::onDrawElementsOfItem(
+    GLenum mode, GLsizei count, GLenum type, const void *indices, GLsizei instances, GLuint baseInstance)
+{
+    Command command{Command::DrawElementsOfItem, listener->recordState()};
+    command.mode = mode;
+    command.count = count;
+    command.type = type;
+    command.indices = indices;
+    command.first = instances;
+    command.value = baseInstance;
+    command.uniforms.swap(listener->m_uniforms);
+    listener->m_commands.push_back(command);
+    driver.drawElementsOfItem(mode, count, type, indices, instances, baseInstance);
+}
+
+void DrawRecorder::onDrawMany(GLenum mode, GLenum type, const void *commands, GLsizei count, GLsizei stride)
+{
+    Command command{Command::DrawMany, listener->recordState()};
+    command.mode = mode;
+    command.type = type;
+    command.indices = commands;
+    command.count = count;
+    command.first = stride;
+    command.value = GLuint(integer(GL_DRAW_INDIRECT_BUFFER_BINDING));
+    command.uniforms.swap(listener->m_uniforms);
+    listener->m_commands.push_back(command);
+    driver.drawMany(mode, type, commands, count, stride);
 }
 
 void DrawRecorder::onClear(GLbitfield mask)
@@ -408,6 +444,16 @@ void DrawRecorder::replay() const
         case Command::DrawElements:
             send(command.uniforms);
             glDrawElements(command.mode, command.count, command.type, command.indices);
+            break;
+        case Command::DrawElementsOfItem:
+            send(command.uniforms);
+            glDrawElementsInstancedBaseInstance(
+                command.mode, command.count, command.type, command.indices, command.first, command.value);
+            break;
+        case Command::DrawMany:
+            send(command.uniforms);
+            glBindBuffer(GL_DRAW_INDIRECT_BUFFER, command.value);
+            glMultiDrawElementsIndirect(command.mode, command.type, command.indices, command.count, command.first);
             break;
         case Command::Clear:
             glClear(command.mask);

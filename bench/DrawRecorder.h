@@ -80,7 +80,7 @@ private:
     };
     struct Command
     {
-        enum Kind { DrawArrays, DrawElements, Clear, Blit, UniformUInt, SetCounter } kind;
+        enum Kind { DrawArrays, DrawElements, DrawElementsOfItem, DrawMany, Clear, Blit, UniformUInt, SetCounter } kind;
         int state; ///< Index; -1 for the state of the previous command.
         GLenum mode = 0;
         GLint first = 0;
@@ -97,6 +97,9 @@ private:
 
     static void onDrawArrays(GLenum mode, GLint first, GLsizei count);
     static void onDrawElements(GLenum mode, GLsizei count, GLenum type, const void *indices);
+    static void onDrawElementsOfItem(
+        GLenum mode, GLsizei count, GLenum type, const void *indices, GLsizei instances, GLuint baseInstance);
+    static void onDrawMany(GLenum mode, GLenum type, const void *commands, GLsizei count, GLsizei stride);
     static void onClear(GLbitfield mask);
     static void onBlit(GLint sx0, GLint sy0, GLint sx1, GLint sy1, GLint dx0, GLint dy0, GLint dx1, GLint dy1,
         GLbitfield mask, GLenum filter);

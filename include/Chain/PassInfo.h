@@ -240,6 +240,9 @@ struct KVZ_HOST_EXPORT PassInfo
     QVector<ConditionalTrait> conditionalTraits;
     QVector<UseRule> rules;
     QVector<DriverNeed> driverNeeds;
+    /// All GL calls of the class are this library's own, which note what they set: a frame then need not ask the driver for it. True of
+    /// the classes of PassRegistry::standard(); PassRegistry::add() makes it false, since it cannot know.
+    bool keepsStateKnown = false;
     QColor clearColor; ///< In force before each start(), instead of the chain's, where it is valid.
     /// Above 0: where the driver has all of `driverNeeds`, the pass keeps this many fragments of a frame and silently loses
     /// the rest. The chain counts them and says when there were more.

@@ -43,6 +43,8 @@ public:
     QStringList classNames() const;
 
 private:
+    void insert(std::shared_ptr<const PassInfo> entry);
+
     QVector<std::shared_ptr<const PassInfo>> m_passes;
 };
 

@@ -46,6 +46,10 @@ class Texture;
 /// stencil and colour writes on; depth function GL_LESS; depth test, stencil test, blending, culling, scissor, depth clamp
 /// and GL_FRAMEBUFFER_SRGB off; blend equation add, function (one, zero); cull back, front counter-clockwise, filled
 /// polygons; clear colour as set by setClearColor(), clear depth 1, clear stencil 0; unpack alignment 4, no unpack buffer.
+/// A frame keeps account of what its passes set, so that the driver need not be asked: passes of the standard registry take part in
+/// that, and around all others GL is asked again. Without setRestoresState(), a frame of standard passes alone may leave programs,
+/// vertex arrays, buffer bindings and the texture units that it uses empty; what a host had bound there is not kept. Bound framebuffers
+/// are.
 ///
 /// **Past.** Some passes keep something of earlier frames: a mean, the last picture, a place in a sequence of jitters. The chain
 /// has them forget what is no longer true. Where items or the camera move, and where lights, values of the frame or of

@@ -4,8 +4,10 @@
 #include <ExtraPasses/Export.h>
 #include <RenderPasses/RenderPassProxy.h>
 
+#include <QtCore/QPointF>
 #include <QtCore/QSharedPointer>
 #include <QtCore/QSize>
+#include <QtCore/QVector>
 #include <QtGui/QMatrix4x4>
 
 #include <memory>
@@ -83,6 +85,7 @@ private:
     std::unique_ptr<SurfaceProgramVariants> m_modelPrograms;
     std::unique_ptr<ShaderProgram> m_backgroundProgram;
     std::unique_ptr<FramebufferObject> m_framebuffer;
+    QVector<QPointF> m_samplePositions; ///< The driver's, in a texel.
     Texture *m_noBackground = nullptr; ///< The texture manager's.
 };
 

@@ -4,8 +4,10 @@
 #include <GL/Bindable.h>
 #include <GL/GLObject.h>
 
+#include <QtCore/QHash>
 #include <QtCore/QMap>
 #include <QtCore/QObject>
+#include <QtCore/QPair>
 #include <QtCore/QVarLengthArray>
 
 namespace Velmora::Kvz {
@@ -70,7 +72,11 @@ private:
         int texture;
     };
 
+    friend class TextureManager;
+
     int levelParameter(int level, unsigned int parameter) const;
+    /// Whether GL has level 0 as given.
+    bool isStoredAs(unsigned int internalFormat, int width, int height) const;
 
     unsigned int m_target;
     mutable unsigned int m_name = 0;
@@ -79,6 +85,9 @@ private:
     bool m_readOnly = false;
     int m_unit = 0;
     QVarLengthArray<SavedBinding, 4> m_saved;
+    /// What frames of chains have learned from GL, by level and parameter, while nothing has been respecified.
+    mutable QHash<QPair<int, unsigned int>, int> m_stored;
+    mutable quint64 m_storedRevision = 0;
 };
 
 } // namespace Velmora::Kvz

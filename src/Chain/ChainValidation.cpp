@@ -11,7 +11,7 @@
 
 #include <QtCore/QRect>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 

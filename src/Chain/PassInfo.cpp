@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <Chain/PassInfo.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 

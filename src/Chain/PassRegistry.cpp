@@ -18,8 +18,11 @@ const PassRegistry &PassRegistry::standard()
 {
     static const PassRegistry registry = [] {
         PassRegistry passes;
-        for (const auto &describe : PassEntries::all)
-            passes.add(describe());
+        for (const auto &describe : PassEntries::all) {
+            auto entry = std::make_shared<PassInfo>(describe());
+            entry->keepsStateKnown = true;
+            passes.insert(std::move(entry));
+        }
         return passes;
     }();
     return registry;
@@ -27,10 +30,16 @@ const PassRegistry &PassRegistry::standard()
 
 void PassRegistry::add(const PassInfo &info)
 {
-    const auto position = std::lower_bound(m_passes.begin(), m_passes.end(), info.className,
+    auto entry = std::make_shared<PassInfo>(info);
+    entry->keepsStateKnown = false;
+    insert(std::move(entry));
+}
+
+void PassRegistry::insert(std::shared_ptr<const PassInfo> entry)
+{
+    const auto position = std::lower_bound(m_passes.begin(), m_passes.end(), entry->className,
         [](const std::shared_ptr<const PassInfo> &pass, const QString &name) { return pass->className < name; });
-    auto entry = std::make_shared<const PassInfo>(info);
-    if (position != m_passes.end() && (*position)->className == info.className)
+    if (position != m_passes.end() && (*position)->className == entry->className)
         *position = std::move(entry);
     else
         m_passes.insert(position, std::move(entry));

@@ -13,6 +13,7 @@
 #include <Chain/running/ObjectIn.h>
 #include <Chain/running/SlotList.h>
 #include <Core/RenderPass.h>
+#include <GL/CurrentContext.h>
 #include <GL/FramebufferObject.h>
 #include <GL/OpenGLDeviceContext.h>
 #include <GL/ShaderPreprocessor.h>
@@ -22,7 +23,7 @@
 
 #include <QtCore/QFile>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 
@@ -49,6 +50,8 @@ struct RenderChain::Private
     bool restoresState = false;
     bool advancesModels = true;
     ContextClaim context; ///< The one that the passes belong to.
+    int largestSide = 0; ///< Of a viewport in it.
+    bool hasForeignPasses = false; ///< Has had passes of classes that are not this library's own.
     QString error;
 
     bool fail(const QString &text)
@@ -108,6 +111,7 @@ void RenderChain::Private::enterContext()
     leaveContext();
     context.claim([this] { leaveContext(); });
     runner.enterContext();
+    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &largestSide);
 }
 
 /// Deletes all passes. GL objects of a context that is not current only forget their names.
@@ -125,8 +129,7 @@ void RenderChain::Private::leaveContext()
 
 bool RenderChain::Private::checkViewport(const QString &owner, const QSize &size)
 {
-    GLint limit = 0;
-    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &limit);
+    const int limit = largestSide;
     if (!size.isEmpty() && size.width() <= limit && size.height() <= limit)
         return true;
     return fail(QStringLiteral("%1viewport of %2 by %3 pixels: each side must be from 1 to %4")
@@ -154,9 +157,20 @@ bool RenderChain::Private::checkViewports(QSize *size)
 bool RenderChain::Private::render()
 {
     QSize size;
+    // One question for the frame; passes of others may make contexts current for a while.
+    CurrentContextScope scope;
+    if (!currentContextHandle())
+        return fail(QStringLiteral("no current OpenGL context"));
+    if (hasForeignPasses || !context.isCurrent())
+        scope.end();
     enterContext();
     if (!followChain() || !checkViewports(&size))
         return false;
+    hasForeignPasses = hasForeignPasses
+        || std::any_of(slots.begin(), slots.end(),
+            [](const std::unique_ptr<PassSlot> &slot) { return !slot->info->keepsStateKnown; });
+    if (hasForeignPasses)
+        scope.end();
     if (slots.usesBounds())
         values.updateBounds();
     pasts.beginFrame(size);
@@ -173,7 +187,7 @@ bool RenderChain::Private::render()
 
     times.beginFrame(slots);
     runner.beginPasses();
-    runner.runPasses();
+    runner.runPasses(restoresState);
     runner.endPasses();
     results.endFrame(slots, state.description().exports);
     times.endFrame(slots);
@@ -364,8 +378,6 @@ void RenderChain::setFramebuffer(FramebufferObject *framebuffer)
 bool RenderChain::renderFrame()
 {
     d->error.clear();
-    if (!OpenGLDeviceContext::currentHandle())
-        return d->fail(QStringLiteral("no current OpenGL context"));
     return d->render();
 }
 

@@ -17,7 +17,7 @@
 #include <QtGui/QColor>
 #include <QtGui/QVector4D>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -5,7 +5,7 @@
 
 #include "steps/TargetFramebuffer.h"
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -24,7 +24,7 @@
 
 #include <QtGui/QVector4D>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <optional>
 

@@ -2,6 +2,7 @@
 #include <ExtraPasses/DepthStencilRenderPass.h>
 
 #include "CoverageStencil.h"
+#include "SurfaceProgram.h"
 #include "steps/InputRead.h"
 #include "steps/ModelProgram.h"
 #include "steps/ScreenQuad.h"
@@ -9,10 +10,11 @@
 
 #include <GL/AutoBinder.h>
 #include <GL/FramebufferObject.h>
+#include <GL/GLSLMacroProcessor.h>
 #include <GL/ShaderProgram.h>
 #include <Scene/GPUModel.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 
@@ -45,8 +47,11 @@ void DepthStencilRenderPass::start(RenderCallbacks *)
     auto *const model = inputValue<GPUModel *>(m_inputs[Geometry]);
 
     ensureFramebuffer(m_framebuffer);
-    if (!m_program)
-        m_program = buildModelProgram({}, modelPlaceVertexSource, fragmentSource);
+    if (!m_program) {
+        GLSLMacroProcessor macros;
+        addDrawNumberMacros(macros);
+        m_program = buildModelProgram({}, modelPlaceVertexSource, fragmentSource, &macros);
+    }
     {
         AutoBinder framebuffer(m_framebuffer.get());
         if (size != m_size)

@@ -17,7 +17,7 @@
 #include <GL/UnpackState.h>
 #include <Scene/ShadowMapManager.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 #include <cmath>

@@ -2,6 +2,7 @@
 #include <ExtraPasses/FragmentListRenderPass.h>
 
 #include "FragmentCounter.h"
+#include "SurfaceProgram.h"
 #include "steps/InputRead.h"
 #include "steps/ModelProgram.h"
 #include "steps/TargetFramebuffer.h"
@@ -11,13 +12,14 @@
 
 #include <Core/Log.h>
 #include <GL/AutoBinder.h>
+#include <GL/GLSLMacroProcessor.h>
 #include <GL/ShaderProgram.h>
 #include <GL/Texture.h>
 #include <Scene/GPUModel.h>
 
 #include <QtGui/QMatrix4x4>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 
@@ -39,7 +41,7 @@ constexpr qint64 firstLayers = 2;
 const QString hiddenSource = QStringLiteral(R"(
 uniform bool u_HasDepth;
 uniform sampler2D u_Depth;
-uniform uint u_DrawID;
+flat in uint vo_DrawNumber;
 
 bool isHidden()
 {
@@ -69,7 +71,7 @@ void main()
         return;
     uint next = imageAtomicExchange(u_HeadPointerImage, ivec2(gl_FragCoord.xy), number + 1u);
     ivec2 place = ivec2(int(number) % u_NodeBufferImageWidth, int(number) / u_NodeBufferImageWidth);
-    imageStore(u_NodeBufferImage, place, uvec4(next, uint(gl_PrimitiveID + 1), floatBitsToUint(gl_FragCoord.z), u_DrawID));
+    imageStore(u_NodeBufferImage, place, uvec4(next, uint(gl_PrimitiveID + 1), floatBitsToUint(gl_FragCoord.z), vo_DrawNumber));
 }
 )");
 
@@ -86,19 +88,23 @@ void main()
         discard;
     ivec2 pixel = ivec2(gl_FragCoord.xy);
     out_HeadPointer = uvec4(uint(pixel.x + pixel.y * u_NodeBufferImageWidth + 1), 0u, 0u, 0u);
-    out_NodeBuffer = ivec4(0, gl_PrimitiveID + 1, floatBitsToInt(gl_FragCoord.z), int(u_DrawID));
+    out_NodeBuffer = ivec4(0, gl_PrimitiveID + 1, floatBitsToInt(gl_FragCoord.z), int(vo_DrawNumber));
 }
 )");
 
 std::unique_ptr<ShaderProgram> buildListProgram(bool hasLists)
 {
+    GLSLMacroProcessor macros;
+    addDrawNumberMacros(macros);
     auto program = std::make_unique<ShaderProgram>(nullptr);
+    program->setMacroProcessor(&macros);
     if (!hasLists)
         program->setFragDataLocations({QStringLiteral("out_HeadPointer"), QStringLiteral("out_NodeBuffer")});
     addModelVertexStage(*program, modelPlaceVertexSource);
     program->addShader(GL_FRAGMENT_SHADER, hasLists ? listSource : nearestSource, QString());
     program->compile();
     program->link();
+    program->setMacroProcessor(nullptr);
     return program;
 }
 

@@ -8,7 +8,7 @@
 
 #include <QtCore/QtMath>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 #include <cmath>

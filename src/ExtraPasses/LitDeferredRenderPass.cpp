@@ -19,7 +19,7 @@
 
 #include <QtGui/QMatrix4x4>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <cmath>
 

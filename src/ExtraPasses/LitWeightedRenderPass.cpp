@@ -20,7 +20,7 @@
 #include <QtGui/QMatrix4x4>
 #include <QtGui/QVector2D>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 #include <cmath>

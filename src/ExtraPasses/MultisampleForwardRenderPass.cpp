@@ -20,7 +20,7 @@
 #include <QtGui/QColor>
 #include <QtGui/QVector2D>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 
@@ -107,7 +107,8 @@ void MultisampleForwardRenderPass::start(RenderCallbacks *)
     const int frame = inputValue<int>(m_inputs[JitterIndex], -1);
     const bool isHdr = inputValue<bool>(m_inputs[RenderInHDR]);
 
-    ensureFramebuffer(m_framebuffer);
+    if (ensureFramebuffer(m_framebuffer))
+        m_samplePositions.clear();
     {
         AutoBinder framebuffer(m_framebuffer.get());
         Texture *const color = attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0,
@@ -167,14 +168,18 @@ void MultisampleForwardRenderPass::drawModel(GPUModel *model, Texture *backgroun
     PlainLights::read(m_inputs, HeadlightIntensity).set(program);
     glEnable(GL_DEPTH_TEST);
     glEnable(GL_SAMPLE_MASK);
-    for (int sample = 0; sample < sampleCount; ++sample) {
+    while (m_samplePositions.size() < sampleCount) {
         GLfloat position[2] = {0.5f, 0.5f};
-        glGetMultisamplefv(GL_SAMPLE_POSITION, GLuint(sample), position);
-        const QPointF actual{double(position[0]), double(position[1])};
+        glGetMultisamplefv(GL_SAMPLE_POSITION, GLuint(m_samplePositions.size()), position);
+        m_samplePositions.append({double(position[0]), double(position[1])});
+    }
+    for (int sample = 0; sample < sampleCount; ++sample) {
+        const QPointF actual = m_samplePositions[sample];
         // This sample, and every second one of those that a driver adds.
         glSampleMaski(0, 0x55555555u << sample);
         setSurfaceCamera(program, shifted(projection, shiftTo(actual, subsamplePosition(frame, sample), size)), camera);
-        program.setUniform(QStringLiteral("u_FromCentre"), QVector2D(position[0] - 0.5f, position[1] - 0.5f));
+        program.setUniform(
+            QStringLiteral("u_FromCentre"), QVector2D(float(actual.x()) - 0.5f, float(actual.y()) - 0.5f));
         program.setUniform(QStringLiteral("u_BlendsOverFrame"), false);
         drawSurfaces(*model, program, SurfaceSelection::Opaque);
         if (!model->isDrawEmpty(GPUModel::Transparent, GPUModel::Transparent))

@@ -10,7 +10,7 @@
 #include <GL/ShaderProgram.h>
 #include <GL/Texture.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -13,7 +13,7 @@
 #include <QtGui/QVector3D>
 #include <QtGui/QVector4D>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 

@@ -15,7 +15,7 @@
 #include <GL/Texture.h>
 #include <Scene/ShadowMapManager.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 

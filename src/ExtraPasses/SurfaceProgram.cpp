@@ -10,10 +10,18 @@
 #include <GL/StandardAttributes.h>
 #include <Scene/GPUModel.h>
 #include <Scene/InstanceDataRegistry.h>
+#include <Scene/ItemDraws.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
+
+void addDrawNumberMacros(GLSLMacroProcessor &macros)
+{
+    macros.addDefine(QStringLiteral("KVZ_DRAW_NUMBER_VARYING"), QStringLiteral("1"));
+    if (ItemDraws::isSupported())
+        macros.addDefine(QStringLiteral("KVZ_DRAW_NUMBER_ARRAY"), QStringLiteral("1"));
+}
 
 std::unique_ptr<ShaderProgram> buildSurfaceProgram(GLSLMacroProcessor &macros, const QStringList &outputs,
     const QString &fragmentSource, const QStringList &fragmentFiles, SurfaceKind kind)
@@ -21,6 +29,7 @@ std::unique_ptr<ShaderProgram> buildSurfaceProgram(GLSLMacroProcessor &macros, c
     const bool isPhysical = kind == SurfaceKind::Physical;
     const QString plan = isPhysical ? QStringLiteral("PhysicalMaterial") : QStringLiteral("SurfaceMaterial");
     auto program = std::make_unique<ShaderProgram>(nullptr);
+    addDrawNumberMacros(macros);
     program->setMacroProcessor(&macros);
     program->setFragDataLocations(outputs);
     addModelVertexStage(*program, surfaceVertexSource);

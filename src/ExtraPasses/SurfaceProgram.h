@@ -67,6 +67,8 @@ out vec3 vo_Normal;
 out vec4 vo_Colour;
 out vec2 vo_TexCoord;
 out vec2 vo_TexCoord1;
+flat out uint vo_DrawNumber;
+int kvzDrawIndex();
 )") + unitDirectionSource
     + QStringLiteral(R"(
 void main()
@@ -80,6 +82,7 @@ void main()
 #ifdef KVZ_PHYSICAL
     vo_Tangent = vec4(unit(mat3(u_CameraMatrix) * (mat3(getModelMatrix()) * va_Tangent.xyz)), va_Tangent.w);
 #endif
+    vo_DrawNumber = uint(kvzDrawIndex());
 }
 )");
 
@@ -113,6 +116,12 @@ SurfacePlace surfacePlace()
     return place;
 }
 )");
+
+/// Has a program of the passes here hand the number of the item on from its vertex stage: drivers pay for each item by which a
+/// fragment stage reads another uniform. Where the driver can, the number comes from an array, and GPUModel draws many items by
+/// one call. The vertex stage must write `flat out uint vo_DrawNumber`; fragment stages without KvzUtilities.glslc read it as
+/// `flat in`.
+void addDrawNumberMacros(GLSLMacroProcessor &macros);
 
 /// The unit that lights, for programs whose fragment stage calls shadeSurface().
 inline const QString surfaceShadingFile = QStringLiteral("PlainShading.glslc");

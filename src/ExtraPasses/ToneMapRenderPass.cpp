@@ -17,7 +17,7 @@
 
 #include <QtGui/QVector2D>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 #include <cmath>

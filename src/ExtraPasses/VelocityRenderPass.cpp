@@ -17,7 +17,7 @@
 #include <Scene/GPUModel.h>
 #include <Scene/InstanceDataCollection.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <cmath>
 #include <utility>

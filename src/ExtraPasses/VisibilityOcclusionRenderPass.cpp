@@ -13,7 +13,7 @@
 #include <GL/ShaderProgram.h>
 #include <GL/Texture.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -2,7 +2,7 @@
 #include <GL/AutoDisabler.h>
 #include <GL/AutoEnabler.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -10,7 +10,7 @@
 #include <GL/InternalFormat.h>
 #include <GL/UnpackState.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -4,7 +4,7 @@
 #include "CurrentContext.h"
 #include "GLStatisticsPrivate.h"
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <vector>
 

@@ -3,7 +3,7 @@
 
 #include <GL/FixedTextureUnits.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -2,6 +2,7 @@
 #include "ContextRegistry.h"
 
 #include "CurrentContext.h"
+#include "FrameState.h"
 
 #include <Core/Log.h>
 
@@ -82,6 +83,8 @@ ContextRecord::~ContextRecord()
 
 QSharedPointer<ContextRecord> ContextRegistry::current()
 {
+    if (const FrameState *frame = FrameState::active())
+        return frame->record();
     QOpenGLContext *const qtContext = QOpenGLContext::currentContext();
     void *const handle = currentContextHandle();
     if (!handle)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <GL/DrawBuffers.h>
 
+#include "FrameState.h"
 #include "SceneSamplers.h"
 #include "TessellationPrograms.h"
 
@@ -13,7 +14,7 @@
 
 #include <QtCore/QLoggingCategory>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 
@@ -126,10 +127,7 @@ void DrawBuffers::bind()
     if (!m_indices)
         return;
     // The element buffer is a part of the vertex array.
-    GLint bound = 0;
-    glGetIntegerv(GL_ELEMENT_ARRAY_BUFFER_BINDING, &bound);
-    if (GLuint(bound) != m_indices->getBO())
-        glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, m_indices->getBO());
+    glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, m_indices->getBO());
 }
 
 void DrawBuffers::unbind()
@@ -146,19 +144,27 @@ bool DrawBuffers::draw()
     const int count = m_indices ? m_indexCount : int(m_vertexCount);
     if (count <= 0)
         return true;
-    reportEarlierErrors();
     GLenum primitives = m_primitiveType;
     if (primitives == GL_TRIANGLES && TessellationPrograms::current().contains(program)) {
         glPatchParameteri(GL_PATCH_VERTICES, 3);
         primitives = GL_PATCHES;
     }
+    FrameState *const frame = FrameState::active();
+    const FrameState::Draw draw{program, m_vao ? m_vao->getVAO() : 0, primitives};
+    const bool isAccepted = frame && frame->isAccepted(draw);
+    if (!isAccepted)
+        reportEarlierErrors();
     if (m_indices)
         glDrawElements(primitives, count, m_indexType, nullptr);
     else
         glDrawArrays(primitives, 0, count);
+    if (isAccepted)
+        return true;
     const GLenum error = takeGLErrors();
     if (error == GL_OUT_OF_MEMORY)
         KVZ_WARNING(QStringLiteral("out of graphics memory in a draw"));
+    if (frame && error == GL_NO_ERROR)
+        frame->accept(draw);
     return error == GL_NO_ERROR;
 }
 

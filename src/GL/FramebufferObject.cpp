@@ -2,12 +2,13 @@
 #include <GL/FramebufferObject.h>
 
 #include "CurrentContext.h"
+#include "FrameState.h"
 #include "GLStatisticsPrivate.h"
 
 #include <Core/Log.h>
 #include <GL/InternalFormat.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 
@@ -174,6 +175,12 @@ void FramebufferObject::setDrawBuffers()
 
 unsigned int FramebufferObject::getFBO() const
 {
+    // Who has the name can change what is attached, unnoticed outside of frames.
+    FrameState *const frame = FrameState::active();
+    if (frame && m_wrapped)
+        frame->noteForeign(m_name);
+    else if (!frame)
+        FrameState::objectsChanged();
     if (!m_name && !m_wrapped && currentContextHandle()) {
         glGenFramebuffers(1, &m_name);
         m_owner.claim();

@@ -2,10 +2,11 @@
 #include <GL/GLExtensions.h>
 
 #include "CurrentContext.h"
+#include "FrameState.h"
 
 #include <QtCore/QByteArray>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 
@@ -17,7 +18,8 @@ bool hasGLExtension(const char *name)
     QByteArray fullName(name);
     if (!fullName.startsWith(prefix))
         fullName.prepend(prefix);
-    return epoxy_has_gl_extension(fullName.constData());
+    FrameState *const frame = FrameState::active();
+    return frame ? frame->hasExtension(fullName) : epoxy_has_gl_extension(fullName.constData());
 }
 
 } // namespace Velmora::Kvz

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <GL/InternalFormat.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

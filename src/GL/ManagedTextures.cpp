@@ -12,7 +12,7 @@
 #include <GL/GLExtensions.h>
 #include <GL/UnpackState.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 #include <cmath>

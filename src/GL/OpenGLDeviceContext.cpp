@@ -7,7 +7,7 @@
 
 #include <GL/AutoBinder.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <map>
 

@@ -10,7 +10,7 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QRegularExpression>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -22,7 +22,7 @@
 #include <QtGui/QVector3D>
 #include <QtGui/QVector4D>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

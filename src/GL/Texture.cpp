@@ -2,10 +2,11 @@
 #include <GL/Texture.h>
 
 #include "CurrentContext.h"
+#include "FrameState.h"
 #include "GLStatisticsPrivate.h"
 #include "TextureUnitAllocator.h"
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 
@@ -120,6 +121,9 @@ int Texture::unit() const
 
 unsigned int Texture::textureID() const
 {
+    // Who has the name can give it another storage, unnoticed outside of frames.
+    if (!FrameState::active())
+        m_stored.clear();
     if (!m_name && currentContextHandle()) {
         glGenTextures(1, &m_name);
         m_owner.claim();
@@ -136,13 +140,31 @@ int Texture::levelParameter(int level, unsigned int parameter) const
 {
     if (!m_name || !m_owner.isKnownToCurrentContext() || !canHaveLevel(m_target, level))
         return 0;
+    const bool isInFrame = FrameState::active();
+    if (isInFrame && m_storedRevision == FrameState::objectRevision()) {
+        const auto known = m_stored.constFind({level, parameter});
+        if (known != m_stored.constEnd())
+            return *known;
+    }
     const GLenum target = m_target == GL_TEXTURE_CUBE_MAP ? GL_TEXTURE_CUBE_MAP_POSITIVE_X : m_target;
     const GLint previous = boundAt(m_target);
     GLint value = 0;
     glBindTexture(m_target, m_name);
     glGetTexLevelParameteriv(target, level, parameter, &value);
     glBindTexture(m_target, GLuint(previous));
+    if (isInFrame) {
+        if (m_storedRevision != FrameState::objectRevision())
+            m_stored.clear();
+        m_storedRevision = FrameState::objectRevision();
+        m_stored.insert({level, parameter}, value);
+    }
     return value;
+}
+
+bool Texture::isStoredAs(unsigned int internalFormat, int width, int height) const
+{
+    return levelParameter(0, GL_TEXTURE_WIDTH) == width && levelParameter(0, GL_TEXTURE_HEIGHT) == height
+        && unsigned(levelParameter(0, GL_TEXTURE_INTERNAL_FORMAT)) == internalFormat;
 }
 
 int Texture::width(int level) const

@@ -12,7 +12,7 @@
 
 #include <QtGui/QImageReader>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 
@@ -46,19 +46,6 @@ void allocate(Texture *texture, GLenum internalFormat, int width, int height, in
     default:
         glTexImage2D(GL_TEXTURE_2D, 0, GLint(internalFormat), width, height, 0, format, type, nullptr);
     }
-}
-
-/// Whether level 0 of a texture is stored as given.
-bool hasStorage(Texture *texture, GLenum internalFormat, int width, int height)
-{
-    AutoBinder binder(texture);
-    const auto parameter = [texture](GLenum name) {
-        GLint value = 0;
-        glGetTexLevelParameteriv(texture->target(), 0, name, &value);
-        return value;
-    };
-    return parameter(GL_TEXTURE_WIDTH) == width && parameter(GL_TEXTURE_HEIGHT) == height
-        && GLenum(parameter(GL_TEXTURE_INTERNAL_FORMAT)) == internalFormat;
 }
 
 int supportedSamples(GLenum internalFormat, int samples)
@@ -119,7 +106,7 @@ Texture *TextureManager::tempTexture(TextureFormat format, int width, int height
             || entry.depth != depth || entry.samples != samples)
             continue;
         // A pass may have respecified a placeholder of one texel.
-        if (width == 1 && height == 1 && !hasStorage(entry.texture.get(), internalFormat, width, height))
+        if (width == 1 && height == 1 && !entry.texture->isStoredAs(internalFormat, width, height))
             allocate(entry.texture.get(), internalFormat, width, height, depth, samples);
         entry.references = 1;
         entry.holder = m_holderLabel;

@@ -3,7 +3,7 @@
 
 #include "ContextRegistry.h"
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <GL/UnpackState.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <iterator>
 

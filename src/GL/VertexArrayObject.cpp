@@ -7,7 +7,7 @@
 
 #include <GL/ShaderProgram.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

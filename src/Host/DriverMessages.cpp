@@ -5,7 +5,7 @@
 
 #include <QtCore/QLoggingCategory>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

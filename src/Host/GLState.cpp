@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <Host/GLState.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -1,28 +1,28 @@
 // SPDX-License-Identifier: MIT
 #include <Host/SampleCounter.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 
 namespace {
 
-/// Whether any kind of sample query is active. They exclude each other.
-bool isCounted()
+bool isActive(GLenum target)
 {
-    for (const GLenum target : {GL_SAMPLES_PASSED, GL_ANY_SAMPLES_PASSED}) {
-        if (target == GL_ANY_SAMPLES_PASSED && epoxy_gl_version() < 33
-            && !epoxy_has_gl_extension("GL_ARB_occlusion_query2"))
-            continue;
-        GLint query = 0;
-        glGetQueryiv(target, GL_CURRENT_QUERY, &query);
-        if (query)
-            return true;
-    }
-    return false;
+    GLint query = 0;
+    glGetQueryiv(target, GL_CURRENT_QUERY, &query);
+    return query != 0;
 }
 
 } // namespace
+
+/// Whether any kind of sample query is active. They exclude each other.
+bool SampleCounter::isCounted()
+{
+    if (!m_hasAnySamples)
+        m_hasAnySamples = epoxy_gl_version() >= 33 || epoxy_has_gl_extension("GL_ARB_occlusion_query2");
+    return isActive(GL_SAMPLES_PASSED) || (*m_hasAnySamples && isActive(GL_ANY_SAMPLES_PASSED));
+}
 
 void SampleCounter::begin()
 {
@@ -72,6 +72,7 @@ void SampleCounter::release(bool contextIsCurrent)
     m_next = 0;
     m_oldest = 0;
     m_isCounting = false;
+    m_hasAnySamples.reset();
 }
 
 } // namespace Velmora::Kvz

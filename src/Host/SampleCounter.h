@@ -5,6 +5,7 @@
 
 #include <array>
 #include <functional>
+#include <optional>
 
 namespace Velmora::Kvz {
 
@@ -35,12 +36,14 @@ private:
         bool isPending = false;
     };
 
+    bool isCounted();
     void collect(const Sink &sink, bool waits);
 
     std::array<Span, 4> m_spans;
     size_t m_next = 0;
     size_t m_oldest = 0;
     bool m_isCounting = false;
+    std::optional<bool> m_hasAnySamples; ///< The context has GL_ANY_SAMPLES_PASSED.
 };
 
 } // namespace Velmora::Kvz

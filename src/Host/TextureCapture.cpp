@@ -12,7 +12,7 @@
 
 #include <QtGui/QColor>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 #include <cmath>

@@ -10,7 +10,7 @@
 #include <GL/ShaderProgram.h>
 #include <GL/TextureManager.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <cmath>
 

@@ -17,7 +17,7 @@
 
 #include <QtGui/QMatrix4x4>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -9,7 +9,7 @@
 #include <GL/Texture.h>
 #include <GL/UnpackState.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <cstring>
 

@@ -14,7 +14,7 @@
 #include <GL/ShaderProgram.h>
 #include <Scene/GPUModel.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

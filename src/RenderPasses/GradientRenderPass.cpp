@@ -14,7 +14,7 @@
 
 #include <QtGui/QColor>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

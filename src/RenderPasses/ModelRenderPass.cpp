@@ -13,7 +13,7 @@
 #include <GL/Texture.h>
 #include <Scene/GPUModel.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -7,7 +7,7 @@
 
 #include <QtCore/QVector>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 #include <array>

@@ -21,7 +21,7 @@
 #include <GL/ShaderProgram.h>
 #include <GL/TextureManager.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

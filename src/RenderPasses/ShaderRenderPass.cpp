@@ -19,7 +19,7 @@
 #include <QtCore/QRect>
 #include <QtCore/QVarLengthArray>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

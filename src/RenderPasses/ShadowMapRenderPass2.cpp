@@ -19,7 +19,7 @@
 #include <Scene/InstanceDataRegistry.h>
 #include <Scene/ShadowMapManager.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 

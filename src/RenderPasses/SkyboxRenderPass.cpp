@@ -16,7 +16,7 @@
 
 #include <QtGui/QMatrix4x4>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <optional>
 

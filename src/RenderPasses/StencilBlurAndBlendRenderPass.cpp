@@ -18,7 +18,7 @@
 
 #include <QtGui/QVector2D>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

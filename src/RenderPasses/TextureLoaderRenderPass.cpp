@@ -7,7 +7,7 @@
 #include <GL/Texture.h>
 #include <GL/UnpackState.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 #include <limits>

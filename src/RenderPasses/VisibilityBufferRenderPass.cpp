@@ -19,7 +19,7 @@
 #include <GL/Texture.h>
 #include <Scene/GPUModel.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -18,7 +18,7 @@
 #include <Scene/GPUModel.h>
 #include <Scene/InstanceDataRegistry.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

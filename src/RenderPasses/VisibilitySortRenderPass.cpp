@@ -14,7 +14,7 @@
 #include <GL/ShaderProgram.h>
 #include <GL/Texture.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -13,7 +13,7 @@
 #include <Scene/ModelPast.h>
 #include <Scene/SurfaceFeature.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 #include <atomic>
@@ -190,15 +190,12 @@ void GPUModel::Private::draw(ShaderProgram *program, TextureManager *manager, qu
             view, bounds, [&](int item) { return isSelected(size_t(item), value, mask); }, queriesTell);
 }
 
-void GPUModel::Private::drawItems(
-    const ShaderProgram *program, quint64 value, quint64 mask, WindingType winding, bool ignoreCulling, int view) const
+template <typename Draw>
+void GPUModel::Private::forEachDraw(
+    quint64 value, quint64 mask, WindingType winding, bool ignoreCulling, int view, const Draw &draw) const
 {
-    const bool isIndexed = !geometry->indexBO().isNull();
-    const GLenum primitives = primitivesFor(program);
-    const GLint drawIdLocation = program->getUniformLocation(QStringLiteral("u_DrawID"));
     const GLenum front = winding == WindingClockwise ? GL_CW : GL_CCW;
     const GLenum mirroredFront = winding == WindingClockwise ? GL_CCW : GL_CW;
-    FrontFace frontFace;
     const ModelPast::Private &culling = past();
     const size_t count = ranges.size();
     for (size_t item = 0; item < count; ++item) {
@@ -208,9 +205,25 @@ void GPUModel::Private::drawItems(
         if (mark == CullingMark::Culled)
             continue;
         const GLuint query = mark == CullingMark::Undecided ? culling.queries.query(view, int(item)) : 0;
+        draw(item, isMirrored[item] ? mirroredFront : front, query);
+    }
+}
+
+void GPUModel::Private::drawItems(
+    const ShaderProgram *program, quint64 value, quint64 mask, WindingType winding, bool ignoreCulling, int view)
+{
+    FrontFace frontFace;
+    if (program->attributeLocation(QStringLiteral("va_DrawNumber")) >= 0) {
+        drawNumberedItems(value, mask, winding, ignoreCulling, view);
+        return;
+    }
+    const bool isIndexed = !geometry->indexBO().isNull();
+    const GLenum primitives = primitivesFor(program);
+    const GLint drawIdLocation = program->getUniformLocation(QStringLiteral("u_DrawID"));
+    forEachDraw(value, mask, winding, ignoreCulling, view, [&](size_t item, GLenum front, GLuint query) {
         if (query)
             glBeginConditionalRender(query, GL_QUERY_NO_WAIT);
-        frontFace.set(isMirrored[item] ? mirroredFront : front);
+        frontFace.set(front);
         if (drawIdLocation >= 0)
             glUniform1ui(drawIdLocation, GLuint(item));
         const Range &range = ranges[item];
@@ -223,7 +236,19 @@ void GPUModel::Private::drawItems(
         }
         if (query)
             glEndConditionalRender();
-    }
+    });
+}
+
+void GPUModel::Private::drawNumberedItems(
+    quint64 value, quint64 mask, WindingType winding, bool ignoreCulling, int view)
+{
+    const bool isIndexed = !geometry->indexBO().isNull();
+    itemDraws.begin();
+    forEachDraw(value, mask, winding, ignoreCulling, view, [&](size_t item, GLenum front, GLuint query) {
+        itemDraws.add(isIndexed, ranges[item].first, ranges[item].count, quint32(item), front, query);
+    });
+    constexpr quint64 spread = 0x9e3779b97f4a7c15; // So that value and mask make one number that no others make.
+    itemDraws.draw(value * spread ^ mask, *geometry->VAO(), itemCount(), isIndexed, GL_TRIANGLES);
 }
 
 GPUModel::GPUModel()

@@ -11,7 +11,7 @@
 #include <GL/TextureManager.h>
 #include <Scene/InstanceDataRegistry.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "ItemDraws.h"
 #include "ModelPastPrivate.h"
 #include "ObjectRows.h"
 #include "PhysicalRow.h"
@@ -70,8 +71,14 @@ struct GPUModel::Private
     void draw(ShaderProgram *program, TextureManager *manager, quint64 value, quint64 mask, WindingType winding,
         bool ignoreCulling);
     /// `view` is that of the queries which may hold items back; -1 for none.
-    void drawItems(const ShaderProgram *program, quint64 value, quint64 mask, WindingType winding, bool ignoreCulling,
-        int view) const;
+    void drawItems(
+        const ShaderProgram *program, quint64 value, quint64 mask, WindingType winding, bool ignoreCulling, int view);
+    /// The same for a program that reads the number of the item from an array.
+    void drawNumberedItems(quint64 value, quint64 mask, WindingType winding, bool ignoreCulling, int view);
+    /// Calls `draw(item, front face, query)` for each item to be drawn.
+    template <typename Draw>
+    void forEachDraw(
+        quint64 value, quint64 mask, WindingType winding, bool ignoreCulling, int view, const Draw &draw) const;
 
     // By item.
     std::vector<quint64> featureFlags;
@@ -85,6 +92,7 @@ struct GPUModel::Private
     bool areSceneBoundsStale = true;
 
     QSharedPointer<DrawBuffers> geometry; ///< Null without items.
+    ItemDraws itemDraws;
     ObjectRows objectRows;
     ManagedTextures images;
     MaterialRows materialRows;

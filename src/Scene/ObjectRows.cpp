@@ -5,7 +5,7 @@
 
 #include <Scene/InstanceDataRegistry.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 

@@ -4,7 +4,7 @@
 #include <GL/BufferObject.h>
 #include <GL/VertexArrayObject.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <cmath>
 #include <cstring>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "LitFixture.h"
 #include "support/DriverClaims.h"
+#include "support/ItemDrawRecorder.h"
 #include "support/PooledTextures.h"
 #include "support/RayCastScene.h"
 
@@ -706,8 +707,7 @@ TEST_F(LitForwardRenderPassTest, readsOnlyTheImagesThatAModelHas)
         LitScene scene;
         scene.add(wallMesh(), material);
         int samplers = 0;
-        GLCallRecorder<&epoxy_glDrawElements> draws;
-        draws.onCall = [&](auto...) { samplers = activeSamplers(GLuint(glInteger(GL_CURRENT_PROGRAM))); };
+        const ItemDrawRecorder draws([&] { samplers = activeSamplers(GLuint(glInteger(GL_CURRENT_PROGRAM))); });
         draw(scene, wallView(QSize(4, 4)));
         return samplers;
     };
@@ -768,8 +768,7 @@ TEST_F(LitForwardRenderPassTest, drawsAlikeOnADriverOfSixteenUnitsAStage)
         EXPECT_EQ(FixedTextureUnits::unitOf(FixedTextureUnits::samplers().first()), 47);
         pass = std::make_unique<LitForwardRenderPass>();
         int samplers = 0;
-        GLCallRecorder<&epoxy_glDrawElements> draws;
-        draws.onCall = [&](auto...) { samplers = activeSamplers(GLuint(glInteger(GL_CURRENT_PROGRAM))); };
+        const ItemDrawRecorder draws([&] { samplers = activeSamplers(GLuint(glInteger(GL_CURRENT_PROGRAM))); });
         EXPECT_EQ(maximumDifference(draw(scene, view), expected), 0);
         EXPECT_EQ(samplers, 8) << "six arrays of images and the rows of items and surfaces";
         m_model.clear();

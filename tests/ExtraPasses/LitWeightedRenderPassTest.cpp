@@ -4,7 +4,7 @@
 
 #include "support/Cameras.h"
 #include "support/DriverClaims.h"
-#include "support/GLCallRecorder.h"
+#include "support/ItemDrawRecorder.h"
 #include "support/Meshes.h"
 #include "support/MultisampleTextures.h"
 #include "support/PassTest.h"
@@ -423,10 +423,8 @@ TEST_F(LitWeightedRenderPassTest, runsOnADriverWith16TextureUnitsAStage)
         pass = std::make_unique<LitWeightedRenderPass>();
         const QSharedPointer<GPUModel> model = buildModel();
         int samplers = 0;
-        GLCallRecorder<&epoxy_glDrawElements> draws;
-        draws.onCall = [&](GLenum, GLsizei, GLenum, const void *) {
-            samplers = std::max(samplers, activeSamplers(GLuint(glInteger(GL_CURRENT_PROGRAM))));
-        };
+        const ItemDrawRecorder draws(
+            [&] { samplers = std::max(samplers, activeSamplers(GLuint(glInteger(GL_CURRENT_PROGRAM)))); });
         EXPECT_EQ(maximumDifference(draw(model, size, layerSceneCamera, layerSceneProjection), expected), 0);
         // Six arrays of images and the rows of materials; in the vertex stage, the rows of items.
         EXPECT_EQ(samplers, 8);

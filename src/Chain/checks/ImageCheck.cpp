@@ -3,7 +3,7 @@
 
 #include <GL/InternalFormat.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 

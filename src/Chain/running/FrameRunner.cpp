@@ -10,6 +10,7 @@
 #include <Core/Log.h>
 #include <Core/RenderPass.h>
 #include <GL/DrawBuffers.h>
+#include <GL/FrameBounds.h>
 #include <GL/GLErrors.h>
 #include <GL/Texture.h>
 #include <GL/TextureManager.h>
@@ -18,7 +19,7 @@
 
 #include <QtCore/QRect>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 
@@ -85,6 +86,7 @@ bool presentsToScreen(const PassSlot &slot)
 
 void FrameRunner::enterContext()
 {
+    m_state = std::make_unique<FrameState>();
     m_hasDebugGroups = epoxy_gl_version() >= 43 || epoxy_has_gl_extension("GL_KHR_debug");
 }
 
@@ -110,10 +112,18 @@ void FrameRunner::beginPasses() const
     }
 }
 
-void FrameRunner::runPasses()
+void FrameRunner::runPasses(bool keepsBindings)
 {
-    for (int i = 0; i < m_slots->size(); ++i)
-        run(&(*m_slots)[i], i);
+    const bool isAllKnown = std::all_of(m_slots->begin(), m_slots->end(),
+        [](const std::unique_ptr<PassSlot> &slot) { return slot->info->keepsStateKnown; });
+    enterFrame(
+        m_state.get(), isAllKnown && !keepsBindings ? FrameState::Bindings::Empty : FrameState::Bindings::Unknown);
+    for (int i = 0; i < m_slots->size(); ++i) {
+        PassSlot *const slot = &(*m_slots)[i];
+        const FrameState::Suspension suspension(slot->info->keepsStateKnown ? nullptr : m_state.get());
+        run(slot, i);
+    }
+    leaveFrame(m_state.get());
     m_manager->setHolderLabel(QString());
 }
 

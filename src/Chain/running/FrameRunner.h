@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <GL/FrameState.h>
+
 #include <QtCore/QSize>
 #include <QtCore/QString>
 #include <QtGui/QColor>
+
+#include <memory>
 
 namespace Velmora::Kvz {
 
@@ -42,7 +46,9 @@ public:
     void beginFrame(const QSize &size, float sceneSize, bool isStill);
     /// Begins the frame for the passes.
     void beginPasses() const;
-    void runPasses();
+    /// Runs them. What a host has bound comes back where it `keepsBindings`; else programs, arrays and texture units may be left
+    /// empty.
+    void runPasses(bool keepsBindings);
     /// Ends it for the passes.
     void endPasses() const;
     /// @}
@@ -64,6 +70,7 @@ private:
     FrameResults *m_results;
     FrameTimes *m_times;
     QColor m_clearColor{0, 0, 0, 0};
+    std::unique_ptr<FrameState> m_state = std::make_unique<FrameState>(); ///< Of the context.
     bool m_hasDebugGroups = false;
     bool m_hasScreen = false; ///< The context was seen to have one.
     QSize m_lastSize;

@@ -11,7 +11,7 @@
 
 #include <QtCore/QPointer>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 #include <algorithm>
 #include <cmath>

@@ -9,7 +9,7 @@
 
 #include <QtCore/QtGlobal>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

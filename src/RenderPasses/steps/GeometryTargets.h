@@ -6,7 +6,7 @@
 #include <QtCore/QList>
 #include <QtCore/QStringList>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

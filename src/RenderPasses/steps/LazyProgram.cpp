@@ -4,7 +4,7 @@
 #include <Core/Log.h>
 #include <GL/ShaderProgram.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

@@ -4,7 +4,7 @@
 #include <GL/ShaderProgram.h>
 #include <Scene/InstanceDataRegistry.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

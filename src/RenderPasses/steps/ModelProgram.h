@@ -11,15 +11,22 @@ namespace Velmora::Kvz {
 class GLSLMacroProcessor;
 class ShaderProgram;
 
-/// A vertex stage that places a model and hands nothing on.
+/// A vertex stage that places a model and hands nothing on but the number of the item, where KVZ_DRAW_NUMBER_VARYING asks for it.
 inline const QString modelPlaceVertexSource = QStringLiteral(R"(#version 150
 #instancedata "InstanceInfo"
 uniform mat4 u_CameraMatrix;
 uniform mat4 u_ProjectionMatrix;
 in vec3 va_Vertex;
+#ifdef KVZ_DRAW_NUMBER_VARYING
+flat out uint vo_DrawNumber;
+int kvzDrawIndex();
+#endif
 
 void main()
 {
+#ifdef KVZ_DRAW_NUMBER_VARYING
+    vo_DrawNumber = uint(kvzDrawIndex());
+#endif
     gl_Position = u_ProjectionMatrix * u_CameraMatrix * getModelMatrix() * vec4(va_Vertex, 1.0);
 }
 )");

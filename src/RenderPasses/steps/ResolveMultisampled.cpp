@@ -8,7 +8,7 @@
 #include <GL/Texture.h>
 #include <GL/TextureManager.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 

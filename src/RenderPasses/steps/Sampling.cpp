@@ -4,7 +4,7 @@
 #include <GL/AutoBinder.h>
 #include <GL/Texture.h>
 
-#include <epoxy/gl.h>
+#include <GL/TrackedGL.h>
 
 namespace Velmora::Kvz {
 
