@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
-#include <random>
 
 namespace Velmora::Kvz {
 
 namespace {
+
+/// Spreads angles evenly, however many there are.
+constexpr double goldenRatio = 0.618033988749895;
 
 double grazing(double cosine)
 {
@@ -54,13 +56,11 @@ QVector3D across(const QVector3D &normal)
 template <typename Function>
 void forMirrored(double alpha, const QVector3D &normal, const QVector3D &toEye, int count, Function function)
 {
-    std::mt19937 random(7);
-    std::uniform_real_distribution<double> unit(0, 1);
     const QVector3D x = across(normal);
     const QVector3D y = QVector3D::crossProduct(normal, x);
     for (int i = 0; i < count; ++i) {
-        const double u = (i + unit(random)) / count;
-        const double turn = 2 * M_PI * unit(random);
+        const double u = (i + 0.5) / count;
+        const double turn = 2 * M_PI * std::fmod(i * goldenRatio, 1);
         const double cosine = std::sqrt((1 - u) / (1 + (alpha * alpha - 1) * u));
         const double sine = std::sqrt(1 - cosine * cosine);
         const QVector3D half =
@@ -86,7 +86,7 @@ Share shareOf(double alpha, double nv)
     const QVector3D normal(0, 0, 1);
     const QVector3D eye(float(std::sqrt(1 - nv * nv)), 0, float(nv));
     Share share;
-    forMirrored(alpha, normal, eye, 40000, [&](const QVector3D &light, double weight, double vh, double nh) {
+    forMirrored(alpha, normal, eye, 400000, [&](const QVector3D &light, double weight, double vh, double nh) {
         const double value = weight * specular(alpha, double(light.z()), nv, nh);
         share.normal += value * (1 - grazing(vh));
         share.atGrazing += value * grazing(vh);
@@ -179,7 +179,7 @@ QVector3D PhysicalReference::lit(const QVector3D &normal, const QVector3D &toEye
     const std::function<QVector3D(const QVector3D &)> &surroundings) const
 {
     // Two ways to sample, each of which counts by its density beside that of both (the balance heuristic).
-    constexpr int count = 3000;
+    constexpr int count = 20000;
     const double alpha = widthOf(m_material.roughness);
     const auto densityOf = [&](const QVector3D &light) {
         const QVector3D half = (light + toEye).normalized();
@@ -196,13 +196,11 @@ QVector3D PhysicalReference::lit(const QVector3D &normal, const QVector3D &toEye
             * float(1 / (count * (density.first + density.second)));
     };
     forMirrored(alpha, normal, toEye, count, [&](const QVector3D &light, double, double, double) { add(light); });
-    std::mt19937 random(11);
-    std::uniform_real_distribution<double> unit(0, 1);
     const QVector3D x = across(normal);
     const QVector3D y = QVector3D::crossProduct(normal, x);
     for (int i = 0; i < count; ++i) {
-        const double radius = std::sqrt((i + unit(random)) / count);
-        const double turn = 2 * M_PI * unit(random);
+        const double radius = std::sqrt((i + 0.5) / count);
+        const double turn = 2 * M_PI * std::fmod(i * goldenRatio, 1);
         add(float(radius * std::cos(turn)) * x + float(radius * std::sin(turn)) * y
             + float(std::sqrt(1 - radius * radius)) * normal);
     }
