@@ -24,6 +24,8 @@ QVector<OptionSpec> modelOptionSpecs()
     list += optionSpec("time", "SECONDS", "The moment of the animation. Default: 0.",
         "Before its start and after its end the first or last pose stays. Without --animation it "
         "is the first one of the file.");
+    list += optionSpec("variant", "NAME", "Chooses a variant of the file's materials.",
+        "Of glTF files that offer several sets of materials; without it those of none are drawn. kvz info lists them.");
     list += optionSpec("format", "SUFFIX", "Type of a model from standard input, such as glb.",
         "Needed where MODEL is -. Such a model is one file: what it names beside itself is not "
         "found.");
@@ -54,6 +56,9 @@ std::optional<int> readModelOptions(const QCommandLineParser &parser, ModelOptio
     options->import.animation = value("animation");
     if (isSet("animation") && options->import.animation.isEmpty())
         return fail(QStringLiteral("--animation: expected its name or number"));
+    options->import.variant = value("variant");
+    if (isSet("variant") && options->import.variant.isEmpty())
+        return fail(QStringLiteral("--variant: expected the name of a variant; kvz info lists them"));
     if (isSet("time")) {
         bool isNumber = false;
         options->import.time = value("time").toDouble(&isNumber);

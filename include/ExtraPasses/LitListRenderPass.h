@@ -4,19 +4,11 @@
 #include <ExtraPasses/Export.h>
 #include <RenderPasses/RenderPassProxy.h>
 
-#include <QtCore/QSharedPointer>
-
 #include <memory>
-#include <vector>
 
 namespace Velmora::Kvz {
 
-class BufferObject;
-class DrawBuffers;
-class FramebufferObject;
-class GPUModel;
-class SurfaceProgramVariants;
-class Texture;
+class ListShading;
 
 /// Shades the lists of VisibilityBufferRenderPass, which VisibilitySortRenderPass has sorted, into an image of layers to lay over
 /// a frame: walks each pixel's list from front to back, rebuilds its fragments from the model's own vertices, lights them, and
@@ -76,18 +68,7 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
-    bool canShow(const GPUModel &model);
-    void showBuffers();
-    void shade(GPUModel &model, Texture *heads, Texture *nodes);
-
-    QSharedPointer<DrawBuffers> m_screenQuad;
-    std::vector<QSharedPointer<BufferObject>>
-        m_buffers; ///< Of vertices, texture coordinates, normals, indices and vertex extras.
-    std::vector<std::unique_ptr<Texture>> m_bufferTextures;
-    std::unique_ptr<SurfaceProgramVariants> m_programs;
-    std::unique_ptr<FramebufferObject> m_framebuffer;
-    int m_maximumTexels = 0; ///< Of a buffer texture.
-    bool m_isModelRefused = false;
+    std::unique_ptr<ListShading> m_shading;
 };
 
 } // namespace Velmora::Kvz

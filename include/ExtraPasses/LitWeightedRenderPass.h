@@ -4,22 +4,13 @@
 #include <ExtraPasses/Export.h>
 #include <RenderPasses/RenderPassProxy.h>
 
-#include <QtCore/QSharedPointer>
-#include <QtCore/QSize>
-
 #include <memory>
 
 class QMatrix4x4;
 
 namespace Velmora::Kvz {
 
-class DrawBuffers;
-class FramebufferObject;
-class GPUModel;
-class ShaderProgram;
-class SurfaceProgramVariants;
-class TargetFramebuffer;
-class Texture;
+class WeightedLayers;
 
 /// Draws the transparent items of a model once, in any order, into an image of layers to lay over a frame: lit, with opacity
 /// from material, image and vertex colours. After M. McGuire and L. Bavoil, "Weighted Blended Order-Independent
@@ -77,17 +68,7 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
-    void accumulate(GPUModel &model, Texture *depth);
-    void resolve();
-    Texture *suitableDepth(Texture *depth);
-
-    QSharedPointer<DrawBuffers> m_screenQuad;
-    std::unique_ptr<SurfaceProgramVariants> m_layerPrograms;
-    std::unique_ptr<ShaderProgram> m_resolveProgram;
-    std::unique_ptr<TargetFramebuffer> m_sums; ///< Weighted colours with T in alpha, and weights.
-    std::unique_ptr<FramebufferObject> m_framebuffer;
-    QSize m_size{0, 0};
-    bool m_isDepthRefused = false; ///< Logged once already.
+    std::unique_ptr<WeightedLayers> m_layers;
 };
 
 } // namespace Velmora::Kvz

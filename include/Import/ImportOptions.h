@@ -46,6 +46,9 @@ struct ImportOptions
     /// The moment of the animation, in seconds; outside its span the first or last pose stays. Below 0: 0 if an animation is
     /// given, else the nodes are not animated.
     double time = -1;
+    /// The variant of materials (KHR_materials_variants), by its name. Empty: the materials of none. A name that the file does not
+    /// have is refused.
+    QString variant;
     /// The length of the longest side of the scene's bounds: the scene is scaled to it, as scaleInto() does. 0: it is not scaled.
     float scaleInto = 0;
     /// Whether a file without triangles is refused. Without, points and lines alone, cameras or an animation will do, and so

@@ -36,7 +36,7 @@ public:
     int addItem(int mesh, int material, const QMatrix4x4 &modelMatrix = QMatrix4x4(), quint64 featureFlags = 0,
         ItemOption option = AsGiven);
     /// The memory that the material images of the model may take on the GPU, in bytes, with their mip levels; 512 MiB
-    /// unless set, and at least 1. Images of one size share an array texture, and there are six arrays: images of
+    /// unless set, and at least 1. Images of one size share an array texture, and there are six arrays, four where a material has a physical part: images of
     /// further sizes are enlarged to share one. If all of it takes more than the budget, the largest images are halved
     /// until it fits, with one log line.
     void setImageBudget(qint64 bytes);

@@ -103,7 +103,7 @@ void PhysicalForwardRenderPass::start(RenderCallbacks *callbacks)
             m_light->unbind();
         glDisable(GL_DEPTH_TEST);
     }
-    m_light->release();
+    PhysicalLight::release(m_inputs, Environment);
     publishTarget(m_outputs[Frame], *m_framebuffer, GL_COLOR_ATTACHMENT0);
     publishTarget(m_outputs[Indirect], *m_framebuffer, GL_COLOR_ATTACHMENT1);
     publishTarget(m_outputs[Depth], *m_framebuffer, GL_DEPTH_ATTACHMENT);

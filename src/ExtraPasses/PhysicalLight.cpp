@@ -17,7 +17,9 @@
 
 namespace Velmora::Kvz {
 
-PhysicalLight::PhysicalLight() = default;
+PhysicalLight::PhysicalLight(LightRows::Storage storage)
+    : m_lamps(storage)
+{ }
 
 PhysicalLight::~PhysicalLight() = default;
 
@@ -54,16 +56,14 @@ void PhysicalLight::read(const QVector<NamedValue<QVariant>> &inputs, int first,
 void PhysicalLight::bind(ShaderProgram &program)
 {
     m_environment->bind();
-    m_lamps.texture()->bind();
+    m_lamps.bind(program);
     if (m_shadows)
         m_shadows->bind();
     const EnvironmentUniforms uniforms{m_hasSurroundings ? FilteredEnvironment::levels : 0, m_rotation, m_irradiance};
     uniforms.set(program, m_camera);
     program.setUniform(QStringLiteral("u_EnvironmentSampler"), m_environment->unit());
-    program.setUniform(QStringLiteral("u_LightSampler"), m_lamps.texture()->unit());
     // Samplers of one type may share a unit, and unit 0 stays empty.
     program.setUniform(QStringLiteral("u_ShadowSampler"), m_shadows ? m_shadows->unit() : m_environment->unit());
-    program.setUniform(QStringLiteral("u_LightCount"), m_lamps.lightCount());
     program.setUniform(QStringLiteral("u_LightBleedingReduction"), m_lightBleedingReduction);
 }
 
@@ -71,16 +71,13 @@ void PhysicalLight::unbind()
 {
     if (m_shadows)
         m_shadows->unbind();
-    m_lamps.texture()->unbind();
+    m_lamps.unbind();
     m_environment->unbind();
 }
 
-void PhysicalLight::release()
+void PhysicalLight::release(const QVector<NamedValue<QVariant>> &inputs, int first)
 {
-    if (m_hasSurroundings)
-        giveBack(m_environment);
-    m_environment = nullptr;
-    m_shadows = nullptr;
+    giveBack(inputs[first].value.value<Texture *>());
 }
 
 } // namespace Velmora::Kvz

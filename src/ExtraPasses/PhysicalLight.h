@@ -21,7 +21,7 @@ class Texture;
 class PhysicalLight
 {
 public:
-    PhysicalLight();
+    explicit PhysicalLight(LightRows::Storage storage = LightRows::InTexture);
     ~PhysicalLight();
 
     /// Adds the six inputs to a pass under construction.
@@ -32,8 +32,8 @@ public:
     /// Binds what was read and points a bound program at it, until unbind().
     void bind(ShaderProgram &program);
     void unbind();
-    /// Gives the environment image back.
-    void release();
+    /// Gives the environment image back, whether it was read or not.
+    static void release(const QVector<NamedValue<QVariant>> &inputs, int first);
 
 private:
     LightRows m_lamps;

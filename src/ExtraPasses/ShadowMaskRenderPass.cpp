@@ -135,20 +135,21 @@ void ShadowMaskRenderPass::start(RenderCallbacks *)
         AutoBinder depthBinder(depth);
         AutoBinder normalBinder(normal);
         AutoBinder shadowBinder(shadows);
-        AutoBinder lightBinder(m_lights->texture());
         m_program->setUniform(QStringLiteral("u_DepthSampler"), depth->unit());
         // Samplers of one type may share a unit, those of different types may not, and unit 0 stays empty.
         m_program->setUniform(QStringLiteral("u_NormalSampler"), normal ? normal->unit() : depth->unit());
         setSampler(*m_program, QStringLiteral("u_ShadowSampler"), shadows);
-        m_program->setUniform(QStringLiteral("u_LightSampler"), m_lights->texture()->unit());
+        m_lights->bind(*m_program);
         m_program->setUniform(QStringLiteral("u_ClipToCamera"), projection.inverted());
-        m_program->setUniform(QStringLiteral("u_LightCount"), lights.size());
         m_program->setUniform(QStringLiteral("u_Cascade"), cascade);
         m_program->setUniform(QStringLiteral("u_HasNormals"), normal != nullptr);
         m_program->setUniform(QStringLiteral("u_LightBleedingReduction"), std::clamp(reduction, 0.0f, 0.99f));
         m_program->setUniform(QStringLiteral("u_AmbientLight"), std::clamp(ambient, 0.0f, 1.0f));
-        AutoBinder quad(m_screenQuad);
-        m_screenQuad->draw();
+        {
+            AutoBinder quad(m_screenQuad);
+            m_screenQuad->draw();
+        }
+        m_lights->unbind();
     }
 
     handOn(m_outputs[ShadowMask], m_numOutputUsers[ShadowMask], mask);

@@ -23,22 +23,29 @@ void addDrawNumberMacros(GLSLMacroProcessor &macros)
         macros.addDefine(QStringLiteral("KVZ_DRAW_NUMBER_ARRAY"), QStringLiteral("1"));
 }
 
+QString surfacePlanOf(SurfaceKind kind)
+{
+    return kind == SurfaceKind::Physical ? QStringLiteral("PhysicalMaterial") : QStringLiteral("SurfaceMaterial");
+}
+
+QStringList surfaceFilesOf(SurfaceKind kind)
+{
+    return {kind == SurfaceKind::Physical ? QStringLiteral("PhysicalSurface.glslc") : QStringLiteral("Surface.glslc"),
+        QStringLiteral("SurfaceTextures.glslc")};
+}
+
 std::unique_ptr<ShaderProgram> buildSurfaceProgram(GLSLMacroProcessor &macros, const QStringList &outputs,
     const QString &fragmentSource, const QStringList &fragmentFiles, SurfaceKind kind)
 {
-    const bool isPhysical = kind == SurfaceKind::Physical;
-    const QString plan = isPhysical ? QStringLiteral("PhysicalMaterial") : QStringLiteral("SurfaceMaterial");
     auto program = std::make_unique<ShaderProgram>(nullptr);
     addDrawNumberMacros(macros);
     program->setMacroProcessor(&macros);
     program->setFragDataLocations(outputs);
     addModelVertexStage(*program, surfaceVertexSource);
     program->addShader(GL_FRAGMENT_SHADER, fragmentSource, QString());
-    program->addShader(GL_FRAGMENT_SHADER, InstanceDataRegistry::Instance().getPlan(plan).glslc(), QString());
-    const QString surfaceFile = isPhysical ? QStringLiteral("PhysicalSurface.glslc") : QStringLiteral("Surface.glslc");
-    const QStringList files =
-        QStringList{surfaceFile, QStringLiteral("SurfaceTextures.glslc"), QStringLiteral("KvzUtilities.glslc")}
-        + fragmentFiles;
+    program->addShader(
+        GL_FRAGMENT_SHADER, InstanceDataRegistry::Instance().getPlan(surfacePlanOf(kind)).glslc(), QString());
+    const QStringList files = surfaceFilesOf(kind) + QStringList{QStringLiteral("KvzUtilities.glslc")} + fragmentFiles;
     for (const QString &file : files)
         program->addShaderFromFile(GL_FRAGMENT_SHADER, file);
     program->compile();

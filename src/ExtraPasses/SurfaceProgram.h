@@ -135,6 +135,10 @@ inline const QString physicalMacro = QStringLiteral("KVZ_PHYSICAL");
 
 enum class SurfaceKind { Plain, Physical };
 
+/// The plan of instance data, and the units, that define surfaceAt().
+QString surfacePlanOf(SurfaceKind kind);
+QStringList surfaceFilesOf(SurfaceKind kind);
+
 /// Builds a program that draws surfaces: surfaceVertexSource, the fragment source, all units that surfaceAt() needs, and
 /// `fragmentFiles`. `outputs` names the fragment outputs in the order of the colour attachments. Whether it compiled and
 /// linked is not checked.

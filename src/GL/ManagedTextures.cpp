@@ -131,7 +131,7 @@ ManagedTextures::~ManagedTextures()
         all.end());
 }
 
-QVector<int> ManagedTextures::addAll(const QVector<ManagedImage> &images, qint64 bytes)
+QVector<int> ManagedTextures::addAll(const QVector<ManagedImage> &images, qint64 bytes, int arrays)
 {
     QVector<int> numbers; // of each image among those that differ
     QVector<ManagedImage> distinct;
@@ -154,7 +154,7 @@ QVector<int> ManagedTextures::addAll(const QVector<ManagedImage> &images, qint64
 
     const int side = glLimit(GL_MAX_TEXTURE_SIZE);
     const int layers = glLimit(GL_MAX_ARRAY_TEXTURE_LAYERS);
-    const ImageArrayPlan plan = planImageArrays(planned, {arrayCount, side, layers, bytes});
+    const ImageArrayPlan plan = planImageArrays(planned, {arrays, side, layers, bytes});
     reportShrunk(distinct, plan, side, bytes);
     for (const ImageArrayPlan::Array &array : plan.arrays) {
         m_arrays.emplace_back();

@@ -46,7 +46,7 @@ public:
     ~ManagedTextures() override;
 
     /// Adds images to a set without any, in arrays as planImageArrays() says, and returns their handles.
-    QVector<int> addAll(const QVector<ManagedImage> &images, qint64 bytes);
+    QVector<int> addAll(const QVector<ManagedImage> &images, qint64 bytes, int arrays = arrayCount);
     /// Adds one image. Where it is of a seventh size it goes to an array that is larger, or else to the nearest.
     int add(const ManagedImage &image);
     void release(int handle);

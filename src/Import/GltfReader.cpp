@@ -90,6 +90,22 @@ bool hasVariants(const tinygltf::Model &document)
     return false;
 }
 
+/// The material of a primitive in a variant; -1: in none.
+int materialOf(const tinygltf::Primitive &primitive, int variant)
+{
+    const tinygltf::Value &extension = extensionOf(primitive.extensions, "KHR_materials_variants");
+    const tinygltf::Value &mappings = extension.IsObject() ? extension.Get("mappings") : extension;
+    for (size_t i = 0; variant >= 0 && mappings.IsArray() && i < mappings.ArrayLen(); ++i) {
+        const tinygltf::Value &mapping = mappings.Get(int(i));
+        const tinygltf::Value &variants = mapping.IsObject() ? mapping.Get("variants") : mapping;
+        for (size_t k = 0; variants.IsArray() && k < variants.ArrayLen(); ++k) {
+            if (variants.Get(int(k)).IsNumber() && variants.Get(int(k)).GetNumberAsInt() == variant)
+                return integerOf(mapping, "material", primitive.material);
+        }
+    }
+    return primitive.material;
+}
+
 template <typename T> void repeatCorners(QVector<T> *array, const QVector<quint32> &corners)
 {
     if (array->isEmpty())
@@ -170,7 +186,7 @@ bool GltfReader::read(ImportedScene *scene, QString *problem)
         warn(line);
     for (const QString &line : undrawnExtensions(m_document->document()))
         warn(line);
-    if (hasVariants(m_document->document()))
+    if (m_options.variant.isEmpty() && hasVariants(m_document->document()))
         warn(QStringLiteral(
             "its variants (KHR_materials_variants) are left out: the materials drawn are those of none"));
     const bool isTransmissive = std::any_of(m_scene.materials.cbegin(), m_scene.materials.cend(),
@@ -449,7 +465,8 @@ bool GltfReader::readPrimitive(
         for (int v = 0; v < data.positions.size(); ++v)
             corners.append(quint32(v));
     }
-    primitive->material = source.material;
+    primitive->material =
+        materialOf(source, m_options.variant.isEmpty() ? -1 : m_scene.variants.indexOf(m_options.variant));
     primitive->isColoured = !data.colours.isEmpty();
     // Strips are compressed as triangles.
     const int mode = source.mode < 0 || m_document->isPacked() ? TINYGLTF_MODE_TRIANGLES : source.mode;

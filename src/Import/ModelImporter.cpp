@@ -234,6 +234,12 @@ bool importModel(const QString &file, const ImportOptions &options, ImportedScen
         return refuse(budget.problem());
     if (!isRead)
         return refuse(problem);
+    if (!options.variant.isEmpty() && !result.variants.contains(options.variant)) {
+        return refuse(result.variants.isEmpty()
+                ? QStringLiteral("has no variants, so none is called \"%1\"").arg(options.variant)
+                : QStringLiteral("has no variant \"%1\"; it has \"%2\"")
+                      .arg(options.variant, result.variants.join(QStringLiteral("\", \""))));
+    }
     const QString primitives = notDrawn(result);
     if (result.items.isEmpty() && options.needsTriangles)
         return refuse(primitives.isEmpty() ? noTriangles : QStringLiteral("%1; %2").arg(noTriangles, primitives));

@@ -249,6 +249,8 @@ MaterialRow rowOf(const MaterialData &material, int mapKd, int mapKs, int number
 }
 
 constexpr int imagesOfMaterial = 6;
+/// With more the shading of lists in physically based light would need more than 16 textures.
+constexpr int arraysForPhysicalLight = 4;
 
 /// The images of each material, null ones for a material that no item uses.
 QVector<ManagedImage> imagesOf(const QVector<MaterialData> &materials, const std::vector<bool> &isUsed)
@@ -381,7 +383,10 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
     const QSharedPointer<GPUModel> model(new GPUModel);
     GPUModel::Private &data = *model->d;
 
-    const QVector<int> handles = data.images.addAll(imagesOf(m_materials, isMaterialUsed), m_imageBudget);
+    const bool hasPhysical = std::any_of(m_materials.begin(), m_materials.end(),
+        [](const MaterialData &material) { return material.physical.has_value(); });
+    const QVector<int> handles = data.images.addAll(imagesOf(m_materials, isMaterialUsed), m_imageBudget,
+        hasPhysical ? arraysForPhysicalLight : ManagedTextures::arrayCount);
     std::vector<MaterialRow> materials(size_t(m_materials.size()));
     std::vector<SurfaceRow> surfaces(size_t(m_materials.size()));
     std::vector<PhysicalRow> physicals(size_t(m_materials.size()));

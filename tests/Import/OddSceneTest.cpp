@@ -210,14 +210,19 @@ TEST(OddSceneTest, extensionsThatAreNotDrawnAreNamedInOneLine)
     const QJsonObject material{
         {"extensions",
             QJsonObject{{"KHR_materials_sheen", QJsonObject{{"sheenColorFactor", QJsonArray{0, 0.5, 0}}}},
-                {"KHR_materials_clearcoat", QJsonObject{{"clearcoatFactor", 1}}},
+                {"KHR_materials_anisotropy", QJsonObject{{"anisotropyStrength", 1}}},
+                {"KHR_materials_diffuse_transmission", QJsonObject{{"diffuseTransmissionFactor", 0.5}}},
                 {"KHR_materials_iridescence", QJsonObject{{"iridescenceFactor", 0}}},
                 {"KHR_materials_ior", QJsonObject{{"ior", 1.2}}}}},
     };
     EXPECT_EQ(importMaterial(material).warnings,
-        QStringList("the glTF extensions KHR_materials_clearcoat, KHR_materials_sheen are not drawn"));
+        QStringList("the glTF extensions KHR_materials_anisotropy, KHR_materials_diffuse_transmission are not drawn"));
     EXPECT_EQ(
-        importMaterial(withExtension("KHR_materials_clearcoat", {{"clearcoatFactor", 0}})).warnings, QStringList());
+        importMaterial(withExtension("KHR_materials_clearcoat", {{"clearcoatFactor", 1}})).warnings, QStringList());
+    EXPECT_EQ(importMaterial(withExtension("KHR_materials_clearcoat",
+                                 {{"clearcoatFactor", 1}, {"clearcoatTexture", QJsonObject{{"index", 0}}}}))
+                  .warnings,
+        QStringList("images are not drawn, their factors are: clearcoatTexture of KHR_materials_clearcoat"));
 
     for (const bool isUsed : {true, false}) {
         Doc document;

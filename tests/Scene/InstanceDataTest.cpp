@@ -46,6 +46,11 @@ TEST_F(InstanceDataTest, plansThatAreThereFromTheStart)
         EXPECT_EQ(plan.offset(QStringLiteral("getPreviousModelMatrix")), 32);
         EXPECT_EQ(plan.offset(QStringLiteral("getKd")), -1);
     }
+    const InstanceDataPlan &physical = registry.getPlan(QStringLiteral("PhysicalMaterial"));
+    EXPECT_EQ(physical.stride(), 16);
+    EXPECT_EQ(physical.offset(QStringLiteral("getReflectance")), 12);
+    EXPECT_EQ(physical.offset(QStringLiteral("getPhysicalId")), 23);
+    EXPECT_EQ(physical.offset(QStringLiteral("getPhysicalEmissionMap")), 60);
     const InstanceDataPlan &material = registry.getPlan(QStringLiteral("OBJMaterial"));
     EXPECT_EQ(material.stride(), 3);
     EXPECT_EQ(material.offset(QStringLiteral("getD")), 3);

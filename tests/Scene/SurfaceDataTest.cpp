@@ -280,7 +280,7 @@ TEST_F(SurfaceDataTest, vertexExtrasArePackedAndAreAttributes)
     EXPECT_EQ(pair(0), QVector2D(0, 0));
     EXPECT_EQ(pair(8), QVector2D(0.5f, -7));
     EXPECT_EQ(pair(11), QVector2D(5, 6));
-    EXPECT_EQ(texel(4, 2), (Texel{32767, 0, 0, 32767})) << "(1, 0, 0, 1) where a mesh has none";
+    EXPECT_EQ(texel(4, 2), (Texel{0, 0, 0, 0})) << "zeros where a mesh has none";
     EXPECT_EQ(texel(8, 2), (Texel{32767, 0, 0, quint16(-32767)}));
     EXPECT_EQ(texel(9, 2), (Texel{0, quint16(-32767), 0, 32767}));
 

@@ -40,6 +40,8 @@ PassInfo modelDeferredPass();
 PassInfo modelRenderPass();
 PassInfo multisampleForwardRenderPass();
 PassInfo physicalForwardRenderPass();
+PassInfo physicalListRenderPass();
+PassInfo physicalWeightedRenderPass();
 PassInfo primitiveBuilderRenderPass();
 PassInfo scalableAmbientObscuranceRenderPass();
 PassInfo shaderRenderPass();
@@ -98,6 +100,8 @@ inline constexpr PassInfo (*all[])() = {
     modelRenderPass,
     multisampleForwardRenderPass,
     physicalForwardRenderPass,
+    physicalListRenderPass,
+    physicalWeightedRenderPass,
     primitiveBuilderRenderPass,
     scalableAmbientObscuranceRenderPass,
     shaderRenderPass,
