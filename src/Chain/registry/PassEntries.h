@@ -62,6 +62,7 @@ PassInfo toneMapRenderPass();
 PassInfo cutoutAntiAliasingRenderPass();
 PassInfo accumulationRenderPass();
 PassInfo accumulationJitterPass();
+PassInfo ambientVisibilityRenderPass();
 PassInfo transparencyRenderPass();
 PassInfo velocityRenderPass();
 PassInfo wireframeRenderPass();
@@ -120,6 +121,7 @@ inline constexpr PassInfo (*all[])() = {
     cutoutAntiAliasingRenderPass,
     accumulationRenderPass,
     accumulationJitterPass,
+    ambientVisibilityRenderPass,
     transparencyRenderPass,
     velocityRenderPass,
     wireframeRenderPass,
