@@ -63,6 +63,7 @@ PassInfo cutoutAntiAliasingRenderPass();
 PassInfo accumulationRenderPass();
 PassInfo accumulationJitterPass();
 PassInfo ambientVisibilityRenderPass();
+PassInfo groundShadowRenderPass();
 PassInfo transparencyRenderPass();
 PassInfo velocityRenderPass();
 PassInfo wireframeRenderPass();
@@ -122,6 +123,7 @@ inline constexpr PassInfo (*all[])() = {
     accumulationRenderPass,
     accumulationJitterPass,
     ambientVisibilityRenderPass,
+    groundShadowRenderPass,
     transparencyRenderPass,
     velocityRenderPass,
     wireframeRenderPass,
