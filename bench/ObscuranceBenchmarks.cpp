@@ -4,6 +4,7 @@
 #include "Comparison.h"
 #include "Scenery.h"
 
+#include <ExtraPasses/AmbientVisibilityRenderPass.h>
 #include <GL/TextureManager.h>
 #include <RenderPasses/CameraSpaceZBufferRenderPass.h>
 #include <RenderPasses/ModelRenderPass.h>
@@ -86,6 +87,16 @@ public:
             pass.setInput(Obscurance::CameraSpacePosition, m_unprojection.output(Unprojection::Frame));
     }
 
+    void feed(AmbientVisibilityRenderPass &pass) const
+    {
+        using Pass = AmbientVisibilityRenderPass;
+        pass.setInput(Pass::Viewport, viewport);
+        pass.setInput(Pass::ProjectionMatrix, projection);
+        pass.setInput(Pass::Depth, depth());
+        pass.setInput(Pass::Normal, m_geometry.output(ModelRenderPass::Normal));
+        pass.setInput(Pass::RelativeRadius, 1.0f); // Without bounds a length.
+    }
+
     const QRect viewport;
     QMatrix4x4 projection;
     QMatrix4x4 camera;
@@ -139,6 +150,14 @@ void obscuranceFromDepth(benchmark::State &state)
     obscure(state, false);
 }
 
+void ambientVisibility(benchmark::State &state)
+{
+    const Landscape landscape(state);
+    AmbientVisibilityRenderPass pass;
+    landscape.feed(pass);
+    compareWithFloor(state, pass);
+}
+
 void usualSizes(benchmark::internal::Benchmark *benchmark)
 {
     benchmark->Args({1280, 720, 7, 1, 30})->Args({16, 16, 7, 1, 30})->Apply(timing);
@@ -168,6 +187,7 @@ void radii(benchmark::internal::Benchmark *benchmark)
 } // namespace
 
 BENCHMARK(positions)->Apply(largeAndTiny);
+BENCHMARK(ambientVisibility)->Apply(largeAndTiny);
 BENCHMARK(obscurance)->Apply(usualSizes);
 BENCHMARK(obscuranceFromDepth)->Apply(usualSizes);
 BENCHMARK(obscurance)->Name("obscuranceAgainstTaps")->Apply(taps);

@@ -5,9 +5,13 @@
 
 #include <ExtraPasses/AccumulationRenderPass.h>
 #include <ExtraPasses/CutoutAntiAliasingRenderPass.h>
+#include <ExtraPasses/GroundShadowRenderPass.h>
 #include <ExtraPasses/ToneMapRenderPass.h>
 #include <GL/AutoBinder.h>
 #include <GL/Texture.h>
+#include <RenderPasses/ShadowMapRenderPass.h>
+#include <Scene/GPUModelBuilder.h>
+#include <Scene/ShadowMapManager.h>
 
 #include <epoxy/gl.h>
 
@@ -97,8 +101,44 @@ void accumulation(benchmark::State &state)
     compareWithFloor(state, pass);
 }
 
+/// The ground under a plate, in the light of one lamp, which fills most of the frame.
+void groundShadow(benchmark::State &state)
+{
+    using Pass = GroundShadowRenderPass;
+    const QRect viewport = viewportOf(state);
+    const QMatrix4x4 projection = perspective(viewport, 45, 0.1f, 100);
+    QMatrix4x4 camera;
+    camera.lookAt(QVector3D(0, 3, 4), QVector3D(0, 0, 0.5f), QVector3D(0, 1, 0));
+    QMatrix4x4 lying;
+    lying.translate(0, 1, 0);
+    lying.rotate(-90, 1, 0, 0);
+    GPUModelBuilder builder;
+    builder.addItem(builder.addMesh(quadMesh()), builder.addMaterial({}), lying, GPUModel::DoubleSided);
+    const QSharedPointer<GPUModel> model = builder.build();
+    ShadowMapManager::Light lamp;
+    lamp.direction = QVector3D(0.4f, -1, -0.2f);
+    const QVariantList lights = {QVariant::fromValue(&lamp)};
+    ShadowMapRenderPass maps;
+    maps.setInput(ShadowMapRenderPass::Geometry, QVariant::fromValue(model.data()));
+    maps.setInput(ShadowMapRenderPass::Lights, lights);
+    maps.setInput(ShadowMapRenderPass::SceneBoundsMin, QVector3D(-3, -0.1f, -3));
+    maps.setInput(ShadowMapRenderPass::SceneBoundsMax, QVector3D(3, 1.1f, 3));
+    maps.start(nullptr);
+    Pass pass;
+    pass.setInput(Pass::Viewport, viewport);
+    pass.setInput(Pass::ProjectionMatrix, projection);
+    pass.setInput(Pass::CameraMatrix, camera);
+    pass.setInput(Pass::Geometry, QVariant::fromValue(model.data()));
+    pass.setInput(Pass::SceneBoundsMin, QVector3D(-1, -0.01f, -1));
+    pass.setInput(Pass::SceneBoundsMax, QVector3D(1, 1, 1));
+    pass.setInput(Pass::Lights, lights);
+    pass.setInput(Pass::ShadowMapData, maps.output(ShadowMapRenderPass::ShadowMapData));
+    compareWithFloor(state, pass);
+}
+
 } // namespace
 
+BENCHMARK(groundShadow)->Apply(largeAndTiny);
 BENCHMARK_CAPTURE(cutoutAntiAliasing, fxaa, CutoutAntiAliasingRenderPass::Mode::Fxaa)->Apply(largeAndTiny);
 BENCHMARK_CAPTURE(cutoutAntiAliasing, smaa1x, CutoutAntiAliasingRenderPass::Mode::Smaa1x)->Apply(largeAndTiny);
 BENCHMARK_CAPTURE(cutoutAntiAliasing, smaaS2x, CutoutAntiAliasingRenderPass::Mode::SmaaS2x)->Apply(largeAndTiny);

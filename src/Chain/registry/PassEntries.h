@@ -64,6 +64,8 @@ PassInfo toneMapRenderPass();
 PassInfo cutoutAntiAliasingRenderPass();
 PassInfo accumulationRenderPass();
 PassInfo accumulationJitterPass();
+PassInfo ambientVisibilityRenderPass();
+PassInfo groundShadowRenderPass();
 PassInfo transparencyRenderPass();
 PassInfo velocityRenderPass();
 PassInfo wireframeRenderPass();
@@ -124,6 +126,8 @@ inline constexpr PassInfo (*all[])() = {
     cutoutAntiAliasingRenderPass,
     accumulationRenderPass,
     accumulationJitterPass,
+    ambientVisibilityRenderPass,
+    groundShadowRenderPass,
     transparencyRenderPass,
     velocityRenderPass,
     wireframeRenderPass,
