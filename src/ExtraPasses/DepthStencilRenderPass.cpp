@@ -2,7 +2,6 @@
 #include <ExtraPasses/DepthStencilRenderPass.h>
 
 #include "CoverageStencil.h"
-#include "SurfaceProgram.h"
 #include "steps/InputRead.h"
 #include "steps/ModelProgram.h"
 #include "steps/ScreenQuad.h"
@@ -10,7 +9,6 @@
 
 #include <GL/AutoBinder.h>
 #include <GL/FramebufferObject.h>
-#include <GL/GLSLMacroProcessor.h>
 #include <GL/ShaderProgram.h>
 #include <Scene/GPUModel.h>
 
@@ -47,11 +45,8 @@ void DepthStencilRenderPass::start(RenderCallbacks *)
     auto *const model = inputValue<GPUModel *>(m_inputs[Geometry]);
 
     ensureFramebuffer(m_framebuffer);
-    if (!m_program) {
-        GLSLMacroProcessor macros;
-        addDrawNumberMacros(macros);
-        m_program = buildModelProgram({}, modelPlaceVertexSource, fragmentSource, &macros);
-    }
+    if (!m_program)
+        m_program = buildModelProgram({}, modelPlaceVertexSource, fragmentSource);
     {
         AutoBinder framebuffer(m_framebuffer.get());
         if (size != m_size)

@@ -16,6 +16,14 @@
 
 namespace Velmora::Kvz {
 
+namespace {
+
+/// Models of fewer items are drawn by the loop. Rows found by a varying cost a software rasteriser more for each pixel than rows
+/// found by a uniform, whose reads it takes out of its own loop; so many items outweigh a frame full of pixels.
+constexpr int manyItems = 8192;
+
+} // namespace
+
 void addDrawNumberMacros(GLSLMacroProcessor &macros)
 {
     macros.addDefine(QStringLiteral("KVZ_DRAW_NUMBER_VARYING"), QStringLiteral("1"));
@@ -38,7 +46,6 @@ std::unique_ptr<ShaderProgram> buildSurfaceProgram(GLSLMacroProcessor &macros, c
     const QString &fragmentSource, const QStringList &fragmentFiles, SurfaceKind kind)
 {
     auto program = std::make_unique<ShaderProgram>(nullptr);
-    addDrawNumberMacros(macros);
     program->setMacroProcessor(&macros);
     program->setFragDataLocations(outputs);
     addModelVertexStage(*program, surfaceVertexSource);
@@ -70,7 +77,9 @@ ShaderProgram &SurfaceProgramVariants::forModel(const GPUModel &model)
 {
     const bool isPhysical = m_kind == SurfaceKind::Physical;
     const int features = isPhysical ? model.physicalFeatures() : model.surfaceFeatures();
-    const auto known = m_programs.find(features);
+    const bool hasManyItems = model.itemCount() >= manyItems;
+    const int key = features * 2 + int(hasManyItems);
+    const auto known = m_programs.find(key);
     if (known != m_programs.end())
         return *known->second;
     // Whoever shows one model after another does not gather programs without end.
@@ -81,7 +90,9 @@ ShaderProgram &SurfaceProgramVariants::forModel(const GPUModel &model)
     macros.addDefine(QStringLiteral("KVZ_SURFACE_FEATURES"), QString::number(features));
     if (isPhysical)
         macros.addDefine(physicalMacro, QStringLiteral("1"));
-    return *(m_programs[features] = m_build(macros));
+    if (hasManyItems)
+        addDrawNumberMacros(macros);
+    return *(m_programs[key] = m_build(macros));
 }
 
 void setSurfaceCamera(ShaderProgram &program, const QMatrix4x4 &projection, const QMatrix4x4 &camera)
