@@ -61,6 +61,11 @@ SurfaceProgramVariants::SurfaceProgramVariants(Build build, SurfaceKind kind)
 
 SurfaceProgramVariants::~SurfaceProgramVariants() = default;
 
+void SurfaceProgramVariants::clear()
+{
+    m_programs.clear();
+}
+
 ShaderProgram &SurfaceProgramVariants::forModel(const GPUModel &model)
 {
     const bool isPhysical = m_kind == SurfaceKind::Physical;

@@ -158,7 +158,7 @@ public:
     /// The program for a model as it is now, built when no model has asked for the like lately. It stays until the next call.
     ShaderProgram &forModel(const GPUModel &model);
     /// Deletes the programs, for a `build` that makes other ones from now on.
-    void clear() { m_programs.clear(); }
+    void clear();
 
 private:
     Build m_build;
