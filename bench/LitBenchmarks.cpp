@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
-// The passes that light surfaces from the camera, and the step that composes layers, beside the same draws in raw GL.
+// The passes that light surfaces, and the step that composes layers, beside the same draws in raw GL.
 #include "Comparison.h"
 #include "Scenery.h"
 
 #include <ExtraPasses/CompositeRenderPass.h>
+#include <ExtraPasses/EnvironmentLightRenderPass.h>
 #include <ExtraPasses/ItemIdRenderPass.h>
 #include <ExtraPasses/LitDeferredRenderPass.h>
 #include <ExtraPasses/LitForwardRenderPass.h>
+#include <ExtraPasses/PhysicalForwardRenderPass.h>
 #include <ExtraPasses/SurfaceRenderPass.h>
 #include <GL/Texture.h>
 #include <RenderPasses/GradientRenderPass.h>
@@ -78,6 +80,20 @@ void litForward(benchmark::State &state)
     compareWithFloor(state, pass);
 }
 
+/// The light of a studio, whose key light casts no shadow.
+void physicalForward(benchmark::State &state)
+{
+    const Scene scene(state);
+    EnvironmentLightRenderPass light;
+    light.start(nullptr);
+    PhysicalForwardRenderPass pass;
+    scene.feedWithModel(pass);
+    pass.setInput(PhysicalForwardRenderPass::Environment, light.output(EnvironmentLightRenderPass::EnvironmentTexture));
+    pass.setInput(PhysicalForwardRenderPass::Irradiance, light.output(EnvironmentLightRenderPass::Irradiance));
+    pass.setInput(PhysicalForwardRenderPass::Lights, light.output(EnvironmentLightRenderPass::LightsOut));
+    compareWithFloor(state, pass);
+}
+
 void surfaces(benchmark::State &state)
 {
     const Scene scene(state);
@@ -146,6 +162,7 @@ void composite(benchmark::State &state)
 } // namespace
 
 BENCHMARK(litForward)->Apply(largeAndTiny);
+BENCHMARK(physicalForward)->Apply(largeAndTiny);
 BENCHMARK(surfaces)->Apply(largeAndTiny);
 BENCHMARK(itemIds)->Apply(largeAndTiny);
 BENCHMARK(litDeferred)->Apply(largeAndTiny);

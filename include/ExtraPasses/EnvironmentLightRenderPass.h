@@ -26,8 +26,8 @@ class Texture;
 /// | 0     | Kvz_QRect_Viewport                         | QRect        | invalid  | no background                   |
 /// | 1     | Kvz_QMatrix4x4_ProjectionMatrix            | QMatrix4x4   | invalid  | the identity                    |
 /// | 2     | Kvz_QMatrix4x4_CameraMatrix                | QMatrix4x4   | invalid  | the identity                    |
-/// | 3     | Kvz_QString_Environment                    | QString      | "studio" | no surroundings                 |
-/// | 4     | Kvz_float_EnvironmentRotation              | float        | 0        | 0; as does one that is not finite |
+/// | 3     | Kvz_QString_Environment                    | QString      | studio   | no surroundings                 |
+/// | 4     | Kvz_float_EnvironmentRotation              | float        | 0.0      | 0; as does one that is not finite |
 /// | 5     | Kvz_QList_KvzShadowMapManagerLight*_Lights | QVariantList | invalid  | the environment's own key light |
 /// | 6     | Kvz_bool_ShowsEnvironment                  | bool         | false    | false                           |
 ///

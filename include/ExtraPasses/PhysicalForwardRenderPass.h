@@ -25,7 +25,7 @@ class TargetFramebuffer;
 /// | 3     | Kvz_KvzGPUModel*_Geometry                  | GPUModel*    | invalid | cleared images                    |
 /// | 4     | Kvz_KvzTexture*_Environment                | Texture*     | invalid | no surroundings                   |
 /// | 5     | Kvz_QVariant_Irradiance                    | QVariant     | invalid | surroundings light nothing diffuse |
-/// | 6     | Kvz_float_EnvironmentRotation              | float        | 0       | 0                                 |
+/// | 6     | Kvz_float_EnvironmentRotation              | float        | 0.0     | 0                                 |
 /// | 7     | Kvz_QList_KvzShadowMapManagerLight*_Lights | QVariantList | invalid | no lamps                          |
 /// | 8     | Kvz_QVariant_ShadowMapData                 | RenderData*  | invalid | nothing casts a shadow            |
 /// | 9     | Kvz_float_LightBleedingReduction           | float        | 0.2     | 0                                 |

@@ -24,7 +24,7 @@ class PhysicalLight;
 /// | 6     | Kvz_KvzGPUModel*_Geometry                  | GPUModel*    | invalid | no image                           |
 /// | 7     | Kvz_KvzTexture*_Environment                | Texture*     | invalid | no surroundings                    |
 /// | 8     | Kvz_QVariant_Irradiance                    | QVariant     | invalid | surroundings light nothing diffuse |
-/// | 9     | Kvz_float_EnvironmentRotation              | float        | 0       | 0                                  |
+/// | 9     | Kvz_float_EnvironmentRotation              | float        | 0.0     | 0                                  |
 /// | 10    | Kvz_QList_KvzShadowMapManagerLight*_Lights | QVariantList | invalid | no lamps                           |
 /// | 11    | Kvz_QVariant_ShadowMapData                 | RenderData*  | invalid | nothing casts a shadow             |
 /// | 12    | Kvz_float_LightBleedingReduction           | float        | 0.2     | 0                                  |

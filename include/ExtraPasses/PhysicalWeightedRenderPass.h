@@ -23,7 +23,7 @@ class WeightedLayers;
 /// | 4     | Kvz_KvzTexture*_Depth                      | Texture*     | invalid | nothing hides the layers           |
 /// | 5     | Kvz_KvzTexture*_Environment                | Texture*     | invalid | no surroundings                    |
 /// | 6     | Kvz_QVariant_Irradiance                    | QVariant     | invalid | surroundings light nothing diffuse |
-/// | 7     | Kvz_float_EnvironmentRotation              | float        | 0       | 0                                  |
+/// | 7     | Kvz_float_EnvironmentRotation              | float        | 0.0     | 0                                  |
 /// | 8    | Kvz_QList_KvzShadowMapManagerLight*_Lights | QVariantList | invalid | no lamps                           |
 /// | 9    | Kvz_QVariant_ShadowMapData                 | RenderData*  | invalid | nothing casts a shadow             |
 /// | 10    | Kvz_float_LightBleedingReduction           | float        | 0.2     | 0                                  |
