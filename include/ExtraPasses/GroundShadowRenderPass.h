@@ -54,7 +54,7 @@ class Texture;
 ///
 /// **Lamps.** Shadows come from the maps of a shadow pass with the same lights, and widen with the distance to what casts them: the
 /// mean distance of nearer texels gives the width of the half-shadow, over which the map is averaged. Lights weigh as in
-/// ShadowMaskRenderPass. The first 8 lights with 24 layers together count, with one log line when there are more.
+/// ShadowMaskRenderPass, and by the luminance of their colour. The first 8 lights with 24 layers together count, with one log line when there are more.
 ///
 /// **Contact.** The height of the lowest surface over each place of the ground is drawn once for each state of the model; the share
 /// of the sky that surfaces at these heights cover is the sum of their form factors over rings: b^2 / (b^2 + h^2) - a^2 / (a^2 + h^2) for a

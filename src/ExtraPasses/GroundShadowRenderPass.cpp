@@ -264,6 +264,11 @@ void main()
 }
 )");
 
+float luminance(const QVector3D &colour)
+{
+    return QVector3D::dotProduct(colour, QVector3D(0.2126f, 0.7152f, 0.0722f));
+}
+
 void append(QVector<float> &numbers, const QVector3D &vector, float last)
 {
     numbers << vector.x() << vector.y() << vector.z() << last;
@@ -320,8 +325,10 @@ void GroundShadowRenderPass::start(RenderCallbacks *callbacks)
         * (place.height + QVector3D(sides.x(), 0, sides.z()).length() / 2);
 
     const auto lights = ShadowMapManager::lightsIn(m_inputs[Lights].value);
-    const bool isLit = std::any_of(lights.begin(), lights.end(),
-        [](const ShadowMapLight *light) { return ShadowMapManager::valuesOf(*light).intensity > 0; });
+    const bool isLit = std::any_of(lights.begin(), lights.end(), [](const ShadowMapLight *light) {
+        const auto values = ShadowMapManager::valuesOf(*light);
+        return values.intensity * luminance(values.colour) > 0;
+    });
     const float contactStrength =
         std::clamp(inputValue<float>(m_inputs[ContactStrength], isLit ? 1.0f : 0.0f), 0.0f, 1.0f);
 
@@ -433,7 +440,7 @@ void GroundShadowRenderPass::setLights(const QVector<ShadowMapLight *> &lights, 
         const ShadowMapManager::LightValues light = ShadowMapManager::valuesOf(*lights[i]);
         const bool hasLayers = data && i < data->projectors.size();
         const auto projector = hasLayers ? data->projectors[i] : ShadowMapRenderData::ProjectorInfo();
-        if (light.intensity <= 0)
+        if (!(light.intensity * luminance(light.colour) > 0))
             continue;
         // Layers stand at the numbers that they have in the maps.
         if (count == mostLights || projector.firstLayer + projector.layerCount > mostLayers) {
@@ -443,7 +450,7 @@ void GroundShadowRenderPass::setLights(const QVector<ShadowMapLight *> &lights, 
         ++count;
         const float halfAngle = qDegreesToRadians(light.coneAngle) / 2;
         append(numbers, light.position, float(light.type));
-        append(numbers, light.direction, light.intensity);
+        append(numbers, light.direction, light.intensity * luminance(light.colour));
         numbers << light.range << std::cos(halfAngle) << std::cos(0.8f * halfAngle) << 0;
         numbers << float(projector.firstLayer) << float(projector.layerCount) << 0 << 0;
     }
