@@ -39,6 +39,8 @@ class Texture;
 /// | 11    | Kvz_float_LightSize                        | float        | 0.1     | 0: hard shadows; tangent of the angle from a light's middle to its rim |
 /// | 12    | Kvz_float_GroundExtent                     | float        | 1.75    | 0: no ground; in sums of the bounds' height and half their diagonal |
 /// | 13    | Kvz_bool_DisplayValues                     | bool         | true    | false                                                |
+/// | 14    | Kvz_int_JitterIndex                        | int          | invalid | 0; turns the pattern of soft shadows, for frames that are averaged |
+/// | 15    | Kvz_Vector2D_PatternOrigin                 | QVector2D    | invalid | (0, 0); where the lower left pixel lies in the whole picture, in pixels |
 ///
 /// | Output | Name                   | Value                                                                                  |
 /// |--------|------------------------|----------------------------------------------------------------------------------------|
@@ -82,7 +84,9 @@ public:
         ContactStrength,
         LightSize,
         GroundExtent,
-        DisplayValues
+        DisplayValues,
+        JitterIndex,
+        PatternOrigin
     };
     enum Output { Ground };
 
