@@ -39,6 +39,8 @@ class Texture;
 /// | 11    | Kvz_float_LightSize                        | float        | 0.1     | 0: hard shadows; tangent of the angle from a light's middle to its rim |
 /// | 12    | Kvz_float_GroundExtent                     | float        | 1.75    | 0: no ground; in sums of the bounds' height and half their diagonal |
 /// | 13    | Kvz_bool_DisplayValues                     | bool         | true    | false                                                |
+/// | 14    | Kvz_int_JitterIndex                        | int          | invalid | 0; turns the pattern of soft shadows, for frames that are averaged |
+/// | 15    | Kvz_Vector2D_PatternOrigin                 | QVector2D    | invalid | (0, 0); where the lower left pixel lies in the whole picture, in pixels |
 ///
 /// | Output | Name                   | Value                                                                                  |
 /// |--------|------------------------|----------------------------------------------------------------------------------------|
@@ -54,7 +56,7 @@ class Texture;
 ///
 /// **Lamps.** Shadows come from the maps of a shadow pass with the same lights, and widen with the distance to what casts them: the
 /// mean distance of nearer texels gives the width of the half-shadow, over which the map is averaged. Lights weigh as in
-/// ShadowMaskRenderPass. The first 8 lights with 24 layers together count, with one log line when there are more.
+/// ShadowMaskRenderPass, and by the luminance of their colour. The first 8 lights with 24 layers together count, with one log line when there are more.
 ///
 /// **Contact.** The height of the lowest surface over each place of the ground is drawn once for each state of the model; the share
 /// of the sky that surfaces at these heights cover is the sum of their form factors over rings: b^2 / (b^2 + h^2) - a^2 / (a^2 + h^2) for a
@@ -82,7 +84,9 @@ public:
         ContactStrength,
         LightSize,
         GroundExtent,
-        DisplayValues
+        DisplayValues,
+        JitterIndex,
+        PatternOrigin
     };
     enum Output { Ground };
 

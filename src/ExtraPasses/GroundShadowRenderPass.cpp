@@ -70,8 +70,15 @@ float covered(float radius, float height)
     return radius * radius / (radius * radius + height * height + 1e-9);
 }
 
+// Interleaved gradient noise, from 0 to 1.
+float noise(vec2 pixel)
+{
+    return fract(52.9829189 * fract(dot(pixel, vec2(0.06711056, 0.00583715))));
+}
+
 void main()
 {
+    float turn = 6.2831853 / float(sectorCount) * noise(gl_FragCoord.xy);
     float inner = 1.0 / 128.0;
     float height = heightAt(vo_TexCoord);
     float sum = height < 0.0 ? 0.0 : covered(inner, height);
@@ -80,8 +87,8 @@ void main()
         float reach = sqrt(inner * outer);
         float share = 0.0;
         for (int sector = 0; sector < sectorCount; ++sector) {
-            // Turned by the golden angle from ring to ring, so that no spokes line up.
-            float angle = 6.2831853 * float(sector) / float(sectorCount) + 2.3999632 * float(ring);
+            // Turned from ring to ring and from texel to texel, so that no spokes line up.
+            float angle = 6.2831853 * float(sector) / float(sectorCount) + 2.3999632 * float(ring) + turn;
             float there = heightAt(vo_TexCoord + 0.5 * reach * vec2(cos(angle), sin(angle)));
             share += there < 0.0 ? 0.0 : covered(outer, there) - covered(inner, there);
         }
@@ -109,6 +116,8 @@ uniform vec4 u_Layers[96]; // Rows of the matrix of each layer.
 uniform float u_Ambient;
 uniform float u_LightSize;
 uniform bool u_IsForDisplay;
+uniform vec2 u_PatternOrigin;
+uniform float u_Turn;
 in vec2 vo_TexCoord;
 out vec4 out_Ground;
 
@@ -148,10 +157,12 @@ int layerOf(int first, int count, int type, vec4 position)
     return best;
 }
 
-// Tap `index` of `count` on a disc, evenly spread.
+// Tap `index` of `count` on a disc, evenly spread, and turned from pixel to pixel: by interleaved gradient noise.
 vec2 tap(int index, int count)
 {
-    float angle = 2.3999632 * float(index);
+    vec2 pixel = floor(gl_FragCoord.xy) + u_PatternOrigin;
+    float noise = fract(52.9829189 * fract(dot(pixel, vec2(0.06711056, 0.00583715))));
+    float angle = 2.3999632 * float(index) + 6.2831853 * (noise + u_Turn);
     return sqrt((float(index) + 0.5) / float(count)) * vec2(cos(angle), sin(angle));
 }
 
@@ -257,12 +268,22 @@ void main()
         if (texture(u_Depth, vo_TexCoord).r < depth - 1e-6)
             return;
     }
-    float covered = textureLod(u_Contact, 0.5 * offset + 0.5, 0.0).r;
+    // Over three by three texels, which evens their turns out.
+    vec2 place = 0.5 * offset + 0.5;
+    vec2 halfTexel = 0.5 / vec2(textureSize(u_Contact, 0));
+    float covered = 0.0;
+    for (int i = 0; i < 4; ++i)
+        covered += 0.25 * textureLod(u_Contact, place + halfTexel * (2.0 * vec2(i & 1, i >> 1) - 1.0), 0.0).r;
     float loss = u_Ambient * u_ContactStrength * covered + (1.0 - u_Ambient) * lostLight(position);
     loss = clamp(fade * loss, 0.0, 1.0);
     out_Ground = vec4(0.0, 0.0, 0.0, u_IsForDisplay ? 1.0 - pow(1.0 - loss, 1.0 / 2.2) : loss);
 }
 )");
+
+float luminance(const QVector3D &colour)
+{
+    return QVector3D::dotProduct(colour, QVector3D(0.2126f, 0.7152f, 0.0722f));
+}
 
 void append(QVector<float> &numbers, const QVector3D &vector, float last)
 {
@@ -293,6 +314,8 @@ GroundShadowRenderPass::GroundShadowRenderPass()
     addInput(QStringLiteral("Kvz_float_LightSize"), 0.1f);
     addInput(QStringLiteral("Kvz_float_GroundExtent"), 1.75f);
     addInput(QStringLiteral("Kvz_bool_DisplayValues"), true);
+    addInput(QStringLiteral("Kvz_int_JitterIndex"), QVariant());
+    addInput(QStringLiteral("Kvz_Vector2D_PatternOrigin"), QVariant());
     addOutput(QStringLiteral("Kvz_KvzTexture*_Ground"));
 }
 
@@ -320,8 +343,10 @@ void GroundShadowRenderPass::start(RenderCallbacks *callbacks)
         * (place.height + QVector3D(sides.x(), 0, sides.z()).length() / 2);
 
     const auto lights = ShadowMapManager::lightsIn(m_inputs[Lights].value);
-    const bool isLit = std::any_of(lights.begin(), lights.end(),
-        [](const ShadowMapLight *light) { return ShadowMapManager::valuesOf(*light).intensity > 0; });
+    const bool isLit = std::any_of(lights.begin(), lights.end(), [](const ShadowMapLight *light) {
+        const auto values = ShadowMapManager::valuesOf(*light);
+        return values.intensity * luminance(values.colour) > 0;
+    });
     const float contactStrength =
         std::clamp(inputValue<float>(m_inputs[ContactStrength], isLit ? 1.0f : 0.0f), 0.0f, 1.0f);
 
@@ -433,7 +458,7 @@ void GroundShadowRenderPass::setLights(const QVector<ShadowMapLight *> &lights, 
         const ShadowMapManager::LightValues light = ShadowMapManager::valuesOf(*lights[i]);
         const bool hasLayers = data && i < data->projectors.size();
         const auto projector = hasLayers ? data->projectors[i] : ShadowMapRenderData::ProjectorInfo();
-        if (light.intensity <= 0)
+        if (!(light.intensity * luminance(light.colour) > 0))
             continue;
         // Layers stand at the numbers that they have in the maps.
         if (count == mostLights || projector.firstLayer + projector.layerCount > mostLayers) {
@@ -443,7 +468,7 @@ void GroundShadowRenderPass::setLights(const QVector<ShadowMapLight *> &lights, 
         ++count;
         const float halfAngle = qDegreesToRadians(light.coneAngle) / 2;
         append(numbers, light.position, float(light.type));
-        append(numbers, light.direction, light.intensity);
+        append(numbers, light.direction, light.intensity * luminance(light.colour));
         numbers << light.range << std::cos(halfAngle) << std::cos(0.8f * halfAngle) << 0;
         numbers << float(projector.firstLayer) << float(projector.layerCount) << 0 << 0;
     }
@@ -498,6 +523,10 @@ void GroundShadowRenderPass::drawGround(const Place &place, Texture *contact, fl
     program.setUniform(QStringLiteral("u_Ambient"), std::clamp(inputValue<float>(m_inputs[AmbientLight]), 0.0f, 1.0f));
     program.setUniform(QStringLiteral("u_LightSize"), std::max(0.0f, inputValue<float>(m_inputs[LightSize])));
     program.setUniform(QStringLiteral("u_IsForDisplay"), inputValue<bool>(m_inputs[DisplayValues]));
+    program.setUniform(QStringLiteral("u_PatternOrigin"), inputValue<QVector2D>(m_inputs[PatternOrigin]));
+    // The golden ratio's fraction: any number of frames in a row turn evenly.
+    const double turns = inputValue<int>(m_inputs[JitterIndex]) * 0.6180339887498949;
+    program.setUniform(QStringLiteral("u_Turn"), float(turns - std::floor(turns)));
     AutoBinder quad(m_screenQuad);
     m_screenQuad->draw();
 }

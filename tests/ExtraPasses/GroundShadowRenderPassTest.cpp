@@ -9,6 +9,8 @@
 #include <Scene/GPUModelBuilder.h>
 #include <Scene/ShadowMapManager.h>
 
+#include <QtGui/QVector2D>
+
 #include <algorithm>
 #include <cmath>
 
@@ -347,6 +349,35 @@ TEST_F(GroundShadowRenderPassTest, theContactFollowsTheModel)
     EXPECT_EQ(darkerThan(draw(), 0), 0) << "what casts no shadow has no contact";
     pass->setInput(Port::Geometry, QVariant());
     EXPECT_EQ(darkerThan(draw(), 0), 0);
+}
+
+TEST_F(GroundShadowRenderPassTest, thePatternFollowsTheWholePictureAndTurnsFromFrameToFrame)
+{
+    setPlate(1.2f);
+    setLamp(QVector3D(0.2f, -1, 0));
+    pass->setInput(Port::LightSize, 0.4f);
+    const Image first = draw();
+    EXPECT_EQ(maximumDifference(draw(), first), 0);
+    for (const bool isTurned : {true, false}) {
+        pass->setInput(Port::JitterIndex, isTurned ? QVariant(1) : QVariant());
+        pass->setInput(Port::PatternOrigin, isTurned ? QVariant() : QVariant(QVector2D(3, 5)));
+        const Image other = draw();
+        EXPECT_GT(pixelsBeyond(other, first, 0.004), 50);
+        EXPECT_LT(maximumDifference(other, first), 0.2) << "grain, and not another shadow";
+    }
+    // The lower left corner of a tile in the middle.
+    QMatrix4x4 tile;
+    tile.ortho(-5 + 10 * 16.0f / 80, 5, -5 + 10 * 24.0f / 80, 5, 0.5f, 40);
+    setViewport(QSize(64, 56));
+    pass->setInput(Port::ProjectionMatrix, tile);
+    pass->setInput(Port::PatternOrigin, QVector2D(16, 24));
+    const Image part = draw();
+    int differing = 0;
+    for (int y = 0; y < part.height; ++y) {
+        for (int x = 0; x < part.width; ++x)
+            differing += std::abs(alphaAt(part, x, y) - alphaAt(first, x + 16, y + 24)) > 1.0f / 255;
+    }
+    EXPECT_LE(differing, 4) << "where rounding decides for another texel";
 }
 
 TEST_F(GroundShadowRenderPassTest, tooManyLayersAreSaidOnce)

@@ -39,6 +39,10 @@ PassInfo PassEntries::groundShadowRenderPass()
             "Radius of the ground, in sums of the bounds' height and half their diagonal.", "0: no ground"),
         input("Kvz_bool_DisplayValues", ValueType::Bool, true,
             "For frames of display values; false: for those of linear light.", "false"),
+        input("Kvz_int_JitterIndex", ValueType::Int, QVariant(),
+            "Turns the pattern of soft shadows, for frames that are averaged.", "0"),
+        input("Kvz_Vector2D_PatternOrigin", ValueType::Vector2D, QVariant(),
+            "Where the lower left pixel lies in the whole picture, in pixels: for pictures drawn in tiles.", "(0, 0)"),
     };
     pass.outputs = {
         pooledOutput(
