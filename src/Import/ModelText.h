@@ -25,7 +25,7 @@ public:
     explicit ModelText(QFile *file);
 
     /// Whether no loader should see the file; the problem says why.
-    bool isRefused() const { return !m_problem.isEmpty(); }
+    bool isRefused() const { return !m_problem.isEmpty() || (m_x3d && !m_x3d->problem().isEmpty()); }
     /// What is wrong with the file, in one line; empty when nothing is.
     QString problem() const;
     /// The text as assimp reads it rightly. Null where the file is already so.
