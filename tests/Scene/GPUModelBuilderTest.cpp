@@ -161,7 +161,7 @@ TEST_F(GPUModelBuilderTest, moreItemsThanBufferTexturesHoldAreRefused)
     builder.addMaterial({});
     for (int i = 0; i < 4; ++i)
         builder.addItem(0, 0);
-    SmallBufferTextures driver(4 * 12); // Twelve texels hold the matrices of an item.
+    SmallBufferTextures driver(4 * 16); // Sixteen texels hold a material for physically based light.
     EXPECT_FALSE(builder.build().isNull());
     builder.addItem(0, 0);
     EXPECT_TRUE(builder.build().isNull());

@@ -201,12 +201,13 @@ TEST(KvzProgramTest, badModelsAreRefused)
         "unknown type of model file (OBJ, glTF, GLB, PLY, STL and 3DS are known, among others)");
     expectModelRefused(
         "points.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\n", "no triangles; 3 points are not drawn: triangles alone are");
-    expectModelRefused("past.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 9\n", "OBJ: vertex index out of range");
+    expectModelRefused(
+        "past.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 9\n", "line 4: a face has vertex 9, past the end of 3");
     expectModelRefused("pastmap.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nf 1/1 2/1 3/9\n",
         "line 5: a face has texture coordinate 9, past the end of 1");
     expectModelRefused("nan.obj", "v 0 0 nan\nv 1 0 0\nv 0 1 0\nf 1 2 3\n",
         "mesh \"defaultobject\": the position of vertex 0 is not a finite number");
-    expectModelRefused("cut.obj", cubeObj().left(70), "no triangles; 7 points are not drawn: triangles alone are");
+    expectModelRefused("cut.obj", cubeObj().left(70), "line 8: a vertex has 1 of its three numbers");
     expectModelRefused("cut.glb", glbBytes(squareGltf({QJsonObject{{"mesh", 0}}}, {}), QImage()).chopped(60),
         "damaged or truncated glTF: Invalid glTF binary.");
     expectModelRefused(

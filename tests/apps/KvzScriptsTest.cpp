@@ -198,7 +198,8 @@ TEST_F(KvzScriptsTest, whatComesFromStandardInputIsNamedSo)
     EXPECT_FALSE(result.errors[0].contains("/tmp")) << result.errors[0].toStdString();
 
     program.input = folder.write("b.bin", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 9\n");
-    expectLine(render + QStringList{"--format", "obj"}, 1, "standard input: OBJ: vertex index out of range", program);
+    expectLine(render + QStringList{"--format", "obj"}, 1,
+        "standard input: line 4: a face has vertex 9, past the end of 3", program);
     program.input = QString();
     expectLine(render + QStringList{"--format", "obj"}, 1, "standard input: it is empty", program);
     expectLine(
