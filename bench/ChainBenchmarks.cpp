@@ -26,11 +26,17 @@ namespace {
 
 const QSize size(1280, 720);
 
+enum class Kind {
+    Whole, ///< All of the scene.
+    Few, ///< Few triangles.
+    Glass ///< All of it, the three large items half transparent; the floor draws them opaque.
+};
+
 /// A scene on the GPU, its camera, its floor, and a target for chains.
 class Stage
 {
 public:
-    explicit Stage(const ComparisonScene &scene)
+    Stage(const ComparisonScene &scene, Kind kind)
         : m_camera(frameScene(boundsOf(scene), CameraView(), size)),
           m_target(GL_TEXTURE_2D, GL_RGBA8, size.width(), size.height(), 0, nullptr),
           floor(scene, m_camera.cameraMatrix, m_camera.projectionMatrix, size)
@@ -41,8 +47,12 @@ public:
             material.kd = item.colour;
             material.ks = QVector3D(comparisonSpecular, comparisonSpecular, comparisonSpecular);
             material.ns = comparisonShininess;
-            builder.addItem(
-                builder.addMesh(item.mesh), builder.addMaterial(material), item.modelMatrix, GPUModel::DoubleSided);
+            if (kind == Kind::Glass && item.mesh.indices.size() > 900) {
+                material.alphaMode = MaterialData::Blend;
+                material.d = 0.5f;
+            }
+            builder.addItem(builder.addMesh(item.mesh), builder.addMaterial(material), item.modelMatrix,
+                GPUModel::DoubleSided, GPUModelBuilder::ClassifyTransparency);
         }
         m_model = builder.build();
         AutoBinder binder(&m_target);
@@ -109,17 +119,17 @@ double differing(const std::vector<unsigned char> &a, const std::vector<unsigned
     return double(count) / double(a.size() / 4);
 }
 
-void chainFrame(benchmark::State &state, const QString &name, bool isWhole)
+void chainFrame(benchmark::State &state, const QString &name, Kind kind)
 {
     ComparisonScene scene = ComparisonScene::ofFewTriangles();
     QString error;
     ChainDescription description;
     RenderChain chain;
-    if ((isWhole && !scene.loadWhole(&error)) || !loadChain(name, &description, &error)) {
+    if ((kind != Kind::Few && !scene.loadWhole(&error)) || !loadChain(name, &description, &error)) {
         state.SkipWithError(qPrintable(error));
         return;
     }
-    Stage stage(scene);
+    Stage stage(scene, kind);
     stage.prepare(&chain);
     if (!chain.setDescription(description) || !chain.renderFrame()) {
         state.SkipWithError(qPrintable(chain.errorString()));
@@ -127,7 +137,7 @@ void chainFrame(benchmark::State &state, const QString &name, bool isWhole)
     }
     stage.floor.draw();
     // Chains that show nothing but the scene show that of the floor.
-    if (name == QLatin1String("forward") || name == QLatin1String("deferred")) {
+    if (kind != Kind::Glass && (name == QLatin1String("forward") || name == QLatin1String("deferred"))) {
         const double share = differing(stage.picture(), stage.floor.picture());
         if (share > 0.005) {
             state.SkipWithError(
@@ -143,12 +153,12 @@ void chainFrame(benchmark::State &state, const QString &name, bool isWhole)
 }
 
 const bool areRegistered = [] {
+    const std::pair<const char *, Kind> kinds[] = {{"whole", Kind::Whole}, {"few", Kind::Few}, {"glass", Kind::Glass}};
     for (const QString &name : readyChainNames()) {
-        for (const bool isWhole : {true, false}) {
-            const std::string title = "chain/" + name.toStdString() + (isWhole ? "/whole" : "/few");
-            benchmark::RegisterBenchmark(title.c_str(), [name, isWhole](benchmark::State &state) {
-                chainFrame(state, name, isWhole);
-            })->Apply(timing);
+        for (const auto &[title, kind] : kinds) {
+            const std::string fullName = "chain/" + name.toStdString() + '/' + title;
+            const auto measure = [name, kind = kind](benchmark::State &state) { chainFrame(state, name, kind); };
+            benchmark::RegisterBenchmark(fullName.c_str(), measure)->Apply(timing);
         }
     }
     return true;
