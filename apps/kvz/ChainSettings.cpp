@@ -11,6 +11,7 @@
 #include <QtCore/QDir>
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
+#include <QtCore/QMap>
 
 #include <algorithm>
 
@@ -35,7 +36,7 @@ QString wordOf(const QString &port)
 /// What a text stands for: JSON, as a chain file has it, or text without quotes. Files count from the working directory.
 QVariant readValue(const QString &text, const InputInfo &input)
 {
-    if (input.imageFile != ImageFileUse::None && !text.isEmpty() && text != QLatin1String("null"))
+    if (input.namesFile(text) && text != QLatin1String("null"))
         return QDir::isRelativePath(text) ? QDir::current().absoluteFilePath(text) : text;
     // A document is a list or an object, so the value goes into a list.
     const QJsonDocument json = QJsonDocument::fromJson("[" + text.toUtf8() + "]");
@@ -153,6 +154,50 @@ QString chainNameOf(const RenderOptions &options)
     return hasKind(options.lights, Kind::None) && readyChainNames().contains(basic) ? basic : options.chain;
 }
 
+/// The option that gives a member of ChainLook.
+QString optionOf(const QString &member)
+{
+    static const QMap<QString, QString> options{
+        {QStringLiteral("environment"), QStringLiteral("--environment")},
+        {QStringLiteral("environmentRotation"), QStringLiteral("--environment-rotation")},
+        {QStringLiteral("exposure"), QStringLiteral("--exposure")},
+        {QStringLiteral("automaticExposure"), QStringLiteral("--exposure auto")},
+        {QStringLiteral("toneMapping"), QStringLiteral("--tone-map")},
+        {QStringLiteral("sortsTransparency"), QStringLiteral("--transparency")},
+        {QStringLiteral("ground"), QStringLiteral("--no-ground")},
+        {QStringLiteral("environmentAsBackground"), QStringLiteral("--background environment")},
+        {QStringLiteral("backgroundImage"), QStringLiteral("--background")},
+    };
+    return options.value(member);
+}
+
+/// The ready chains that know what a look sets.
+QStringList chainsKnowing(const ChainLook &look)
+{
+    QStringList names;
+    for (const QString &name : readyChainNames()) {
+        ChainDescription chain;
+        QString error;
+        if (loadChain(name, &chain, &error) && look.firstUnknown(chain).isEmpty())
+            names.append(name);
+    }
+    return names;
+}
+
+bool applyLook(const RenderOptions &options, ChainDescription *chain, QString *error)
+{
+    const QString unknown = options.look.firstUnknown(*chain);
+    if (!unknown.isEmpty()) {
+        *error = QStringLiteral("%1: the chain %2 has no pass that knows it; these have: %3")
+                     .arg(optionOf(unknown), options.chain, chainsKnowing(options.look).join(QStringLiteral(", ")));
+        return false;
+    }
+    if (options.look.apply(chain, error))
+        return true;
+    *error = QStringLiteral("--background: %1").arg(*error);
+    return false;
+}
+
 } // namespace
 
 std::unique_ptr<ResolvedChain> resolveChain(const RenderOptions &options, QString *error)
@@ -177,6 +222,8 @@ std::unique_ptr<ResolvedChain> resolveChain(const RenderOptions &options, QStrin
                 .arg(options.background->alpha() == 0 ? QStringLiteral("none") : options.background->name(), *error);
         return nullptr;
     }
+    if (!applyLook(options, &description, error))
+        return nullptr;
     auto resolved = std::make_unique<ResolvedChain>(description);
     for (const ChainFinding &finding : resolved->findings()) {
         if (finding.severity != ChainFinding::Severity::Error)
@@ -200,6 +247,9 @@ std::unique_ptr<ResolvedChain> resolveChain(const RenderOptions &options, QStrin
     if ((hasKind(options.lights, Kind::Headlight) || hasKind(options.lights, Kind::Ambient))
         && !resolved->takes(FrameValues::headlightIntensity))
         warn(QStringLiteral("%1: none of its passes takes a headlight or ambient light").arg(options.chain));
+    if (hasKind(options.lights, Kind::None) && resolved->has(PassTrait::BringsLights))
+        warn(QStringLiteral("%1: it has no fixed light; its environment lights it, which --environment chooses")
+                 .arg(options.chain));
     if (!hasKind(description.lights, Kind::ShadowCaster) && resolved->takesLights()
         && !resolved->has(PassTrait::BringsLights))
         warn(QStringLiteral("%1: it has no lights, so nothing casts a shadow; add --light").arg(options.chain));

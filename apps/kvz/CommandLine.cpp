@@ -5,6 +5,8 @@
 
 #include <Chain/NearestNames.h>
 
+#include <QtCore/QMap>
+
 #include <algorithm>
 
 namespace Velmora::Kvz {
@@ -16,16 +18,28 @@ QString dashed(const QString &name)
 
 namespace {
 
+/// What the left one of two columns takes at most; longer texts stand on a line of their own.
+constexpr int widestLeft = 22;
+
 /// Two columns, indented; the right one may have several lines.
 QString columns(const QVector<QPair<QString, QString>> &rows)
 {
     QVector<QStringList> cells;
+    QMap<int, QString> tooLong; // By the row before which they stand.
     for (const auto &row : rows) {
         const QStringList lines = row.second.split(QLatin1Char('\n'));
+        const bool isLong = row.first.size() > widestLeft;
+        if (isLong)
+            tooLong.insert(cells.size(), row.first);
         for (int line = 0; line < lines.size(); ++line)
-            cells.append({QString(), line == 0 ? row.first : QString(), lines[line]});
+            cells.append({QString(), line == 0 && !isLong ? row.first : QString(), lines[line]});
     }
-    return formatTable(cells);
+    QStringList lines = formatTable(cells).split(QLatin1Char('\n'));
+    for (auto it = tooLong.constEnd(); it != tooLong.constBegin();) {
+        --it;
+        lines.insert(it.key(), QStringLiteral("  ") + it.value());
+    }
+    return lines.join(QLatin1Char('\n'));
 }
 
 /// Why an option is not known, with the nearest names.

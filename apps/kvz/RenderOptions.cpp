@@ -5,9 +5,12 @@
 #include "Console.h"
 
 #include <Chain/ChainValue.h>
+#include <ExtraPasses/EnvironmentLightRenderPass.h>
 
+#include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtCore/QRegularExpression>
+#include <QtGui/QImageReader>
 
 #include <algorithm>
 #include <cmath>
@@ -52,6 +55,20 @@ bool readCamera(const QString &text, CameraChoice *camera, QString *problem)
     return true;
 }
 
+/// Exposures beyond this leave nothing of any picture.
+constexpr float mostStops = 64;
+
+/// Why a text that is no colour is no picture to lay behind a model either; empty where it is one.
+QString imageProblem(const QString &text)
+{
+    const QFileInfo file(text);
+    if (!file.exists())
+        return QStringLiteral("expected a colour, such as white or #ff8800, none, environment, or an image file");
+    QImageReader reader(text);
+    reader.setDecideFormatFromContent(true);
+    return file.isFile() && reader.canRead() ? QString() : QStringLiteral("no image can be read from this file");
+}
+
 /// The command line as it is read, with the first problem in it.
 class OptionReader
 {
@@ -75,6 +92,7 @@ private:
     std::optional<int> readOutputs();
     std::optional<int> readLights();
     std::optional<int> readBackground();
+    std::optional<int> readLook();
     std::optional<int> readCount(const char *option, const char *what, int *count);
 
     const QCommandLineParser &m_parser;
@@ -92,8 +110,9 @@ std::optional<int> OptionReader::read()
     m_options.watch = isSet("watch");
     m_options.quiet = isSet("quiet");
     m_options.json = isSet("json");
-    for (const auto step : {&OptionReader::readModels, &OptionReader::readPictures, &OptionReader::readFrames,
-             &OptionReader::readOutputs, &OptionReader::readLights, &OptionReader::readBackground}) {
+    for (const auto step :
+        {&OptionReader::readModels, &OptionReader::readPictures, &OptionReader::readFrames, &OptionReader::readOutputs,
+            &OptionReader::readLights, &OptionReader::readBackground, &OptionReader::readLook}) {
         if (const auto status = (this->*step)())
             return status;
     }
@@ -224,9 +243,18 @@ std::optional<int> OptionReader::readBackground()
     if (!isSet("background"))
         return std::nullopt;
     const QString text = value("background");
+    if (text == QLatin1String("environment")) {
+        m_options.look.environmentAsBackground = true;
+        return std::nullopt;
+    }
     QVariant colour = QColor(0, 0, 0, 0);
-    if (text != QLatin1String("none") && !convertValue(text, ValueType::Color, &colour))
-        return fail(QStringLiteral("--background %1: expected a colour, such as white or #ff8800, or none").arg(text));
+    if (text != QLatin1String("none") && !convertValue(text, ValueType::Color, &colour)) {
+        const QString problem = imageProblem(text);
+        if (!problem.isEmpty())
+            return fail(QStringLiteral("--background %1: %2").arg(text, problem));
+        m_options.look.backgroundImage = QDir::current().absoluteFilePath(text);
+        return std::nullopt;
+    }
     m_options.background = colour.value<QColor>();
     static const QStringList withoutAlpha{QStringLiteral("jpg"), QStringLiteral("jpeg"), QStringLiteral("bmp"),
         QStringLiteral("ppm"), QStringLiteral("pbm"), QStringLiteral("pgm"), QStringLiteral("xbm")};
@@ -236,6 +264,53 @@ std::optional<int> OptionReader::readBackground()
             QStringLiteral("-o %1: pictures of this type have no alpha, which --background %2 needs; write a PNG")
                 .arg(m_options.output, text));
     }
+    return std::nullopt;
+}
+
+std::optional<int> OptionReader::readLook()
+{
+    ChainLook &look = m_options.look;
+    if (isSet("environment")) {
+        const QString text = value("environment");
+        const QString problem = EnvironmentLightRenderPass::problemWith(text);
+        if (!problem.isEmpty())
+            return fail(QStringLiteral("--environment %1: %2").arg(text, problem));
+        const bool isBuiltIn = EnvironmentLightRenderPass::builtInNames().contains(text);
+        look.environment = isBuiltIn ? text : QDir::current().absoluteFilePath(text);
+    }
+    if (isSet("environment-rotation")) {
+        bool isNumber = false;
+        look.environmentRotation = value("environment-rotation").toFloat(&isNumber);
+        if (!isNumber || !std::isfinite(*look.environmentRotation))
+            return fail(QStringLiteral("--environment-rotation %1: expected degrees, such as 90")
+                            .arg(value("environment-rotation")));
+    }
+    if (isSet("exposure")) {
+        const QString text = value("exposure");
+        bool isNumber = true;
+        look.automaticExposure = text == QLatin1String("auto");
+        look.exposure = *look.automaticExposure ? 0.0f : text.toFloat(&isNumber);
+        if (!isNumber || !(std::abs(*look.exposure) <= mostStops))
+            return fail(QStringLiteral("--exposure %1: expected stops from -%2 to %2, such as -0.5, or auto")
+                            .arg(text)
+                            .arg(double(mostStops)));
+    }
+    if (isSet("tone-map")) {
+        static const QStringList names{QStringLiteral("neutral"), QStringLiteral("filmic"), QStringLiteral("none")};
+        const int index = names.indexOf(value("tone-map"));
+        if (index < 0)
+            return fail(QStringLiteral("--tone-map %1: expected %2")
+                            .arg(value("tone-map"), names.join(QStringLiteral(" or "))));
+        look.toneMapping = ChainLook::ToneMapping(index);
+    }
+    if (isSet("transparency")) {
+        const QString text = value("transparency");
+        look.sortsTransparency = text == QLatin1String("sorted");
+        if (!*look.sortsTransparency && text != QLatin1String("weighted"))
+            return fail(QStringLiteral("--transparency %1: expected sorted or weighted").arg(text));
+    }
+    if (isSet("no-ground"))
+        look.ground = false;
     return std::nullopt;
 }
 

@@ -4,6 +4,7 @@
 #include "ModelOptions.h"
 #include "NameTemplate.h"
 
+#include <Chain/ChainLook.h>
 #include <Chain/LightDescription.h>
 #include <Host/Camera.h>
 
@@ -38,6 +39,7 @@ struct RenderOptions
     QStringList settings; ///< PASS.PORT=VALUE
     std::vector<LightDescription> lights; ///< Each kind replaces the chain's lights of that kind.
     std::optional<QColor> background; ///< Transparent for none; without one the chain's own.
+    ChainLook look;
 
     bool hasTransparentBackground() const { return background && background->alpha() < 255; }
 

@@ -41,10 +41,9 @@ QVector<OptionSpec> pictureOptions()
     list += optionSpec("frames", "N", "Pictures, where -o has {frame}; else --samples.",
         "Where -o has no {frame}, it is the older name of --samples.");
     list.last().standard = QStringLiteral("1");
-    list += optionSpec("orbit", "DEGREES",
-        "Turns the camera from picture to picture; from sample\n"
-        "to sample where -o has no {frame}.",
-        "Around the vertical axis through the model, at one distance at which it fits in all of "
+    list += optionSpec("orbit", "DEGREES", "Turns the camera from picture to picture.",
+        "From sample to sample where -o has no {frame}. Around the vertical axis through the model, at one distance at "
+        "which it fits in all of "
         "them. The first picture has VIEW; where the camera turns within a picture, the last "
         "sample has it.");
     list.last().standard = QStringLiteral("0");
@@ -60,19 +59,18 @@ QVector<OptionSpec> chainOptions()
     QVector<OptionSpec> list;
     list += optionSpec("chain", "NAME|FILE",
         "Ready chain, as kvz chains lists them, or chain file.\n"
-        "Default: deferred.",
+        "Default: studio.",
         "A name with a directory, or that ends in .json, is a file.");
-    list.last().standard = QStringLiteral("deferred");
+    list.last().standard = QStringLiteral("studio");
     list.last().completion = Completion::Chain;
     list += optionSpec("set", "PASS.PORT=VALUE", "Sets a value of a pass: background.ColorTop=red.",
         "PORT is the name of an input of the pass, or its last word; kvz passes CLASS lists them."
         " VALUE is written as in a chain file; text needs no quotes. It takes the place of a "
         "connection. Relative file names count from the working directory.");
     list.last().isRepeatable = true;
-    list += optionSpec("light", "LIGHT",
-        "headlight:intensity=0.7, ambient:intensity=0.3, none;\n"
-        "or a light that casts shadows: spot:-60,40,1.5:cone=30.",
-        "headlight is a lamp at the eye, ambient is light from everywhere; each may have an intensity, and what is "
+    list += optionSpec("light", "LIGHT", "headlight, ambient, none; or a lamp that casts shadows.",
+        "headlight is a lamp at the eye, ambient is light from everywhere; each may have an intensity, as in "
+        "headlight:intensity=0.7, and what is "
         "not given is as in the chain. none puts the one fixed light of the basic passes in their place, and where "
         "there is a chain of the same name that ends in -basic, draws that. Lights that cast shadows replace those "
         "of the chain: directional, spot or point, then AZIMUTH,ELEVATION[,DISTANCE] in degrees and scene "
@@ -81,10 +79,37 @@ QVector<OptionSpec> chainOptions()
     list.last().isRepeatable = true;
     list.last().completion = Completion::Words;
     list.last().words = wordList("headlight ambient none directional spot point");
-    list += optionSpec("background", "COLOUR", "Behind the model: a colour, or none for transparent.",
-        "A name such as white, #rrggbb, or #rrggbbaa, instead of the chain's gradient or sky. With none the picture "
-        "has "
-        "straight alpha. A chain whose last steps lose alpha refuses none in a line that names the pass.");
+    return list;
+}
+
+QVector<OptionSpec> lookOptions()
+{
+    QVector<OptionSpec> list;
+    list += optionSpec("environment", "NAME", "studio, daylight, white; or an image that gives light.",
+        "A latitude-longitude image: Radiance .hdr, OpenEXR, or one of 8 bits in sRGB. Its strongest spot becomes a "
+        "lamp "
+        "with a shadow, unless --light gives others. What is worked out of an image is kept in the user's cache "
+        "folder.");
+    list.last().completion = Completion::File;
+    list += optionSpec("environment-rotation", "DEGREES", "Turns it about the vertical axis.",
+        "Against the clock, as seen from above.");
+    list += optionSpec("exposure", "STOPS", "Brightness, each stop doubling it; or auto. Default: 0.",
+        "Each stop doubles the light. auto brings what the model shows to a middle grey, whatever surrounds it.");
+    list += optionSpec("tone-map", "NAME", "neutral, filmic or none: how bright light is shown.",
+        "neutral keeps the colours that materials state, filmic has more contrast, none cuts bright light off.");
+    list.last().completion = Completion::Words;
+    list.last().words = wordList("neutral filmic none");
+    list += optionSpec("background", "COLOUR", "Or none, environment, or an image: what lies behind.",
+        "A colour is a name such as white, #rrggbb, or #rrggbbaa. It and an image are laid under the finished picture, "
+        "instead of the chain's gradient or sky; the image keeps its proportions and is cut at two sides. environment "
+        "shows the surroundings that give light. With none the picture has straight alpha. A chain whose last steps "
+        "lose alpha refuses none in a line that names the pass.");
+    list += optionSpec("transparency", "NAME", "sorted or weighted: how transparent surfaces blend.",
+        "sorted is exact, and what chains with lists do; weighted costs less where many surfaces lie behind each "
+        "other.");
+    list.last().completion = Completion::Words;
+    list.last().words = wordList("sorted weighted");
+    list += optionSpec("no-ground", "", "Leaves out the model's shadow on the ground.");
     return list;
 }
 
@@ -146,7 +171,7 @@ CommandSpec renderCommand()
         {QStringLiteral("kvz render *.stl --camera front --camera iso -o '{model}-{view}.png'"),
             QStringLiteral("two views of each model")},
     };
-    command.options = pictureOptions() + chainOptions() + modelOptions() + resultOptions();
+    command.options = pictureOptions() + chainOptions() + lookOptions() + modelOptions() + resultOptions();
     return command;
 }
 

@@ -84,6 +84,7 @@ enum class Multisampling {
 enum class ImageFileUse {
     None, ///< The input names no image file.
     Converted, ///< Images of every format come out right, and those beyond the driver's limit are scaled down.
+    Light, ///< An image of light from all around, of any format and range; `problemWith` knows them.
     Bits32, ///< Its bits are uploaded unconverted, as 32 per pixel, at full size.
     CubemapFace ///< The same, and all such inputs of a pass want squares of one size.
 };
@@ -102,6 +103,10 @@ struct InputInfo : PortInfo
     /// Of inputs of type String: what becomes of the image file that the value names. Relative names in a chain's values count
     /// from the folder of the chain file.
     ImageFileUse imageFile = ImageFileUse::None;
+    /// Of such inputs: values that stand for something built in, not for a file.
+    QStringList builtInNames;
+    /// Of ImageFileUse::Light: what keeps a file from being used, in one line; empty for one that can.
+    QString (*problemWith)(const QString &file) = nullptr;
     bool drawnInto = false; ///< The pass draws into the image that it is given.
     /// Of model inputs: the pass keeps the geometry of the first model it sees, so the chain makes a new pass for
     /// another model.
@@ -118,6 +123,15 @@ struct InputInfo : PortInfo
     /// While it is true, the pass forgets what it keeps of earlier frames. The chain sets it for one frame where that is no longer true.
     /// A pass that takes the frame's viewport, camera and projection forgets by itself where these change, and is left to do so.
     bool restartsPast = false;
+
+    /// Of inputs of type Lights: without any the pass has nothing to do, and the chain skips it.
+    bool idleWithoutLights = false;
+
+    /// Whether a value of this input is the name of an image file.
+    bool namesFile(const QString &value) const
+    {
+        return imageFile != ImageFileUse::None && !value.isEmpty() && !builtInNames.contains(value);
+    }
 };
 
 struct OutputInfo : PortInfo

@@ -33,6 +33,10 @@ class Texture;
 /// | 9     | Kvz_float_Albedo                | float      | 0.5     | 0: light that arrives is not passed on                     |
 /// | 10    | Kvz_int_JitterIndex             | int        | invalid | 0; turns the pattern of directions, for frames that are averaged |
 /// | 11    | Kvz_Vector2D_PatternOrigin      | QVector2D  | invalid | (0, 0); in pixels, even numbers                            |
+/// | 12    | Kvz_KvzTexture*_Indirect        | Texture*   | invalid | as without port 13; what surfaces send of their surroundings' light, linear |
+/// | 13    | Kvz_QVariant_Irradiance         | QVariant   | invalid | every surface has the albedo of port 9; nine vectors       |
+/// | 14    | Kvz_float_EnvironmentRotation   | float      | 0.0     | 0; in degrees                                              |
+/// | 15    | Kvz_QMatrix4x4_CameraMatrix     | QMatrix4x4 | invalid | the identity; for ports 13 and 14                          |
 ///
 /// | Output | Name                       | Value                                                                                 |
 /// |--------|----------------------------|---------------------------------------------------------------------------------------|
@@ -47,13 +51,16 @@ class Texture;
 /// is divided by what the same directions show in the open, so an open plane has exactly 1, seen at any angle. It is computed at half the resolution,
 /// smoothed over 4 by 4 texels and brought to the frame's along the surfaces: texels that lie off a pixel's tangent plane do not count.
 ///
-/// **Light between surfaces** brightens corners by the published fit, channel by channel, from the visibility and the surface's colour. White
-/// corners stay brighter than black ones, red ones become redder.
+/// **Light between surfaces** brightens corners, channel by channel: what a surface does not see of the surroundings it sees of other
+/// surfaces, which are taken to be as bright as it is itself. With visibility v and albedo a the factor is v / (1 - a (1 - v)): white
+/// corners lose nothing, black ones all that is hidden, red ones become redder. The albedo comes from port 4; or from what the surface
+/// sends of its surroundings (port 12), divided by what white would send (port 13, as EnvironmentLightRenderPass makes it); or is that of port 9.
 ///
 /// What the frame does not show hides nothing: neither what lies outside, nor what is behind the nearest surface. Each surface counts as thick.
 ///
 /// Source: J. Jimenez, X. Wu, A. Pesce and A. Jarabo, "Practical Realtime Strategies for Accurate Indirect Occlusion" (SIGGRAPH 2016 course
-/// Physically Based Shading; Activision ATVI-TR-16-01).
+/// Physically Based Shading; Activision ATVI-TR-16-01); for the light between surfaces A. J. Stewart and M. S. Langer, "Toward Accurate
+/// Recovery of Shape from Shading under Diffuse Lighting" (IEEE PAMI 19, 1997), whose model it is.
 class KVZ_EXTRAPASSES_EXPORT AmbientVisibilityRenderPass : public RenderPassProxy
 {
 public:
@@ -69,7 +76,11 @@ public:
         RelativeRadius,
         Albedo,
         JitterIndex,
-        PatternOrigin
+        PatternOrigin,
+        Indirect,
+        Irradiance,
+        EnvironmentRotation,
+        CameraMatrix
     };
     enum Output { Visibility };
 
@@ -80,15 +91,27 @@ public:
     void teardownContextData(RenderCallbacks *callbacks) override;
 
 private:
+    /// What the programs read.
+    struct Variant
+    {
+        bool hasNormals = false;
+        bool hasColours = false;
+        bool hasSentLight = false;
+        bool operator==(const Variant &other) const
+        {
+            return hasNormals == other.hasNormals && hasColours == other.hasColours
+                && hasSentLight == other.hasSentLight;
+        }
+    };
+    Variant variant() const;
     float radius() const;
-    void buildPrograms(bool hasNormals, bool hasColours);
+    void buildPrograms(const Variant &wanted);
     Texture *draw(ShaderProgram &program, Texture *source, const QSize &size, bool isResult);
 
     std::unique_ptr<ShaderProgram> m_horizonProgram;
     std::unique_ptr<ShaderProgram> m_smoothProgram;
     std::unique_ptr<ShaderProgram> m_enlargeProgram;
-    bool m_hasNormals = false; ///< What the programs read.
-    bool m_hasColours = false;
+    Variant m_variant;
     std::unique_ptr<FramebufferObject> m_framebuffer;
     QSharedPointer<DrawBuffers> m_screenQuad;
 };

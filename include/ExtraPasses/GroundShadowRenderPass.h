@@ -41,10 +41,15 @@ class Texture;
 /// | 13    | Kvz_bool_DisplayValues                     | bool         | true    | false                                                |
 /// | 14    | Kvz_int_JitterIndex                        | int          | invalid | 0; turns the pattern of soft shadows, for frames that are averaged |
 /// | 15    | Kvz_Vector2D_PatternOrigin                 | QVector2D    | invalid | (0, 0); where the lower left pixel lies in the whole picture, in pixels |
+/// | 16    | Kvz_KvzTexture*_Background                 | Texture*     | invalid | the layer is drawn; linear radiance behind the model |
 ///
-/// | Output | Name                   | Value                                                                                  |
-/// |--------|------------------------|----------------------------------------------------------------------------------------|
-/// | 0      | Kvz_KvzTexture*_Ground | A pooled GL_RGBA16F texture of the viewport's size: black, and the loss in alpha. Null without bounds. |
+/// | Output | Name                       | Value                                                                              |
+/// |--------|----------------------------|------------------------------------------------------------------------------------|
+/// | 0      | Kvz_KvzTexture*_Ground     | A pooled GL_RGBA16F texture of the viewport's size: black, and the loss in alpha. Null without bounds or extent, and with a background. |
+/// | 1      | Kvz_KvzTexture*_Background | The background, darkened: pooled, GL_RGBA16F. Without bounds or extent the input. Null without a background. |
+///
+/// **Background.** What lies behind a cut-out is laid under its finished, smoothed frame, and so is the layer. Surroundings that are
+/// seen take part in the frame instead: given as the background, they are darkened here, by the loss as it is.
 ///
 /// The ground is the plane of the bounds' lower side, y upwards, seen from above alone. It fades over the outer half of a circle around
 /// the bounds' middle.
@@ -62,8 +67,8 @@ class Texture;
 /// of the sky that surfaces at these heights cover is the sum of their form factors over rings: b^2 / (b^2 + h^2) - a^2 / (a^2 + h^2) for a
 /// ring from a to b at height h. Items that cast no shadow are left out.
 ///
-/// **Depth.** Where the depth image is nearer than the ground, alpha is 0. A layer that is laid under the frame needs none: the frame
-/// hides it then, and smoothed rims show no gap.
+/// **Depth.** Where the depth image is nearer than the ground, in the pixel and at the corners two pixels around it, alpha is 0: under
+/// smoothed rims the ground goes on.
 ///
 /// Sources: R. Fernando, "Percentage-Closer Soft Shadows" (SIGGRAPH 2005 sketches); W. Donnelly and A. Lauritzen, "Variance Shadow
 /// Maps" (I3D 2006); the form factor of a disc from any textbook of heat transfer.
@@ -86,9 +91,10 @@ public:
         GroundExtent,
         DisplayValues,
         JitterIndex,
-        PatternOrigin
+        PatternOrigin,
+        BackgroundIn
     };
-    enum Output { Ground };
+    enum Output { Ground, Background };
 
     GroundShadowRenderPass();
     ~GroundShadowRenderPass() override;
@@ -127,6 +133,7 @@ private:
     std::unique_ptr<ShaderProgram> m_groundProgram;
     QSharedPointer<DrawBuffers> m_screenQuad;
     ContactState m_contactState;
+    bool m_isOnBackground = false; ///< Of the ground's program.
     bool m_hasWarned = false;
 };
 

@@ -30,6 +30,8 @@ class Texture;
 /// | 5     | Kvz_bool_AutoExposure      | bool      | false   | false                                                   |
 /// | 6     | Kvz_bool_RenderInHDR       | bool      | false   | false; true: half floats, without dither                |
 /// | 7     | Kvz_Vector2D_PatternOrigin | QVector2D | invalid | (0, 0); in pixels                                       |
+/// | 8     | Kvz_KvzTexture*_Layers     | Texture*  | invalid | no layers before the frame                              |
+/// | 9     | Kvz_KvzTexture*_Background | Texture*  | invalid | nothing behind the frame                                |
 ///
 /// | Output | Name                   | Value                                                                                   |
 /// |--------|------------------------|-----------------------------------------------------------------------------------------|
@@ -41,6 +43,11 @@ class Texture;
 /// multiplied by 2^exposure, mapped, encoded and multiplied by its alpha again; alpha is kept. So light without any coverage does
 /// not show. Negative values and those that are no number count as 0. Images of another size than the viewport's are stretched to it.
 ///
+/// Layers and background are linear radiance, too, and take part before anything is mapped, as in CompositeRenderPass: the alpha of
+/// layers is the share T of what lies behind that comes through, rgb = layers.rgb + T behind.rgb, alpha = 1 - T (1 - behind.a); the
+/// background, multiplied by its alpha, lies under the frame. Surroundings are a background; colours and pictures that are display
+/// values already belong under the result.
+///
 /// **Operators.** `Neutral` keeps colours as they are up to 0.8, less the 4 % that a dielectric mirrors, and compresses what is
 /// brighter towards white: the one for products, whose base colours are seen as stated. `Filmic` is a curve with a toe and a
 /// shoulder. `Clamp` cuts at 1, for data and comparisons, and is not dithered.
@@ -49,7 +56,7 @@ class Texture;
 /// Its pattern follows the picture's pixels: `PatternOrigin` says where the lower left pixel of a tile lies in the whole.
 ///
 /// **Automatic exposure** brings the logarithmic mean of the luminance to 0.18, each pixel weighted by its alpha: what nothing
-/// covers does not count. `Exposure` is added to it. The mean is taken of the same frame, on the GPU, where it is used; so pictures
+/// covers does not count, nor does the background. `Exposure` is added to it. The mean is taken of the same frame, on the GPU, where it is used; so pictures
 /// depend on no earlier frame, and nothing waits. Without coverage it is 0 stops. Only the number on port 2 has to come back: it is
 /// that of the frame before, read through a buffer behind a fence; the first frame's is its own, for which the pass waits once. It is
 /// read where the port has users, and otherwise invalid. Without automatic exposure it is the value of the input.
@@ -60,7 +67,18 @@ class Texture;
 class KVZ_EXTRAPASSES_EXPORT ToneMapRenderPass : public RenderPassProxy
 {
 public:
-    enum Input { Viewport, FrameIn, Indirect, Visibility, Exposure, AutoExposure, RenderInHDR, PatternOrigin };
+    enum Input {
+        Viewport,
+        FrameIn,
+        Indirect,
+        Visibility,
+        Exposure,
+        AutoExposure,
+        RenderInHDR,
+        PatternOrigin,
+        Layers,
+        Background
+    };
     enum Output { Frame, Linear, AppliedExposure };
     enum class Operator : int { Neutral, Filmic, Clamp };
 
@@ -83,6 +101,8 @@ private:
     {
         bool hasIndirect = false;
         bool hasVisibility = false;
+        bool hasLayers = false;
+        bool hasBackground = false;
         bool isMeasured = false;
         bool isDithered = false;
         bool hasLinear = false;

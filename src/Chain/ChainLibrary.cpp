@@ -88,8 +88,7 @@ ChainDescription movedToFolder(ChainDescription chain, const QString &folder, co
         for (auto it = pass.values.begin(); it != pass.values.end(); ++it) {
             const int input = info ? info->findInput(it.key()) : -1;
             const QString name = it->toString();
-            if (input >= 0 && info->inputs[input].imageFile != ImageFileUse::None && !name.isEmpty()
-                && QDir::isRelativePath(name))
+            if (input >= 0 && info->inputs[input].namesFile(name) && QDir::isRelativePath(name))
                 *it = moved(name);
         }
     }

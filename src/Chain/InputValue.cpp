@@ -18,7 +18,7 @@ InputValue readInputValue(const InputInfo &input, const QVariant &given, const Q
         read.problem = InputValue::Problem::EmptyViewport;
     } else if (input.imageFile != ImageFileUse::None) {
         const QString name = read.value.toString();
-        if (!name.isEmpty() && QDir::isRelativePath(name))
+        if (input.namesFile(name) && QDir::isRelativePath(name))
             read.value = QDir::cleanPath(QDir(folder).absoluteFilePath(name));
     }
     return read;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <ExtraPasses/AmbientVisibilityRenderPass.h>
 
+#include "EnvironmentUniforms.h"
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
 #include "steps/ScreenQuad.h"
@@ -228,6 +229,10 @@ void main()
 
 // Brings the visibility to the frame's resolution and adds what surfaces give each other.
 const QString enlargeFragmentSource = surfaceSource + QStringLiteral(R"(
+#ifdef KVZ_SENT_LIGHT
+#include "EnvironmentLight.glslh"
+uniform sampler2D u_Sent;
+#endif
 uniform sampler2D u_Source;
 #ifdef KVZ_COLOURS
 uniform sampler2D u_Colours;
@@ -262,15 +267,16 @@ void main()
     }
     // A surface that none of the four lies on, such as a wire, takes the nearest ones.
     float visibility = sum.g > 1e-3 ? sum.r / sum.g : nearest.g > 0.0 ? nearest.r / nearest.g : 1.0;
-#ifdef KVZ_COLOURS
-    vec3 albedo = clamp(texture(u_Colours, vo_TexCoord).rgb, 0.0, 1.0);
+#if defined(KVZ_COLOURS)
+    vec3 albedo = texture(u_Colours, vo_TexCoord).rgb;
+#elif defined(KVZ_SENT_LIGHT)
+    // Of what white would send.
+    vec3 albedo = texture(u_Sent, vo_TexCoord).rgb / max(diffuseEnvironment(normal), vec3(1e-4));
 #else
     vec3 albedo = vec3(u_Albedo);
 #endif
-    vec3 a = 2.0404 * albedo - 0.3324;
-    vec3 b = 0.6417 - 4.7951 * albedo;
-    vec3 c = 2.7552 * albedo + 0.6903;
-    vec3 lit = max(vec3(visibility), ((a * visibility + b) * visibility + c) * visibility);
+    // What is hidden is as bright as the surface itself, which sees it, which sees ...: a geometric series.
+    vec3 lit = visibility / max(1.0 - clamp(albedo, 0.0, 1.0) * (1.0 - visibility), vec3(1e-4));
     out_Visibility = vec4(min(lit, vec3(1.0)), visibility);
 }
 )");
@@ -291,6 +297,10 @@ AmbientVisibilityRenderPass::AmbientVisibilityRenderPass()
     addInput(QStringLiteral("Kvz_float_Albedo"), 0.5f);
     addInput(QStringLiteral("Kvz_int_JitterIndex"), QVariant());
     addInput(QStringLiteral("Kvz_Vector2D_PatternOrigin"), QVariant());
+    addInput(QStringLiteral("Kvz_KvzTexture*_Indirect"), QVariant());
+    addInput(QStringLiteral("Kvz_QVariant_Irradiance"), QVariant());
+    addInput(QStringLiteral("Kvz_float_EnvironmentRotation"), 0.0f);
+    addInput(QStringLiteral("Kvz_QMatrix4x4_CameraMatrix"), QVariant());
     addOutput(QStringLiteral("Kvz_KvzTexture*_Visibility"));
 }
 
@@ -308,7 +318,7 @@ void AmbientVisibilityRenderPass::start(RenderCallbacks *callbacks)
         return;
     }
     ensureFramebuffer(m_framebuffer);
-    buildPrograms(getInputPointer<Texture>(Normal), getInputPointer<Texture>(Diffuse));
+    buildPrograms(variant());
     ensureScreenQuad(m_screenQuad, *m_enlargeProgram);
 
     glDisable(GL_DEPTH_TEST);
@@ -327,7 +337,7 @@ void AmbientVisibilityRenderPass::start(RenderCallbacks *callbacks)
     }
     handOn(m_outputs[Visibility], m_numOutputUsers[Visibility], visibility);
     giveBack(visibility);
-    for (const Input input : {Depth, Normal, Diffuse})
+    for (const Input input : {Depth, Normal, Diffuse, Indirect})
         giveBack(getInputPointer<Texture>(input));
 }
 
@@ -353,22 +363,36 @@ float AmbientVisibilityRenderPass::radius() const
     return longest > 0 ? part * longest : part;
 }
 
-void AmbientVisibilityRenderPass::buildPrograms(bool hasNormals, bool hasColours)
+AmbientVisibilityRenderPass::Variant AmbientVisibilityRenderPass::variant() const
 {
-    if (m_enlargeProgram && hasNormals == m_hasNormals && hasColours == m_hasColours)
+    const bool isLit = m_inputs[Irradiance].value.toList().size() == 9;
+    Variant wanted;
+    wanted.hasNormals = getInputPointer<Texture>(Normal);
+    wanted.hasColours = getInputPointer<Texture>(Diffuse);
+    wanted.hasSentLight = !wanted.hasColours && isLit && getInputPointer<Texture>(Indirect);
+    return wanted;
+}
+
+void AmbientVisibilityRenderPass::buildPrograms(const Variant &wanted)
+{
+    if (m_enlargeProgram && wanted == m_variant)
         return;
-    m_hasNormals = hasNormals;
-    m_hasColours = hasColours;
+    m_variant = wanted;
     const QString one = QStringLiteral("1");
     GLSLMacroProcessor macros;
-    if (hasNormals)
+    if (wanted.hasNormals)
         macros.addDefine(QStringLiteral("KVZ_NORMALS"), one);
-    if (hasColours)
+    if (wanted.hasColours)
         macros.addDefine(QStringLiteral("KVZ_COLOURS"), one);
+    QStringList files;
+    if (wanted.hasSentLight) {
+        macros.addDefine(QStringLiteral("KVZ_SENT_LIGHT"), one);
+        files.append(QStringLiteral("EnvironmentLight.glslc"));
+    }
     const QStringList output = {QStringLiteral("out_Visibility")};
     m_horizonProgram = buildProgram(output, screenQuadVertexSource, horizonFragmentSource, &macros);
     m_smoothProgram = buildProgram(output, screenQuadVertexSource, smoothFragmentSource, &macros);
-    m_enlargeProgram = buildProgram(output, screenQuadVertexSource, enlargeFragmentSource, &macros);
+    m_enlargeProgram = buildProgram(output, screenQuadVertexSource, enlargeFragmentSource, &macros, files);
 }
 
 /// A pooled image of this size, with one reference of the pass.
@@ -377,6 +401,7 @@ Texture *AmbientVisibilityRenderPass::draw(ShaderProgram &program, Texture *sour
     Texture *const depth = getInputPointer<Texture>(Depth);
     Texture *const normals = getInputPointer<Texture>(Normal);
     Texture *const colours = getInputPointer<Texture>(Diffuse);
+    Texture *const sent = m_variant.hasSentLight && isResult ? getInputPointer<Texture>(Indirect) : nullptr;
     const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
     const auto origin = inputValue<QVector2D>(m_inputs[PatternOrigin]);
     Texture *const target = attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0,
@@ -388,10 +413,12 @@ Texture *AmbientVisibilityRenderPass::draw(ShaderProgram &program, Texture *sour
         AutoBinder depthBinder(depth);
         AutoBinder normalBinder(normals);
         AutoBinder colourBinder(colours);
+        AutoBinder sentBinder(sent);
         AutoBinder sourceBinder(source);
         setSampler(program, QStringLiteral("u_Depth"), depth);
         setSampler(program, QStringLiteral("u_Normals"), normals);
         setSampler(program, QStringLiteral("u_Colours"), colours);
+        setSampler(program, QStringLiteral("u_Sent"), sent);
         setSampler(program, QStringLiteral("u_Source"), source);
         program.setUniform(QStringLiteral("u_Scale"),
             QVector4D(projection(0, 0), projection(1, 1), projection(0, 2), projection(1, 2)));
@@ -405,6 +432,9 @@ Texture *AmbientVisibilityRenderPass::draw(ShaderProgram &program, Texture *sour
         const double turns = inputValue<int>(m_inputs[JitterIndex]) * 0.6180339887498949;
         program.setUniform(QStringLiteral("u_Turn"), float(turns - std::floor(turns)));
         program.setUniform(QStringLiteral("u_Albedo"), std::clamp(inputValue<float>(m_inputs[Albedo]), 0.0f, 1.0f));
+        if (sent)
+            EnvironmentUniforms{0, inputValue<float>(m_inputs[EnvironmentRotation]), m_inputs[Irradiance].value}.set(
+                program, inputValue<QMatrix4x4>(m_inputs[CameraMatrix]));
         AutoBinder quad(m_screenQuad);
         m_screenQuad->draw();
     }

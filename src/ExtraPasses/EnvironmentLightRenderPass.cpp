@@ -174,7 +174,7 @@ void EnvironmentLightRenderPass::load(const QString &nameOrFile)
     QString problem;
     const FilteredEnvironment environment = loadEnvironment(nameOrFile, &problem);
     if (environment.isNull()) {
-        KVZ_WARNING(problem);
+        KVZ_WARNING(QStringLiteral("Environment \"%1\" cannot be used: %2").arg(nameOrFile, problem));
         return;
     }
     m_texture = makeEnvironmentTexture(environment);

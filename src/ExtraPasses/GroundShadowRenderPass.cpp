@@ -13,6 +13,7 @@
 #include <Core/Log.h>
 #include <GL/AutoBinder.h>
 #include <GL/DrawBuffers.h>
+#include <GL/GLSLMacroProcessor.h>
 #include <GL/ShaderProgram.h>
 #include <GL/Texture.h>
 #include <GL/TextureManager.h>
@@ -116,6 +117,9 @@ uniform vec4 u_Layers[96]; // Rows of the matrix of each layer.
 uniform float u_Ambient;
 uniform float u_LightSize;
 uniform bool u_IsForDisplay;
+#ifdef KVZ_BACKGROUND
+uniform sampler2D u_Background;
+#endif
 uniform vec2 u_PatternOrigin;
 uniform float u_Turn;
 in vec2 vo_TexCoord;
@@ -202,14 +206,15 @@ float hidden(int layer, vec4 position)
     float far = blockers > 0.0 ? distances / blockers * along : 0.0;
     vec2 width = clamp(u_LightSize * far * across, 1.5 * texel, search);
     float sum = 0.0;
-    for (int i = 0; i < shadowTaps; ++i) {
+    int taps = blockers > 0.0 ? shadowTaps : 0;
+    for (int i = 0; i < taps; ++i) {
         vec2 moments = momentsAt(place + tap(i, shadowTaps) * width, layer);
         float beyond = max(device.z - moments.x, 0.0);
         float variance = max(moments.y - moments.x * moments.x, leastVariance);
         float bound = variance / (variance + beyond * beyond);
         sum += 1.0 - clamp((bound - bleeding) / (1.0 - bleeding), 0.0, 1.0);
     }
-    return blockers > 0.0 ? sum / float(shadowTaps) : 0.0;
+    return sum / float(shadowTaps);
 }
 
 // The share of the lamps' light that does not arrive.
@@ -246,9 +251,19 @@ float lostLight(vec3 position)
     return given > 0.0 ? lost / given : 0.0;
 }
 
-void main()
+// Whether the depth image is nearer here and two pixels around, so that smoothed rims have ground under them.
+bool isHidden(float depth)
 {
-    out_Ground = vec4(0.0);
+    vec2 step = 2.0 / vec2(textureSize(u_Depth, 0));
+    float farthest = texture(u_Depth, vo_TexCoord).r;
+    for (int i = 0; i < 4; ++i)
+        farthest = max(farthest, texture(u_Depth, vo_TexCoord + step * (2.0 * vec2(i & 1, i >> 1) - 1.0)).r);
+    return farthest < depth;
+}
+
+// How much of its light the ground loses in this pixel.
+float lossHere()
+{
     vec4 near = u_ClipToWorld * vec4(2.0 * vo_TexCoord - 1.0, -1.0, 1.0);
     vec4 far = u_ClipToWorld * vec4(2.0 * vo_TexCoord - 1.0, 1.0, 1.0);
     near /= near.w;
@@ -256,17 +271,16 @@ void main()
     float part = (u_Place.y - near.y) / way.y;
     // From above, and before the eye; also beyond the far plane, which fits the model.
     if (!(way.y < 0.0 && part > 0.0))
-        return;
+        return 0.0;
     vec3 position = near.xyz + part * way;
     vec2 offset = (position.xz - u_Place.xz) / u_Place.w;
     float fade = 1.0 - smoothstep(0.5, 1.0, length(offset));
     if (fade <= 0.0)
-        return;
+        return 0.0;
     if (u_HasDepth) {
         vec4 clip = u_WorldToClip * vec4(position, 1.0);
-        float depth = min(0.5 * clip.z / clip.w + 0.5, 1.0);
-        if (texture(u_Depth, vo_TexCoord).r < depth - 1e-6)
-            return;
+        if (isHidden(min(0.5 * clip.z / clip.w + 0.5, 1.0) - 1e-6))
+            return 0.0;
     }
     // Over three by three texels, which evens their turns out.
     vec2 place = 0.5 * offset + 0.5;
@@ -275,8 +289,18 @@ void main()
     for (int i = 0; i < 4; ++i)
         covered += 0.25 * textureLod(u_Contact, place + halfTexel * (2.0 * vec2(i & 1, i >> 1) - 1.0), 0.0).r;
     float loss = u_Ambient * u_ContactStrength * covered + (1.0 - u_Ambient) * lostLight(position);
-    loss = clamp(fade * loss, 0.0, 1.0);
+    return clamp(fade * loss, 0.0, 1.0);
+}
+
+void main()
+{
+    float loss = lossHere();
+#ifdef KVZ_BACKGROUND
+    vec4 behind = texture(u_Background, vo_TexCoord);
+    out_Ground = vec4((1.0 - loss) * behind.rgb, behind.a);
+#else
     out_Ground = vec4(0.0, 0.0, 0.0, u_IsForDisplay ? 1.0 - pow(1.0 - loss, 1.0 / 2.2) : loss);
+#endif
 }
 )");
 
@@ -316,7 +340,9 @@ GroundShadowRenderPass::GroundShadowRenderPass()
     addInput(QStringLiteral("Kvz_bool_DisplayValues"), true);
     addInput(QStringLiteral("Kvz_int_JitterIndex"), QVariant());
     addInput(QStringLiteral("Kvz_Vector2D_PatternOrigin"), QVariant());
+    addInput(QStringLiteral("Kvz_KvzTexture*_Background"), QVariant());
     addOutput(QStringLiteral("Kvz_KvzTexture*_Ground"));
+    addOutput(QStringLiteral("Kvz_KvzTexture*_Background"));
 }
 
 GroundShadowRenderPass::~GroundShadowRenderPass()
@@ -328,9 +354,18 @@ void GroundShadowRenderPass::start(RenderCallbacks *callbacks)
 {
     const QSize size = inputValue<QRect>(m_inputs[Viewport]).size();
     auto *const model = inputValue<GPUModel *>(m_inputs[Geometry]);
+    auto *const background = getInputPointer<Texture>(BackgroundIn);
     const auto bounds = sceneBounds(m_inputs[SceneBoundsMin], m_inputs[SceneBoundsMax], model);
-    if (size.isEmpty() || !bounds) {
+    const bool hasGround = bounds && inputValue<float>(m_inputs[GroundExtent]) > 0;
+    if (size.isEmpty() || (!hasGround && !background)) {
         skip(callbacks);
+        return;
+    }
+    if (!hasGround) {
+        m_outputs[Ground].value = QVariant();
+        handOn(m_outputs[Background], m_numOutputUsers[Background], background);
+        giveBack(getInputPointer<Texture>(Depth));
+        giveBack(background);
         return;
     }
     const QVector3D sides = bounds->second - bounds->first;
@@ -339,8 +374,8 @@ void GroundShadowRenderPass::start(RenderCallbacks *callbacks)
     place.middle.setY(bounds->first.y());
     place.height = std::max(sides.y(), 0.0f);
     place.diagonal = sides.length();
-    place.radius = std::max(0.0f, inputValue<float>(m_inputs[GroundExtent]))
-        * (place.height + QVector3D(sides.x(), 0, sides.z()).length() / 2);
+    place.radius =
+        inputValue<float>(m_inputs[GroundExtent]) * (place.height + QVector3D(sides.x(), 0, sides.z()).length() / 2);
 
     const auto lights = ShadowMapManager::lightsIn(m_inputs[Lights].value);
     const bool isLit = std::any_of(lights.begin(), lights.end(), [](const ShadowMapLight *light) {
@@ -351,8 +386,14 @@ void GroundShadowRenderPass::start(RenderCallbacks *callbacks)
         std::clamp(inputValue<float>(m_inputs[ContactStrength], isLit ? 1.0f : 0.0f), 0.0f, 1.0f);
 
     ensureFramebuffer(m_framebuffer);
-    if (!m_groundProgram)
-        m_groundProgram = buildProgram({QStringLiteral("out_Ground")}, screenQuadVertexSource, groundFragmentSource);
+    if (!m_groundProgram || m_isOnBackground != (background != nullptr)) {
+        m_isOnBackground = background != nullptr;
+        GLSLMacroProcessor macros;
+        if (m_isOnBackground)
+            macros.addDefine(QStringLiteral("KVZ_BACKGROUND"), QStringLiteral("1"));
+        m_groundProgram =
+            buildProgram({QStringLiteral("out_Ground")}, screenQuadVertexSource, groundFragmentSource, &macros);
+    }
     ensureScreenQuad(m_screenQuad, *m_groundProgram);
     glDisable(GL_DEPTH_TEST);
     glDisable(GL_BLEND);
@@ -369,8 +410,12 @@ void GroundShadowRenderPass::start(RenderCallbacks *callbacks)
     m_framebuffer->setDrawBuffers();
     glViewport(0, 0, size.width(), size.height());
     drawGround(place, hasContact ? m_contact->attachment(GL_COLOR_ATTACHMENT0) : nullptr, contactStrength);
-    handOn(m_outputs[Ground], m_numOutputUsers[Ground], ground);
+    const Output drawn = background ? Background : Ground;
+    const Output other = background ? Ground : Background;
+    handOn(m_outputs[drawn], m_numOutputUsers[drawn], ground);
+    handOn(m_outputs[other], 0, nullptr);
     giveBack(getInputPointer<Texture>(Depth));
+    giveBack(background);
     detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
@@ -502,6 +547,7 @@ void GroundShadowRenderPass::drawGround(const Place &place, Texture *contact, fl
     const QMatrix4x4 worldToClip =
         inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]) * inputValue<QMatrix4x4>(m_inputs[CameraMatrix]);
 
+    auto *const background = getInputPointer<Texture>(BackgroundIn);
     // The empty unit is the maps' where there are none, and samplers of different types must not share one.
     Texture *const none = TextureManager::Instance()->colorTexture(QColor(Qt::black));
     AutoBinder binder(&program);
@@ -509,14 +555,15 @@ void GroundShadowRenderPass::drawGround(const Place &place, Texture *contact, fl
     AutoBinder depthBinder(depth);
     AutoBinder contactBinder(contact);
     AutoBinder shadowBinder(shadows);
+    AutoBinder backgroundBinder(background);
     setSampler(program, QStringLiteral("u_Depth"), depth ? depth : none);
     setSampler(program, QStringLiteral("u_Contact"), contact ? contact : none);
     setSampler(program, QStringLiteral("u_Shadows"), shadows);
+    setSampler(program, QStringLiteral("u_Background"), background);
     setLights(lights, shadows ? data : nullptr);
     program.setUniform(QStringLiteral("u_HasDepth"), depth != nullptr);
     program.setUniform(QStringLiteral("u_WorldToClip"), worldToClip);
     program.setUniform(QStringLiteral("u_ClipToWorld"), worldToClip.inverted());
-    // A ground without extent lies nowhere.
     program.setUniform(QStringLiteral("u_Place"), QVector4D(place.middle, std::max(place.radius, 1e-30f)));
     program.setUniform(QStringLiteral("u_Diagonal"), place.diagonal);
     program.setUniform(QStringLiteral("u_ContactStrength"), contact ? contactStrength : 0.0f);

@@ -43,6 +43,9 @@ uniform sampler2D u_Indirect;
 #ifdef KVZ_VISIBILITY
 uniform sampler2D u_Visibility;
 #endif
+#ifdef KVZ_LAYERS
+uniform sampler2D u_Layers;
+#endif
 
 // Linear light multiplied by its alpha; what is no number counts as 0.
 vec4 gather(vec2 place)
@@ -55,6 +58,10 @@ vec4 gather(vec2 place)
 #endif
     colour.rgb += indirect;
 #endif
+#ifdef KVZ_LAYERS
+    vec4 layers = texture(u_Layers, place);
+    colour = vec4(layers.rgb + layers.a * colour.rgb, 1.0 - layers.a * (1.0 - colour.a));
+#endif
     colour = mix(colour, vec4(0.0), isnan(colour));
     return vec4(clamp(colour.rgb, 0.0, 65504.0), clamp(colour.a, 0.0, 1.0));
 }
@@ -66,6 +73,9 @@ uniform float u_Exposure;
 uniform sampler2D u_Sum;
 uniform float u_MiddleGrey;
 uniform float u_MostStops;
+#endif
+#ifdef KVZ_BACKGROUND
+uniform sampler2D u_Background;
 #endif
 uniform vec2 u_PatternOrigin;
 in vec2 vo_TexCoord;
@@ -117,6 +127,9 @@ float noise(vec2 pixel)
 void main()
 {
     vec4 colour = gather(vo_TexCoord);
+#ifdef KVZ_BACKGROUND
+    colour += (1.0 - colour.a) * texture(u_Background, vo_TexCoord);
+#endif
     float stops = u_Exposure;
 #ifdef KVZ_MEASURED
     vec2 sum = texelFetch(u_Sum, ivec2(0), 0).rg;
@@ -190,8 +203,9 @@ int blocksIn(int texels)
 
 bool ToneMapRenderPass::Variant::operator==(const Variant &other) const
 {
-    return hasIndirect == other.hasIndirect && hasVisibility == other.hasVisibility && isMeasured == other.isMeasured
-        && isDithered == other.isDithered && hasLinear == other.hasLinear && toneMapping == other.toneMapping;
+    return hasIndirect == other.hasIndirect && hasVisibility == other.hasVisibility && hasLayers == other.hasLayers
+        && hasBackground == other.hasBackground && isMeasured == other.isMeasured && isDithered == other.isDithered
+        && hasLinear == other.hasLinear && toneMapping == other.toneMapping;
 }
 
 ToneMapRenderPass::ToneMapRenderPass()
@@ -204,6 +218,8 @@ ToneMapRenderPass::ToneMapRenderPass()
     addInput(QStringLiteral("Kvz_bool_AutoExposure"), false);
     addInput(QStringLiteral("Kvz_bool_RenderInHDR"), false);
     addInput(QStringLiteral("Kvz_Vector2D_PatternOrigin"), QVariant());
+    addInput(QStringLiteral("Kvz_KvzTexture*_Layers"), QVariant());
+    addInput(QStringLiteral("Kvz_KvzTexture*_Background"), QVariant());
     addOutput(QStringLiteral("Kvz_KvzTexture*_Frame"));
     addOutput(QStringLiteral("Kvz_KvzTexture*_Linear"));
     addOutput(QStringLiteral("Kvz_float_Exposure"));
@@ -242,6 +258,8 @@ void ToneMapRenderPass::start(RenderCallbacks *callbacks)
     Variant variant;
     variant.hasIndirect = getInputPointer<Texture>(Indirect);
     variant.hasVisibility = variant.hasIndirect && getInputPointer<Texture>(Visibility);
+    variant.hasLayers = getInputPointer<Texture>(Layers);
+    variant.hasBackground = getInputPointer<Texture>(Background);
     variant.isMeasured = isAutomatic;
     variant.isDithered = m_dither && !isHdr && m_operator != Operator::Clamp;
     variant.hasLinear = m_numOutputUsers[Linear] > 0;
@@ -269,7 +287,7 @@ void ToneMapRenderPass::start(RenderCallbacks *callbacks)
     giveBack(sum);
     handOn(m_outputs[Frame], m_numOutputUsers[Frame], frame);
     handOn(m_outputs[Linear], m_numOutputUsers[Linear], linear);
-    for (const Input input : {FrameIn, Indirect, Visibility})
+    for (const Input input : {FrameIn, Indirect, Visibility, Layers, Background})
         giveBack(getInputPointer<Texture>(input));
     detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
     detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT1);
@@ -296,6 +314,10 @@ void ToneMapRenderPass::buildPrograms(const Variant &variant)
         macros.addDefine(QStringLiteral("KVZ_INDIRECT"), one);
     if (variant.hasVisibility)
         macros.addDefine(QStringLiteral("KVZ_VISIBILITY"), one);
+    if (variant.hasLayers)
+        macros.addDefine(QStringLiteral("KVZ_LAYERS"), one);
+    if (variant.hasBackground)
+        macros.addDefine(QStringLiteral("KVZ_BACKGROUND"), one);
     if (variant.isMeasured)
         macros.addDefine(QStringLiteral("KVZ_MEASURED"), one);
     if (variant.isDithered)
@@ -323,6 +345,7 @@ void ToneMapRenderPass::bindImages(ShaderProgram &program) const
     setSampler(program, QStringLiteral("u_Frame"), getInputPointer<Texture>(FrameIn));
     setSampler(program, QStringLiteral("u_Indirect"), getInputPointer<Texture>(Indirect));
     setSampler(program, QStringLiteral("u_Visibility"), getInputPointer<Texture>(Visibility));
+    setSampler(program, QStringLiteral("u_Layers"), getInputPointer<Texture>(Layers));
 }
 
 /// One pooled texel: alpha times the logarithm to the base 2 of luminance, and alpha, summed over the frame.
@@ -354,6 +377,7 @@ Texture *ToneMapRenderPass::sumBlocks(ShaderProgram &program, const QSize &sourc
         AutoBinder frame(getInputPointer<Texture>(FrameIn));
         AutoBinder indirect(getInputPointer<Texture>(Indirect));
         AutoBinder visibility(getInputPointer<Texture>(Visibility));
+        AutoBinder layers(getInputPointer<Texture>(Layers));
         AutoBinder sourceBinder(source);
         bindImages(program);
         setSampler(program, QStringLiteral("u_Sums"), source);
@@ -400,8 +424,11 @@ void ToneMapRenderPass::map(Texture *sum)
     AutoBinder frame(getInputPointer<Texture>(FrameIn));
     AutoBinder indirect(getInputPointer<Texture>(Indirect));
     AutoBinder visibility(getInputPointer<Texture>(Visibility));
+    AutoBinder layers(getInputPointer<Texture>(Layers));
+    AutoBinder background(getInputPointer<Texture>(Background));
     AutoBinder sumBinder(sum);
     bindImages(program);
+    setSampler(program, QStringLiteral("u_Background"), getInputPointer<Texture>(Background));
     setSampler(program, QStringLiteral("u_Sum"), sum);
     program.setUniform(QStringLiteral("u_MiddleGrey"), middleGrey);
     program.setUniform(QStringLiteral("u_MostStops"), mostStops);

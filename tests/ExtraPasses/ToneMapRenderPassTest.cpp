@@ -225,6 +225,37 @@ TEST_F(ToneMapRenderPassTest, addsTheIndirectImageByItsVisibility)
     EXPECT_LT(errorOf(map(), light, 0, Operator::Neutral), ditheredStep) << "visibility alone is of no use";
 }
 
+TEST_F(ToneMapRenderPassTest, layersLieOverTheFrameAndTheBackgroundUnderIt)
+{
+    const Image light = give(Port::FrameIn, radiance());
+    const Image indirect = give(Port::Indirect, radiance(size, 7));
+    // Alpha is what comes through: none, all of it, and parts.
+    const Image layers = give(Port::Layers, radiance(size, 11));
+    const Image background = radiance(size, 13);
+    const auto laid = [&](bool isOnBackground) {
+        Image result(size.width(), size.height());
+        for (int y = 0; y < size.height(); ++y) {
+            for (int x = 0; x < size.width(); ++x) {
+                const QVector4D front = layers.pixel(x, y);
+                const float through = front.w();
+                const QVector4D frame = light.pixel(x, y);
+                QVector4D sum = front + through * (frame + indirect.pixel(x, y));
+                sum.setW(1 - through * (1 - frame.w()));
+                if (isOnBackground)
+                    sum += (1 - sum.w()) * background.pixel(x, y);
+                result.setPixel(x, y, sum);
+            }
+        }
+        return result;
+    };
+    EXPECT_LT(errorOf(map(), laid(false), 0, Operator::Neutral), ditheredStep);
+    give(Port::Background, background);
+    EXPECT_LT(errorOf(map(), laid(true), 0, Operator::Neutral), ditheredStep + 1e-3);
+    pass->setInput(Port::AutoExposure, true);
+    EXPECT_LT(errorOf(map(), laid(true), automaticStops(laid(false)), Operator::Neutral), ditheredStep + 1e-3)
+        << "the background is not measured";
+}
+
 TEST_F(ToneMapRenderPassTest, ditherKeepsWhatEightBitsHoldAndTheMeanOfTheRest)
 {
     // Filmic values are multiples of a step nowhere, so find the radiance for given display values by bisection.

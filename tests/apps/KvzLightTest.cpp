@@ -23,7 +23,8 @@ protected:
     {
         const QString file = folder.path(QStringLiteral("p.png"));
         QFile::remove(file);
-        const Result result = run(QStringList{"render", glass, "--size", "160x90", "-o", file} + options);
+        const Result result =
+            run(QStringList{"render", glass, "--chain", "deferred", "--size", "160x90", "-o", file} + options);
         EXPECT_EQ(result.status, 0) << result.errors.join('\n').toStdString();
         if (errors)
             *errors = result.errors;
@@ -147,7 +148,7 @@ TEST_F(KvzLightTest, whatCannotBeIsRefusedInOneLine)
 {
     const QString file = folder.path(QStringLiteral("p.png"));
     expectLine({"render", glass, "--background", "reddish", "-o", file}, 1,
-        "--background reddish: expected a colour, such as white or #ff8800, or none");
+        "--background reddish: expected a colour, such as white or #ff8800, none, environment, or an image file");
     expectLine({"render", glass, "--background", "none", "--chain", "fxaa", "-o", file}, 1,
         "--background none: the pass smooth (FastApproximateAntiAliasingRenderPass) loses the alpha of its picture; "
         "choose an opaque background, or disable it");

@@ -76,8 +76,8 @@ protected:
     QImage picture(const QStringList &arguments, const QSize &size)
     {
         render(arguments
-            + QStringList{
-                "--size", QStringLiteral("%1x%2").arg(size.width()).arg(size.height()), "-o", folder.path("out.png")});
+            + QStringList{"--chain", "deferred", "--size", QStringLiteral("%1x%2").arg(size.width()).arg(size.height()),
+                "-o", folder.path("out.png")});
         return expectPicture(folder.path("out.png"), size);
     }
 
@@ -361,8 +361,8 @@ TEST_F(KvzPicturesTest, aModelThatCannotBeReadLeavesTheOthers)
 
 TEST_F(KvzPicturesTest, capturesTakeThePlacesToo)
 {
-    render({stillLife, "--size", "32x24", "--camera", "front", "--camera", "top", "--capture", folder.path("c/{view}"),
-        "-o", folder.path("{view}.png")});
+    render({stillLife, "--chain", "deferred", "--size", "32x24", "--camera", "front", "--camera", "top", "--capture",
+        folder.path("c/{view}"), "-o", folder.path("{view}.png")});
     for (const char *view : {"front", "top"}) {
         EXPECT_EQ(QImage(folder.path(QStringLiteral("c/%1/02-geometry-Normal.png").arg(view))).size(), QSize(32, 24));
     }

@@ -549,7 +549,8 @@ TEST(KvzProgramTest, scannedModelIsRenderedOverTheBackground)
 {
     TemporaryFolder folder;
     folder.write("out.png", "the old picture");
-    const Result result = run({"render", bunny, "--size", "320x180", "-o", folder.path("out.png")});
+    const Result result =
+        run({"render", bunny, "--chain", "deferred", "--size", "320x180", "-o", folder.path("out.png")});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.output, QString());
     EXPECT_EQ(result.errors, QStringList());
@@ -667,8 +668,8 @@ TEST(KvzProgramTest, lightsCastShadowsAndTakeThePlaceOfTheChains)
 TEST(KvzProgramTest, lightsThatNobodyTakesAndMissingLightsAreTold)
 {
     TemporaryFolder folder;
-    const Result unused =
-        run({"render", stillLife, "--size", "64x48", "--light", "directional", "-o", folder.path("out.png")});
+    const Result unused = run({"render", stillLife, "--chain", "deferred", "--size", "64x48", "--light", "directional",
+        "-o", folder.path("out.png")});
     EXPECT_EQ(unused.status, 0);
     EXPECT_EQ(unused.errors,
         QStringList("kvz: warning: deferred: the chain: expected a pass that takes the lights, found none; add a "
@@ -693,7 +694,7 @@ TEST(KvzProgramTest, aFloorCatchesTheShadow)
     const auto picture = [&](const QStringList &arguments) {
         EXPECT_EQ(
             run(QStringList{"render", bunny, "--size", "160x120", "--camera", "25,30", "-o", folder.path("out.png")}
-                + arguments)
+                + (arguments.contains("--chain") ? arguments : arguments + QStringList{"--chain", "deferred"}))
                 .status,
             0);
         return expectPicture(folder.path("out.png"), {160, 120});
@@ -745,8 +746,9 @@ TEST(KvzProgramTest, theAddedFloorIsTheBackdrops)
 TEST(KvzProgramTest, lastFrameIsThePicture)
 {
     TemporaryFolder folder;
-    run({"render", stillLife, "--size", "96x64", "-o", folder.path("one.png")});
-    const Result result = run({"render", stillLife, "--size", "96x64", "--frames", "7", "-o", folder.path("many.png")});
+    const QStringList still{"render", stillLife, "--chain", "deferred", "--size", "96x64", "-o"};
+    run(still + QStringList{folder.path("one.png")});
+    const Result result = run(still + QStringList{folder.path("many.png"), "--frames", "7"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.errors, QStringList()) << "no progress bar where no terminal is";
     EXPECT_EQ(expectPicture(folder.path("many.png"), {96, 64}), expectPicture(folder.path("one.png"), {96, 64}));
@@ -769,8 +771,8 @@ TEST(KvzProgramTest, chainFileIsRendered)
 TEST(KvzProgramTest, outputsOfPassesAreCaptured)
 {
     TemporaryFolder folder;
-    const Result result = run({"render", bunny, "--size", "160x120", "--frames", "2", "--capture",
-        folder.path("new/captures"), "-o", folder.path("out.png")});
+    const Result result = run({"render", bunny, "--chain", "deferred", "--size", "160x120", "--frames", "2",
+        "--capture", folder.path("new/captures"), "-o", folder.path("out.png")});
     EXPECT_EQ(result.status, 0) << result.errors.join('\n').toStdString();
     const QDir captures(folder.path("new/captures"));
     const QStringList files = captures.entryList(QDir::Files, QDir::Name);
@@ -791,8 +793,8 @@ TEST(KvzProgramTest, outputsOfPassesAreCaptured)
 TEST(KvzProgramTest, timingsAreATable)
 {
     TemporaryFolder folder;
-    const Result result =
-        run({"render", stillLife, "--size", "64x64", "--frames", "4", "--timings", "-o", folder.path("out.png")});
+    const Result result = run({"render", stillLife, "--chain", "deferred", "--size", "64x64", "--frames", "4",
+        "--timings", "-o", folder.path("out.png")});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.errors, QStringList());
     const QStringList lines = linesOf(result.output);
@@ -832,8 +834,10 @@ TEST(KvzProgramTest, progressIsShownOnATerminal)
     Kvz program;
     program.terminal = ptsname(master);
     const int slave = open(ptsname(master), O_RDWR | O_NOCTTY); // keeps what was written until it is read
-    EXPECT_EQ(
-        program.run({"render", stillLife, "--size", "16x16", "--frames", "20", "-o", folder.path("out.png")}).status,
+    EXPECT_EQ(program
+                  .run({"render", stillLife, "--chain", "deferred", "--size", "16x16", "--frames", "20", "-o",
+                      folder.path("out.png")})
+                  .status,
         0);
     QByteArray shown(100000, '\0');
     shown.resize(int(std::max<ssize_t>(0, read(master, shown.data(), size_t(shown.size())))));

@@ -101,8 +101,8 @@ TEST_F(KvzScriptsTest, jsonIsALineForEachPicture)
 {
     const QString model = warningModel();
     const QString name = folder.path("{model}-{view}-{frame}.png");
-    const Result result = run({"render", stillLife, model, "--camera", "front", "--camera", "top:fov=20", "--frames",
-        "2", "--orbit", "30", "--samples", "3", "--size", "24x16", "--json", "-o", name});
+    const Result result = run({"render", stillLife, model, "--chain", "deferred", "--camera", "front", "--camera",
+        "top:fov=20", "--frames", "2", "--orbit", "30", "--samples", "3", "--size", "24x16", "--json", "-o", name});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.errors.size(), 1) << "the warning, for people";
     const QVector<QJsonObject> lines = jsonLines(result.output);
@@ -135,8 +135,8 @@ TEST_F(KvzScriptsTest, jsonIsALineForEachPicture)
 
 TEST_F(KvzScriptsTest, jsonHasThePassesWhereTheyAreTimed)
 {
-    const Result result = run({"render", stillLife, "--size", "16x12", "--samples", "3", "--json", "--timings", "-o",
-        folder.path("out.png")});
+    const Result result = run({"render", stillLife, "--chain", "deferred", "--size", "16x12", "--samples", "3",
+        "--json", "--timings", "-o", folder.path("out.png")});
     EXPECT_EQ(result.status, 0);
     const QVector<QJsonObject> lines = jsonLines(result.output);
     ASSERT_EQ(lines.size(), 1);
@@ -160,8 +160,8 @@ TEST_F(KvzScriptsTest, errorsStayOnStandardErrorWithJson)
 
 TEST_F(KvzScriptsTest, timingsOfSeveralPicturesAreOneTable)
 {
-    const Result result = run({"render", stillLife, "--size", "16x12", "--frames", "3", "--orbit", "9", "--timings",
-        "-o", folder.path("{frame}.png")});
+    const Result result = run({"render", stillLife, "--chain", "deferred", "--size", "16x12", "--frames", "3",
+        "--orbit", "9", "--timings", "-o", folder.path("{frame}.png")});
     EXPECT_EQ(result.status, 0);
     const QStringList lines = linesOf(result.output);
     ASSERT_EQ(lines.size(), 3 + 6 + 1) << result.output.toStdString();
@@ -250,8 +250,8 @@ TEST_F(KvzScriptsTest, progressOfReadingAndDrawingIsShownOnATerminal)
     Kvz program;
     program.terminal = terminal.name();
     const QString model = warningModel();
-    const Result result = program.run({"render", model, "--size", "16x12", "--frames", "4", "--orbit", "9", "--samples",
-        "2", "--json", "-o", folder.path("{frame}.png")});
+    const Result result = program.run({"render", model, "--chain", "deferred", "--size", "16x12", "--frames", "4",
+        "--orbit", "9", "--samples", "2", "--json", "-o", folder.path("{frame}.png")});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(jsonLines(result.output).size(), 4) << "on the other stream, untouched";
     const QByteArray shown = terminal.take();
@@ -265,8 +265,10 @@ TEST_F(KvzScriptsTest, progressOfReadingAndDrawingIsShownOnATerminal)
     EXPECT_EQ(shown.count('\n'), 1);
 
     program.environment.insert("TERM", "dumb");
-    EXPECT_EQ(
-        program.run({"render", stillLife, "--size", "16x12", "--samples", "9", "-o", folder.path("out.png")}).status,
+    EXPECT_EQ(program
+                  .run({"render", stillLife, "--chain", "deferred", "--size", "16x12", "--samples", "9", "-o",
+                      folder.path("out.png")})
+                  .status,
         0);
     EXPECT_EQ(terminal.take(), QByteArray()) << "a terminal that cannot wipe a line";
 }

@@ -78,7 +78,7 @@ void OrderCheck::checkRoles()
     }
 }
 
-/// Whether a pass takes an obscurance image and gives colours.
+/// Whether a pass takes an obscurance image and gives colours; not one that lays the layers over them itself.
 bool OrderCheck::appliesObscurance(const ResolvedPass &pass) const
 {
     const auto holds = [](TextureKind kind) {
@@ -86,10 +86,12 @@ bool OrderCheck::appliesObscurance(const ResolvedPass &pass) const
             return output.type == ValueType::Texture && output.texture.kind == kind;
         };
     };
+    const auto takes = [&](TextureKind kind) {
+        return std::any_of(pass.inputs.begin(), pass.inputs.end(),
+            [&](const ResolvedInput &input) { return input.source == Source::Output && holds(kind)(outputOf(input)); });
+    };
     return std::any_of(pass.info->outputs.begin(), pass.info->outputs.end(), holds(TextureKind::Colour))
-        && std::any_of(pass.inputs.begin(), pass.inputs.end(), [&](const ResolvedInput &input) {
-               return input.source == Source::Output && holds(TextureKind::Obscurance)(outputOf(input));
-           });
+        && takes(TextureKind::Obscurance) && !takes(TextureKind::Overlay);
 }
 
 void OrderCheck::checkLights()

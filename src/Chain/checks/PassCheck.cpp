@@ -9,6 +9,12 @@
 
 namespace Velmora::Kvz {
 
+namespace {
+
+const char relativeNames[] = "relative names are resolved against the folder of the chain file";
+
+} // namespace
+
 void PassCheck::reportEmptyChain()
 {
     report(Severity::Error, Code::EmptyChain, {}, {}, "at least one pass", "none", "add a pass");
@@ -79,14 +85,22 @@ void PassCheck::checkValue(int index, const QString &port, const QVariant &given
 
 void PassCheck::checkImageFile(int index, const InputInfo &input, const QString &path, const QString &name)
 {
-    if (input.imageFile == ImageFileUse::None || name.isEmpty())
+    if (!input.namesFile(name))
         return;
-    const ImageFileInfo image = inspectImageFile(path);
     const QString pass = passName(index);
+    if (input.imageFile == ImageFileUse::Light) {
+        const QString problem = input.problemWith(path);
+        if (!problem.isEmpty())
+            report(Severity::Error, Code::BadValue, pass, input.name,
+                QStringLiteral("%1, or an image of light from all around")
+                    .arg(input.builtInNames.join(QStringLiteral(", "))),
+                QStringLiteral("%1: %2").arg(quoted(path), problem), QDir::isRelativePath(name) ? relativeNames : "");
+        return;
+    }
+    const ImageFileInfo image = inspectImageFile(path);
     if (!image.problem.isEmpty()) {
         report(Severity::Error, Code::BadValue, pass, input.name, "an image file",
-            QStringLiteral("%1, %2").arg(quoted(path), image.problem),
-            QDir::isRelativePath(name) ? "relative names are resolved against the folder of the chain file" : "");
+            QStringLiteral("%1, %2").arg(quoted(path), image.problem), QDir::isRelativePath(name) ? relativeNames : "");
         return;
     }
     if (input.imageFile != ImageFileUse::Converted && !image.has32Bits) {

@@ -36,6 +36,15 @@ PassInfo PassEntries::ambientVisibilityRenderPass()
             "Where the lower left pixel lies in the whole picture, in even numbers of pixels: for pictures drawn in "
             "tiles.",
             "(0, 0)"),
+        textureInput("Kvz_KvzTexture*_Indirect", TextureKind::Colour,
+            "What surfaces send of their surroundings' light, linear: their colours, with the irradiance.",
+            "all have the albedo, unless there are colours"),
+        input("Kvz_QVariant_Irradiance", ValueType::Variant, QVariant(),
+            "Nine vectors from EnvironmentLightRenderPass: what white would send.",
+            "all have the albedo, unless there are colours"),
+        input(
+            "Kvz_float_EnvironmentRotation", ValueType::Float, 0.0f, "Of the surroundings about +y, in degrees.", "0"),
+        cameraInput(),
     };
     pass.outputs = {
         pooledOutput("Kvz_KvzTexture*_Visibility", TextureKind::Obscurance, GL_RGBA8,

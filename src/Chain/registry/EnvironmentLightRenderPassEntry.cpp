@@ -16,13 +16,16 @@ PassInfo PassEntries::environmentLightRenderPass()
     lights.whenNull = QStringLiteral("the environment's own key light");
     InputInfo viewport = viewportInput();
     viewport.whenNull = QStringLiteral("no background");
+    InputInfo environment = imageFileInput("Kvz_QString_Environment", ImageFileUse::Light,
+        "The name of a built-in environment (daylight, studio, white), or the path of an image.", "no surroundings");
+    environment.defaultValue = QStringLiteral("studio");
+    environment.builtInNames = EnvironmentLightRenderPass::builtInNames();
+    environment.problemWith = &EnvironmentLightRenderPass::problemWith;
     pass.inputs = {
         viewport,
         projectionInput(),
         cameraInput(),
-        input("Kvz_QString_Environment", ValueType::String, QStringLiteral("studio"),
-            "The name of a built-in environment (daylight, studio, white), or the path of an image.",
-            "no surroundings"),
+        environment,
         input("Kvz_float_EnvironmentRotation", ValueType::Float, 0.0f, "Turns the surroundings about +y, in degrees.",
             "0"),
         lights,

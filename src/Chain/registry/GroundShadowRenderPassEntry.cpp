@@ -12,15 +12,12 @@ PassInfo PassEntries::groundShadowRenderPass()
     pass.className = QStringLiteral("GroundShadowRenderPass");
     pass.summary =
         QStringLiteral("Draws what a model takes from the light of the ground under it, as a layer with alpha.");
-    InputInfo depth = textureInput(
-        "Kvz_KvzTexture*_Depth", TextureKind::Depth, "Hides the ground where it is nearer.", "nothing hides it");
-    // A layer that is laid under the frame needs none, and would show a gap at smoothed rims.
-    depth.wiring = ImplicitWiring::Never;
     pass.inputs = {
         viewportInput(),
         projectionInput(),
         cameraInput(),
-        depth,
+        textureInput("Kvz_KvzTexture*_Depth", TextureKind::Depth,
+            "Hides the ground where it is nearer, but for two pixels at rims.", "nothing hides it"),
         input("Kvz_KvzGPUModel*_Geometry", ValueType::Model, QVariant(), "What stands on the ground.",
             "no contact shadow"),
         sceneBoundsInput("Kvz_QVector3D_SceneBoundsMin", "Lower corner of the scene: the ground's height."),
@@ -43,10 +40,15 @@ PassInfo PassEntries::groundShadowRenderPass()
             "Turns the pattern of soft shadows, for frames that are averaged.", "0"),
         input("Kvz_Vector2D_PatternOrigin", ValueType::Vector2D, QVariant(),
             "Where the lower left pixel lies in the whole picture, in pixels: for pictures drawn in tiles.", "(0, 0)"),
+        textureInput("Kvz_KvzTexture*_Background", TextureKind::Colour,
+            "Linear radiance behind the model, which is darkened instead of a layer being drawn.",
+            "the layer is drawn"),
     };
     pass.outputs = {
-        pooledOutput(
-            "Kvz_KvzTexture*_Ground", TextureKind::Colour, GL_RGBA16F, "Black, with what the ground loses in alpha."),
+        pooledOutput("Kvz_KvzTexture*_Ground", TextureKind::Colour, GL_RGBA16F,
+            "Black, with what the ground loses in alpha. Null with a background."),
+        pooledOutput("Kvz_KvzTexture*_Background", TextureKind::Colour, GL_RGBA16F,
+            "The background with that loss; null without one."),
     };
     pass.create = construct<GroundShadowRenderPass>;
     return pass;

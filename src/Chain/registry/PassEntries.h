@@ -10,6 +10,7 @@ namespace Velmora::Kvz::PassEntries {
 /// \name Entries of the registry
 /// One function for each pass class, in a file named after the class.
 /// @{
+PassInfo backdropRenderPass();
 PassInfo backgroundImageRenderPass();
 PassInfo blendRenderPass();
 PassInfo blurAndCombineRenderPass();
@@ -72,6 +73,7 @@ PassInfo wireframeRenderPass();
 /// @}
 
 inline constexpr PassInfo (*all[])() = {
+    backdropRenderPass,
     backgroundImageRenderPass,
     blendRenderPass,
     blurAndCombineRenderPass,

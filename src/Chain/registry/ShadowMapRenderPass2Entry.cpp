@@ -22,10 +22,13 @@ PassInfo PassEntries::shadowMapRenderPass2()
     pass.className = QStringLiteral("ShadowMapRenderPass2");
     pass.summary = QStringLiteral("Renders variance shadow maps of all lights, several layers per draw where the "
                                   "driver can, and only when dirty.");
+    InputInfo lights = lightsInput();
+    // Of no layers it would make a program with an array of no elements.
+    lights.idleWithoutLights = true;
     pass.inputs = {
         shadowModelInput(),
         instanceDataInput(),
-        lightsInput(),
+        lights,
         input("Kvz_bool_Dirty", ValueType::Bool, QVariant(),
             "Whether lights, camera, bounds or model have changed since the last frame.", "true"),
         shadowProjectionInput(),

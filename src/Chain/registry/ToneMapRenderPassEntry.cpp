@@ -37,6 +37,11 @@ PassInfo PassEntries::toneMapRenderPass()
             "Half floats instead of 8 bits, and no dither: for passes that average frames.", "false"),
         input("Kvz_Vector2D_PatternOrigin", ValueType::Vector2D, QVariant(),
             "Where the lower left pixel lies in the whole picture, in pixels: for pictures drawn in tiles.", "(0, 0)"),
+        textureInput("Kvz_KvzTexture*_Layers", TextureKind::Overlay,
+            "Linear radiance of transparent layers; in alpha the share of what lies behind them that comes through.",
+            "no layers"),
+        textureInput("Kvz_KvzTexture*_Background", TextureKind::Colour,
+            "Linear radiance behind the frame, multiplied by alpha.", "nothing"),
     };
     OutputInfo frame = pooledOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA8,
         "Display values, multiplied by alpha; GL_RGBA16F with RenderInHDR.");

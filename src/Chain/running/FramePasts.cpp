@@ -7,6 +7,7 @@
 #include <Scene/GPUModel.h>
 #include <Scene/InstanceDataCollection.h>
 #include <Scene/ModelPast.h>
+#include <Scene/ShadowMapManager.h>
 
 #include <algorithm>
 #include <utility>
@@ -14,14 +15,6 @@
 namespace Velmora::Kvz {
 
 namespace {
-
-using LightValues = ShadowMapManager::LightValues;
-
-bool areEqual(const LightValues &a, const LightValues &b)
-{
-    return a.type == b.type && a.position == b.position && a.direction == b.direction && a.coneAngle == b.coneAngle
-        && a.range == b.range && a.cascades == b.cascades && a.depthBias == b.depthBias && a.intensity == b.intensity;
-}
 
 GPUModel *modelIn(const QVariant &value)
 {
@@ -60,23 +53,25 @@ bool isView(const QString &name)
 /// Whether what a pass makes of its lights depends on the view: the layers of directional ones divide it.
 bool followsView(const PassSlot &slot)
 {
-    return std::any_of(slot.inputs.begin(), slot.inputs.end(), [](const SlotInput &input) {
-        if (input.info->type != ValueType::Lights || !input.value)
-            return false;
-        const QVector<ShadowMapManager::Light *> lights = ShadowMapManager::lightsIn(*input.value);
-        return std::any_of(lights.begin(), lights.end(), [](const ShadowMapManager::Light *light) {
-            return ShadowMapManager::valuesOf(*light).type == ShadowMapManager::Light::Directional;
-        });
-    });
+    for (int i = 0; i < int(slot.inputs.size()); ++i) {
+        if (slot.inputs[size_t(i)].info->type != ValueType::Lights)
+            continue;
+        const QVector<ShadowMapManager::Light *> lights = ShadowMapManager::lightsIn(slot.inputValue(i));
+        if (std::any_of(lights.begin(), lights.end(), [](const ShadowMapManager::Light *light) {
+                return ShadowMapManager::valuesOf(*light).type == ShadowMapManager::Light::Directional;
+            }))
+            return true;
+    }
+    return false;
 }
 
-/// Whether all that a pass takes is looked at for changes: not what other passes make, nor rows of the host.
+/// Whether all that a pass takes is looked at for changes: of what other passes make only lights, and no rows of the host.
 bool isFollowed(const PassSlot &slot)
 {
     return std::all_of(slot.inputs.begin(), slot.inputs.end(), [](const SlotInput &input) {
         const bool hasRows =
             input.info->type == ValueType::InstanceData && input.value && !input.value->toList().isEmpty();
-        return !input.producer && !hasRows;
+        return (!input.producer || input.info->type == ValueType::Lights) && !hasRows;
     });
 }
 
@@ -230,13 +225,6 @@ PastLoss FramePasts::lossOfRows()
 
 PastLoss FramePasts::lossOfLights()
 {
-    std::vector<LightValues> lights;
-    const auto add = [&lights](const QVariant *value) {
-        if (!value)
-            return;
-        for (const ShadowMapManager::Light *light : ShadowMapManager::lightsIn(*value))
-            lights.push_back(ShadowMapManager::valuesOf(*light));
-    };
     // Only where they are taken: a host may have deleted others.
     std::vector<const QVariant *> taken;
     for (const auto &slot : m_slots) {
@@ -248,8 +236,12 @@ PastLoss FramePasts::lossOfLights()
                 taken.push_back(input.value);
         }
     }
-    std::for_each(taken.begin(), taken.end(), add);
-    const bool areSame = std::equal(lights.begin(), lights.end(), m_lights.begin(), m_lights.end(), areEqual);
+    LightState lights;
+    for (const QVariant *const value : taken) {
+        if (value)
+            lights.add(*value);
+    }
+    const bool areSame = lights == m_lights;
     m_lights = std::move(lights);
     return areSame ? PastLoss::None : PastLoss::Means;
 }
@@ -325,7 +317,7 @@ void FramePasts::endFrame(bool advancesModels)
 void FramePasts::leaveContext()
 {
     m_models.clear();
-    m_lights.clear();
+    m_lights = LightState();
     m_size = QSize();
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <Scene/ShadowMapManager.h>
+#include <Chain/running/LightState.h>
 
 #include <QtCore/QSize>
 #include <QtCore/QStringList>
@@ -100,7 +100,7 @@ private:
     bool m_areModelsNew = false; ///< They need new pasts.
     std::vector<Model> m_models; ///< Of the last frame.
     BoundRows m_rows; ///< Of the last frame.
-    std::vector<ShadowMapManager::LightValues> m_lights; ///< Of the last frame.
+    LightState m_lights; ///< Of the last frame.
 };
 
 } // namespace Velmora::Kvz

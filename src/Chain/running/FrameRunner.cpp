@@ -16,6 +16,7 @@
 #include <GL/TextureManager.h>
 #include <Host/GLState.h>
 #include <Scene/GPUModel.h>
+#include <Scene/ShadowMapManager.h>
 
 #include <QtCore/QRect>
 
@@ -80,6 +81,28 @@ bool presentsToScreen(const PassSlot &slot)
             return false;
     }
     return true;
+}
+
+/// Does what a pass with that trait does to its models when it runs.
+void resetCulling(const PassSlot &slot)
+{
+    if (!slot.traits.testFlag(PassTrait::ResetsCulling))
+        return;
+    for (int i = 0; i < int(slot.inputs.size()); ++i) {
+        const auto model = slot.inputValue(i).value<GPUModel *>();
+        if (model && slot.info->inputs[i].type == ValueType::Model)
+            model->resetCulling();
+    }
+}
+
+/// Whether a pass has nothing to do for want of lights.
+bool isIdle(const PassSlot &slot)
+{
+    for (int i = 0; i < int(slot.inputs.size()); ++i) {
+        if (slot.inputs[size_t(i)].info->idleWithoutLights && ShadowMapManager::lightsIn(slot.inputValue(i)).isEmpty())
+            return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -149,10 +172,10 @@ void FrameRunner::run(PassSlot *slot, int index)
                                                "disable the pass")
                               : QStringLiteral("%1 is null").arg(missing->name)));
     }
-    if (slot->isCurrent && slot->enabled && !missing)
+    if (slot->isCurrent && slot->enabled && !missing && slot->producedLights() == slot->lights)
         rest(slot, index);
     else
-        start(slot, index, slot->enabled && !missing && !isNowhere);
+        startOrSkip(slot, index, slot->enabled && !missing && !isNowhere);
     const bool isRefused = reportRefusals(slot);
     reportFailure(slot, isRefused);
     references.balance(*slot);
@@ -200,11 +223,22 @@ const InputInfo *FrameRunner::setInputs(PassSlot *slot, TextureReferences *refer
     return missing;
 }
 
+/// Starts a pass, or skips one that does not run or has nothing to do.
+void FrameRunner::startOrSkip(PassSlot *slot, int index, bool runs) const
+{
+    const bool hasWork = runs && !isIdle(*slot);
+    start(slot, index, hasWork);
+    if (runs && !hasWork)
+        resetCulling(*slot);
+}
+
 /// Starts or skips a pass.
 void FrameRunner::start(PassSlot *slot, int index, bool runs) const
 {
     slot->wasStarted = runs;
     slot->isCurrent = runs && slot->traits.testFlag(PassTrait::RestsUnchanged);
+    if (slot->isCurrent)
+        slot->lights = slot->producedLights();
     slot->timing.rests = false;
     if (runs) {
         slot->hasPast = slot->keepsPast();
@@ -233,13 +267,7 @@ void FrameRunner::rest(PassSlot *slot, int index) const
     // An empty one: the timer reads the spans of all passes.
     m_times->beginSpan(index);
     m_times->endSpan(index);
-    if (!slot->traits.testFlag(PassTrait::ResetsCulling))
-        return;
-    for (int i = 0; i < int(slot->inputs.size()); ++i) {
-        const auto model = slot->inputValue(i).value<GPUModel *>();
-        if (model && slot->info->inputs[i].type == ValueType::Model)
-            model->resetCulling();
-    }
+    resetCulling(*slot);
 }
 
 QSize FrameRunner::viewportOf(const PassSlot &slot) const

@@ -59,6 +59,7 @@ public:
 private:
     void run(PassSlot *slot, int index);
     const InputInfo *setInputs(PassSlot *slot, TextureReferences *references) const;
+    void startOrSkip(PassSlot *slot, int index, bool runs) const;
     void start(PassSlot *slot, int index, bool runs) const;
     void rest(PassSlot *slot, int index) const;
     bool hasScreen();

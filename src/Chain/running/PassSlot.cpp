@@ -21,6 +21,16 @@ QVariant PassSlot::inputValue(int index) const
     return relative.power == 1 ? relative.value * unit : relative.value / unit;
 }
 
+LightState PassSlot::producedLights() const
+{
+    LightState state;
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        if (inputs[i].producer && inputs[i].info->type == ValueType::Lights)
+            state.add(inputValue(int(i)));
+    }
+    return state;
+}
+
 bool PassSlot::choosesObject() const
 {
     return std::any_of(

@@ -3,6 +3,7 @@
 
 #include <Chain/ChainResults.h>
 #include <Chain/PassInfo.h>
+#include <Chain/running/LightState.h>
 #include <Chain/running/SlotHabit.h>
 #include <Core/RenderPass.h>
 
@@ -72,6 +73,7 @@ struct PassSlot
     bool seesLoss = false; ///< It forgets in this frame by itself.
 
     bool isCurrent = false; ///< It has run, and nothing has changed since that its outputs depend on.
+    LightState lights; ///< Of other passes, when it ran last.
 
     bool saidMissing = false; ///< The log has the line about a missing input.
     bool saidFailed = false; ///< The log has the line about a failure.
@@ -81,6 +83,8 @@ struct PassSlot
 
     /// What an input gets: the present value of its source, else its default; a SceneRelative is worked out. Needs an active object here and at the source.
     QVariant inputValue(int input) const;
+    /// The lights that other passes make for it.
+    LightState producedLights() const;
     bool choosesObject() const;
     /// Whether its picture depends on earlier frames.
     bool keepsPast() const;

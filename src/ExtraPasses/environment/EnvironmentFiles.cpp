@@ -62,7 +62,7 @@ FilteredEnvironment loadEnvironment(const QString &nameOrFile, QString *problem)
     if (builtInEnvironments().contains(nameOrFile))
         return readFiltered(contentOf(builtInFile(nameOrFile)));
     const auto refuse = [&](const QString &reason) {
-        *problem = QStringLiteral("Environment \"%1\" cannot be used: %2").arg(nameOrFile, reason);
+        *problem = reason;
         return FilteredEnvironment();
     };
     QFile file(nameOrFile);
