@@ -85,10 +85,10 @@ TEST(KvzRecipesTest, theRecipesDoWhatTheySay)
         EXPECT_EQ(process.readAllStandardError(), QByteArray()) << block.toStdString();
     }
 
-    for (int i = 0; i < 36; i += 5)
-        expectBox(folder.path(QStringLiteral("turntable-%1.png").arg(i, 2, 10, QLatin1Char('0'))), {640, 360});
+    for (int i = 0; i < 24; i += 5)
+        expectBox(folder.path(QStringLiteral("turntable-%1.png").arg(i, 2, 10, QLatin1Char('0'))), {320, 180});
     EXPECT_NE(QImage(folder.path("turntable-05.png")), QImage(folder.path("turntable-06.png")));
-    EXPECT_FALSE(QFile::exists(folder.path("turntable-36.png")));
+    EXPECT_FALSE(QFile::exists(folder.path("turntable-24.png")));
     expectBox(folder.path("thumbnail.png"), {256, 256});
     expectBox(folder.path("thumbnails/box.png"), {256, 256});
     EXPECT_EQ(linesOf(QString::fromUtf8(folder.read("thumbnails/index.jsonl"))).size(), 2);
