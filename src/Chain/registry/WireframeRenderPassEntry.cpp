@@ -24,6 +24,7 @@ PassInfo PassEntries::wireframeRenderPass()
         warnWhenOpen("Kvz_KvzTexture*_Id", "an id image", "none: there is no overlay",
             "put a ModelRenderPass or a GBufferRenderPass before it"),
     };
+    pass.reach = [](const PassUse &) { return PassReach{1, 0, 1, {}}; };
     pass.create = construct<WireframeRenderPass>;
     return pass;
 }
