@@ -2,20 +2,13 @@
 #pragma once
 
 #include <Host/Export.h>
+#include <Host/PictureNames.h>
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
-#include <QtCore/QStringList>
 #include <QtGui/QImage>
 
 namespace Velmora::Kvz {
-
-/// The reason why no picture can be written to this file, in one line without its name; empty if writing should work.
-/// The suffix gives the format: "png", "exr", or another that the installed Qt can write. Changes nothing on disk.
-KVZ_HOST_EXPORT QString imageFileProblem(const QString &file);
-
-/// The suffixes that writeImage() takes, in order.
-KVZ_HOST_EXPORT QStringList writableImageSuffixes();
 
 /// A picture as the bytes of a file of this format, such as "png": with its alpha, and in 16 bits a channel if it has them, where the format
 /// has that too. PNG is compressed quickly rather than well: a sixth larger than usual in a third of the time. Empty, with one line in `error`,

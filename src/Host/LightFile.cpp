@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <Host/LightFile.h>
 
-#include <Host/ImageWriter.h>
+#include <Host/PictureNames.h>
 
 #include <QtCore/QSaveFile>
 #include <QtCore/QSet>

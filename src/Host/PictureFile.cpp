@@ -3,7 +3,7 @@
 
 #include "PngEncoder.h"
 
-#include <Host/ImageWriter.h>
+#include <Host/PictureNames.h>
 
 #include <QtCore/QSaveFile>
 #include <QtGui/QImageWriter>
