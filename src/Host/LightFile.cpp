@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <Host/LightFile.h>
 
+#include "WritingReason.h"
+
 #include <Host/PictureNames.h>
 
 #include <QtCore/QSaveFile>
@@ -119,7 +121,7 @@ struct LightFile::Private
     QString reasonOf(const std::exception &problem) const
     {
         const bool isFull = file.error() != QFileDevice::NoError || std::strcmp(problem.what(), fullDisk) == 0;
-        return isFull ? file.errorString() : QString::fromUtf8(problem.what()).simplified();
+        return isFull ? writingReason(file) : QString::fromUtf8(problem.what()).simplified();
     }
     void begin();
     void write(int count, const QVector<const void *> &data);
@@ -237,7 +239,7 @@ bool LightFile::finish(QString *error)
     } catch (const std::exception &problem) {
         return d->refuse(d->reasonOf(problem), error);
     }
-    return d->file.commit() || d->refuse(d->file.errorString(), error);
+    return d->file.commit() || d->refuse(writingReason(d->file), error);
 }
 
 void decodeDisplayColours(float *rgba, size_t pixels)

@@ -2,6 +2,7 @@
 #include <Host/PictureFile.h>
 
 #include "PngEncoder.h"
+#include "WritingReason.h"
 
 #include <Host/PictureNames.h>
 
@@ -121,7 +122,7 @@ bool PictureFile::Private::begin(QString *error)
         return !whole.isNull() || refuse(QStringLiteral("there is no memory for the picture"), error);
     }
     png = std::make_unique<PngEncoder>(device);
-    return png->begin(size, format.hasAlpha, format.depth) || refuse(device->errorString(), error);
+    return png->begin(size, format.hasAlpha, format.depth) || refuse(writingReason(*device), error);
 }
 
 bool PictureFile::Private::write(const QImage &part, QString *error)
@@ -140,7 +141,7 @@ bool PictureFile::Private::write(const QImage &part, QString *error)
             row = reinterpret_cast<const uchar *>(opaque.constData());
         }
         if (!png->writeRow(row))
-            return refuse(device->errorString(), error);
+            return refuse(writingReason(*device), error);
     }
     rows += part.height();
     return true;
@@ -214,7 +215,7 @@ bool PictureFile::finish(QString *error)
             QStringLiteral("%1 of %2 rows are missing").arg(d->size.height() - d->rows).arg(d->size.height()), error);
     if (d->png) {
         if (!d->png->end())
-            return d->refuse(d->device->errorString(), error);
+            return d->refuse(writingReason(*d->device), error);
     } else {
         QImageWriter writer(d->device, d->format.type);
         if (d->format.quality >= 0)
@@ -222,7 +223,7 @@ bool PictureFile::finish(QString *error)
         if (!writer.write(d->whole))
             return d->refuse(writer.errorString(), error);
     }
-    return !d->file || d->file->commit() || d->refuse(d->file->errorString(), error);
+    return !d->file || d->file->commit() || d->refuse(writingReason(*d->file), error);
 }
 
 QImage wordsFromColours(const float *rgba, const QSize &size, bool hasAlpha)

@@ -140,7 +140,7 @@ TEST(TiledPictureTest, chainsThatNeedTheWholePictureNameThePass)
     const std::map<QString, const char *> expected{
         {"ambient-obscurance", "ScalableAmbientObscuranceRenderPass"},
         {"backdrop", "BackgroundImageRenderPass"},
-        {"blend-gallery", "TextureToScreenRenderPass"},
+        {"blend-gallery", "ModelRenderPass"},
         {"depth-of-field", "DepthOfFieldRenderPass"},
         {"exposure", "ShaderRenderPass"},
         {"full", "ScalableAmbientObscuranceRenderPass"},

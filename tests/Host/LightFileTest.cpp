@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "support/ExrFile.h"
+#include "support/FileSizeLimit.h"
 #include "support/TemporaryFolder.h"
 
 #include <Host/ImageWriter.h>
@@ -119,6 +120,28 @@ TEST(LightFileTest, anUnfinishedFileLeavesTheOneThatIsThere)
     }
     EXPECT_EQ(folder.read("a.exr"), "old");
     EXPECT_EQ(folder.entries(), QStringList("a.exr"));
+}
+
+TEST(LightFileTest, aFullDiskLeavesTheFileThatIsThere)
+{
+    TemporaryFolder folder;
+    const QString name = folder.write("a.exr", "old");
+    std::vector<float> noise(200 * 200);
+    quint32 state = 1;
+    for (float &value : noise) {
+        state = state * 1664525u + 1013904223u;
+        value = float(state >> 8);
+    }
+    QString error;
+    {
+        const FileSizeLimit limit(50000);
+        const auto file = LightFile::create(name, {200, 200}, {{QString(), {"R"}, LightLayer::Type::Float}}, &error);
+        ASSERT_TRUE(file) << qPrintable(error);
+        EXPECT_FALSE(file->append(200, {noise.data()}, &error) && file->finish(&error));
+    }
+    EXPECT_FALSE(error.isEmpty() || error.contains('\n') || error.contains("Unknown")) << qPrintable(error);
+    EXPECT_EQ(folder.read("a.exr"), "old");
+    EXPECT_EQ(folder.entries(), QStringList("a.exr")) << "nothing half written is left";
 }
 
 TEST(LightFileTest, namesAndSizesThatCannotBeAreRefused)
