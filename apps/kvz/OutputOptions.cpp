@@ -27,7 +27,7 @@ QVector<OptionSpec> outputOptionSpecs()
     list += optionSpec("quality", "N", "Of JPEG and WebP, from 0 to 100.",
         "100 is the largest file, and of WebP one without loss. Without it the format's own choice holds.");
     list += optionSpec("layers", "", "All images of the last frame, as layers of an EXR.",
-        "Each image output of each pass, named by pass and port, such as surface.Normal.X. Depth is the distance from "
+        "Each image output of each pass, named by pass and port, such as geometry.Normal.X. Depth is the distance from "
         "the "
         "camera's plane. Images of another size than the picture's are named in a line and left out.");
     list += optionSpec("tile", "N", "Draws the picture in tiles of at most N pixels a side.",

@@ -76,7 +76,7 @@ QString PictureOutput::add(const PictureTile &tile, RenderTarget &target, QVecto
 {
     QString problem = m_options.written.needsFloats() ? addColours(tile, target) : addBytes(tile, target);
     if (problem.isEmpty() && m_options.written.layers)
-        problem = addLayers(tile, images);
+        addLayers(tile, images);
     const bool endsRow = tile.shown.left() + tile.shown.width() == m_options.size.width();
     return problem.isEmpty() && endsRow ? flush(tile.shown.height()) : problem;
 }
@@ -137,7 +137,7 @@ void PictureOutput::chooseLayers(const PictureTile &tile, const QVector<RenderCh
     m_layerWords.resize(size_t(m_layers.size()));
 }
 
-QString PictureOutput::addLayers(const PictureTile &tile, const QVector<RenderChain::Capture> &images)
+void PictureOutput::addLayers(const PictureTile &tile, const QVector<RenderChain::Capture> &images)
 {
     if (!m_hasChosenLayers)
         chooseLayers(tile, images);
@@ -149,11 +149,18 @@ QString PictureOutput::addLayers(const PictureTile &tile, const QVector<RenderCh
             return capture.pass == m_sources[i].first && capture.port == m_sources[i].second;
         });
         const auto channels = size_t(m_layers[i].channels.size());
-        if (image == images.end() || QSize(image->texels.width, image->texels.height) != tile.drawn.size()
-            || size_t(image->texels.channels) != channels)
-            return named(QStringLiteral("the layer %1 is missing in a part of the picture").arg(m_layers[i].name));
         std::vector<quint32> &words = m_layerWords[size_t(i)];
         words.resize(channels * width * size_t(place.height()));
+        // A pass may have had nothing to draw in this part.
+        const bool isThere = image != images.end()
+            && QSize(image->texels.width, image->texels.height) == tile.drawn.size()
+            && size_t(image->texels.channels) == channels;
+        if (!isThere) {
+            for (int y = 0; y < place.height(); ++y)
+                std::fill_n(words.begin() + std::ptrdiff_t((size_t(y) * width + size_t(tile.shown.left())) * channels),
+                    channels * size_t(place.width()), 0);
+            continue;
+        }
         const TexelImage &texels = image->texels;
         const void *const from =
             texels.integers.empty() ? static_cast<const void *>(texels.floats.data()) : texels.integers.data();
@@ -163,7 +170,19 @@ QString PictureOutput::addLayers(const PictureTile &tile, const QVector<RenderCh
                 static_cast<const quint32 *>(from) + begin, channels * size_t(place.width()) * sizeof(quint32));
         }
     }
-    return {};
+    noteLateLayers(images);
+}
+
+/// What the first tile did not have and this one has is not in the file.
+void PictureOutput::noteLateLayers(const QVector<RenderChain::Capture> &images)
+{
+    for (const RenderChain::Capture &image : images) {
+        const QString name = layerOf(image).name;
+        const QString late = QStringLiteral("%1 (only in a part of the picture)").arg(name);
+        const bool isKnown = m_sources.contains({image.pass, image.port}) || m_missingLayers.contains(name);
+        if (!isKnown && !m_missingLayers.contains(late))
+            m_missingLayers.append(late);
+    }
 }
 
 bool PictureOutput::openPicture(QString *error)

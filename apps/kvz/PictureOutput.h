@@ -41,7 +41,8 @@ private:
     QString addBytes(const PictureTile &tile, RenderTarget &target);
     QString addColours(const PictureTile &tile, RenderTarget &target);
     void chooseLayers(const PictureTile &tile, const QVector<RenderChain::Capture> &images);
-    QString addLayers(const PictureTile &tile, const QVector<RenderChain::Capture> &images);
+    void addLayers(const PictureTile &tile, const QVector<RenderChain::Capture> &images);
+    void noteLateLayers(const QVector<RenderChain::Capture> &images);
     QString flush(int rows);
     QString flushLight(int rows);
     bool openPicture(QString *error);

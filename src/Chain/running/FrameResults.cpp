@@ -97,13 +97,16 @@ void FrameResults::capture(PassSlot *slot)
             continue;
         slot->outputs[i].isCaptured = false;
         const OutputInfo &output = slot->info->outputs[int(i)];
+        const bool isTexture = output.type == ValueType::Texture;
+        if (m_takesTexels && isTexture && !objectIn<Texture>(slot->active->output(int(i))))
+            continue; // There is no image in this frame.
         PassCapture capture{slot->name, output.name, QImage(), TexelImage(), output.texture.kind};
         if (m_takesTexels)
             capture.texels = texelsOfOutput(*slot, int(i));
         else
             capture.image = captureOutput(*slot, int(i));
         m_captures.append(std::move(capture));
-        if (output.type == ValueType::Texture)
+        if (isTexture)
             TextureManager::Instance()->releaseTempTextureRef(objectIn<Texture>(slot->active->output(int(i))), 1);
     }
 }
