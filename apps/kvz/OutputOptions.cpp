@@ -69,6 +69,9 @@ std::optional<int> readOutputOptions(
         if (isSet("capture"))
             return failUsage(QStringLiteral("--tile and --capture do not go together: no pass has a whole image then"));
     }
+    if (options->layers && isSet("capture"))
+        return failUsage(
+            QStringLiteral("--layers and --capture do not go together: each takes the images of the frame"));
     if (options->layers && !options->isLight)
         return fail(QStringLiteral("-o %1: pictures of this type have no layers, which --layers needs; write an .exr")
                         .arg(output));

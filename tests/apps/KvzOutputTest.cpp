@@ -379,6 +379,8 @@ TEST_F(KvzOutputTest, optionsThatDoNotFitTheFileAreRefused)
         "image into what it draws");
     expectRefused({"render", model(), "-o", file("a.png"), "--tile", "64", "--capture", file("images")}, 2,
         "--tile and --capture do not go together", "");
+    expectRefused({"render", model(), "-o", file("a.exr"), "--layers", "--capture", file("images")}, 2,
+        "--layers and --capture do not go together", "");
     for (const QString &entry : folder.entries())
         EXPECT_FALSE(entry.startsWith("a.")) << entry.toStdString();
 }
