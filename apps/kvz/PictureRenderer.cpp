@@ -228,8 +228,9 @@ QString PictureRenderer::drawFrames(const Picture &picture, const CameraPath &pa
             return QStringLiteral("%1: %2").arg(m_options.chain, m_chain->errorString());
         const bool isPending = takeGLErrors() == GL_OUT_OF_MEMORY;
         if (ranOutOfGraphicsMemory() || isPending)
-            return QStringLiteral("%1: out of graphics memory at --size %2; try a smaller one, or --tile 1024")
-                .arg(m_options.chain, inPixels(m_options.size));
+            return QStringLiteral("%1: out of graphics memory at --size %2; try a smaller one%3")
+                .arg(m_options.chain, inPixels(m_options.size),
+                    m_tileSide || !m_options.captureFolder.isEmpty() ? QString() : QStringLiteral(", or --tile 1024"));
         if (m_options.timings) {
             m_chain->finishTimings();
             for (TimingTable *table : {times, all})
