@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <Chain/ChainLibrary.h>
 #include <Chain/PassInfo.h>
+#include <Chain/RenderChain.h>
 #include <Chain/ResolvedChain.h>
 #include <Chain/TiledPicture.h>
 
 #include <QtGui/QColor>
-#include <QtGui/QVector4D>
+#include <QtGui/QVector2D>
 
 #include <gtest/gtest.h>
 
@@ -178,6 +179,44 @@ TEST(TiledPictureTest, configurationsThatNeedTheWholePictureAreTold)
     fixed.passes[0].values["Kvz_QRect_Viewport"] = QVariantList{0, 0, 64, 64};
     const ResolvedChain chain(fixed);
     EXPECT_TRUE(TiledPicture(chain, QSize(512, 512)).problem().endsWith("it has a size of its own"));
+}
+
+TEST(TiledPictureTest, aChainIsToldOfItsTile)
+{
+    const QSize size(300, 200);
+    const ResolvedChain resolved(ready("shadows-layered"));
+    const TiledPicture picture(resolved, size);
+    const Camera camera = straightCamera(size);
+    const PictureTile tile = picture.tiles(100, {camera}, 2)[1];
+    ASSERT_EQ(tile.drawn, QRect(100, 100, 100, 100));
+    RenderChain chain;
+    ASSERT_TRUE(chain.setDescription(resolved.description())) << qPrintable(chain.errorString());
+    picture.begin(&chain, tile);
+    picture.setWholeCamera(&chain, camera);
+    const Camera part = picture.cameraOf(camera, tile);
+    chain.setCamera(part.cameraMatrix, part.projectionMatrix);
+
+    EXPECT_EQ(chain.frameValue(FrameValues::viewport).toRect(), QRect(0, 0, 100, 100));
+    EXPECT_EQ(chain.frameValue("Kvz_Vector2D_PatternOrigin").value<QVector2D>(), QVector2D(100, 100));
+    using Kind = RenderChain::InputSource::Kind;
+    const QString projection = FrameValues::projectionMatrix;
+    int shadowMaps = 0;
+    for (const ChainPass &pass : chain.description().passes) {
+        const int input = PassRegistry::standard().find(pass.className)->findInput(projection);
+        const bool drawsMaps = pass.className == QLatin1String("ShadowMapRenderPass2");
+        shadowMaps += drawsMaps ? 1 : 0;
+        if (drawsMaps) {
+            EXPECT_EQ(pass.values[projection].value<QMatrix4x4>(), camera.projectionMatrix) << "cascades fit the whole";
+            EXPECT_EQ(chain.inputSource(pass.name, projection).kind, Kind::Value);
+        } else if (input >= 0) {
+            EXPECT_EQ(chain.inputSource(pass.name, projection).kind, Kind::FrameValue) << qPrintable(pass.name);
+        }
+    }
+    EXPECT_EQ(shadowMaps, 1);
+    // The upper half of the chain's gradient.
+    const ChainPass &gradient = chain.description().passes[chain.description().findPass("background")];
+    const ChainPass &before = resolved.description().passes[resolved.description().findPass("background")];
+    EXPECT_NE(gradient.values["Kvz_QColor_ColorBottom"], before.values["Kvz_QColor_ColorBottom"]);
 }
 
 TEST(TiledPictureTest, aGradientGoesOnFromTileToTile)
