@@ -3,6 +3,7 @@
 
 #include "RenderOutputs.h"
 
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QFile>
 
 #include <algorithm>
@@ -78,7 +79,13 @@ QString PictureOutput::add(const PictureTile &tile, RenderTarget &target, QVecto
     if (problem.isEmpty() && m_options.written.layers)
         addLayers(tile, images);
     const bool endsRow = tile.shown.left() + tile.shown.width() == m_options.size.width();
-    return problem.isEmpty() && endsRow ? flush(tile.shown.height()) : problem;
+    if (!problem.isEmpty() || !endsRow)
+        return problem;
+    QElapsedTimer timer;
+    timer.start();
+    problem = flush(tile.shown.height());
+    m_writingMilliseconds += double(timer.nsecsElapsed()) * 1e-6;
+    return problem;
 }
 
 QString PictureOutput::addBytes(const PictureTile &tile, RenderTarget &target)

@@ -34,6 +34,8 @@ public:
     bool isPlain() const { return m_isPlain; }
     /// Whether no value of it needs more than 8 bits. Of pictures that are read as floats.
     bool holdsBytesAlone() const { return m_holdsBytesAlone; }
+    /// What converting, compressing and writing the rows of tiles took so far.
+    double writingMilliseconds() const { return m_writingMilliseconds; }
     /// The images that are not in the file: of other kinds or sizes.
     const QStringList &missingLayers() const { return m_missingLayers; }
 
@@ -64,6 +66,7 @@ private:
     QVector<QPair<QString, QString>> m_sources; ///< Pass and port of each.
     QStringList m_missingLayers;
     bool m_hasChosenLayers = false;
+    double m_writingMilliseconds = 0;
     bool m_isPlain = true;
     bool m_holdsBytesAlone = true;
 };

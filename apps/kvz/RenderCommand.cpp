@@ -158,14 +158,14 @@ QString RenderCall::drawAndWrite(const Picture &picture)
     QString error = m_renderer.draw(picture, m_paths[picture.camera], &output, &m_progress, &times, &m_times);
     if (!error.isEmpty())
         return error;
-    m_phases.draw = m_clock.lap();
+    m_phases.draw = m_clock.lap() - output.writingMilliseconds();
     warnOf(output, picture);
     if (!writeCaptures(picture, m_renderer.chain(), &error))
         return error;
     error = output.finish();
     if (!error.isEmpty())
         return error;
-    m_phases.write = m_clock.lap();
+    m_phases.write = m_clock.lap() + output.writingMilliseconds();
     if (m_options.json) {
         print(describePicture(picture, m_options, m_phases, times, m_renderer.renderer()));
         std::fflush(stdout); // Whoever reads the lines wants each when its picture is there.
