@@ -92,7 +92,7 @@ private:
             if (isToneMapper(m_passes[input.pass]) && source.outputs[input.output].name == framePort)
                 m_chain.passes[number].connections[pass.info->inputs[i].name] =
                     ChainSource::output(m_chain.passes[input.pass].name, linearPort);
-            else if (!m_behind.contains(input.pass) && !m_before.contains(input.pass) && !joins(input, error))
+            else if (!m_behind.contains(input.pass) && !joins(input, error))
                 return false;
         }
         return true;
@@ -106,6 +106,8 @@ private:
             setValue(input.pass, displayPort, false);
             return true;
         }
+        if (m_before.contains(input.pass))
+            return true; // What is mapped is light already.
         const OutputInfo &output = pass.info->outputs[input.output];
         const bool isPicture = output.type == ValueType::Texture && output.texture.kind == TextureKind::Colour;
         if (decodeColours(input.pass) || !isPicture)

@@ -381,6 +381,10 @@ TEST_F(KvzOutputTest, optionsThatDoNotFitTheFileAreRefused)
         "--tile and --capture do not go together", "");
     expectRefused({"render", model(), "-o", file("a.exr"), "--layers", "--capture", file("images")}, 2,
         "--layers and --capture do not go together", "");
+    // What is beyond the driver's limit is drawn in tiles by most chains.
+    expectRefused({"render", model(), "-o", file("a.png"), "--chain", "backdrop", "--size", "1000000x16"}, 1,
+        "--size 1000000x16: the limit of this driver is ",
+        ", and it cannot be drawn in tiles: backdrop: the pass backdrop (BackgroundImageRenderPass) ");
     for (const QString &entry : folder.entries())
         EXPECT_FALSE(entry.startsWith("a.")) << entry.toStdString();
 }

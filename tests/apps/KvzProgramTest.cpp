@@ -155,10 +155,6 @@ TEST(KvzProgramTest, sizesThatCannotBeAreRefused)
     refused("wide", "expected WIDTHxHEIGHT");
     refused("640.5x480", "expected WIDTHxHEIGHT");
     refused("99999999999x5", "too large");
-    // Most chains draw what is beyond the driver's limit in tiles.
-    expectRefused({"render", stillLife, "--chain", "backdrop", "--size", "1000000x16", "-o", folder.picture()}, 1,
-        "--size 1000000x16: the limit of this driver is ",
-        ", and it cannot be drawn in tiles: backdrop: the pass backdrop (BackgroundImageRenderPass) ");
 }
 
 TEST(KvzProgramTest, otherValuesThatCannotBeAreRefused)
