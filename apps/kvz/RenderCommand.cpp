@@ -146,7 +146,7 @@ void RenderCall::warnOf(const PictureOutput &output, const Picture &picture) con
         warn(QStringLiteral("%1: the chain %2 ends in 8 bits a channel, and so the 16 of the picture hold no more")
                  .arg(name, m_options.chain));
     if (!output.missingLayers().isEmpty())
-        warn(QStringLiteral("%1: no layers for what is not of the picture's size: %2")
+        warn(QStringLiteral("%1: no layers for what is no image of the picture's size: %2")
                  .arg(name, output.missingLayers().join(QStringLiteral(", "))));
 }
 
