@@ -407,8 +407,8 @@ TEST_P(KvzTilesTest, areTheWholePicture)
 }
 
 INSTANTIATE_TEST_SUITE_P(Chains, KvzTilesTest,
-    ::testing::Values("product", "deferred", "forward", "smaa-1x", "smaa-s2x", "glow", "soft-focus", "shadows",
-        "shadows-layered", "skybox-panorama", "transparency-lists", "transparency-weighted"));
+    ::testing::Values("product", "studio", "deferred", "forward", "smaa-1x", "smaa-s2x", "glow", "soft-focus",
+        "shadows", "shadows-layered", "skybox-panorama", "transparency-lists", "transparency-weighted"));
 
 TEST_F(KvzOutputTest, samplesAreThoseOfTheWholePicture)
 {
