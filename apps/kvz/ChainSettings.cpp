@@ -5,6 +5,7 @@
 
 #include <Chain/ChainBackground.h>
 #include <Chain/ChainLibrary.h>
+#include <Chain/LinearLight.h>
 #include <Chain/NearestNames.h>
 #include <Chain/PassInfo.h>
 
@@ -224,6 +225,14 @@ std::unique_ptr<ResolvedChain> resolveChain(const RenderOptions &options, QStrin
     }
     if (!applyLook(options, &description, error))
         return nullptr;
+    if (options.written.isLight && !setLinearLight(&description, error)) {
+        if (!error->isEmpty()) {
+            *error = QStringLiteral("-o %1: %2").arg(options.output, *error);
+            return nullptr;
+        }
+        warn(QStringLiteral("%1: the chain %2 ends in display values; the light in it is theirs, decoded from sRGB")
+                 .arg(options.output, options.chain));
+    }
     auto resolved = std::make_unique<ResolvedChain>(description);
     for (const ChainFinding &finding : resolved->findings()) {
         if (finding.severity != ChainFinding::Severity::Error)

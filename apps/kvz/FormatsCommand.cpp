@@ -16,8 +16,12 @@ namespace {
 QVector<FileFormat> pictureFormats()
 {
     QVector<FileFormat> formats;
-    for (const QString &suffix : writableImageSuffixes())
-        formats.append({QString(), {suffix}, QStringLiteral("Qt %1").arg(QLatin1String(qVersion()))});
+    for (const QString &suffix : writableImageSuffixes()) {
+        const QString library = suffix == QLatin1String("png") ? QStringLiteral("libpng")
+            : suffix == QLatin1String("exr")                   ? QStringLiteral("OpenEXR")
+                                                               : QStringLiteral("Qt %1").arg(QLatin1String(qVersion()));
+        formats.append({QString(), {suffix}, library});
+    }
     return formats;
 }
 

@@ -5,14 +5,16 @@
 #include "FileWatch.h"
 #include "ModelInput.h"
 #include "PictureList.h"
+#include "PictureOutput.h"
 #include "PictureRenderer.h"
 #include "RenderOutputs.h"
+
+#include <Chain/LinearLight.h>
 
 #include <QtCore/QElapsedTimer>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <utility>
 
 namespace Velmora::Kvz {
@@ -34,19 +36,6 @@ private:
     QElapsedTimer m_timer;
     double m_last = 0;
 };
-
-/// Whether each row of a picture has one colour.
-bool isPlain(const QImage &image)
-{
-    const int bytes = image.depth() / 8;
-    for (int y = 0; y < image.height(); ++y) {
-        const uchar *const line = image.constScanLine(y);
-        // Each pixel is the one before it.
-        if (image.width() > 1 && std::memcmp(line, line + bytes, size_t(image.width() - 1) * size_t(bytes)) != 0)
-            return false;
-    }
-    return true;
-}
 
 /// Whether a camera frames the model with some of the background beside it.
 bool isFramed(const CameraChoice &camera)
@@ -73,6 +62,7 @@ public:
           m_pictures(pictures),
           m_scales((resolved.has(PassTrait::Obscures) || resolved.takesLights()) && !options.hasPlaces()),
           m_shades(resolved.has(PassTrait::Shades) && resolved.has(PassTrait::Presents)),
+          m_endsInLight(endsInLight(resolved)),
           m_renderer(options, resolved),
           m_progress(pictures.size(), options.samples)
     { }
@@ -82,6 +72,7 @@ public:
 private:
     bool beginModel(int model, int *status);
     QString drawAndWrite(const Picture &picture);
+    void warnOf(const PictureOutput &output, const Picture &picture) const;
     int watch();
     void printTimings() const;
 
@@ -90,6 +81,7 @@ private:
     const bool
         m_scales; ///< Models come to one size, for passes whose constants are lengths: obscurance, cascades of shadows.
     const bool m_shades; ///< The chain shows a shaded model.
+    const bool m_endsInLight; ///< It gives light in place of display values.
     PictureRenderer m_renderer;
     ProgressBar m_progress;
     TimingTable m_times;
@@ -143,23 +135,37 @@ bool RenderCall::beginModel(int model, int *status)
     return true;
 }
 
+/// What a picture does not hold although it may be expected.
+void RenderCall::warnOf(const PictureOutput &output, const Picture &picture) const
+{
+    const QString name = m_options.writesToStandardOutput() ? QStringLiteral("the picture") : picture.file;
+    if (m_shades && isFramed(m_options.cameras[picture.camera]) && output.isPlain())
+        warn(QStringLiteral("%1: nothing of it stands out from the background of %2")
+                 .arg(displayName(m_options.models[picture.model]), name));
+    if (m_options.written.format.depth == 16 && output.holdsBytesAlone())
+        warn(QStringLiteral("%1: the chain %2 ends in 8 bits a channel, and so the 16 of the picture hold no more")
+                 .arg(name, m_options.chain));
+    if (!output.missingLayers().isEmpty())
+        warn(QStringLiteral("%1: no layers for what is no image of the picture's size: %2")
+                 .arg(name, output.missingLayers().join(QStringLiteral(", "))));
+}
+
 /// Returns why it cannot.
 QString RenderCall::drawAndWrite(const Picture &picture)
 {
     TimingTable times;
-    QString error = m_renderer.draw(
-        picture.frame, m_paths[picture.camera], !picture.captureFolder.isEmpty(), &m_progress, &times, &m_times);
+    PictureOutput output(picture, m_options, m_endsInLight);
+    QString error = m_renderer.draw(picture, m_paths[picture.camera], &output, &m_progress, &times, &m_times);
     if (!error.isEmpty())
         return error;
-    const QImage image = m_renderer.image();
-    m_phases.draw = m_clock.lap();
-    if (m_shades && !image.isNull() && isFramed(m_options.cameras[picture.camera]) && isPlain(image))
-        warn(QStringLiteral("%1: nothing of it stands out from the background of %2")
-                 .arg(displayName(m_options.models[picture.model]),
-                     m_options.writesToStandardOutput() ? QStringLiteral("the picture") : picture.file));
-    if (!writeResults(image, m_renderer.chain(), picture, m_options, &error))
+    m_phases.draw = m_clock.lap() - output.writingMilliseconds();
+    warnOf(output, picture);
+    if (!writeCaptures(picture, m_renderer.chain(), &error))
         return error;
-    m_phases.write = m_clock.lap();
+    error = output.finish();
+    if (!error.isEmpty())
+        return error;
+    m_phases.write = m_clock.lap() + output.writingMilliseconds();
     if (m_options.json) {
         print(describePicture(picture, m_options, m_phases, times, m_renderer.renderer()));
         std::fflush(stdout); // Whoever reads the lines wants each when its picture is there.

@@ -93,6 +93,7 @@ private:
     std::optional<int> readLights();
     std::optional<int> readBackground();
     std::optional<int> readLook();
+    std::optional<int> readWritten();
     std::optional<int> readCount(const char *option, const char *what, int *count);
 
     const QCommandLineParser &m_parser;
@@ -110,9 +111,9 @@ std::optional<int> OptionReader::read()
     m_options.watch = isSet("watch");
     m_options.quiet = isSet("quiet");
     m_options.json = isSet("json");
-    for (const auto step :
-        {&OptionReader::readModels, &OptionReader::readPictures, &OptionReader::readFrames, &OptionReader::readOutputs,
-            &OptionReader::readLights, &OptionReader::readBackground, &OptionReader::readLook}) {
+    for (const auto step : {&OptionReader::readModels, &OptionReader::readPictures, &OptionReader::readFrames,
+             &OptionReader::readOutputs, &OptionReader::readLights, &OptionReader::readBackground,
+             &OptionReader::readLook, &OptionReader::readWritten}) {
         if (const auto status = (this->*step)())
             return status;
     }
@@ -312,6 +313,12 @@ std::optional<int> OptionReader::readLook()
     if (isSet("no-ground"))
         look.ground = false;
     return std::nullopt;
+}
+
+std::optional<int> OptionReader::readWritten()
+{
+    return readOutputOptions(
+        m_parser, m_options.output, m_options.size, m_options.hasTransparentBackground(), &m_options.written);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 
 #include "ModelOptions.h"
 #include "NameTemplate.h"
+#include "OutputOptions.h"
 
 #include <Chain/ChainLook.h>
 #include <Chain/LightDescription.h>
@@ -48,6 +49,7 @@ struct RenderOptions
     QString captureFolder; ///< empty: no captures
     NameTemplate captureName;
     QSize size;
+    OutputOptions written;
     QVector<CameraChoice> cameras; ///< At least one.
     int frames = 1; ///< Pictures of each model from each camera.
     int samples = 1; ///< Frames that go into each of them.

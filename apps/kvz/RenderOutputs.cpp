@@ -7,15 +7,12 @@
 #include <Host/ImageWriter.h>
 
 #include <QtCore/QDir>
-#include <QtCore/QFile>
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 #include <QtCore/QRegularExpression>
 
 #include <cmath>
-
-#include <unistd.h>
 
 namespace Velmora::Kvz {
 
@@ -31,21 +28,6 @@ QString captureFile(const RenderChain &chain, const RenderChain::Capture &captur
     return name.replace(QRegularExpression(QStringLiteral("[^A-Za-z0-9._-]")), QStringLiteral("_"));
 }
 
-bool writeToStandardOutput(const QImage &image, QString *error)
-{
-    QString reason;
-    const QByteArray encoded = encodeImage(image, "png", &reason);
-    QFile output;
-    if (!encoded.isEmpty()) {
-        if (output.open(STDOUT_FILENO, QIODevice::WriteOnly | QIODevice::Unbuffered)
-            && output.write(encoded) == encoded.size())
-            return true;
-        reason = output.errorString();
-    }
-    *error = QStringLiteral("standard output: %1").arg(reason);
-    return false;
-}
-
 /// To the microsecond.
 QJsonValue milliseconds(double value)
 {
@@ -59,13 +41,8 @@ QString noMemory(const QSize &size)
     return QStringLiteral("--size %1x%2: there is no memory for the picture").arg(size.width()).arg(size.height());
 }
 
-bool writeResults(
-    const QImage &image, RenderChain *chain, const Picture &picture, const RenderOptions &options, QString *error)
+bool writeCaptures(const Picture &picture, RenderChain *chain, QString *error)
 {
-    if (image.isNull()) {
-        *error = noMemory(options.size);
-        return false;
-    }
     if (!picture.captureFolder.isEmpty() && !QDir().mkpath(picture.captureFolder)) {
         *error = QStringLiteral("%1: the directory cannot be made").arg(picture.captureFolder);
         return false;
@@ -75,8 +52,7 @@ bool writeResults(
         if (!capture.image.isNull() && !writeImage(capture.image, file, error))
             return false;
     }
-    return options.writesToStandardOutput() ? writeToStandardOutput(image, error)
-                                            : writeImage(image, picture.file, error);
+    return true;
 }
 
 QString describePicture(const Picture &picture, const RenderOptions &options, const PhaseTimes &times,

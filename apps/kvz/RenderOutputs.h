@@ -6,16 +6,13 @@
 
 #include <Chain/RenderChain.h>
 
-#include <QtGui/QImage>
-
 namespace Velmora::Kvz {
 
 /// What is said where the memory for a picture is missing.
 QString noMemory(const QSize &size);
 
-/// Writes a picture and the captures that the chain has. False, with one line in `error`, when it cannot.
-bool writeResults(
-    const QImage &image, RenderChain *chain, const Picture &picture, const RenderOptions &options, QString *error);
+/// Writes the captures that the chain has of the last frame. False, with one line in `error`, when it cannot.
+bool writeCaptures(const Picture &picture, RenderChain *chain, QString *error);
 
 /// Milliseconds that a picture took. What is done once for several pictures counts for the first of them.
 struct PhaseTimes

@@ -2,6 +2,7 @@
 // The options of `kvz render`, as its parser, --help, the manual page and the shells have them.
 #include "Commands.h"
 #include "ModelOptions.h"
+#include "OutputOptions.h"
 
 namespace Velmora::Kvz {
 
@@ -13,7 +14,11 @@ QVector<OptionSpec> pictureOptions()
     list += optionSpec("o,output", "FILE",
         "The picture, such as out.png; - is standard output.\n"
         "{model}, {view}, {frame}, {frame:04} tell them apart.",
-        "The suffix gives the format; standard output gets PNG. {model} is the name of the model "
+        "The suffix gives the format: .png, .jpg, .webp, .exr and what kvz formats lists; standard output gets PNG. An "
+        ".exr holds linear "
+        "light after exposure and before tone mapping, in half floats multiplied by alpha; of chains that end in "
+        "display values these, decoded "
+        "from sRGB, with a line. {model} is the name of the model "
         "without its folder and suffix, {view} what --camera says, {frame} the number of the "
         "picture from 0, {frame:04} with zeros up to four digits; {{ and }} are braces. More than"
         " one picture without places that tell them apart is refused before anything is drawn. An"
@@ -171,7 +176,8 @@ CommandSpec renderCommand()
         {QStringLiteral("kvz render *.stl --camera front --camera iso -o '{model}-{view}.png'"),
             QStringLiteral("two views of each model")},
     };
-    command.options = pictureOptions() + chainOptions() + lookOptions() + modelOptions() + resultOptions();
+    command.options =
+        pictureOptions() + outputOptionSpecs() + chainOptions() + lookOptions() + modelOptions() + resultOptions();
     return command;
 }
 

@@ -5,6 +5,9 @@
 
 #include <epoxy/gl.h>
 
+#include <algorithm>
+#include <new>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -19,12 +22,12 @@ void allocate(Texture *texture, const QSize &size, GLint internalFormat, GLenum 
 
 } // namespace
 
-RenderTarget::RenderTarget(const QSize &size)
+RenderTarget::RenderTarget(const QSize &size, bool hasFloats)
     : m_size(size),
-      m_colour(GL_TEXTURE_2D, GL_RGBA8, size.width(), size.height(), 0, nullptr),
+      m_colour(GL_TEXTURE_2D, hasFloats ? GL_RGBA32F : GL_RGBA8, size.width(), size.height(), 0, nullptr),
       m_depth(GL_TEXTURE_2D, GL_DEPTH24_STENCIL8, size.width(), size.height(), 0, nullptr)
 {
-    allocate(&m_colour, size, GL_RGBA8, GL_RGBA, GL_UNSIGNED_BYTE);
+    allocate(&m_colour, size, hasFloats ? GL_RGBA32F : GL_RGBA8, GL_RGBA, hasFloats ? GL_FLOAT : GL_UNSIGNED_BYTE);
     allocate(&m_depth, size, GL_DEPTH24_STENCIL8, GL_DEPTH_STENCIL, GL_UNSIGNED_INT_24_8);
     AutoBinder binder(&m_framebuffer);
     m_framebuffer.attach(&m_colour, GL_COLOR_ATTACHMENT0, 0);
@@ -48,25 +51,40 @@ void RenderTarget::clear()
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
 }
 
-QImage RenderTarget::picture()
+QImage RenderTarget::rows(const QRect &part, bool hasAlpha)
 {
-    return read(QImage::Format_RGB888, GL_RGB);
+    if (!hasAlpha)
+        return read(part, QImage::Format_RGB888, GL_RGB);
+    return read(part, QImage::Format_RGBA8888_Premultiplied, GL_RGBA).convertToFormat(QImage::Format_RGBA8888);
 }
 
-QImage RenderTarget::pictureWithAlpha()
+QImage RenderTarget::read(const QRect &part, QImage::Format imageFormat, unsigned int format)
 {
-    return read(QImage::Format_RGBA8888_Premultiplied, GL_RGBA).convertToFormat(QImage::Format_RGBA8888);
-}
-
-QImage RenderTarget::read(QImage::Format imageFormat, unsigned int format)
-{
-    QImage image(m_size, imageFormat); // Rows are padded to 4 bytes, as in glReadPixels.
+    QImage image(part.size(), imageFormat); // Rows are padded to 4 bytes, as in glReadPixels.
     if (image.isNull())
         return image;
     AutoBinder binder(&m_framebuffer);
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
-    glReadPixels(0, 0, m_size.width(), m_size.height(), format, GL_UNSIGNED_BYTE, image.bits());
+    glReadPixels(part.left(), part.top(), part.width(), part.height(), format, GL_UNSIGNED_BYTE, image.bits());
     return image.mirrored();
+}
+
+std::vector<float> RenderTarget::colours(const QRect &part)
+{
+    const size_t rowNumbers = 4 * size_t(part.width());
+    std::vector<float> numbers;
+    try {
+        numbers.resize(rowNumbers * size_t(part.height()));
+    } catch (const std::bad_alloc &) {
+        return {};
+    }
+    AutoBinder binder(&m_framebuffer);
+    glPixelStorei(GL_PACK_ALIGNMENT, 4);
+    glReadPixels(part.left(), part.top(), part.width(), part.height(), GL_RGBA, GL_FLOAT, numbers.data());
+    for (auto low = numbers.begin(), high = numbers.end() - std::ptrdiff_t(rowNumbers); low < high;
+         low += std::ptrdiff_t(rowNumbers), high -= std::ptrdiff_t(rowNumbers))
+        std::swap_ranges(low, low + std::ptrdiff_t(rowNumbers), high);
+    return numbers;
 }
 
 QSize RenderTarget::largestSize()

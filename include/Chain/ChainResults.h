@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <Chain/PassInfo.h>
+#include <Host/TextureCapture.h>
+
 #include <QtCore/QString>
 #include <QtGui/QImage>
 
@@ -11,7 +14,11 @@ struct PassCapture
 {
     QString pass;
     QString port;
-    QImage image; ///< As captureTexture() gives it; null when the output held no picture.
+    QImage
+        image; ///< As captureTexture() gives it; null when the output held no picture, and where texels were asked for.
+    /// As captureTexels() gives them, depth as distances from the camera's plane; null where no texels were asked for or there are none.
+    TexelImage texels;
+    TextureKind kind = TextureKind::Any; ///< What the image holds.
 };
 
 /// Times of one pass in milliseconds. Means are over all frames since they were reset.

@@ -6,6 +6,7 @@
 #include <Host/TextureDisplay.h>
 
 #include <QtCore/QFlags>
+#include <QtCore/QRectF>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
@@ -242,6 +243,16 @@ struct OptionProblem
 /// Options by name, converted to their types: enumerations as int, records as QVariantList of QVariantMap.
 using PassOptions = QVariantMap;
 
+/// What a pass reads around a pixel that it draws, for pictures that are drawn in tiles.
+struct PassReach
+{
+    int pixels = 0; ///< To each side.
+    double sceneShare = 0; ///< And this share of the longest side of the scene's bounds, as it is projected.
+    int grid =
+        1; ///< Tiles begin at multiples of it, where the pass works on blocks of pixels or at a lower resolution.
+    QString obstacle; ///< Why it cannot draw a part of a picture by itself; empty where it can.
+};
+
 /// All that is known of a pass class without constructing it.
 struct KVZ_HOST_EXPORT PassInfo
 {
@@ -258,6 +269,11 @@ struct KVZ_HOST_EXPORT PassInfo
     /// the classes of PassRegistry::standard(); PassRegistry::add() makes it false, since it cannot know.
     bool keepsStateKnown = false;
     QColor clearColor; ///< In force before each start(), instead of the chain's, where it is valid.
+    /// What the pass reads around a pixel. Empty: what lies at the pixel alone.
+    std::function<PassReach(const PassUse &)> reach;
+    /// The values with which a pass draws a part of what it would draw by those that it has: for one whose picture spans the whole frame, such
+    /// as a gradient. The part is in fractions of the frame, y upwards. Empty: its values serve for any part.
+    std::function<QVariantMap(const PassUse &, const QRectF &part)> valuesOfPart;
     /// Above 0: where the driver has all of `driverNeeds`, the pass keeps this many fragments of a frame and silently loses
     /// the rest. The chain counts them and says when there were more.
     qint64 fragmentRoom = 0;

@@ -171,6 +171,8 @@ public:
     bool requestCapture(const ChainOutput &output);
     /// Asks for pictures of all such outputs of all enabled passes in the next frame, except hidden ones.
     void requestAllCaptures();
+    /// Asks for the texels of the same outputs in place of pictures, in the next frame; only those of 2D images are there then.
+    void requestAllTexels();
     /// The pictures of the last frame, which the chain then forgets.
     QVector<Capture> takeCaptures();
 

@@ -7,6 +7,8 @@
 #include <QtGui/QImage>
 #include <QtGui/QMatrix4x4>
 
+#include <vector>
+
 namespace Velmora::Kvz {
 
 class Texture;
@@ -23,6 +25,27 @@ class Texture;
 /// multisampled and 2D array, and when there is no memory. Needs a current context; bindings are restored.
 KVZ_HOST_EXPORT QImage captureTexture(
     Texture *texture, TextureDisplay display, const QMatrix4x4 &projection = QMatrix4x4(), int layers = 0);
+
+/// The texels of an image as numbers, top row first. Move it: it may be large.
+struct TexelImage
+{
+    int width = 0;
+    int height = 0;
+    int channels = 0; ///< 1 to 4.
+    std::vector<float> floats; ///< Those of each texel side by side; empty where the image holds integers.
+    std::vector<quint32> integers; ///< The same, where it does.
+
+    bool isNull() const { return floats.empty() && integers.empty(); }
+};
+
+/// Reads level 0 of a texture back as it is: colours as the texels hold them, depth as it is stored, as one channel. Multisampled textures
+/// are resolved. Null for a null texture, an empty one, a target other than 2D and 2D multisampled, several samples of integers, and when
+/// there is no memory. Needs a current context; bindings are restored.
+KVZ_HOST_EXPORT TexelImage captureTexels(Texture *texture);
+
+/// Turns depth as it is stored into the distance from the plane of the camera, by the projection that it was drawn with; where there is nothing
+/// (1), into infinity. Of an image of one channel; others stay as they are.
+KVZ_HOST_EXPORT void distancesFromDepth(TexelImage *depth, const QMatrix4x4 &projection);
 
 /// Pixels between the layers of a contact sheet.
 constexpr int captureGap()

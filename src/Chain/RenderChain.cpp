@@ -460,6 +460,11 @@ bool RenderChain::requestCapture(const ChainOutput &output)
     return true;
 }
 
+void RenderChain::requestAllTexels()
+{
+    d->results.requestAllTexels();
+}
+
 void RenderChain::requestAllCaptures()
 {
     d->results.requestAllCaptures();

@@ -235,6 +235,56 @@ bool hasTexels(Texture *texture)
     return width > 0 && layersOfBound(target) > 0;
 }
 
+bool isInteger(unsigned int internalFormat)
+{
+    switch (formatFromInternalFormat(internalFormat)) {
+    case GL_RED_INTEGER:
+    case GL_RG_INTEGER:
+    case GL_RGB_INTEGER:
+    case GL_RGBA_INTEGER:
+        return true;
+    default:
+        return false;
+    }
+}
+
+/// The channels of a format, depth with stencil as one.
+int channelsOf(unsigned int internalFormat)
+{
+    if (isDepthFormat(internalFormat))
+        return 1;
+    switch (formatFromInternalFormat(internalFormat)) {
+    case GL_RED:
+    case GL_RED_INTEGER:
+        return 1;
+    case GL_RG:
+    case GL_RG_INTEGER:
+        return 2;
+    case GL_RGB:
+    case GL_BGR:
+    case GL_RGB_INTEGER:
+        return 3;
+    default:
+        return 4;
+    }
+}
+
+/// Copies the first channels of texels, of `stride` numbers each and with the bottom row first.
+template <typename Number>
+void takeTopRowFirst(const Number *from, int stride, const TexelImage &size, std::vector<Number> *to)
+{
+    const auto width = size_t(size.width);
+    const auto height = size_t(size.height);
+    const auto channels = size_t(size.channels);
+    to->resize(width * height * channels);
+    Number *out = to->data();
+    for (size_t y = height; y-- > 0;) {
+        const Number *texel = from + y * width * size_t(stride);
+        for (size_t x = 0; x < width; ++x, texel += stride, out += channels)
+            std::copy(texel, texel + channels, out);
+    }
+}
+
 /// Paints a layer with its upper left corner at a point of the picture.
 void paint(const Texels &texels, int layer, TextureDisplay display, QImage *image, int left, int top)
 {
@@ -279,6 +329,38 @@ QImage captureTexture(Texture *texture, TextureDisplay display, const QMatrix4x4
         paint(texels, layer, display, &image, layer % columns * stepX, layer / columns * stepY);
     }
     return image;
+}
+
+TexelImage captureTexels(Texture *texture)
+{
+    if (!texture || texture->target() == GL_TEXTURE_2D_ARRAY || !hasTexels(texture))
+        return {};
+    const auto internalFormat = unsigned(texture->internalFormat(0));
+    const bool isMultisampled = texture->target() == GL_TEXTURE_2D_MULTISAMPLE;
+    const int channels = channelsOf(internalFormat);
+    TexelImage image{texture->width(0), texture->height(0), channels, {}, {}};
+    if (!isInteger(internalFormat)) {
+        const Texels texels = isMultisampled ? readResolvedTexels(texture) : readTexels(texture);
+        if (texels.data)
+            takeTopRowFirst(texels.data.get(), 4, image, &image.floats);
+    } else if (!isMultisampled) {
+        const auto numbers = allocate<quint32>(size_t(image.width) * size_t(image.height) * size_t(channels));
+        if (numbers) {
+            const AutoBinder binder(texture);
+            const PackState pack;
+            glGetTexImage(GL_TEXTURE_2D, 0, formatFromInternalFormat(internalFormat), GL_UNSIGNED_INT, numbers.get());
+            takeTopRowFirst(numbers.get(), channels, image, &image.integers);
+        }
+    }
+    return image;
+}
+
+void distancesFromDepth(TexelImage *depth, const QMatrix4x4 &projection)
+{
+    if (depth->channels != 1)
+        return;
+    for (float &value : depth->floats)
+        value = value < 1 ? distanceOf(value, projection) : INFINITY;
 }
 
 QImage captureListLengths(Texture *heads, Texture *nodes, int nodeWidth)

@@ -231,6 +231,41 @@ TEST_F(TextureCaptureTest, depthsOfAnArrayAreStretchedInEachLayer)
     }
 }
 
+TEST_F(TextureCaptureTest, texelsComeAsNumbersTopRowFirst)
+{
+    const auto colours = texture2x2({{1, 2, 3, 4}, {-5, 6, 7, 8}, {9, 10, 11, 12}, {13, 14, 15, 16}}, GL_RGBA32F);
+    const TexelImage texels = captureTexels(colours.get());
+    ASSERT_EQ(texels.width * texels.height * texels.channels, 16);
+    EXPECT_EQ(texels.floats, (std::vector<float>{9, 10, 11, 12, 13, 14, 15, 16, 1, 2, 3, 4, -5, 6, 7, 8}));
+    EXPECT_TRUE(texels.integers.empty());
+
+    Texture pairs(GL_TEXTURE_2D, GL_RG32UI, 1, 2, 0, nullptr);
+    const GLuint numbers[] = {1, 4000000001u, 3, 4};
+    {
+        AutoBinder binder(&pairs);
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RG32UI, 1, 2, 0, GL_RG_INTEGER, GL_UNSIGNED_INT, numbers);
+    }
+    const TexelImage ids = captureTexels(&pairs);
+    EXPECT_EQ(ids.channels, 2);
+    EXPECT_EQ(ids.integers, (std::vector<quint32>{3, 4, 1, 4000000001u})) << "no float could hold it";
+
+    EXPECT_TRUE(captureTexels(nullptr).isNull());
+    EXPECT_TRUE(captureTexels(arrayTexture({0.5f}, GL_RGBA16F, GL_RG).get()).isNull());
+}
+
+TEST_F(TextureCaptureTest, depthBecomesTheDistanceFromTheCamerasPlane)
+{
+    QMatrix4x4 projection;
+    projection.perspective(60, 1, 2, 10);
+    // z' = (10 + 2) / 8 - 2 * 2 * 10 / 8 / z at distance 5 is 0.5, which is stored as 0.75.
+    TexelImage depth{4, 1, 1, {0, 0.75f, 1, 0.999999f}, {}};
+    distancesFromDepth(&depth, projection);
+    EXPECT_NEAR(depth.floats[0], 2, 1e-5f);
+    EXPECT_NEAR(depth.floats[1], 5, 1e-5f);
+    EXPECT_TRUE(std::isinf(depth.floats[2]));
+    EXPECT_NEAR(depth.floats[3], 10, 1e-3f);
+}
+
 TEST_F(TextureCaptureTest, bindingsAndPixelStoreStayAsTheyWere)
 {
     const auto texture = texture2x2({{}, {}, {}, {}}, GL_RGBA8);

@@ -59,6 +59,11 @@ PassInfo PassEntries::ambientVisibilityRenderPass()
                 return radius.isValid() && (radius.toFloat() < 0 || radius.toFloat() > 1);
             }},
     };
+    // At half the resolution; smoothing reads four of those texels beyond the radius.
+    pass.reach = [](const PassUse &use) {
+        const QVariant radius = use.value(QStringLiteral("Kvz_float_RelativeRadius"));
+        return PassReach{12, radius.isValid() ? radius.toDouble() : 0.0, 2, {}};
+    };
     pass.create = construct<AmbientVisibilityRenderPass>;
     return pass;
 }

@@ -20,6 +20,9 @@ PassInfo PassEntries::backdropRenderPass()
             "The image over the whole viewport, colour multiplied by alpha. Null without an image."),
     };
     pass.traits = PassTrait::Background;
+    pass.reach = [](const PassUse &) {
+        return PassReach{0, 0, 1, QStringLiteral("it fits its image into what it draws")};
+    };
     pass.create = construct<BackdropRenderPass>;
     return pass;
 }

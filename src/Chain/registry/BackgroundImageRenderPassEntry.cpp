@@ -39,6 +39,9 @@ PassInfo PassEntries::backgroundImageRenderPass()
             "connect the normals of MaterialIdRenderPass"),
     };
     pass.traits = PassTrait::Background;
+    pass.reach = [](const PassUse &) {
+        return PassReach{0, 0, 1, QStringLiteral("it fits its image into what it draws")};
+    };
     pass.create = construct<BackgroundImageRenderPass>;
     return pass;
 }

@@ -43,6 +43,7 @@ PassInfo PassEntries::blurAndCombineRenderPass()
                 return amount.isValid() ? !(amount.toFloat() > 0) : !use.isFed(QStringLiteral("Kvz_float_GlowAmount"));
             }},
     };
+    pass.reach = blurReach;
     pass.create = construct<BlurAndCombineRenderPass>;
     return pass;
 }

@@ -94,6 +94,8 @@ PassInfo PassEntries::cutoutAntiAliasingRenderPass()
             QStringLiteral("put CameraJitterPass before the geometry, or set the mode to smaa-1x or smaa-s2x"),
             [indexName](const PassUse &use) { return isTemporal(use) && !use.isFed(indexName); }},
     };
+    // The longest search along an edge, and the pixels that its ends depend on.
+    pass.reach = [](const PassUse &) { return PassReach{72, 0, 2, {}}; };
     pass.create = create;
     pass.forgetPast = [](RenderPass *smooth) { static_cast<CutoutAntiAliasingRenderPass *>(smooth)->forgetPast(); };
     return pass;

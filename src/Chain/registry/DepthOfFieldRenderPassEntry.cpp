@@ -59,6 +59,9 @@ PassInfo PassEntries::depthOfFieldRenderPass()
             }},
     };
     pass.traits = PassTrait::NeverReleasesInputs | PassTrait::LosesAlpha;
+    pass.reach = [](const PassUse &) {
+        return PassReach{0, 0, 1, QStringLiteral("its blur, noise and focus go by the size of what it draws")};
+    };
     pass.create = construct<DepthOfFieldRenderPass>;
     return pass;
 }

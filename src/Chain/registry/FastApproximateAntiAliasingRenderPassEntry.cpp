@@ -28,6 +28,8 @@ PassInfo PassEntries::fastApproximateAntiAliasingRenderPass()
             "Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA16F, "The smoothed frame; GL_RGBA8 without HDR."),
     };
     pass.traits = PassTrait::AntiAliases | PassTrait::LosesAlpha;
+    // The longest search along an edge, and the pixels that its ends depend on.
+    pass.reach = [](const PassUse &) { return PassReach{40, 0, 2, {}}; };
     pass.create = construct<FastApproximateAntiAliasingRenderPass>;
     return pass;
 }

@@ -4,6 +4,8 @@
 
 #include <epoxy/gl.h>
 
+#include <algorithm>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -52,6 +54,16 @@ PassInfo PassEntries::gaussianBlurRenderPass()
                 return use.isFed(QStringLiteral("Kvz_KvzTexture*_Stencil")) && material.isValid()
                     && material.toInt() < 0;
             }},
+    };
+    pass.reach = [](const PassUse &use) {
+        PassReach reach = blurReach(use);
+        const float divider = use.value(QStringLiteral("Kvz_float_ResolutionDivider")).toFloat();
+        const int whole = int(divider);
+        if (whole < 1 || whole > 64 || float(whole) != divider)
+            reach.obstacle = QStringLiteral("a resolution divider that is no whole number fits no tiles");
+        reach.pixels *= std::max(whole, 1);
+        reach.grid = std::max(whole, 1);
+        return reach;
     };
     pass.create = create;
     return pass;

@@ -22,6 +22,23 @@ PassInfo PassEntries::gradientRenderPass()
         textureOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA32F, "The gradient."),
     };
     pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Background;
+    pass.valuesOfPart = [](const PassUse &use, const QRectF &part) {
+        const QString topName = QStringLiteral("Kvz_QColor_ColorTop");
+        const QString bottomName = QStringLiteral("Kvz_QColor_ColorBottom");
+        const auto top = use.value(topName).value<QColor>();
+        const auto bottom = use.value(bottomName).value<QColor>();
+        QVariantMap values;
+        if (!top.isValid() || !bottom.isValid() || top == bottom)
+            return values; // The same everywhere.
+        const auto at = [&](double height) {
+            const auto mix = [height](double from, double to) { return from + height * (to - from); };
+            return QColor::fromRgbF(mix(bottom.redF(), top.redF()), mix(bottom.greenF(), top.greenF()),
+                mix(bottom.blueF(), top.blueF()), mix(bottom.alphaF(), top.alphaF()));
+        };
+        values.insert(topName, at(part.y() + part.height()));
+        values.insert(bottomName, at(part.y()));
+        return values;
+    };
     pass.create = construct<GradientRenderPass>;
     return pass;
 }

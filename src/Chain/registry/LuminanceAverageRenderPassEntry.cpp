@@ -24,6 +24,7 @@ PassInfo PassEntries::luminanceAverageRenderPass()
         warnWhenOpen(
             "Kvz_KvzTexture*_Texture", "a frame to measure", "none: the luminance is 0", "connect an earlier frame"),
     };
+    pass.reach = [](const PassUse &) { return PassReach{0, 0, 1, QStringLiteral("it measures the whole picture")}; };
     pass.create = construct<LuminanceAverageRenderPass>;
     return pass;
 }

@@ -120,6 +120,18 @@ InputInfo blurRadiusInput(const char *description)
     return info;
 }
 
+PassReach blurReach(const PassUse &use)
+{
+    // Three standard deviations, and the texel beside the last for a read between two.
+    constexpr float longest = 4096;
+    const QVariant radius = use.value(QStringLiteral("Kvz_float_BlurRadius"));
+    PassReach reach;
+    reach.pixels = int(3 * qBound(0.0f, radius.toFloat(), longest)) + 3;
+    if (!radius.isValid() && use.isFed(QStringLiteral("Kvz_float_BlurRadius")))
+        reach.obstacle = QStringLiteral("how far its blur reaches is not known before the frame; set BlurRadius");
+    return reach;
+}
+
 QVector<InputInfo> lightInputs()
 {
     return {

@@ -154,6 +154,8 @@ InputInfo cameraInput();
 InputInfo imageFileInput(const char *name, ImageFileUse use, const char *description, const char *whenNull);
 /// The radius of a blur, whose programs the pass keeps for each new value: the chain rounds it to quarters.
 InputInfo blurRadiusInput(const char *description);
+/// How far a blur with such an input reads, in texels of its result.
+PassReach blurReach(const PassUse &use);
 
 /// \name Ports of the shadow passes
 /// @{

@@ -101,6 +101,8 @@ PassInfo PassEntries::smaaRenderPass()
                            "gives no picture"),
             QStringLiteral("change the size by a pixel"), neverBuildsItsPrograms},
     };
+    // The longest search along an edge, and the pixels that its ends depend on.
+    pass.reach = [](const PassUse &) { return PassReach{72, 0, 2, {}}; };
     pass.create = construct<SMAARenderPass>;
     pass.forgetPast = [](RenderPass *smaa) { static_cast<SMAARenderPass *>(smaa)->forgetHistory(); };
     return pass;

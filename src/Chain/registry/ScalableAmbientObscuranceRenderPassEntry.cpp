@@ -98,6 +98,9 @@ PassInfo PassEntries::scalableAmbientObscuranceRenderPass()
                 return taps.isValid() && taps.toFloat() < 1.0f;
             }},
     };
+    pass.reach = [](const PassUse &) {
+        return PassReach{0, 0, 1, QStringLiteral("its noise counts the pixels of what it draws")};
+    };
     pass.completePorts = completePorts;
     pass.create = create;
     return pass;

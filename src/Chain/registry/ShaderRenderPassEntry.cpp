@@ -359,6 +359,18 @@ PassInfo PassEntries::shaderRenderPass()
         enumeration("blend", int(ShaderRenderPass::BlendNone),
             "How the shader's colours are blended with what is there.",
             {QStringLiteral("None"), QStringLiteral("Alpha"), QStringLiteral("Additive")}),
+        option("lookAround", ValueType::Int, QVariant(),
+            "How many pixels around its own the shader reads, if it knows no place in the picture: then the picture "
+            "can be "
+            "drawn in tiles."),
+    };
+    pass.reach = [](const PassUse &use) {
+        PassReach reach;
+        const QVariant pixels = use.option(QStringLiteral("lookAround"));
+        reach.pixels = qBound(0, pixels.toInt(), 4096);
+        if (!pixels.isValid())
+            reach.obstacle = QStringLiteral("what its shader reads is not known; see its option lookAround");
+        return reach;
     };
     pass.completePorts = completePorts;
     pass.createChecked = createChecked;

@@ -58,6 +58,12 @@ PassInfo PassEntries::skyboxRenderPass()
             QStringLiteral("connect \"none\" to the others"), [](const PassUse &use) { return sources(use) > 1; }},
     };
     pass.traits = PassTrait::Background;
+    pass.reach = [](const PassUse &use) {
+        PassReach reach;
+        if (use.isFed(background))
+            reach.obstacle = QStringLiteral("it stretches its image over what it draws");
+        return reach;
+    };
     pass.create = construct<SkyboxRenderPass>;
     return pass;
 }

@@ -33,6 +33,7 @@ PassInfo PassEntries::stencilBlurAndBlendRenderPass()
         warnWhenOpen(
             "Kvz_KvzTexture*_BlurFrame", "a frame to blur", "none: nothing is added", "connect an earlier frame"),
     };
+    pass.reach = blurReach;
     pass.create = construct<StencilBlurAndBlendRenderPass>;
     return pass;
 }

@@ -47,6 +47,14 @@ PassInfo PassEntries::textureToScreenRenderPass()
     pass.traits = PassTrait::Presents;
     pass.rules = {warnWhenOpen("Kvz_KvzTexture*_Texture", "an image to present", "nothing: the screen is only cleared",
         "connect the last frame of the chain")};
+    pass.reach = [](const PassUse &use) {
+        PassReach reach;
+        for (const char *place : {"Kvz_QRect_ViewportOut", "Kvz_QVariant_Rects", "Kvz_KvzTexture*_TextureOut"}) {
+            if (use.isFed(QString::fromLatin1(place)))
+                reach.obstacle = QStringLiteral("it has a place of its own in the picture");
+        }
+        return reach;
+    };
     pass.create = construct<TextureToScreenRenderPass>;
     return pass;
 }

@@ -59,6 +59,13 @@ PassInfo PassEntries::toneMapRenderPass()
     pass.options = {toneMapping,
         option("dither", ValueType::Bool, true,
             "Whether 8-bit results get noise of less than half a step against bands.")};
+    pass.reach = [](const PassUse &use) {
+        PassReach reach;
+        const QString automatic = QStringLiteral("Kvz_bool_AutoExposure");
+        if (use.value(automatic).toBool() || (use.isFed(automatic) && !use.value(automatic).isValid()))
+            reach.obstacle = QStringLiteral("automatic exposure measures the whole picture; set Exposure instead");
+        return reach;
+    };
     pass.create = create;
     return pass;
 }

@@ -24,6 +24,9 @@ PassInfo PassEntries::wireframeRenderPass()
         warnWhenOpen("Kvz_KvzTexture*_Id", "an id image", "none: there is no overlay",
             "put a ModelRenderPass or a GBufferRenderPass before it"),
     };
+    pass.reach = [](const PassUse &) {
+        return PassReach{0, 0, 1, QStringLiteral("at the edges of what it draws it reads the opposite ones")};
+    };
     pass.create = construct<WireframeRenderPass>;
     return pass;
 }

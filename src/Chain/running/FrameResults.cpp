@@ -36,6 +36,12 @@ QImage captureLists(const PassSlot &slot, Texture *heads)
         heads, objectIn<Texture>(output("Kvz_KvzTexture*_NodeBuffer")), output("Kvz_int_NodeBufferWidth").toInt());
 }
 
+/// The projection that a pass draws with; the identity for one without.
+QMatrix4x4 projectionOf(const PassSlot &slot)
+{
+    return slot.projectionInput >= 0 ? slot.inputValue(slot.projectionInput).value<QMatrix4x4>() : QMatrix4x4();
+}
+
 QImage captureOutput(const PassSlot &slot, int index)
 {
     const OutputInfo &output = slot.info->outputs[index];
@@ -46,10 +52,19 @@ QImage captureOutput(const PassSlot &slot, int index)
     Texture *const texture = objectIn<Texture>(value);
     if (display == TextureDisplay::ListLength)
         return captureLists(slot, texture);
-    QMatrix4x4 projection;
-    if (slot.projectionInput >= 0)
-        projection = slot.inputValue(slot.projectionInput).value<QMatrix4x4>();
-    return captureTexture(texture, display, projection);
+    return captureTexture(texture, display, projectionOf(slot));
+}
+
+/// The texels of an image of an output.
+TexelImage texelsOfOutput(const PassSlot &slot, int index)
+{
+    const OutputInfo &output = slot.info->outputs[index];
+    if (output.type != ValueType::Texture || output.texture.display == TextureDisplay::ListLength)
+        return {};
+    TexelImage texels = captureTexels(objectIn<Texture>(slot.active->output(index)));
+    if (output.texture.display == TextureDisplay::Depth)
+        distancesFromDepth(&texels, projectionOf(slot));
+    return texels;
 }
 
 } // namespace
@@ -82,15 +97,23 @@ void FrameResults::capture(PassSlot *slot)
             continue;
         slot->outputs[i].isCaptured = false;
         const OutputInfo &output = slot->info->outputs[int(i)];
-        m_captures.append({slot->name, output.name, captureOutput(*slot, int(i))});
-        if (output.type == ValueType::Texture)
+        const bool isTexture = output.type == ValueType::Texture;
+        if (m_takesTexels && isTexture && !objectIn<Texture>(slot->active->output(int(i))))
+            continue; // There is no image in this frame.
+        PassCapture capture{slot->name, output.name, QImage(), TexelImage(), output.texture.kind};
+        if (m_takesTexels)
+            capture.texels = texelsOfOutput(*slot, int(i));
+        else
+            capture.image = captureOutput(*slot, int(i));
+        m_captures.append(std::move(capture));
+        if (isTexture)
             TextureManager::Instance()->releaseTempTextureRef(objectIn<Texture>(slot->active->output(int(i))), 1);
     }
 }
 
 void FrameResults::endFrame(const SlotList &slots, const Exports &exports)
 {
-    m_capturesAll = false;
+    m_capturesAll = m_takesTexels = false;
     for (const ChainOutput &output : exports) {
         const PassSlot *producer = slots.find(output.pass);
         const QVariant value = producer->active->output(producer->info->findOutput(output.port));

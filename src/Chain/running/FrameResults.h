@@ -34,6 +34,7 @@ public:
     void endFrame(const SlotList &slots, const Exports &exports);
 
     void requestAllCaptures() { m_capturesAll = true; }
+    void requestAllTexels() { m_capturesAll = m_takesTexels = true; }
     /// The pictures of the last frame, which are then forgotten.
     QVector<PassCapture> takeCaptures();
 
@@ -45,6 +46,7 @@ private:
     QVector<Texture *> m_exported; ///< Images that exports hold.
     bool m_areExportsValid = false;
     bool m_capturesAll = false;
+    bool m_takesTexels = false; ///< In place of pictures.
     QVector<PassCapture> m_captures;
 };
 
