@@ -8,6 +8,7 @@
 #include "NodePose.h"
 #include "PlyReader.h"
 #include "StlReader.h"
+#include "ZeroRounding.h"
 
 #include <assimp/cimport.h>
 #include <assimp/importerdesc.h>
@@ -45,11 +46,16 @@ bool readPlainMesh(QFile *file, const ImportOptions &options, ImportBudget *budg
     ImportedMesh mesh;
     if (!(isStl ? readBinaryStl(file, budget, &mesh) : readBinaryPly(file, budget, &mesh)))
         return false;
-    const bool isWelded = isStl && mesh.colours.isEmpty();
-    const bool isUnshared = !isWelded && mesh.positions.size() > mesh.indices.size() / 3;
+    const bool isDistinct = isStl && mesh.colours.isEmpty();
+    bool isUnshared = !isDistinct && mesh.positions.size() > mesh.indices.size() / 3;
+    if (isDistinct || isUnshared) {
+        auto *const coordinates = reinterpret_cast<float *>(mesh.positions.data());
+        const auto count = size_t(mesh.positions.size());
+        isUnshared |= ZeroRounding(coordinates, count).apply(coordinates, count);
+    }
     if (isUnshared)
         weld(&mesh);
-    const QString remark = completeMesh(&mesh, isWelded ? Positions::Distinct : Positions::Any);
+    const QString remark = completeMesh(&mesh, isDistinct ? Positions::Distinct : Positions::Any);
     if (mesh.indices.isEmpty())
         return false;
     if (isStl || isUnshared)
