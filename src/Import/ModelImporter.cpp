@@ -157,7 +157,7 @@ bool readWithAssimp(
         *problem = text.problem();
     if (!problem->isEmpty())
         return false;
-    text.complete(source);
+    text.complete(const_cast<aiScene *>(source)); // which the loader owns, and has finished with
     source = loader.process(problem);
     if (!source)
         return false;

@@ -174,7 +174,7 @@ QByteArray ModelText::plainCompanion(const QByteArray &text, const QString &name
     return m_libraries.plainText(withoutByteOrderMark(text), name);
 }
 
-void ModelText::complete(const aiScene *scene)
+void ModelText::complete(aiScene *scene)
 {
     m_libraries.complete(scene);
     if (m_obj)

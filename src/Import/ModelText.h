@@ -35,7 +35,7 @@ public:
     /// The text of a file that the model names by this name, as assimp reads it rightly.
     QByteArray plainCompanion(const QByteArray &text, const QString &name);
     /// Adds to what assimp read, before it is triangulated, what it left out.
-    void complete(const aiScene *scene);
+    void complete(aiScene *scene);
     /// Why there may be nothing in the scene of a file that is no worse than others; empty where nothing is known.
     QString emptyReason() const;
     /// What the file says of its axis and unit and no loader hands on, as in ImportedScene.
