@@ -44,6 +44,11 @@ void ThreeMfDocument::refuse(const QString &reason)
         problem = QStringLiteral("%1, line %2: %3").arg(m_part, QString::number(m_reader->lineNumber()), reason);
 }
 
+void ThreeMfDocument::refuseNumber(const QString &name, const QString &value)
+{
+    refuse(QStringLiteral("%1=\"%2\" stands where a number is needed").arg(name, value.left(40)));
+}
+
 /// To the next child of the element that is open; false behind its last one.
 bool ThreeMfDocument::next()
 {
@@ -67,7 +72,7 @@ float ThreeMfDocument::number(const char *name)
     const float value = text.toFloat(&fits);
     if (!fits || !std::isfinite(value))
         refuse(QStringLiteral("%1=\"%2\" stands where a number is needed").arg(QLatin1String(name), text.left(40)));
-    return value + 0.0f; // zero has two signs
+    return value;
 }
 
 int ThreeMfDocument::index(const char *name, int otherwise)
@@ -143,40 +148,78 @@ void ThreeMfDocument::readTexCoords()
 void ThreeMfDocument::readVertices(Object *object)
 {
     while (next()) {
-        if (m_reader->name() == QLatin1String("vertex"))
-            object->positions.append({number("x"), number("y"), number("z")});
+        // There are many of these: their attributes are looked at once.
+        QVector3D position;
+        int seen = 0;
+        for (const QXmlStreamAttribute &coordinate : m_reader->attributes()) {
+            const auto name = coordinate.name();
+            const int axis = name.size() == 1 ? int(name.at(0).unicode()) - 'x' : -1;
+            if (axis < 0 || axis > 2)
+                continue;
+            bool fits = false;
+            position[axis] = coordinate.value().toFloat(&fits) + 0.0f; // zero has two signs
+            if (!fits || !std::isfinite(position[axis]))
+                refuseNumber(name.toString(), coordinate.value().toString());
+            seen |= 1 << axis;
+        }
+        if (m_reader->name() == QLatin1String("vertex")) {
+            if (seen != 7)
+                refuse(QStringLiteral("a vertex lacks a coordinate"));
+            object->positions.append(position);
+        }
         m_reader->skipCurrentElement();
         if (!m_budget->isTimeLeft() || !m_budget->takeVertices(1))
             problem = m_budget->problem();
     }
 }
 
+void ThreeMfDocument::readTriangle(Object *object)
+{
+    int corners[3] = {-1, -1, -1};
+    int numbers[3] = {-1, -1, -1};
+    QString id;
+    for (const QXmlStreamAttribute &each : m_reader->attributes()) {
+        const auto name = each.name();
+        const int digit = name.size() == 2 ? int(name.at(1).unicode()) - '1' : -1;
+        const bool isCorner = name.startsWith(QLatin1Char('v'));
+        if (digit >= 0 && digit < 3 && (isCorner || name.startsWith(QLatin1Char('p')))) {
+            bool fits = false;
+            int &number = (isCorner ? corners : numbers)[digit];
+            number = each.value().toInt(&fits);
+            if (!fits || number < 0)
+                refuseNumber(name.toString(), each.value().toString());
+        } else if (name == QLatin1String("pid")) {
+            id = each.value().toString();
+        } else {
+            hasPaint |= (name == QLatin1String("paint_color") || name == QLatin1String("mmu_segmentation"))
+                && !each.value().isEmpty();
+        }
+    }
+    for (const int vertex : corners) {
+        if (vertex < 0)
+            refuse(QStringLiteral("a triangle lacks a corner"));
+        else if (vertex >= object->positions.size())
+            refuse(QStringLiteral("a triangle has index %1, past the end of %2 vertices")
+                       .arg(vertex)
+                       .arg(object->positions.size()));
+        object->indices.append(quint32(vertex));
+    }
+    if (id.isEmpty() && numbers[0] < 0)
+        return;
+    Property property = object->property;
+    if (!id.isEmpty())
+        property.group = groupNumber(id);
+    for (int corner = 0; corner < 3 && numbers[0] >= 0; ++corner)
+        property.numbers[corner] = numbers[corner] < 0 ? numbers[0] : numbers[corner];
+    object->properties.resize(size_t(object->indices.size() / 3) - 1, object->property);
+    object->properties.push_back(property);
+}
+
 void ThreeMfDocument::readTriangles(Object *object)
 {
     while (next()) {
-        if (m_reader->name() != QLatin1String("triangle")) {
-            m_reader->skipCurrentElement();
-            continue;
-        }
-        for (const char *corner : {"v1", "v2", "v3"}) {
-            const int vertex = index(corner, -1);
-            if (vertex >= object->positions.size())
-                refuse(QStringLiteral("a triangle has index %1, past the end of %2 vertices")
-                           .arg(vertex)
-                           .arg(object->positions.size()));
-            object->indices.append(quint32(vertex));
-        }
-        const QString id = attribute("pid");
-        if (!id.isEmpty() || !attribute("p1").isEmpty()) {
-            Property property;
-            property.group = id.isEmpty() ? object->property.group : groupNumber(id);
-            property.numbers[0] = index("p1", object->property.numbers[0]);
-            property.numbers[1] = index("p2", property.numbers[0]);
-            property.numbers[2] = index("p3", property.numbers[0]);
-            object->properties.resize(size_t(object->indices.size() / 3) - 1, object->property);
-            object->properties.push_back(property);
-        }
-        hasPaint |= !attribute("paint_color").isEmpty() || !attribute("mmu_segmentation").isEmpty();
+        if (m_reader->name() == QLatin1String("triangle"))
+            readTriangle(object);
         m_reader->skipCurrentElement();
         if (!m_budget->isTimeLeft())
             problem = m_budget->problem();

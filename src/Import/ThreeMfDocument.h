@@ -97,6 +97,7 @@ private:
     void readMesh(Object *object);
     void readVertices(Object *object);
     void readTriangles(Object *object);
+    void readTriangle(Object *object);
     void readColours(const char *element, const char *colour, const char *name);
     void readTexCoords();
     void readPlacements(std::vector<Placement> *placements, const char *element);
@@ -108,6 +109,7 @@ private:
     QString partOf(const QString &path) const;
     Key keyOf(const QString &id) const { return {m_part, id}; }
     void refuse(const QString &reason);
+    void refuseNumber(const QString &name, const QString &value);
 
     const ZipFile &m_archive;
     ImportBudget *m_budget;

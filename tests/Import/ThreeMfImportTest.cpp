@@ -234,8 +234,11 @@ TEST(ThreeMfImportTest, damagedFilesAreRefused)
     EXPECT_EQ(refusal(archive(folder, model(object("1", far), item))),
         "3D/main.model, line 1: a triangle has index 6, past the end of 6 vertices");
     far.replace("v3=\"6\"", "");
+    EXPECT_EQ(
+        refusal(archive(folder, model(object("1", far), item))), "3D/main.model, line 1: a triangle lacks a corner");
+    far.replace("v2=\"4\"", "v2=\"-1\"");
     EXPECT_EQ(refusal(archive(folder, model(object("1", far), item))),
-        "3D/main.model, line 1: v3=\"\" stands where an index is needed");
+        "3D/main.model, line 1: v2=\"-1\" stands where a number is needed");
     far = mesh();
     far.replace("z=\"1\"", "z=\"nan\"");
     EXPECT_EQ(refusal(archive(folder, model(object("1", far), item))),
