@@ -251,6 +251,7 @@ bool OffText::readVertex(const char *at, const char *end, int number)
 
 void OffText::readFace(const char *at, const char *end, qint64 vertices, int number)
 {
+    const bool isDigit = *at >= '0' && *at <= '9';
     const qint64 corners = readInteger(&at, end);
     at = skipSpaces(at, end);
     LargeFace face{m_colours.size(), {}};
@@ -278,10 +279,14 @@ void OffText::readFace(const char *at, const char *end, qint64 vertices, int num
                 + QByteArray::number(face.corners[2]));
         m_largeFaces.push_back(std::move(face));
     }
-    if (corners > 0) {
+    ++m_faceCount;
+    if (corners > 0 && isDigit) {
         readColour(at, end);
-        ++m_faceCount;
+        return;
     }
+    // Assimp counts lines that it cannot read as faces down, below zero where there are more of them than faces.
+    m_replaced.insert(number, "3 0 0 0");
+    m_colours.emplace_back();
 }
 
 void OffText::readColour(const char *at, const char *end)

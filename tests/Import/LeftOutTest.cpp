@@ -180,6 +180,13 @@ TEST(LeftOutTest, facesOfOffMayHaveManyCorners)
         EXPECT_NEAR(covered, area, 1e-5) << text.constData();
         EXPECT_EQ(mesh.indices.size(), 3 * (corners - 2 + 2));
     }
+    // Lines that are no faces, more of them than there are faces, crashed assimp.
+    EXPECT_EQ(importScene(folder.write("c.off", "OFF\n4 3 0\n" + offSquare + "0\n3 0 1 2\nx 1 2\n0\n0\n0\n0\n"))
+                  .meshes.value(0)
+                  .indices.size(),
+        3);
+    EXPECT_EQ(
+        refusal(folder.write("d.off", "OFF\n4 1 0\n" + offSquare + "-1 0\n" + star + "\n0\n0\n")), "no triangles");
     EXPECT_EQ(refusal(folder.write("b.off", "OFF\n4 1 0\n" + offSquare + "12 0 1 2 3\n")),
         "line 7: a face has 4 of its 12 corners; is the file truncated?");
 }
