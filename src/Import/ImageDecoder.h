@@ -12,7 +12,8 @@ namespace Velmora::Kvz {
 struct DecodedImage
 {
     QImage image; ///< Null where it cannot be read.
-    QString remark; ///< "cannot be read (...)", "has ... pixels and is scaled to ..."; empty where all is well.
+    QString
+        remark; ///< "cannot be read (...)", "is damaged (...); ...", "has ... pixels and is scaled to ..."; empty where all is well.
 };
 
 /// Decodes an image of whatever type its content is. One with a side above `largestSide` is scaled to it, with its shape kept,

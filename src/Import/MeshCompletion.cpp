@@ -2,6 +2,7 @@
 #include "MeshCompletion.h"
 
 #include "PositionTable.h"
+#include "ZeroRounding.h"
 
 #include <QtCore/QLocale>
 #include <QtCore/QStringList>
@@ -130,9 +131,10 @@ public:
             return;
         PositionTable table(m_count);
         m_places.reserve(m_count);
+        const ZeroRounding rounded(reinterpret_cast<const float *>(mesh.positions.constData()), m_count);
         for (int v = 0; v < mesh.positions.size(); ++v) {
-            table.prefetch(mesh.positions.at(std::min(v + 16, mesh.positions.size() - 1)));
-            m_places.push_back(table.numberOf(mesh.positions.at(v)));
+            table.prefetch(rounded(mesh.positions.at(std::min(v + 16, mesh.positions.size() - 1))));
+            m_places.push_back(table.numberOf(rounded(mesh.positions.at(v))));
         }
         m_count = table.positions().size();
     }

@@ -3,6 +3,8 @@
 
 #include "AssimpTypes.h"
 #include "MeshCompletion.h"
+#include "PositionTable.h"
+#include "ZeroRounding.h"
 
 #include <assimp/material.h>
 #include <assimp/mesh.h>
@@ -106,11 +108,20 @@ ImportedMesh copy(const Arrays &arrays, const std::vector<unsigned> &remap, int 
     return mesh;
 }
 
-/// Vertices are told apart by their bytes, where zero has two signs.
-void dropNegativeZeros(const aiMesh &mesh)
+/// Numbers vertices by their positions in the order of their first use, as meshoptimizer does, with less waiting for memory.
+size_t numberPositions(const QVector<quint32> &indices, const aiVector3D *positions, std::vector<unsigned> *remap)
 {
-    for (unsigned v = 0; v < mesh.mNumVertices; ++v)
-        mesh.mVertices[v] += aiVector3D(0, 0, 0);
+    std::fill(remap->begin(), remap->end(), unusedVertex);
+    PositionTable table(remap->size() / 6); // of the corners of a closed surface
+    const quint32 *const begin = indices.constData();
+    const int last = indices.size() - 1;
+    for (int i = 0; i <= last; ++i) {
+        table.prefetch(toQVector(positions[begin[std::min(i + 16, last)]]));
+        unsigned &number = (*remap)[begin[i]];
+        if (number == unusedVertex)
+            number = table.numberOf(toQVector(positions[begin[i]]));
+    }
+    return table.positions().size();
 }
 
 } // namespace
@@ -132,7 +143,6 @@ MeshReading readMesh(const aiMesh &source, const aiMaterial &material, bool hasF
     if (indices.isEmpty())
         return result;
 
-    dropNegativeZeros(source);
     const Arrays arrays = arraysOf(source, material, hasFacetNormals);
     const int total = int(source.mNumVertices);
     // Loaders of formats without shared vertices make some for each face: three for a triangle, four for two.
@@ -141,10 +151,14 @@ MeshReading readMesh(const aiMesh &source, const aiMaterial &material, bool hasF
     int count = total;
     Positions positions = Positions::Any;
     if (isUnshared) {
+        // Vertices are told apart by their bytes.
+        auto *const coordinates = reinterpret_cast<float *>(source.mVertices);
+        ZeroRounding(coordinates, size_t(total)).apply(coordinates, size_t(total));
         remap.resize(size_t(total));
         const std::vector<meshopt_Stream> streams = arrays.streams();
-        count = int(meshopt_generateVertexRemapMulti(
-            remap.data(), indices.constData(), size_t(indices.size()), size_t(total), streams.data(), streams.size()));
+        count = int(streams.size() == 1 ? numberPositions(indices, source.mVertices, &remap)
+                                        : meshopt_generateVertexRemapMulti(remap.data(), indices.constData(),
+                                            size_t(indices.size()), size_t(total), streams.data(), streams.size()));
         meshopt_remapIndexBuffer(indices.data(), indices.constData(), size_t(indices.size()), remap.data());
         if (streams.size() == 1)
             positions = Positions::Distinct;

@@ -10,6 +10,7 @@
 #include "ModelText.h"
 #include "PlainMesh.h"
 #include "SceneReader.h"
+#include "ThreeMfReader.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -157,13 +158,12 @@ bool readWithAssimp(
         *problem = text.problem();
     if (!problem->isEmpty())
         return false;
-    text.complete(source);
+    text.complete(const_cast<aiScene *>(source)); // which the loader owns, and has finished with
     source = loader.process(problem);
     if (!source)
         return false;
     SceneReader reader(source, loader.format(), file, options, budget);
     reader.setImagePlaces(text.imagePlaces());
-    reader.setMeasures(text.upAxis(), text.unit());
     if (!reader.read(scene, problem))
         return false;
     if (scene->items.isEmpty() && options.needsTriangles && !text.emptyReason().isEmpty()) {
@@ -194,6 +194,8 @@ bool readContent(
     }
     if (info.suffix().compare(QLatin1String("amf"), Qt::CaseInsensitive) == 0 && info.size() > 0)
         return readAmf(content, options, budget, scene, problem);
+    if (info.suffix().compare(QLatin1String("3mf"), Qt::CaseInsensitive) == 0 && info.size() > 0)
+        return read3mf(content, options, budget, scene, problem);
     return readPlainMesh(content, options, budget, scene) || readWithAssimp(content, options, budget, scene, problem);
 }
 

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "ModelText.h"
 
-#include "AmfReader.h"
 #include "TextEncoding.h"
-#include "ZipFile.h"
 
 #include <assimp/scene.h>
 
@@ -11,7 +9,6 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QRegularExpression>
-#include <QtCore/QXmlStreamReader>
 
 #include <algorithm>
 #include <limits>
@@ -41,8 +38,6 @@ ModelText::ModelText(QFile *file)
             readPly(reinterpret_cast<const char *>(bytes), file->size());
         return;
     }
-    if (suffix == QLatin1String("3mf"))
-        read3mf(file);
     if (suffix != QLatin1String("obj") && suffix != QLatin1String("off") && suffix != QLatin1String("x3d")
         && suffix != QLatin1String("dae") && suffix != QLatin1String("3ds") && suffix != QLatin1String("blend")) {
         readOther(file, suffix);
@@ -94,27 +89,6 @@ void ModelText::readPly(const char *begin, qint64 size)
     m_hasUnreadColours = size > std::numeric_limits<int>::max() / 2;
     if (!m_hasUnreadColours)
         m_text = header + QByteArray(begin + m_ply.size, int(size - m_ply.size));
-}
-
-/// The unit, which the model part of the archive says. By the standard z points up.
-void ModelText::read3mf(QFile *file)
-{
-    constexpr qint64 longestStart = 1 << 16;
-    const uchar *const bytes = file->size() < std::numeric_limits<int>::max() ? file->map(0, file->size()) : nullptr;
-    if (!bytes)
-        return;
-    const ZipFile archive(QByteArray::fromRawData(reinterpret_cast<const char *>(bytes), int(file->size())));
-    for (const QString &name : archive.names()) {
-        if (!name.endsWith(QLatin1String(".model"), Qt::CaseInsensitive))
-            continue;
-        QXmlStreamReader reader(archive.read(name, longestStart));
-        if (!reader.readNextStartElement())
-            continue;
-        const QString unit = reader.attributes().value(QLatin1String("unit")).toString();
-        m_unit = metresOf(unit.isEmpty() ? QStringLiteral("millimeter") : unit.toLower());
-        m_upAxis = QStringLiteral("z");
-        return;
-    }
 }
 
 /// Scenes of Irrlicht hold no triangles of their own, and assimp 5.2 takes few of their nodes.
@@ -174,7 +148,7 @@ QByteArray ModelText::plainCompanion(const QByteArray &text, const QString &name
     return m_libraries.plainText(withoutByteOrderMark(text), name);
 }
 
-void ModelText::complete(const aiScene *scene)
+void ModelText::complete(aiScene *scene)
 {
     m_libraries.complete(scene);
     if (m_obj)

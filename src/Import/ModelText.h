@@ -35,12 +35,9 @@ public:
     /// The text of a file that the model names by this name, as assimp reads it rightly.
     QByteArray plainCompanion(const QByteArray &text, const QString &name);
     /// Adds to what assimp read, before it is triangulated, what it left out.
-    void complete(const aiScene *scene);
+    void complete(aiScene *scene);
     /// Why there may be nothing in the scene of a file that is no worse than others; empty where nothing is known.
     QString emptyReason() const;
-    /// What the file says of its axis and unit and no loader hands on, as in ImportedScene.
-    QString upAxis() const { return m_upAxis; }
-    float unit() const { return m_unit; }
     /// Paths of images that stand for several places each.
     QHash<QString, QStringList> imagePlaces() const;
     /// What there is to say, a line each, given the files that could not be opened.
@@ -49,7 +46,6 @@ public:
 private:
     void readPly(const char *begin, qint64 size);
     void readIrrlicht(const QString &text);
-    void read3mf(QFile *file);
     void readOther(QFile *file, const QString &suffix);
 
     QString m_file;
@@ -65,8 +61,6 @@ private:
     std::optional<DaeText> m_dae;
     std::optional<ThreeDsFaces> m_3ds;
     std::optional<BlendFaces> m_blend;
-    QString m_upAxis;
-    float m_unit = 0;
 };
 
 } // namespace Velmora::Kvz

@@ -149,13 +149,14 @@ ObjText::ObjText(const QByteArray &text)
         m_problem = QStringLiteral("no triangles; ") + notDrawn();
 }
 
-void ObjText::complete(const aiScene *scene) const
+void ObjText::complete(aiScene *scene)
 {
     for (unsigned m = 0; m < scene->mNumMeshes && m_hasAlpha; ++m) {
         aiColor4D *const colours = scene->mMeshes[m]->mColors[0];
         for (unsigned v = 0; colours && v < scene->mMeshes[m]->mNumVertices; ++v)
             unpack(&colours[v]);
     }
+    m_smoothing.complete(scene);
 }
 
 void ObjText::read(const QByteArray &text)
@@ -203,6 +204,12 @@ void ObjText::readLine(const char *begin, const char *end)
         for (Kind &kind : m_kinds)
             kind.count += keyword[1] == kind.keyword[1]; // "v" has a zero there
         readNumbers(values, end, 2);
+    } else if (length == 1 && (*keyword == 's' || *keyword == 'o' || *keyword == 'g')) {
+        const char *const value = skipSpaces(values, end);
+        if (*keyword == 's')
+            m_smoothing.setGroup(QByteArray(value, int(skipWord(value, end) - value)));
+        else
+            m_smoothing.addObject(*keyword == 'g', QByteArray(value, int(end - value)));
     } else if (is("mtllib")) {
         readLibraries(QByteArray(values, int(end - values)));
     } else if (is("usemtl")) {
@@ -253,11 +260,13 @@ int ObjText::readNumbers(const char *begin, const char *end, int fewest)
 /// Corners have the forms 1, 1/2, 1//3 and 1/2/3.
 void ObjText::readFace(const char *begin, const char *end)
 {
+    int corners = 0;
     for (const char *at = skipSpaces(begin, end); at != end && m_problem.isEmpty(); at = skipSpaces(at, end)) {
         if (*at == '#') {
             m_isOdd = true;
-            return;
+            break;
         }
+        ++corners;
         const bool isNumber = *at == '-' || *at == '+' || (*at >= '0' && *at <= '9');
         const qint64 vertex = readInteger(&at, end);
         if (isNumber && vertex == 0) {
@@ -274,6 +283,8 @@ void ObjText::readFace(const char *begin, const char *end)
         }
         at = skipWord(at, end);
     }
+    if (corners >= 3)
+        m_smoothing.addFace(corners);
 }
 
 void ObjText::readIndex(Kind *kind, qint64 index)
@@ -329,6 +340,8 @@ QStringList ObjText::warnings() const
                          .arg(QLocale(QLocale::English).toString(m_plainVertices)));
     if (m_curves + m_surfaces > 0)
         lines.append(notDrawn());
+    if (m_smoothing.isLost())
+        lines.append(QStringLiteral("faces with smoothing off are smooth: parts of an object stand apart"));
     return lines;
 }
 

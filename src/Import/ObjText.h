@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "ObjSmoothing.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QList>
 #include <QtCore/QSet>
@@ -29,7 +31,8 @@ public:
     /// The text as assimp reads it rightly. Null where the file is already so.
     QByteArray plainText() const { return m_plain; }
     /// Gives the colours of a scene, before it is triangulated, the alpha that assimp does not read: plainText() has put it into red.
-    void complete(const aiScene *scene) const;
+    /// Makes faces flat where smoothing is off.
+    void complete(aiScene *scene);
     /// What is said of the material libraries, when these files could not be opened. For each that is missing assimp takes
     /// the one that is called like the model.
     QStringList libraryWarnings(const QString &file, const QStringList &missingFiles) const;
@@ -73,6 +76,7 @@ private:
     qint64 m_curves = 0;
     qint64 m_surfaces = 0;
     bool m_hasElements = false; // faces, lines or points
+    ObjSmoothing m_smoothing;
     QString m_problem;
 };
 

@@ -14,7 +14,7 @@ namespace Velmora::Kvz {
 
 namespace {
 
-constexpr int mostCorners = 9; // that assimp keeps
+constexpr qint64 mostCorners = 9; // of a face that assimp keeps
 const QVector4D lightGrey(0.8f, 0.8f, 0.8f, 1); // as meshes without colours are
 
 struct Line
@@ -91,8 +91,8 @@ void scaleColours(std::vector<std::optional<QVector4D>> *colours)
     }
 }
 
-/// The text without comments and empty lines, and without a number of dimensions.
-QByteArray plainOff(const QByteArray &text, bool hasKeyword, bool hasDimension)
+/// The text without comments and empty lines, and without a number of dimensions; some lines by their number replaced.
+QByteArray plainOff(const QByteArray &text, bool hasKeyword, bool hasDimension, const QHash<int, QByteArray> &replaced)
 {
     QByteArray plain = hasKeyword && !hasDimension ? QByteArray() : QByteArray("OFF\n");
     plain.reserve(text.size() + 4);
@@ -101,7 +101,10 @@ QByteArray plainOff(const QByteArray &text, bool hasKeyword, bool hasDimension)
     for (Line line; lines.next(&line);) {
         for (; toSkip > 0 && line.begin != line.end; --toSkip)
             line.begin = skipSpaces(skipWord(line.begin, line.end), line.end);
-        if (line.begin != line.end)
+        const auto other = replaced.constFind(lines.number());
+        if (other != replaced.constEnd())
+            plain.append(*other).append('\n');
+        else if (line.begin != line.end)
             plain.append(line.begin, int(line.end - line.begin)).append('\n');
     }
     return plain;
@@ -191,7 +194,10 @@ void OffText::read(const QByteArray &text)
     const bool isPlain = hasKeyword && m_kind.isPlain() && !m_kind.hasDimension;
     for (qint64 f = 0; f < faces && m_problem.isEmpty() && lines.next(&line); ++f) {
         readFace(line.begin, line.end, vertices, lines.number());
-        if (!m_kind.isPlain())
+        const auto other = m_replaced.constFind(lines.number());
+        if (!m_kind.isPlain() && other != m_replaced.constEnd())
+            plain.append(*other).append('\n');
+        else if (!m_kind.isPlain())
             plain.append(line.begin, int(line.end - line.begin)).append('\n');
     }
     if (faces == 0 && vertices > 0 && m_problem.isEmpty())
@@ -200,8 +206,9 @@ void OffText::read(const QByteArray &text)
                             vertices == 1 ? QStringLiteral("point is") : QStringLiteral("points are"));
     if (!m_kind.isPlain())
         m_plain = plain;
-    else if (!isPlain || !lines.isPlain())
-        m_plain = plainOff(text, hasKeyword, m_kind.hasDimension);
+    else if (!isPlain || !lines.isPlain() || !m_replaced.isEmpty())
+        m_plain = plainOff(text, hasKeyword, m_kind.hasDimension, m_replaced);
+    m_replaced.clear();
     if (!m_hasColours)
         m_colours.clear();
 }
@@ -244,20 +251,42 @@ bool OffText::readVertex(const char *at, const char *end, int number)
 
 void OffText::readFace(const char *at, const char *end, qint64 vertices, int number)
 {
+    const bool isDigit = *at >= '0' && *at <= '9';
     const qint64 corners = readInteger(&at, end);
     at = skipSpaces(at, end);
-    for (qint64 i = 0; i < corners && at != end; ++i) {
+    LargeFace face{m_colours.size(), {}};
+    qint64 count = 0;
+    for (; count < corners && at != end; ++count) {
         const qint64 index = readInteger(&at, end);
         if (index < 0 || index >= vertices) {
             m_problem = QStringLiteral("line %1: a face has index %2, past the end of %3 vertices")
                             .arg(QString::number(number), QString::number(index), QString::number(vertices));
             return;
         }
+        if (corners > mostCorners)
+            face.corners.push_back(unsigned(index));
         at = skipSpaces(skipWord(at, end), end);
     }
-    m_dropped += corners > mostCorners;
-    if (corners > 0 && corners <= mostCorners)
+    if (count < corners) {
+        m_problem = QStringLiteral("line %1: a face has %2 of its %3 corners; is the file truncated?")
+                        .arg(QString::number(number), QString::number(count), QString::number(corners));
+        return;
+    }
+    if (corners > mostCorners) {
+        // A triangle keeps its place until complete() has the mesh.
+        m_replaced.insert(number,
+            QByteArray("3 ") + QByteArray::number(face.corners[0]) + ' ' + QByteArray::number(face.corners[1]) + ' '
+                + QByteArray::number(face.corners[2]));
+        m_largeFaces.push_back(std::move(face));
+    }
+    ++m_faceCount;
+    if (corners > 0 && isDigit) {
         readColour(at, end);
+        return;
+    }
+    // Assimp counts lines that it cannot read as faces down, below zero where there are more of them than faces.
+    m_replaced.insert(number, "3 0 0 0");
+    m_colours.emplace_back();
 }
 
 void OffText::readColour(const char *at, const char *end)
@@ -274,6 +303,7 @@ void OffText::readColour(const char *at, const char *end)
 void OffText::complete(aiMesh *mesh)
 {
     completeVertices(mesh);
+    restoreLargeFaces(mesh);
     if (m_hasColours)
         colourFaces(mesh);
 }
@@ -300,6 +330,20 @@ void OffText::completeVertices(aiMesh *mesh) const
         for (size_t v = 0; v < count; ++v)
             mesh->mTextureCoords[0][v] = {m_texCoords[v].x(), m_texCoords[v].y(), 0};
     }
+}
+
+void OffText::restoreLargeFaces(aiMesh *mesh) const
+{
+    if (m_largeFaces.empty() || m_faceCount != mesh->mNumFaces)
+        return;
+    for (const LargeFace &large : m_largeFaces) {
+        aiFace &face = mesh->mFaces[large.number];
+        delete[] face.mIndices;
+        face.mNumIndices = unsigned(large.corners.size());
+        face.mIndices = new unsigned[large.corners.size()];
+        std::copy(large.corners.begin(), large.corners.end(), face.mIndices);
+    }
+    mesh->mPrimitiveTypes |= aiPrimitiveType_POLYGON;
 }
 
 void OffText::colourFaces(aiMesh *mesh)
@@ -329,8 +373,6 @@ void OffText::colourFaces(aiMesh *mesh)
 QStringList OffText::warnings() const
 {
     QStringList lines;
-    if (m_dropped > 0)
-        lines.append(QStringLiteral("faces of more than %1 corners are left out (%2)").arg(mostCorners).arg(m_dropped));
     if (m_mapped > 0)
         lines.append(
             QStringLiteral("colours of faces that are numbers of a colour map are not read (%1)").arg(m_mapped));

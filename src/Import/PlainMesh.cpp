@@ -7,13 +7,18 @@
 #include "MeshCompletion.h"
 #include "NodePose.h"
 #include "PlyReader.h"
+#include "PositionTable.h"
 #include "StlReader.h"
+#include "ZeroRounding.h"
 
 #include <assimp/cimport.h>
 #include <assimp/importerdesc.h>
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
+
+#include <algorithm>
+#include <vector>
 
 namespace Velmora::Kvz {
 
@@ -32,6 +37,33 @@ ImportedMaterial materialOf(const ImportedMesh &mesh, bool isStl)
     return material;
 }
 
+/// Joins vertices of one position in a mesh that has nothing else.
+void joinPositions(ImportedMesh *mesh)
+{
+    const int count = mesh->positions.size();
+    PositionTable table{size_t(count)};
+    std::vector<quint32> numbers;
+    numbers.reserve(size_t(count));
+    for (int v = 0; v < count; ++v) {
+        table.prefetch(mesh->positions.at(std::min(v + 16, count - 1)));
+        numbers.push_back(table.numberOf(mesh->positions.at(v)));
+    }
+    if (table.positions().size() == numbers.size())
+        return;
+    mesh->positions.resize(int(table.positions().size()));
+    std::copy(table.positions().begin(), table.positions().end(), mesh->positions.begin());
+    for (quint32 &index : mesh->indices)
+        index = numbers[index];
+}
+
+/// Takes coordinates for zero that are so but for rounding errors; returns whether there are any.
+bool roundToZero(ImportedMesh *mesh)
+{
+    auto *const coordinates = reinterpret_cast<float *>(mesh->positions.data());
+    const auto count = size_t(mesh->positions.size());
+    return ZeroRounding(coordinates, count).apply(coordinates, count);
+}
+
 } // namespace
 
 bool readPlainMesh(QFile *file, const ImportOptions &options, ImportBudget *budget, ImportedScene *scene)
@@ -45,11 +77,14 @@ bool readPlainMesh(QFile *file, const ImportOptions &options, ImportBudget *budg
     ImportedMesh mesh;
     if (!(isStl ? readBinaryStl(file, budget, &mesh) : readBinaryPly(file, budget, &mesh)))
         return false;
-    const bool isWelded = isStl && mesh.colours.isEmpty();
-    const bool isUnshared = !isWelded && mesh.positions.size() > mesh.indices.size() / 3;
+    const bool isDistinct = isStl && mesh.colours.isEmpty();
+    const bool isUnshared = !isDistinct && mesh.positions.size() > mesh.indices.size() / 3;
+    const bool hasRounded = (isDistinct || isUnshared) && roundToZero(&mesh);
     if (isUnshared)
         weld(&mesh);
-    const QString remark = completeMesh(&mesh, isWelded ? Positions::Distinct : Positions::Any);
+    else if (hasRounded)
+        joinPositions(&mesh);
+    const QString remark = completeMesh(&mesh, isDistinct ? Positions::Distinct : Positions::Any);
     if (mesh.indices.isEmpty())
         return false;
     if (isStl || isUnshared)

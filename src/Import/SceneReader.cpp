@@ -155,12 +155,6 @@ SceneReader::SceneReader(const aiScene *source, const QByteArray &format, const 
       m_materials(source, format, &m_images)
 { }
 
-void SceneReader::setMeasures(const QString &upAxis, float unit)
-{
-    m_scene.upAxis = upAxis;
-    m_scene.unit = unit;
-}
-
 bool SceneReader::read(ImportedScene *scene, QString *problem)
 {
     readNodes();

@@ -33,8 +33,6 @@ public:
 
     /// Paths of images that stand for several places each.
     void setImagePlaces(const QHash<QString, QStringList> &places) { m_images.setPlaces(places); }
-    /// What is known of the file's axis and unit beside the loader, as in ImportedScene.
-    void setMeasures(const QString &upAxis, float unit);
     /// False with a problem. Cut short where the budget has no time left, which its own problem says.
     bool read(ImportedScene *scene, QString *problem);
 

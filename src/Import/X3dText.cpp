@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "X3dText.h"
 
+#include "X3dGeometry.h"
 #include "XmlTree.h"
 
 #include <QtCore/QDir>
@@ -113,6 +114,8 @@ void X3dText::define(const XmlElement &element)
 {
     if (element.has(def) && !m_defined.contains(element.value(def)))
         m_defined.insert(element.value(def), &element);
+    if (element.has(use))
+        m_used.insert(element.value(use));
     for (const XmlElement &child : element.children)
         define(child);
 }
@@ -191,6 +194,7 @@ void X3dText::mendShape(XmlElement *shape)
     const XmlElement &meant = geometry->has(use) ? *m_defined.value(geometry->value(use), &*geometry) : *geometry;
     const bool hasColours = std::any_of(meant.children.begin(), meant.children.end(),
         [](const XmlElement &child) { return child.name.startsWith(QLatin1String("Color")); });
+    rewriteGeometry(&*geometry, m_used);
     if (!shape->child(appearanceName)) {
         XmlElement appearance;
         appearance.name = appearanceName;

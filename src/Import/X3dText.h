@@ -4,6 +4,7 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QHash>
 #include <QtCore/QMap>
+#include <QtCore/QSet>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
@@ -17,6 +18,7 @@ struct XmlElement;
 /// - Nodes that are used again: of groups it takes the first use alone. They are copied to each place.
 /// - Shapes without a material have that of the shape before. By the format they are white, or as their vertices are, and not lit.
 /// - Colours of vertices are multiplied with the diffuse colour, which they are to replace.
+/// - Geometry, as rewriteGeometry() says.
 class X3dText
 {
 public:
@@ -49,6 +51,7 @@ private:
     QString m_problem;
     QByteArray m_plain;
     QHash<QString, const XmlElement *> m_defined; // while the text is read
+    QSet<QString> m_used; // names that nodes use again
     QHash<QString, QStringList> m_places;
     QHash<QString, QString> m_standIns; // by the lists of places
     QStringList m_warnings;

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 // What files say about surfaces, through every ready chain that lights them: each case beside another way to express
 // the same, which must give the same picture.
+#include "Import/GltfDocument.h"
 #include "support/GLTest.h"
 #include "support/Meshes.h"
 #include "support/ModelChain.h"
+#include "support/ModelFiles.h"
+#include "support/TemporaryFolder.h"
 
 #include <Chain/ChainLibrary.h>
+#include <Import/ModelImporter.h>
 #include <Scene/GPUModelBuilder.h>
 
 #include <QtGui/QColor>
@@ -69,9 +73,20 @@ void reverseWinding(MeshData *mesh)
         std::swap(mesh->indices[i + 1], mesh->indices[i + 2]);
 }
 
-QImage flat(const QColor &colour, const QSize &imageSize = QSize(8, 8))
+/// Squares of one texel, light and of a colour by turns.
+QImage checks(const QSize &imageSize, const QColor &colour)
 {
     QImage image(imageSize, QImage::Format_ARGB32);
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x)
+            image.setPixelColor(x, y, (x + y) % 2 == 0 ? colour : QColor(230, 230, 230));
+    }
+    return image;
+}
+
+QImage flat(const QColor &colour)
+{
+    QImage image(8, 8, QImage::Format_ARGB32);
     image.fill(colour);
     return image;
 }
@@ -96,6 +111,120 @@ MaterialData matte(const QVector3D &kd = {0.8f, 0.7f, 0.6f})
     MaterialData material;
     material.kd = kd;
     return material;
+}
+
+using Doc = GltfDocument;
+
+/// Of the coordinates of a texture, as KHR_texture_transform has it.
+struct TextureTransform
+{
+    double offset[2];
+    double rotation;
+    double scale[2];
+};
+
+/// Attributes of a square of side 0.8 with its coordinates transformed.
+QJsonObject plainSquare(Doc *document, const TextureTransform &transform)
+{
+    QByteArray texCoords;
+    for (const QVector2D &corner : {QVector2D(0, 1), QVector2D(1, 1), QVector2D(1, 0), QVector2D(0, 0)}) {
+        const double u = transform.scale[0] * double(corner.x()), v = transform.scale[1] * double(corner.y());
+        const double cosine = std::cos(transform.rotation), sine = std::sin(transform.rotation);
+        texCoords += Doc::bytesOf<float>(
+            {float(transform.offset[0] + cosine * u + sine * v), float(transform.offset[1] - sine * u + cosine * v)});
+    }
+    const QByteArray positions = Doc::bytesOf<float>({-0.4f, -0.4f, 0, 0.4f, -0.4f, 0, 0.4f, 0.4f, 0, -0.4f, 0.4f, 0});
+    const QByteArray normals = Doc::bytesOf<float>({0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1});
+    return {{"POSITION", document->addAccessor(positions, Doc::Float, 4, "VEC3")},
+        {"NORMAL", document->addAccessor(normals, Doc::Float, 4, "VEC3")},
+        {"TEXCOORD_0", document->addAccessor(texCoords, Doc::Float, 4, "VEC2")}};
+}
+
+constexpr double quantum = 0.0004;
+
+/// The same in shorts, 2500 to a unit, and bytes, without a transform.
+QJsonObject quantizedSquare(Doc *document)
+{
+    const QByteArray positions =
+        Doc::bytesOf<qint16>({-1000, -1000, 0, 0, 1000, -1000, 0, 0, 1000, 1000, 0, 0, -1000, 1000, 0, 0});
+    const QByteArray normals = Doc::bytesOf<qint8>({0, 0, 127, 0, 0, 0, 127, 0, 0, 0, 127, 0, 0, 0, 127, 0});
+    const QByteArray texCoords = Doc::bytesOf<quint8>({0, 255, 0, 0, 255, 255, 0, 0, 255, 0, 0, 0, 0, 0, 0, 0});
+    return {{"POSITION", document->addAccessor(positions, Doc::Short, 4, "VEC3", false, 8)},
+        {"NORMAL", document->addAccessor(normals, Doc::Byte, 4, "VEC3", true, 4)},
+        {"TEXCOORD_0", document->addAccessor(texCoords, Doc::UnsignedByte, 4, "VEC2", true, 4)}};
+}
+
+QJsonObject textureWith(const TextureTransform &transform)
+{
+    return {{"index", 0},
+        {"extensions",
+            QJsonObject{{"KHR_texture_transform",
+                QJsonObject{{"offset", QJsonArray{transform.offset[0], transform.offset[1]}},
+                    {"rotation", transform.rotation},
+                    {"scale", QJsonArray{transform.scale[0], transform.scale[1]}}}}}}};
+}
+
+/// Four squares with textures that are moved, turned, scaled, and all of that, the last of them twice. The odd way has bytes and
+/// shorts for floats, transforms in place of texture coordinates, instances, and names that are escaped.
+QSharedPointer<GPUModel> gltfModel(bool isOdd)
+{
+    const TextureTransform transforms[] = {
+        {{0.25, 0.5}, 0, {1, 1}}, {{0, 0}, 0.6, {1, 1}}, {{0, 0}, 0, {2, 0.5}}, {{0.25, 0.5}, 0.6, {2, 0.5}}};
+    const TemporaryFolder folder;
+    folder.write(QStringLiteral("an image.png"), pngBytes(quarters()));
+    Doc document;
+    const int indices = document.squareIndices();
+    QJsonArray meshes, materials, nodes;
+    for (int i = 0; i < 4; ++i) {
+        const QJsonObject attributes = isOdd ? quantizedSquare(&document) : plainSquare(&document, transforms[i]);
+        meshes.append(QJsonObject{{"primitives",
+            QJsonArray{QJsonObject{{"attributes", attributes}, {"indices", indices}, {"material", i}}}}});
+        const QJsonObject texture = isOdd ? textureWith(transforms[i]) : QJsonObject{{"index", 0}};
+        materials.append(
+            QJsonObject{{"pbrMetallicRoughness", QJsonObject{{"metallicFactor", 0}, {"baseColorTexture", texture}}}});
+        QJsonObject node{{"mesh", i}, {"translation", QJsonArray{i % 2 - 0.5, i / 2 - 0.5, 0}}};
+        if (isOdd)
+            node["scale"] = QJsonArray{quantum, quantum, quantum};
+        nodes.append(node);
+    }
+    QJsonObject last = nodes[3].toObject();
+    if (isOdd) {
+        const auto behind = float(-1 / quantum), aside = float(-0.5 / quantum);
+        const int places =
+            document.addAccessor(Doc::bytesOf<float>({0, 0, 0, aside, aside, behind}), Doc::Float, 2, "VEC3");
+        last["extensions"] =
+            QJsonObject{{"EXT_mesh_gpu_instancing", QJsonObject{{"attributes", QJsonObject{{"TRANSLATION", places}}}}}};
+        nodes[3] = last;
+        document.root["extensionsRequired"] =
+            QJsonArray{"KHR_mesh_quantization", "KHR_texture_transform", "EXT_mesh_gpu_instancing"};
+    } else {
+        last["translation"] = QJsonArray{0, 0, -1};
+        nodes.append(last);
+    }
+    document.root["images"] = QJsonArray{QJsonObject{{"uri", "an%20image.png"}}};
+    document.root["textures"] = QJsonArray{QJsonObject{{"source", 0}}};
+    document.root["meshes"] = meshes;
+    document.root["materials"] = materials;
+    document.setNodes(nodes, isOdd ? QJsonArray{0, 1, 2, 3} : QJsonArray{0, 1, 2, 3, 4});
+    folder.write(QStringLiteral("a buffer.bin"), document.buffer());
+    const QByteArray text = document.bytes(isOdd ? QStringLiteral("a%20buffer.bin") : QString());
+    ImportedScene scene;
+    QString error;
+    EXPECT_TRUE(importModel(folder.write(QStringLiteral("a.gltf"), text), &scene, &error)) << qPrintable(error);
+    EXPECT_EQ(scene.warnings, QStringList());
+    EXPECT_EQ(scene.items.size(), 5);
+    return scene.build();
+}
+
+QSharedPointer<GPUModel> objModel(const QByteArray &text)
+{
+    const TemporaryFolder folder;
+    folder.write(QStringLiteral("a.mtl"), "newmtl m\nKd 0.8 0.5 0.2\n");
+    ImportedScene scene;
+    QString error;
+    EXPECT_TRUE(importModel(folder.write(QStringLiteral("a.obj"), text), &scene, &error)) << qPrintable(error);
+    EXPECT_EQ(scene.warnings, QStringList());
+    return scene.build();
 }
 
 } // namespace
@@ -176,6 +305,7 @@ protected:
     void imagesWrapAsTheirSamplerSays();
     void emissionAndUnlitColoursAreSeenAsTheyAre();
     void eightSizesOfImagesKeepTheirDetail();
+    void filesMaySayTheSameInSeveralWays();
 
     std::unique_ptr<ModelChain> chain;
     const QString chainName = QString::fromStdString(GetParam());
@@ -262,16 +392,18 @@ void SurfaceCasesTest::masksCutHoles()
     half.indices = {0, 1, 2, 0, 2, 3};
     // Shadow maps ignore masks, and the half square has other triangles: what shows that stays off meanwhile.
     picture(modelOf(half, matte()));
-    const QString differing = chainName == QLatin1String("wireframe-overlay") ? QStringLiteral("wires")
-        : chain->chain.description().findPass(QStringLiteral("mask")) >= 0    ? QStringLiteral("mask")
-                                                                              : QString();
-    if (!differing.isEmpty()) {
-        EXPECT_TRUE(chain->chain.setEnabled(differing, false)) << qPrintable(chain->chain.errorString());
-    }
+    QStringList differing;
+    if (chainName == QLatin1String("wireframe-overlay"))
+        differing = QStringList{QStringLiteral("wires")};
+    else if (chainName == QLatin1String("studio"))
+        differing = QStringList{QStringLiteral("maps"), QStringLiteral("ground")};
+    else if (chain->chain.description().findPass(QStringLiteral("mask")) >= 0)
+        differing = QStringList{QStringLiteral("mask")};
+    for (const QString &pass : qAsConst(differing))
+        EXPECT_TRUE(chain->chain.setEnabled(pass, false)) << qPrintable(chain->chain.errorString());
     expectSame(QStringLiteral("mask"), modelOf(square(), masked), modelOf(half, matte()), 6);
-    if (!differing.isEmpty()) {
-        EXPECT_TRUE(chain->chain.setEnabled(differing, true)) << qPrintable(chain->chain.errorString());
-    }
+    for (const QString &pass : qAsConst(differing))
+        EXPECT_TRUE(chain->chain.setEnabled(pass, true)) << qPrintable(chain->chain.errorString());
 }
 
 void SurfaceCasesTest::alphaOfImagesAndOfVerticesIsOpacity()
@@ -361,7 +493,9 @@ void SurfaceCasesTest::emissionAndUnlitColoursAreSeenAsTheyAre()
     MaterialData byImage = emissive;
     byImage.emission = {1, 1, 1};
     byImage.mapEmission = flat(QColor::fromRgbF(0.3, 0.6, 0.2));
-    expectSame(QStringLiteral("unlit"), modelOf(square(), unlit), modelOf(square(), emissive));
+    // In physical light black mirrors its surroundings, and unlit surfaces do not.
+    if (chainName != QLatin1String("studio"))
+        expectSame(QStringLiteral("unlit"), modelOf(square(), unlit), modelOf(square(), emissive));
     expectSame(QStringLiteral("emission"), modelOf(square(), byImage), modelOf(square(), emissive), 3);
     if (chainName != QLatin1String("deferred"))
         return;
@@ -374,22 +508,35 @@ void SurfaceCasesTest::emissionAndUnlitColoursAreSeenAsTheyAre()
 
 void SurfaceCasesTest::eightSizesOfImagesKeepTheirDetail()
 {
-    // One image of each size in stripes of one texel, so close that every texel shows.
+    // Detail of one texel in each, read without a filter, beside the same images enlarged to one size.
     GPUModelBuilder builder;
-    GPUModelBuilder byColour;
+    GPUModelBuilder enlarged;
+    const QSize largest(64, 16);
     for (int i = 0; i < 8; ++i) {
-        const QSize imageSize(4 + 4 * i, 4);
-        const QColor colour = QColor::fromHsv(45 * i, 200, 220);
+        const QSize imageSize(8 << i % 4, i < 4 ? 8 : 16);
         MaterialData material = matte({1, 1, 1});
-        material.mapKd = flat(colour, imageSize);
-        MaterialData plain = matte(QVector3D(float(colour.redF()), float(colour.greenF()), float(colour.blueF())));
+        material.mapKdSampling.magnification = ImageSampling::Nearest;
+        material.mapKdSampling.minification = ImageSampling::Nearest;
+        material.mapKdSampling.mipmaps = false;
+        MaterialData same = material;
+        material.mapKd = checks(imageSize, QColor::fromHsv(45 * i, 200, 120));
+        same.mapKd = material.mapKd.scaled(largest, Qt::IgnoreAspectRatio, Qt::FastTransformation);
         QMatrix4x4 matrix;
         matrix.translate(-1.2f + 0.8f * float(i % 4), i < 4 ? 0.5f : -0.5f, 0);
         matrix.scale(0.35f);
         builder.addItem(builder.addMesh(square()), builder.addMaterial(material), matrix);
-        byColour.addItem(byColour.addMesh(square()), byColour.addMaterial(plain), matrix);
+        enlarged.addItem(enlarged.addMesh(square()), enlarged.addMaterial(same), matrix);
     }
-    expectSame(QStringLiteral("sizes"), builder.build(), byColour.build());
+    expectSame(QStringLiteral("sizes"), builder.build(), enlarged.build());
+}
+
+void SurfaceCasesTest::filesMaySayTheSameInSeveralWays()
+{
+    expectSame(QStringLiteral("gltf"), gltfModel(true), gltfModel(false), 3);
+    expectSame(QStringLiteral("obj"),
+        objModel("\xef\xbb\xbfmtllib a.mtl\r\n  v\t-1 -.5 0 # a corner\r\nv 1 \\\r\n-.5 0\r\nv 1. +5e-1 .5\r\n"
+                 "v -1 .5 .5\r\nusemtl m  \r\nf -4 \\\r\n-3 -2\t-1"),
+        objModel("mtllib a.mtl\nv -1 -0.5 0\nv 1 -0.5 0\nv 1 0.5 0.5\nv -1 0.5 0.5\nusemtl m\nf 1 2 3 4\n"), 0, 0);
 }
 
 // One test per chain, so that its programs are built once.
@@ -404,6 +551,7 @@ TEST_P(SurfaceCasesTest, eachCaseEqualsAnotherWayToSayIt)
     imagesWrapAsTheirSamplerSays();
     emissionAndUnlitColoursAreSeenAsTheyAre();
     eightSizesOfImagesKeepTheirDetail();
+    filesMaySayTheSameInSeveralWays();
 }
 
 static std::string caseName(const testing::TestParamInfo<std::string> &chain)

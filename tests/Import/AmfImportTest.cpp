@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "ImportHelpers.h"
+#include "ZipArchive.h"
 #include "support/TemporaryFolder.h"
-
-#include <QtCore/QtEndian>
 
 #include <algorithm>
 
@@ -60,57 +59,9 @@ QMap<int, QVector4D> coloursOf(const ImportedScene &scene)
     return colours;
 }
 
-void put(QByteArray *bytes, quint32 value, int size)
-{
-    for (int i = 0; i < size; ++i)
-        bytes->append(char(value >> 8 * i & 255));
-}
-
-quint32 crcOf(const QByteArray &content)
-{
-    quint32 crc = ~0u;
-    for (const char c : content) {
-        crc ^= quint8(c);
-        for (int bit = 0; bit < 8; ++bit)
-            crc = crc & 1 ? crc >> 1 ^ 0xedb88320u : crc >> 1;
-    }
-    return ~crc;
-}
-
-/// An archive of members as they are: names and contents.
-QByteArray zipped(const QVector<QPair<QByteArray, QByteArray>> &members)
-{
-    QByteArray archive;
-    QByteArray directory;
-    for (const auto &member : members) {
-        QByteArray common;
-        for (const quint32 value : {20u, 0u, 0u, 0u, 0u}) // version, flags, method, time, date
-            put(&common, value, 2);
-        put(&common, crcOf(member.second), 4);
-        put(&common, quint32(member.second.size()), 4);
-        put(&common, quint32(member.second.size()), 4);
-        put(&common, quint32(member.first.size()), 2);
-        put(&common, 0, 2);
-        directory += "PK\1\2";
-        put(&directory, 20, 2);
-        directory += common + QByteArray(10, '\0');
-        put(&directory, quint32(archive.size()), 4);
-        directory += member.first;
-        archive += "PK\3\4" + common + member.first + member.second;
-    }
-    QByteArray end = "PK\5\6";
-    put(&end, 0, 4);
-    put(&end, quint32(members.size()), 2);
-    put(&end, quint32(members.size()), 2);
-    put(&end, quint32(directory.size()), 4);
-    put(&end, quint32(archive.size()), 4);
-    put(&end, 0, 2);
-    return archive + directory + end;
-}
-
 QByteArray zipped(const QByteArray &name, const QByteArray &content)
 {
-    return zipped({{name, content}});
+    return zipArchive({{name, content}});
 }
 
 } // namespace
@@ -226,30 +177,6 @@ TEST(AmfImportTest, whatIsWrongIsNamed)
             + colour("x", "0", "0") + "</material><texture id=\"1\">AAAA</texture>"));
     EXPECT_EQ(importScene(file).warnings,
         (QStringList{file + ": colours that are formulas are left out", file + ": its textures are not read"}));
-}
-
-TEST(AmfImportTest, unitAndAxisOf3mfAreTold)
-{
-    TemporaryFolder folder;
-    for (const QByteArray &unit : {QByteArray(), QByteArray(" unit=\"inch\"")}) {
-        const QByteArray model = "<?xml version=\"1.0\"?><model" + unit
-            + " xmlns=\"http://schemas.microsoft.com/3dmanufacturing/core/2015/02\"><resources><object id=\"1\" "
-              "type=\"model\"><mesh><vertices><vertex x=\"0\" y=\"0\" z=\"0\"/><vertex x=\"1\" y=\"0\" z=\"0\"/>"
-              "<vertex x=\"0\" y=\"0\" z=\"1\"/></vertices><triangles><triangle v1=\"0\" v2=\"1\" "
-              "v3=\"2\"/></triangles>"
-              "</mesh></object></resources><build><item objectid=\"1\"/></build></model>";
-        const QByteArray relations =
-            "<?xml version=\"1.0\"?><Relationships "
-            "xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
-            "<Relationship Id=\"r\" Type=\"http://schemas.microsoft.com/3dmanufacturing/2013/01/3dmodel\" "
-            "Target=\"/3D/3dmodel.model\"/></Relationships>";
-        const ImportedScene scene =
-            importScene(folder.write("a.3mf", zipped({{"_rels/.rels", relations}, {"3D/3dmodel.model", model}})));
-        EXPECT_FLOAT_EQ(scene.unit, unit.isEmpty() ? 1e-3f : 0.0254f);
-        EXPECT_EQ(scene.upAxis, "z");
-        const QVector3D up = scene.items.value(0).modelMatrix.map(QVector3D(0, 0, 1));
-        EXPECT_LT((up - QVector3D(0, 1, 0)).length(), 1e-6f);
-    }
 }
 
 } // namespace Velmora::Kvz

@@ -287,6 +287,70 @@ TEST(ImageFormatsTest, damagedPngIsToldOfInOneLine)
     }
 }
 
+/// Libraries that read images write to the terminal, or log without a word on which image it is.
+TEST(ImageFormatsTest, damageIsToldOfInOneLineWithTheImage)
+{
+    const QImage image = distinctImage(64, 64);
+    const QByteArray jpeg = written(image, "jpg");
+    const QByteArray bmp = written(image, "bmp");
+    const QByteArray tiff = written(image, "tiff");
+    QByteArray badTable = jpeg;
+    const int table = badTable.indexOf("\xff\xc4"); // a Huffman table, whose counts are nonsense then
+    ASSERT_GT(table, 0);
+    badTable.replace(table + 5, 16, QByteArray(16, '\xff'));
+    QByteArray oddTag = tiff; // the last of its directory's is none that anybody knows
+    const auto number = [&oddTag](int at, int bytes) {
+        int value = 0;
+        for (int i = 0; i < bytes; ++i)
+            value |= int(quint8(oddTag[at + i])) << 8 * i;
+        return value;
+    };
+    ASSERT_TRUE(oddTag.startsWith("II"));
+    const int directory = number(4, 4);
+    const int lastTag = directory + 2 + 12 * (number(directory, 2) - 1);
+    oddTag[lastTag] = char(0x60);
+    oddTag[lastTag + 1] = char(0xea);
+    struct Case
+    {
+        const char *name;
+        QByteArray bytes;
+        const char *remark; // empty: nothing is said
+        bool isRead;
+    };
+    const Case cases[] = {{"cut.jpg", jpeg.left(jpeg.size() / 2),
+                              "is damaged (Corrupt JPEG data: premature end of data segment); what "
+                              "could be read of it is used",
+                              true},
+        {"table.jpg", badTable, "cannot be read (Unable to read image data); white is used", false},
+        {"cut.bmp", bmp.left(bmp.size() / 2),
+            "is damaged (it ends before its last row); what could be read of it is "
+            "used",
+            true},
+        {"whole.bmp", bmp, "", true}, {"whole.jpg", jpeg, "", true}, {"odd.tif", oddTag, "", true},
+        {"cut.tif", tiff.left(directory / 2) + QByteArray(16, '\0'), "", false}};
+    for (const Case &each : cases) {
+        SCOPED_TRACE(each.name);
+        static QStringList logged;
+        logged.clear();
+        const QtMessageHandler former = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext &, const QString &message) { logged.append(message); });
+        ::testing::internal::CaptureStderr();
+        const ImportedScene scene = sceneWith(each.name, each.bytes);
+        EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+        qWarning("still here");
+        qInstallMessageHandler(former);
+        EXPECT_EQ(logged, QStringList("still here")) << "the handler of the host is in force again";
+        EXPECT_EQ(scene.materials.value(0).mapKd.isNull(), !each.isRead);
+        if (each.isRead && *each.remark == '\0') {
+            EXPECT_EQ(scene.warnings, QStringList());
+            continue;
+        }
+        ASSERT_EQ(scene.warnings.size(), 1);
+        EXPECT_TRUE(scene.warnings[0].contains(QStringLiteral("texture \"%1\" ").arg(each.name)));
+        EXPECT_TRUE(scene.warnings[0].endsWith(each.remark)) << qPrintable(scene.warnings[0]);
+    }
+}
+
 TEST(ImageFormatsTest, imagesOfEveryTypeAreScaledToTheLimit)
 {
     ImportOptions options;

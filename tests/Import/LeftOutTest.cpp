@@ -6,6 +6,9 @@
 #include "support/TemporaryFolder.h"
 
 #include <QtCore/QMap>
+#include <QtCore/QtMath>
+
+#include <cmath>
 
 namespace Velmora::Kvz {
 
@@ -122,11 +125,9 @@ TEST(LeftOutTest, opacityOfVerticesLetsLightThroughUnlessItIsNothingEverywhere)
 TEST(LeftOutTest, whatOffLosesIsSaid)
 {
     TemporaryFolder folder;
-    QByteArray polygon = "10 0 1 2 3 0 1 2 3 0 1\n";
-    const QString file = folder.write("a.off", "OFF\n4 3 0\n" + offSquare + "3 0 1 2 7\n" + polygon + "3 1 3 2 7\n");
+    const QString file = folder.write("a.off", "OFF\n4 2 0\n" + offSquare + "3 0 1 2 7\n3 1 3 2 7\n");
     EXPECT_EQ(importScene(file).warnings,
-        (QStringList{file + ": faces of more than 9 corners are left out (1)",
-            file + ": colours of faces that are numbers of a colour map are not read (2)"}));
+        QStringList(file + ": colours of faces that are numbers of a colour map are not read (2)"));
     const QString both = folder.write(
         "b.off", "COFF\n3 1 0\n0 0 0 255 0 0 255\n1 0 0 255 0 0 255\n0 1 0 255 0 0 255\n3 0 1 2 0 0 255\n");
     const ImportedScene scene = importScene(both);
@@ -136,6 +137,58 @@ TEST(LeftOutTest, whatOffLosesIsSaid)
         "line 8: a face has index 4, past the end of 4 vertices");
     EXPECT_TRUE(refusal(folder.write("d.off", "OFF\n4 3 0\n" + offSquare + "3 0 1 2 255 0 0\n3 1 3 2 0 0 255\n"))
                     .endsWith("face 2 has no corners; is the file truncated?"));
+}
+
+/// Assimp drops faces of more than nine corners.
+TEST(LeftOutTest, facesOfOffMayHaveManyCorners)
+{
+    const TemporaryFolder folder;
+    constexpr int corners = 24;
+    // A star with its notches between two triangles of other colours. Its area is that of the fan around its middle.
+    QByteArray positions;
+    QByteArray star = QByteArray::number(corners);
+    double area = 0;
+    for (int i = 0; i < corners; ++i) {
+        const double radius = i % 2 == 0 ? 1 : 0.4;
+        const double angle = 2 * M_PI * i / corners;
+        positions +=
+            QByteArray::number(radius * std::cos(angle)) + ' ' + QByteArray::number(radius * std::sin(angle)) + " 0\n";
+        star += ' ' + QByteArray::number(i);
+        area += 0.4 * std::sin(2 * M_PI / corners) / 2;
+    }
+    const QByteArray counts = QByteArray::number(corners + 3) + " 3 0\n";
+    positions += "0 0 5\n1 0 5\n0 1 5\n";
+    const QByteArray faces = "3 24 25 26 1 0 0\n" + star + " 0 1 0\n3 24 26 25 0 0 1\n";
+    QByteArray coloured = "COFF\n" + counts;
+    for (const QByteArray &line : positions.trimmed().split('\n'))
+        coloured += line + " 0 1 0 1\n";
+    for (const QByteArray &text : {"OFF\n" + counts + positions + faces,
+             "OFF # a comment\n" + counts + "\n" + positions + faces, coloured + faces}) {
+        const QString file = folder.write("a.off", text);
+        const ImportedScene scene = importScene(file);
+        ASSERT_EQ(scene.meshes.size(), 1);
+        const ImportedMesh &mesh = scene.meshes[0];
+        double covered = 0;
+        for (int i = 0; i + 2 < mesh.indices.size(); i += 3) {
+            const auto at = [&](int corner) { return mesh.positions[int(mesh.indices[i + corner])]; };
+            if (at(0).z() > 0)
+                continue;
+            covered += double(QVector3D::crossProduct(at(1) - at(0), at(2) - at(0)).z()) / 2;
+            for (int corner = 0; corner < 3; ++corner)
+                EXPECT_EQ(mesh.colours.value(int(mesh.indices[i + corner])), QVector4D(0, 1, 0, 1));
+        }
+        EXPECT_NEAR(covered, area, 1e-5) << text.constData();
+        EXPECT_EQ(mesh.indices.size(), 3 * (corners - 2 + 2));
+    }
+    // Lines that are no faces, more of them than there are faces, crashed assimp.
+    EXPECT_EQ(importScene(folder.write("c.off", "OFF\n4 3 0\n" + offSquare + "0\n3 0 1 2\nx 1 2\n0\n0\n0\n0\n"))
+                  .meshes.value(0)
+                  .indices.size(),
+        3);
+    EXPECT_EQ(
+        refusal(folder.write("d.off", "OFF\n4 1 0\n" + offSquare + "-1 0\n" + star + "\n0\n0\n")), "no triangles");
+    EXPECT_EQ(refusal(folder.write("b.off", "OFF\n4 1 0\n" + offSquare + "12 0 1 2 3\n")),
+        "line 7: a face has 4 of its 12 corners; is the file truncated?");
 }
 
 TEST(LeftOutTest, coloursOfPlyFacesAreSaidToBeLeftOut)

@@ -20,8 +20,9 @@ Cost least(const Cost &a, const Cost &b)
 } // namespace
 
 /// The aims are half as long again as assimp alone where a file is indexed, else a quarter longer than assimp, a weld and an order for
-/// the vertex cache. Text of OBJ comes near to the second, at 1.2, so that a busy machine has a little more room there. Faces of OBJ count positions and normals apart, so assimp hands out corners that share nothing: a weld is part of it.
-/// Where a machine is busy, further rounds come nearer to what a load costs by itself.
+/// the vertex cache. Text of OBJ with normals comes near to the second, so that a busy machine has a little more room there. Faces of OBJ
+/// count positions and normals apart, so assimp hands out corners that share nothing: a weld is part of it. Where a machine is busy,
+/// further rounds come nearer to what a load costs by itself.
 TEST(LoadCostTest, staysNearThatOfTheLibrariesUnderIt)
 {
 #ifdef __SANITIZE_ADDRESS__

@@ -6,6 +6,7 @@
 #include <QtCore/QHash>
 
 #include <algorithm>
+#include <cmath>
 
 namespace Velmora::Kvz {
 
@@ -292,6 +293,91 @@ TEST(ObjImportTest, concavePolygonsKeepTheirNotches)
             }
         }
     }
+}
+
+namespace {
+
+/// A roof of two slopes at an angle of 53 degrees, which are smooth by themselves, with these lines before each.
+QByteArray roof(const QByteArray &first, const QByteArray &second)
+{
+    return "v 0 0 0\nv 1 0.5 0\nv 2 0 0\nv 0 0 1\nv 1 0.5 1\nv 2 0 1\n" + first + "f 1 4 5 2\n" + second
+        + "f 2 5 6 3\n";
+}
+
+/// Whether all normals are those of their triangles.
+bool isFlat(const ImportedScene &scene)
+{
+    for (const ImportedMesh &mesh : scene.meshes) {
+        for (int i = 0; i < mesh.indices.size(); ++i) {
+            const auto at = [&](int corner) { return mesh.positions[int(mesh.indices[i / 3 * 3 + corner])]; };
+            const QVector3D own = QVector3D::normal(at(0), at(1), at(2));
+            if ((mesh.normals[int(mesh.indices[i])] - own).length() > 1e-4f)
+                return false;
+        }
+    }
+    return !scene.meshes.isEmpty();
+}
+
+} // namespace
+
+TEST(ObjSmoothingTest, facesAreFlatWhereTheFileTurnsItOff)
+{
+    const TemporaryFolder folder;
+    for (const char *smooth : {"", "s 1\n", "s on\n"})
+        EXPECT_FALSE(isFlat(importScene(folder.write("a.obj", roof(smooth, ""))))) << smooth;
+    for (const char *flat : {"s off\n", "s 0\n", " s off # flat\n"}) {
+        const ImportedScene scene = importScene(folder.write("a.obj", roof(flat, "")));
+        EXPECT_TRUE(isFlat(scene)) << flat;
+        EXPECT_EQ(scene.items.size(), 1);
+        EXPECT_EQ(scene.warnings, QStringList());
+    }
+    // Behind points, lines and other objects faces are the same.
+    EXPECT_TRUE(isFlat(importScene(folder.write("a.obj", roof("s off\np 1\nl 1 2 3\n", "o b\nusemtl c\n")))));
+    // Normals of the file come first.
+    const QByteArray normals = "vn 0 1 0\ns off\nf 1//1 4//1 5//1\n";
+    EXPECT_FALSE(
+        isFlat(importScene(folder.write("a.obj", "v 0 0 0\nv 1 0.5 0\nv 2 0 0\nv 0 0 1\nv 1 0.5 1\n" + normals))));
+}
+
+TEST(ObjSmoothingTest, flatAndSmoothFacesStandBesideEachOther)
+{
+    const TemporaryFolder folder;
+    // A second roof behind the first one, with colours and texture coordinates.
+    QByteArray text = "v 0 0 0 1 0 0\nv 1 0.5 0 1 0 0\nv 2 0 0 1 0 0\nv 0 0 1 1 0 0\nv 1 0.5 1 1 0 0\nv 2 0 1 1 0 0\n"
+                      "v 0 0 5 0 1 0\nv 1 0.5 5 0 1 0\nv 2 0 5 0 1 0\nv 0 0 6 0 1 0\nv 1 0.5 6 0 1 0\nv 2 0 6 0 1 0\n"
+                      "vt 0 0\nvt 1 0.25\n";
+    text += "s 1\nf 1/1 4/1 5/1 2/1\ns off\nf 7/2 10/2 11/2 8/2\ns 1\nf 2/1 5/1 6/1 3/1\ns off\nf 8/2 11/2 12/2 9/2\n";
+    const QString file = folder.write("a.obj", text);
+    const ImportedScene scene = importScene(file);
+    EXPECT_EQ(scene.warnings, QStringList());
+    ASSERT_EQ(scene.meshes.size(), 2);
+    ASSERT_EQ(scene.items.size(), 2);
+    EXPECT_EQ(scene.items[0].material, scene.items[1].material);
+    int flatCorners = 0;
+    for (const ImportedMesh &mesh : scene.meshes) {
+        EXPECT_EQ(mesh.indices.size(), 12);
+        for (int v = 0; v < mesh.positions.size(); ++v) {
+            const bool isFlatRoof = mesh.positions[v].z() > 3;
+            flatCorners += isFlatRoof;
+            EXPECT_EQ(mesh.colours.value(v), isFlatRoof ? QVector4D(0, 1, 0, 1) : QVector4D(1, 0, 0, 1));
+            EXPECT_EQ(mesh.texCoords.value(v), isFlatRoof ? QVector2D(1, 0.25f) : QVector2D());
+            const float x = mesh.positions[v].x();
+            const float slope = isFlatRoof ? 0.447214f : x == 1 ? 0 : 0.447214f;
+            EXPECT_NEAR(std::abs(mesh.normals[v].x()), slope, 1e-4) << v;
+        }
+    }
+    EXPECT_EQ(flatCorners, 8);
+    // Some are triangles, the others are not.
+    for (const QByteArray &faces :
+        {QByteArray("s 1\nf 1 4 5 2\ns off\nf 2 5 6\n"), QByteArray("s off\nf 1 4 5 2\ns 1\nf 2 5 6\n")}) {
+        const QByteArray corners = "v 0 0 0\nv 1 0.5 0\nv 2 0 0\nv 0 0 1\nv 1 0.5 1\nv 2 0 1\n";
+        EXPECT_TRUE(isFlat(importScene(folder.write("c.obj", corners + faces)))) << "each stands alone";
+    }
+    // Assimp goes on with an object that it knows by name, behind others.
+    const QString mixed =
+        folder.write("b.obj", roof("o a\nusemtl x\n", "o b\nusemtl y\nf 1 2 4\no a\nusemtl z\ns off\n"));
+    EXPECT_EQ(importScene(mixed).warnings,
+        QStringList(mixed + ": faces with smoothing off are smooth: parts of an object stand apart"));
 }
 
 } // namespace Velmora::Kvz

@@ -253,6 +253,51 @@ TEST(PlainMeshTest, stlIsReadLikeFacetsOfAnyFormat)
     expectSameSurface(ours, text);
 }
 
+/// A tube around z whose first and last column are where sine says: at 0 and at some rounding error of it.
+TEST(PlainMeshTest, seamsOfRoundingErrorsAreClosed)
+{
+    const TemporaryFolder folder;
+    const auto tube = [](bool isExact) {
+        constexpr int columns = 16;
+        Ball result;
+        for (int column = 0; column <= columns; ++column) {
+            const double angle = 2 * M_PI * column / columns;
+            for (const float z : {1.0f, 2.0f, 3.0f})
+                result.positions.append(
+                    {float(std::cos(angle)), isExact && column == columns ? 0 : float(std::sin(angle)), z});
+        }
+        for (quint32 i = 0; i < 3 * columns; ++i) {
+            if (i % 3 < 2)
+                result.indices << i << i + 3 << i + 1 << i + 1 << i + 3 << i + 4;
+        }
+        return result;
+    };
+    EXPECT_NE(tube(false).positions.last().y(), 0.0f);
+    const ImportedScene closed = importScene(folder.write("a.stl", stl(tube(true))));
+    QByteArray text = "solid t\n";
+    const Ball open = tube(false);
+    for (int i = 0; i < open.indices.size(); ++i) {
+        const QVector3D at = open.positions[int(open.indices[i])];
+        text += i % 3 == 0 ? "facet normal 0 0 0\nouter loop\n" : "";
+        text += "vertex";
+        for (int axis = 0; axis < 3; ++axis)
+            text += ' ' + QByteArray::number(double(at[axis]), 'g', 9);
+        text += i % 3 == 2 ? "\nendloop\nendfacet\n" : "\n";
+    }
+    expectSameMesh(importScene(folder.write("b.stl", stl(open))), closed);
+    expectSameSurface(importScene(folder.write("c.stl", text + "endsolid t\n")), closed);
+    // Vertices of an indexed file stay; their normals are those of their place.
+    const ImportedMesh indexed = importScene(folder.write("d.ply", positionsPly(open))).meshes.value(0);
+    int atSeam = 0;
+    for (int v = 0; v < indexed.positions.size(); ++v) {
+        if (indexed.positions[v].x() < 0.999f)
+            continue;
+        ++atSeam;
+        EXPECT_NEAR((indexed.normals[v] - QVector3D(1, 0, 0)).length(), 0, 1e-5);
+    }
+    EXPECT_GE(atSeam, 6);
+}
+
 TEST(PlainMeshTest, theAxisThatPointsUpIsHonoured)
 {
     TemporaryFolder folder;

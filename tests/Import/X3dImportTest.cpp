@@ -3,6 +3,7 @@
 #include "support/TemporaryFolder.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace Velmora::Kvz {
 
@@ -143,6 +144,114 @@ TEST(X3dImportTest, geometryThatIsNotDrawnIsNamed)
         (QStringList{file + ": shapes of the kind QuadSet are not drawn (1)",
             file + ": shapes of the kind Text are not drawn (2)"}));
     EXPECT_EQ(refusal(folder.write("b.x3d", x3d(text))), "no triangles; shapes of the kind Text are not drawn (1)");
+}
+
+namespace {
+
+/// Two squares that meet at an angle of 53 degrees, like a roof along z, with these attributes and further parts.
+QByteArray roof(const QByteArray &attributes, const QByteArray &parts = QByteArray())
+{
+    return shape("<IndexedFaceSet solid='false' coordIndex='0 3 4 1 -1 1 4 5 2 -1' " + attributes
+            + "><Coordinate DEF='C' point='0 0 0, 1 0.5 0, 2 0 0, 0 0 1, 1 0.5 1, 2 0 1'/>" + parts
+            + "</IndexedFaceSet>",
+        red);
+}
+
+/// The x of the normals at the ridge.
+QVector<float> ridgeNormals(const ImportedScene &scene)
+{
+    QVector<float> found;
+    for (const ImportedMesh &mesh : scene.meshes) {
+        for (int v = 0; v < mesh.positions.size(); ++v) {
+            if (mesh.positions[v].x() == 1)
+                found.append(std::round(mesh.normals[v].x() * 1000) / 1000);
+        }
+    }
+    std::sort(found.begin(), found.end());
+    found.erase(std::unique(found.begin(), found.end()), found.end());
+    return found;
+}
+
+} // namespace
+
+TEST(X3dImportTest, facesAreFlatUnlessTheCreaseAngleSaysElse)
+{
+    const QVector<float> flat{-0.447f, 0.447f}, smooth{0};
+    EXPECT_EQ(ridgeNormals(sceneOf(roof(""))), flat);
+    EXPECT_EQ(ridgeNormals(sceneOf(roof("creaseAngle='0.9'"))), flat) << "52 degrees";
+    EXPECT_EQ(ridgeNormals(sceneOf(roof("creaseAngle='0.95'"))), smooth);
+    EXPECT_EQ(ridgeNormals(sceneOf(roof("creaseAngle='3.2'"))), smooth);
+    const QByteArray vertical = "<Normal vector='0 1 0 0 1 0 0 1 0 0 1 0 0 1 0 0 1 0'/>";
+    EXPECT_EQ(ridgeNormals(sceneOf(roof("", vertical))), smooth) << "normals of the file come first";
+    // What another set uses by its name has to stay.
+    const ImportedScene scene = sceneOf(roof("") + "<Transform translation='5 0 0'>"
+        + shape("<IndexedFaceSet coordIndex='0 3 4 1 -1'><Coordinate USE='C'/></IndexedFaceSet>", red)
+        + "</Transform>");
+    EXPECT_EQ(scene.items.size(), 2);
+}
+
+TEST(X3dImportTest, facesHaveColoursAndNormalsOfTheirOwn)
+{
+    const QByteArray colours = "<Color color='0 1 0 0 0 1'/>";
+    for (const QByteArray &attributes :
+        {QByteArray("colorPerVertex='false'"), QByteArray("colorPerVertex='false' colorIndex='1 0' creaseAngle='2'")}) {
+        const bool isTurned = attributes.contains("colorIndex");
+        const ImportedMesh mesh = sceneOf(roof(attributes, colours)).meshes.value(0);
+        ASSERT_EQ(mesh.indices.size(), 12);
+        for (int i = 0; i < mesh.indices.size(); i += 3) {
+            float x = 0;
+            for (int corner = 0; corner < 3; ++corner)
+                x += mesh.positions[int(mesh.indices[i + corner])].x() / 3;
+            const QVector4D expected = (x < 1) != isTurned ? QVector4D(0, 1, 0, 1) : QVector4D(0, 0, 1, 1);
+            for (int corner = 0; corner < 3; ++corner)
+                EXPECT_EQ(mesh.colours.value(int(mesh.indices[i + corner])), expected) << attributes.constData();
+        }
+    }
+    const QByteArray normals = "<Normal vector='-0.6 0.8 0 0.6 0.8 0'/>";
+    EXPECT_EQ(ridgeNormals(sceneOf(roof("normalPerVertex='false'", normals))), (QVector<float>{-0.6f, 0.6f}));
+    // Lists of their own for colours and texture coordinates of vertices go along.
+    const QByteArray lists = "colorIndex='0 0 0 0 -1 1 1 1 1 -1' texCoordIndex='0 1 1 0 -1 1 0 0 1 -1'";
+    const ImportedMesh mesh =
+        sceneOf(roof(lists, colours + "<TextureCoordinate point='0.25 0.5 0.75 1'/>")).meshes.value(0);
+    ASSERT_EQ(mesh.positions.size(), 8);
+    for (int v = 0; v < 8; ++v) {
+        const bool isLeft = mesh.normals[v].x() < 0;
+        EXPECT_EQ(mesh.colours.value(v), isLeft ? QVector4D(0, 1, 0, 1) : QVector4D(0, 0, 1, 1));
+        const bool isFirst = isLeft ? mesh.positions[v].z() == 0 : mesh.positions[v].z() == 1;
+        EXPECT_EQ(mesh.texCoords.value(v), isFirst ? QVector2D(0.25f, 0.5f) : QVector2D(0.75f, 1)) << v;
+    }
+}
+
+TEST(X3dImportTest, conesStandOnTheirBase)
+{
+    const auto cornersAt = [](const ImportedScene &scene, float y) {
+        int count = 0;
+        for (const ImportedMesh &mesh : scene.meshes) {
+            for (const quint32 index : mesh.indices) {
+                const QVector3D at = mesh.positions[int(index)];
+                count += at.y() == y && at.x() * at.x() + at.z() * at.z() > 1e-6f;
+            }
+        }
+        return count;
+    };
+    const ImportedScene cone = sceneOf(shape("<Cone bottomRadius='3' height='4'/>", red));
+    EXPECT_GT(cornersAt(cone, -2), 90) << "the rim, of sides and base";
+    EXPECT_EQ(cornersAt(cone, 2), 0) << "the tip";
+    EXPECT_LT(cornersAt(sceneOf(shape("<Cone bottomRadius='3' height='4' bottom='false'/>", red)), -2), 70);
+    const ImportedScene tube =
+        sceneOf(shape("<Cylinder DEF='T' radius='3' height='4' top='false' bottom='false'/>", red)
+            + "<Transform translation='9 0 0'>" + shape("<Cylinder USE='T'/>", red) + "</Transform>");
+    EXPECT_EQ(tube.items.size(), 2);
+    for (const ImportedMesh &mesh : tube.meshes) {
+        for (int v = 0; v < mesh.positions.size(); ++v) {
+            const QVector3D at = mesh.positions[v];
+            const QVector3D outwards = QVector3D(at.x(), 0, at.z()) / 3;
+            EXPECT_NEAR(outwards.length(), 1, 1e-5);
+            EXPECT_EQ(std::abs(at.y()), 2);
+            EXPECT_LT((mesh.normals[v] - outwards).length(), 1e-4f) << "smooth, and closed";
+        }
+    }
+    EXPECT_EQ(cornersAt(sceneOf(shape("<Cylinder side='false'/>", red)), 1), 90) << "a lid of 32 corners";
 }
 
 } // namespace Velmora::Kvz
