@@ -170,7 +170,11 @@ void LitDeferredRenderPass::start(RenderCallbacks *callbacks)
     glViewport(0, 0, size.width(), size.height());
     if (auto *const background = getInputPointer<Texture>(Background)) {
         BlitTexture(background, frame, TextureFormat::LowDynamicRange, size.width(), size.height());
+        glEnable(GL_BLEND);
+        glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+        glBlendEquation(GL_FUNC_ADD);
     } else {
+        glDisable(GL_BLEND);
         glClearColor(0, 0, 0, 0);
         glClear(GL_COLOR_BUFFER_BIT);
     }
@@ -178,9 +182,6 @@ void LitDeferredRenderPass::start(RenderCallbacks *callbacks)
     glEnable(GL_DEPTH_TEST);
     glDepthFunc(GL_GREATER);
     glDepthMask(GL_FALSE);
-    glEnable(GL_BLEND);
-    glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
-    glBlendEquation(GL_FUNC_ADD);
     light(program);
     glDisable(GL_BLEND);
     glDisable(GL_DEPTH_TEST);
