@@ -134,8 +134,8 @@ TEST_F(PassRegistryTest, passesThatFillTheBackgroundSaySo)
     }
     EXPECT_EQ(sorted(names),
         (QStringList{QStringLiteral("BackdropRenderPass"), QStringLiteral("BackgroundGradientRenderPass"),
-            QStringLiteral("BackgroundImageRenderPass"),
-            QStringLiteral("GradientRenderPass"), QStringLiteral("SkyboxRenderPass")}));
+            QStringLiteral("BackgroundImageRenderPass"), QStringLiteral("GradientRenderPass"),
+            QStringLiteral("SkyboxRenderPass")}));
     EXPECT_EQ(toStringList(PassTrait::Background), QStringList(QStringLiteral("fills the background")));
 }
 
