@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <vector>
 
 namespace Velmora::Kvz {
@@ -17,14 +18,24 @@ struct Times
 {
     std::vector<double> submitted; ///< Seconds until the calls returned.
     std::vector<double> done; ///< Seconds until the GPU was done.
+    std::vector<double> worked; ///< Seconds that all threads of the process computed meanwhile.
 
     void measure(const std::function<void()> &work)
     {
         glFinish();
+        const double before = processSeconds();
         done.push_back(secondsOf([&] {
             submitted.push_back(secondsOf(work));
             glFinish();
         }));
+        worked.push_back(processSeconds() - before);
+    }
+
+    static double processSeconds()
+    {
+        timespec time = {};
+        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+        return double(time.tv_sec) + 1e-9 * double(time.tv_nsec);
     }
 };
 
@@ -92,6 +103,8 @@ void compareWithFloor(benchmark::State &state, const std::function<void()> &fram
     state.counters["ms"] = passDone * 1e3;
     state.counters["floor_ms"] = rawDone * 1e3;
     state.counters["ratio"] = passDone / rawDone;
+    state.counters["work_ms"] = median(pass.worked) * 1e3;
+    state.counters["work_ratio"] = median(pass.worked) / median(raw.worked);
     state.counters["cpu_us"] = median(pass.submitted) * 1e6;
     state.counters["floor_cpu_us"] = median(raw.submitted) * 1e6;
 }

@@ -23,7 +23,9 @@ QRect viewportOf(const benchmark::State &state);
 /// Measures one frame of a pass and, alternating with it in the same run, the same draws through raw GL.
 ///
 /// Counters, medians over all iterations: `ms` and `floor_ms` until the GPU is done, `ratio` of the two, `cpu_us` and
-/// `floor_cpu_us` until the calls return. `cpu_us` is what the pass costs the host's thread.
+/// `floor_cpu_us` until the calls return. `cpu_us` is what the pass costs the host's thread. `work_ms` is the processor time of all
+/// threads of the process and `work_ratio` that of pass and floor: with a software driver they say what a frame costs, also on a
+/// machine that does other things meanwhile; with a GPU they say nothing of it.
 void compareWithFloor(benchmark::State &state, const std::function<void()> &frame);
 /// The same for the `start()` of a pass.
 void compareWithFloor(benchmark::State &state, RenderPass &pass);

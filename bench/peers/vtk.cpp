@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Frames of the comparison scene drawn by VTK, in the kinds that ready chains have: one line each, with the median time of a frame until
-// the GPU is done. Run it beside `kvz-bench --benchmark_filter=^chain/`, with xvfb-run where there is no screen.
+// the GPU is done, and of what all threads of the process computed for it, which is `work_ms` of kvz-bench. Run it beside `kvz-bench --benchmark_filter=^chain/`, with xvfb-run where there is no screen.
 #include "ComparisonScene.h"
 
 #include <Host/Camera.h>
@@ -36,6 +36,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <vector>
 
@@ -135,14 +136,31 @@ public:
     vtkNew<vtkOpenGLRenderer> renderer;
 };
 
+/// What all threads of the process have computed.
+double processSeconds()
+{
+    timespec time = {};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return double(time.tv_sec) + 1e-9 * double(time.tv_nsec);
+}
+
+double median(std::vector<double> values)
+{
+    std::nth_element(values.begin(), values.begin() + long(values.size() / 2), values.end());
+    return values[values.size() / 2];
+}
+
 void measure(const char *kind, Stage &stage)
 {
     for (int i = 0; i < 4; ++i)
         stage.frame();
     std::vector<double> seconds;
+    std::vector<double> work;
     double sum = 0;
     while (seconds.size() < 5 || (sum < 2 && seconds.size() < 60)) {
+        const double before = processSeconds();
         seconds.push_back(stage.frame());
+        work.push_back(processSeconds() - before);
         sum += seconds.back();
     }
     vtkNew<vtkUnsignedCharArray> pixels;
@@ -154,9 +172,8 @@ void measure(const char *kind, Stage &stage)
         least = std::min(least, pixels->GetTypedComponent(i, 0));
         most = std::max(most, pixels->GetTypedComponent(i, 0));
     }
-    std::nth_element(seconds.begin(), seconds.begin() + long(seconds.size() / 2), seconds.end());
-    std::printf(
-        "%-14s %9.2f ms%s\n", kind, 1e3 * seconds[seconds.size() / 2], most - least < 60 ? "  (shows nothing)" : "");
+    std::printf("%-14s %9.2f ms, work %9.2f ms%s\n", kind, 1e3 * median(seconds), 1e3 * median(work),
+        most - least < 60 ? "  (shows nothing)" : "");
     std::fflush(stdout);
 }
 

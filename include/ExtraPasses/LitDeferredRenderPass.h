@@ -5,7 +5,9 @@
 #include <RenderPasses/RenderPassProxy.h>
 
 #include <QtCore/QSharedPointer>
+#include <QtCore/QSize>
 
+#include <map>
 #include <memory>
 
 namespace Velmora::Kvz {
@@ -13,6 +15,7 @@ namespace Velmora::Kvz {
 class DrawBuffers;
 class FramebufferObject;
 class ShaderProgram;
+class Texture;
 
 /// Lights the images of SurfaceRenderPass from the camera, as LitForwardRenderPass lights a model, with shadows and ambient
 /// obscurance where there are images of them.
@@ -26,7 +29,7 @@ class ShaderProgram;
 /// | 4     | Kvz_KvzTexture*_Specular        | Texture*   | invalid | no highlights                                   |
 /// | 5     | Kvz_KvzTexture*_Normal          | Texture*   | invalid | no result: the output is empty                  |
 /// | 6     | Kvz_KvzTexture*_Emission        | Texture*   | invalid | no surface emits light, all are lit             |
-/// | 7     | Kvz_KvzTexture*_Depth           | Texture*   | invalid | positions on the near plane                     |
+/// | 7     | Kvz_KvzTexture*_Depth           | Texture*   | invalid | no difference: lit surfaces know their normals  |
 /// | 8     | Kvz_float_HeadlightIntensity    | float      | 0.85    | 0.85; below 0 counts as 0                       |
 /// | 9     | Kvz_float_AmbientIntensity      | float      | 0.15    | 0.15; below 0 counts as 0                       |
 /// | 10    | Kvz_bool_FixedLight             | bool       | false   | false                                           |
@@ -76,12 +79,12 @@ public:
     void start(RenderCallbacks *callbacks) override;
 
 private:
-    ShaderProgram &programFor(bool hasShadowMask, bool hasObscurance, bool hasBackground);
+    ShaderProgram &programFor(const QSize &size);
+    Texture *suitableDepth(const QSize &size) const;
     void light(ShaderProgram &program);
 
     QSharedPointer<DrawBuffers> m_screenQuad;
-    std::unique_ptr<ShaderProgram>
-        m_programs[2][2][2]; ///< By whether there is a shadow mask, an obscurance image, a background.
+    std::map<int, std::unique_ptr<ShaderProgram>> m_programs; ///< By which images there are, and whether sizes agree.
     std::unique_ptr<FramebufferObject> m_framebuffer;
 };
 

@@ -49,6 +49,9 @@ public:
 
     /// Whether items with GPUModel::Transparent are left out; false unless set.
     void setOpaqueOnly(bool isOpaqueOnly);
+    /// Whether images are left out that a chain can do without, their outputs null: Id, and Emission while no item of the model emits
+    /// light or is unlit. False unless set; a change makes all images anew.
+    void setSparse(bool isSparse);
 
 private:
     void resizeTargets(const QSize &size);
@@ -57,6 +60,8 @@ private:
     std::unique_ptr<TargetFramebuffer> m_framebuffer;
     QSize m_size;
     bool m_isOpaqueOnly = false;
+    bool m_isSparse = false;
+    bool m_hasEmission = true; ///< Of the images as they are.
 };
 
 } // namespace Velmora::Kvz

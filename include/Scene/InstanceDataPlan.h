@@ -35,6 +35,10 @@ public:
     QVector<Field> fields() const;
     /// The sampler of the rows: "kvz_<name>Rows".
     QString samplerName() const;
+    /// The row of the one item that is being drawn, in programs that define rowUniformMacro(): an array of stride() vec4 that
+    /// GPUModel::draw() sets, "kvz_<name>Row". Such programs read the model's own rows, whatever a host has bound.
+    QString rowUniformName() const;
+    QString rowUniformMacro() const;
     /// Texels of one row.
     int stride() const;
     /// First float of a field within its row; -1 for a getter that the plan does not have.

@@ -16,7 +16,8 @@ enum SurfaceFeature {
     SurfaceSecondTexCoords = 16,
     SurfaceMask = 32,
     SurfaceFirstImageArray = 256, ///< This bit and the next five: a map lies in the model's first to sixth image array.
-    AllSurfaceFeatures = 0x3f3f
+    SurfaceEmission = 0x20000, ///< Some item emits light or is unlit.
+    AllSurfaceFeatures = 0x23f3f
 };
 
 /// The same of rows of the plan "PhysicalMaterial"; bits of GPUModel::physicalFeatures(). What both plans have, has the same bit.

@@ -15,7 +15,7 @@ namespace {
 
 const QString colourPort = QStringLiteral("Kvz_QColor_BackgroundColor");
 const QString framePort = QStringLiteral("Kvz_KvzTexture*_Frame");
-const QString gradientClass = QStringLiteral("GradientRenderPass");
+const QStringList gradientClasses{QStringLiteral("GradientRenderPass"), QStringLiteral("BackgroundGradientRenderPass")};
 
 /// The input of a background pass that brings the picture which it fills in; -1 for one that starts a picture of its own.
 int frameInput(const ResolvedPass &pass)
@@ -216,7 +216,7 @@ bool setBackground(ChainDescription *chain, const QColor &colour, QString *error
     }
     bool isFound = false;
     for (ChainPass &pass : chain->passes) {
-        if (pass.className != gradientClass || !pass.enabled)
+        if (!gradientClasses.contains(pass.className) || !pass.enabled)
             continue;
         pass.values[QStringLiteral("Kvz_QColor_ColorTop")] = colour;
         pass.values[QStringLiteral("Kvz_QColor_ColorBottom")] = colour;

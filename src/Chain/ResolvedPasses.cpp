@@ -223,6 +223,26 @@ ResolvedInput ResolvedPasses::originOf(ResolvedInput source) const
     return source;
 }
 
+bool ResolvedPasses::mayBeDrawnInto(int pass) const
+{
+    std::vector<bool> carries(m_passes.size(), false); // An image of the pass, as it was or within another one.
+    carries[size_t(pass)] = true;
+    for (size_t user = size_t(pass) + 1; user < m_passes.size(); ++user) {
+        const ResolvedPass &resolved = m_passes[user];
+        for (size_t i = 0; resolved.enabled && i < resolved.inputs.size(); ++i) {
+            const ResolvedInput &source = resolved.inputs[i];
+            const InputInfo &input = resolved.info->inputs[int(i)];
+            const bool isConnected = source.source == Source::Output || source.source == Source::Previous;
+            if (!isConnected || !carries[size_t(source.pass)] || input.type != ValueType::Texture)
+                continue;
+            if (input.drawnInto)
+                return true;
+            carries[user] = true;
+        }
+    }
+    return false;
+}
+
 bool ResolvedPasses::takeLights() const
 {
     return std::any_of(m_passes.begin(), m_passes.end(), [](const ResolvedPass &pass) {

@@ -73,6 +73,8 @@ public:
     const OutputInfo &outputOf(const ResolvedInput &source) const;
     /// The output that an image comes from, looking through passes that hand it on.
     ResolvedInput originOf(ResolvedInput source) const;
+    /// Whether a pass draws into an image of this one, or into one that may be such an image, handed on.
+    bool mayBeDrawnInto(int pass) const;
     /// Whether an enabled pass takes the frame's lights.
     bool takeLights() const;
     /// What an input would take if all passes were enabled.

@@ -203,7 +203,8 @@ Bindable *unlessReplaced(const QString &plan, Bindable *rows)
 ListShading::ListShading(SurfaceKind kind)
     : m_kind(kind),
       m_programs(std::make_unique<SurfaceProgramVariants>(
-          [kind](GLSLMacroProcessor &macros) { return buildShadingProgram(macros, kind); }, kind))
+          [kind](GLSLMacroProcessor &macros) { return buildShadingProgram(macros, kind); }, kind,
+          SurfaceProgramVariants::Use::Fragments))
 { }
 
 ListShading::~ListShading() = default;

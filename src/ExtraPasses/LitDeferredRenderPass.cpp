@@ -5,15 +5,16 @@
 #include "SurfaceProgram.h"
 #include "steps/InputRead.h"
 #include "steps/LazyProgram.h"
-#include "steps/PositionFromDepth.h"
 #include "steps/ScreenQuad.h"
 #include "steps/TempTexture.h"
 #include "steps/Uniforms.h"
 
 #include <GL/AutoBinder.h>
+#include <GL/BlitTexture.h>
 #include <GL/DrawBuffers.h>
 #include <GL/FramebufferObject.h>
 #include <GL/GLSLMacroProcessor.h>
+#include <GL/InternalFormat.h>
 #include <GL/ShaderProgram.h>
 #include <GL/Texture.h>
 
@@ -27,14 +28,33 @@ namespace Velmora::Kvz {
 
 namespace {
 
+// The ray from the eye through a pixel does not depend on depth, so its direction is interpolated over the quad.
+const QString vertexSource = QStringLiteral(R"(#version 150
+uniform mat4 u_ProjectionMatrix;
+uniform mat4 u_InvProjMatrix;
+in vec3 va_Vertex;
+in vec2 va_TexCoord;
+out vec2 vo_TexCoord;
+out vec3 vo_ToEye; // In camera space, of any length.
+
+void main()
+{
+    gl_Position = vec4(va_Vertex.xy, 1.0, 1.0); // As deep as where nothing is.
+    vo_TexCoord = va_TexCoord;
+    vec4 seen = u_InvProjMatrix * vec4(va_TexCoord * 2.0 - 1.0, 0.0, 1.0);
+    bool isPerspective = u_ProjectionMatrix[2][3] != 0.0;
+    vo_ToEye = isPerspective ? (seen.w < 0.0 ? seen.xyz : -seen.xyz) : vec3(0.0, 0.0, 1.0);
+}
+)");
+
 const QString fragmentSource = QStringLiteral(R"(#version 150
 #include "SurfaceShading.glslh"
 uniform sampler2D u_Diffuse;
 uniform sampler2D u_Specular;
 uniform sampler2D u_Normal;
+#if EMISSION
 uniform sampler2D u_Emission;
-uniform sampler2D u_Depth;
-uniform bool u_HasEmission;
+#endif
 #if SHADOWS
 uniform sampler2D u_ShadowMask;
 #endif
@@ -42,37 +62,38 @@ uniform sampler2D u_ShadowMask;
 uniform sampler2D u_Obscurance;
 uniform float u_ObscuranceStrength;
 #endif
-#if BACKGROUND
-uniform sampler2D u_Background;
-#endif
 in vec2 vo_TexCoord;
+in vec3 vo_ToEye;
 out vec4 out_FragColor;
-)") + positionFromDepthSource
-    + directionToEyeSource + QStringLiteral(R"(
+
+vec4 imageAt(sampler2D image)
+{
+#if SAME_SIZE
+    return texelFetch(image, ivec2(gl_FragCoord.xy), 0);
+#else
+    return texture(image, vo_TexCoord);
+#endif
+}
+
 // Where alpha is 0, there is no image.
 float shareOf(vec4 texel, float strength)
 {
     return mix(1.0, texel.r, strength * texel.a);
 }
 
-vec4 overBackground(vec4 colour)
-{
-#if BACKGROUND
-    return colour + (1.0 - colour.a) * texture(u_Background, vo_TexCoord);
-#else
-    return colour;
-#endif
-}
-
 void main()
 {
-    vec4 diffuse = texture(u_Diffuse, vo_TexCoord);
-    vec4 specular = texture(u_Specular, vo_TexCoord);
-    vec3 normal = texture(u_Normal, vo_TexCoord).xyz;
-    vec4 emission = u_HasEmission ? texture(u_Emission, vo_TexCoord) : vec4(0.0);
+    vec4 diffuse = imageAt(u_Diffuse);
+    vec4 specular = imageAt(u_Specular);
+    vec3 normal = imageAt(u_Normal).xyz;
+#if EMISSION
+    vec4 emission = imageAt(u_Emission);
+#else
+    const vec4 emission = vec4(0.0);
+#endif
     // Every surface has a normal.
     if (normal == vec3(0.0)) {
-        out_FragColor = overBackground(vec4(0.0));
+        out_FragColor = vec4(0.0);
         return;
     }
     Surface surface;
@@ -91,10 +112,10 @@ void main()
 #if OBSCURANCE
     visibility.surroundings = shareOf(texture(u_Obscurance, vo_TexCoord), u_ObscuranceStrength);
 #endif
-    vec3 position = positionFromDepth(vo_TexCoord, texture(u_Depth, vo_TexCoord).r).xyz;
-    vec3 shaded = clamp(
-        shadeSurface(surface, visibility, position, normalize(normal), directionToEye(position)), 0.0, 1.0);
-    out_FragColor = overBackground(vec4(shaded * surface.opacity, surface.opacity));
+    vec3 toEye = normalize(vo_ToEye);
+    // Plain light does not depend on the place.
+    vec3 shaded = clamp(shadeSurface(surface, visibility, vec3(0.0), normalize(normal), toEye), 0.0, 1.0);
+    out_FragColor = vec4(shaded * surface.opacity, surface.opacity);
 }
 )");
 
@@ -135,40 +156,77 @@ void LitDeferredRenderPass::start(RenderCallbacks *callbacks)
         return;
     }
     ensureFramebuffer(m_framebuffer);
-    ShaderProgram &program = programFor(getInputPointer<Texture>(ShadowMask), getInputPointer<Texture>(Obscurance),
-        getInputPointer<Texture>(Background));
+    ShaderProgram &program = programFor(size);
     ensureScreenQuad(m_screenQuad, program);
 
     AutoBinder framebuffer(m_framebuffer.get());
     Texture *const frame =
         attachTempTexture(*m_framebuffer, GL_COLOR_ATTACHMENT0, TextureFormat::LowDynamicRange, size);
+    m_framebuffer->attach(suitableDepth(size), GL_DEPTH_ATTACHMENT, 0);
     m_framebuffer->setDrawBuffers();
-    glDisable(GL_DEPTH_TEST);
-    glDisable(GL_BLEND);
     glDisable(GL_SCISSOR_TEST);
+    glDisable(GL_STENCIL_TEST);
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
     glViewport(0, 0, size.width(), size.height());
+    if (auto *const background = getInputPointer<Texture>(Background)) {
+        BlitTexture(background, frame, TextureFormat::LowDynamicRange, size.width(), size.height());
+        glEnable(GL_BLEND);
+        glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+        glBlendEquation(GL_FUNC_ADD);
+    } else {
+        glDisable(GL_BLEND);
+        glClearColor(0, 0, 0, 0);
+        glClear(GL_COLOR_BUFFER_BIT);
+    }
+    // Where nothing is, nothing is lit. Without a depth image the test passes everywhere.
+    glEnable(GL_DEPTH_TEST);
+    glDepthFunc(GL_GREATER);
+    glDepthMask(GL_FALSE);
     light(program);
+    glDisable(GL_BLEND);
+    glDisable(GL_DEPTH_TEST);
+    glDepthMask(GL_TRUE);
+    glDepthFunc(GL_LESS);
+    m_framebuffer->detach(GL_DEPTH_ATTACHMENT);
     handOn(m_outputs[Frame], m_numOutputUsers[Frame], frame);
     for (const Input input : {Diffuse, Specular, Normal, Emission, Depth, ShadowMask, Obscurance, Background})
         giveBack(getInputPointer<Texture>(input));
     detachAndGiveBack(*m_framebuffer, GL_COLOR_ATTACHMENT0);
 }
 
-/// Without the images there is nothing in the text that reads them: drivers that flatten branches would.
-ShaderProgram &LitDeferredRenderPass::programFor(bool hasShadowMask, bool hasObscurance, bool hasBackground)
+/// The depth image if it can be attached beside the frame, else null.
+Texture *LitDeferredRenderPass::suitableDepth(const QSize &size) const
 {
-    std::unique_ptr<ShaderProgram> &program =
-        m_programs[hasShadowMask ? 1 : 0][hasObscurance ? 1 : 0][hasBackground ? 1 : 0];
-    if (program)
-        return *program;
-    const auto flag = [](bool isSet) { return isSet ? QStringLiteral("1") : QStringLiteral("0"); };
+    auto *const depth = getInputPointer<Texture>(Depth);
+    const bool isSuitable = depth && depth->target() == GL_TEXTURE_2D
+        && isDepthFormat(unsigned(depth->internalFormat(0))) && QSize(depth->width(0), depth->height(0)) == size;
+    return isSuitable ? depth : nullptr;
+}
+
+/// Without an image there is nothing in the text that reads it: drivers that flatten branches would.
+ShaderProgram &LitDeferredRenderPass::programFor(const QSize &size)
+{
+    const auto isOfSize = [&](Input input) {
+        const auto *const image = getInputPointer<Texture>(input);
+        return !image || (image->target() == GL_TEXTURE_2D && QSize(image->width(0), image->height(0)) == size);
+    };
+    const std::pair<const char *, bool> features[] = {
+        {"SHADOWS", getInputPointer<Texture>(ShadowMask)},
+        {"OBSCURANCE", getInputPointer<Texture>(Obscurance)},
+        {"EMISSION", getInputPointer<Texture>(Emission)},
+        {"SAME_SIZE", isOfSize(Diffuse) && isOfSize(Specular) && isOfSize(Normal) && isOfSize(Emission)},
+    };
+    int key = 0;
     GLSLMacroProcessor macros;
-    macros.addDefine(QStringLiteral("SHADOWS"), flag(hasShadowMask));
-    macros.addDefine(QStringLiteral("OBSCURANCE"), flag(hasObscurance));
-    macros.addDefine(QStringLiteral("BACKGROUND"), flag(hasBackground));
-    program = buildProgram(
-        {QStringLiteral("out_FragColor")}, screenQuadVertexSource, fragmentSource, &macros, {surfaceShadingFile});
+    for (const auto &[name, isSet] : features) {
+        key = key * 2 + int(isSet);
+        macros.addDefine(QString::fromLatin1(name), isSet ? QStringLiteral("1") : QStringLiteral("0"));
+    }
+    std::unique_ptr<ShaderProgram> &program = m_programs[key];
+    if (!program) {
+        program = buildProgram(
+            {QStringLiteral("out_FragColor")}, vertexSource, fragmentSource, &macros, {surfaceShadingFile});
+    }
     return *program;
 }
 
@@ -178,10 +236,8 @@ void LitDeferredRenderPass::light(ShaderProgram &program)
     auto *const specular = getInputPointer<Texture>(Specular);
     auto *const normal = getInputPointer<Texture>(Normal);
     auto *const emission = getInputPointer<Texture>(Emission);
-    auto *const depth = getInputPointer<Texture>(Depth);
     auto *const shadowMask = getInputPointer<Texture>(ShadowMask);
     auto *const obscurance = getInputPointer<Texture>(Obscurance);
-    auto *const background = getInputPointer<Texture>(Background);
     const auto projection = inputValue<QMatrix4x4>(m_inputs[ProjectionMatrix]);
 
     AutoBinder programBinder(&program);
@@ -189,21 +245,16 @@ void LitDeferredRenderPass::light(ShaderProgram &program)
     AutoBinder specularBinder(specular);
     AutoBinder normalBinder(normal);
     AutoBinder emissionBinder(emission);
-    AutoBinder depthBinder(depth);
     AutoBinder shadowBinder(shadowMask);
     AutoBinder obscuranceBinder(obscurance);
-    AutoBinder backgroundBinder(background);
-    // Black and depth 0 are right for a null image of highlights or depth, and what the empty unit gives.
+    // Black is right for a null image of highlights, and what the empty unit gives.
     setSampler(program, QStringLiteral("u_Diffuse"), diffuse);
     setSampler(program, QStringLiteral("u_Specular"), specular);
     setSampler(program, QStringLiteral("u_Normal"), normal);
     setSampler(program, QStringLiteral("u_Emission"), emission);
-    setSampler(program, QStringLiteral("u_Depth"), depth);
     setSampler(program, QStringLiteral("u_ShadowMask"), shadowMask);
     setSampler(program, QStringLiteral("u_Obscurance"), obscurance);
-    setSampler(program, QStringLiteral("u_Background"), background);
     program.setUniform(QStringLiteral("u_ObscuranceStrength"), strengthOf(m_inputs[ObscuranceStrength]));
-    program.setUniform(QStringLiteral("u_HasEmission"), emission != nullptr);
     program.setUniform(QStringLiteral("u_ProjectionMatrix"), projection);
     program.setUniform(QStringLiteral("u_InvProjMatrix"), projection.inverted());
     PlainLights::read(m_inputs, HeadlightIntensity).set(program);

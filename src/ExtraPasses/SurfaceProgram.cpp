@@ -9,6 +9,7 @@
 #include <GL/ShaderProgram.h>
 #include <GL/StandardAttributes.h>
 #include <Scene/GPUModel.h>
+#include <Scene/InstanceDataCollection.h>
 #include <Scene/InstanceDataRegistry.h>
 #include <Scene/ItemDraws.h>
 
@@ -18,9 +19,22 @@ namespace Velmora::Kvz {
 
 namespace {
 
-/// Models of fewer items are drawn by the loop. Rows found by a varying cost a software rasteriser more for each pixel than rows
-/// found by a uniform, whose reads it takes out of its own loop; so many items outweigh a frame full of pixels.
+/// Models of fewer items are drawn by the loop, with the rows of each item as uniforms. Rows fetched from a buffer cost a software
+/// rasteriser more for each vertex and pixel; so many items outweigh a frame full of pixels.
 constexpr int manyItems = 8192;
+
+const QString objectPlan = QStringLiteral("InstanceInfo");
+
+/// Whether a program may have the model's own rows of a plan as a uniform.
+bool areRowsOwn(const QString &plan)
+{
+    return !InstanceDataCollection::isBound(plan);
+}
+
+void addRowUniformMacro(GLSLMacroProcessor &macros, const QString &plan)
+{
+    macros.addDefine(InstanceDataRegistry::Instance().getPlan(plan).rowUniformMacro(), QStringLiteral("1"));
+}
 
 } // namespace
 
@@ -61,9 +75,10 @@ std::unique_ptr<ShaderProgram> buildSurfaceProgram(GLSLMacroProcessor &macros, c
     return program;
 }
 
-SurfaceProgramVariants::SurfaceProgramVariants(Build build, SurfaceKind kind)
+SurfaceProgramVariants::SurfaceProgramVariants(Build build, SurfaceKind kind, Use use)
     : m_build(std::move(build)),
-      m_kind(kind)
+      m_kind(kind),
+      m_use(use)
 { }
 
 SurfaceProgramVariants::~SurfaceProgramVariants() = default;
@@ -78,7 +93,12 @@ ShaderProgram &SurfaceProgramVariants::forModel(const GPUModel &model)
     const bool isPhysical = m_kind == SurfaceKind::Physical;
     const int features = isPhysical ? model.physicalFeatures() : model.surfaceFeatures();
     const bool hasManyItems = model.itemCount() >= manyItems;
-    const int key = features * 2 + int(hasManyItems);
+    const bool hasColours = model.vertexExtras().colour >= 0;
+    const bool isLooped = m_use == Use::Items && !hasManyItems;
+    const bool hasObjectRow = isLooped && areRowsOwn(objectPlan);
+    const bool hasSurfaceRow = isLooped && !isPhysical && areRowsOwn(surfacePlanOf(m_kind));
+    const int key =
+        features * 16 + int(hasSurfaceRow) * 8 + int(hasObjectRow) * 4 + int(hasColours) * 2 + int(hasManyItems);
     const auto known = m_programs.find(key);
     if (known != m_programs.end())
         return *known->second;
@@ -90,8 +110,14 @@ ShaderProgram &SurfaceProgramVariants::forModel(const GPUModel &model)
     macros.addDefine(QStringLiteral("KVZ_SURFACE_FEATURES"), QString::number(features));
     if (isPhysical)
         macros.addDefine(physicalMacro, QStringLiteral("1"));
+    if (!hasColours)
+        macros.addDefine(QStringLiteral("KVZ_NO_VERTEX_COLOURS"), QStringLiteral("1"));
     if (hasManyItems)
         addDrawNumberMacros(macros);
+    if (hasObjectRow)
+        addRowUniformMacro(macros, objectPlan);
+    if (hasSurfaceRow)
+        addRowUniformMacro(macros, surfacePlanOf(m_kind));
     return *(m_programs[key] = m_build(macros));
 }
 

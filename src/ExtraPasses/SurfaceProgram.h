@@ -101,7 +101,11 @@ in vec4 vo_Tangent;
 SurfacePlace surfacePlace()
 {
     SurfacePlace place;
+#ifdef KVZ_NO_VERTEX_COLOURS
+    place.colour = vec4(1.0);
+#else
     place.colour = vo_Colour;
+#endif
     place.texCoords[0] = vo_TexCoord;
     place.texCoords[1] = vo_TexCoord1;
     for (int i = 0; i < 2; ++i) {
@@ -151,8 +155,11 @@ class SurfaceProgramVariants
 public:
     using Build = std::function<std::unique_ptr<ShaderProgram>(GLSLMacroProcessor &macros)>;
 
+    /// Whether the programs draw items, or shade fragments of any item.
+    enum class Use { Items, Fragments };
+
     /// `build` makes a program with the macros, of which physicalMacro is one for surfaces of that kind.
-    explicit SurfaceProgramVariants(Build build, SurfaceKind kind = SurfaceKind::Plain);
+    explicit SurfaceProgramVariants(Build build, SurfaceKind kind = SurfaceKind::Plain, Use use = Use::Items);
     ~SurfaceProgramVariants();
 
     /// The program for a model as it is now, built when no model has asked for the like lately. It stays until the next call.
@@ -163,7 +170,8 @@ public:
 private:
     Build m_build;
     SurfaceKind m_kind;
-    std::map<int, std::unique_ptr<ShaderProgram>> m_programs; ///< By bits of SurfaceFeature or PhysicalFeature.
+    Use m_use;
+    std::map<int, std::unique_ptr<ShaderProgram>> m_programs; ///< By a key of what they have.
 };
 
 /// Sets the matrices that surfaceVertexSource and directionToEyeSource read.

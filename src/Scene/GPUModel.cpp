@@ -55,6 +55,28 @@ private:
     GLenum m_current = GL_NONE;
 };
 
+/// The uniform of a program that takes the row of each item, if it has one.
+class RowUniform
+{
+public:
+    RowUniform(const ShaderProgram &program, const QString &plan)
+    {
+        const InstanceDataPlan &description = InstanceDataRegistry::Instance().getPlan(plan);
+        m_location = program.getUniformLocation(description.rowUniformName());
+        m_count = description.stride();
+    }
+
+    void set(const float *row) const
+    {
+        if (m_location >= 0)
+            glUniform4fv(m_location, m_count, row);
+    }
+
+private:
+    GLint m_location;
+    GLsizei m_count;
+};
+
 GLenum primitivesFor(const ShaderProgram *program)
 {
     if (!program->hasTessellation())
@@ -220,12 +242,16 @@ void GPUModel::Private::drawItems(
     const bool isIndexed = !geometry->indexBO().isNull();
     const GLenum primitives = primitivesFor(program);
     const GLint drawIdLocation = program->getUniformLocation(QStringLiteral("u_DrawID"));
+    const RowUniform objectRow(*program, instanceInfoPlan);
+    const RowUniform surfaceRow(*program, surfacePlan);
     forEachDraw(value, mask, winding, ignoreCulling, view, [&](size_t item, GLenum front, GLuint query) {
         if (query)
             glBeginConditionalRender(query, GL_QUERY_NO_WAIT);
         frontFace.set(front);
         if (drawIdLocation >= 0)
             glUniform1ui(drawIdLocation, GLuint(item));
+        objectRow.set(objectRows.values(int(item)));
+        surfaceRow.set(surfaceValues[size_t(itemMaterials[int(item)])].baseColour);
         const Range &range = ranges[item];
         if (isIndexed) {
             const quintptr offset = quintptr(range.first) * sizeof(quint32);

@@ -425,6 +425,8 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
     data.materialRows.upload(data.materialValues.constData(), data.materialValues.size() * long(sizeof(float)));
     data.physicalRows.set(std::move(physicals), itemMaterials);
     data.surfaceRows.upload(surfaceRows.data(), long(surfaceRows.size() * sizeof(SurfaceRow)));
+    data.surfaceValues = std::move(surfaces);
+    data.itemMaterials = itemMaterials;
     if (!m_items.isEmpty()) {
         data.extras = packVertexExtras(placedMeshes(layout, m_meshes), layout.vertexCount);
         data.geometry = createGeometry(layout, m_meshes, data.extras);

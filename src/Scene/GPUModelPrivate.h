@@ -6,6 +6,7 @@
 #include "ObjectRows.h"
 #include "PhysicalRow.h"
 #include "SceneMath.h"
+#include "SurfaceRows.h"
 
 #include <GL/BufferTexture.h>
 #include <GL/DrawBuffers.h>
@@ -98,6 +99,8 @@ struct GPUModel::Private
     MaterialRows materialRows;
     QVector<float> materialValues; ///< What materialRows holds.
     MaterialRows surfaceRows;
+    std::vector<SurfaceRow> surfaceValues; ///< What surfaceRows holds, by material.
+    QVector<int> itemMaterials; ///< By item.
     int surfaceFeatures = 0; ///< Of surfaceRows.
     PhysicalRows physicalRows;
     int physicalFeatures = 0; ///< Of physicalRows.

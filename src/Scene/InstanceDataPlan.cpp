@@ -117,6 +117,16 @@ QString InstanceDataPlan::samplerName() const
     return QStringLiteral("kvz_%1Rows").arg(m_name);
 }
 
+QString InstanceDataPlan::rowUniformName() const
+{
+    return QStringLiteral("kvz_%1Row").arg(m_name);
+}
+
+QString InstanceDataPlan::rowUniformMacro() const
+{
+    return QStringLiteral("KVZ_ROW_UNIFORM_%1").arg(m_name);
+}
+
 int InstanceDataPlan::stride() const
 {
     return m_stride;
@@ -148,6 +158,14 @@ QString InstanceDataPlan::glslc() const
     // Reading past the end of a buffer texture is undefined, so rows that are not there are made zeros here.
     QString text = QStringLiteral(R"(#version 150
 
+#ifdef %4
+uniform vec4 %5[%3];
+
+vec4 %2(int texel)
+{
+    return %5[texel];
+}
+#else
 uniform samplerBuffer %1;
 
 int kvzDrawIndex();
@@ -157,9 +175,11 @@ vec4 %2(int texel)
     int index = kvzDrawIndex() * %3 + texel;
     return index < textureSize(%1) ? texelFetch(%1, index) : vec4(0.0);
 }
+#endif
 )")
                        .arg(samplerName(), texel)
-                       .arg(m_stride);
+                       .arg(m_stride)
+                       .arg(rowUniformMacro(), rowUniformName());
     for (int i = 0; i < m_fields.size(); ++i) {
         text += QStringLiteral("\n%1 %2()\n{\n    return %3;\n}\n")
                     .arg(glslName(m_fields[i].type), m_fields[i].getter,

@@ -23,6 +23,8 @@ public:
     void setModel(int row, const QMatrix4x4 &model);
     void setPrevious(int row, const QMatrix4x4 &previous);
 
+    /// The floats of a row.
+    const float *values(int row) const { return m_rows[size_t(row)].model; }
     /// Uploads what changed.
     void upload();
     /// Binds the rows, changes uploaded, for both plans.

@@ -4,6 +4,9 @@
 #include <GL/ManagedTextures.h>
 #include <Scene/SurfaceFeature.h>
 
+#include <algorithm>
+#include <iterator>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -19,6 +22,14 @@ int wrapFlag(ImageSampling::Wrap wrap, int mirrored, int clamped)
         return clamped;
     }
     return 0;
+}
+
+/// Whether it emits light or is unlit.
+bool isSelfLit(const SurfaceRow &row)
+{
+    const bool emits =
+        std::any_of(std::begin(row.emission), std::end(row.emission), [](float value) { return value != 0; });
+    return emits || int(row.flags) & Unlit;
 }
 
 } // namespace
@@ -90,7 +101,7 @@ int surfaceFeatures(const SurfaceRow &row)
     return mapFeatures(SurfaceBaseColourMap, row.baseColourMap, row.baseColourMapSampling)
         | mapFeatures(SurfaceSpecularMap, row.specularMap, row.specularMapSampling)
         | mapFeatures(SurfaceEmissionMap, row.emissionMap, row.emissionMapSampling)
-        | (int(row.flags) & Masked ? SurfaceMask : 0);
+        | (int(row.flags) & Masked ? SurfaceMask : 0) | (isSelfLit(row) ? SurfaceEmission : 0);
 }
 
 SurfaceRow surfaceRow(const MaterialData &material, const SurfaceImages &images, int number)

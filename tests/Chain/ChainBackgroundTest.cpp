@@ -69,7 +69,7 @@ QStringList shadingChains()
 TEST(ChainBackgroundTest, backgroundPassesAreTakenOutWithWhatFeedsThem)
 {
     const ChainDescription deferred = readyWith(QStringLiteral("deferred"), nothing);
-    EXPECT_FALSE(hasClass(deferred, "GradientRenderPass"));
+    EXPECT_FALSE(hasClass(deferred, "BackgroundGradientRenderPass"));
     const ChainPass &over = deferred.passes[deferred.findPass(QStringLiteral("over"))];
     EXPECT_EQ(over.connections[QStringLiteral("Kvz_KvzTexture*_Background")], ChainSource::none());
     EXPECT_EQ(over.values[QStringLiteral("Kvz_QColor_BackgroundColor")], QVariant(nothing));

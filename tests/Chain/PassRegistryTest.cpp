@@ -133,8 +133,9 @@ TEST_F(PassRegistryTest, passesThatFillTheBackgroundSaySo)
             names.append(name);
     }
     EXPECT_EQ(sorted(names),
-        (QStringList{QStringLiteral("BackdropRenderPass"), QStringLiteral("BackgroundImageRenderPass"),
-            QStringLiteral("GradientRenderPass"), QStringLiteral("SkyboxRenderPass")}));
+        (QStringList{QStringLiteral("BackdropRenderPass"), QStringLiteral("BackgroundGradientRenderPass"),
+            QStringLiteral("BackgroundImageRenderPass"), QStringLiteral("GradientRenderPass"),
+            QStringLiteral("SkyboxRenderPass")}));
     EXPECT_EQ(toStringList(PassTrait::Background), QStringList(QStringLiteral("fills the background")));
 }
 

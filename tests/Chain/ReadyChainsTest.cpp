@@ -311,9 +311,12 @@ TEST_F(ReadyChainsTest, everyImageOfAChainCanBeCaptured)
         const QVector<RenderChain::Capture> captures = chain.takeCaptures();
         EXPECT_GE(captures.size(), 5) << name;
         for (const RenderChain::Capture &capture : captures) {
-            // Without transparent items there are no layers, and triangles are not numbered where nothing asks for it.
-            const bool isEmpty =
-                capture.pass == "layers" || (capture.pass == "forward" && capture.port == "Kvz_KvzTexture*_Id");
+            // Without transparent items there are no layers, and what nothing reads is not drawn.
+            const bool isSparse = capture.pass == "forward"
+                || (capture.pass == "geometry" && QByteArray(name) != "wireframe-overlay"
+                    && QByteArray(name) != "primitives");
+            const bool isEmpty = capture.pass == "layers"
+                || (isSparse && (capture.port == "Kvz_KvzTexture*_Id" || capture.port == "Kvz_KvzTexture*_Emission"));
             EXPECT_EQ(capture.image.size(), isEmpty ? QSize(0, 0) : QSize(width, height))
                 << qPrintable(capture.pass + capture.port);
         }

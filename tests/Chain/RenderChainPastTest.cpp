@@ -381,6 +381,80 @@ TEST_F(RenderChainPastTest, shadowMapsRestUntilTheirSceneChanges)
     }
 }
 
+TEST_F(RenderChainPastTest, gradientsRestUntilTheyLookDifferent)
+{
+    Setting setting;
+    setting.model = first;
+    Running running(QStringLiteral("forward"));
+    running.chain.setTimingEnabled(true);
+    const auto rests = [](const RenderChain &chain) {
+        const auto timings = chain.timings();
+        return std::any_of(timings.begin(), timings.end(), [](const RenderChain::PassTiming &timing) {
+            return timing.pass == QLatin1String("background") && timing.rests;
+        });
+    };
+    const auto check = [&](const char *what, bool isAtRest) {
+        SCOPED_TRACE(what);
+        running.apply(setting);
+        Running fresh(QStringLiteral("forward"));
+        fresh.apply(setting);
+        const Image shown = running.frame();
+        EXPECT_EQ(maximumDifference(shown, fresh.frame()), 0);
+        EXPECT_EQ(rests(running.chain), isAtRest);
+        return shown;
+    };
+    const Image start = check("first frame", false);
+    EXPECT_TRUE(showsSomething(start));
+    check("nothing", true);
+    setting.azimuth = -10;
+    check("the camera moves", true);
+    setting.change = [](RenderChain *chain) {
+        EXPECT_TRUE(chain->setValue("background", "Kvz_QColor_ColorTop", QColor(200, 30, 10)));
+    };
+    const Image red = check("another colour", false);
+    EXPECT_GT(maximumDifference(start, red), 0.3);
+    setting.change = nullptr;
+    running.apply(setting);
+    EXPECT_EQ(maximumDifference(running.frame(), red), 0);
+    EXPECT_TRUE(rests(running.chain));
+    setting.size = otherSize;
+    running.apply(setting);
+    running.frame();
+    EXPECT_FALSE(rests(running.chain)) << "another size";
+}
+
+// An image that another pass draws into is no longer what its own pass made.
+TEST_F(RenderChainPastTest, nothingRestsThatIsDrawnInto)
+{
+    ChainDescription description;
+    QString error;
+    ASSERT_TRUE(ChainDescription::fromJson(R"({"passes": [
+        {"name": "background", "class": "GradientRenderPass",
+            "values": {"Kvz_QColor_ColorTop": "#00000000", "Kvz_QColor_ColorBottom": "#00ff0080"}},
+        {"name": "alone", "class": "CompositeRenderPass",
+            "connections": {"Kvz_KvzTexture*_Frame": "background.Kvz_KvzTexture*_Frame"}},
+        {"name": "painted", "class": "GradientRenderPass",
+            "values": {"Kvz_QColor_ColorTop": "#ff0000ff", "Kvz_QColor_ColorBottom": "#ff00ffff"}},
+        {"name": "sky", "class": "SkyboxRenderPass",
+            "connections": {"Kvz_KvzTexture*_Background": "painted.Kvz_KvzTexture*_Frame",
+                "Kvz_KvzTexture*_Frame": "alone.Kvz_KvzTexture*_Frame"}},
+        {"name": "screen", "class": "TextureToScreenRenderPass",
+            "connections": {"Kvz_KvzTexture*_Texture": "sky.Kvz_KvzTexture*_Frame"}}]})",
+        &description, &error))
+        << qPrintable(error);
+    Setting setting;
+    Running running(QStringLiteral("forward"));
+    ASSERT_TRUE(running.chain.setDescription(description)) << qPrintable(running.chain.errorString());
+    running.chain.setTimingEnabled(true);
+    running.apply(setting);
+    const Image start = running.frame();
+    EXPECT_TRUE(showsSomething(start));
+    for (int frame = 0; frame < 3; ++frame)
+        EXPECT_EQ(maximumDifference(running.frame(), start), 0) << frame;
+    for (const RenderChain::PassTiming &timing : running.chain.timings())
+        EXPECT_EQ(timing.rests, timing.pass == QLatin1String("painted")) << qPrintable(timing.pass);
+}
+
 class ChainWithoutPastTest : public RenderChainPastTest, public ::testing::WithParamInterface<QString>
 { };
 

@@ -119,6 +119,45 @@ TEST_F(SurfaceRenderPassTest, masksCutHolesInAllImages)
     EXPECT_EQ(image(Port::Depth).at(3, 1)[0], 0.5f);
 }
 
+TEST_F(SurfaceRenderPassTest, sparseLeavesOutImagesThatNothingFills)
+{
+    const View view = wallView(QSize(4, 2));
+    LitScene plain, glowing, unlit;
+    plain.add(wallMesh(), coloured({1, 0.5f, 0}, {0.2f, 0.3f, 0.4f}, 7));
+    MaterialData material = coloured({0, 0.5f, 1});
+    material.emission = QVector3D(0, 0, 0.25f);
+    glowing.add(wallMesh(), material);
+    material.emission = QVector3D();
+    material.isUnlit = true;
+    unlit.add(wallMesh(), material);
+    for (const LitScene *const scene : {&plain, &glowing, &plain, &unlit}) {
+        const bool hasEmission = scene != &plain;
+        SCOPED_TRACE(hasEmission);
+        pass->setSparse(false);
+        draw(*scene, view);
+        std::vector<Image> all;
+        for (int output = 0; output < outputCount; ++output)
+            all.push_back(image(output));
+        pass->setSparse(true);
+        draw(*scene, view);
+        for (int output = 0; output < outputCount; ++output) {
+            SCOPED_TRACE(output);
+            const bool isThere = output != Port::Id && (output != Port::Emission || hasEmission);
+            ASSERT_EQ(texture(output) != nullptr, isThere);
+            if (isThere) {
+                EXPECT_EQ(maximumDifference(image(output), all[size_t(output)]), 0);
+            }
+        }
+    }
+    // The next model may shine where the last one did not, and the pass stays sparse.
+    draw(plain, view);
+    EXPECT_EQ(texture(Port::Emission), nullptr);
+    draw(glowing, view);
+    ASSERT_NE(texture(Port::Emission), nullptr);
+    EXPECT_EQ(image(Port::Emission).pixel(1, 1), QVector4D(0, 0, 0.25f, 0));
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+}
+
 TEST_F(SurfaceRenderPassTest, opaqueOnlyLeavesTransparentItemsOut)
 {
     QMatrix4x4 nearer;

@@ -168,6 +168,13 @@ TEST_F(SurfaceDataTest, aModelTellsWhatItsRowsAskFor)
         SurfaceBaseColourMap | SurfaceEmissionMap | SurfaceSecondTexCoords | SurfaceMask | SurfaceFirstImageArray
             | SurfaceFirstImageArray << 1);
 
+    MaterialData shiningByItself;
+    shiningByItself.emission = QVector3D(0, 0.1f, 0);
+    EXPECT_EQ(columnOf({plain, shiningByItself}, 1)->surfaceFeatures(), SurfaceEmission);
+    MaterialData unlit;
+    unlit.isUnlit = true;
+    EXPECT_EQ(columnOf({unlit, plain}, 1)->surfaceFeatures(), SurfaceEmission);
+
     for (void (*choose)(ImageSampling *) : {+[](ImageSampling *s) { s->wrapU = ImageSampling::MirroredRepeat; },
              +[](ImageSampling *s) { s->wrapV = ImageSampling::ClampToEdge; },
              +[](ImageSampling *s) { s->magnification = ImageSampling::Nearest; },

@@ -775,14 +775,12 @@ TEST(KvzProgramTest, outputsOfPassesAreCaptured)
     const QDir captures(folder.path("new/captures"));
     const QStringList files = captures.entryList(QDir::Files, QDir::Name);
     for (const char *name : {"01-background-Frame.png", "02-geometry-Depth.png", "02-geometry-Diffuse.png",
-             "02-geometry-Id.png", "02-geometry-Normal.png", "02-geometry-Specular.png", "03-shading-Frame.png"})
+             "02-geometry-Normal.png", "02-geometry-Specular.png", "03-shading-Frame.png"})
         EXPECT_TRUE(files.contains(name)) << name << " of " << files.join(' ').toStdString();
     for (const QString &file : files) {
         const QImage image(captures.filePath(file));
         EXPECT_EQ(image.size(), QSize(160, 120)) << file.toStdString();
-        // Nothing here shines by itself.
-        const bool isEven = file.endsWith("-Emission.png");
-        EXPECT_EQ(distinctColours(image.convertToFormat(QImage::Format_RGB32)) == 1, isEven) << file.toStdString();
+        EXPECT_GT(distinctColours(image.convertToFormat(QImage::Format_RGB32)), 1) << file.toStdString();
     }
     const QImage diffuse = QImage(captures.filePath("02-geometry-Diffuse.png")).convertToFormat(QImage::Format_RGB32);
     EXPECT_EQ(diffuse.pixelColor(80, 60), QColor(204, 204, 204)) << "light grey, since the file has no material";

@@ -21,7 +21,7 @@ PassInfo PassEntries::gradientRenderPass()
     pass.outputs = {
         textureOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA32F, "The gradient."),
     };
-    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Background;
+    pass.traits = PassTrait::NeverReleasesInputs | PassTrait::Background | PassTrait::RestsUnchanged;
     pass.valuesOfPart = [](const PassUse &use, const QRectF &part) {
         const QString topName = QStringLiteral("Kvz_QColor_ColorTop");
         const QString bottomName = QStringLiteral("Kvz_QColor_ColorBottom");

@@ -26,7 +26,8 @@ PassInfo PassEntries::litDeferredRenderPass()
             "the output is empty"),
         textureInput("Kvz_KvzTexture*_Emission", TextureKind::Emission,
             "Light of surfaces' own; 1 in alpha where they are unlit.", "no emission, nothing is unlit"),
-        textureInput("Kvz_KvzTexture*_Depth", TextureKind::Depth, "Depth from 0 to 1.", "positions on the near plane"),
+        textureInput("Kvz_KvzTexture*_Depth", TextureKind::Depth, "Depth from 0 to 1.",
+            "no difference: lit surfaces know their normals"),
     };
     pass.inputs += lightInputs();
     pass.inputs.append(textureInput("Kvz_KvzTexture*_ShadowMask", TextureKind::Colour,

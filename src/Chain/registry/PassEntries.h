@@ -11,6 +11,7 @@ namespace Velmora::Kvz::PassEntries {
 /// One function for each pass class, in a file named after the class.
 /// @{
 PassInfo backdropRenderPass();
+PassInfo backgroundGradientRenderPass();
 PassInfo backgroundImageRenderPass();
 PassInfo blendRenderPass();
 PassInfo blurAndCombineRenderPass();
@@ -74,6 +75,7 @@ PassInfo wireframeRenderPass();
 
 inline constexpr PassInfo (*all[])() = {
     backdropRenderPass,
+    backgroundGradientRenderPass,
     backgroundImageRenderPass,
     blendRenderPass,
     blurAndCombineRenderPass,

@@ -12,6 +12,7 @@ std::unique_ptr<RenderPass> create(const PassOptions &options)
 {
     auto pass = std::make_unique<SurfaceRenderPass>();
     pass->setOpaqueOnly(options[QStringLiteral("opaqueOnly")].toBool());
+    pass->setSparse(options[QStringLiteral("sparse")].toBool());
     return pass;
 }
 
@@ -39,7 +40,13 @@ PassInfo PassEntries::surfaceRenderPass()
         textureOutput("Kvz_KvzTexture*_Depth", TextureKind::Depth, GL_DEPTH_COMPONENT32F, "Depth from 0 to 1."),
         textureOutput("Kvz_KvzTexture*_Id", TextureKind::Id, GL_R32F, "Number of the triangle from 1 up, 0 for none."),
     };
-    pass.options = {opaqueOnlyOption()};
+    pass.options = {
+        opaqueOnlyOption(),
+        option("sparse", ValueType::Bool, false,
+            "Leaves out the image of triangle numbers, and that of emission while the model neither emits light nor "
+            "has "
+            "unlit parts."),
+    };
     pass.create = create;
     return pass;
 }

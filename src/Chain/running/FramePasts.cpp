@@ -120,6 +120,7 @@ FramePasts::Changes FramePasts::findChanges(const QSize &size)
     changes.inScene = changes.loss != PastLoss::None;
     if (std::exchange(m_size, size) != size) {
         m_hasViewChanged = true;
+        m_changedValues.append(FrameValues::viewport);
         changes.loss = PastLoss::Everything;
     }
     // Each of these also keeps what the next frame is compared with.

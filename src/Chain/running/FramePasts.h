@@ -95,7 +95,7 @@ private:
     PastLoss m_noted = PastLoss::None;
     QSize m_size; ///< Of the last frame; invalid before the first.
     bool m_hasViewChanged = false; ///< Camera, projection or size, since the last frame.
-    QStringList m_changedValues; ///< The names of others than these.
+    QStringList m_changedValues; ///< The names of others, and the viewport where its size is another one.
     bool m_isStill = false;
     bool m_areModelsNew = false; ///< They need new pasts.
     std::vector<Model> m_models; ///< Of the last frame.

@@ -76,6 +76,8 @@ bool SlotList::match(const ResolvedPasses &passes, bool isCurrent)
         matched.push_back(same == m_slots.end() ? makeSlot(name, pass) : std::move(*same));
         matched.back()->info = pass.info;
         matched.back()->traits = pass.traits;
+        if (pass.traits.testFlag(PassTrait::RestsUnchanged) && passes.mayBeDrawnInto(i))
+            matched.back()->traits &= ~PassTraits(PassTrait::RestsUnchanged);
         matched.back()->enabled = pass.enabled;
     }
     for (const auto &left : m_slots) {
