@@ -50,6 +50,14 @@ bool isView(const QString &name)
     return name == FrameValues::cameraMatrix || name == FrameValues::projectionMatrix;
 }
 
+/// Whether another value of this name says nothing: the size, models and lights are looked at for themselves, and where the picture
+/// goes does not matter.
+bool isFollowedApart(const QString &name)
+{
+    return name == FrameValues::viewport || name == FrameValues::framebuffer || name == FrameValues::model
+        || name == FrameValues::lights;
+}
+
 /// Whether what a pass makes of its lights depends on the view: the layers of directional ones divide it.
 bool followsView(const PassSlot &slot)
 {
@@ -103,12 +111,22 @@ void FramePasts::noteValue(const QString &pass, const QString &port)
     note(isOfPast ? PastLoss::Everything : PastLoss::Means);
 }
 
-void FramePasts::beginFrame(const QSize &size)
+bool FramePasts::haveChanged(const QSize &size, HostRows rows) const
+{
+    const QSet<QString> &values = m_values.changes();
+    return m_noted != PastLoss::None || m_size != size
+        || std::any_of(values.begin(), values.end(), [](const QString &name) { return !isFollowedApart(name); })
+        || lossBetween(findModels()) != PastLoss::None || !(findLights() == m_lights)
+        || (rows == HostRows::Bound && lossBetween(findRows()) != PastLoss::None);
+}
+
+bool FramePasts::beginFrame(const QSize &size)
 {
     const Changes changes = findChanges(size);
     wake(changes);
     forgetWhere(changes.loss);
     m_areModelsNew = m_areModelsNew || changes.loss == PastLoss::Everything;
+    return changes.loss != PastLoss::None;
 }
 
 FramePasts::Changes FramePasts::findChanges(const QSize &size)
@@ -155,9 +173,7 @@ PastLoss FramePasts::lossOfValues()
     static const QStringList standardNames = FrameValues::standardNames();
     PastLoss loss = PastLoss::None;
     for (const QString &name : m_values.takeChanges()) {
-        // The size, models and lights are looked at for themselves, and where the picture goes does not matter.
-        if (name == FrameValues::viewport || name == FrameValues::framebuffer || name == FrameValues::model
-            || name == FrameValues::lights)
+        if (isFollowedApart(name))
             continue;
         if (isView(name))
             m_hasViewChanged = true;
@@ -178,7 +194,7 @@ PastLoss FramePasts::lossOfValues()
     return loss;
 }
 
-PastLoss FramePasts::lossOfModels()
+std::vector<FramePasts::Model> FramePasts::findModels() const
 {
     std::vector<Model> models;
     const auto add = [&](const QVariant &value) {
@@ -195,21 +211,30 @@ PastLoss FramePasts::lossOfModels()
                 add(*input.value);
         }
     }
+    return models;
+}
 
-    PastLoss loss = PastLoss::None;
-    bool areSame = models.size() == m_models.size();
-    for (size_t i = 0; areSame && i < models.size(); ++i) {
-        areSame = models[i].serialNumber == m_models[i].serialNumber;
+PastLoss FramePasts::lossBetween(const std::vector<Model> &models) const
+{
+    const auto isSame = [](const Model &a, const Model &b) { return a.serialNumber == b.serialNumber; };
+    const auto isWhereItWas = [](const Model &a, const Model &b) { return a.matrixRevision == b.matrixRevision; };
+    if (!std::equal(models.begin(), models.end(), m_models.begin(), m_models.end(), isSame))
+        return PastLoss::Everything;
+    return std::equal(models.begin(), models.end(), m_models.begin(), isWhereItWas) ? PastLoss::None : PastLoss::Means;
+}
+
+PastLoss FramePasts::lossOfModels()
+{
+    std::vector<Model> models = findModels();
+    const PastLoss loss = lossBetween(models);
+    for (size_t i = 0; loss != PastLoss::Everything && i < models.size(); ++i)
         models[i].past = m_models[i].past;
-        if (models[i].matrixRevision != m_models[i].matrixRevision)
-            loss = PastLoss::Means;
-    }
     m_models = std::move(models);
-    return areSame ? loss : PastLoss::Everything;
+    return loss;
 }
 
 /// Rows of a host that are bound in place of those of models.
-PastLoss FramePasts::lossOfRows()
+FramePasts::BoundRows FramePasts::findRows()
 {
     static const QString plans[] = {QStringLiteral("InstanceInfo"), QStringLiteral("TavoInstance"),
         QStringLiteral("OBJMaterial"), QStringLiteral("SurfaceMaterial")};
@@ -218,13 +243,25 @@ PastLoss FramePasts::lossOfRows()
         rows.matrices[i] = InstanceDataCollection::boundRevision(plans[i]);
         rows.materials[i] = InstanceDataCollection::boundRevision(plans[2 + i]);
     }
-    const bool haveMoved = !std::equal(rows.matrices, rows.matrices + 2, m_rows.matrices);
-    const bool areOthers = !std::equal(rows.materials, rows.materials + 2, m_rows.materials);
-    m_rows = rows;
-    return areOthers ? PastLoss::Everything : haveMoved ? PastLoss::Means : PastLoss::None;
+    return rows;
 }
 
-PastLoss FramePasts::lossOfLights()
+PastLoss FramePasts::lossBetween(const BoundRows &rows) const
+{
+    if (rows.materials != m_rows.materials)
+        return PastLoss::Everything;
+    return rows.matrices != m_rows.matrices ? PastLoss::Means : PastLoss::None;
+}
+
+PastLoss FramePasts::lossOfRows()
+{
+    const BoundRows rows = findRows();
+    const PastLoss loss = lossBetween(rows);
+    m_rows = rows;
+    return loss;
+}
+
+LightState FramePasts::findLights() const
 {
     // Only where they are taken: a host may have deleted others.
     std::vector<const QVariant *> taken;
@@ -242,6 +279,12 @@ PastLoss FramePasts::lossOfLights()
         if (value)
             lights.add(*value);
     }
+    return lights;
+}
+
+PastLoss FramePasts::lossOfLights()
+{
+    LightState lights = findLights();
     const bool areSame = lights == m_lights;
     m_lights = std::move(lights);
     return areSame ? PastLoss::None : PastLoss::Means;

@@ -46,8 +46,12 @@ public:
     /// Notes another value of a pass's input.
     void noteValue(const QString &pass, const QString &port);
 
-    /// Before the passes of a frame are made: has them forget. Some may be without an object then.
-    void beginFrame(const QSize &size);
+    /// Whether rows that a host binds in place of those of models are bound now as for a frame.
+    enum class HostRows { Bound, Unknown };
+    /// Whether something is not as it was in the last frame. Looks, and keeps what it is compared with.
+    bool haveChanged(const QSize &size, HostRows rows) const;
+    /// Before the passes of a frame are made: has them forget. Some may be without an object then. Whether something has changed.
+    bool beginFrame(const QSize &size);
     /// When nothing keeps the frame from being drawn any more: puts the chain's pasts of its models in force, until endFrame().
     void usePasts();
     /// Whether the frame has nothing to be averaged or resolved with: it is drawn without jitter then, so that a pass which
@@ -77,8 +81,8 @@ private:
     /// What is bound in place of the rows of models.
     struct BoundRows
     {
-        quint64 matrices[2] = {0, 0};
-        quint64 materials[2] = {0, 0};
+        std::array<quint64, 2> matrices{};
+        std::array<quint64, 2> materials{};
     };
 
     Changes findChanges(const QSize &size);
@@ -86,6 +90,11 @@ private:
     PastLoss lossOfModels();
     PastLoss lossOfRows();
     PastLoss lossOfLights();
+    std::vector<Model> findModels() const;
+    PastLoss lossBetween(const std::vector<Model> &models) const;
+    static BoundRows findRows();
+    PastLoss lossBetween(const BoundRows &rows) const;
+    LightState findLights() const;
     void wake(const Changes &changes);
     void forgetWhere(PastLoss loss);
     void forget(PassSlot *slot);
