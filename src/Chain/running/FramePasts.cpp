@@ -116,8 +116,7 @@ bool FramePasts::haveChanged(const QSize &size, HostRows rows) const
     const QSet<QString> &values = m_values.changes();
     return m_noted != PastLoss::None || m_size != size
         || std::any_of(values.begin(), values.end(), [](const QString &name) { return !isFollowedApart(name); })
-        || lossBetween(findModels()) != PastLoss::None || !(findLights() == m_lights)
-        || (rows == HostRows::Bound && lossBetween(findRows()) != PastLoss::None);
+        || lossSince(look(), rows) != PastLoss::None;
 }
 
 bool FramePasts::beginFrame(const QSize &size)
@@ -143,10 +142,17 @@ FramePasts::Changes FramePasts::findChanges(const QSize &size)
     }
     // Each of these also keeps what the next frame is compared with.
     changes.loss = std::max(changes.loss, lossOfValues());
-    for (const PastLoss found : {lossOfModels(), lossOfRows(), lossOfLights()}) {
-        changes.inScene = changes.inScene || found != PastLoss::None;
-        changes.loss = std::max(changes.loss, found);
+    Seen seen = look();
+    const PastLoss found = lossSince(seen, HostRows::Bound);
+    changes.inScene = changes.inScene || found != PastLoss::None;
+    changes.loss = std::max(changes.loss, found);
+    for (Model &model : seen.models) {
+        const auto known = std::find_if(m_seen.models.begin(), m_seen.models.end(),
+            [&](const Model &other) { return other.serialNumber == model.serialNumber; });
+        if (known != m_seen.models.end())
+            model.past = known->past;
     }
+    m_seen = std::move(seen);
     changes.inView = m_hasViewChanged;
     return changes;
 }
@@ -194,100 +200,62 @@ PastLoss FramePasts::lossOfValues()
     return loss;
 }
 
-std::vector<FramePasts::Model> FramePasts::findModels() const
+FramePasts::Seen FramePasts::look() const
 {
-    std::vector<Model> models;
-    const auto add = [&](const QVariant &value) {
+    Seen seen;
+    const auto addModel = [&seen](const QVariant &value) {
         GPUModel *const model = modelIn(value);
-        if (model
-            && std::none_of(models.begin(), models.end(), [&](const Model &known) { return known.model == model; }))
-            models.push_back({model, model->serialNumber(), model->matrixRevision(), nullptr});
+        if (model && std::none_of(seen.models.begin(), seen.models.end(), [&](const Model &known) {
+                return known.model == model;
+            }))
+            seen.models.push_back({model, model->serialNumber(), model->matrixRevision(), nullptr});
     };
     for (const auto &value : m_values.all())
-        add(value.second);
+        addModel(value.second);
     for (const auto &slot : m_slots) {
         for (const SlotInput &input : slot->inputs) {
             if (input.value)
-                add(*input.value);
+                addModel(*input.value);
         }
     }
-    return models;
-}
 
-PastLoss FramePasts::lossBetween(const std::vector<Model> &models) const
-{
-    const auto isSame = [](const Model &a, const Model &b) { return a.serialNumber == b.serialNumber; };
-    const auto isWhereItWas = [](const Model &a, const Model &b) { return a.matrixRevision == b.matrixRevision; };
-    if (!std::equal(models.begin(), models.end(), m_models.begin(), m_models.end(), isSame))
-        return PastLoss::Everything;
-    return std::equal(models.begin(), models.end(), m_models.begin(), isWhereItWas) ? PastLoss::None : PastLoss::Means;
-}
-
-PastLoss FramePasts::lossOfModels()
-{
-    std::vector<Model> models = findModels();
-    const PastLoss loss = lossBetween(models);
-    for (size_t i = 0; loss != PastLoss::Everything && i < models.size(); ++i)
-        models[i].past = m_models[i].past;
-    m_models = std::move(models);
-    return loss;
-}
-
-/// Rows of a host that are bound in place of those of models.
-FramePasts::BoundRows FramePasts::findRows()
-{
     static const QString plans[] = {QStringLiteral("InstanceInfo"), QStringLiteral("TavoInstance"),
         QStringLiteral("OBJMaterial"), QStringLiteral("SurfaceMaterial")};
-    BoundRows rows;
     for (size_t i = 0; i < 2; ++i) {
-        rows.matrices[i] = InstanceDataCollection::boundRevision(plans[i]);
-        rows.materials[i] = InstanceDataCollection::boundRevision(plans[2 + i]);
+        seen.rows.matrices[i] = InstanceDataCollection::boundRevision(plans[i]);
+        seen.rows.materials[i] = InstanceDataCollection::boundRevision(plans[2 + i]);
     }
-    return rows;
-}
 
-PastLoss FramePasts::lossBetween(const BoundRows &rows) const
-{
-    if (rows.materials != m_rows.materials)
-        return PastLoss::Everything;
-    return rows.matrices != m_rows.matrices ? PastLoss::Means : PastLoss::None;
-}
-
-PastLoss FramePasts::lossOfRows()
-{
-    const BoundRows rows = findRows();
-    const PastLoss loss = lossBetween(rows);
-    m_rows = rows;
-    return loss;
-}
-
-LightState FramePasts::findLights() const
-{
     // Only where they are taken: a host may have deleted others.
     std::vector<const QVariant *> taken;
     for (const auto &slot : m_slots) {
         if (!slot->enabled)
             continue;
         for (const SlotInput &input : slot->inputs) {
-            if (input.info->type == ValueType::Lights
+            if (input.info->type == ValueType::Lights && input.value
                 && std::find(taken.begin(), taken.end(), input.value) == taken.end())
                 taken.push_back(input.value);
         }
     }
-    LightState lights;
-    for (const QVariant *const value : taken) {
-        if (value)
-            lights.add(*value);
-    }
-    return lights;
+    for (const QVariant *lights : taken)
+        seen.lights.add(*lights);
+    return seen;
 }
 
-PastLoss FramePasts::lossOfLights()
+/// What is lost of what the last frame has seen.
+PastLoss FramePasts::lossSince(const Seen &seen, HostRows rows) const
 {
-    LightState lights = findLights();
-    const bool areSame = lights == m_lights;
-    m_lights = std::move(lights);
-    return areSame ? PastLoss::None : PastLoss::Means;
+    const auto isSame = [](const Model &a, const Model &b) { return a.serialNumber == b.serialNumber; };
+    const auto isWhereItWas = [](const Model &a, const Model &b) { return a.matrixRevision == b.matrixRevision; };
+    const std::vector<Model> &known = m_seen.models;
+    const bool areRowsBound = rows == HostRows::Bound;
+    if (!std::equal(seen.models.begin(), seen.models.end(), known.begin(), known.end(), isSame)
+        || (areRowsBound && seen.rows.materials != m_seen.rows.materials))
+        return PastLoss::Everything;
+    const bool isStill = std::equal(seen.models.begin(), seen.models.end(), known.begin(), isWhereItWas)
+        && (!areRowsBound || seen.rows.matrices == m_seen.rows.matrices)
+        && std::equal(seen.lights.begin(), seen.lights.end(), m_seen.lights.begin(), m_seen.lights.end(), areEqual);
+    return isStill ? PastLoss::None : PastLoss::Means;
 }
 
 void FramePasts::forgetWhere(PastLoss loss)
@@ -340,7 +308,7 @@ void FramePasts::forget(PassSlot *slot)
 
 void FramePasts::usePasts()
 {
-    for (Model &model : m_models) {
+    for (Model &model : m_seen.models) {
         if (m_areModelsNew || !model.past)
             model.past = model.model->makePast();
         model.model->usePast(model.past);
@@ -350,7 +318,7 @@ void FramePasts::usePasts()
 
 void FramePasts::endFrame(bool advancesModels)
 {
-    for (const Model &model : m_models) {
+    for (const Model &model : m_seen.models) {
         model.model->usePast(nullptr);
         model.model->advancePast(model.past);
         if (advancesModels)
@@ -360,8 +328,8 @@ void FramePasts::endFrame(bool advancesModels)
 
 void FramePasts::leaveContext()
 {
-    m_models.clear();
-    m_lights = LightState();
+    m_seen.models.clear();
+    m_seen.lights = LightState();
     m_size = QSize();
 }
 

@@ -84,17 +84,18 @@ private:
         std::array<quint64, 2> matrices{};
         std::array<quint64, 2> materials{};
     };
+    /// What a frame shows, apart from its values.
+    struct Seen
+    {
+        std::vector<Model> models;
+        BoundRows rows;
+        LightState lights; ///< That are taken.
+    };
 
     Changes findChanges(const QSize &size);
     PastLoss lossOfValues();
-    PastLoss lossOfModels();
-    PastLoss lossOfRows();
-    PastLoss lossOfLights();
-    std::vector<Model> findModels() const;
-    PastLoss lossBetween(const std::vector<Model> &models) const;
-    static BoundRows findRows();
-    PastLoss lossBetween(const BoundRows &rows) const;
-    LightState findLights() const;
+    Seen look() const;
+    PastLoss lossSince(const Seen &seen, HostRows rows) const;
     void wake(const Changes &changes);
     void forgetWhere(PastLoss loss);
     void forget(PassSlot *slot);
@@ -107,9 +108,7 @@ private:
     QStringList m_changedValues; ///< The names of others, and the viewport where its size is another one.
     bool m_isStill = false;
     bool m_areModelsNew = false; ///< They need new pasts.
-    std::vector<Model> m_models; ///< Of the last frame.
-    BoundRows m_rows; ///< Of the last frame.
-    LightState m_lights; ///< Of the last frame.
+    Seen m_seen; ///< In the last frame.
 };
 
 } // namespace Velmora::Kvz
