@@ -192,7 +192,9 @@ TEST_F(ScenePickerTest, anAreaNamesTheItemsThatAreSeenInIt)
     picker.wait();
     EXPECT_GE(found.size(), 3);
     EXPECT_LT(found.size(), items.size() + 1);
-    EXPECT_EQ(QSet<int>(found.begin(), found.end()), possible);
+    EXPECT_EQ(found.size(), possible.size());
+    for (const int item : found)
+        EXPECT_TRUE(possible.contains(item)) << item;
     EXPECT_TRUE(std::is_sorted(found.begin(), found.end()));
     ASSERT_TRUE(picker.pickArea(QRect(QPoint(500, 500), QPoint(-10, -10)), [&](const QVector<int> &seen) {
         found = seen;
