@@ -36,7 +36,7 @@ class RenderChain;
 /// ```
 ///
 /// **Frames.** The widget draws when something has changed, refines the picture while it is idle, and then rests: RenderChain::needsFrame()
-/// says when. After a change of the chain itself, by way of chain(), or of what it cannot see, call update().
+/// says when. After a change of the chain, of lights, of items or of the camera by the program itself, call update().
 ///
 /// **Picture.** It asks for a core profile of OpenGL 3.2 itself. The chain draws into a target of the widget's own, whose pixels are
 /// those of the screen at every scale, and which is then copied opaquely.
@@ -70,7 +70,7 @@ public:
     /// The chain, for its values: lights, passes, exports. Its camera, size, model and framebuffer are the widget's. Call update()
     /// after a change.
     RenderChain &chain();
-    /// The camera. The widget is redrawn when it has moved.
+    /// The camera. Call update() after moving it.
     CameraController &camera();
     CameraInput &cameraInput();
     /// The last failure in one line; empty when there was none since the last success.

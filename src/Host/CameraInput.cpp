@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <Host/CameraInput.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace Velmora::Kvz {
@@ -88,6 +89,10 @@ bool CameraInput::key(int key, Qt::KeyboardModifiers modifiers)
         m_controller.zoom(
             float(factor), QPointF(m_controller.viewport().width() / 2, m_controller.viewport().height() / 2));
     };
+    // Shortcuts of the program are its own.
+    const bool isView = key == Qt::Key_1 || key == Qt::Key_3 || key == Qt::Key_7;
+    if (modifiers & (Qt::AltModifier | Qt::MetaModifier) || (isOpposite && !isView))
+        return false;
     switch (key) {
     case Qt::Key_F:
         m_controller.fit(m_transitionSeconds);

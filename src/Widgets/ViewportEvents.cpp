@@ -26,6 +26,8 @@ namespace {
 
 constexpr double pointerRadius = 4; ///< Within which a pick finds something, in the widget's unit.
 
+constexpr double tapDistance = 8; ///< Within which a finger that is lifted has tapped.
+
 double distance(const QPointF &a, const QPointF &b)
 {
     return std::hypot(a.x() - b.x(), a.y() - b.y());
@@ -76,10 +78,16 @@ QPoint ViewportWidget::Private::toPixel(const QPointF &position) const
         int(std::floor(position.y() * pixels.height() / std::max(q->height(), 1)))};
 }
 
+/// Whether a question about a position can be answered: there is a model, and a picture of it.
+bool ViewportWidget::Private::canPick(const QPointF &position) const
+{
+    return model && q->isValid() && !pixels.isEmpty() && QRectF(q->rect()).contains(position);
+}
+
 /// Asks what is near a position, if anything can be asked now.
 void ViewportWidget::Private::pickAt(const QPointF &position, const ScenePicker::Answer &answer)
 {
-    if (!model || !q->isValid() || !QRectF(q->rect()).contains(position))
+    if (!canPick(position))
         return;
     q->pick(position, pointerRadius, answer);
 }
@@ -108,16 +116,16 @@ std::optional<QVector3D> ViewportWidget::Private::pointNear(const QPointF &posit
 /// Says what the pointer is over. One question at a time: positions that come meanwhile replace each other.
 void ViewportWidget::Private::hoverAt(const QPointF &position)
 {
-    if (!isHoverEnabled || !model)
+    if (!isHoverEnabled || !canPick(position))
         return;
     if (isHoverPending) {
         nextHover = position;
         return;
     }
     isHoverPending = true;
-    const bool isAsked = q->pick(position, pointerRadius, [this](const ScenePick &pick) {
+    const bool isAsked = q->pick(position, pointerRadius, [this, asked = leaves](const ScenePick &pick) {
         isHoverPending = false;
-        if (pick.item != hoveredItem) {
+        if (pick.item != hoveredItem && asked == leaves) {
             hoveredItem = pick.item;
             Q_EMIT q->hovered(pick);
         }
@@ -218,12 +226,21 @@ void ViewportWidget::resizeEvent(QResizeEvent *event)
 
 bool ViewportWidget::event(QEvent *event)
 {
+    if (event->type() == QEvent::Leave && d->isHoverEnabled && d->hoveredItem >= 0) {
+        d->hoveredItem = -1;
+        ++d->leaves;
+        d->nextHover.reset();
+        Q_EMIT hovered(ScenePick());
+    }
     if (event->type() != QEvent::TouchBegin && event->type() != QEvent::TouchUpdate
         && event->type() != QEvent::TouchEnd)
         return QOpenGLWidget::event(event);
     const QList<QTouchEvent::TouchPoint> points = static_cast<QTouchEvent *>(event)->touchPoints();
     event->accept();
-    if (points.size() == 1 && event->type() == QEvent::TouchUpdate) {
+    if (points.size() == 1 && event->type() == QEvent::TouchEnd) {
+        if (distance(points[0].startPos(), points[0].pos()) < tapDistance)
+            d->pickAt(points[0].pos(), [this](const ScenePick &pick) { Q_EMIT clicked(pick, Qt::LeftButton); });
+    } else if (points.size() == 1 && event->type() == QEvent::TouchUpdate) {
         d->camera.turn(points[0].lastPos(), points[0].pos());
         update();
     } else if (points.size() >= 2) {

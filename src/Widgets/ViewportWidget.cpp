@@ -422,9 +422,10 @@ void ViewportWidget::paintGL()
     if (d->camera.isMoving()) {
         const double passed = d->clock.isValid() ? double(d->clock.nsecsElapsed()) / 1e9 : 0;
         d->clock.start();
-        if (!d->camera.advance(passed))
-            d->clock.invalidate();
+        d->camera.advance(passed);
     }
+    if (!d->camera.isMoving())
+        d->clock.invalidate();
     d->camera.setViewport(size());
     d->followCamera(pixels);
     const bool isRendered = d->render(pixels);

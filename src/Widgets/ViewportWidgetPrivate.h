@@ -38,6 +38,7 @@ struct ViewportWidget::Private
     void releaseContext();
 
     QPoint toPixel(const QPointF &position) const;
+    bool canPick(const QPointF &position) const;
     void pickAt(const QPointF &position, const ScenePicker::Answer &answer);
     void grabAt(const QPointF &position);
     void hoverAt(const QPointF &position);
@@ -65,6 +66,7 @@ struct ViewportWidget::Private
     bool isHoverEnabled = false;
     int hoveredItem = -2; ///< -2: nothing was said yet.
     bool isHoverPending = false;
+    int leaves = 0; ///< How often the pointer has left: an answer to a question from before is late.
     std::optional<QPointF> nextHover; ///< Where the pointer went meanwhile.
     /// A point in the scene that was seen at a position of the widget.
     struct Pointed

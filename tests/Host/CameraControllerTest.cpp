@@ -410,6 +410,8 @@ TEST(CameraInputTest, keysShowViews)
     EXPECT_TRUE(input.key(Qt::Key_Minus, Qt::NoModifier));
     EXPECT_TRUE(input.key(Qt::Key_F, Qt::NoModifier));
     EXPECT_FALSE(input.key(Qt::Key_Q, Qt::NoModifier));
+    EXPECT_FALSE(input.key(Qt::Key_F, Qt::ControlModifier)) << "a shortcut of the program";
+    EXPECT_FALSE(input.key(Qt::Key_1, Qt::AltModifier));
 }
 
 } // namespace Velmora::Kvz

@@ -365,6 +365,11 @@ TEST_F(ViewportWidgetTest, thePointerTurnsZoomsAndPicks)
     EXPECT_EQ(hovers[0].item, -1);
     EXPECT_EQ(hovers[1].item, 1);
 
+    QEvent leave(QEvent::Leave);
+    QCoreApplication::sendEvent(viewport, &leave);
+    EXPECT_EQ(hovers.size(), 3);
+    EXPECT_FALSE(hovers.last().isHit());
+
     QVector<int> inArea;
     ASSERT_TRUE(viewport->pickArea(QRectF(viewport->rect()), [&](const QVector<int> &items) { inArea = items; }));
     ASSERT_TRUE(waitFor([&] { return !inArea.isEmpty(); }));
