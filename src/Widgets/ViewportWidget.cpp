@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+// Before the headers of Qt's widgets, which bring the system's declarations of OpenGL.
+#include <GL/TrackedGL.h>
+
 #include <Widgets/ViewportWidget.h>
 
 #include "ViewportWidgetPrivate.h"
@@ -17,8 +20,6 @@
 #include <QtCore/QtMath>
 #include <QtGui/QOpenGLContext>
 #include <QtGui/QPainter>
-
-#include <GL/TrackedGL.h>
 
 #include <algorithm>
 
