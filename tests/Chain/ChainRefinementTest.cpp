@@ -95,6 +95,7 @@ protected:
     {
         static const QMap<QString, int> others = {
             {QStringLiteral("exposure"), 2}, // By the luminance of the frame before.
+            {QStringLiteral("studio"), 32}, // Its mean.
             {QStringLiteral("temporal"), 64},
             {QStringLiteral("full"), 65}, // One more for culling.
             {QStringLiteral("full-basic"), 65},
