@@ -254,7 +254,7 @@ PastLoss FramePasts::lossSince(const Seen &seen, HostRows rows) const
         return PastLoss::Everything;
     const bool isStill = std::equal(seen.models.begin(), seen.models.end(), known.begin(), isWhereItWas)
         && (!areRowsBound || seen.rows.matrices == m_seen.rows.matrices)
-        && std::equal(seen.lights.begin(), seen.lights.end(), m_seen.lights.begin(), m_seen.lights.end(), areEqual);
+        && seen.lights == m_seen.lights;
     return isStill ? PastLoss::None : PastLoss::Means;
 }
 
