@@ -253,8 +253,7 @@ PastLoss FramePasts::lossSince(const Seen &seen, HostRows rows) const
         || (areRowsBound && seen.rows.materials != m_seen.rows.materials))
         return PastLoss::Everything;
     const bool isStill = std::equal(seen.models.begin(), seen.models.end(), known.begin(), isWhereItWas)
-        && (!areRowsBound || seen.rows.matrices == m_seen.rows.matrices)
-        && seen.lights == m_seen.lights;
+        && (!areRowsBound || seen.rows.matrices == m_seen.rows.matrices) && seen.lights == m_seen.lights;
     return isStill ? PastLoss::None : PastLoss::Means;
 }
 
