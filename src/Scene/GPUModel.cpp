@@ -353,7 +353,7 @@ int GPUModel::itemMesh(int item) const
 
 int GPUModel::itemMaterial(int item) const
 {
-    return d->materialNumbers.value(item, -1);
+    return d->itemMaterials.value(item, -1);
 }
 
 QVector<QVector3D> GPUModel::triangleCorners(int item, int triangle) const

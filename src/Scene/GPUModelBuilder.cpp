@@ -417,16 +417,15 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
         surfaceRows.push_back(surfaces[size_t(item.material)]);
         data.surfaceFeatures |= surfaceFeatures(surfaceRows.back());
         data.meshNumbers.append(item.mesh);
-        data.materialNumbers.append(item.material);
+        data.itemMaterials.append(item.material);
         data.physicalFeatures |= physicalFeatures(physicals[size_t(item.material)]);
         commands.append({range.count, 1, range.first, 0, 0});
     }
     data.finish();
     data.materialRows.upload(data.materialValues.constData(), data.materialValues.size() * long(sizeof(float)));
-    data.physicalRows.set(std::move(physicals), data.materialNumbers);
+    data.physicalRows.set(std::move(physicals), data.itemMaterials);
     data.surfaceRows.upload(surfaceRows.data(), long(surfaceRows.size() * sizeof(SurfaceRow)));
     data.surfaceValues = std::move(surfaces);
-    data.itemMaterials = itemMaterials;
     if (!m_items.isEmpty()) {
         data.extras = packVertexExtras(placedMeshes(layout, m_meshes), layout.vertexCount);
         data.geometry = createGeometry(layout, m_meshes, data.extras);

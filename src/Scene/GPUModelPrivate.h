@@ -83,7 +83,6 @@ struct GPUModel::Private
 
     // By item.
     QVector<int> meshNumbers;
-    QVector<int> materialNumbers;
     std::vector<quint64> featureFlags;
     std::vector<Range> ranges;
     std::vector<quint8> isMirrored; ///< Its matrix reverses windings.
