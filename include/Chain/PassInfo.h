@@ -124,6 +124,8 @@ struct InputInfo : PortInfo
     /// While it is true, the pass forgets what it keeps of earlier frames. The chain sets it for one frame where that is no longer true.
     /// A pass that takes the frame's viewport, camera and projection forgets by itself where these change, and is left to do so.
     bool restartsPast = false;
+    /// Of a pass that averages frames: the input says after how many the mean is done. Below 1 counts as 1.
+    bool countsMean = false;
 
     /// Of inputs of type Lights: without any the pass has nothing to do, and the chain skips it.
     bool idleWithoutLights = false;
@@ -277,6 +279,10 @@ struct KVZ_HOST_EXPORT PassInfo
     /// Above 0: where the driver has all of `driverNeeds`, the pass keeps this many fragments of a frame and silently loses
     /// the rest. The chain counts them and says when there were more.
     qint64 fragmentRoom = 0;
+    /// How many frames the pass needs, with inputs that stay as they are, until what it makes is final: 1 where no frame depends on another.
+    /// 0: as its traits say, which is 64 for a mean without an input that `countsMean`, 3 for one that reprojects, 2 for one that culls or
+    /// compares frames, and else 1. Below 0: never, as for a pass that shows the time.
+    int framesToSettle = 0;
     /// Makes a pass with these options, all of them known and of the right type, defaults filled in. The context is
     /// current.
     std::function<std::unique_ptr<RenderPass>(const PassOptions &)> create;

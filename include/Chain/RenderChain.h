@@ -144,6 +144,42 @@ public:
     /// framebuffer of a context without a surface. That, and a failure that a pass reports, is said once in the log.
     bool renderFrame();
 
+    /// \name Frames only when needed
+    /// What the passes say about themselves tells how many frames a picture takes: one that keeps nothing is done with its frame; a mean
+    /// with as many frames as it asks for, or 64 where nothing says how many; a picture that a velocity leads on after 3; an exposure
+    /// from the frame before, culling by the last frame, and a velocity with one more each. After a change the count begins anew.
+    ///
+    /// A host that draws on demand renders while needsFrame() says so, and when its surface has lost the picture:
+    /// ```cpp
+    /// chain.setHoldsPicture(true);
+    /// // When the surface is to be painted:
+    /// chain.renderFrame();
+    /// if (chain.needsFrame())
+    ///     update(); // Refine while idle.
+    /// ```
+    /// These questions need no context and do not wait for one. They look at the models and lights of the frame, which must live.
+    /// @{
+    /// Whether a frame would show something else than the last one: there was none, the chain, its values, models or lights have
+    /// changed since, a capture is wanted, or the chain refines its picture. Another framebuffer alone does not count, and rows of a host
+    /// are compared in renderFrame() alone, since they are bound around it. False for a chain with errors, and after a frame that came out
+    /// wrong, until something changes.
+    bool needsFrame() const;
+    /// Whether the picture of the last frame is final: nothing has changed since, and no further frame would make it better.
+    bool converged() const;
+    /// How many more frames the picture takes, as things are now; 0 when it is done, and for a chain with errors. Below 0: it has no
+    /// end, since a class registered elsewhere says that it does not settle (PassInfo::framesToSettle).
+    int framesToConvergence() const;
+    /// Whether the chain holds a picture that is done: renderFrame() then runs no pass, and presents the same picture bit by bit, wherever
+    /// the passes would present now. Exports stay as they were. Off from the start, since who measures, counts or accumulates frames
+    /// wants each of them.
+    ///
+    /// A change, a capture that is wanted, or an export that was released ends it. The copy takes one blit when the picture is done and
+    /// one in each frame after that, and the memory of the picture. What the host draws over the picture is not held. Where
+    /// nothing can be copied out of what the chain presents to, it goes on rendering, with one line in the log.
+    void setHoldsPicture(bool holds);
+    bool holdsPicture() const;
+    /// @}
+
     /// \name Shader files
     /// @{
     /// The files that passes of this chain have shaders from, as absolute paths: those that options name, and what these

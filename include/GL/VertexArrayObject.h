@@ -10,16 +10,22 @@
 #include <QtCore/QVarLengthArray>
 #include <QtCore/QVector>
 
+#include <memory>
+#include <vector>
+
 namespace Velmora::Kvz {
 
 class ShaderProgram;
 
-/// A GL vertex array and the buffers behind its attributes.
+/// A vertex array and the buffers behind its attributes.
+///
+/// Contexts share buffers, and no vertex arrays: the object has a GL name in each context that uses it, where the arrays that were enabled in
+/// any of them are enabled when it is bound first. So a model may be drawn in all contexts of its share group.
 class KVZ_GL_EXPORT VertexArrayObject : public Bindable
 {
 public:
     VertexArrayObject();
-    /// Deletes the GL vertex array, or drops its name when its context is not current.
+    /// Deletes the GL vertex array of the current context, and leaves others to their contexts.
     ~VertexArrayObject() override;
 
     void bind() override;
@@ -36,6 +42,8 @@ public:
         bool isNormalized; ///< Integers stand for 0 to 1, or for -1 to 1 if signed.
         int stride; ///< Bytes from one vertex to the next.
         int offset; ///< Bytes before the first one.
+        bool isInteger = false; ///< The shader reads integers, unconverted.
+        int divisor = 0; ///< 0: a value for each vertex; else one for so many instances.
     };
     /// The same for an attribute that shares its buffer with others.
     void uploadInterleaved(
@@ -49,7 +57,7 @@ public:
     /// be bound.
     void enableStandardArrays();
 
-    /// The GL name, created if there is none yet and a context is current; 0 if that is not possible.
+    /// The GL name in the current context, created if it has none yet; 0 without a context.
     unsigned int getVAO() const;
 
 private:
@@ -59,12 +67,23 @@ private:
         QSharedPointer<BufferObject> buffer;
         Interleaving place;
     };
+    /// An array that was enabled.
+    struct Enabled
+    {
+        int array;
+        int location;
+        QWeakPointer<BufferObject> buffer; ///< That it was pointed at.
+    };
+    /// What it is in one context.
+    struct Name;
 
+    Name *nameHere() const;
+    void enable(int array, int location);
     static void enableArray(const Array &array, int location);
 
-    mutable unsigned int m_name = 0;
-    mutable GLObject m_owner;
+    mutable std::vector<std::unique_ptr<Name>> m_names; ///< One for each context.
     QVector<Array> m_arrays;
+    QVector<Enabled> m_enabled;
     QVarLengthArray<int, 4> m_saved;
 };
 

@@ -49,6 +49,8 @@ struct VertexExtras
 /// Culling marks, previous matrices and what follows from them belong to the past in force. A chain puts its own in force for its
 /// frames, so that every pass of it sees the same marks and motion, in the order of the chain, and two chains on one model do not
 /// disturb each other.
+///
+/// A model may be drawn in every context of the share group in which it was built, and outlives that context as long as the group does.
 class KVZ_GL_EXPORT GPUModel
 {
 public:
@@ -84,6 +86,13 @@ public:
 
     int itemCount() const;
     quint64 itemFeatureFlags(int item) const;
+    /// The numbers of an item's mesh and material, as GPUModelBuilder gave them; -1 for an item out of range.
+    int itemMesh(int item) const;
+    int itemMaterial(int item) const;
+    /// The three corners of a triangle of an item in world space, triangles counted from 0 as ItemIdRenderPass does. They are read from the
+    /// memory of the GPU, so a context of the model's share group must be current; a few dozen bytes that no draw writes. Empty
+    /// for an item or triangle that does not exist.
+    QVector<QVector3D> triangleCorners(int item, int triangle) const;
     QMatrix4x4 modelMatrix(int item) const;
     QMatrix4x4 previousModelMatrix(int item) const;
     /// World-space bounds of an item.

@@ -10,7 +10,9 @@
 #include <Chain/running/FrameRunner.h>
 #include <Chain/running/FrameTimes.h>
 #include <Chain/running/FrameValueTable.h>
+#include <Chain/running/HeldPicture.h>
 #include <Chain/running/ObjectIn.h>
+#include <Chain/running/Refinement.h>
 #include <Chain/running/SlotList.h>
 #include <Core/RenderPass.h>
 #include <GL/CurrentContext.h>
@@ -47,6 +49,9 @@ struct RenderChain::Private
     FrameResults results;
     FrameTimes times;
     FrameRunner runner{&slots, &results, &times};
+    Refinement refinement;
+    HeldPicture held;
+    bool holdsPicture = false;
     bool restoresState = false;
     bool advancesModels = true;
     ContextClaim context; ///< The one that the passes belong to.
@@ -75,6 +80,10 @@ struct RenderChain::Private
     void leaveContext();
     bool checkViewports(QSize *size);
     bool checkViewport(const QString &owner, const QSize &size);
+    QRect viewport() const { return values.value(FrameValues::viewport).toRect(); }
+    bool hasChanged(FramePasts::HostRows rows) const;
+    int remainingFrames();
+    bool presentHeld(bool isSameChain);
     bool render();
     bool reloadShaders();
 };
@@ -121,6 +130,8 @@ void RenderChain::Private::leaveContext()
     const bool isCurrent = context.isCurrent();
     results.releaseExports(); // In a context that shares textures they are still there.
     times.leaveContext(isCurrent);
+    held.leaveContext();
+    refinement.forget();
     pasts.leaveContext();
     slots.leaveContext(isCurrent);
     runner.leaveContext();
@@ -154,6 +165,33 @@ bool RenderChain::Private::checkViewports(QSize *size)
     });
 }
 
+/// Whether anything has changed since the last frame that a frame would show.
+bool RenderChain::Private::hasChanged(FramePasts::HostRows rows) const
+{
+    return !refinement.hasFrame() || pasts.haveChanged(viewport().size(), rows);
+}
+
+/// How many more frames refine the picture, as things are now; -1 without an end.
+int RenderChain::Private::remainingFrames()
+{
+    if (hasErrors(state.resolved().findings()) || !followChain())
+        return 0;
+    return hasChanged(FramePasts::HostRows::Unknown) ? framesToSettle(slots) : refinement.remaining();
+}
+
+/// Presents the held picture in place of a frame. False where a frame has to be rendered.
+bool RenderChain::Private::presentHeld(bool isSameChain)
+{
+    if (!held.isHeld())
+        return false;
+    const bool isStillTrue = isSameChain && holdsPicture && !hasChanged(FramePasts::HostRows::Bound)
+        && !results.wantsCaptures(slots) && results.hasExports(state.description().exports);
+    if (isStillTrue && held.present(slots, viewport()))
+        return true;
+    held.drop();
+    return false;
+}
+
 bool RenderChain::Private::render()
 {
     QSize size;
@@ -164,6 +202,7 @@ bool RenderChain::Private::render()
     if (hasForeignPasses || !context.isCurrent())
         scope.end();
     enterContext();
+    const quint64 shownRevision = followedRevision;
     if (!followChain() || !checkViewports(&size))
         return false;
     hasForeignPasses = hasForeignPasses
@@ -173,7 +212,9 @@ bool RenderChain::Private::render()
         scope.end();
     if (slots.usesBounds())
         values.updateBounds();
-    pasts.beginFrame(size);
+    if (presentHeld(shownRevision == followedRevision))
+        return true;
+    const bool isChange = pasts.beginFrame(size);
     slots.objects().deleteRetired(true);
     takeRefusals(); // Earlier failures do not belong to this frame.
     if (!slots.makePasses(&error))
@@ -193,6 +234,11 @@ bool RenderChain::Private::render()
     times.endFrame(slots);
     pasts.endFrame(advancesModels);
 
+    refinement.noteFrame(isChange, framesToSettle(slots));
+    if (!runner.refusal().isEmpty())
+        refinement.noteFailure();
+    else if (holdsPicture && refinement.remaining() == 0)
+        held.take(slots, viewport());
     if (found)
         found->restore();
     return runner.refusal().isEmpty() || fail(runner.refusal());
@@ -219,6 +265,7 @@ RenderChain::~RenderChain()
     const bool isCurrent = d->context.isCurrent();
     d->results.releaseExports();
     d->times.leaveContext(isCurrent);
+    d->held.leaveContext();
     d->pasts.leaveContext();
     d->slots.retireAll(isCurrent);
 }
@@ -384,6 +431,37 @@ bool RenderChain::renderFrame()
 void RenderChain::forgetPast()
 {
     d->pasts.note(PastLoss::Everything);
+}
+
+bool RenderChain::needsFrame() const
+{
+    if (hasErrors(d->state.resolved().findings()))
+        return false;
+    const bool isChange = d->hasChanged(FramePasts::HostRows::Unknown) || d->results.wantsCaptures(d->slots)
+        || d->followedRevision != d->state.revision();
+    return isChange || (!d->refinement.isFailure() && d->refinement.remaining() != 0);
+}
+
+bool RenderChain::converged() const
+{
+    return !d->refinement.isFailure() && d->refinement.hasFrame() && framesToConvergence() == 0;
+}
+
+int RenderChain::framesToConvergence() const
+{
+    return d->remainingFrames();
+}
+
+void RenderChain::setHoldsPicture(bool holds)
+{
+    d->holdsPicture = holds;
+    if (!holds)
+        d->held.drop();
+}
+
+bool RenderChain::holdsPicture() const
+{
+    return d->holdsPicture;
 }
 
 QStringList RenderChain::shaderFiles() const

@@ -4,15 +4,37 @@
 #include "ContextResources.h"
 
 #include <QtCore/QSharedPointer>
+#include <QtCore/QVector>
 
+#include <array>
 #include <functional>
+#include <mutex>
 
 namespace Velmora::Kvz {
 
 /// One OpenGL context, or one group of contexts that share objects. GL objects hold a weak pointer to the one that knows
 /// their name: it is gone once the context is.
 class ContextIdentity
-{ };
+{
+public:
+    /// Names of objects that died while another context was current. Contexts of one group may be current in several threads.
+    void leave(size_t kind, unsigned int name)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_left[kind].append(name);
+    }
+    QVector<unsigned int> takeLeft(size_t kind)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        QVector<unsigned int> taken;
+        taken.swap(m_left[kind]);
+        return taken;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::array<QVector<unsigned int>, 2> m_left; ///< By GLObject::Kind.
+};
 
 /// Contexts that share objects, and what is theirs together.
 struct ShareGroup

@@ -16,6 +16,7 @@
 #include <GL/TrackedGL.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 
 namespace Velmora::Kvz {
@@ -89,6 +90,16 @@ quint64 nextSerialNumber()
 {
     static std::atomic<quint64> last{0};
     return ++last;
+}
+
+/// Reads bytes of a buffer.
+void readBuffer(const BufferObject &buffer, size_t offset, void *data, size_t size)
+{
+    GLint before = 0;
+    glGetIntegerv(GL_COPY_READ_BUFFER_BINDING, &before);
+    glBindBuffer(GL_COPY_READ_BUFFER, buffer.getBO());
+    glGetBufferSubData(GL_COPY_READ_BUFFER, GLintptr(offset), GLsizeiptr(size), data);
+    glBindBuffer(GL_COPY_READ_BUFFER, GLuint(before));
 }
 
 } // namespace
@@ -199,7 +210,7 @@ void GPUModel::Private::draw(ShaderProgram *program, TextureManager *manager, qu
     // The boxes have the model's own matrices only.
     const bool areMatricesOwn =
         !InstanceDataCollection::isBound(instanceInfoPlan) && !InstanceDataCollection::isBound(tavoInstancePlan);
-    OcclusionQueries &queries = past().queries;
+    OcclusionQueries &queries = past().queries();
     const int view = manager && areMatricesOwn ? queries.view(program) : -1;
     const bool queriesTell = view >= 0 && queries.tellHere();
     if (manager)
@@ -226,7 +237,7 @@ void GPUModel::Private::forEachDraw(
         const CullingMark mark = ignoreCulling ? CullingMark::Drawn : culling.marks[item];
         if (mark == CullingMark::Culled)
             continue;
-        const GLuint query = mark == CullingMark::Undecided ? culling.queries.query(view, int(item)) : 0;
+        const GLuint query = mark == CullingMark::Undecided ? culling.queries().query(view, int(item)) : 0;
         draw(item, isMirrored[item] ? mirroredFront : front, query);
     }
 }
@@ -333,6 +344,38 @@ bool GPUModel::hasItem(int item) const
 quint64 GPUModel::itemFeatureFlags(int item) const
 {
     return hasItem(item) ? d->featureFlags[size_t(item)] : 0;
+}
+
+int GPUModel::itemMesh(int item) const
+{
+    return d->meshNumbers.value(item, -1);
+}
+
+int GPUModel::itemMaterial(int item) const
+{
+    return d->itemMaterials.value(item, -1);
+}
+
+QVector<QVector3D> GPUModel::triangleCorners(int item, int triangle) const
+{
+    if (!hasItem(item) || triangle < 0 || !OpenGLDeviceContext::currentHandle())
+        return {};
+    const Private::Range &range = d->ranges[size_t(item)];
+    if (quint32(triangle) >= range.count / 3)
+        return {};
+    const quint32 first = range.first + quint32(triangle) * 3;
+    std::array<quint32, 3> vertices{first, first + 1, first + 2};
+    if (const QSharedPointer<BufferObject> indices = d->geometry->indexBO())
+        readBuffer(*indices, first * sizeof(quint32), vertices.data(), sizeof vertices);
+    const QSharedPointer<BufferObject> positions = d->geometry->VAO()->bo(QStringLiteral("va_Vertex"));
+    const QMatrix4x4 matrix = modelMatrix(item);
+    QVector<QVector3D> corners;
+    for (const quint32 vertex : vertices) {
+        std::array<float, 3> position{};
+        readBuffer(*positions, vertex * sizeof position, position.data(), sizeof position);
+        corners.append(matrix.map(QVector3D(position[0], position[1], position[2])));
+    }
+    return corners;
 }
 
 QMatrix4x4 GPUModel::modelMatrix(int item) const
@@ -503,7 +546,7 @@ void GPUModel::frustumCull(const QMatrix4x4 &viewProjection)
 void GPUModel::visibilityCull()
 {
     ModelPast::Private &past = d->past();
-    past.queries.collect([&past](int item, OcclusionQueries::Verdict verdict) {
+    past.queries().collect([&past](int item, OcclusionQueries::Verdict verdict) {
         CullingMark &mark = past.marks[size_t(item)];
         if (verdict == OcclusionQueries::Verdict::Hidden)
             mark = CullingMark::Culled;
@@ -516,7 +559,7 @@ void GPUModel::resetCulling()
 {
     ModelPast::Private &past = d->past();
     std::fill(past.marks.begin(), past.marks.end(), CullingMark::Drawn);
-    past.queries.stop();
+    past.stopQueries();
 }
 
 bool GPUModel::isCulled(int item) const

@@ -406,7 +406,6 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
     float *nextRow = data.materialValues.data();
     std::vector<SurfaceRow> surfaceRows;
     surfaceRows.reserve(size_t(m_items.size()));
-    QVector<int> itemMaterials;
     QVector<DrawElementsIndirectCommand> commands;
     for (const Item &item : m_items) {
         const Layout::Place &place = layout.places[item.mesh];
@@ -417,16 +416,16 @@ QSharedPointer<GPUModel> GPUModelBuilder::build() const
         nextRow += rowFloats;
         surfaceRows.push_back(surfaces[size_t(item.material)]);
         data.surfaceFeatures |= surfaceFeatures(surfaceRows.back());
-        itemMaterials.append(item.material);
+        data.meshNumbers.append(item.mesh);
+        data.itemMaterials.append(item.material);
         data.physicalFeatures |= physicalFeatures(physicals[size_t(item.material)]);
         commands.append({range.count, 1, range.first, 0, 0});
     }
     data.finish();
     data.materialRows.upload(data.materialValues.constData(), data.materialValues.size() * long(sizeof(float)));
-    data.physicalRows.set(std::move(physicals), itemMaterials);
+    data.physicalRows.set(std::move(physicals), data.itemMaterials);
     data.surfaceRows.upload(surfaceRows.data(), long(surfaceRows.size() * sizeof(SurfaceRow)));
     data.surfaceValues = std::move(surfaces);
-    data.itemMaterials = itemMaterials;
     if (!m_items.isEmpty()) {
         data.extras = packVertexExtras(placedMeshes(layout, m_meshes), layout.vertexCount);
         data.geometry = createGeometry(layout, m_meshes, data.extras);

@@ -82,6 +82,7 @@ struct GPUModel::Private
         quint64 value, quint64 mask, WindingType winding, bool ignoreCulling, int view, const Draw &draw) const;
 
     // By item.
+    QVector<int> meshNumbers;
     std::vector<quint64> featureFlags;
     std::vector<Range> ranges;
     std::vector<quint8> isMirrored; ///< Its matrix reverses windings.

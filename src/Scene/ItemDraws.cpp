@@ -66,8 +66,7 @@ void ItemDraws::add(bool isIndexed, quint32 first, quint32 count, quint32 item, 
     m_commands.push_back({count, 1, first, isIndexed ? 0 : item, isIndexed ? item : 0});
 }
 
-void ItemDraws::draw(
-    quint64 use, const VertexArrayObject &array, int itemCount, bool isIndexed, unsigned int primitives)
+void ItemDraws::draw(quint64 use, VertexArrayObject &array, int itemCount, bool isIndexed, unsigned int primitives)
 {
     if (m_commands.empty())
         return;
@@ -96,19 +95,22 @@ void ItemDraws::draw(
 }
 
 /// Gives the bound vertex array the numbers of the items, once.
-void ItemDraws::enableNumbers(const VertexArrayObject &array, int itemCount)
+void ItemDraws::enableNumbers(VertexArrayObject &array, int itemCount)
 {
-    if (m_numbered == array.getVAO())
+    static const QString name = QStringLiteral("va_DrawNumber");
+    if (m_numbers && array.bo(name) == m_numbers)
         return;
-    std::vector<quint32> numbers(static_cast<size_t>(itemCount));
-    std::iota(numbers.begin(), numbers.end(), 0u);
-    m_numbers.uploadGLuintData(numbers.data(), itemCount, GL_STATIC_DRAW);
-    const auto location = GLuint(standardAttributeLocation(QStringLiteral("va_DrawNumber")));
-    AutoBinder binder(&m_numbers);
-    glVertexAttribIPointer(location, 1, GL_UNSIGNED_INT, 0, nullptr);
-    glVertexAttribDivisor(location, 1);
-    glEnableVertexAttribArray(location);
-    m_numbered = array.getVAO();
+    if (!m_numbers) {
+        std::vector<quint32> numbers(static_cast<size_t>(itemCount));
+        std::iota(numbers.begin(), numbers.end(), 0u);
+        m_numbers = QSharedPointer<BufferObject>::create();
+        m_numbers->uploadGLuintData(numbers.data(), itemCount, GL_STATIC_DRAW);
+    }
+    VertexArrayObject::Interleaving place{1, GL_UNSIGNED_INT, false, 0, 0};
+    place.isInteger = true;
+    place.divisor = 1;
+    array.uploadInterleaved(name, m_numbers, place);
+    array.enableStandardArrays();
 }
 
 /// A buffer with the commands.

@@ -5,6 +5,7 @@
 #include <GL/DrawElementsIndirectCommand.h>
 #include <GL/Export.h>
 
+#include <QtCore/QSharedPointer>
 #include <QtCore/QtGlobal>
 
 #include <memory>
@@ -30,7 +31,7 @@ public:
     void add(bool isIndexed, quint32 first, quint32 count, quint32 item, unsigned int front, unsigned int query);
     /// Issues the list with the bound program and vertex array, whose item numbers go up to `itemCount`. `use` says which lists are alike:
     /// one that is as the last of its use is not uploaded again. GL_FRONT_FACE is left as the last draw needs it.
-    void draw(quint64 use, const VertexArrayObject &array, int itemCount, bool isIndexed, unsigned int primitives);
+    void draw(quint64 use, VertexArrayObject &array, int itemCount, bool isIndexed, unsigned int primitives);
     /// @}
 
 private:
@@ -50,14 +51,13 @@ private:
         BufferObject buffer;
     };
 
-    void enableNumbers(const VertexArrayObject &array, int itemCount);
+    void enableNumbers(VertexArrayObject &array, int itemCount);
     Uploaded &uploaded(quint64 use);
 
     std::vector<DrawElementsIndirectCommand> m_commands;
     std::vector<Run> m_runs;
     std::vector<std::unique_ptr<Uploaded>> m_uploaded; ///< The one used last at the end.
-    BufferObject m_numbers;
-    unsigned int m_numbered = 0; ///< The vertex array that has the numbers.
+    QSharedPointer<BufferObject> m_numbers; ///< Null until a vertex array needs them.
 };
 
 } // namespace Velmora::Kvz

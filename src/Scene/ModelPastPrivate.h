@@ -8,6 +8,7 @@
 #include <QtCore/QVector>
 #include <QtGui/QMatrix4x4>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -24,7 +25,6 @@ struct ModelPast::Private
 {
     explicit Private(int itemCount)
         : marks(size_t(itemCount), CullingMark::Drawn),
-          queries(itemCount),
           m_places(size_t(itemCount), -1)
     { }
 
@@ -50,10 +50,30 @@ struct ModelPast::Private
         m_before.clear();
     }
 
+    /// The queries of the current context: contexts do not share them.
+    OcclusionQueries &queries() const
+    {
+        for (const std::unique_ptr<OcclusionQueries> &each : m_queries) {
+            if (each->isUsableHere())
+                return *each;
+        }
+        m_queries.erase(std::remove_if(m_queries.begin(), m_queries.end(),
+                            [](const std::unique_ptr<OcclusionQueries> &each) { return each->isLost(); }),
+            m_queries.end());
+        m_queries.push_back(std::make_unique<OcclusionQueries>(int(marks.size())));
+        return *m_queries.back();
+    }
+
+    void stopQueries() const
+    {
+        for (const std::unique_ptr<OcclusionQueries> &each : m_queries)
+            each->stop();
+    }
+
     std::vector<CullingMark> marks; ///< By item.
-    OcclusionQueries queries;
 
 private:
+    mutable std::vector<std::unique_ptr<OcclusionQueries>> m_queries; ///< One for each context.
     std::vector<int> m_places; ///< By item: its place in the lists below; -1 where it has not moved.
     QVector<int> m_moved;
     std::vector<QMatrix4x4> m_before; ///< Parallel to m_moved.

@@ -218,18 +218,29 @@ OcclusionQueries::OcclusionQueries(int itemCount)
 
 OcclusionQueries::~OcclusionQueries()
 {
-    if (!m_owner.isKnownToCurrentContext())
-        return;
+    const bool isKnown = m_owner.isKnownToCurrentContext();
     for (const View &view : m_views) {
         for (const Test &test : view.tests) {
-            if (test.query)
+            if (test.query && isKnown)
                 glDeleteQueries(1, &test.query);
+            else if (test.query)
+                m_owner.leaveName(GLObject::Kind::Query, test.query);
         }
     }
 }
 
+/// Makes them those of the current context, unless they are claimed already.
+void OcclusionQueries::claim()
+{
+    if (m_isClaimed || !OpenGLDeviceContext::currentHandle())
+        return;
+    m_owner.claim();
+    m_isClaimed = true;
+}
+
 void OcclusionQueries::collect(const std::function<void(int, Verdict)> &report)
 {
+    claim();
     const bool isKnown = m_owner.isKnownToCurrentContext();
     if (isKnown) {
         for (View &view : m_views) {
@@ -388,7 +399,10 @@ void OcclusionQueries::createResources()
 {
     if (m_program)
         return;
-    m_owner.claim();
+    claim();
+    const QVector<GLuint> left = GLObject::takeLeftNames(GLObject::Kind::Query);
+    if (!left.isEmpty())
+        glDeleteQueries(left.size(), left.constData());
     m_queryTarget = hasGLExtension("GL_ARB_occlusion_query2") ? GL_ANY_SAMPLES_PASSED : GL_SAMPLES_PASSED;
 
     m_program = std::make_unique<ShaderProgram>();

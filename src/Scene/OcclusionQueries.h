@@ -17,7 +17,7 @@ namespace Velmora::Kvz {
 
 class ShaderProgram;
 
-/// Finds the hidden items of a model by drawing their boxes under occlusion queries.
+/// Finds the hidden items of a model by drawing their boxes under occlusion queries, in one context: that of the first collect() or view().
 ///
 /// collect() begins a round, which lasts until the next one. Draws with one camera are a view of the round; in a view each
 /// item is tested at most once, by the first draw that can. An item is hidden when every view that it took part in
@@ -34,8 +34,13 @@ public:
     };
 
     explicit OcclusionQueries(int itemCount);
-    /// Deletes the queries, or drops them when their context is not current.
+    /// Deletes the queries, or leaves them to their context when that is not current.
     ~OcclusionQueries();
+
+    /// Whether they are those of the current context, or of none yet.
+    bool isUsableHere() const { return !m_isClaimed || m_owner.isKnownToCurrentContext(); }
+    /// Whether their context is gone.
+    bool isLost() const { return m_owner.isLost(); }
 
     /// Begins a round, and gives the verdict of the last one for each item.
     void collect(const std::function<void(int item, Verdict verdict)> &report);
@@ -77,6 +82,7 @@ private:
     void fetchResult(Test &test) const;
     Verdict verdict(int item) const;
     bool isDue(const Test &test, int item) const;
+    void claim();
     void createResources();
     void drawBox(Test &test, const Bounds &bounds);
 
@@ -89,6 +95,7 @@ private:
     int m_firstVisibleTested = 0; ///< Visible items are tested in turns when there are many.
     unsigned int m_queryTarget = 0;
     GLObject m_owner;
+    bool m_isClaimed = false;
     std::unique_ptr<ShaderProgram> m_program;
     int m_boxLocation = -1;
     VertexArrayObject m_vao;

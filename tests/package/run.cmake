@@ -73,6 +73,20 @@ foreach(example picking split-view cut-out edit-scene own-shader)
 endforeach()
 run("check-pictures" "${WORK_DIR}/build/check-pictures" "${pictures}")
 
+# The program of docs/widgets.md, with Kvz::Widgets alone, in a window.
+if(WIDGETS)
+    set(examples "${SOURCE_DIR}/docs/examples/widgets")
+    run("configure the window" ${CMAKE_COMMAND} -S "${examples}" -B "${WORK_DIR}/window" -G "${GENERATOR}" ${options})
+    run("build the window" ${CMAKE_COMMAND} --build "${WORK_DIR}/window")
+    expect_shown(docs/widgets.md "${examples}/viewport.cpp")
+    if(XVFB)
+        run("the window" "${XVFB}" -a "${WORK_DIR}/window/viewport" "${MODEL}" forward "${WORK_DIR}/window.png")
+        if(NOT EXISTS "${WORK_DIR}/window.png")
+            message(FATAL_ERROR "viewport wrote no picture")
+        endif()
+    endif()
+endif()
+
 # The manual page and the completions are installed, with content.
 foreach(document man/man1/kvz.1 bash-completion/completions/kvz zsh/site-functions/_kvz fish/vendor_completions.d/kvz.fish)
     file(READ "${WORK_DIR}/prefix/share/${document}" text)

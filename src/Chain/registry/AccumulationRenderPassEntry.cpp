@@ -20,6 +20,7 @@ PassInfo PassEntries::accumulationRenderPass()
         input("Kvz_int_AccumulatedFrames", ValueType::Int, 32, "Frames after which the picture is done.", "32"),
         input("Kvz_bool_Restart", ValueType::Bool, false, "Begins the mean with this frame.", "false"),
     };
+    pass.inputs[AccumulationRenderPass::AccumulatedFrames].countsMean = true;
     pass.inputs[AccumulationRenderPass::Restart].restartsPast = true;
     OutputInfo mean = pooledOutput("Kvz_KvzTexture*_Frame", TextureKind::Colour, GL_RGBA32F, "The mean.");
     mean.keptByProducer = true;

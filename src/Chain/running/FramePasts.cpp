@@ -50,6 +50,14 @@ bool isView(const QString &name)
     return name == FrameValues::cameraMatrix || name == FrameValues::projectionMatrix;
 }
 
+/// Whether another value of this name says nothing: the size, models and lights are looked at for themselves, and where the picture
+/// goes does not matter.
+bool isFollowedApart(const QString &name)
+{
+    return name == FrameValues::viewport || name == FrameValues::framebuffer || name == FrameValues::model
+        || name == FrameValues::lights;
+}
+
 /// Whether what a pass makes of its lights depends on the view: the layers of directional ones divide it.
 bool followsView(const PassSlot &slot)
 {
@@ -103,12 +111,21 @@ void FramePasts::noteValue(const QString &pass, const QString &port)
     note(isOfPast ? PastLoss::Everything : PastLoss::Means);
 }
 
-void FramePasts::beginFrame(const QSize &size)
+bool FramePasts::haveChanged(const QSize &size, HostRows rows) const
+{
+    const QSet<QString> &values = m_values.changes();
+    return m_noted != PastLoss::None || m_size != size
+        || std::any_of(values.begin(), values.end(), [](const QString &name) { return !isFollowedApart(name); })
+        || lossSince(look(), rows) != PastLoss::None;
+}
+
+bool FramePasts::beginFrame(const QSize &size)
 {
     const Changes changes = findChanges(size);
     wake(changes);
     forgetWhere(changes.loss);
     m_areModelsNew = m_areModelsNew || changes.loss == PastLoss::Everything;
+    return changes.loss != PastLoss::None;
 }
 
 FramePasts::Changes FramePasts::findChanges(const QSize &size)
@@ -125,10 +142,17 @@ FramePasts::Changes FramePasts::findChanges(const QSize &size)
     }
     // Each of these also keeps what the next frame is compared with.
     changes.loss = std::max(changes.loss, lossOfValues());
-    for (const PastLoss found : {lossOfModels(), lossOfRows(), lossOfLights()}) {
-        changes.inScene = changes.inScene || found != PastLoss::None;
-        changes.loss = std::max(changes.loss, found);
+    Seen seen = look();
+    const PastLoss found = lossSince(seen, HostRows::Bound);
+    changes.inScene = changes.inScene || found != PastLoss::None;
+    changes.loss = std::max(changes.loss, found);
+    for (Model &model : seen.models) {
+        const auto known = std::find_if(m_seen.models.begin(), m_seen.models.end(),
+            [&](const Model &other) { return other.serialNumber == model.serialNumber; });
+        if (known != m_seen.models.end())
+            model.past = known->past;
     }
+    m_seen = std::move(seen);
     changes.inView = m_hasViewChanged;
     return changes;
 }
@@ -155,9 +179,7 @@ PastLoss FramePasts::lossOfValues()
     static const QStringList standardNames = FrameValues::standardNames();
     PastLoss loss = PastLoss::None;
     for (const QString &name : m_values.takeChanges()) {
-        // The size, models and lights are looked at for themselves, and where the picture goes does not matter.
-        if (name == FrameValues::viewport || name == FrameValues::framebuffer || name == FrameValues::model
-            || name == FrameValues::lights)
+        if (isFollowedApart(name))
             continue;
         if (isView(name))
             m_hasViewChanged = true;
@@ -178,73 +200,61 @@ PastLoss FramePasts::lossOfValues()
     return loss;
 }
 
-PastLoss FramePasts::lossOfModels()
+FramePasts::Seen FramePasts::look() const
 {
-    std::vector<Model> models;
-    const auto add = [&](const QVariant &value) {
+    Seen seen;
+    const auto addModel = [&seen](const QVariant &value) {
         GPUModel *const model = modelIn(value);
-        if (model
-            && std::none_of(models.begin(), models.end(), [&](const Model &known) { return known.model == model; }))
-            models.push_back({model, model->serialNumber(), model->matrixRevision(), nullptr});
+        if (model && std::none_of(seen.models.begin(), seen.models.end(), [&](const Model &known) {
+                return known.model == model;
+            }))
+            seen.models.push_back({model, model->serialNumber(), model->matrixRevision(), nullptr});
     };
     for (const auto &value : m_values.all())
-        add(value.second);
+        addModel(value.second);
     for (const auto &slot : m_slots) {
         for (const SlotInput &input : slot->inputs) {
             if (input.value)
-                add(*input.value);
+                addModel(*input.value);
         }
     }
 
-    PastLoss loss = PastLoss::None;
-    bool areSame = models.size() == m_models.size();
-    for (size_t i = 0; areSame && i < models.size(); ++i) {
-        areSame = models[i].serialNumber == m_models[i].serialNumber;
-        models[i].past = m_models[i].past;
-        if (models[i].matrixRevision != m_models[i].matrixRevision)
-            loss = PastLoss::Means;
-    }
-    m_models = std::move(models);
-    return areSame ? loss : PastLoss::Everything;
-}
-
-/// Rows of a host that are bound in place of those of models.
-PastLoss FramePasts::lossOfRows()
-{
     static const QString plans[] = {QStringLiteral("InstanceInfo"), QStringLiteral("TavoInstance"),
         QStringLiteral("OBJMaterial"), QStringLiteral("SurfaceMaterial")};
-    BoundRows rows;
     for (size_t i = 0; i < 2; ++i) {
-        rows.matrices[i] = InstanceDataCollection::boundRevision(plans[i]);
-        rows.materials[i] = InstanceDataCollection::boundRevision(plans[2 + i]);
+        seen.rows.matrices[i] = InstanceDataCollection::boundRevision(plans[i]);
+        seen.rows.materials[i] = InstanceDataCollection::boundRevision(plans[2 + i]);
     }
-    const bool haveMoved = !std::equal(rows.matrices, rows.matrices + 2, m_rows.matrices);
-    const bool areOthers = !std::equal(rows.materials, rows.materials + 2, m_rows.materials);
-    m_rows = rows;
-    return areOthers ? PastLoss::Everything : haveMoved ? PastLoss::Means : PastLoss::None;
-}
 
-PastLoss FramePasts::lossOfLights()
-{
     // Only where they are taken: a host may have deleted others.
     std::vector<const QVariant *> taken;
     for (const auto &slot : m_slots) {
         if (!slot->enabled)
             continue;
         for (const SlotInput &input : slot->inputs) {
-            if (input.info->type == ValueType::Lights
+            if (input.info->type == ValueType::Lights && input.value
                 && std::find(taken.begin(), taken.end(), input.value) == taken.end())
                 taken.push_back(input.value);
         }
     }
-    LightState lights;
-    for (const QVariant *const value : taken) {
-        if (value)
-            lights.add(*value);
-    }
-    const bool areSame = lights == m_lights;
-    m_lights = std::move(lights);
-    return areSame ? PastLoss::None : PastLoss::Means;
+    for (const QVariant *lights : taken)
+        seen.lights.add(*lights);
+    return seen;
+}
+
+/// What is lost of what the last frame has seen.
+PastLoss FramePasts::lossSince(const Seen &seen, HostRows rows) const
+{
+    const auto isSame = [](const Model &a, const Model &b) { return a.serialNumber == b.serialNumber; };
+    const auto isWhereItWas = [](const Model &a, const Model &b) { return a.matrixRevision == b.matrixRevision; };
+    const std::vector<Model> &known = m_seen.models;
+    const bool areRowsBound = rows == HostRows::Bound;
+    if (!std::equal(seen.models.begin(), seen.models.end(), known.begin(), known.end(), isSame)
+        || (areRowsBound && seen.rows.materials != m_seen.rows.materials))
+        return PastLoss::Everything;
+    const bool isStill = std::equal(seen.models.begin(), seen.models.end(), known.begin(), isWhereItWas)
+        && (!areRowsBound || seen.rows.matrices == m_seen.rows.matrices) && seen.lights == m_seen.lights;
+    return isStill ? PastLoss::None : PastLoss::Means;
 }
 
 void FramePasts::forgetWhere(PastLoss loss)
@@ -297,7 +307,7 @@ void FramePasts::forget(PassSlot *slot)
 
 void FramePasts::usePasts()
 {
-    for (Model &model : m_models) {
+    for (Model &model : m_seen.models) {
         if (m_areModelsNew || !model.past)
             model.past = model.model->makePast();
         model.model->usePast(model.past);
@@ -307,7 +317,7 @@ void FramePasts::usePasts()
 
 void FramePasts::endFrame(bool advancesModels)
 {
-    for (const Model &model : m_models) {
+    for (const Model &model : m_seen.models) {
         model.model->usePast(nullptr);
         model.model->advancePast(model.past);
         if (advancesModels)
@@ -317,8 +327,8 @@ void FramePasts::endFrame(bool advancesModels)
 
 void FramePasts::leaveContext()
 {
-    m_models.clear();
-    m_lights = LightState();
+    m_seen.models.clear();
+    m_seen.lights = LightState();
     m_size = QSize();
 }
 

@@ -46,8 +46,12 @@ public:
     /// Notes another value of a pass's input.
     void noteValue(const QString &pass, const QString &port);
 
-    /// Before the passes of a frame are made: has them forget. Some may be without an object then.
-    void beginFrame(const QSize &size);
+    /// Whether rows that a host binds in place of those of models are bound now as for a frame.
+    enum class HostRows { Bound, Unknown };
+    /// Whether something is not as it was in the last frame. Looks, and keeps what it is compared with.
+    bool haveChanged(const QSize &size, HostRows rows) const;
+    /// Before the passes of a frame are made: has them forget. Some may be without an object then. Whether something has changed.
+    bool beginFrame(const QSize &size);
     /// When nothing keeps the frame from being drawn any more: puts the chain's pasts of its models in force, until endFrame().
     void usePasts();
     /// Whether the frame has nothing to be averaged or resolved with: it is drawn without jitter then, so that a pass which
@@ -77,15 +81,21 @@ private:
     /// What is bound in place of the rows of models.
     struct BoundRows
     {
-        quint64 matrices[2] = {0, 0};
-        quint64 materials[2] = {0, 0};
+        std::array<quint64, 2> matrices{};
+        std::array<quint64, 2> materials{};
+    };
+    /// What a frame shows, apart from its values.
+    struct Seen
+    {
+        std::vector<Model> models;
+        BoundRows rows;
+        LightState lights; ///< That are taken.
     };
 
     Changes findChanges(const QSize &size);
     PastLoss lossOfValues();
-    PastLoss lossOfModels();
-    PastLoss lossOfRows();
-    PastLoss lossOfLights();
+    Seen look() const;
+    PastLoss lossSince(const Seen &seen, HostRows rows) const;
     void wake(const Changes &changes);
     void forgetWhere(PastLoss loss);
     void forget(PassSlot *slot);
@@ -98,9 +108,7 @@ private:
     QStringList m_changedValues; ///< The names of others, and the viewport where its size is another one.
     bool m_isStill = false;
     bool m_areModelsNew = false; ///< They need new pasts.
-    std::vector<Model> m_models; ///< Of the last frame.
-    BoundRows m_rows; ///< Of the last frame.
-    LightState m_lights; ///< Of the last frame.
+    Seen m_seen; ///< In the last frame.
 };
 
 } // namespace Velmora::Kvz

@@ -12,6 +12,8 @@
 
 #include <QtGui/QMatrix4x4>
 
+#include <algorithm>
+
 namespace Velmora::Kvz {
 
 namespace {
@@ -78,6 +80,14 @@ void FrameResults::beginFrame()
 {
     releaseExports();
     m_captures.clear();
+}
+
+bool FrameResults::wantsCaptures(const SlotList &slots) const
+{
+    return m_capturesAll || std::any_of(slots.begin(), slots.end(), [](const std::unique_ptr<PassSlot> &slot) {
+        return std::any_of(
+            slot->outputs.begin(), slot->outputs.end(), [](const SlotOutput &output) { return output.isCaptured; });
+    });
 }
 
 void FrameResults::markCaptures(PassSlot *slot) const

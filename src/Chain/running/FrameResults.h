@@ -35,6 +35,10 @@ public:
 
     void requestAllCaptures() { m_capturesAll = true; }
     void requestAllTexels() { m_capturesAll = m_takesTexels = true; }
+    /// Whether the next frame must run for them: a capture is wanted.
+    bool wantsCaptures(const SlotList &slots) const;
+    /// Whether the exports of the last frame are still held, or there are none.
+    bool hasExports(const Exports &exports) const { return m_areExportsValid || exports.isEmpty(); }
     /// The pictures of the last frame, which are then forgotten.
     QVector<PassCapture> takeCaptures();
 

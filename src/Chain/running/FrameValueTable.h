@@ -40,6 +40,8 @@ public:
 
     /// The names whose values are others than when this was called last.
     QSet<QString> takeChanges();
+    /// What takeChanges() would return.
+    const QSet<QString> &changes() const { return m_changed; }
 
     /// Grows when a name is added or removed.
     quint64 namesRevision() const { return m_namesRevision; }
