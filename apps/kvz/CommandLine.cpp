@@ -18,14 +18,14 @@ QString dashed(const QString &name)
 
 namespace {
 
-/// What the left one of two columns takes at most; longer texts stand on a line of their own.
+/// What the left one of two columns takes at most; longer texts push the right one aside.
 constexpr int widestLeft = 22;
 
 /// Two columns, indented; the right one may have several lines.
 QString columns(const QVector<QPair<QString, QString>> &rows)
 {
     QVector<QStringList> cells;
-    QMap<int, QString> tooLong; // By the row before which they stand.
+    QMap<int, QString> tooLong; // By their row.
     for (const auto &row : rows) {
         const QStringList lines = row.second.split(QLatin1Char('\n'));
         const bool isLong = row.first.size() > widestLeft;
@@ -35,10 +35,8 @@ QString columns(const QVector<QPair<QString, QString>> &rows)
             cells.append({QString(), line == 0 && !isLong ? row.first : QString(), lines[line]});
     }
     QStringList lines = formatTable(cells).split(QLatin1Char('\n'));
-    for (auto it = tooLong.constEnd(); it != tooLong.constBegin();) {
-        --it;
-        lines.insert(it.key(), QStringLiteral("  ") + it.value());
-    }
+    for (auto it = tooLong.constBegin(); it != tooLong.constEnd(); ++it)
+        lines[it.key()] = QStringLiteral("  %1  %2").arg(it.value(), lines[it.key()].trimmed());
     return lines.join(QLatin1Char('\n'));
 }
 

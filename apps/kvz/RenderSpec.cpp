@@ -11,9 +11,7 @@ namespace {
 QVector<OptionSpec> pictureOptions()
 {
     QVector<OptionSpec> list;
-    list += optionSpec("o,output", "FILE",
-        "The picture, such as out.png; - is standard output.\n"
-        "{model}, {view}, {frame}, {frame:04} tell them apart.",
+    list += optionSpec("o,output", "FILE", "The picture, such as out.png; - is standard output.",
         "The suffix gives the format: .png, .jpg, .webp, .exr and what kvz formats lists; standard output gets PNG. An "
         ".exr holds linear "
         "light after exposure and before tone mapping, in half floats multiplied by alpha; of chains that end in "
@@ -29,12 +27,11 @@ QVector<OptionSpec> pictureOptions()
     list += optionSpec("size", "WxH", "Size of the picture in pixels. Default: 1280x720.");
     list.last().standard = QStringLiteral("1280x720");
     list += optionSpec("camera", "VIEW",
-        "AZIMUTH,ELEVATION[,DISTANCE] in degrees; front, back,\n"
-        "left, right, top, bottom, iso; eye=X,Y,Z, target=X,Y,Z;\n"
-        "ortho; fov=DEGREES; parts joined by \":\". Or a camera of\n"
-        "the file. Repeat it for several views.\n"
-        "Default: 30,20,1:fov=35.",
-        "At AZIMUTH 0 the camera looks from +Z, at 90 from +X; ELEVATION is from -90 to 90; at "
+        "AZIMUTH,ELEVATION[,DISTANCE]; front, back, left, right,\n"
+        "top, bottom, iso; ortho; fov=DEGREES; eye=, target=; or\n"
+        "one of the file. Repeatable. Default: 30,20,1:fov=35.",
+        "In degrees; parts are joined by \":\", and points are X,Y,Z. At AZIMUTH 0 the camera looks from +Z, at 90 "
+        "from +X; ELEVATION is from -90 to 90; at "
         "DISTANCE 1 the model just fits. ortho gives parallel rays; fov is the vertical field of "
         "view. A camera that the file brings is named, or numbered from 0: Main, 0, or file=front"
         " where the name means something else. All that it frames is in the picture, which shows "

@@ -147,8 +147,12 @@ std::unique_ptr<HeadlessContext> HeadlessContext::create(const Options &options,
 {
     std::unique_ptr<HeadlessContext> headless(new HeadlessContext);
     QVector<DisplayChoice> displays = displaysToTry();
-    if (options.shareWith)
+    if (options.shareWith) {
         displays = {{options.shareWith->d->display, "shared"}};
+        // It may not have been used yet, and a group begins with its first device.
+        options.shareWith->makeCurrent();
+        OpenGLDeviceContext::current();
+    }
     for (const DisplayChoice &choice : qAsConst(displays)) {
         if (headless->d->open(choice, options))
             break;

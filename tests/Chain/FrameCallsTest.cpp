@@ -45,8 +45,8 @@ QMap<QString, int> allowedQueries(const QString &chain)
         {query("glGetIntegerv", GL_READ_FRAMEBUFFER_BINDING), 1},
         {QStringLiteral("glGetError"), 1},
     };
-    // Filters that these two basic passes borrow and give back.
-    if (chain == QLatin1String("fxaa") || chain == QLatin1String("depth-of-field"))
+    // Filters that passes of these borrow and give back.
+    if (chain == QLatin1String("fxaa") || chain == QLatin1String("depth-of-field") || chain == QLatin1String("studio"))
         allowed.insert(query("glGetTexParameteriv", GL_TEXTURE_2D), 2);
     // The sky looks the same over the seams of its cube map whatever the host has set.
     if (chain.startsWith(QLatin1String("skybox-cubemap")))

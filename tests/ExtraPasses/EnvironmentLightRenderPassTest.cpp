@@ -247,6 +247,31 @@ TEST_F(EnvironmentLightRenderPassTest, theBackgroundShowsTheImageWhereItLies)
     EXPECT_FALSE(glFlag(GL_DEPTH_TEST));
     EXPECT_EQ(glInteger(GL_CURRENT_PROGRAM), 0);
     EXPECT_EQ(PooledTextures::allReferences(), 0);
+    // The size is the same, the target is another.
+    pass->teardownContextData(nullptr);
+    load(file);
+    EXPECT_EQ(image(Port::Background).pixel(7, 7), QVector4D(0, 1, 0, 1));
+}
+
+TEST_F(EnvironmentLightRenderPassTest, thePolesShowNothingOfEachOther)
+{
+    const QString file = caches.folder.write(QStringLiteral("halves.hdr"),
+        radianceFile(64, 32, [](const QVector3D &d) { return d.y() > 0 ? QVector3D(1, 1, 1) : QVector3D(); }));
+    const QSize square(9, 9);
+    setViewport(square);
+    pass->setInput(Port::ShowsEnvironment, true);
+    QMatrix4x4 narrow;
+    narrow.perspective(2, 1, 0.1f, 10);
+    pass->setInput(Port::ProjectionMatrix, narrow);
+    for (const bool isUp : {true, false}) {
+        QMatrix4x4 camera;
+        camera.rotate(isUp ? -90 : 90, 1, 0, 0);
+        pass->setInput(Port::CameraMatrix, camera);
+        load(file);
+        const Image shown = image(Port::Background);
+        for (int i = 0; i < 9; ++i)
+            EXPECT_EQ(shown.pixel(i, i).x(), isUp ? 1 : 0) << i;
+    }
 }
 
 TEST_F(EnvironmentLightRenderPassTest, takesItsObjectsAlong)

@@ -421,6 +421,25 @@ TEST_F(GroundShadowRenderPassTest, aBackgroundIsDarkenedItself)
     EXPECT_GT(maximumDifference(draw(), loss), 0.1) << "for display values again";
 }
 
+TEST_F(GroundShadowRenderPassTest, aLightThatIsOutHidesNoOther)
+{
+    setPlate(0.4f);
+    setLamp(QVector3D(0.4f, -1, 0));
+    const Image alone = draw();
+    EXPECT_GT(darkerThan(alone, 0.4f), 100);
+    Light out;
+    out.type = Light::Directional;
+    out.direction = QVector3D(0, -1, 0.3f);
+    out.cascades = 1;
+    out.intensity = 0;
+    const QVariantList both = {QVariant::fromValue(&out), QVariant::fromValue(&lamp)};
+    maps->setInput(ShadowMapRenderPass::Lights, both);
+    maps->start(nullptr);
+    pass->setInput(Port::Lights, both);
+    pass->setInput(Port::ShadowMapData, maps->output(ShadowMapRenderPass::ShadowMapData));
+    EXPECT_LE(maximumDifference(draw(), alone), 0.01);
+}
+
 TEST_F(GroundShadowRenderPassTest, tooManyLayersAreSaidOnce)
 {
     setPlate(0.4f);

@@ -369,6 +369,16 @@ TEST_F(ToneMapRenderPassTest, theNumberIsThatOfTheFrameBefore)
     pass->forgetMeasurement();
     showWall(0.18f);
     EXPECT_NEAR(exposure(), 0, 2e-3);
+    // What was measured before automatic exposure was off for a while is as good as forgotten.
+    pass->setInput(Port::AutoExposure, false);
+    showWall(0.18f);
+    pass->setInput(Port::AutoExposure, true);
+    showWall(0.18f * 2);
+    EXPECT_NEAR(exposure(), -1, 2e-3);
+    // No light is made darker than by 16 stops.
+    pass->forgetMeasurement();
+    showWall(60000);
+    EXPECT_EQ(exposure(), -16);
 
     pass->setNumOutputUsers(Port::AppliedExposure, 0);
     GLCallRecorder<&epoxy_glReadPixels> reads;

@@ -177,6 +177,8 @@ void FrameRunner::run(PassSlot *slot, int index)
     else
         startOrSkip(slot, index, slot->enabled && !missing && !isNowhere);
     const bool isRefused = reportRefusals(slot);
+    if (isRefused)
+        slot->isCurrent = false;
     reportFailure(slot, isRefused);
     references.balance(*slot);
     m_times->endPass(slot);
