@@ -58,19 +58,21 @@ bool isFollowedApart(const QString &name)
         || name == FrameValues::lights;
 }
 
-/// Whether what a pass makes of its lights depends on the view: the layers of directional ones divide it.
+/// Whether what a pass makes of its lights may depend on the view: the layers of directional ones divide it.
 bool followsView(const PassSlot &slot)
 {
-    for (int i = 0; i < int(slot.inputs.size()); ++i) {
-        if (slot.inputs[size_t(i)].info->type != ValueType::Lights)
-            continue;
-        const QVector<ShadowMapManager::Light *> lights = ShadowMapManager::lightsIn(slot.inputValue(i));
-        if (std::any_of(lights.begin(), lights.end(), [](const ShadowMapManager::Light *light) {
-                return ShadowMapManager::valuesOf(*light).type == ShadowMapManager::Light::Directional;
-            }))
+    return std::any_of(slot.inputs.begin(), slot.inputs.end(), [](const SlotInput &input) {
+        if (input.info->type != ValueType::Lights)
+            return false;
+        // Those of another pass may be gone until it runs again.
+        if (input.producer)
             return true;
-    }
-    return false;
+        const QVector<ShadowMapManager::Light *> lights =
+            input.value ? ShadowMapManager::lightsIn(*input.value) : QVector<ShadowMapManager::Light *>();
+        return std::any_of(lights.begin(), lights.end(), [](const ShadowMapManager::Light *light) {
+            return ShadowMapManager::valuesOf(*light).type == ShadowMapManager::Light::Directional;
+        });
+    });
 }
 
 /// Whether all that a pass takes is looked at for changes: of what other passes make only lights, and no rows of the host.
